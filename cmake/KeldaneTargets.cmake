@@ -1,0 +1,35 @@
+# What every target of the project shares: the language, the warnings, the sanitizers, the places of the output.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+
+find_package(Threads REQUIRED)
+
+add_library(keldane_options INTERFACE)
+target_include_directories(keldane_options INTERFACE ${PROJECT_SOURCE_DIR})
+target_compile_options(keldane_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+target_link_libraries(keldane_options INTERFACE Threads::Threads)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  target_compile_options(keldane_options INTERFACE -Wthread-safety)
+endif()
+if(KELDANE_SANITIZE)
+  target_compile_options(keldane_options INTERFACE -fsanitize=${KELDANE_SANITIZE} -fno-omit-frame-pointer
+                                                   -fno-sanitize-recover=all)
+  target_link_options(keldane_options INTERFACE -fsanitize=${KELDANE_SANITIZE})
+endif()
+
+# keldane_sources(OUT DIR...): the .cpp files of these folders of the current one.
+function(keldane_sources out)
+  set(patterns)
+  foreach(folder ${ARGN})
+    list(APPEND patterns ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.cpp)
+  endforeach()
+  file(GLOB found CONFIGURE_DEPENDS ${patterns})
+  set(${out} ${found} PARENT_SCOPE)
+endfunction()
