@@ -1,0 +1,57 @@
+// A folder with code, an information dictionary and localised text.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+#include "platform/plist/PropertyList.h"
+
+namespace keldane {
+
+/// A bundle on disk:
+///
+///     Keldane.plugin/Contents/Info.plist                                  in any property-list format
+///     Keldane.plugin/Contents/Linux/KeldaneCMM.so                         the module ("CFBundleExecutable")
+///     Keldane.plugin/Contents/Resources/<language>.lproj/<table>.strings  UTF-8 or UTF-16
+///
+/// There is one object a path in a process; what it has read it keeps. A file that is missing or broken reads
+/// as empty, with a log line when it is there but cannot be read. Any thread.
+class Bundle {
+ public:
+  /// The process's own: the one the host declared, else the folder of the executable (with its Info.plist
+  /// beside or under Contents, if there is one).
+  static std::shared_ptr<Bundle> mainBundle();
+  static void setMainBundle(std::shared_ptr<Bundle> bundle);
+  /// Null when there is no folder at the path.
+  static std::shared_ptr<Bundle> bundleWithPath(const std::filesystem::path& path);
+  /// The bundle whose module holds this address (of a function or static object of the class in question);
+  /// the main bundle for code that is in no bundle.
+  static std::shared_ptr<Bundle> bundleForClass(const void* addressInClass);
+
+  const std::filesystem::path& bundlePath() const { return path_; }
+  /// Path of the module that "CFBundleExecutable" names.
+  std::filesystem::path executablePath() const;
+  const PropertyList& infoDictionary() const;
+  PropertyList objectForInfoDictionaryKey(std::string_view key) const;
+  /// The text for `key` in the user's language (LC_ALL, LC_MESSAGES, LANG, then English), from the table of
+  /// that name
+  /// ("Localizable" when empty); `value` where no table has it, or `key` when `value` is empty.
+  std::string localizedStringForKey(std::string_view key, std::string_view value,
+                                    std::string_view table = {}) const;
+
+ private:
+  explicit Bundle(std::filesystem::path path) : path_(std::move(path)) {}
+  PropertyList table(const std::string& name) const;
+
+  std::filesystem::path path_;
+  mutable std::mutex mutex_;
+  mutable bool infoRead_ = false;
+  mutable PropertyList info_;
+  mutable std::unordered_map<std::string, PropertyList> tables_;
+};
+
+}  // namespace keldane

@@ -1,0 +1,60 @@
+// Files as descriptors: how a host describes a path, and how a plug-in gets it back.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/events/AppleEvents.h"
+
+namespace keldane {
+
+/// Each makes a descriptor of an absolute POSIX path, whatever its bytes. An alias record and a file
+/// reference hold the path in a record of their own form, with a magic number, version and length in front;
+/// nothing but these functions and the coercion to 'furl' reads them. A coercion to 'furl' checks what it is
+/// given: absolute, UTF-8, no NUL, else -1700.
+OSErr createFileURLDescriptor(std::string_view path, AEDesc* result);
+OSErr createAliasDescriptor(std::string_view path, AEDesc* result);
+OSErr createFileReferenceDescriptor(std::string_view path, AEDesc* result);
+
+/// A descriptor as an object; owns it.
+class AppleEventDescriptor {
+ public:
+  /// Takes over `desc`.
+  explicit AppleEventDescriptor(const AEDesc& desc) : desc_(desc) {}
+  ~AppleEventDescriptor() { AEDisposeDesc(&desc_); }
+  AppleEventDescriptor(const AppleEventDescriptor&) = delete;
+  AppleEventDescriptor& operator=(const AppleEventDescriptor&) = delete;
+
+  /// Of text the text; of a file URL the HFS path: the volume's name, then the components, parted by colons,
+  /// with ':' and '/' exchanged in each name. Absent for anything else.
+  std::optional<std::string> stringValue() const;
+
+ private:
+  AEDesc desc_;
+};
+
+/// The HFS path of an absolute POSIX path, and back. The root volume is called "Linux". Absent when the text
+/// is no such path.
+std::optional<std::string> hfsPathFromPOSIXPath(std::string_view path);
+std::optional<std::string> posixPathFromHFSPath(std::string_view path);
+
+enum class PathStyle { posix = 0, hfs = 1 };
+
+/// A file URL, as percent-encoded text.
+class FileURL {
+ public:
+  static std::optional<FileURL> withFileSystemPath(std::string_view path, PathStyle style, bool isDirectory);
+  /// "file:///a%20b" or "file://localhost/a"; absent for any other URL and for broken escapes.
+  static std::optional<FileURL> withString(std::string_view text);
+  /// The POSIX path, without a trailing slash.
+  const std::string& path() const { return path_; }
+  std::string string() const;
+
+ private:
+  explicit FileURL(std::string path, bool isDirectory) : path_(std::move(path)), isDirectory_(isDirectory) {}
+  std::string path_;
+  bool isDirectory_;
+};
+
+}  // namespace keldane

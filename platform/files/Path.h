@@ -1,0 +1,19 @@
+// Paths as text.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace keldane {
+
+/// "/a/b" → {"/", "a", "b"}; "a//b/" → {"a", "b"}: a leading slash is its own component, later ones separate.
+std::vector<std::string> pathComponents(std::string_view path);
+/// Last component, without trailing slashes; "/" for the root, empty for empty text.
+std::string lastPathComponent(std::string_view path);
+/// Joins with exactly one slash between; an empty path gives the component.
+std::string appendPathComponent(std::string_view path, std::string_view component);
+/// "txt" for "/a/b.txt", empty for "/a/b", "/a/.profile" and "/a/b.".
+std::string pathExtension(std::string_view path);
+
+}  // namespace keldane

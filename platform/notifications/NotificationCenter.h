@@ -1,0 +1,48 @@
+// Tells observers, at once and on the poster's thread, that something happened.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "platform/plist/PropertyList.h"
+
+namespace keldane {
+
+struct Notification {
+  std::string_view name;
+  const void* sender = nullptr;
+  PropertyList userInfo;
+};
+
+/// The notification centre. `post` calls every observer that fits before it returns, in the order in which
+/// they were added. Observers may add and remove observers, themselves included, while they are being told:
+/// one that is removed is not told any more, one that is added is told from the next post on. Any thread,
+/// though this system posts and observes on the main thread only. Observers and senders are names, never
+/// dereferenced.
+class NotificationCenter {
+ public:
+  using Handler = std::function<void(const Notification&)>;
+
+  NotificationCenter();
+  ~NotificationCenter();
+  NotificationCenter(const NotificationCenter&) = delete;
+  NotificationCenter& operator=(const NotificationCenter&) = delete;
+
+  static NotificationCenter& defaultCenter();
+
+  /// `sender` null: from any sender.
+  void addObserver(const void* observer, std::string_view name, const void* sender, Handler handler);
+  /// Removes what `observer` registered for this name and sender; an empty name or a null sender fits all.
+  void removeObserver(const void* observer, std::string_view name = {}, const void* sender = nullptr);
+  void post(std::string_view name, const void* sender, PropertyList userInfo = {});
+  /// How many registrations there are: what a leak check looks at.
+  std::size_t observerCount() const;
+
+ private:
+  struct State;
+  State* state_;
+};
+
+}  // namespace keldane

@@ -1,0 +1,56 @@
+// The exceptions of this system: programming errors that say where and what.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace keldane {
+
+/// A platform exception: a name and a reason, which `what` joins as "name: reason".
+class Exception : public std::runtime_error {
+ public:
+  Exception(const std::string& name, const std::string& reason);
+  Exception(const Exception&) = default;
+  ~Exception() override;
+  const std::string& name() const { return name_; }
+  const std::string& reason() const { return reason_; }
+
+ private:
+  std::string name_, reason_;
+};
+
+/// An assertion of the system's own that failed: a bug at the place of call. `file` is without an extension,
+/// as the messages have it.
+class AssertionFailure : public Exception {
+ public:
+  AssertionFailure(const std::string& method, const std::string& file, int line,
+                   const std::string& description);
+  AssertionFailure(const AssertionFailure&) = default;
+  ~AssertionFailure() override;
+  const std::string& method() const { return method_; }
+  const std::string& file() const { return file_; }
+  int line() const { return line_; }
+  const std::string& description() const { return description_; }
+
+ private:
+  std::string method_, file_, description_;
+  int line_;
+};
+
+/// An argument that the operation cannot be called with, e.g. a selector that the method table lacks.
+class InvalidArgument : public Exception {
+ public:
+  explicit InvalidArgument(const std::string& reason) : Exception("NSInvalidArgumentException", reason) {}
+  InvalidArgument(const InvalidArgument&) = default;
+  ~InvalidArgument() override;
+};
+
+/// An index beyond the end of an array.
+class RangeError : public Exception {
+ public:
+  explicit RangeError(const std::string& reason) : Exception("NSRangeException", reason) {}
+  RangeError(const RangeError&) = default;
+  ~RangeError() override;
+};
+
+}  // namespace keldane

@@ -1,0 +1,494 @@
+#include "platform/plist/PropertyList.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <unordered_set>
+
+#include "platform/plist/PropertyListNode.h"
+
+namespace keldane {
+
+static_assert(sizeof(PropertyList) == sizeof(void*),
+              "an object is as wide as a pointer where it is handed around raw");
+
+namespace {
+
+using Node = PropertyListNode;
+
+// Frees a node whose last reference went, and all that only it kept. A list threaded through the dead nodes
+// takes the place of recursion, so that a hostile nesting cannot exhaust the stack.
+void freeNodes(const Node* first) noexcept {
+  const Node* dead = first;
+  while (dead != nullptr) {
+    Node* node = const_cast<Node*>(dead);
+    dead = node->nextDead;
+    for (std::size_t i = 0; i < node->handleCount(); ++i) {
+      const Node* child = PropertyListAccess::takeNode(node->handles()[i]);
+      if (child != nullptr && child->dropReference()) {
+        const_cast<Node*>(child)->nextDead = const_cast<Node*>(dead);
+        dead = child;
+      }
+    }
+    Node::destroy(node);
+  }
+}
+
+// Parses as the platform's strings do: leading blanks, a sign, digits; whatever follows is ignored.
+// Saturates.
+std::int64_t integerFromText(std::string_view text) noexcept {
+  std::size_t i = 0;
+  while (i < text.size() && (text[i] == ' ' || (text[i] >= '\t' && text[i] <= '\r'))) {
+    ++i;
+  }
+  const bool negative = i < text.size() && text[i] == '-';
+  if (i < text.size() && (text[i] == '-' || text[i] == '+')) {
+    ++i;
+  }
+  const std::uint64_t limit =
+      static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()) + (negative ? 1U : 0U);
+  std::uint64_t magnitude = 0;
+  for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) {
+    const auto digit = static_cast<std::uint64_t>(text[i] - '0');
+    magnitude = magnitude > (limit - digit) / 10 ? limit : magnitude * 10 + digit;
+  }
+  return static_cast<std::int64_t>(negative ? std::uint64_t{0} - magnitude : magnitude);
+}
+
+bool booleanFromText(std::string_view text) noexcept {
+  const std::size_t i = text.find_first_not_of(" \t\n\r+-0");
+  return i != std::string_view::npos && std::strchr("YyTt123456789", text[i]) != nullptr;
+}
+
+template <class Integer>
+Integer truncated(double value) noexcept {
+  if (std::isnan(value)) {
+    return 0;
+  }
+  // The limits as doubles: the upper one is rounded up to a power of two, which is out of range itself.
+  if (value <= static_cast<double>(std::numeric_limits<Integer>::min())) {
+    return std::numeric_limits<Integer>::min();
+  }
+  if (value >= static_cast<double>(std::numeric_limits<Integer>::max())) {
+    return std::numeric_limits<Integer>::max();
+  }
+  return static_cast<Integer>(value);
+}
+
+}  // namespace
+
+PropertyListNode* PropertyListNode::allocate(PropertyList::Kind kind, std::size_t count,
+                                             std::size_t payload) {
+  void* memory = ::operator new(sizeof(PropertyListNode) + payload);
+  return new (memory) PropertyListNode(kind, count);
+}
+
+void PropertyListNode::destroy(PropertyListNode* node) noexcept {
+  node->~PropertyListNode();
+  ::operator delete(node);
+}
+
+// --- Ownership ---
+
+void PropertyList::retain() const noexcept {
+  if (const Node* node = PropertyListAccess::node(*this)) {
+    node->addReference();
+  }
+}
+
+void PropertyList::release() noexcept {
+  const Node* node = PropertyListAccess::takeNode(*this);
+  if (node != nullptr && node->dropReference()) {
+    freeNodes(node);
+  }
+}
+
+PropertyList& PropertyList::operator=(const PropertyList& other) noexcept {
+  PropertyList copy(other);
+  std::swap(bits_, copy.bits_);
+  return *this;
+}
+
+PropertyList& PropertyList::operator=(PropertyList&& other) noexcept {
+  PropertyList moved(std::move(other));
+  std::swap(bits_, moved.bits_);
+  return *this;
+}
+
+// --- Making values ---
+
+PropertyList::PropertyList(std::string_view text) {
+  Node* node = Node::allocate(Kind::string, text.size(), text.size() + 1);
+  char* target = node->bytes();
+  std::copy(text.begin(), text.end(), target);
+  target[text.size()] = '\0';
+  *this = PropertyListAccess::adopt(node);
+}
+
+PropertyList::PropertyList(Date date) {
+  Node* node = Node::allocate(Kind::date, 0, 0);
+  node->scalar.real = date.secondsSinceReference;
+  *this = PropertyListAccess::adopt(node);
+}
+
+PropertyList PropertyList::boolean(bool value) {
+  return PropertyListAccess::inlineNumber(NumberKind::boolean, value ? 1 : 0);
+}
+
+PropertyList PropertyList::integer(std::int64_t value) {
+  if (PropertyListAccess::fitsInline(value)) {
+    return PropertyListAccess::inlineNumber(NumberKind::signedInteger, value);
+  }
+  Node* node = Node::allocate(Kind::number, 0, 0);
+  node->numberKind = NumberKind::signedInteger;
+  node->scalar.signedInteger = value;
+  return PropertyListAccess::adopt(node);
+}
+
+PropertyList PropertyList::unsignedInteger(std::uint64_t value) {
+  if (value <= static_cast<std::uint64_t>(PropertyListAccess::kInlineMaximum)) {
+    return PropertyListAccess::inlineNumber(NumberKind::unsignedInteger, static_cast<std::int64_t>(value));
+  }
+  Node* node = Node::allocate(Kind::number, 0, 0);
+  node->numberKind = NumberKind::unsignedInteger;
+  node->scalar.unsignedInteger = value;
+  return PropertyListAccess::adopt(node);
+}
+
+PropertyList PropertyList::real(double value) {
+  Node* node = Node::allocate(Kind::number, 0, 0);
+  node->numberKind = NumberKind::real;
+  node->scalar.real = value;
+  return PropertyListAccess::adopt(node);
+}
+
+PropertyList PropertyList::data(BytesView bytes) {
+  Node* node = Node::allocate(Kind::data, bytes.size(), bytes.size());
+  std::copy(bytes.begin(), bytes.end(), reinterpret_cast<std::uint8_t*>(node->bytes()));
+  return PropertyListAccess::adopt(node);
+}
+
+PropertyList PropertyList::array(Array elements) {
+  Node* node = Node::allocate(Kind::array, elements.size(), elements.size() * sizeof(PropertyList));
+  std::uninitialized_move(elements.begin(), elements.end(), node->handles());
+  return PropertyListAccess::adopt(node);
+}
+
+PropertyList PropertyList::dictionary(Entries entries) {
+  std::erase_if(entries,
+                [](const Entry& entry) { return !entry.first.isString() || entry.second.isAbsent(); });
+  std::vector<std::uint32_t> order;
+  if (entries.size() <= Node::kLinearLookUp) {
+    for (std::size_t i = 1; i < entries.size();) {
+      const auto sameKey = [&](const Entry& entry) {
+        return entry.first.string() == entries[i].first.string();
+      };
+      const auto here = entries.begin() + static_cast<std::ptrdiff_t>(i);
+      if (std::any_of(entries.begin(), here, sameKey)) {
+        entries.erase(here);
+      } else {
+        ++i;
+      }
+    }
+  } else {
+    order = PropertyListAccess::uniqueOrder(entries);
+  }
+  const std::size_t count = entries.size();
+  Node* node = Node::allocate(Kind::dictionary, count,
+                              2 * count * sizeof(PropertyList) + order.size() * sizeof(std::uint32_t));
+  PropertyList* handle = node->handles();
+  for (Entry& entry : entries) {
+    new (handle++) PropertyList(std::move(entry.first));
+    new (handle++) PropertyList(std::move(entry.second));
+  }
+  std::copy(order.begin(), order.end(), node->order());
+  return PropertyListAccess::adopt(node);
+}
+
+// Drops the later ones of entries with one key, in place, and answers the positions of the rest in the order
+// of their keys.
+std::vector<std::uint32_t> PropertyListAccess::uniqueOrder(PropertyList::Entries& entries) {
+  std::vector<std::uint32_t> order(entries.size());
+  for (std::size_t i = 0; i < order.size(); ++i) {
+    order[i] = static_cast<std::uint32_t>(i);
+  }
+  const auto key = [&](std::uint32_t position) { return entries[position].first.string(); };
+  const auto byKey = [&](std::uint32_t a, std::uint32_t b) { return key(a) < key(b); };
+  std::stable_sort(order.begin(), order.end(), byKey);
+  bool dropped = false;
+  for (std::size_t i = 1, kept = 0; i < order.size(); ++i) {
+    if (key(order[i]) == key(order[kept])) {
+      entries[order[i]].second = PropertyList();
+      dropped = true;
+    } else {
+      kept = i;
+    }
+  }
+  if (dropped) {
+    std::erase_if(entries, [](const PropertyList::Entry& entry) { return entry.second.isAbsent(); });
+    return uniqueOrder(entries);
+  }
+  return entries.size() > Node::kLinearLookUp ? order : std::vector<std::uint32_t>();
+}
+
+// --- Asking values ---
+
+PropertyList::Kind PropertyList::kind() const noexcept {
+  if (PropertyListAccess::isInline(*this)) {
+    return Kind::number;
+  }
+  const Node* node = PropertyListAccess::node(*this);
+  return node == nullptr ? Kind::absent : node->kind;
+}
+
+PropertyList::NumberKind PropertyList::numberKind() const noexcept {
+  if (PropertyListAccess::isInline(*this)) {
+    return PropertyListAccess::inlineKind(*this);
+  }
+  return isNumber() ? PropertyListAccess::node(*this)->numberKind : NumberKind::boolean;
+}
+
+std::string_view PropertyList::string() const noexcept {
+  if (!isString()) {
+    return {"", 0};
+  }
+  const Node* node = PropertyListAccess::node(*this);
+  return {node->bytes(), node->count};
+}
+
+BytesView PropertyList::data() const noexcept {
+  if (!isData()) {
+    return {};
+  }
+  const Node* node = PropertyListAccess::node(*this);
+  return {reinterpret_cast<const std::uint8_t*>(node->bytes()), node->count};
+}
+
+Date PropertyList::date() const noexcept {
+  return isDate() ? Date{PropertyListAccess::node(*this)->scalar.real} : Date{};
+}
+
+std::int64_t PropertyList::integerBits() const noexcept {
+  if (PropertyListAccess::isInline(*this)) {
+    return PropertyListAccess::inlineValue(*this);
+  }
+  if (!isNumber()) {
+    return 0;
+  }
+  const Node* node = PropertyListAccess::node(*this);
+  return node->numberKind == NumberKind::real ? truncated<std::int64_t>(node->scalar.real)
+                                              : node->scalar.signedInteger;
+}
+
+// A real saturates at the type's own limits, where an integer is reduced modulo the width.
+template <class Integer>
+Integer PropertyList::integerAs() const noexcept {
+  if (isNumber() && numberKind() == NumberKind::real) {
+    return truncated<Integer>(PropertyListAccess::node(*this)->scalar.real);
+  }
+  return static_cast<Integer>(integerBits());
+}
+
+signed char PropertyList::charValue() const noexcept { return integerAs<signed char>(); }
+unsigned char PropertyList::unsignedCharValue() const noexcept { return integerAs<unsigned char>(); }
+short PropertyList::shortValue() const noexcept { return integerAs<short>(); }
+unsigned short PropertyList::unsignedShortValue() const noexcept { return integerAs<unsigned short>(); }
+std::uint32_t PropertyList::unsignedIntValue() const noexcept { return integerAs<std::uint32_t>(); }
+long PropertyList::longValue() const noexcept { return integerAs<long>(); }
+unsigned long PropertyList::unsignedLongValue() const noexcept { return integerAs<unsigned long>(); }
+std::uint64_t PropertyList::unsignedLongLongValue() const noexcept { return integerAs<std::uint64_t>(); }
+
+std::int32_t PropertyList::intValue() const noexcept {
+  if (isString()) {
+    constexpr std::int64_t lowest = std::numeric_limits<std::int32_t>::min();
+    constexpr std::int64_t highest = std::numeric_limits<std::int32_t>::max();
+    return static_cast<std::int32_t>(std::clamp(integerFromText(string()), lowest, highest));
+  }
+  return integerAs<std::int32_t>();
+}
+
+std::int64_t PropertyList::longLongValue() const noexcept {
+  return isString() ? integerFromText(string()) : integerAs<std::int64_t>();
+}
+
+double PropertyList::doubleValue() const noexcept {
+  if (isString()) {
+    return PropertyListAccess::realFromText(string());
+  }
+  if (!isNumber()) {
+    return 0;
+  }
+  switch (numberKind()) {
+    case NumberKind::real:
+      return PropertyListAccess::node(*this)->scalar.real;
+    case NumberKind::unsignedInteger:
+      return static_cast<double>(static_cast<std::uint64_t>(integerBits()));
+    default:
+      return static_cast<double>(integerBits());
+  }
+}
+
+float PropertyList::floatValue() const noexcept {
+  const double value = doubleValue();
+  constexpr double highest = std::numeric_limits<float>::max();
+  // Beyond the range of float the conversion would be undefined; infinity is what it comes to.
+  if (value > highest) {
+    return std::numeric_limits<float>::infinity();
+  }
+  return value < -highest ? -std::numeric_limits<float>::infinity() : static_cast<float>(value);
+}
+
+bool PropertyList::boolValue() const noexcept {
+  if (isString()) {
+    return booleanFromText(string());
+  }
+  if (isNumber() && numberKind() == NumberKind::real) {
+    return PropertyListAccess::node(*this)->scalar.real != 0;
+  }
+  return integerBits() != 0;
+}
+
+std::size_t PropertyList::count() const noexcept {
+  return isArray() || isDictionary() ? PropertyListAccess::node(*this)->count : 0;
+}
+
+PropertyList PropertyList::operator[](std::size_t index) const noexcept {
+  return isArray() && index < count() ? PropertyListAccess::node(*this)->handles()[index] : PropertyList();
+}
+
+PropertyList PropertyList::operator[](std::string_view key) const noexcept {
+  if (!isDictionary()) {
+    return {};
+  }
+  const PropertyList* value = PropertyListAccess::node(*this)->find(key);
+  return value == nullptr ? PropertyList() : *value;
+}
+
+PropertyList::Entry PropertyList::entry(std::size_t index) const noexcept {
+  if (!isDictionary() || index >= count()) {
+    return {};
+  }
+  const PropertyList* handles = PropertyListAccess::node(*this)->handles();
+  return {handles[2 * index], handles[2 * index + 1]};
+}
+
+const PropertyList* PropertyListNode::find(std::string_view key) const noexcept {
+  const PropertyList* entries = handles();
+  if (count <= kLinearLookUp) {
+    for (std::size_t i = 0; i < count; ++i) {
+      if (entries[2 * i].string() == key) {
+        return &entries[2 * i + 1];
+      }
+    }
+    return nullptr;
+  }
+  const std::uint32_t* first = order();
+  const std::uint32_t* last = first + count;
+  const std::uint32_t* found =
+      std::lower_bound(first, last, key, [&](std::uint32_t position, std::string_view wanted) {
+        return entries[2 * position].string() < wanted;
+      });
+  return found != last && entries[2 * *found].string() == key ? &entries[2 * *found + 1] : nullptr;
+}
+
+// --- Comparing values ---
+
+namespace {
+
+bool sameNumbers(const PropertyList& a, const PropertyList& b) noexcept {
+  using NumberKind = PropertyList::NumberKind;
+  const bool aReal = a.numberKind() == NumberKind::real;
+  const bool bReal = b.numberKind() == NumberKind::real;
+  if (aReal || bReal) {
+    return a.doubleValue() == b.doubleValue();
+  }
+  // The bits of an unsigned number above the signed range look negative.
+  const auto aboveSigned = [](const PropertyList& number) {
+    return number.numberKind() == NumberKind::unsignedInteger && number.longLongValue() < 0;
+  };
+  return a.longLongValue() == b.longLongValue() && aboveSigned(a) == aboveSigned(b);
+}
+
+bool sameSort(const PropertyList& a, const PropertyList& b) noexcept {
+  using NumberKind = PropertyList::NumberKind;
+  const auto sort = [](const PropertyList& number) {
+    return number.numberKind() == NumberKind::unsignedInteger ? NumberKind::signedInteger
+                                                              : number.numberKind();
+  };
+  return sort(a) == sort(b);
+}
+
+bool sameScalars(const PropertyList& a, const PropertyList& b, bool strict) noexcept {
+  switch (a.kind()) {
+    case PropertyList::Kind::string:
+      return a.string() == b.string();
+    case PropertyList::Kind::number:
+      return sameNumbers(a, b) && (!strict || sameSort(a, b));
+    case PropertyList::Kind::date:
+      return a.date() == b.date();
+    case PropertyList::Kind::data:
+      return std::equal(a.data().begin(), a.data().end(), b.data().begin(), b.data().end());
+    default:
+      return true;
+  }
+}
+
+using NodePair = std::pair<const Node*, const Node*>;
+
+struct HashNodePair {
+  std::size_t operator()(const NodePair& pair) const noexcept {
+    return std::hash<const void*>()(pair.first) * 31 + std::hash<const void*>()(pair.second);
+  }
+};
+
+// Compares without recursion. Containers that are shared within a value are compared once a pair, so that a
+// value whose text form would be endless still compares in time that is proportional to what is stored.
+bool sameValues(const PropertyList& first, const PropertyList& second, bool strict) {
+  std::vector<std::pair<const PropertyList*, const PropertyList*>> work = {{&first, &second}};
+  std::unordered_set<NodePair, HashNodePair> seen;
+  while (!work.empty()) {
+    const auto [a, b] = work.back();
+    work.pop_back();
+    const Node* aNode = PropertyListAccess::node(*a);
+    const Node* bNode = PropertyListAccess::node(*b);
+    if (aNode == bNode && aNode != nullptr) {
+      continue;
+    }
+    if (a->kind() != b->kind()) {
+      return false;
+    }
+    if (!a->isArray() && !a->isDictionary()) {
+      if (!sameScalars(*a, *b, strict)) {
+        return false;
+      }
+      continue;
+    }
+    if (aNode->count != bNode->count) {
+      return false;
+    }
+    if ((aNode->isShared() || bNode->isShared()) && !seen.emplace(aNode, bNode).second) {
+      continue;
+    }
+    for (std::size_t i = 0; i < aNode->count; ++i) {
+      if (a->isArray()) {
+        work.emplace_back(&aNode->handles()[i], &bNode->handles()[i]);
+        continue;
+      }
+      const PropertyList* other = bNode->find(aNode->handles()[2 * i].string());
+      if (other == nullptr) {
+        return false;
+      }
+      work.emplace_back(&aNode->handles()[2 * i + 1], other);
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+bool PropertyList::operator==(const PropertyList& other) const { return sameValues(*this, other, false); }
+
+bool PropertyList::identical(const PropertyList& other) const { return sameValues(*this, other, true); }
+
+}  // namespace keldane

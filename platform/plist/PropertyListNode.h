@@ -1,0 +1,101 @@
+// How property-list values lie in memory; for the files of this folder only.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "platform/plist/PropertyList.h"
+
+namespace keldane {
+
+/// The shared part of a value that does not fit the handle. Counted; freed when the last reference goes. What
+/// follows the header in the same allocation depends on the kind: text and a NUL, bytes, the handles of the
+/// elements, or the handles key, value, key, value … and, for dictionaries too large to be searched one by
+/// one, the positions of the entries in the order of their keys.
+struct PropertyListNode {
+  static constexpr std::size_t kLinearLookUp = 16;
+
+  PropertyListNode(PropertyList::Kind nodeKind, std::size_t nodeCount) : kind(nodeKind), count(nodeCount) {}
+
+  static PropertyListNode* allocate(PropertyList::Kind kind, std::size_t count, std::size_t payload);
+  static void destroy(PropertyListNode* node) noexcept;
+
+  void addReference() const noexcept { references.fetch_add(1, std::memory_order_relaxed); }
+  /// Whether that was the last one.
+  bool dropReference() const noexcept { return references.fetch_sub(1, std::memory_order_acq_rel) == 1; }
+  bool isShared() const noexcept { return references.load(std::memory_order_relaxed) > 1; }
+
+  char* bytes() noexcept { return reinterpret_cast<char*>(this + 1); }
+  const char* bytes() const noexcept { return reinterpret_cast<const char*>(this + 1); }
+  PropertyList* handles() noexcept { return reinterpret_cast<PropertyList*>(this + 1); }
+  const PropertyList* handles() const noexcept { return reinterpret_cast<const PropertyList*>(this + 1); }
+  std::size_t handleCount() const noexcept {
+    return kind == PropertyList::Kind::array ? count : kind == PropertyList::Kind::dictionary ? 2 * count : 0;
+  }
+  std::uint32_t* order() noexcept { return reinterpret_cast<std::uint32_t*>(handles() + 2 * count); }
+  const std::uint32_t* order() const noexcept {
+    return reinterpret_cast<const std::uint32_t*>(handles() + 2 * count);
+  }
+  /// The value under a key of a dictionary; null when there is none.
+  const PropertyList* find(std::string_view key) const noexcept;
+
+  mutable std::atomic<std::uint32_t> references = 1;
+  const PropertyList::Kind kind;
+  PropertyList::NumberKind numberKind = PropertyList::NumberKind::boolean;
+  /// Elements, entries, or bytes of text or data.
+  const std::size_t count;
+  union {
+    std::int64_t signedInteger;
+    std::uint64_t unsignedInteger;
+    double real;
+  } scalar = {0};
+  PropertyListNode* nextDead = nullptr;
+};
+
+/// The handle's one word: 0 is absent, an even number the address of a node, an odd one a small integer or
+/// boolean that needs none: bit 0 set, bits 1 and 2 its kind, the rest its value.
+class PropertyListAccess {
+ public:
+  static constexpr int kInlineShift = 3;
+  static constexpr std::int64_t kInlineMaximum = INT64_MAX >> kInlineShift;
+  static constexpr std::int64_t kInlineMinimum = INT64_MIN >> kInlineShift;
+
+  static bool isInline(const PropertyList& value) noexcept { return (value.bits_ & 1) != 0; }
+  static const PropertyListNode* node(const PropertyList& value) noexcept {
+    return isInline(value) ? nullptr : reinterpret_cast<const PropertyListNode*>(value.bits_);
+  }
+  /// Leaves the handle absent and its reference with the caller.
+  static const PropertyListNode* takeNode(PropertyList& value) noexcept {
+    const PropertyListNode* taken = node(value);
+    value.bits_ = 0;
+    return taken;
+  }
+  /// Takes over the caller's reference.
+  static PropertyList adopt(const PropertyListNode* node) noexcept {
+    PropertyList value;
+    value.bits_ = reinterpret_cast<std::uintptr_t>(node);
+    return value;
+  }
+
+  static constexpr bool fitsInline(std::int64_t value) noexcept {
+    return value >= kInlineMinimum && value <= kInlineMaximum;
+  }
+  static PropertyList inlineNumber(PropertyList::NumberKind kind, std::int64_t number) noexcept {
+    PropertyList value;
+    value.bits_ =
+        (static_cast<std::uintptr_t>(number) << kInlineShift) | (static_cast<std::uintptr_t>(kind) << 1) | 1U;
+    return value;
+  }
+  static PropertyList::NumberKind inlineKind(const PropertyList& value) noexcept {
+    return static_cast<PropertyList::NumberKind>((value.bits_ >> 1) & 3U);
+  }
+  static std::int64_t inlineValue(const PropertyList& value) noexcept {
+    return static_cast<std::int64_t>(value.bits_) >> kInlineShift;
+  }
+
+  static std::vector<std::uint32_t> uniqueOrder(PropertyList::Entries& entries);
+  /// The number that decimal text begins with, whatever the user's locale; 0 when there is none.
+  static double realFromText(std::string_view text) noexcept;
+};
+
+}  // namespace keldane
