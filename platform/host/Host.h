@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -46,7 +47,7 @@ class Host {
   Host();
   ~Host();
   struct State;
-  State* state_;
+  std::unique_ptr<State> state_;
 };
 
 /// The application object inside the host. There is one or none; it has no operations that a plug-in needs.

@@ -15,6 +15,9 @@ class Exception : public std::runtime_error {
   const std::string& name() const { return name_; }
   const std::string& reason() const { return reason_; }
 
+ protected:
+  Exception(const std::string& name, const std::string& reason, const std::string& text);
+
  private:
   std::string name_, reason_;
 };
@@ -30,10 +33,10 @@ class AssertionFailure : public Exception {
   const std::string& method() const { return method_; }
   const std::string& file() const { return file_; }
   int line() const { return line_; }
-  const std::string& description() const { return description_; }
+  const std::string& description() const { return reason(); }
 
  private:
-  std::string method_, file_, description_;
+  std::string method_, file_;
   int line_;
 };
 

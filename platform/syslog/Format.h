@@ -19,7 +19,7 @@ class FormatArgument {
   using Value = std::variant<std::int64_t, std::uint64_t, double, std::string, PropertyList>;
 
   template <std::signed_integral Integer>
-  FormatArgument(Integer value) : value_(static_cast<std::int64_t>(value)) {}
+  FormatArgument(Integer value) : value_(static_cast<std::int64_t>(value)), width_(sizeof(Integer)) {}
   template <std::unsigned_integral Integer>
   FormatArgument(Integer value) : value_(static_cast<std::uint64_t>(value)) {}
   template <std::floating_point Real>
@@ -31,9 +31,12 @@ class FormatArgument {
   FormatArgument(PropertyList object) : value_(std::move(object)) {}
 
   const Value& value() const { return value_; }
+  /// The bits that a signed integer had before it was widened, for the conversions that print it as unsigned.
+  std::uint64_t mask() const { return UINT64_MAX >> (64 - 8 * width_); }
 
  private:
   Value value_;
+  std::size_t width_ = 8;
 };
 
 /// Fills a format: %@ %s %d %i %u %x %X %o %c %f %e %g %% with flags, width, precision and the lengths h, hh,

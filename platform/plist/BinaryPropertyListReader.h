@@ -1,0 +1,17 @@
+// The binary property-list format, version 00, as bytes that anybody may have made.
+#pragma once
+
+#include "platform/plist/PropertyList.h"
+
+namespace keldane {
+
+inline constexpr std::string_view kBinaryPropertyListMagic = "bplist00";
+
+/// The value in `bytes`; throws PropertyListError. Every offset and count is checked against the bytes that
+/// are there before anything is allocated for it. An object that is referred to from several places is read
+/// once and shared. Refused: reference cycles, nesting beyond the limit, sets and UIDs, null objects, keys
+/// that are no strings, integers beyond 64 bits. Bytes above 127 in an ASCII string read as U+FFFD, lone
+/// surrogates too.
+PropertyList readBinaryPropertyList(BytesView bytes);
+
+}  // namespace keldane

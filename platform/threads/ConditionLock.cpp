@@ -1,0 +1,60 @@
+#include "platform/threads/ConditionLock.h"
+
+namespace keldane {
+
+void ConditionLock::lock() {
+  std::unique_lock guard(mutex_);
+  changed_.wait(guard, [this] { return !held_; });
+  held_ = true;
+}
+
+void ConditionLock::lockWhenCondition(int condition) {
+  std::unique_lock guard(mutex_);
+  changed_.wait(guard, [&] { return !held_ && condition_ == condition; });
+  held_ = true;
+}
+
+bool ConditionLock::lockWhenCondition(int condition, const std::function<bool()>& cancelled) {
+  std::unique_lock guard(mutex_);
+  bool givenUp = false;
+  changed_.wait(guard, [&] {
+    givenUp = cancelled();
+    return givenUp || (!held_ && condition_ == condition);
+  });
+  held_ = held_ || !givenUp;
+  return !givenUp;
+}
+
+bool ConditionLock::lockWhenCondition(int condition, std::chrono::steady_clock::time_point limit) {
+  std::unique_lock guard(mutex_);
+  if (!changed_.wait_until(guard, limit, [&] { return !held_ && condition_ == condition; })) {
+    return false;
+  }
+  held_ = true;
+  return true;
+}
+
+void ConditionLock::unlock() {
+  const std::lock_guard guard(mutex_);
+  held_ = false;
+  changed_.notify_all();
+}
+
+void ConditionLock::unlockWithCondition(int condition) {
+  const std::lock_guard guard(mutex_);
+  condition_ = condition;
+  held_ = false;
+  changed_.notify_all();
+}
+
+void ConditionLock::wake() {
+  const std::lock_guard guard(mutex_);
+  changed_.notify_all();
+}
+
+int ConditionLock::condition() const {
+  const std::lock_guard guard(mutex_);
+  return condition_;
+}
+
+}  // namespace keldane
