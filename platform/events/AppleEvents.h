@@ -31,14 +31,14 @@ OSErr AECreateDesc(DescType type, const void* data, std::size_t size, AEDesc* re
 OSErr AEDuplicateDesc(const AEDesc* desc, AEDesc* result);
 /// Null descriptors are fine; the descriptor is null afterwards.
 OSErr AEDisposeDesc(AEDesc* desc);
-/// A new descriptor of type `toType`, or -1700.
+/// A new descriptor of type `toType`, or -1700. A list of one item is coerced as that item.
 OSErr AECoerceDesc(const AEDesc* desc, DescType toType, AEDesc* result);
 std::size_t AEGetDescDataSize(const AEDesc* desc);
 OSErr AEGetDescData(const AEDesc* desc, void* data, std::size_t maximumSize);
 
 /// `factoringPtr` and `factoredSize` are there for the interface's sake and must be null and 0.
 OSErr AECreateList(const void* factoringPtr, std::size_t factoredSize, bool isRecord, AEDescList* result);
-/// For lists and records; -1704 for anything else, with the count untouched.
+/// For lists and records; -1703 for anything else, with the count untouched.
 OSErr AECountItems(const AEDescList* list, std::int32_t* count);
 /// Index 0 appends, 1…count replaces; -1701 beyond.
 OSErr AEPutPtr(AEDescList* list, std::int32_t index, DescType type, const void* data, std::size_t size);

@@ -50,6 +50,8 @@ class FileURL {
   /// The POSIX path, without a trailing slash.
   const std::string& path() const { return path_; }
   std::string string() const;
+  /// The URL text of a path whatever its bytes, text or not.
+  static std::string escaped(std::string_view path);
 
  private:
   explicit FileURL(std::string path, bool isDirectory) : path_(std::move(path)), isDirectory_(isDirectory) {}

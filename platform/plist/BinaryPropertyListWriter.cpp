@@ -138,7 +138,7 @@ class Writer {
   }
 
   void putMarker(std::uint8_t kind, std::size_t count) {
-    bytes_.push_back(static_cast<std::uint8_t>(kind << 4 | std::min<std::size_t>(count, 0x0F)));
+    bytes_.push_back(static_cast<std::uint8_t>(std::size_t{kind} << 4 | std::min<std::size_t>(count, 0x0F)));
     if (count >= 0x0F) {
       putUnsigned(count);
     }

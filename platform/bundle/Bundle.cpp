@@ -1,0 +1,158 @@
+#include "platform/bundle/Bundle.h"
+
+#include <dlfcn.h>
+
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <vector>
+
+#include "platform/bundle/Languages.h"
+#include "platform/files/FileContents.h"
+#include "platform/plist/PropertyListSerialization.h"
+#include "platform/syslog/SystemLog.h"
+
+namespace keldane {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/// A dictionary from a file; empty when there is none, with a log line when there is one that cannot be used.
+PropertyList readDictionary(const fs::path& file) {
+  int error = 0;
+  const std::optional<Bytes> bytes = readFile(file.string(), &error);
+  if (!bytes) {
+    if (error != ENOENT && error != ENOTDIR) {
+      systemLog("%s cannot be read: error %d", file.string(), error);
+    }
+    return PropertyList::dictionary({});
+  }
+  std::string reason;
+  PropertyList value = PropertyListSerialization::propertyListFromData(*bytes, &reason);
+  if (!value.isDictionary()) {
+    systemLog("%s is no dictionary: %s", file.string(),
+              reason.empty() ? "it holds another kind of value" : reason);
+    return PropertyList::dictionary({});
+  }
+  return value;
+}
+
+struct Registry {
+  std::mutex mutex;
+  std::map<fs::path, std::shared_ptr<Bundle>> bundles;  // guarded by mutex
+  std::shared_ptr<Bundle> main;                         // guarded by mutex; null until asked for or set
+};
+
+Registry& registry() {
+  static Registry& instance = *new Registry;
+  return instance;
+}
+
+/// "X/Contents/Linux/module" lies in the bundle X.
+fs::path bundleAround(const fs::path& module) {
+  const fs::path contents = module.parent_path().parent_path();
+  return module.parent_path().filename() == "Linux" && contents.filename() == "Contents"
+             ? contents.parent_path()
+             : fs::path();
+}
+
+}  // namespace
+
+std::shared_ptr<Bundle> Bundle::bundleWithPath(const fs::path& path) {
+  std::error_code error;
+  const fs::path canonical = fs::canonical(path, error);
+  if (error || !fs::is_directory(canonical, error)) {
+    return nullptr;
+  }
+  const std::lock_guard guard(registry().mutex);
+  std::shared_ptr<Bundle>& bundle = registry().bundles[canonical];
+  if (!bundle) {
+    bundle.reset(new Bundle(canonical));
+  }
+  return bundle;
+}
+
+std::shared_ptr<Bundle> Bundle::mainBundle() {
+  {
+    const std::lock_guard guard(registry().mutex);
+    if (registry().main) {
+      return registry().main;
+    }
+  }
+  std::error_code error;
+  const fs::path executable = fs::read_symlink("/proc/self/exe", error);
+  const fs::path around = bundleAround(executable);
+  std::shared_ptr<Bundle> bundle = bundleWithPath(around.empty() ? executable.parent_path() : around);
+  if (!bundle) {
+    bundle.reset(new Bundle(fs::path()));  // an executable whose folder is gone has an empty bundle
+  }
+  const std::lock_guard guard(registry().mutex);
+  if (!registry().main) {
+    registry().main = std::move(bundle);
+  }
+  return registry().main;
+}
+
+void Bundle::setMainBundle(std::shared_ptr<Bundle> bundle) {
+  const std::lock_guard guard(registry().mutex);
+  registry().main = std::move(bundle);
+}
+
+std::shared_ptr<Bundle> Bundle::bundleForClass(const void* addressInClass) {
+  Dl_info info{};
+  if (dladdr(addressInClass, &info) != 0 && info.dli_fname != nullptr) {
+    std::error_code error;
+    const fs::path around = bundleAround(fs::canonical(info.dli_fname, error));
+    if (std::shared_ptr<Bundle> bundle = around.empty() ? nullptr : bundleWithPath(around)) {
+      return bundle;
+    }
+  }
+  return mainBundle();
+}
+
+fs::path Bundle::executablePath() const {
+  const PropertyList name = objectForInfoDictionaryKey("CFBundleExecutable");
+  const fs::path file(name.string());
+  // A plain name: the module lies in the bundle and nowhere else.
+  return file.empty() || file != file.filename() || file == ".." ? fs::path()
+                                                                 : path_ / "Contents" / "Linux" / file;
+}
+
+const PropertyList& Bundle::infoDictionary() const {
+  const std::lock_guard guard(mutex_);
+  if (!infoRead_) {
+    info_ = readDictionary(path_ / "Contents" / "Info.plist");
+    if (info_.count() == 0) {
+      info_ = readDictionary(path_ / "Info.plist");
+    }
+    infoRead_ = true;
+  }
+  return info_;
+}
+
+PropertyList Bundle::objectForInfoDictionaryKey(std::string_view key) const { return infoDictionary()[key]; }
+
+PropertyList Bundle::table(const std::string& name) const {
+  for (const std::string& language : preferredLanguages()) {
+    const fs::path file = path_ / "Contents" / "Resources" / (language + ".lproj") / (name + ".strings");
+    const std::lock_guard guard(mutex_);
+    const auto found = tables_.find(file.string());
+    if (found != tables_.end()) {
+      return found->second;
+    }
+    std::error_code error;
+    if (fs::exists(file, error)) {
+      return tables_.emplace(file.string(), readDictionary(file)).first->second;
+    }
+  }
+  return PropertyList::dictionary({});
+}
+
+std::string Bundle::localizedStringForKey(std::string_view key, std::string_view value,
+                                          std::string_view table) const {
+  const PropertyList text = this->table(table.empty() ? "Localizable" : std::string(table))[key];
+  return std::string(text.isString() ? text.string() : value.empty() ? key : value);
+}
+
+}  // namespace keldane

@@ -1,0 +1,35 @@
+// What lies behind a descriptor's handle; for the files of this folder only.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "platform/events/AppleEvents.h"
+#include "platform/objects/CFObjects.h"
+#include "platform/plist/PropertyList.h"
+
+namespace keldane {
+
+struct DescriptorContent;
+
+/// One item of a list or record; the keyword is '****' in a list.
+struct DescriptorItem {
+  AEKeyword keyword = typeWildCard;
+  DescType type = typeNull;
+  std::shared_ptr<const DescriptorContent> content;
+};
+
+/// The immutable content of a descriptor, shared by its copies: a copy of a list costs one count, whatever it
+/// holds. A 'cfst' has its reference here, which lives as long as the last copy.
+struct DescriptorContent {
+  Bytes data;
+  CFOwner<CFStringRef> string;
+  std::vector<DescriptorItem> items;
+  int depth = 0;  ///< levels of lists and records in it; bounded, so that freeing them is
+};
+
+}  // namespace keldane
+
+struct AEDataStorageRecord {
+  std::shared_ptr<const keldane::DescriptorContent> content;
+};

@@ -1,0 +1,90 @@
+#include "platform/preferences/Preferences.h"
+
+#include <map>
+#include <mutex>
+
+#include "platform/files/UserFolders.h"
+#include "platform/preferences/PreferencesFile.h"
+
+namespace keldane {
+
+namespace {
+
+/// What this process knows of a domain.
+struct Domain {
+  bool read = false;
+  PropertyList stored;                          ///< what the file held when it was last read
+  std::map<std::string, PropertyList> pending;  ///< set here and not yet written; absent: to be removed
+};
+
+struct Store {
+  std::mutex mutex;
+  std::map<std::string, Domain> domains;  // guarded by mutex
+};
+
+Store& store() {
+  static Store& instance = *new Store;
+  return instance;
+}
+
+// A domain becomes a file name.
+bool isDomainName(const std::string& domain) {
+  return !domain.empty() && domain.front() != '.' && domain.find('/') == std::string::npos &&
+         domain.find('\0') == std::string::npos && domain.size() <= 200;
+}
+
+}  // namespace
+
+std::filesystem::path Preferences::fileForDomain(const std::string& domain) {
+  return configurationFolder() / (domain + ".plist");
+}
+
+PropertyList Preferences::copyValue(const std::string& key, const std::string& domain) {
+  if (!isDomainName(domain)) {
+    return {};
+  }
+  const std::lock_guard guard(store().mutex);
+  Domain& known = store().domains[domain];
+  const auto pending = known.pending.find(key);
+  if (pending != known.pending.end()) {
+    return pending->second;
+  }
+  if (!known.read) {
+    known.read = PreferencesFile(fileForDomain(domain)).read(known.stored);
+  }
+  return known.stored[key];
+}
+
+void Preferences::setValue(const std::string& key, const PropertyList& value, const std::string& domain) {
+  if (!isDomainName(domain)) {
+    return;
+  }
+  const std::lock_guard guard(store().mutex);
+  store().domains[domain].pending[key] = value;
+}
+
+bool Preferences::synchronize(const std::string& domain) {
+  if (!isDomainName(domain)) {
+    return false;
+  }
+  const std::lock_guard guard(store().mutex);
+  Domain& known = store().domains[domain];
+  PreferencesFile file(fileForDomain(domain));
+  if (known.pending.empty()) {
+    known.read = file.read(known.stored);
+    return known.read;
+  }
+  if (!file.merge(known.pending, known.stored)) {
+    return false;
+  }
+  known.pending.clear();
+  known.read = true;
+  return true;
+}
+
+void Preferences::forget() {
+  const std::lock_guard guard(store().mutex);
+  store().domains.clear();
+}
+
+}  // namespace keldane
