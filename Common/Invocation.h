@@ -4,6 +4,7 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 #include <tuple>
 #include <type_traits>
@@ -33,7 +34,7 @@ class RawValue {
     if constexpr (Code == '@') {
       raw.object_ = value;
     } else {
-      *static_cast<RawType<Code>*>(raw.buffer()) = value;
+      std::memcpy(raw.storage_, &value, sizeof(value));
     }
     return raw;
   }
@@ -53,23 +54,20 @@ class RawValue {
   }
 
   char code() const { return code_; }
+
+  /// The value as the type of `Code`: a request carries the sender's type codes, not the method's, so what
+  /// another one meant is converted. No value at all reads as zero or absent.
   template <char Code>
   RawType<Code> as() const {
-    if constexpr (Code == 'v') {
-      return;
-    } else if constexpr (Code == '@') {
-      return code_ == '@' ? object_ : encoded();
-    } else {
-      if (code_ == Code) {
-        return *static_cast<const RawType<Code>*>(buffer());
-      }
-      // The sender's type codes stand in a request, not the method's: what it meant is converted.
-      const char type[] = {Code, '\0'};
+    if constexpr (Code == '@') {
+      return code_ == '@' ? object_ : code_ == 'v' ? PropertyList() : encoded();
+    } else if constexpr (Code != 'v') {
       RawType<Code> value{};
-      if constexpr (Code != '*') {
-        if (code_ != 'v') {
-          decodeObject(encoded(), type, &value);
-        }
+      if (code_ == Code) {
+        std::memcpy(&value, storage_, sizeof(value));
+      } else if (Code != '*' && code_ != 'v') {
+        const char type[] = {Code, '\0'};
+        decodeObject(encoded(), type, &value);
       }
       return value;
     }

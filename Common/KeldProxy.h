@@ -4,9 +4,9 @@
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <string_view>
-#include <vector>
 
 #include "Common/DaemonProtocol.h"
 #include "Common/Invocation.h"
@@ -54,9 +54,39 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
   bool processData(const Bytes* payload, std::int32_t type) override;
   void socketClosing() override;
 
-  /// Lets go of the socket, which it does not close, and of the receive thread; a caller that is waiting goes
-  /// on waiting.
+  /// Lets go of the socket, which it does not close, and of a receive thread that waits to hand over a
+  /// result. A caller that is waiting goes on waiting: only an answer or the failure signal releases it.
   void close();
+
+ private:
+  struct QueuedCall {
+    std::weak_ptr<InvocationTarget> target;
+    Invocation invocation;
+  };
+
+  KeldaneProxy() = default;
+  std::shared_ptr<KeldaneSocket> socket() const;
+  void sendFrame(std::int32_t type, const Bytes* payload);
+  void processResponse(const Bytes* payload);
+  void processFailure();
+  void processInvocationArgs(const PropertyList& request);
+  void performDirectly(InvocationTarget& target, Invocation& invocation);
+  void handlePortMessage(std::uint32_t messageId);
+
+  mutable Mutex membersMutex_;  // a leaf: held for copying a member only
+  std::shared_ptr<KeldaneSocket> socket_ KELDANE_GUARDED_BY(membersMutex_);
+  std::atomic<const Protocol*> protocol_ = nullptr;
+  Mutex socketLock_;             // keeps the four pieces of a message together
+  ConditionLock resultCond_{0};  // 1: a result, or a failure, waits for the caller
+  std::atomic<bool> waitingOnResult_ = false;
+  PropertyList resultObject_ KELDANE_GUARDED_BY(resultCond_);
+  std::weak_ptr<InvocationTarget> delegate_ KELDANE_GUARDED_BY(membersMutex_);
+  std::atomic<bool> callDelegateOnMainThread_ = false;
+  Mutex forwardingLock_;  // one outgoing call at a time, and none while a request is performed directly
+  std::deque<QueuedCall> invocationQueue_ KELDANE_GUARDED_BY(invocationLock_);
+  Mutex invocationLock_;
+  std::unique_ptr<MessagePort> invocationPort_;
+  std::atomic<bool> closing_ = false;
 };
 
 }  // namespace keldane

@@ -1,15 +1,21 @@
 // The byte transport between the clients and the backup daemon: framed messages on a local stream socket.
 #pragma once
 
+#include <sys/types.h>
 #include <sys/un.h>
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "platform/files/Descriptor.h"
 #include "platform/plist/PropertyList.h"
 #include "platform/threads/ConditionLock.h"
 #include "platform/threads/Mutex.h"
@@ -49,14 +55,26 @@ class KeldaneSocketDelegate {
   virtual void socketClosing() {}
 };
 
+/// Who is at the other end of an accepted connection.
+struct PeerCredentials {
+  pid_t pid;
+  uid_t uid;
+  gid_t gid;
+};
+
 /// A local stream socket that connects or listens, with one receive thread a connection and one accept thread
 /// a listener.
 ///
-/// Owned by shared pointers: its owner, its threads and the proxy hold it; it retains its two delegates (the
-/// socket delegate until `close`). Any thread may send and close. The object's monitor guards close, the
-/// delegate setters and the delivery of delegate calls; `sendMutex` keeps one send whole; the data-delegate
-/// lock is held while a message is processed. The descriptor is shut down first and closed only when no
-/// thread can be inside a call on its number.
+/// Always held by shared pointers: its owner, its threads, its listener and the proxy hold it, and it retains
+/// its two delegates, the socket delegate until `close`. Any thread may call any operation. The object's
+/// monitor guards `close`, the delegate setters and the delivery of delegate calls; `sendMutex_` keeps one
+/// send whole; the data-delegate lock is held while a message is processed. Order: the monitor before the
+/// data-delegate lock; the receive thread gives the data-delegate lock back before it takes the monitor, but
+/// for a write that fails while a message is processed.
+///
+/// The descriptor is shut down first and closed when the last thread inside a call on its number has left, so
+/// that a number that the process uses again is never read or written here. Threads are detached and keep the
+/// socket alive; after `close` they leave at once and report nothing.
 class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
  public:
   static std::shared_ptr<KeldaneSocket> create();
@@ -64,24 +82,87 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   KeldaneSocket(const KeldaneSocket&) = delete;
   KeldaneSocket& operator=(const KeldaneSocket&) = delete;
 
-  bool connectToPath(const std::string& path);
+  /// Connects to the socket at a path, of which the first 103 bytes count, and starts the receive thread.
+  /// After a failure, which an absent or empty path is too, the descriptor is kept for the next try.
+  bool connectToPath(const std::optional<std::string>& path);
+  /// Removes whatever is at the path, listens there with mode 0777 and starts the accept thread.
   bool listenAtPath(const std::string& path);
+
+  /// Replacing a delegate tells the old one that the link failed. A null delegate throws AssertionFailure.
   void setSocketDelegate(std::shared_ptr<KeldSocketDelegate> delegate);
+  /// Messages wait until there is one. A null delegate throws AssertionFailure.
   void setDataDelegate(std::shared_ptr<KeldaneSocketDelegate> delegate);
+  /// Whether what the receive thread tells the socket delegate is queued to the main thread.
   void setCallDelegateOnMainThread(bool onMainThread);
 
+  /// Each writes all of it in one go, undisturbed by other senders, or answers false: at once and silently on
+  /// a closed socket, else after telling the socket delegate, on this thread, that the link failed.
   bool sendBytes(const void* bytes, std::uint32_t length);
   bool sendData(BytesView data);
   bool sendString(const char* text);
   bool sendInt(std::int32_t value);
+  /// Reads `count` bytes. -1 at the end of the stream or after an error; fewer when the socket was closed or
+  /// a read would block.
   std::int32_t readBytes(std::uint32_t count, void* buffer);
 
-  void start();
+  /// Starts the receive thread; false when the system has no thread to give.
+  bool start();
+  /// Takes over an accepted descriptor.
   void setSocket(int descriptor);
   void setParent(const std::shared_ptr<KeldaneSocket>& parent);
   void removeChild(const std::shared_ptr<KeldaneSocket>& child);
-  bool isZombie() const;
+  bool isZombie() const { return zombie_.load(std::memory_order_relaxed); }
+  std::optional<PeerCredentials> peerCredentials() const;
+  /// How long a send may wait for a peer that does not read; without it for ever.
+  void setSendTimeout(std::chrono::milliseconds limit);
+
+  /// Ends the link or the listening. The run flag that is cleared, and whether a listener's path goes,
+  /// depends on whether there are children: a listener that never accepted anybody keeps both, on purpose.
   void close();
+
+ private:
+  KeldaneSocket() = default;
+  using Handle = std::shared_ptr<const Descriptor>;
+
+  Handle handle() const;
+  bool openHandle();
+  bool startThread(void (KeldaneSocket::*loop)());
+  bool fillAddress(const std::string& path);
+  bool receiving() const {
+    return rcvThreadRun_.load(std::memory_order_relaxed) && !zombie_.load(std::memory_order_relaxed);
+  }
+
+  void rcvThread();
+  bool receiveMessage();
+  bool receiveMarker();
+  bool receivePayload(std::uint32_t length, Bytes& payload);
+  void deliver(const Bytes* payload, std::int32_t type);
+  void reportReadFailure();
+  void waitUnlessClosed(std::chrono::milliseconds duration);
+  using DelegateCall = void (KeldSocketDelegate::*)(const std::shared_ptr<KeldaneSocket>&);
+  void tellSocketDelegate(DelegateCall call, const char* logLine);
+  void acceptThread();
+
+  Monitor monitor_;
+  sockaddr_un socketAddress_{};
+  mutable Mutex handleMutex_;
+  Handle socketfd_ KELDANE_GUARDED_BY(handleMutex_);  // null: no descriptor
+  Mutex sendMutex_;
+  std::shared_ptr<KeldSocketDelegate> socketDelegate_ KELDANE_GUARDED_BY(monitor_);
+  std::atomic<bool> callDelegateOnMainThread_ = false;
+  ConditionLock dataDelegateLock_{0};  // 1: there is a data delegate
+  std::shared_ptr<KeldaneSocketDelegate>
+      dataDelegate_;  // written with the monitor and dataDelegateLock_, read with either
+  std::atomic<bool> rcvThreadRun_ = false;
+  std::atomic<bool> rcvThreadRunning_ = false;
+  std::string listenPath_ KELDANE_GUARDED_BY(monitor_);
+  std::atomic<bool> acceptThreadRunning_ = false;
+  std::atomic<bool> acceptThreadRun_ = false;
+  std::vector<std::shared_ptr<KeldaneSocket>> children_ KELDANE_GUARDED_BY(monitor_);
+  std::weak_ptr<KeldaneSocket> parent_ KELDANE_GUARDED_BY(monitor_);
+  std::atomic<bool> zombie_ = false;
+  std::mutex closedMutex_;
+  std::condition_variable closed_;
 };
 
 }  // namespace keldane

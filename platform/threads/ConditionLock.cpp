@@ -18,10 +18,15 @@ bool ConditionLock::lockWhenCondition(int condition, const std::function<bool()>
   std::unique_lock guard(mutex_);
   bool givenUp = false;
   changed_.wait(guard, [&] {
+    if (!held_ && condition_ == condition) {
+      return true;
+    }
     givenUp = cancelled();
-    return givenUp || (!held_ && condition_ == condition);
+    return givenUp;
   });
-  held_ = held_ || !givenUp;
+  if (!givenUp) {
+    held_ = true;
+  }
   return !givenUp;
 }
 

@@ -1,0 +1,165 @@
+// Nodes from dictionaries, from the daemon and from the local file system, and back.
+#include <algorithm>
+
+#include "Common/FileNode.h"
+#include "Common/KeldProxy.h"
+#include "platform/files/FileManager.h"
+#include "platform/files/Path.h"
+#include "platform/objects/Absent.h"
+
+namespace keldane {
+
+void KeldaneFileNode::initWithDictionary(const PropertyList& dictionary) {
+  // Children within children may be nested deeper than a stack allows, so what is still to be read waits in a
+  // list.
+  std::vector<std::pair<Pointer, PropertyList>> work = {{shared_from_this(), dictionary}};
+  while (!work.empty()) {
+    const auto [node, values] = std::move(work.back());
+    work.pop_back();
+    node->cleanup();
+    node->displayName_ = values["displayName"];
+    node->fileName_ = values["fileName"];
+    node->isDirectory_ = values["isDirectory"].boolValue();
+    if (const PropertyList children = values["children"]; children.isArray()) {
+      node->children_.emplace();
+      for (std::size_t i = 0; i < children.count(); ++i) {
+        const Pointer child = node->newOfSameClass();
+        node->KeldaneFileNode::addChild(child);
+        work.emplace_back(child, children[i]);
+      }
+    }
+    node->backupDate_ = values["backupDate"];
+    node->version_ = values["version"];
+    const PropertyList path = values["path"];
+    node->path_ = path.isString() ? std::optional(std::string(path.string())) : std::nullopt;
+    node->size_ = values["size"].unsignedLongLongValue();
+    node->state_ = values["state"];
+    node->backupFlags_ = values["backupFlags"].unsignedIntValue();
+    node->simpleFlags_ = values["simpleFlags"].unsignedIntValue();
+    node->backupColor_ = static_cast<std::int32_t>(values["backupColor"].unsignedIntValue());
+    node->totalCount_ = values["totalCount"].unsignedIntValue();
+    node->uid_ = values["uid"].unsignedIntValue();
+    node->gid_ = values["gid"].unsignedIntValue();
+  }
+}
+
+KeldaneFileNode::Pointer KeldaneFileNode::newOfSameClass() const { return create(); }
+
+PropertyList KeldaneFileNode::dictionary() const {
+  // An absent value leaves its entry out.
+  return PropertyList::dictionary({
+      {"fileName", fileName_},
+      {"displayName", displayName_},
+      {"isDirectory", PropertyList::boolean(isDirectory_)},
+      {"backupDate", backupDate_},
+      {"version", version_},
+      {"path", path_ ? PropertyList(*path_) : PropertyList()},
+      {"state", state_},
+      {"size", PropertyList::unsignedInteger(size_)},
+      {"backupFlags", PropertyList::unsignedInteger(backupFlags_)},
+      {"simpleFlags", PropertyList::unsignedInteger(simpleFlags_)},
+      {"backupColor", PropertyList::unsignedInteger(static_cast<std::uint32_t>(backupColor_))},
+      {"totalCount", PropertyList::unsignedInteger(totalCount_)},
+      {"uid", PropertyList::unsignedInteger(uid_)},
+      {"gid", PropertyList::unsignedInteger(gid_)},
+  });
+}
+
+PropertyList KeldaneFileNode::recursiveDictionary() {
+  // Nodes in an order in which children come after their parent; made from the back, each finds its children
+  // made.
+  struct Step {
+    KeldaneFileNode* node;
+    std::size_t parent;
+    PropertyList::Array children;
+  };
+  std::vector<Step> steps = {{this, 0, {}}};
+  for (std::size_t i = 0; i < steps.size(); ++i) {
+    if (const std::vector<Pointer>* list = steps[i].node->children()) {
+      for (const Pointer& child : *list) {
+        steps.push_back({child.get(), i, {}});
+      }
+    }
+  }
+  for (std::size_t i = steps.size(); i-- > 0;) {
+    Step& step = steps[i];
+    PropertyList value = step.node->dictionary();
+    if (step.node->children_) {
+      PropertyList::Entries entries;
+      for (std::size_t k = 0; k < value.count(); ++k) {
+        entries.push_back(value.entry(k));
+      }
+      std::reverse(step.children.begin(), step.children.end());
+      entries.emplace_back("children", PropertyList::array(std::move(step.children)));
+      value = PropertyList::dictionary(std::move(entries));
+    }
+    if (i == 0) {
+      return value;
+    }
+    steps[step.parent].children.push_back(std::move(value));
+  }
+  return {};
+}
+
+KeldaneFileNode::Pointer KeldaneFileNode::fileNodeForPath(const std::string& path) {
+  const Pointer node = create();
+  bool isDirectory = false;
+  const bool exists = FileManager::fileExistsAtPath(path, &isDirectory);
+  node->setPath(path);
+  node->setFileName(lastPathComponent(path));
+  node->setDisplayName(FileManager::displayNameAtPath(path));
+  node->setIsDirectory(isDirectory);
+  if (!exists) {
+    return node;
+  }
+  if (const std::optional<FileAttributes> attributes = FileManager::fileAttributesAtPath(path, false)) {
+    node->setSizeValue(attributes->size);
+    node->setUid(attributes->ownerAccountID);
+    node->setGid(attributes->groupOwnerAccountID);
+  }
+  return node;
+}
+
+KeldaneFileNode::Pointer KeldaneFileNode::fileNodeForPath(const std::string& path, KeldaneProxy* fromProxy) {
+  return fileNodeForPath(path, false, fromProxy);
+}
+
+KeldaneFileNode::Pointer KeldaneFileNode::fileNodeForPath(const std::string& path, bool withDirSizes,
+                                                          KeldaneProxy* fromProxy) {
+  const PropertyList answer = send(
+      fromProxy, [&](KeldaneProxy& proxy) { return proxy.dictionaryForPath(path, withDirSizes ? 1 : 0); });
+  if (!answer) {
+    return nullptr;
+  }
+  const Pointer node = create();
+  node->initWithDictionary(answer);
+  node->setPath(path);
+  return node;
+}
+
+std::vector<KeldaneFileNode::Pointer> KeldaneFileNode::fileNodesForPaths(
+    const std::vector<std::string>& paths, KeldaneProxy* fromProxy) {
+  std::vector<Pointer> nodes;
+  nodes.reserve(paths.size());
+  for (const std::string& path : paths) {
+    if (const Pointer node = fileNodeForPath(path, fromProxy)) {
+      nodes.push_back(node);
+    }
+  }
+  return nodes;
+}
+
+std::vector<KeldaneFileNode::Pointer> KeldaneFileNode::fileNodesForDictionaries(
+    const PropertyList& dictionaries) {
+  std::vector<Pointer> nodes;
+  for (std::size_t i = 0; i < dictionaries.count(); ++i) {
+    const PropertyList values = dictionaries[i];
+    if (values.isDictionary()) {
+      nodes.push_back(create());
+      nodes.back()->initWithDictionary(values);
+    }
+  }
+  return nodes;
+}
+
+}  // namespace keldane

@@ -1,0 +1,310 @@
+#include "Common/KeldProxy.h"
+
+#include "log/KeldaneLog.h"
+#include "platform/objects/Absent.h"
+#include "platform/objects/Exceptions.h"
+#include "platform/plist/PropertyListSerialization.h"
+
+namespace keldane {
+
+namespace {
+
+constexpr std::uint32_t kPerformQueuedCalls = 1;
+
+// Where a request's argument pairs begin: width, type, selector and count come first.
+constexpr std::uint32_t kFirstArgument = 4;
+
+std::optional<Bytes> serialized(const PropertyList& value, std::string* error) {
+  return PropertyListSerialization::dataFromPropertyList(value, PropertyListSerialization::Format::binary,
+                                                         error);
+}
+
+PropertyList unserialized(const Bytes& payload, const char* logFormat) {
+  std::string error;
+  PropertyList value = PropertyListSerialization::propertyListFromData(payload, &error);
+  if (!error.empty()) {
+    KeldaneCLog(logFormat, error);
+  }
+  return value;
+}
+
+PropertyList requestFor(const Invocation& invocation) {
+  const MethodSignature& method = invocation.signature;
+  const char returnType[] = {method.returnCode, '\0'};
+  PropertyList::Array request;
+  request.reserve(kFirstArgument + 2 * invocation.arguments.size());
+  request.emplace_back(static_cast<unsigned long>(widthOfType(returnType)));
+  request.emplace_back(returnType);
+  request.emplace_back(method.selector);
+  request.emplace_back(static_cast<unsigned long>(invocation.arguments.size()));
+  for (const RawValue& argument : invocation.arguments) {
+    request.emplace_back(std::string_view(std::string(1, argument.code())));
+    request.push_back(argument.encoded());
+  }
+  return PropertyList::array(std::move(request));
+}
+
+}  // namespace
+
+std::shared_ptr<KeldaneProxy> KeldaneProxy::create() {
+  const std::shared_ptr<KeldaneProxy> proxy(new KeldaneProxy);
+  proxy->invocationPort_ =
+      RunLoop::current().openPort([weak = std::weak_ptr<KeldaneProxy>(proxy)](std::uint32_t messageId) {
+        send(weak.lock(), &KeldaneProxy::handlePortMessage, messageId);
+      });
+  return proxy;
+}
+
+KeldaneProxy::~KeldaneProxy() { close(); }
+
+std::shared_ptr<KeldaneSocket> KeldaneProxy::socket() const {
+  const ScopedLock guard(membersMutex_);
+  return socket_;
+}
+
+void KeldaneProxy::setSocket(std::shared_ptr<KeldaneSocket> socket) {
+  send(this->socket(), &KeldaneSocket::close);
+  std::shared_ptr<KeldaneSocket> old = socket;
+  {
+    const ScopedLock guard(membersMutex_);
+    old.swap(socket_);
+  }
+  closing_ = false;
+  send(socket, &KeldaneSocket::setDataDelegate, shared_from_this());
+}
+
+void KeldaneProxy::setProtocol(const Protocol* protocol) { protocol_ = protocol; }
+
+void KeldaneProxy::setDelegate(std::weak_ptr<InvocationTarget> delegate) {
+  const ScopedLock guard(membersMutex_);
+  delegate_ = std::move(delegate);
+}
+
+void KeldaneProxy::setCallDelegateOnMainThread(bool onMainThread) {
+  callDelegateOnMainThread_ = onMainThread;
+}
+
+const MethodSignature& KeldaneProxy::methodSignatureForSelector(std::string_view selector) const {
+  const Protocol* protocol = protocol_;
+  const MethodSignature* method = protocol == nullptr ? nullptr : protocol->find(selector);
+  if (method == nullptr) {
+    throw InvalidArgument("-[KeldaneProxy " + std::string(selector) + "]: unrecognized selector");
+  }
+  return *method;
+}
+
+RawValue KeldaneProxy::call(std::string_view selector, Arguments arguments) {
+  const MethodSignature& method = methodSignatureForSelector(selector);
+  if (arguments.size() != method.argumentCodes.size()) {
+    throw InvalidArgument("-[KeldaneProxy " + std::string(selector) +
+                          "]: " + std::to_string(arguments.size()) + " arguments given");
+  }
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    const char type[] = {method.argumentCodes[i], '\0'};
+    if (arguments[i].code() != type[0]) {
+      arguments[i] = RawValue::decoded(arguments[i].encoded(), type);
+    }
+  }
+  Invocation invocation{method, std::move(arguments), {}};
+  forwardInvocation(invocation);
+  return std::move(invocation.result);
+}
+
+void KeldaneProxy::forwardInvocation(Invocation& invocation) {
+  const ScopedLock forwarding(forwardingLock_);
+  std::string error;
+  const std::optional<Bytes> payload = serialized(requestFor(invocation), &error);
+  if (!payload) {
+    KeldaneCLog("serialization failed");
+    return;
+  }
+  sendFrame(kRequestFrame, &*payload);
+  const char returnType[] = {invocation.signature.returnCode, '\0'};
+  if (widthOfType(returnType) == 0) {
+    return;
+  }
+  waitingOnResult_ = true;
+  const std::shared_ptr<KeldaneSocket> link = socket();
+  if (!link || link->isZombie()) {
+    // The write failed and the link was taken down on this thread: no answer and no failure signal will ever
+    // come.
+    waitingOnResult_ = false;
+    invocation.result = RawValue::decoded({}, returnType);
+    return;
+  }
+  resultCond_.lockWhenCondition(1);
+  const PropertyList result = std::move(resultObject_);
+  resultObject_ = PropertyList();
+  resultCond_.unlockWithCondition(0);
+  invocation.result = RawValue::decoded(result, returnType);
+}
+
+void KeldaneProxy::sendFrame(std::int32_t type, const Bytes* payload) {
+  const std::shared_ptr<KeldaneSocket> target = socket();
+  const ScopedLock guard(socketLock_);
+  send(target, &KeldaneSocket::sendString, kFrameMarker.data());
+  send(target, &KeldaneSocket::sendInt, type);
+  send(target, &KeldaneSocket::sendInt, payload == nullptr ? 0 : static_cast<std::int32_t>(payload->size()));
+  if (payload != nullptr && !payload->empty()) {
+    send(target, &KeldaneSocket::sendData, BytesView(*payload));
+  }
+}
+
+bool KeldaneProxy::processData(const Bytes* payload, std::int32_t type) {
+  try {
+    switch (type) {
+      case kRequestFrame:
+        processInvocationArgs(payload == nullptr
+                                  ? PropertyList()
+                                  : unserialized(*payload, "Failed to unserialize request: %@"));
+        break;
+      case kResponseFrame:
+        processResponse(payload);
+        break;
+      default:
+        processFailure();
+    }
+  } catch (const Exception& exception) {
+    KeldaneCLog("ERROR: KeldaneProxy processData caught exception: %@.", exception.what());
+  } catch (...) {
+    KeldaneCLog("ERROR: KeldaneProxy processData caught unknown exception.");
+  }
+  return true;
+}
+
+void KeldaneProxy::processResponse(const Bytes* payload) {
+  PropertyList result =
+      payload == nullptr ? PropertyList() : unserialized(*payload, "Failed to unserialize response: %@");
+  // A new result never takes the place of one that its caller has not fetched yet.
+  if (resultCond_.lockWhenCondition(0, [this] { return closing_.load(); })) {
+    resultObject_ = std::move(result);
+    resultCond_.unlockWithCondition(1);
+  }
+}
+
+void KeldaneProxy::processFailure() {
+  if (!resultCond_.lockWhenCondition(0, [this] { return closing_.load(); })) {
+    return;
+  }
+  // Set by the first call that waited and cleared by `close` only. So a failure signal that comes when nobody
+  // waits readies a result too, which the next call takes at once, and the answers are one late from then on;
+  // kept on purpose: a link that failed is closed.
+  const bool waiting = waitingOnResult_;
+  if (waiting) {
+    KeldaneCLog("KeldProxy detected error while waiting on result");
+    resultObject_ = PropertyList();
+  }
+  resultCond_.unlockWithCondition(waiting ? 1 : 0);
+}
+
+void KeldaneProxy::processInvocationArgs(const PropertyList& request) {
+  if (!request.isArray() || request.count() < kFirstArgument) {
+    return;
+  }
+  std::shared_ptr<InvocationTarget> target;
+  {
+    const ScopedLock guard(membersMutex_);
+    target = delegate_.lock();
+  }
+  constexpr char kMethod[] = "-[KeldaneProxy processInvocationArgs:]";
+  if (!target) {
+    throw AssertionFailure(kMethod, "Common/KeldProxy", 187, "delegate is NULL");
+  }
+  const PropertyList selector = request[2];
+  const MethodSignature* method = target->methodSignatureForSelector(selector.string());
+  if (method == nullptr) {
+    return;  // and the peer, if it waits for a value, goes on waiting
+  }
+
+  Invocation invocation{*method, {}, {}};
+  // In 32 bits, so a count that wraps around reads fewer arguments than it says.
+  const std::uint32_t end = static_cast<std::uint32_t>(request[3].unsignedLongValue()) * 2 + kFirstArgument;
+  for (std::uint32_t i = kFirstArgument; i < end; i += 2) {
+    if (std::size_t{i} + 1 >= request.count()) {
+      throw RangeError("index " + std::to_string(i + 1) + " beyond bounds [0 .. " +
+                       std::to_string(request.count() - 1) + "]");
+    }
+    const PropertyList type = request[i];  // the sender's, not the method's
+    invocation.arguments.push_back(RawValue::decoded(request[i + 1], type.string().data()));
+  }
+
+  if (!callDelegateOnMainThread_) {
+    performDirectly(*target, invocation);
+    return;
+  }
+  const char returnType[] = {method->returnCode, '\0'};
+  if (widthOfType(returnType) != 0) {
+    throw AssertionFailure(kMethod, "Common/KeldProxy", 185,
+                           "invocation on main thread not allowed for methods with non-zero return size");
+  }
+  const ScopedLock guard(invocationLock_);
+  const bool wasEmpty = invocationQueue_.empty();
+  invocationQueue_.push_back({target, std::move(invocation)});
+  if (wasEmpty) {
+    invocationPort_->send(kPerformQueuedCalls);  // one wake-up a batch
+  }
+}
+
+void KeldaneProxy::performDirectly(InvocationTarget& target, Invocation& invocation) {
+  const ScopedLock forwarding(forwardingLock_);
+  try {
+    target.invoke(invocation);
+  } catch (const Exception& exception) {
+    KeldaneCLog("ERROR: KeldaneProxy processInvocationArgs caught exception: %@.", exception.what());
+  } catch (...) {
+    KeldaneCLog("ERROR: KeldaneProxy processInvocationArgs caught unknown exception.");
+  }
+  const char returnType[] = {invocation.signature.returnCode, '\0'};
+  if (widthOfType(returnType) == 0) {
+    return;
+  }
+  const RawValue& result = invocation.result;
+  const PropertyList value =
+      (result.code() == returnType[0] ? result : RawValue::decoded({}, returnType)).encoded();
+  std::optional<Bytes> payload;
+  if (value) {
+    std::string error;
+    payload = serialized(value, &error);
+    if (!error.empty()) {
+      KeldaneCLog("Failed to serialize response: %@", error);
+    }
+  }
+  sendFrame(kResponseFrame, payload ? &*payload : nullptr);
+}
+
+void KeldaneProxy::handlePortMessage(std::uint32_t messageId) {
+  if (messageId != kPerformQueuedCalls) {
+    return;
+  }
+  for (;;) {
+    QueuedCall call;
+    {
+      const ScopedLock guard(invocationLock_);
+      if (invocationQueue_.empty()) {
+        return;
+      }
+      call = std::move(invocationQueue_.front());
+      invocationQueue_.pop_front();
+    }
+    if (const std::shared_ptr<InvocationTarget> target = call.target.lock()) {
+      target->invoke(call.invocation);
+    }
+  }
+}
+
+void KeldaneProxy::socketClosing() {
+  closing_ = true;
+  resultCond_.wake();
+}
+
+void KeldaneProxy::close() {
+  std::shared_ptr<KeldaneSocket> released;
+  {
+    const ScopedLock guard(membersMutex_);
+    released.swap(socket_);
+  }
+  waitingOnResult_ = false;
+  socketClosing();
+}
+
+}  // namespace keldane

@@ -1,0 +1,279 @@
+#include "Common/KeldSocket.h"
+
+#include <pthread.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <system_error>
+#include <thread>
+
+#include "log/KeldaneLog.h"
+#include "platform/objects/Absent.h"
+#include "platform/objects/Exceptions.h"
+#include "platform/runloop/RunLoop.h"
+
+namespace keldane {
+
+namespace {
+
+// The last byte of the path field of the address stays NUL on every system that the clients know.
+constexpr std::size_t kLongestPath = 103;
+constexpr int kBacklog = 10;
+constexpr mode_t kListenMode = 0777;
+
+std::string errorText(int error) { return std::generic_category().message(error); }
+
+}  // namespace
+
+std::shared_ptr<KeldaneSocket> KeldaneSocket::create() {
+  return std::shared_ptr<KeldaneSocket>(new KeldaneSocket);
+}
+
+KeldaneSocket::~KeldaneSocket() { close(); }
+
+KeldaneSocket::Handle KeldaneSocket::handle() const {
+  const ScopedLock guard(handleMutex_);
+  return socketfd_;
+}
+
+bool KeldaneSocket::openHandle() {
+  const ScopedLock guard(handleMutex_);
+  if (!socketfd_) {
+    const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (descriptor < 0) {
+      return false;
+    }
+    socketfd_ = std::make_shared<const Descriptor>(descriptor);
+  }
+  return true;
+}
+
+// False for an empty path, which this system would take for a name outside the file system.
+bool KeldaneSocket::fillAddress(const std::string& path) {
+  socketAddress_ = {};
+  socketAddress_.sun_family = AF_UNIX;
+  std::memcpy(socketAddress_.sun_path, path.data(), std::min(path.size(), kLongestPath));
+  return socketAddress_.sun_path[0] != '\0';
+}
+
+bool KeldaneSocket::connectToPath(const std::optional<std::string>& path) {
+  if (!openHandle()) {
+    return false;
+  }
+  const Handle descriptor = handle();
+  errno = ENOENT;
+  if (!descriptor || !fillAddress(path.value_or(std::string())) ||
+      ::connect(descriptor->get(), reinterpret_cast<const sockaddr*>(&socketAddress_),
+                sizeof(socketAddress_)) != 0) {
+    KeldaneCLog("connect failed: %s", errorText(errno));
+    return false;
+  }
+  return start();
+}
+
+bool KeldaneSocket::listenAtPath(const std::string& path) {
+  {
+    const ScopedLock guard(monitor_);
+    listenPath_ = path;
+  }
+  ::unlink(path.c_str());
+  if (!openHandle() || !fillAddress(path)) {
+    return false;
+  }
+  const Handle descriptor = handle();
+  if (!descriptor ||
+      ::bind(descriptor->get(), reinterpret_cast<const sockaddr*>(&socketAddress_), sizeof(socketAddress_)) !=
+          0 ||
+      ::chmod(socketAddress_.sun_path, kListenMode) != 0 || ::listen(descriptor->get(), kBacklog) != 0) {
+    return false;
+  }
+  acceptThreadRun_ = true;
+  return startThread(&KeldaneSocket::acceptThread);
+}
+
+void KeldaneSocket::setSocketDelegate(std::shared_ptr<KeldSocketDelegate> delegate) {
+  if (!delegate) {
+    throw AssertionFailure("-[KeldaneSocket setSocketDelegate:]", "Common/KeldSocket", 559,
+                           "Setting delegate to NULL");
+  }
+  const ScopedLock guard(monitor_);
+  if (delegate != socketDelegate_) {
+    send(socketDelegate_, &KeldSocketDelegate::socketFailed, shared_from_this());
+    socketDelegate_.swap(delegate);
+  }
+}
+
+void KeldaneSocket::setDataDelegate(std::shared_ptr<KeldaneSocketDelegate> delegate) {
+  if (!delegate) {
+    throw AssertionFailure("-[KeldaneSocket setDataDelegate:]", "Common/KeldSocket", 575,
+                           "Setting result delegate to NULL");
+  }
+  const ScopedLock guard(monitor_);
+  if (delegate != dataDelegate_) {
+    dataDelegateLock_.lock();
+    dataDelegate_.swap(delegate);
+    dataDelegateLock_.unlockWithCondition(1);
+  }
+}
+
+void KeldaneSocket::setCallDelegateOnMainThread(bool onMainThread) {
+  callDelegateOnMainThread_ = onMainThread;
+}
+
+bool KeldaneSocket::sendBytes(const void* bytes, std::uint32_t length) {
+  bool sent = true;
+  {
+    const ScopedLock guard(sendMutex_);
+    const Handle descriptor = handle();
+    const char* next = static_cast<const char*>(bytes);
+    for (std::uint32_t left = length; left > 0 && sent;) {
+      const ssize_t written = descriptor ? ::send(descriptor->get(), next, left, MSG_NOSIGNAL) : -1;
+      if (written < 1) {
+        sent = false;
+      } else {
+        next += written;
+        left -= static_cast<std::uint32_t>(written);
+      }
+    }
+  }
+  if (!sent) {
+    // On this thread, whatever was asked for the receive side: the caller is to know before it goes on.
+    const ScopedLock guard(monitor_);
+    KeldaneCLog("KeldaneSocket write to socket failed");
+    const std::shared_ptr<KeldSocketDelegate> delegate = socketDelegate_;
+    keldane::send(delegate, &KeldSocketDelegate::socketFailed, shared_from_this());
+  }
+  return sent;
+}
+
+bool KeldaneSocket::sendData(BytesView data) {
+  return handle() && sendBytes(data.data(), static_cast<std::uint32_t>(data.size()));
+}
+
+bool KeldaneSocket::sendString(const char* text) {
+  return handle() && sendBytes(text, static_cast<std::uint32_t>(std::strlen(text)));
+}
+
+bool KeldaneSocket::sendInt(std::int32_t value) { return handle() && sendBytes(&value, sizeof(value)); }
+
+std::int32_t KeldaneSocket::readBytes(std::uint32_t count, void* buffer) {
+  std::uint32_t done = 0;
+  while (done < count) {
+    const Handle descriptor = handle();
+    if (!descriptor) {
+      break;
+    }
+    const ssize_t got = ::read(descriptor->get(), static_cast<char*>(buffer) + done, count - done);
+    if (got > 0) {
+      done += static_cast<std::uint32_t>(got);
+    } else if (got < 0 && errno == EAGAIN) {
+      break;
+    } else {
+      return -1;
+    }
+  }
+  return static_cast<std::int32_t>(done);
+}
+
+bool KeldaneSocket::start() {
+  rcvThreadRun_ = true;
+  return startThread(&KeldaneSocket::rcvThread);
+}
+
+// The thread takes no signals: they are the host's, and one that arrived here would end a read.
+bool KeldaneSocket::startThread(void (KeldaneSocket::*loop)()) {
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  bool started = true;
+  try {
+    std::thread([self = shared_from_this(), loop] { ((*self).*loop)(); }).detach();
+  } catch (const std::system_error& error) {
+    KeldaneCLog("KeldaneSocket cannot start a thread: %s", error.what());
+    started = false;
+  }
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  return started;
+}
+
+void KeldaneSocket::setSocket(int descriptor) {
+  const ScopedLock guard(handleMutex_);
+  socketfd_ = std::make_shared<const Descriptor>(descriptor);
+}
+
+void KeldaneSocket::setParent(const std::shared_ptr<KeldaneSocket>& parent) {
+  const ScopedLock guard(monitor_);
+  parent_ = parent;
+}
+
+void KeldaneSocket::removeChild(const std::shared_ptr<KeldaneSocket>& child) {
+  const ScopedLock guard(monitor_);
+  std::erase(children_, child);
+}
+
+std::optional<PeerCredentials> KeldaneSocket::peerCredentials() const {
+  const Handle descriptor = handle();
+  ucred peer{};
+  socklen_t size = sizeof(peer);
+  if (!descriptor || getsockopt(descriptor->get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) {
+    return std::nullopt;
+  }
+  return PeerCredentials{peer.pid, peer.uid, peer.gid};
+}
+
+void KeldaneSocket::setSendTimeout(std::chrono::milliseconds limit) {
+  if (const Handle descriptor = handle()) {
+    const timeval time = {limit.count() / 1000, static_cast<suseconds_t>(limit.count() % 1000 * 1000)};
+    setsockopt(descriptor->get(), SOL_SOCKET, SO_SNDTIMEO, &time, sizeof(time));
+  }
+}
+
+void KeldaneSocket::close() {
+  // What is let go here may call back, so it goes when no lock is held.
+  Handle descriptor;
+  std::shared_ptr<KeldSocketDelegate> socketDelegate;
+  std::vector<std::shared_ptr<KeldaneSocket>> children;
+  {
+    const ScopedLock guard(monitor_);
+    {
+      const ScopedLock handleGuard(handleMutex_);
+      descriptor.swap(socketfd_);
+    }
+    if (descriptor) {
+      ::shutdown(descriptor->get(), SHUT_RDWR);  // wakes whoever is inside a call; the last one out closes
+    }
+    socketDelegate.swap(socketDelegate_);
+    if (!children_.empty()) {
+      acceptThreadRun_ = false;
+      if (!listenPath_.empty()) {
+        ::unlink(listenPath_.c_str());
+        listenPath_.clear();
+      }
+      children.swap(children_);
+    } else {
+      // Without children a listener keeps acceptThreadRun and its path file; kept on purpose. Its thread
+      // leaves with the descriptor.
+      rcvThreadRun_ = false;
+    }
+    zombie_ = true;
+    send(dataDelegate_, &KeldaneSocketDelegate::socketClosing);
+  }
+  {
+    const std::lock_guard guard(closedMutex_);
+    closed_.notify_all();
+  }
+  dataDelegateLock_.wake();
+  RunLoop::main().cancel(this);
+  for (const std::shared_ptr<KeldaneSocket>& child : children) {
+    child->close();
+  }
+}
+
+}  // namespace keldane

@@ -1,0 +1,170 @@
+// The loops of the two threads that a socket can have: receiving and accepting.
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "Common/KeldSocket.h"
+#include "log/KeldaneLog.h"
+#include "platform/objects/Absent.h"
+#include "platform/runloop/RunLoop.h"
+
+namespace keldane {
+
+namespace {
+
+// Between the end of a link and the word of it, so that a daemon that restarts is there again when the
+// clients try.
+constexpr auto kFailureDelay = std::chrono::seconds(1);
+
+constexpr auto kPause = std::chrono::milliseconds(100);
+
+// A peer announces any length up to 4 GiB; memory is taken as bytes arrive.
+constexpr std::uint32_t kFirstPayloadStep = 64 * 1024;
+
+}  // namespace
+
+// The pause of up to 0.1 s that follows each message is a wait for the next byte; reading that byte is that
+// wait.
+void KeldaneSocket::rcvThread() {
+  rcvThreadRunning_ = true;
+  tellSocketDelegate(&KeldSocketDelegate::socketConnected, nullptr);
+  while (receiving()) {
+    bool received = false;
+    try {
+      received = receiveMessage();
+    } catch (const std::bad_alloc&) {
+      KeldaneCLog("KeldaneSocket has no memory for a message");
+    }
+    if (!received && receiving()) {
+      reportReadFailure();
+    }
+  }
+  rcvThreadRunning_ = false;
+}
+
+// False when a read failed. A message that is cut off because the socket was closed is abandoned silently.
+bool KeldaneSocket::receiveMessage() {
+  std::int32_t type = 0;
+  std::uint32_t length = 0;
+  if (!receiveMarker()) {
+    return false;
+  }
+  if (!receiving()) {
+    return true;
+  }
+  Bytes payload;
+  if (readBytes(sizeof(type), &type) <= 0 || readBytes(sizeof(length), &length) <= 0 ||
+      !receivePayload(length, payload)) {
+    return false;
+  }
+  if (receiving()) {
+    deliver(length == 0 ? nullptr : &payload, type);
+  }
+  return true;
+}
+
+// Reads in steps of 36 bytes until one is the marker. The stream is brought back into step by whole steps
+// only, never byte by byte; deliberately simple.
+bool KeldaneSocket::receiveMarker() {
+  while (receiving()) {
+    char buffer[kFrameMarker.size() + 1] = {};
+    const std::int32_t got = readBytes(kFrameMarker.size(), buffer);
+    if (got < 0) {
+      return false;
+    }
+    if (got < 2) {
+      waitUnlessClosed(kPause);
+      continue;
+    }
+    if (kFrameMarker == buffer) {
+      return true;
+    }
+    KeldaneCLog("KeldaneSocket Expecting a UUID, got something else...");
+  }
+  return true;
+}
+
+bool KeldaneSocket::receivePayload(std::uint32_t length, Bytes& payload) {
+  while (payload.size() < length) {
+    const auto done = static_cast<std::uint32_t>(payload.size());
+    const std::uint32_t step = std::min(length - done, std::max(kFirstPayloadStep, done));
+    payload.resize(std::size_t{done} + step);
+    if (readBytes(step, payload.data() + done) != static_cast<std::int32_t>(step)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+void KeldaneSocket::deliver(const Bytes* payload, std::int32_t type) {
+  if (!dataDelegateLock_.lockWhenCondition(1, [this] { return !receiving(); })) {
+    return;
+  }
+  dataDelegate_->processData(payload, type);
+  dataDelegateLock_.unlock();
+}
+
+void KeldaneSocket::reportReadFailure() {
+  waitUnlessClosed(kFailureDelay);
+  if (receiving()) {
+    deliver(nullptr, kLinkFailed);
+  }
+  if (receiving()) {
+    tellSocketDelegate(&KeldSocketDelegate::socketFailed, "KeldaneSocket read from socket failed");
+  }
+}
+
+void KeldaneSocket::waitUnlessClosed(std::chrono::milliseconds duration) {
+  std::unique_lock guard(closedMutex_);
+  closed_.wait_for(guard, duration, [this] { return !receiving(); });
+}
+
+void KeldaneSocket::tellSocketDelegate(DelegateCall call, const char* logLine) {
+  const ScopedLock guard(monitor_);
+  if (logLine != nullptr) {
+    KeldaneCLog(logLine);
+  }
+  const std::shared_ptr<KeldSocketDelegate> delegate = socketDelegate_;
+  if (!delegate) {
+    return;
+  }
+  if (callDelegateOnMainThread_) {
+    // Named after this socket, so that closing it takes back what is still queued.
+    RunLoop::main().perform([delegate, self = shared_from_this(), call] { ((*delegate).*call)(self); }, this);
+  } else {
+    ((*delegate).*call)(shared_from_this());
+  }
+}
+
+void KeldaneSocket::acceptThread() {
+  acceptThreadRunning_ = true;
+  while (acceptThreadRun_.load(std::memory_order_relaxed)) {
+    const Handle listener = handle();
+    if (!listener) {
+      break;  // closed: nothing can be accepted any more, whatever the run flag says
+    }
+    socklen_t size = sizeof(socketAddress_);
+    const int descriptor =
+        ::accept4(listener->get(), reinterpret_cast<sockaddr*>(&socketAddress_), &size, SOCK_CLOEXEC);
+    if (descriptor < 1) {
+      continue;
+    }
+    const std::shared_ptr<KeldaneSocket> child = create();
+    child->setSocket(descriptor);
+    child->setParent(shared_from_this());
+    const ScopedLock guard(monitor_);
+    if (isZombie()) {
+      break;
+    }
+    std::erase_if(children_, [](const std::shared_ptr<KeldaneSocket>& other) { return other->isZombie(); });
+    children_.push_back(child);
+    child->start();
+    const std::shared_ptr<KeldSocketDelegate> delegate = socketDelegate_;
+    send(delegate, &KeldSocketDelegate::socketCreated, child);
+  }
+  acceptThreadRunning_ = false;
+}
+
+}  // namespace keldane

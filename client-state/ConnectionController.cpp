@@ -1,0 +1,103 @@
+#include "client-state/ConnectionController.h"
+
+#include <csignal>
+
+#include "log/KeldaneLog.h"
+#include "platform/notifications/NotificationCenter.h"
+#include "platform/objects/Absent.h"
+
+extern "C" {
+const char KeldaneConnectionReadyChangedNotification[] = "KeldaneConnectionReadyChangedNotification";
+}
+
+namespace keldane {
+
+namespace {
+
+constexpr RunLoop::Seconds kRetryInterval{1.0};
+
+}  // namespace
+
+std::shared_ptr<ConnectionController> ConnectionController::initWithProxyDelegate(
+    std::weak_ptr<InvocationTarget> proxyDelegate) {
+  return std::shared_ptr<ConnectionController>(new ConnectionController(std::move(proxyDelegate)));
+}
+
+ConnectionController::~ConnectionController() { stopConnectTimer(); }
+
+void ConnectionController::start() {
+  KeldaneCLog("ConnectionController:start()");
+  if (disableConnectTimer_) {
+    KeldaneCLog("ConnectionController:start - trying to connect immediately");
+  } else {
+    startConnectTimer();
+  }
+  // At once in either case, though only one of them says so.
+  connectTimer();
+}
+
+void ConnectionController::stop() { closeSocket(); }
+
+void ConnectionController::startConnectTimer() {
+  connectTimer_ = RunLoop::current().scheduleTimer(kRetryInterval, true, [weak = weak_from_this()](Timer&) {
+    send(weak.lock(), &ConnectionController::connectTimer);
+  });
+}
+
+void ConnectionController::stopConnectTimer() {
+  send(connectTimer_, &Timer::invalidate);
+  connectTimer_.reset();
+}
+
+void ConnectionController::connectTimer() {
+  if (!socket_) {
+    std::signal(SIGPIPE, SIG_IGN);  // a write to a link that the daemon has closed must not end the host
+    socket_ = KeldaneSocket::create();
+    socket_->setCallDelegateOnMainThread(true);
+    socket_->setSocketDelegate(shared_from_this());
+  }
+  if (!proxy_) {
+    proxy_ = KeldaneProxy::create();
+    proxy_->setSocket(socket_);
+    proxy_->setProtocol(&KeldaneDaemonProtocol);
+    proxy_->setCallDelegateOnMainThread(true);
+    proxy_->setDelegate(proxyDelegate_);
+  }
+  const PropertyList path =
+      send(bundle_, [](const Bundle& bundle) { return bundle.objectForInfoDictionaryKey("DaemonPath"); });
+  if (!socket_->connectToPath(path.isString() ? std::optional(std::string(path.string())) : std::nullopt)) {
+    KeldaneCLog("ConnectionController: unable to connect to daemon, will try again...");
+    return;
+  }
+  KeldaneCLog("ConnectionController: connected");
+  stopConnectTimer();
+  connected_ = true;
+  NotificationCenter::defaultCenter().post(KeldaneConnectionReadyChangedNotification, this);
+}
+
+void ConnectionController::closeSocket() {
+  const std::shared_ptr<ConnectionController> self =
+      shared_from_this();  // the socket may hold the last reference
+  connected_ = false;
+  stopConnectTimer();
+  send(proxy_, &KeldaneProxy::close);
+  proxy_.reset();
+  send(socket_, &KeldaneSocket::close);
+  socket_.reset();
+  NotificationCenter::defaultCenter().post(KeldaneConnectionReadyChangedNotification, this);
+}
+
+void ConnectionController::socketConnected(const std::shared_ptr<KeldaneSocket>& /*socket*/) {
+  // The result of the attempt has already said so.
+  KeldaneCLog("ConnectionController::socketConnected:");
+}
+
+void ConnectionController::socketFailed(const std::shared_ptr<KeldaneSocket>& /*socket*/) {
+  KeldaneCLog("ConnectionController::socketFailed:");
+  closeSocket();
+  // Whatever disableConnectTimer says: who wanted no retries at the start still wants back what was lost.
+  // Kept on purpose.
+  startConnectTimer();
+}
+
+}  // namespace keldane
