@@ -111,6 +111,8 @@ RawValue KeldaneProxy::call(std::string_view selector, Arguments arguments) {
 }
 
 void KeldaneProxy::forwardInvocation(Invocation& invocation) {
+  // A failed write takes the link down on this thread, and the last other owner of this proxy with it.
+  const std::shared_ptr<KeldaneProxy> self = shared_from_this();
   const ScopedLock forwarding(forwardingLock_);
   std::string error;
   const std::optional<Bytes> payload = serialized(requestFor(invocation), &error);

@@ -1,0 +1,142 @@
+#include "client-state/BackupState.h"
+
+#include "client-state/DefaultsDB.h"
+#include "log/KeldaneLog.h"
+#include "platform/notifications/NotificationCenter.h"
+#include "platform/objects/Absent.h"
+
+extern "C" {
+const char KeldaneBackupStateConnectionChangedNotification[] =
+    "KeldaneBackupStateConnectionChangedNotification";
+const char KeldaneBackupStateChangedNotification[] = "KeldaneBackupStateChangedNotification";
+const char LAST_ACCT_EMAIL_STRING[] = "lastAcctEmailStr";
+const char LAST_SERVER_URL_STRING[] = "lastServerURLStr";
+const char LAST_COMPUTER_NUM_INT[] = "lastComputerNumberInt";
+const char LAST_SKIN_ID_STRING[] = "lastSkinIdStr";
+}
+
+namespace keldane {
+
+namespace {
+
+constexpr RunLoop::Seconds kPollInterval{2.0};
+
+constexpr char kQuotaLimitedKey[] = "isQuotaLimited";
+
+}  // namespace
+
+void BackupState::onBegin() {
+  KeldaneCLog("BackupState:onBegin - opening connection");
+  connection_ = ConnectionController::initWithProxyDelegate(proxyDelegate_);
+  connection_->setBundle(bundle_);
+  if (disableConnectTimer_) {
+    connection_->disableConnectTimer();
+  }
+  NotificationCenter::defaultCenter().addObserver(
+      this, KeldaneConnectionReadyChangedNotification, connection_.get(),
+      [this](const Notification&) { daemonConnectionChangedNotification(); });
+  connection_->start();
+}
+
+void BackupState::onEnd() {
+  stopStatusTimer();
+  // Still registered: who watches this object learns of the end.
+  send(connection_, &ConnectionController::stop);
+  NotificationCenter::defaultCenter().removeObserver(this, KeldaneConnectionReadyChangedNotification,
+                                                     connection_.get());
+  connection_.reset();
+}
+
+bool BackupState::connected() const { return send(connection_, &ConnectionController::connected); }
+
+std::shared_ptr<KeldaneProxy> BackupState::proxy() const {
+  return connected() ? connection_->proxy() : nullptr;
+}
+
+void BackupState::daemonConnectionChangedNotification() {
+  NotificationCenter& center = NotificationCenter::defaultCenter();
+  if (!connected()) {
+    stopStatusTimer();
+    center.post(KeldaneBackupStateConnectionChangedNotification, this);
+    return;
+  }
+  center.post(KeldaneBackupStateConnectionChangedNotification, this);
+  if (wantsStateChangedNotifications_) {
+    statusTimer_ = RunLoop::current().scheduleTimer(kPollInterval, true, [this](Timer&) { onStatusTimer(); });
+    onStatusTimer();
+  }
+}
+
+void BackupState::stopStatusTimer() {
+  send(statusTimer_, &Timer::invalidate);
+  statusTimer_.reset();
+}
+
+void BackupState::updateDaemonState() {
+  if (!connected()) {
+    return;
+  }
+  const PropertyList newState = send(proxy(), [](KeldaneProxy& proxy) { return proxy.daemonState(); });
+  // An absent state equals nothing, not even another absent one: such an answer is announced each time.
+  if (daemonState_ && daemonState_ == newState) {
+    return;
+  }
+  daemonState_ = newState;
+  if (KeldaneLogEnabled()) {
+    KeldaneCLog("daemonState: %@", newState);
+  }
+  NotificationCenter::defaultCenter().post(KeldaneBackupStateChangedNotification, this, daemonState_);
+}
+
+// A name without a colon is sent without an argument, even when one is given.
+PropertyList BackupState::performSelector(std::string_view method, const PropertyList& argument) const {
+  Arguments arguments;
+  if (method.find(':') != std::string_view::npos && argument) {
+    arguments.push_back(RawValue::of<'@'>(argument));
+  }
+  return send(proxy(), &KeldaneProxy::call, method, std::move(arguments)).as<'@'>();
+}
+
+PropertyList BackupState::proxyOrCacheStringWithArg(std::string_view method, const PropertyList& arg,
+                                                    const char* forItem) const {
+  if (!connected()) {
+    const PropertyList stored = DefaultsDB::stringProperty(forItem);
+    return stored ? stored : PropertyList("");
+  }
+  const PropertyList answer = performSelector(method, arg);
+  const PropertyList result = answer ? answer : PropertyList("");
+  // Compared first, so that the shared preferences are written only when something changed.
+  const PropertyList stored = DefaultsDB::stringProperty(forItem);
+  if (!DefaultsDB::lastReadOK() || stored != result) {
+    DefaultsDB::setStringProperty(result, forItem);
+  }
+  return result;
+}
+
+PropertyList BackupState::proxyOrCacheInt(std::string_view method, const char* forItem) const {
+  if (!connected()) {
+    return DefaultsDB::intProperty(forItem);  // 0 when there is none
+  }
+  const PropertyList answer = performSelector(method, {});
+  const PropertyList result = answer ? answer : PropertyList(0);
+  const std::int32_t stored = DefaultsDB::intProperty(forItem);
+  if (!DefaultsDB::lastReadOK() || stored != result.intValue()) {
+    DefaultsDB::setIntProperty(result.intValue(), forItem);
+  }
+  return result;
+}
+
+bool BackupState::isQuotaLimited() const {
+  const std::int32_t stored = DefaultsDB::intProperty(kQuotaLimitedKey);
+  const bool wasStored = DefaultsDB::lastReadOK();
+  if (!connected()) {
+    return wasStored && stored == 1;  // exactly 1: any other number is no yes
+  }
+  const bool limited = state(kQuotaLimitedKey).boolValue();
+  if (!wasStored || (stored == 1) != limited) {
+    DefaultsDB::setIntProperty(limited ? 1 : 0, kQuotaLimitedKey);
+  }
+  return limited;
+}
+
+}  // namespace keldane
