@@ -4,6 +4,7 @@
 
 #include "KeldaneCMM/Source/Entry.h"
 #include "log/KeldaneLog.h"
+#include "platform/plugin/PlugIn.h"
 
 namespace keldane {
 

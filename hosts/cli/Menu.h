@@ -1,0 +1,28 @@
+// A menu as a plug-in described it.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/events/AppleEvents.h"
+
+namespace keldane {
+
+struct MenuItem {
+  std::string title;                        ///< empty when the item has none
+  std::uint32_t command = 0;                ///< 0 when the item has none
+  std::size_t commandSize = 0;              ///< bytes of the descriptor that held the number
+  std::optional<std::uint32_t> attributes;  ///< absent when the item carries none
+  std::vector<MenuItem> items;              ///< of a submenu
+
+  bool isSeparator() const { return title == "-"; }
+  /// Whether a person can choose it.
+  bool isChoosable() const;
+};
+
+/// The items of a command list, submenus included. An item that lacks a part reads as one without it.
+std::vector<MenuItem> readMenu(const AEDescList& commandList);
+
+}  // namespace keldane
