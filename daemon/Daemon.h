@@ -1,0 +1,65 @@
+// The daemon's parts together: store, rules, worker, settings, state.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "daemon/BackupWorker.h"
+#include "daemon/NodeBuilder.h"
+#include "daemon/RuleBook.h"
+#include "daemon/Store.h"
+#include "platform/plist/PropertyList.h"
+
+namespace keldane {
+
+struct DaemonOptions {
+  std::string socket = "/run/keldane/keldaned.sock";
+  std::string store = "/var/lib/keldane/store.sqlite";
+  std::string root = "/";  ///< what lies outside is barred from the backup
+  bool verbose = false;
+};
+
+/// What all peers share. Any thread; settings go through the store, and the worker is told of those that
+/// concern it.
+class Daemon {
+ public:
+  /// `terminate` is called when a client asks the daemon to quit.
+  Daemon(const DaemonOptions& options, std::function<void()> terminate);
+  ~Daemon();
+  Daemon(const Daemon&) = delete;
+  Daemon& operator=(const Daemon&) = delete;
+
+  Store& store() { return store_; }
+  RuleBook& rules() { return rules_; }
+  BackupWorker& worker() { return worker_; }
+  const NodeBuilder& nodes() const { return nodes_; }
+  bool verbose() const { return verbose_; }
+  void terminate() const { terminate_(); }
+
+  /// A setting of the daemon as a number; 0 or the default when it was never set.
+  std::uint32_t setting(const std::string& key);
+  void setSetting(const std::string& key, std::uint32_t value);
+
+  /// Pauses for that many minutes from now; 0 goes on at once.
+  void pauseFor(std::uint32_t minutes);
+  /// Minutes that are left, rounded up.
+  std::uint32_t pausedMinutes();
+
+  /// Every key of the state that clients poll.
+  PropertyList state();
+
+ private:
+  void tellWorker();
+  std::uint64_t quotaMegabytes();
+
+  const bool verbose_;
+  const std::function<void()> terminate_;
+  Store store_;
+  RuleBook rules_;
+  BackupWorker worker_;
+  NodeBuilder nodes_;
+};
+
+}  // namespace keldane

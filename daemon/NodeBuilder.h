@@ -1,0 +1,40 @@
+// Node dictionaries: what the clients are told of a path.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <string>
+
+#include "daemon/BackupWorker.h"
+#include "daemon/RuleBook.h"
+#include "daemon/Store.h"
+#include "platform/plist/PropertyList.h"
+
+namespace keldane {
+
+/// Joins what the file system, the rules, the records and the worker know. Any thread; holds no state of its
+/// own.
+class NodeBuilder {
+ public:
+  NodeBuilder(Store& store, const RuleBook& rules, const BackupWorker& worker)
+      : store_(store), rules_(rules), worker_(worker) {}
+
+  /// The dictionary of one path; absent when nothing is there and nothing was ever backed up from there. With
+  /// folder sizes, as far as a walk of a fifth of a second gets.
+  PropertyList node(const std::string& path, bool withDirSizes) const;
+  /// The dictionaries of a folder's entries, sorted by name, those included that are only in the backup;
+  /// absent for what is no folder.
+  PropertyList children(const std::string& folder) const;
+  /// The status colour of a path.
+  std::int32_t color(const std::string& path) const;
+
+ private:
+  PropertyList build(const std::string& path, const struct stat* status, const BackupRecord* record,
+                     bool withDirSizes) const;
+
+  Store& store_;
+  const RuleBook& rules_;
+  const BackupWorker& worker_;
+};
+
+}  // namespace keldane
