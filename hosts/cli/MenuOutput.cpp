@@ -50,12 +50,13 @@ void appendItem(std::string& text, const MenuItem& item, const std::string& inde
   }
 }
 
-nlohmann::json itemJson(const MenuItem& item) {
+nlohmann::ordered_json itemJson(const MenuItem& item) {
   const std::optional<std::string> text = codeText(item.command);
-  return {{"title", item.title},
-          {"command", text ? nlohmann::json(*text) : nlohmann::json(item.command)},
-          {"commandSize", item.commandSize},
-          {"attributes", item.attributes ? nlohmann::json(*item.attributes) : nlohmann::json()}};
+  return {
+      {"title", item.title},
+      {"command", text ? nlohmann::ordered_json(*text) : nlohmann::ordered_json(item.command)},
+      {"commandSize", item.commandSize},
+      {"attributes", item.attributes ? nlohmann::ordered_json(*item.attributes) : nlohmann::ordered_json()}};
 }
 
 }  // namespace
@@ -99,20 +100,20 @@ std::string menuText(const std::vector<MenuItem>& menu) {
   return text;
 }
 
-nlohmann::json menuJson(const std::vector<MenuItem>& menu) {
+nlohmann::ordered_json menuJson(const std::vector<MenuItem>& menu) {
   if (menu.empty()) {
     return nullptr;
   }
-  nlohmann::json top = itemJson(menu.front());
-  top["items"] = nlohmann::json::array();
+  nlohmann::ordered_json top = itemJson(menu.front());
+  top["items"] = nlohmann::ordered_json::array();
   for (const MenuItem& item : menu.front().items) {
     top["items"].push_back(itemJson(item));
   }
   return top;
 }
 
-std::string jsonLine(const nlohmann::json& value) {
-  return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+std::string jsonLine(const nlohmann::ordered_json& value) {
+  return value.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
 }  // namespace keldane

@@ -16,7 +16,7 @@ namespace keldane {
 
 namespace {
 
-using nlohmann::json;
+using json = nlohmann::ordered_json;
 
 /// A step that cannot be carried out; the text is the answer.
 struct StepError : std::runtime_error {

@@ -26,9 +26,9 @@ class ScriptRunner {
   int run(std::istream& steps, std::ostream& answers);
 
  private:
-  nlohmann::json perform(const nlohmann::json& step);
-  nlohmann::json performOnInstance(const std::string& what, const nlohmann::json& step);
-  Selection selectionFrom(const nlohmann::json& step) const;
+  nlohmann::ordered_json perform(const nlohmann::ordered_json& step);
+  nlohmann::ordered_json performOnInstance(const std::string& what, const nlohmann::ordered_json& step);
+  Selection selectionFrom(const nlohmann::ordered_json& step) const;
 
   std::string bundle_;
   Selection defaults_;

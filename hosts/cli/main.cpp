@@ -97,9 +97,10 @@ bool declareHost(const Options& options) {
 void print(const Options& options, const MenuHost::Examination& examination,
            std::optional<OSStatus> selected) {
   if (options.json) {
-    const nlohmann::json answer = {{"status", examination.status},
-                                   {"menu", menuJson(examination.menu)},
-                                   {"selected", selected ? nlohmann::json(*selected) : nlohmann::json()}};
+    const nlohmann::ordered_json answer = {
+        {"status", examination.status},
+        {"menu", menuJson(examination.menu)},
+        {"selected", selected ? nlohmann::ordered_json(*selected) : nlohmann::ordered_json()}};
     std::cout << jsonLine(answer) << std::endl;
     return;
   }

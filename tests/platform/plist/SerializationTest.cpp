@@ -1,0 +1,497 @@
+#include "platform/plist/PropertyListSerialization.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+
+namespace keldane {
+namespace {
+
+using Format = PropertyListSerialization::Format;
+
+Bytes bytesOf(std::string_view text) { return {text.begin(), text.end()}; }
+
+PropertyList read(const Bytes& bytes, std::string* error = nullptr, Format* format = nullptr) {
+  return PropertyListSerialization::propertyListFromData(bytes, error, format);
+}
+PropertyList readText(std::string_view text, std::string* error = nullptr) {
+  return read(bytesOf(text), error);
+}
+
+Bytes binary(const PropertyList& value) {
+  std::string error;
+  const auto bytes = PropertyListSerialization::dataFromPropertyList(value, Format::binary, &error);
+  EXPECT_TRUE(bytes) << error;
+  return bytes.value_or(Bytes());
+}
+
+std::string hex(const Bytes& bytes, std::size_t from, std::size_t count) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  std::string text;
+  for (std::size_t i = from; i < from + count && i < bytes.size(); ++i) {
+    text += kDigits[bytes[i] >> 4];
+    text += kDigits[bytes[i] & 15];
+  }
+  return text;
+}
+
+PropertyList nested(int depth) {
+  PropertyList value = 1;
+  for (int i = 0; i < depth; ++i) {
+    value = PropertyList::array({value});
+  }
+  return value;
+}
+
+/// Objects, then the offset table and trailer that the format asks for.
+Bytes document(const std::vector<std::string>& objects, std::uint64_t top = 0,
+               std::uint8_t referenceSize = 1) {
+  Bytes bytes = bytesOf("bplist00");
+  std::vector<std::uint8_t> offsets;
+  for (const std::string& object : objects) {
+    offsets.push_back(static_cast<std::uint8_t>(bytes.size()));
+    bytes.insert(bytes.end(), object.begin(), object.end());
+  }
+  const std::uint64_t table = bytes.size();
+  bytes.insert(bytes.end(), offsets.begin(), offsets.end());
+  bytes.insert(bytes.end(), 6, 0);
+  bytes.push_back(1);
+  bytes.push_back(referenceSize);
+  for (const std::uint64_t number : {std::uint64_t{objects.size()}, top, table}) {
+    for (int shift = 56; shift >= 0; shift -= 8) {
+      bytes.push_back(static_cast<std::uint8_t>(number >> shift));
+    }
+  }
+  return bytes;
+}
+
+TEST(BinaryWriter, WritesTheKnownBytesOfSmallValues) {
+  EXPECT_EQ(hex(binary(true), 0, 9),
+            "62706c6973743030"
+            "09");
+  EXPECT_EQ(hex(binary(false), 8, 1), "08");
+  EXPECT_EQ(hex(binary(0), 8, 2), "1000");
+  EXPECT_EQ(hex(binary(255), 8, 2), "10ff");
+  EXPECT_EQ(hex(binary(256), 8, 3), "110100");
+  EXPECT_EQ(hex(binary(65536), 8, 5), "1200010000");
+  EXPECT_EQ(hex(binary(std::int64_t{1} << 32), 8, 9), "130000000100000000");
+  EXPECT_EQ(hex(binary(-1), 8, 9), "13ffffffffffffffff") << "negative ones in 8 bytes";
+  EXPECT_EQ(hex(binary(UINT64_MAX), 8, 17), "140000000000000000ffffffffffffffff")
+      << "above the signed range in 16";
+  EXPECT_EQ(hex(binary(1.5), 8, 9), "233ff8000000000000");
+  EXPECT_EQ(hex(binary("ab"), 8, 3), "526162");
+  EXPECT_EQ(hex(binary("é"), 8, 3), "6100e9");
+  EXPECT_EQ(hex(binary("😀"), 8, 5), "62d83dde00") << "a surrogate pair";
+  EXPECT_EQ(hex(binary("a234567890123456"), 8, 3), "5f1010");
+  EXPECT_EQ(hex(binary(Date{0}), 8, 9), "330000000000000000");
+  EXPECT_EQ(hex(binary(PropertyList::array({})), 8, 1), "a0");
+  EXPECT_EQ(hex(binary(PropertyList::dictionary({{"k", 1}})), 8, 7),
+            "d10102"
+            "516b"
+            "1001");
+}
+
+TEST(BinaryWriter, WritesATrailer) {
+  const Bytes bytes = binary("a");
+  EXPECT_EQ(hex(bytes, 10, 33),
+            "08"
+            "000000000000"
+            "01"
+            "01"
+            "0000000000000001"
+            "0000000000000000"
+            "000000000000000a");
+}
+
+TEST(BinaryWriter, WritesEqualScalarsOnce) {
+  const Bytes bytes = binary(PropertyList::array({"same", "same", 7, 7U, true, 1, 1.0, "other"}));
+  const PropertyList value = read(bytes);
+  // array, "same", 7, true, 1, 1.0, "other"
+  EXPECT_EQ(bytes[bytes.size() - 17], 7);
+  EXPECT_EQ(value[4].numberKind(), PropertyList::NumberKind::boolean);
+  EXPECT_EQ(value[5].numberKind(), PropertyList::NumberKind::signedInteger);
+  EXPECT_EQ(value[6].numberKind(), PropertyList::NumberKind::real);
+}
+
+TEST(BinaryWriter, TellsZeroFromNegativeZero) {
+  const PropertyList value = read(binary(PropertyList::array({0.0, -0.0})));
+  EXPECT_FALSE(std::signbit(value[0].doubleValue()));
+  EXPECT_TRUE(std::signbit(value[1].doubleValue()));
+}
+
+TEST(BinaryWriter, WritesASharedContainerOnce) {
+  PropertyList value = "leaf";
+  for (int i = 0; i < 200; ++i) {
+    value = PropertyList::array({value, value});
+  }
+  EXPECT_LT(binary(value).size(), 2000U);
+  EXPECT_EQ(read(binary(value)), value);
+}
+
+TEST(BinaryWriter, RefusesAbsentValuesAndTooDeepNesting) {
+  std::string error;
+  EXPECT_FALSE(PropertyListSerialization::dataFromPropertyList({}, Format::binary, &error));
+  EXPECT_FALSE(error.empty());
+  EXPECT_FALSE(PropertyListSerialization::dataFromPropertyList(PropertyList::array({PropertyList()}),
+                                                               Format::binary, &error));
+  EXPECT_TRUE(PropertyListSerialization::dataFromPropertyList(nested(512), Format::binary, &error));
+  EXPECT_FALSE(PropertyListSerialization::dataFromPropertyList(nested(513), Format::binary, &error));
+  EXPECT_FALSE(PropertyListSerialization::dataFromPropertyList(1, Format::openStep, &error));
+}
+
+TEST(BinaryReader, ReadsEveryWidthOfInteger) {
+  const auto bytes = [](std::initializer_list<int> list) { return std::string(list.begin(), list.end()); };
+  EXPECT_EQ(read(document({bytes({0x10, 0xFF})})).longLongValue(), 255);
+  EXPECT_EQ(read(document({bytes({0x11, 0xFF, 0xFF})})).longLongValue(), 65535);
+  EXPECT_EQ(read(document({bytes({0x12, 0xFF, 0xFF, 0xFF, 0xFF})})).longLongValue(), 4294967295);
+  EXPECT_EQ(read(document({bytes({0x13}) + std::string(8, '\xFF')})).longLongValue(), -1);
+  EXPECT_EQ(
+      read(document({bytes({0x14}) + std::string(8, '\0') + std::string(8, '\xFF')})).unsignedLongLongValue(),
+      UINT64_MAX);
+  EXPECT_EQ(read(document({bytes({0x14}) + std::string(16, '\xFF')})).longLongValue(), -1);
+  std::string error;
+  EXPECT_FALSE(read(document({bytes({0x14, 1}) + std::string(15, '\0')}), &error));
+  EXPECT_NE(error.find("64 bits"), std::string::npos);
+  EXPECT_FALSE(read(document({bytes({0x15}) + std::string(32, '\0')}), &error));
+}
+
+TEST(BinaryReader, ReadsBothWidthsOfReal) {
+  EXPECT_EQ(read(document({std::string("\x22\x3F\xC0\x00\x00", 5)})).doubleValue(), 1.5);
+  EXPECT_EQ(read(document({std::string("\x23\x3F\xF8\x00\x00\x00\x00\x00\x00", 9)})).doubleValue(), 1.5);
+}
+
+TEST(BinaryReader, MendsTextThatIsNone) {
+  EXPECT_EQ(read(document({"\x52"
+                           "a\xFF"}))
+                .string(),
+            "a\xEF\xBF\xBD");
+  EXPECT_EQ(read(document({std::string("\x61\xD8\x00", 3)})).string(), "\xEF\xBF\xBD") << "a lone surrogate";
+}
+
+struct Malformed {
+  const char* what;
+  Bytes bytes;
+};
+
+TEST(BinaryReader, RefusesWhatIsMalformedWithASentenceAndAnOffset) {
+  Bytes badTop = document({"\x51"
+                           "a"},
+                          1);
+  Bytes badTable =
+      document({"\x51"
+                "a"});
+  badTable[badTable.size() - 1] = 200;
+  Bytes zeroWidth =
+      document({"\x51"
+                "a"});
+  zeroWidth[zeroWidth.size() - 26] = 0;
+  Bytes wideReference =
+      document({"\x51"
+                "a"});
+  wideReference[wideReference.size() - 25] = 9;
+  Bytes manyObjects =
+      document({"\x51"
+                "a"});
+  manyObjects[manyObjects.size() - 24] = 0x7F;
+  const Malformed cases[] = {
+      {"too short", bytesOf("bplist00")},
+      {"another version", bytesOf("bplist15" + std::string(40, '\0'))},
+      {"top object", badTop},
+      {"offset table", badTable},
+      {"offset width", zeroWidth},
+      {"reference width", wideReference},
+      {"object count", manyObjects},
+      {"a cycle", document({"\xA1" + std::string(1, '\0')})},
+      {"a longer cycle", document({"\xA1\x01", "\xA1" + std::string(1, '\0')})},
+      {"a UID", document({"\x80\x01"})},
+      {"a set", document({"\xC0"})},
+      {"a null object", document({std::string(1, '\0')})},
+      {"an unknown marker", document({"\x70"})},
+      {"a string beyond the end", document({"\x5E"
+                                            "a"})},
+      {"a huge count", document({"\xAF\x13\x7F\xFF\xFF\xFF\xFF\xFF\xFF\xFF"})},
+      {"a huge UTF-16 count", document({"\x6F\x13\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF"})},
+      {"a count that is no integer", document({"\xAF\x51"})},
+      {"a reference to nothing", document({"\xA1\x09"})},
+      {"a key that is no string", document({"\xD1\x01\x01", "\x10\x01"})},
+  };
+  for (const Malformed& malformed : cases) {
+    std::string error;
+    EXPECT_TRUE(read(malformed.bytes, &error).isAbsent()) << malformed.what;
+    EXPECT_NE(error.find("at byte offset"), std::string::npos) << malformed.what << ": " << error;
+  }
+}
+
+TEST(BinaryReader, RefusesNestingBeyondItsLimitHoweverItIsShared) {
+  EXPECT_EQ(read(binary(nested(512))), nested(512));
+  // 600 arrays, each around the next: longer offsets, so by hand.
+  Bytes bytes = bytesOf("bplist00");
+  const std::size_t count = 600;
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::size_t next = i + 1 < count ? i + 1 : 0;
+    bytes.push_back(i + 1 < count ? 0xA1 : 0xA0);
+    if (i + 1 < count) {
+      bytes.push_back(static_cast<std::uint8_t>(next >> 8));
+      bytes.push_back(static_cast<std::uint8_t>(next));
+    }
+  }
+  const std::size_t table = bytes.size();
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::size_t offset = 8 + 3 * i;
+    bytes.push_back(static_cast<std::uint8_t>(offset >> 8));
+    bytes.push_back(static_cast<std::uint8_t>(offset));
+  }
+  bytes.insert(bytes.end(), 6, 0);
+  bytes.insert(bytes.end(), {2, 2});
+  for (const std::size_t number : {count, std::size_t{0}, table}) {
+    for (int shift = 56; shift >= 0; shift -= 8) {
+      bytes.push_back(static_cast<std::uint8_t>(number >> shift));
+    }
+  }
+  std::string error;
+  EXPECT_FALSE(read(bytes, &error));
+  EXPECT_NE(error.find("too deep"), std::string::npos) << error;
+}
+
+PropertyList sample() {
+  const std::uint8_t data[] = {0, 1, 2, 250};
+  return PropertyList::dictionary(
+      {{"name", "Ünïcode 😀"},
+       {"count", 12},
+       {"size", std::uint64_t{1} << 40},
+       {"negative", -5},
+       {"flag", true},
+       {"real", 2.25},
+       {"date", Date{123456789}},
+       {"data", PropertyList::data(data)},
+       {"list", PropertyList::array({"a", PropertyList::dictionary({{"x", "y"}}), 3})}});
+}
+
+TEST(BinaryReader, SurvivesEveryTruncation) {
+  const Bytes whole = binary(sample());
+  for (std::size_t length = 0; length < whole.size(); ++length) {
+    std::string error;
+    read(Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length)), &error);
+    EXPECT_FALSE(error.empty()) << length;
+  }
+}
+
+TEST(BinaryReader, SurvivesEveryFlippedByte) {
+  const Bytes whole = binary(sample());
+  for (std::size_t at = 0; at < whole.size(); ++at) {
+    for (const int flip : {0x01, 0x10, 0x80, 0xFF}) {
+      Bytes broken = whole;
+      broken[at] = static_cast<std::uint8_t>(broken[at] ^ flip);
+      read(broken).description();
+    }
+  }
+}
+
+PropertyList randomValue(std::mt19937& random, int depth) {
+  const auto pick = [&](int count) { return static_cast<int>(random() % static_cast<unsigned>(count)); };
+  switch (pick(depth > 0 ? 9 : 7)) {
+    case 0:
+      return static_cast<std::int64_t>(std::uint64_t{random()} << 32 | random()) >> pick(64);
+    case 1:
+      return UINT64_MAX - random();
+    case 2:
+      return static_cast<double>(random()) / 7;
+    case 3:
+      return pick(2) == 1;
+    case 4:
+      return Date{static_cast<double>(random() % 4000000000U) - 2e9};
+    case 5: {
+      Bytes bytes(random() % 40);
+      for (std::uint8_t& byte : bytes) {
+        byte = static_cast<std::uint8_t>(random());
+      }
+      return PropertyList::data(bytes);
+    }
+    case 6: {
+      static constexpr const char* kWords[] = {"",     "a",  "node",   "état",
+                                               "日本", "😀x", "<&>\"'", "tab\tline\nend"};
+      return std::string(kWords[pick(8)]) + std::to_string(pick(50));
+    }
+    case 7: {
+      PropertyList::Array elements;
+      for (int i = pick(6); i > 0; --i) {
+        elements.push_back(randomValue(random, depth - 1));
+      }
+      return PropertyList::array(elements);
+    }
+    default: {
+      PropertyList::Entries entries;
+      for (int i = pick(25); i > 0; --i) {
+        entries.emplace_back("k" + std::to_string(pick(40)), randomValue(random, depth - 1));
+      }
+      return PropertyList::dictionary(entries);
+    }
+  }
+}
+
+class RoundTrip : public ::testing::TestWithParam<Format> {};
+
+TEST_P(RoundTrip, GivesBackWhatWasWritten) {
+  std::mt19937 random(20261121);
+  for (int i = 0; i < 400; ++i) {
+    const PropertyList value = randomValue(random, 4);
+    std::string error;
+    const auto bytes = PropertyListSerialization::dataFromPropertyList(value, GetParam(), &error);
+    ASSERT_TRUE(bytes) << error;
+    Format format{};
+    const PropertyList back = read(*bytes, &error, &format);
+    EXPECT_TRUE(back.identical(value)) << error << "\n" << value.description() << "\n" << back.description();
+    EXPECT_EQ(format, GetParam());
+    EXPECT_EQ(*PropertyListSerialization::dataFromPropertyList(back, GetParam(), &error), *bytes);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, RoundTrip, ::testing::Values(Format::binary, Format::xml));
+
+TEST(XmlReader, ReadsEveryElement) {
+  const PropertyList value = readText(R"(<?xml version="1.0" encoding="UTF-8"?>
+<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
+<!-- a comment --><plist version="1.0"><dict>
+  <key>s</key><string>a &lt;b&gt; &amp; &quot;c&quot; &apos;d&apos; &#65;&#x1F600;<![CDATA[<raw & text>]]><!-- in text --></string>
+  <key>i</key><integer>-12</integer><key>h</key><integer>0xFF</integer><key>u</key><integer>18446744073709551615</integer>
+  <key>r</key><real>2.5e1</real><key>n</key><real>nan</real><key>inf</key><real>-infinity</real>
+  <key>t</key><true/><key>f</key><false></false>
+  <key>d</key><date>2026-11-21T04:37:12Z</date>
+  <key>b</key><data> 3q2+
+     7w== </data>
+  <key>a</key><array><string/><array/><dict/></array>
+</dict></plist>
+)");
+  EXPECT_EQ(value["s"].string(), "a <b> & \"c\" 'd' A😀<raw & text>");
+  EXPECT_EQ(value["i"].intValue(), -12);
+  EXPECT_EQ(value["h"].intValue(), 255);
+  EXPECT_EQ(value["u"].unsignedLongLongValue(), UINT64_MAX);
+  EXPECT_EQ(value["r"].doubleValue(), 25);
+  EXPECT_TRUE(std::isnan(value["n"].doubleValue()));
+  EXPECT_TRUE(std::isinf(value["inf"].doubleValue()));
+  EXPECT_TRUE(value["t"].boolValue());
+  EXPECT_EQ(value["f"].numberKind(), PropertyList::NumberKind::boolean);
+  EXPECT_EQ(value["d"].date().unixTime(), 1795235832);
+  EXPECT_EQ(value["b"].description(), "<deadbeef>");
+  EXPECT_EQ(value["a"].count(), 3U);
+}
+
+TEST(XmlReader, ReadsTextInUtf16AndWithAMark) {
+  Bytes utf16 = {0xFE, 0xFF};
+  for (const char c : std::string_view("<plist><string>ok</string></plist>")) {
+    utf16.push_back(0);
+    utf16.push_back(static_cast<std::uint8_t>(c));
+  }
+  EXPECT_EQ(read(utf16).string(), "ok");
+  EXPECT_EQ(readText("\xEF\xBB\xBF<string>ok</string>").string(), "ok");
+}
+
+TEST(XmlReader, RefusesWhatIsMalformedWithASentenceAndAnOffset) {
+  for (const char* text : {
+           "<plist>",
+           "<plist/>",
+           "<plist><dict><string>x</string></dict></plist>",
+           "<plist><dict><key>k</key></dict></plist>",
+           "<plist><string>x</plist>",
+           "<plist><integer>1x</integer></plist>",
+           "<plist><integer>99999999999999999999</integer></plist>",
+           "<plist><real>x</real></plist>",
+           "<plist><date>yesterday</date></plist>",
+           "<plist><data>*</data></plist>",
+           "<plist><data>A</data></plist>",
+           "<plist><string>&unknown;</string></plist>",
+           "<plist><string>&#0;</string></plist>",
+           "<plist><string>&#xD800;</string></plist>",
+           "<plist><string>&amp</string></plist>",
+           "<plist><wrong/></plist>",
+           "<plist><!-- no end",
+           "<?xml no end",
+           "<plist><string><![CDATA[x</string></plist>",
+           "<plist><string>x</string></plist>more",
+           "<!DOCTYPE plist [<!ENTITY a \"aaaa\">]><plist><string>&a;</string></plist>",
+           "<plist><array><string>x</string>",
+       }) {
+    std::string error;
+    EXPECT_TRUE(readText(text, &error).isAbsent()) << text;
+    EXPECT_NE(error.find("at byte offset"), std::string::npos) << text << ": " << error;
+  }
+}
+
+TEST(XmlReader, RefusesNestingBeyondItsLimit) {
+  const auto nestedText = [](int depth) {
+    std::string text;
+    for (int i = 0; i < depth; ++i) {
+      text += "<array>";
+    }
+    for (int i = 0; i < depth; ++i) {
+      text += "</array>";
+    }
+    return text;
+  };
+  EXPECT_TRUE(readText(nestedText(512)).isArray());
+  EXPECT_TRUE(readText(nestedText(513)).isAbsent());
+  EXPECT_TRUE(readText(nestedText(100000)).isAbsent());
+}
+
+TEST(XmlWriter, WritesADocumentThatPeopleCanRead) {
+  std::string error;
+  const auto bytes = PropertyListSerialization::dataFromPropertyList(
+      PropertyList::dictionary({{"k", PropertyList::array({"a<b", 1, true})}}), Format::xml, &error);
+  const std::string text(bytes->begin(), bytes->end());
+  EXPECT_NE(
+      text.find("<plist version=\"1.0\">\n<dict>\n\t<key>k</key>\n\t<array>\n\t\t<string>a&lt;b</string>\n"
+                "\t\t<integer>1</integer>\n\t\t<true/>\n\t</array>\n</dict>\n</plist>\n"),
+      std::string::npos)
+      << text;
+}
+
+TEST(XmlWriter, ReplacesWhatXmlCannotHoldAndRefusesWhatHasNoEnd) {
+  std::string error;
+  const auto bytes =
+      PropertyListSerialization::dataFromPropertyList(std::string("a\x01z\xFF"), Format::xml, &error);
+  EXPECT_EQ(read(*bytes).string(), "a\xEF\xBF\xBDz\xEF\xBF\xBD");
+  EXPECT_FALSE(PropertyListSerialization::dataFromPropertyList(nested(513), Format::xml, &error));
+  EXPECT_FALSE(PropertyListSerialization::dataFromPropertyList(Date{1e300}, Format::xml, &error));
+}
+
+TEST(TextReader, ReadsTheOldFormat) {
+  const PropertyList value = readText(R"(// a comment
+{ name = a.txt; "with blank" = "say \"hi\"\n\U00e9\101"; list = (1, two, (x),); data = <dead BEEF>; empty = {}; none = (); /* done */ })");
+  EXPECT_EQ(value["name"].string(), "a.txt");
+  EXPECT_EQ(value["with blank"].string(), "say \"hi\"\néA");
+  EXPECT_EQ(value["list"].count(), 3U);
+  EXPECT_EQ(value["data"].description(), "<deadbeef>");
+  EXPECT_TRUE(value["empty"].isDictionary());
+  EXPECT_TRUE(value["none"].isArray());
+  EXPECT_EQ(readText("word").string(), "word");
+  EXPECT_EQ(readText("\"\\Ud83d\\Ude00\"").string(), "😀");
+}
+
+TEST(TextReader, ReadsAStringsTable) {
+  const PropertyList value =
+      readText("/* Menu */\n\"Back up This File\" = \"Sichern\";\nalone;\n'single' = 'x';\n");
+  EXPECT_EQ(value["Back up This File"].string(), "Sichern");
+  EXPECT_EQ(value["alone"].string(), "alone");
+  EXPECT_EQ(value["single"].string(), "x");
+}
+
+TEST(TextReader, RefusesWhatIsMalformedWithASentenceAndAnOffset) {
+  for (const char* text : {"{", "{ a = ", "{ a = b", "{ a b }", "( a b )", "( a", "<abc>", "<xy>", "\"no end",
+                           "/* no end", "  ", "a = b c", "{ a = b; } x", "=", "\"\\"}) {
+    std::string error;
+    EXPECT_TRUE(readText(text, &error).isAbsent()) << text;
+    EXPECT_NE(error.find("at byte offset"), std::string::npos) << text << ": " << error;
+  }
+  EXPECT_TRUE(readText(std::string(513, '(') + std::string(513, ')')).isAbsent());
+  EXPECT_TRUE(readText(std::string(512, '(') + std::string(512, ')')).isArray());
+}
+
+TEST(Serialization, NothingAtAllIsAnError) {
+  std::string error;
+  EXPECT_TRUE(read({}, &error).isAbsent());
+  EXPECT_FALSE(error.empty());
+}
+
+}  // namespace
+}  // namespace keldane

@@ -1,0 +1,42 @@
+// Waiting for what happens on another thread.
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <iterator>
+#include <thread>
+
+#include "platform/runloop/RunLoop.h"
+
+namespace keldane::testing {
+
+inline constexpr auto kGenerous = std::chrono::seconds(20);
+
+/// Whether the condition came true, within a generous time.
+inline bool eventually(const std::function<bool()>& condition) {
+  const auto end = std::chrono::steady_clock::now() + kGenerous;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) {
+      return false;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
+}
+
+/// The same for what needs the main run loop to come about.
+inline bool eventuallyRunning(const std::function<bool()>& condition) {
+  return eventually([&] {
+    RunLoop::main().runDue();
+    return condition();
+  });
+}
+
+/// Entries of a folder of /proc/self: how many threads or descriptors there are.
+inline std::ptrdiff_t countOf(const char* what) {
+  return std::distance(std::filesystem::directory_iterator(std::filesystem::path("/proc/self") / what),
+                       std::filesystem::directory_iterator());
+}
+
+}  // namespace keldane::testing
