@@ -1,0 +1,42 @@
+#include "log/KeldaneLog.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "tests/support/LogCapture.h"
+
+namespace keldane {
+namespace {
+
+constexpr char kSwitch[] = "/tmp/keldane_logging";
+
+// One test, because the switch has one place on a machine and the log, once on, stays on.
+TEST(KeldaneLog, IsOffUntilTheSwitchFileIsThereAndOnEverAfter) {
+  const testing::LogCapture log;
+  EXPECT_FALSE(KeldaneLogEnabled());
+  KeldaneCLog("nobody reads %d", 1);
+  KeldaneLog(std::string("nor %@"), "this");
+  EXPECT_TRUE(log.lines().empty());
+
+  const bool wasThere = access(kSwitch, F_OK) == 0;
+  if (!wasThere) {
+    KeldaneLogStart();
+    EXPECT_FALSE(KeldaneLogEnabled());
+    close(open(kSwitch, O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+  }
+  KeldaneLogStart();
+  if (!wasThere) {
+    unlink(kSwitch);
+  }
+  EXPECT_TRUE(KeldaneLogEnabled());
+  KeldaneLogStart();
+  EXPECT_TRUE(KeldaneLogEnabled()) << "taking the file away switches nothing off";
+
+  KeldaneCLog("error: %ld.", -609L);
+  KeldaneLog(std::string("%@"), PropertyList("object"));
+  EXPECT_EQ(log.lines(), (std::vector<std::string>{"error: -609.", "object"}));
+}
+
+}  // namespace
+}  // namespace keldane

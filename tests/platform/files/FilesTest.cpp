@@ -1,0 +1,177 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "platform/files/FileContents.h"
+#include "platform/files/FileManager.h"
+#include "platform/files/Path.h"
+#include "platform/files/UserFolders.h"
+#include "platform/host/Host.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tests/support/Wait.h"
+
+namespace keldane {
+namespace {
+
+using testing::TemporaryFolder;
+
+TEST(Path, SplitsIntoComponents) {
+  using List = std::vector<std::string>;
+  EXPECT_EQ(pathComponents("/a/b"), (List{"/", "a", "b"}));
+  EXPECT_EQ(pathComponents("a//b/"), (List{"a", "b"}));
+  EXPECT_EQ(pathComponents("/"), List{"/"});
+  EXPECT_EQ(pathComponents(""), List{});
+}
+
+TEST(Path, HasALastComponent) {
+  EXPECT_EQ(lastPathComponent("/a/b.txt"), "b.txt");
+  EXPECT_EQ(lastPathComponent("/a/b/"), "b");
+  EXPECT_EQ(lastPathComponent("a"), "a");
+  EXPECT_EQ(lastPathComponent("/"), "/");
+  EXPECT_EQ(lastPathComponent("//"), "/");
+  EXPECT_EQ(lastPathComponent(""), "");
+}
+
+TEST(Path, JoinsWithOneSlash) {
+  EXPECT_EQ(appendPathComponent("/a", "b"), "/a/b");
+  EXPECT_EQ(appendPathComponent("/a/", "/b"), "/a/b");
+  EXPECT_EQ(appendPathComponent("/", "b"), "/b");
+  EXPECT_EQ(appendPathComponent("", "b"), "b");
+  EXPECT_EQ(appendPathComponent("/a", ""), "/a");
+  EXPECT_EQ(appendPathComponent("/", ""), "/");
+}
+
+TEST(Path, HasAnExtension) {
+  EXPECT_EQ(pathExtension("/a/b.txt"), "txt");
+  EXPECT_EQ(pathExtension("/a/b.tar.gz"), "gz");
+  EXPECT_EQ(pathExtension("/a.d/b"), "");
+  EXPECT_EQ(pathExtension("/a/.profile"), "");
+  EXPECT_EQ(pathExtension("/a/b."), "");
+}
+
+TEST(FileManager, KnowsWhatExists) {
+  const TemporaryFolder folder;
+  const std::string file = folder.write("a", "x");
+  bool isDirectory = true;
+  EXPECT_TRUE(FileManager::fileExistsAtPath(file, &isDirectory));
+  EXPECT_FALSE(isDirectory);
+  EXPECT_TRUE(FileManager::fileExistsAtPath(folder.path(), &isDirectory));
+  EXPECT_TRUE(isDirectory);
+  EXPECT_FALSE(FileManager::fileExistsAtPath(folder / "none", &isDirectory));
+  EXPECT_TRUE(isDirectory) << "untouched";
+  EXPECT_FALSE(FileManager::fileExistsAtPath(""));
+  EXPECT_FALSE(FileManager::fileExistsAtPath(file + std::string("\0x", 2)));
+}
+
+TEST(FileManager, ReadsAttributesWithAndWithoutALastLink) {
+  const TemporaryFolder folder;
+  const std::string file = folder.write("a", "12345");
+  std::filesystem::create_symlink(file, folder / "link");
+  const auto attributes = FileManager::fileAttributesAtPath(file, false);
+  ASSERT_TRUE(attributes);
+  EXPECT_EQ(attributes->size, 5U);
+  EXPECT_EQ(attributes->ownerAccountID, getuid());
+  EXPECT_EQ(attributes->hfsTypeCode, 0U);
+  EXPECT_EQ(FileManager::fileAttributesAtPath(folder / "link", true)->size, 5U);
+  EXPECT_EQ(FileManager::fileAttributesAtPath(folder / "link", false)->size, file.size());
+  EXPECT_FALSE(FileManager::fileAttributesAtPath(folder / "none", false));
+}
+
+TEST(FileManager, ReadsTheTypeCodeFromItsAttribute) {
+  // Not every file system keeps such attributes; one of the two places here does.
+  for (const std::filesystem::path& place :
+       {std::filesystem::temp_directory_path(), std::filesystem::current_path()}) {
+    std::string file = (place / "keldane-type-XXXXXX").string();
+    const int descriptor = mkstemp(file.data());
+    ASSERT_GE(descriptor, 0);
+    const bool kept = fsetxattr(descriptor, "user.com.apple.FinderInfo", "TEXTttxt", 8, 0) == 0;
+    const auto attributes = FileManager::fileAttributesAtPath(file, false);
+    close(descriptor);
+    unlink(file.c_str());
+    if (kept) {
+      EXPECT_EQ(attributes->hfsTypeCode, fourCharCode("TEXT"));
+      return;
+    }
+  }
+  FAIL() << "Neither the temporary folder nor the build folder keeps extended attributes of users.";
+}
+
+TEST(FileManager, TheNameToShowIsTheLastComponent) {
+  EXPECT_EQ(FileManager::displayNameAtPath("/a/b.txt"), "b.txt");
+}
+
+TEST(Workspace, HandsTheFileToTheHostsOpener) {
+  std::vector<std::optional<std::string>> opened;
+  Host::shared().setFileOpener([&](const std::optional<std::string>& path) {
+    opened.push_back(path);
+    return true;
+  });
+  EXPECT_TRUE(Workspace::openFile("/x"));
+  EXPECT_TRUE(Workspace::openFile(std::nullopt));
+  EXPECT_EQ(opened, (std::vector<std::optional<std::string>>{"/x", std::nullopt}));
+  Host::shared().setFileOpener({});
+  EXPECT_FALSE(Workspace::openFile(std::nullopt));
+  EXPECT_FALSE(Workspace::openFile(""));
+}
+
+TEST(Workspace, StartsTheDesktopsOpenerWithoutAShell) {
+  const TemporaryFolder folder;
+  const std::string program =
+      folder.write("xdg-open", "#!/bin/sh\nprintf '%s' \"$1\" > \"" + folder / "part" + "\"\nmv \"" +
+                                   folder / "part" + "\" \"" + folder / "seen" + "\"\n");
+  chmod(program.c_str(), 0755);
+  const std::string path = std::string(getenv("PATH"));
+  setenv("PATH", (folder.path().string() + ":" + path).c_str(), 1);
+  const std::string name = "-a $(touch x); \"b\".txt";
+  EXPECT_TRUE(Workspace::openFile(name));
+  EXPECT_TRUE(testing::eventually([&] { return FileManager::fileExistsAtPath(folder / "seen"); }));
+  EXPECT_EQ(testing::readWhole(folder / "seen"), "./" + name)
+      << "not taken for an option, not read by a shell";
+}
+
+TEST(Workspace, SaysWhenThereIsNoOpener) {
+  setenv("PATH", "/nonexistent", 1);
+  EXPECT_FALSE(Workspace::openFile("/x"));
+}
+
+TEST(FileContents, ReadsRegularFilesOnly) {
+  const TemporaryFolder folder;
+  int error = 0;
+  EXPECT_EQ(readFile(folder.write("a", "abc"), &error), (Bytes{'a', 'b', 'c'}));
+  EXPECT_FALSE(readFile(folder.path(), &error));
+  EXPECT_EQ(error, EISDIR);
+  EXPECT_FALSE(readFile(folder / "none", &error));
+  EXPECT_EQ(error, ENOENT);
+  ASSERT_EQ(mkfifo((folder / "pipe").c_str(), 0600), 0);
+  EXPECT_FALSE(readFile(folder / "pipe", &error)) << "nobody writes to it: must not be waited for";
+  EXPECT_EQ(error, EINVAL);
+  std::filesystem::resize_file(folder.write("large", ""), kLargestFile + 1);
+  EXPECT_FALSE(readFile(folder / "large", &error));
+  EXPECT_EQ(error, EFBIG);
+}
+
+TEST(UserFolders, FollowTheConventions) {
+  setenv("HOME", "/home/somebody", 1);
+  unsetenv("XDG_CONFIG_HOME");
+  unsetenv("XDG_DATA_HOME");
+  unsetenv("XDG_DATA_DIRS");
+  EXPECT_EQ(configurationFolder(), "/home/somebody/.config");
+  EXPECT_EQ(dataFolders(), (std::vector<std::filesystem::path>{"/home/somebody/.local/share",
+                                                               "/usr/local/share", "/usr/share"}));
+  setenv("XDG_CONFIG_HOME", "/c", 1);
+  setenv("XDG_DATA_HOME", "/d", 1);
+  setenv("XDG_DATA_DIRS", "/e:relative:/f:", 1);
+  EXPECT_EQ(configurationFolder(), "/c");
+  EXPECT_EQ(dataFolders(), (std::vector<std::filesystem::path>{"/d", "/e", "/f"}));
+  setenv("XDG_CONFIG_HOME", "relative", 1);
+  EXPECT_EQ(configurationFolder(), "/home/somebody/.config");
+  unsetenv("HOME");
+  EXPECT_TRUE(homeFolder().is_absolute());
+}
+
+}  // namespace
+}  // namespace keldane
