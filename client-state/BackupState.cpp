@@ -61,7 +61,7 @@ void BackupState::daemonConnectionChangedNotification() {
     return;
   }
   center.post(KeldaneBackupStateConnectionChangedNotification, this);
-  if (wantsStateChangedNotifications_) {
+  if (wantsStateChangedNotifications_ && connected()) {  // an observer may have ended it meanwhile
     statusTimer_ = RunLoop::current().scheduleTimer(kPollInterval, true, [this](Timer&) { onStatusTimer(); });
     onStatusTimer();
   }
@@ -104,7 +104,8 @@ PropertyList BackupState::proxyOrCacheStringWithArg(std::string_view method, con
     return stored ? stored : PropertyList("");
   }
   const PropertyList answer = performSelector(method, arg);
-  const PropertyList result = answer ? answer : PropertyList("");
+  // An answer of another kind is none: what goes into the shared preferences is text.
+  const PropertyList result = answer.isString() ? answer : PropertyList("");
   // Compared first, so that the shared preferences are written only when something changed.
   const PropertyList stored = DefaultsDB::stringProperty(forItem);
   if (!DefaultsDB::lastReadOK() || stored != result) {
@@ -118,7 +119,7 @@ PropertyList BackupState::proxyOrCacheInt(std::string_view method, const char* f
     return DefaultsDB::intProperty(forItem);  // 0 when there is none
   }
   const PropertyList answer = performSelector(method, {});
-  const PropertyList result = answer ? answer : PropertyList(0);
+  const PropertyList result = answer.isNumber() ? answer : PropertyList(answer.intValue());
   const std::int32_t stored = DefaultsDB::intProperty(forItem);
   if (!DefaultsDB::lastReadOK() || stored != result.intValue()) {
     DefaultsDB::setIntProperty(result.intValue(), forItem);

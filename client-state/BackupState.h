@@ -133,6 +133,7 @@ class BackupState {
   void setBackupControl(std::uint32_t flags, std::uint32_t turnOff = 0) const;
 
  private:
+  friend class BackupStatePrivateMethods;  // tests
   void daemonConnectionChangedNotification();
   void onStatusTimer() { updateDaemonState(); }
   void stopStatusTimer();

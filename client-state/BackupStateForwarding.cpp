@@ -5,14 +5,8 @@
 
 namespace keldane {
 
-namespace {
-
-signed char toBOOL(bool value) { return value ? 1 : 0; }
-
-}  // namespace
-
 void BackupState::setLowerPriorityMode(bool on) const {
-  send(proxy(), [&](KeldaneProxy& daemon) { daemon.setLowerPriorityMode(toBOOL(on)); });
+  send(proxy(), [&](KeldaneProxy& daemon) { daemon.setLowerPriorityMode(on); });
 }
 
 bool BackupState::automaticMode() const {
@@ -20,7 +14,7 @@ bool BackupState::automaticMode() const {
 }
 
 void BackupState::setAutomaticMode(bool on) const {
-  send(proxy(), [&](KeldaneProxy& daemon) { daemon.setAutomaticMode(toBOOL(on)); });
+  send(proxy(), [&](KeldaneProxy& daemon) { daemon.setAutomaticMode(on); });
 }
 
 std::uint32_t BackupState::pausedMinutes() const {
@@ -32,7 +26,7 @@ void BackupState::setPausedMinutes(std::int32_t minutes) const {
 }
 
 void BackupState::setRecoverMode(bool on) const {
-  send(proxy(), [&](KeldaneProxy& daemon) { daemon.setRecoverMode(toBOOL(on)); });
+  send(proxy(), [&](KeldaneProxy& daemon) { daemon.setRecoverMode(on); });
 }
 
 PropertyList BackupState::marketingMessage() const {
@@ -40,7 +34,7 @@ PropertyList BackupState::marketingMessage() const {
 }
 
 void BackupState::setAccountOverQuotaTestingFlag(bool on) const {
-  send(proxy(), [&](KeldaneProxy& daemon) { daemon.setAccountOverQuotaTestingFlag(toBOOL(on)); });
+  send(proxy(), [&](KeldaneProxy& daemon) { daemon.setAccountOverQuotaTestingFlag(on); });
 }
 
 void BackupState::clearAccountOverQuotaTestingFlag() const {
@@ -52,8 +46,7 @@ PropertyList BackupState::dictionaryForPath(const PropertyList& path) const {
 }
 
 PropertyList BackupState::dictionaryForPath(const PropertyList& path, bool withDirSizes) const {
-  return send(proxy(),
-              [&](KeldaneProxy& daemon) { return daemon.dictionaryForPath(path, toBOOL(withDirSizes)); });
+  return send(proxy(), [&](KeldaneProxy& daemon) { return daemon.dictionaryForPath(path, withDirSizes); });
 }
 
 PropertyList BackupState::childrenDictionariesForPath(const PropertyList& path) const {

@@ -3,6 +3,7 @@
 
 #include <exception>
 
+#include "log/KeldaneLog.h"
 #include "platform/syslog/SystemLog.h"
 
 namespace keldane {
@@ -22,6 +23,14 @@ Result guardedEntry(const char* name, Result otherwise, const Body& body) noexce
   } catch (...) {  // not even a line could be written
   }
   return otherwise;
+}
+
+/// Writes an entry's line to the diagnostic log. A line that cannot be written keeps no entry from its work.
+inline void logEntry(const char* line) noexcept {
+  guardedEntry<int>(line, 0, [&] {
+    KeldaneCLog(line);
+    return 0;
+  });
 }
 
 }  // namespace keldane

@@ -65,11 +65,12 @@ bool isServiceThere() {
 
 void examinePath(const KeldaneCMM& module, const std::string& path, Findings& findings) {
   findings.someItemBarred |= module.isPathExcludedFromBackup(path);
-  module.isPathInBackup(
-      path);  // asked for the daemon's sake, which sees every question; the answer is not used
+  // The answers to these two are not used, but the daemon sees the questions; kept, so that it sees what it
+  // always saw: four look-ups and one type for each file, three look-ups for a folder.
+  module.isPathInBackup(path);
   bool isDirectory = false;
   if (FileManager::fileExistsAtPath(path, &isDirectory) && !isDirectory) {
-    module.getTypeToggleForPath(path);  // likewise
+    module.getTypeToggleForPath(path);
     (module.getSetPriorityForPath(path) ? findings.someFileWithPriorityOffer
                                         : findings.someFileWithoutPriorityOffer) = true;
   }
@@ -170,11 +171,11 @@ OSStatus examineContext(KeldanePluginInstance& instance, const AEDesc& context, 
     return kNoErr;
   }
   if (instance.module == nullptr) {
-    Module module = KeldaneCMM::init();
-    if (!module) {
+    instance.module = guardedEntry<Module*>("KeldanePlugin_ExamineContext", nullptr,
+                                            [] { return new Module(KeldaneCMM::init()); });
+    if (instance.module == nullptr) {
       return kParamErr;
     }
-    instance.module = new Module(std::move(module));
   }
   const KeldaneCMM& module = **instance.module;
   Findings findings;

@@ -3,7 +3,6 @@
 #include <cstdlib>
 
 #include "KeldaneCMM/Source/Entry.h"
-#include "log/KeldaneLog.h"
 #include "platform/plugin/PlugIn.h"
 
 namespace keldane {
@@ -35,7 +34,7 @@ CFUUIDRef factoryID() {
 }
 
 KeldanePluginInstance* allocate(CFUUIDRef factory) {
-  KeldaneCLog("KeldanePlugin_Alloc:");
+  logEntry("KeldanePlugin_Alloc:");
   auto* instance = static_cast<KeldanePluginInstance*>(std::malloc(sizeof(KeldanePluginInstance)));
   if (instance == nullptr) {
     return nullptr;
@@ -49,7 +48,7 @@ KeldanePluginInstance* allocate(CFUUIDRef factory) {
 // The module is not released here: the clean-up at the end of each menu cycle does that, and a host that lets
 // go of an instance in the middle of one keeps what the menu still shows.
 void deallocate(KeldanePluginInstance* instance) {
-  KeldaneCLog("KeldanePlugin_Dealloc:");
+  logEntry("KeldanePlugin_Dealloc:");
   const CFUUIDRef factory = instance->factoryID;
   std::free(instance);
   if (factory != nullptr) {
@@ -68,7 +67,7 @@ extern "C" {
 
 void* KeldanePluginFactory(CFAllocatorRef /*allocator*/, CFUUIDRef typeID) {
   return guardedEntry<void*>("KeldanePluginFactory", nullptr, [&]() -> void* {
-    KeldaneCLog("KeldanePluginFactory:");
+    logEntry("KeldanePluginFactory:");
     if (!CFEqual(typeID, contextualMenuTypeID())) {
       return nullptr;
     }
@@ -79,10 +78,10 @@ void* KeldanePluginFactory(CFAllocatorRef /*allocator*/, CFUUIDRef typeID) {
 
 HRESULT KeldanePlugin_QueryInterface(void* instance, REFIID interfaceID, LPVOID* interface) {
   return guardedEntry<HRESULT>("KeldanePlugin_QueryInterface", E_NOINTERFACE, [&] {
-    KeldaneCLog("KeldanePlugin_QueryInterface:");
+    logEntry("KeldanePlugin_QueryInterface:");
     const CFOwner<CFUUIDRef> wanted(CFUUIDCreateFromUUIDBytes(kCFAllocatorSystemDefault, interfaceID));
     if (CFEqual(wanted.get(), contextualMenuInterfaceID()) || CFEqual(wanted.get(), iUnknownID())) {
-      KeldaneCLog("KeldanePlugin_AddRef:");
+      logEntry("KeldanePlugin_AddRef:");
       ++static_cast<KeldanePluginInstance*>(instance)->referenceCount;
       *interface = instance;
       return S_OK;
@@ -93,12 +92,12 @@ HRESULT KeldanePlugin_QueryInterface(void* instance, REFIID interfaceID, LPVOID*
 }
 
 ULONG KeldanePlugin_AddRef(void* instance) {
-  KeldaneCLog("KeldanePlugin_AddRef:");
+  logEntry("KeldanePlugin_AddRef:");
   return ++static_cast<KeldanePluginInstance*>(instance)->referenceCount;
 }
 
 ULONG KeldanePlugin_Release(void* instance) {
-  KeldaneCLog("KeldanePlugin_Release:");
+  logEntry("KeldanePlugin_Release:");
   auto* record = static_cast<KeldanePluginInstance*>(instance);
   if (--record->referenceCount != 0) {
     return record->referenceCount;

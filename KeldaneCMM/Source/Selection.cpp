@@ -1,10 +1,11 @@
 // What happens when an item was chosen, and when the menu has closed.
+#include <utility>
+
 #include "KeldaneCMM/Source/Entry.h"
 #include "KeldaneCMM/Source/KeldaneCMM.h"
 #include "KeldaneCMM/Source/KeldanePlugin.h"
 #include "KeldaneCMM/Source/MenuCommands.h"
 #include "KeldaneCMM/Source/MenuDescriptors.h"
-#include "log/KeldaneLog.h"
 #include "platform/files/FileManager.h"
 
 namespace keldane {
@@ -61,7 +62,7 @@ extern "C" {
 
 OSStatus KeldanePlugin_HandleSelection(void* instance, AEDesc* context, SInt32 command) {
   return guardedEntry<OSStatus>("KeldanePlugin_HandleSelection", kNoErr, [&] {
-    KeldaneCLog("KeldanePlugin_HandleSelection:");
+    logEntry("KeldanePlugin_HandleSelection:");
     const auto& record = *static_cast<const KeldanePluginInstance*>(instance);
     if (context != nullptr && record.module != nullptr) {
       const std::shared_ptr<KeldaneCMM> module = *record.module;
@@ -73,7 +74,7 @@ OSStatus KeldanePlugin_HandleSelection(void* instance, AEDesc* context, SInt32 c
 
 void KeldanePlugin_PostMenuCleanup(void* instance) {
   guardedEntry<OSStatus>("KeldanePlugin_PostMenuCleanup", kNoErr, [&] {
-    KeldaneCLog("KeldanePlugin_PostMenuCleanup:");
+    logEntry("KeldanePlugin_PostMenuCleanup:");
     auto& record = *static_cast<KeldanePluginInstance*>(instance);
     const std::unique_ptr<std::shared_ptr<KeldaneCMM>> module(std::exchange(record.module, nullptr));
     return kNoErr;
