@@ -29,6 +29,22 @@ constexpr mode_t kListenMode = 0777;
 
 std::string errorText(int error) { return std::generic_category().message(error); }
 
+/// The threads take no signals: they are the host's, and one that arrived here would end a read.
+class SignalsBlocked {
+ public:
+  SignalsBlocked() {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before_);
+  }
+  ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  SignalsBlocked(const SignalsBlocked&) = delete;
+  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+
+ private:
+  sigset_t before_;
+};
+
 }  // namespace
 
 std::shared_ptr<KeldaneSocket> KeldaneSocket::create() {
@@ -38,12 +54,17 @@ std::shared_ptr<KeldaneSocket> KeldaneSocket::create() {
 KeldaneSocket::~KeldaneSocket() { close(); }
 
 KeldaneSocket::Handle KeldaneSocket::handle() const {
-  const ScopedLock guard(handleMutex_);
+  const ScopedLock guard(membersMutex_);
   return socketfd_;
 }
 
+void KeldaneSocket::setHandle(Handle handle) {
+  const ScopedLock guard(membersMutex_);
+  socketfd_.swap(handle);
+}
+
 bool KeldaneSocket::openHandle() {
-  const ScopedLock guard(handleMutex_);
+  const ScopedLock guard(membersMutex_);
   if (!socketfd_) {
     const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (descriptor < 0) {
@@ -74,7 +95,11 @@ bool KeldaneSocket::connectToPath(const std::optional<std::string>& path) {
     KeldaneCLog("connect failed: %s", errorText(errno));
     return false;
   }
-  return start();
+  if (!start()) {
+    setHandle(nullptr);  // it is connected, which the next try could not undo
+    return false;
+  }
+  return true;
 }
 
 bool KeldaneSocket::listenAtPath(const std::string& path) {
@@ -104,7 +129,8 @@ void KeldaneSocket::setSocketDelegate(std::shared_ptr<KeldSocketDelegate> delega
   }
   const ScopedLock guard(monitor_);
   if (delegate != socketDelegate_) {
-    send(socketDelegate_, &KeldSocketDelegate::socketFailed, shared_from_this());
+    const std::shared_ptr<KeldSocketDelegate> old = socketDelegate_;  // which may close this socket
+    send(old, &KeldSocketDelegate::socketFailed, shared_from_this());
     socketDelegate_.swap(delegate);
   }
 }
@@ -114,12 +140,21 @@ void KeldaneSocket::setDataDelegate(std::shared_ptr<KeldaneSocketDelegate> deleg
     throw AssertionFailure("-[KeldaneSocket setDataDelegate:]", "Common/KeldSocket", 575,
                            "Setting result delegate to NULL");
   }
-  const ScopedLock guard(monitor_);
-  if (delegate != dataDelegate_) {
-    dataDelegateLock_.lock();
-    dataDelegate_.swap(delegate);
-    dataDelegateLock_.unlockWithCondition(1);
+  if (delegate == dataDelegate()) {
+    return;
   }
+  // Without the monitor: the message that is waited for here may itself be waiting for `close`.
+  dataDelegateLock_.lock();
+  {
+    const ScopedLock guard(membersMutex_);
+    dataDelegate_.swap(delegate);
+  }
+  dataDelegateLock_.unlockWithCondition(1);
+}
+
+std::shared_ptr<KeldaneSocketDelegate> KeldaneSocket::dataDelegate() const {
+  const ScopedLock guard(membersMutex_);
+  return dataDelegate_;
 }
 
 void KeldaneSocket::setCallDelegateOnMainThread(bool onMainThread) {
@@ -186,27 +221,18 @@ bool KeldaneSocket::start() {
   return startThread(&KeldaneSocket::rcvThread);
 }
 
-// The thread takes no signals: they are the host's, and one that arrived here would end a read.
 bool KeldaneSocket::startThread(void (KeldaneSocket::*loop)()) {
-  sigset_t all;
-  sigset_t before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
-  bool started = true;
   try {
+    const SignalsBlocked blocked;
     std::thread([self = shared_from_this(), loop] { ((*self).*loop)(); }).detach();
-  } catch (const std::system_error& error) {
+    return true;
+  } catch (const std::exception& error) {
     KeldaneCLog("KeldaneSocket cannot start a thread: %s", error.what());
-    started = false;
+    return false;
   }
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  return started;
 }
 
-void KeldaneSocket::setSocket(int descriptor) {
-  const ScopedLock guard(handleMutex_);
-  socketfd_ = std::make_shared<const Descriptor>(descriptor);
-}
+void KeldaneSocket::setSocket(int descriptor) { setHandle(std::make_shared<const Descriptor>(descriptor)); }
 
 void KeldaneSocket::setParent(const std::shared_ptr<KeldaneSocket>& parent) {
   const ScopedLock guard(monitor_);
@@ -243,7 +269,7 @@ void KeldaneSocket::close() {
   {
     const ScopedLock guard(monitor_);
     {
-      const ScopedLock handleGuard(handleMutex_);
+      const ScopedLock membersGuard(membersMutex_);
       descriptor.swap(socketfd_);
     }
     if (descriptor) {
@@ -263,8 +289,8 @@ void KeldaneSocket::close() {
       rcvThreadRun_ = false;
     }
     zombie_ = true;
-    send(dataDelegate_, &KeldaneSocketDelegate::socketClosing);
   }
+  send(dataDelegate(), &KeldaneSocketDelegate::socketClosing);
   {
     const std::lock_guard guard(closedMutex_);
     closed_.notify_all();

@@ -67,14 +67,15 @@ struct PeerCredentials {
 ///
 /// Always held by shared pointers: its owner, its threads, its listener and the proxy hold it, and it retains
 /// its two delegates, the socket delegate until `close`. Any thread may call any operation. The object's
-/// monitor guards `close`, the delegate setters and the delivery of delegate calls; `sendMutex_` keeps one
-/// send whole; the data-delegate lock is held while a message is processed. Order: the monitor before the
-/// data-delegate lock; the receive thread gives the data-delegate lock back before it takes the monitor, but
-/// for a write that fails while a message is processed.
+/// monitor guards `close`, the socket delegate and the delivery of its calls; `sendMutex_` keeps one send
+/// whole; the data-delegate lock is held while a message is processed. Order: the data-delegate lock before
+/// the monitor, which a write takes that fails while a message is processed. Whoever holds the monitor does
+/// not wait for the data-delegate lock, so `close` always gets through.
 ///
 /// The descriptor is shut down first and closed when the last thread inside a call on its number has left, so
 /// that a number that the process uses again is never read or written here. Threads are detached and keep the
-/// socket alive; after `close` they leave at once and report nothing.
+/// socket alive; after `close` they leave at once and report nothing. An exception that a delegate throws on
+/// one of them is logged and goes no further.
 class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
  public:
   static std::shared_ptr<KeldaneSocket> create();
@@ -95,9 +96,10 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   /// Whether what the receive thread tells the socket delegate is queued to the main thread.
   void setCallDelegateOnMainThread(bool onMainThread);
 
-  /// Each writes all of it in one go, undisturbed by other senders, or answers false: at once and silently on
-  /// a closed socket, else after telling the socket delegate, on this thread, that the link failed.
+  /// Writes all of it in one go, undisturbed by other senders, or answers false after telling the socket
+  /// delegate, on this thread, that the link failed.
   bool sendBytes(const void* bytes, std::uint32_t length);
+  /// The same, but without a descriptor they answer false at once and silently.
   bool sendData(BytesView data);
   bool sendString(const char* text);
   bool sendInt(std::int32_t value);
@@ -112,6 +114,8 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   void setParent(const std::shared_ptr<KeldaneSocket>& parent);
   void removeChild(const std::shared_ptr<KeldaneSocket>& child);
   bool isZombie() const { return zombie_.load(std::memory_order_relaxed); }
+  /// Whether there is a receive thread, which delivers what comes and reports when nothing can come any more.
+  bool isReceiving() const { return rcvThreadRun_.load(std::memory_order_relaxed) && !isZombie(); }
   std::optional<PeerCredentials> peerCredentials() const;
   /// How long a send may wait for a peer that does not read; without it for ever.
   void setSendTimeout(std::chrono::milliseconds limit);
@@ -125,12 +129,11 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   using Handle = std::shared_ptr<const Descriptor>;
 
   Handle handle() const;
+  void setHandle(Handle handle);
   bool openHandle();
+  std::shared_ptr<KeldaneSocketDelegate> dataDelegate() const;
   bool startThread(void (KeldaneSocket::*loop)());
   bool fillAddress(const std::string& path);
-  bool receiving() const {
-    return rcvThreadRun_.load(std::memory_order_relaxed) && !zombie_.load(std::memory_order_relaxed);
-  }
 
   void rcvThread();
   bool receiveMessage();
@@ -142,17 +145,18 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   using DelegateCall = void (KeldSocketDelegate::*)(const std::shared_ptr<KeldaneSocket>&);
   void tellSocketDelegate(DelegateCall call, const char* logLine);
   void acceptThread();
+  void accept(int descriptor);
 
   Monitor monitor_;
   sockaddr_un socketAddress_{};
-  mutable Mutex handleMutex_;
-  Handle socketfd_ KELDANE_GUARDED_BY(handleMutex_);  // null: no descriptor
+  mutable Mutex membersMutex_;                         // a leaf: held for copying a member only
+  Handle socketfd_ KELDANE_GUARDED_BY(membersMutex_);  // null: no descriptor
   Mutex sendMutex_;
   std::shared_ptr<KeldSocketDelegate> socketDelegate_ KELDANE_GUARDED_BY(monitor_);
   std::atomic<bool> callDelegateOnMainThread_ = false;
   ConditionLock dataDelegateLock_{0};  // 1: there is a data delegate
-  std::shared_ptr<KeldaneSocketDelegate>
-      dataDelegate_;  // written with the monitor and dataDelegateLock_, read with either
+  // Replaced only with dataDelegateLock_, so never while it processes a message.
+  std::shared_ptr<KeldaneSocketDelegate> dataDelegate_ KELDANE_GUARDED_BY(membersMutex_);
   std::atomic<bool> rcvThreadRun_ = false;
   std::atomic<bool> rcvThreadRunning_ = false;
   std::string listenPath_ KELDANE_GUARDED_BY(monitor_);

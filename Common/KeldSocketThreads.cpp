@@ -23,22 +23,30 @@ constexpr auto kPause = std::chrono::milliseconds(100);
 // A peer announces any length up to 4 GiB; memory is taken as bytes arrive.
 constexpr std::uint32_t kFirstPayloadStep = 64 * 1024;
 
+// Whatever were thrown out of a thread would end the host.
+template <class Work>
+void guarded(const Work& work) {
+  try {
+    work();
+  } catch (const std::exception& exception) {
+    KeldaneCLog("KeldaneSocket caught an exception: %s", exception.what());
+  } catch (...) {
+    KeldaneCLog("KeldaneSocket caught an unknown exception.");
+  }
+}
+
 }  // namespace
 
 // The pause of up to 0.1 s that follows each message is a wait for the next byte; reading that byte is that
 // wait.
 void KeldaneSocket::rcvThread() {
   rcvThreadRunning_ = true;
-  tellSocketDelegate(&KeldSocketDelegate::socketConnected, nullptr);
-  while (receiving()) {
+  guarded([this] { tellSocketDelegate(&KeldSocketDelegate::socketConnected, nullptr); });
+  while (isReceiving()) {
     bool received = false;
-    try {
-      received = receiveMessage();
-    } catch (const std::bad_alloc&) {
-      KeldaneCLog("KeldaneSocket has no memory for a message");
-    }
-    if (!received && receiving()) {
-      reportReadFailure();
+    guarded([&] { received = receiveMessage(); });  // what there is no memory for is a failed read
+    if (!received && isReceiving()) {
+      guarded([this] { reportReadFailure(); });
     }
   }
   rcvThreadRunning_ = false;
@@ -51,7 +59,7 @@ bool KeldaneSocket::receiveMessage() {
   if (!receiveMarker()) {
     return false;
   }
-  if (!receiving()) {
+  if (!isReceiving()) {
     return true;
   }
   Bytes payload;
@@ -59,7 +67,7 @@ bool KeldaneSocket::receiveMessage() {
       !receivePayload(length, payload)) {
     return false;
   }
-  if (receiving()) {
+  if (isReceiving()) {
     deliver(length == 0 ? nullptr : &payload, type);
   }
   return true;
@@ -68,7 +76,7 @@ bool KeldaneSocket::receiveMessage() {
 // Reads in steps of 36 bytes until one is the marker. The stream is brought back into step by whole steps
 // only, never byte by byte; deliberately simple.
 bool KeldaneSocket::receiveMarker() {
-  while (receiving()) {
+  while (isReceiving()) {
     char buffer[kFrameMarker.size() + 1] = {};
     const std::int32_t got = readBytes(kFrameMarker.size(), buffer);
     if (got < 0) {
@@ -99,30 +107,33 @@ bool KeldaneSocket::receivePayload(std::uint32_t length, Bytes& payload) {
 }
 
 void KeldaneSocket::deliver(const Bytes* payload, std::int32_t type) {
-  if (!dataDelegateLock_.lockWhenCondition(1, [this] { return !receiving(); })) {
+  if (!dataDelegateLock_.lockWhenCondition(1, [this] { return !isReceiving(); })) {
     return;
   }
-  dataDelegate_->processData(payload, type);
+  guarded([&] { dataDelegate()->processData(payload, type); });
   dataDelegateLock_.unlock();
 }
 
 void KeldaneSocket::reportReadFailure() {
   waitUnlessClosed(kFailureDelay);
-  if (receiving()) {
+  if (isReceiving()) {
     deliver(nullptr, kLinkFailed);
   }
-  if (receiving()) {
+  if (isReceiving()) {
     tellSocketDelegate(&KeldSocketDelegate::socketFailed, "KeldaneSocket read from socket failed");
   }
 }
 
 void KeldaneSocket::waitUnlessClosed(std::chrono::milliseconds duration) {
   std::unique_lock guard(closedMutex_);
-  closed_.wait_for(guard, duration, [this] { return !receiving(); });
+  closed_.wait_for(guard, duration, [this] { return !isReceiving(); });
 }
 
 void KeldaneSocket::tellSocketDelegate(DelegateCall call, const char* logLine) {
   const ScopedLock guard(monitor_);
+  if (isZombie()) {
+    return;
+  }
   if (logLine != nullptr) {
     KeldaneCLog(logLine);
   }
@@ -148,23 +159,28 @@ void KeldaneSocket::acceptThread() {
     socklen_t size = sizeof(socketAddress_);
     const int descriptor =
         ::accept4(listener->get(), reinterpret_cast<sockaddr*>(&socketAddress_), &size, SOCK_CLOEXEC);
-    if (descriptor < 1) {
-      continue;
+    // Descriptor 0 counts as a failure, and is neither used nor closed; kept on purpose. A daemon that keeps
+    // its standard input open never gets it.
+    if (descriptor >= 1) {
+      guarded([&] { accept(descriptor); });
     }
-    const std::shared_ptr<KeldaneSocket> child = create();
-    child->setSocket(descriptor);
-    child->setParent(shared_from_this());
-    const ScopedLock guard(monitor_);
-    if (isZombie()) {
-      break;
-    }
-    std::erase_if(children_, [](const std::shared_ptr<KeldaneSocket>& other) { return other->isZombie(); });
-    children_.push_back(child);
-    child->start();
-    const std::shared_ptr<KeldSocketDelegate> delegate = socketDelegate_;
-    send(delegate, &KeldSocketDelegate::socketCreated, child);
   }
   acceptThreadRunning_ = false;
+}
+
+void KeldaneSocket::accept(int descriptor) {
+  const std::shared_ptr<KeldaneSocket> child = create();
+  child->setSocket(descriptor);
+  child->setParent(shared_from_this());
+  const ScopedLock guard(monitor_);
+  if (isZombie()) {
+    return;
+  }
+  std::erase_if(children_, [](const std::shared_ptr<KeldaneSocket>& other) { return other->isZombie(); });
+  children_.push_back(child);
+  child->start();
+  const std::shared_ptr<KeldSocketDelegate> delegate = socketDelegate_;
+  send(delegate, &KeldSocketDelegate::socketCreated, child);
 }
 
 }  // namespace keldane

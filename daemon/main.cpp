@@ -157,8 +157,9 @@ int run(int argc, char** argv) {
     return fail(kUsage, std::string(error.what()) + " (keldaned --help tells more)");
   }
   for (std::string* path : {&options.socket, &options.store, &options.root}) {
-    const std::optional<std::string> normal = normalizedPath(std::filesystem::absolute(*path).string());
-    if (path->empty() || !normal) {
+    const std::optional<std::string> normal =
+        path->empty() ? std::nullopt : normalizedPath(std::filesystem::absolute(*path).string());
+    if (!normal) {
       return fail(kUsage, "\"" + *path + "\" is no usable path.");
     }
     *path = *normal;

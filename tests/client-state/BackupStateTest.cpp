@@ -5,359 +5,528 @@
 #include "client-state/DefaultsDB.h"
 #include "log/KeldaneLog.h"
 #include "platform/notifications/NotificationCenter.h"
-#include "platform/objects/Exceptions.h"
-#include "platform/preferences/Preferences.h"
+#include "tests/support/ClientBundle.h"
 #include "tests/support/FakeDaemon.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/TemporaryBundle.h"
+#include "tests/support/UserPreferences.h"
 
 namespace keldane {
+
+/// Lets a test at the operations that clients do not see.
+class BackupStatePrivateMethods {
+ public:
+  static PropertyList proxyOrCacheStringWithArg(const BackupState& state, std::string_view method,
+                                                const PropertyList& arg, const char* forItem) {
+    return state.proxyOrCacheStringWithArg(method, arg, forItem);
+  }
+};
+
 namespace {
 
+using testing::ClientBundle;
 using testing::eventuallyRunning;
 using testing::FakeDaemon;
-using testing::LogCapture;
-using testing::TemporaryBundle;
-using Call = testing::DaemonCall;
+
+constexpr char kConnectionChanged[] = "KeldaneBackupStateConnectionChangedNotification";
+constexpr char kStateChanged[] = "KeldaneBackupStateChangedNotification";
 
 class BackupStateTest : public ::testing::Test {
  protected:
   BackupStateTest() {
-    setenv("XDG_CONFIG_HOME", configuration_.path().c_str(), 1);
-    Preferences::forget();
     state_.setBundle(bundle_.bundle());
     state_.disableConnectTimer();
     NotificationCenter& center = NotificationCenter::defaultCenter();
-    center.addObserver(this, KeldaneBackupStateConnectionChangedNotification, &state_,
-                       [this](const Notification&) { connections_.push_back(state_.connected()); });
-    center.addObserver(
-        this, KeldaneBackupStateChangedNotification, &state_,
-        [this](const Notification& notification) { states_.push_back(notification.userInfo); });
+    center.addObserver(this, kConnectionChanged, &state_, [this](const Notification& notice) {
+      EXPECT_TRUE(notice.userInfo.isAbsent());
+      connections_.push_back(state_.connected());
+      EXPECT_EQ(state_.connected(), state_.daemonReady());
+    });
+    center.addObserver(this, kStateChanged, &state_,
+                       [this](const Notification& notice) { states_.push_back(notice.userInfo); });
   }
   ~BackupStateTest() override {
-    NotificationCenter::defaultCenter().removeObserver(this);
     state_.onEnd();
-    EXPECT_TRUE(testing::eventually([] { return RunLoop::main().load() == RunLoop::Load{}; }));
-    EXPECT_EQ(NotificationCenter::defaultCenter().observerCount(), 0U);
-  }
-  void setState(PropertyList::Entries entries) {
-    daemon_->answer("daemonState", PropertyList::dictionary(std::move(entries)));
-    state_.updateDaemonState();
-  }
-  std::filesystem::file_time_type written() const {
-    return std::filesystem::last_write_time(configuration_ / "com.keldane.preferences.plist");
+    NotificationCenter::defaultCenter().removeObserver(this);
   }
 
-  LogCapture log_;
-  testing::TemporaryFolder configuration_;
-  testing::TemporaryFolder place_;
-  const std::string socketPath_ = place_ / "daemon.sock";
-  std::unique_ptr<FakeDaemon> daemon_ = std::make_unique<FakeDaemon>(socketPath_);
-  TemporaryBundle bundle_{TemporaryBundle::daemonPath(socketPath_)};
+  void listen() { daemon_ = std::make_unique<FakeDaemon>(bundle_.daemonPath()); }
+  void connect() {
+    listen();
+    state_.onBegin();
+    ASSERT_TRUE(state_.connected());
+    ASSERT_TRUE(daemon_->waitForClients(1));
+  }
+  static std::size_t timers() { return RunLoop::main().load().timers; }
+
+  testing::UserPreferences user_;
+  ClientBundle bundle_;
+  std::unique_ptr<FakeDaemon> daemon_;
   BackupState state_;
   std::vector<bool> connections_;
   std::vector<PropertyList> states_;
 };
 
-TEST_F(BackupStateTest, TheNotificationsTextsEqualTheirNames) {
-  EXPECT_STREQ(KeldaneBackupStateChangedNotification, "KeldaneBackupStateChangedNotification");
-  EXPECT_STREQ(KeldaneBackupStateConnectionChangedNotification,
-               "KeldaneBackupStateConnectionChangedNotification");
-  EXPECT_STREQ(KeldaneConnectionReadyChangedNotification, "KeldaneConnectionReadyChangedNotification");
+TEST(BackupStateConstants, ReadAsTheyAreNamedOrAreThePreferenceKeys) {
+  EXPECT_STREQ(KeldaneBackupStateChangedNotification, kStateChanged);
+  EXPECT_STREQ(KeldaneBackupStateConnectionChangedNotification, kConnectionChanged);
   EXPECT_STREQ(LAST_ACCT_EMAIL_STRING, "lastAcctEmailStr");
   EXPECT_STREQ(LAST_SERVER_URL_STRING, "lastServerURLStr");
   EXPECT_STREQ(LAST_COMPUTER_NUM_INT, "lastComputerNumberInt");
   EXPECT_STREQ(LAST_SKIN_ID_STRING, "lastSkinIdStr");
 }
 
-TEST_F(BackupStateTest, IsConnectedBetweenBeginAndEnd) {
+TEST_F(BackupStateTest, IsNotConnectedBeforeItBeginsAndAfterItEnds) {
   EXPECT_FALSE(state_.connected());
   EXPECT_FALSE(state_.daemonReady());
   EXPECT_EQ(state_.proxy(), nullptr);
-  state_.onBegin();
-  EXPECT_TRUE(state_.connected());
+  connect();
   EXPECT_TRUE(state_.daemonReady());
   EXPECT_NE(state_.proxy(), nullptr);
   state_.onEnd();
   EXPECT_FALSE(state_.connected());
   EXPECT_FALSE(state_.daemonReady());
-  EXPECT_EQ(connections_, (std::vector<bool>{true, false})) << "the end is told exactly once";
+  EXPECT_EQ(state_.proxy(), nullptr);
+}
+
+TEST_F(BackupStateTest, TellsOfTheConnectionBeforeOnBeginReturnsAndOnceWhenItEnds) {
+  connect();
+  EXPECT_EQ(connections_, (std::vector<bool>{true}));
+  state_.onEnd();
+  EXPECT_EQ(connections_, (std::vector<bool>{true, false}));
+  EXPECT_TRUE(daemon_->waitForClients(0));
+}
+
+TEST_F(BackupStateTest, LogsItsBeginning) {
+  const testing::LogCapture log;
+  gLoggingEnabled = true;
+  state_.onBegin();
+  gLoggingEnabled = false;
+  EXPECT_EQ(log.lines().front(), "BackupState:onBegin - opening connection");
+}
+
+TEST_F(BackupStateTest, PassesOnThatNoRetriesAreWanted) {
+  state_.onBegin();
+  EXPECT_EQ(timers(), 0U);
+  BackupState other;
+  other.setBundle(bundle_.bundle());
+  other.onBegin();
+  EXPECT_EQ(timers(), 1U);
+  other.onEnd();
+  EXPECT_EQ(timers(), 0U);
+}
+
+TEST_F(BackupStateTest, TellsOfTheEndAlsoWhenItNeverConnected) {
+  state_.onBegin();
+  EXPECT_EQ(state_.proxy(), nullptr) << "the controller has one, but of no use";
+  state_.onEnd();
+  EXPECT_EQ(connections_, (std::vector<bool>{false}));
+}
+
+TEST_F(BackupStateTest, EndsWithoutABeginningSilently) {
+  state_.onEnd();
+  EXPECT_TRUE(connections_.empty());
+}
+
+TEST_F(BackupStateTest, TellsOfALostConnectionAndOfTheNextOne) {
+  connect();
+  daemon_->hangUp();
+  EXPECT_TRUE(eventuallyRunning([&] { return connections_.size() == 2; }));
+  EXPECT_TRUE(eventuallyRunning([&] { return connections_.size() == 3; }));
+  EXPECT_EQ(connections_, (std::vector<bool>{true, false, true}));
+}
+
+TEST_F(BackupStateTest, BeginsAgainAfterItsEnd) {
+  connect();
+  daemon_->answer("daemonState", PropertyList::dictionary({{"quotaMB", 2048}}));
+  state_.updateDaemonState();
+  state_.onEnd();
+  EXPECT_EQ(state_.quotaMB(), 2048U) << "the last values stay readable";
   state_.onBegin();
   EXPECT_TRUE(state_.connected());
+  EXPECT_EQ(connections_, (std::vector<bool>{true, false, true}));
 }
 
-TEST_F(BackupStateTest, WithoutADaemonEverythingIsNothing) {
-  daemon_.reset();
+TEST_F(BackupStateTest, LeavesNoObserverAndNoTimer) {
+  const std::size_t observers = NotificationCenter::defaultCenter().observerCount();
+  state_.setWantsStateChangedNotifications();
+  connect();
+  EXPECT_EQ(NotificationCenter::defaultCenter().observerCount(), observers + 1);
+  EXPECT_EQ(timers(), 1U);
+  state_.onEnd();
+  EXPECT_EQ(NotificationCenter::defaultCenter().observerCount(), observers);
+  EXPECT_EQ(timers(), 0U);
+}
+
+TEST_F(BackupStateTest, DoesNotPollUnlessAskedTo) {
+  connect();
+  EXPECT_EQ(timers(), 0U);
+  EXPECT_TRUE(daemon_->calls().empty());
+}
+
+TEST_F(BackupStateTest, PollsAtOnceAndThenEveryTwoSeconds) {
+  listen();
+  daemon_->answer("daemonState", PropertyList::dictionary({{"paused", true}}));
+  state_.setWantsStateChangedNotifications();
+  const auto start = std::chrono::steady_clock::now();
+  state_.onBegin();
+  EXPECT_EQ(daemon_->count("daemonState"), 1U);
+  EXPECT_TRUE(state_.paused());
+  EXPECT_TRUE(eventuallyRunning([&] { return daemon_->count("daemonState") == 2; }));
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1900));
+  EXPECT_EQ(states_.size(), 1U) << "equal states are told once";
+  daemon_->answer("daemonState", PropertyList::dictionary({{"paused", false}}));
+  EXPECT_TRUE(eventuallyRunning([&] { return states_.size() == 2; }));
+  EXPECT_FALSE(state_.paused());
+}
+
+TEST_F(BackupStateTest, TellsOfTheConnectionBeforeItPollsAndStopsThePollBeforeItTellsOfTheEnd) {
+  listen();
+  state_.setWantsStateChangedNotifications();
+  std::vector<std::size_t> seen;
+  NotificationCenter::defaultCenter().addObserver(&seen, kConnectionChanged, &state_,
+                                                  [&](const Notification&) {
+                                                    seen.push_back(daemon_->count("daemonState"));
+                                                    seen.push_back(timers());
+                                                  });
+  state_.onBegin();
+  EXPECT_EQ(timers(), 1U);
+  daemon_->hangUp();
+  EXPECT_TRUE(eventuallyRunning([&] { return connections_.size() == 2; }));
+  NotificationCenter::defaultCenter().removeObserver(&seen);
+  EXPECT_EQ(seen, (std::vector<std::size_t>{0, 0, 1, 0}));
+}
+
+TEST_F(BackupStateTest, AnObserverThatEndsItLeavesNoPollBehind) {
+  listen();
+  state_.setWantsStateChangedNotifications();
+  NotificationCenter::defaultCenter().addObserver(
+      &state_, kConnectionChanged, &state_, [&](const Notification&) {
+        NotificationCenter::defaultCenter().removeObserver(&state_, kConnectionChanged);
+        state_.onEnd();
+      });
   state_.onBegin();
   EXPECT_FALSE(state_.connected());
-  EXPECT_EQ(state_.proxy(), nullptr);
-  EXPECT_FALSE(state_.automaticMode());
-  EXPECT_EQ(state_.pausedMinutes(), 0U);
-  EXPECT_TRUE(state_.dictionaryForPath("/x").isAbsent());
-  EXPECT_TRUE(state_.marketingMessage().isAbsent());
-  EXPECT_EQ(state_.intValueForProfileKey("k"), 0U);
-  state_.addFileToBackup("/x");
-  state_.setBackupControl(5);
-  state_.updateDaemonState();
-  EXPECT_TRUE(states_.empty());
+  EXPECT_EQ(timers(), 0U);
+  EXPECT_EQ(daemon_->count("daemonState"), 0U);
 }
 
-TEST_F(BackupStateTest, AccessorsReadTheKeptState) {
-  state_.onBegin();
-  setState({{"backedUpFileCount", 5U},
-            {"backedupFileSize", std::uint64_t{1} << 40},
-            {"backupState", 3U},
-            {"currentBackupFile", "/a"},
-            {"currentRestoreFile", "/b"},
-            {"currentRestoreJob", 7U},
-            {"isBackupNeeded", true},
-            {"lowerPriorityMode", true},
-            {"paused", true},
-            {"pendingFileCount", 9U},
-            {"pendingFileSize", std::uint64_t{1} << 41},
-            {"recoverMode", true},
-            {"serviceState", 4294967295U},
-            {"statusString", "busy"},
-            {"isOverQuota", true},
-            {"quotaMB", 1536U},
-            {"backupControlFlags", 12U}});
-  EXPECT_EQ(state_.backedUpFileCount(), 5U);
+TEST_F(BackupStateTest, UpdatesNothingWhileDisconnected) {
+  state_.updateDaemonState();
+  EXPECT_TRUE(states_.empty());
+  EXPECT_TRUE(state_.daemonState().isAbsent());
+}
+
+TEST_F(BackupStateTest, TellsOfAChangedStateOnceWithTheStateAsInformation) {
+  connect();
+  const PropertyList first = PropertyList::dictionary({{"a", 1}, {"b", "x"}});
+  daemon_->answer("daemonState", first);
+  state_.updateDaemonState();
+  daemon_->answer("daemonState", PropertyList::dictionary({{"b", "x"}, {"a", 1}}));
+  state_.updateDaemonState();
+  EXPECT_EQ(states_, (std::vector<PropertyList>{first}));
+  EXPECT_EQ(state_.daemonState(), first);
+}
+
+TEST_F(BackupStateTest, TellsOfAnAbsentStateEachTime) {
+  connect();
+  daemon_->answer("daemonState", PropertyList::dictionary({{"paused", true}}));
+  state_.updateDaemonState();
+  daemon_->answer("daemonState", PropertyList());
+  state_.updateDaemonState();
+  EXPECT_FALSE(state_.paused());
+  state_.updateDaemonState();
+  ASSERT_EQ(states_.size(), 3U);
+  EXPECT_TRUE(states_[1].isAbsent());
+  EXPECT_TRUE(states_[2].isAbsent());
+}
+
+TEST_F(BackupStateTest, LogsTheNewStateWhenTheLogIsOn) {
+  const testing::LogCapture log;
+  connect();
+  daemon_->answer("daemonState", PropertyList::dictionary({{"a", 1}}));
+  gLoggingEnabled = true;
+  state_.updateDaemonState();
+  state_.updateDaemonState();
+  gLoggingEnabled = false;
+  EXPECT_EQ(log.lines(), (std::vector<std::string>{"daemonState: " + state_.daemonState().description()}));
+  daemon_->answer("daemonState", PropertyList::dictionary({{"a", 2}}));
+  state_.updateDaemonState();
+  EXPECT_EQ(log.lines().size(), 1U);
+}
+
+TEST_F(BackupStateTest, AStateOfTheWrongKindReadsAsZeroAndAbsent) {
+  connect();
+  for (const PropertyList& answer : {PropertyList("text"), PropertyList(7), PropertyList::array({1, 2})}) {
+    daemon_->answer("daemonState", answer);
+    state_.updateDaemonState();
+    EXPECT_EQ(state_.quotaMB(), 0U);
+    EXPECT_FALSE(state_.paused());
+    EXPECT_TRUE(state_.statusString().isAbsent());
+  }
+}
+
+TEST_F(BackupStateTest, SurvivesADaemonThatDiesWhileItIsAsked) {
+  connect();
+  daemon_->answer("daemonState", [this](const PropertyList::Array&) {
+    daemon_->hangUp();
+    return PropertyList();
+  });
+  state_.updateDaemonState();
+  EXPECT_TRUE(state_.daemonState().isAbsent());
+  EXPECT_TRUE(eventuallyRunning([&] { return connections_.size() >= 2; }));
+}
+
+// From the last state.
+
+class StateAccessors : public BackupStateTest {
+ protected:
+  void given(const PropertyList::Entries& entries) {
+    if (!daemon_) {
+      connect();
+    }
+    daemon_->answer("daemonState", PropertyList::dictionary(entries));
+    state_.updateDaemonState();
+  }
+};
+
+TEST_F(StateAccessors, AreZeroOrAbsentBeforeTheFirstStateAndForMissingKeys) {
+  for (int pass = 0; pass < 2; ++pass) {
+    EXPECT_EQ(state_.backedUpFileCount(), 0U);
+    EXPECT_FALSE(state_.backedUpFileCountAvailable());
+    EXPECT_EQ(state_.backedupFileSize(), 0U);
+    EXPECT_FALSE(state_.backedupFileSizeAvailable());
+    EXPECT_EQ(state_.backupState(), 0);
+    EXPECT_TRUE(state_.currentBackupFile().isAbsent());
+    EXPECT_TRUE(state_.currentRestoreFile().isAbsent());
+    EXPECT_EQ(state_.currentRestoreJob(), 0U);
+    EXPECT_FALSE(state_.isBackupNeeded());
+    EXPECT_FALSE(state_.lowerPriorityMode());
+    EXPECT_FALSE(state_.paused());
+    EXPECT_EQ(state_.pendingFileCount(), 0U);
+    EXPECT_FALSE(state_.pendingFileCountAvailable());
+    EXPECT_EQ(state_.pendingFileSize(), 0U);
+    EXPECT_FALSE(state_.pendingFileSizeAvailable());
+    EXPECT_FALSE(state_.recoverMode());
+    EXPECT_EQ(state_.serviceState(), 0);
+    EXPECT_TRUE(state_.statusString().isAbsent());
+    EXPECT_FALSE(state_.isOverQuota());
+    EXPECT_EQ(state_.quotaMB(), 0U);
+    EXPECT_EQ(state_.quotaGB(), 0U);
+    EXPECT_EQ(state_.getBackupControl(), 0U);
+    EXPECT_FALSE(state_.isQuotaLimited());
+    given({{"unrelated", 1}});
+  }
+}
+
+TEST_F(StateAccessors, ReadEachItsOwnKey) {
+  given({{"backedUpFileCount", 1},
+         {"backedupFileSize", std::uint64_t{1} << 40},
+         {"backupState", 3},
+         {"currentBackupFile", "/a"},
+         {"currentRestoreFile", "/b"},
+         {"currentRestoreJob", 6},
+         {"isBackupNeeded", true},
+         {"lowerPriorityMode", true},
+         {"paused", true},
+         {"pendingFileCount", 10},
+         {"pendingFileSize", UINT64_MAX},
+         {"recoverMode", true},
+         {"serviceState", 13},
+         {"statusString", "Working"},
+         {"isOverQuota", true},
+         {"quotaMB", 2048},
+         {"backupControlFlags", 0x80000001},
+         {"isQuotaLimited", true}});
+  EXPECT_EQ(state_.backedUpFileCount(), 1U);
   EXPECT_TRUE(state_.backedUpFileCountAvailable());
   EXPECT_EQ(state_.backedupFileSize(), std::uint64_t{1} << 40);
   EXPECT_TRUE(state_.backedupFileSizeAvailable());
   EXPECT_EQ(state_.backupState(), 3);
-  EXPECT_EQ(state_.currentBackupFile().string(), "/a");
-  EXPECT_EQ(state_.currentRestoreFile().string(), "/b");
-  EXPECT_EQ(state_.currentRestoreJob(), 7U);
+  EXPECT_EQ(state_.currentBackupFile(), PropertyList("/a"));
+  EXPECT_EQ(state_.currentRestoreFile(), PropertyList("/b"));
+  EXPECT_EQ(state_.currentRestoreJob(), 6U);
   EXPECT_TRUE(state_.isBackupNeeded());
   EXPECT_TRUE(state_.lowerPriorityMode());
   EXPECT_TRUE(state_.paused());
-  EXPECT_EQ(state_.pendingFileCount(), 9U);
+  EXPECT_EQ(state_.pendingFileCount(), 10U);
   EXPECT_TRUE(state_.pendingFileCountAvailable());
-  EXPECT_EQ(state_.pendingFileSize(), std::uint64_t{1} << 41);
+  EXPECT_EQ(state_.pendingFileSize(), UINT64_MAX);
   EXPECT_TRUE(state_.pendingFileSizeAvailable());
   EXPECT_TRUE(state_.recoverMode());
-  EXPECT_EQ(state_.serviceState(), -1);
-  EXPECT_EQ(state_.statusString().string(), "busy");
+  EXPECT_EQ(state_.serviceState(), 13);
+  EXPECT_EQ(state_.statusString(), PropertyList("Working"));
   EXPECT_TRUE(state_.isOverQuota());
-  EXPECT_EQ(state_.quotaMB(), 1536U);
-  EXPECT_EQ(state_.getBackupControl(), 12U);
-  daemon_.reset();
-  EXPECT_TRUE(eventuallyRunning([&] { return !state_.connected(); }));
-  EXPECT_EQ(state_.backedUpFileCount(), 5U) << "the last state stays readable";
+  EXPECT_EQ(state_.quotaMB(), 2048U);
+  EXPECT_EQ(state_.quotaGB(), 2U);
+  EXPECT_EQ(state_.getBackupControl(), 0x80000001U);
+  EXPECT_TRUE(state_.isQuotaLimited());
 }
 
-TEST_F(BackupStateTest, WithoutAStateAccessorsAreZero) {
-  EXPECT_EQ(state_.backedUpFileCount(), 0U);
+TEST_F(StateAccessors, TellTheIrregularCapitalsApart) {
+  given({{"backedupFileCount", 1}, {"backedUpFileSize", 2}});
   EXPECT_FALSE(state_.backedUpFileCountAvailable());
-  EXPECT_FALSE(state_.pendingFileSizeAvailable());
-  EXPECT_TRUE(state_.statusString().isAbsent());
-  EXPECT_FALSE(state_.paused());
+  EXPECT_FALSE(state_.backedupFileSizeAvailable());
 }
 
-TEST_F(BackupStateTest, GigabytesAreWhole) {
-  state_.onBegin();
-  const std::pair<std::uint32_t, std::uint32_t> cases[] = {
-      {0, 0}, {1023, 0}, {1024, 1}, {1536, 1}, {4294967295U, 4194303}};
-  for (const auto& [megabytes, gigabytes] : cases) {
-    setState({{"quotaMB", megabytes}});
-    EXPECT_EQ(state_.quotaGB(), gigabytes);
+TEST_F(StateAccessors, GiveThirtyTwoBitsOfWhatIsLarger) {
+  given({{"backupState", 0xFFFFFFFF}, {"serviceState", -2}, {"quotaMB", (std::uint64_t{1} << 32) + 7}});
+  EXPECT_EQ(state_.backupState(), -1);
+  EXPECT_EQ(state_.serviceState(), -2);
+  EXPECT_EQ(state_.quotaMB(), 7U);
+}
+
+TEST_F(StateAccessors, AZeroIsAvailable) {
+  given({{"backedUpFileCount", 0}, {"backedupFileSize", 0}, {"pendingFileCount", 0}, {"pendingFileSize", 0}});
+  EXPECT_TRUE(state_.backedUpFileCountAvailable());
+  EXPECT_TRUE(state_.backedupFileSizeAvailable());
+  EXPECT_TRUE(state_.pendingFileCountAvailable());
+  EXPECT_TRUE(state_.pendingFileSizeAvailable());
+}
+
+TEST_F(StateAccessors, GiveWholeGigabytes) {
+  const std::pair<std::uint32_t, std::uint32_t> rows[] = {
+      {0, 0}, {1023, 0}, {1024, 1}, {1536, 1}, {UINT32_MAX, 4194303}};
+  for (const auto& [megabytes, gigabytes] : rows) {
+    given({{"quotaMB", megabytes}});
+    EXPECT_EQ(state_.quotaGB(), gigabytes) << megabytes;
   }
 }
 
-TEST_F(BackupStateTest, AnEqualStateIsToldOnce) {
-  state_.onBegin();
-  setState({{"paused", true}});
-  setState({{"paused", true}});
-  EXPECT_EQ(states_.size(), 1U);
-  setState({{"paused", false}});
-  ASSERT_EQ(states_.size(), 2U);
-  EXPECT_FALSE(states_[1]["paused"].boolValue());
+// The account values that are remembered.
+
+struct Remembered {
+  const char* method;
+  const char* key;
+  PropertyList (BackupState::*read)() const;
+};
+
+class RememberedText : public BackupStateTest, public ::testing::WithParamInterface<Remembered> {
+ protected:
+  PropertyList read() const { return (state_.*GetParam().read)(); }
+};
+
+TEST_P(RememberedText, IsTheStoredOneWhileTheDaemonIsAway) {
+  user_.store({{GetParam().key, "stored"}});
+  EXPECT_EQ(read(), PropertyList("stored"));
 }
 
-TEST_F(BackupStateTest, AStateOfNothingIsToldEachTime) {
-  state_.onBegin();
-  state_.updateDaemonState();
-  state_.updateDaemonState();
-  ASSERT_EQ(states_.size(), 2U);
-  EXPECT_TRUE(states_[1].isAbsent());
-}
+TEST_P(RememberedText, IsEmptyWhenNobodyKnows) { EXPECT_EQ(read(), PropertyList("")); }
 
-TEST_F(BackupStateTest, TheStateIsLoggedWhenTheLogIsOn) {
-  state_.onBegin();
-  setState({{"a", 1}});
-  EXPECT_FALSE(log_.hasPart("daemonState: "));
-  gLoggingEnabled = true;
-  setState({{"a", 2}});
-  EXPECT_TRUE(log_.has("daemonState: {\n    a = 2;\n}"));
-}
-
-TEST_F(BackupStateTest, PollsWhileConnectedWhenAsked) {
-  daemon_->answer("daemonState", PropertyList::dictionary({{"n", 1}}));
-  state_.setWantsStateChangedNotifications();
-  state_.onBegin();
-  EXPECT_EQ(states_.size(), 1U) << "the first poll does not wait";
-  EXPECT_EQ(RunLoop::main().load().timers, 1U);
-  daemon_->answer("daemonState", PropertyList::dictionary({{"n", 2}}));
-  EXPECT_TRUE(eventuallyRunning([&] { return states_.size() == 2; }));
+TEST_P(RememberedText, IsTheDaemonsAndIsWrittenOnceWhenItDiffers) {
+  user_.store({{GetParam().key, "old"}, {"other", 1}});
+  connect();
+  daemon_->answer(GetParam().method, "new");
+  const ino_t before = user_.writeMark();
+  EXPECT_EQ(read(), PropertyList("new"));
+  const ino_t after = user_.writeMark();
+  EXPECT_NE(after, before);
+  EXPECT_EQ(user_.stored()[GetParam().key], PropertyList("new"));
+  EXPECT_EQ(user_.stored()["other"], PropertyList(1));
+  EXPECT_EQ(read(), PropertyList("new"));
+  EXPECT_EQ(user_.writeMark(), after);
   state_.onEnd();
-  EXPECT_EQ(RunLoop::main().load().timers, 0U);
+  EXPECT_EQ(read(), PropertyList("new"));
 }
 
-TEST_F(BackupStateTest, DoesNotPollUnasked) {
-  state_.onBegin();
-  EXPECT_EQ(RunLoop::main().load().timers, 0U);
-  EXPECT_TRUE(daemon_->calls().empty());
+TEST_P(RememberedText, IsNotWrittenWhenItIsTheSame) {
+  user_.store({{GetParam().key, "same"}});
+  connect();
+  daemon_->answer(GetParam().method, "same");
+  const ino_t before = user_.writeMark();
+  EXPECT_EQ(read(), PropertyList("same"));
+  EXPECT_EQ(user_.writeMark(), before);
 }
 
-TEST_F(BackupStateTest, AccountValuesAreRememberedWhenTheyChange) {
-  daemon_->answer("serverURL", "https://one");
-  state_.onBegin();
-  EXPECT_EQ(state_.serverURL().string(), "https://one");
-  EXPECT_EQ(DefaultsDB::stringProperty("lastServerURLStr", true), PropertyList("https://one"));
-  const auto first = written();
-  EXPECT_EQ(state_.serverURL().string(), "https://one");
-  EXPECT_EQ(written(), first) << "nothing changed, nothing is written";
-  daemon_->answer("serverURL", "https://two");
-  EXPECT_EQ(state_.serverURL().string(), "https://two");
-  EXPECT_NE(written(), first);
-  daemon_.reset();
-  EXPECT_TRUE(eventuallyRunning([&] { return !state_.connected(); }));
-  EXPECT_EQ(state_.serverURL().string(), "https://two");
+TEST_P(RememberedText, OfADaemonWithoutAnAnswerIsEmptyAndStoredAsSuch) {
+  connect();
+  EXPECT_EQ(read(), PropertyList(""));
+  EXPECT_EQ(user_.stored()[GetParam().key], PropertyList(""));
 }
 
-TEST_F(BackupStateTest, AccountValuesAreNeverAbsent) {
-  EXPECT_TRUE(state_.userEmail().identical(""));
-  EXPECT_TRUE(state_.skinId().identical(""));
-  EXPECT_TRUE(state_.computerNumber().identical(0));
-  state_.onBegin();
-  EXPECT_TRUE(state_.userEmail().identical("")) << "nothing from the daemon is \"\"";
-  EXPECT_TRUE(state_.computerNumber().identical(0));
-  EXPECT_EQ(DefaultsDB::stringProperty("lastAcctEmailStr", true), PropertyList(""));
+TEST_P(RememberedText, OfAnotherKindIsEmptyAndStoredAsSuch) {
+  user_.store({{GetParam().key, "stored"}});
+  connect();
+  daemon_->answer(GetParam().method, PropertyList::array({1, "x"}));
+  EXPECT_EQ(read(), PropertyList(""));
+  EXPECT_EQ(user_.stored()[GetParam().key], PropertyList(""));
 }
 
-TEST_F(BackupStateTest, TheSkinIsAProfileValue) {
+INSTANTIATE_TEST_SUITE_P(
+    BackupState, RememberedText,
+    ::testing::Values(Remembered{"serverURL", "lastServerURLStr", &BackupState::serverURL},
+                      Remembered{"userEmail", "lastAcctEmailStr", &BackupState::userEmail},
+                      Remembered{"stringValueForProfileKey:", "lastSkinIdStr", &BackupState::skinId}),
+    [](const auto& row) { return std::string(row.param.key); });
+
+TEST_F(BackupStateTest, AsksForTheSkinByItsProfileKey) {
+  connect();
   daemon_->answer("stringValueForProfileKey:", "blue");
-  state_.onBegin();
-  EXPECT_EQ(state_.skinId().string(), "blue");
-  EXPECT_EQ(daemon_->calls(), (std::vector<Call>{{"stringValueForProfileKey:", {"SkinId"}}}));
-  EXPECT_EQ(DefaultsDB::stringProperty("lastSkinIdStr"), PropertyList("blue"));
+  EXPECT_EQ(state_.skinId(), PropertyList("blue"));
+  EXPECT_EQ(daemon_->calls(),
+            (std::vector<testing::DaemonCall>{{"stringValueForProfileKey:", {PropertyList("SkinId")}}}));
 }
 
-TEST_F(BackupStateTest, TheComputerNumberIsRememberedAsAnInteger) {
-  EXPECT_EQ(state_.computerNumber().intValue(), 0);
+TEST_F(BackupStateTest, SendsAMethodWithoutAColonWithoutAnArgument) {
+  connect();
+  daemon_->answer("userEmail", "a@b");
+  EXPECT_EQ(BackupStatePrivateMethods::proxyOrCacheStringWithArg(state_, "userEmail", "argument", "key"),
+            PropertyList("a@b"));
+  EXPECT_EQ(daemon_->calls(), (std::vector<testing::DaemonCall>{{"userEmail", {}}}));
+}
+
+TEST_F(BackupStateTest, TheComputersNumberIsTheStoredOneWhileTheDaemonIsAway) {
+  EXPECT_EQ(state_.computerNumber(), PropertyList(0));
   DefaultsDB::setIntProperty(7, "lastComputerNumberInt");
-  EXPECT_EQ(state_.computerNumber().intValue(), 7);
-  daemon_->answer("computerNumber", 12);
-  state_.onBegin();
-  EXPECT_EQ(state_.computerNumber().intValue(), 12);
-  EXPECT_EQ(DefaultsDB::intProperty("lastComputerNumberInt", true), 12);
+  EXPECT_EQ(state_.computerNumber(), PropertyList(7));
 }
 
-TEST_F(BackupStateTest, TheQuotaFlagIsRememberedAndOnlyExactlyOneIsYes) {
+TEST_F(BackupStateTest, TheComputersNumberIsWrittenOnlyWhenItDiffers) {
+  user_.store({{"lastComputerNumberInt", 7}});
+  connect();
+  daemon_->answer("computerNumber", 7);
+  const ino_t before = user_.writeMark();
+  EXPECT_EQ(state_.computerNumber(), PropertyList(7));
+  EXPECT_EQ(user_.writeMark(), before);
+  daemon_->answer("computerNumber", 8);
+  EXPECT_EQ(state_.computerNumber(), PropertyList(8));
+  EXPECT_EQ(user_.stored()["lastComputerNumberInt"], PropertyList(8));
+}
+
+TEST_F(BackupStateTest, AComputersNumberThatTheDaemonDoesNotKnowIsStoredAsZero) {
+  connect();
+  EXPECT_EQ(state_.computerNumber(), PropertyList(0));
+  EXPECT_EQ(user_.stored()["lastComputerNumberInt"], PropertyList(0));
+}
+
+TEST_F(BackupStateTest, AComputersNumberOfAnotherKindIsANumberAllTheSame) {
+  connect();
+  daemon_->answer("computerNumber", "12");
+  EXPECT_EQ(state_.computerNumber(), PropertyList(12));
+  daemon_->answer("computerNumber", PropertyList::dictionary({{"a", 1}}));
+  EXPECT_EQ(state_.computerNumber(), PropertyList(0));
+}
+
+TEST_F(BackupStateTest, TheQuotasLimitIsTheStoredOneWhileTheDaemonIsAway) {
   EXPECT_FALSE(state_.isQuotaLimited());
-  DefaultsDB::setIntProperty(2, "isQuotaLimited");
+  for (const std::int32_t stored : {0, 1, 2, -1}) {
+    DefaultsDB::setIntProperty(stored, "isQuotaLimited");
+    EXPECT_EQ(state_.isQuotaLimited(), stored == 1) << stored;
+  }
+}
+
+TEST_F(BackupStateTest, TheQuotasLimitIsRememberedWhenItChanges) {
+  connect();
   EXPECT_FALSE(state_.isQuotaLimited());
-  DefaultsDB::setIntProperty(1, "isQuotaLimited");
+  EXPECT_EQ(user_.stored()["isQuotaLimited"], PropertyList(0)) << "nothing was stored, so it is written";
+  const ino_t before = user_.writeMark();
+  EXPECT_FALSE(state_.isQuotaLimited());
+  EXPECT_EQ(user_.writeMark(), before);
+  daemon_->answer("daemonState", PropertyList::dictionary({{"isQuotaLimited", true}}));
+  state_.updateDaemonState();
   EXPECT_TRUE(state_.isQuotaLimited());
-  state_.onBegin();
-  EXPECT_FALSE(state_.isQuotaLimited()) << "the live state has no such key";
-  EXPECT_EQ(DefaultsDB::intProperty("isQuotaLimited", true), 0);
-  setState({{"isQuotaLimited", true}});
+  EXPECT_EQ(user_.stored()["isQuotaLimited"], PropertyList(1));
+  state_.onEnd();
   EXPECT_TRUE(state_.isQuotaLimited());
-  EXPECT_EQ(DefaultsDB::intProperty("isQuotaLimited", true), 1);
-}
-
-TEST_F(BackupStateTest, CommandsAreSentAsTheyAre) {
-  state_.onBegin();
-  state_.setLowerPriorityMode(true);
-  state_.setAutomaticMode(false);
-  state_.setPausedMinutes(-1);
-  state_.setRecoverMode(true);
-  state_.setAccountOverQuotaTestingFlag(true);
-  state_.clearAccountOverQuotaTestingFlag();
-  state_.setValueForProfileKey("k", PropertyList("v"));
-  state_.addFileToBackup("/a");
-  state_.removeFileFromBackup("/b");
-  state_.setPriorityBackup("/c");
-  state_.setFileTypeToggle(".txt", 6);
-  state_.setAlertHandler();
-  state_.endAlertHandler();
-  state_.setStateHandler();
-  state_.endStateHandler();
-  state_.terminateDaemon();
-  const std::vector<Call> expected = {{"setLowerPriorityMode:", {1}},
-                                      {"setAutomaticMode:", {0}},
-                                      {"setPausedMinutes:", {4294967295U}},
-                                      {"setRecoverMode:", {1}},
-                                      {"setAccountOverQuotaTestingFlag:", {1}},
-                                      {"clearAccountOverQuotaTestingFlag", {}},
-                                      {"setValueForProfileKey:withString:", {"k", "v"}},
-                                      {"addFileToBackup:", {"/a"}},
-                                      {"removeFileFromBackup:", {"/b"}},
-                                      {"setPriorityBackup:", {"/c"}},
-                                      {"setFileTypeToggle:toggle:", {".txt", 6}},
-                                      {"setAlertHandler", {}},
-                                      {"endAlertHandler", {}},
-                                      {"setStateHandler", {}},
-                                      {"endStateHandler", {}},
-                                      {"terminate", {}}};
-  ASSERT_TRUE(daemon_->waitForCalls(expected.size()));
-  EXPECT_EQ(daemon_->calls(), expected);
-}
-
-TEST_F(BackupStateTest, QuestionsAreAnsweredByTheDaemon) {
-  const PropertyList node = PropertyList::dictionary({{"fileName", "x"}});
-  daemon_->answer("automaticMode", 1);
-  daemon_->answer("pausedMinutes", 30);
-  daemon_->answer("marketingMessage", "buy");
-  daemon_->answer("dictionaryForPath:", node);
-  daemon_->answer("dictionaryForPath:withDirSizes:", node);
-  daemon_->answer("childrenDictionariesForPath:", PropertyList::array({node}));
-  daemon_->answer("stringValueForProfileKey:", "value");
-  daemon_->answer("getFileTypeToggle:", 7);
-  state_.onBegin();
-  EXPECT_TRUE(state_.automaticMode());
-  EXPECT_EQ(state_.pausedMinutes(), 30U);
-  EXPECT_EQ(state_.marketingMessage().string(), "buy");
-  EXPECT_EQ(state_.dictionaryForPath("/x"), node);
-  EXPECT_EQ(state_.dictionaryForPath("/x", true), node);
-  EXPECT_EQ(state_.childrenDictionariesForPath("/x")[0], node);
-  EXPECT_EQ(state_.stringValueForProfileKey("k").string(), "value");
-  EXPECT_EQ(state_.getFileTypeToggle(".txt"), 7U);
-  EXPECT_EQ(daemon_->calls()[4], (Call{"dictionaryForPath:withDirSizes:", {"/x", 1}}));
-}
-
-TEST_F(BackupStateTest, ThreeOperationsRaiseBecauseTheTableLacksThem) {
-  state_.onBegin();
-  EXPECT_THROW(state_.setBackupControl(5), InvalidArgument);
-  EXPECT_THROW(state_.setBackupControl(5, 1), InvalidArgument);
-  EXPECT_THROW(state_.intValueForProfileKey("k"), InvalidArgument);
-  EXPECT_THROW(state_.setValueForProfileKey("k", 5U), InvalidArgument);
-  EXPECT_TRUE(log_.has("-[BackupState setValueForProfileKey:withUnsigned:]: k = 5"))
-      << "written whether or not the log is on";
-  EXPECT_TRUE(daemon_->calls().empty());
-}
-
-TEST_F(BackupStateTest, AThousandCyclesLeaveNothingBehind) {
-  const auto descriptors = testing::countOf("fd");
-  const auto observers = NotificationCenter::defaultCenter().observerCount();
-  std::ptrdiff_t threads = testing::countOf("task");
-  for (int i = 0; i < 500; ++i) {
-    state_.onBegin();
-    ASSERT_TRUE(state_.connected());
-    state_.onEnd();
-  }
-  daemon_.reset();
-  for (int i = 0; i < 500; ++i) {
-    state_.onBegin();
-    ASSERT_FALSE(state_.connected());
-    state_.onEnd();
-  }
-  EXPECT_TRUE(testing::eventually([] { return RunLoop::main().load() == RunLoop::Load{}; }));
-  EXPECT_EQ(NotificationCenter::defaultCenter().observerCount(), observers);
-  EXPECT_TRUE(testing::eventually([&] { return testing::countOf("task") <= threads; }));
-  EXPECT_TRUE(testing::eventually([&] { return testing::countOf("fd") <= descriptors; }));
 }
 
 }  // namespace

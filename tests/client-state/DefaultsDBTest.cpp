@@ -142,12 +142,17 @@ TEST_F(DefaultsDBTest, AnAbsentStringTakesTheKeyAway) {
 }
 
 TEST_F(DefaultsDBTest, AWriteThatFailsIsNotReported) {
-  std::filesystem::create_directory(user_.file());  // a folder where the file belongs
+  DefaultsDB::setIntProperty(1, "other");
+  setenv("XDG_CONFIG_HOME", user_.file().c_str(), 1);  // a file where the folder belongs
   DefaultsDB::setIntProperty(5, "key");
   EXPECT_EQ(DefaultsDB::intProperty("key"), 5) << "it is known in memory all the same";
+  EXPECT_TRUE(user_.stored()["key"].isAbsent());
 }
 
-TEST(DefaultsDBAtTheStart, NothingHasBeenRead) { EXPECT_FALSE(DefaultsDB::lastReadOK()); }
+TEST(DefaultsDBInANewProcess, HasReadNothing) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // begins a process anew
+  EXPECT_EXIT(std::_Exit(DefaultsDB::lastReadOK() ? 1 : 0), ::testing::ExitedWithCode(0), "");
+}
 
 }  // namespace
 }  // namespace keldane

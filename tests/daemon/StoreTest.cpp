@@ -1,0 +1,77 @@
+#include "daemon/Store.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "tests/support/TemporaryFolder.h"
+
+namespace keldane {
+namespace {
+
+using testing::TemporaryFolder;
+
+TEST(Store, KeepsEverythingAcrossALife) {
+  const TemporaryFolder folder;
+  {
+    Store store(folder / "s");
+    store.setRule("/a", true);
+    store.setRule("/b", false);
+    store.removeRule("/b");
+    store.setType(".txt", 7);
+    store.addPriority("/p");
+    store.addPriority("/q");
+    store.addPriority("/p");
+    store.removePriority("/q");
+    store.setValue(Store::Table::settings, "k", "setting");
+    store.setValue(Store::Table::profile, "k", "profile");
+  }
+  Store store(folder / "s");
+  EXPECT_EQ(store.rules(), (std::map<std::string, bool>{{"/a", true}}));
+  EXPECT_EQ(store.types(), (std::map<std::string, std::uint32_t>{{".txt", 7}}));
+  EXPECT_EQ(store.priorities().size(), 1U);
+  EXPECT_EQ(store.value(Store::Table::settings, "k"), "setting");
+  EXPECT_EQ(store.value(Store::Table::profile, "k"), "profile");
+  EXPECT_EQ(store.value(Store::Table::profile, "none"), std::nullopt);
+}
+
+TEST(Store, CountsVersionsAndTotals) {
+  const TemporaryFolder folder;
+  Store store(folder / "s");
+  BackupRecord record;
+  record.size = 10;
+  record.modified = -5;
+  record.date = 1.5;
+  record.digest = "abc";
+  store.setRecord("/d/a", record);
+  store.setRecord("/d/a", record);
+  store.setRecord("/d/b/c", record);
+  store.setRecord("/top", record);
+  const std::optional<BackupRecord> read = store.record("/d/a");
+  ASSERT_TRUE(read);
+  EXPECT_EQ(read->version, 2U);
+  EXPECT_EQ(read->size, 10U);
+  EXPECT_EQ(read->modified, -5);
+  EXPECT_EQ(read->digest, "abc");
+  EXPECT_FALSE(store.record("/none"));
+  EXPECT_EQ(store.recordsIn("/d").size(), 1U) << "direct children only";
+  EXPECT_EQ(store.recordsIn("/").size(), 1U);
+  EXPECT_EQ(store.totals().files, 3U);
+  EXPECT_EQ(store.totals().bytes, 30U);
+}
+
+TEST(Store, IsItsOwnersAlone) {
+  const TemporaryFolder folder;
+  const Store store(folder / "s");
+  struct stat status {};
+  ASSERT_EQ(stat((folder / "s").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0600U);
+}
+
+TEST(Store, SaysWhenItsFileCannotBeUsed) {
+  const TemporaryFolder folder;
+  EXPECT_THROW(Store(folder / "none/s"), SQLite::Exception);
+  EXPECT_THROW(Store(folder.write("s", std::string(4096, 'x'))), SQLite::Exception);
+}
+
+}  // namespace
+}  // namespace keldane
