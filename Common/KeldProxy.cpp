@@ -69,7 +69,6 @@ void KeldaneProxy::setSocket(std::shared_ptr<KeldaneSocket> socket) {
     const ScopedLock guard(membersMutex_);
     old.swap(socket_);
   }
-  closing_ = false;
   send(socket, &KeldaneSocket::setDataDelegate, shared_from_this());
 }
 
@@ -127,9 +126,9 @@ void KeldaneProxy::forwardInvocation(Invocation& invocation) {
   }
   waitingOnResult_ = true;
   const std::shared_ptr<KeldaneSocket> link = socket();
-  if (!link || link->isZombie()) {
-    // The write failed and the link was taken down on this thread: no answer and no failure signal will ever
-    // come.
+  if (!link || !link->isReceiving()) {
+    // There never was a link, or the write failed and it was taken down on this thread: no answer and no
+    // failure signal will ever come.
     waitingOnResult_ = false;
     invocation.result = RawValue::decoded({}, returnType);
     return;
@@ -288,8 +287,12 @@ void KeldaneProxy::handlePortMessage(std::uint32_t messageId) {
       call = std::move(invocationQueue_.front());
       invocationQueue_.pop_front();
     }
-    if (const std::shared_ptr<InvocationTarget> target = call.target.lock()) {
-      target->invoke(call.invocation);
+    try {
+      send(call.target.lock(), &InvocationTarget::invoke, call.invocation);
+    } catch (...) {
+      // The run loop logs it and ends this pass; what is still queued needs a wake-up of its own.
+      invocationPort_->send(kPerformQueuedCalls);
+      throw;
     }
   }
 }

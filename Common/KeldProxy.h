@@ -36,7 +36,8 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
   KeldaneProxy(const KeldaneProxy&) = delete;
   KeldaneProxy& operator=(const KeldaneProxy&) = delete;
 
-  /// Closes the socket it had, keeps the new one and becomes its data delegate.
+  /// Closes the socket it had, keeps the new one and becomes its data delegate. A proxy is made for one
+  /// connection: after a first socket was closed, an answer that nobody waits for is no longer kept.
   void setSocket(std::shared_ptr<KeldaneSocket> socket);
   /// Not owned; the tables are constants.
   void setProtocol(const Protocol* protocol);
@@ -86,7 +87,7 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
   std::deque<QueuedCall> invocationQueue_ KELDANE_GUARDED_BY(invocationLock_);
   Mutex invocationLock_;
   std::unique_ptr<MessagePort> invocationPort_;
-  std::atomic<bool> closing_ = false;
+  std::atomic<bool> closing_ = false;  // for good: a proxy is made for one connection
 };
 
 }  // namespace keldane

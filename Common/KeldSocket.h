@@ -145,7 +145,7 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   using DelegateCall = void (KeldSocketDelegate::*)(const std::shared_ptr<KeldaneSocket>&);
   void tellSocketDelegate(DelegateCall call, const char* logLine);
   void acceptThread();
-  void accept(int descriptor);
+  void makeChild(int descriptor);
 
   Monitor monitor_;
   sockaddr_un socketAddress_{};

@@ -162,13 +162,13 @@ void KeldaneSocket::acceptThread() {
     // Descriptor 0 counts as a failure, and is neither used nor closed; kept on purpose. A daemon that keeps
     // its standard input open never gets it.
     if (descriptor >= 1) {
-      guarded([&] { accept(descriptor); });
+      guarded([&] { makeChild(descriptor); });
     }
   }
   acceptThreadRunning_ = false;
 }
 
-void KeldaneSocket::accept(int descriptor) {
+void KeldaneSocket::makeChild(int descriptor) {
   const std::shared_ptr<KeldaneSocket> child = create();
   child->setSocket(descriptor);
   child->setParent(shared_from_this());
