@@ -62,7 +62,7 @@ std::shared_ptr<KeldaneSocket> KeldaneProxy::socket() const {
   return socket_;
 }
 
-void KeldaneProxy::setSocket(std::shared_ptr<KeldaneSocket> socket) {
+void KeldaneProxy::setSocket(const std::shared_ptr<KeldaneSocket>& socket) {
   send(this->socket(), &KeldaneSocket::close);
   std::shared_ptr<KeldaneSocket> old = socket;
   {

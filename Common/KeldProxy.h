@@ -38,7 +38,7 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
 
   /// Closes the socket it had, keeps the new one and becomes its data delegate. A proxy is made for one
   /// connection: after a first socket was closed, an answer that nobody waits for is no longer kept.
-  void setSocket(std::shared_ptr<KeldaneSocket> socket);
+  void setSocket(const std::shared_ptr<KeldaneSocket>& socket);
   /// Not owned; the tables are constants.
   void setProtocol(const Protocol* protocol);
   /// Not owned.

@@ -24,7 +24,7 @@ std::int64_t now() {
 
 /// What no rule brings into the backup: what is made anew at each start, and what this daemon writes itself.
 std::vector<std::string> policyFor(const DaemonOptions& options) {
-  std::vector<std::string> policy = {"/dev", "/proc", "/run", "/sys", "/tmp/.X11-unix"};
+  std::vector<std::string> policy = {"/dev", "/proc", "/run", "/sys"};
   for (const char* suffix : {"", "-wal", "-shm"}) {
     policy.push_back(options.store + suffix);
   }

@@ -24,7 +24,7 @@ constexpr auto kSendLimit = std::chrono::seconds(5);
 
 constexpr auto kNotificationInterval = std::chrono::seconds(1);
 
-constexpr MethodSignature kClientMethods[] = {{"stateChanged:", 'v', "@"}, {"alert:", 'v', "@"}};
+constexpr MethodSignature kClientMethods[] = {{"stateChanged:", 'v', "@"}};
 
 std::string errorText(int error) { return std::generic_category().message(error); }
 
@@ -111,10 +111,9 @@ void DaemonServer::socketCreated(const std::shared_ptr<KeldaneSocket>& child) {
   const KeldaneSocket* key = child.get();
   PeerLink link;
   link.service = std::make_shared<DaemonService>(
-      daemon_, peerOf(credentials->uid, credentials->gid),
-      [weak = weak_from_this(), key](DaemonService::Handler handler, bool on) {
+      daemon_, peerOf(credentials->uid, credentials->gid), [weak = weak_from_this(), key](bool on) {
         if (const std::shared_ptr<DaemonServer> self = weak.lock()) {
-          self->subscribe(key, handler, on);
+          self->subscribe(key, on);
         }
       });
   link.proxy = KeldaneProxy::create();
@@ -147,12 +146,11 @@ void DaemonServer::socketFailed(const std::shared_ptr<KeldaneSocket>& child) {
   child->close();
 }
 
-void DaemonServer::subscribe(const KeldaneSocket* peer, DaemonService::Handler handler, bool on) {
+void DaemonServer::subscribe(const KeldaneSocket* peer, bool on) {
   const std::lock_guard guard(mutex_);
   const auto found = peers_.find(peer);
   if (found != peers_.end()) {
-    (handler == DaemonService::Handler::alert ? found->second.second.wantsAlerts
-                                              : found->second.second.wantsState) = on;
+    found->second.second.wantsState = on;
   }
 }
 

@@ -16,7 +16,7 @@
 
 namespace keldane {
 
-/// What the daemon calls at clients that asked to be told: one-way, with the state dictionary or a text.
+/// What the daemon calls at clients that asked to be told: one-way, with the state dictionary.
 extern const Protocol KeldaneClientProtocol;
 
 /// Listens, and keeps one proxy for each accepted peer, which performs that peer's requests on its own
@@ -43,12 +43,11 @@ class DaemonServer final : public KeldSocketDelegate, public std::enable_shared_
   struct PeerLink {
     std::shared_ptr<KeldaneProxy> proxy;
     std::shared_ptr<DaemonService> service;
-    bool wantsAlerts = false;
     bool wantsState = false;
   };
 
   bool claimPath(std::string* error);
-  void subscribe(const KeldaneSocket* peer, DaemonService::Handler handler, bool on);
+  void subscribe(const KeldaneSocket* peer, bool on);
   void notify();
 
   Daemon& daemon_;

@@ -16,9 +16,8 @@ namespace keldane {
 /// peer may not do are answered absent, 0 or not at all. Called on the peer's receive thread.
 class DaemonService final : public InvocationTarget {
  public:
-  /// What a peer asks to be told of.
-  enum class Handler { alert, state };
-  using Subscribe = std::function<void(Handler, bool on)>;
+  /// Switches on or off that the peer is told of each change of the state.
+  using Subscribe = std::function<void(bool on)>;
 
   DaemonService(Daemon& daemon, Peer peer, Subscribe subscribe)
       : daemon_(daemon),
@@ -67,10 +66,10 @@ class DaemonService final : public InvocationTarget {
   void cancelAllRestoreJobs() {}
   void setAccountOverQuotaTestingFlag(signed char on) { setMode("overQuotaTest", on); }
   void clearAccountOverQuotaTestingFlag() { setMode("overQuotaTest", 0); }
-  void setAlertHandler() { subscribe_(Handler::alert, true); }
-  void endAlertHandler() { subscribe_(Handler::alert, false); }
-  void setStateHandler() { subscribe_(Handler::state, true); }
-  void endStateHandler() { subscribe_(Handler::state, false); }
+  void setAlertHandler() {}  // this daemon has no alerts to give
+  void endAlertHandler() {}
+  void setStateHandler() { subscribe_(true); }
+  void endStateHandler() { subscribe_(false); }
   std::int64_t longForState(std::uint32_t index) { return stateValue(index).longLongValue(); }
   std::uint64_t longlongForState(std::uint32_t index) { return stateValue(index).unsignedLongLongValue(); }
   PropertyList stringForState(std::uint32_t index);

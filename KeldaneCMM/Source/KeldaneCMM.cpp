@@ -80,16 +80,15 @@ void KeldaneCMM::addBackupFlag(std::uint32_t* flags, const std::string& forPath)
     return;
   }
   const std::uint32_t simple = node->simpleFlags();
-  if (node->isDirectory()) {
-    *flags |= kOfferBackup | kOfferExclude;
-  } else if (!has(simple, simple_flags::kEnabled)) {
+  const bool both =
+      node->isDirectory() || (has(simple, simple_flags::kGrayed) && !has(simple, simple_flags::kChecked));
+  if (!node->isDirectory() && !has(simple, simple_flags::kEnabled)) {
     return;
-  } else if (has(simple, simple_flags::kChecked)) {
-    *flags |= kOfferExclude;
-  } else if (has(simple, simple_flags::kGrayed)) {
+  }
+  if (both) {
     *flags |= kOfferBackup | kOfferExclude;
   } else {
-    *flags |= kOfferBackup;
+    *flags |= has(simple, simple_flags::kChecked) ? kOfferExclude : kOfferBackup;
   }
 }
 

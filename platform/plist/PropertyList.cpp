@@ -251,7 +251,7 @@ PropertyList::NumberKind PropertyList::numberKind() const noexcept {
 
 std::string_view PropertyList::string() const noexcept {
   if (!isString()) {
-    return {"", 0};
+    return "";
   }
   const Node* node = PropertyListAccess::node(*this);
   return {node->bytes(), node->count};
@@ -387,9 +387,13 @@ const PropertyList* PropertyListNode::find(std::string_view key) const noexcept 
   const std::uint32_t* last = first + count;
   const std::uint32_t* found =
       std::lower_bound(first, last, key, [&](std::uint32_t position, std::string_view wanted) {
-        return entries[2 * position].string() < wanted;
+        return entries[2 * std::size_t{position}].string() < wanted;
       });
-  return found != last && entries[2 * *found].string() == key ? &entries[2 * *found + 1] : nullptr;
+  if (found == last) {
+    return nullptr;
+  }
+  const PropertyList* entry = entries + 2 * std::size_t{*found};
+  return entry->string() == key ? entry + 1 : nullptr;
 }
 
 // --- Comparing values ---
@@ -458,7 +462,7 @@ bool sameValues(const PropertyList& first, const PropertyList& second, bool stri
     if (a->kind() != b->kind()) {
       return false;
     }
-    if (!a->isArray() && !a->isDictionary()) {
+    if (aNode == nullptr || bNode == nullptr || (!a->isArray() && !a->isDictionary())) {
       if (!sameScalars(*a, *b, strict)) {
         return false;
       }

@@ -170,7 +170,7 @@ struct RunLoop::State::Port : MessagePort {
     const std::lock_guard guard(loop->mutex);
     ++loop->ports;
   }
-  ~Port() override { invalidate(); }
+  ~Port() override { Port::invalidate(); }
   Port(const Port&) = delete;
   Port& operator=(const Port&) = delete;
 
