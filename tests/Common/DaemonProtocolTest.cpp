@@ -85,6 +85,13 @@ TEST(DaemonProtocol, HasAnArgumentForEachColon) {
   }
 }
 
+TEST(DaemonProtocol, NamesItsOperationsByTheFirstLabel) {
+#define EXPECT_FIRST_LABEL(selector, operation, ...) \
+  EXPECT_EQ(std::string(selector).substr(0, std::string_view(selector).find(':')), #operation);
+  KELDANE_DAEMON_METHODS(EXPECT_FIRST_LABEL)
+#undef EXPECT_FIRST_LABEL
+}
+
 TEST(DaemonProtocol, FindsBySelector) {
   EXPECT_EQ(KeldaneDaemonProtocol.find("restoreFile:toPath:version:priority:")->argumentCodes, "@@II");
   EXPECT_EQ(KeldaneDaemonProtocol.find("restoreFile:"), nullptr);

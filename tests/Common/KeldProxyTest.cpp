@@ -19,13 +19,16 @@ using testing::LogCapture;
 using testing::RawConnection;
 using testing::RawPeer;
 
-constexpr MethodSignature kTargetMethods[] = {{"tell:", 'v', "@"}, {"add:to:", 'i', "ii"},
-                                              {"fail", 'I', ""},   {"nothing", '@', ""},
-                                              {"odd", '@', ""},    {"throwOther", 'v', ""}};
+constexpr MethodSignature kTargetMethods[] = {
+    {"tell:", 'v', "@"}, {"add:to:", 'i', "ii"},  {"fail", 'I', ""},         {"nothing", '@', ""},
+    {"odd", '@', ""},    {"throwOther", 'v', ""}, {"describeBadly", 'v', ""}};
 
 /// What the peer may call here.
 struct Target : InvocationTarget {
   const MethodSignature* methodSignatureForSelector(std::string_view selector) const override {
+    if (selector == "describeBadly") {
+      throw 7;
+    }
     return Protocol{"", kTargetMethods}.find(selector);
   }
   void invoke(Invocation& invocation) override {
@@ -111,6 +114,40 @@ TEST_F(KeldProxyTest, ARequestIsAnArrayOfFourElementsAndTwoForEachArgument) {
       << frame.value().description();
 }
 
+// On a socket that keeps message boundaries each send arrives by itself.
+TEST_F(KeldProxyTest, AMessageIsWrittenInFourPieces) {
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
+  const Descriptor peer(ends[1]);
+  const auto socket = KeldaneSocket::create();
+  socket->setSocket(ends[0]);
+  const auto proxy = KeldaneProxy::create();
+  proxy->setSocket(socket);
+  proxy->setProtocol(&KeldaneDaemonProtocol);
+  proxy->setDelegate(target_);
+  const auto piece = [&] {
+    char buffer[1000];
+    const ssize_t got = recv(peer.get(), buffer, sizeof(buffer), MSG_DONTWAIT);
+    return std::string(buffer, static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+  };
+  proxy->terminate();
+  EXPECT_EQ(piece(), testing::kMarkerText);
+  EXPECT_EQ(piece(), std::string("\1\0\0\0", 4));
+  const std::string length = piece();
+  ASSERT_EQ(length.size(), 4U);
+  EXPECT_EQ(piece().size(), static_cast<std::size_t>(length[0]));
+  EXPECT_EQ(piece(), "");
+
+  const Bytes request = payload(KeldProxyTest::request("nothing", {}));
+  proxy->processData(&request, 1);
+  EXPECT_EQ(piece(), testing::kMarkerText);
+  EXPECT_EQ(piece(), std::string("\2\0\0\0", 4));
+  EXPECT_EQ(piece(), std::string(4, '\0'));
+  EXPECT_EQ(piece(), "") << "no payload, no fourth piece";
+  proxy->close();
+  socket->close();
+}
+
 TEST_F(KeldProxyTest, ABooleanArgumentGoesAsANumber) {
   std::thread caller([&] { proxy_->dictionaryForPath("/x", true); });
   const PropertyList request = connection_.readFrame().value();
@@ -190,6 +227,16 @@ TEST_F(KeldProxyTest, ACallAfterTheLinkWasTakenDownDoesNotWait) {
   socket_->close();
   EXPECT_EQ(proxy_->pausedMinutes(), 0U);
   EXPECT_TRUE(proxy_->serverURL().isAbsent());
+}
+
+TEST_F(KeldProxyTest, ACallOnALinkThatNeverWasUpDoesNotWait) {
+  const auto proxy = KeldaneProxy::create();
+  proxy->setProtocol(&KeldaneDaemonProtocol);
+  EXPECT_EQ(proxy->pausedMinutes(), 0U) << "no socket at all";
+  proxy->setSocket(KeldaneSocket::create());
+  EXPECT_EQ(proxy->pausedMinutes(), 0U) << "a socket that is not connected";
+  EXPECT_TRUE(proxy->serverURL().isAbsent());
+  proxy->close();
 }
 
 TEST_F(KeldProxyTest, AFailedWriteThatClosesTheLinkDoesNotLeaveTheCallerWaiting) {
@@ -318,6 +365,48 @@ TEST_F(KeldProxyTest, ClosingReleasesAReceiveThreadThatCannotHandOverItsResult) 
   EXPECT_TRUE(eventually([&] { return socket_.use_count() == 1; }));
 }
 
+TEST_F(KeldProxyTest, AnUnknownFrameTypeIsAFailureSignal) {
+  std::thread peer([&] {
+    connection_.readFrame();
+    connection_.writeFrame(77, "whatever");
+  });
+  EXPECT_EQ(proxy_->pausedMinutes(), 0U);
+  EXPECT_TRUE(log_.has("KeldProxy detected error while waiting on result"));
+  peer.join();
+}
+
+TEST_F(KeldProxyTest, TheProxyAndItsSocketGoWhicheverIsClosedFirst) {
+  for (const bool proxyFirst : {true, false}) {
+    auto socket = KeldaneSocket::create();
+    auto proxy = KeldaneProxy::create();
+    proxy->setSocket(socket);
+    ASSERT_TRUE(socket->connectToPath(peer_.path()));
+    RawConnection connection = peer_.accept();
+    const std::weak_ptr<KeldaneSocket> weakSocket = socket;
+    const std::weak_ptr<KeldaneProxy> weakProxy = proxy;
+    if (proxyFirst) {
+      proxy->close();
+      socket->close();
+    } else {
+      socket->close();
+      proxy->close();
+    }
+    socket.reset();
+    proxy.reset();
+    EXPECT_TRUE(eventually([&] { return weakSocket.expired() && weakProxy.expired(); }));
+  }
+  EXPECT_TRUE(eventually([] { return RunLoop::main().load().ports == 1; })) << "that of the test's own proxy";
+}
+
+TEST_F(KeldProxyTest, SettingASocketReleasesAReceiveThreadThatCannotHandOverItsResult) {
+  connection_.answer(1);
+  connection_.answer(2);  // waits for somebody to take the first
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  const auto next = KeldaneSocket::create();
+  proxy_->setSocket(next);
+  EXPECT_TRUE(eventually([&] { return socket_.use_count() == 1; }));
+}
+
 TEST_F(KeldProxyTest, SettingASocketClosesTheOneBefore) {
   const auto next = KeldaneSocket::create();
   proxy_->setSocket(next);
@@ -378,6 +467,7 @@ TEST_F(KeldProxyTest, RequestsThatAreNoneAreIgnored) {
   sendRequest(PropertyList("no array"));
   sendRequest(PropertyList::dictionary({{"a", 1}, {"b", 2}, {"c", 3}, {"d", 4}}));
   sendRequest(request("unknown:", {"@", "x"}));
+  sendRequest(PropertyList::array({0U, "v", 5, 0U}));
   connection_.writeFrame(1, "");
   sendRequest(request("add:to:", {"i", 1, "i", 1}));
   EXPECT_EQ(connection_.readFrame().value().intValue(), 2);
@@ -411,6 +501,29 @@ TEST_F(KeldProxyTest, AnUnknownArgumentTypeIsALoggedException) {
   EXPECT_TRUE(eventually([&] { return log_.hasPart("Unknown argument type specifier: ."); }));
 }
 
+TEST_F(KeldProxyTest, AnythingElseThatIsThrownIsLoggedToo) {
+  sendRequest(request("describeBadly", {}));
+  EXPECT_TRUE(
+      eventually([&] { return log_.has("ERROR: KeldaneProxy processData caught unknown exception."); }));
+}
+
+TEST_F(KeldProxyTest, DamagedMessagesDoNoHarm) {
+  proxy_->socketClosing();  // so that results which nobody takes are dropped
+  const std::string good =
+      RawConnection::payloadOf(request("add:to:", {"i", 40, "i", 2, "@", "more than it takes"}));
+  std::uint32_t random = 1;
+  for (std::size_t round = 0; round < 5000; ++round) {
+    Bytes damaged(good.begin(), good.end());
+    for (int i = 0; i < 3; ++i) {
+      random = random * 1664525 + 1013904223;
+      damaged[(random >> 8) % damaged.size()] = static_cast<std::uint8_t>(random >> 24);
+    }
+    damaged.resize(round % 4 == 0 ? random % (damaged.size() + 1) : damaged.size());
+    EXPECT_TRUE(proxy_->processData(&damaged, 1));
+    EXPECT_TRUE(proxy_->processData(&damaged, 2));
+  }
+}
+
 TEST_F(KeldProxyTest, NoDelegateIsALoggedAssertionWithoutAnAnswer) {
   target_.reset();
   sendRequest(request("add:to:", {"i", 1, "i", 1}));
@@ -439,6 +552,39 @@ TEST_F(KeldProxyTest, QueuedRequestsArePerformedInOrderOnTheMainThreadByOneWakeU
   RunLoop::main().runDue();
   EXPECT_EQ(target_->all(), (std::vector<std::string>{"a", "b", "c"}));
   EXPECT_EQ(target_->thread, std::this_thread::get_id());
+}
+
+TEST_F(KeldProxyTest, AQueuedRequestThatThrowsDoesNotHoldUpTheOthers) {
+  proxy_->setCallDelegateOnMainThread(true);
+  for (const PropertyList& one :
+       {request("tell:", {"@", "a"}), request("throwOther", {}), request("tell:", {"@", "b"})}) {
+    const Bytes bytes = payload(one);
+    proxy_->processData(&bytes, 1);
+  }
+  EXPECT_TRUE(testing::eventuallyRunning([&] {
+    return target_->all() == (std::vector<std::string>{"a", "b"});
+  }));
+  const Bytes bytes = payload(request("tell:", {"@", "c"}));
+  proxy_->processData(&bytes, 1);
+  EXPECT_TRUE(testing::eventuallyRunning([&] { return target_->all().size() == 3; }));
+}
+
+TEST_F(KeldProxyTest, WhatIsQueuedForAProxyThatIsGoneIsDropped) {
+  auto socket = KeldaneSocket::create();
+  auto proxy = KeldaneProxy::create();
+  proxy->setSocket(socket);
+  proxy->setDelegate(target_);
+  proxy->setCallDelegateOnMainThread(true);
+  const Bytes bytes = payload(request("tell:", {"@", "late"}));
+  proxy->processData(&bytes, 1);
+  EXPECT_EQ(RunLoop::main().load().work, 1U);
+  proxy->close();
+  socket->close();
+  proxy.reset();
+  socket.reset();
+  EXPECT_EQ(RunLoop::main().load().work, 0U);
+  RunLoop::main().runDue();
+  EXPECT_TRUE(target_->all().empty());
 }
 
 TEST_F(KeldProxyTest, WhatIsQueuedForADelegateThatIsGoneIsDropped) {

@@ -121,19 +121,5 @@ TEST(ValueEncoding, AnUnknownCodeIsAnAssertion) {
   EXPECT_EQ(widthOfType("v"), 0U);
 }
 
-TEST(RawValue, KeepsItsObjectAlive) {
-  const RawValue text = RawValue::decoded(PropertyList(std::string(100, 'x')), "*");
-  EXPECT_STREQ(text.as<'*'>(), std::string(100, 'x').c_str());
-  EXPECT_EQ(RawValue::of<'@'>("object").as<'@'>(), PropertyList("object"));
-}
-
-TEST(RawValue, OfAnotherCodeIsConverted) {
-  EXPECT_EQ(RawValue::of<'i'>(300).as<'c'>(), 44);
-  EXPECT_EQ(RawValue::of<'@'>(PropertyList(7)).as<'I'>(), 7U);
-  EXPECT_EQ(RawValue::of<'I'>(7).as<'@'>(), PropertyList(7));
-  EXPECT_TRUE(RawValue().as<'@'>().isAbsent());
-  EXPECT_EQ(RawValue().as<'I'>(), 0U);
-}
-
 }  // namespace
 }  // namespace keldane

@@ -1,6 +1,7 @@
 // Waiting for what happens on another thread.
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <functional>
@@ -37,6 +38,16 @@ inline bool eventuallyRunning(const std::function<bool()>& condition) {
 inline std::ptrdiff_t countOf(const char* what) {
   return std::distance(std::filesystem::directory_iterator(std::filesystem::path("/proc/self") / what),
                        std::filesystem::directory_iterator());
+}
+
+/// How many threads there are once those that are leaving have left: the fewest of a tenth of a second.
+inline std::ptrdiff_t settledThreadCount() {
+  std::ptrdiff_t fewest = countOf("task");
+  for (int i = 0; i < 20; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    fewest = std::min(fewest, countOf("task"));
+  }
+  return fewest;
 }
 
 }  // namespace keldane::testing

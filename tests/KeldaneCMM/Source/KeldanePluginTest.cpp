@@ -164,10 +164,11 @@ TEST(Shell, LogsALineAtEachEntry) {
   KeldanePlugin_AddRef(instance);
   KeldanePlugin_Release(instance);
   KeldanePlugin_Release(instance);
-  EXPECT_EQ(log.lines(),
-            (std::vector<std::string>{"KeldanePluginFactory:", "KeldanePluginFactory:", "KeldanePlugin_Alloc:",
-                                      "KeldanePlugin_AddRef:", "KeldanePlugin_Release:",
-                                      "KeldanePlugin_Release:", "KeldanePlugin_Dealloc:"}));
+  EXPECT_EQ(
+      log.lines(),
+      (std::vector<std::string>{
+          "KeldanePluginFactory:", "KeldanePluginFactory:", "KeldanePlugin_Alloc:", "KeldanePlugin_AddRef:",
+          "KeldanePlugin_Release:", "KeldanePlugin_Release:", "KeldanePlugin_Dealloc:"}));
 }
 
 using InstanceInACycle = testing::MenuTest;

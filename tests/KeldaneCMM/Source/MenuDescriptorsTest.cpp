@@ -67,9 +67,7 @@ TEST(SelectionToPaths, BringsEveryTextPathBack) {
   }
 }
 
-TEST(SelectionToPaths, GivesFoldersWithoutATrailingSlash) {
-  EXPECT_EQ(pathsOf({"/a/b/"}), (Paths{"/a/b"}));
-}
+TEST(SelectionToPaths, GivesFoldersWithoutATrailingSlash) { EXPECT_EQ(pathsOf({"/a/b/"}), (Paths{"/a/b"})); }
 
 TEST(SelectionToPaths, LeavesOutPathsThatAreNotText) {
   EXPECT_EQ(pathsOf({"/good", "/b\xFF\xFE", "/fine"}), (Paths{"/good", "/fine"}));
@@ -130,8 +128,11 @@ TEST_F(MenuItems, KeepTheTitleAsLongAsTheList) {
 }
 
 TEST_F(MenuItems, AreLeftOutWhenAStepFails) {
-  const std::pair<const char*, int> steps[] = {
-      {"AECreateList", 1}, {"AEPutParamPtr", 1}, {"AEPutParamPtr", 2}, {"AEPutParamPtr", 3}, {"AEPutDesc", 1}};
+  const std::pair<const char*, int> steps[] = {{"AECreateList", 1},
+                                               {"AEPutParamPtr", 1},
+                                               {"AEPutParamPtr", 2},
+                                               {"AEPutParamPtr", 3},
+                                               {"AEPutDesc", 1}};
   const long before = CFGetRetainCount(title_.get());
   for (const auto& [function, nth] : steps) {
     testing::failCall(function, nth, memFullErr);

@@ -89,13 +89,14 @@ inline MenuItem readItem(const AERecord& record) {
   EXPECT_EQ(AESizeOfParam(&record, keyContextualMenuCommandID, &type, &size), kNoErr);
   EXPECT_EQ(type, typeLongInteger);
   item.command.resize(size);
-  AEGetParamPtr(&record, keyContextualMenuCommandID, typeWildCard, nullptr, item.command.data(), size, nullptr);
+  AEGetParamPtr(&record, keyContextualMenuCommandID, typeWildCard, nullptr, item.command.data(), size,
+                nullptr);
   std::uint32_t attributes = 0;
   if (AESizeOfParam(&record, keyContextualMenuAttributes, &type, &size) == kNoErr) {
     EXPECT_EQ(type, typeLongInteger);
     EXPECT_EQ(size, sizeof(attributes));
-    AEGetParamPtr(&record, keyContextualMenuAttributes, typeWildCard, nullptr, &attributes, sizeof(attributes),
-                  nullptr);
+    AEGetParamPtr(&record, keyContextualMenuAttributes, typeWildCard, nullptr, &attributes,
+                  sizeof(attributes), nullptr);
     item.attributes = attributes;
   }
   EXPECT_EQ(AESizeOfParam(&record, fourCharCode("cmmd"), nullptr, nullptr), errAEDescNotFound)
@@ -150,7 +151,10 @@ class MenuTest : public ::testing::Test {
     Bundle::setMainBundle(nullptr);
   }
 
-  void listen() { daemon_ = std::make_unique<FakeDaemon>(bundle_.daemonPath()); }
+  void listen() {
+    daemon_.reset();  // which takes the socket away, so before the next one makes its own
+    daemon_ = std::make_unique<FakeDaemon>(bundle_.daemonPath());
+  }
   /// Something is where the daemon's socket belongs, but nobody answers there.
   void installWithoutDaemon() { bundle_.folder().write("daemon.sock", ""); }
 
@@ -162,8 +166,9 @@ class MenuTest : public ::testing::Test {
   }
   static PropertyList node(std::uint32_t simpleFlags, bool isDirectory = false,
                            const PropertyList& state = "Backed up") {
-    return PropertyList::dictionary(
-        {{"simpleFlags", simpleFlags}, {"isDirectory", PropertyList::boolean(isDirectory)}, {"state", state}});
+    return PropertyList::dictionary({{"simpleFlags", simpleFlags},
+                                     {"isDirectory", PropertyList::boolean(isDirectory)},
+                                     {"state", state}});
   }
   /// What the daemon knows of a path from now on. Of others it knows nothing.
   std::string know(const std::string& path, const PropertyList& dictionary) {

@@ -9,10 +9,10 @@ namespace {
 using testing::DaemonCall;
 using testing::Selection;
 
-constexpr std::uint32_t kAllCommands[] = {
-    kCommandSubmenu,     kCommandStatus,         kCommandFirstSeparator, kCommandBackup,
-    kCommandExclude,     kCommandBackupASAP,     kCommandBackupType,     kCommandExcludeType,
-    kCommandPreferences, kCommandSecondSeparator};
+constexpr std::uint32_t kAllCommands[] = {kCommandSubmenu,        kCommandStatus,      kCommandFirstSeparator,
+                                          kCommandBackup,         kCommandExclude,     kCommandBackupASAP,
+                                          kCommandBackupType,     kCommandExcludeType, kCommandPreferences,
+                                          kCommandSecondSeparator};
 
 class SelectionTest : public testing::MenuTest {
  protected:
@@ -37,7 +37,7 @@ class SelectionTest : public testing::MenuTest {
       return !calls.empty() && calls.back() == last;
     }));
     std::vector<DaemonCall> calls = daemon_->calls();
-    calls.pop_back();
+    std::erase(calls, last);
     daemon_->forgetCalls();
     return calls;
   }
@@ -138,8 +138,8 @@ TEST_F(SelectionTest, DoesNothingWithoutAContext) {
 TEST_F(SelectionTest, OpensThePreferencesWhateverTheContextHolds) {
   beginCycle();
   AEDesc nothing{typeNull, nullptr};
-  EXPECT_EQ(
-      KeldanePlugin_HandleSelection(instance_, &nothing, static_cast<SInt32>(kCommandPreferences)), kNoErr);
+  EXPECT_EQ(KeldanePlugin_HandleSelection(instance_, &nothing, static_cast<SInt32>(kCommandPreferences)),
+            kNoErr);
   EXPECT_EQ(opened_.size(), 1U);
 }
 
@@ -200,8 +200,8 @@ TEST_F(PostMenuCleanup, EndsTheConnectionOnceAndLogsEachTime) {
     const testing::LogSwitchedOn log;
     cleanup();
     cleanup();
-    EXPECT_EQ(log.lines(), (std::vector<std::string>{"KeldanePlugin_PostMenuCleanup:",
-                                                     "KeldanePlugin_PostMenuCleanup:"}));
+    EXPECT_EQ(log.lines(),
+              (std::vector<std::string>{"KeldanePlugin_PostMenuCleanup:", "KeldanePlugin_PostMenuCleanup:"}));
   }
   EXPECT_EQ(instance_->module, nullptr);
   EXPECT_TRUE(daemon_->waitForClients(0));

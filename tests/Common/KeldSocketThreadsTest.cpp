@@ -1,0 +1,372 @@
+#include <fcntl.h>
+#include <sys/resource.h>
+
+#include <csignal>
+
+#include "Common/KeldSocket.h"
+#include "platform/runloop/RunLoop.h"
+#include "tests/Common/KeldSocketFixture.h"
+
+namespace keldane {
+namespace {
+
+using testing::DataDelegate;
+using testing::eventually;
+using testing::Message;
+using testing::Messages;
+using testing::RawConnection;
+
+// Far above the 0.2 s in which a thread leaves, below the second that follows a failure.
+constexpr double kSoon = 0.7;
+
+class KeldSocketThreadsTest : public testing::KeldSocketTest {
+ protected:
+  /// From closing the socket until its thread has let go of it.
+  double secondsToLeave() {
+    const auto start = std::chrono::steady_clock::now();
+    socket_->close();
+    EXPECT_TRUE(eventually([&] { return socket_.use_count() == 1; }));
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  }
+};
+
+TEST_F(KeldSocketThreadsTest, TellsItsDelegateThatItIsConnected) {
+  RawConnection peer = connect();
+  EXPECT_TRUE(eventually([&] { return delegate_->connected == 1; }));
+}
+
+TEST_F(KeldSocketThreadsTest, DeliversMessagesAsTheyCome) {
+  RawConnection peer = connect();
+  peer.writeFrame(1, "request");
+  peer.writeFrame(2, "");
+  peer.writeFrame(77, "unknown types are delivered too");
+  ASSERT_TRUE(data_->waitFor(3));
+  EXPECT_EQ(data_->all(), (Messages{{1, "request"}, {2, "(none)"}, {77, "unknown types are delivered too"}}));
+}
+
+TEST_F(KeldSocketThreadsTest, DeliversMessagesThatComeByteByByteAndJoined) {
+  RawConnection peer = connect();
+  for (const char byte : RawConnection::frame(1, "slow")) {
+    peer.write(std::string(1, byte));
+  }
+  peer.write(RawConnection::frame(2, "one") + RawConnection::frame(2, "two"));
+  ASSERT_TRUE(data_->waitFor(3));
+  EXPECT_EQ(data_->all(), (Messages{{1, "slow"}, {2, "one"}, {2, "two"}}));
+}
+
+TEST_F(KeldSocketThreadsTest, DeliversALargeMessage) {
+  RawConnection peer = connect();
+  const std::string large(5'000'000, 'x');
+  std::thread writer([&] {
+    const std::string frame = RawConnection::frame(2, large);
+    for (std::size_t i = 0; i < frame.size(); i += 100'000) {
+      peer.write(frame.substr(i, 100'000));
+    }
+  });
+  ASSERT_TRUE(data_->waitFor(1));
+  writer.join();
+  EXPECT_EQ(data_->all()[0].second, large);
+}
+
+TEST_F(KeldSocketThreadsTest, GarbageIsPassedOverInWholeSteps) {
+  RawConnection peer = connect();
+  peer.write(std::string(72, '?') + RawConnection::frame(1, "after two steps"));
+  ASSERT_TRUE(data_->waitFor(1));
+  EXPECT_EQ(data_->all(), (Messages{{1, "after two steps"}}));
+  EXPECT_EQ(log_.count("KeldaneSocket Expecting a UUID, got something else..."), 2U);
+}
+
+TEST_F(KeldSocketThreadsTest, GarbageThatIsShorterCostsTheMessageBehindIt) {
+  RawConnection peer = connect();
+  // 10 bytes of garbage push the frame out of step; 62 more bring the next one into it again.
+  peer.write(std::string(10, '?') + RawConnection::frame(1, std::string(54, 'l')));
+  peer.writeFrame(1, "heard again");
+  ASSERT_TRUE(data_->waitFor(1));
+  EXPECT_EQ(data_->all(), (Messages{{1, "heard again"}}));
+}
+
+TEST_F(KeldSocketThreadsTest, ALengthThatNeverArrivesTakesNoMemory) {
+  RawConnection peer = connect();
+  peer.write(std::string(testing::kMarkerText) + std::string("\2\0\0\0\xFF\xFF\xFF\xFF", 8) + "few");
+  peer.close();
+  ASSERT_TRUE(data_->waitFor(1));
+  EXPECT_EQ(data_->all()[0], (std::pair<std::int32_t, std::string>{0, "(none)"}));
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  EXPECT_LT(usage.ru_maxrss, 2'000'000) << "kilobytes";
+}
+
+TEST_F(KeldSocketThreadsTest, TheEndOfTheStreamIsReportedAfterASecondAndAgainUntilClosed) {
+  RawConnection peer = connect();
+  const auto start = std::chrono::steady_clock::now();
+  peer.close();
+  ASSERT_TRUE(data_->waitFor(1));
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(900));
+  EXPECT_EQ(data_->all()[0], (std::pair<std::int32_t, std::string>{0, "(none)"}));
+  ASSERT_TRUE(data_->waitFor(2));
+  EXPECT_TRUE(eventually([&] { return delegate_->failed >= 2; }));
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1800));
+  EXPECT_GE(log_.count("KeldaneSocket read from socket failed"), 2U);
+  socket_->close();
+  const int failed = delegate_->failed;
+  std::this_thread::sleep_for(std::chrono::milliseconds(1300));
+  EXPECT_EQ(delegate_->failed, failed) << "nothing is reported once closed";
+}
+
+TEST_F(KeldSocketThreadsTest, CanBeClosedFromWithinItsDelegate) {
+  delegate_->closesOnFailure = true;
+  RawConnection peer = connect();
+  peer.close();
+  EXPECT_TRUE(eventually([&] { return socket_->isZombie(); }));
+  EXPECT_EQ(delegate_->failed, 1);
+}
+
+TEST_F(KeldSocketThreadsTest, TellsTheMainThreadWhenAsked) {
+  socket_->setCallDelegateOnMainThread(true);
+  RawConnection peer = connect();
+  EXPECT_TRUE(eventually([] { return RunLoop::main().load().work == 1; }));
+  EXPECT_EQ(delegate_->connected, 0);
+  RunLoop::main().runDue();
+  EXPECT_EQ(delegate_->connected, 1);
+  peer.close();
+  EXPECT_TRUE(testing::eventuallyRunning([&] { return delegate_->failed == 1; }));
+  EXPECT_EQ(delegate_->failedThread.load(), std::this_thread::get_id());
+}
+
+TEST_F(KeldSocketThreadsTest, ClosingTakesBackWhatIsStillQueued) {
+  socket_->setCallDelegateOnMainThread(true);
+  RawConnection peer = connect();
+  EXPECT_TRUE(eventually([] { return RunLoop::main().load().work == 1; }));
+  socket_->close();
+  EXPECT_EQ(RunLoop::main().load(), RunLoop::Load{});
+}
+
+TEST_F(KeldSocketThreadsTest, MessagesWaitUntilThereIsADataDelegate) {
+  EXPECT_TRUE(socket_->connectToPath(peer_.path()));
+  RawConnection peer = peer_.accept();
+  peer.writeFrame(1, "early");
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  socket_->setDataDelegate(data_);
+  ASSERT_TRUE(data_->waitFor(1));
+}
+
+TEST_F(KeldSocketThreadsTest, ClosingReleasesAThreadThatWaitsForADataDelegate) {
+  EXPECT_TRUE(socket_->connectToPath(peer_.path()));
+  RawConnection peer = peer_.accept();
+  peer.writeFrame(1, "early");
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  const auto start = std::chrono::steady_clock::now();
+  socket_->close();
+  EXPECT_TRUE(eventually([&] { return socket_.use_count() == 1; }));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+}
+
+TEST_F(KeldSocketThreadsTest, LeavesAtOnceWhenItWaitsForAMessage) {
+  RawConnection peer = connect();
+  EXPECT_TRUE(eventually([&] { return delegate_->connected == 1; }));
+  EXPECT_LT(secondsToLeave(), kSoon);
+  EXPECT_TRUE(data_->all().empty()) << "and reports nothing";
+  EXPECT_EQ(delegate_->failed, 0);
+  EXPECT_TRUE(log_.lines().empty());
+}
+
+TEST_F(KeldSocketThreadsTest, LeavesAtOnceInTheMiddleOfAMessage) {
+  RawConnection peer = connect();
+  peer.write(RawConnection::frame(1, "cut off").substr(0, 46));
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  EXPECT_LT(secondsToLeave(), kSoon);
+  EXPECT_TRUE(data_->all().empty());
+}
+
+TEST_F(KeldSocketThreadsTest, LeavesAtOnceInTheSecondAfterAFailure) {
+  RawConnection peer = connect();
+  peer.close();
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  EXPECT_LT(secondsToLeave(), kSoon);
+  EXPECT_TRUE(data_->all().empty());
+  EXPECT_EQ(delegate_->failed, 0);
+}
+
+TEST_F(KeldSocketThreadsTest, LeavesAtOnceBetweenTwoTriesOfAReadThatWouldBlock) {
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends), 0);
+  RawConnection peer(ends[1]);
+  socket_->setDataDelegate(data_);
+  socket_->setSocket(ends[0]);
+  ASSERT_TRUE(socket_->start());
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  peer.writeFrame(1, "after some idling");
+  ASSERT_TRUE(data_->waitFor(1));
+  EXPECT_EQ(data_->all(), (Messages{{1, "after some idling"}})) << "it was no failure";
+  EXPECT_LT(secondsToLeave(), kSoon);
+}
+
+TEST_F(KeldSocketThreadsTest, AMessageThatEndsAnywhereIsAFailure) {
+  constexpr std::size_t kEnds[] = {10, 36, 38, 40, 43, 44, 50};
+  struct Link {
+    std::shared_ptr<KeldaneSocket> socket = KeldaneSocket::create();
+    std::shared_ptr<DataDelegate> data = std::make_shared<DataDelegate>();
+  };
+  std::vector<Link> links(std::size(kEnds));
+  for (std::size_t i = 0; i < links.size(); ++i) {
+    links[i].socket->setDataDelegate(links[i].data);
+    ASSERT_TRUE(links[i].socket->connectToPath(peer_.path()));
+    peer_.accept().write(RawConnection::frame(1, "seven b").substr(0, kEnds[i]));
+  }
+  for (std::size_t i = 0; i < links.size(); ++i) {
+    EXPECT_TRUE(links[i].data->waitFor(1));
+    EXPECT_EQ(links[i].data->all()[0], (Message{0, "(none)"})) << "after " << kEnds[i] << " bytes";
+    links[i].socket->close();
+    EXPECT_TRUE(eventually([&] { return links[i].socket.use_count() == 1; }));
+  }
+}
+
+TEST_F(KeldSocketThreadsTest, WhatADelegateThrowsGoesNoFurther) {
+  struct Thrower : KeldSocketDelegate {
+    void socketConnected(const std::shared_ptr<KeldaneSocket>&) override { throw 7; }
+  };
+  socket_->setSocketDelegate(std::make_shared<Thrower>());
+  socket_->setDataDelegate(data_);
+  data_->onMessage = [] { throw std::runtime_error("thrown"); };
+  ASSERT_TRUE(socket_->connectToPath(peer_.path()));
+  RawConnection peer = peer_.accept();
+  peer.writeFrame(1, "one");
+  peer.writeFrame(1, "two");
+  ASSERT_TRUE(data_->waitFor(2));
+  EXPECT_EQ(data_->all(), (Messages{{1, "one"}, {1, "two"}}));
+  EXPECT_TRUE(log_.has("KeldaneSocket caught an unknown exception."));
+  EXPECT_TRUE(log_.has("KeldaneSocket caught an exception: thrown"));
+}
+
+TEST_F(KeldSocketThreadsTest, TheHostsSignalsAreNotForThem) {
+  sigset_t here;
+  pthread_sigmask(SIG_SETMASK, nullptr, &here);
+  std::atomic<bool> blocked = false;
+  data_->onMessage = [&] {
+    sigset_t there;
+    pthread_sigmask(SIG_SETMASK, nullptr, &there);
+    blocked = sigismember(&there, SIGUSR1) == 1 && sigismember(&there, SIGCHLD) == 1 &&
+              sigismember(&there, SIGTERM) == 1;
+  };
+  RawConnection peer = connect();
+  peer.writeFrame(1, "");
+  ASSERT_TRUE(data_->waitFor(1));
+  EXPECT_TRUE(eventually([&] { return blocked.load(); }));
+  sigset_t after;
+  pthread_sigmask(SIG_SETMASK, nullptr, &after);
+  EXPECT_EQ(sigismember(&after, SIGUSR1), sigismember(&here, SIGUSR1)) << "the host's thread is as it was";
+}
+
+// --- Accepting ---
+
+TEST_F(KeldSocketThreadsTest, ManyPeersAreServedAtOnce) {
+  struct Echo : KeldaneSocketDelegate {
+    bool processData(const Bytes* payload, std::int32_t type) override {
+      const std::string text(payload->begin(), payload->end());
+      const std::string frame = RawConnection::frame(type + 1, text + "!");
+      return socket.lock()->sendBytes(frame.data(), static_cast<std::uint32_t>(frame.size()));
+    }
+    std::weak_ptr<KeldaneSocket> socket;
+  };
+  struct Server : KeldSocketDelegate {
+    void socketCreated(const std::shared_ptr<KeldaneSocket>& child) override {
+      const auto echo = std::make_shared<Echo>();
+      echo->socket = child;
+      child->setDataDelegate(echo);
+    }
+  };
+  const auto listener = KeldaneSocket::create();
+  listener->setSocketDelegate(std::make_shared<Server>());
+  ASSERT_TRUE(listener->listenAtPath(path_));
+  struct Client {
+    std::shared_ptr<KeldaneSocket> socket = KeldaneSocket::create();
+    std::shared_ptr<DataDelegate> data = std::make_shared<DataDelegate>();
+  };
+  std::vector<Client> clients(20);
+  for (std::size_t i = 0; i < clients.size(); ++i) {
+    clients[i].socket->setDataDelegate(clients[i].data);
+    ASSERT_TRUE(clients[i].socket->connectToPath(path_));
+    const std::string frame = RawConnection::frame(1, std::to_string(i));
+    clients[i].socket->sendBytes(frame.data(), static_cast<std::uint32_t>(frame.size()));
+  }
+  for (std::size_t i = 0; i < clients.size(); ++i) {
+    ASSERT_TRUE(clients[i].data->waitFor(1));
+    EXPECT_EQ(clients[i].data->all(), (Messages{{2, std::to_string(i) + "!"}}));
+    clients[i].socket->close();
+  }
+  listener->close();
+}
+
+TEST_F(KeldSocketThreadsTest, DescriptorZeroIsNoPeer) {
+  const auto listener = KeldaneSocket::create();
+  listener->setSocketDelegate(delegate_);
+  listener->setSocket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const auto first = KeldaneSocket::create();
+  first->setSocket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const Descriptor standardInput(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3));
+  ::close(STDIN_FILENO);  // the number that the next peer gets
+  ASSERT_TRUE(listener->listenAtPath(path_));
+  ASSERT_TRUE(first->connectToPath(path_));
+  EXPECT_TRUE(eventually([] { return fcntl(STDIN_FILENO, F_GETFD) != -1; })) << "it was accepted";
+  ASSERT_TRUE(socket_->connectToPath(path_));
+  ASSERT_TRUE(eventually([&] { return delegate_->childCount() > 0; }));
+  EXPECT_EQ(delegate_->childCount(), 1U) << "the second peer only";
+  EXPECT_NE(fcntl(STDIN_FILENO, F_GETFD), -1) << "left open, and of no use";
+  dup2(standardInput.get(), STDIN_FILENO);
+  first->close();
+  listener->close();
+  delegate_->children.clear();
+}
+
+TEST_F(KeldSocketThreadsTest, WhatADelegateThrowsAtANewChildGoesNoFurther) {
+  struct Thrower : testing::SocketDelegate {
+    void socketCreated(const std::shared_ptr<KeldaneSocket>& child) override {
+      SocketDelegate::socketCreated(child);
+      throw 7;
+    }
+  };
+  delegate_ = std::make_shared<Thrower>();
+  const auto listener = listen();
+  ASSERT_TRUE(socket_->connectToPath(path_));
+  const auto second = KeldaneSocket::create();
+  ASSERT_TRUE(second->connectToPath(path_));
+  EXPECT_TRUE(eventually([&] { return delegate_->childCount() == 2; }));
+  second->close();
+  listener->close();
+  delegate_->children.clear();
+}
+
+TEST_F(KeldSocketThreadsTest, MakesAChildForEachPeer) {
+  const auto listener = listen();
+  socket_->setDataDelegate(data_);
+  ASSERT_TRUE(socket_->connectToPath(path_));
+  ASSERT_TRUE(eventually([&] { return delegate_->childCount() == 1; }));
+  const auto child = delegate_->children[0];
+  EXPECT_EQ(child->peerCredentials()->uid, getuid());
+  child->setDataDelegate(std::make_shared<DataDelegate>());
+  socket_->sendString("x");
+  child->sendData(Bytes(36, 'g'));
+  listener->close();
+  EXPECT_TRUE(child->isZombie()) << "closing the listener closes its children";
+  EXPECT_FALSE(std::filesystem::exists(path_));
+  delegate_->children.clear();
+}
+
+TEST_F(KeldSocketThreadsTest, DropsDeadChildrenWhenTheNextPeerComes) {
+  const auto listener = listen();
+  ASSERT_TRUE(socket_->connectToPath(path_));
+  ASSERT_TRUE(eventually([&] { return delegate_->childCount() == 1; }));
+  std::weak_ptr<KeldaneSocket> first = delegate_->children[0];
+  first.lock()->close();
+  delegate_->children.clear();
+  EXPECT_FALSE(first.expired());
+  const auto second = KeldaneSocket::create();
+  ASSERT_TRUE(second->connectToPath(path_));
+  EXPECT_TRUE(eventually([&] { return first.expired(); }));
+  second->close();
+  listener->close();
+  delegate_->children.clear();
+}
+
+}  // namespace
+}  // namespace keldane

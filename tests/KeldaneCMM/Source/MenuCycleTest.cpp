@@ -1,0 +1,126 @@
+// Whole menu cycles, and what they leave behind: nothing.
+#include <gtest/gtest.h>
+
+#include "KeldaneCMM/Source/MenuCommands.h"
+#include "platform/notifications/NotificationCenter.h"
+#include "tests/KeldaneCMM/Source/MenuFixture.h"
+
+namespace keldane {
+namespace {
+
+using testing::Selection;
+
+constexpr int kCycles = 1000;
+
+/// Everything of a process that a cycle could leave more of.
+struct Footprint {
+  RunLoop::Load load = RunLoop::main().load();
+  std::size_t observers = NotificationCenter::defaultCenter().observerCount();
+  std::ptrdiff_t threads = testing::countOf("task");
+  std::ptrdiff_t descriptors = testing::countOf("fd");
+  long objects = CFGetLiveObjectCount();
+  bool operator==(const Footprint&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& out, const Footprint& print) {
+  return out << print.load.timers << " timers, " << print.load.work << " pieces of work, " << print.load.ports
+             << " ports, " << print.observers << " observers, " << print.threads << " threads, "
+             << print.descriptors << " descriptors, " << print.objects << " objects";
+}
+
+class MenuCycle : public testing::MenuTest {
+ protected:
+  void cycle(const std::vector<std::string>& paths, std::uint32_t command) {
+    Selection selection(paths);
+    ASSERT_EQ(examine(&selection.desc), kNoErr);
+    ASSERT_TRUE(menu());
+    ASSERT_EQ(KeldanePlugin_HandleSelection(instance_, &selection.desc, static_cast<SInt32>(command)),
+              kNoErr);
+    AEDisposeDesc(&commands_.desc);
+    cleanup();
+  }
+  /// The connections of the daemon that lives in this process count as its own, so they are ended first.
+  void expectFootprint(const Footprint& before) {
+    if (daemon_) {
+      daemon_->hangUp();
+    }
+    EXPECT_TRUE(testing::eventually([&] { return Footprint() == before; }))
+        << Footprint() << "\nbefore: " << before;
+  }
+};
+
+TEST_F(MenuCycle, AThousandWithADaemonLeaveNothingBehind) {
+  const std::string path = know(file("a.txt"), node(0x60006));
+  cycle({path}, kCommandBackup);  // what is made once is made
+  ASSERT_TRUE(testing::eventually([&] {
+    daemon_->hangUp();
+    return testing::countOf("task") <= 2;
+  }));
+  const Footprint before;
+  for (int i = 0; i < kCycles; ++i) {
+    cycle({path}, kCommandBackupASAP);
+    daemon_->hangUp();
+  }
+  expectFootprint(before);
+}
+
+TEST_F(MenuCycle, AThousandWithoutADaemonLeaveNothingBehind) {
+  installWithoutDaemon();
+  const std::string path = file("a.txt");
+  cycle({path}, kCommandBackup);
+  const Footprint before;
+  for (int i = 0; i < kCycles; ++i) {
+    cycle({path}, kCommandPreferences);
+  }
+  expectFootprint(before);
+  EXPECT_EQ(opened_.size(), std::size_t{kCycles});
+}
+
+TEST_F(MenuCycle, ThatLosesItsDaemonLeavesNothingBehind) {
+  const std::string path = know(file("a.txt"), node(2));
+  cycle({path}, kCommandBackup);
+  ASSERT_TRUE(testing::eventually([&] {
+    daemon_->hangUp();
+    return testing::countOf("task") <= 2;
+  }));
+  const Footprint before;
+  ASSERT_EQ(examine({path}), kNoErr);
+  ASSERT_TRUE(daemon_->waitForClients(1));
+  daemon_->hangUp();
+  // Long enough for the failure to be told and the next connection to be made.
+  EXPECT_TRUE(testing::eventuallyRunning([&] { return daemon_->clients() == 1; }));
+  AEDisposeDesc(&commands_.desc);
+  cleanup();
+  expectFootprint(before);
+}
+
+TEST_F(MenuCycle, WithALostDaemonAndAClosedMenuNeverTriesAgain) {
+  const std::string path = know(file("a.txt"), node(2));
+  ASSERT_EQ(examine({path}), kNoErr);
+  ASSERT_TRUE(daemon_->waitForClients(1));
+  daemon_->hangUp();
+  EXPECT_TRUE(testing::eventuallyRunning([&] { return RunLoop::main().load().timers == 1; }));
+  cleanup();
+  EXPECT_EQ(RunLoop::main().load().timers, 0U);
+}
+
+TEST_F(MenuCycle, OfTwoInstancesAtOnceHasAConnectionEach) {
+  const std::string path = know(file("a.txt"), node(2));
+  void* other = KeldanePluginFactory(kCFAllocatorSystemDefault, contextualMenuTypeID());
+  ASSERT_EQ(examine({path}), kNoErr);
+  const Selection selection({path});
+  OwnedDesc list;
+  AECreateList(nullptr, 0, false, &list.desc);
+  ASSERT_EQ(KeldanePlugin_ExamineContext(other, &selection.desc, &list.desc), kNoErr);
+  EXPECT_TRUE(daemon_->waitForClients(2));
+  cleanup();
+  AEDisposeDesc(&list.desc);
+  AECreateList(nullptr, 0, false, &list.desc);
+  EXPECT_EQ(KeldanePlugin_ExamineContext(other, &selection.desc, &list.desc), kNoErr);
+  EXPECT_FALSE(testing::readItems(list.desc).empty());
+  KeldanePlugin_PostMenuCleanup(other);
+  EXPECT_EQ(KeldanePlugin_Release(other), 0U);
+}
+
+}  // namespace
+}  // namespace keldane
