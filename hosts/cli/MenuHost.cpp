@@ -59,6 +59,9 @@ std::optional<DescriptorForm> descriptorFormNamed(const std::string& name) {
 }
 
 MenuHost::~MenuHost() {
+  if (instance_ != nullptr) {
+    cleanup();  // a menu that is still open ends with its host
+  }
   while (references_ > 0) {
     release();
   }

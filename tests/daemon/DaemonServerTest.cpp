@@ -69,7 +69,8 @@ class DaemonServerTest : public ::testing::Test {
     if (server_) {
       server_->stop();
       // The receive threads of the peers leave by themselves and hold the daemon's services until then.
-      EXPECT_TRUE(eventually([] { return testing::countOf("task") <= 2; }));
+      EXPECT_TRUE(
+          eventually([this] { return testing::countOf("task") <= threads_ + 1; }));  // the worker stays
       server_.reset();
     }
     daemon_.reset();
@@ -84,6 +85,7 @@ class DaemonServerTest : public ::testing::Test {
     return eventually([&] { return state(path) == text; });
   }
 
+  const std::ptrdiff_t threads_ = testing::countOf("task");
   TemporaryFolder folder_;
   DaemonOptions options_;
   std::atomic<bool> terminated_ = false;
