@@ -119,12 +119,15 @@ void KeldaneProxy::forwardInvocation(Invocation& invocation) {
     KeldaneCLog("serialization failed");
     return;
   }
-  sendFrame(kRequestFrame, &*payload);
   const char returnType[] = {invocation.signature.returnCode, '\0'};
-  if (widthOfType(returnType) == 0) {
+  const bool returnsValue = widthOfType(returnType) != 0;
+  if (returnsValue) {
+    waitingOnResult_ = true;  // before the peer knows, whose failure signal may be quicker than this thread
+  }
+  sendFrame(kRequestFrame, &*payload);
+  if (!returnsValue) {
     return;
   }
-  waitingOnResult_ = true;
   const std::shared_ptr<KeldaneSocket> link = socket();
   if (!link || !link->isReceiving()) {
     // There never was a link, or the write failed and it was taken down on this thread: no answer and no

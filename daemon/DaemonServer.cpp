@@ -174,7 +174,7 @@ void DaemonServer::notify() {
       continue;
     }
     try {
-      const PropertyList state = daemon_.state();
+      const PropertyList state = daemon_->state();
       if (state == last) {
         continue;
       }

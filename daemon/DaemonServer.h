@@ -24,7 +24,8 @@ extern const Protocol KeldaneClientProtocol;
 /// second. The mutex guards the peers and is a leaf: nothing is called while it is held.
 class DaemonServer final : public KeldSocketDelegate, public std::enable_shared_from_this<DaemonServer> {
  public:
-  DaemonServer(Daemon& daemon, std::string socket) : daemon_(daemon), path_(std::move(socket)) {}
+  DaemonServer(std::shared_ptr<Daemon> daemon, std::string socket)
+      : daemon_(std::move(daemon)), path_(std::move(socket)) {}
   ~DaemonServer() override;
   DaemonServer(const DaemonServer&) = delete;
   DaemonServer& operator=(const DaemonServer&) = delete;
@@ -50,7 +51,7 @@ class DaemonServer final : public KeldSocketDelegate, public std::enable_shared_
   void subscribe(const KeldaneSocket* peer, bool on);
   void notify();
 
-  Daemon& daemon_;
+  const std::shared_ptr<Daemon> daemon_;
   const std::string path_;
   Descriptor lock_;  // held while this server has the path
   std::shared_ptr<KeldaneSocket> listener_;

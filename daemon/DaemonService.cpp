@@ -28,7 +28,7 @@ const MethodSignature* DaemonService::methodSignatureForSelector(std::string_vie
 }
 
 void DaemonService::invoke(Invocation& invocation) {
-  if (daemon_.verbose()) {
+  if (daemon_->verbose()) {
     PropertyList::Array arguments;
     for (const RawValue& argument : invocation.arguments) {
       arguments.push_back(argument.encoded());
@@ -47,7 +47,7 @@ void DaemonService::invoke(Invocation& invocation) {
 std::optional<std::string> DaemonService::readablePath(const PropertyList& path) const {
   std::optional<std::string> normal = path.isString() ? normalizedPath(path.string()) : std::nullopt;
   if (normal && !privileged_ && !mayRead(peer_, *normal)) {
-    if (daemon_.verbose()) {
+    if (daemon_->verbose()) {
       systemLog("uid %u may not ask about %@", peer_.uid, *normal);
     }
     return std::nullopt;
@@ -64,28 +64,28 @@ bool DaemonService::mayChangeSettings(const char* what) const {
 
 void DaemonService::setNumber(const char* key, std::uint32_t value) {
   if (mayChangeSettings(key)) {
-    daemon_.setSetting(key, value);
+    daemon_->setSetting(key, value);
   }
 }
 
 void DaemonService::setPausedMinutes(std::uint32_t minutes) {
   if (mayChangeSettings("the pause")) {
-    daemon_.pauseFor(minutes);
+    daemon_->pauseFor(minutes);
   }
 }
 
 PropertyList DaemonService::profileText(const char* key) {
-  return daemon_.store().value(Store::Table::profile, key).value_or("");
+  return daemon_->store().value(Store::Table::profile, key).value_or("");
 }
 
 PropertyList DaemonService::dictionaryForPath(const PropertyList& path, signed char withDirSizes) {
   const std::optional<std::string> readable = readablePath(path);
-  return readable ? daemon_.nodes().node(*readable, withDirSizes != 0) : PropertyList();
+  return readable ? daemon_->nodes().node(*readable, withDirSizes != 0) : PropertyList();
 }
 
 PropertyList DaemonService::childrenDictionariesForPath(const PropertyList& path) {
   const std::optional<std::string> readable = readablePath(path);
-  return readable ? daemon_.nodes().children(*readable) : PropertyList();
+  return readable ? daemon_->nodes().children(*readable) : PropertyList();
 }
 
 std::uint32_t DaemonService::changeRule(const PropertyList& path, std::optional<bool> included) {
@@ -94,15 +94,15 @@ std::uint32_t DaemonService::changeRule(const PropertyList& path, std::optional<
     return path.isString() ? EACCES : EINVAL;
   }
   const std::optional<struct stat> status = statusOf(*readable);
-  if (daemon_.rules().decide(*readable, status && S_ISDIR(status->st_mode)).barred) {
+  if (daemon_->rules().decide(*readable, status && S_ISDIR(status->st_mode)).barred) {
     return EPERM;
   }
   if (included) {
-    daemon_.rules().setRule(*readable, *included);
+    daemon_->rules().setRule(*readable, *included);
   } else {
-    daemon_.rules().removeRule(*readable);
+    daemon_->rules().removeRule(*readable);
   }
-  daemon_.worker().reconsider(*readable);
+  daemon_->worker().reconsider(*readable);
   return 0;
 }
 
@@ -118,13 +118,13 @@ void DaemonService::setPriorityBackup(const PropertyList& path) {
     return;
   }
   const std::optional<struct stat> status = statusOf(*readable);
-  if (status && S_ISREG(status->st_mode) && daemon_.rules().decide(*readable, false).selected) {
-    daemon_.worker().prioritize(*readable);
+  if (status && S_ISREG(status->st_mode) && daemon_->rules().decide(*readable, false).selected) {
+    daemon_->worker().prioritize(*readable);
   }
 }
 
 PropertyList DaemonService::policyExcludeList() {
-  const std::vector<std::string>& policy = daemon_.rules().policy();
+  const std::vector<std::string>& policy = daemon_->rules().policy();
   return PropertyList::array({policy.begin(), policy.end()});
 }
 
@@ -134,7 +134,7 @@ PropertyList DaemonService::excludedFiles(const PropertyList& path) {
     return {};
   }
   PropertyList::Array excluded;
-  for (const std::string& rulePath : daemon_.rules().excludedAt(*readable)) {
+  for (const std::string& rulePath : daemon_->rules().excludedAt(*readable)) {
     if (privileged_ || mayRead(peer_, rulePath)) {
       excluded.emplace_back(rulePath);
     }
@@ -145,13 +145,13 @@ PropertyList DaemonService::excludedFiles(const PropertyList& path) {
 void DaemonService::setFileTypeToggle(const PropertyList& type, std::uint32_t toggle) {
   if (isShortText(type) && (toggle == kTypeBackup || toggle == kTypeExclude) &&
       mayChangeSettings("a file type's rule")) {
-    daemon_.rules().setType(textOf(type), toggle);
-    daemon_.worker().reconsider(daemon_.rules().root());
+    daemon_->rules().setType(textOf(type), toggle);
+    daemon_->worker().reconsider(daemon_->rules().root());
   }
 }
 
 std::uint32_t DaemonService::getFileTypeToggle(const PropertyList& type) {
-  return daemon_.rules().type(textOf(type));
+  return daemon_->rules().type(textOf(type));
 }
 
 // Contents are not stored, so nothing can be restored; 0 is no job.
@@ -174,32 +174,32 @@ PropertyList DaemonService::backupColorsForFiles(const PropertyList& paths) {
   PropertyList::Array colors;
   for (std::size_t i = 0; i < paths.count(); ++i) {
     const std::optional<std::string> readable = readablePath(paths[i]);
-    colors.emplace_back(readable ? daemon_.nodes().color(*readable) : 0);
+    colors.emplace_back(readable ? daemon_->nodes().color(*readable) : 0);
   }
   return PropertyList::array(std::move(colors));
 }
 
 PropertyList DaemonService::stringValueForProfileKey(const PropertyList& key) {
-  const std::optional<std::string> value = daemon_.store().value(Store::Table::profile, textOf(key));
+  const std::optional<std::string> value = daemon_->store().value(Store::Table::profile, textOf(key));
   return value ? PropertyList(*value) : PropertyList();
 }
 
 void DaemonService::setValueForProfileKey(const PropertyList& key, const PropertyList& withString) {
   if (isShortText(key) && withString.isString() && withString.string().size() <= kLongestText &&
       mayChangeSettings("the profile")) {
-    daemon_.store().setValue(Store::Table::profile, textOf(key), textOf(withString));
+    daemon_->store().setValue(Store::Table::profile, textOf(key), textOf(withString));
   }
 }
 
 PropertyList DaemonService::computerNumber() {
   std::int64_t number = 0;
-  const std::string text = daemon_.store().value(Store::Table::profile, "ComputerNumber").value_or("0");
+  const std::string text = daemon_->store().value(Store::Table::profile, "ComputerNumber").value_or("0");
   std::from_chars(text.data(), text.data() + text.size(), number);
   return number;
 }
 
 PropertyList DaemonService::backedupStateString() {
-  const PropertyList state = daemon_.state();
+  const PropertyList state = daemon_->state();
   return stringWithFormat("%@ files, %@ bytes backed up", state["backedUpFileCount"],
                           state["backedupFileSize"]);
 }
@@ -217,7 +217,7 @@ PropertyList DaemonService::mappedUserAsString(const PropertyList& user) {
 
 void DaemonService::terminate() {
   if (mayChangeSettings("whether the daemon runs")) {
-    daemon_.terminate();
+    daemon_->terminate();
   }
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -19,8 +20,8 @@ class DaemonService final : public InvocationTarget {
   /// Switches on or off that the peer is told of each change of the state.
   using Subscribe = std::function<void(bool on)>;
 
-  DaemonService(Daemon& daemon, Peer peer, Subscribe subscribe)
-      : daemon_(daemon),
+  DaemonService(std::shared_ptr<Daemon> daemon, Peer peer, Subscribe subscribe)
+      : daemon_(std::move(daemon)),
         peer_(std::move(peer)),
         privileged_(isPrivileged(peer_)),
         subscribe_(std::move(subscribe)) {}
@@ -30,7 +31,7 @@ class DaemonService final : public InvocationTarget {
 
   // The operations of the table, named by their selectors' first labels.
   void setEnabled(signed char on) { setMode("enabled", on); }
-  std::uint32_t pausedMinutes() { return daemon_.pausedMinutes(); }
+  std::uint32_t pausedMinutes() { return daemon_->pausedMinutes(); }
   void setPausedMinutes(std::uint32_t minutes);
   void setIncludeRequired(signed char on) { setMode("includeRequired", on); }
   signed char recoverMode() { return mode("recoverMode"); }
@@ -42,8 +43,8 @@ class DaemonService final : public InvocationTarget {
   signed char automaticMode() { return mode("automaticMode"); }
   void setAutomaticMode(signed char on) { setMode("automaticMode", on); }
   PropertyList serverURL() { return profileText("ServerURL"); }
-  PropertyList daemonState() { return daemon_.state(); }
-  std::uint32_t serviceState() { return daemon_.state()["serviceState"].unsignedIntValue(); }
+  PropertyList daemonState() { return daemon_->state(); }
+  std::uint32_t serviceState() { return daemon_->state()["serviceState"].unsignedIntValue(); }
   void setServiceState(std::uint32_t state) { setNumber("serviceState", state); }
   PropertyList dictionaryForPath(const PropertyList& path) { return dictionaryForPath(path, 0); }
   PropertyList dictionaryForPath(const PropertyList& path, signed char withDirSizes);
@@ -79,7 +80,7 @@ class DaemonService final : public InvocationTarget {
   PropertyList userEmail() { return profileText("UserEmail"); }
   PropertyList computerNumber();
   PropertyList marketingMessage() { return profileText("MarketingMessage"); }
-  PropertyList liveStateString() { return daemon_.state()["statusString"]; }
+  PropertyList liveStateString() { return daemon_->state()["statusString"]; }
   PropertyList backedupStateString();
   PropertyList mappedUserAsString(const PropertyList& user);
   signed char restoreWithChoices(const PropertyList& choices);
@@ -90,13 +91,13 @@ class DaemonService final : public InvocationTarget {
   std::optional<std::string> readablePath(const PropertyList& path) const;
   bool mayChangeSettings(const char* what) const;
   std::uint32_t changeRule(const PropertyList& path, std::optional<bool> included);
-  signed char mode(const char* key) { return daemon_.setting(key) != 0 ? 1 : 0; }
+  signed char mode(const char* key) { return daemon_->setting(key) != 0 ? 1 : 0; }
   void setMode(const char* key, signed char on) { setNumber(key, on != 0 ? 1 : 0); }
   void setNumber(const char* key, std::uint32_t value);
   PropertyList profileText(const char* key);
-  PropertyList stateValue(std::uint32_t index) { return daemon_.state().entry(index).second; }
+  PropertyList stateValue(std::uint32_t index) { return daemon_->state().entry(index).second; }
 
-  Daemon& daemon_;
+  const std::shared_ptr<Daemon> daemon_;  // a request that is being performed may outlive the server
   const Peer peer_;
   const bool privileged_;
   const Subscribe subscribe_;

@@ -109,13 +109,13 @@ int serve(const DaemonOptions& options, Readiness& readiness) {
   std::error_code error;
   const std::filesystem::path folder = std::filesystem::path(options.store).parent_path();
   std::filesystem::create_directories(folder, error);
-  std::unique_ptr<Daemon> daemon;
+  std::shared_ptr<Daemon> daemon;
   try {
-    daemon = std::make_unique<Daemon>(options, [] { kill(getpid(), SIGTERM); });
+    daemon = std::make_shared<Daemon>(options, [] { kill(getpid(), SIGTERM); });
   } catch (const std::exception& exception) {
     return failed("The store " + options.store + " cannot be used: " + exception.what() + ".");
   }
-  const auto server = std::make_shared<DaemonServer>(*daemon, options.socket);
+  const auto server = std::make_shared<DaemonServer>(daemon, options.socket);
   std::string sentence;
   if (!server->start(&sentence)) {
     return failed(sentence);
@@ -127,6 +127,7 @@ int serve(const DaemonOptions& options, Readiness& readiness) {
   int signal = 0;
   sigwait(&ending, &signal);
   server->stop();
+  daemon->worker().stop();
   return kDone;
 }
 

@@ -288,6 +288,7 @@ TEST_F(KeldProxyTest, ARequestThatCannotBeWrittenIsNotSent) {
 TEST_F(KeldProxyTest, CallsOfTwoThreadsAreServedOneAfterTheOther) {
   constexpr int kCalls = 50;
   std::vector<std::thread> callers;
+  callers.reserve(2);
   for (int t = 0; t < 2; ++t) {
     callers.emplace_back([&, t] {
       for (int i = 0; i < kCalls; ++i) {
@@ -342,12 +343,14 @@ TEST_F(KeldProxyTest, AFailureSignalBeforeTheFirstCallIsForgotten) {
 
 TEST_F(KeldProxyTest, CloseDoesNotReleaseACallerThatIsWaiting) {
   std::atomic<bool> returned = false;
+  std::atomic<pid_t> thread = 0;
   std::thread caller([&] {
+    thread = gettid();
     proxy_->pausedMinutes();
     returned = true;
   });
   connection_.readFrame();
-  std::this_thread::sleep_for(std::chrono::milliseconds(50));  // it has sent; it is about to wait
+  EXPECT_TRUE(eventually([&] { return testing::isAsleep(thread); })) << "it has sent and waits";
   proxy_->close();
   std::this_thread::sleep_for(std::chrono::milliseconds(100));
   EXPECT_FALSE(returned);
@@ -509,8 +512,7 @@ TEST_F(KeldProxyTest, AnythingElseThatIsThrownIsLoggedToo) {
 
 TEST_F(KeldProxyTest, DamagedMessagesDoNoHarm) {
   proxy_->socketClosing();  // so that results which nobody takes are dropped
-  const std::string good =
-      RawConnection::payloadOf(request("add:to:", {"i", 40, "i", 2, "@", "more than it takes"}));
+  const std::string good = RawConnection::payloadOf(request("tell:", {"@", "text", "i", 2, "d", 1.5}));
   std::uint32_t random = 1;
   for (std::size_t round = 0; round < 5000; ++round) {
     Bytes damaged(good.begin(), good.end());

@@ -14,13 +14,15 @@ using testing::DaemonCall;
 
 /// One operation that is passed on: what is called here, what arrives there, what comes back.
 struct Forwarded {
-  const char* name;
+  const char* label;
   std::function<PropertyList(const BackupState&)> perform;  // the result as an object; absent for none
   DaemonCall arrives;
   PropertyList answer;    // what the daemon says
   PropertyList expected;  // what the client gets
   PropertyList without;   // what it gets without a daemon
 };
+
+void PrintTo(const Forwarded& row, std::ostream* out) { *out << row.label; }
 
 template <class Operation>
 std::function<PropertyList(const BackupState&)> silent(Operation operation) {
@@ -201,8 +203,7 @@ TEST_P(Operation, DoesNothingWithoutADaemon) {
   EXPECT_EQ(GetParam().perform(state_), GetParam().without) << "not connected";
 }
 
-INSTANTIATE_TEST_SUITE_P(BackupState, Operation, ::testing::ValuesIn(kForwarded),
-                         [](const auto& row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(BackupState, Operation, ::testing::ValuesIn(kForwarded), testing::byLabel);
 
 // The three that the daemon's table lacks.
 

@@ -7,6 +7,7 @@
 #include "platform/notifications/NotificationCenter.h"
 #include "tests/support/ClientBundle.h"
 #include "tests/support/FakeDaemon.h"
+#include "tests/support/Footprint.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/UserPreferences.h"
 
@@ -156,6 +157,43 @@ TEST_F(BackupStateTest, LeavesNoObserverAndNoTimer) {
   EXPECT_EQ(NotificationCenter::defaultCenter().observerCount(), observers);
   EXPECT_EQ(timers(), 0U);
 }
+
+class ManyConnections : public BackupStateTest,
+                        public ::testing::WithParamInterface<testing::Labelled<bool>> {};
+
+TEST_P(ManyConnections, LeaveNothingBehind) {
+  state_.setWantsStateChangedNotifications();
+  if (GetParam().value) {
+    listen();
+  }
+  // The daemon's connections count as this process's own.
+  const auto hangUp = [&] {
+    if (daemon_) {
+      daemon_->hangUp();
+    }
+    return true;
+  };
+  const auto beginAndEnd = [&] {
+    state_.onBegin();
+    ASSERT_EQ(state_.connected(), GetParam().value);
+    state_.onEnd();
+    hangUp();
+  };
+  const std::ptrdiff_t threads = testing::countOf("task");
+  beginAndEnd();  // in which everything is made that is made once
+  ASSERT_TRUE(testing::eventually([&] { return hangUp() && testing::countOf("task") == threads; }));
+  const testing::Footprint before;
+  for (int i = 0; i < 1000; ++i) {
+    beginAndEnd();
+  }
+  EXPECT_TRUE(testing::eventually([&] { return hangUp() && testing::Footprint() == before; }))
+      << testing::Footprint() << "\nbefore: " << before;
+}
+
+const testing::Labelled<bool> kWithAndWithout[] = {{"WithADaemon", true}, {"WithoutADaemon", false}};
+
+INSTANTIATE_TEST_SUITE_P(BackupState, ManyConnections, ::testing::ValuesIn(kWithAndWithout),
+                         testing::byLabel);
 
 TEST_F(BackupStateTest, DoesNotPollUnlessAskedTo) {
   connect();
@@ -395,10 +433,13 @@ TEST_F(StateAccessors, GiveWholeGigabytes) {
 // The account values that are remembered.
 
 struct Remembered {
+  const char* label;
   const char* method;
   const char* key;
   PropertyList (BackupState::*read)() const;
 };
+
+void PrintTo(const Remembered& row, std::ostream* out) { *out << row.label; }
 
 class RememberedText : public BackupStateTest, public ::testing::WithParamInterface<Remembered> {
  protected:
@@ -453,10 +494,11 @@ TEST_P(RememberedText, OfAnotherKindIsEmptyAndStoredAsSuch) {
 
 INSTANTIATE_TEST_SUITE_P(
     BackupState, RememberedText,
-    ::testing::Values(Remembered{"serverURL", "lastServerURLStr", &BackupState::serverURL},
-                      Remembered{"userEmail", "lastAcctEmailStr", &BackupState::userEmail},
-                      Remembered{"stringValueForProfileKey:", "lastSkinIdStr", &BackupState::skinId}),
-    [](const auto& row) { return std::string(row.param.key); });
+    ::testing::Values(Remembered{"ServerURL", "serverURL", "lastServerURLStr", &BackupState::serverURL},
+                      Remembered{"UserEmail", "userEmail", "lastAcctEmailStr", &BackupState::userEmail},
+                      Remembered{"SkinId", "stringValueForProfileKey:", "lastSkinIdStr",
+                                 &BackupState::skinId}),
+    testing::byLabel);
 
 TEST_F(BackupStateTest, AsksForTheSkinByItsProfileKey) {
   connect();

@@ -267,15 +267,13 @@ TEST_F(ConnectionControllerTest, HandsTheDaemonsCallsToItsDelegateOnTheMainThrea
 }
 
 /// What a bundle may say about the daemon's path, and none of it leads anywhere.
-class UselessDaemonPath : public ::testing::TestWithParam<PropertyList> {};
+class UselessDaemonPath : public ::testing::TestWithParam<testing::Labelled<PropertyList>> {};
 
 TEST_P(UselessDaemonPath, ConnectsToNothing) {
   const testing::LogCapture log;
   gLoggingEnabled = true;
   PropertyList::Entries entries = {{"CFBundleName", "Test"}};
-  if (GetParam()) {
-    entries.emplace_back("DaemonPath", GetParam());
-  }
+  entries.emplace_back("DaemonPath", GetParam().value);  // an absent value leaves its entry out
   const ClientBundle bundle(entries);
   const auto controller = ConnectionController::initWithProxyDelegate({});
   controller->setBundle(bundle.bundle());
@@ -287,12 +285,18 @@ TEST_P(UselessDaemonPath, ConnectsToNothing) {
   gLoggingEnabled = false;
 }
 
-INSTANTIATE_TEST_SUITE_P(ConnectionController, UselessDaemonPath,
-                         ::testing::Values(PropertyList(), PropertyList(""), PropertyList(5),
-                                           PropertyList::array({"/tmp"}), PropertyList("/"),
-                                           PropertyList("/tmp"), PropertyList("relative"),
-                                           PropertyList(std::string("\0name", 5)),
-                                           PropertyList("/" + std::string(5000, 'x'))));
+const testing::Labelled<PropertyList> kUselessPaths[] = {{"Absent", {}},
+                                                         {"Empty", ""},
+                                                         {"Number", 5},
+                                                         {"Array", PropertyList::array({"/tmp"})},
+                                                         {"Root", "/"},
+                                                         {"Folder", "/tmp"},
+                                                         {"Relative", "relative"},
+                                                         {"LeadingNul", std::string("\0name", 5)},
+                                                         {"TooLong", "/" + std::string(5000, 'x')}};
+
+INSTANTIATE_TEST_SUITE_P(ConnectionController, UselessDaemonPath, ::testing::ValuesIn(kUselessPaths),
+                         testing::byLabel);
 
 TEST(ConnectionControllerWithoutABundle, ConnectsToNothing) {
   const auto controller = ConnectionController::initWithProxyDelegate({});

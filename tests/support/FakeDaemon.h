@@ -17,6 +17,7 @@
 
 #include "Common/KeldProxy.h"
 #include "Common/KeldSocket.h"
+#include "tests/support/Printing.h"
 #include "tests/support/Wait.h"
 
 namespace keldane::testing {

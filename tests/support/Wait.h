@@ -1,11 +1,15 @@
 // Waiting for what happens on another thread.
 #pragma once
 
+#include <sys/types.h>
+
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <iterator>
+#include <string>
 #include <thread>
 
 #include "platform/runloop/RunLoop.h"
@@ -48,6 +52,14 @@ inline std::ptrdiff_t settledThreadCount() {
     fewest = std::min(fewest, countOf("task"));
   }
   return fewest;
+}
+
+/// Whether a thread of this process is blocked.
+inline bool isAsleep(pid_t thread) {
+  std::ifstream status("/proc/self/task/" + std::to_string(thread) + "/stat");
+  const std::string text{std::istreambuf_iterator<char>(status), {}};
+  const std::size_t name = text.rfind(") ");
+  return name != std::string::npos && text.compare(name + 2, 1, "S") == 0;
 }
 
 }  // namespace keldane::testing

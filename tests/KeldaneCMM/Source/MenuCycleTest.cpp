@@ -2,31 +2,16 @@
 #include <gtest/gtest.h>
 
 #include "KeldaneCMM/Source/MenuCommands.h"
-#include "platform/notifications/NotificationCenter.h"
 #include "tests/KeldaneCMM/Source/MenuFixture.h"
+#include "tests/support/Footprint.h"
 
 namespace keldane {
 namespace {
 
+using testing::Footprint;
 using testing::Selection;
 
 constexpr int kCycles = 1000;
-
-/// Everything of a process that a cycle could leave more of.
-struct Footprint {
-  RunLoop::Load load = RunLoop::main().load();
-  std::size_t observers = NotificationCenter::defaultCenter().observerCount();
-  std::ptrdiff_t threads = testing::countOf("task");
-  std::ptrdiff_t descriptors = testing::countOf("fd");
-  long objects = CFGetLiveObjectCount();
-  bool operator==(const Footprint&) const = default;
-};
-
-std::ostream& operator<<(std::ostream& out, const Footprint& print) {
-  return out << print.load.timers << " timers, " << print.load.work << " pieces of work, " << print.load.ports
-             << " ports, " << print.observers << " observers, " << print.threads << " threads, "
-             << print.descriptors << " descriptors, " << print.objects << " objects";
-}
 
 class MenuCycle : public testing::MenuTest {
  protected:
@@ -38,6 +23,17 @@ class MenuCycle : public testing::MenuTest {
               kNoErr);
     AEDisposeDesc(&commands_.desc);
     cleanup();
+  }
+  /// One cycle, in which everything is made that is made once in a process.
+  void warmUp(const std::string& path) {
+    const std::ptrdiff_t threads = testing::countOf("task");
+    cycle({path}, kCommandBackup);
+    ASSERT_TRUE(testing::eventually([&] {
+      if (daemon_) {
+        daemon_->hangUp();
+      }
+      return testing::countOf("task") == threads;
+    }));
   }
   /// The connections of the daemon that lives in this process count as its own, so they are ended first.
   void expectFootprint(const Footprint& before) {
@@ -51,11 +47,7 @@ class MenuCycle : public testing::MenuTest {
 
 TEST_F(MenuCycle, AThousandWithADaemonLeaveNothingBehind) {
   const std::string path = know(file("a.txt"), node(0x60006));
-  cycle({path}, kCommandBackup);  // what is made once is made
-  ASSERT_TRUE(testing::eventually([&] {
-    daemon_->hangUp();
-    return testing::countOf("task") <= 2;
-  }));
+  warmUp(path);
   const Footprint before;
   for (int i = 0; i < kCycles; ++i) {
     cycle({path}, kCommandBackupASAP);
@@ -67,7 +59,7 @@ TEST_F(MenuCycle, AThousandWithADaemonLeaveNothingBehind) {
 TEST_F(MenuCycle, AThousandWithoutADaemonLeaveNothingBehind) {
   installWithoutDaemon();
   const std::string path = file("a.txt");
-  cycle({path}, kCommandBackup);
+  warmUp(path);
   const Footprint before;
   for (int i = 0; i < kCycles; ++i) {
     cycle({path}, kCommandPreferences);
@@ -78,11 +70,7 @@ TEST_F(MenuCycle, AThousandWithoutADaemonLeaveNothingBehind) {
 
 TEST_F(MenuCycle, ThatLosesItsDaemonLeavesNothingBehind) {
   const std::string path = know(file("a.txt"), node(2));
-  cycle({path}, kCommandBackup);
-  ASSERT_TRUE(testing::eventually([&] {
-    daemon_->hangUp();
-    return testing::countOf("task") <= 2;
-  }));
+  warmUp(path);
   const Footprint before;
   ASSERT_EQ(examine({path}), kNoErr);
   ASSERT_TRUE(daemon_->waitForClients(1));

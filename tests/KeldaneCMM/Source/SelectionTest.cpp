@@ -171,13 +171,12 @@ TEST_F(SelectionTest, LogsEachEntryAndThePaths) {
                                                    "KeldanePlugin_HandleSelection:"}));
 }
 
-class MissingPreferences : public testing::MenuTest, public ::testing::WithParamInterface<PropertyList> {};
+class MissingPreferences : public testing::MenuTest,
+                           public ::testing::WithParamInterface<testing::Labelled<PropertyList>> {};
 
 TEST_P(MissingPreferences, ReachTheOpenerAsAbsent) {
   PropertyList::Entries info = {{"DaemonPath", bundle_.daemonPath()}};
-  if (GetParam()) {
-    info.emplace_back("Prefpane Path", GetParam());
-  }
+  info.emplace_back("Prefpane Path", GetParam().value);  // an absent value leaves its entry out
   bundle_.writeInfo(info);
   installWithoutDaemon();
   ASSERT_EQ(examine({file("a")}), kNoErr);
@@ -188,8 +187,10 @@ TEST_P(MissingPreferences, ReachTheOpenerAsAbsent) {
   EXPECT_EQ(opened_, (std::vector<std::optional<std::string>>{std::nullopt}));
 }
 
-INSTANTIATE_TEST_SUITE_P(PrefpanePath, MissingPreferences,
-                         ::testing::Values(PropertyList(), PropertyList(5), PropertyList::array({"/x"})));
+const testing::Labelled<PropertyList> kNoPaths[] = {
+    {"Absent", {}}, {"Number", 5}, {"Array", PropertyList::array({"/x"})}};
+
+INSTANTIATE_TEST_SUITE_P(Selection, MissingPreferences, ::testing::ValuesIn(kNoPaths), testing::byLabel);
 
 using PostMenuCleanup = SelectionTest;
 

@@ -1,0 +1,29 @@
+// What a process holds of the things that a connection could leave behind.
+#pragma once
+
+#include <cstddef>
+#include <ostream>
+
+#include "platform/notifications/NotificationCenter.h"
+#include "platform/objects/CFObjects.h"
+#include "platform/runloop/RunLoop.h"
+#include "tests/support/Wait.h"
+
+namespace keldane::testing {
+
+struct Footprint {
+  RunLoop::Load load = RunLoop::main().load();
+  std::size_t observers = NotificationCenter::defaultCenter().observerCount();
+  std::ptrdiff_t threads = countOf("task");
+  std::ptrdiff_t descriptors = countOf("fd");
+  long objects = CFGetLiveObjectCount();
+  bool operator==(const Footprint&) const = default;
+};
+
+inline std::ostream& operator<<(std::ostream& out, const Footprint& print) {
+  return out << print.load.timers << " timers, " << print.load.work << " pieces of work, " << print.load.ports
+             << " ports, " << print.observers << " observers, " << print.threads << " threads, "
+             << print.descriptors << " descriptors, " << print.objects << " objects";
+}
+
+}  // namespace keldane::testing
