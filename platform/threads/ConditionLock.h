@@ -23,7 +23,8 @@ class KELDANE_CAPABILITY("mutex") ConditionLock {
   /// Waits, without a limit, until the lock is free and the condition is `condition`, and acquires it.
   void lockWhenCondition(int condition) KELDANE_ACQUIRE();
   /// The same, but gives up when `cancelled` answers yes; the answer says whether the lock was acquired.
-  /// `cancelled` is asked whenever the lock cannot be had at once, and again after each `wake`, with the lock's inner mutex held.
+  /// `cancelled` is asked whenever the lock cannot be had at once, and again after each `wake`, with the
+  /// lock's inner mutex held.
   bool lockWhenCondition(int condition, const std::function<bool()>& cancelled) KELDANE_TRY_ACQUIRE(true);
   /// The same with a limit in time.
   bool lockWhenCondition(int condition, std::chrono::steady_clock::time_point limit)
