@@ -266,6 +266,7 @@ void KeldaneSocket::close() {
   Handle descriptor;
   std::shared_ptr<KeldSocketDelegate> socketDelegate;
   std::vector<std::shared_ptr<KeldaneSocket>> children;
+  bool queued = false;
   {
     const ScopedLock guard(monitor_);
     {
@@ -289,6 +290,7 @@ void KeldaneSocket::close() {
       rcvThreadRun_ = false;
     }
     zombie_ = true;
+    queued = queuedOnMainThread_;
   }
   send(dataDelegate(), &KeldaneSocketDelegate::socketClosing);
   {
@@ -296,7 +298,9 @@ void KeldaneSocket::close() {
     closed_.notify_all();
   }
   dataDelegateLock_.wake();
-  RunLoop::main().cancel(this);
+  if (queued) {  // the first mention of the main run loop makes it, which takes descriptors and may throw
+    RunLoop::main().cancel(this);
+  }
   for (const std::shared_ptr<KeldaneSocket>& child : children) {
     child->close();
   }

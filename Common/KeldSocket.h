@@ -69,8 +69,8 @@ struct PeerCredentials {
 /// its two delegates, the socket delegate until `close`. Any thread may call any operation. The object's
 /// monitor guards `close`, the socket delegate and the delivery of its calls; `sendMutex_` keeps one send
 /// whole; the data-delegate lock is held while a message is processed. Order: the data-delegate lock before
-/// the monitor, which a write takes that fails while a message is processed. Whoever holds the monitor does
-/// not wait for the data-delegate lock, so `close` always gets through.
+/// the monitor, which a write takes that fails while a message is processed. No operation waits for the
+/// data-delegate lock while it holds the monitor, so `close` always gets through.
 ///
 /// The descriptor is shut down first and closed when the last thread inside a call on its number has left, so
 /// that a number that the process uses again is never read or written here. Threads are detached and keep the
@@ -154,7 +154,8 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   Mutex sendMutex_;
   std::shared_ptr<KeldSocketDelegate> socketDelegate_ KELDANE_GUARDED_BY(monitor_);
   std::atomic<bool> callDelegateOnMainThread_ = false;
-  ConditionLock dataDelegateLock_{0};  // 1: there is a data delegate
+  bool queuedOnMainThread_ KELDANE_GUARDED_BY(monitor_) = false;  // once for a call of the delegate
+  ConditionLock dataDelegateLock_{0};                             // 1: there is a data delegate
   // Replaced only with dataDelegateLock_, so never while it processes a message.
   std::shared_ptr<KeldaneSocketDelegate> dataDelegate_ KELDANE_GUARDED_BY(membersMutex_);
   std::atomic<bool> rcvThreadRun_ = false;

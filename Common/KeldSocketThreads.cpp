@@ -143,6 +143,7 @@ void KeldaneSocket::tellSocketDelegate(DelegateCall call, const char* logLine) {
   }
   if (callDelegateOnMainThread_) {
     // Named after this socket, so that closing it takes back what is still queued.
+    queuedOnMainThread_ = true;
     RunLoop::main().perform([delegate, self = shared_from_this(), call] { ((*delegate).*call)(self); }, this);
   } else {
     ((*delegate).*call)(shared_from_this());

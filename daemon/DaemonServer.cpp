@@ -44,6 +44,8 @@ bool DaemonServer::claimPath(std::string* error) {
   const fs::path folder = fs::path(path_).parent_path();
   if (!folder.empty() && !fs::exists(folder, ignored)) {
     fs::create_directories(folder, ignored);
+    // Every user's clients connect here, however narrow this process's own mask is.
+    fs::permissions(folder, fs::perms(0755), ignored);
   }
   const std::string lockPath = path_ + ".lock";
   lock_ = Descriptor(open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));

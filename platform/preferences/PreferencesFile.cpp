@@ -75,14 +75,8 @@ PreferencesFile::Reading PreferencesFile::readOnce(PropertyList& values) {
 }
 
 bool PreferencesFile::read(PropertyList& values) {
-  switch (readOnce(values)) {
-    case Reading::done:
-      return true;
-    case Reading::failed:
-      systemLog("The preferences %s cannot be read: %s", path_.string(), reason_);
-      return false;
-    case Reading::damaged:
-      break;
+  if (readOnce(values) == Reading::done) {
+    return true;
   }
   const Descriptor held = lock();
   return held && readLocked(values);

@@ -370,6 +370,18 @@ TEST_F(DaemonServerTest, DoesNotRemoveWhatIsNoSocket) {
   EXPECT_FALSE(tooLong->start(&error));
 }
 
+TEST_F(DaemonServerTest, MakesTheFolderOfItsSocketForEveryUser) {
+  const mode_t mask = umask(077);
+  const auto server = std::make_shared<DaemonServer>(daemon_, folder_ / "run/d.sock");
+  std::string error;
+  EXPECT_TRUE(server->start(&error)) << error;
+  umask(mask);
+  struct stat status {};
+  ASSERT_EQ(stat((folder_ / "run").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0755U);
+  server->stop();
+}
+
 TEST_F(DaemonServerTest, LeavesNoSocketBehind) {
   end();
   EXPECT_FALSE(std::filesystem::exists(options_.socket));

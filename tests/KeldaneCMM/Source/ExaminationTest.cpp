@@ -176,6 +176,7 @@ TEST_F(Examination, TestsTheLogSwitchFirst) {
     }
     return KeldaneLogEnabled();
   }));
+  ASSERT_FALSE(log.lines().empty());
   EXPECT_EQ(log.lines().front(), "KeldanePlugin_ExamineContext:") << "a line of that same examination";
   examine({"/a"});
   EXPECT_EQ(log.count("KeldanePlugin_ExamineContext:"), 2U) << "it stays on";
