@@ -62,7 +62,7 @@ MenuHost::~MenuHost() {
   if (instance_ != nullptr) {
     cleanup();  // a menu that is still open ends with its host
   }
-  while (references_ > 0) {
+  while (instance_ != nullptr) {
     release();
   }
 }
