@@ -1,6 +1,7 @@
 #include "platform/events/AppleEvents.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <new>
 
@@ -22,7 +23,7 @@ const Content* contentOf(const AEDesc* desc) {
 }
 
 std::shared_ptr<const Content> sharedContent(const AEDesc& desc) {
-  return desc.dataHandle == nullptr ? std::make_shared<const Content>() : desc.dataHandle->content;
+  return desc.dataHandle == nullptr ? std::make_shared<Content>() : desc.dataHandle->content;
 }
 
 /// No exception crosses the boundary: what can be thrown here is that memory ran out.
@@ -99,6 +100,7 @@ OSErr putItem(AEDescList* list, std::size_t position, DescriptorItem item) {
   // The only owner changes its content in place; a copy that somebody else holds is left as it is.
   std::shared_ptr<Content> content;
   if (list->dataHandle->content.use_count() == 1) {
+    std::atomic_thread_fence(std::memory_order_acquire);  // after what the owners before us did with it
     content = std::const_pointer_cast<Content>(list->dataHandle->content);
   } else {
     content = std::make_shared<Content>();
@@ -195,13 +197,15 @@ OSErr AEDuplicateDesc(const AEDesc* desc, AEDesc* result) {
   if (desc == nullptr || result == nullptr) {
     return kParamErr;
   }
-  const AEDesc source = *desc;  // the two may be one
-  makeNull(result);
-  if (source.dataHandle == nullptr) {
-    result->descriptorType = source.descriptorType;
+  if (desc == result) {
     return kNoErr;
   }
-  return guarded([&] { return store(source.descriptorType, sharedContent(source), result); });
+  makeNull(result);
+  if (desc->dataHandle == nullptr) {
+    result->descriptorType = desc->descriptorType;
+    return kNoErr;
+  }
+  return guarded([&] { return store(desc->descriptorType, sharedContent(*desc), result); });
 }
 
 OSErr AEDisposeDesc(AEDesc* desc) {
@@ -217,12 +221,16 @@ OSErr AECoerceDesc(const AEDesc* desc, DescType toType, AEDesc* result) {
   if (desc == nullptr || result == nullptr) {
     return kParamErr;
   }
-  const AEDesc source = *desc;
+  AEDesc source = *desc;
   makeNull(result);
-  return guarded([&]() -> OSErr {
+  const OSErr error = guarded([&]() -> OSErr {
     const DescriptorItem item = {typeWildCard, source.descriptorType, sharedContent(source)};
     return coerceInto(&item, toType, result);
   });
+  if (desc == result) {
+    AEDisposeDesc(&source);
+  }
+  return error;
 }
 
 std::size_t AEGetDescDataSize(const AEDesc* desc) {
@@ -250,7 +258,7 @@ OSErr AECreateList(const void* factoringPtr, std::size_t factoredSize, bool isRe
     return kParamErr;
   }
   return guarded(
-      [&] { return store(isRecord ? typeAERecord : typeAEList, std::make_shared<const Content>(), result); });
+      [&] { return store(isRecord ? typeAERecord : typeAEList, std::make_shared<Content>(), result); });
 }
 
 OSErr AECountItems(const AEDescList* list, std::int32_t* count) {
@@ -342,6 +350,9 @@ OSErr AEGetParamPtr(const AERecord* record, AEKeyword keyword, DescType desiredT
   }
   if (data == nullptr && maximumSize > 0) {
     return kParamErr;
+  }
+  if (desiredType == typeCFStringRef && item->type != typeCFStringRef) {
+    return errAECoercionFail;  // nobody would own the reference
   }
   return guarded([&]() -> OSErr {
     DescriptorItem converted;

@@ -31,7 +31,8 @@ OSErr AECreateDesc(DescType type, const void* data, std::size_t size, AEDesc* re
 OSErr AEDuplicateDesc(const AEDesc* desc, AEDesc* result);
 /// Null descriptors are fine; the descriptor is null afterwards.
 OSErr AEDisposeDesc(AEDesc* desc);
-/// A new descriptor of type `toType`, or -1700. A list of one item is coerced as that item.
+/// A new descriptor of type `toType`, or -1700. A list of one item is coerced as that item. `result` may be
+/// `desc`, whose old content is then disposed of, on failure too.
 OSErr AECoerceDesc(const AEDesc* desc, DescType toType, AEDesc* result);
 std::size_t AEGetDescDataSize(const AEDesc* desc);
 OSErr AEGetDescData(const AEDesc* desc, void* data, std::size_t maximumSize);
@@ -53,7 +54,8 @@ OSErr AESizeOfNthItem(const AEDescList* list, std::int32_t index, DescType* type
 OSErr AEPutParamPtr(AERecord* record, AEKeyword keyword, DescType type, const void* data, std::size_t size);
 OSErr AEPutParamDesc(AERecord* record, AEKeyword keyword, const AEDesc* desc);
 /// Copies at most `maximumSize` bytes; `actualType` and `actualSize` may be null. -1701 when the keyword is
-/// not there. A reference read from a 'cfst' is not retained for the caller.
+/// not there. A reference read from a 'cfst' is not retained for the caller and lives as long as the record;
+/// text is therefore not coerced to one here (-1700): AEGetParamDesc does that.
 OSErr AEGetParamPtr(const AERecord* record, AEKeyword keyword, DescType desiredType, DescType* actualType,
                     void* data, std::size_t maximumSize, std::size_t* actualSize);
 OSErr AEGetParamDesc(const AERecord* record, AEKeyword keyword, DescType desiredType, AEDesc* result);

@@ -1,5 +1,6 @@
 #include "platform/plist/BinaryPropertyListReader.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 
@@ -13,6 +14,12 @@ namespace {
 
 constexpr std::size_t kTrailerSize = 32;
 
+// Whoever walks a value meets a shared object as often as it is referred to, and a chain of containers that
+// each hold the next one twice doubles at every link. What a value may come to is bounded by its bytes; a
+// short one may share as an encoder that writes each equal dictionary once does.
+constexpr std::uint64_t kMostValues = 65536;
+constexpr std::uint64_t kMostValuesPerByte = 16;
+
 class Reader {
  public:
   explicit Reader(BytesView bytes) : bytes_(bytes) { readTrailer(); }
@@ -20,9 +27,11 @@ class Reader {
   PropertyList read() { return object(topObject_, 1).value; }
 
  private:
-  /// What is known of an object that was met before. `height` counts the containers from it downwards.
+  /// What is known of an object that was met before. `height` counts the containers from it downwards,
+  /// `values` the values in it and itself, shared ones as often as they are referred to.
   struct Object {
     PropertyList value;
+    std::uint64_t values = 1;
     std::uint16_t height = 0;
     bool reading = false;
     bool read = false;
@@ -61,10 +70,16 @@ class Reader {
     return value;
   }
 
-  /// Checks that `count` pieces of `width` bytes lie at `offset`, before the offset table.
-  void need(std::size_t offset, std::uint64_t count, std::size_t width = 1) const {
+  /// Takes `count` pieces of `width` bytes at `offset` for an object. They must lie before the offset table,
+  /// and all objects together cannot take more than there is: overlapping ones would make a short message
+  /// large in memory.
+  void take(std::size_t offset, std::uint64_t count, std::size_t width = 1) {
     if (offset > offsetTable_ || count > (offsetTable_ - offset) / width) {
       throw PropertyListError("An object reaches beyond the end of the objects", offset);
+    }
+    taken_ += count * width;
+    if (taken_ > offsetTable_ - kBinaryPropertyListMagic.size()) {
+      throw PropertyListError("Objects overlap", offset);
     }
   }
 
@@ -117,24 +132,24 @@ class Reader {
         if (low != 3) {
           break;
         }
-        need(offset, 8);
+        take(offset, 8);
         target.value = Date{std::bit_cast<double>(bigEndian(offset, 8))};
         return;
       case 0x4: {
         const std::size_t length = count(offset, low);
-        need(offset, length);
+        take(offset, length);
         target.value = PropertyList::data(bytes_.subspan(offset, length));
         return;
       }
       case 0x5: {
         const std::size_t length = count(offset, low);
-        need(offset, length);
+        take(offset, length);
         target.value = ascii(text(offset, length));
         return;
       }
       case 0x6: {
         const std::size_t length = count(offset, low);
-        need(offset, length, 2);
+        take(offset, length, 2);
         target.value = utf8FromUtf16(text(offset, 2 * length), true);
         return;
       }
@@ -156,17 +171,17 @@ class Reader {
   }
 
   /// The count of a container, string or data: in the marker, or in an integer that follows it.
-  std::size_t count(std::size_t& offset, std::uint8_t low) const {
+  std::size_t count(std::size_t& offset, std::uint8_t low) {
     if (low != 0x0F) {
       return low;
     }
-    need(offset, 1);
+    take(offset, 1);
     const std::uint8_t marker = bytes_[offset];
     if (marker >> 4 != 1 || (marker & 0x0F) > 3) {
       throw PropertyListError("A count is no integer", offset);
     }
     const std::size_t width = std::size_t{1} << (marker & 0x0F);
-    need(offset + 1, width);
+    take(offset + 1, width);
     const std::uint64_t value = bigEndian(offset + 1, width);
     offset += 1 + width;
     return value;
@@ -194,12 +209,12 @@ class Reader {
     return replaced;
   }
 
-  PropertyList integer(std::size_t offset, std::uint8_t low) const {
+  PropertyList integer(std::size_t offset, std::uint8_t low) {
     if (low > 4) {
       throw PropertyListError("An integer is wider than 16 bytes", offset - 1);
     }
     const std::size_t width = std::size_t{1} << low;
-    need(offset, width);
+    take(offset, width);
     if (width < 8) {
       return PropertyList::integer(static_cast<std::int64_t>(bigEndian(offset, width)));
     }
@@ -219,11 +234,11 @@ class Reader {
     throw PropertyListError("An integer does not fit 64 bits", offset - 1);
   }
 
-  PropertyList real(std::size_t offset, std::uint8_t low) const {
+  PropertyList real(std::size_t offset, std::uint8_t low) {
     if (low != 2 && low != 3) {
       throw PropertyListError("A real is neither 4 nor 8 bytes wide", offset - 1);
     }
-    need(offset, low == 2 ? 4 : 8);
+    take(offset, low == 2 ? 4 : 8);
     return low == 2
                ? static_cast<double>(std::bit_cast<float>(static_cast<std::uint32_t>(bigEndian(offset, 4))))
                : std::bit_cast<double>(bigEndian(offset, 8));
@@ -238,6 +253,10 @@ class Reader {
     const Object& found = object(reference, depth + 1);
     container.height =
         std::max<std::uint16_t>(container.height, static_cast<std::uint16_t>(found.height + 1));
+    container.values += found.values;
+    if (container.values > std::max(kMostValues, kMostValuesPerByte * bytes_.size())) {
+      throw PropertyListError("Shared objects make too many values", start);
+    }
     return found.value;
   }
 
@@ -251,7 +270,7 @@ class Reader {
   void readArray(Object& target, std::size_t start, std::size_t offset, std::uint8_t low, int depth) {
     beginContainer(target, start, depth);
     const std::size_t length = count(offset, low);
-    need(offset, length, referenceSize_);
+    take(offset, length, referenceSize_);
     PropertyList::Array elements;
     elements.reserve(length);
     for (std::size_t i = 0; i < length; ++i) {
@@ -263,7 +282,7 @@ class Reader {
   void readDictionary(Object& target, std::size_t start, std::size_t offset, std::uint8_t low, int depth) {
     beginContainer(target, start, depth);
     const std::size_t length = count(offset, low);
-    need(offset, length, 2 * referenceSize_);
+    take(offset, length, 2 * referenceSize_);
     PropertyList::Entries entries;
     entries.reserve(length);
     for (std::size_t i = 0; i < length; ++i) {
@@ -279,6 +298,7 @@ class Reader {
   BytesView bytes_;
   std::size_t offsetSize_ = 0, referenceSize_ = 0;
   std::uint64_t topObject_ = 0, offsetTable_ = 0;
+  std::uint64_t taken_ = 0;
   std::vector<Object> objects_;
 };
 

@@ -22,6 +22,9 @@ CFOwner<CFUUIDRef> uuidFromText(std::string_view text) {
 
 /// The value of a dictionary whose keys are UUIDs, compared as such: their text may be in either case.
 PropertyList valueForUUID(const PropertyList& dictionary, CFUUIDRef wanted) {
+  if (wanted == nullptr) {
+    return {};  // a key that is no UUID would equal it
+  }
   for (std::size_t i = 0; i < dictionary.count(); ++i) {
     const auto [key, value] = dictionary.entry(i);
     if (CFEqual(uuidFromText(key.string()).get(), wanted)) {
@@ -84,6 +87,11 @@ std::shared_ptr<PlugIn> PlugIn::load(const fs::path& path, std::string* error) {
   if (module.empty()) {
     fail(error,
          path.string() + " is no plug-in: its Contents/Info.plist names no module (CFBundleExecutable).");
+    return nullptr;
+  }
+  std::error_code unknown;
+  if (fs::exists(module, unknown) && !fs::is_regular_file(module, unknown)) {
+    fail(error, module.string() + " cannot be loaded: it is no file.");  // opening a pipe would wait
     return nullptr;
   }
   // Never closed again: a plug-in's threads may outlive its last instance.

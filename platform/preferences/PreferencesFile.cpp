@@ -38,17 +38,25 @@ bool writeWhole(int descriptor, const Bytes& bytes) {
   return true;
 }
 
+/// Where a chain of links leads, whether or not there is a file yet. Links to anything but a file are not
+/// followed: what is damaged is set aside, and that must not befall a device or somebody else's folder.
+fs::path fileBehindLinks(const fs::path& path) {
+  constexpr int kMostLinks = 40;
+  fs::path at = path;
+  std::error_code error;
+  for (int links = 0; fs::is_symlink(at, error); ++links) {
+    const fs::path target = fs::read_symlink(at, error);
+    if (error || links == kMostLinks) {
+      return path;
+    }
+    at = at.parent_path() / target;
+  }
+  return !fs::exists(at, error) || fs::is_regular_file(at, error) ? at : path;
+}
+
 }  // namespace
 
-PreferencesFile::PreferencesFile(const fs::path& path) : path_(path) {
-  std::error_code error;
-  if (fs::is_symlink(path, error)) {
-    const fs::path target = fs::weakly_canonical(path, error);
-    if (!error) {
-      path_ = target;
-    }
-  }
-}
+PreferencesFile::PreferencesFile(const fs::path& path) : path_(fileBehindLinks(path)) {}
 
 PreferencesFile::Reading PreferencesFile::readOnce(PropertyList& values) {
   int error = 0;

@@ -1,6 +1,7 @@
 #include "Common/KeldSocket.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <array>
@@ -92,6 +93,20 @@ TEST_F(KeldSocketTest, NoDelegateIsAnAssertion) {
     EXPECT_EQ(failure.description(), "Setting result delegate to NULL");
     EXPECT_EQ(failure.line(), 575);
   }
+}
+
+TEST_F(KeldSocketTest, AProcessWithoutFreeDescriptorsCannotConnectButClose) {
+  socket_->setCallDelegateOnMainThread(true);
+  socket_->setSocketDelegate(delegate_);
+  rlimit before{};
+  getrlimit(RLIMIT_NOFILE, &before);
+  const rlimit none{0, before.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &none);
+  EXPECT_FALSE(socket_->connectToPath(peer_.path()));
+  EXPECT_FALSE(socket_->listenAtPath(path_));
+  EXPECT_NO_THROW(socket_->close());
+  setrlimit(RLIMIT_NOFILE, &before);
+  EXPECT_TRUE(log_.lines().empty());
 }
 
 TEST_F(KeldSocketTest, AFailedConnectIsLoggedAndCanBeTriedAgain) {
@@ -315,6 +330,7 @@ TEST_F(KeldSocketTest, ManyConnectionsLeaveNothingBehind) {
     return eventually([&] { return socket.use_count() == 1; });
   };
   cycle();
+  RunLoop::main();  // made once, with descriptors of its own, when the first thing is queued
   const auto threads = testing::settledThreadCount();
   const auto descriptors = testing::countOf("fd");
   for (int i = 0; i < 200; ++i) {

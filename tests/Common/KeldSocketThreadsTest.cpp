@@ -308,9 +308,12 @@ TEST_F(KeldSocketThreadsTest, DescriptorZeroIsNoPeer) {
   ASSERT_TRUE(listener->listenAtPath(path_));
   ASSERT_TRUE(first->connectToPath(path_));
   EXPECT_TRUE(eventually([] { return fcntl(STDIN_FILENO, F_GETFD) != -1; })) << "it was accepted";
+  socket_->setDataDelegate(data_);
   ASSERT_TRUE(socket_->connectToPath(path_));
   ASSERT_TRUE(eventually([&] { return delegate_->childCount() > 0; }));
-  EXPECT_EQ(delegate_->childCount(), 1U) << "the second peer only";
+  const std::string frame = RawConnection::frame(1, "to the second peer");
+  delegate_->children[0]->sendBytes(frame.data(), static_cast<std::uint32_t>(frame.size()));
+  EXPECT_TRUE(data_->waitFor(1)) << "the first child is that of the second peer";
   EXPECT_NE(fcntl(STDIN_FILENO, F_GETFD), -1) << "left open, and of no use";
   dup2(standardInput.get(), STDIN_FILENO);
   first->close();

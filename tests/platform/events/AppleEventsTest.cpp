@@ -196,6 +196,33 @@ TEST(AppleEvents, TextCoercesToTextAndToReferences) {
   EXPECT_EQ(AECoerceDesc(&none, typeCFStringRef, &never), errAECoercionFail);
 }
 
+TEST(AppleEvents, ADescriptorCoercedOrCopiedIntoItselfLosesNothing) {
+  const long before = CFGetLiveObjectCount();
+  {
+    CFStringRef text = string("title");
+    Desc desc;
+    ASSERT_EQ(AECreateDesc(typeCFStringRef, &text, sizeof(text), &desc), kNoErr);
+    EXPECT_EQ(AEDuplicateDesc(&desc, &desc), kNoErr);
+    EXPECT_EQ(desc.desc.descriptorType, typeCFStringRef);
+    EXPECT_EQ(AECoerceDesc(&desc, typeUTF8Text, &desc), kNoErr);
+    EXPECT_EQ(dataOf(desc.desc), "title");
+    EXPECT_EQ(AECoerceDesc(&desc, typeLongInteger, &desc), errAECoercionFail);
+    EXPECT_EQ(desc.desc.dataHandle, nullptr);
+  }
+  EXPECT_EQ(CFGetLiveObjectCount(), before);
+}
+
+TEST(AppleEvents, AReferenceThatNobodyWouldOwnIsNotHandedOut) {
+  Desc record;
+  AECreateList(nullptr, 0, true, &record);
+  AEPutParamPtr(&record, fourCharCode("pnam"), typeUTF8Text, "title", 5);
+  CFStringRef read = nullptr;
+  EXPECT_EQ(
+      AEGetParamPtr(&record, fourCharCode("pnam"), typeCFStringRef, nullptr, &read, sizeof(read), nullptr),
+      errAECoercionFail);
+  EXPECT_EQ(read, nullptr);
+}
+
 TEST(AppleEvents, NestingHasALimit) {
   Desc list;
   AECreateList(nullptr, 0, false, &list);

@@ -126,6 +126,9 @@ TEST(BinaryWriter, WritesASharedContainerOnce) {
     value = PropertyList::array({value, value});
   }
   EXPECT_LT(binary(value).size(), 2000U);
+  for (int i = 0; i < 190; ++i) {
+    value = value[0];
+  }
   EXPECT_EQ(read(binary(value)), value);
 }
 
@@ -252,6 +255,29 @@ TEST(BinaryReader, RefusesNestingBeyondItsLimitHoweverItIsShared) {
   std::string error;
   EXPECT_FALSE(read(bytes, &error));
   EXPECT_NE(error.find("too deep"), std::string::npos) << error;
+}
+
+TEST(BinaryReader, RefusesObjectsThatOverlap) {
+  // Every string is the rest of the one before.
+  std::string error;
+  EXPECT_FALSE(read(document({"\xA2\x01\x02", "\x5A" + std::string(1, '\x59'), "\x58" + std::string(8, 'a')}),
+                    &error));
+  EXPECT_NE(error.find("overlap"), std::string::npos) << error;
+}
+
+TEST(BinaryReader, RefusesASharedChainThatDoublesAtEveryLink) {
+  const auto chain = [](int links) {
+    std::vector<std::string> objects;
+    for (int i = 1; i <= links; ++i) {
+      objects.push_back("\xA2" + std::string(2, static_cast<char>(i)));
+    }
+    objects.push_back("\x09");
+    return document(objects);
+  };
+  EXPECT_TRUE(read(chain(10)).isArray()) << "sharing as such is fine";
+  std::string error;
+  EXPECT_FALSE(read(chain(40), &error));
+  EXPECT_NE(error.find("too many values"), std::string::npos) << error;
 }
 
 PropertyList sample() {

@@ -1,6 +1,7 @@
 #include "platform/plugin/PlugIn.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "tests/support/TemporaryFolder.h"
 
@@ -55,6 +56,18 @@ TEST(PlugIn, SaysWhyABundleCannotBeLoaded) {
   folder.write("broken/Contents/Linux/Nothing.so", "this is no module");
   EXPECT_EQ(PlugIn::load(folder / "broken", &error), nullptr);
   EXPECT_NE(error.find("Nothing.so cannot be loaded"), std::string::npos);
+  folder.write("pipe/Contents/Info.plist", kInfo);
+  std::filesystem::create_directory(folder / "pipe/Contents/Linux");
+  ASSERT_EQ(mkfifo((folder / "pipe/Contents/Linux/Nothing.so").c_str(), 0600), 0);
+  EXPECT_EQ(PlugIn::load(folder / "pipe", &error), nullptr) << "without waiting for somebody to write";
+  EXPECT_NE(error.find("is no file"), std::string::npos);
+}
+
+TEST(PlugIn, NoTypeHasNoFactoryWhateverTheKeysAre) {
+  const TemporaryFolder folder;
+  folder.write("Contents/Info.plist",
+               "{ CFPlugInTypes = { nonsense = (\"3F1C7A52-9B0E-4D6A-B2C4-7E51A9D08F36\"); }; }");
+  EXPECT_TRUE(PlugIn::factoriesForType(*Bundle::bundleWithPath(folder.path()), nullptr).empty());
 }
 
 TEST(PlugIn, LooksInTheUsersFoldersFirst) {

@@ -171,6 +171,40 @@ TEST_F(PreferencesTest, ALinkedFileIsWrittenWhereItLies) {
   EXPECT_EQ(onDisk()["a"].string(), "1");
 }
 
+TEST_F(PreferencesTest, ALinkToWhatIsYetToBeWrittenIsWrittenThrough) {
+  std::filesystem::create_directory(folder_ / "elsewhere");
+  std::filesystem::create_symlink("elsewhere/real.plist", file());
+  set("b", 2);
+  EXPECT_TRUE(Preferences::synchronize(kDomain));
+  EXPECT_TRUE(std::filesystem::is_symlink(file()));
+  EXPECT_TRUE(std::filesystem::is_regular_file(folder_ / "elsewhere/real.plist"));
+  EXPECT_EQ(onDisk()["b"], PropertyList(2));
+}
+
+TEST_F(PreferencesTest, OfALinkToWhatIsNoFileOnlyTheLinkIsSetAside) {
+  const LogCapture log;
+  ASSERT_EQ(mkfifo((folder_ / "pipe").c_str(), 0600), 0);
+  std::filesystem::create_directory(folder_ / "folder");
+  for (const char* target : {"pipe", "folder"}) {
+    std::filesystem::remove(file());
+    std::filesystem::create_symlink(target, file());
+    Preferences::forget();
+    set("b", 2);
+    EXPECT_TRUE(Preferences::synchronize(kDomain));
+    EXPECT_EQ(onDisk()["b"], PropertyList(2));
+    EXPECT_TRUE(std::filesystem::exists(folder_ / target));
+  }
+  EXPECT_EQ(damagedFiles(), 2U);
+}
+
+TEST_F(PreferencesTest, LinksThatLeadNowhereAreNoLoop) {
+  const LogCapture log;
+  std::filesystem::create_symlink(file(), file());
+  set("b", 2);
+  Preferences::synchronize(kDomain);
+  EXPECT_EQ(get("b"), PropertyList(2));
+}
+
 TEST_F(PreferencesTest, MakesTheFolderWhenItIsMissing) {
   setenv("XDG_CONFIG_HOME", (folder_ / "new/deep").c_str(), 1);
   set("a", 1);
