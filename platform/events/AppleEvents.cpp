@@ -1,7 +1,6 @@
 #include "platform/events/AppleEvents.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstring>
 #include <new>
 
@@ -23,7 +22,11 @@ const Content* contentOf(const AEDesc* desc) {
 }
 
 std::shared_ptr<const Content> sharedContent(const AEDesc& desc) {
-  return desc.dataHandle == nullptr ? std::make_shared<Content>() : desc.dataHandle->content;
+  if (desc.dataHandle == nullptr) {
+    return std::make_shared<Content>();
+  }
+  desc.dataHandle->own = nullptr;
+  return desc.dataHandle->content;
 }
 
 /// No exception crosses the boundary: what can be thrown here is that memory ran out.
@@ -40,7 +43,7 @@ void makeNull(AEDesc* desc) { *desc = {typeNull, nullptr}; }
 
 /// Writes a new descriptor; what the result held before is not looked at.
 OSErr store(DescType type, std::shared_ptr<const Content> content, AEDesc* result) {
-  result->dataHandle = new AEDataStorageRecord{std::move(content)};
+  result->dataHandle = new AEDataStorageRecord{std::move(content), nullptr};
   result->descriptorType = type;
   return kNoErr;
 }
@@ -91,30 +94,28 @@ OSErr putBytes(DescType type, const void* data, std::size_t size, const Put& put
   return error;
 }
 
-/// Puts an item into a copy of the container's content, which then takes its place. `position` is where it
-/// goes; one past the end appends.
+/// Puts an item into the container's content, of which it first makes a copy of its own if others may have
+/// it. `position` is where it goes; one past the end appends.
 OSErr putItem(AEDescList* list, std::size_t position, DescriptorItem item) {
   if (item.content->depth + 1 > kDeepestNesting) {
     return errAEWrongDataType;
   }
-  // The only owner changes its content in place; a copy that somebody else holds is left as it is.
-  std::shared_ptr<Content> content;
-  if (list->dataHandle->content.use_count() == 1) {
-    std::atomic_thread_fence(std::memory_order_acquire);  // after what the owners before us did with it
-    content = std::const_pointer_cast<Content>(list->dataHandle->content);
-  } else {
-    content = std::make_shared<Content>();
-    content->items = list->dataHandle->content->items;
-    content->depth = list->dataHandle->content->depth;
+  AEDataStorageRecord& handle = *list->dataHandle;
+  if (handle.own == nullptr) {
+    const auto copy = std::make_shared<Content>();
+    copy->items = handle.content->items;
+    copy->depth = handle.content->depth;
+    handle.content = copy;
+    handle.own = copy.get();
   }
+  Content& content = *handle.own;
   const int depth = item.content->depth + 1;
-  if (position == content->items.size()) {
-    content->items.push_back(std::move(item));
+  if (position == content.items.size()) {
+    content.items.push_back(std::move(item));
   } else {
-    content->items[position] = std::move(item);
+    content.items[position] = std::move(item);
   }
-  content->depth = std::max(content->depth, depth);
-  list->dataHandle->content = std::move(content);
+  content.depth = std::max(content.depth, depth);
   return kNoErr;
 }
 

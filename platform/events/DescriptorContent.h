@@ -32,4 +32,7 @@ struct DescriptorContent {
 
 struct AEDataStorageRecord {
   std::shared_ptr<const keldane::DescriptorContent> content;
+  /// The same content while no copy of the descriptor has been handed out, so that it can be changed in
+  /// place.
+  keldane::DescriptorContent* own;
 };
