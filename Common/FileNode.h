@@ -1,13 +1,16 @@
 // One file or folder as the backup daemon sees it.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "Common/SortDescriptor.h"
 #include "platform/plist/PropertyList.h"
 
 namespace keldane {
@@ -51,15 +54,30 @@ enum class BackupColor : std::int32_t { undefined, none, green, yellow, gray, bl
 /// A file or folder: names, flags, colour, dates, sizes, owner, and its children. A new node has every field
 /// zero or absent.
 ///
-/// Held by shared pointers. A parent owns its children; a child knows its parent without owning it, so a tree
-/// lives as long as its root is held, and nothing leaks when it goes. Absent-able fields are property-list
-/// values, taken from the daemon's dictionary as they stand: one of an unexpected kind prints as what it is
-/// and reads as empty text. Not locked: a tree is used from one thread at a time.
+/// Child and parent own each other. A `Pointer` holds its node and, through it, everything above; a child
+/// list holds what is below. So a tree lives as long as anybody holds a Pointer to any node of it and goes,
+/// whole, with the last one: there is nothing to call and no cycle that could stay behind. Going through a
+/// child list gives references, which are good while the tree is held and the list is not changed; `pointer`
+/// makes one a Pointer. A node that only the child list of another node than its parent holds (of a copy, or
+/// because it was moved) does not hold its parent and has none once that is gone. What would make a node its
+/// own ancestor or descendant is refused.
+///
+/// Absent-able fields are property-list values, taken from the daemon's dictionary as they stand: one of an
+/// unexpected kind prints as what it is and reads as empty text. No operation uses the stack in proportion to
+/// a tree's depth. Not locked: a tree is used from one thread at a time.
 class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
+ protected:
+  /// Nodes are made by `create` and its kin alone.
+  struct Key {
+    explicit Key() = default;
+  };
+
  public:
   using Pointer = std::shared_ptr<KeldaneFileNode>;
+  class ChildList;
 
-  static Pointer create() { return std::make_shared<KeldaneFileNode>(); }
+  static Pointer create() { return make<KeldaneFileNode>()->pointer(); }
+  static Pointer create(PropertyList fileName, bool directory);
   /// From the local file system, without following a final symbolic link; never absent. No flags, colour,
   /// dates or state.
   static Pointer fileNodeForPath(const std::string& path);
@@ -74,11 +92,13 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   /// Entries that are no dictionaries are left out.
   static std::vector<Pointer> fileNodesForDictionaries(const PropertyList& dictionaries);
 
-  KeldaneFileNode() = default;
+  explicit KeldaneFileNode(Key) {}
   virtual ~KeldaneFileNode();
   KeldaneFileNode(const KeldaneFileNode&) = delete;
   KeldaneFileNode& operator=(const KeldaneFileNode&) = delete;
 
+  /// Holds this node and what is above it.
+  Pointer pointer();
   /// Overwrites the node with what the dictionary holds. An existing child list stays when the dictionary has
   /// no "children". `selected`, `parent` and `inPolicy` stay.
   void initWithDictionary(const PropertyList& dictionary);
@@ -86,9 +106,14 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   PropertyList dictionary() const;
   /// The same with "children", all the way down, wherever a child list exists.
   PropertyList recursiveDictionary();
+  /// A node of the same class beside this one: the same parent, names, dates, state, sizes and selection, and
+  /// a child list of its own with the same children in it, which cannot be changed. A copy has no flags, no
+  /// colour and no stored path; that is on purpose.
+  Pointer copy();
 
-  Pointer parent() const { return parent_.lock(); }
-  void setParent(const Pointer& parent) { parent_ = parent; }
+  Pointer parent() const;
+  /// Throws InvalidArgument for the node itself and what lies below it.
+  void setParent(const Pointer& parent);
   const PropertyList& fileName() const { return fileName_; }
   void setFileName(PropertyList fileName) { fileName_ = std::move(fileName); }
   /// The name to show: the file name when there is no other.
@@ -96,7 +121,6 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   void setDisplayName(PropertyList displayName) { displayName_ = std::move(displayName); }
   bool isDirectory() const { return isDirectory_; }
   void setIsDirectory(bool isDirectory) { isDirectory_ = isDirectory; }
-  std::int32_t selected() const { return selected_; }
   std::uint32_t backupFlags() const { return backupFlags_; }
   void setBackupFlags(std::uint32_t flags) { backupFlags_ = flags; }
   std::uint32_t simpleFlags() const { return simpleFlags_; }
@@ -121,8 +145,8 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   PropertyList inPolicyValue() const { return PropertyList::boolean(inPolicy_); }
 
   /// Bytes of this item and of all below it that is loaded; `size` is the same as a number object.
-  std::uint64_t sizeValue() const;
-  PropertyList size() const { return PropertyList::unsignedInteger(sizeValue()); }
+  std::uint64_t sizeValue();
+  PropertyList size() { return PropertyList::unsignedInteger(sizeValue()); }
   void setSize(const PropertyList& size) { size_ = size.unsignedLongLongValue(); }
   void setSizeValue(std::uint64_t size) { size_ = size; }
 
@@ -131,17 +155,46 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   std::optional<std::string> path();
   /// Throws AssertionFailure on a node that has a parent.
   void setPath(const std::string& path);
+  /// Whether both have a path and it is the same; nothing else is compared.
+  bool isEqual(KeldaneFileNode* other);
 
   /// The child list; null until the first child. A subclass may load it first.
-  virtual const std::vector<Pointer>* children() { return children_ ? &*children_ : nullptr; }
-  /// Appends a child; null is ignored.
-  virtual void addChild(const Pointer& child);
+  virtual const ChildList* children() { return children_.get(); }
+  /// Appends a child and becomes its parent; null is ignored. The child stays in a former parent's list.
+  /// Throws InvalidArgument for a copy that has children, for the node itself and for what lies above it.
+  void addChild(const Pointer& child);
+  /// Removes the child itself and every child that is equal to it; they keep their parent. Throws
+  /// InvalidArgument for a copy that has children.
+  void removeChild(const Pointer& child);
   std::uint32_t count();
   Pointer root();
   /// The first child of that name, exactly.
   Pointer childWithName(std::string_view name);
+  /// The node that the path leads to from the root, which stands for the first component, whatever its name.
+  Pointer nodeAtPath(std::string_view path);
+  /// Detaches that node from its parent, if there is one.
+  void removeNodeAtPath(std::string_view path);
+  /// Sorts the child list and those of all below. Throws InvalidArgument for an unknown key, and for a copy
+  /// that has children.
+  void sortUsingDescriptors(const std::vector<SortDescriptor>& descriptors);
+  /// A field, or anything else that an accessor answers, by the accessor's name. Throws InvalidArgument when
+  /// there is none.
+  PropertyList valueForKey(std::string_view key);
+  /// Whether any child is a folder, and whether any is not.
+  void hasChildDirectories(bool& directories, bool& andFiles);
   /// Drops the subtree.
-  virtual void flush() { children_.reset(); }
+  virtual void flush();
+
+  /// 1 selected, 0 not, -1 partly: some child is selected or partly selected, but not every one fully.
+  std::int32_t selected() const { return selected_; }
+  /// Selects or deselects the node and all below, and derives anew what is above. What is neither a folder
+  /// nor ever was backed up cannot be selected.
+  void setSelected(std::int32_t selected);
+  /// What the selection below comes down to: its files, and the deepest of its folders.
+  std::vector<Pointer> deepestFullSelections();
+  /// The topmost nodes below that are fully selected; with `expand`, what is in the folders among them
+  /// instead.
+  std::vector<Pointer> selectedChildren(bool expand);
 
   std::uint32_t backupPriority() const { return backupFlags_ & backup_flags::kPriorityMask; }
   bool isBackup() const { return (backupFlags_ & backup_flags::kBackup) != 0; }
@@ -166,26 +219,94 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   std::string gidString() const;
   std::string description() const;
 
+ protected:
+  /// A node as a child list holds it: without what is above.
+  using Link = std::shared_ptr<KeldaneFileNode>;
+  template <class Node>
+  static std::shared_ptr<Node> make() {
+    return std::make_shared<Node>(Key());
+  }
+  virtual Link newOfSameClass() const { return make<KeldaneFileNode>(); }
+  /// What `addChild` does once nothing speaks against it.
+  virtual void attach(const Link& child);
+  /// Puts a new, empty child list in place of what there was.
+  void renewChildren();
+
  private:
+  friend class KeldaneFileNodePrivateMethods;  // tests
+  struct Hold;
+  using std::enable_shared_from_this<KeldaneFileNode>::shared_from_this;  // gives links
+
+  static void takeApart(std::unique_ptr<ChildList> list);
+  void setParentLink(const Link& parent);
+  Link parentLink() const { return parent_.lock(); }
+  ChildList* mutableChildren() { return children_.get(); }
+  ChildList& changeableChildren(const char* operation);
+  Link originalOfChildren() const;
+  bool isAbove(const KeldaneFileNode& other) const;
+  bool isBelow(const KeldaneFileNode& other) const;
+  void checkSelections();
+  void select();
+  void deselect();
   void cleanup();
-  Pointer newOfSameClass() const;
+  void flushChildren();
 
   std::weak_ptr<KeldaneFileNode> parent_;
+  std::weak_ptr<Hold> hold_;  // while a Pointer to this node, or to one below it, is held
+  std::unique_ptr<ChildList> children_;
   PropertyList fileName_, displayName_;
-  bool isDirectory_ = false;
-  std::optional<std::vector<Pointer>> children_;
-  std::int32_t selected_ = 0;  // 1 selected, 0 not, -1 partly
+  PropertyList backupDate_, version_, purgeDate_;
+  PropertyList state_;
+  PropertyList path_;
+  std::shared_ptr<const void> image_;
+  std::uint64_t size_ = 0;  // bytes of this item alone
+  std::int32_t selected_ = 0;
   std::uint32_t backupFlags_ = 0;
   std::uint32_t simpleFlags_ = 0;
   std::int32_t backupColor_ = 0;
-  PropertyList backupDate_, version_, purgeDate_;
   std::uint32_t totalCount_ = 0;  // files in or under this item, as the daemon counts
-  std::uint64_t size_ = 0;        // bytes of this item alone
-  std::shared_ptr<const void> image_;
-  PropertyList state_;
-  std::optional<std::string> path_;
   std::uint32_t uid_ = 0, gid_ = 0;
+  bool isDirectory_ = false;
   bool inPolicy_ = false;
+  bool wasAbove_ = false;  // has been the parent of a node, or had its children copied
+};
+
+/// The children of a node, in insertion or sort order.
+class KeldaneFileNode::ChildList {
+ public:
+  class Iterator {
+   public:
+    using Links = std::vector<Link>::const_iterator;
+    using iterator_category = std::input_iterator_tag;
+    using value_type = KeldaneFileNode;
+    using difference_type = std::ptrdiff_t;
+    using pointer = KeldaneFileNode*;
+    using reference = KeldaneFileNode&;
+    explicit Iterator(Links at) : at_(at) {}
+    KeldaneFileNode& operator*() const { return **at_; }
+    Iterator& operator++() {
+      ++at_;
+      return *this;
+    }
+    bool operator==(const Iterator&) const = default;
+
+   private:
+    Links at_;
+  };
+
+  bool empty() const { return nodes_.empty(); }
+  std::size_t size() const { return nodes_.size(); }
+  /// `index` is less than `size`.
+  KeldaneFileNode& operator[](std::size_t index) const { return *nodes_[index]; }
+  Iterator begin() const { return Iterator(nodes_.begin()); }
+  Iterator end() const { return Iterator(nodes_.end()); }
+
+ private:
+  friend class KeldaneFileNode;
+  std::vector<Link> nodes_;
+  std::weak_ptr<KeldaneFileNode> original_;  // whose children these are, if the list is a copy's
+  bool changeable_ = true;
+  std::unique_ptr<ChildList> next_;  // while trees are taken apart: the list to go on with
 };
 
 }  // namespace keldane

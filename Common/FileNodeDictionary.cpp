@@ -12,7 +12,8 @@ namespace keldane {
 void KeldaneFileNode::initWithDictionary(const PropertyList& dictionary) {
   // Children within children may be nested deeper than a stack allows, so what is still to be read waits in a
   // list.
-  std::vector<std::pair<Pointer, PropertyList>> work = {{shared_from_this(), dictionary}};
+  const Pointer held = pointer();
+  std::vector<std::pair<Link, PropertyList>> work = {{shared_from_this(), dictionary}};
   while (!work.empty()) {
     const auto [node, values] = std::move(work.back());
     work.pop_back();
@@ -21,17 +22,17 @@ void KeldaneFileNode::initWithDictionary(const PropertyList& dictionary) {
     node->fileName_ = values["fileName"];
     node->isDirectory_ = values["isDirectory"].boolValue();
     if (const PropertyList children = values["children"]; children.isArray()) {
-      node->children_.emplace();
+      node->renewChildren();
       for (std::size_t i = 0; i < children.count(); ++i) {
-        const Pointer child = node->newOfSameClass();
-        node->KeldaneFileNode::addChild(child);
+        const Link child = node->newOfSameClass();
+        node->attach(child);
         work.emplace_back(child, children[i]);
       }
     }
     node->backupDate_ = values["backupDate"];
     node->version_ = values["version"];
     const PropertyList path = values["path"];
-    node->path_ = path.isString() ? std::optional(std::string(path.string())) : std::nullopt;
+    node->path_ = path.isString() ? path : PropertyList();
     node->size_ = values["size"].unsignedLongLongValue();
     node->state_ = values["state"];
     node->backupFlags_ = values["backupFlags"].unsignedIntValue();
@@ -43,8 +44,6 @@ void KeldaneFileNode::initWithDictionary(const PropertyList& dictionary) {
   }
 }
 
-KeldaneFileNode::Pointer KeldaneFileNode::newOfSameClass() const { return create(); }
-
 PropertyList KeldaneFileNode::dictionary() const {
   // An absent value leaves its entry out.
   return PropertyList::dictionary({
@@ -53,7 +52,7 @@ PropertyList KeldaneFileNode::dictionary() const {
       {"isDirectory", PropertyList::boolean(isDirectory_)},
       {"backupDate", backupDate_},
       {"version", version_},
-      {"path", path_ ? PropertyList(*path_) : PropertyList()},
+      {"path", path_},
       {"state", state_},
       {"size", PropertyList::unsignedInteger(size_)},
       {"backupFlags", PropertyList::unsignedInteger(backupFlags_)},
@@ -75,9 +74,9 @@ PropertyList KeldaneFileNode::recursiveDictionary() {
   };
   std::vector<Step> steps = {{this, 0, {}}};
   for (std::size_t i = 0; i < steps.size(); ++i) {
-    if (const std::vector<Pointer>* list = steps[i].node->children()) {
-      for (const Pointer& child : *list) {
-        steps.push_back({child.get(), i, {}});
+    if (const ChildList* list = steps[i].node->children()) {
+      for (KeldaneFileNode& child : *list) {
+        steps.push_back({&child, i, {}});
       }
     }
   }
