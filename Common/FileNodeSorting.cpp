@@ -61,6 +61,7 @@ PropertyList KeldaneFileNode::valueForKey(std::string_view key) { return accesso
 
 void KeldaneFileNode::sortUsingDescriptors(const std::vector<SortDescriptor>& descriptors) {
   std::vector<Accessor> accessors;
+  accessors.reserve(descriptors.size());
   for (const SortDescriptor& descriptor : descriptors) {
     accessors.push_back(accessorFor(descriptor.key));
   }
