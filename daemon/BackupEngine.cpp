@@ -1,11 +1,12 @@
 #include "daemon/BackupEngine.h"
 
 #include <fcntl.h>
-#include <openssl/evp.h>
+#include <nettle/sha2.h>
 #include <sys/stat.h>
 
+#include <array>
 #include <chrono>
-#include <memory>
+#include <span>
 #include <vector>
 
 #include "daemon/FileFacts.h"
@@ -17,12 +18,12 @@ namespace {
 
 constexpr std::size_t kBlock = std::size_t{1} << 17;
 
-std::string hexadecimal(const unsigned char* bytes, unsigned int count) {
+std::string hexadecimal(std::span<const std::uint8_t> bytes) {
   static constexpr char kDigits[] = "0123456789abcdef";
   std::string text;
-  for (unsigned int i = 0; i < count; ++i) {
-    text += kDigits[bytes[i] >> 4];
-    text += kDigits[bytes[i] & 0x0F];
+  for (const std::uint8_t byte : bytes) {
+    text += kDigits[byte >> 4];
+    text += kDigits[byte & 0x0F];
   }
   return text;
 }
@@ -36,11 +37,9 @@ std::optional<BackupRecord> RecordingEngine::backUp(const std::string& path,
   if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
     return std::nullopt;
   }
-  const std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> digest(EVP_MD_CTX_new(), EVP_MD_CTX_free);
-  if (!digest || EVP_DigestInit_ex(digest.get(), EVP_sha256(), nullptr) != 1) {
-    return std::nullopt;
-  }
-  std::vector<unsigned char> block(kBlock);
+  sha256_ctx digest;
+  sha256_init(&digest);
+  std::vector<std::uint8_t> block(kBlock);
   for (;;) {
     const ssize_t got = read(file.get(), block.data(), block.size());
     if (got < 0 || cancelled) {
@@ -49,16 +48,15 @@ std::optional<BackupRecord> RecordingEngine::backUp(const std::string& path,
     if (got == 0) {
       break;
     }
-    EVP_DigestUpdate(digest.get(), block.data(), static_cast<std::size_t>(got));
+    sha256_update(&digest, static_cast<std::size_t>(got), block.data());
   }
-  unsigned char value[EVP_MAX_MD_SIZE];
-  unsigned int length = 0;
-  EVP_DigestFinal_ex(digest.get(), value, &length);
+  std::array<std::uint8_t, SHA256_DIGEST_SIZE> value{};
+  sha256_digest(&digest, value.size(), value.data());
   BackupRecord record;
   record.size = static_cast<std::uint64_t>(status.st_size);
   record.modified = modificationTime(status);
   record.date = std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-  record.digest = hexadecimal(value, length);
+  record.digest = hexadecimal(value);
   return record;
 }
 
