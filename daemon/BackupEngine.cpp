@@ -30,8 +30,7 @@ std::string hexadecimal(std::span<const std::uint8_t> bytes) {
 
 }  // namespace
 
-std::optional<BackupRecord> RecordingEngine::backUp(const std::string& path,
-                                                    const std::atomic<bool>& cancelled) {
+std::optional<BackupRecord> RecordingEngine::backUp(const std::string& path, BackupJob& job) {
   const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
   struct stat status {};
   if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
@@ -42,13 +41,14 @@ std::optional<BackupRecord> RecordingEngine::backUp(const std::string& path,
   std::vector<std::uint8_t> block(kBlock);
   for (;;) {
     const ssize_t got = read(file.get(), block.data(), block.size());
-    if (got < 0 || cancelled) {
+    if (got < 0 || job.cancelled) {
       return std::nullopt;
     }
     if (got == 0) {
       break;
     }
     sha256_update(&digest, static_cast<std::size_t>(got), block.data());
+    job.bytesDone += static_cast<std::uint64_t>(got);
   }
   std::array<std::uint8_t, SHA256_DIGEST_SIZE> value{};
   sha256_digest(&digest, value.size(), value.data());

@@ -9,20 +9,26 @@
 
 namespace keldane {
 
+/// What a worker and its engine tell each other while a file is being backed up.
+struct BackupJob {
+  std::atomic<bool> cancelled = false;       ///< set by the worker: give up after the block at hand
+  std::atomic<std::uint64_t> bytesDone = 0;  ///< kept by the engine, of this file
+};
+
 /// The one thing that a real store of file contents has to take the place of. Called from the worker's
 /// thread.
 class BackupEngine {
  public:
   virtual ~BackupEngine() = default;
   /// Backs up a regular file and answers what to record; absent when it cannot be read, is gone, or
-  /// `cancelled` became true.
-  virtual std::optional<BackupRecord> backUp(const std::string& path, const std::atomic<bool>& cancelled) = 0;
+  /// the job was cancelled.
+  virtual std::optional<BackupRecord> backUp(const std::string& path, BackupJob& job) = 0;
 };
 
 /// Reads a file and keeps its size, date and digest; the contents are stored nowhere.
 class RecordingEngine final : public BackupEngine {
  public:
-  std::optional<BackupRecord> backUp(const std::string& path, const std::atomic<bool>& cancelled) override;
+  std::optional<BackupRecord> backUp(const std::string& path, BackupJob& job) override;
 };
 
 }  // namespace keldane

@@ -41,7 +41,7 @@ void BackupWorker::start() {
 void BackupWorker::stop() {
   {
     const std::lock_guard guard(mutex_);
-    stopping_ = true;
+    job_.cancelled = true;
   }
   changed_.notify_all();
   if (thread_.joinable()) {
@@ -91,7 +91,10 @@ void BackupWorker::setModes(const Modes& modes) {
 
 BackupWorker::Progress BackupWorker::progress() const {
   const std::lock_guard guard(mutex_);
-  return {pending_.size(), pendingBytes_, currentFile_};
+  const auto current = pending_.find(currentFile_);
+  const std::uint64_t done =
+      current == pending_.end() ? 0 : std::min<std::uint64_t>(current->second, job_.bytesDone);
+  return {pending_.size(), pendingBytes_ - done, currentFile_};
 }
 
 bool BackupWorker::isPending(const std::string& path) const {
@@ -114,7 +117,7 @@ bool BackupWorker::isPrioritized(const std::string& path) const {
 
 void BackupWorker::run() {
   auto nextRescan = std::chrono::steady_clock::now() + kRescanInterval;
-  while (!stopping_) {
+  while (!job_.cancelled) {
     std::optional<std::string> place;
     {
       const std::lock_guard guard(mutex_);
@@ -163,12 +166,12 @@ void BackupWorker::rescan(const std::string& place) {
 // Folder by folder, links not followed. What cannot be read is passed over.
 void BackupWorker::scanFolder(const std::string& folder) {
   std::vector<std::string> folders = {folder};
-  while (!folders.empty() && !stopping_) {
+  while (!folders.empty() && !job_.cancelled) {
     const std::string current = std::move(folders.back());
     folders.pop_back();
     std::error_code error;
     for (fs::directory_iterator at(current, fs::directory_options::skip_permission_denied, error), end;
-         !error && at != end && !stopping_; at.increment(error)) {
+         !error && at != end && !job_.cancelled; at.increment(error)) {
       const std::string path = at->path().string();
       std::error_code ignored;
       const fs::file_type type = at->symlink_status(ignored).type();
@@ -235,6 +238,7 @@ void BackupWorker::backUp(const std::string& path) {
   {
     const std::lock_guard guard(mutex_);
     currentFile_ = path;
+    job_.bytesDone = 0;
     slowly = modes_.lowerPriority;
   }
   // On Linux a thread has a nice value of its own; raising it needs no right, lowering it again may, and then
@@ -242,7 +246,7 @@ void BackupWorker::backUp(const std::string& path) {
   setpriority(PRIO_PROCESS, 0, slowly ? 19 : 0);
   std::optional<BackupRecord> record;
   if (rules_.decide(path, false).selected) {
-    record = engine_->backUp(path, stopping_);
+    record = engine_->backUp(path, job_);
   }
   if (record) {
     store_.setRecord(path, *record);
@@ -259,7 +263,7 @@ void BackupWorker::backUp(const std::string& path) {
     pending_.erase(done);
   }
   if (slowly) {
-    changed_.wait_for(guard, kLowPriorityPause, [this] { return stopping_.load(); });
+    changed_.wait_for(guard, kLowPriorityPause, [this] { return job_.cancelled.load(); });
   }
 }
 

@@ -49,8 +49,8 @@ class BackupWorker {
   void setModes(const Modes& modes);
 
   struct Progress {
-    std::uint64_t pendingFiles = 0, pendingBytes = 0;
-    std::string currentFile;  ///< empty when none
+    std::uint64_t pendingFiles = 0, pendingBytes = 0;  ///< less what of the current file is done
+    std::string currentFile;                           ///< empty when none
   };
   Progress progress() const;
   bool isPending(const std::string& path) const;
@@ -83,7 +83,7 @@ class BackupWorker {
   std::deque<std::string> toScan_;
   std::string currentFile_;
 
-  std::atomic<bool> stopping_ = false;
+  BackupJob job_;  // cancelled once and for all, when the worker stops
   std::thread thread_;
 };
 

@@ -112,8 +112,4 @@ nlohmann::ordered_json menuJson(const std::vector<MenuItem>& menu) {
   return top;
 }
 
-std::string jsonLine(const nlohmann::ordered_json& value) {
-  return value.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
-}
-
 }  // namespace keldane

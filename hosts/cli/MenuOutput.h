@@ -24,7 +24,4 @@ std::string menuText(const std::vector<MenuItem>& menu);
 /// {"title", "command", "commandSize", "attributes"} and "items" for the outermost; null for an empty menu.
 nlohmann::ordered_json menuJson(const std::vector<MenuItem>& menu);
 
-/// One line; text that is not UTF-8 is mended.
-std::string jsonLine(const nlohmann::ordered_json& value);
-
 }  // namespace keldane

@@ -7,7 +7,8 @@
 #include <stdexcept>
 #include <thread>
 
-#include "hosts/cli/AbsolutePath.h"
+#include "cli/AbsolutePath.h"
+#include "cli/Json.h"
 #include "hosts/cli/MenuOutput.h"
 #include "platform/host/Host.h"
 #include "platform/runloop/RunLoop.h"

@@ -1,15 +1,13 @@
 // keldane-menu: a file manager without a window. Loads a contextual-menu plug-in as a graphical host would,
 // and shows or chooses what it offers.
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
-#include <condition_variable>
 #include <fstream>
 #include <iostream>
-#include <mutex>
-#include <thread>
+#include <sstream>
 
-#include "hosts/cli/AbsolutePath.h"
+#include "cli/AbsolutePath.h"
+#include "cli/Deadline.h"
+#include "cli/Json.h"
 #include "hosts/cli/MenuHost.h"
 #include "hosts/cli/MenuOutput.h"
 #include "hosts/cli/ScriptRunner.h"
@@ -32,45 +30,6 @@ struct Options {
   std::string command;
   std::vector<std::string> paths;
   std::string scriptFile;
-};
-
-/// Ends the process when the time is over: a call into the plug-in waits for the daemon without a limit, and
-/// only the host knows how long its user would.
-class Deadline {
- public:
-  explicit Deadline(double seconds) {
-    if (seconds > 0) {
-      watcher_ = std::thread([this, seconds] { watch(std::chrono::duration<double>(seconds)); });
-    }
-  }
-  ~Deadline() {
-    {
-      const std::lock_guard guard(mutex_);
-      over_ = true;
-    }
-    changed_.notify_all();
-    if (watcher_.joinable()) {
-      watcher_.join();
-    }
-  }
-  Deadline(const Deadline&) = delete;
-  Deadline& operator=(const Deadline&) = delete;
-
- private:
-  void watch(std::chrono::duration<double> limit) {
-    std::unique_lock guard(mutex_);
-    if (!changed_.wait_for(guard, limit, [this] { return over_; })) {
-      std::cout.flush();
-      std::cerr << "keldane-menu: the plug-in did not answer within " << limit.count() << " seconds."
-                << std::endl;
-      _exit(kDeadlinePassed);
-    }
-  }
-
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  bool over_ = false;
-  std::thread watcher_;
 };
 
 int fail(ExitStatus status, const std::string& sentence) {
@@ -114,7 +73,9 @@ void print(const Options& options, const MenuHost::Examination& examination,
 }
 
 int showOrChoose(const Options& options, const Selection& selection, std::optional<std::uint32_t> command) {
-  const Deadline deadline(options.deadline);
+  std::ostringstream late;
+  late << "keldane-menu: the plug-in did not answer within " << options.deadline << " seconds.";
+  const Deadline deadline(options.deadline, late.str(), kDeadlinePassed);
   MenuHost host;
   std::string error;
   if (!host.load(options.bundle, &error)) {

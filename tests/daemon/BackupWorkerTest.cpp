@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <ctime>
+#include <functional>
 
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Wait.h"
@@ -16,13 +17,15 @@ using testing::TemporaryFolder;
 /// Records what it is given, in order, as fast as the test lets it.
 struct Engine : BackupEngine {
   explicit Engine(std::shared_ptr<std::vector<std::string>> paths) : order(std::move(paths)) {}
-  std::optional<BackupRecord> backUp(const std::string& path, const std::atomic<bool>& cancelled) override {
-    auto record = recording.backUp(path, cancelled);
+  std::optional<BackupRecord> backUp(const std::string& path, BackupJob& job) override {
+    auto record = recording.backUp(path, job);
+    whenRead();
     const std::lock_guard guard(mutex);
     order->push_back(path);
     return record;
   }
   RecordingEngine recording;
+  std::function<void()> whenRead = [] {};
   std::mutex mutex;
   std::shared_ptr<std::vector<std::string>> order;
 };
@@ -48,7 +51,9 @@ class BackupWorkerTest : public ::testing::Test {
   Store store_{folder_ / "store.sqlite"};
   RuleBook rules_{store_, "/", {}};
   std::shared_ptr<std::vector<std::string>> order_ = std::make_shared<std::vector<std::string>>();
-  BackupWorker worker_{store_, rules_, std::make_unique<Engine>(order_)};
+  std::unique_ptr<Engine> madeEngine_ = std::make_unique<Engine>(order_);
+  Engine& engine_ = *madeEngine_;
+  BackupWorker worker_{store_, rules_, std::move(madeEngine_)};
 };
 
 TEST_F(BackupWorkerTest, RecordsSizeDateAndDigestOfWhatIsSelected) {
@@ -62,6 +67,21 @@ TEST_F(BackupWorkerTest, RecordsSizeDateAndDigestOfWhatIsSelected) {
   EXPECT_NEAR(record->date, static_cast<double>(std::time(nullptr)), 1000);
   EXPECT_TRUE(waitUntilDone());
   EXPECT_EQ(worker_.progress().pendingBytes, 0U);
+}
+
+TEST_F(BackupWorkerTest, CountsDownWithinAFile) {
+  folder_.write("files/long", std::string(1000000, 'x'));
+  std::vector<BackupWorker::Progress> seen;
+  engine_.whenRead = [&] { seen.push_back(worker_.progress()); };
+  rules_.setRule(file("long"), true);
+  worker_.start();
+  ASSERT_TRUE(eventually([&] { return store_.totals().files == 1; }));
+  worker_.stop();
+  ASSERT_EQ(seen.size(), 1U);
+  EXPECT_EQ(seen[0].pendingFiles, 1U);
+  EXPECT_EQ(seen[0].pendingBytes, 0U);
+  EXPECT_EQ(seen[0].currentFile, file("long"));
+  EXPECT_TRUE(worker_.progress().currentFile.empty());
 }
 
 TEST_F(BackupWorkerTest, CountsWhatIsPendingWhilePaused) {

@@ -1,0 +1,36 @@
+// The daemon's folders, a level at a time.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Common/FileNodeProxy.h"
+
+namespace keldane {
+
+/// A folder whose children come from the daemon when they are first looked at.
+KeldaneFileNodeProxy::Pointer folderAt(const std::string& path, const std::shared_ptr<KeldaneProxy>& daemon);
+
+/// Puts what the daemon says is in a folder into its node, whose own children, if it has any, stand instead.
+/// What cannot be asked stays without.
+void loadChildren(const KeldaneFileNode::Pointer& folder, const std::shared_ptr<KeldaneProxy>& daemon);
+
+/// Whether a child is a folder whose path lies below its folder's and is one that a system can hold. So no
+/// daemon's answer leads round in a circle or down without end.
+bool canBeEntered(KeldaneFileNode& folder, KeldaneFileNode& child);
+/// Those among the children that can be entered, in their order.
+std::vector<KeldaneFileNode::Pointer> foldersIn(const KeldaneFileNode::Pointer& folder);
+
+/// Loads the children of a folder and of all folders below; `asking` is told before each question. Not
+/// recursive: the depth of a tree does not matter.
+void loadAll(const KeldaneFileNode::Pointer& folder, const std::shared_ptr<KeldaneProxy>& daemon,
+             const std::function<void()>& asking);
+
+/// The node of a path that lies below a root, with the children of every folder on the way loaded; absent
+/// when one of them is not among its folder's.
+KeldaneFileNode::Pointer loadPath(const KeldaneFileNode::Pointer& root, const std::string& path,
+                                  const std::shared_ptr<KeldaneProxy>& daemon);
+
+}  // namespace keldane

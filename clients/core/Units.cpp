@@ -1,0 +1,66 @@
+#include "clients/core/Units.h"
+
+#include <array>
+#include <cmath>
+#include <ctime>
+
+#include "platform/syslog/Format.h"
+
+namespace keldane {
+
+std::string bytesText(std::uint64_t bytes) {
+  constexpr std::array kUnits = {"B", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+  auto number = static_cast<double>(bytes);
+  std::size_t unit = 0;
+  while (std::round(number) >= 1024) {  // so that nothing reads as 1024 of a unit
+    number /= 1024;
+    ++unit;
+  }
+  const bool decimal = unit > 0 && std::round(number * 10) < 100;
+  return stringWithFormat(decimal ? "%.1f %s" : "%.0f %s", number, kUnits[unit]);
+}
+
+std::string countText(std::uint64_t count) {
+  std::string text = std::to_string(count);
+  for (std::size_t end = text.size(); end > 3;) {
+    end -= 3;
+    text.insert(end, ",");
+  }
+  return text;
+}
+
+std::string filesText(std::uint64_t files) { return countText(files) + (files == 1 ? " file" : " files"); }
+
+std::string durationText(std::chrono::seconds duration) {
+  struct Unit {
+    std::int64_t seconds;
+    const char* name;
+  };
+  constexpr std::array<Unit, 4> kUnits = {{{86400, " d"}, {3600, " h"}, {60, " min"}, {1, " s"}}};
+  const std::int64_t seconds = duration.count();
+  std::size_t unit = 0;
+  while (unit + 1 < kUnits.size() && seconds < kUnits[unit].seconds) {
+    ++unit;
+  }
+  std::string text = std::to_string(seconds / kUnits[unit].seconds) + kUnits[unit].name;
+  if (unit + 1 < kUnits.size()) {
+    const std::int64_t rest = seconds % kUnits[unit].seconds / kUnits[unit + 1].seconds;
+    text += rest > 0 ? ' ' + std::to_string(rest) + kUnits[unit + 1].name : "";
+  }
+  return text;
+}
+
+std::string dateText(const PropertyList& date) {
+  const double seconds = std::floor(date.date().unixTime());
+  std::tm parts{};
+  if (!date.isDate() || !(std::abs(seconds) < 1e15)) {
+    return {};
+  }
+  const auto time = static_cast<std::time_t>(seconds);
+  char text[64];
+  return localtime_r(&time, &parts) == nullptr
+             ? std::string()
+             : std::string(text, std::strftime(text, sizeof(text), "%Y-%m-%d %H:%M", &parts));
+}
+
+}  // namespace keldane

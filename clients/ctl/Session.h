@@ -1,0 +1,71 @@
+// What every command works with: the daemon, and where it is looked for.
+#pragma once
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "cli/Deadline.h"
+#include "client-state/BackupState.h"
+
+namespace keldane {
+
+enum ExitStatus { kDone = 0, kNotTaken = 1, kUsage = 2, kUnreachable = 3, kDeadlinePassed = 4 };
+
+/// The options of all commands, and how the command went.
+struct Globals {
+  std::string bundle;
+  double deadline = 30;
+  int status = kDone;
+};
+
+/// Ends a command with a sentence for standard error.
+class CommandFailure : public std::runtime_error {
+ public:
+  CommandFailure(ExitStatus status, const std::string& sentence)
+      : std::runtime_error(sentence), status_(status) {}
+  ExitStatus status() const { return status_; }
+
+ private:
+  ExitStatus status_;
+};
+
+/// One sentence to standard error, after the program's name.
+void complain(const std::string& sentence);
+
+/// The link to the daemon for the time of one command. Throws CommandFailure when no bundle says where it is.
+class Session {
+ public:
+  explicit Session(const Globals& globals);
+  ~Session() { state_.onEnd(); }
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  const std::string& socketPath() const { return socketPath_; }
+  BackupState& state() { return state_; }
+  std::shared_ptr<KeldaneProxy> proxy() const { return state_.proxy(); }
+
+  /// Connects, once; false when the daemon cannot be reached. From here on no single wait for the daemon may
+  /// be longer than the deadline.
+  bool connect();
+  /// The same, and throws CommandFailure for a daemon that cannot be reached.
+  void requireDaemon();
+  /// Throws CommandFailure when the daemon has gone meanwhile, so that its silence is not taken for an
+  /// answer.
+  void checkDaemon();
+  /// Before each of many questions.
+  void renewDeadline() { deadline_->renew(); }
+
+ private:
+  CommandFailure unreachable() const;
+
+  const double seconds_;
+  std::string socketPath_;
+  BackupState state_;
+  std::unique_ptr<Deadline> deadline_;
+};
+
+/// The absolute path that a person means, without "." and ".." and slashes at its end.
+std::string pathNamed(const std::string& text);
+
+}  // namespace keldane

@@ -1,0 +1,34 @@
+// What the program writes to: a terminal with a width and colours, or a file or pipe without.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace keldane {
+
+enum class Color : std::uint8_t { plain, red, green, yellow, blue, gray };
+
+/// Standard output. One thread.
+class Terminal {
+ public:
+  /// No colours unless it is a terminal that has them, and never when NO_COLOR is set and not empty.
+  Terminal();
+
+  bool isTerminal() const { return isTerminal_; }
+  /// Columns, as they are now; 80 for what is no terminal.
+  int width() const;
+  std::string colored(Color color, const std::string& text) const;
+  std::string bold(const std::string& text) const;
+  /// Goes to the start of the line and clears it; on a terminal that cannot, starts a new one.
+  std::string restartLine() const;
+  /// Whether box-drawing characters can be shown: the locale's character set is UTF-8.
+  static bool hasBoxes();
+
+ private:
+  bool isTerminal_;
+  bool hasColors_ = false;
+  std::string clearToEnd_, boldOn_, attributesOff_;
+  std::string colorOn_[6];
+};
+
+}  // namespace keldane

@@ -1,0 +1,23 @@
+// Text that fits where it is shown and does nothing else there.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace keldane {
+
+/// Names and answers come from anywhere: what would move the cursor, hide or turn round text around it, or is
+/// no text, is written as an escape (\n, \x1b, \u202e).
+std::string printable(std::string_view text);
+/// Columns that printable text takes on a terminal: two for a wide character, none for a combining one.
+std::size_t columnsOf(std::string_view text);
+/// With blanks up to this width.
+std::string padded(const std::string& text, std::size_t columns);
+std::string rightAligned(const std::string& text, std::size_t columns);
+/// The end of a text that is too wide, after "…": of a path the end tells most.
+std::string lastColumns(std::string_view text, std::size_t columns);
+/// A bar of this width, filled from the left by 0 to 1, in brackets; of characters that the locale has.
+std::string bar(double fraction, std::size_t columns);
+
+}  // namespace keldane

@@ -1,0 +1,67 @@
+// keldanectl: the backup daemon of this computer, administered from a command line.
+#include <clocale>
+#include <iostream>
+
+#include "clients/ctl/Commands.h"
+#include "clients/ctl/Terminal.h"
+
+namespace keldane {
+
+namespace {
+
+int run(int argc, char** argv) {
+  Globals globals;
+  CLI::App app(
+      "Administers the backup daemon of this computer.\n\n"
+      "Exit status: 0 done, 1 the daemon did not take it or knows nothing of it, 2 usage, 3 the daemon "
+      "cannot "
+      "be\nreached, 4 it did not answer in time.",
+      "keldanectl");
+  app.get_formatter()->column_width(28);
+  app.set_version_flag("--version", "keldanectl " KELDANE_VERSION);
+  app.add_option("--bundle", globals.bundle,
+                 "The plug-in bundle that says where the daemon is; else the first that is installed")
+      ->type_name("DIR");
+  app.add_option("--deadline", globals.deadline,
+                 "Give up when the daemon has not answered for this time; 0 waits for ever (30)")
+      ->type_name("SECONDS")
+      ->check(CLI::NonNegativeNumber);
+  app.require_subcommand(1);
+  app.fallthrough();
+  addStatusCommand(app, globals);
+  addWatchCommand(app, globals);
+  addSettingCommands(app, globals);
+  addRuleCommands(app, globals);
+  addListCommands(app, globals);
+  addSelectCommand(app, globals);
+  addCompletionCommand(app);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Success& done) {
+    return app.exit(done);
+  } catch (const CLI::ParseError& error) {
+    complain(std::string(error.what()) + " (keldanectl --help tells more)");
+    return kUsage;
+  }
+  std::cout.flush();
+  return std::cout ? globals.status : kNotTaken;
+}
+
+}  // namespace
+
+}  // namespace keldane
+
+int main(int argc, char** argv) {
+  std::setlocale(LC_CTYPE, "");
+  try {
+    return keldane::run(argc, argv);
+  } catch (const keldane::CommandFailure& failure) {
+    std::cout.flush();
+    keldane::complain(failure.what());
+    return failure.status();
+  } catch (const std::exception& error) {
+    std::cout.flush();
+    keldane::complain(error.what());
+    return keldane::kNotTaken;
+  }
+}
