@@ -79,6 +79,11 @@ void BackupWorker::prioritize(const std::string& path) {
     priorities_.try_emplace(path, ++lastPriority_);
   }
   reconsider(path);
+  const std::lock_guard guard(mutex_);
+  if (!pending_.contains(path)) {  // backed up already: there is nothing to prefer
+    priorities_.erase(path);
+    store_.removePriority(path);
+  }
 }
 
 void BackupWorker::setModes(const Modes& modes) {

@@ -42,10 +42,13 @@ std::string durationText(std::chrono::seconds duration) {
   while (unit + 1 < kUnits.size() && seconds < kUnits[unit].seconds) {
     ++unit;
   }
-  std::string text = std::to_string(seconds / kUnits[unit].seconds) + kUnits[unit].name;
+  const auto part = [](std::int64_t number, const char* name) {
+    return stringWithFormat("%lld%s", static_cast<long long>(number), name);
+  };
+  std::string text = part(seconds / kUnits[unit].seconds, kUnits[unit].name);
   if (unit + 1 < kUnits.size()) {
     const std::int64_t rest = seconds % kUnits[unit].seconds / kUnits[unit + 1].seconds;
-    text += rest > 0 ? ' ' + std::to_string(rest) + kUnits[unit + 1].name : "";
+    text += rest > 0 ? " " + part(rest, kUnits[unit + 1].name) : "";
   }
   return text;
 }

@@ -178,7 +178,7 @@ class Watcher {
     std::string text;
     const auto add = [&](const std::string& part) {
       const std::size_t columns = columnsOf(part) + (text.empty() ? 0 : 2);
-      if (columns <= left) {
+      if (!part.empty() && columns <= left) {
         text += (text.empty() ? "" : "  ") + part;
         left -= columns;
       }

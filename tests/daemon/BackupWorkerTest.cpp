@@ -69,6 +69,16 @@ TEST_F(BackupWorkerTest, RecordsSizeDateAndDigestOfWhatIsSelected) {
   EXPECT_EQ(worker_.progress().pendingBytes, 0U);
 }
 
+TEST_F(BackupWorkerTest, DoesNotPreferWhatIsBackedUpAlready) {
+  rules_.setRule(file("a"), true);
+  worker_.start();
+  ASSERT_TRUE(eventually([&] { return store_.totals().files == 1; }));
+  ASSERT_TRUE(waitUntilDone());
+  worker_.prioritize(file("a"));
+  EXPECT_FALSE(worker_.isPrioritized(file("a")));
+  EXPECT_TRUE(store_.priorities().empty());
+}
+
 TEST_F(BackupWorkerTest, CountsDownWithinAFile) {
   folder_.write("files/long", std::string(1000000, 'x'));
   std::vector<BackupWorker::Progress> seen;
