@@ -143,7 +143,8 @@ std::string fishScript(const std::vector<CommandWords>& commands) {
   for (const CommandWords& command : commands) {
     std::string condition = command.path.empty() ? "__fish_use_subcommand" : "";
     for (const std::string& word : command.path) {
-      condition += (condition.empty() ? "" : "; and ") + ("__fish_seen_subcommand_from " + word);
+      condition += condition.empty() ? "" : "; and ";
+      condition.append("__fish_seen_subcommand_from ").append(word);
     }
     const std::string line = "complete -c keldanectl -n " + shellQuoted(condition);
     for (const std::string& word : command.words) {
