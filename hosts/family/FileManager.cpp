@@ -7,17 +7,10 @@
 // in the same way.
 #include "Names.h"
 #include "hosts/gtk/GtkHost.h"
-#include "hosts/gtk/MenuIsComing.h"
 
 namespace keldane {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
-using Menu = std::shared_ptr<const OfferedMenu>;
-
-/// Between the event that opens a menu and the last of the questions for its items.
-constexpr auto kComing = std::chrono::seconds(1);
 
 struct Provider {
   GObject parent;
@@ -28,28 +21,13 @@ struct ProviderClass {
 
 GType gProviderTypes[1];
 Provider* gProvider = nullptr;  // the file manager makes one
-Clock::time_point gLastComing;
-
-/// What an item needs when it is chosen; the item holds it.
-struct Choice {
-  Menu menu;
-  std::uint32_t command;
-};
-
-void onActivate(FmMenuItem* /*item*/, gpointer data) {
-  const auto* choice = static_cast<const Choice*>(data);
-  menuService().choose(*choice->menu, choice->command);
-}
-
 FmMenuItem* makeItem(const MenuItem& item, const std::string& name, const Menu& menu) {
   const std::string label = labelFor(item.title);
   FmMenuItem* made = FM(menu_item_new)(name.c_str(), label.c_str(), "", nullptr);
   if (!item.isChoosable() || item.command == 0) {
     g_object_set(made, "sensitive", FALSE, nullptr);
   } else {
-    g_signal_connect_data(
-        made, "activate", G_CALLBACK(onActivate), new Choice{menu, item.command},
-        [](gpointer data, GClosure*) { delete static_cast<Choice*>(data); }, static_cast<GConnectFlags>(0));
+    connectItem(made, menu, item.command);
   }
   return made;
 }
@@ -85,27 +63,15 @@ GList* makeItems(const Menu& menu) {
   return items;
 }
 
-Menu menuToShow(const std::vector<std::string>& paths) {
-  if (Menu known = menuService().rememberedMenuFor(paths)) {
-    return known;
-  }
-  if (Clock::now() - gLastComing > kComing) {
-    return nullptr;  // nobody will see it
-  }
-  Menu menu = menuService().menuFor(paths);
-  return menu ? menu : notRespondingMenu();
-}
-
 GList* fileItems(GList* files) {
   std::vector<GFile*> locations;
   for (GList* file = files; file != nullptr; file = file->next) {
     locations.push_back(FM(file_info_get_location)(FM_FILE_INFO(file->data)));
   }
-  const std::optional<std::vector<std::string>> paths = localPaths(locations);
+  const Menu menu = menuToShow(locations);
   for (GFile* location : locations) {
     g_object_unref(location);
   }
-  const Menu menu = paths ? menuToShow(*paths) : nullptr;
   return menu ? makeItems(menu) : nullptr;
 }
 
@@ -113,22 +79,6 @@ void tellThatItemsChanged() {
   if (gProvider != nullptr) {
     FM(menu_provider_emit_items_updated_signal)(FM_MENU_PROVIDER(gProvider));
   }
-}
-
-void aMenuIsComing() {
-  gLastComing = Clock::now();
-  menuService().forget();
-  tellThatItemsChanged();
-}
-
-// On the plug-in's thread; the window's goes on from there.
-void aMenuCameLate() {
-  g_idle_add(
-      [](gpointer) -> gboolean {
-        tellThatItemsChanged();
-        return G_SOURCE_REMOVE;
-      },
-      nullptr);
 }
 
 void initProvider(GTypeInstance* instance, gpointer /*type*/) {
@@ -144,8 +94,7 @@ void initializeModule(GTypeModule* module) {
   gProviderTypes[0] = g_type_module_register_type(module, G_TYPE_OBJECT, "KeldaneMenuProvider", &info,
                                                   static_cast<GTypeFlags>(0));
   addInterfaces(module, gProviderTypes[0], fileItems);
-  whenAMenuIsComing(aMenuIsComing);
-  menuService().setLateListener(aMenuCameLate);
+  beginHost(tellThatItemsChanged);
 }
 
 void listTypes(const GType** types, int* count) {

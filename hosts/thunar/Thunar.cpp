@@ -13,8 +13,6 @@ namespace keldane {
 
 namespace {
 
-using Menu = std::shared_ptr<const OfferedMenu>;
-
 struct Provider {
   GObject parent;
 };
@@ -24,28 +22,17 @@ struct ProviderClass {
 
 GType gProviderTypes[1];
 
-/// What an item needs when it is chosen; the item holds it.
-struct Choice {
-  Menu menu;
-  std::uint32_t command;
-};
-
-void onActivate(ThunarxMenuItem* /*item*/, gpointer data) {
-  const auto* choice = static_cast<const Choice*>(data);
-  menuService().choose(*choice->menu, choice->command);
-}
-
 ThunarxMenuItem* makeItem(const MenuItem& item, const std::string& name, const Menu& menu) {
   const std::string label = labelFor(item.title);
   ThunarxMenuItem* made = thunarx_menu_item_new(name.c_str(), label.c_str(), "", nullptr);
   if (!item.isChoosable() || item.command == 0) {
     // Thunar heeds this outside submenus only.
     thunarx_menu_item_set_sensitive(made, FALSE);
-    markAsHeading(label.c_str());
+    if (!item.isSeparator()) {
+      markAsHeading(label.c_str());
+    }
   } else {
-    g_signal_connect_data(
-        made, "activate", G_CALLBACK(onActivate), new Choice{menu, item.command},
-        [](gpointer data, GClosure*) { delete static_cast<Choice*>(data); }, static_cast<GConnectFlags>(0));
+    connectItem(made, menu, item.command);
   }
   return made;
 }
@@ -74,16 +61,13 @@ GList* getFileMenuItems(ThunarxMenuProvider* /*provider*/, GtkWidget* /*window*/
   for (GList* file = files; file != nullptr; file = file->next) {
     locations.push_back(thunarx_file_info_get_location(THUNARX_FILE_INFO(file->data)));
   }
-  const std::optional<std::vector<std::string>> paths = localPaths(locations);
+  const Menu menu = menuToShow(locations);
   for (GFile* location : locations) {
     g_object_unref(location);
   }
-  if (!paths) {
+  if (!menu) {
     return nullptr;
   }
-  menuService().forget();
-  Menu menu = menuService().menuFor(*paths);
-  menu = menu ? menu : notRespondingMenu();
   GList* items = nullptr;
   for (std::size_t i = menu->items.size(); i-- > 0;) {
     items = g_list_prepend(items, makeTop(menu->items[i], "Keldane::" + std::to_string(i), menu));
@@ -109,6 +93,7 @@ G_MODULE_EXPORT void thunar_extension_initialize(ThunarxProviderPlugin* plugin) 
                                 nullptr, nullptr};
   thunarx_provider_plugin_add_interface(plugin, gProviderTypes[0], THUNARX_TYPE_MENU_PROVIDER, &menus);
   touchUpMenus();
+  beginHost(nullptr);
 }
 G_MODULE_EXPORT void thunar_extension_shutdown() {}
 G_MODULE_EXPORT void thunar_extension_list_types(const GType** types, int* count) {

@@ -1,0 +1,210 @@
+"""A desktop of the tests' own: an X server without a screen, a session bus, a window manager, and the accessibility bus
+through which the windows are read and worked."""
+
+import atexit
+import os
+import shutil
+import signal
+import subprocess
+import tempfile
+import time
+
+PATIENCE = 30
+
+_place = tempfile.mkdtemp(prefix="keldane-desktop-")
+_processes = []
+
+
+def _end():
+    for process in reversed(_processes):
+        if process.poll() is None:
+            process.terminate()
+    for process in reversed(_processes):
+        try:
+            process.wait(5)
+        except subprocess.TimeoutExpired:
+            process.kill()
+            process.wait()
+    shutil.rmtree(_place, ignore_errors=True)
+
+
+atexit.register(_end)
+
+
+def _start(*command, **options):
+    process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=options.pop("stdout", subprocess.DEVNULL),
+                               stderr=subprocess.DEVNULL, **options)
+    _processes.append(process)
+    return process
+
+
+def _begin():
+    """Starts all of it and points this process's environment at it, before anything looks there."""
+    reading, writing = os.pipe()
+    _start("Xvfb", "-displayfd", str(writing), "-screen", "0", "1024x768x24", "-nolisten", "tcp", pass_fds=[writing])
+    os.close(writing)
+    with os.fdopen(reading) as stream:
+        display = stream.readline().strip()
+    folders = {name: os.path.join(_place, name) for name in ("home", "config", "data", "cache", "run")}
+    for folder in folders.values():
+        os.mkdir(folder, 0o700)
+    os.environ.update(
+        DISPLAY=":" + display, HOME=folders["home"], XDG_CONFIG_HOME=folders["config"], XDG_DATA_HOME=folders["data"],
+        XDG_CACHE_HOME=folders["cache"], XDG_RUNTIME_DIR=folders["run"], LC_ALL="C.UTF-8", GDK_BACKEND="x11",
+        GSK_RENDERER="cairo", LIBGL_ALWAYS_SOFTWARE="1", GSETTINGS_BACKEND="keyfile", GTK_MODULES="gail:atk-bridge",
+        NO_AT_BRIDGE="0", GTK_A11Y="atspi", QT_ACCESSIBILITY="1", QT_LINUX_ACCESSIBILITY_ALWAYS_ON="1",
+        QT_QPA_PLATFORM="xcb", GVFS_DISABLE_FUSE="1")
+    for name in ("WAYLAND_DISPLAY", "NO_COLOR"):
+        os.environ.pop(name, None)
+    bus = _start("dbus-daemon", "--session", "--nofork", "--print-address=1", stdout=subprocess.PIPE)
+    os.environ["DBUS_SESSION_BUS_ADDRESS"] = bus.stdout.readline().decode().strip()
+    # A desktop program that asks the system's bus for services waits long where there is none.
+    os.environ["DBUS_SYSTEM_BUS_ADDRESS"] = os.environ["DBUS_SESSION_BUS_ADDRESS"]
+    subprocess.run(["gsettings", "set", "org.gnome.desktop.interface", "toolkit-accessibility", "true"], check=True,
+                   capture_output=True)
+    _start("/usr/libexec/at-spi-bus-launcher", "--launch-immediately")
+    _start("openbox")
+
+
+_begin()
+
+import gi  # noqa: E402  after the environment is as it is to be
+gi.require_version("Atspi", "2.0")
+from gi.repository import Atspi  # noqa: E402
+
+
+def eventually(condition, what, patience=PATIENCE):
+    """What the condition answers, once that is true."""
+    end = time.monotonic() + patience
+    while True:
+        answer = condition()
+        if answer:
+            return answer
+        if time.monotonic() > end:
+            raise AssertionError(f"{what} did not come about")
+        time.sleep(0.05)
+
+
+def walk(node, depth=0):
+    """A node of the accessibility tree and all below; what goes away meanwhile is passed over."""
+    if node is None or depth > 40:
+        return
+    yield node
+    try:
+        count = min(node.get_child_count(), 3000)
+    except gi.repository.GLib.Error:
+        return
+    for i in range(count):
+        try:
+            child = node.get_child_at_index(i)
+        except gi.repository.GLib.Error:
+            continue
+        yield from walk(child, depth + 1)
+
+
+def has_state(node, state):
+    try:
+        return node.get_state_set().contains(state)
+    except gi.repository.GLib.Error:
+        return False
+
+
+def find_now(root, name=None, role=None, showing=True):
+    for node in walk(root):
+        try:
+            if name is not None and node.get_name() != name:
+                continue
+            if role is not None and node.get_role_name() != role:
+                continue
+        except gi.repository.GLib.Error:
+            continue
+        if not showing or has_state(node, Atspi.StateType.SHOWING):
+            return node
+    return None
+
+
+def find(root, name=None, role=None, showing=True, patience=PATIENCE):
+    return eventually(lambda: find_now(root, name, role, showing), f"{role or 'anything'} named {name!r}", patience)
+
+
+def application(name):
+    def look():
+        desktop = Atspi.get_desktop(0)
+        for i in range(desktop.get_child_count()):
+            child = desktop.get_child_at_index(i)
+            if child is not None and name in (child.get_name() or "").lower():
+                return child
+        return None
+    return eventually(look, f"the application {name}")
+
+
+def dump(root):
+    lines = []
+    for node in walk(root):
+        try:
+            lines.append(f"{node.get_role_name()} {node.get_name()!r}")
+        except gi.repository.GLib.Error:
+            pass
+    return "\n".join(lines)
+
+
+def middle(node):
+    extents = node.get_extents(Atspi.CoordType.SCREEN)
+    return extents.x + min(extents.width // 2, 60), extents.y + extents.height // 2
+
+
+def xdotool(*words):
+    subprocess.run(["xdotool", *map(str, words)], check=True, capture_output=True)
+
+
+def click(node, button=1, held=None):
+    x, y = middle(node)
+    xdotool("mousemove", x, y)
+    if held:
+        xdotool("keydown", held)
+    xdotool("click", button)
+    if held:
+        xdotool("keyup", held)
+
+
+def press(*keys):
+    xdotool("key", *keys)
+
+
+def act(node):
+    """The first of a node's own actions."""
+    node.get_action_iface().do_action(0)
+
+
+def screenshot(path):
+    subprocess.run(["import", "-window", "root", path], check=True, capture_output=True)
+
+
+class Program:
+    """A program on this desktop, with its output in a file."""
+
+    def __init__(self, *command, **environment):
+        self.log = tempfile.NamedTemporaryFile(dir=_place, prefix=os.path.basename(command[0]), delete=False)
+        self.process = subprocess.Popen(command, env={**os.environ, **environment}, stdin=subprocess.DEVNULL,
+                                        stdout=self.log, stderr=self.log, start_new_session=True)
+
+    def output(self):
+        with open(self.log.name, encoding="utf-8", errors="replace") as stream:
+            return stream.read()
+
+    def is_running(self):
+        return self.process.poll() is None
+
+    def end(self):
+        """With what it has started itself."""
+        for number in (signal.SIGTERM, signal.SIGKILL):
+            try:
+                os.killpg(self.process.pid, number)
+            except ProcessLookupError:
+                pass
+            try:
+                self.process.wait(5)
+                break
+            except subprocess.TimeoutExpired:
+                continue
+        self.log.close()
