@@ -1,0 +1,190 @@
+"""How each of the five file managers is started and worked."""
+
+import os
+import pathlib
+import subprocess
+import time
+
+import desktop
+from desktop import Atspi, click, find, find_now, has_state, press, walk
+
+BUILD = os.environ["KELDANE_BUILD"]
+TITLE, NOT_RESPONDING = "Keldane", "Keldane is not responding"
+
+
+def set_option(schema, key, value):
+    subprocess.run(["gsettings", "set", schema, key, value], check=True, capture_output=True)
+
+
+class FileManager:
+    """One window on one folder. The usual way: files are cells, which the mouse works."""
+
+    name = None
+    place = None  # where the system's copy looks for extensions; None when a variable says where
+    file_roles = ("table cell",)
+    has_separators = True
+
+    def __init__(self, folder, **environment):
+        self.folder = folder
+        self.program = desktop.Program(*self.command(), **environment)
+        self.application = desktop.application(self.name)
+
+    @classmethod
+    def extension(cls):
+        return os.path.join(BUILD, "hosts", cls.name, f"libkeldane-{cls.name}.so")
+
+    @classmethod
+    def prepare(cls):
+        """Puts the extension where the file manager looks; answers how to take it away again."""
+        link = pathlib.Path(cls.place) / f"libkeldane-{cls.name}.so"
+        if link.is_symlink():
+            link.unlink()
+        link.symlink_to(cls.extension())
+        return link.unlink
+
+    def command(self):
+        return [self.name, self.folder]
+
+    def cell(self, name):
+        def settled():
+            for role in self.file_roles:
+                node = find_now(self.application, name, role)
+                if node is not None:
+                    before = desktop.middle(node)
+                    time.sleep(0.1)
+                    return node if desktop.middle(node) == before else None
+            return None
+        return desktop.eventually(settled, f"the file {name!r}")
+
+    def select(self, *names):
+        click(self.cell(names[0]))
+        for name in names[1:]:
+            click(self.cell(name), held="ctrl")
+        self.last = names[-1]
+
+    def select_all(self, one):
+        click(self.cell(one))
+        press("ctrl+a")
+        self.last = one
+
+    def open_menu(self):
+        click(self.cell(self.last), 3)
+
+    def top(self, patience=desktop.PATIENCE):
+        return find(self.application, TITLE, patience=patience)
+
+    def is_open(self):
+        """Whether the file manager's own menu is there."""
+        return find_now(self.application, "Properties") or find_now(self.application, "Properties…") or \
+            find_now(self.application, "Properties...")
+
+    def entries(self):
+        """Names of the submenu's entries, each with whether it can be chosen; "-" is a separator."""
+        top = self.top()
+        click(top)
+        find(top, "Open Keldane Preferences…", patience=desktop.PATIENCE)
+        return [(node.get_name() or "-", has_state(node, Atspi.StateType.SENSITIVE)) for node in walk(top)
+                if node != top and (node.get_name() or node.get_role_name() == "separator")
+                and has_state(node, Atspi.StateType.SHOWING)]
+
+    def choose(self, title):
+        click(find(self.top(), title))
+
+    def close_menu(self):
+        press("Escape")
+        press("Escape")
+
+    def end(self):
+        self.program.end()
+
+
+class Thunar(FileManager):
+    name = "thunar"
+    place = f"/usr/lib/{os.uname().machine}-linux-gnu/thunarx-3"
+
+    @classmethod
+    def prepare(cls):
+        for key in ("default-view", "last-view"):
+            subprocess.run(["xfconf-query", "-c", "thunar", "-p", "/" + key, "-n", "-t", "string", "-s",
+                            "ThunarDetailsView"], check=True, capture_output=True)
+        return super().prepare()
+
+
+class Caja(FileManager):
+    name = "caja"
+
+    @classmethod
+    def prepare(cls):
+        set_option("org.mate.caja.preferences", "default-folder-viewer", "list-view")
+        os.environ["CAJA_EXTENSION_DIRS"] = os.path.dirname(cls.extension())
+        return lambda: os.environ.pop("CAJA_EXTENSION_DIRS")
+
+    def command(self):
+        return ["caja", "--no-desktop", "--browser", self.folder]
+
+
+class Nemo(FileManager):
+    name = "nemo"
+    place = f"/usr/lib/{os.uname().machine}-linux-gnu/nemo/extensions-3.0"
+
+    @classmethod
+    def prepare(cls):
+        set_option("org.nemo.preferences", "default-folder-viewer", "list-view")
+        return super().prepare()
+
+
+class Nautilus(FileManager):
+    """Its accessible widgets have neither places nor a word on whether they show, but actions."""
+
+    name = "nautilus"
+    place = f"/usr/lib/{os.uname().machine}-linux-gnu/nautilus/extensions-4"
+    has_separators = False
+
+    def command(self):
+        return ["nautilus", self.folder]
+
+    def __init__(self, folder, **environment):
+        super().__init__(folder, **environment)
+        find(self.application, showing=False, role="table cell")
+        time.sleep(1)  # nothing tells when the window takes keys
+
+    def select(self, *names):
+        paths = [os.path.join(self.folder, name) for name in names]
+        self.program.end()
+        self.program = desktop.Program("nautilus", "--select", *paths)
+        self.application = desktop.application(self.name)
+        find(self.application, showing=False, role="table cell")
+        time.sleep(1)
+
+    def select_all(self, one):
+        press("ctrl+a")
+
+    def open_menu(self):
+        press("shift+F10")
+
+    def top(self, patience=desktop.PATIENCE):
+        return find(self.application, TITLE, showing=False, patience=patience)
+
+    def is_open(self):
+        return find_now(self.application, "Properties", showing=False)
+
+    def entries(self):
+        desktop.act(self.top())
+        around = find(self.application, "Open Keldane Preferences…", showing=False).get_parent()
+        return [(node.get_name(), has_state(node, Atspi.StateType.SENSITIVE)) for node in walk(around)
+                if node.get_role_name() == "menu item"]
+
+    def choose(self, title):
+        desktop.act(find(self.application, title, showing=False))
+
+
+class Dolphin(FileManager):
+    name = "dolphin"
+
+    @classmethod
+    def prepare(cls):
+        os.environ["QT_PLUGIN_PATH"] = os.path.join(BUILD, "hosts", "dolphin")
+        return lambda: os.environ.pop("QT_PLUGIN_PATH")
+
+
+ALL = {each.name: each for each in (Thunar, Caja, Nemo, Nautilus, Dolphin)}
