@@ -57,12 +57,21 @@ def _begin():
     for name in ("WAYLAND_DISPLAY", "NO_COLOR"):
         os.environ.pop(name, None)
     bus = _start("dbus-daemon", "--session", "--nofork", "--print-address=1", stdout=subprocess.PIPE)
-    os.environ["DBUS_SESSION_BUS_ADDRESS"] = bus.stdout.readline().decode().strip()
+    with bus.stdout as stream:
+        os.environ["DBUS_SESSION_BUS_ADDRESS"] = stream.readline().decode().strip()
     # A desktop program that asks the system's bus for services waits long where there is none.
     os.environ["DBUS_SYSTEM_BUS_ADDRESS"] = os.environ["DBUS_SESSION_BUS_ADDRESS"]
     subprocess.run(["gsettings", "set", "org.gnome.desktop.interface", "toolkit-accessibility", "true"], check=True,
                    capture_output=True)
     _start("/usr/libexec/at-spi-bus-launcher", "--launch-immediately")
+    # Qt programs look at their start whether anybody reads the screen, and not again.
+    end = time.monotonic() + PATIENCE
+    while subprocess.run(["gdbus", "call", "--session", "--dest", "org.a11y.Bus", "--object-path", "/org/a11y/bus",
+                          "--method", "org.freedesktop.DBus.Properties.Set", "org.a11y.Status", "IsEnabled", "<true>"],
+                         capture_output=True, check=False).returncode != 0:
+        if time.monotonic() > end:
+            raise AssertionError("the accessibility bus did not come about")
+        time.sleep(0.05)
     _start("openbox")
 
 
