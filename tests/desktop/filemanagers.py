@@ -12,6 +12,16 @@ BUILD = os.environ["KELDANE_BUILD"]
 TITLE, NOT_RESPONDING = "Keldane", "Keldane is not responding"
 
 
+def give_focus(name):
+    """A window that was opened by a program that has one already does not get it by itself."""
+    def try_it():
+        found = subprocess.run(["xdotool", "search", "--onlyvisible", "--class", name], capture_output=True,
+                               check=False).stdout.split()
+        return found and subprocess.run(["xdotool", "windowactivate", "--sync", found[-1]], capture_output=True,
+                                        check=False).returncode == 0
+    desktop.eventually(try_it, f"the window of {name}")
+
+
 def set_option(schema, key, value):
     subprocess.run(["gsettings", "set", schema, key, value], check=True, capture_output=True)
 
@@ -23,9 +33,12 @@ class FileManager:
     place = None  # where the system's copy looks for extensions; None when a variable says where
     file_roles = ("table cell",)
     has_separators = True
+    names_what_cannot_be_chosen = True
+    label_above_end = None  # where a cell is to be clicked, if not in its middle
 
     def __init__(self, folder, **environment):
         self.folder = folder
+        self.environment = environment
         self.program = desktop.Program(*self.command(), **environment)
         self.application = desktop.application(self.name)
 
@@ -56,19 +69,22 @@ class FileManager:
             return None
         return desktop.eventually(settled, f"the file {name!r}")
 
+    def click_cell(self, name, **how):
+        click(self.cell(name), above_end=self.label_above_end, **how)
+
     def select(self, *names):
-        click(self.cell(names[0]))
+        self.click_cell(names[0])
         for name in names[1:]:
-            click(self.cell(name), held="ctrl")
+            self.click_cell(name, held="ctrl")
         self.last = names[-1]
 
     def select_all(self, one):
-        click(self.cell(one))
+        self.click_cell(one)
         press("ctrl+a")
         self.last = one
 
     def open_menu(self):
-        click(self.cell(self.last), 3)
+        self.click_cell(self.last, button=3)
 
     def top(self, patience=desktop.PATIENCE):
         return find(self.application, TITLE, patience=patience)
@@ -78,11 +94,15 @@ class FileManager:
         return find_now(self.application, "Properties") or find_now(self.application, "Properties…") or \
             find_now(self.application, "Properties...")
 
+    def is_in_menu(self, name):
+        return find_now(self.application, name) is not None
+
     def entries(self):
         """Names of the submenu's entries, each with whether it can be chosen; "-" is a separator."""
         top = self.top()
         click(top)
-        find(top, "Open Keldane Preferences…", patience=desktop.PATIENCE)
+        desktop.eventually(lambda: [node for node in walk(top) if node != top and node.get_name()
+                                    and has_state(node, Atspi.StateType.SHOWING)], "the submenu")
         return [(node.get_name() or "-", has_state(node, Atspi.StateType.SENSITIVE)) for node in walk(top)
                 if node != top and (node.get_name() or node.get_role_name() == "separator")
                 and has_state(node, Atspi.StateType.SHOWING)]
@@ -139,24 +159,26 @@ class Nautilus(FileManager):
     name = "nautilus"
     place = f"/usr/lib/{os.uname().machine}-linux-gnu/nautilus/extensions-4"
     has_separators = False
-
-    def command(self):
-        return ["nautilus", self.folder]
+    landmark = "Back This Up"  # an entry by which the submenu is found
 
     def __init__(self, folder, **environment):
         super().__init__(folder, **environment)
+        self.wait()
+
+    def wait(self):
         find(self.application, showing=False, role="table cell")
+        give_focus(self.name)
         time.sleep(1)  # nothing tells when the window takes keys
 
     def select(self, *names):
         paths = [os.path.join(self.folder, name) for name in names]
         self.program.end()
-        self.program = desktop.Program("nautilus", "--select", *paths)
+        self.program = desktop.Program("nautilus", "--select", *paths, **self.environment)
         self.application = desktop.application(self.name)
-        find(self.application, showing=False, role="table cell")
-        time.sleep(1)
+        self.wait()
 
     def select_all(self, one):
+        self.select(one)  # without a selection the files have no focus
         press("ctrl+a")
 
     def open_menu(self):
@@ -168,9 +190,12 @@ class Nautilus(FileManager):
     def is_open(self):
         return find_now(self.application, "Properties", showing=False)
 
+    def is_in_menu(self, name):
+        return find_now(self.application, name, showing=False) is not None
+
     def entries(self):
         desktop.act(self.top())
-        around = find(self.application, "Open Keldane Preferences…", showing=False).get_parent()
+        around = find(self.application, self.landmark, showing=False).get_parent()
         return [(node.get_name(), has_state(node, Atspi.StateType.SENSITIVE)) for node in walk(around)
                 if node.get_role_name() == "menu item"]
 
@@ -179,12 +204,63 @@ class Nautilus(FileManager):
 
 
 class Dolphin(FileManager):
+    """Its context menus stand in no window's accessible tree. They are worked by keys, and read by what gets the
+    focus on the way, which leaves out what cannot be chosen."""
+
     name = "dolphin"
+    has_separators = False
+    names_what_cannot_be_chosen = False
+    label_above_end = 12  # between icon and label there is nothing to hit
 
     @classmethod
     def prepare(cls):
         os.environ["QT_PLUGIN_PATH"] = os.path.join(BUILD, "hosts", "dolphin")
         return lambda: os.environ.pop("QT_PLUGIN_PATH")
+
+    def open_menu(self):
+        super().open_menu()
+        self.focused = desktop.FocusedNames()
+        desktop.eventually(lambda: self.key("Down"), "the menu")
+
+    def key(self, key):
+        """What has the focus after a key; the last word counts, a submenu's entry after its title."""
+        press(key)
+        name = self.focused.next()
+        while (more := self.focused.next(0.2)) is not None:
+            name = more
+        return name
+
+    def top(self, patience=desktop.PATIENCE):
+        return desktop.eventually(self.enter_submenu, f"the entry {TITLE}", patience)
+
+    def enter_submenu(self):
+        """The first choosable entry, if the menu has our title."""
+        self.focused.names.clear()
+        press("k")
+        names = []
+        while (name := self.focused.next(1)) is not None:
+            names.append(name)
+        return names[-1] if TITLE in names else None
+
+    def is_open(self):
+        return self.key("Down")
+
+    def is_in_menu(self, name):
+        return name == TITLE and self.enter_submenu() is not None
+
+    def entries(self):
+        names = [self.top()]
+        while (name := self.key("Down")) not in names:
+            names.append(name)
+        return [(name, True) for name in names]
+
+    def choose(self, title):
+        desktop.eventually(lambda: self.key("Down") == title, f"the entry {title}")
+        press("Return")
+
+    def close_menu(self):
+        super().close_menu()
+        press("Escape")
 
 
 ALL = {each.name: each for each in (Thunar, Caja, Nemo, Nautilus, Dolphin)}
