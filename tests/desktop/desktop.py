@@ -9,7 +9,7 @@ import subprocess
 import tempfile
 import time
 
-PATIENCE = 15
+PATIENCE = 30  # what a busy machine may need; nothing waits longer than until what it waits for is there
 
 _place = tempfile.mkdtemp(prefix="keldane-desktop-")
 _processes = []
@@ -41,7 +41,7 @@ def _start(*command, **options):
 def _begin():
     """Starts all of it and points this process's environment at it, before anything looks there."""
     reading, writing = os.pipe()
-    _start("Xvfb", "-displayfd", str(writing), "-screen", "0", "1024x768x24", "-nolisten", "tcp", pass_fds=[writing])
+    _start("Xvfb", "-displayfd", str(writing), "-screen", "0", "1280x1024x24", "-nolisten", "tcp", pass_fds=[writing])
     os.close(writing)
     with os.fdopen(reading) as stream:
         display = stream.readline().strip()
@@ -82,14 +82,16 @@ Atspi.get_desktop(0).get_child_count()
 
 
 def eventually(condition, what, patience=PATIENCE):
-    """What the condition answers, once that is true."""
+    """The condition's first true answer. What has gone while it was looked at counts as not there."""
     end = time.monotonic() + patience
     while True:
-        answer = condition()
-        if answer:
-            return answer
+        try:
+            if answer := condition():
+                return answer
+        except GLib.Error:
+            pass
         if time.monotonic() > end:
-            raise AssertionError(f"{what} did not come about")
+            raise AssertionError(f"{what() if callable(what) else what} did not come about")
         time.sleep(0.05)
 
 
@@ -117,33 +119,32 @@ def has_state(node, state):
         return False
 
 
+def is_on(node, state):
+    """Whether a state by its name, such as "checked", "indeterminate" or "sensitive", is on now."""
+    node.clear_cache()
+    return has_state(node, getattr(Atspi.StateType, state.upper()))
+
+
+def matches(node, name=None, role=None, showing=True):
+    """`name` may be a compiled pattern."""
+    try:
+        actual = node.get_name() or ""
+        if name is not None and not (name.search(actual) if hasattr(name, "search") else actual == name):
+            return False
+        if role is not None and node.get_role_name() != role:
+            return False
+    except GLib.Error:
+        return False
+    return not showing or has_state(node, Atspi.StateType.SHOWING)
+
+
 def find_now(root, name=None, role=None, showing=True):
-    for node in walk(root):
-        try:
-            if name is not None and node.get_name() != name:
-                continue
-            if role is not None and node.get_role_name() != role:
-                continue
-        except GLib.Error:
-            continue
-        if not showing or has_state(node, Atspi.StateType.SHOWING):
-            return node
-    return None
+    return next((node for node in walk(root) if matches(node, name, role, showing)), None)
 
 
 def find(root, name=None, role=None, showing=True, patience=PATIENCE):
-    return eventually(lambda: find_now(root, name, role, showing), f"{role or 'anything'} named {name!r}", patience)
-
-
-def application(name):
-    def look():
-        desktop = Atspi.get_desktop(0)
-        for i in range(desktop.get_child_count()):
-            child = desktop.get_child_at_index(i)
-            if child is not None and name in (child.get_name() or "").lower():
-                return child
-        return None
-    return eventually(look, f"the application {name}")
+    return eventually(lambda: find_now(root, name, role, showing),
+                      lambda: f"{role or 'anything'} named {name!r} in\n{dump(root)}", patience)
 
 
 def dump(root):
@@ -183,9 +184,22 @@ def press(*keys):
     xdotool("key", *keys)
 
 
-def act(node):
-    """The first of a node's own actions."""
-    node.get_action_iface().do_action(0)
+def act(node, action=None):
+    """Does a node's own action of this name, or its first."""
+    names = [Atspi.Action.get_action_name(node, i) for i in range(Atspi.Action.get_n_actions(node))]
+    assert Atspi.Action.do_action(node, 0 if action is None else names.index(action)), node.get_name()
+
+
+def value_of(node):
+    return Atspi.Value.get_current_value(node)
+
+
+def set_value(node, value):
+    assert Atspi.Value.set_current_value(node, value)
+
+
+def set_text(node, text):
+    assert Atspi.EditableText.set_text_contents(node, text)
 
 
 class FocusedNames:
@@ -223,6 +237,7 @@ class Program:
         self.log = tempfile.NamedTemporaryFile(dir=_place, prefix=os.path.basename(command[0]), delete=False)
         self.process = subprocess.Popen(command, env={**os.environ, **environment}, stdin=subprocess.DEVNULL,
                                         stdout=self.log, stderr=self.log, start_new_session=True)
+        self._application = None
 
     def output(self):
         with open(self.log.name, encoding="utf-8", errors="replace") as stream:
@@ -231,8 +246,38 @@ class Program:
     def is_running(self):
         return self.process.poll() is None
 
+    def application(self):
+        """Its root on the accessibility bus, once it is there."""
+        if self._application is None:
+            self._application = eventually(self._find_application, f"{self.process.args[0]} on the accessibility bus")
+        return self._application
+
+    def _find_application(self):
+        if not self.is_running():
+            raise AssertionError(f"{self.process.args[0]} ended: {self.output()}")
+        desktop = Atspi.get_desktop(0)
+        for i in range(desktop.get_child_count()):
+            child = desktop.get_child_at_index(i)
+            if child is not None and child.get_process_id() == self.process.pid:
+                return child
+        return None
+
+    def all(self, role=None, name=None):
+        """What is showing, in its order."""
+        return [node for node in walk(self.application()) if matches(node, name, role)]
+
+    def find(self, role=None, name=None):
+        return find(self.application(), name, role)
+
+    def shows(self, name):
+        """Waits for a text."""
+        return self.find(name=name)
+
+    def dump(self):
+        return dump(self.application())
+
     def end(self):
-        """With what it has started itself."""
+        """As a user's session would, with all that it has started itself; answers its exit status."""
         for number in (signal.SIGTERM, signal.SIGKILL):
             try:
                 os.killpg(self.process.pid, number)
@@ -244,3 +289,4 @@ class Program:
             except subprocess.TimeoutExpired:
                 continue
         self.log.close()
+        return self.process.returncode

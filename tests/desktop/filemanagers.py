@@ -40,7 +40,7 @@ class FileManager:
         self.folder = folder
         self.environment = environment
         self.program = desktop.Program(*self.command(), **environment)
-        self.application = desktop.application(self.name)
+        self.application = self.program.application()
 
     @classmethod
     def extension(cls):
@@ -174,7 +174,7 @@ class Nautilus(FileManager):
         paths = [os.path.join(self.folder, name) for name in names]
         self.program.end()
         self.program = desktop.Program("nautilus", "--select", *paths, **self.environment)
-        self.application = desktop.application(self.name)
+        self.application = self.program.application()
         self.wait()
 
     def select_all(self, one):
