@@ -10,7 +10,7 @@ import sys
 import time
 
 # What a busy machine may need; nothing waits longer than until what it waits for is there.
-PATIENCE = 60
+PATIENCE = 20
 
 
 class Desktop:

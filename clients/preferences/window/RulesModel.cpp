@@ -69,7 +69,9 @@ void RulesModel::fill(const Iterator& row, const RuleRow& rule) {
   const bool wasFolder = (*row)[columns_.icon] == Glib::ustring("folder");
   (*row)[columns_.path] = rule.path;
   (*row)[columns_.name] = store_->iter_depth(row) == 0 ? printable(rule.path) : rule.name;
-  (*row)[columns_.state] = rule.state;
+  // In words too, because not everybody sees how a box is drawn.
+  (*row)[columns_.state] =
+      rule.checked && rule.partly ? filled(tr("%s, not all of it"), rule.state) : rule.state;
   (*row)[columns_.size] = rule.size;
   (*row)[columns_.date] = rule.date;
   (*row)[columns_.icon] = icon;

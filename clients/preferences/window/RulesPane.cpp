@@ -38,6 +38,8 @@ RulesPane::RulesPane(Wishes wishes)
     wishes_.close((*row)[model_.columns().path]);
     model_.forget(row);
   });
+  view_.signal_row_activated().connect(
+      [this](const Gtk::TreeModel::Path& row, Gtk::TreeViewColumn* column) { activated(row, *column); });
   another_.signal_clicked().connect([this] { chooseFolder(); });
 }
 
@@ -49,25 +51,28 @@ void RulesPane::setTop(const TopRow& top) {
 }
 
 void RulesPane::addColumns() {
-  auto* const name = Gtk::make_managed<Gtk::TreeViewColumn>(tr("Name"));
+  const RulesModel::Columns& columns = model_.columns();
   auto* const box = Gtk::make_managed<Gtk::CellRendererToggle>();
+  boxes_.set_title(tr("Back Up"));
+  boxes_.pack_start(*box, false);
+  boxes_.add_attribute(box->property_active(), columns.checked);
+  boxes_.add_attribute(box->property_inconsistent(), columns.partly);
+  boxes_.add_attribute(box->property_activatable(), columns.enabled);
+  boxes_.add_attribute(box->property_sensitive(), columns.enabled);
+  boxes_.add_attribute(box->property_visible(), columns.isRule);
+  box->signal_toggled().connect([this](const Glib::ustring& row) { tick(Gtk::TreeModel::Path(row)); });
+  view_.append_column(boxes_);
+
+  auto* const name = Gtk::make_managed<Gtk::TreeViewColumn>(tr("Name"));
   auto* const icon = Gtk::make_managed<Gtk::CellRendererPixbuf>();
   auto* const text = Gtk::make_managed<Gtk::CellRendererText>();
-  name->pack_start(*box, false);
   name->pack_start(*icon, false);
   name->pack_start(*text, true);
-  const RulesModel::Columns& columns = model_.columns();
-  name->add_attribute(box->property_active(), columns.checked);
-  name->add_attribute(box->property_inconsistent(), columns.partly);
-  name->add_attribute(box->property_activatable(), columns.enabled);
-  name->add_attribute(box->property_sensitive(), columns.enabled);
-  name->add_attribute(box->property_visible(), columns.isRule);
   name->add_attribute(icon->property_icon_name(), columns.icon);
   name->add_attribute(icon->property_visible(), columns.isRule);
   name->add_attribute(text->property_text(), columns.name);
   text->property_single_paragraph_mode() = true;
   text->property_ellipsize() = Pango::ELLIPSIZE_MIDDLE;
-  box->signal_toggled().connect([this](const Glib::ustring& row) { ticked(row); });
   name->set_expand(true);
   name->set_resizable(true);
   view_.append_column(*name);
@@ -88,9 +93,19 @@ void RulesPane::addText(const char* title, const Gtk::TreeModelColumn<Glib::ustr
   view_.append_column(*shown);
 }
 
-// A box that is ticked partly hangs on the rule of its own as any other does, so that decides what a tick
-// means.
-void RulesPane::ticked(const Glib::ustring& row) {
+// What works a box without a mouse activates its row instead.
+void RulesPane::activated(const Gtk::TreeModel::Path& row, const Gtk::TreeViewColumn& column) {
+  if (&column == &boxes_) {
+    tick(row);
+  } else if (view_.row_expanded(row)) {
+    view_.collapse_row(row);
+  } else {
+    view_.expand_row(row, false);
+  }
+}
+
+// Whether a folder is ticked partly says nothing of its own rule, which is what a tick changes.
+void RulesPane::tick(const Gtk::TreeModel::Path& row) {
   const RulesModel::Iterator found = model_.store()->get_iter(row);
   if (found && (*found)[model_.columns().enabled]) {
     wishes_.setIncluded((*found)[model_.columns().path], !(*found)[model_.columns().checked]);

@@ -33,7 +33,8 @@ class RulesPane : public Gtk::Box {
  private:
   void addColumns();
   void addText(const char* title, const Gtk::TreeModelColumn<Glib::ustring>& column, float alignment);
-  void ticked(const Glib::ustring& row);
+  void activated(const Gtk::TreeModel::Path& row, const Gtk::TreeViewColumn& column);
+  void tick(const Gtk::TreeModel::Path& row);
   void chooseFolder();
 
   const Wishes wishes_;
@@ -43,6 +44,7 @@ class RulesPane : public Gtk::Box {
   Gtk::Button another_;
   Gtk::ScrolledWindow scroller_;
   Gtk::TreeView view_;
+  Gtk::TreeViewColumn boxes_;
   std::unique_ptr<Gtk::FileChooserDialog> chooser_;
 };
 
