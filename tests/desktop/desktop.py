@@ -10,7 +10,7 @@ import sys
 import time
 
 # What a busy machine may need; nothing waits longer than until what it waits for is there.
-PATIENCE = 20
+PATIENCE = 60
 
 
 class Desktop:
@@ -190,3 +190,7 @@ def value_of(element):
 
 def set_value(element, value):
     assert element.set_current_value(value)
+
+
+def set_text(element, text):
+    assert element.set_text_contents(text)
