@@ -130,6 +130,16 @@ class WithTheDaemon(PreferencesCase):
         self.shows("Nothing is waiting to be backed up.")
         self.assertEqual(value_of(self.program.find("progress bar", "Progress of the backup")), 1)
 
+    def test_a_large_file_has_a_rate_and_a_time_left(self):
+        large = self.file("home/large")
+        os.truncate(large, 8 << 30)
+        self.open()
+        self.row("large")
+        self.tick("large")
+        self.program.find("label", re.compile(r"\A1 file, \S+ GiB to go; \S+ [KMG]iB/s, .+ left\Z"))
+        self.shows(large)
+        self.assertLess(value_of(self.program.find("progress bar", "Progress of the backup")), 1)
+
     def test_pause_and_resume(self):
         self.open()
         self.shows("Up to date")
@@ -325,7 +335,7 @@ class WithoutADaemon(PreferencesCase):
         self.assertEqual(self.program.process.wait(PATIENCE), 0)
 
     def test_german(self):
-        self.open(LANGUAGE="de")
+        self.open(LC_ALL="de_DE.UTF-8")
         self.shows("Der Sicherungsdienst ist nicht da; es wird auf ihn gewartet.")
         self.shows("Anderen Ordner öffnen …")
         help_text = subprocess.run([PREFERENCES, "--help"], env={**self.environment, "LANGUAGE": "de"}, check=True,

@@ -40,7 +40,6 @@ class PreferencesWindow : public Gtk::ApplicationWindow {
   DaemonThread daemon_;
   std::optional<StatusSnapshot> status_;
   bool answers_ = true;
-  bool opened_ = false;
   sigc::connection watch_;
   Gtk::Box content_;
   Gtk::InfoBar refusal_;

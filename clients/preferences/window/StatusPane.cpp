@@ -145,9 +145,9 @@ void StatusPane::showAccount(const StatusSnapshot& snapshot) {
   const auto text = [&](const std::string& value) {
     return value.empty() ? "–" : snapshot.connected ? value : filled(tr("%s (remembered)"), value);
   };
-  account_.set_text(text(snapshot.userEmail));
-  server_.set_text(text(snapshot.serverURL));
-  computer_.set_text(text(snapshot.computerNumber));
+  account_.set_text(text(snapshot.account.userEmail));
+  server_.set_text(text(snapshot.account.serverURL));
+  computer_.set_text(text(snapshot.account.computerNumber));
 }
 
 void StatusPane::showQuota(const StatusSnapshot& snapshot) {

@@ -1,9 +1,13 @@
 #include "clients/preferences/window/Translation.h"
 
+#include <gtk/gtk.h>
 #include <libintl.h>
 
 #include <clocale>
+#include <cstdlib>
 #include <filesystem>
+
+#include "platform/bundle/Languages.h"
 
 namespace keldane {
 
@@ -14,9 +18,16 @@ constexpr char kDomain[] = "keldane-preferences";
 }  // namespace
 
 void beginTranslation() {
-  // Without the language's own locale on this computer its texts can still be shown.
+  // The toolkit would try again, and complain.
+  gtk_disable_setlocale();
   if (std::setlocale(LC_ALL, "") == nullptr) {
+    // A language whose locale this computer lacks can be read all the same.
     std::setlocale(LC_ALL, "C.UTF-8");
+    std::string languages;
+    for (const std::string& language : preferredLanguages()) {
+      languages += (languages.empty() ? "" : ":") + language;
+    }
+    setenv("LANGUAGE", languages.c_str(), 0);
   }
   std::error_code error;
   const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);

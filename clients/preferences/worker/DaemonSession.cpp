@@ -43,9 +43,11 @@ DaemonSession::~DaemonSession() {
 }
 
 void DaemonSession::begin() {
-  slowTimer_ = RunLoop::current().scheduleTimer(kSlowInterval, true, [this](Timer&) { sendStatus(); });
+  slowTimer_ = RunLoop::current().scheduleTimer(kSlowInterval, true, [this](Timer&) { sendAccount(); });
   state_.onBegin();
-  sendStatus();
+  if (!state_.connected()) {
+    sendAccount();
+  }
 }
 
 void DaemonSession::connectionChanged() {
@@ -53,39 +55,53 @@ void DaemonSession::connectionChanged() {
   tree_.setDaemon(state_.proxy());
   if (!state_.connected()) {
     toRefresh_.clear();
-    sendStatus();
+    sendAccount();
     return;
   }
   // Later, because the first state of this connection is asked for when all observers have been told.
   RunLoop::current().perform(
       [this] {
-        sendStatus();
-        if (tree_.needsOpening()) {
-          openFolder(tree_.topPath());
-        } else {
-          refreshRules();
-        }
+        sendAccount();
+        refreshRules();
       },
       this);
 }
 
 void DaemonSession::stateChanged() {
   if (!state_.daemonState()) {
-    return;  // a daemon that is going answers nothing, and its silence says nothing of the account
+    return;  // a daemon that is going answers nothing
   }
   progress_.update(state_.pendingFileCount(), state_.pendingFileSize(), BackupProgress::Clock::now());
   sendStatus();
   refreshRules();
 }
 
-void DaemonSession::sendStatus() { deliver_(statusSnapshot(state_, progress_)); }
+void DaemonSession::sendStatus() { deliver_(statusSnapshot(state_, progress_, account_)); }
+
+// Not with each state: what a daemon that dies while it is asked does not answer would be remembered as
+// empty.
+void DaemonSession::sendAccount() {
+  account_ = askForAccount(state_);
+  sendStatus();
+}
+
+// Later, so that a daemon that has just gone is not said to have refused.
+void DaemonSession::refuse(const Refusal& refusal) {
+  RunLoop::current().perform(
+      [this, refusal] {
+        if (state_.connected()) {
+          deliver_(refusal);
+        }
+      },
+      this);
+}
 
 void DaemonSession::settle(bool (*taken)(const BackupState&, std::int32_t), std::int32_t wanted) {
   state_.updateDaemonState();
   const bool isTaken = taken(state_, wanted);
   sendStatus();
-  if (!isTaken && state_.connected()) {
-    deliver_(Refusal{});
+  if (!isTaken) {
+    refuse({});
   }
 }
 
@@ -135,8 +151,8 @@ void DaemonSession::setIncluded(const std::string& path, bool included) {
   included ? state_.addFileToBackup(path) : state_.removeFileFromBackup(path);
   std::vector<RuleRow> rows = tree_.reread(path);
   const RuleRow* row = rows.empty() || rows.front().path != path ? nullptr : &rows.front();
-  if (state_.connected() && (row == nullptr || row->checked != included)) {
-    deliver_(Refusal{path, row == nullptr ? std::string() : row->state});
+  if (row == nullptr || row->checked != included) {
+    refuse({path, row == nullptr ? std::string() : row->state});
   }
   FolderChange change;
   change.changed = std::move(rows);
@@ -147,6 +163,10 @@ void DaemonSession::setIncluded(const std::string& path, bool included) {
 // One folder at a time, so that what the user wants meanwhile comes in between.
 void DaemonSession::refreshRules() {
   if (tree_.topPath().empty() || !state_.connected()) {
+    return;
+  }
+  if (tree_.needsOpening()) {
+    openFolder(std::string(tree_.topPath()));
     return;
   }
   const bool underWay = !toRefresh_.empty();

@@ -45,6 +45,8 @@ class DaemonSession {
   void stateChanged();
   void settle(bool (*taken)(const BackupState&, std::int32_t), std::int32_t wanted);
   void sendStatus();
+  void sendAccount();
+  void refuse(const Refusal& refusal);
   void sendTop(bool fresh);
   void sendChange(FolderChange change);
   void refreshRules();
@@ -53,6 +55,7 @@ class DaemonSession {
   const Deliver deliver_;
   BackupState state_;
   BackupProgress progress_;
+  Account account_;
   RulesTree tree_;
   std::shared_ptr<Timer> slowTimer_;
   std::vector<std::string> toRefresh_;  // folders, the next one last

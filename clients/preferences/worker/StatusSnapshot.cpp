@@ -17,13 +17,16 @@ double StatusSnapshot::quotaFraction() const {
   return quotaBytes == 0 ? 1 : std::clamp(used / static_cast<double>(quotaBytes), 0.0, 1.0);
 }
 
-StatusSnapshot statusSnapshot(const BackupState& state, const BackupProgress& progress) {
+Account askForAccount(const BackupState& state) {
+  const PropertyList number = state.computerNumber();
+  return {text(state.userEmail()), text(state.serverURL()),
+          number.longLongValue() == 0 ? std::string() : text(number)};
+}
+
+StatusSnapshot statusSnapshot(const BackupState& state, const BackupProgress& progress, Account account) {
   StatusSnapshot snapshot;
   snapshot.connected = state.connected();
-  snapshot.userEmail = text(state.userEmail());
-  snapshot.serverURL = text(state.serverURL());
-  const PropertyList number = state.computerNumber();
-  snapshot.computerNumber = number.longLongValue() == 0 ? std::string() : text(number);
+  snapshot.account = std::move(account);
   snapshot.quotaLimited = state.isQuotaLimited();
   if (!snapshot.connected) {
     return snapshot;
@@ -40,7 +43,7 @@ StatusSnapshot statusSnapshot(const BackupState& state, const BackupProgress& pr
   snapshot.pendingBytes = state.pendingFileSize();
   snapshot.fraction = progress.fraction();
   snapshot.bytesPerSecond = progress.bytesPerSecond();
-  if (progress.filesPerSecond() > 0) {
+  if (progress.bytesPerSecond() > 0 || progress.filesPerSecond() > 0) {
     snapshot.timeLeft = progress.timeLeft();
   }
   snapshot.paused = state.paused();

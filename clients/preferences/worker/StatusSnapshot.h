@@ -11,13 +11,17 @@
 
 namespace keldane {
 
+/// Whose backup it is. The daemon's, and remembered for when it is away.
+struct Account {
+  std::string userEmail, serverURL, computerNumber;
+};
+
 /// All that the window shows of the daemon but its rules. A value: made on the daemon's thread, read on the
 /// window's.
 struct StatusSnapshot {
   bool connected = false;
-  // Remembered ones while the daemon is away.
-  std::string userEmail, serverURL, computerNumber;
-  bool quotaLimited = false;
+  Account account;
+  bool quotaLimited = false;  ///< remembered as well
 
   // Of no meaning while it is away.
   std::string status;  ///< in the daemon's words; empty when it tells none
@@ -39,7 +43,9 @@ struct StatusSnapshot {
   double quotaFraction() const;
 };
 
-/// Asks the daemon for what its last state does not hold.
-StatusSnapshot statusSnapshot(const BackupState& state, const BackupProgress& progress);
+/// Asks the daemon, if it is there.
+Account askForAccount(const BackupState& state);
+/// Asks the daemon for what its last state does not hold, but not for the account.
+StatusSnapshot statusSnapshot(const BackupState& state, const BackupProgress& progress, Account account);
 
 }  // namespace keldane

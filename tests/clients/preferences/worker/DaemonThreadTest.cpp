@@ -5,6 +5,7 @@
 #include <atomic>
 #include <future>
 #include <mutex>
+#include <thread>
 
 #include "tests/clients/preferences/worker/DaemonFixture.h"
 
@@ -202,10 +203,35 @@ TEST_F(DaemonThreadTest, ADaemonThatDiesDoesNotTakeTheRememberedAccountAlong) {
   listen();
   daemon_->answer("userEmail", "someone@example.org");
   start();
-  ASSERT_TRUE(waitForStatus([](const StatusSnapshot& s) { return s.userEmail == "someone@example.org"; }));
+  ASSERT_TRUE(
+      waitForStatus([](const StatusSnapshot& s) { return s.account.userEmail == "someone@example.org"; }));
   daemon_.reset();
   EXPECT_TRUE(waitForStatus(
-      [](const StatusSnapshot& s) { return !s.connected && s.userEmail == "someone@example.org"; }));
+      [](const StatusSnapshot& s) { return !s.connected && s.account.userEmail == "someone@example.org"; }));
+}
+
+TEST_F(DaemonThreadTest, ADaemonThatDiesWhileItIsAskedHasRefusedNothing) {
+  listen();
+  daemon_->answer("userEmail", "someone@example.org");
+  start();
+  ASSERT_TRUE(
+      waitForStatus([](const StatusSnapshot& s) { return s.account.userEmail == "someone@example.org"; }));
+  std::promise<void> dead;
+  daemon_->answer("automaticMode", [&, wait = dead.get_future().share()](const PropertyList::Array&) {
+    wait.wait();
+    return PropertyList(true);
+  });
+  daemon_->forgetCalls();
+  thread_->perform([](DaemonSession& session) { session.setAutomatic(true); });
+  ASSERT_TRUE(eventually([&] { return daemon_->count("automaticMode") == 1; }));
+  std::thread hangUp([&] { daemon_->hangUp(); });  // which waits for the answer that is being made
+  EXPECT_TRUE(daemon_->waitForClients(0));
+  dead.set_value();
+  hangUp.join();
+  daemon_.reset();
+  EXPECT_TRUE(waitForStatus(
+      [](const StatusSnapshot& s) { return !s.connected && s.account.userEmail == "someone@example.org"; }));
+  EXPECT_EQ(inbox_.count<Refusal>(), 0U);
 }
 
 TEST_F(DaemonThreadTest, IsSilentForAMomentOnlyWhileTheDaemonAnswers) {

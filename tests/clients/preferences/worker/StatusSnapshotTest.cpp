@@ -27,7 +27,7 @@ class StatusSnapshotTest : public testing::DaemonFixture {
     daemon_->answer("daemonState", PropertyList::dictionary(entries));
     state_.onBegin();
     state_.updateDaemonState();
-    return statusSnapshot(state_, progress_);
+    return statusSnapshot(state_, progress_, askForAccount(state_));
   }
 
   BackupState state_;
@@ -60,9 +60,9 @@ TEST_F(StatusSnapshotTest, HasWhatTheDaemonTells) {
   EXPECT_TRUE(snapshot.overQuota);
   EXPECT_EQ(snapshot.quotaBytes, 4U << 20);
   EXPECT_EQ(snapshot.quotaFraction(), 0.25);
-  EXPECT_EQ(snapshot.userEmail, "someone@example.org");
-  EXPECT_EQ(snapshot.serverURL, "https://backup.example.org");
-  EXPECT_EQ(snapshot.computerNumber, "42");
+  EXPECT_EQ(snapshot.account.userEmail, "someone@example.org");
+  EXPECT_EQ(snapshot.account.serverURL, "https://backup.example.org");
+  EXPECT_EQ(snapshot.account.computerNumber, "42");
 }
 
 TEST_F(StatusSnapshotTest, WhatIsNotToldIsAbsent) {
@@ -73,7 +73,7 @@ TEST_F(StatusSnapshotTest, WhatIsNotToldIsAbsent) {
   EXPECT_EQ(snapshot.backedUpFiles, std::nullopt);
   EXPECT_EQ(snapshot.backedUpBytes, std::nullopt);
   EXPECT_EQ(snapshot.timeLeft, std::nullopt);
-  EXPECT_EQ(snapshot.computerNumber, "");
+  EXPECT_EQ(snapshot.account.computerNumber, "");
 }
 
 TEST_F(StatusSnapshotTest, HasRateAndTimeOnceSomethingWasDone) {
@@ -89,11 +89,11 @@ TEST_F(StatusSnapshotTest, HasRateAndTimeOnceSomethingWasDone) {
 TEST_F(StatusSnapshotTest, TheAccountIsRememberedWhileTheDaemonIsAway) {
   snapshotOf({{"isQuotaLimited", PropertyList::boolean(true)}});
   state_.onEnd();
-  const StatusSnapshot snapshot = statusSnapshot(state_, progress_);
+  const StatusSnapshot snapshot = statusSnapshot(state_, progress_, askForAccount(state_));
   EXPECT_FALSE(snapshot.connected);
-  EXPECT_EQ(snapshot.userEmail, "someone@example.org");
-  EXPECT_EQ(snapshot.serverURL, "https://backup.example.org");
-  EXPECT_EQ(snapshot.computerNumber, "42");
+  EXPECT_EQ(snapshot.account.userEmail, "someone@example.org");
+  EXPECT_EQ(snapshot.account.serverURL, "https://backup.example.org");
+  EXPECT_EQ(snapshot.account.computerNumber, "42");
   EXPECT_TRUE(snapshot.quotaLimited);
   EXPECT_EQ(snapshot.status, "");
 }
