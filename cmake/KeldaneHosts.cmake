@@ -1,13 +1,15 @@
 # keldane_host(NAME PACKAGE DIRECTORY SOURCE...): the extension of one file manager, which goes to DIRECTORY. It can be
 # switched off by KELDANE_HOST_<NAME>, and is left out with a message when PACKAGE, a pkg-config name, is missing.
-find_package(PkgConfig REQUIRED)
+find_package(PkgConfig)
 function(keldane_host name package directory)
   string(TOUPPER ${name} upper)
   option(KELDANE_HOST_${upper} "Build the extension for ${name}" ON)
   if(NOT KELDANE_HOST_${upper})
     return()
   endif()
-  pkg_check_modules(${upper} IMPORTED_TARGET QUIET ${package})
+  if(PkgConfig_FOUND)
+    pkg_check_modules(${upper} IMPORTED_TARGET QUIET ${package})
+  endif()
   if(NOT ${upper}_FOUND)
     message(STATUS "No extension for ${name}: the development files of ${package} are missing")
     return()

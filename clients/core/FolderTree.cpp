@@ -2,9 +2,18 @@
 
 #include <climits>
 
+#include "cli/AbsolutePath.h"
 #include "platform/files/Path.h"
 
 namespace keldane {
+
+std::string pathNamed(const std::string& text) {
+  std::string path = absolutePath(text);
+  while (path.size() > 1 && path.ends_with('/')) {
+    path.pop_back();
+  }
+  return path;
+}
 
 KeldaneFileNodeProxy::Pointer folderAt(const std::string& path, const std::shared_ptr<KeldaneProxy>& daemon) {
   KeldaneFileNodeProxy::Pointer folder = KeldaneFileNodeProxy::create();

@@ -10,6 +10,9 @@
 
 namespace keldane {
 
+/// The absolute path that a person means, without "." and ".." and slashes at its end.
+std::string pathNamed(const std::string& text);
+
 /// A folder whose children come from the daemon when they are first looked at.
 KeldaneFileNodeProxy::Pointer folderAt(const std::string& path, const std::shared_ptr<KeldaneProxy>& daemon);
 

@@ -3,6 +3,7 @@
 
 #include "Common/FileNode.h"
 #include "cli/Json.h"
+#include "clients/core/FolderTree.h"
 #include "clients/ctl/Commands.h"
 #include "clients/ctl/Text.h"
 

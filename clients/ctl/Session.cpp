@@ -3,37 +3,20 @@
 #include <iostream>
 #include <sstream>
 
-#include "cli/AbsolutePath.h"
-#include "platform/plugin/PlugIn.h"
+#include "clients/core/DaemonBundle.h"
 
 namespace keldane {
-
-namespace {
-
-std::shared_ptr<Bundle> bundleNamed(const std::string& path) {
-  if (!path.empty()) {
-    return Bundle::bundleWithPath(path);
-  }
-  const auto installed = PlugIn::findBundleForType(contextualMenuTypeID());
-  if (!installed) {
-    throw CommandFailure(kUnreachable,
-                         "No Keldane plug-in is installed that would say where the daemon is; --bundle names "
-                         "one.");
-  }
-  return Bundle::bundleWithPath(*installed);
-}
-
-}  // namespace
 
 void complain(const std::string& sentence) { std::cerr << "keldanectl: " << sentence << std::endl; }
 
 Session::Session(const Globals& globals) : seconds_(globals.deadline) {
-  const std::shared_ptr<Bundle> bundle = bundleNamed(globals.bundle);
-  socketPath_ = bundle ? bundle->objectForInfoDictionaryKey("DaemonPath").string() : std::string_view();
-  if (socketPath_.empty()) {
-    throw CommandFailure(kUnreachable, globals.bundle + " does not say where the daemon is.");
+  try {
+    const DaemonBundle found = findDaemonBundle(globals.bundle);
+    socketPath_ = found.socketPath;
+    state_.setBundle(found.bundle);
+  } catch (const NoDaemonBundle& nothing) {
+    throw CommandFailure(kUnreachable, nothing.what());
   }
-  state_.setBundle(bundle);
 }
 
 bool Session::connect() {
@@ -61,14 +44,6 @@ void Session::checkDaemon() {
 
 CommandFailure Session::unreachable() const {
   return {kUnreachable, "The backup daemon cannot be reached at " + socketPath_ + "."};
-}
-
-std::string pathNamed(const std::string& text) {
-  std::string path = absolutePath(text);
-  while (path.size() > 1 && path.ends_with('/')) {
-    path.pop_back();
-  }
-  return path;
 }
 
 }  // namespace keldane

@@ -65,7 +65,4 @@ class Session {
   std::unique_ptr<Deadline> deadline_;
 };
 
-/// The absolute path that a person means, without "." and ".." and slashes at its end.
-std::string pathNamed(const std::string& text);
-
 }  // namespace keldane

@@ -1,15 +1,14 @@
-// Text that fits where it is shown and does nothing else there.
+// Text that fits where it is shown.
 #pragma once
 
 #include <cstddef>
 #include <string>
 #include <string_view>
 
+#include "clients/core/Printable.h"
+
 namespace keldane {
 
-/// Names and answers come from anywhere: what would move the cursor, hide or turn round text around it, or is
-/// no text, is written as an escape (\n, \x1b, \u202e).
-std::string printable(std::string_view text);
 /// Columns that printable text takes on a terminal: two for a wide character, none for a combining one.
 std::size_t columnsOf(std::string_view text);
 /// With blanks up to this width.

@@ -4,7 +4,6 @@ import os
 import plistlib
 import shutil
 import stat
-import sys
 import tempfile
 import threading
 import time
@@ -13,8 +12,7 @@ import unittest
 import desktop
 import filemanagers
 
-sys.path.append(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "end-to-end"))
-from recording_daemon import ENABLED, PRIORITY_OFFER, RecordingDaemon, node  # noqa: E402
+from recording_daemon import ENABLED, PRIORITY_OFFER, RecordingDaemon, node
 
 MANAGER = filemanagers.ALL[os.environ["KELDANE_FILE_MANAGER"]]
 ARTEFACTS = os.environ.get("KELDANE_SCREENSHOTS")

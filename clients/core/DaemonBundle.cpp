@@ -1,0 +1,34 @@
+#include "clients/core/DaemonBundle.h"
+
+#include "platform/plugin/PlugIn.h"
+
+namespace keldane {
+
+namespace {
+
+std::shared_ptr<Bundle> bundleNamed(const std::string& path) {
+  if (!path.empty()) {
+    return Bundle::bundleWithPath(path);
+  }
+  const auto installed = PlugIn::findBundleForType(contextualMenuTypeID());
+  if (!installed) {
+    throw NoDaemonBundle(
+        "No Keldane plug-in is installed that would say where the daemon is; --bundle names one.");
+  }
+  return Bundle::bundleWithPath(*installed);
+}
+
+}  // namespace
+
+DaemonBundle findDaemonBundle(const std::string& path) {
+  DaemonBundle found{bundleNamed(path), {}};
+  if (found.bundle) {
+    found.socketPath = found.bundle->objectForInfoDictionaryKey("DaemonPath").string();
+  }
+  if (found.socketPath.empty()) {
+    throw NoDaemonBundle(path + " does not say where the daemon is.");
+  }
+  return found;
+}
+
+}  // namespace keldane

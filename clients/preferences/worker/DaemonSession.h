@@ -1,0 +1,64 @@
+// The program's dealings with the daemon.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "client-state/BackupState.h"
+#include "clients/core/BackupProgress.h"
+#include "clients/preferences/worker/RulesTree.h"
+#include "clients/preferences/worker/Updates.h"
+
+namespace keldane {
+
+/// Follows the daemon's state, does what the window asks for, and delivers what there is to show. After
+/// everything that it sets it asks the daemon, so that what the window shows is the daemon's word. Made, used
+/// and destroyed on the daemon's thread; its calls wait for the daemon without a limit.
+class DaemonSession {
+ public:
+  using Deliver = std::function<void(Update)>;
+
+  DaemonSession(std::shared_ptr<Bundle> bundle, Deliver deliver);
+  ~DaemonSession();
+  DaemonSession(const DaemonSession&) = delete;
+  DaemonSession& operator=(const DaemonSession&) = delete;
+
+  /// Connects, and goes on trying.
+  void begin();
+
+  /// 0 minutes end a pause.
+  void pause(std::int32_t minutes);
+  void setAutomatic(bool on);
+  void setLowPriority(bool on);
+
+  /// Shows the rules from this folder down.
+  void openFolder(const std::string& path);
+  void lookInto(const std::string& folder);
+  void closeFolder(const std::string& folder) { tree_.close(folder); }
+  void setIncluded(const std::string& path, bool included);
+
+ private:
+  void connectionChanged();
+  void stateChanged();
+  void settle(bool (*taken)(const BackupState&, std::int32_t), std::int32_t wanted);
+  void sendStatus();
+  void sendAccount();
+  void refuse(const Refusal& refusal);
+  void sendTop(bool fresh);
+  void sendChange(FolderChange change);
+  void refreshRules();
+  void refreshNextFolder();
+
+  const Deliver deliver_;
+  BackupState state_;
+  BackupProgress progress_;
+  Account account_;
+  RulesTree tree_;
+  std::shared_ptr<Timer> slowTimer_;
+  std::vector<std::string> toRefresh_;  // folders, the next one last
+};
+
+}  // namespace keldane

@@ -1,0 +1,354 @@
+"""The preferences program in its window, against the reference daemon and against one that never answers."""
+
+import os
+import re
+import subprocess
+import time
+import unittest
+
+import desktop
+from desktop import act, eventually, is_on, set_text, set_value, value_of
+from harness import PATIENCE, Case, Keldaned
+from recording_daemon import ENABLED, node
+
+PREFERENCES = os.environ["KELDANE_PREFERENCES"]
+CTL = os.environ["KELDANECTL"]
+
+AWAY = "The backup daemon is away; waiting for it to come back."
+SILENT = "The backup daemon does not answer."
+
+
+class PreferencesCase(Case):
+    def setUp(self):
+        super().setUp()
+        self.home = os.path.realpath(self.folder("home"))
+        # Beside the home folder, so that no program's own files are among those that are shown.
+        self.environment["XDG_CACHE_HOME"] = os.path.join(self.place, "cache")
+        self.environment["HOME"] = self.home
+        self.program = None
+
+    def open(self, *arguments, **environment):
+        # Toolkits need the system's own data: types of files, icons.
+        data = self.environment["XDG_DATA_DIRS"] + ":/usr/local/share:/usr/share"
+        self.program = desktop.Program(PREFERENCES, "--bundle", self.bundle, *arguments,
+                                       **{**self.environment, "XDG_DATA_DIRS": data, **environment})
+        self.addCleanup(self.program.end)
+        return self.program
+
+    def shows(self, name):
+        return self.program.shows(name)
+
+    # --- The tree: five cells a row, a box first, then icon and name in one ---
+
+    def rows(self):
+        table = self.program.find("tree table")
+        cells = [table.get_child_at_index(i) for i in range(table.get_child_count())]
+        cells = [cell for cell in cells if cell is not None and cell.get_role_name() == "table cell"]
+        return [cells[i:i + 5] for i in range(0, len(cells) - 4, 5)]
+
+    @staticmethod
+    def name_in(row):
+        return row[1].get_child_at_index(1).get_name()
+
+    def names(self):
+        return [self.name_in(row) for row in self.rows()]
+
+    def row(self, name):
+        return eventually(lambda: next((row for row in self.rows() if self.name_in(row) == name), None),
+                          lambda: f"row {name!r} among {self.names()}")
+
+    def box(self, name):
+        return self.row(name)[0]
+
+    def tick(self, name):
+        act(self.box(name), "toggle")
+
+    def is_ticked(self, name):
+        return is_on(self.box(name), "checked")
+
+    def wait_for_box(self, name, ticked):
+        eventually(lambda: self.is_ticked(name) is ticked, f"box {name} {ticked}")
+
+    def wait_for_state(self, name, state):
+        eventually(lambda: self.row(name)[2].get_name() == state, lambda: f"{name} {state!r} in\n{self.program.dump()}")
+
+    def expand(self, name):
+        act(self.row(name)[1], "expand or contract")
+
+    # --- The window ---
+
+    def window(self, title):
+        """The number of the window of this title, once it can be seen."""
+        return subprocess.run(["xdotool", "search", "--sync", "--onlyvisible", "--name", f"^{title}$"], check=True,
+                              capture_output=True, text=True, timeout=PATIENCE).stdout.split()[0]
+
+    def press(self, title, keys):
+        subprocess.run(["xdotool", "windowfocus", "--sync", self.window(title), "key", keys], check=True,
+                       timeout=PATIENCE)
+
+    def close(self):
+        """By the window manager, as its users do."""
+        self.press("Keldane Preferences", "alt+F4")
+
+    # --- The daemon's side of it ---
+
+    def ctl(self, *arguments):
+        return subprocess.run([CTL, "--bundle", self.bundle, *arguments], env=self.environment, capture_output=True,
+                              check=True, text=True, timeout=PATIENCE).stdout
+
+
+class WithTheDaemon(PreferencesCase):
+    def setUp(self):
+        super().setUp()
+        self.letter = self.file("home/Documents/letter.txt", "x" * 2048)
+        self.accounts = self.file("home/Documents/accounts.csv")
+        self.file("home/notes")
+        self.keldaned = Keldaned(self)
+
+    # --- The daemon's state ---
+
+    def test_the_state_is_shown(self):
+        self.ctl("profile", "set", "UserEmail", "someone@example.org")
+        self.ctl("profile", "set", "QuotaMB", "1")
+        self.open()
+        self.shows("Up to date")
+        self.shows("Nothing is waiting to be backed up.")
+        self.shows("someone@example.org")
+        self.shows("0 B of 1.0 MiB")
+        self.ctl("add", self.letter)
+        self.shows("1 file, 2.0 KiB")
+        self.assertEqual(value_of(self.program.find("progress bar", "Progress of the backup")), 1)
+
+    def test_progress_is_shown_while_a_backup_goes_on(self):
+        self.ctl("pause", "5")
+        self.ctl("add", os.path.join(self.home, "Documents"))
+        self.open()
+        self.shows("2 files, 2.0 KiB to go")
+        self.assertEqual(value_of(self.program.find("progress bar", "Progress of the backup")), 0)
+        self.ctl("resume")
+        self.shows("Nothing is waiting to be backed up.")
+        self.assertEqual(value_of(self.program.find("progress bar", "Progress of the backup")), 1)
+
+    def test_a_large_file_has_a_rate_and_a_time_left(self):
+        large = self.file("home/large")
+        os.truncate(large, 8 << 30)
+        self.open()
+        self.row("large")
+        self.tick("large")
+        self.program.find("label", re.compile(r"\A1 file, \S+ GiB to go; \S+ [KMG]iB/s, .+ left\Z"))
+        self.shows(large)
+        self.assertLess(value_of(self.program.find("progress bar", "Progress of the backup")), 1)
+
+    def test_pause_and_resume(self):
+        self.open()
+        self.shows("Up to date")
+        resume = self.program.find("push button", "Resume")
+        self.assertFalse(is_on(resume, "sensitive"))
+        set_value(self.program.find("spin button", "Minutes to pause"), 90)
+        act(self.program.find("push button", "Pause"))
+        self.shows("Paused for 1 h 30 min")
+        self.assertIn("yes, for 1 h 30 min", self.ctl("status"))
+        eventually(lambda: is_on(resume, "sensitive"), "the button to resume")
+        act(resume)
+        self.shows("Up to date")
+        self.assertRegex(self.ctl("status"), r"(?m)^Paused +no$")
+
+    def test_the_switches_show_what_the_daemon_says(self):
+        self.open()
+        self.shows("Up to date")
+        for name, label, option in (("Back up what is ticked without being told", "Automatic", "automatic"),
+                                    ("Leave the machine to everything else", "Low priority", "low-priority")):
+            switch = self.program.find("check box", name)
+            for position in ("on", "off", "on"):
+                if is_on(switch, "checked") != (position == "on"):
+                    act(switch)
+                eventually(lambda: re.search(rf"(?m)^{label} +{position}$", self.ctl("status")), f"{label} {position}")
+            self.ctl(option, "off")
+            eventually(lambda: not is_on(switch, "checked"), f"{label} off by somebody else")
+
+    # --- The rules ---
+
+    def test_the_home_folder_is_open_at_first_and_others_when_they_are_looked_into(self):
+        self.open()
+        self.row("notes")
+        self.assertEqual(self.names(), [self.home, "Documents", "notes"])
+        self.expand("Documents")
+        self.row("letter.txt")
+        self.assertEqual(self.names(), [self.home, "Documents", "accounts.csv", "letter.txt", "notes"])
+        self.assertEqual(self.row("letter.txt")[3].get_name(), "2.0 KiB")
+        self.expand("Documents")
+        eventually(lambda: len(self.names()) == 3, "a closed folder")
+        self.file("home/Documents/new")
+        self.expand("Documents")
+        self.row("new")
+
+    def test_a_tick_includes_the_file_and_its_folder_is_ticked_partly(self):
+        self.open()
+        self.expand_to_letter()
+        self.assertIs(self.is_ticked("letter.txt"), False)
+        self.tick("letter.txt")
+        self.wait_for_box("letter.txt", True)
+        self.wait_for_state("Documents", "Partly selected for backup")
+        self.wait_for_state(self.home, "Partly selected for backup")
+        self.assertIs(self.is_ticked("Documents"), False)
+        self.assertIs(self.is_ticked("accounts.csv"), False)
+        self.wait_for_state("letter.txt", "Backed up")
+        self.assertRegex(self.row("letter.txt")[4].get_name(), r"\A\d{4}-\d\d-\d\d \d\d:\d\d\Z")
+        self.assertIn("Backed up", self.ctl("ls", os.path.dirname(self.letter)))
+
+    def test_a_tick_on_a_folder_is_seen_on_what_is_in_it(self):
+        self.open()
+        self.expand_to_letter()
+        self.tick("Documents")
+        for name in ("Documents", "letter.txt", "accounts.csv"):
+            self.wait_for_box(name, True)
+        self.tick("letter.txt")
+        self.wait_for_box("letter.txt", False)
+        self.wait_for_state("Documents", "Backed up, not all of it")
+        self.wait_for_state("letter.txt", "Not selected for backup")
+        self.tick("Documents")
+        self.wait_for_box("accounts.csv", False)
+
+    def test_what_others_change_is_shown(self):
+        self.open()
+        self.expand_to_letter()
+        self.ctl("add", self.letter)
+        self.wait_for_box("letter.txt", True)
+        self.file("home/Documents/later")
+        self.ctl("add", self.accounts)
+        self.row("later")
+        os.unlink(os.path.join(self.home, "Documents", "later"))
+        self.ctl("remove", self.letter)
+        self.ctl("pause", "1")
+        eventually(lambda: "later" not in self.names(), "a file that has gone")
+
+    def test_another_folder(self):
+        self.open()
+        self.row("notes")
+        act(self.program.find("push button", "Open Another Folder…"))
+        self.program.find("file chooser", "Open Another Folder")
+        self.press("Open Another Folder", "slash")  # opens the field for a path
+        set_text(self.program.find("text"), os.path.join(self.home, "Documents"))
+        act(self.program.find("push button", "Open"))
+        self.row("letter.txt")
+        self.assertEqual(self.names(), [os.path.join(self.home, "Documents"), "accounts.csv", "letter.txt"])
+
+    def expand_to_letter(self):
+        self.row("notes")
+        self.expand("Documents")
+        self.row("letter.txt")
+
+    # --- The daemon's absence ---
+
+    def test_a_daemon_that_goes_and_comes_back(self):
+        self.ctl("profile", "set", "UserEmail", "someone@example.org")
+        self.open()
+        self.expand_to_letter()
+        self.keldaned.kill()
+        self.shows(AWAY)
+        self.shows("someone@example.org (remembered)")
+        self.assertFalse(is_on(self.program.find("push button", "Pause"), "sensitive"))
+        self.keldaned.start()
+        self.shows("Up to date")
+        self.shows("someone@example.org")
+        self.tick("letter.txt")
+        self.wait_for_state("letter.txt", "Backed up")
+
+
+class WithStrangeDaemons(PreferencesCase):
+    def test_a_setting_that_is_not_taken_is_put_back(self):
+        self.daemon({"daemonState": {"statusString": "Stubborn"}, "automaticMode": True})
+        self.open()
+        self.shows("Stubborn")
+        switch = self.program.find("check box", "Back up what is ticked without being told")
+        act(switch)
+        self.shows("The daemon did not take it: only root and the daemon's own user may change this.")
+        eventually(lambda: is_on(switch, "checked"), "the switch as it was")
+
+    def test_a_rule_that_is_not_taken_is_told(self):
+        path = self.file("home/barred")
+        answers = {"dictionaryForPath:": lambda each: node(each, ENABLED, os.path.isdir(each), "Held back"),
+                   "childrenDictionariesForPath:": lambda each: [node(path)] if each == self.home else []}
+        self.daemon({"daemonState": {"statusString": "Stubborn"}, **answers})
+        self.open()
+        self.tick("barred")
+        self.shows(f"The daemon did not take {path}: Held back.")
+        self.assertIs(self.is_ticked("barred"), False)
+
+    def test_many_files_do_not_hold_the_window(self):
+        names = [f"{number:06}" for number in range(20000)]
+        self.daemon({"daemonState": {"statusString": "Busy"},
+                     "dictionaryForPath:": lambda each: node(each, ENABLED, True),
+                     "childrenDictionariesForPath:":
+                         lambda each: [node(f"{each}/{name}") for name in names] if each == self.home else []})
+        self.open()
+        self.shows("Busy")
+        minutes = self.program.find("spin button", "Minutes to pause")
+        table = self.program.find("tree table")
+        end = time.monotonic() + PATIENCE
+        while table.get_n_rows() <= len(names):
+            begin = time.monotonic()
+            self.assertTrue(is_on(minutes, "showing"))
+            self.assertLess(time.monotonic() - begin, 1)
+            self.assertLess(begin, end)
+
+    def test_one_that_never_answers_does_not_hold_the_window(self):
+        self.daemon(fault="never")
+        self.open()
+        self.shows("Looking for the backup daemon…")
+        self.shows(SILENT)
+        for number in range(20):
+            begin = time.monotonic()
+            self.assertTrue(self.program.all("label", SILENT))
+            self.assertLess(time.monotonic() - begin, 1, number)
+        self.close()
+        self.assertEqual(self.program.process.wait(PATIENCE), 0)
+
+
+class WithoutADaemon(PreferencesCase):
+    def test_one_that_comes_later_is_found(self):
+        self.file("home/notes")
+        self.open()
+        self.shows(AWAY)
+        Keldaned(self)
+        self.shows("Up to date")
+        self.row("notes")
+
+    def test_one_that_hangs_later_and_then_lets_go(self):
+        self.file("home/notes")
+        keldaned = Keldaned(self)
+        self.open()
+        self.shows("Up to date")
+        keldaned.kill()
+        os.unlink(self.socket)
+        daemon = self.daemon(fault="never")
+        self.shows(SILENT)
+        daemon.stop()
+        keldaned.start()
+        self.shows("Up to date")
+
+    def test_the_program_ends_with_its_window(self):
+        self.open()
+        self.shows(AWAY)
+        self.close()
+        self.assertEqual(self.program.process.wait(PATIENCE), 0)
+
+    def test_german(self):
+        self.open(LC_ALL="de_DE.UTF-8")
+        self.shows("Der Sicherungsdienst ist nicht da; es wird auf ihn gewartet.")
+        self.shows("Anderen Ordner öffnen …")
+        help_text = subprocess.run([PREFERENCES, "--help"], env={**self.environment, "LANGUAGE": "de"}, check=True,
+                                   capture_output=True, text=True, timeout=PATIENCE).stdout
+        self.assertIn("Sicherungsdienst", help_text)
+        self.assertIn("--bundle", help_text)
+
+    def test_a_bundle_that_says_nothing(self):
+        self.edit_info(DaemonPath=None)
+        self.open()
+        self.shows("Nothing says where the backup daemon is.")
+        act(self.program.find("push button", "OK"))
+        self.assertEqual(self.program.process.wait(PATIENCE), 3)
+
+
+if __name__ == "__main__":
+    unittest.main()
