@@ -42,7 +42,7 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
     std::unique_lock guard(mutex_);
     ending_ = true;
     listener_ = nullptr;
-    loop_->perform([this] { RunLoop::current().stop(); });
+    loop_->perform([] { RunLoop::current().stop(); });
     changed_.wait_for(guard, kLongestFarewell, [this] { return ended_; });
   }
 

@@ -126,6 +126,5 @@ QList<QAction*> KeldaneFileItemAction::actions(const KFileItemListProperties& se
   return {top};
 }
 
-
 // The factory that the macro above makes.
 #include "KeldaneFileItemAction.moc"

@@ -71,14 +71,16 @@ def _begin():
     _start("openbox")
 
 
-_begin()
+if "KELDANE_ON_THIS_DISPLAY" not in os.environ:
+    _begin()
 
 import gi  # noqa: E402  after the environment is as it is to be
 gi.require_version("Atspi", "2.0")
 from gi.repository import Atspi, GLib  # noqa: E402
 
-# Starts the registry, so that it is there when the first program wants to be in it.
-Atspi.get_desktop(0).get_child_count()
+if "KELDANE_ON_THIS_DISPLAY" not in os.environ:
+    # Starts the registry, so that it is there when the first program wants to be in it.
+    Atspi.get_desktop(0).get_child_count()
 
 
 def eventually(condition, what, patience=PATIENCE):

@@ -39,7 +39,7 @@ class FileManager:
     def __init__(self, folder, **environment):
         self.folder = folder
         self.environment = environment
-        self.program = desktop.Program(*self.command(), **environment)
+        self.program = desktop.Program(*self.start_command(folder), **environment)
         self.application = self.program.application()
 
     @classmethod
@@ -48,15 +48,26 @@ class FileManager:
 
     @classmethod
     def prepare(cls):
-        """Puts the extension where the file manager looks; answers how to take it away again."""
+        """Options under which its files can be worked, and the extension in its place; answers how to take that away
+        again."""
+        cls.set_options()
+        return cls.place_extension()
+
+    @classmethod
+    def set_options(cls):
+        pass
+
+    @classmethod
+    def place_extension(cls):
         link = pathlib.Path(cls.place) / f"libkeldane-{cls.name}.so"
         if link.is_symlink():
             link.unlink()
         link.symlink_to(cls.extension())
         return link.unlink
 
-    def command(self):
-        return [self.name, self.folder]
+    @classmethod
+    def start_command(cls, folder):
+        return [cls.name, folder]
 
     def cell(self, name):
         def settled():
@@ -123,24 +134,27 @@ class Thunar(FileManager):
     place = f"/usr/lib/{os.uname().machine}-linux-gnu/thunarx-3"
 
     @classmethod
-    def prepare(cls):
+    def set_options(cls):
         for key in ("default-view", "last-view"):
             subprocess.run(["xfconf-query", "-c", "thunar", "-p", "/" + key, "-n", "-t", "string", "-s",
                             "ThunarDetailsView"], check=True, capture_output=True)
-        return super().prepare()
 
 
 class Caja(FileManager):
     name = "caja"
 
     @classmethod
-    def prepare(cls):
+    def set_options(cls):
         set_option("org.mate.caja.preferences", "default-folder-viewer", "list-view")
+
+    @classmethod
+    def place_extension(cls):
         os.environ["CAJA_EXTENSION_DIRS"] = os.path.dirname(cls.extension())
         return lambda: os.environ.pop("CAJA_EXTENSION_DIRS")
 
-    def command(self):
-        return ["caja", "--no-desktop", "--browser", self.folder]
+    @classmethod
+    def start_command(cls, folder):
+        return ["caja", "--no-desktop", "--browser", folder]
 
 
 class Nemo(FileManager):
@@ -148,9 +162,8 @@ class Nemo(FileManager):
     place = f"/usr/lib/{os.uname().machine}-linux-gnu/nemo/extensions-3.0"
 
     @classmethod
-    def prepare(cls):
+    def set_options(cls):
         set_option("org.nemo.preferences", "default-folder-viewer", "list-view")
-        return super().prepare()
 
 
 class Nautilus(FileManager):
@@ -159,7 +172,7 @@ class Nautilus(FileManager):
     name = "nautilus"
     place = f"/usr/lib/{os.uname().machine}-linux-gnu/nautilus/extensions-4"
     has_separators = False
-    landmark = "Back This Up"  # an entry by which the submenu is found
+    landmark = "Open Keldane Preferences…"  # an entry by which the submenu is found
 
     def __init__(self, folder, **environment):
         super().__init__(folder, **environment)
@@ -213,7 +226,7 @@ class Dolphin(FileManager):
     label_above_end = 12  # between icon and label there is nothing to hit
 
     @classmethod
-    def prepare(cls):
+    def place_extension(cls):
         os.environ["QT_PLUGIN_PATH"] = os.path.join(BUILD, "hosts", "dolphin")
         return lambda: os.environ.pop("QT_PLUGIN_PATH")
 
