@@ -3,7 +3,6 @@
 #include <KFileItemListProperties>
 #include <KPluginFactory>
 #include <QAction>
-#include <QCoreApplication>
 #include <QIcon>
 #include <QMenu>
 #include <QPointer>
@@ -31,13 +30,20 @@ Waiting gWaiting;
 
 void fillWaiting();
 
+/// Brings the news of a late menu from the plug-in's thread to the window's, on which it is made.
+class LateNews : public QObject {
+  Q_OBJECT
+
+ public:
+  Q_INVOKABLE void tell() { fillWaiting(); }
+};
+
 /// Never taken down: the thread of the plug-in may be stuck when Dolphin ends.
 MenuService& menuService() {
   static auto* const service = [] {
     auto* made = new MenuService();
-    // On the plug-in's thread; the window's goes on from there.
-    made->setLateListener(
-        [] { QMetaObject::invokeMethod(QCoreApplication::instance(), fillWaiting, Qt::QueuedConnection); });
+    auto* news = new LateNews();
+    made->setLateListener([news] { QMetaObject::invokeMethod(news, "tell", Qt::QueuedConnection); });
     return made;
   }();
   return *service;

@@ -34,6 +34,7 @@ class FileManager:
     file_roles = ("table cell",)
     has_separators = True
     names_what_cannot_be_chosen = True
+    fills_open_menus = False  # when a menu comes late
     label_above_end = None  # where a cell is to be clicked, if not in its middle
 
     def __init__(self, folder, **environment):
@@ -142,6 +143,7 @@ class Thunar(FileManager):
 
 class Caja(FileManager):
     name = "caja"
+    fills_open_menus = True
 
     @classmethod
     def set_options(cls):
@@ -221,6 +223,7 @@ class Dolphin(FileManager):
     focus on the way, which leaves out what cannot be chosen."""
 
     name = "dolphin"
+    fills_open_menus = True
     has_separators = False
     names_what_cannot_be_chosen = False
     label_above_end = 12  # between icon and label there is nothing to hit
@@ -248,12 +251,12 @@ class Dolphin(FileManager):
 
     def enter_submenu(self):
         """The first choosable entry, if the menu has our title."""
-        self.focused.names.clear()
-        press("k")
-        names = []
-        while (name := self.focused.next(1)) is not None:
-            names.append(name)
-        return names[-1] if TITLE in names else None
+        seen = []
+        while (name := self.key("Down")) not in seen:
+            if name == TITLE:
+                return self.key("Right")
+            seen.append(name)
+        return None
 
     def is_open(self):
         return self.key("Down")
