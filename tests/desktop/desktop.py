@@ -28,8 +28,8 @@ class Desktop:
     def __init__(self):
         self._processes = []
         display = self._start_screen()
-        self.environment = {"DISPLAY": display, "GDK_BACKEND": "x11", "GSETTINGS_BACKEND": "memory", "GTK_THEME": "Adwaita",
-                            "NO_AT_BRIDGE": "0", "GTK_MODULES": "gail:atk-bridge",
+        self.environment = {"DISPLAY": display, "GDK_BACKEND": "x11", "GSETTINGS_BACKEND": "memory",
+                            "GTK_THEME": "Adwaita", "NO_AT_BRIDGE": "0", "GTK_MODULES": "gail:atk-bridge",
                             "DBUS_SESSION_BUS_ADDRESS": self._start_bus(display)}
         os.environ.update(self.environment)
         self._start(["openbox", "--sm-disable"])
@@ -55,8 +55,8 @@ class Desktop:
             return ":" + stream.readline().strip()
 
     def _start_bus(self, display):
-        bus = self._start(["dbus-daemon", "--session", "--nofork", "--print-address"], stdout=subprocess.PIPE, text=True,
-                          env={**os.environ, "DISPLAY": display})
+        bus = self._start(["dbus-daemon", "--session", "--nofork", "--print-address"], stdout=subprocess.PIPE,
+                          text=True, env={**os.environ, "DISPLAY": display})
         with bus.stdout as stream:
             return stream.readline().strip()
 
@@ -141,11 +141,21 @@ def eventually(condition, what="it"):
         time.sleep(0.05)
 
 
+class Gone(Exception):
+    """An element that is no longer there."""
+
+
 def gone():
     """What is raised for an element that is no longer there."""
-    if "gi.repository.GLib" not in sys.modules:
-        return ()
-    return sys.modules["gi.repository.GLib"].Error
+    glib = sys.modules.get("gi.repository.GLib")
+    return (Gone, glib.Error) if glib else Gone
+
+
+def child(element, index):
+    found = element.get_child_at_index(index)
+    if found is None:
+        raise Gone
+    return found
 
 
 def walk(element):

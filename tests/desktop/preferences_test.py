@@ -6,7 +6,7 @@ import subprocess
 import time
 import unittest
 
-from desktop import Desktop, act, eventually, is_on, set_text, set_value, value_of
+from desktop import Desktop, act, child, eventually, is_on, set_text, set_value, value_of
 from harness import PATIENCE, Case, Keldaned
 from recording_daemon import ENABLED, node
 
@@ -42,14 +42,22 @@ class PreferencesCase(Case):
     # --- The tree: five cells a row, a box first, then icon and name in one ---
 
     def rows(self):
+        """Read twice, because rows come and go while they are read."""
+        def read():
+            cells = self.cells()
+            return cells if cells == self.cells() else None
+
+        return eventually(read, "a tree that stays")
+
+    def cells(self):
         table = self.program.find("tree table")
-        cells = [table.get_child_at_index(i) for i in range(table.get_child_count())]
-        cells = [cell for cell in cells if cell is not None and cell.get_role_name() == "table cell"]
-        return [cells[i:i + 5] for i in range(0, len(cells) - 4, 5)]
+        cells = [child(table, i) for i in range(table.get_child_count())]
+        cells = [cell for cell in cells if cell.get_role_name() == "table cell"]
+        return [cells[i:i + 5] for i in range(0, len(cells), 5)]
 
     @staticmethod
     def name_in(row):
-        return row[1].get_child_at_index(1).get_name()
+        return child(row[1], 1).get_name()
 
     def names(self):
         return [self.name_in(row) for row in self.rows()]
