@@ -4,9 +4,11 @@ drive the windows on it.
 Runs with the interpreter for which the system builds its introspection bindings."""
 
 import os
+import shutil
 import signal
 import subprocess
 import sys
+import tempfile
 import time
 
 # What a busy machine may need; nothing waits longer than until what it waits for is there.
@@ -27,9 +29,12 @@ class Desktop:
 
     def __init__(self):
         self._processes = []
+        self._place = tempfile.mkdtemp(prefix="keldane-desktop-")
+        os.environ["XDG_RUNTIME_DIR"] = self._place
         display = self._start_screen()
         self.environment = {"DISPLAY": display, "GDK_BACKEND": "x11", "GSETTINGS_BACKEND": "memory",
                             "GTK_THEME": "Adwaita", "NO_AT_BRIDGE": "0", "GTK_MODULES": "gail:atk-bridge",
+                            "XDG_RUNTIME_DIR": self._place,
                             "DBUS_SESSION_BUS_ADDRESS": self._start_bus(display)}
         os.environ.update(self.environment)
         self._start(["openbox", "--sm-disable"])
@@ -65,6 +70,7 @@ class Desktop:
             process.terminate()
         for process in reversed(self._processes):
             process.wait(PATIENCE)
+        shutil.rmtree(self._place, ignore_errors=True)
         Desktop._shared = None
 
     def start(self, command, environment):
