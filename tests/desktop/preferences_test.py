@@ -191,6 +191,20 @@ class WithTheDaemon(PreferencesCase):
         self.expand("Documents")
         self.row("new")
 
+    def test_an_empty_folder_can_be_looked_into(self):
+        empty = self.folder("home/empty")
+        self.open()
+        self.row("notes")
+        self.expand("empty")
+        eventually(lambda: not is_on(self.row("empty")[1], "expandable"), "a folder that is seen to be empty")
+        self.assertEqual(self.names(), [self.home, "Documents", "empty", "notes"])
+        with open(os.path.join(empty, "later"), "w", encoding="utf-8"):
+            pass
+        self.tick("empty")
+        eventually(lambda: is_on(self.row("empty")[1], "expandable"), "a folder that is no longer empty")
+        self.expand("empty")
+        self.wait_for_box("later", True)
+
     def test_a_tick_includes_the_file_and_its_folder_is_ticked_partly(self):
         self.open()
         self.expand_to_letter()
