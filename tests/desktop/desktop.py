@@ -97,6 +97,14 @@ def eventually(condition, what, patience=PATIENCE):
         time.sleep(0.05)
 
 
+def child(node, index):
+    """None for one that has gone meanwhile."""
+    try:
+        return node.get_child_at_index(index)
+    except GLib.Error:
+        return None
+
+
 def walk(node, depth=0):
     """A node of the accessibility tree and all below; what goes away meanwhile is passed over."""
     if node is None or depth > 40:
@@ -107,11 +115,7 @@ def walk(node, depth=0):
     except GLib.Error:
         return
     for i in range(count):
-        try:
-            child = node.get_child_at_index(i)
-        except GLib.Error:
-            continue
-        yield from walk(child, depth + 1)
+        yield from walk(child(node, i), depth + 1)
 
 
 def has_state(node, state):
@@ -258,11 +262,9 @@ class Program:
         if not self.is_running():
             raise AssertionError(f"{self.process.args[0]} ended: {self.output()}")
         desktop = Atspi.get_desktop(0)
-        for i in range(desktop.get_child_count()):
-            child = desktop.get_child_at_index(i)
-            if child is not None and child.get_process_id() == self.process.pid:
-                return child
-        return None
+        applications = [child(desktop, i) for i in range(desktop.get_child_count())]
+        return next((each for each in applications
+                     if each is not None and each.get_process_id() == self.process.pid), None)
 
     def all(self, role=None, name=None):
         """What is showing, in its order."""

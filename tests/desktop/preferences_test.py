@@ -7,7 +7,7 @@ import time
 import unittest
 
 import desktop
-from desktop import act, eventually, is_on, set_text, set_value, value_of
+from desktop import act, child, eventually, is_on, set_text, set_value, value_of
 from harness import PATIENCE, Case, Keldaned
 from recording_daemon import ENABLED, node
 
@@ -41,14 +41,22 @@ class PreferencesCase(Case):
     # --- The tree: five cells a row, a box first, then icon and name in one ---
 
     def rows(self):
+        """Read twice, because rows come and go while they are read."""
+        def read():
+            cells = self.cells()
+            return cells if cells == self.cells() else None
+
+        return eventually(read, "a tree that stays")
+
+    def cells(self):
         table = self.program.find("tree table")
-        cells = [table.get_child_at_index(i) for i in range(table.get_child_count())]
-        cells = [cell for cell in cells if cell is not None and cell.get_role_name() == "table cell"]
-        return [cells[i:i + 5] for i in range(0, len(cells) - 4, 5)]
+        cells = [child(table, i) for i in range(table.get_child_count())]
+        cells = [cell for cell in cells if cell.get_role_name() == "table cell"]
+        return [cells[i:i + 5] for i in range(0, len(cells), 5)]
 
     @staticmethod
     def name_in(row):
-        return row[1].get_child_at_index(1).get_name()
+        return child(row[1], 1).get_name()
 
     def names(self):
         return [self.name_in(row) for row in self.rows()]
@@ -181,6 +189,20 @@ class WithTheDaemon(PreferencesCase):
         self.file("home/Documents/new")
         self.expand("Documents")
         self.row("new")
+
+    def test_an_empty_folder_can_be_looked_into(self):
+        empty = self.folder("home/empty")
+        self.open()
+        self.row("notes")
+        self.expand("empty")
+        eventually(lambda: not is_on(self.row("empty")[1], "expandable"), "a folder that is seen to be empty")
+        self.assertEqual(self.names(), [self.home, "Documents", "empty", "notes"])
+        with open(os.path.join(empty, "later"), "w", encoding="utf-8"):
+            pass
+        self.tick("empty")
+        eventually(lambda: is_on(self.row("empty")[1], "expandable"), "a folder that is no longer empty")
+        self.expand("empty")
+        self.wait_for_box("later", True)
 
     def test_a_tick_includes_the_file_and_its_folder_is_ticked_partly(self):
         self.open()

@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 
 #include "clients/preferences/window/Mailbox.h"
 #include "clients/preferences/window/RulesPane.h"

@@ -83,18 +83,24 @@ void StatusPane::addControls() {
   pack_start(lowPriority_, false, false);
   pause_.signal_clicked().connect([this] {
     minutes_.update();
-    wishes_.pause(minutes_.get_value_as_int());
+    pause(minutes_.get_value_as_int());
   });
-  resume_.signal_clicked().connect([this] { wishes_.pause(0); });
+  resume_.signal_clicked().connect([this] { pause(0); });
   const auto connect = [this](Gtk::CheckButton& button, const std::function<void(bool)>& wish) {
     button.signal_toggled().connect([this, &button, &wish] {
       if (!showing_) {
+        ++wished_;
         wish(button.get_active());
       }
     });
   };
   connect(automatic_, wishes_.setAutomatic);
   connect(lowPriority_, wishes_.setLowPriority);
+}
+
+void StatusPane::pause(std::int32_t minutes) {
+  ++wished_;
+  wishes_.pause(minutes);
 }
 
 void StatusPane::say(const std::string& sentence) {
@@ -167,10 +173,13 @@ void StatusPane::showQuota(const StatusSnapshot& snapshot) {
 }
 
 void StatusPane::showControls(const StatusSnapshot& snapshot) {
-  showing_ = true;
   for (Gtk::Widget* widget : std::initializer_list<Gtk::Widget*>{&controls_, &automatic_, &lowPriority_}) {
     widget->set_sensitive(true);
   }
+  if (snapshot.settingsMade != wished_) {
+    return;
+  }
+  showing_ = true;
   resume_.set_sensitive(snapshot.paused);
   pausedFor_.set_text(snapshot.paused ? filled(tr("Paused for %s"),
                                                durationText(std::chrono::minutes(snapshot.pausedMinutes)))

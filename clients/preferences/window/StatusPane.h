@@ -17,7 +17,8 @@
 
 namespace keldane {
 
-/// The switches show what the daemon says, whatever the user has made of them meanwhile.
+/// The switches show what the daemon says once it has heard of all that the user wants; until then they stay
+/// as the user has put them.
 class StatusPane : public Gtk::Box {
  public:
   /// What the pane wants of the daemon.
@@ -39,9 +40,11 @@ class StatusPane : public Gtk::Box {
   void showAccount(const StatusSnapshot& snapshot);
   void showQuota(const StatusSnapshot& snapshot);
   void showControls(const StatusSnapshot& snapshot);
+  void pause(std::int32_t minutes);
 
   const Wishes wishes_;
-  bool showing_ = false;  // so that what the daemon says is not taken for the user's wish
+  std::uint32_t wished_ = 0;  // how many settings
+  bool showing_ = false;      // so that what the daemon says is not taken for the user's wish
   Gtk::Label status_, details_, file_, pausedFor_;
   Gtk::ProgressBar progress_, quotaBar_;
   Gtk::Grid values_;

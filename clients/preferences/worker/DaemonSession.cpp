@@ -76,7 +76,11 @@ void DaemonSession::stateChanged() {
   refreshRules();
 }
 
-void DaemonSession::sendStatus() { deliver_(statusSnapshot(state_, progress_, account_)); }
+void DaemonSession::sendStatus() {
+  StatusSnapshot snapshot = statusSnapshot(state_, progress_, account_);
+  snapshot.settingsMade = settingsMade_;
+  deliver_(std::move(snapshot));
+}
 
 // Not with each state: what a daemon that dies while it is asked does not answer would be remembered as
 // empty.
@@ -97,6 +101,7 @@ void DaemonSession::refuse(const Refusal& refusal) {
 }
 
 void DaemonSession::settle(bool (*taken)(const BackupState&, std::int32_t), std::int32_t wanted) {
+  ++settingsMade_;
   state_.updateDaemonState();
   const bool isTaken = taken(state_, wanted);
   sendStatus();

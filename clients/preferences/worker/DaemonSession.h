@@ -3,7 +3,6 @@
 
 #include <functional>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -56,6 +55,7 @@ class DaemonSession {
   BackupState state_;
   BackupProgress progress_;
   Account account_;
+  std::uint32_t settingsMade_ = 0;
   RulesTree tree_;
   std::shared_ptr<Timer> slowTimer_;
   std::vector<std::string> toRefresh_;  // folders, the next one last

@@ -21,7 +21,8 @@ struct Account {
 struct StatusSnapshot {
   bool connected = false;
   Account account;
-  bool quotaLimited = false;  ///< remembered as well
+  bool quotaLimited = false;       ///< remembered as well
+  std::uint32_t settingsMade = 0;  ///< how many of the user's wishes for settings the daemon had been sent
 
   // Of no meaning while it is away.
   std::string status;  ///< in the daemon's words; empty when it tells none

@@ -170,8 +170,9 @@ TEST_F(DaemonThreadTest, SettingsAreSentAndAskedFor) {
     session.setAutomatic(true);
     session.pause(5);
   });
-  EXPECT_TRUE(waitForStatus(
-      [](const StatusSnapshot& status) { return status.automatic && status.pausedMinutes == 5; }));
+  EXPECT_TRUE(waitForStatus([](const StatusSnapshot& status) {
+    return status.settingsMade == 2 && status.automatic && status.pausedMinutes == 5;
+  }));
   EXPECT_EQ(inbox_.count<Refusal>(), 0U);
 }
 
