@@ -90,19 +90,25 @@ def eventually(condition, what, patience=PATIENCE):
         try:
             if answer := condition():
                 return answer
-        except GLib.Error:
+        except (GLib.Error, Gone):
             pass
         if time.monotonic() > end:
             raise AssertionError(f"{what() if callable(what) else what} did not come about")
         time.sleep(0.05)
 
 
+class Gone(Exception):
+    """What was there a moment ago is not any more."""
+
+
 def child(node, index):
-    """None for one that has gone meanwhile."""
     try:
-        return node.get_child_at_index(index)
+        found = node.get_child_at_index(index)
     except GLib.Error:
-        return None
+        found = None
+    if found is None:
+        raise Gone
+    return found
 
 
 def walk(node, depth=0):
@@ -115,7 +121,11 @@ def walk(node, depth=0):
     except GLib.Error:
         return
     for i in range(count):
-        yield from walk(child(node, i), depth + 1)
+        try:
+            below = child(node, i)
+        except Gone:
+            continue
+        yield from walk(below, depth + 1)
 
 
 def has_state(node, state):
@@ -263,8 +273,7 @@ class Program:
             raise AssertionError(f"{self.process.args[0]} ended: {self.output()}")
         desktop = Atspi.get_desktop(0)
         applications = [child(desktop, i) for i in range(desktop.get_child_count())]
-        return next((each for each in applications
-                     if each is not None and each.get_process_id() == self.process.pid), None)
+        return next((each for each in applications if each.get_process_id() == self.process.pid), None)
 
     def all(self, role=None, name=None):
         """What is showing, in its order."""
