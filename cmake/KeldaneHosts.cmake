@@ -1,17 +1,19 @@
-# keldane_host(NAME PACKAGE DIRECTORY SOURCE...): the extension of one file manager, which goes to DIRECTORY. It can be
-# switched off by KELDANE_HOST_<NAME>, and is left out with a message when PACKAGE, a pkg-config name, is missing.
+# keldane_host(NAME PACKAGES VARIABLE SOURCE...): the extension of one file manager. It goes where the file manager looks,
+# whatever the prefix: the folder that VARIABLE of the first of the pkg-config PACKAGES names, unless
+# KELDANE_HOST_<NAME>_FOLDER names another. It can be switched off by KELDANE_HOST_<NAME>, and is left out with a message
+# when a package is missing.
 find_package(PkgConfig)
-function(keldane_host name package directory)
+function(keldane_host name packages variable)
   string(TOUPPER ${name} upper)
   option(KELDANE_HOST_${upper} "Build the extension for ${name}" ON)
   if(NOT KELDANE_HOST_${upper})
     return()
   endif()
   if(PkgConfig_FOUND)
-    pkg_check_modules(${upper} IMPORTED_TARGET QUIET ${package})
+    pkg_check_modules(${upper} IMPORTED_TARGET QUIET ${packages})
   endif()
   if(NOT ${upper}_FOUND)
-    message(STATUS "No extension for ${name}: the development files of ${package} are missing")
+    message(STATUS "No extension for ${name}: the development files of ${packages} are missing")
     return()
   endif()
   add_library(keldane-${name} MODULE ${ARGN})
@@ -30,5 +32,8 @@ function(keldane_host name package directory)
     PREFIX "lib"
     LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/hosts/${name}
     INSTALL_RPATH ${CMAKE_INSTALL_FULL_LIBDIR})
-  install(TARGETS keldane-${name} LIBRARY DESTINATION ${directory})
+  list(GET packages 0 package)
+  pkg_get_variable(folder ${package} ${variable})
+  set(KELDANE_HOST_${upper}_FOLDER "${folder}" CACHE PATH "Where ${name} looks for extensions")
+  install(TARGETS keldane-${name} LIBRARY DESTINATION ${KELDANE_HOST_${upper}_FOLDER})
 endfunction()

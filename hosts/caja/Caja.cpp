@@ -1,5 +1,5 @@
 // The Caja extension.
-#include "Names.h"
+#include "hosts/family/FileManager.h"
 #include "hosts/gtk/MenuTouchUp.h"
 
 namespace keldane {

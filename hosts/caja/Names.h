@@ -3,8 +3,6 @@
 
 #include <glib-object.h>
 
-#include <string>
-
 #define FM(name) caja_##name
 #define FM_FILE_INFO CAJA_FILE_INFO
 #define FM_MENU_PROVIDER CAJA_MENU_PROVIDER
@@ -21,12 +19,5 @@ namespace keldane {
 
 using FmMenu = CajaMenu;
 using FmMenuItem = CajaMenuItem;
-
-/// Null: there is none of its kind here.
-FmMenuItem* makeSeparator(const std::string& name);
-void addInterfaces(GTypeModule* module, GType type, GList* (*fileItems)(GList*));
-
-void initializeModule(GTypeModule* module);
-void listTypes(const GType** types, int* count);
 
 }  // namespace keldane

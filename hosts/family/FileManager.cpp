@@ -1,11 +1,10 @@
 // The host of one of three relatives, whose extension interfaces differ in their names alone. Each one's
 // folder has the names.
 //
-// All three ask for a menu's items whenever the selection changes, several times over. So nothing is asked of
-// the plug-in until a menu is about to be opened; then the file manager is told that items have changed, asks
-// once more before it opens the menu, and gets what the plug-in offers. A menu that comes late is announced
-// in the same way.
-#include "Names.h"
+// All three ask for a menu's items whenever the selection changes, several times over, and keep what they got.
+// When a menu is about to be opened they are told that items have changed, and ask once more.
+#include "hosts/family/FileManager.h"
+
 #include "hosts/gtk/GtkHost.h"
 
 namespace keldane {

@@ -3,8 +3,6 @@
 
 #include <glib-object.h>
 
-#include <string>
-
 #define FM(name) nautilus_##name
 #define FM_FILE_INFO NAUTILUS_FILE_INFO
 #define FM_MENU_PROVIDER NAUTILUS_MENU_PROVIDER
@@ -18,12 +16,5 @@ namespace keldane {
 
 using FmMenu = NautilusMenu;
 using FmMenuItem = NautilusMenuItem;
-
-/// Null: there is none of its kind here.
-FmMenuItem* makeSeparator(const std::string& name);
-void addInterfaces(GTypeModule* module, GType type, GList* (*fileItems)(GList*));
-
-void initializeModule(GTypeModule* module);
-void listTypes(const GType** types, int* count);
 
 }  // namespace keldane

@@ -1,5 +1,5 @@
 // The Nautilus extension.
-#include "Names.h"
+#include "hosts/family/FileManager.h"
 
 namespace keldane {
 

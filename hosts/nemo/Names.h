@@ -3,8 +3,6 @@
 
 #include <glib-object.h>
 
-#include <string>
-
 #define FM(name) nemo_##name
 #define FM_FILE_INFO NEMO_FILE_INFO
 #define FM_MENU_PROVIDER NEMO_MENU_PROVIDER
@@ -23,12 +21,5 @@ namespace keldane {
 
 using FmMenu = NemoMenu;
 using FmMenuItem = NemoMenuItem;
-
-/// Null: there is none of its kind here.
-FmMenuItem* makeSeparator(const std::string& name);
-void addInterfaces(GTypeModule* module, GType type, GList* (*fileItems)(GList*));
-
-void initializeModule(GTypeModule* module);
-void listTypes(const GType** types, int* count);
 
 }  // namespace keldane
