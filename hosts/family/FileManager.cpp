@@ -1,8 +1,8 @@
 // The host of one of three relatives, whose extension interfaces differ in their names alone. Each one's
 // folder has the names.
 //
-// All three ask for a menu's items whenever the selection changes, several times over, and keep what they got.
-// When a menu is about to be opened they are told that items have changed, and ask once more.
+// All three ask for a menu's items whenever the selection changes, several times over, and keep what they
+// got. When a menu is about to be opened they are told that items have changed, and ask once more.
 #include "hosts/family/FileManager.h"
 
 #include "hosts/gtk/GtkHost.h"
