@@ -1,7 +1,10 @@
 #include "hosts/core/MenuService.h"
 
+#include <charconv>
 #include <condition_variable>
+#include <cstdlib>
 #include <mutex>
+#include <string_view>
 #include <thread>
 
 #include "hosts/core/MenuHost.h"
@@ -294,6 +297,16 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
   std::uint64_t open_ = 0, chosen_ = 0;  // the menu whose cycle is open, and the last that was chosen from
   bool complained_ = false;
 };
+
+MenuService::Patience MenuService::configuredPatience() {
+  const char* text = std::getenv("KELDANE_MENU_PATIENCE");
+  const std::string_view digits = text == nullptr ? "" : text;
+  int milliseconds = 0;
+  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), milliseconds);
+  const bool isMeant = error == std::errc() && end == digits.data() + digits.size() && milliseconds >= 1 &&
+                       milliseconds <= 60000;
+  return isMeant ? Patience(milliseconds) : kUsualPatience;
+}
 
 MenuService::MenuService(std::string bundle, Patience patience)
     : worker_(std::make_shared<Worker>(std::move(bundle), patience)) {

@@ -31,9 +31,11 @@ class MenuService {
  public:
   using Patience = std::chrono::milliseconds;
   static constexpr Patience kUsualPatience{100};
+  /// The milliseconds that KELDANE_MENU_PATIENCE in the environment names, 1 to 60,000; else the usual.
+  static Patience configuredPatience();
 
   /// `bundle` empty: the first plug-in that is installed. It is loaded with the first menu.
-  explicit MenuService(std::string bundle = {}, Patience patience = kUsualPatience);
+  explicit MenuService(std::string bundle = {}, Patience patience = configuredPatience());
   ~MenuService();
   MenuService(const MenuService&) = delete;
   MenuService& operator=(const MenuService&) = delete;

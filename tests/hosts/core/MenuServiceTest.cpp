@@ -275,6 +275,18 @@ TEST_F(MenuServiceTest, GoesAtOnceWhileThePluginIsStuck) {
   EXPECT_TRUE(daemon_->waitForClients(0)) << "the thread that was left behind ends its cycle";
 }
 
+TEST(MenuServicePatience, IsWhatTheEnvironmentSaysInReason) {
+  const std::pair<const char*, int> cases[] = {{"1", 1},    {"60000", 60000}, {"60001", 100}, {"0", 100},
+                                               {"-5", 100}, {"", 100},        {"1s", 100},    {"soon", 100}};
+  unsetenv("KELDANE_MENU_PATIENCE");
+  EXPECT_EQ(MenuService::configuredPatience().count(), 100);
+  for (const auto& [text, milliseconds] : cases) {
+    setenv("KELDANE_MENU_PATIENCE", text, 1);
+    EXPECT_EQ(MenuService::configuredPatience().count(), milliseconds) << text;
+  }
+  unsetenv("KELDANE_MENU_PATIENCE");
+}
+
 TEST_F(MenuServiceTest, KnowsWhatToSayForAMenuThatDoesNotCome) {
   setenv("LC_ALL", "de_DE.UTF-8", 1);
   EXPECT_EQ(service().notRespondingTitle(), "Keldane is not responding") << "no bundle has been read";
