@@ -122,6 +122,12 @@ class FileManager:
     def choose(self, title):
         click(find(self.top(), title))
 
+    def choose_anew(self, title):
+        """From a menu that is opened for it."""
+        self.open_menu()
+        click(self.top(patience=5))
+        click(find(self.top(), title, patience=5))
+
     def close_menu(self):
         press("Escape")
         press("Escape")
@@ -217,6 +223,11 @@ class Nautilus(FileManager):
     def choose(self, title):
         desktop.act(find(self.application, title, showing=False))
 
+    def choose_anew(self, title):
+        self.open_menu()
+        desktop.act(self.top(patience=5))
+        desktop.act(find(self.application, title, showing=False, patience=5))
+
 
 class Dolphin(FileManager):
     """Its context menus stand in no window's accessible tree. They are worked by keys, and read by what gets the
@@ -227,6 +238,7 @@ class Dolphin(FileManager):
     has_separators = False
     names_what_cannot_be_chosen = False
     label_above_end = 12  # between icon and label there is nothing to hit
+    focused = None
 
     @classmethod
     def place_extension(cls):
@@ -234,8 +246,10 @@ class Dolphin(FileManager):
         return lambda: os.environ.pop("QT_PLUGIN_PATH")
 
     def open_menu(self):
-        super().open_menu()
+        if self.focused:
+            self.focused.end()
         self.focused = desktop.FocusedNames()
+        super().open_menu()
         desktop.eventually(lambda: self.key("Down"), "the menu")
 
     def key(self, key):
@@ -272,6 +286,13 @@ class Dolphin(FileManager):
 
     def choose(self, title):
         desktop.eventually(lambda: self.key("Down") == title, f"the entry {title}")
+        press("Return")
+
+    def choose_anew(self, title):
+        # The focus in a second menu is not told of reliably; the title's first letter leads to the first entry.
+        super().open_menu()
+        time.sleep(1)
+        press("k")
         press("Return")
 
     def close_menu(self):
