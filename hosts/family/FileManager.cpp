@@ -57,7 +57,10 @@ FmMenuItem* makeTop(const MenuItem& top, const std::string& name, const Menu& me
 GList* makeItems(const Menu& menu) {
   GList* items = nullptr;
   for (std::size_t i = menu->items.size(); i-- > 0;) {
-    items = g_list_prepend(items, makeTop(menu->items[i], "Keldane::" + std::to_string(i), menu));
+    const MenuItem& top = menu->items[i];
+    // What has once been an entry under a name cannot become a submenu under it.
+    const std::string name = (top.items.empty() ? "Keldane::Entry" : "Keldane::Menu") + std::to_string(i);
+    items = g_list_prepend(items, makeTop(top, name, menu));
   }
   return items;
 }
