@@ -38,6 +38,7 @@ class Desktop:
                             "DBUS_SESSION_BUS_ADDRESS": self._start_bus(display)}
         os.environ.update(self.environment)
         self._start(["openbox", "--sm-disable"])
+        eventually(self._has_window_manager, "the window manager")
         self._start(["/usr/libexec/at-spi-bus-launcher", "--launch-immediately", "--a11y=1"])
         global Atspi
         import gi
@@ -51,19 +52,28 @@ class Desktop:
         return process
 
     def _start_screen(self):
-        # The server chooses a number that is free and says which.
+        # A number of this process's own, because a server that ends can take the next one's of the same number along.
+        # The server says when it can be reached.
+        display = f":{10000 + os.getpid() % 40000}"
         reading, writing = os.pipe()
-        self._start(["Xvfb", "-displayfd", str(writing), "-screen", "0", "1280x1024x24", "-nolisten", "tcp"],
+        self._start(["Xvfb", display, "-displayfd", str(writing), "-screen", "0", "1280x1024x24", "-nolisten", "tcp"],
                     pass_fds=[writing], stdout=subprocess.DEVNULL)
         os.close(writing)
         with os.fdopen(reading) as stream:
-            return ":" + stream.readline().strip()
+            if not stream.readline().strip():
+                raise AssertionError(f"there is no screen {display}")
+        return display
 
     def _start_bus(self, display):
         bus = self._start(["dbus-daemon", "--session", "--nofork", "--print-address"], stdout=subprocess.PIPE,
                           text=True, env={**os.environ, "DISPLAY": display})
         with bus.stdout as stream:
             return stream.readline().strip()
+
+    @staticmethod
+    def _has_window_manager():
+        return subprocess.run(["xdotool", "get_num_desktops"], capture_output=True, timeout=PATIENCE,
+                              check=False).returncode == 0
 
     def stop(self):
         for process in reversed(self._processes):
