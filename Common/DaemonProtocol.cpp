@@ -24,4 +24,9 @@ const MethodSignature* Protocol::find(std::string_view selector) const {
   return found == methods.end() ? nullptr : &*found;
 }
 
+bool Protocol::hasAnswers() const {
+  return std::any_of(methods.begin(), methods.end(),
+                     [](const MethodSignature& method) { return method.returnCode != 'v'; });
+}
+
 }  // namespace keldane

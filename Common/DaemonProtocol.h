@@ -78,6 +78,8 @@ struct Protocol {
   std::span<const MethodSignature> methods;
   /// Null when the table lacks the selector.
   const MethodSignature* find(std::string_view selector) const;
+  /// Whether any method returns a value, so that a caller may wait for an answer.
+  bool hasAnswers() const;
 };
 
 /// The protocol of the backup daemon.

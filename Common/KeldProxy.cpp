@@ -177,6 +177,10 @@ bool KeldaneProxy::processData(const Bytes* payload, std::int32_t type) {
 }
 
 void KeldaneProxy::processResponse(const Bytes* payload) {
+  const Protocol* protocol = protocol_;
+  if (protocol != nullptr && !protocol->hasAnswers()) {
+    return;  // no call will ever take it, and all that the peer sends next would wait for one that does
+  }
   PropertyList result =
       payload == nullptr ? PropertyList() : unserialized(*payload, "Failed to unserialize response: %@");
   // A new result never takes the place of one that its caller has not fetched yet.

@@ -126,7 +126,7 @@ void KeldaneSocket::reportReadFailure() {
 
 void KeldaneSocket::waitUnlessClosed(std::chrono::milliseconds duration) {
   std::unique_lock guard(closedMutex_);
-  closed_.wait_for(guard, duration, [this] { return !isReceiving(); });
+  closed_.wait_for(guard, duration, [this] { return isZombie(); });
 }
 
 void KeldaneSocket::tellSocketDelegate(DelegateCall call, const char* logLine) {
@@ -164,6 +164,8 @@ void KeldaneSocket::acceptThread() {
     // its standard input open never gets it.
     if (descriptor >= 1) {
       guarded([&] { makeChild(descriptor); });
+    } else {
+      waitUnlessClosed(kPause);  // without a free descriptor it fails again at once, until somebody leaves
     }
   }
   acceptThreadRunning_ = false;

@@ -13,7 +13,7 @@
 #include <iterator>
 #include <thread>
 
-#include "hosts/cli/MenuHost.h"
+#include "hosts/core/MenuHost.h"
 #include "platform/host/Host.h"
 
 namespace keldane {

@@ -21,8 +21,10 @@ endif()
 if(KELDANE_SANITIZE)
   target_compile_options(keldane_options INTERFACE -fsanitize=${KELDANE_SANITIZE} -fno-omit-frame-pointer
                                                    -fno-sanitize-recover=all)
-  # The instrumented code of the standard library's own headers misleads this one.
-  target_compile_options(keldane_options INTERFACE -Wno-maybe-uninitialized)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # The instrumented code of the standard library's own headers misleads this one.
+    target_compile_options(keldane_options INTERFACE -Wno-maybe-uninitialized)
+  endif()
   target_link_options(keldane_options INTERFACE -fsanitize=${KELDANE_SANITIZE})
 endif()
 

@@ -1,6 +1,7 @@
 // Completion for the shells, made from the command line's own description of itself.
 #include <functional>
 #include <iostream>
+#include <sstream>
 
 #include "clients/ctl/Commands.h"
 
@@ -131,7 +132,8 @@ std::string zshScript(const std::vector<CommandWords>& commands) {
 }
 
 std::string fishScript(const std::vector<CommandWords>& commands) {
-  std::string text = "# fish completion for keldanectl\ncomplete -c keldanectl -f\n";
+  std::ostringstream text;
+  text << "# fish completion for keldanectl\ncomplete -c keldanectl -f\n";
   const auto descriptionOf = [&](const std::vector<std::string>& path) {
     for (const CommandWords& command : commands) {
       if (command.path == path) {
@@ -151,12 +153,12 @@ std::string fishScript(const std::vector<CommandWords>& commands) {
       std::vector<std::string> longer = command.path;
       longer.push_back(word);
       const std::string description = descriptionOf(longer);
-      text += line + (word.starts_with("--") ? " -l " + word.substr(2) : " -a " + word) +
-              (description.empty() ? "" : " -d " + shellQuoted(description)) + '\n';
+      text << line << (word.starts_with("--") ? " -l " + word.substr(2) : " -a " + word)
+           << (description.empty() ? "" : " -d " + shellQuoted(description)) << '\n';
     }
-    text += command.takesFiles ? line + " -F\n" : "";
+    text << (command.takesFiles ? line + " -F\n" : "");
   }
-  return text;
+  return text.str();
 }
 
 }  // namespace

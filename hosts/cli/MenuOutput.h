@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "hosts/cli/Menu.h"
+#include "hosts/core/Menu.h"
 #include "platform/host/FourCharCode.h"
 
 namespace keldane {

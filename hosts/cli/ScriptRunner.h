@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "hosts/cli/MenuHost.h"
+#include "hosts/core/MenuHost.h"
 
 namespace keldane {
 

@@ -8,9 +8,9 @@
 #include "cli/AbsolutePath.h"
 #include "cli/Deadline.h"
 #include "cli/Json.h"
-#include "hosts/cli/MenuHost.h"
 #include "hosts/cli/MenuOutput.h"
 #include "hosts/cli/ScriptRunner.h"
+#include "hosts/core/MenuHost.h"
 #include "platform/host/Host.h"
 
 namespace keldane {

@@ -7,6 +7,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <thread>
 
@@ -33,7 +34,11 @@ OSType typeCode(const std::string& path, bool traverseLink) {
 bool spawnOpener(const std::string& path) {
   // A name that begins with a hyphen would be read as an option.
   const std::string argument = path.starts_with('-') ? "./" + path : path;
-  const char* const arguments[] = {"xdg-open", argument.c_str(), nullptr};
+  // xdg-open would show what is written in a launcher.
+  const bool isLauncher = argument.ends_with(".desktop");
+  const std::array<const char*, 4> arguments =
+      isLauncher ? std::array<const char*, 4>{"gio", "launch", argument.c_str(), nullptr}
+                 : std::array<const char*, 4>{"xdg-open", argument.c_str(), nullptr, nullptr};
   posix_spawn_file_actions_t actions;
   posix_spawnattr_t attributes;
   posix_spawn_file_actions_init(&actions);
@@ -41,8 +46,8 @@ bool spawnOpener(const std::string& path) {
   posix_spawnattr_init(&attributes);
   posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
   pid_t child = 0;
-  const int error =
-      posix_spawnp(&child, arguments[0], &actions, &attributes, const_cast<char* const*>(arguments), environ);
+  const int error = posix_spawnp(&child, arguments[0], &actions, &attributes,
+                                 const_cast<char* const*>(arguments.data()), environ);
   posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&actions);
   if (error != 0) {

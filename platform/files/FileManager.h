@@ -30,9 +30,10 @@ class FileManager {
 
 class Workspace {
  public:
-  /// Opens the file with the desktop's own opener: the host's if it supplied one, else `xdg-open`, started
-  /// without a shell and not waited for. An absent path reaches the host's opener as it is; `xdg-open` is not
-  /// started for it. Answers whether an opener was started.
+  /// Opens the file with the desktop's own opener: the host's if it supplied one, else `xdg-open`, or
+  /// `gio launch` for a launcher (*.desktop), started without a shell and not waited for. An absent path
+  /// reaches the host's opener as it is; nothing else is started for it. Answers whether an opener was
+  /// started.
   static bool openFile(const std::optional<std::string>& path);
 };
 

@@ -321,6 +321,16 @@ TEST_F(KeldProxyTest, AStrayAnswerIsTakenByTheNextCall) {
   peer.join();
 }
 
+TEST_F(KeldProxyTest, AnAnswerThatNoCallCanTakeIsDropped) {
+  static constexpr MethodSignature kOneWay[] = {{"stateChanged:", 'v', "@"}};
+  static constexpr Protocol kProtocol = {"OneWay", kOneWay};
+  proxy_->setProtocol(&kProtocol);
+  connection_.answer(1);
+  connection_.answer(2);
+  sendRequest(request("tell:", {"@", "still here"}));
+  EXPECT_TRUE(eventually([&] { return target_->all() == std::vector<std::string>{"still here"}; }));
+}
+
 TEST_F(KeldProxyTest, AFailureSignalBetweenCallsIsTakenByTheNextCall) {
   std::thread peer = answerNext(1);
   EXPECT_EQ(proxy_->pausedMinutes(), 1U);

@@ -2,6 +2,7 @@
 #include <sys/resource.h>
 
 #include <csignal>
+#include <ctime>
 
 #include "Common/KeldSocket.h"
 #include "platform/runloop/RunLoop.h"
@@ -317,6 +318,26 @@ TEST_F(KeldSocketThreadsTest, DescriptorZeroIsNoPeer) {
   EXPECT_NE(fcntl(STDIN_FILENO, F_GETFD), -1) << "left open, and of no use";
   dup2(standardInput.get(), STDIN_FILENO);
   first->close();
+  listener->close();
+  delegate_->children.clear();
+}
+
+TEST_F(KeldSocketThreadsTest, WithoutAFreeDescriptorItWaitsForOne) {
+  const auto listener = listen();
+  socket_->setSocket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  const int free = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
+  ::close(free);
+  const rlimit none = {static_cast<rlim_t>(free), limit.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &none);
+  EXPECT_TRUE(socket_->connectToPath(path_));
+  const std::clock_t before = std::clock();
+  std::this_thread::sleep_for(std::chrono::milliseconds(600));
+  const double busy = static_cast<double>(std::clock() - before) / CLOCKS_PER_SEC;
+  setrlimit(RLIMIT_NOFILE, &limit);
+  EXPECT_LT(busy, 0.2) << "seconds of the processor";
+  EXPECT_TRUE(eventually([&] { return delegate_->childCount() == 1; }));
   listener->close();
   delegate_->children.clear();
 }

@@ -45,6 +45,16 @@ class Client {
   bool connected_ = false;
 };
 
+/// A connection that sends what no client would.
+testing::RawConnection connectedTo(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+  const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  EXPECT_EQ(::connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+  return testing::RawConnection(descriptor);
+}
+
 class DaemonServerTest : public ::testing::Test {
  protected:
   DaemonServerTest() {
@@ -332,6 +342,20 @@ TEST_F(DaemonServerTest, ServesManyPeersAtOnce) {
   for (std::thread& thread : threads) {
     thread.join();
   }
+}
+
+TEST_F(DaemonServerTest, LetsGoOfAPeerThatAnsweredUnasked) {
+  EXPECT_EQ((*client_)->getCurrentRestoreJob(), 0U);  // from here on every thread is there
+  const std::ptrdiff_t threads = testing::settledThreadCount();
+  for (int i = 0; i < 4; ++i) {
+    testing::RawConnection peer = connectedTo(options_.socket);
+    peer.writeFrame(kResponseFrame, "");
+    peer.writeFrame(kRequestFrame, testing::RawConnection::payloadOf(
+                                       PropertyList::array({4, "I", "getCurrentRestoreJob", 0})));
+    EXPECT_EQ(peer.readFrame().value(), PropertyList(0));
+  }
+  EXPECT_TRUE(eventually([&] { return testing::countOf("task") <= threads; }))
+      << "the word that the link failed waits for nobody to take the answer";
 }
 
 TEST_F(DaemonServerTest, RememberAllWhenItBeginsAgain) {

@@ -1,104 +1,276 @@
-"""A desktop of a test's own: a screen, a session bus, a window manager and the accessibility bus, and a way to read and
-drive the windows on it.
+"""A desktop of the tests' own: an X server without a screen, a session bus, a window manager, and the accessibility bus
+through which the windows are read and worked."""
 
-Runs with the interpreter for which the system builds its introspection bindings."""
-
+import atexit
 import os
 import shutil
 import signal
 import subprocess
-import sys
 import tempfile
 import time
 
-# What a busy machine may need; nothing waits longer than until what it waits for is there.
-PATIENCE = 60
+PATIENCE = 30  # what a busy machine may need; nothing waits longer than until what it waits for is there
+
+_place = tempfile.mkdtemp(prefix="keldane-desktop-")
+_processes = []
 
 
-class Desktop:
-    """A private screen and session, in a folder of its own. The accessibility bus is found by the environment, once a
-    process, so a test process has one desktop: `Desktop.shared()`."""
+def _end():
+    for process in reversed(_processes):
+        if process.poll() is None:
+            process.terminate()
+    for process in reversed(_processes):
+        try:
+            process.wait(5)
+        except subprocess.TimeoutExpired:
+            process.kill()
+            process.wait()
+    shutil.rmtree(_place, ignore_errors=True)
 
-    _shared = None
 
-    @classmethod
-    def shared(cls):
-        if cls._shared is None:
-            cls._shared = cls()
-        return cls._shared
+atexit.register(_end)
+
+
+def _start(*command, **options):
+    process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=options.pop("stdout", subprocess.DEVNULL),
+                               stderr=subprocess.DEVNULL, **options)
+    _processes.append(process)
+    return process
+
+
+def _begin():
+    """Starts all of it and points this process's environment at it, before anything looks there."""
+    # A number of this process's own, because a server that ends can take the next one's of the same number along. The
+    # server says when it can be reached.
+    display = str(10000 + os.getpid() % 40000)
+    reading, writing = os.pipe()
+    _start("Xvfb", ":" + display, "-displayfd", str(writing), "-screen", "0", "1280x1024x24", "-nolisten", "tcp",
+           pass_fds=[writing])
+    os.close(writing)
+    with os.fdopen(reading) as stream:
+        if not stream.readline().strip():
+            raise AssertionError(f"there is no screen {display}")
+    folders = {name: os.path.join(_place, name) for name in ("home", "config", "data", "cache", "run")}
+    for folder in folders.values():
+        os.mkdir(folder, 0o700)
+    os.environ.update(
+        DISPLAY=":" + display, HOME=folders["home"], XDG_CONFIG_HOME=folders["config"], XDG_DATA_HOME=folders["data"],
+        XDG_CACHE_HOME=folders["cache"], XDG_RUNTIME_DIR=folders["run"], LC_ALL="C.UTF-8", GDK_BACKEND="x11",
+        GSK_RENDERER="cairo", LIBGL_ALWAYS_SOFTWARE="1", GSETTINGS_BACKEND="keyfile", GTK_MODULES="gail:atk-bridge",
+        NO_AT_BRIDGE="0", GTK_A11Y="atspi", QT_ACCESSIBILITY="1", QT_LINUX_ACCESSIBILITY_ALWAYS_ON="1",
+        QT_QPA_PLATFORM="xcb", GVFS_DISABLE_FUSE="1")
+    for name in ("WAYLAND_DISPLAY", "NO_COLOR"):
+        os.environ.pop(name, None)
+    bus = _start("dbus-daemon", "--session", "--nofork", "--print-address=1", stdout=subprocess.PIPE)
+    with bus.stdout as stream:
+        os.environ["DBUS_SESSION_BUS_ADDRESS"] = stream.readline().decode().strip()
+    # A desktop program that asks the system's bus for services waits long where there is none.
+    os.environ["DBUS_SYSTEM_BUS_ADDRESS"] = os.environ["DBUS_SESSION_BUS_ADDRESS"]
+    subprocess.run(["gsettings", "set", "org.gnome.desktop.interface", "toolkit-accessibility", "true"], check=True,
+                   capture_output=True)
+    # The accessibility bus comes when it is called. Qt programs look at their start whether anybody reads the
+    # screen, and not again.
+    subprocess.run(["gdbus", "call", "--session", "--dest", "org.a11y.Bus", "--object-path", "/org/a11y/bus", "--method",
+                    "org.freedesktop.DBus.Properties.Set", "org.a11y.Status", "IsEnabled", "<true>"], check=True,
+                   capture_output=True)
+    _start("openbox")
+    end = time.monotonic() + PATIENCE
+    while subprocess.run(["xdotool", "get_num_desktops"], capture_output=True, check=False).returncode != 0:
+        if time.monotonic() > end:
+            raise AssertionError("the window manager did not come about")
+        time.sleep(0.05)
+
+
+if "KELDANE_ON_THIS_DISPLAY" not in os.environ:
+    _begin()
+
+import gi  # noqa: E402  after the environment is as it is to be
+gi.require_version("Atspi", "2.0")
+from gi.repository import Atspi, GLib  # noqa: E402
+
+if "KELDANE_ON_THIS_DISPLAY" not in os.environ:
+    # Starts the registry, so that it is there when the first program wants to be in it.
+    Atspi.get_desktop(0).get_child_count()
+
+
+def eventually(condition, what, patience=PATIENCE):
+    """The condition's first true answer. What has gone while it was looked at counts as not there."""
+    end = time.monotonic() + patience
+    while True:
+        try:
+            if answer := condition():
+                return answer
+        except (GLib.Error, Gone):
+            pass
+        if time.monotonic() > end:
+            raise AssertionError(f"{what() if callable(what) else what} did not come about")
+        time.sleep(0.05)
+
+
+class Gone(Exception):
+    """What was there a moment ago is not any more."""
+
+
+def child(node, index):
+    try:
+        found = node.get_child_at_index(index)
+    except GLib.Error:
+        found = None
+    if found is None:
+        raise Gone
+    return found
+
+
+def walk(node, depth=0):
+    """A node of the accessibility tree and all below; what goes away meanwhile is passed over."""
+    if node is None or depth > 40:
+        return
+    yield node
+    try:
+        count = min(node.get_child_count(), 3000)
+    except GLib.Error:
+        return
+    for i in range(count):
+        try:
+            below = child(node, i)
+        except Gone:
+            continue
+        yield from walk(below, depth + 1)
+
+
+def has_state(node, state):
+    try:
+        return node.get_state_set().contains(state)
+    except GLib.Error:
+        return False
+
+
+def is_on(node, state):
+    """Whether a state by its name, such as "checked", "indeterminate" or "sensitive", is on now."""
+    node.clear_cache()
+    return has_state(node, getattr(Atspi.StateType, state.upper()))
+
+
+def matches(node, name=None, role=None, showing=True):
+    """`name` may be a compiled pattern."""
+    try:
+        actual = node.get_name() or ""
+        if name is not None and not (name.search(actual) if hasattr(name, "search") else actual == name):
+            return False
+        if role is not None and node.get_role_name() != role:
+            return False
+    except GLib.Error:
+        return False
+    return not showing or has_state(node, Atspi.StateType.SHOWING)
+
+
+def find_now(root, name=None, role=None, showing=True):
+    return next((node for node in walk(root) if matches(node, name, role, showing)), None)
+
+
+def find(root, name=None, role=None, showing=True, patience=PATIENCE):
+    return eventually(lambda: find_now(root, name, role, showing),
+                      lambda: f"{role or 'anything'} named {name!r} in\n{dump(root)}", patience)
+
+
+def dump(root):
+    lines = []
+    for node in walk(root):
+        try:
+            lines.append(f"{node.get_role_name()} {node.get_name()!r}")
+        except GLib.Error:
+            pass
+    return "\n".join(lines)
+
+
+def middle(node):
+    extents = node.get_extents(Atspi.CoordType.SCREEN)
+    return extents.x + min(extents.width // 2, 60), extents.y + extents.height // 2
+
+
+def xdotool(*words):
+    subprocess.run(["xdotool", *map(str, words)], check=True, capture_output=True)
+
+
+def click(node, button=1, held=None, above_end=None):
+    """In the middle, or so many points above the lower end."""
+    x, y = middle(node)
+    if above_end is not None:
+        extents = node.get_extents(Atspi.CoordType.SCREEN)
+        y = extents.y + extents.height - above_end
+    xdotool("mousemove", x, y)
+    if held:
+        xdotool("keydown", held)
+    xdotool("click", button)
+    if held:
+        xdotool("keyup", held)
+
+
+def press(*keys):
+    xdotool("key", *keys)
+
+
+def act(node, action=None):
+    """Does a node's own action of this name, or its first."""
+    names = [Atspi.Action.get_action_name(node, i) for i in range(Atspi.Action.get_n_actions(node))]
+    assert Atspi.Action.do_action(node, 0 if action is None else names.index(action)), node.get_name()
+
+
+def value_of(node):
+    return Atspi.Value.get_current_value(node)
+
+
+def set_value(node, value):
+    assert Atspi.Value.set_current_value(node, value)
+
+
+def set_text(node, text):
+    assert Atspi.EditableText.set_text_contents(node, text)
+
+
+class FocusedNames:
+    """The names of what gets the focus, as the accessibility bus tells them; for what is not in any window's tree."""
 
     def __init__(self):
-        self._processes = []
-        self._place = tempfile.mkdtemp(prefix="keldane-desktop-")
-        os.environ["XDG_RUNTIME_DIR"] = self._place
-        display = self._start_screen()
-        self.environment = {"DISPLAY": display, "GDK_BACKEND": "x11", "GSETTINGS_BACKEND": "memory",
-                            "GTK_THEME": "Adwaita", "NO_AT_BRIDGE": "0", "GTK_MODULES": "gail:atk-bridge",
-                            "XDG_RUNTIME_DIR": self._place,
-                            "DBUS_SESSION_BUS_ADDRESS": self._start_bus(display)}
-        os.environ.update(self.environment)
-        self._start(["openbox", "--sm-disable"])
-        eventually(self._has_window_manager, "the window manager")
-        self._start(["/usr/libexec/at-spi-bus-launcher", "--launch-immediately", "--a11y=1"])
-        global Atspi
-        import gi
-        gi.require_version("Atspi", "2.0")
-        from gi.repository import Atspi
-        eventually(lambda: Atspi.get_desktop(0) is not None, "the accessibility bus")
+        self.names = []
+        self._listener = Atspi.EventListener.new(self._hear)
+        self._listener.register("object:state-changed:focused")
 
-    def _start(self, command, **options):
-        process = subprocess.Popen(command, stderr=subprocess.DEVNULL, **options)
-        self._processes.append(process)
-        return process
+    def _hear(self, event):
+        if event.detail1:
+            self.names.append(event.source.get_name())
 
-    def _start_screen(self):
-        # A number of this process's own, because a server that ends can take the next one's of the same number along.
-        # The server says when it can be reached.
-        display = f":{10000 + os.getpid() % 40000}"
-        reading, writing = os.pipe()
-        self._start(["Xvfb", display, "-displayfd", str(writing), "-screen", "0", "1280x1024x24", "-nolisten", "tcp"],
-                    pass_fds=[writing], stdout=subprocess.DEVNULL)
-        os.close(writing)
-        with os.fdopen(reading) as stream:
-            if not stream.readline().strip():
-                raise AssertionError(f"there is no screen {display}")
-        return display
+    def next(self, patience=2):
+        """The next name, or None when none comes."""
+        end = time.monotonic() + patience
+        while not self.names and time.monotonic() < end:
+            if not GLib.MainContext.default().iteration(False):
+                time.sleep(0.01)
+        return self.names.pop(0) if self.names else None
 
-    def _start_bus(self, display):
-        bus = self._start(["dbus-daemon", "--session", "--nofork", "--print-address"], stdout=subprocess.PIPE,
-                          text=True, env={**os.environ, "DISPLAY": display})
-        with bus.stdout as stream:
-            return stream.readline().strip()
+    def end(self):
+        self._listener.deregister("object:state-changed:focused")
 
-    @staticmethod
-    def _has_window_manager():
-        return subprocess.run(["xdotool", "get_num_desktops"], capture_output=True, timeout=PATIENCE,
-                              check=False).returncode == 0
 
-    def stop(self):
-        for process in reversed(self._processes):
-            process.terminate()
-        for process in reversed(self._processes):
-            process.wait(PATIENCE)
-        shutil.rmtree(self._place, ignore_errors=True)
-        Desktop._shared = None
-
-    def start(self, command, environment):
-        """A program on this desktop. Toolkits need the system's own data: types of files, icons."""
-        data = [environment.get("XDG_DATA_DIRS", ""), "/usr/local/share", "/usr/share"]
-        return Program(command, {**environment, **self.environment, "XDG_DATA_DIRS": ":".join(filter(None, data))})
-
-    def screenshot(self, path):
-        subprocess.run(["import", "-window", "root", path], check=True, timeout=PATIENCE)
+def screenshot(path):
+    subprocess.run(["import", "-window", "root", path], check=True, capture_output=True)
 
 
 class Program:
-    """A running program and its windows."""
+    """A program on this desktop, with its output in a file."""
 
-    def __init__(self, command, environment):
-        self.process = subprocess.Popen(command, env=environment, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                                        text=True)
+    def __init__(self, *command, **environment):
+        self.log = tempfile.NamedTemporaryFile(dir=_place, prefix=os.path.basename(command[0]), delete=False)
+        self.process = subprocess.Popen(command, env={**os.environ, **environment}, stdin=subprocess.DEVNULL,
+                                        stdout=self.log, stderr=self.log, start_new_session=True)
         self._application = None
+
+    def output(self):
+        with open(self.log.name, encoding="utf-8", errors="replace") as stream:
+            return stream.read()
+
+    def is_running(self):
+        return self.process.poll() is None
 
     def application(self):
         """Its root on the accessibility bus, once it is there."""
@@ -107,116 +279,37 @@ class Program:
         return self._application
 
     def _find_application(self):
-        if self.process.poll() is not None:
-            raise AssertionError(f"{self.process.args[0]} ended: {self.process.stdout.read()}")
+        if not self.is_running():
+            raise AssertionError(f"{self.process.args[0]} ended: {self.output()}")
         desktop = Atspi.get_desktop(0)
-        for i in range(desktop.get_child_count()):
-            each = desktop.get_child_at_index(i)
-            if each is not None and each.get_process_id() == self.process.pid:
-                return each
-        return None
+        applications = [child(desktop, i) for i in range(desktop.get_child_count())]
+        return next((each for each in applications if each.get_process_id() == self.process.pid), None)
 
     def all(self, role=None, name=None):
-        """The elements that are showing, in their order; `name` may be a compiled pattern."""
-        return [each for each in walk(self.application()) if matches(each, role, name)]
+        """What is showing, in its order."""
+        return [node for node in walk(self.application()) if matches(node, name, role)]
 
     def find(self, role=None, name=None):
-        """The first such element, which is waited for."""
-        return eventually(lambda: next((each for each in walk(self.application()) if matches(each, role, name)), None),
-                          lambda: f"{role} {name!r} in\n{self.dump()}")
+        return find(self.application(), name, role)
 
     def shows(self, name):
         """Waits for a text."""
         return self.find(name=name)
 
     def dump(self):
-        return "\n".join(f"{each.get_role_name()} {each.get_name()!r}" for each in walk(self.application())
-                         if is_showing(each))
+        return dump(self.application())
 
     def end(self):
-        """Closes it as a user's session would, and answers its exit status."""
-        if self.process.poll() is None:
-            self.process.send_signal(signal.SIGTERM)
-        try:
-            return self.process.wait(PATIENCE)
-        finally:
-            self.process.stdout.close()
-
-
-def eventually(condition, what="it"):
-    """The condition's first true answer. An element that has gone while it was looked at counts as not there."""
-    end = time.monotonic() + PATIENCE
-    while True:
-        try:
-            if answer := condition():
-                return answer
-        except gone():
-            pass
-        if time.monotonic() > end:
-            raise AssertionError(f"{what() if callable(what) else what} did not come about")
-        time.sleep(0.05)
-
-
-class Gone(Exception):
-    """An element that is no longer there."""
-
-
-def gone():
-    """What is raised for an element that is no longer there."""
-    glib = sys.modules.get("gi.repository.GLib")
-    return (Gone, glib.Error) if glib else Gone
-
-
-def child(element, index):
-    found = element.get_child_at_index(index)
-    if found is None:
-        raise Gone
-    return found
-
-
-def walk(element):
-    """The element and all below it, each before what is in it."""
-    if element is None:
-        return
-    yield element
-    for i in range(element.get_child_count()):
-        yield from walk(element.get_child_at_index(i))
-
-
-def is_showing(element):
-    return element.get_state_set().contains(Atspi.StateType.SHOWING)
-
-
-def is_on(element, state):
-    """Whether a state by its name, such as "checked", "indeterminate" or "sensitive", is on."""
-    element.clear_cache()
-    return element.get_state_set().contains(getattr(Atspi.StateType, state.upper()))
-
-
-def matches(element, role, name):
-    if role is not None and element.get_role_name() != role:
-        return False
-    if name is not None:
-        actual = element.get_name() or ""
-        if not (name.search(actual) if hasattr(name, "search") else actual == name):
-            return False
-    return is_showing(element)
-
-
-def act(element, action=None):
-    """Does the element's action of this name, or its first."""
-    names = [element.get_action_name(i) for i in range(element.get_n_actions())]
-    index = 0 if action is None else names.index(action)
-    assert element.do_action(index), f"{element.get_name()!r} did not do {names[index]}"
-
-
-def value_of(element):
-    return element.get_current_value()
-
-
-def set_value(element, value):
-    assert element.set_current_value(value)
-
-
-def set_text(element, text):
-    assert element.set_text_contents(text)
+        """As a user's session would, with all that it has started itself; answers its exit status."""
+        for number in (signal.SIGTERM, signal.SIGKILL):
+            try:
+                os.killpg(self.process.pid, number)
+            except ProcessLookupError:
+                pass
+            try:
+                self.process.wait(5)
+                break
+            except subprocess.TimeoutExpired:
+                continue
+        self.log.close()
+        return self.process.returncode

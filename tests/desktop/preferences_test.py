@@ -6,7 +6,8 @@ import subprocess
 import time
 import unittest
 
-from desktop import Desktop, act, child, eventually, is_on, set_text, set_value, value_of
+import desktop
+from desktop import act, child, eventually, is_on, set_text, set_value, value_of
 from harness import PATIENCE, Case, Keldaned
 from recording_daemon import ENABLED, node
 
@@ -15,10 +16,6 @@ CTL = os.environ["KELDANECTL"]
 
 AWAY = "The backup daemon is away; waiting for it to come back."
 SILENT = "The backup daemon does not answer."
-
-
-def tearDownModule():
-    Desktop.shared().stop()
 
 
 class PreferencesCase(Case):
@@ -31,8 +28,10 @@ class PreferencesCase(Case):
         self.program = None
 
     def open(self, *arguments, **environment):
-        self.program = Desktop.shared().start([PREFERENCES, "--bundle", self.bundle, *arguments],
-                                              {**self.environment, **environment})
+        # Toolkits need the system's own data: types of files, icons.
+        data = self.environment["XDG_DATA_DIRS"] + ":/usr/local/share:/usr/share"
+        self.program = desktop.Program(PREFERENCES, "--bundle", self.bundle, *arguments,
+                                       **{**self.environment, "XDG_DATA_DIRS": data, **environment})
         self.addCleanup(self.program.end)
         return self.program
 

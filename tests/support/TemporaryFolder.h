@@ -1,7 +1,6 @@
 // A folder of a test's own, gone when the test is done.
 #pragma once
 
-#include <gtest/gtest.h>
 #include <stdlib.h>
 
 #include <filesystem>

@@ -133,6 +133,19 @@ TEST(Workspace, StartsTheDesktopsOpenerWithoutAShell) {
       << "not taken for an option, not read by a shell";
 }
 
+TEST(Workspace, StartsWhatALauncherNames) {
+  const TemporaryFolder folder;
+  const std::string program =
+      folder.write("gio", "#!/bin/sh\nprintf '%s,%s' \"$1\" \"$2\" > \"" + folder / "part" + "\"\nmv \"" +
+                              folder / "part" + "\" \"" + folder / "seen" + "\"\n");
+  chmod(program.c_str(), 0755);
+  const std::string path = std::string(getenv("PATH"));
+  setenv("PATH", (folder.path().string() + ":" + path).c_str(), 1);
+  EXPECT_TRUE(Workspace::openFile("/a b/c.desktop"));
+  EXPECT_TRUE(testing::eventually([&] { return FileManager::fileExistsAtPath(folder / "seen"); }));
+  EXPECT_EQ(testing::readWhole(folder / "seen"), "launch,/a b/c.desktop");
+}
+
 TEST(Workspace, SaysWhenThereIsNoOpener) {
   setenv("PATH", "/nonexistent", 1);
   EXPECT_FALSE(Workspace::openFile("/x"));

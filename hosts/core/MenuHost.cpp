@@ -1,6 +1,6 @@
-#include "hosts/cli/MenuHost.h"
+#include "hosts/core/MenuHost.h"
 
-#include "hosts/cli/OwnedDescriptor.h"
+#include "hosts/core/OwnedDescriptor.h"
 #include "platform/events/FileDescriptors.h"
 
 namespace keldane {

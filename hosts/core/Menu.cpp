@@ -1,8 +1,8 @@
-#include "hosts/cli/Menu.h"
+#include "hosts/core/Menu.h"
 
 #include <algorithm>
 
-#include "hosts/cli/OwnedDescriptor.h"
+#include "hosts/core/OwnedDescriptor.h"
 #include "platform/plugin/ContextualMenu.h"
 
 namespace keldane {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "hosts/cli/Menu.h"
+#include "hosts/core/Menu.h"
 #include "platform/plugin/PlugIn.h"
 
 namespace keldane {
@@ -35,6 +35,9 @@ class MenuHost {
   /// Loads the bundle at the path, or the first that is installed, and makes an instance. False and a
   /// sentence when that cannot be done. Does nothing when one is loaded.
   bool load(const std::string& bundle, std::string* error);
+
+  /// Of the plug-in that is loaded.
+  const std::shared_ptr<Bundle>& bundle() const { return plugIn_->bundle(); }
 
   /// Whether the factory makes an instance of another plug-in type, which is released again.
   bool create(CFUUIDRef type);

@@ -1,0 +1,64 @@
+// Menus for a graphical host, whose window never waits long for them.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "hosts/core/Menu.h"
+
+namespace keldane {
+
+/// What the plug-in offered for a selection. Whoever shows it holds it for as long as its items can be
+/// chosen: when the last holder lets go, the menu cycle ends.
+struct OfferedMenu {
+  std::uint64_t number = 0;  ///< of the examination; grows
+  std::vector<std::string> paths;
+  std::vector<MenuItem> items;  ///< empty: there is nothing to show
+};
+
+/// Keeps the plug-in on a thread of its own, which is the plug-in's main thread and carries its run loop, and
+/// asks it there. The plug-in's calls wait for the daemon without a limit; the window's thread waits here for
+/// a fixed time at most and then goes on without a menu. While an examination runs no other is begun: of the
+/// selections that come meanwhile the last is examined next and the others are dropped.
+///
+/// Made and asked on the window's thread. A thread that is stuck in the plug-in when the service goes is left
+/// behind; it touches nothing of the host's any more.
+class MenuService {
+ public:
+  using Patience = std::chrono::milliseconds;
+  static constexpr Patience kUsualPatience{100};
+  /// The milliseconds that KELDANE_MENU_PATIENCE in the environment names, 1 to 60,000; else the usual.
+  static Patience configuredPatience();
+
+  /// `bundle` empty: the first plug-in that is installed. It is loaded with the first menu.
+  explicit MenuService(std::string bundle = {}, Patience patience = configuredPatience());
+  ~MenuService();
+  MenuService(const MenuService&) = delete;
+  MenuService& operator=(const MenuService&) = delete;
+
+  /// Called on the plug-in's thread whenever a menu is there for which `menuFor` did not wait long enough.
+  void setLateListener(std::function<void()> listener);
+
+  /// The menu for a selection of absolute paths: the one that is remembered for it, else a new one. Null when
+  /// it was not there in time, at once when the plug-in has been stuck for longer already.
+  std::shared_ptr<const OfferedMenu> menuFor(const std::vector<std::string>& paths);
+  /// The same without asking anybody: null unless the menu of this selection is there.
+  std::shared_ptr<const OfferedMenu> rememberedMenuFor(const std::vector<std::string>& paths) const;
+  /// A new menu is to be shown: what is remembered is out of date.
+  void forget();
+  /// Carries a command of a menu out, once the plug-in's thread is free. At most one a menu; the cycle ends.
+  void choose(const OfferedMenu& menu, std::uint32_t command);
+
+  /// What to show in place of a menu that does not come, in the user's language once the plug-in was loaded.
+  std::string notRespondingTitle() const;
+
+ private:
+  class Worker;
+  std::shared_ptr<Worker> worker_;
+};
+
+}  // namespace keldane

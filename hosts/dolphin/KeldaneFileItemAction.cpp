@@ -1,0 +1,136 @@
+#include "KeldaneFileItemAction.h"
+
+#include <KFileItemListProperties>
+#include <KPluginFactory>
+#include <QAction>
+#include <QIcon>
+#include <QMenu>
+#include <QPointer>
+#include <QUrl>
+#include <optional>
+
+#include "hosts/core/MenuService.h"
+
+K_PLUGIN_CLASS_WITH_JSON(KeldaneFileItemAction, "keldane.json")
+
+namespace {
+
+using keldane::MenuItem;
+using keldane::MenuService;
+using Menu = std::shared_ptr<const keldane::OfferedMenu>;
+
+constexpr char kIconName[] = "keldane";
+
+/// What stands in an open menu and waits for what the plug-in offers.
+struct Waiting {
+  QPointer<QAction> top;
+  std::vector<std::string> paths;
+};
+Waiting gWaiting;
+
+void fillWaiting();
+
+/// Brings the news of a late menu from the plug-in's thread to the window's, on which it is made.
+class LateNews : public QObject {
+  Q_OBJECT
+
+ public:
+  Q_INVOKABLE void tell() { fillWaiting(); }
+};
+
+/// Never taken down: the thread of the plug-in may be stuck when Dolphin ends.
+MenuService& menuService() {
+  static auto* const service = [] {
+    auto* made = new MenuService();
+    auto* news = new LateNews();
+    made->setLateListener([news] { QMetaObject::invokeMethod(news, "tell", Qt::QueuedConnection); });
+    return made;
+  }();
+  return *service;
+}
+
+/// An ampersand would mark the key that chooses the entry.
+QString textFor(const std::string& title) {
+  return QString::fromStdString(title).replace(QLatin1Char('&'), QLatin1String("&&"));
+}
+
+void addItem(QMenu& submenu, const MenuItem& item, const Menu& menu) {
+  if (item.isSeparator()) {
+    submenu.addSeparator();
+    return;
+  }
+  QAction* action = submenu.addAction(textFor(item.title));
+  action->setEnabled(item.isChoosable() && item.command != 0);
+  QObject::connect(action, &QAction::triggered, action,
+                   [menu, command = item.command] { menuService().choose(*menu, command); });
+}
+
+void fill(QAction& top, const MenuItem& item, const Menu& menu, QWidget* parent) {
+  top.setText(textFor(item.title));
+  auto* submenu = new QMenu(parent);
+  QObject::connect(&top, &QObject::destroyed, submenu, &QObject::deleteLater);
+  for (const MenuItem& below : item.items) {
+    addItem(*submenu, below, menu);
+  }
+  top.setMenu(submenu);
+  top.setEnabled(true);
+}
+
+void fillWaiting() {
+  const Menu menu = menuService().rememberedMenuFor(gWaiting.paths);
+  if (!gWaiting.top || !menu) {
+    return;
+  }
+  QAction& top = *gWaiting.top;
+  gWaiting.top = nullptr;
+  if (menu->items.empty()) {
+    top.setVisible(false);
+  } else {
+    fill(top, menu->items.front(), menu, qobject_cast<QWidget*>(top.parent()));
+  }
+}
+
+/// Those that are no UTF-8 are left out. Absent when an item has no place in the local file system, and when
+/// nothing is left.
+std::optional<std::vector<std::string>> localPaths(const QList<QUrl>& urls) {
+  std::vector<std::string> paths;
+  for (const QUrl& url : urls) {
+    if (!url.isLocalFile()) {
+      return std::nullopt;
+    }
+    const QString path = url.toLocalFile();
+    if (!path.contains(QChar::ReplacementCharacter)) {
+      paths.push_back(path.toStdString());
+    }
+  }
+  return paths.empty() ? std::nullopt : std::optional(paths);
+}
+
+}  // namespace
+
+KeldaneFileItemAction::KeldaneFileItemAction(QObject* parent, const QVariantList& /*arguments*/)
+    : KAbstractFileItemActionPlugin(parent) {}
+
+QList<QAction*> KeldaneFileItemAction::actions(const KFileItemListProperties& selection, QWidget* parent) {
+  const std::optional<std::vector<std::string>> paths = localPaths(selection.urlList());
+  if (!paths) {
+    return {};
+  }
+  menuService().forget();
+  const Menu menu = menuService().menuFor(*paths);
+  if (menu && menu->items.empty()) {
+    return {};
+  }
+  auto* top = new QAction(QIcon::fromTheme(QLatin1String(kIconName)), QString(), parent);
+  if (menu) {
+    fill(*top, menu->items.front(), menu, parent);
+  } else {
+    top->setText(textFor(menuService().notRespondingTitle()));
+    top->setEnabled(false);
+    gWaiting = {top, *paths};
+  }
+  return {top};
+}
+
+// The factory that the macro above makes.
+#include "KeldaneFileItemAction.moc"

@@ -1,0 +1,122 @@
+#include "hosts/gtk/GtkHost.h"
+
+#include <optional>
+
+#include "hosts/gtk/MenuIsComing.h"
+
+namespace keldane {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// Between the event that opens a menu and the last of the questions for its items.
+constexpr auto kComing = std::chrono::seconds(1);
+
+/// Never taken down: the thread of the plug-in may be stuck when the file manager ends.
+MenuService& menuService() {
+  static auto* const service = new MenuService();
+  return *service;
+}
+
+std::function<void()>& itemsChangedCall() {
+  static auto* const call = new std::function<void()>();
+  return *call;
+}
+
+Clock::time_point gLastComing;
+
+void aMenuIsComing() {
+  gLastComing = Clock::now();
+  menuService().forget();
+  if (itemsChangedCall()) {
+    itemsChangedCall()();
+  }
+}
+
+// On the plug-in's thread; the window's goes on from there.
+void aMenuCameLate() {
+  g_idle_add(
+      [](gpointer) -> gboolean {
+        itemsChangedCall()();
+        return G_SOURCE_REMOVE;
+      },
+      nullptr);
+}
+
+/// Those that are no UTF-8 are left out. Absent when an item has no place in the local file system, and when
+/// nothing is left.
+std::optional<std::vector<std::string>> localPaths(const std::vector<GFile*>& files) {
+  std::vector<std::string> paths;
+  paths.reserve(files.size());
+  for (GFile* file : files) {
+    const std::unique_ptr<char, decltype(&g_free)> path(g_file_get_path(file), g_free);
+    if (!path) {
+      return std::nullopt;
+    }
+    if (g_utf8_validate(path.get(), -1, nullptr) != FALSE) {
+      paths.emplace_back(path.get());
+    }
+  }
+  return paths.empty() ? std::nullopt : std::optional(paths);
+}
+
+Menu notRespondingMenu() {
+  MenuItem item;
+  item.title = menuService().notRespondingTitle();
+  OfferedMenu menu;
+  menu.items = {item};
+  return std::make_shared<OfferedMenu>(menu);
+}
+
+/// What an item needs when it is chosen.
+struct Choice {
+  Menu menu;
+  std::uint32_t command;
+};
+
+void onActivate(gpointer /*item*/, gpointer data) {
+  const auto* choice = static_cast<const Choice*>(data);
+  menuService().choose(*choice->menu, choice->command);
+}
+
+}  // namespace
+
+std::string labelFor(const std::string& title) {
+  std::string label;
+  for (const char c : title) {
+    label += c == '_' ? std::string("__") : std::string(1, c);
+  }
+  return label;
+}
+
+void beginHost(std::function<void()> itemsChanged) {
+  itemsChangedCall() = std::move(itemsChanged);
+  whenAMenuIsComing(aMenuIsComing);
+  if (itemsChangedCall()) {
+    menuService().setLateListener(aMenuCameLate);
+  }
+}
+
+Menu menuToShow(const std::vector<GFile*>& files) {
+  const std::optional<std::vector<std::string>> paths = localPaths(files);
+  if (!paths) {
+    return nullptr;
+  }
+  if (Menu known = menuService().rememberedMenuFor(*paths)) {
+    return known;
+  }
+  if (Clock::now() - gLastComing > kComing) {
+    return nullptr;
+  }
+  Menu menu = menuService().menuFor(*paths);
+  return menu ? menu : notRespondingMenu();
+}
+
+void connectItem(gpointer item, const Menu& menu, std::uint32_t command) {
+  g_signal_connect_data(
+      item, "activate", G_CALLBACK(onActivate), new Choice{menu, command},
+      [](gpointer data, GClosure*) { delete static_cast<Choice*>(data); }, static_cast<GConnectFlags>(0));
+}
+
+}  // namespace keldane

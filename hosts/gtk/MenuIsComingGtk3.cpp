@@ -1,0 +1,42 @@
+#include <gtk/gtk.h>
+
+#include "hosts/gtk/MenuIsComing.h"
+
+namespace keldane {
+
+namespace {
+
+std::function<void()>& theCallback() {
+  static auto* const callback = new std::function<void()>();
+  return *callback;
+}
+
+// An emission hook runs before every handler of the signal.
+gboolean onButton(GSignalInvocationHint* /*hint*/, guint count, const GValue* values, gpointer /*data*/) {
+  const auto* event = count < 2 ? nullptr : static_cast<const GdkEvent*>(g_value_get_boxed(&values[1]));
+  if (event != nullptr && (gdk_event_triggers_context_menu(event) != FALSE)) {
+    theCallback()();
+  }
+  return TRUE;
+}
+
+gboolean onPopup(GSignalInvocationHint* /*hint*/, guint /*count*/, const GValue* /*values*/,
+                 gpointer /*data*/) {
+  theCallback()();
+  return TRUE;
+}
+
+void hook(const char* signal, GSignalEmissionHook function) {
+  g_type_class_ref(GTK_TYPE_WIDGET);  // which has the signals, once it exists
+  g_signal_add_emission_hook(g_signal_lookup(signal, GTK_TYPE_WIDGET), 0, function, nullptr, nullptr);
+}
+
+}  // namespace
+
+void whenAMenuIsComing(std::function<void()> callback) {
+  theCallback() = std::move(callback);
+  hook("button-press-event", onButton);
+  hook("popup-menu", onPopup);
+}
+
+}  // namespace keldane

@@ -1,0 +1,36 @@
+// The Nautilus extension.
+#include "hosts/family/FileManager.h"
+
+namespace keldane {
+
+namespace {
+
+GList* (*gFileItems)(GList*) = nullptr;
+
+GList* getFileItems(NautilusMenuProvider* /*provider*/, GList* files) { return gFileItems(files); }
+
+}  // namespace
+
+// Nautilus makes its menus from a model that has separators between whole sections only, and an extension
+// has but one section.
+FmMenuItem* makeSeparator(const std::string& /*name*/) { return nullptr; }
+
+void addInterfaces(GTypeModule* module, GType type, GList* (*fileItems)(GList*)) {
+  gFileItems = fileItems;
+  const GInterfaceInfo info = {[](gpointer interface, gpointer) {
+                                 static_cast<NautilusMenuProviderInterface*>(interface)->get_file_items =
+                                     getFileItems;
+                               },
+                               nullptr, nullptr};
+  g_type_module_add_interface(module, type, NAUTILUS_TYPE_MENU_PROVIDER, &info);
+}
+
+}  // namespace keldane
+
+extern "C" {
+G_MODULE_EXPORT void nautilus_module_initialize(GTypeModule* module) { keldane::initializeModule(module); }
+G_MODULE_EXPORT void nautilus_module_shutdown() {}
+G_MODULE_EXPORT void nautilus_module_list_types(const GType** types, int* count) {
+  keldane::listTypes(types, count);
+}
+}

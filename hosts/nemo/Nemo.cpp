@@ -1,0 +1,47 @@
+// The Nemo extension.
+#include "hosts/family/FileManager.h"
+
+namespace keldane {
+
+namespace {
+
+GList* (*gFileItems)(GList*) = nullptr;
+
+GList* getFileItems(NemoMenuProvider* /*provider*/, GtkWidget* /*window*/, GList* files) {
+  return gFileItems(files);
+}
+
+GList* getNameAndDescription(NemoNameAndDescProvider* /*provider*/) {
+  return g_list_append(nullptr, g_strdup("Keldane:::Shows whether files are backed up"));
+}
+
+}  // namespace
+
+FmMenuItem* makeSeparator(const std::string& name) { return nemo_menu_item_new_separator(name.c_str()); }
+
+void addInterfaces(GTypeModule* module, GType type, GList* (*fileItems)(GList*)) {
+  gFileItems = fileItems;
+  const GInterfaceInfo menus = {[](gpointer interface, gpointer) {
+                                  static_cast<NemoMenuProviderIface*>(interface)->get_file_items =
+                                      getFileItems;
+                                },
+                                nullptr, nullptr};
+  g_type_module_add_interface(module, type, NEMO_TYPE_MENU_PROVIDER, &menus);
+  // Nemo lists by this what a person may switch off.
+  const GInterfaceInfo description = {
+      [](gpointer interface, gpointer) {
+        static_cast<NemoNameAndDescProviderIface*>(interface)->get_name_and_desc = getNameAndDescription;
+      },
+      nullptr, nullptr};
+  g_type_module_add_interface(module, type, NEMO_TYPE_NAME_AND_DESC_PROVIDER, &description);
+}
+
+}  // namespace keldane
+
+extern "C" {
+G_MODULE_EXPORT void nemo_module_initialize(GTypeModule* module) { keldane::initializeModule(module); }
+G_MODULE_EXPORT void nemo_module_shutdown() {}
+G_MODULE_EXPORT void nemo_module_list_types(const GType** types, int* count) {
+  keldane::listTypes(types, count);
+}
+}

@@ -1,0 +1,303 @@
+"""How each of the five file managers is started and worked."""
+
+import os
+import pathlib
+import subprocess
+import time
+
+import desktop
+from desktop import Atspi, click, find, find_now, has_state, press, walk
+
+BUILD = os.environ["KELDANE_BUILD"]
+TITLE, NOT_RESPONDING = "Keldane", "Keldane is not responding"
+
+
+def give_focus(name):
+    """A window that was opened by a program that has one already does not get it by itself."""
+    def try_it():
+        found = subprocess.run(["xdotool", "search", "--onlyvisible", "--class", name], capture_output=True,
+                               check=False).stdout.split()
+        return found and subprocess.run(["xdotool", "windowactivate", "--sync", found[-1]], capture_output=True,
+                                        check=False).returncode == 0
+    desktop.eventually(try_it, f"the window of {name}")
+
+
+def set_option(schema, key, value):
+    subprocess.run(["gsettings", "set", schema, key, value], check=True, capture_output=True)
+
+
+class FileManager:
+    """One window on one folder. The usual way: files are cells, which the mouse works."""
+
+    name = None
+    place = None  # where the system's copy looks for extensions; None when a variable says where
+    file_roles = ("table cell",)
+    has_separators = True
+    names_what_cannot_be_chosen = True
+    fills_open_menus = False  # when a menu comes late
+    label_above_end = None  # where a cell is to be clicked, if not in its middle
+
+    def __init__(self, folder, **environment):
+        self.folder = folder
+        self.environment = environment
+        self.program = desktop.Program(*self.start_command(folder), **environment)
+        self.application = self.program.application()
+
+    @classmethod
+    def extension(cls):
+        return os.path.join(BUILD, "hosts", cls.name, f"libkeldane-{cls.name}.so")
+
+    @classmethod
+    def prepare(cls):
+        """Options under which its files can be worked, and the extension in its place; answers how to take that away
+        again."""
+        cls.set_options()
+        return cls.place_extension()
+
+    @classmethod
+    def set_options(cls):
+        pass
+
+    @classmethod
+    def place_extension(cls):
+        link = pathlib.Path(cls.place) / f"libkeldane-{cls.name}.so"
+        if link.is_symlink():
+            link.unlink()
+        link.symlink_to(cls.extension())
+        return link.unlink
+
+    @classmethod
+    def start_command(cls, folder):
+        return [cls.name, folder]
+
+    def cell(self, name):
+        def settled():
+            for role in self.file_roles:
+                node = find_now(self.application, name, role)
+                if node is not None:
+                    before = desktop.middle(node)
+                    time.sleep(0.1)
+                    return node if desktop.middle(node) == before else None
+            return None
+        return desktop.eventually(settled, f"the file {name!r}")
+
+    def click_cell(self, name, **how):
+        click(self.cell(name), above_end=self.label_above_end, **how)
+
+    def select(self, *names):
+        self.click_cell(names[0])
+        for name in names[1:]:
+            self.click_cell(name, held="ctrl")
+        self.last = names[-1]
+
+    def select_all(self, one):
+        self.click_cell(one)
+        press("ctrl+a")
+        self.last = one
+
+    def open_menu(self):
+        self.click_cell(self.last, button=3)
+
+    def top(self, patience=desktop.PATIENCE):
+        return find(self.application, TITLE, patience=patience)
+
+    def is_open(self):
+        """Whether the file manager's own menu is there."""
+        return find_now(self.application, "Properties") or find_now(self.application, "Properties…") or \
+            find_now(self.application, "Properties...")
+
+    def is_in_menu(self, name):
+        return find_now(self.application, name) is not None
+
+    def entries(self):
+        """Names of the submenu's entries, each with whether it can be chosen; "-" is a separator."""
+        top = self.top()
+        click(top)
+        desktop.eventually(lambda: [node for node in walk(top) if node != top and node.get_name()
+                                    and has_state(node, Atspi.StateType.SHOWING)], "the submenu")
+        return [(node.get_name() or "-", has_state(node, Atspi.StateType.SENSITIVE)) for node in walk(top)
+                if node != top and (node.get_name() or node.get_role_name() == "separator")
+                and has_state(node, Atspi.StateType.SHOWING)]
+
+    def choose(self, title):
+        click(find(self.top(), title))
+
+    def choose_anew(self, title):
+        """From a menu that is opened for it."""
+        self.open_menu()
+        click(self.top(patience=5))
+        click(find(self.top(), title, patience=5))
+
+    def close_menu(self):
+        press("Escape")
+        press("Escape")
+
+    def end(self):
+        self.program.end()
+
+
+class Thunar(FileManager):
+    name = "thunar"
+    place = f"/usr/lib/{os.uname().machine}-linux-gnu/thunarx-3"
+
+    @classmethod
+    def set_options(cls):
+        for key in ("default-view", "last-view"):
+            subprocess.run(["xfconf-query", "-c", "thunar", "-p", "/" + key, "-n", "-t", "string", "-s",
+                            "ThunarDetailsView"], check=True, capture_output=True)
+
+
+class Caja(FileManager):
+    name = "caja"
+    fills_open_menus = True
+
+    @classmethod
+    def set_options(cls):
+        set_option("org.mate.caja.preferences", "default-folder-viewer", "list-view")
+
+    @classmethod
+    def place_extension(cls):
+        os.environ["CAJA_EXTENSION_DIRS"] = os.path.dirname(cls.extension())
+        return lambda: os.environ.pop("CAJA_EXTENSION_DIRS")
+
+    @classmethod
+    def start_command(cls, folder):
+        return ["caja", "--no-desktop", "--browser", folder]
+
+
+class Nemo(FileManager):
+    name = "nemo"
+    place = f"/usr/lib/{os.uname().machine}-linux-gnu/nemo/extensions-3.0"
+
+    @classmethod
+    def set_options(cls):
+        set_option("org.nemo.preferences", "default-folder-viewer", "list-view")
+
+
+class Nautilus(FileManager):
+    """Its accessible widgets have neither places nor a word on whether they show, but actions."""
+
+    name = "nautilus"
+    place = f"/usr/lib/{os.uname().machine}-linux-gnu/nautilus/extensions-4"
+    has_separators = False
+    landmark = "Open Keldane Preferences…"  # an entry by which the submenu is found
+
+    def __init__(self, folder, **environment):
+        super().__init__(folder, **environment)
+        self.wait()
+
+    def wait(self):
+        find(self.application, showing=False, role="table cell")
+        give_focus(self.name)
+        time.sleep(1)  # nothing tells when the window takes keys
+
+    def select(self, *names):
+        paths = [os.path.join(self.folder, name) for name in names]
+        self.program.end()
+        self.program = desktop.Program("nautilus", "--select", *paths, **self.environment)
+        self.application = self.program.application()
+        self.wait()
+
+    def select_all(self, one):
+        self.select(one)  # without a selection the files have no focus
+        press("ctrl+a")
+
+    def open_menu(self):
+        press("shift+F10")
+
+    def top(self, patience=desktop.PATIENCE):
+        return find(self.application, TITLE, showing=False, patience=patience)
+
+    def is_open(self):
+        return find_now(self.application, "Properties", showing=False)
+
+    def is_in_menu(self, name):
+        return find_now(self.application, name, showing=False) is not None
+
+    def entries(self):
+        desktop.act(self.top())
+        around = find(self.application, self.landmark, showing=False).get_parent()
+        return [(node.get_name(), has_state(node, Atspi.StateType.SENSITIVE)) for node in walk(around)
+                if node.get_role_name() == "menu item"]
+
+    def choose(self, title):
+        desktop.act(find(self.application, title, showing=False))
+
+    def choose_anew(self, title):
+        self.open_menu()
+        desktop.act(self.top(patience=5))
+        desktop.act(find(self.application, title, showing=False, patience=5))
+
+
+class Dolphin(FileManager):
+    """Its context menus stand in no window's accessible tree. They are worked by keys, and read by what gets the
+    focus on the way, which leaves out what cannot be chosen."""
+
+    name = "dolphin"
+    fills_open_menus = True
+    has_separators = False
+    names_what_cannot_be_chosen = False
+    label_above_end = 12  # between icon and label there is nothing to hit
+    focused = None
+
+    @classmethod
+    def place_extension(cls):
+        os.environ["QT_PLUGIN_PATH"] = os.path.join(BUILD, "hosts", "dolphin")
+        return lambda: os.environ.pop("QT_PLUGIN_PATH")
+
+    def open_menu(self):
+        if self.focused:
+            self.focused.end()
+        self.focused = desktop.FocusedNames()
+        super().open_menu()
+        desktop.eventually(lambda: self.key("Down"), "the menu")
+
+    def key(self, key):
+        """What has the focus after a key; the last word counts, a submenu's entry after its title."""
+        press(key)
+        name = self.focused.next()
+        while (more := self.focused.next(0.2)) is not None:
+            name = more
+        return name
+
+    def top(self, patience=desktop.PATIENCE):
+        return desktop.eventually(self.enter_submenu, f"the entry {TITLE}", patience)
+
+    def enter_submenu(self):
+        """The first choosable entry, if the menu has our title."""
+        seen = []
+        while (name := self.key("Down")) not in seen:
+            if name == TITLE:
+                return self.key("Right")
+            seen.append(name)
+        return None
+
+    def is_open(self):
+        return self.key("Down")
+
+    def is_in_menu(self, name):
+        return name == TITLE and self.enter_submenu() is not None
+
+    def entries(self):
+        names = [self.top()]
+        while (name := self.key("Down")) not in names:
+            names.append(name)
+        return [(name, True) for name in names]
+
+    def choose(self, title):
+        desktop.eventually(lambda: self.key("Down") == title, f"the entry {title}")
+        press("Return")
+
+    def choose_anew(self, title):
+        # The focus in a second menu is not told of reliably; the title's first letter leads to the first entry.
+        super().open_menu()
+        time.sleep(1)
+        press("k")
+        press("Return")
+
+    def close_menu(self):
+        super().close_menu()
+        press("Escape")
+
+
+ALL = {each.name: each for each in (Thunar, Caja, Nemo, Nautilus, Dolphin)}
