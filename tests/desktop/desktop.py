@@ -40,11 +40,16 @@ def _start(*command, **options):
 
 def _begin():
     """Starts all of it and points this process's environment at it, before anything looks there."""
+    # A number of this process's own, because a server that ends can take the next one's of the same number along. The
+    # server says when it can be reached.
+    display = str(10000 + os.getpid() % 40000)
     reading, writing = os.pipe()
-    _start("Xvfb", "-displayfd", str(writing), "-screen", "0", "1280x1024x24", "-nolisten", "tcp", pass_fds=[writing])
+    _start("Xvfb", ":" + display, "-displayfd", str(writing), "-screen", "0", "1280x1024x24", "-nolisten", "tcp",
+           pass_fds=[writing])
     os.close(writing)
     with os.fdopen(reading) as stream:
-        display = stream.readline().strip()
+        if not stream.readline().strip():
+            raise AssertionError(f"there is no screen {display}")
     folders = {name: os.path.join(_place, name) for name in ("home", "config", "data", "cache", "run")}
     for folder in folders.values():
         os.mkdir(folder, 0o700)
@@ -69,6 +74,11 @@ def _begin():
                     "org.freedesktop.DBus.Properties.Set", "org.a11y.Status", "IsEnabled", "<true>"], check=True,
                    capture_output=True)
     _start("openbox")
+    end = time.monotonic() + PATIENCE
+    while subprocess.run(["xdotool", "get_num_desktops"], capture_output=True, check=False).returncode != 0:
+        if time.monotonic() > end:
+            raise AssertionError("the window manager did not come about")
+        time.sleep(0.05)
 
 
 if "KELDANE_ON_THIS_DISPLAY" not in os.environ:
