@@ -18,12 +18,19 @@ target_link_libraries(keldane_options INTERFACE Threads::Threads)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   target_compile_options(keldane_options INTERFACE -Wthread-safety)
 endif()
+if(KELDANE_FUZZERS)
+  # The fuzzers go by what their inputs reach; of the tests that would only make the build slow.
+  target_compile_options(keldane_options INTERFACE $<$<NOT:$<BOOL:$<TARGET_PROPERTY:KELDANE_IS_TEST>>>:-fsanitize=fuzzer-no-link>)
+endif()
 if(KELDANE_SANITIZE)
   target_compile_options(keldane_options INTERFACE -fsanitize=${KELDANE_SANITIZE} -fno-omit-frame-pointer
                                                    -fno-sanitize-recover=all)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     # The instrumented code of the standard library's own headers misleads this one.
     target_compile_options(keldane_options INTERFACE -Wno-maybe-uninitialized)
+  elseif(KELDANE_SANITIZE MATCHES undefined)
+    # It looks through a pipe at what it doubts, and takes a process without a free descriptor for a broken one.
+    target_compile_options(keldane_options INTERFACE -fno-sanitize=vptr)
   endif()
   target_link_options(keldane_options INTERFACE -fsanitize=${KELDANE_SANITIZE})
 endif()

@@ -1,9 +1,11 @@
 #include "hosts/core/MenuService.h"
 
+#include <algorithm>
 #include <charconv>
 #include <condition_variable>
 #include <cstdlib>
 #include <mutex>
+#include <optional>
 #include <string_view>
 #include <thread>
 
@@ -21,6 +23,8 @@ using Clock = std::chrono::steady_clock;
 
 /// Toolkits drop their items and ask again for the same menu; only items that stay away end the cycle.
 constexpr RunLoop::Seconds kLinger{1.0};
+/// How long a menu that came late is good for the next that is opened.
+constexpr RunLoop::Seconds kUnseenLife{30.0};
 constexpr auto kLongestFarewell = std::chrono::milliseconds(200);
 constexpr RunLoop::Seconds kLongTime{3600.0};
 
@@ -77,7 +81,12 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
 
   void forget() {
     const std::lock_guard guard(mutex_);
-    offered_.reset();
+    if (!isUnseen()) {
+      offered_.reset();
+    } else {
+      // An opening may say so several times.
+      unseenUntil_ = std::min(*unseenUntil_, after(kLinger));
+    }
   }
 
   void choose(const OfferedMenu& menu, std::uint32_t command) {
@@ -103,6 +112,13 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
     return {menu.get(), [self = shared_from_this(), menu](const OfferedMenu*) { self->letGo(); }};
   }
 
+  static Clock::time_point after(RunLoop::Seconds time) {
+    return Clock::now() + std::chrono::duration_cast<Clock::duration>(time);
+  }
+
+  /// Whether the remembered menu came late, and the next opening may still show it.
+  bool isUnseen() const { return offered_ && unseenUntil_ && Clock::now() < *unseenUntil_; }
+
   /// The number of the examination that will answer: the one under way or the next.
   std::uint64_t request(const std::vector<std::string>& paths) {
     if (current_ && !next_ && current_->paths == paths) {
@@ -125,7 +141,7 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
   void letGo() {
     const std::lock_guard guard(mutex_);
     if (--holders_ == 0 && !ending_) {
-      loop_->perform([this] { endCycleLater(); });
+      loop_->perform([this] { endCycleIn(kLinger); });
     }
   }
 
@@ -171,16 +187,25 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
     }
     const std::vector<MenuItem> items = examine(*menu);
     std::function<void()> listener;
+    bool isLate = false;
     {
       const std::lock_guard guard(mutex_);
       menu->items = items;
       current_.reset();
       if (!next_) {  // else it is out of date
         offered_ = menu;
-        listener = awaited_ == menu->number ? listener_ : nullptr;
+        isLate = awaited_ == menu->number;
+        unseenUntil_.reset();
+      }
+      if (isLate) {
+        unseenUntil_ = after(kUnseenLife);
+        listener = listener_;
       }
     }
     changed_.notify_all();
+    if (isLate) {
+      endCycleIn(kUnseenLife);
+    }
     if (listener) {
       listener();
     }
@@ -223,17 +248,18 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
     }
   }
 
-  void endCycleLater() {
-    RunLoop::current().scheduleTimer(kLinger, false, [this](Timer&) {
-      bool isHeld = false;
-      {
-        const std::lock_guard guard(mutex_);
-        isHeld = holders_ > 0;
-      }
-      if (!isHeld) {
-        endCycle(open_);
+  /// Unless somebody holds its menu then, or is still to see it. The main run loop may outlive this.
+  void endCycleIn(RunLoop::Seconds delay) {
+    RunLoop::current().scheduleTimer(delay, false, [weak = weak_from_this(), number = open_](Timer&) {
+      if (const std::shared_ptr<Worker> self = weak.lock(); self && !self->isWanted()) {
+        self->endCycle(number);
       }
     });
+  }
+
+  bool isWanted() {
+    const std::lock_guard guard(mutex_);
+    return holders_ > 0 || isUnseen();
   }
 
   void endCycle(std::uint64_t number) {
@@ -287,7 +313,8 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
   std::shared_ptr<OfferedMenu> next_;     // to be examined
   std::shared_ptr<OfferedMenu> current_;  // being examined
   Clock::time_point currentSince_;
-  std::shared_ptr<const OfferedMenu> offered_;  // remembered
+  std::shared_ptr<const OfferedMenu> offered_;    // remembered
+  std::optional<Clock::time_point> unseenUntil_;  // when it came late
   std::uint64_t lastNumber_ = 0, awaited_ = 0;
   std::size_t holders_ = 0;  // of what was handed out
   std::function<void()> listener_;

@@ -5,77 +5,30 @@
 // got. When a menu is about to be opened they are told that items have changed, and ask once more.
 #include "hosts/family/FileManager.h"
 
-#include "hosts/gtk/GtkHost.h"
+#include "hosts/gtk/MenuItems.h"
 
 namespace keldane {
 
 namespace {
 
-struct Provider {
-  GObject parent;
-};
-struct ProviderClass {
-  GObjectClass parent;
-};
-
 GType gProviderTypes[1];
-Provider* gProvider = nullptr;  // the file manager makes one
-FmMenuItem* makeItem(const MenuItem& item, const std::string& name, const Menu& menu) {
-  const std::string label = labelFor(item.title);
-  FmMenuItem* made = FM(menu_item_new)(name.c_str(), label.c_str(), "", nullptr);
-  if (!item.isChoosable() || item.command == 0) {
-    g_object_set(made, "sensitive", FALSE, nullptr);
-  } else {
-    connectItem(made, menu, item.command);
-  }
-  return made;
-}
+gpointer gProvider = nullptr;  // the file manager makes one
 
-/// The title with its submenu.
-FmMenuItem* makeTop(const MenuItem& top, const std::string& name, const Menu& menu) {
-  const std::string label = labelFor(top.title);
-  FmMenuItem* made = FM(menu_item_new)(name.c_str(), label.c_str(), "", kIconName);
-  if (top.items.empty()) {
-    g_object_set(made, "sensitive", FALSE, nullptr);
-    return made;
+struct Library {
+  static GFile* location(gpointer file) { return FM(file_info_get_location)(FM_FILE_INFO(file)); }
+  static gpointer item(const char* name, const char* label, const char* icon) {
+    return FM(menu_item_new)(name, label, "", icon);
   }
-  FmMenu* submenu = FM(menu_new)();
-  int number = 0;
-  for (const MenuItem& item : top.items) {
-    const std::string itemName = name + "." + std::to_string(number++);
-    FmMenuItem* child = item.isSeparator() ? makeSeparator(itemName) : makeItem(item, itemName, menu);
-    if (child != nullptr) {
-      FM(menu_append_item)(submenu, child);
-      g_object_unref(child);
-    }
+  static gpointer separator(const std::string& name) { return makeSeparator(name); }
+  static gpointer submenu() { return FM(menu_new)(); }
+  static void append(gpointer submenu, gpointer item) {
+    FM(menu_append_item)(static_cast<FmMenu*>(submenu), static_cast<FmMenuItem*>(item));
   }
-  FM(menu_item_set_submenu)(made, submenu);
-  g_object_unref(submenu);
-  return made;
-}
-
-GList* makeItems(const Menu& menu) {
-  GList* items = nullptr;
-  for (std::size_t i = menu->items.size(); i-- > 0;) {
-    const MenuItem& top = menu->items[i];
-    // What has once been an entry under a name cannot become a submenu under it.
-    const std::string name = (top.items.empty() ? "Keldane::Entry" : "Keldane::Menu") + std::to_string(i);
-    items = g_list_prepend(items, makeTop(top, name, menu));
+  static void attach(gpointer item, gpointer submenu) {
+    FM(menu_item_set_submenu)(static_cast<FmMenuItem*>(item), static_cast<FmMenu*>(submenu));
   }
-  return items;
-}
-
-GList* fileItems(GList* files) {
-  std::vector<GFile*> locations;
-  for (GList* file = files; file != nullptr; file = file->next) {
-    locations.push_back(FM(file_info_get_location)(FM_FILE_INFO(file->data)));
-  }
-  const Menu menu = menuToShow(locations);
-  for (GFile* location : locations) {
-    g_object_unref(location);
-  }
-  return menu ? makeItems(menu) : nullptr;
-}
+  static void heading(const char* /*label*/) {}
+};
 
 void tellThatItemsChanged() {
   if (gProvider != nullptr) {
@@ -84,18 +37,17 @@ void tellThatItemsChanged() {
 }
 
 void initProvider(GTypeInstance* instance, gpointer /*type*/) {
-  gProvider = reinterpret_cast<Provider*>(instance);
-  g_object_add_weak_pointer(G_OBJECT(instance), reinterpret_cast<gpointer*>(&gProvider));
+  gProvider = instance;
+  g_object_add_weak_pointer(G_OBJECT(instance), &gProvider);
 }
 
 }  // namespace
 
 void initializeModule(GTypeModule* module) {
-  const GTypeInfo info = {sizeof(ProviderClass), nullptr, nullptr,      nullptr, nullptr, nullptr,
-                          sizeof(Provider),      0,       initProvider, nullptr};
-  gProviderTypes[0] = g_type_module_register_type(module, G_TYPE_OBJECT, "KeldaneMenuProvider", &info,
+  const GTypeInfo type = menuProviderType(initProvider);
+  gProviderTypes[0] = g_type_module_register_type(module, G_TYPE_OBJECT, kMenuProviderName, &type,
                                                   static_cast<GTypeFlags>(0));
-  addInterfaces(module, gProviderTypes[0], fileItems);
+  addInterfaces(module, gProviderTypes[0], MenuItems<Library>::forFiles);
   beginHost(tellThatItemsChanged);
 }
 

@@ -49,10 +49,10 @@ class FileManager:
 
     @classmethod
     def prepare(cls):
-        """Options under which its files can be worked, and the extension in its place; answers how to take that away
-        again."""
+        """Options under which its files can be worked, and the extension in its place, unless the one that is installed is
+        to be driven; answers how to take that away again."""
         cls.set_options()
-        return cls.place_extension()
+        return cls.place_extension() if "KELDANE_INSTALLED" not in os.environ else lambda: None
 
     @classmethod
     def set_options(cls):
@@ -61,6 +61,7 @@ class FileManager:
     @classmethod
     def place_extension(cls):
         link = pathlib.Path(cls.place) / f"libkeldane-{cls.name}.so"
+        link.parent.mkdir(parents=True, exist_ok=True)
         if link.is_symlink():
             link.unlink()
         link.symlink_to(cls.extension())
@@ -131,6 +132,11 @@ class FileManager:
     def close_menu(self):
         press("Escape")
         press("Escape")
+
+    def memory(self):
+        """What of it is in use, in bytes."""
+        with open(f"/proc/{self.program.process.pid}/statm", encoding="ascii") as stream:
+            return int(stream.read().split()[1]) * os.sysconf("SC_PAGE_SIZE")
 
     def end(self):
         self.program.end()

@@ -195,6 +195,35 @@ TEST_F(MenuServiceTest, TellsWhenALateMenuIsThere) {
   EXPECT_EQ(questions("/a"), asked) << "the menu that came late is the one that is shown";
 }
 
+TEST_F(MenuServiceTest, AMenuThatCameLateIsThereWhenTheNextIsOpened) {
+  listen();
+  gate_.close();
+  EXPECT_FALSE(service(kShort).menuFor({"/a"}));
+  gate_.open();
+  ASSERT_TRUE(eventually([&] { return late_ == 1; }));
+  const std::size_t once = questions("/a");
+  service().forget();
+  Menu menu = service().rememberedMenuFor({"/a"});
+  EXPECT_EQ(titles(menu), kOffers);
+  EXPECT_EQ(questions("/a"), once);
+  EXPECT_TRUE(eventually([&] {
+    service().forget();
+    return service().rememberedMenuFor({"/a"}) == nullptr;
+  })) << "it was seen, and may be out of date";
+}
+
+TEST_F(MenuServiceTest, AMenuThatCameLateIsOfNoUseToAnotherSelection) {
+  listen();
+  gate_.close();
+  EXPECT_FALSE(service(kShort).menuFor({"/a"}));
+  gate_.open();
+  ASSERT_TRUE(eventually([&] { return late_ == 1; }));
+  service().forget();
+  EXPECT_FALSE(service().rememberedMenuFor({"/b"}));
+  ASSERT_TRUE(eventually([&] { return service().menuFor({"/b"}) != nullptr; }));
+  EXPECT_FALSE(service().rememberedMenuFor({"/a"}));
+}
+
 TEST_F(MenuServiceTest, OfTheSelectionsThatComeMeanwhileTheLastIsExamined) {
   listen();
   gate_.close();

@@ -1,0 +1,94 @@
+// A menu as the items that the extension libraries of the GTK file managers know. The libraries differ in
+// their names; what they have in common is here.
+#pragma once
+
+#include <glib-object.h>
+
+#include <string>
+#include <vector>
+
+#include "hosts/gtk/GtkHost.h"
+
+namespace keldane {
+
+/// The one object that an extension gives its file manager.
+struct MenuProvider {
+  GObject parent;
+};
+struct MenuProviderClass {
+  GObjectClass parent;
+};
+inline constexpr char kMenuProviderName[] = "KeldaneMenuProvider";
+
+/// The provider's type; `init`, which may be null, gets each that is made.
+constexpr GTypeInfo menuProviderType(GInstanceInitFunc init) {
+  return {sizeof(MenuProviderClass), nullptr, nullptr, nullptr, nullptr, nullptr,
+          sizeof(MenuProvider),      0,       init,    nullptr};
+}
+
+/// `Library` has, as static functions:
+///   GFile* location(gpointer file): of the file manager's file information; the caller's
+///   gpointer item(const char* name, const char* label, const char* icon): `icon` may be null
+///   gpointer separator(const std::string& name): null when there is none of its kind
+///   gpointer submenu(), void append(gpointer submenu, gpointer item), void attach(gpointer item, gpointer
+///   submenu) void heading(const char* label): told of an entry that cannot be chosen
+template <typename Library>
+class MenuItems {
+ public:
+  /// The items for these, a list of the file manager's file information; both list and items are the
+  /// caller's.
+  static GList* forFiles(GList* files) {
+    std::vector<GFile*> locations;
+    for (GList* file = files; file != nullptr; file = file->next) {
+      locations.push_back(Library::location(file->data));
+    }
+    const Menu menu = menuToShow(locations);
+    for (GFile* location : locations) {
+      g_object_unref(location);
+    }
+    GList* items = nullptr;
+    for (std::size_t i = menu ? menu->items.size() : 0; i-- > 0;) {
+      const MenuItem& top = menu->items[i];
+      // What has once been an entry under a name cannot become a submenu under it.
+      const std::string name = (top.items.empty() ? "Keldane::Entry" : "Keldane::Menu") + std::to_string(i);
+      items = g_list_prepend(items, makeTop(top, name, menu));
+    }
+    return items;
+  }
+
+ private:
+  static gpointer makeTop(const MenuItem& top, const std::string& name, const Menu& menu) {
+    gpointer made = Library::item(name.c_str(), labelFor(top.title).c_str(), kIconName);
+    if (top.items.empty()) {
+      g_object_set(made, "sensitive", FALSE, nullptr);
+      return made;
+    }
+    gpointer submenu = Library::submenu();
+    int number = 0;
+    for (const MenuItem& item : top.items) {
+      const std::string itemName = name + "." + std::to_string(number++);
+      gpointer child = item.isSeparator() ? Library::separator(itemName) : makeItem(item, itemName, menu);
+      if (child != nullptr) {
+        Library::append(submenu, child);
+        g_object_unref(child);
+      }
+    }
+    Library::attach(made, submenu);
+    g_object_unref(submenu);
+    return made;
+  }
+
+  static gpointer makeItem(const MenuItem& item, const std::string& name, const Menu& menu) {
+    const std::string label = labelFor(item.title);
+    gpointer made = Library::item(name.c_str(), label.c_str(), nullptr);
+    if (!item.isChoosable() || item.command == 0) {
+      g_object_set(made, "sensitive", FALSE, nullptr);
+      Library::heading(label.c_str());
+    } else {
+      connectItem(made, menu, item.command);
+    }
+    return made;
+  }
+};
+
+}  // namespace keldane
