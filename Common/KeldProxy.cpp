@@ -28,6 +28,21 @@ PropertyList unserialized(const Bytes& payload, const char* logFormat) {
   return value;
 }
 
+// Nothing for none. The value itself, which may be large, does not wait until the peer has read.
+std::optional<Bytes> responseFrom(RawValue result, const char* returnType) {
+  const PropertyList value =
+      (result.code() == returnType[0] ? std::move(result) : RawValue::decoded({}, returnType)).encoded();
+  if (!value) {
+    return std::nullopt;
+  }
+  std::string error;
+  std::optional<Bytes> payload = serialized(value, &error);
+  if (!error.empty()) {
+    KeldaneCLog("Failed to serialize response: %@", error);
+  }
+  return payload;
+}
+
 PropertyList requestFor(const Invocation& invocation) {
   const MethodSignature& method = invocation.signature;
   const char returnType[] = {method.returnCode, '\0'};
@@ -92,7 +107,7 @@ const MethodSignature& KeldaneProxy::methodSignatureForSelector(std::string_view
   return *method;
 }
 
-RawValue KeldaneProxy::call(std::string_view selector, Arguments arguments) {
+Invocation KeldaneProxy::invocationFor(std::string_view selector, Arguments arguments) const {
   const MethodSignature& method = methodSignatureForSelector(selector);
   if (arguments.size() != method.argumentCodes.size()) {
     throw InvalidArgument("-[KeldaneProxy " + std::string(selector) +
@@ -104,9 +119,27 @@ RawValue KeldaneProxy::call(std::string_view selector, Arguments arguments) {
       arguments[i] = RawValue::decoded(arguments[i].encoded(), type);
     }
   }
-  Invocation invocation{method, std::move(arguments), {}};
+  return {method, std::move(arguments), {}};
+}
+
+RawValue KeldaneProxy::call(std::string_view selector, Arguments arguments) {
+  Invocation invocation = invocationFor(selector, std::move(arguments));
   forwardInvocation(invocation);
   return std::move(invocation.result);
+}
+
+bool KeldaneProxy::callWithoutWaiting(std::string_view selector, Arguments arguments) {
+  const std::shared_ptr<KeldaneProxy> self = shared_from_this();  // see forwardInvocation
+  const std::optional<Bytes> payload =
+      serialized(requestFor(invocationFor(selector, std::move(arguments))), nullptr);
+  const std::shared_ptr<KeldaneSocket> link = socket();
+  // Whoever sends holds this lock, so what there is room for now there is room for below.
+  const std::unique_lock forwarding(forwardingLock_, std::try_to_lock);
+  if (!payload || !link || !forwarding || !link->isReadyToSend()) {
+    return false;
+  }
+  sendFrame(kRequestFrame, &*payload);
+  return true;
 }
 
 void KeldaneProxy::forwardInvocation(Invocation& invocation) {
@@ -266,17 +299,7 @@ void KeldaneProxy::performDirectly(InvocationTarget& target, Invocation& invocat
   if (widthOfType(returnType) == 0) {
     return;
   }
-  const RawValue& result = invocation.result;
-  const PropertyList value =
-      (result.code() == returnType[0] ? result : RawValue::decoded({}, returnType)).encoded();
-  std::optional<Bytes> payload;
-  if (value) {
-    std::string error;
-    payload = serialized(value, &error);
-    if (!error.empty()) {
-      KeldaneCLog("Failed to serialize response: %@", error);
-    }
-  }
+  const std::optional<Bytes> payload = responseFrom(std::move(invocation.result), returnType);
   sendFrame(kResponseFrame, payload ? &*payload : nullptr);
 }
 

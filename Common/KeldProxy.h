@@ -51,6 +51,9 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
   void forwardInvocation(Invocation& invocation);
   /// The same by selector: the arguments are converted to the codes of the table.
   RawValue call(std::string_view selector, Arguments arguments);
+  /// The same for a method that returns nothing, but only if the peer can take it at once and no other call
+  /// is on its way; false, and nothing is sent, otherwise.
+  bool callWithoutWaiting(std::string_view selector, Arguments arguments);
 
   bool processData(const Bytes* payload, std::int32_t type) override;
   void socketClosing() override;
@@ -67,6 +70,7 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
 
   KeldaneProxy() = default;
   std::shared_ptr<KeldaneSocket> socket() const;
+  Invocation invocationFor(std::string_view selector, Arguments arguments) const;
   void sendFrame(std::int32_t type, const Bytes* payload);
   void processResponse(const Bytes* payload);
   void processFailure();

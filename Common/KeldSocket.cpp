@@ -1,5 +1,7 @@
 #include "Common/KeldSocket.h"
 
+#include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -27,7 +29,23 @@ constexpr std::size_t kLongestPath = 103;
 constexpr int kBacklog = 10;
 constexpr mode_t kListenMode = 0777;
 
+// Where there are limits, a send is cut into pieces of this size, so that the time is looked at between them.
+constexpr std::uint32_t kSendStep = 256 * 1024;
+
 std::string errorText(int error) { return std::generic_category().message(error); }
+
+/// Whether there is something to read before `end`.
+bool isReadableBefore(int descriptor, std::chrono::steady_clock::time_point end) {
+  for (;;) {
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now()).count();
+    pollfd source{descriptor, POLLIN, 0};
+    const int ready = left <= 0 ? 0 : ::poll(&source, 1, static_cast<int>(left));
+    if (ready >= 0 || errno != EINTR) {
+      return ready > 0;
+    }
+  }
+}
 
 /// The threads take no signals: they are the host's, and one that arrived here would end a read.
 class SignalsBlocked {
@@ -115,7 +133,8 @@ bool KeldaneSocket::listenAtPath(const std::string& path) {
   if (!descriptor ||
       ::bind(descriptor->get(), reinterpret_cast<const sockaddr*>(&socketAddress_), sizeof(socketAddress_)) !=
           0 ||
-      ::chmod(socketAddress_.sun_path, kListenMode) != 0 || ::listen(descriptor->get(), kBacklog) != 0) {
+      ::fchmodat(AT_FDCWD, socketAddress_.sun_path, kListenMode, AT_SYMLINK_NOFOLLOW) != 0 ||
+      ::listen(descriptor->get(), kBacklog) != 0) {
     return false;
   }
   acceptThreadRun_ = true;
@@ -167,13 +186,18 @@ bool KeldaneSocket::sendBytes(const void* bytes, std::uint32_t length) {
     const ScopedLock guard(sendMutex_);
     const Handle descriptor = handle();
     const char* next = static_cast<const char*>(bytes);
+    ByteBudget::Share share(limits_ && length > kSmallPayload ? limits_->unread : nullptr);
+    sent = share.grow(length);
+    const auto begin = std::chrono::steady_clock::now();
     for (std::uint32_t left = length; left > 0 && sent;) {
-      const ssize_t written = descriptor ? ::send(descriptor->get(), next, left, MSG_NOSIGNAL) : -1;
+      const std::uint32_t step = limits_ ? std::min(left, kSendStep) : left;
+      const ssize_t written = descriptor ? ::send(descriptor->get(), next, step, MSG_NOSIGNAL) : -1;
       if (written < 1) {
         sent = false;
       } else {
         next += written;
         left -= static_cast<std::uint32_t>(written);
+        sent = left == 0 || !limits_ || std::chrono::steady_clock::now() - begin < limits_->sendTime;
       }
     }
   }
@@ -204,9 +228,15 @@ std::int32_t KeldaneSocket::readBytes(std::uint32_t count, void* buffer) {
     if (!descriptor) {
       break;
     }
+    if (messageEnd_ && !isReadableBefore(descriptor->get(), *messageEnd_)) {
+      return -1;
+    }
     const ssize_t got = ::read(descriptor->get(), static_cast<char*>(buffer) + done, count - done);
     if (got > 0) {
       done += static_cast<std::uint32_t>(got);
+      if (limits_ && !messageEnd_) {
+        messageEnd_ = std::chrono::steady_clock::now() + limits_->messageTime;
+      }
     } else if (got < 0 && errno == EAGAIN) {
       break;
     } else {
@@ -254,11 +284,19 @@ std::optional<PeerCredentials> KeldaneSocket::peerCredentials() const {
   return PeerCredentials{peer.pid, peer.uid, peer.gid};
 }
 
-void KeldaneSocket::setSendTimeout(std::chrono::milliseconds limit) {
+void KeldaneSocket::setLimits(const SocketLimits& limits) {
+  limits_ = limits;
   if (const Handle descriptor = handle()) {
-    const timeval time = {limit.count() / 1000, static_cast<suseconds_t>(limit.count() % 1000 * 1000)};
+    const auto stall = limits.stallTime.count();
+    const timeval time = {stall / 1000, static_cast<suseconds_t>(stall % 1000 * 1000)};
     setsockopt(descriptor->get(), SOL_SOCKET, SO_SNDTIMEO, &time, sizeof(time));
   }
+}
+
+bool KeldaneSocket::isReadyToSend() const {
+  const Handle descriptor = handle();
+  pollfd target{descriptor ? descriptor->get() : -1, POLLOUT, 0};
+  return descriptor && ::poll(&target, 1, 0) == 1 && (target.revents & POLLOUT) != 0;
 }
 
 void KeldaneSocket::close() {

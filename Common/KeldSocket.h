@@ -15,6 +15,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Common/SocketLimits.h"
 #include "platform/files/Descriptor.h"
 #include "platform/plist/PropertyList.h"
 #include "platform/threads/ConditionLock.h"
@@ -117,8 +118,11 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   /// Whether there is a receive thread, which delivers what comes and reports when nothing can come any more.
   bool isReceiving() const { return rcvThreadRun_.load(std::memory_order_relaxed) && !isZombie(); }
   std::optional<PeerCredentials> peerCredentials() const;
-  /// How long a send may wait for a peer that does not read; without it for ever.
-  void setSendTimeout(std::chrono::milliseconds limit);
+  /// What the peer of an accepted connection is allowed; without it, as a client, everything. Within
+  /// `socketCreated`, before anything is read or written.
+  void setLimits(const SocketLimits& limits);
+  /// Whether a short message can be sent now without waiting for the peer.
+  bool isReadyToSend() const;
 
   /// Ends the link or the listening. The run flag that is cleared, and whether a listener's path goes,
   /// depends on whether there are children: a listener that never accepted anybody keeps both, on purpose.
@@ -138,7 +142,7 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   void rcvThread();
   bool receiveMessage();
   bool receiveMarker();
-  bool receivePayload(std::uint32_t length, Bytes& payload);
+  bool receivePayload(std::uint32_t length, Bytes& payload, ByteBudget::Share& share);
   void deliver(const Bytes* payload, std::int32_t type);
   void reportReadFailure();
   void waitUnlessClosed(std::chrono::milliseconds duration);
@@ -166,6 +170,9 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   std::vector<std::shared_ptr<KeldaneSocket>> children_ KELDANE_GUARDED_BY(monitor_);
   std::weak_ptr<KeldaneSocket> parent_ KELDANE_GUARDED_BY(monitor_);
   std::atomic<bool> zombie_ = false;
+  std::optional<SocketLimits> limits_;  // of a server's child; set before it is read or written
+  // Of the receive thread: when the message that has begun must be whole. Nothing between two messages.
+  std::optional<std::chrono::steady_clock::time_point> messageEnd_;
   std::mutex closedMutex_;
   std::condition_variable closed_;
 };

@@ -20,9 +20,6 @@ constexpr auto kFailureDelay = std::chrono::seconds(1);
 
 constexpr auto kPause = std::chrono::milliseconds(100);
 
-// A peer announces any length up to 4 GiB; memory is taken as bytes arrive.
-constexpr std::uint32_t kFirstPayloadStep = 64 * 1024;
-
 // Whatever were thrown out of a thread would end the host.
 template <class Work>
 void guarded(const Work& work) {
@@ -63,10 +60,12 @@ bool KeldaneSocket::receiveMessage() {
     return true;
   }
   Bytes payload;
+  ByteBudget::Share share(limits_ ? limits_->received : nullptr);  // until the message was processed
   if (readBytes(sizeof(type), &type) <= 0 || readBytes(sizeof(length), &length) <= 0 ||
-      !receivePayload(length, payload)) {
+      !receivePayload(length, payload, share)) {
     return false;
   }
+  messageEnd_.reset();
   if (isReceiving()) {
     deliver(length == 0 ? nullptr : &payload, type);
   }
@@ -94,10 +93,19 @@ bool KeldaneSocket::receiveMarker() {
   return true;
 }
 
-bool KeldaneSocket::receivePayload(std::uint32_t length, Bytes& payload) {
+// A peer announces any length up to 4 GiB; memory is taken as bytes arrive.
+bool KeldaneSocket::receivePayload(std::uint32_t length, Bytes& payload, ByteBudget::Share& share) {
+  if (limits_ && length > limits_->longestMessage) {
+    KeldaneCLog("KeldaneSocket A message is too long");
+    return false;
+  }
   while (payload.size() < length) {
     const auto done = static_cast<std::uint32_t>(payload.size());
-    const std::uint32_t step = std::min(length - done, std::max(kFirstPayloadStep, done));
+    const std::uint32_t step = std::min(length - done, std::max(kSmallPayload, done));
+    if (done > 0 && !share.grow(step)) {
+      KeldaneCLog("KeldaneSocket Too many messages come in at once");
+      return false;
+    }
     payload.resize(std::size_t{done} + step);
     if (readBytes(step, payload.data() + done) != static_cast<std::int32_t>(step)) {
       return false;
@@ -180,8 +188,10 @@ void KeldaneSocket::makeChild(int descriptor) {
     return;
   }
   std::erase_if(children_, [](const std::shared_ptr<KeldaneSocket>& other) { return other->isZombie(); });
+  if (!child->start()) {
+    return;  // nobody would ever read what it sends, or see it leave
+  }
   children_.push_back(child);
-  child->start();
   const std::shared_ptr<KeldSocketDelegate> delegate = socketDelegate_;
   send(delegate, &KeldSocketDelegate::socketCreated, child);
 }

@@ -55,7 +55,7 @@ void BackupWorker::reconsider(const std::string& path) {
     considerFile(path);
   } else {
     const std::lock_guard guard(mutex_);
-    toScan_.push_back(path);
+    willScan(path);
   }
   changed_.notify_all();
 }
@@ -64,12 +64,32 @@ void BackupWorker::reconsiderAll() {
   const std::vector<std::string> places = rules_.places();
   {
     const std::lock_guard guard(mutex_);
-    toScan_.assign(places.begin(), places.end());
     for (const auto& [path, order] : priorities_) {
-      toScan_.push_front(path);
+      willScan(path);
+    }
+    for (const std::string& place : places) {
+      willScan(place);
     }
   }
   changed_.notify_all();
+}
+
+// With the mutex held. Whoever asks a thousand times has it looked at once.
+void BackupWorker::willScan(const std::string& place) {
+  if (toBeScanned_.insert(place).second) {
+    toScan_.push_back(place);
+  }
+}
+
+std::optional<std::string> BackupWorker::nextPlace() {
+  const std::lock_guard guard(mutex_);
+  if (toScan_.empty()) {
+    return std::nullopt;
+  }
+  scanned_ = std::move(toScan_.front());  // so that it still counts as pending
+  toScan_.pop_front();
+  toBeScanned_.erase(scanned_);
+  return scanned_;
 }
 
 void BackupWorker::prioritize(const std::string& path) {
@@ -109,10 +129,12 @@ bool BackupWorker::isPending(const std::string& path) const {
 
 bool BackupWorker::isPendingBelow(const std::string& folder) const {
   const std::lock_guard guard(mutex_);
-  const bool toBeScanned = std::any_of(toScan_.begin(), toScan_.end(),
-                                       [&](const std::string& path) { return isAtOrBelow(path, folder); });
-  const auto first = pending_.lower_bound(folder == "/" ? folder : folder + '/');
-  return toBeScanned || (first != pending_.end() && isAtOrBelow(first->first, folder));
+  const std::string below = folder == "/" ? folder : folder + '/';
+  const auto place = toBeScanned_.lower_bound(below);
+  const auto first = pending_.lower_bound(below);
+  return toBeScanned_.contains(folder) || (place != toBeScanned_.end() && isAtOrBelow(*place, folder)) ||
+         (!scanned_.empty() && isAtOrBelow(scanned_, folder)) ||
+         (first != pending_.end() && isAtOrBelow(first->first, folder));
 }
 
 bool BackupWorker::isPrioritized(const std::string& path) const {
@@ -123,21 +145,11 @@ bool BackupWorker::isPrioritized(const std::string& path) const {
 void BackupWorker::run() {
   auto nextRescan = std::chrono::steady_clock::now() + kRescanInterval;
   while (!job_.cancelled) {
-    std::optional<std::string> place;
-    {
-      const std::lock_guard guard(mutex_);
-      if (!toScan_.empty()) {
-        place = toScan_.front();  // stays in the list until it was scanned, so that it counts as pending
-      }
-    }
     try {
-      if (place) {
+      if (const std::optional<std::string> place = nextPlace()) {
         rescan(*place);
         const std::lock_guard guard(mutex_);
-        const auto done = std::find(toScan_.begin(), toScan_.end(), *place);
-        if (done != toScan_.end()) {
-          toScan_.erase(done);
-        }
+        scanned_.clear();
       } else if (const std::optional<std::string> file = nextFile()) {
         backUp(*file);
       } else if (std::chrono::steady_clock::now() > nextRescan) {
@@ -148,6 +160,13 @@ void BackupWorker::run() {
       }
     } catch (const std::exception& error) {
       systemLog("The backup worker could not go on with its work: %s", error.what());
+      {
+        const std::lock_guard guard(mutex_);
+        if (!scanned_.empty()) {  // not done yet
+          willScan(scanned_);
+          scanned_.clear();
+        }
+      }
       waitForWork();
     }
   }

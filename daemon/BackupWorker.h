@@ -10,6 +10,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
 
@@ -59,6 +60,8 @@ class BackupWorker {
 
  private:
   void run();
+  void willScan(const std::string& place);
+  std::optional<std::string> nextPlace();
   void rescan(const std::string& place);
   void scanFolder(const std::string& folder);
   void forgetBelow(const std::string& path);
@@ -80,7 +83,9 @@ class BackupWorker {
   std::uint64_t pendingBytes_ = 0;
   std::map<std::string, std::int64_t> priorities_;  // order by path
   std::int64_t lastPriority_ = 0;
-  std::deque<std::string> toScan_;
+  std::deque<std::string> toScan_;  // each once
+  std::set<std::string> toBeScanned_;
+  std::string scanned_;  // empty when none
   std::string currentFile_;
 
   BackupJob job_;  // cancelled once and for all, when the worker stops

@@ -94,7 +94,7 @@ void Daemon::tellWorker() {
 
 std::uint64_t Daemon::quotaMegabytes() { return numberFrom(store_.value(Store::Table::profile, "QuotaMB")); }
 
-PropertyList Daemon::state() {
+PropertyList Daemon::state(const Sight& sight) {
   const BackupWorker::Progress progress = worker_.progress();
   const Store::Totals totals = store_.totals();
   const bool paused = pausedMinutes() > 0;
@@ -105,6 +105,7 @@ PropertyList Daemon::state() {
                                : paused                     ? kPaused
                                : progress.pendingFiles == 0 ? kIdle
                                                             : kBackingUp;
+  const bool isSeen = !progress.currentFile.empty() && sight.sees(progress.currentFile);
   const std::uint32_t service = setting("serviceState");
   std::string status = off      ? "Backup is switched off"
                        : paused ? "Paused"
@@ -115,7 +116,7 @@ PropertyList Daemon::state() {
       {"backedUpFileCount", totals.files},
       {"backedupFileSize", totals.bytes},
       {"backupState", number},
-      {"currentBackupFile", progress.currentFile},
+      {"currentBackupFile", isSeen ? progress.currentFile : std::string()},
       {"currentRestoreFile", ""},
       {"currentRestoreJob", 0U},
       {"isBackupNeeded", progress.pendingFiles > 0},

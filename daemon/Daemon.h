@@ -8,6 +8,7 @@
 
 #include "daemon/BackupWorker.h"
 #include "daemon/NodeBuilder.h"
+#include "daemon/Permissions.h"
 #include "daemon/RuleBook.h"
 #include "daemon/Store.h"
 #include "platform/plist/PropertyList.h"
@@ -17,7 +18,8 @@ namespace keldane {
 struct DaemonOptions {
   std::string socket = "/run/keldane/keldaned.sock";
   std::string store = "/var/lib/keldane/store.sqlite";
-  std::string root = "/";  ///< what lies outside is barred from the backup
+  std::string root = "/";          ///< what lies outside is barred from the backup
+  bool allowSharedFolder = false;  ///< socket and store may lie where others can write
   bool verbose = false;
 };
 
@@ -47,8 +49,9 @@ class Daemon {
   /// Minutes that are left, rounded up.
   std::uint32_t pausedMinutes();
 
-  /// Every key of the state that clients poll.
-  PropertyList state();
+  /// Every key of the state that clients poll. The file that is being backed up is named to those who may see
+  /// it.
+  PropertyList state(const Sight& sight);
 
  private:
   void tellWorker();

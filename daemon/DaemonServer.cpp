@@ -2,13 +2,18 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 
 #include "daemon/FileFacts.h"
+#include "daemon/FolderSafety.h"
 #include "platform/syslog/SystemLog.h"
 
 namespace keldane {
@@ -19,8 +24,8 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t kLongestSocketPath = 103;
 
-// A peer that does not read is given up after this time.
-constexpr auto kSendLimit = std::chrono::seconds(5);
+// Descriptors that are kept for everything but connections.
+constexpr std::size_t kOtherDescriptors = 64;
 
 constexpr auto kNotificationInterval = std::chrono::seconds(1);
 
@@ -28,11 +33,41 @@ constexpr MethodSignature kClientMethods[] = {{"stateChanged:", 'v', "@"}};
 
 std::string errorText(int error) { return std::generic_category().message(error); }
 
+ServerLimits withinDescriptors(ServerLimits limits) {
+  rlimit descriptors{};
+  if (getrlimit(RLIMIT_NOFILE, &descriptors) == 0 && descriptors.rlim_cur != RLIM_INFINITY) {
+    const std::size_t most =
+        descriptors.rlim_cur - std::min<std::size_t>(descriptors.rlim_cur, kOtherDescriptors);
+    limits.connections = std::min(limits.connections, most);
+  }
+  return limits;
+}
+
+// Whether nobody listens at the socket any more. One whose queue is full is alive.
+bool isStale(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+  const Descriptor caller(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  return ::connect(caller.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 &&
+         (errno == ECONNREFUSED || errno == ENOENT);
+}
+
 }  // namespace
 
 constinit const Protocol KeldaneClientProtocol = {"KeldaneClientProtocol", kClientMethods};
 
 DaemonServer::~DaemonServer() { stop(); }
+
+DaemonServer::DaemonServer(std::shared_ptr<Daemon> daemon, std::string socket, bool allowSharedFolder,
+                           const ServerLimits& limits)
+    : daemon_(std::move(daemon)),
+      path_(std::move(socket)),
+      allowSharedFolder_(allowSharedFolder),
+      limits_(withinDescriptors(limits)),
+      turns_(std::make_shared<WalkTurns>(limits.walks, limits.walksOfUser)),
+      requests_(std::make_shared<ByteBudget>(limits.requestBytes)),
+      answers_(std::make_shared<ByteBudget>(limits.answerBytes)) {}
 
 bool DaemonServer::claimPath(std::string* error) {
   if (path_.empty() || path_.size() > kLongestSocketPath) {
@@ -47,19 +82,41 @@ bool DaemonServer::claimPath(std::string* error) {
     // Every user's clients connect here, however narrow this process's own mask is.
     fs::permissions(folder, fs::perms(0755), ignored);
   }
-  const std::string lockPath = path_ + ".lock";
-  lock_ = Descriptor(open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
-  if (!lock_) {
-    *error = "The lock " + lockPath + " cannot be made: " + errorText(errno) + ".";
+  const std::optional<std::string> shared = whoElseCanWriteTo(folder.empty() ? "." : folder.string());
+  if (shared && !allowSharedFolder_) {
+    *error = *shared + " The socket " + path_ + " is not safe there (--allow-shared-folder).";
     return false;
   }
-  if (flock(lock_.get(), LOCK_EX | LOCK_NB) != 0) {
-    *error = "Another keldaned already serves " + path_ + ".";
+  if (!lockPath(error)) {
     return false;
   }
   const std::optional<struct stat> status = statusOf(path_);
   if (status && !S_ISSOCK(status->st_mode)) {
     *error = path_ + " is in the way: it is no socket.";
+    return false;
+  }
+  if (status && !isStale(path_)) {
+    *error = "Another program already serves " + path_ + ".";
+    return false;
+  }
+  return true;
+}
+
+// Never removed, so that two daemons cannot hold two locks of one name.
+bool DaemonServer::lockPath(std::string* error) {
+  const std::string path = path_ + ".lock";
+  lock_ = Descriptor(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));
+  struct stat status {};
+  if (!lock_ || fstat(lock_.get(), &status) != 0) {
+    *error = "The lock " + path + " cannot be made: " + errorText(errno) + ".";
+    return false;
+  }
+  if (!S_ISREG(status.st_mode) || status.st_uid != geteuid()) {
+    *error = "The lock " + path + " is another user's.";
+    return false;
+  }
+  if (flock(lock_.get(), LOCK_EX | LOCK_NB) != 0) {
+    *error = "Another keldaned already serves " + path_ + ".";
     return false;
   }
   return true;
@@ -91,6 +148,7 @@ void DaemonServer::stop() {
     peers.swap(peers_);
   }
   changed_.notify_all();
+  turns_->end();
   listener_->close();
   for (auto& [key, peer] : peers) {
     peer.second.proxy->close();
@@ -105,19 +163,23 @@ void DaemonServer::stop() {
 
 void DaemonServer::socketCreated(const std::shared_ptr<KeldaneSocket>& child) {
   const std::optional<PeerCredentials> credentials = child->peerCredentials();
-  if (!credentials) {
+  const std::shared_ptr<UserShare> share = credentials ? shareFor(credentials->uid) : nullptr;
+  if (!share) {
     child->close();
     return;
   }
-  child->setSendTimeout(kSendLimit);
+  child->setLimits({limits_.longestRequest, limits_.requestTime, limits_.stallTime, limits_.answerTime,
+                    share->requests, share->answers});
   const KeldaneSocket* key = child.get();
   PeerLink link;
-  link.service = std::make_shared<DaemonService>(
-      daemon_, peerOf(credentials->uid, credentials->gid), [weak = weak_from_this(), key](bool on) {
-        if (const std::shared_ptr<DaemonServer> self = weak.lock()) {
-          self->subscribe(key, on);
-        }
-      });
+  link.share = share;
+  link.service =
+      std::make_shared<DaemonService>(daemon_, Sight(peerOf(credentials->uid, credentials->gid)), share,
+                                      [weak = weak_from_this(), key](bool on) {
+                                        if (const std::shared_ptr<DaemonServer> self = weak.lock()) {
+                                          self->subscribe(key, on);
+                                        }
+                                      });
   link.proxy = KeldaneProxy::create();
   link.proxy->setProtocol(&KeldaneClientProtocol);
   link.proxy->setDelegate(link.service);
@@ -127,10 +189,28 @@ void DaemonServer::socketCreated(const std::shared_ptr<KeldaneSocket>& child) {
     if (stopping_) {
       return;
     }
-    peers_[key] = {child, std::move(link)};
+    peers_.insert_or_assign(key, std::pair(child, std::move(link)));
   }
   child->setSocketDelegate(shared_from_this());
   proxy->setSocket(child);  // from here on the peer's messages are heard
+}
+
+// Called by the accept thread alone, so that what is counted here is what is inserted above.
+std::shared_ptr<UserShare> DaemonServer::shareFor(uid_t user) {
+  const std::lock_guard guard(mutex_);
+  std::shared_ptr<UserShare> share = shares_[user].lock();
+  const auto ofUser = std::count_if(peers_.begin(), peers_.end(),
+                                    [&](const auto& peer) { return peer.second.second.share == share; });
+  if (peers_.size() >= limits_.connections || static_cast<std::size_t>(ofUser) >= limits_.connectionsOfUser) {
+    return nullptr;
+  }
+  if (!share) {
+    std::erase_if(shares_, [](const auto& entry) { return entry.second.expired(); });
+    share = std::make_shared<UserShare>(turns_, limits_.requestBytesOfUser, requests_,
+                                        limits_.answerBytesOfUser, answers_);
+    shares_[user] = share;
+  }
+  return share;
 }
 
 void DaemonServer::socketFailed(const std::shared_ptr<KeldaneSocket>& child) {
@@ -153,39 +233,50 @@ void DaemonServer::subscribe(const KeldaneSocket* peer, bool on) {
   const auto found = peers_.find(peer);
   if (found != peers_.end()) {
     found->second.second.wantsState = on;
+    found->second.second.told = {};
   }
 }
 
 void DaemonServer::notify() {
-  PropertyList last;
   for (;;) {
-    std::vector<std::shared_ptr<KeldaneProxy>> told;
     {
       std::unique_lock guard(mutex_);
       changed_.wait_for(guard, kNotificationInterval, [this] { return stopping_; });
       if (stopping_) {
         return;
       }
-      for (const auto& [key, peer] : peers_) {
-        if (peer.second.wantsState) {
-          told.push_back(peer.second.proxy);
-        }
-      }
-    }
-    if (told.empty()) {
-      continue;
     }
     try {
-      const PropertyList state = daemon_->state();
-      if (state == last) {
-        continue;
-      }
-      last = state;
-      for (const std::shared_ptr<KeldaneProxy>& proxy : told) {
-        proxy->call("stateChanged:", {RawValue::of<'@'>(state)});
-      }
+      tellState();
     } catch (const std::exception& error) {
       systemLog("The state cannot be announced: %s", error.what());
+    }
+  }
+}
+
+// A peer that is busy, or reads nothing, is told another time; the others need not wait for it.
+void DaemonServer::tellState() {
+  std::map<const KeldaneSocket*, PeerLink> toTell;
+  {
+    const std::lock_guard guard(mutex_);
+    for (const auto& [key, peer] : peers_) {
+      if (peer.second.wantsState) {
+        toTell.emplace(key, peer.second);
+      }
+    }
+  }
+  std::map<uid_t, PropertyList> states;
+  for (const auto& [key, link] : toTell) {
+    PropertyList& state = states[link.service->sight().peer().uid];
+    if (!state) {
+      state = daemon_->state(link.service->sight());
+    }
+    if (state != link.told && link.proxy->callWithoutWaiting("stateChanged:", {RawValue::of<'@'>(state)})) {
+      const std::lock_guard guard(mutex_);
+      const auto peer = peers_.find(key);
+      if (peer != peers_.end() && peer->second.second.proxy == link.proxy) {
+        peer->second.second.told = state;
+      }
     }
   }
 }

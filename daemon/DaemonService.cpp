@@ -15,6 +15,9 @@ namespace {
 // A profile and the type rules are small; a client that writes without end is not humoured.
 constexpr std::size_t kLongestText = 4096;
 
+// Of one request.
+constexpr std::size_t kMostPaths = 100'000;
+
 bool isShortText(const PropertyList& text) {
   return text.isString() && !text.string().empty() && text.string().size() <= kLongestText;
 }
@@ -33,7 +36,7 @@ void DaemonService::invoke(Invocation& invocation) {
     for (const RawValue& argument : invocation.arguments) {
       arguments.push_back(argument.encoded());
     }
-    systemLog("uid %u: %@ %@", peer_.uid, invocation.signature.selector,
+    systemLog("uid %u: %@ %@", sight_.peer().uid, invocation.signature.selector,
               PropertyList::array(std::move(arguments)));
   }
   try {
@@ -43,23 +46,24 @@ void DaemonService::invoke(Invocation& invocation) {
   }
 }
 
-// Absent for what is no path, and for what the peer could not read by itself.
-std::optional<std::string> DaemonService::readablePath(const PropertyList& path) const {
-  std::optional<std::string> normal = path.isString() ? normalizedPath(path.string()) : std::nullopt;
-  if (normal && !privileged_ && !mayRead(peer_, *normal)) {
-    if (daemon_->verbose()) {
-      systemLog("uid %u may not ask about %@", peer_.uid, *normal);
-    }
-    return std::nullopt;
+std::optional<std::string> DaemonService::pathFrom(const PropertyList& value) {
+  return value.isString() ? normalizedPath(value.string()) : std::nullopt;
+}
+
+// A longer one is not carried out in part.
+bool DaemonService::isShortList(const PropertyList& paths) const {
+  if (paths.count() > kMostPaths) {
+    systemLog("uid %u sent a list of %llu paths", sight_.peer().uid, std::uint64_t{paths.count()});
+    return false;
   }
-  return normal;
+  return true;
 }
 
 bool DaemonService::mayChangeSettings(const char* what) const {
-  if (!privileged_) {
-    systemLog("uid %u may not change %s", peer_.uid, what);
+  if (!sight_.isPrivileged()) {
+    systemLog("uid %u may not change %s", sight_.peer().uid, what);
   }
-  return privileged_;
+  return sight_.isPrivileged();
 }
 
 void DaemonService::setNumber(const char* key, std::uint32_t value) {
@@ -79,47 +83,61 @@ PropertyList DaemonService::profileText(const char* key) {
 }
 
 PropertyList DaemonService::dictionaryForPath(const PropertyList& path, signed char withDirSizes) {
-  const std::optional<std::string> readable = readablePath(path);
-  return readable ? daemon_->nodes().node(*readable, withDirSizes != 0) : PropertyList();
+  const std::optional<std::string> asked = pathFrom(path);
+  if (!asked || withDirSizes == 0) {
+    return asked ? daemon_->nodes().node(sight_, *asked, false) : PropertyList();
+  }
+  const WalkTurns::Turn mine = turn();
+  return mine ? daemon_->nodes().node(sight_, *asked, true) : PropertyList();
 }
 
 PropertyList DaemonService::childrenDictionariesForPath(const PropertyList& path) {
-  const std::optional<std::string> readable = readablePath(path);
-  return readable ? daemon_->nodes().children(*readable) : PropertyList();
+  const std::optional<std::string> asked = pathFrom(path);
+  if (!asked) {
+    return {};
+  }
+  const WalkTurns::Turn mine = turn();
+  return mine ? daemon_->nodes().children(sight_, *asked) : PropertyList();
 }
 
 std::uint32_t DaemonService::changeRule(const PropertyList& path, std::optional<bool> included) {
-  const std::optional<std::string> readable = readablePath(path);
-  if (!readable) {
+  const std::optional<std::string> asked = pathFrom(path);
+  const std::optional<Sight::Item> item = asked ? sight_.look(*asked) : std::nullopt;
+  if (!item || !sight_.mayChange(*item)) {
+    if (asked) {
+      systemLog("uid %u may not change the rule of %@", sight_.peer().uid, *asked);
+    }
     return path.isString() ? EACCES : EINVAL;
   }
-  const std::optional<struct stat> status = statusOf(*readable);
-  if (daemon_->rules().decide(*readable, status && S_ISDIR(status->st_mode)).barred) {
+  if (daemon_->rules().decide(*asked, item->status && S_ISDIR(item->status->st_mode)).barred) {
     return EPERM;
   }
-  if (included) {
-    daemon_->rules().setRule(*readable, *included);
-  } else {
-    daemon_->rules().removeRule(*readable);
+  if (included && !item->status && !sight_.isPrivileged()) {
+    return ENOENT;  // there is no end to what is not there
   }
-  daemon_->worker().reconsider(*readable);
+  if (!included) {
+    daemon_->rules().removeRule(*asked);
+  } else if (!daemon_->rules().setRule(*asked, *included)) {
+    systemLog("There are too many rules for one on %@", *asked);
+    return ENOSPC;
+  }
+  daemon_->worker().reconsider(*asked);
   return 0;
 }
 
 void DaemonService::addFilesToBackup(const PropertyList& paths) {
-  for (std::size_t i = 0; i < paths.count(); ++i) {
+  const WalkTurns::Turn mine = turn();
+  for (std::size_t i = 0; mine && isShortList(paths) && i < paths.count(); ++i) {
     changeRule(paths[i], true);
   }
 }
 
 void DaemonService::setPriorityBackup(const PropertyList& path) {
-  const std::optional<std::string> readable = readablePath(path);
-  if (!readable) {
-    return;
-  }
-  const std::optional<struct stat> status = statusOf(*readable);
-  if (status && S_ISREG(status->st_mode) && daemon_->rules().decide(*readable, false).selected) {
-    daemon_->worker().prioritize(*readable);
+  const std::optional<std::string> asked = pathFrom(path);
+  const std::optional<Sight::Item> item = asked ? sight_.look(*asked) : std::nullopt;
+  if (item && item->status && S_ISREG(item->status->st_mode) && sight_.mayChange(*item) &&
+      daemon_->rules().decide(*asked, false).selected) {
+    daemon_->worker().prioritize(*asked);
   }
 }
 
@@ -129,13 +147,15 @@ PropertyList DaemonService::policyExcludeList() {
 }
 
 PropertyList DaemonService::excludedFiles(const PropertyList& path) {
-  const std::optional<std::string> readable = readablePath(path);
-  if (!readable) {
+  const std::optional<std::string> asked = pathFrom(path);
+  if (!asked || !sight_.sees(*asked)) {
     return {};
   }
+  const WalkTurns::Turn mine = turn();
   PropertyList::Array excluded;
-  for (const std::string& rulePath : daemon_->rules().excludedAt(*readable)) {
-    if (privileged_ || mayRead(peer_, rulePath)) {
+  for (const std::string& rulePath :
+       mine ? daemon_->rules().excludedAt(*asked) : std::vector<std::string>()) {
+    if (sight_.sees(rulePath)) {
       excluded.emplace_back(rulePath);
     }
   }
@@ -171,10 +191,14 @@ PropertyList DaemonService::stringForState(std::uint32_t index) {
 }
 
 PropertyList DaemonService::backupColorsForFiles(const PropertyList& paths) {
+  const WalkTurns::Turn mine = turn();
+  if (!mine || !isShortList(paths)) {
+    return {};
+  }
   PropertyList::Array colors;
   for (std::size_t i = 0; i < paths.count(); ++i) {
-    const std::optional<std::string> readable = readablePath(paths[i]);
-    colors.emplace_back(readable ? daemon_->nodes().color(*readable) : 0);
+    const std::optional<std::string> asked = pathFrom(paths[i]);
+    colors.emplace_back(asked ? daemon_->nodes().color(sight_, *asked) : 0);
   }
   return PropertyList::array(std::move(colors));
 }
@@ -199,9 +223,9 @@ PropertyList DaemonService::computerNumber() {
 }
 
 PropertyList DaemonService::backedupStateString() {
-  const PropertyList state = daemon_->state();
-  return stringWithFormat("%@ files, %@ bytes backed up", state["backedUpFileCount"],
-                          state["backedupFileSize"]);
+  const PropertyList value = state();
+  return stringWithFormat("%@ files, %@ bytes backed up", value["backedUpFileCount"],
+                          value["backedupFileSize"]);
 }
 
 PropertyList DaemonService::mappedUserAsString(const PropertyList& user) {

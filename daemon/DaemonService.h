@@ -9,22 +9,27 @@
 #include "Common/DaemonProtocol.h"
 #include "daemon/Daemon.h"
 #include "daemon/Permissions.h"
+#include "daemon/ServerLimits.h"
 
 namespace keldane {
 
 /// Answers every method of the table on behalf of one peer, whose rights decide what it learns and changes.
-/// What a client sends is checked here: a value of the wrong kind, a path that is not absolute, and what the
-/// peer may not do are answered absent, 0 or not at all. Called on the peer's receive thread.
+/// What walks through folders or lists waits for a turn of its user's share. What a client sends is checked
+/// here: a value of the wrong kind, a path that is not absolute, and what the peer may not do are answered
+/// absent, 0 or not at all. Called on the peer's receive thread.
 class DaemonService final : public InvocationTarget {
  public:
   /// Switches on or off that the peer is told of each change of the state.
   using Subscribe = std::function<void(bool on)>;
 
-  DaemonService(std::shared_ptr<Daemon> daemon, Peer peer, Subscribe subscribe)
+  DaemonService(std::shared_ptr<Daemon> daemon, Sight sight, std::shared_ptr<UserShare> share,
+                Subscribe subscribe)
       : daemon_(std::move(daemon)),
-        peer_(std::move(peer)),
-        privileged_(isPrivileged(peer_)),
+        sight_(std::move(sight)),
+        share_(std::move(share)),
         subscribe_(std::move(subscribe)) {}
+
+  const Sight& sight() const { return sight_; }
 
   const MethodSignature* methodSignatureForSelector(std::string_view selector) const override;
   void invoke(Invocation& invocation) override;
@@ -43,8 +48,8 @@ class DaemonService final : public InvocationTarget {
   signed char automaticMode() { return mode("automaticMode"); }
   void setAutomaticMode(signed char on) { setMode("automaticMode", on); }
   PropertyList serverURL() { return profileText("ServerURL"); }
-  PropertyList daemonState() { return daemon_->state(); }
-  std::uint32_t serviceState() { return daemon_->state()["serviceState"].unsignedIntValue(); }
+  PropertyList daemonState() { return state(); }
+  std::uint32_t serviceState() { return state()["serviceState"].unsignedIntValue(); }
   void setServiceState(std::uint32_t state) { setNumber("serviceState", state); }
   PropertyList dictionaryForPath(const PropertyList& path) { return dictionaryForPath(path, 0); }
   PropertyList dictionaryForPath(const PropertyList& path, signed char withDirSizes);
@@ -80,7 +85,7 @@ class DaemonService final : public InvocationTarget {
   PropertyList userEmail() { return profileText("UserEmail"); }
   PropertyList computerNumber();
   PropertyList marketingMessage() { return profileText("MarketingMessage"); }
-  PropertyList liveStateString() { return daemon_->state()["statusString"]; }
+  PropertyList liveStateString() { return state()["statusString"]; }
   PropertyList backedupStateString();
   PropertyList mappedUserAsString(const PropertyList& user);
   signed char restoreWithChoices(const PropertyList& choices);
@@ -88,18 +93,21 @@ class DaemonService final : public InvocationTarget {
   void terminate();
 
  private:
-  std::optional<std::string> readablePath(const PropertyList& path) const;
+  static std::optional<std::string> pathFrom(const PropertyList& value);
+  bool isShortList(const PropertyList& paths) const;
+  WalkTurns::Turn turn() { return {*share_->turns, share_->line}; }
+  PropertyList state() { return daemon_->state(sight_); }
   bool mayChangeSettings(const char* what) const;
   std::uint32_t changeRule(const PropertyList& path, std::optional<bool> included);
   signed char mode(const char* key) { return daemon_->setting(key) != 0 ? 1 : 0; }
   void setMode(const char* key, signed char on) { setNumber(key, on != 0 ? 1 : 0); }
   void setNumber(const char* key, std::uint32_t value);
   PropertyList profileText(const char* key);
-  PropertyList stateValue(std::uint32_t index) { return daemon_->state().entry(index).second; }
+  PropertyList stateValue(std::uint32_t index) { return state().entry(index).second; }
 
   const std::shared_ptr<Daemon> daemon_;  // a request that is being performed may outlive the server
-  const Peer peer_;
-  const bool privileged_;
+  const Sight sight_;
+  const std::shared_ptr<UserShare> share_;
   const Subscribe subscribe_;
 };
 

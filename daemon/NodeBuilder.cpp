@@ -1,19 +1,18 @@
 #include "daemon/NodeBuilder.h"
 
+#include <algorithm>
 #include <chrono>
-#include <filesystem>
-#include <set>
+#include <vector>
 
 #include "Common/FileNode.h"
 #include "daemon/FileFacts.h"
 #include "platform/files/Path.h"
 #include "platform/plist/Unicode.h"
+#include "platform/syslog/SystemLog.h"
 
 namespace keldane {
 
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr auto kLongestWalk = std::chrono::milliseconds(200);
 
@@ -108,36 +107,45 @@ struct FolderSize {
   std::uint32_t files = 0;
 };
 
-FolderSize measure(const std::string& folder) {
+FolderSize measure(const Sight& sight, const std::string& folder) {
   FolderSize size;
   const auto end = std::chrono::steady_clock::now() + kLongestWalk;
-  std::error_code error;
-  fs::recursive_directory_iterator at(folder, fs::directory_options::skip_permission_denied, error);
-  for (; !error && at != fs::recursive_directory_iterator(); at.increment(error)) {
-    const std::optional<struct stat> status = statusOf(at->path().string());
-    if (status && S_ISREG(status->st_mode)) {
-      size.bytes += static_cast<std::uint64_t>(status->st_size);
-      ++size.files;
-    }
-    if (std::chrono::steady_clock::now() > end) {
-      break;
-    }
+  std::vector<std::string> folders = {folder};
+  bool goOn = true;
+  while (goOn && !folders.empty()) {
+    const std::string current = std::move(folders.back());
+    folders.pop_back();
+    sight.list(current, [&](const std::string& name, const struct stat& status) {
+      if (S_ISDIR(status.st_mode)) {
+        folders.push_back(appendPathComponent(current, name));
+      } else if (S_ISREG(status.st_mode)) {
+        size.bytes += static_cast<std::uint64_t>(status.st_size);
+        ++size.files;
+      }
+      goOn = std::chrono::steady_clock::now() < end;
+      return goOn;
+    });
   }
   return size;
 }
 
 }  // namespace
 
-PropertyList NodeBuilder::build(const std::string& path, const struct stat* status,
+PropertyList NodeBuilder::build(const Sight& sight, const std::string& path, const struct stat* status,
                                 const BackupRecord* record, bool withDirSizes) const {
   const bool isFolder = status != nullptr && S_ISDIR(status->st_mode);
-  const Decision decision = rules_.decide(path, isFolder);
+  Decision decision = rules_.decide(path, isFolder);
+  if (decision.rulesBelow && !sight.isPrivileged()) {
+    const std::vector<std::string> below = rules_.rulesBelow(path);
+    decision.rulesBelow =
+        std::any_of(below.begin(), below.end(), [&](const std::string& rule) { return sight.sees(rule); });
+  }
   const bool prioritized = worker_.isPrioritized(path);
   const Standing standing = standingOf(decision, path, status, record, worker_);
   const StandingFacts facts = factsOf(standing);
   FolderSize size;
   if (isFolder && withDirSizes) {
-    size = measure(path);
+    size = measure(sight, path);
   } else if (!isFolder) {
     size = {status != nullptr   ? static_cast<std::uint64_t>(status->st_size)
             : record != nullptr ? record->size
@@ -163,45 +171,55 @@ PropertyList NodeBuilder::build(const std::string& path, const struct stat* stat
   });
 }
 
-PropertyList NodeBuilder::node(const std::string& path, bool withDirSizes) const {
-  const std::optional<struct stat> status = statusOf(path);
-  const std::optional<BackupRecord> record = store_.record(path);
-  if (!status && !record) {
+PropertyList NodeBuilder::node(const Sight& sight, const std::string& path, bool withDirSizes) const {
+  const std::optional<Sight::Item> item = sight.look(path);
+  if (!item) {
     return {};
   }
-  return build(path, status ? &*status : nullptr, record ? &*record : nullptr, withDirSizes);
+  const std::optional<BackupRecord> record = store_.record(path);
+  if (!item->status && !record) {
+    return {};
+  }
+  return build(sight, path, item->status ? &*item->status : nullptr, record ? &*record : nullptr,
+               withDirSizes);
 }
 
-PropertyList NodeBuilder::children(const std::string& folder) const {
-  const std::map<std::string, BackupRecord> records = store_.recordsIn(folder);
-  std::set<std::string> paths;
+PropertyList NodeBuilder::children(const Sight& sight, const std::string& folder) const {
+  std::map<std::string, std::optional<struct stat>> entries;
+  const auto isFull = [&] { return entries.size() >= kLongestListing; };
+  const bool isFolder = sight.list(folder, [&](const std::string& name, const struct stat& status) {
+    if (isValidUtf8(name)) {  // a name that is no text has no place in a dictionary
+      entries.emplace(appendPathComponent(folder, name), status);
+    }
+    return !isFull();
+  });
+  const std::map<std::string, BackupRecord> records =
+      isFolder || sight.sees(folder) ? store_.recordsIn(folder) : decltype(store_.recordsIn(folder))();
   for (const auto& [path, record] : records) {
-    paths.insert(path);
-  }
-  std::error_code error;
-  fs::directory_iterator at(folder, error);
-  if (error && records.empty()) {
-    return {};
-  }
-  for (; !error && at != fs::directory_iterator(); at.increment(error)) {
-    std::string path = at->path().string();
-    if (isValidUtf8(path)) {  // a name that is no text has no place in a dictionary
-      paths.insert(std::move(path));
+    if (!isFull() && !entries.contains(path)) {
+      if (const std::optional<Sight::Item> item = sight.look(path)) {
+        entries.emplace(path, item->status);
+      }
     }
   }
+  if (!isFolder && entries.empty()) {
+    return {};
+  }
+  if (isFull()) {
+    systemLog("%@ has more entries than are listed", folder);
+  }
   PropertyList::Array children;
-  children.reserve(paths.size());
-  for (const std::string& path : paths) {
-    const std::optional<struct stat> status = statusOf(path);
+  children.reserve(entries.size());
+  for (const auto& [path, status] : entries) {
     const auto record = records.find(path);
-    children.push_back(
-        build(path, status ? &*status : nullptr, record == records.end() ? nullptr : &record->second, false));
+    children.push_back(build(sight, path, status ? &*status : nullptr,
+                             record == records.end() ? nullptr : &record->second, false));
   }
   return PropertyList::array(std::move(children));
 }
 
-std::int32_t NodeBuilder::color(const std::string& path) const {
-  return node(path, false)["backupColor"].intValue();
+std::int32_t NodeBuilder::color(const Sight& sight, const std::string& path) const {
+  return node(sight, path, false)["backupColor"].intValue();
 }
 
 }  // namespace keldane

@@ -6,14 +6,15 @@
 #include <string>
 
 #include "daemon/BackupWorker.h"
+#include "daemon/Permissions.h"
 #include "daemon/RuleBook.h"
 #include "daemon/Store.h"
 #include "platform/plist/PropertyList.h"
 
 namespace keldane {
 
-/// Joins what the file system, the rules, the records and the worker know. Any thread; holds no state of its
-/// own.
+/// Joins what the file system, the rules, the records and the worker know, as far as the one who asks may see
+/// the files. Any thread; holds no state of its own.
 class NodeBuilder {
  public:
   NodeBuilder(Store& store, const RuleBook& rules, const BackupWorker& worker)
@@ -21,16 +22,18 @@ class NodeBuilder {
 
   /// The dictionary of one path; absent when nothing is there and nothing was ever backed up from there. With
   /// folder sizes, as far as a walk of a fifth of a second gets.
-  PropertyList node(const std::string& path, bool withDirSizes) const;
+  PropertyList node(const Sight& sight, const std::string& path, bool withDirSizes) const;
   /// The dictionaries of a folder's entries, sorted by name, those included that are only in the backup;
-  /// absent for what is no folder.
-  PropertyList children(const std::string& folder) const;
-  /// The status colour of a path.
-  std::int32_t color(const std::string& path) const;
+  /// absent for what is no folder. Of a folder with more than `kLongestListing` the rest is left out.
+  PropertyList children(const Sight& sight, const std::string& folder) const;
+  /// The status colour of a path; 0 for one that may not be asked about.
+  std::int32_t color(const Sight& sight, const std::string& path) const;
+
+  static constexpr std::size_t kLongestListing = 250'000;
 
  private:
-  PropertyList build(const std::string& path, const struct stat* status, const BackupRecord* record,
-                     bool withDirSizes) const;
+  PropertyList build(const Sight& sight, const std::string& path, const struct stat* status,
+                     const BackupRecord* record, bool withDirSizes) const;
 
   Store& store_;
   const RuleBook& rules_;

@@ -1,12 +1,15 @@
 #include "daemon/Permissions.h"
 
+#include <dirent.h>
+#include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
-#include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <memory>
 
 #include "daemon/FileFacts.h"
 #include "platform/files/Path.h"
@@ -18,13 +21,11 @@ namespace {
 constexpr mode_t kSearch = 1;
 constexpr mode_t kRead = 4;
 
-bool allows(const Peer& peer, const struct stat& status, mode_t wanted) {
-  const bool inGroup = peer.gid == status.st_gid ||
-                       std::find(peer.groups.begin(), peer.groups.end(), status.st_gid) != peer.groups.end();
-  // The owner's bits decide for the owner, even when others may do more.
-  const unsigned shift = peer.uid == status.st_uid ? 6 : inGroup ? 3 : 0;
-  return (status.st_mode >> shift & wanted) == wanted;
-}
+// What the system shows for every user and group that has no number in this process's user namespace, and so
+// neither a peer of that number nor a file of it tells who it is.
+constexpr unsigned kSomebody = 65534;
+
+std::string placeOf(int handle) { return "/proc/self/fd/" + std::to_string(handle); }
 
 }  // namespace
 
@@ -47,26 +48,106 @@ Peer peerOf(uid_t uid, gid_t gid) {
 
 bool isPrivileged(const Peer& peer) { return peer.uid == 0 || peer.uid == geteuid(); }
 
-bool mayRead(const Peer& peer, const std::string& path) {
-  std::string current;
-  bool folderReadable = false;
-  const std::vector<std::string> components = pathComponents(path);
-  for (std::size_t i = 0; i < components.size(); ++i) {
-    current = appendPathComponent(current, components[i]);
-    errno = 0;
-    const std::optional<struct stat> status = statusOf(current);
-    if (!status) {
-      return errno == ENOENT && folderReadable;
-    }
-    if (i + 1 == components.size()) {
-      return S_ISLNK(status->st_mode) ? folderReadable : allows(peer, *status, kRead);
-    }
-    if (!S_ISDIR(status->st_mode) || !allows(peer, *status, kSearch)) {
-      return false;
-    }
-    folderReadable = allows(peer, *status, kRead);
+bool Sight::owns(const struct stat& status) const {
+  return peer_.uid == status.st_uid && peer_.uid != kSomebody;
+}
+
+// `place` is a name of the item that leads to it whatever happens to its path meanwhile.
+bool Sight::allows(const std::string& place, const struct stat& status, mode_t wanted) const {
+  const auto isIn = [&](gid_t group) { return group == status.st_gid && group != kSomebody; };
+  const bool inGroup = isIn(peer_.gid) || std::any_of(peer_.groups.begin(), peer_.groups.end(), isIn);
+  // The owner's bits decide for the owner, even when others may do more.
+  const unsigned shift = owns(status) ? 6 : inGroup ? 3 : 0;
+  if ((status.st_mode >> shift & wanted) != wanted) {
+    return false;
   }
-  return false;
+  return owns(status) || getxattr(place.c_str(), "system.posix_acl_access", nullptr, 0) <= 0;
+}
+
+bool Sight::allows(const Step& step, mode_t wanted) const {
+  return allows(placeOf(step.handle.get()), step.status, wanted);
+}
+
+// Absent when the peer may not get there, or when nothing is there; `missing` tells the owner of the folder
+// which.
+std::optional<Sight::Step> Sight::walk(const std::string& path, bool* missing) const {
+  *missing = false;
+  const std::vector<std::string> components = pathComponents(path);
+  Step current{Descriptor(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC)), {}};
+  if (!current.handle || fstat(current.handle.get(), &current.status) != 0 || components.empty()) {
+    return std::nullopt;
+  }
+  for (std::size_t i = 1; i < components.size(); ++i) {
+    if (!S_ISDIR(current.status.st_mode) || !allows(current, kSearch)) {
+      return std::nullopt;
+    }
+    Step next{
+        Descriptor(openat(current.handle.get(), components[i].c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC)), {}};
+    if (!next.handle) {
+      *missing = errno == ENOENT && owns(current.status);
+      return std::nullopt;
+    }
+    if (fstat(next.handle.get(), &next.status) != 0) {
+      return std::nullopt;
+    }
+    const bool isLast = i + 1 == components.size();
+    if (isLast && S_ISLNK(next.status.st_mode) && !allows(current, kRead)) {
+      return std::nullopt;
+    }
+    current = std::move(next);
+  }
+  return current;
+}
+
+std::optional<Sight::Item> Sight::look(const std::string& path) const {
+  if (privileged_) {
+    return Item{statusOf(path)};
+  }
+  bool missing = false;
+  const std::optional<Step> found = walk(path, &missing);
+  if (!found) {
+    return missing ? std::optional(Item{}) : std::nullopt;
+  }
+  if (!S_ISLNK(found->status.st_mode) && !allows(*found, kRead)) {
+    return std::nullopt;
+  }
+  return Item{found->status};
+}
+
+bool Sight::mayChange(const Item& item) const { return privileged_ || !item.status || owns(*item.status); }
+
+bool Sight::list(const std::string& folder, const Visit& visit) const {
+  Descriptor handle;
+  if (privileged_) {
+    handle = Descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  } else {
+    bool missing = false;
+    const std::optional<Step> found = walk(folder, &missing);
+    if (found && S_ISDIR(found->status.st_mode) && allows(*found, kRead | kSearch)) {
+      handle = Descriptor(openat(found->handle.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    }
+  }
+  const std::unique_ptr<DIR, int (*)(DIR*)> entries(handle ? fdopendir(dup(handle.get())) : nullptr,
+                                                    closedir);
+  if (!entries) {
+    return false;
+  }
+  const std::string place = placeOf(handle.get()) + '/';
+  while (const dirent* entry = readdir(entries.get())) {
+    const std::string name = entry->d_name;
+    struct stat status {};
+    if (name == "." || name == ".." ||
+        fstatat(handle.get(), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+      continue;
+    }
+    if (!privileged_ && !S_ISLNK(status.st_mode) && !allows(place + name, status, kRead)) {
+      continue;
+    }
+    if (!visit(name, status)) {
+      break;
+    }
+  }
+  return true;
 }
 
 }  // namespace keldane

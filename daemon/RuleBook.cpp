@@ -1,6 +1,7 @@
 #include "daemon/RuleBook.h"
 
 #include <algorithm>
+#include <climits>
 #include <filesystem>
 
 #include "platform/files/Path.h"
@@ -14,7 +15,8 @@ bool isAtOrBelow(std::string_view path, std::string_view folder) {
 }
 
 std::optional<std::string> normalizedPath(std::string_view path) {
-  if (!path.starts_with('/') || path.find('\0') != std::string_view::npos || !isValidUtf8(path)) {
+  if (path.size() >= PATH_MAX || !path.starts_with('/') || path.find('\0') != std::string_view::npos ||
+      !isValidUtf8(path)) {
     return std::nullopt;
   }
   std::string normal = std::filesystem::path(path).lexically_normal().string();
@@ -47,9 +49,8 @@ Decision RuleBook::decide(const std::string& path, bool isDirectory) const {
     const auto type = types_.find(fileType(path));
     decision.typeToggle = type == types_.end() ? 0 : type->second;
   }
-  const auto below = rules_.lower_bound(path == "/" ? path : path + '/');
-  decision.rulesBelow =
-      isDirectory && below != rules_.end() && below->first != path && isAtOrBelow(below->first, path);
+  const auto below = firstBelow(path);
+  decision.rulesBelow = isDirectory && below != rules_.end() && isAtOrBelow(below->first, path);
   if (decision.barred) {
     return decision;
   }
@@ -75,10 +76,17 @@ Decision RuleBook::decide(const std::string& path, bool isDirectory) const {
   return decision;
 }
 
-void RuleBook::setRule(const std::string& path, bool included) {
+bool RuleBook::setRule(const std::string& path, bool included) {
+  {
+    const ScopedLock guard(mutex_);
+    if (rules_.size() >= kMostRules && !rules_.contains(path)) {
+      return false;
+    }
+  }
   store_.setRule(path, included);
   const ScopedLock guard(mutex_);
   rules_[path] = included;
+  return true;
 }
 
 void RuleBook::removeRule(const std::string& path) {
@@ -112,6 +120,19 @@ std::vector<std::string> RuleBook::places() const {
     }
   }
   return places;
+}
+
+std::map<std::string, bool>::const_iterator RuleBook::firstBelow(const std::string& path) const {
+  return rules_.upper_bound(path == "/" ? path : path + '/');
+}
+
+std::vector<std::string> RuleBook::rulesBelow(const std::string& path) const {
+  const ScopedLock guard(mutex_);
+  std::vector<std::string> below;
+  for (auto rule = firstBelow(path); rule != rules_.end() && isAtOrBelow(rule->first, path); ++rule) {
+    below.push_back(rule->first);
+  }
+  return below;
 }
 
 std::vector<std::string> RuleBook::excludedAt(const std::string& path) const {

@@ -36,7 +36,8 @@ class RuleBook {
 
   Decision decide(const std::string& path, bool isDirectory) const;
 
-  void setRule(const std::string& path, bool included);
+  /// False when there are as many rules as can be kept.
+  bool setRule(const std::string& path, bool included);
   void removeRule(const std::string& path);
   void setType(const std::string& type, std::uint32_t toggle);
   std::uint32_t type(const std::string& type) const;
@@ -45,11 +46,17 @@ class RuleBook {
   std::vector<std::string> places() const;
   /// Paths with a rule that excludes them, at or below a path.
   std::vector<std::string> excludedAt(const std::string& path) const;
+  /// Paths with a rule of their own below a path.
+  std::vector<std::string> rulesBelow(const std::string& path) const;
   const std::vector<std::string>& policy() const { return policy_; }
   const std::string& root() const { return root_; }
 
+  static constexpr std::size_t kMostRules = 250'000;
+
  private:
   bool isBarred(const std::string& path) const;
+  std::map<std::string, bool>::const_iterator firstBelow(const std::string& path) const
+      KELDANE_REQUIRES(mutex_);
 
   Store& store_;
   const std::string root_;
@@ -63,7 +70,7 @@ class RuleBook {
 bool isAtOrBelow(std::string_view path, std::string_view folder);
 
 /// An absolute path without "." and "..", resolved as text and not through links; absent for anything else
-/// that a client may send.
+/// that a client may send, a path longer than the system knows included.
 std::optional<std::string> normalizedPath(std::string_view path);
 
 /// ".txt" for "/a/b.txt", "." for a name without an extension: the name under which a type's rule is kept.

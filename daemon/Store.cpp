@@ -1,13 +1,21 @@
 #include "daemon/Store.h"
 
 #include <fcntl.h>
+#include <sqlite3.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
 
 #include "platform/files/Descriptor.h"
 
 namespace keldane {
 
 namespace {
+
+namespace fs = std::filesystem;
 
 constexpr int kBusyMilliseconds = 5000;
 
@@ -31,10 +39,26 @@ BackupRecord recordFrom(SQLite::Statement& row, int first) {
           row.getColumn(first + 4).getUInt()};
 }
 
-// Made by us before SQLite opens it: the names of a user's files are nobody else's affair.
-const std::string& privateFile(const std::string& file) {
-  const Descriptor made(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
-  return file;
+// Made by us before SQLite opens it: the names of a user's files are nobody else's affair. Answers its path
+// without symbolic links, which SQLite is told not to follow.
+std::string privateFile(const std::string& file) {
+  std::error_code error;
+  const fs::path folder = fs::canonical(fs::path(file).parent_path(), error);
+  const std::string path = (folder / fs::path(file).filename()).string();
+  const Descriptor made(
+      error ? -1 : open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));
+  struct stat status {};
+  if (!made || fstat(made.get(), &status) != 0) {
+    const int reason = error ? error.value() : errno;
+    throw SQLite::Exception(std::generic_category().message(reason), SQLITE_CANTOPEN);
+  }
+  if (!S_ISREG(status.st_mode) || status.st_uid != geteuid() || status.st_nlink != 1) {
+    throw SQLite::Exception("it is no file of this user alone", SQLITE_PERM);
+  }
+  if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+    fchmod(made.get(), 0600);
+  }
+  return path;
 }
 
 void bindAt(SQLite::Statement& statement, int index, std::uint64_t value) {
@@ -48,7 +72,7 @@ void bindAt(SQLite::Statement& statement, int index, const Value& value) {
 }  // namespace
 
 Store::Store(const std::string& file)
-    : database_(privateFile(file), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, kBusyMilliseconds) {
+    : database_(privateFile(file), SQLite::OPEN_READWRITE | SQLite::OPEN_NOFOLLOW, kBusyMilliseconds) {
   database_.exec("PRAGMA journal_mode=WAL");
   database_.exec("PRAGMA synchronous=NORMAL");
   database_.exec(kSchema);

@@ -26,7 +26,8 @@ struct BackupRecord {
 /// be used. Any thread; one mutex guards the connection.
 class Store {
  public:
-  /// Opens or makes the file, readable to its owner alone.
+  /// Opens or makes the file, readable to its owner alone. A symbolic link, and a file of another user, is
+  /// not used.
   explicit Store(const std::string& file);
 
   /// Whether a path is included, by path.

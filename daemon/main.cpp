@@ -1,10 +1,12 @@
 // keldaned: the reference backup daemon.
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
@@ -12,6 +14,7 @@
 
 #include "daemon/Daemon.h"
 #include "daemon/DaemonServer.h"
+#include "daemon/FolderSafety.h"
 #include "platform/files/Descriptor.h"
 
 namespace keldane {
@@ -86,6 +89,15 @@ void closeTerminal() {
   }
 }
 
+// A connection is a descriptor, and what shells allow a process is for programs with a few files.
+void allowDescriptors(rlim_t count) {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < count) {
+    limit.rlim_cur = std::min(count, limit.rlim_max);
+    setrlimit(RLIMIT_NOFILE, &limit);
+  }
+}
+
 /// Serves until a signal or a client ends it.
 int serve(const DaemonOptions& options, Readiness& readiness) {
   const auto failed = [&](const std::string& sentence) {
@@ -105,17 +117,22 @@ int serve(const DaemonOptions& options, Readiness& readiness) {
   pthread_sigmask(SIG_BLOCK, &ending, nullptr);
   std::signal(SIGPIPE, SIG_IGN);
   umask(077);
+  allowDescriptors(ServerLimits().connections + 256);
 
   std::error_code error;
   const std::filesystem::path folder = std::filesystem::path(options.store).parent_path();
   std::filesystem::create_directories(folder, error);
+  const std::optional<std::string> shared = error ? std::nullopt : whoElseCanWriteTo(folder.string());
+  if (shared && !options.allowSharedFolder) {
+    return failed(*shared + " The store " + options.store + " is not safe there (--allow-shared-folder).");
+  }
   std::shared_ptr<Daemon> daemon;
   try {
     daemon = std::make_shared<Daemon>(options, [] { kill(getpid(), SIGTERM); });
   } catch (const std::exception& exception) {
     return failed("The store " + options.store + " cannot be used: " + exception.what() + ".");
   }
-  const auto server = std::make_shared<DaemonServer>(daemon, options.socket);
+  const auto server = std::make_shared<DaemonServer>(daemon, options.socket, options.allowSharedFolder);
   std::string sentence;
   if (!server->start(&sentence)) {
     return failed(sentence);
@@ -148,6 +165,8 @@ int run(int argc, char** argv) {
   app.add_option("--root", options.root, "The only folder that belongs to the backup")
       ->type_name("DIR")
       ->capture_default_str();
+  app.add_flag("--allow-shared-folder", options.allowSharedFolder,
+               "Keep socket and store even in folders where other users can write");
   app.add_flag("--foreground", foreground, "Do not leave the terminal");
   app.add_flag("--verbose", options.verbose, "Log each call");
   try {

@@ -98,7 +98,9 @@ PropertyList settings(Daemon& daemon) {
 /// A request of a user without rights, on this thread.
 void askAsNobody(const std::shared_ptr<Daemon>& daemon, BytesView request) {
   const PropertyList before = settings(*daemon);
-  const auto service = std::make_shared<DaemonService>(daemon, Peer{65534, 65534, {}}, [](bool) {});
+  static const auto share =
+      std::make_shared<UserShare>(std::make_shared<WalkTurns>(1, 1), 0, nullptr, 0, nullptr);
+  const auto service = std::make_shared<DaemonService>(daemon, Sight({65534, 65534, {}}), share, [](bool) {});
   const std::shared_ptr<KeldaneProxy> proxy = KeldaneProxy::create();
   proxy->setDelegate(service);
   const Bytes payload(request.begin(), request.end());

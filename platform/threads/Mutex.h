@@ -10,6 +10,7 @@ namespace keldane {
 class KELDANE_CAPABILITY("mutex") Mutex {
  public:
   void lock() KELDANE_ACQUIRE() { mutex_.lock(); }
+  bool try_lock() KELDANE_TRY_ACQUIRE(true) { return mutex_.try_lock(); }
   void unlock() KELDANE_RELEASE() { mutex_.unlock(); }
 
  private:

@@ -187,13 +187,6 @@ TEST_F(KeldSocketTest, ASendOfMoreThanTheBufferHoldsArrivesWhole) {
   sender.join();
 }
 
-TEST_F(KeldSocketTest, ASendTimeoutGivesUpAPeerThatDoesNotRead) {
-  RawConnection peer = connect();
-  socket_->setSendTimeout(std::chrono::milliseconds(50));
-  EXPECT_FALSE(socket_->sendData(Bytes(50'000'000, 0)));
-  EXPECT_EQ(delegate_->failed, 1);
-}
-
 TEST_F(KeldSocketTest, ADelegateThatIsReplacedMayCloseTheSocketThatHeldIt) {
   struct Closer : KeldSocketDelegate {
     explicit Closer(std::string* out) : told(out) {}

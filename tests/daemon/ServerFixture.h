@@ -1,0 +1,115 @@
+// A daemon on a socket of its own, and peers for it.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "daemon/DaemonServer.h"
+#include "tests/support/RawPeer.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tests/support/Wait.h"
+
+namespace keldane::testing {
+
+/// A client of its own, as any other program would be.
+class Client {
+ public:
+  explicit Client(const std::string& path) {
+    proxy_->setSocket(socket_);
+    proxy_->setProtocol(&KeldaneDaemonProtocol);
+    connected_ = socket_->connectToPath(path);
+  }
+  ~Client() {
+    proxy_->close();
+    socket_->close();
+  }
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+  KeldaneProxy* operator->() { return proxy_.get(); }
+  KeldaneProxy& proxy() { return *proxy_; }
+  bool connected() const { return connected_; }
+
+ private:
+  std::shared_ptr<KeldaneSocket> socket_ = KeldaneSocket::create();
+  std::shared_ptr<KeldaneProxy> proxy_ = KeldaneProxy::create();
+  bool connected_ = false;
+};
+
+/// A connection that sends what no client would.
+inline RawConnection connectedTo(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+  const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  EXPECT_EQ(::connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+  return RawConnection(descriptor);
+}
+
+/// What another user's program sees. The system notes who connects, and on Linux each thread has a user of
+/// its own.
+inline RawConnection connectedAs(uid_t user, const std::string& path) {
+  std::unique_ptr<RawConnection> connection;
+  std::thread([&] {
+    EXPECT_EQ(syscall(SYS_setgroups, 0, nullptr), 0);
+    EXPECT_EQ(syscall(SYS_setresgid, user, user, user), 0);
+    EXPECT_EQ(syscall(SYS_setresuid, user, user, user), 0);
+    connection = std::make_unique<RawConnection>(connectedTo(path));
+  }).join();
+  return std::move(*connection);
+}
+
+class DaemonServerTest : public ::testing::Test {
+ protected:
+  DaemonServerTest() {
+    options_.socket = folder_ / "d.sock";
+    options_.store = folder_ / "store.sqlite";
+    options_.root = folder_ / "home";
+    folder_.write("home/docs/a.txt", "alpha");
+    folder_.write("home/docs/b.txt", "beta");
+    begin();
+  }
+  ~DaemonServerTest() override { end(); }
+  void begin() {
+    daemon_ = std::make_shared<Daemon>(options_, [this] { terminated_ = true; });
+    server_ = std::make_shared<DaemonServer>(daemon_, options_.socket, false, limits_);
+    std::string error;
+    ASSERT_TRUE(server_->start(&error)) << error;
+    client_ = std::make_unique<Client>(options_.socket);
+    ASSERT_TRUE(client_->connected());
+  }
+  void end() {
+    client_.reset();
+    if (server_) {
+      server_->stop();
+      server_.reset();
+    }
+    daemon_.reset();
+  }
+  std::string docs(const std::string& name = {}) const {
+    return folder_ / ("home/docs" + (name.empty() ? "" : "/" + name));
+  }
+  PropertyList node(const std::string& path) { return (*client_)->dictionaryForPath(path, 0); }
+  std::string state(const std::string& path) { return std::string(node(path)["state"].string()); }
+  std::uint32_t simple(const std::string& path) { return node(path)["simpleFlags"].unsignedIntValue(); }
+  bool becomes(const std::string& path, const std::string& text) {
+    return eventually([&] { return state(path) == text; });
+  }
+
+  TemporaryFolder folder_;
+  DaemonOptions options_;
+  ServerLimits limits_;
+  std::atomic<bool> terminated_ = false;
+  std::shared_ptr<Daemon> daemon_;
+  std::shared_ptr<DaemonServer> server_;
+  std::unique_ptr<Client> client_;
+};
+
+}  // namespace keldane::testing
