@@ -119,7 +119,7 @@ BackupWorker::Progress BackupWorker::progress() const {
   const auto current = pending_.find(currentFile_);
   const std::uint64_t done =
       current == pending_.end() ? 0 : std::min<std::uint64_t>(current->second, job_.bytesDone);
-  return {pending_.size(), pendingBytes_ - done, currentFile_};
+  return {pending_.size(), pendingBytes_ - done, currentFile_, toScan_.size()};
 }
 
 bool BackupWorker::isPending(const std::string& path) const {

@@ -52,6 +52,7 @@ class BackupWorker {
   struct Progress {
     std::uint64_t pendingFiles = 0, pendingBytes = 0;  ///< less what of the current file is done
     std::string currentFile;                           ///< empty when none
+    std::size_t placesToScan = 0;
   };
   Progress progress() const;
   bool isPending(const std::string& path) const;

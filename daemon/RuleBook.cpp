@@ -28,10 +28,11 @@ std::optional<std::string> normalizedPath(std::string_view path) {
 
 std::string fileType(const std::string& path) { return "." + pathExtension(path); }
 
-RuleBook::RuleBook(Store& store, std::string root, std::vector<std::string> policy)
+RuleBook::RuleBook(Store& store, std::string root, std::vector<std::string> policy, std::size_t mostRules)
     : store_(store),
       root_(std::move(root)),
       policy_(std::move(policy)),
+      mostRules_(mostRules),
       rules_(store.rules()),
       types_(store.types()) {}
 
@@ -79,7 +80,7 @@ Decision RuleBook::decide(const std::string& path, bool isDirectory) const {
 bool RuleBook::setRule(const std::string& path, bool included) {
   {
     const ScopedLock guard(mutex_);
-    if (rules_.size() >= kMostRules && !rules_.contains(path)) {
+    if (rules_.size() >= mostRules_ && !rules_.contains(path)) {
       return false;
     }
   }

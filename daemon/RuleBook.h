@@ -31,8 +31,11 @@ struct Decision {
 /// and those on the policy list are barred. Any thread.
 class RuleBook {
  public:
+  static constexpr std::size_t kMostRules = 250'000;
+
   /// `policy` lists what is barred, each with all that is below.
-  RuleBook(Store& store, std::string root, std::vector<std::string> policy);
+  RuleBook(Store& store, std::string root, std::vector<std::string> policy,
+           std::size_t mostRules = kMostRules);
 
   Decision decide(const std::string& path, bool isDirectory) const;
 
@@ -51,8 +54,6 @@ class RuleBook {
   const std::vector<std::string>& policy() const { return policy_; }
   const std::string& root() const { return root_; }
 
-  static constexpr std::size_t kMostRules = 250'000;
-
  private:
   bool isBarred(const std::string& path) const;
   std::map<std::string, bool>::const_iterator firstBelow(const std::string& path) const
@@ -61,6 +62,7 @@ class RuleBook {
   Store& store_;
   const std::string root_;
   const std::vector<std::string> policy_;
+  const std::size_t mostRules_;
   mutable Mutex mutex_;
   std::map<std::string, bool> rules_ KELDANE_GUARDED_BY(mutex_);
   std::map<std::string, std::uint32_t> types_ KELDANE_GUARDED_BY(mutex_);

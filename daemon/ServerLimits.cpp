@@ -34,4 +34,9 @@ unsigned WalkTurns::underWay() const {
   return underWay_;
 }
 
+std::uint64_t WalkTurns::arrivedIn(const Line& line) const {
+  const std::lock_guard guard(mutex_);
+  return line.arrived;
+}
+
 }  // namespace keldane

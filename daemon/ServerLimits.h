@@ -57,6 +57,8 @@ class WalkTurns {
   /// Gives no turn any more, and sends away whoever waits.
   void end();
   unsigned underWay() const;
+  /// How many have ever asked for a turn.
+  std::uint64_t arrivedIn(const Line& line) const;
 
  private:
   const unsigned all_, ofUser_;

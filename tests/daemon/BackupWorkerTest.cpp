@@ -167,5 +167,15 @@ TEST_F(BackupWorkerTest, RemembersPrioritiesAcrossALife) {
   EXPECT_TRUE(again.isPrioritized(file("c")));
 }
 
+TEST_F(BackupWorkerTest, APlaceThatIsAskedForAThousandTimesIsLookedAtOnce) {
+  for (int i = 0; i < 1000; ++i) {
+    worker_.reconsider(folder_ / "files");
+  }
+  EXPECT_EQ(worker_.progress().placesToScan, 1U);
+  EXPECT_TRUE(worker_.isPendingBelow(folder_ / "files"));
+  EXPECT_TRUE(worker_.isPendingBelow("/"));
+  EXPECT_FALSE(worker_.isPendingBelow(folder_ / "file"));
+}
+
 }  // namespace
 }  // namespace keldane

@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 
 #include "Common/FileNode.h"
@@ -328,6 +329,67 @@ TEST_F(DaemonServerTest, MakesTheFolderOfItsSocketForEveryUser) {
   server->stop();
 }
 
+TEST_F(DaemonServerTest, TakesASocketOverOnlyIfNobodyAnswers) {
+  const testing::RawPeer alive;
+  std::string error;
+  EXPECT_FALSE(std::make_shared<DaemonServer>(daemon_, alive.path())->start(&error));
+  EXPECT_EQ(error, "Another program already serves " + alive.path() + ".");
+  std::vector<testing::RawConnection> queue;
+  for (int i = 0; i < 10; ++i) {  // behind the one that has just asked
+    queue.push_back(connectedTo(alive.path()));
+  }
+  EXPECT_FALSE(std::make_shared<DaemonServer>(daemon_, alive.path())->start(&error)) << "its queue is full";
+
+  const std::string stale = folder_ / "stale.sock";
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  stale.copy(address.sun_path, sizeof(address.sun_path) - 1);
+  {
+    const Descriptor dead(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    ASSERT_EQ(::bind(dead.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+  }
+  const auto server = std::make_shared<DaemonServer>(daemon_, stale);
+  EXPECT_TRUE(server->start(&error)) << error;
+  server->stop();
+}
+
+TEST_F(DaemonServerTest, FollowsNoLinkAtItsSocketOrItsLock) {
+  const std::string precious = folder_.write("precious", "data");
+  std::filesystem::create_symlink(precious, folder_ / "l.sock");
+  std::string error;
+  EXPECT_FALSE(std::make_shared<DaemonServer>(daemon_, folder_ / "l.sock")->start(&error));
+  EXPECT_EQ(error, (folder_ / "l.sock") + " is in the way: it is no socket.");
+  std::filesystem::create_symlink(precious, folder_ / "m.sock.lock");
+  EXPECT_FALSE(std::make_shared<DaemonServer>(daemon_, folder_ / "m.sock")->start(&error));
+  EXPECT_EQ(testing::readWhole(precious), "data");
+  EXPECT_TRUE(std::filesystem::is_symlink(folder_ / "l.sock"));
+}
+
+TEST_F(DaemonServerTest, ServesNotWhereOthersCanWriteUnlessAskedTo) {
+  std::filesystem::create_directory(folder_ / "shared");
+  ASSERT_EQ(chmod((folder_ / "shared").c_str(), 01777), 0);
+  const std::string path = folder_ / "shared/d.sock";
+  std::string error;
+  EXPECT_FALSE(std::make_shared<DaemonServer>(daemon_, path)->start(&error));
+  EXPECT_EQ(error, "Others can write to the folder " + (folder_ / "shared") + ". The socket " + path +
+                       " is not safe there (--allow-shared-folder).");
+  EXPECT_TRUE(std::filesystem::is_empty(folder_ / "shared")) << "and nothing is left there";
+  const auto server = std::make_shared<DaemonServer>(daemon_, path, true);
+  EXPECT_TRUE(server->start(&error)) << error;
+  server->stop();
+}
+
+TEST_F(DaemonServerTest, UsesNoLockOfAnotherUser) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root gives files away";
+  }
+  const std::string lock = folder_.write("o.sock.lock", "");
+  ASSERT_EQ(chown(lock.c_str(), 4123456, 4123456), 0);
+  std::string error;
+  EXPECT_FALSE(std::make_shared<DaemonServer>(daemon_, folder_ / "o.sock")->start(&error));
+  EXPECT_EQ(error, "The lock " + lock + " is another user's.");
+}
+
 TEST_F(DaemonServerTest, LeavesNoSocketBehind) {
   end();
   EXPECT_FALSE(std::filesystem::exists(options_.socket));
@@ -414,6 +476,42 @@ TEST_F(KeldanedTest, LeavesTheTerminalOnceItServes) {
   EXPECT_NE(testing::readWhole(folder_ / "errors").find("Another keldaned already serves " + socket_),
             std::string::npos);
   client->terminate();
+  EXPECT_TRUE(eventually([&] { return !std::filesystem::exists(socket_); }));
+}
+
+TEST_F(KeldanedTest, OfManyThatStartAtOnceOneServes) {
+  std::vector<pid_t> children;
+  for (int i = 0; i < 6; ++i) {
+    children.push_back(spawn({"--foreground", "--socket", socket_, "--store", folder_ / "store", "--root",
+                              folder_.path().string()}));
+  }
+  pid_t serving = 0;
+  for (std::size_t left = children.size(); left > 1; --left) {
+    int status = 0;
+    const pid_t ended = waitpid(-1, &status, 0);
+    EXPECT_EQ(std::count(children.begin(), children.end(), ended), 1);
+    std::erase(children, ended);
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 1);
+  }
+  serving = children.front();
+  EXPECT_TRUE(eventually([&] { return Client(socket_).connected(); }));
+  kill(serving, SIGTERM);
+  EXPECT_EQ(wait(serving), 0);
+}
+
+TEST_F(KeldanedTest, KeepsNoStoreWhereOthersCanWriteUnlessAskedTo) {
+  std::filesystem::create_directory(folder_ / "shared");
+  ASSERT_EQ(chmod((folder_ / "shared").c_str(), 0775), 0);
+  const std::vector<std::string> arguments = {"--socket",           socket_,  "--store",
+                                              folder_ / "shared/s", "--root", folder_.path().string()};
+  EXPECT_EQ(run(arguments), 1);
+  EXPECT_NE(testing::readWhole(folder_ / "errors").find("--allow-shared-folder"), std::string::npos);
+  EXPECT_TRUE(std::filesystem::is_empty(folder_ / "shared"));
+  std::vector<std::string> asked = arguments;
+  asked.push_back("--allow-shared-folder");
+  EXPECT_EQ(run(asked), 0);
+  Client(socket_)->terminate();
   EXPECT_TRUE(eventually([&] { return !std::filesystem::exists(socket_); }));
 }
 

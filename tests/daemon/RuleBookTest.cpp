@@ -102,5 +102,23 @@ TEST(Paths, KnowWhatLiesBelow) {
   EXPECT_FALSE(isAtOrBelow("/", "/a"));
 }
 
+TEST(RuleBook, KeepsSoManyRulesAndNoMore) {
+  const testing::TemporaryFolder folder;
+  Store store(folder / "s");
+  RuleBook rules(store, "/", {}, 2);
+  EXPECT_TRUE(rules.setRule("/a", true));
+  EXPECT_TRUE(rules.setRule("/b", true));
+  EXPECT_FALSE(rules.setRule("/c", true));
+  EXPECT_FALSE(store.rules().contains("/c"));
+  EXPECT_TRUE(rules.setRule("/a", false)) << "one that is there can be changed";
+  rules.removeRule("/b");
+  EXPECT_TRUE(rules.setRule("/c", true));
+}
+
+TEST(RuleBook, KnowsNoPathThatIsLongerThanTheSystems) {
+  EXPECT_TRUE(normalizedPath("/" + std::string(4094, 'x')));
+  EXPECT_FALSE(normalizedPath("/" + std::string(4095, 'x')));
+}
+
 }  // namespace
 }  // namespace keldane

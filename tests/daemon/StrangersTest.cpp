@@ -121,6 +121,7 @@ TEST_F(StrangersTest, AreNotToldOfRulesBelowThatTheyCannotSee) {
   EXPECT_EQ(ask("dictionaryForPath:", {folder_ / "home"})["state"].string(), "Not selected for backup");
   EXPECT_EQ(ask("excludedFiles:", {folder_ / "home"}), PropertyList::array({}));
   (*client_)->addFileToBackup(home("theirs/open.txt"));
+  EXPECT_EQ(state(folder_ / "home"), "Partly selected for backup") << "and the rule is there";
   EXPECT_EQ(ask("dictionaryForPath:", {folder_ / "home"})["state"].string(), "Partly selected for backup");
 }
 

@@ -41,6 +41,11 @@ class RawConnection {
     ASSERT_EQ(::send(descriptor_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL),
               static_cast<ssize_t>(bytes.size()));
   }
+  /// False when the peer has gone.
+  bool tryWrite(const std::string& bytes) {
+    return ::send(descriptor_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
+           static_cast<ssize_t>(bytes.size());
+  }
   static std::string frame(std::int32_t type, const std::string& payload) {
     std::string bytes = kMarkerText;
     const auto length = static_cast<std::uint32_t>(payload.size());
@@ -86,6 +91,11 @@ class RawConnection {
   bool isReadable(int milliseconds) {
     pollfd source{descriptor_.get(), POLLIN, 0};
     return poll(&source, 1, milliseconds) == 1;
+  }
+  /// Whether there is room for more within this time.
+  bool isWritable(int milliseconds) {
+    pollfd target{descriptor_.get(), POLLOUT, 0};
+    return poll(&target, 1, milliseconds) == 1;
   }
   bool isAtEnd() { return isReadable(20000) && read(1).empty(); }
   void close() { descriptor_ = Descriptor(); }

@@ -12,8 +12,8 @@ namespace keldane::testing {
 
 class TemporaryFolder {
  public:
-  TemporaryFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "keldane-test-XXXXXX").string();
+  explicit TemporaryFolder(const std::filesystem::path& above = std::filesystem::temp_directory_path()) {
+    std::string pattern = (above / "keldane-test-XXXXXX").string();
     path_ = mkdtemp(pattern.data());
   }
   ~TemporaryFolder() {
