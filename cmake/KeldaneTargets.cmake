@@ -35,6 +35,27 @@ if(KELDANE_SANITIZE)
   target_link_options(keldane_options INTERFACE -fsanitize=${KELDANE_SANITIZE})
 endif()
 
+# What is shipped is built so that a mistake in it is hard to use: code and stack at places that nobody knows, checked
+# calls of the C library and element accesses of the C++ library (which end the process where it would go on with what is
+# not its own), guarded stacks and jumps, and nothing that is bound late enough to be overwritten. The sanitizers see to
+# all that in builds of their own. A flag that the compiler does not have for this processor is left out.
+include(CheckPIESupported)
+include(CheckCXXCompilerFlag)
+check_pie_supported(LANGUAGES CXX)
+set(release $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
+if(NOT KELDANE_SANITIZE)
+  add_compile_options($<${release}:-U_FORTIFY_SOURCE> $<${release}:-D_FORTIFY_SOURCE=3>
+                      $<${release}:-D_GLIBCXX_ASSERTIONS>)
+  foreach(flag -fstack-protector-strong -fstack-clash-protection -fcf-protection=full -mbranch-protection=standard)
+    string(MAKE_C_IDENTIFIER "KELDANE_HAS${flag}" has)
+    check_cxx_compiler_flag(${flag} ${has})
+    if(${has})
+      add_compile_options($<${release}:${flag}>)
+    endif()
+  endforeach()
+  add_link_options($<${release}:LINKER:-z,relro> $<${release}:LINKER:-z,now> $<${release}:LINKER:-z,noexecstack>)
+endif()
+
 # keldane_sources(OUT DIR...): the .cpp files of these folders of the current one.
 function(keldane_sources out)
   set(patterns)

@@ -86,7 +86,7 @@ int showOrChoose(const Options& options, const Selection& selection, std::option
       command ? std::optional(host.select(selection, *command)) : std::nullopt;
   host.cleanup();
   print(options, examination, selected);
-  return examination.status == kNoErr && selected.value_or(kNoErr) == kNoErr ? kAnswered : kErrorStatus;
+  return examination.status == kNoErr && (!selected || *selected == kNoErr) ? kAnswered : kErrorStatus;
 }
 
 int runScript(const Options& options, Selection defaults) {

@@ -1,0 +1,154 @@
+"""The daemon as a server of many, some of whom mean it no good."""
+
+import errno
+import os
+import plistlib
+import signal
+import socket
+import struct
+import subprocess
+import sys
+import unittest
+
+from harness import DAEMON, PATIENCE, Case
+from recording_daemon import MARKER, REQUEST
+
+CLIENTS = 500
+NOBODY = 65534
+
+# What a client costs: its thread, its descriptor, and this much memory at most.
+BYTES_A_CLIENT = 256 * 1024
+
+
+def instrumented():
+    """Whether the daemon was built with a sanitizer, whose shadow is not the daemon's own memory."""
+    with open(DAEMON, "rb") as program:
+        content = program.read()
+    return b"__asan_init" in content or b"__tsan_init" in content
+
+
+def request(selector, *arguments, code="@"):
+    elements = [8, code, selector, len(arguments)]
+    for argument in arguments:
+        elements += ["@", argument]
+    payload = plistlib.dumps(elements, fmt=plistlib.FMT_BINARY)
+    return MARKER + struct.pack("<iI", REQUEST, len(payload)) + payload
+
+
+def answer(peer):
+    def read(count):
+        data = b""
+        while len(data) < count:
+            block = peer.recv(count - len(data))
+            if not block:
+                raise EOFError
+            data += block
+        return data
+
+    length = struct.unpack("<I", read(44)[40:])[0]
+    return plistlib.loads(read(length)) if length else None
+
+
+class Server(Case):
+    def setUp(self):
+        super().setUp()
+        self.folder(".")
+        self.process = subprocess.Popen(
+            [DAEMON, "--foreground", "--socket", self.socket, "--store", os.path.join(self.place, "store"),
+             "--root", os.path.join(self.place, "files")], env=self.environment, stderr=subprocess.DEVNULL)
+        self.addCleanup(self.end)
+        self.eventually(self.is_listening, "the daemon")
+
+    def end(self):
+        if self.process.poll() is None:
+            self.process.kill()
+        self.process.wait(PATIENCE)
+
+    def is_listening(self):
+        with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as peer:
+            return peer.connect_ex(self.socket) == 0
+
+    def connect(self):
+        peer = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        self.addCleanup(peer.close)
+        peer.connect(self.socket)  # waits while the daemon's queue is full
+        peer.settimeout(PATIENCE)
+        return peer
+
+    def status(self, key):
+        with open(f"/proc/{self.process.pid}/status", encoding="ascii") as lines:
+            return next(int(line.split()[1]) for line in lines if line.startswith(key + ":"))
+
+    def test_five_hundred_clients_are_answered_at_once(self):
+        path = self.file("a.txt")
+        self.connect().sendall(request("daemonState"))
+        before = self.status("VmRSS") * 1024
+        peers = [self.connect() for _ in range(CLIENTS)]
+        for peer in peers:
+            peer.sendall(request("dictionaryForPath:", path))
+        for peer in peers:
+            self.assertEqual(answer(peer)["path"], path)
+        threads, memory = self.status("Threads"), self.status("VmRSS") * 1024 - before
+        print(f"{CLIENTS} clients: {threads} threads, {memory // CLIENTS // 1024} KiB each", file=sys.stderr)
+        self.assertLess(threads, CLIENTS + 10, "one thread for each, and few of its own")
+        if not instrumented():
+            self.assertLess(memory, CLIENTS * BYTES_A_CLIENT)
+        for peer in peers:
+            peer.close()
+        self.eventually(lambda: self.status("Threads") < 10, "the threads' end")
+
+    def test_it_ends_cleanly_while_it_is_flooded(self):
+        path = self.folder(".")
+        peers = [self.connect() for _ in range(20)]
+        for index, peer in enumerate(peers):
+            selector = ("childrenDictionariesForPath:", "dictionaryForPath:", "backupColorsForFiles:")[index % 3]
+            flood = request(selector, [path] * 50 if index % 3 == 2 else path) * 200
+            peer.setblocking(False)
+            try:
+                peer.send(flood)
+            except BlockingIOError:
+                pass
+        self.process.send_signal(signal.SIGTERM)
+        self.assertEqual(self.process.wait(PATIENCE), 0)
+        self.assertFalse(os.path.exists(self.socket))
+
+    @unittest.skipIf(os.geteuid() != 0, "only root can be somebody else")
+    def test_another_user_learns_and_changes_nothing_of_what_it_cannot_read(self):
+        secret, readable = self.file("secret"), self.file("readable")
+        os.chmod(secret, 0o600)
+        os.chmod(readable, 0o644)
+        for folder in (self.place, os.path.join(self.place, "files")):
+            os.chmod(folder, 0o755)
+        def as_somebody_else():
+            peer = self.connect()
+
+            def ask(*arguments, **more):
+                peer.sendall(request(*arguments, **more))
+                return answer(peer)
+
+            self.assertEqual(ask("dictionaryForPath:", readable)["fileName"], "readable")
+            self.assertIsNone(ask("dictionaryForPath:", secret))
+            self.assertEqual(ask("excludeFileFromBackup:", secret, code="I"), errno.EACCES)
+            self.assertEqual(ask("excludeFileFromBackup:", readable, code="I"), errno.EACCES)
+            peer.sendall(request("terminate", code="v"))
+            self.assertEqual(ask("daemonState")["pendingFileCount"], 0)
+
+        child = os.fork()
+        if child == 0:
+            status = 1
+            try:
+                os.setgroups([])
+                os.setgid(NOBODY)
+                os.setuid(NOBODY)
+                as_somebody_else()
+                status = 0
+            except BaseException as error:  # the parent's tests must not go on here
+                print(repr(error), file=sys.stderr, flush=True)
+            finally:
+                os._exit(status)
+        self.assertEqual(os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]), 0)
+        self.assertIsNone(self.process.poll())
+
+
+if __name__ == "__main__":
+    unittest.main()

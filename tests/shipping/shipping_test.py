@@ -1,0 +1,147 @@
+"""What is installed: how its programs and modules were built, and the daemon's unit."""
+
+import os
+import platform
+import re
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+BUILD = os.environ["KELDANE_BUILD"]
+SOURCE = os.environ["KELDANE_SOURCE"]
+CMAKE = os.environ["CMAKE"]
+READELF = os.environ["READELF"]
+HARDENED = os.environ["KELDANE_HARDENED"] == "1"
+
+# The begin of each function that may be jumped to. The processor's mark for a whole file is set only if the
+# distribution's own start-up files bear it too, so the code is what is looked at.
+ENDBR64 = b"\xf3\x0f\x1e\xfa"
+
+# Of ten, tenfold: what `systemd-analyze security` may find exposed in the unit.
+THRESHOLD = 20
+
+
+def readelf(option, path):
+    return subprocess.run([READELF, "-W", option, path], capture_output=True, text=True, check=True).stdout
+
+
+class Shipping(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.place = tempfile.mkdtemp(prefix="keldane-shipping-")
+        cls.addClassCleanup(shutil.rmtree, cls.place, ignore_errors=True)
+        subprocess.run([CMAKE, "--install", BUILD], env={**os.environ, "DESTDIR": cls.place}, check=True,
+                       stdout=subprocess.DEVNULL)
+        cls.binaries = []
+        for folder, _, names in os.walk(cls.place):
+            for name in names:
+                path = os.path.join(folder, name)
+                with open(path, "rb") as stream:
+                    if not os.path.islink(path) and stream.read(4) == b"\x7fELF":
+                        cls.binaries.append(path)
+
+    def each(self):
+        for path in self.binaries:
+            with self.subTest(os.path.basename(path)):
+                yield path
+
+    def only_hardened(self):
+        if not HARDENED:
+            self.skipTest("this is no release build")
+
+    def installed(self, name):
+        found = [path for path in self.binaries if os.path.basename(path) == name]
+        self.assertEqual(len(found), 1, name)
+        return found[0]
+
+    def test_the_daemon_the_module_and_their_library_are_installed(self):
+        for name in ("keldaned", "keldanectl", "keldane-menu"):
+            self.assertIn("/bin/", self.installed(name))
+        self.assertTrue(any("KeldaneCMM" in path for path in self.binaries))
+        self.assertTrue(any("libkeldane-platform.so" in path for path in self.binaries))
+
+    def test_no_segment_can_be_written_and_run_and_the_stack_cannot_be_run(self):
+        for path in self.each():
+            headers = readelf("-l", path)
+            flags = re.findall(r"^ +(LOAD|GNU_STACK) .* ([R ][W ][E ]) 0x", headers, re.MULTILINE)
+            self.assertIn("GNU_STACK", [kind for kind, _ in flags])
+            self.assertEqual([each for each in flags if "W" in each[1] and "E" in each[1]], [])
+
+    def test_everything_is_bound_at_the_start_and_then_read_only(self):
+        self.only_hardened()
+        for path in self.each():
+            self.assertRegex(readelf("-l", path), r"\bGNU_RELRO\b")
+            self.assertRegex(readelf("-d", path), r"\(FLAGS_1\).*\bNOW\b")
+
+    def test_programs_can_be_put_anywhere(self):
+        self.only_hardened()
+        for path in self.each():
+            self.assertRegex(readelf("-h", path), r"Type: +DYN\b")
+            flags = readelf("-d", path)
+            self.assertEqual(bool(re.search(r"\bPIE\b", flags)), "/bin/" in path)
+
+    def test_stacks_and_calls_of_the_c_library_are_checked(self):
+        self.only_hardened()
+        fortified = []
+        for path in self.each():
+            symbols = re.findall(r" UND (\w+)", readelf("--dyn-syms", path))
+            self.assertIn("__stack_chk_fail", symbols)
+            if any(re.fullmatch(r"__\w+_chk", symbol) for symbol in symbols):
+                fortified.append(os.path.basename(path).split(".")[0])
+        self.assertIn("keldaned", fortified)
+        self.assertIn("libkeldane-platform", fortified)
+
+    def test_accesses_of_the_cpp_library_are_checked(self):
+        self.only_hardened()
+        symbols = readelf("--dyn-syms", self.installed("keldaned"))
+        self.assertIn("__glibcxx_assert_fail", symbols)
+
+    @unittest.skipIf(platform.machine() != "x86_64", "another processor has other marks")
+    def test_jumps_lead_to_marked_places(self):
+        self.only_hardened()
+        for path in self.each():
+            with open(path, "rb") as stream:
+                self.assertGreater(stream.read().count(ENDBR64), 20)
+
+    def test_no_library_is_looked_for_in_the_build_or_beside_the_caller(self):
+        for path in self.each():
+            for folders in re.findall(r"\((?:RPATH|RUNPATH)\).*\[(.*)\]", readelf("-d", path)):
+                for folder in folders.split(":"):
+                    self.assertRegex(folder, r"^(\$ORIGIN|/)")
+                    self.assertFalse(folder.startswith((BUILD, SOURCE)), folder)
+
+    def unit(self):
+        """The installed unit, with a program that is there and no page that is not."""
+        found = [os.path.join(folder, name) for folder, _, names in os.walk(self.place) for name in names
+                 if name == "keldaned.service"]
+        self.assertEqual(len(found), 1)
+        self.assertTrue(found[0].endswith("/lib/systemd/user/keldaned.service"))
+        with open(found[0], encoding="utf-8") as stream:
+            text = stream.read()
+        self.assertRegex(text, r"ExecStart=/\S+/bin/keldaned --foreground")
+        self.assertNotIn("@CMAKE", text)
+        copy = os.path.join(self.place, "keldaned.service")
+        with open(copy, "w", encoding="utf-8") as stream:
+            stream.write(re.sub(r"ExecStart=\S+", "ExecStart=" + self.installed("keldaned"), text))
+        return copy
+
+    def analyze(self, *arguments):
+        runtime = os.path.join(self.place, "run")
+        os.makedirs(runtime, exist_ok=True)
+        return subprocess.run(["systemd-analyze", *arguments], capture_output=True, text=True, check=False, timeout=60,
+                              env={**os.environ, "XDG_RUNTIME_DIR": runtime, "SYSTEMD_PAGER": ""})
+
+    @unittest.skipUnless(shutil.which("systemd-analyze"), "systemd-analyze is not installed")
+    def test_the_unit_is_right(self):
+        result = self.analyze("verify", "--user", "--man=no", self.unit())
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+
+    @unittest.skipUnless(shutil.which("systemd-analyze"), "systemd-analyze is not installed")
+    def test_the_unit_exposes_little(self):
+        result = self.analyze("security", "--user", "--offline=true", "--no-pager", f"--threshold={THRESHOLD}", self.unit())
+        self.assertEqual(result.returncode, 0, result.stdout + result.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main()
