@@ -43,6 +43,8 @@ class KeldSocketDelegate {
   virtual ~KeldSocketDelegate() = default;
   virtual void socketConnected(const std::shared_ptr<KeldaneSocket>&) {}
   virtual void socketFailed(const std::shared_ptr<KeldaneSocket>&) {}
+  /// A new peer, on the accept thread, of which nothing was read yet; false turns it away.
+  virtual bool socketAccepted(const std::shared_ptr<KeldaneSocket>& /*child*/) { return true; }
   virtual void socketCreated(const std::shared_ptr<KeldaneSocket>& /*child*/) {}
 };
 
@@ -119,7 +121,7 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   bool isReceiving() const { return rcvThreadRun_.load(std::memory_order_relaxed) && !isZombie(); }
   std::optional<PeerCredentials> peerCredentials() const;
   /// What the peer of an accepted connection is allowed; without it, as a client, everything. Within
-  /// `socketCreated`, before anything is read or written.
+  /// `socketAccepted`.
   void setLimits(const SocketLimits& limits);
   /// Whether a short message can be sent now without waiting for the peer.
   bool isReadyToSend() const;

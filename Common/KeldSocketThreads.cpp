@@ -188,11 +188,13 @@ void KeldaneSocket::makeChild(int descriptor) {
     return;
   }
   std::erase_if(children_, [](const std::shared_ptr<KeldaneSocket>& other) { return other->isZombie(); });
-  if (!child->start()) {
-    return;  // nobody would ever read what it sends, or see it leave
+  const std::shared_ptr<KeldSocketDelegate> delegate = socketDelegate_;
+  // Without a thread nobody would ever read what it sends, or see it leave.
+  if ((delegate && !delegate->socketAccepted(child)) || !child->start()) {
+    child->close();
+    return;
   }
   children_.push_back(child);
-  const std::shared_ptr<KeldSocketDelegate> delegate = socketDelegate_;
   send(delegate, &KeldSocketDelegate::socketCreated, child);
 }
 

@@ -161,15 +161,24 @@ void DaemonServer::stop() {
   listener_.reset();
 }
 
-void DaemonServer::socketCreated(const std::shared_ptr<KeldaneSocket>& child) {
+bool DaemonServer::socketAccepted(const std::shared_ptr<KeldaneSocket>& child) {
   const std::optional<PeerCredentials> credentials = child->peerCredentials();
-  const std::shared_ptr<UserShare> share = credentials ? shareFor(credentials->uid) : nullptr;
-  if (!share) {
+  accepted_ = credentials ? shareFor(credentials->uid) : nullptr;
+  if (!accepted_) {
+    return false;
+  }
+  child->setLimits({limits_.longestRequest, limits_.requestTime, limits_.stallTime, limits_.answerTime,
+                    accepted_->requests, accepted_->answers});
+  return true;
+}
+
+void DaemonServer::socketCreated(const std::shared_ptr<KeldaneSocket>& child) {
+  const std::shared_ptr<UserShare> share = std::move(accepted_);
+  const std::optional<PeerCredentials> credentials = child->peerCredentials();
+  if (!credentials) {
     child->close();
     return;
   }
-  child->setLimits({limits_.longestRequest, limits_.requestTime, limits_.stallTime, limits_.answerTime,
-                    share->requests, share->answers});
   const KeldaneSocket* key = child.get();
   PeerLink link;
   link.share = share;

@@ -39,6 +39,7 @@ class DaemonServer final : public KeldSocketDelegate, public std::enable_shared_
   /// Closes every connection and removes the socket. Before the daemon goes.
   void stop();
 
+  bool socketAccepted(const std::shared_ptr<KeldaneSocket>& child) override;
   void socketCreated(const std::shared_ptr<KeldaneSocket>& child) override;
   void socketFailed(const std::shared_ptr<KeldaneSocket>& child) override;
 
@@ -65,7 +66,8 @@ class DaemonServer final : public KeldSocketDelegate, public std::enable_shared_
   const ServerLimits limits_;
   const std::shared_ptr<WalkTurns> turns_;
   const std::shared_ptr<ByteBudget> requests_, answers_;
-  Descriptor lock_;  // held while this server has the path
+  std::shared_ptr<UserShare> accepted_;  // of the accept thread: the share of the peer that comes
+  Descriptor lock_;                      // held while this server has the path
   std::shared_ptr<KeldaneSocket> listener_;
   std::mutex mutex_;
   std::condition_variable changed_;
