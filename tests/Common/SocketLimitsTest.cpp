@@ -1,0 +1,98 @@
+#include "Common/SocketLimits.h"
+
+#include "tests/Common/KeldSocketFixture.h"
+
+namespace keldane {
+namespace {
+
+using testing::RawConnection;
+
+/// Gives each peer limits, and a data delegate once the test says so.
+struct Server : testing::SocketDelegate {
+  bool socketAccepted(const std::shared_ptr<KeldaneSocket>& child) override {
+    child->setLimits(limits);
+    return !turnsAway;
+  }
+  SocketLimits limits = {
+      1000, std::chrono::seconds(20), std::chrono::seconds(20), std::chrono::seconds(20), nullptr, nullptr};
+  std::atomic<bool> turnsAway = false;
+};
+
+class SocketLimitsTest : public ::testing::Test {
+ protected:
+  void listen() {
+    listener_->setSocketDelegate(server_);
+    ASSERT_TRUE(listener_->listenAtPath(folder_ / "l.sock"));
+  }
+  ~SocketLimitsTest() override {
+    for (const auto& child : server_->children) {
+      child->close();
+    }
+    listener_->close();
+  }
+  RawConnection connect() {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    (folder_ / "l.sock").copy(address.sun_path, sizeof(address.sun_path) - 1);
+    const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    EXPECT_EQ(::connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+    return RawConnection(descriptor);
+  }
+  std::shared_ptr<KeldaneSocket> child() {
+    EXPECT_TRUE(testing::eventually([&] { return server_->childCount() == 1; }));
+    const std::lock_guard guard(server_->mutex);
+    const std::shared_ptr<KeldaneSocket> only = server_->children.at(0);
+    only->setSocketDelegate(server_);
+    return only;
+  }
+  const testing::TemporaryFolder folder_;
+  std::shared_ptr<Server> server_ = std::make_shared<Server>();
+  std::shared_ptr<KeldaneSocket> listener_ = KeldaneSocket::create();
+};
+
+TEST_F(SocketLimitsTest, ASendGivesUpAPeerThatReadsNothing) {
+  server_->limits.stallTime = std::chrono::milliseconds(50);
+  listen();
+  RawConnection peer = connect();
+  EXPECT_FALSE(child()->sendData(Bytes(5'000'000, 0)));
+  EXPECT_EQ(server_->failed, 1);
+}
+
+TEST_F(SocketLimitsTest, WhoIsTurnedAwayIsClosedAndNeverCreated) {
+  server_->turnsAway = true;
+  listen();
+  RawConnection peer = connect();
+  EXPECT_TRUE(peer.isAtEnd());
+  EXPECT_EQ(server_->childCount(), 0U);
+}
+
+TEST_F(SocketLimitsTest, WhatASmallMessageNeedsDrawsOnNoBudget) {
+  server_->limits.unread = std::make_shared<ByteBudget>(0);
+  listen();
+  RawConnection peer = connect();
+  const std::shared_ptr<KeldaneSocket> socket = child();
+  EXPECT_TRUE(socket->sendData(Bytes(kSmallPayload, 'x')));
+  EXPECT_EQ(peer.read(kSmallPayload), std::string(kSmallPayload, 'x'));
+  EXPECT_FALSE(socket->sendData(Bytes(kSmallPayload + 1, 'x')));
+}
+
+// The limits hold from the first byte on, however early it comes.
+TEST_F(SocketLimitsTest, LimitsAreThereBeforeAnythingIsRead) {
+  listen();
+  std::string header = RawConnection::frame(1, "");
+  header.replace(header.size() - 4, 4, "\xFF\xFF\xFF\xFF");
+  for (int i = 0; i < 50; ++i) {
+    RawConnection peer = connect();
+    peer.write(header + "few");
+    ASSERT_TRUE(
+        testing::eventually([&] { return server_->childCount() == static_cast<std::size_t>(i) + 1; }));
+  }
+  const auto data = std::make_shared<testing::DataDelegate>();
+  for (const auto& each : server_->children) {
+    each->setDataDelegate(data);
+  }
+  EXPECT_TRUE(data->waitFor(50)) << "each was given up";
+}
+
+}  // namespace
+}  // namespace keldane
