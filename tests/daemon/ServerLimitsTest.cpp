@@ -239,9 +239,14 @@ TEST_F(ServerLimitsTest, AListThatIsTooLongIsNotCarriedOutInPart) {
 }
 
 TEST_F(ServerLimitsTest, AHundredThousandEntriesAreOneListing) {
-  const std::string folder = many(100'000);
+#ifdef KELDANE_SANITIZED
+  constexpr int kEntries = 10'000;  // in an instrumented build these take as long
+#else
+  constexpr int kEntries = 100'000;
+#endif
+  const std::string folder = many(kEntries);
   const PropertyList listing = (*client_)->childrenDictionariesForPath(folder);
-  EXPECT_EQ(listing.count(), 100'000U);
+  EXPECT_EQ(listing.count(), std::size_t{kEntries});
   EXPECT_EQ(listing[0]["fileName"].string(), "entry 0");
 }
 
