@@ -121,6 +121,12 @@ def child(node, index):
     return found
 
 
+def applications():
+    """The roots of all that is on the accessibility bus."""
+    desktop = Atspi.get_desktop(0)
+    return [child(desktop, i) for i in range(desktop.get_child_count())]
+
+
 def walk(node, depth=0):
     """A node of the accessibility tree and all below; what goes away meanwhile is passed over."""
     if node is None or depth > 40:
@@ -281,9 +287,7 @@ class Program:
     def _find_application(self):
         if not self.is_running():
             raise AssertionError(f"{self.process.args[0]} ended: {self.output()}")
-        desktop = Atspi.get_desktop(0)
-        applications = [child(desktop, i) for i in range(desktop.get_child_count())]
-        return next((each for each in applications if each.get_process_id() == self.process.pid), None)
+        return next((each for each in applications() if each.get_process_id() == self.process.pid), None)
 
     def all(self, role=None, name=None):
         """What is showing, in its order."""

@@ -3,6 +3,7 @@
 import os
 import plistlib
 import shutil
+import signal
 import subprocess
 import tempfile
 import threading
@@ -17,6 +18,8 @@ from recording_daemon import ENABLED, PRIORITY_OFFER, RecordingDaemon, node
 MANAGER = filemanagers.ALL[os.environ["KELDANE_FILE_MANAGER"]]
 ARTEFACTS = os.environ.get("KELDANE_SCREENSHOTS")
 
+LAUNCHER = os.path.abspath(os.path.join(os.path.dirname(__file__),
+                                        "../../clients/preferences/keldane-preferences.desktop"))
 PLUGIN = os.path.join(os.environ["XDG_DATA_HOME"], "keldane", "plugins", "Keldane.plugin")
 QUESTION = "dictionaryForPath:withDirSizes:"
 STATUS = "Status: Not selected for backup"
@@ -264,6 +267,20 @@ class InTheFileManager(unittest.TestCase):
         self.check_entries(STATUS, "-", "Back This Up", ASAP, "-", PREFERENCES)
         self.manager.choose(PREFERENCES)
         desktop.eventually(lambda: os.path.exists(opened), "the preferences")
+
+    def test_the_preferences_program_by_its_own_launcher(self):
+        self.file("letter.txt")
+        self.daemon()
+        self.edit_info(**{"Prefpane Path": LAUNCHER})
+        self.open(PATH=os.path.join(filemanagers.BUILD, "bin") + ":" + os.environ["PATH"])
+        self.manager.select("letter.txt")
+        self.manager.open_menu()
+        self.check_entries(STATUS, "-", "Back This Up", ASAP, "-", PREFERENCES)
+        self.manager.choose(PREFERENCES)
+        program = desktop.eventually(lambda: next((each for each in desktop.applications()
+                                                   if each.get_name() == "keldane-preferences"), None), "the program")
+        self.addCleanup(os.kill, program.get_process_id(), signal.SIGKILL)
+        desktop.find(program, role="frame")
 
     def test_moving_through_the_files_asks_nothing(self):
         for i in range(20):
