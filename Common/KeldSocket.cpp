@@ -47,6 +47,11 @@ class SignalsBlocked {
 
 }  // namespace
 
+KeldaneSocket::KeldaneSocket() {
+  dataDelegateLock_.record().comesBefore(monitor_.record());
+  monitor_.record().comesBefore(sendMutex_.record());
+}
+
 std::shared_ptr<KeldaneSocket> KeldaneSocket::create() {
   return std::shared_ptr<KeldaneSocket>(new KeldaneSocket);
 }

@@ -54,7 +54,7 @@ class RuleBook {
   Store& store_;
   const std::string root_;
   const std::vector<std::string> policy_;
-  mutable Mutex mutex_;
+  mutable Mutex mutex_{{.name = "RuleBook.mutex"}};
   std::map<std::string, bool> rules_ KELDANE_GUARDED_BY(mutex_);
   std::map<std::string, std::uint32_t> types_ KELDANE_GUARDED_BY(mutex_);
 };
