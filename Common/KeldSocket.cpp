@@ -274,6 +274,7 @@ void KeldaneSocket::close() {
   bool queued = false;
   {
     const ScopedLock guard(monitor_);
+    zombie_ = true;  // before the descriptor goes: whoever cannot send any more must not wait for an answer
     {
       const ScopedLock membersGuard(membersMutex_);
       descriptor.swap(socketfd_);
@@ -294,7 +295,6 @@ void KeldaneSocket::close() {
       // leaves with the descriptor.
       rcvThreadRun_ = false;
     }
-    zombie_ = true;
     queued = queuedOnMainThread_;
   }
   send(dataDelegate(), &KeldaneSocketDelegate::socketClosing);
