@@ -61,6 +61,11 @@ PropertyList requestFor(const Invocation& invocation) {
 
 }  // namespace
 
+KeldaneProxy::KeldaneProxy() {
+  forwardingLock_.record().comesBefore(socketLock_.record());
+  forwardingLock_.record().comesBefore(resultCond_.record());
+}
+
 std::shared_ptr<KeldaneProxy> KeldaneProxy::create() {
   const std::shared_ptr<KeldaneProxy> proxy(new KeldaneProxy);
   proxy->invocationPort_ =

@@ -68,7 +68,7 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
     Invocation invocation;
   };
 
-  KeldaneProxy() = default;
+  KeldaneProxy();
   std::shared_ptr<KeldaneSocket> socket() const;
   Invocation invocationFor(std::string_view selector, Arguments arguments) const;
   void sendFrame(std::int32_t type, const Bytes* payload);
@@ -78,18 +78,22 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
   void performDirectly(InvocationTarget& target, Invocation& invocation);
   void handlePortMessage(std::uint32_t messageId);
 
-  mutable Mutex membersMutex_;  // a leaf: held for copying a member only
+  // Held for copying a member only.
+  mutable Mutex membersMutex_{{.name = "KeldaneProxy.membersMutex", .leaf = true}};
   std::shared_ptr<KeldaneSocket> socket_ KELDANE_GUARDED_BY(membersMutex_);
   std::atomic<const Protocol*> protocol_ = nullptr;
-  Mutex socketLock_;             // keeps the four pieces of a message together
-  ConditionLock resultCond_{0};  // 1: a result, or a failure, waits for the caller
+  Mutex socketLock_{{.name = "KeldaneProxy.socketLock"}};  // keeps the four pieces of a message together
+  // 1: a result, or a failure, waits for the caller
+  ConditionLock resultCond_{0, {.name = "KeldaneProxy.resultCond", .leaf = true}};
   std::atomic<bool> waitingOnResult_ = false;
   PropertyList resultObject_ KELDANE_GUARDED_BY(resultCond_);
   std::weak_ptr<InvocationTarget> delegate_ KELDANE_GUARDED_BY(membersMutex_);
   std::atomic<bool> callDelegateOnMainThread_ = false;
-  Mutex forwardingLock_;  // one outgoing call at a time, and none while a request is performed directly
+  // One outgoing call at a time, and none while a request is performed directly.
+  Mutex forwardingLock_{{.name = "KeldaneProxy.forwardingLock", .heldWhileWaiting = true}};
   std::deque<QueuedCall> invocationQueue_ KELDANE_GUARDED_BY(invocationLock_);
-  Mutex invocationLock_;
+  // Never held while a queued call is performed.
+  Mutex invocationLock_{{.name = "KeldaneProxy.invocationLock", .leaf = true}};
   std::unique_ptr<MessagePort> invocationPort_;
   std::atomic<bool> closing_ = false;  // for good: a proxy is made for one connection
 };

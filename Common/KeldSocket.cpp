@@ -65,6 +65,11 @@ class SignalsBlocked {
 
 }  // namespace
 
+KeldaneSocket::KeldaneSocket() {
+  dataDelegateLock_.record().comesBefore(monitor_.record());
+  monitor_.record().comesBefore(sendMutex_.record());
+}
+
 std::shared_ptr<KeldaneSocket> KeldaneSocket::create() {
   return std::shared_ptr<KeldaneSocket>(new KeldaneSocket);
 }
@@ -307,6 +312,7 @@ void KeldaneSocket::close() {
   bool queued = false;
   {
     const ScopedLock guard(monitor_);
+    zombie_ = true;  // before the descriptor goes: whoever cannot send any more must not wait for an answer
     {
       const ScopedLock membersGuard(membersMutex_);
       descriptor.swap(socketfd_);
@@ -327,7 +333,6 @@ void KeldaneSocket::close() {
       // leaves with the descriptor.
       rcvThreadRun_ = false;
     }
-    zombie_ = true;
     queued = queuedOnMainThread_;
   }
   send(dataDelegate(), &KeldaneSocketDelegate::socketClosing);

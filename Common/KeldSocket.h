@@ -131,7 +131,7 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   void close();
 
  private:
-  KeldaneSocket() = default;
+  KeldaneSocket();
   using Handle = std::shared_ptr<const Descriptor>;
 
   Handle handle() const;
@@ -153,15 +153,17 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   void acceptThread();
   void makeChild(int descriptor);
 
-  Monitor monitor_;
+  Monitor monitor_{{.name = "KeldaneSocket.monitor"}};
   sockaddr_un socketAddress_{};
-  mutable Mutex membersMutex_;                         // a leaf: held for copying a member only
+  // Held for copying a member only.
+  mutable Mutex membersMutex_{{.name = "KeldaneSocket.membersMutex", .leaf = true}};
   Handle socketfd_ KELDANE_GUARDED_BY(membersMutex_);  // null: no descriptor
-  Mutex sendMutex_;
+  Mutex sendMutex_{{.name = "KeldaneSocket.sendMutex"}};
   std::shared_ptr<KeldSocketDelegate> socketDelegate_ KELDANE_GUARDED_BY(monitor_);
   std::atomic<bool> callDelegateOnMainThread_ = false;
   bool queuedOnMainThread_ KELDANE_GUARDED_BY(monitor_) = false;  // once for a call of the delegate
-  ConditionLock dataDelegateLock_{0};                             // 1: there is a data delegate
+  // 1: there is a data delegate
+  ConditionLock dataDelegateLock_{0, {.name = "KeldaneSocket.dataDelegateLock", .heldWhileWaiting = true}};
   // Replaced only with dataDelegateLock_, so never while it processes a message.
   std::shared_ptr<KeldaneSocketDelegate> dataDelegate_ KELDANE_GUARDED_BY(membersMutex_);
   std::atomic<bool> rcvThreadRun_ = false;

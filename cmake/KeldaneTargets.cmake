@@ -22,6 +22,9 @@ if(KELDANE_FUZZERS)
   # The fuzzers go by what their inputs reach; of the tests that would only make the build slow.
   target_compile_options(keldane_options INTERFACE $<$<NOT:$<BOOL:$<TARGET_PROPERTY:KELDANE_IS_TEST>>>:-fsanitize=fuzzer-no-link>)
 endif()
+if(KELDANE_LOCK_ORDER)
+  target_compile_definitions(keldane_options INTERFACE KELDANE_LOCK_ORDER)
+endif()
 if(KELDANE_SANITIZE)
   target_compile_options(keldane_options INTERFACE -fsanitize=${KELDANE_SANITIZE} -fno-omit-frame-pointer
                                                    -fno-sanitize-recover=all)

@@ -63,7 +63,7 @@ class RuleBook {
   const std::string root_;
   const std::vector<std::string> policy_;
   const std::size_t mostRules_;
-  mutable Mutex mutex_;
+  mutable Mutex mutex_{{.name = "RuleBook.mutex"}};
   std::map<std::string, bool> rules_ KELDANE_GUARDED_BY(mutex_);
   std::map<std::string, std::uint32_t> types_ KELDANE_GUARDED_BY(mutex_);
 };

@@ -63,7 +63,7 @@ class Store {
   template <class... Values>
   void execute(const char* sql, const Values&... values);
 
-  Mutex mutex_;
+  Mutex mutex_{{.name = "Store.mutex"}};
   SQLite::Database database_ KELDANE_GUARDED_BY(mutex_);
 };
 

@@ -3,18 +3,23 @@
 namespace keldane {
 
 void ConditionLock::lock() {
+  record_.willTake();
   std::unique_lock guard(mutex_);
   changed_.wait(guard, [this] { return !held_; });
   held_ = true;
+  record_.taken();
 }
 
 void ConditionLock::lockWhenCondition(int condition) {
+  record_.willWait();
   std::unique_lock guard(mutex_);
   changed_.wait(guard, [&] { return !held_ && condition_ == condition; });
   held_ = true;
+  record_.taken();
 }
 
 bool ConditionLock::lockWhenCondition(int condition, const std::function<bool()>& cancelled) {
+  record_.willWait();
   std::unique_lock guard(mutex_);
   bool givenUp = false;
   changed_.wait(guard, [&] {
@@ -26,26 +31,31 @@ bool ConditionLock::lockWhenCondition(int condition, const std::function<bool()>
   });
   if (!givenUp) {
     held_ = true;
+    record_.taken();
   }
   return !givenUp;
 }
 
 bool ConditionLock::lockWhenCondition(int condition, std::chrono::steady_clock::time_point limit) {
+  record_.willWait();
   std::unique_lock guard(mutex_);
   if (!changed_.wait_until(guard, limit, [&] { return !held_ && condition_ == condition; })) {
     return false;
   }
   held_ = true;
+  record_.taken();
   return true;
 }
 
 void ConditionLock::unlock() {
+  record_.released();
   const std::lock_guard guard(mutex_);
   held_ = false;
   changed_.notify_all();
 }
 
 void ConditionLock::unlockWithCondition(int condition) {
+  record_.released();
   const std::lock_guard guard(mutex_);
   condition_ = condition;
   held_ = false;

@@ -7,6 +7,7 @@
 #include <mutex>
 
 #include "platform/threads/Annotations.h"
+#include "platform/threads/LockOrder.h"
 
 namespace keldane {
 
@@ -14,7 +15,8 @@ namespace keldane {
 /// it.
 class KELDANE_CAPABILITY("mutex") ConditionLock {
  public:
-  explicit ConditionLock(int condition) : condition_(condition) {}
+  explicit ConditionLock(int condition, const LockTraits& traits = {})
+      : condition_(condition), record_(traits) {}
   ConditionLock(const ConditionLock&) = delete;
   ConditionLock& operator=(const ConditionLock&) = delete;
 
@@ -38,12 +40,14 @@ class KELDANE_CAPABILITY("mutex") ConditionLock {
   /// Lets every cancellable waiter ask its question again.
   void wake();
   int condition() const;
+  const LockRecord& record() const { return record_; }
 
  private:
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   int condition_;
   bool held_ = false;
+  [[no_unique_address]] LockRecord record_;
 };
 
 }  // namespace keldane

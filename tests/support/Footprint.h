@@ -20,6 +20,15 @@ struct Footprint {
   bool operator==(const Footprint&) const = default;
 };
 
+/// To compare with later, however many threads come and go: the first of all brings a sanitizer's own with
+/// it, which stays, and one that was joined may still be counted.
+inline Footprint footprintAtRest() {
+  std::thread([] {}).join();
+  Footprint print;
+  print.threads = settledThreadCount();
+  return print;
+}
+
 inline std::ostream& operator<<(std::ostream& out, const Footprint& print) {
   return out << print.load.timers << " timers, " << print.load.work << " pieces of work, " << print.load.ports
              << " ports, " << print.observers << " observers, " << print.threads << " threads, "

@@ -1,0 +1,153 @@
+// Clients that come, ask and go on the main thread while a daemon comes and goes on another.
+#include <gtest/gtest.h>
+
+#include <random>
+#include <thread>
+
+#include "client-state/BackupState.h"
+#include "platform/host/Host.h"
+#include "tests/support/ClientBundle.h"
+#include "tests/support/FakeDaemon.h"
+#include "tests/support/Footprint.h"
+#include "tests/support/UserPreferences.h"
+
+namespace keldane {
+namespace {
+
+using testing::ClientBundle;
+using testing::eventuallyRunning;
+using testing::FakeDaemon;
+using testing::Footprint;
+
+constexpr char kAddress[] = "https://backup.example";
+constexpr std::size_t kClients = 5;
+constexpr int kSteps = 400;
+constexpr int kLosses = 4;  // each costs a client that waits a second
+
+class Random {
+ public:
+  explicit Random(unsigned seed) : generator_(seed) {}
+  int below(int limit) { return std::uniform_int_distribution<int>(0, limit - 1)(generator_); }
+
+ private:
+  std::mt19937 generator_;
+};
+
+/// Hears from the daemon.
+struct News : InvocationTarget {
+  const MethodSignature* methodSignatureForSelector(std::string_view selector) const override {
+    static constexpr MethodSignature kMethod = {"stateChanged:", 'v', "@"};
+    return selector == kMethod.selector ? &kMethod : nullptr;
+  }
+  void invoke(Invocation& invocation) override {
+    EXPECT_TRUE(Host::shared().isMainThread());
+    const int number = invocation.arguments.front().encoded().intValue();
+    EXPECT_GT(number, last) << "in the order in which they were sent";
+    last = number;
+  }
+  int last = 0;
+};
+
+struct Client {
+  explicit Client(const ClientBundle& bundle) {
+    state.setBundle(bundle.bundle());
+    state.setProxyDelegate(news);
+    state.setWantsStateChangedNotifications();
+  }
+  std::shared_ptr<News> news = std::make_shared<News>();
+  BackupState state;
+  bool begun = false;
+};
+
+/// Whether this is what the daemon said, or what a client without one says.
+void ask(Client& client, Random& random) {
+  const BackupState& state = client.state;
+  const std::string text = std::to_string(random.below(1000));
+  switch (random.below(5)) {
+    case 0: {
+      const PropertyList node = state.dictionaryForPath(text);
+      EXPECT_TRUE(node.isAbsent() || node["path"] == PropertyList(text)) << node.description();
+      break;
+    }
+    case 1: {
+      const std::uint32_t minutes = state.pausedMinutes();
+      EXPECT_TRUE(minutes == 0 || minutes == 15) << minutes;
+      break;
+    }
+    case 2: {
+      const PropertyList address = state.serverURL();
+      EXPECT_TRUE(address == PropertyList(kAddress) || address == PropertyList("")) << address.description();
+      break;
+    }
+    case 3:
+      client.state.updateDaemonState();
+      EXPECT_TRUE(state.daemonState().isAbsent() || state.statusString() == PropertyList("Idle"))
+          << state.daemonState().description();
+      break;
+    default:
+      state.addFileToBackup(text);
+  }
+}
+
+TEST(StressTest, ClientsGetTheirAnswersOrNoneWhileTheirDaemonComesAndGoes) {
+  const testing::UserPreferences preferences;
+  const ClientBundle bundle;
+  const Footprint before = testing::footprintAtRest();
+  {
+    FakeDaemon daemon(bundle.daemonPath());
+    daemon.answer("dictionaryForPath:", [](const PropertyList::Array& arguments) {
+      return PropertyList::dictionary({{"path", arguments[0]}});
+    });
+    daemon.answer("pausedMinutes", 15);
+    daemon.answer("serverURL", kAddress);
+    daemon.answer("daemonState", PropertyList::dictionary({{"statusString", "Idle"}}));
+
+    std::vector<std::unique_ptr<Client>> clients;
+    for (std::size_t i = 0; i < kClients; ++i) {
+      clients.push_back(std::make_unique<Client>(bundle));
+    }
+    std::atomic<int> steps = 0;
+    std::thread weather([&] {
+      Random random(2);
+      int number = 0;
+      for (int loss = 1; loss <= kLosses; ++loss) {
+        while (steps < loss * kSteps / (kLosses + 1)) {
+          daemon.tellClients(++number);
+          std::this_thread::sleep_for(std::chrono::microseconds(100 * random.below(20)));
+        }
+        daemon.hangUp();
+      }
+    });
+    Random random(1);
+    for (; steps < kSteps; ++steps) {
+      Client& client = *clients[static_cast<std::size_t>(random.below(kClients))];
+      const int chance = random.below(10);
+      if (!client.begun) {
+        client.news->last = 0;
+        client.state.onBegin();
+        client.begun = true;
+      } else if (chance == 0) {
+        client.state.onEnd();
+        EXPECT_FALSE(client.state.connected());
+        client.begun = false;
+      } else if (chance < 8) {
+        ask(client, random);
+      } else {
+        RunLoop::main().run(RunLoop::Seconds(0.001 * random.below(3)));
+      }
+    }
+    weather.join();
+    for (const auto& client : clients) {
+      if (client->begun) {
+        EXPECT_TRUE(eventuallyRunning([&] { return client->state.connected(); })) << "it has come back";
+        client->state.onEnd();
+      }
+    }
+    EXPECT_TRUE(daemon.waitForClients(0));
+  }
+  EXPECT_TRUE(eventuallyRunning([&] { return Footprint() == before; }))
+      << Footprint() << "\nbefore: " << before;
+}
+
+}  // namespace
+}  // namespace keldane
