@@ -8,6 +8,7 @@
 #include <poll.h>
 #include <spawn.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -47,7 +48,10 @@ constexpr std::uint32_t kBackup = fourCharCode("r2d<");
 constexpr std::uint32_t kExclude = fourCharCode("r2d=");
 
 // No host is silent for so long: a call that ends with its link takes a second.
-constexpr int kSilenceLimit = 90000;  // milliseconds
+constexpr int kSilenceLimit = 60000;  // milliseconds
+
+// Whatever length a message announces, memory is taken for what arrives. With room for the sanitizers.
+constexpr long kMemoryLimit = 1L << 20;  // KiB
 
 /// What a lane's menus are about. Its command changes nothing any more, so that each cycle finds what the one
 /// before it found.
@@ -75,6 +79,7 @@ class Process {
  public:
   explicit Process(std::vector<std::string> arguments, int input = -1, int output = -1) {
     std::vector<char*> words;
+    words.reserve(arguments.size() + 1);
     for (std::string& argument : arguments) {
       words.push_back(argument.data());
     }
@@ -149,6 +154,10 @@ class Scene {
     if (status != 0) {
       throw std::runtime_error("keldaned does not do what it is told");
     }
+    // That was the only client, and it has gone once the listener is the only socket.
+    if (!eventually([&] { return count("fd", "socket:") == 1; })) {
+      throw std::runtime_error("keldaned keeps a client that has left");
+    }
     threads_ = count("task");
     descriptors_ = count("fd");
   }
@@ -186,7 +195,7 @@ class Scene {
 
   /// Ends the daemon. Why it is not as it was before; empty when it is.
   std::string end() {
-    if (!eventually([&] { return count("task") == threads_ && count("fd") == descriptors_; })) {
+    if (!eventually([&] { return count("task") <= threads_ && count("fd") <= descriptors_; })) {
       return "keldaned keeps " + std::to_string(count("task") - threads_) + " threads and " +
              std::to_string(count("fd") - descriptors_) + " descriptors of those who have left";
     }
@@ -196,11 +205,19 @@ class Scene {
  private:
   std::string file(const std::string& name) const { return folder_ / ("files/" + name); }
 
-  std::ptrdiff_t count(const char* what) const {
+  /// Entries of a folder of the daemon's in /proc, of which the links lead to something that begins like
+  /// this.
+  std::ptrdiff_t count(const char* what, const char* beginning = "") const {
     std::error_code error;
-    const std::filesystem::directory_iterator entries("/proc/" + std::to_string(daemon_.pid()) + "/" + what,
-                                                      error);
-    return error ? -1 : std::distance(entries, std::filesystem::directory_iterator());
+    std::ptrdiff_t count = 0;
+    for (const auto& entry :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(daemon_.pid()) + "/" + what, error)) {
+      const bool isWanted =
+          *beginning == '\0' ||
+          std::filesystem::read_symlink(entry.path(), error).string().starts_with(beginning);
+      count += isWanted ? 1 : 0;
+    }
+    return count;
   }
 
   bool setRules() const {
@@ -256,6 +273,11 @@ class ProxyProcess {
     if (write(input_.get(), line.data(), line.size()) != static_cast<ssize_t>(line.size())) {
       throw std::runtime_error("the fault proxy does not listen any more");
     }
+  }
+  /// Whether the connection has ended, or does so in a moment.
+  bool hasReport() const {
+    pollfd source{output_.get(), POLLIN, 0};
+    return poll(&source, 1, 50) == 1;
   }
   ConnectionReport report() {
     const std::optional<ConnectionReport> report = ConnectionReport::parse(readLine());
@@ -327,7 +349,11 @@ class Lane {
   /// What the cycle came to. Throws what is wrong with it.
   Outcome run(std::uint32_t number) {
     const FaultPlan plan = FaultPlan::random(seed_, number);
-    const Cycle faulty = cycle(plan, number / kSubjects % 3 == 0 ? subject_.command : kNoCommand);
+    const std::uint32_t round = number / kSubjects;
+    // An answer that nobody waits for would keep the client from seeing the end of its link.
+    const bool staysOpen =
+        round % 4 == 1 && subject_.command != kNoCommand && plan.effect() == Effect::missing;
+    const Cycle faulty = cycle(plan, staysOpen || round % 4 == 0 ? subject_.command : kNoCommand, staysOpen);
     checkMenu(plan, faulty);
     checkFootprint("the faulty cycle");
     const Cycle clean = cycle({}, kNoCommand);
@@ -344,17 +370,29 @@ class Lane {
     ConnectionReport report;
   };
 
-  Cycle cycle(const FaultPlan& plan, std::uint32_t command) {
+  /// A menu that stays open is there until its link, if it was lost, is back.
+  Cycle cycle(const FaultPlan& plan, std::uint32_t command, bool staysOpen = false) {
     const Selection selection{subject_.paths};
     proxy_.begin(plan);
     const MenuHost::Examination examination = host_.examine(selection);
     RunLoop::main().runDue();  // as a host's loop does while its menu is open
+    Cycle cycle;
+    const bool isLost = staysOpen && proxy_.hasReport();
+    if (isLost) {
+      cycle.report = proxy_.report();
+      proxy_.begin({});
+      awaitLink();
+    }
     if (command != kNoCommand) {
       host_.select(selection, command);
     }
     host_.cleanup();
-    Cycle cycle;
-    cycle.report = proxy_.report();
+    const ConnectionReport last = proxy_.report();
+    if (!isLost) {
+      cycle.report = last;
+    } else if (last.requests != subject_.paths.size()) {
+      throw std::runtime_error("a command does not reach the daemon over the link that is back");
+    }
     if (examination.status != kNoErr) {
       throw std::runtime_error("the examination answers " + std::to_string(examination.status));
     }
@@ -365,6 +403,14 @@ class Lane {
       }
     }
     return cycle;
+  }
+
+  /// The client tries again on a timer, from when it has noticed.
+  static void awaitLink() {
+    const auto tries = [] { return RunLoop::main().load().timers > 0; };
+    if (!eventuallyRunning(tries) || !eventuallyRunning([&] { return !tries(); })) {
+      throw std::runtime_error("a link that was lost is not back while its menu is open");
+    }
   }
 
   void checkMenu(const FaultPlan& plan, const Cycle& faulty) const {
@@ -457,7 +503,11 @@ class Campaign {
         kill(processes[lane], SIGKILL);
       }
       int status = 0;
-      waitpid(processes[lane], &status, 0);
+      rusage used{};
+      wait4(processes[lane], &status, 0, &used);
+      if (used.ru_maxrss > kMemoryLimit) {
+        fail(lane, running_[lane], "the host has taken " + std::to_string(used.ru_maxrss) + " KiB");
+      }
       if (status != 0 && !hasFailed_.contains(lane)) {
         fail(lane, running_[lane],
              silent                ? "the host hangs"
