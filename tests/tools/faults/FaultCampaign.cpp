@@ -221,6 +221,7 @@ class Scene {
   }
 
   bool setRules() const {
+    alarm(60);  // a daemon that does not answer is waited for without a limit
     const std::shared_ptr<KeldaneSocket> link = KeldaneSocket::create();
     const std::shared_ptr<KeldaneProxy> proxy = KeldaneProxy::create();
     proxy->setProtocol(&KeldaneDaemonProtocol);
