@@ -26,6 +26,9 @@ class FaultProxyTest : public ::testing::Test {
   void open(const std::string& plan) {
     report_ = std::async(std::launch::async,
                          [this, parsed = FaultPlan::parse(plan).value()] { return proxy_.serve(parsed); });
+    connect();
+  }
+  void connect() {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     path_.copy(address.sun_path, sizeof(address.sun_path) - 1);
@@ -106,13 +109,7 @@ TEST_F(FaultProxyTest, PassesOnWhatIsNoFrame) {
 TEST_F(FaultProxyTest, WaitsForWhoSaysSomething) {
   report_ = std::async(std::launch::async, [this] { return proxy_.serve({}); });
   for (int i = 0; i < 2; ++i) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path_.copy(address.sun_path, sizeof(address.sun_path) - 1);
-    const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(::connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
-    client_.emplace(descriptor);
-    peer_.emplace(daemon_.accept());
+    connect();
     if (i == 0) {
       client_->close();
     }
