@@ -75,6 +75,13 @@ class RawConnection {
     }
     return bytes;
   }
+  /// What has come, of which one read takes this much at most.
+  std::string readOnce(std::size_t most) {
+    std::string bytes(most, '\0');
+    const ssize_t got = ::recv(descriptor_.get(), bytes.data(), most, 0);
+    bytes.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
+    return bytes;
+  }
   Frame readFrame() {
     Frame frame;
     frame.marker = read(36);
