@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <chrono>
-#include <ctime>
 #include <filesystem>
 
+#include "daemon/Clock.h"
 #include "daemon/FileFacts.h"
 #include "platform/syslog/SystemLog.h"
 
@@ -123,15 +123,8 @@ bool BackupWorker::isPrioritized(const std::string& path) const {
 void BackupWorker::run() {
   auto nextRescan = std::chrono::steady_clock::now() + kRescanInterval;
   while (!job_.cancelled) {
-    std::optional<std::string> place;
-    {
-      const std::lock_guard guard(mutex_);
-      if (!toScan_.empty()) {
-        place = toScan_.front();  // stays in the list until it was scanned, so that it counts as pending
-      }
-    }
     try {
-      if (place) {
+      if (const std::optional<std::string> place = nextPlace()) {
         rescan(*place);
         const std::lock_guard guard(mutex_);
         const auto done = std::find(toScan_.begin(), toScan_.end(), *place);
@@ -151,6 +144,12 @@ void BackupWorker::run() {
       waitForWork();
     }
   }
+}
+
+// Stays in the list until it was scanned, so that it counts as pending.
+std::optional<std::string> BackupWorker::nextPlace() {
+  const std::lock_guard guard(mutex_);
+  return toScan_.empty() ? std::nullopt : std::optional(toScan_.front());
 }
 
 void BackupWorker::waitForWork() {
@@ -219,7 +218,7 @@ void BackupWorker::considerFile(const std::string& path) {
 }
 
 bool BackupWorker::mayWork(bool hasPriority) const {
-  return modes_.enabled && modes_.pausedUntil <= std::time(nullptr) && (modes_.automatic || hasPriority);
+  return modes_.enabled && modes_.pausedUntil <= secondsSinceBoot() && (modes_.automatic || hasPriority);
 }
 
 std::optional<std::string> BackupWorker::nextFile() {

@@ -44,7 +44,7 @@ class BackupWorker {
     bool enabled = true;
     bool automatic = true;
     bool lowerPriority = false;
-    std::int64_t pausedUntil = 0;  ///< seconds since the UNIX epoch
+    std::int64_t pausedUntil = 0;  ///< seconds since boot
   };
   void setModes(const Modes& modes);
 
@@ -59,6 +59,7 @@ class BackupWorker {
 
  private:
   void run();
+  std::optional<std::string> nextPlace();
   void rescan(const std::string& place);
   void scanFolder(const std::string& folder);
   void forgetBelow(const std::string& path);

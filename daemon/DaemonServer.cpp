@@ -158,36 +158,37 @@ void DaemonServer::subscribe(const KeldaneSocket* peer, bool on) {
 
 void DaemonServer::notify() {
   PropertyList last;
-  for (;;) {
-    std::vector<std::shared_ptr<KeldaneProxy>> told;
-    {
-      std::unique_lock guard(mutex_);
-      changed_.wait_for(guard, kNotificationInterval, [this] { return stopping_; });
-      if (stopping_) {
-        return;
-      }
-      for (const auto& [key, peer] : peers_) {
-        if (peer.second.wantsState) {
-          told.push_back(peer.second.proxy);
-        }
-      }
-    }
-    if (told.empty()) {
-      continue;
-    }
+  while (waitForNextNotification()) {
     try {
-      const PropertyList state = daemon_->state();
+      const std::vector<std::shared_ptr<KeldaneProxy>> told = subscribers();
+      const PropertyList state = told.empty() ? last : daemon_->state();
       if (state == last) {
         continue;
       }
-      last = state;
       for (const std::shared_ptr<KeldaneProxy>& proxy : told) {
         proxy->call("stateChanged:", {RawValue::of<'@'>(state)});
       }
+      last = state;
     } catch (const std::exception& error) {
       systemLog("The state cannot be announced: %s", error.what());
     }
   }
+}
+
+bool DaemonServer::waitForNextNotification() {
+  std::unique_lock guard(mutex_);
+  return !changed_.wait_for(guard, kNotificationInterval, [this] { return stopping_; });
+}
+
+std::vector<std::shared_ptr<KeldaneProxy>> DaemonServer::subscribers() {
+  const std::lock_guard guard(mutex_);
+  std::vector<std::shared_ptr<KeldaneProxy>> told;
+  for (const auto& [key, peer] : peers_) {
+    if (peer.second.wantsState) {
+      told.push_back(peer.second.proxy);
+    }
+  }
+  return told;
 }
 
 }  // namespace keldane

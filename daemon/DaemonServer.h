@@ -7,6 +7,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "Common/KeldProxy.h"
 #include "Common/KeldSocket.h"
@@ -50,6 +51,8 @@ class DaemonServer final : public KeldSocketDelegate, public std::enable_shared_
   bool claimPath(std::string* error);
   void subscribe(const KeldaneSocket* peer, bool on);
   void notify();
+  bool waitForNextNotification();
+  std::vector<std::shared_ptr<KeldaneProxy>> subscribers();
 
   const std::shared_ptr<Daemon> daemon_;
   const std::string path_;

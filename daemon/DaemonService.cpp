@@ -97,10 +97,15 @@ std::uint32_t DaemonService::changeRule(const PropertyList& path, std::optional<
   if (daemon_->rules().decide(*readable, status && S_ISDIR(status->st_mode)).barred) {
     return EPERM;
   }
-  if (included) {
-    daemon_->rules().setRule(*readable, *included);
-  } else {
-    daemon_->rules().removeRule(*readable);
+  try {
+    if (included) {
+      daemon_->rules().setRule(*readable, *included);
+    } else {
+      daemon_->rules().removeRule(*readable);
+    }
+  } catch (const SQLite::Exception& error) {
+    systemLog("The rule of %@ cannot be kept: %s", *readable, error.what());
+    return EIO;
   }
   daemon_->worker().reconsider(*readable);
   return 0;
