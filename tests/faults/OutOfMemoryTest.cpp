@@ -1,0 +1,137 @@
+// Memory runs out at each allocation of a menu cycle in turn, on the host's thread and on the plug-in's own.
+#include "tests/faults/CycleFixture.h"
+#include "tests/faults/FailingAllocation.h"
+
+namespace keldane {
+namespace {
+
+using testing::FailingAllocation;
+using testing::Footprint;
+using testing::Labelled;
+
+/// Of which threads, how many allocations in a row fail, and whether the diagnostic log, which allocates too,
+/// is on.
+struct Sweep {
+  FailingAllocation::On threads;
+  long howMany;
+  bool logs;
+};
+
+class OutOfMemory : public testing::CycleFixture, public ::testing::WithParamInterface<Labelled<Sweep>> {
+ protected:
+  OutOfMemory() {
+    setLogReceiver([](std::string_view) {});
+    systemLog("Made once in a process: what the log needs, and the constants.");
+    iUnknownID();
+    gLoggingEnabled = GetParam().value.logs;
+    for (int i = 0; i < 3; ++i) {
+      cleanCycle(kCommandBackup);
+      cleanCycle(kCommandExclude);
+    }
+    threads_ = testing::settledThreadCount();
+  }
+  ~OutOfMemory() override {
+    gLoggingEnabled = false;
+    setLogReceiver({});
+  }
+
+  /// The plug-in's threads leave a moment after its instance.
+  void waitForThreads() {
+    ASSERT_TRUE(testing::eventually([&] { return testing::countOf("task") == threads_; }));
+  }
+
+  /// The whole menu, or as is agreed for a step that fails, all but one item of it.
+  static bool isAcceptable(const Titles& menu, bool oneMayMiss) {
+    if (menu == kUnselected) {
+      return true;
+    }
+    for (std::size_t i = 0; oneMayMiss && i < kUnselected.size(); ++i) {
+      Titles without = kUnselected;
+      without.erase(without.begin() + static_cast<std::ptrdiff_t>(i));
+      if (menu == without) {
+        return true;
+      }
+    }
+    return false;
+  }
+
+  bool onTheHostsThread() const { return GetParam().value.threads == FailingAllocation::On::thisThread; }
+
+  /// A cycle in which memory runs out, and one behind it in which it does not.
+  void failAt(long nth) {
+    Cycle broken;
+    {
+      FailingAllocation failing(GetParam().value.threads, nth, GetParam().value.howMany);
+      broken = cycle(kCommandBackup, [&](const auto& work) { return failing.during(work); });
+      waitForThreads();
+      failed_ = failing.failed();
+    }
+    check(broken);
+    if (HasFatalFailure()) {
+      return;
+    }
+    const Cycle clean = cleanCycle(kCommandExclude);
+    ASSERT_EQ(clean.examined, kNoErr);
+    ASSERT_TRUE(clean.menu);
+    if (broken.selected == kNoErr) {
+      ASSERT_EQ(*clean.menu, kSelected) << "a command that was said to be given was given";
+    } else {
+      ASSERT_TRUE(!broken.selected || *broken.selected == memFullErr) << *broken.selected;
+      ASSERT_TRUE(*clean.menu == kSelected || *clean.menu == kUnselected)
+          << ::testing::PrintToString(*clean.menu);
+    }
+    waitForThreads();
+  }
+
+  void check(const Cycle& broken) {
+    ASSERT_TRUE(broken.examined == kNoErr || broken.examined == memFullErr || broken.examined == kParamErr)
+        << broken.examined;
+    if (broken.examined != kNoErr) {
+      ASSERT_FALSE(broken.menu) << "an error, and a menu all the same";
+      ++errors_;
+    } else if (broken.made) {
+      ASSERT_TRUE(broken.menu) << "neither an error nor a menu";
+      ASSERT_TRUE(isAcceptable(*broken.menu, failed_ && onTheHostsThread()))
+          << ::testing::PrintToString(*broken.menu);
+      lost_ += *broken.menu == kUnselected ? 0 : 1;
+    }
+  }
+
+  std::ptrdiff_t threads_ = 0;
+  bool failed_ = true;
+  int steps_ = 0, errors_ = 0, lost_ = 0;
+};
+
+TEST_P(OutOfMemory, AtEachAllocationOfACycleCostsNothingButThatCycle) {
+  const long stride = testing::faultStride(onTheHostsThread() ? 17 : 7);
+  const Footprint before;
+  long blocks = 0;
+  for (long nth = 1; failed_; nth += stride, ++steps_) {
+    SCOPED_TRACE("allocation " + std::to_string(nth));
+    if (steps_ == 0) {
+      blocks = FailingAllocation::liveBlocks();
+    }
+    failAt(nth);
+    if (HasFatalFailure()) {
+      return;
+    }
+    ASSERT_EQ(Footprint(), before);
+    ASSERT_EQ(FailingAllocation::liveBlocks(), blocks) << "blocks of memory";
+  }
+  std::cout << GetParam().label << ": " << steps_ << " cycles, every " << stride << ". allocation; "
+            << errors_ << " answered with an error, " << lost_ << " with an item less\n";
+  EXPECT_GT(errors_, 0);
+}
+
+constexpr long kAll = FailingAllocation::kAllThatFollow;
+const Labelled<Sweep> kSweeps[] = {
+    {"OnceOnTheHostsThread", {FailingAllocation::On::thisThread, 1, false}},
+    {"FromThenOnOnTheHostsThread", {FailingAllocation::On::thisThread, kAll, true}},
+    {"OnceOnItsOwnThreads", {FailingAllocation::On::otherThreads, 1, true}},
+    {"FromThenOnOnItsOwnThreads", {FailingAllocation::On::otherThreads, kAll, false}},
+};
+
+INSTANTIATE_TEST_SUITE_P(Faults, OutOfMemory, ::testing::ValuesIn(kSweeps), testing::byLabel);
+
+}  // namespace
+}  // namespace keldane
