@@ -45,21 +45,23 @@ class CycleFixture : public MenuTest {
         std::vector<std::string>{KELDANED_PROGRAM, "--foreground", "--socket", bundle_.daemonPath(),
                                  "--store", bundle_.folder() / "store", "--root", bundle_.folder() / "files"},
         bundle_.folder() / "errors");
-    ASSERT_TRUE(eventually([&] {
-      const std::shared_ptr<KeldaneSocket> socket = KeldaneSocket::create();
-      const std::shared_ptr<KeldaneProxy> proxy = KeldaneProxy::create();
-      proxy->setProtocol(&KeldaneDaemonProtocol);
-      proxy->setSocket(socket);
-      const bool connected = socket->connectToPath(bundle_.daemonPath());
-      if (connected) {
-        proxy->setEnabled(0);  // nothing is backed up, so that a cycle's menu is always the same
-        proxy->automaticMode();
-      }
-      proxy->close();
-      socket->close();
-      return connected;
-    }));
+    observer_->setProtocol(&KeldaneDaemonProtocol);
+    observer_->setSocket(observerSocket_);
+    ASSERT_TRUE(eventually([&] { return observerSocket_->connectToPath(bundle_.daemonPath()); }));
+    observer_->setEnabled(0);  // nothing is backed up, so that a cycle's menu is always the same
   }
+  ~CycleFixture() override {
+    observer_->close();
+    observerSocket_->close();
+  }
+
+  /// Whether the daemon comes to show this state of the file. A command has no answer, and the next menu asks
+  /// by another connection, so only this tells that it has come.
+  bool becomes(const char* state) {
+    return eventually([&] { return observer_->dictionaryForPath(file_)["state"] == PropertyList(state); });
+  }
+  static constexpr char kNotSelected[] = "Not selected for backup";
+  static constexpr char kWaiting[] = "Waiting to be backed up";
 
   /// What the host keeps of one cycle.
   struct Cycle {
@@ -133,6 +135,10 @@ class CycleFixture : public MenuTest {
 
   std::string file_;
   std::unique_ptr<Program> program_;
+
+ private:
+  const std::shared_ptr<KeldaneSocket> observerSocket_ = KeldaneSocket::create();
+  const std::shared_ptr<KeldaneProxy> observer_ = KeldaneProxy::create();
 };
 
 }  // namespace keldane::testing

@@ -1,36 +1,15 @@
 // Descriptors run out at each step of a menu cycle.
-#include <fcntl.h>
-#include <sys/resource.h>
-
-#include "tests/faults/CycleFixture.h"
+#include "tests/machine/CycleFixture.h"
+#include "tests/support/FewDescriptors.h"
 
 namespace keldane {
 namespace {
 
+using testing::FewDescriptors;
 using testing::Footprint;
 
 // More than a cycle takes at once.
 constexpr int kEnough = 12;
-
-/// Leaves this many descriptors to be had while it lives.
-class FewDescriptors {
- public:
-  explicit FewDescriptors(int free) {
-    getrlimit(RLIMIT_NOFILE, &before_);
-    int limit = 0;
-    for (int found = 0; found <= free; ++limit) {
-      found += fcntl(limit, F_GETFD) == -1 ? 1 : 0;
-    }
-    const rlimit few = {static_cast<rlim_t>(limit - 1), before_.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &few);
-  }
-  ~FewDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
-  FewDescriptors(const FewDescriptors&) = delete;
-  FewDescriptors& operator=(const FewDescriptors&) = delete;
-
- private:
-  rlimit before_{};
-};
 
 class OutOfDescriptors : public testing::CycleFixture {};
 
@@ -55,9 +34,11 @@ TEST_F(OutOfDescriptors, AtAnyStepOfACycleCostsNothingButThatCycle) {
       ASSERT_EQ(few.examined, kParamErr);
       ASSERT_FALSE(few.menu);
     }
+    ASSERT_TRUE(becomes(few.menu == kUnselected ? kWaiting : kNotSelected));
     const Cycle clean = cleanCycle(kCommandExclude);
     ASSERT_EQ(clean.examined, kNoErr);
     ASSERT_EQ(clean.menu, few.menu == kUnselected ? kSelected : kUnselected);
+    ASSERT_TRUE(becomes(kNotSelected));
     ASSERT_TRUE(testing::eventually([&] { return testing::countOf("task") == threads; }));
     ASSERT_EQ(Footprint(), before);
   }

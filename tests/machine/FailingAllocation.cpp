@@ -1,4 +1,4 @@
-#include "tests/faults/FailingAllocation.h"
+#include "tests/machine/FailingAllocation.h"
 
 #include <atomic>
 #include <cstdlib>

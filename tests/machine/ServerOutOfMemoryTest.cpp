@@ -5,8 +5,8 @@
 
 #include "Common/DaemonProtocol.h"
 #include "daemon/DaemonServer.h"
-#include "tests/faults/CycleFixture.h"
-#include "tests/faults/FailingAllocation.h"
+#include "tests/machine/CycleFixture.h"
+#include "tests/machine/FailingAllocation.h"
 #include "tests/support/RawPeer.h"
 
 namespace keldane {

@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "platform/runloop/RunLoop.h"
-#include "tests/faults/CycleFixture.h"
+#include "tests/machine/CycleFixture.h"
 
 namespace keldane {
 namespace {
@@ -62,8 +62,10 @@ TEST_F(Signals, InAnyCallChangeNoMenuAndLoseNoCommand) {
     ASSERT_EQ(choosing.examined, kNoErr);
     ASSERT_EQ(choosing.menu, kUnselected);
     ASSERT_EQ(choosing.selected, kNoErr);
+    ASSERT_TRUE(becomes(kWaiting));
     const Cycle taking = cleanCycle(kCommandExclude);
     ASSERT_EQ(taking.menu, kSelected);
+    ASSERT_TRUE(becomes(kNotSelected));
     RunLoop::main().run(RunLoop::Seconds(0.002));
   }
   EXPECT_GT(interruptions, kCycles) << "or there was no storm";

@@ -1,6 +1,6 @@
 // Memory runs out at each allocation of a menu cycle in turn, on the host's thread and on the plug-in's own.
-#include "tests/faults/CycleFixture.h"
-#include "tests/faults/FailingAllocation.h"
+#include "tests/machine/CycleFixture.h"
+#include "tests/machine/FailingAllocation.h"
 
 namespace keldane {
 namespace {
@@ -26,7 +26,9 @@ class OutOfMemory : public testing::CycleFixture, public ::testing::WithParamInt
     gLoggingEnabled = GetParam().value.logs;
     for (int i = 0; i < 3; ++i) {
       cleanCycle(kCommandBackup);
+      EXPECT_TRUE(becomes(kWaiting));
       cleanCycle(kCommandExclude);
+      EXPECT_TRUE(becomes(kNotSelected));
     }
     threads_ = testing::settledThreadCount();
   }
@@ -70,16 +72,13 @@ class OutOfMemory : public testing::CycleFixture, public ::testing::WithParamInt
     if (HasFatalFailure()) {
       return;
     }
+    const bool isGiven = broken.selected == kNoErr;
+    ASSERT_TRUE(isGiven || broken.selected.value_or(memFullErr) == memFullErr) << *broken.selected;
+    ASSERT_TRUE(becomes(isGiven ? kWaiting : kNotSelected)) << "a command is given or not, and that was said";
     const Cycle clean = cleanCycle(kCommandExclude);
     ASSERT_EQ(clean.examined, kNoErr);
-    ASSERT_TRUE(clean.menu);
-    if (broken.selected == kNoErr) {
-      ASSERT_EQ(*clean.menu, kSelected) << "a command that was said to be given was given";
-    } else {
-      ASSERT_TRUE(!broken.selected || *broken.selected == memFullErr) << *broken.selected;
-      ASSERT_TRUE(*clean.menu == kSelected || *clean.menu == kUnselected)
-          << ::testing::PrintToString(*clean.menu);
-    }
+    ASSERT_EQ(clean.menu, isGiven ? kSelected : kUnselected);
+    ASSERT_TRUE(becomes(kNotSelected));
     waitForThreads();
   }
 
