@@ -53,6 +53,7 @@ class RawValue {
     return encodeType(type, buffer());
   }
 
+  /// 'v' when there is no value: the result of a call that returns none, or that was never answered.
   char code() const { return code_; }
 
   /// The value as the type of `Code`: a request carries the sender's type codes, not the method's, so what

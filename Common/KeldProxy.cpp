@@ -1,5 +1,8 @@
 #include "Common/KeldProxy.h"
 
+#include <new>
+#include <utility>
+
 #include "log/KeldaneLog.h"
 #include "platform/objects/Absent.h"
 #include "platform/objects/Exceptions.h"
@@ -171,14 +174,16 @@ void KeldaneProxy::forwardInvocation(Invocation& invocation) {
     // There never was a link, or the write failed and it was taken down on this thread: no answer and no
     // failure signal will ever come.
     waitingOnResult_ = false;
-    invocation.result = RawValue::decoded({}, returnType);
+    invocation.result = {};
     return;
   }
   resultCond_.lockWhenCondition(1);
-  const PropertyList result = std::move(resultObject_);
-  resultObject_ = PropertyList();
+  const std::optional<PropertyList> result = std::exchange(resultObject_, std::nullopt);
   resultCond_.unlockWithCondition(0);
-  invocation.result = RawValue::decoded(result, returnType);
+  if (!result && link->ranOutOfMemory()) {
+    throw std::bad_alloc();  // the answer came; to go on as if there were none would be to give a wrong one
+  }
+  invocation.result = result ? RawValue::decoded(*result, returnType) : RawValue();
 }
 
 void KeldaneProxy::sendFrame(std::int32_t type, const Bytes* payload) {
@@ -206,6 +211,8 @@ bool KeldaneProxy::processData(const Bytes* payload, std::int32_t type) {
       default:
         processFailure();
     }
+  } catch (const std::bad_alloc&) {
+    throw;  // fails the link: a message that is dropped may be waited for
   } catch (const Exception& exception) {
     KeldaneCLog("ERROR: KeldaneProxy processData caught exception: %@.", exception.what());
   } catch (...) {
@@ -238,7 +245,7 @@ void KeldaneProxy::processFailure() {
   const bool waiting = waitingOnResult_;
   if (waiting) {
     KeldaneCLog("KeldProxy detected error while waiting on result");
-    resultObject_ = PropertyList();
+    resultObject_.reset();
   }
   resultCond_.unlockWithCondition(waiting ? 1 : 0);
 }
@@ -284,17 +291,19 @@ void KeldaneProxy::processInvocationArgs(const PropertyList& request) {
                            "invocation on main thread not allowed for methods with non-zero return size");
   }
   const ScopedLock guard(invocationLock_);
-  const bool wasEmpty = invocationQueue_.empty();
-  invocationQueue_.push_back({target, std::move(invocation)});
-  if (wasEmpty) {
-    invocationPort_->send(kPerformQueuedCalls);  // one wake-up a batch
+  if (!wakeUpSent_) {
+    invocationPort_->send(kPerformQueuedCalls);
+    wakeUpSent_ = true;
   }
+  invocationQueue_.push_back({target, std::move(invocation)});
 }
 
 void KeldaneProxy::performDirectly(InvocationTarget& target, Invocation& invocation) {
   const ScopedLock forwarding(forwardingLock_);
   try {
     target.invoke(invocation);
+  } catch (const std::bad_alloc&) {
+    throw;  // fails the link: any answer would be a wrong one
   } catch (const Exception& exception) {
     KeldaneCLog("ERROR: KeldaneProxy processInvocationArgs caught exception: %@.", exception.what());
   } catch (...) {
@@ -317,6 +326,7 @@ void KeldaneProxy::handlePortMessage(std::uint32_t messageId) {
     {
       const ScopedLock guard(invocationLock_);
       if (invocationQueue_.empty()) {
+        wakeUpSent_ = false;
         return;
       }
       call = std::move(invocationQueue_.front());
@@ -325,7 +335,12 @@ void KeldaneProxy::handlePortMessage(std::uint32_t messageId) {
     try {
       send(call.target.lock(), &InvocationTarget::invoke, call.invocation);
     } catch (...) {
-      // The run loop logs it and ends this pass; what is still queued needs a wake-up of its own.
+      // The run loop logs it and ends this pass; what is still queued needs a wake-up of its own, now or
+      // with the next call that comes.
+      {
+        const ScopedLock guard(invocationLock_);
+        wakeUpSent_ = false;
+      }
       invocationPort_->send(kPerformQueuedCalls);
       throw;
     }

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <string_view>
 
 #include "Common/DaemonProtocol.h"
@@ -20,7 +21,8 @@ namespace keldane {
 /// The remote-call proxy over one socket, of which it is the data delegate.
 ///
 /// Outgoing calls (any thread) are strictly one at a time; a call that returns a value waits, without a time
-/// limit, until the response arrives or the link fails, and then yields zero or absent. Incoming requests are
+/// limit, until the response arrives or the link fails, and then yields no value, which reads as zero or
+/// absent. When there was no memory for the response it throws std::bad_alloc. Incoming requests are
 /// performed on the delegate: queued to the run loop of the thread that made the proxy (main-thread mode, no
 /// response), or on the receive thread with a response (direct mode).
 ///
@@ -86,12 +88,14 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
   // 1: a result, or a failure, waits for the caller
   ConditionLock resultCond_{0, {.name = "KeldaneProxy.resultCond", .leaf = true}};
   std::atomic<bool> waitingOnResult_ = false;
-  PropertyList resultObject_ KELDANE_GUARDED_BY(resultCond_);
+  // None after a failure; an answer may hold an absent value.
+  std::optional<PropertyList> resultObject_ KELDANE_GUARDED_BY(resultCond_);
   std::weak_ptr<InvocationTarget> delegate_ KELDANE_GUARDED_BY(membersMutex_);
   std::atomic<bool> callDelegateOnMainThread_ = false;
   // One outgoing call at a time, and none while a request is performed directly.
   Mutex forwardingLock_{{.name = "KeldaneProxy.forwardingLock", .heldWhileWaiting = true}};
   std::deque<QueuedCall> invocationQueue_ KELDANE_GUARDED_BY(invocationLock_);
+  bool wakeUpSent_ KELDANE_GUARDED_BY(invocationLock_) = false;  // one a batch
   // Never held while a queued call is performed.
   Mutex invocationLock_{{.name = "KeldaneProxy.invocationLock", .leaf = true}};
   std::unique_ptr<MessagePort> invocationPort_;

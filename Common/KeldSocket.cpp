@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <new>
 #include <system_error>
 #include <thread>
 
@@ -89,11 +90,11 @@ void KeldaneSocket::setHandle(Handle handle) {
 bool KeldaneSocket::openHandle() {
   const ScopedLock guard(membersMutex_);
   if (!socketfd_) {
-    const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (descriptor < 0) {
+    Descriptor descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!descriptor) {
       return false;
     }
-    socketfd_ = std::make_shared<const Descriptor>(descriptor);
+    socketfd_ = std::make_shared<const Descriptor>(std::move(descriptor));
   }
   return true;
 }
@@ -118,11 +119,7 @@ bool KeldaneSocket::connectToPath(const std::optional<std::string>& path) {
     KeldaneCLog("connect failed: %s", errorText(errno));
     return false;
   }
-  if (!start()) {
-    setHandle(nullptr);  // it is connected, which the next try could not undo
-    return false;
-  }
-  return true;
+  return start();
 }
 
 bool KeldaneSocket::listenAtPath(const std::string& path) {
@@ -252,8 +249,23 @@ std::int32_t KeldaneSocket::readBytes(std::uint32_t count, void* buffer) {
 }
 
 bool KeldaneSocket::start() {
+  // What nobody will receive must not be waited for; and the descriptor is connected already, which the next
+  // try could not undo.
+  const auto giveUp = [this] {
+    rcvThreadRun_ = false;
+    setHandle(nullptr);
+  };
   rcvThreadRun_ = true;
-  return startThread(&KeldaneSocket::rcvThread);
+  try {
+    if (startThread(&KeldaneSocket::rcvThread)) {
+      return true;
+    }
+  } catch (const std::bad_alloc&) {
+    giveUp();
+    throw;
+  }
+  giveUp();
+  return false;
 }
 
 bool KeldaneSocket::startThread(void (KeldaneSocket::*loop)()) {
@@ -261,13 +273,18 @@ bool KeldaneSocket::startThread(void (KeldaneSocket::*loop)()) {
     const SignalsBlocked blocked;
     std::thread([self = shared_from_this(), loop] { ((*self).*loop)(); }).detach();
     return true;
+  } catch (const std::bad_alloc&) {
+    throw;
   } catch (const std::exception& error) {
     KeldaneCLog("KeldaneSocket cannot start a thread: %s", error.what());
     return false;
   }
 }
 
-void KeldaneSocket::setSocket(int descriptor) { setHandle(std::make_shared<const Descriptor>(descriptor)); }
+void KeldaneSocket::setSocket(int descriptor) {
+  Descriptor owned(descriptor);
+  setHandle(std::make_shared<const Descriptor>(std::move(owned)));
+}
 
 void KeldaneSocket::setParent(const std::shared_ptr<KeldaneSocket>& parent) {
   const ScopedLock guard(monitor_);

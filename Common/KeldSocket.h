@@ -49,7 +49,7 @@ class KeldSocketDelegate {
 };
 
 /// Data delegate: receives each message on the receive thread, with the socket's data-delegate lock held. An
-/// absent payload is a message of length 0.
+/// absent payload is a message of length 0. What it throws is logged; std::bad_alloc fails the link.
 class KeldaneSocketDelegate {
  public:
   virtual ~KeldaneSocketDelegate() = default;
@@ -79,6 +79,9 @@ struct PeerCredentials {
 /// that a number that the process uses again is never read or written here. Threads are detached and keep the
 /// socket alive; after `close` they leave at once and report nothing. An exception that a delegate throws on
 /// one of them is logged and goes no further.
+///
+/// A message for which there is no memory is lost, and with it the link: it is shut down, so that no end
+/// waits for an answer that cannot come.
 class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
  public:
   static std::shared_ptr<KeldaneSocket> create();
@@ -110,7 +113,8 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   /// a read would block.
   std::int32_t readBytes(std::uint32_t count, void* buffer);
 
-  /// Starts the receive thread; false when the system has no thread to give.
+  /// Starts the receive thread. False when the system has no thread to give, std::bad_alloc when it has no
+  /// memory; the descriptor is then closed.
   bool start();
   /// Takes over an accepted descriptor.
   void setSocket(int descriptor);
@@ -119,6 +123,8 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   bool isZombie() const { return zombie_.load(std::memory_order_relaxed); }
   /// Whether there is a receive thread, which delivers what comes and reports when nothing can come any more.
   bool isReceiving() const { return rcvThreadRun_.load(std::memory_order_relaxed) && !isZombie(); }
+  /// Whether the link failed because there was no memory for what came.
+  bool ranOutOfMemory() const { return ranOutOfMemory_.load(std::memory_order_relaxed); }
   std::optional<PeerCredentials> peerCredentials() const;
   /// What the peer of an accepted connection is allowed; without it, as a client, everything. Within
   /// `socketAccepted`.
@@ -146,12 +152,14 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   bool receiveMarker();
   bool receivePayload(std::uint32_t length, Bytes& payload, ByteBudget::Share& share);
   void deliver(const Bytes* payload, std::int32_t type);
+  void failForWantOfMemory();
   void reportReadFailure();
   void waitUnlessClosed(std::chrono::milliseconds duration);
   using DelegateCall = void (KeldSocketDelegate::*)(const std::shared_ptr<KeldaneSocket>&);
   void tellSocketDelegate(DelegateCall call, const char* logLine);
   void acceptThread();
-  void makeChild(int descriptor);
+  void makeChild(Descriptor descriptor);
+  bool adopt(const std::shared_ptr<KeldaneSocket>& child);
 
   Monitor monitor_{{.name = "KeldaneSocket.monitor"}};
   sockaddr_un socketAddress_{};
@@ -168,6 +176,7 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   std::shared_ptr<KeldaneSocketDelegate> dataDelegate_ KELDANE_GUARDED_BY(membersMutex_);
   std::atomic<bool> rcvThreadRun_ = false;
   std::atomic<bool> rcvThreadRunning_ = false;
+  std::atomic<bool> ranOutOfMemory_ = false;
   std::string listenPath_ KELDANE_GUARDED_BY(monitor_);
   std::atomic<bool> acceptThreadRunning_ = false;
   std::atomic<bool> acceptThreadRun_ = false;

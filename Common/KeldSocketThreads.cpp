@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <new>
 
 #include "Common/KeldSocket.h"
 #include "log/KeldaneLog.h"
@@ -20,16 +21,18 @@ constexpr auto kFailureDelay = std::chrono::seconds(1);
 
 constexpr auto kPause = std::chrono::milliseconds(100);
 
-// Whatever were thrown out of a thread would end the host.
+// Whatever were thrown out of a thread would end the host. False when something was thrown.
 template <class Work>
-void guarded(const Work& work) {
+bool guarded(const Work& work) {
   try {
     work();
+    return true;
   } catch (const std::exception& exception) {
     KeldaneCLog("KeldaneSocket caught an exception: %s", exception.what());
   } catch (...) {
     KeldaneCLog("KeldaneSocket caught an unknown exception.");
   }
+  return false;
 }
 
 }  // namespace
@@ -40,9 +43,10 @@ void KeldaneSocket::rcvThread() {
   rcvThreadRunning_ = true;
   guarded([this] { tellSocketDelegate(&KeldSocketDelegate::socketConnected, nullptr); });
   while (isReceiving()) {
-    bool received = false;
-    guarded([&] { received = receiveMessage(); });  // what there is no memory for is a failed read
-    if (!received && isReceiving()) {
+    bool received = true;
+    if (!guarded([&] { received = receiveMessage(); })) {
+      guarded([this] { failForWantOfMemory(); });
+    } else if (!received && isReceiving()) {
       guarded([this] { reportReadFailure(); });
     }
   }
@@ -50,6 +54,7 @@ void KeldaneSocket::rcvThread() {
 }
 
 // False when a read failed. A message that is cut off because the socket was closed is abandoned silently.
+// Throws std::bad_alloc, and nothing else.
 bool KeldaneSocket::receiveMessage() {
   std::int32_t type = 0;
   std::uint32_t length = 0;
@@ -118,8 +123,30 @@ void KeldaneSocket::deliver(const Bytes* payload, std::int32_t type) {
   if (!dataDelegateLock_.lockWhenCondition(1, [this] { return !isReceiving(); })) {
     return;
   }
-  guarded([&] { dataDelegate()->processData(payload, type); });
+  bool outOfMemory = false;
+  guarded([&] {
+    try {
+      dataDelegate()->processData(payload, type);
+    } catch (const std::bad_alloc&) {
+      outOfMemory = true;
+    }
+  });
   dataDelegateLock_.unlock();
+  if (outOfMemory) {
+    throw std::bad_alloc();
+  }
+}
+
+// What came is lost, and perhaps the stream out of step: were the link kept, an answer could be waited for
+// without end. Whoever waits is told at once; the end of the stream then takes its usual way.
+void KeldaneSocket::failForWantOfMemory() {
+  ranOutOfMemory_ = true;
+  if (const Handle descriptor = handle()) {
+    ::shutdown(descriptor->get(), SHUT_RDWR);
+  }
+  if (isReceiving()) {
+    deliver(nullptr, kLinkFailed);
+  }
 }
 
 void KeldaneSocket::reportReadFailure() {
@@ -151,8 +178,8 @@ void KeldaneSocket::tellSocketDelegate(DelegateCall call, const char* logLine) {
   }
   if (callDelegateOnMainThread_) {
     // Named after this socket, so that closing it takes back what is still queued.
-    queuedOnMainThread_ = true;
     RunLoop::main().perform([delegate, self = shared_from_this(), call] { ((*delegate).*call)(self); }, this);
+    queuedOnMainThread_ = true;
   } else {
     ((*delegate).*call)(shared_from_this());
   }
@@ -171,7 +198,8 @@ void KeldaneSocket::acceptThread() {
     // Descriptor 0 counts as a failure, and is neither used nor closed; kept on purpose. A daemon that keeps
     // its standard input open never gets it.
     if (descriptor >= 1) {
-      guarded([&] { makeChild(descriptor); });
+      Descriptor owned(descriptor);
+      guarded([&] { makeChild(std::move(owned)); });
     } else {
       waitUnlessClosed(kPause);  // without a free descriptor it fails again at once, until somebody leaves
     }
@@ -179,23 +207,33 @@ void KeldaneSocket::acceptThread() {
   acceptThreadRunning_ = false;
 }
 
-void KeldaneSocket::makeChild(int descriptor) {
+// A peer that cannot be served, because the system has no thread or no memory to give, is not kept: it would
+// wait for answers without end.
+void KeldaneSocket::makeChild(Descriptor descriptor) {
   const std::shared_ptr<KeldaneSocket> child = create();
-  child->setSocket(descriptor);
+  child->setHandle(std::make_shared<const Descriptor>(std::move(descriptor)));
   child->setParent(shared_from_this());
+  bool served = false;
+  guarded([&] { served = adopt(child); });
+  if (!served) {
+    child->close();
+  }
+}
+
+bool KeldaneSocket::adopt(const std::shared_ptr<KeldaneSocket>& child) {
   const ScopedLock guard(monitor_);
   if (isZombie()) {
-    return;
+    return false;
   }
   std::erase_if(children_, [](const std::shared_ptr<KeldaneSocket>& other) { return other->isZombie(); });
   const std::shared_ptr<KeldSocketDelegate> delegate = socketDelegate_;
   // Without a thread nobody would ever read what it sends, or see it leave.
   if ((delegate && !delegate->socketAccepted(child)) || !child->start()) {
-    child->close();
-    return;
+    return false;
   }
   children_.push_back(child);
   send(delegate, &KeldSocketDelegate::socketCreated, child);
+  return true;
 }
 
 }  // namespace keldane

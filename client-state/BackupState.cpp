@@ -40,11 +40,19 @@ void BackupState::onBegin() {
 
 void BackupState::onEnd() {
   stopStatusTimer();
-  // Still registered: who watches this object learns of the end.
-  send(connection_, &ConnectionController::stop);
-  NotificationCenter::defaultCenter().removeObserver(this, KeldaneConnectionReadyChangedNotification,
-                                                     connection_.get());
-  connection_.reset();
+  const auto unregister = [this] {
+    NotificationCenter::defaultCenter().removeObserver(this, KeldaneConnectionReadyChangedNotification,
+                                                       connection_.get());
+    connection_.reset();
+  };
+  try {
+    // Still registered: who watches this object learns of the end.
+    send(connection_, &ConnectionController::stop);
+  } catch (...) {  // somebody's observer; the centre must not go on to tell an object that is gone
+    unregister();
+    throw;
+  }
+  unregister();
 }
 
 bool BackupState::connected() const { return send(connection_, &ConnectionController::connected); }
@@ -76,7 +84,11 @@ void BackupState::updateDaemonState() {
   if (!connected()) {
     return;
   }
-  const PropertyList newState = send(proxy(), [](KeldaneProxy& proxy) { return proxy.daemonState(); });
+  const std::optional<PropertyList> answer = performSelector("daemonState", {});
+  if (!answer) {
+    return;
+  }
+  const PropertyList& newState = *answer;
   // An absent state equals nothing, not even another absent one: such an answer is announced each time.
   if (daemonState_ && daemonState_ == newState) {
     return;
@@ -88,24 +100,27 @@ void BackupState::updateDaemonState() {
   NotificationCenter::defaultCenter().post(KeldaneBackupStateChangedNotification, this, daemonState_);
 }
 
-// A name without a colon is sent without an argument, even when one is given.
-PropertyList BackupState::performSelector(std::string_view method, const PropertyList& argument) const {
+// A name without a colon is sent without an argument, even when one is given. Nothing when the link failed
+// before the daemon had answered, which is another thing than an answer that is absent.
+std::optional<PropertyList> BackupState::performSelector(std::string_view method,
+                                                         const PropertyList& argument) const {
   Arguments arguments;
   if (method.find(':') != std::string_view::npos && argument) {
     arguments.push_back(RawValue::of<'@'>(argument));
   }
-  return send(proxy(), &KeldaneProxy::call, method, std::move(arguments)).as<'@'>();
+  const RawValue answer = send(proxy(), &KeldaneProxy::call, method, std::move(arguments));
+  return answer.code() == '@' ? std::optional(answer.as<'@'>()) : std::nullopt;
 }
 
 PropertyList BackupState::proxyOrCacheStringWithArg(std::string_view method, const PropertyList& arg,
                                                     const char* forItem) const {
-  if (!connected()) {
+  const std::optional<PropertyList> answer = performSelector(method, arg);
+  if (!answer) {
     const PropertyList stored = DefaultsDB::stringProperty(forItem);
     return stored ? stored : PropertyList("");
   }
-  const PropertyList answer = performSelector(method, arg);
   // An answer of another kind is none: what goes into the shared preferences is text.
-  const PropertyList result = answer.isString() ? answer : PropertyList("");
+  const PropertyList result = answer->isString() ? *answer : PropertyList("");
   // Compared first, so that the shared preferences are written only when something changed.
   const PropertyList stored = DefaultsDB::stringProperty(forItem);
   if (!DefaultsDB::lastReadOK() || stored != result) {
@@ -115,11 +130,11 @@ PropertyList BackupState::proxyOrCacheStringWithArg(std::string_view method, con
 }
 
 PropertyList BackupState::proxyOrCacheInt(std::string_view method, const char* forItem) const {
-  if (!connected()) {
+  const std::optional<PropertyList> answer = performSelector(method, {});
+  if (!answer) {
     return DefaultsDB::intProperty(forItem);  // 0 when there is none
   }
-  const PropertyList answer = performSelector(method, {});
-  const PropertyList result = answer.isNumber() ? answer : PropertyList(answer.intValue());
+  const PropertyList result = answer->isNumber() ? *answer : PropertyList(answer->intValue());
   const std::int32_t stored = DefaultsDB::intProperty(forItem);
   if (!DefaultsDB::lastReadOK() || stored != result.intValue()) {
     DefaultsDB::setIntProperty(result.intValue(), forItem);

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -57,7 +58,7 @@ class BackupState {
   bool daemonReady() const { return connected(); }
   /// The proxy while connected, else absent.
   std::shared_ptr<KeldaneProxy> proxy() const;
-  /// Asks the daemon for its state now.
+  /// Asks the daemon for its state now. The last one stays when the link fails meanwhile.
   void updateDaemonState();
 
   /// The last state; absent before the first update.
@@ -141,7 +142,7 @@ class BackupState {
   std::int32_t signedState(std::string_view key) const {
     return static_cast<std::int32_t>(state(key).unsignedIntValue());
   }
-  PropertyList performSelector(std::string_view method, const PropertyList& argument) const;
+  std::optional<PropertyList> performSelector(std::string_view method, const PropertyList& argument) const;
   PropertyList proxyOrCacheString(std::string_view method, const char* forItem) const {
     return proxyOrCacheStringWithArg(method, {}, forItem);
   }

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <span>
 #include <vector>
@@ -41,8 +42,11 @@ std::optional<BackupRecord> RecordingEngine::backUp(const std::string& path, Bac
   std::vector<std::uint8_t> block(kBlock);
   for (;;) {
     const ssize_t got = read(file.get(), block.data(), block.size());
-    if (got < 0 || job.cancelled) {
+    if (job.cancelled || (got < 0 && errno != EINTR)) {
       return std::nullopt;
+    }
+    if (got < 0) {
+      continue;
     }
     if (got == 0) {
       break;

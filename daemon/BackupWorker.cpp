@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <chrono>
-#include <ctime>
 #include <filesystem>
 
+#include "daemon/Clock.h"
 #include "daemon/FileFacts.h"
 #include "platform/syslog/SystemLog.h"
 
@@ -83,12 +83,14 @@ void BackupWorker::willScan(const std::string& place) {
 
 std::optional<std::string> BackupWorker::nextPlace() {
   const std::lock_guard guard(mutex_);
-  if (toScan_.empty()) {
-    return std::nullopt;
+  if (scanned_.empty()) {  // else it could not be done to its end
+    if (toScan_.empty()) {
+      return std::nullopt;
+    }
+    scanned_ = std::move(toScan_.front());  // so that it still counts as pending
+    toScan_.pop_front();
+    toBeScanned_.erase(scanned_);
   }
-  scanned_ = std::move(toScan_.front());  // so that it still counts as pending
-  toScan_.pop_front();
-  toBeScanned_.erase(scanned_);
   return scanned_;
 }
 
@@ -160,13 +162,6 @@ void BackupWorker::run() {
       }
     } catch (const std::exception& error) {
       systemLog("The backup worker could not go on with its work: %s", error.what());
-      {
-        const std::lock_guard guard(mutex_);
-        if (!scanned_.empty()) {  // not done yet
-          willScan(scanned_);
-          scanned_.clear();
-        }
-      }
       waitForWork();
     }
   }
@@ -238,7 +233,7 @@ void BackupWorker::considerFile(const std::string& path) {
 }
 
 bool BackupWorker::mayWork(bool hasPriority) const {
-  return modes_.enabled && modes_.pausedUntil <= std::time(nullptr) && (modes_.automatic || hasPriority);
+  return modes_.enabled && modes_.pausedUntil <= secondsSinceBoot() && (modes_.automatic || hasPriority);
 }
 
 std::optional<std::string> BackupWorker::nextFile() {

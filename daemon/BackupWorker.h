@@ -45,7 +45,7 @@ class BackupWorker {
     bool enabled = true;
     bool automatic = true;
     bool lowerPriority = false;
-    std::int64_t pausedUntil = 0;  ///< seconds since the UNIX epoch
+    std::int64_t pausedUntil = 0;  ///< seconds since boot
   };
   void setModes(const Modes& modes);
 

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <charconv>
 #include <chrono>
+#include <sstream>
 
+#include "daemon/Clock.h"
 #include "platform/syslog/Format.h"
 
 namespace keldane {
@@ -17,7 +19,7 @@ constexpr std::string_view kOnByDefault[] = {"enabled", "automaticMode"};
 enum BackupStateNumber : std::uint32_t { kIdle = 0, kBackingUp = 1, kPaused = 2, kOff = 3 };
 constexpr std::uint32_t kServiceRunning = 1;
 
-std::int64_t now() {
+std::int64_t timeOfDay() {
   return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch())
       .count();
 }
@@ -50,6 +52,7 @@ Daemon::Daemon(const DaemonOptions& options, std::function<void()> terminate)
       rules_(store_, options.root, policyFor(options)),
       worker_(store_, rules_, std::make_unique<RecordingEngine>()),
       nodes_(store_, rules_, worker_) {
+  goOnWithPause();
   tellWorker();
   worker_.start();
 }
@@ -70,15 +73,27 @@ void Daemon::setSetting(const std::string& key, std::uint32_t value) {
 }
 
 void Daemon::pauseFor(std::uint32_t minutes) {
-  const std::int64_t until = minutes == 0 ? 0 : now() + std::int64_t{minutes} * 60;
-  store_.setValue(Store::Table::settings, "pausedUntil", std::to_string(until));
+  const std::int64_t seconds = std::int64_t{minutes} * 60;
+  const std::int64_t until = minutes == 0 ? 0 : timeOfDay() + seconds;
+  store_.setValue(Store::Table::settings, "pausedUntil",
+                  std::to_string(until) + " " + std::to_string(seconds));
+  pausedUntil_ = minutes == 0 ? 0 : secondsSinceBoot() + seconds;
   tellWorker();
 }
 
-std::uint32_t Daemon::pausedMinutes() {
-  const auto until =
-      static_cast<std::int64_t>(numberFrom(store_.value(Store::Table::settings, "pausedUntil")));
-  const std::int64_t left = until - now();
+// The time of day is all that a pause can be kept by while no daemon runs. Should it have been set meanwhile,
+// the pause is at least no longer than it was asked to be.
+void Daemon::goOnWithPause() {
+  std::istringstream stored(store_.value(Store::Table::settings, "pausedUntil").value_or(""));
+  std::int64_t until = 0;
+  std::int64_t seconds = 0;
+  stored >> until >> seconds;
+  const std::int64_t left = std::min(until - timeOfDay(), seconds);
+  pausedUntil_ = left <= 0 ? 0 : secondsSinceBoot() + left;
+}
+
+std::uint32_t Daemon::pausedMinutes() const {
+  const std::int64_t left = pausedUntil_ - secondsSinceBoot();
   return left <= 0 ? 0 : static_cast<std::uint32_t>((left + 59) / 60);
 }
 
@@ -87,8 +102,7 @@ void Daemon::tellWorker() {
   modes.enabled = setting("enabled") != 0;
   modes.automatic = setting("automaticMode") != 0;
   modes.lowerPriority = setting("lowerPriorityMode") != 0;
-  modes.pausedUntil =
-      static_cast<std::int64_t>(numberFrom(store_.value(Store::Table::settings, "pausedUntil")));
+  modes.pausedUntil = pausedUntil_;
   worker_.setModes(modes);
 }
 

@@ -1,6 +1,8 @@
 // The daemon's parts together: store, rules, worker, settings, state.
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -44,16 +46,18 @@ class Daemon {
   std::uint32_t setting(const std::string& key);
   void setSetting(const std::string& key, std::uint32_t value);
 
-  /// Pauses for that many minutes from now; 0 goes on at once.
+  /// Pauses for that many minutes from now; 0 goes on at once. What the time of day is set to makes no
+  /// difference while the daemon runs.
   void pauseFor(std::uint32_t minutes);
   /// Minutes that are left, rounded up.
-  std::uint32_t pausedMinutes();
+  std::uint32_t pausedMinutes() const;
 
   /// Every key of the state that clients poll. The file that is being backed up is named to those who may see
   /// it.
   PropertyList state(const Sight& sight);
 
  private:
+  void goOnWithPause();
   void tellWorker();
   std::uint64_t quotaMegabytes();
 
@@ -63,6 +67,7 @@ class Daemon {
   RuleBook rules_;
   BackupWorker worker_;
   NodeBuilder nodes_;
+  std::atomic<std::int64_t> pausedUntil_ = 0;  // seconds since boot; 0: no pause
 };
 
 }  // namespace keldane

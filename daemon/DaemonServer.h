@@ -7,6 +7,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "Common/KeldProxy.h"
 #include "Common/KeldSocket.h"

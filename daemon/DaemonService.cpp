@@ -115,11 +115,16 @@ std::uint32_t DaemonService::changeRule(const PropertyList& path, std::optional<
   if (included && !item->status && !sight_.isPrivileged()) {
     return ENOENT;  // there is no end to what is not there
   }
-  if (!included) {
-    daemon_->rules().removeRule(*asked);
-  } else if (!daemon_->rules().setRule(*asked, *included)) {
-    systemLog("There are too many rules for one on %@", *asked);
-    return ENOSPC;
+  try {
+    if (!included) {
+      daemon_->rules().removeRule(*asked);
+    } else if (!daemon_->rules().setRule(*asked, *included)) {
+      systemLog("There are too many rules for one on %@", *asked);
+      return ENOSPC;
+    }
+  } catch (const SQLite::Exception& error) {
+    systemLog("The rule of %@ cannot be kept: %s", *asked, error.what());
+    return EIO;
   }
   daemon_->worker().reconsider(*asked);
   return 0;

@@ -116,6 +116,7 @@ int serve(const DaemonOptions& options, Readiness& readiness) {
   }
   pthread_sigmask(SIG_BLOCK, &ending, nullptr);
   std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow is an error of the write, as a full disk is
   umask(077);
   allowDescriptors(ServerLimits().connections + 256);
 

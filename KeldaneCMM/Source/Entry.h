@@ -2,8 +2,10 @@
 #pragma once
 
 #include <exception>
+#include <new>
 
 #include "log/KeldaneLog.h"
+#include "platform/events/AppleEvents.h"
 #include "platform/syslog/SystemLog.h"
 
 namespace keldane {
@@ -13,24 +15,30 @@ namespace keldane {
 template <class Result, class Body>
 Result guardedEntry(const char* name, Result otherwise, const Body& body) noexcept {
   try {
-    try {
-      return body();
-    } catch (const std::exception& exception) {
-      systemLog("%s: %s", name, exception.what());
-    } catch (...) {
-      systemLog("%s: unknown exception", name);
-    }
-  } catch (...) {  // not even a line could be written
+    return body();
+  } catch (const std::exception& exception) {
+    systemLog("%s: %s", name, exception.what());
+  } catch (...) {
+    systemLog("%s: unknown exception", name);
   }
   return otherwise;
 }
 
-/// Writes an entry's line to the diagnostic log. A line that cannot be written keeps no entry from its work.
-inline void logEntry(const char* line) noexcept {
-  guardedEntry<int>(line, 0, [&] {
-    KeldaneCLog(line);
-    return 0;
+/// The same for an entry that answers a status: 0 when something came out that had nothing to do with memory,
+/// memFullErr when memory ran out.
+template <class Body>
+OSStatus guardedStatus(const char* name, const Body& body) noexcept {
+  return guardedEntry<OSStatus>(name, kNoErr, [&]() -> OSStatus {
+    try {
+      return body();
+    } catch (const std::bad_alloc&) {
+      systemLog("%s: out of memory", name);
+      return memFullErr;
+    }
   });
 }
+
+/// Writes an entry's line to the diagnostic log. A line that cannot be written keeps no entry from its work.
+inline void logEntry(const char* line) noexcept { KeldaneCLog(line); }
 
 }  // namespace keldane

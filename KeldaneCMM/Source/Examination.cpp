@@ -1,5 +1,6 @@
 // What happens when a menu is about to be shown: whether there is anything to show, the questions about the
 // selection, the submenu.
+#include <new>
 #include <string>
 #include <vector>
 
@@ -82,10 +83,15 @@ std::string localized(const char* key, const char* value) {
   return KeldaneCMM::bundle()->localizedStringForKey(key, value);
 }
 
-/// Text from the strings tables and the daemon may hold anything; a title is text.
+/// Text from the strings tables and the daemon may hold anything; a title is text. Never null: no menu is
+/// better than one with an item that says nothing.
 CFOwner<CFStringRef> titleFrom(const std::string& text) {
   const std::string valid = validUtf8(text);
-  return CFOwner<CFStringRef>(CFStringCreateWithBytes(kCFAllocatorSystemDefault, valid.data(), valid.size()));
+  CFOwner<CFStringRef> title(CFStringCreateWithBytes(kCFAllocatorSystemDefault, valid.data(), valid.size()));
+  if (!title) {
+    throw std::bad_alloc();
+  }
+  return title;
 }
 
 void addItem(AEDescList* items, const std::string& title, std::uint32_t command,
@@ -192,7 +198,7 @@ OSStatus examineContext(KeldanePluginInstance& instance, const AEDesc& context, 
 extern "C" OSStatus KeldanePlugin_ExamineContext(void* instance, const AEDesc* context,
                                                  AEDescList* commandList) {
   using namespace keldane;
-  return guardedEntry<OSStatus>("KeldanePlugin_ExamineContext", kNoErr, [&] {
+  return guardedStatus("KeldanePlugin_ExamineContext", [&] {
     const AEDesc nothing{typeNull, nullptr};
     return examineContext(*static_cast<KeldanePluginInstance*>(instance),
                           context == nullptr ? nothing : *context, commandList);

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "KeldaneCMM/Source/Entry.h"
 #include "log/KeldaneLog.h"
 #include "platform/files/FileManager.h"
 #include "platform/files/Path.h"
@@ -51,10 +52,14 @@ std::shared_ptr<KeldaneCMM> KeldaneCMM::init() {
   return module;
 }
 
+// Nothing may be thrown here, though anybody's observer may try.
 KeldaneCMM::~KeldaneCMM() {
   NotificationCenter::defaultCenter().removeObserver(this, KeldaneBackupStateConnectionChangedNotification,
                                                      backupState_.get());
-  backupState_->onEnd();
+  guardedEntry<bool>("KeldaneCMM", false, [this] {
+    backupState_->onEnd();
+    return true;
+  });
 }
 
 void KeldaneCMM::readyChangedNotification() const {

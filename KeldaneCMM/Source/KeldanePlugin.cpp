@@ -39,6 +39,7 @@ KeldanePluginInstance* allocate(CFUUIDRef factory) {
   if (instance == nullptr) {
     return nullptr;
   }
+  // From here on nothing can fail.
   *instance = {&gKeldaneCMInterface, static_cast<CFUUIDRef>(CFRetain(factory)), 0, nullptr};
   CFPlugInAddInstanceForFactory(factory);
   instance->referenceCount = 1;

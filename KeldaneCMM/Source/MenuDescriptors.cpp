@@ -1,5 +1,7 @@
 #include "KeldaneCMM/Source/MenuDescriptors.h"
 
+#include <new>
+
 #include "KeldaneCMM/Source/KeldanePlugin.h"
 #include "log/KeldaneLog.h"
 #include "platform/events/FileDescriptors.h"
@@ -8,6 +10,15 @@
 namespace keldane {
 
 namespace {
+
+/// An item that cannot be read is left out. One for which there is no memory must not be: the menu would be
+/// that of another selection.
+bool isRead(OSErr error) {
+  if (error == memFullErr) {
+    throw std::bad_alloc();
+  }
+  return error == kNoErr;
+}
 
 void addPath(std::vector<std::string>& paths, const AEDesc& desc) {
   std::optional<std::string> path = AEDescToPath(&desc);
@@ -28,7 +39,7 @@ std::vector<std::string> AEDescToNSArray(const AEDesc* desc) {
     paths.reserve(static_cast<std::size_t>(count));
     for (std::int32_t i = 1; i <= count; ++i) {
       OwnedDesc item;
-      if (AEGetNthDesc(desc, i, typeWildCard, nullptr, &item.desc) == kNoErr) {
+      if (isRead(AEGetNthDesc(desc, i, typeWildCard, nullptr, &item.desc))) {
         addPath(paths, item.desc);
       }
     }
@@ -41,7 +52,7 @@ std::vector<std::string> AEDescToNSArray(const AEDesc* desc) {
 
 std::optional<std::string> AEDescToPath(const AEDesc* desc) {
   AEDesc url{typeNull, nullptr};
-  if (AECoerceDesc(desc, typeFileURL, &url) != kNoErr) {
+  if (!isRead(AECoerceDesc(desc, typeFileURL, &url))) {
     return std::nullopt;
   }
   const std::optional<std::string> text = AppleEventDescriptor(url).stringValue();

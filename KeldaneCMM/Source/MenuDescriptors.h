@@ -23,7 +23,7 @@ struct OwnedDesc {
 };
 
 /// The POSIX paths of a selection, in order. A descriptor that is no list counts as one item; an item without
-/// a path is left out.
+/// a path is left out. Throws std::bad_alloc rather than leave out what there is no memory for.
 std::vector<std::string> AEDescToNSArray(const AEDesc* desc);
 
 /// The POSIX path of one item, without a trailing slash; absent when it is nothing that lies in the file

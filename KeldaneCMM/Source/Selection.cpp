@@ -61,7 +61,7 @@ using namespace keldane;  // the entries stand in no namespace
 extern "C" {
 
 OSStatus KeldanePlugin_HandleSelection(void* instance, AEDesc* context, SInt32 command) {
-  return guardedEntry<OSStatus>("KeldanePlugin_HandleSelection", kNoErr, [&] {
+  return guardedStatus("KeldanePlugin_HandleSelection", [&]() -> OSStatus {
     logEntry("KeldanePlugin_HandleSelection:");
     const auto& record = *static_cast<const KeldanePluginInstance*>(instance);
     if (context != nullptr && record.module != nullptr) {
@@ -73,7 +73,7 @@ OSStatus KeldanePlugin_HandleSelection(void* instance, AEDesc* context, SInt32 c
 }
 
 void KeldanePlugin_PostMenuCleanup(void* instance) {
-  guardedEntry<OSStatus>("KeldanePlugin_PostMenuCleanup", kNoErr, [&] {
+  guardedStatus("KeldanePlugin_PostMenuCleanup", [&]() -> OSStatus {
     logEntry("KeldanePlugin_PostMenuCleanup:");
     auto& record = *static_cast<KeldanePluginInstance*>(instance);
     const std::unique_ptr<std::shared_ptr<KeldaneCMM>> module(std::exchange(record.module, nullptr));

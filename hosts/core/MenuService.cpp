@@ -38,10 +38,12 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
  public:
   Worker(std::string bundle, Patience patience) : bundle_(std::move(bundle)), patience_(patience) {}
 
+  /// A system that has no thread or no descriptors to give now may have them for the next menu, which tries
+  /// again.
   void start() {
-    std::thread([self = shared_from_this()] { self->run(); }).detach();
     std::unique_lock guard(mutex_);
-    changed_.wait(guard, [this] { return loop_ != nullptr; });
+    ended_ = !guarded([this] { std::thread([self = shared_from_this()] { self->run(); }).detach(); });
+    changed_.wait(guard, [this] { return loop_ != nullptr || ended_; });
   }
 
   // A thread that is stuck is not waited for.
@@ -49,7 +51,9 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
     std::unique_lock guard(mutex_);
     ending_ = true;
     listener_ = nullptr;
-    loop_->perform([] { RunLoop::current().stop(); });
+    if (loop_ != nullptr) {
+      loop_->perform([] { RunLoop::current().stop(); });
+    }
     changed_.wait_for(guard, kLongestFarewell, [this] { return ended_; });
   }
 
@@ -59,7 +63,13 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
   }
 
   std::shared_ptr<const OfferedMenu> ask(const std::vector<std::string>& paths) {
+    if (hasEnded()) {
+      start();
+    }
     std::unique_lock guard(mutex_);
+    if (loop_ == nullptr) {
+      return nullptr;
+    }
     if (std::shared_ptr<const OfferedMenu> known = handOut(paths)) {
       return known;
     }
@@ -91,7 +101,9 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
 
   void choose(const OfferedMenu& menu, std::uint32_t command) {
     const std::lock_guard guard(mutex_);
-    loop_->perform([this, menu, command] { carryOut(menu, command); });
+    if (loop_ != nullptr) {
+      loop_->perform([this, menu, command] { carryOut(menu, command); });
+    }
   }
 
   std::string notRespondingTitle() {
@@ -140,7 +152,7 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
 
   void letGo() {
     const std::lock_guard guard(mutex_);
-    if (--holders_ == 0 && !ending_) {
+    if (--holders_ == 0 && !ending_ && loop_ != nullptr) {
       loop_->perform([this] { endCycleIn(kLinger); });
     }
   }
@@ -148,6 +160,16 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
   // --- The plug-in's thread ---
 
   void run() {
+    guarded([this] { serve(); });
+    {
+      const std::lock_guard guard(mutex_);
+      loop_ = nullptr;
+      ended_ = true;
+    }
+    changed_.notify_all();
+  }
+
+  void serve() {
     Host& host = Host::shared();
     host.declareMainThread();
     host.setProcess(fourCharCode("MACS"), fourCharCode("FNDR"));
@@ -162,11 +184,11 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
       loop.run(kLongTime);
     }
     plugIn_.reset();
-    {
-      const std::lock_guard guard(mutex_);
-      ended_ = true;
-    }
-    changed_.notify_all();
+  }
+
+  bool hasEnded() {
+    const std::lock_guard guard(mutex_);
+    return ended_;
   }
 
   bool isEnding() {
@@ -185,12 +207,12 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
     if (!menu || isEnding()) {
       return;
     }
-    const std::vector<MenuItem> items = examine(*menu);
+    std::vector<MenuItem> items = examine(*menu);
     std::function<void()> listener;
     bool isLate = false;
     {
       const std::lock_guard guard(mutex_);
-      menu->items = items;
+      menu->items = std::move(items);
       current_.reset();
       if (!next_) {  // else it is out of date
         offered_ = menu;
@@ -238,13 +260,15 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
     endCycle(menu.number);
   }
 
-  /// The host lives, whatever a menu costs.
+  /// The host lives, whatever a menu costs. False when something was thrown.
   template <class Work>
-  static void guarded(const Work& work) {
+  static bool guarded(const Work& work) {
     try {
       work();
+      return true;
     } catch (const std::exception& error) {
       systemLog("A menu could not be made or carried out: %s", error.what());
+      return false;
     }
   }
 

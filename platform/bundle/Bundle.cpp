@@ -19,10 +19,12 @@ namespace {
 namespace fs = std::filesystem;
 
 /// A dictionary from a file; empty when there is none, with a log line when there is one that cannot be used.
-PropertyList readDictionary(const fs::path& file) {
+/// `forGood` becomes false when that is for what the process lacks now and may have later.
+PropertyList readDictionary(const fs::path& file, bool* forGood) {
   int error = 0;
   const std::optional<Bytes> bytes = readFile(file.string(), &error);
   if (!bytes) {
+    *forGood = *forGood && error != EMFILE && error != ENFILE && error != ENOMEM;
     if (error != ENOENT && error != ENOTDIR) {
       systemLog("%s cannot be read: error %d", file.string(), error);
     }
@@ -119,14 +121,15 @@ fs::path Bundle::executablePath() const {
                                                                  : path_ / "Contents" / "Linux" / file;
 }
 
-const PropertyList& Bundle::infoDictionary() const {
+PropertyList Bundle::infoDictionary() const {
   const std::lock_guard guard(mutex_);
   if (!infoRead_) {
-    info_ = readDictionary(path_ / "Contents" / "Info.plist");
+    bool forGood = true;
+    info_ = readDictionary(path_ / "Contents" / "Info.plist", &forGood);
     if (info_.count() == 0) {
-      info_ = readDictionary(path_ / "Info.plist");
+      info_ = readDictionary(path_ / "Info.plist", &forGood);
     }
-    infoRead_ = true;
+    infoRead_ = forGood;
   }
   return info_;
 }
@@ -143,7 +146,9 @@ PropertyList Bundle::table(const std::string& name) const {
     }
     std::error_code error;
     if (fs::exists(file, error)) {
-      return tables_.emplace(file.string(), readDictionary(file)).first->second;
+      bool forGood = true;
+      const PropertyList read = readDictionary(file, &forGood);
+      return forGood ? tables_.emplace(file.string(), read).first->second : read;
     }
   }
   return PropertyList::dictionary({});

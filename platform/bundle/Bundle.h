@@ -19,7 +19,8 @@ namespace keldane {
 ///     Keldane.plugin/Contents/Resources/<language>.lproj/<table>.strings  UTF-8 or UTF-16
 ///
 /// There is one object a path in a process; what it has read it keeps. A file that is missing or broken reads
-/// as empty, with a log line when it is there but cannot be read. Any thread.
+/// as empty, with a log line when it is there but cannot be read; one that the process has no descriptor or
+/// memory for now is read again the next time. Any thread.
 class Bundle {
  public:
   /// The process's own: the one the host declared, else the folder of the executable (with its Info.plist
@@ -35,7 +36,7 @@ class Bundle {
   const std::filesystem::path& bundlePath() const { return path_; }
   /// Path of the module that "CFBundleExecutable" names.
   std::filesystem::path executablePath() const;
-  const PropertyList& infoDictionary() const;
+  PropertyList infoDictionary() const;
   PropertyList objectForInfoDictionaryKey(std::string_view key) const;
   /// The text for `key` in the user's language (LC_ALL, LC_MESSAGES, LANG, then English), from the table of
   /// that name

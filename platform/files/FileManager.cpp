@@ -55,10 +55,14 @@ bool spawnOpener(const std::string& path) {
     return false;
   }
   // Collected in the background: nobody waits, and the host's own handling of its children is left alone.
-  std::thread([child] {
-    while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
-    }
-  }).detach();
+  try {
+    std::thread([child] {
+      while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+      }
+    }).detach();
+  } catch (const std::exception& exception) {  // it runs; only its remains stay until the host ends
+    systemLog("%s cannot be waited for: %s", arguments[0], exception.what());
+  }
   return true;
 }
 

@@ -1,9 +1,11 @@
 #include "platform/notifications/NotificationCenter.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <list>
 #include <memory>
 #include <mutex>
-#include <vector>
+#include <optional>
 
 namespace keldane {
 
@@ -13,11 +15,13 @@ struct NotificationCenter::State {
     std::string name;
     const void* sender;
     Handler handler;
-    bool removed = false;  // guarded by the state's mutex
+    std::uint64_t number = 0;
   };
 
   mutable std::mutex mutex;
-  std::vector<std::shared_ptr<Registration>> registrations;  // guarded by mutex
+  // Guarded by mutex; a list, from which what is removed is moved out without asking for memory.
+  std::list<std::shared_ptr<const Registration>> registrations;  // by number
+  std::uint64_t lastNumber = 0;
 };
 
 NotificationCenter::NotificationCenter() : state_(std::make_unique<State>()) {}
@@ -37,42 +41,48 @@ void NotificationCenter::addObserver(const void* observer, std::string_view name
   registration->sender = sender;
   registration->handler = std::move(handler);
   const std::lock_guard guard(state_->mutex);
+  registration->number = state_->lastNumber + 1;
   state_->registrations.push_back(std::move(registration));
+  ++state_->lastNumber;
 }
 
 void NotificationCenter::removeObserver(const void* observer, std::string_view name, const void* sender) {
-  std::vector<std::shared_ptr<State::Registration>> removed;  // handlers are freed outside the lock
+  std::list<std::shared_ptr<const State::Registration>> removed;  // handlers are freed outside the lock
   const std::lock_guard guard(state_->mutex);
-  std::erase_if(state_->registrations, [&](const std::shared_ptr<State::Registration>& registration) {
-    const bool fits = registration->observer == observer && (name.empty() || registration->name == name) &&
-                      (sender == nullptr || registration->sender == sender);
+  auto& registrations = state_->registrations;
+  for (auto at = registrations.begin(); at != registrations.end();) {
+    const auto registration = at++;
+    const bool fits = (*registration)->observer == observer &&
+                      (name.empty() || (*registration)->name == name) &&
+                      (sender == nullptr || (*registration)->sender == sender);
     if (fits) {
-      registration->removed = true;
-      removed.push_back(registration);
+      removed.splice(removed.end(), registrations, registration);
     }
-    return fits;
-  });
+  }
 }
 
 void NotificationCenter::post(std::string_view name, const void* sender, PropertyList userInfo) {
-  std::vector<std::shared_ptr<State::Registration>> told;
-  {
-    const std::lock_guard guard(state_->mutex);
-    std::copy_if(state_->registrations.begin(), state_->registrations.end(), std::back_inserter(told),
-                 [&](const std::shared_ptr<State::Registration>& registration) {
-                   return registration->name == name &&
-                          (registration->sender == nullptr || registration->sender == sender);
-                 });
-  }
+  // Asks for no memory: that a connection has ended is told in whatever state the process is.
   const Notification notification{name, sender, std::move(userInfo)};
-  for (const std::shared_ptr<State::Registration>& registration : told) {
+  std::uint64_t told = 0;
+  std::optional<std::uint64_t> last;  // who is added meanwhile has a higher number
+  for (;;) {
+    std::shared_ptr<const State::Registration> next;
     {
       const std::lock_guard guard(state_->mutex);
-      if (registration->removed) {
-        continue;
+      last = last.value_or(state_->lastNumber);
+      const auto found =
+          std::find_if(state_->registrations.begin(), state_->registrations.end(), [&](const auto& other) {
+            return other->number > told && other->number <= *last && other->name == name &&
+                   (other->sender == nullptr || other->sender == sender);
+          });
+      if (found == state_->registrations.end()) {
+        return;
       }
+      next = *found;
     }
-    registration->handler(notification);
+    told = next->number;
+    next->handler(notification);
   }
 }
 

@@ -57,6 +57,16 @@ const __CFAllocator systemAllocator;
 
 const Object* objectOf(CFTypeRef reference) { return static_cast<const Object*>(reference); }
 
+/// Nothing is thrown at a C caller: what there is no memory for is null.
+template <class Make>
+auto orNull(const Make& make) noexcept -> decltype(make()) {
+  try {
+    return make();
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
 bool parseUUID(const std::string& text, CFUUIDBytes& bytes) {
   static constexpr std::string_view kForm = "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx";
   if (text.size() != kForm.size()) {
@@ -140,7 +150,7 @@ CFStringRef CFStringCreateWithBytes(CFAllocatorRef /*allocator*/, const char* ut
   if (utf8 == nullptr || !keldane::isValidUtf8({utf8, length})) {
     return nullptr;
   }
-  return new __CFString(std::string(utf8, length));
+  return orNull([&]() -> CFStringRef { return new __CFString(std::string(utf8, length)); });
 }
 
 const char* CFStringGetUTF8Ptr(CFStringRef string, std::size_t* length) {
@@ -157,7 +167,7 @@ CFUUIDRef CFUUIDCreateFromString(CFAllocatorRef allocator, CFStringRef string) {
 }
 
 CFUUIDRef CFUUIDCreateFromUUIDBytes(CFAllocatorRef /*allocator*/, CFUUIDBytes bytes) {
-  return new __CFUUID(bytes);
+  return orNull([&]() -> CFUUIDRef { return new __CFUUID(bytes); });
 }
 
 CFUUIDRef CFUUIDGetConstantUUIDWithBytes(CFAllocatorRef /*allocator*/, std::uint8_t b0, std::uint8_t b1,
@@ -165,16 +175,18 @@ CFUUIDRef CFUUIDGetConstantUUIDWithBytes(CFAllocatorRef /*allocator*/, std::uint
                                          std::uint8_t b6, std::uint8_t b7, std::uint8_t b8, std::uint8_t b9,
                                          std::uint8_t b10, std::uint8_t b11, std::uint8_t b12,
                                          std::uint8_t b13, std::uint8_t b14, std::uint8_t b15) {
-  static std::mutex& mutex = *new std::mutex;
-  static std::map<std::string, CFUUIDRef>& constants = *new std::map<std::string, CFUUIDRef>;
   const CFUUIDBytes bytes = {{b0, b1, b2, b3, b4, b5, b6, b7, b8, b9, b10, b11, b12, b13, b14, b15}};
-  const std::lock_guard guard(mutex);
-  CFUUIDRef& constant =
-      constants[std::string(reinterpret_cast<const char*>(bytes.bytes), sizeof(bytes.bytes))];
-  if (constant == nullptr) {
-    constant = new __CFUUID(bytes, true);
-  }
-  return constant;
+  return orNull([&] {
+    static std::mutex& mutex = *new std::mutex;
+    static std::map<std::string, CFUUIDRef>& constants = *new std::map<std::string, CFUUIDRef>;
+    const std::lock_guard guard(mutex);
+    CFUUIDRef& constant =
+        constants[std::string(reinterpret_cast<const char*>(bytes.bytes), sizeof(bytes.bytes))];
+    if (constant == nullptr) {
+      constant = new __CFUUID(bytes, true);
+    }
+    return constant;
+  });
 }
 
 CFUUIDBytes CFUUIDGetUUIDBytes(CFUUIDRef uuid) { return uuid == nullptr ? CFUUIDBytes{} : uuid->bytes; }
@@ -184,14 +196,15 @@ CFStringRef CFUUIDCreateString(CFAllocatorRef allocator, CFUUIDRef uuid) {
     return nullptr;
   }
   static constexpr char kDigits[] = "0123456789ABCDEF";
-  std::string text;
+  char text[36];
+  std::size_t length = 0;
   for (std::size_t i = 0; i < sizeof(uuid->bytes.bytes); ++i) {
     if (i == 4 || i == 6 || i == 8 || i == 10) {
-      text += '-';
+      text[length++] = '-';
     }
-    text += kDigits[uuid->bytes.bytes[i] >> 4];
-    text += kDigits[uuid->bytes.bytes[i] & 0x0F];
+    text[length++] = kDigits[uuid->bytes.bytes[i] >> 4];
+    text[length++] = kDigits[uuid->bytes.bytes[i] & 0x0F];
   }
-  return CFStringCreateWithBytes(allocator, text.data(), text.size());
+  return CFStringCreateWithBytes(allocator, text, length);
 }
 }

@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 
 #include <algorithm>
+#include <array>
 #include <map>
 #include <mutex>
 
@@ -48,8 +49,12 @@ std::string textOf(CFUUIDRef uuid) {
 
 /// One registry for the process, shared by host and plug-ins.
 struct InstanceRegistry {
+  using Key = std::array<std::uint8_t, sizeof(CFUUIDBytes)>;
+
+  static Key keyOf(CFUUIDRef factory) { return std::to_array(CFUUIDGetUUIDBytes(factory).bytes); }
+
   std::mutex mutex;
-  std::map<std::string, long> counts;  // guarded by mutex; by the factory's text
+  std::map<Key, long> counts;  // guarded by mutex; a factory that was counted once stays, with 0 at last
 };
 
 InstanceRegistry& instances() {
@@ -165,22 +170,25 @@ extern "C" {
 void CFPlugInAddInstanceForFactory(CFUUIDRef factoryID) {
   keldane::InstanceRegistry& registry = keldane::instances();
   const std::lock_guard guard(registry.mutex);
-  ++registry.counts[keldane::textOf(factoryID)];
+  try {
+    ++registry.counts[keldane::InstanceRegistry::keyOf(factoryID)];
+  } catch (const std::bad_alloc&) {  // the instance works uncounted; nothing is thrown at a C caller
+  }
 }
 
 void CFPlugInRemoveInstanceForFactory(CFUUIDRef factoryID) {
   keldane::InstanceRegistry& registry = keldane::instances();
   const std::lock_guard guard(registry.mutex);
-  const auto found = registry.counts.find(keldane::textOf(factoryID));
-  if (found != registry.counts.end() && --found->second == 0) {
-    registry.counts.erase(found);
+  const auto found = registry.counts.find(keldane::InstanceRegistry::keyOf(factoryID));
+  if (found != registry.counts.end() && found->second > 0) {
+    --found->second;
   }
 }
 
 long CFPlugInGetInstanceCountForFactory(CFUUIDRef factoryID) {
   keldane::InstanceRegistry& registry = keldane::instances();
   const std::lock_guard guard(registry.mutex);
-  const auto found = registry.counts.find(keldane::textOf(factoryID));
+  const auto found = registry.counts.find(keldane::InstanceRegistry::keyOf(factoryID));
   return found == registry.counts.end() ? 0 : found->second;
 }
 }

@@ -10,7 +10,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cmath>
-#include <deque>
+#include <list>
 #include <mutex>
 #include <set>
 #include <system_error>
@@ -97,7 +97,7 @@ struct RunLoop::State {
   const Descriptor epoll, event, clock;
   mutable std::mutex mutex;
   // Guarded by the mutex:
-  std::deque<Work> work;
+  std::list<Work> work;  // a list, from which what is cancelled is moved out without asking for memory
   std::vector<std::shared_ptr<LoopTimer>> timers;
   std::size_t ports = 0;
   bool closed = false;
@@ -179,6 +179,9 @@ struct RunLoop::State::Port : MessagePort {
     if (!loop) {
       return;
     }
+    // Made before anything is noted, so that without memory the next message sends the wake-up.
+    std::list<Work> wakeUp;
+    wakeUp.push_back({[messages = shared] { deliver(*messages); }, shared.get()});
     {
       const std::lock_guard guard(shared->mutex);
       const bool waiting = !shared->pending.empty();
@@ -188,7 +191,7 @@ struct RunLoop::State::Port : MessagePort {
     }
     const std::lock_guard guard(loop->mutex);
     if (!loop->closed) {
-      loop->work.push_back({[messages = shared] { deliver(*messages); }, shared.get()});
+      loop->work.splice(loop->work.end(), wakeUp);
       loop->signalWork();
     }
   }
@@ -235,7 +238,7 @@ struct RunLoop::State::Port : MessagePort {
 RunLoop::RunLoop() : state_(std::make_shared<State>()) {}
 
 RunLoop::~RunLoop() {
-  std::deque<State::Work> work;
+  std::list<State::Work> work;
   std::vector<std::shared_ptr<State::LoopTimer>> timers;
   const std::lock_guard guard(state_->mutex);
   state_->closed = true;
@@ -365,14 +368,12 @@ void RunLoop::perform(std::function<void()> work, const void* owner) {
 }
 
 void RunLoop::cancel(const void* owner) {
-  std::vector<State::Work> dropped;  // what the work holds may call back here as it goes
+  std::list<State::Work> dropped;  // what the work holds may call back here as it goes
   const std::lock_guard guard(state_->mutex);
-  for (auto piece = state_->work.begin(); piece != state_->work.end();) {
+  for (auto at = state_->work.begin(); at != state_->work.end();) {
+    const auto piece = at++;
     if (piece->owner == owner) {
-      dropped.push_back(std::move(*piece));
-      piece = state_->work.erase(piece);
-    } else {
-      ++piece;
+      dropped.splice(dropped.end(), state_->work, piece);
     }
   }
 }

@@ -57,6 +57,12 @@ class BackupStateTest : public ::testing::Test {
     ASSERT_TRUE(state_.connected());
     ASSERT_TRUE(daemon_->waitForClients(1));
   }
+  void diesWhenAsked(const std::string& method) {
+    daemon_->answer(method, [this](const PropertyList::Array&) {
+      daemon_->hangUp();
+      return PropertyList();
+    });
+  }
   static std::size_t timers() { return RunLoop::main().load().timers; }
 
   testing::UserPreferences user_;
@@ -305,12 +311,10 @@ TEST_F(BackupStateTest, AStateOfTheWrongKindReadsAsZeroAndAbsent) {
 
 TEST_F(BackupStateTest, SurvivesADaemonThatDiesWhileItIsAsked) {
   connect();
-  daemon_->answer("daemonState", [this](const PropertyList::Array&) {
-    daemon_->hangUp();
-    return PropertyList();
-  });
+  diesWhenAsked("daemonState");
   state_.updateDaemonState();
   EXPECT_TRUE(state_.daemonState().isAbsent());
+  EXPECT_TRUE(states_.empty()) << "nothing was learnt";
   EXPECT_TRUE(eventuallyRunning([&] { return connections_.size() >= 2; }));
 }
 
@@ -492,6 +496,14 @@ TEST_P(RememberedText, OfAnotherKindIsEmptyAndStoredAsSuch) {
   EXPECT_EQ(user_.stored()[GetParam().key], PropertyList(""));
 }
 
+TEST_P(RememberedText, StaysWhenTheDaemonDiesWhileItIsAsked) {
+  user_.store({{GetParam().key, "stored"}});
+  connect();
+  diesWhenAsked(GetParam().method);
+  EXPECT_EQ(read(), PropertyList("stored"));
+  EXPECT_EQ(user_.stored()[GetParam().key], PropertyList("stored"));
+}
+
 INSTANTIATE_TEST_SUITE_P(
     BackupState, RememberedText,
     ::testing::Values(Remembered{"ServerURL", "serverURL", "lastServerURLStr", &BackupState::serverURL},
@@ -532,6 +544,26 @@ TEST_F(BackupStateTest, TheComputersNumberIsWrittenOnlyWhenItDiffers) {
   daemon_->answer("computerNumber", 8);
   EXPECT_EQ(state_.computerNumber(), PropertyList(8));
   EXPECT_EQ(user_.stored()["lastComputerNumberInt"], PropertyList(8));
+}
+
+TEST_F(BackupStateTest, TheComputersNumberStaysWhenTheDaemonDiesWhileItIsAsked) {
+  user_.store({{"lastComputerNumberInt", 7}});
+  connect();
+  diesWhenAsked("computerNumber");
+  EXPECT_EQ(state_.computerNumber(), PropertyList(7));
+  EXPECT_EQ(user_.stored()["lastComputerNumberInt"], PropertyList(7));
+}
+
+TEST_F(BackupStateTest, TheStateAndTheQuotasLimitStayWhenTheDaemonDiesWhileItIsAsked) {
+  connect();
+  daemon_->answer("daemonState", PropertyList::dictionary({{"isQuotaLimited", true}}));
+  state_.updateDaemonState();
+  EXPECT_TRUE(state_.isQuotaLimited());
+  diesWhenAsked("daemonState");
+  state_.updateDaemonState();
+  EXPECT_TRUE(state_.daemonState()["isQuotaLimited"].boolValue());
+  EXPECT_TRUE(state_.isQuotaLimited());
+  EXPECT_EQ(user_.stored()["isQuotaLimited"], PropertyList(1));
 }
 
 TEST_F(BackupStateTest, AComputersNumberThatTheDaemonDoesNotKnowIsStoredAsZero) {

@@ -1,10 +1,7 @@
 #include "daemon/DaemonServer.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <spawn.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +10,7 @@
 #include "Common/FileNode.h"
 #include "tests/daemon/ServerFixture.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/Program.h"
 
 namespace keldane {
 namespace {
@@ -399,28 +397,11 @@ TEST_F(DaemonServerTest, LeavesNoSocketBehind) {
 
 class KeldanedTest : public ::testing::Test {
  protected:
-  pid_t spawn(std::vector<std::string> arguments, const std::string& errors = "/dev/null") {
+  static pid_t spawn(std::vector<std::string> arguments, const std::string& errors = "/dev/null") {
     arguments.insert(arguments.begin(), KELDANED_PROGRAM);
-    std::vector<char*> pointers;
-    for (std::string& argument : arguments) {
-      pointers.push_back(argument.data());
-    }
-    pointers.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                     0600);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    pid_t child = 0;
-    EXPECT_EQ(posix_spawn(&child, pointers[0], &actions, nullptr, pointers.data(), environ), 0);
-    posix_spawn_file_actions_destroy(&actions);
-    return child;
+    return testing::spawnProgram(std::move(arguments), errors);
   }
-  static int wait(pid_t child) {
-    int status = 0;
-    waitpid(child, &status, 0);
-    return status;
-  }
+  static int wait(pid_t child) { return testing::waitForEnd(child); }
   int run(const std::vector<std::string>& arguments) {
     const int status = wait(spawn(arguments, folder_ / "errors"));
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;

@@ -106,6 +106,7 @@ class RawConnection {
   }
   bool isAtEnd() { return isReadable(20000) && read(1).empty(); }
   void close() { descriptor_ = Descriptor(); }
+  int descriptor() const { return descriptor_.get(); }
 
  private:
   Descriptor descriptor_;

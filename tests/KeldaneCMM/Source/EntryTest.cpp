@@ -29,6 +29,14 @@ TEST(GuardedEntry, ThrowsNothingEvenWhenTheLogDoes) {
   setLogReceiver({});
 }
 
+TEST(GuardedStatus, TellsThatMemoryRanOutFromAllElse) {
+  const testing::LogCapture log;
+  EXPECT_EQ(guardedStatus("Entry", [] { return OSStatus{-5}; }), -5);
+  EXPECT_EQ(guardedStatus("Entry", []() -> OSStatus { throw std::bad_alloc(); }), memFullErr);
+  EXPECT_EQ(guardedStatus("Entry", []() -> OSStatus { throw std::runtime_error("broken"); }), kNoErr);
+  EXPECT_EQ(log.lines(), (std::vector<std::string>{"Entry: out of memory", "Entry: broken"}));
+}
+
 TEST(LogEntry, WritesTheLineWhenTheLogIsOn) {
   const testing::LogCapture log;
   logEntry("Entry:");
@@ -60,10 +68,10 @@ TEST_F(BrokenLog, KeepsTheReferenceCountRight) {
   EXPECT_EQ(KeldanePlugin_Release(instance_), 1U);
 }
 
-TEST_F(BrokenLog, LeavesNothingToShow) {
+TEST_F(BrokenLog, CostsNoMenu) {
   installWithoutDaemon();
   EXPECT_EQ(examine({file("a")}), kNoErr);
-  EXPECT_FALSE(menu());
+  EXPECT_TRUE(menu());
   cleanup();
   EXPECT_EQ(instance_->module, nullptr);
 }

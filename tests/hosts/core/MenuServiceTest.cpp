@@ -1,6 +1,8 @@
 #include "hosts/core/MenuService.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <condition_variable>
 #include <mutex>
@@ -281,6 +283,24 @@ TEST_F(MenuServiceTest, WithoutAPluginThereIsNothingToShowUntilThereIsOne) {
   std::filesystem::copy(bundle_.path(), place, std::filesystem::copy_options::recursive);
   other.forget();
   EXPECT_EQ(titles(other.menuFor({"/a"})), kOffers);
+}
+
+/// In a process of its own, in which no run loop has been made yet: making one takes descriptors.
+[[noreturn]] void startWithoutDescriptors() {
+  rlimit before{};
+  getrlimit(RLIMIT_NOFILE, &before);
+  const rlimit none = {3, before.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &none);
+  MenuService service("/none", kLong);
+  const bool isRefused = !service.menuFor({"/a"});
+  setrlimit(RLIMIT_NOFILE, &before);
+  const bool isServed = service.menuFor({"/a"}) != nullptr;
+  _exit(isRefused && isServed ? 0 : 1);
+}
+
+TEST(MenuServiceDeathTest, WithoutDescriptorsTriesAgainWithTheNextMenu) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(startWithoutDescriptors(), ::testing::ExitedWithCode(0), "");
 }
 
 TEST_F(MenuServiceTest, ManySelectedItemsAreOneMenu) {

@@ -4,6 +4,7 @@
 
 #include "platform/plist/PropertyListSerialization.h"
 #include "platform/plist/Unicode.h"
+#include "tests/support/FewDescriptors.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -30,6 +31,20 @@ class BundleTest : public ::testing::Test {
   }
   TemporaryFolder folder_;
 };
+
+TEST_F(BundleTest, ReadsAgainWhatItHadNoDescriptorFor) {
+  folder_.write("Contents/Info.plist", "{ DaemonPath = /x; }");
+  setLanguage("C", nullptr, nullptr);
+  table("en", "\"key\" = \"text\";");
+  const LogCapture log;
+  {
+    const testing::FewDescriptors none(0);
+    EXPECT_TRUE(bundle()->objectForInfoDictionaryKey("DaemonPath").isAbsent());
+    EXPECT_EQ(bundle()->localizedStringForKey("key", "default"), "default");
+  }
+  EXPECT_EQ(bundle()->objectForInfoDictionaryKey("DaemonPath"), PropertyList("/x"));
+  EXPECT_EQ(bundle()->localizedStringForKey("key", "default"), "text");
+}
 
 TEST_F(BundleTest, ReadsItsInformationInEveryFormat) {
   std::string error;

@@ -1,0 +1,17 @@
+// The clock that nobody sets.
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+
+namespace keldane {
+
+/// Goes on while the computer sleeps, as the user's patience does, and does not jump when the time of day is
+/// set.
+inline std::int64_t secondsSinceBoot() {
+  timespec now{};
+  clock_gettime(CLOCK_BOOTTIME, &now);
+  return now.tv_sec;
+}
+
+}  // namespace keldane

@@ -1,0 +1,64 @@
+"""A client of the daemon for the tests that shares no code with the system."""
+
+import plistlib
+import socket
+import struct
+
+from recording_daemon import MARKER, REQUEST, RESPONSE
+
+WIDTHS = {"v": 0, "c": 1, "I": 4, "@": 8}
+
+
+class Gone(Exception):
+    """The daemon has hung up, or does not answer in time."""
+
+
+class DaemonClient:
+    def __init__(self, path, timeout=30):
+        self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        self._socket.settimeout(timeout)
+        try:
+            self._socket.connect(path)
+        except OSError as error:
+            self._socket.close()
+            raise Gone(str(error)) from error
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.close()
+
+    def close(self):
+        self._socket.close()
+
+    def send(self, selector, *arguments, returns="v"):
+        """Sends a call that nobody waits for; an argument is an object, or a pair of its type code and its value."""
+        request = [WIDTHS[returns], returns, selector, len(arguments)]
+        for argument in arguments:
+            request += list(argument) if isinstance(argument, tuple) else ["@", argument]
+        payload = plistlib.dumps(request, fmt=plistlib.FMT_BINARY)
+        try:
+            self._socket.sendall(MARKER + struct.pack("<iI", REQUEST, len(payload)) + payload)
+        except OSError as error:
+            raise Gone(str(error)) from error
+
+    def ask(self, selector, *arguments, returns="@"):
+        """The answer; None when it is absent."""
+        self.send(selector, *arguments, returns=returns)
+        marker, kind, length = self._read(36), *struct.unpack("<iI", self._read(8))
+        assert (marker, kind) == (MARKER, RESPONSE), (marker, kind)
+        payload = self._read(length)
+        return plistlib.loads(payload) if payload else None
+
+    def _read(self, count):
+        data = b""
+        while len(data) < count:
+            try:
+                block = self._socket.recv(count - len(data))
+            except OSError as error:
+                raise Gone(str(error)) from error
+            if not block:
+                raise Gone("the end of the stream")
+            data += block
+        return data

@@ -1,0 +1,94 @@
+// Memory runs out at each allocation of a daemon in turn: its clients are answered or lose their link, and
+// are never left waiting.
+#include <gtest/gtest.h>
+#include <sys/un.h>
+
+#include "Common/DaemonProtocol.h"
+#include "daemon/DaemonServer.h"
+#include "tests/machine/CycleFixture.h"
+#include "tests/machine/FailingAllocation.h"
+#include "tests/support/RawPeer.h"
+
+namespace keldane {
+namespace {
+
+using testing::FailingAllocation;
+using testing::RawConnection;
+
+RawConnection connectedTo(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+  const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  EXPECT_EQ(::connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+  return RawConnection(descriptor);
+}
+
+/// A request for a path's node, as it goes over the wire.
+std::string requestFor(const std::string& path) {
+  return RawConnection::frame(
+      1, RawConnection::payloadOf(PropertyList::array({8, "@", "dictionaryForPath:", 1, "@", path})));
+}
+
+class ServerOutOfMemory : public ::testing::Test {
+ protected:
+  ServerOutOfMemory() {
+    setLogReceiver([](std::string_view) {});
+  }
+  ~ServerOutOfMemory() override { setLogReceiver({}); }
+
+  /// Fails each allocation of the server that runs in this process, once, while one client comes, asks and
+  /// goes; and sees after each that the next client is answered.
+  void sweep(const std::string& socket, const std::string& path, const PropertyList& expected) {
+    const std::string request = requestFor(path);
+    int answered = 0;
+    int closed = 0;
+    bool failed = true;
+    const long stride = testing::faultStride(5);
+    for (long nth = 1; failed; nth += stride) {
+      SCOPED_TRACE("allocation " + std::to_string(nth));
+      {
+        FailingAllocation failing(FailingAllocation::On::otherThreads, nth);
+        failing.during([&] {
+          RawConnection client = connectedTo(socket);
+          // It may be closed already.
+          ::send(client.descriptor(), request.data(), request.size(), MSG_NOSIGNAL);
+          ASSERT_TRUE(client.isReadable(20000)) << "neither an answer nor an end";
+          ++(client.read(1).empty() ? closed : answered);
+        });
+        failed = failing.failed();
+      }
+      RawConnection next = connectedTo(socket);
+      next.write(request);
+      ASSERT_EQ(next.readFrame().value()["state"], expected);
+    }
+    std::cout << answered << " clients were answered, " << closed << " lost their link\n";
+    EXPECT_GT(closed, 0);
+    EXPECT_GT(answered, 0);
+  }
+};
+
+TEST_F(ServerOutOfMemory, AnAcceptedClientIsServedOrNotKept) {
+  const testing::TemporaryFolder folder;
+  testing::FakeDaemon daemon(folder / "d.sock");
+  daemon.answer("dictionaryForPath:", PropertyList::dictionary({{"state", "known"}}));
+  sweep(folder / "d.sock", "/a", "known");
+}
+
+TEST_F(ServerOutOfMemory, TheDaemonGoesOn) {
+  const testing::TemporaryFolder folder;
+  DaemonOptions options;
+  options.socket = folder / "d.sock";
+  options.store = folder / "store";
+  options.root = folder / "home";
+  const std::string file = folder.write("home/a.txt", "content");
+  const auto daemon = std::make_shared<Daemon>(options, [] {});
+  const auto server = std::make_shared<DaemonServer>(daemon, options.socket);
+  std::string error;
+  ASSERT_TRUE(server->start(&error)) << error;
+  sweep(options.socket, file, "Not selected for backup");
+  server->stop();
+}
+
+}  // namespace
+}  // namespace keldane
