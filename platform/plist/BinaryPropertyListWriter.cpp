@@ -1,9 +1,10 @@
 #include "platform/plist/BinaryPropertyListWriter.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
+#include <cstring>
 #include <unordered_map>
-#include <variant>
 
 #include "platform/plist/BinaryPropertyListReader.h"
 #include "platform/plist/PropertyListError.h"
@@ -19,47 +20,150 @@ std::size_t widthFor(std::uint64_t largest) {
   return largest < 0x100 ? 1 : largest < 0x10000 ? 2 : largest < 0x100000000 ? 4 : 8;
 }
 
-std::size_t hashOf(const PropertyList& value) {
-  const std::size_t kind = static_cast<std::size_t>(value.kind());
-  switch (value.kind()) {
-    case PropertyList::Kind::string:
-      return std::hash<std::string_view>()(value.string()) ^ kind;
-    case PropertyList::Kind::number:
-      if (value.numberKind() == PropertyList::NumberKind::real) {
-        return std::hash<double>()(value.doubleValue()) ^ kind;
-      }
-      return std::hash<std::int64_t>()(value.longLongValue()) ^
-             (kind + (value.numberKind() == PropertyList::NumberKind::boolean ? 1 : 0));
-    case PropertyList::Kind::date:
-      return std::hash<double>()(value.date().secondsSinceReference) ^ kind;
-    case PropertyList::Kind::data: {
-      const BytesView bytes = value.data();
-      return std::hash<std::string_view>()({reinterpret_cast<const char*>(bytes.data()), bytes.size()}) ^
-             kind;
-    }
-    default:
-      return std::hash<const void*>()(PropertyListAccess::node(value));
-  }
+__extension__ using Wide = unsigned __int128;
+
+std::uint64_t mixed(std::uint64_t a, std::uint64_t b) {
+  const Wide product = static_cast<Wide>(a) * b;
+  return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
 }
 
-/// What counts as one object: equal scalars (a NaN equals itself here), the same container.
-struct OneObject {
-  bool operator()(const PropertyList* a, const PropertyList* b) const {
-    if (a->isArray() || a->isDictionary() || b->isArray() || b->isDictionary()) {
-      return PropertyListAccess::node(*a) == PropertyListAccess::node(*b);
+/// Bytes as a number. Where this process happens to lie in memory takes part, so that nobody can prepare names
+/// that come to the same one.
+std::uint64_t hashOf(const char* bytes, std::size_t size) {
+  static const char anchor = 0;
+  constexpr std::uint64_t kFirst = 0x9E3779B97F4A7C15;
+  constexpr std::uint64_t kSecond = 0xD6E8FEB86659FD93;
+  const auto word = [](const char* at, std::size_t count) {
+    std::uint64_t value = 0;
+    std::memcpy(&value, at, count);
+    return value;
+  };
+  std::uint64_t hash = (reinterpret_cast<std::uintptr_t>(&anchor) * kSecond) ^ size;
+  for (; size > 8; bytes += 8, size -= 8) {
+    hash = mixed(hash ^ word(bytes, 8), kFirst);
+  }
+  const std::uint64_t tail = size == 8   ? word(bytes, 8)
+                             : size >= 4 ? word(bytes, 4) << 32 | word(bytes + size - 4, 4)
+                             : size > 0  ? std::uint64_t{static_cast<std::uint8_t>(bytes[0])} << 16 |
+                                              std::uint64_t{static_cast<std::uint8_t>(bytes[size / 2])} << 8 |
+                                              static_cast<std::uint8_t>(bytes[size - 1])
+                                         : 0;
+  return mixed(hash ^ tail, kSecond);
+}
+
+/// What is written once: equal scalars of one sort (a NaN equals itself here, 0.0 and -0.0 differ), or one
+/// container.
+struct Identity {
+  enum Sort : std::uint32_t { none, text, boolean, integer, large, real, date, data, container };
+  Sort sort = none;
+  std::uint64_t number = 0;  ///< the value itself, a hash of its bytes or its address
+
+  explicit Identity(const PropertyList& value) {
+    switch (value.kind()) {
+      case PropertyList::Kind::string:
+        sort = text;
+        number = hashOf(value.string().data(), value.string().size());
+        break;
+      case PropertyList::Kind::number:
+        setNumber(value);
+        break;
+      case PropertyList::Kind::date:
+        sort = date;
+        number = std::bit_cast<std::uint64_t>(value.date().secondsSinceReference);
+        break;
+      case PropertyList::Kind::data:
+        sort = data;
+        number = hashOf(reinterpret_cast<const char*>(value.data().data()), value.data().size());
+        break;
+      case PropertyList::Kind::array:
+      case PropertyList::Kind::dictionary:
+        sort = container;
+        number = PropertyListAccess::bits(value);
+        break;
+      case PropertyList::Kind::absent:
+        break;
     }
-    const auto bits = [](const PropertyList& v) {
-      return std::bit_cast<std::uint64_t>(v.isDate() ? v.date().secondsSinceReference : v.doubleValue());
-    };
-    const bool floating = a->isDate() || (a->isNumber() && a->numberKind() == PropertyList::NumberKind::real);
-    if (floating && a->kind() == b->kind() && a->numberKind() == b->numberKind()) {
-      return bits(*a) == bits(*b);  // tells 0.0 from -0.0, which are equal but not the same
+  }
+
+  void setNumber(const PropertyList& value) {
+    switch (value.numberKind()) {
+      case PropertyList::NumberKind::boolean:
+        sort = boolean;
+        break;
+      case PropertyList::NumberKind::signedInteger:
+        sort = integer;
+        break;
+      case PropertyList::NumberKind::unsignedInteger:
+        sort = value.longLongValue() < 0 ? large : integer;
+        break;
+      case PropertyList::NumberKind::real:
+        sort = real;
+        number = std::bit_cast<std::uint64_t>(value.doubleValue());
+        return;
     }
-    return a->identical(*b);
+    number = static_cast<std::uint64_t>(value.longLongValue());
   }
 };
-struct HashObject {
-  std::size_t operator()(const PropertyList* value) const { return hashOf(*value); }
+
+/// The numbers that objects have got, by their identities: a table with a place for each, more than half of
+/// them free.
+class Numbers {
+ public:
+  using Reference = std::uint32_t;
+
+  /// The number of an object that is equal to `value`, or `next` after it got that one.
+  Reference find(const PropertyList& value, Reference next, const std::vector<const PropertyList*>& objects) {
+    const Identity identity(value);
+    if (2 * (used_ + 1) > places_.size()) {
+      grow();
+    }
+    for (std::size_t i = start(identity.number, identity.sort);; i = (i + 1) & (places_.size() - 1)) {
+      Place& place = places_[i];
+      if (place.sort == Identity::none) {
+        place = {identity.number, identity.sort, next};
+        ++used_;
+        return next;
+      }
+      if (place.number == identity.number && place.sort == identity.sort &&
+          hasSameBytes(value, identity.sort, *objects[place.reference])) {
+        return place.reference;
+      }
+    }
+  }
+
+ private:
+  struct Place {
+    std::uint64_t number = 0;
+    Identity::Sort sort = Identity::none;
+    Reference reference = 0;
+  };
+
+  static bool hasSameBytes(const PropertyList& a, Identity::Sort sort, const PropertyList& b) {
+    return sort == Identity::text   ? a.string() == b.string()
+           : sort == Identity::data ? std::ranges::equal(a.data(), b.data())
+                                    : true;
+  }
+
+  std::size_t start(std::uint64_t number, Identity::Sort sort) const {
+    return mixed(number ^ sort, 0x9E3779B97F4A7C15) & (places_.size() - 1);
+  }
+
+  void grow() {
+    std::vector<Place> old(4 * places_.size());
+    old.swap(places_);
+    for (const Place& place : old) {
+      if (place.sort != Identity::none) {
+        std::size_t i = start(place.number, place.sort);
+        while (places_[i].sort != Identity::none) {
+          i = (i + 1) & (places_.size() - 1);
+        }
+        places_[i] = place;
+      }
+    }
+  }
+
+  std::vector<Place> places_ = std::vector<Place>(64);
+  std::size_t used_ = 0;
 };
 
 class Writer {
@@ -67,55 +171,115 @@ class Writer {
   Bytes write(const PropertyList& value) {
     number(value, 1);
     referenceSize_ = widthFor(objects_.size() - 1);
-    bytes_.assign(kBinaryPropertyListMagic.begin(), kBinaryPropertyListMagic.end());
+    room(0);
+    std::memcpy(bytes_.data(), kBinaryPropertyListMagic.data(), kBinaryPropertyListMagic.size());
+    size_ = kBinaryPropertyListMagic.size();
     std::vector<std::uint64_t> offsets;
     offsets.reserve(objects_.size());
     for (const PropertyList* object : objects_) {
-      offsets.push_back(bytes_.size());
+      offsets.push_back(size_);
       put(*object);
     }
-    const std::uint64_t table = bytes_.size();
+    const std::uint64_t table = size_;
     const std::size_t offsetSize = widthFor(table);
+    room(offsets.size() * offsetSize + 32);
     for (const std::uint64_t offset : offsets) {
       putBigEndian(offset, offsetSize);
     }
-    bytes_.insert(bytes_.end(), 6, 0);
-    bytes_.push_back(static_cast<std::uint8_t>(offsetSize));
-    bytes_.push_back(static_cast<std::uint8_t>(referenceSize_));
+    putBigEndian(0, 6);
+    putBigEndian(offsetSize, 1);
+    putBigEndian(referenceSize_, 1);
     putBigEndian(objects_.size(), 8);
     putBigEndian(0, 8);
     putBigEndian(table, 8);
+    bytes_.resize(size_);
     return std::move(bytes_);
   }
 
  private:
+  using Reference = Numbers::Reference;
+
+  struct Numbered {
+    Reference reference;
+    int height;
+  };
+
   /// Numbers an object and what it holds, each container before its members and a dictionary's keys before
   /// its values. The height of a container that was met before may be reached on a deeper path now.
-  int number(const PropertyList& value, int depth) {
+  Numbered number(const PropertyList& value, int depth) {
     if (value.isAbsent()) {
       throw PropertyListError("A container holds no value where one belongs.");
     }
-    const auto [place, isNew] = numbers_.try_emplace(&value, Numbered{objects_.size(), 0});
-    Numbered& numbered = place->second;  // stays where it is while the map grows
-    if (!isNew) {
-      checkDepth(depth + numbered.height - 1);
-      return numbered.height;
-    }
-    objects_.push_back(&value);
-    if (!value.isArray() && !value.isDictionary()) {
-      return 0;
-    }
-    checkDepth(depth);
-    int height = 0;
-    const PropertyListNode* node = PropertyListAccess::node(value);
-    const std::size_t step = value.isDictionary() ? 2 : 1;
-    for (std::size_t first = 0; first < step; ++first) {
-      for (std::size_t i = first; i < node->handleCount(); i += step) {
-        height = std::max(height, number(node->handles()[i], depth + 1));
+    const PropertyListNode* container =
+        value.isArray() || value.isDictionary() ? PropertyListAccess::node(value) : nullptr;
+    const Reference next = nextReference();
+    // A container that only one other refers to is met once.
+    if (container == nullptr || container->isShared()) {
+      const Reference reference = numbers_.find(value, next, objects_);
+      if (reference != next) {
+        const auto known = container == nullptr ? heights_.end() : heights_.find(reference);
+        const int height = known == heights_.end() ? 0 : known->second;
+        checkDepth(depth + height - 1);
+        return {reference, height};
       }
     }
-    numbered.height = height + 1;
-    return numbered.height;
+    objects_.push_back(&value);
+    if (container == nullptr) {
+      return {next, 0};
+    }
+    checkDepth(depth);
+    const int height = 1 + numberMembers(*container, depth + 1);
+    if (container->isShared()) {
+      heights_[next] = height;
+    }
+    return {next, height};
+  }
+
+  Reference nextReference() const {
+    if (objects_.size() > UINT32_MAX) {
+      throw PropertyListError("There are more than 4294967295 objects.");
+    }
+    return static_cast<Reference>(objects_.size());
+  }
+
+  /// The height of the highest member. The references stand in `members_` in the order in which the
+  /// containers are written.
+  int numberMembers(const PropertyListNode& container, int depth) {
+    const std::size_t first = members_.size();
+    const bool isDictionary = container.kind == PropertyList::Kind::dictionary;
+    members_.resize(first + container.count * (isDictionary ? 2 : 1));
+    std::size_t at = first;
+    if (isDictionary) {
+      numberKeys(*container.keys(), first);
+      at += container.count;
+    }
+    int height = 0;
+    for (std::size_t i = 0; i < container.count; ++i, ++at) {
+      const Numbered member = number(container.members()[i], depth);
+      members_[at] = member.reference;
+      height = std::max(height, member.height);
+    }
+    return height;
+  }
+
+  void numberKeys(const PropertyListNode& keys, std::size_t first) {
+    for (const KnownKeys& known : knownKeys_) {
+      if (known.keys == &keys) {
+        std::copy_n(members_.begin() + static_cast<std::ptrdiff_t>(known.first), keys.count,
+                    members_.begin() + static_cast<std::ptrdiff_t>(first));
+        return;
+      }
+    }
+    for (std::size_t i = 0; i < keys.count; ++i) {
+      const Reference next = nextReference();
+      members_[first + i] = numbers_.find(keys.handles()[i], next, objects_);
+      if (members_[first + i] == next) {
+        objects_.push_back(&keys.handles()[i]);
+      }
+    }
+    if (keys.isShared()) {
+      knownKeys_[nextKnownKeys_++ % knownKeys_.size()] = {&keys, first};
+    }
   }
 
   static void checkDepth(int depth) {
@@ -125,26 +289,48 @@ class Writer {
     }
   }
 
-  void putBigEndian(std::uint64_t value, std::size_t width) {
-    for (std::size_t i = width; i > 0; --i) {
-      bytes_.push_back(static_cast<std::uint8_t>(value >> (8 * (i - 1))));
+  /// Makes sure that `count` bytes and the few that a number is longer than its width can be put.
+  void room(std::size_t count) {
+    const std::size_t needed = size_ + count + kSlack;
+    if (needed > bytes_.size()) {
+      bytes_.resize(std::max({needed, 2 * bytes_.size(), std::size_t{512}}));
     }
   }
 
+  /// Into the room that was made.
+  void putBigEndian(std::uint64_t value, std::size_t width) {
+    value <<= 64 - 8 * width;
+    if constexpr (std::endian::native == std::endian::little) {
+      value = __builtin_bswap64(value);
+    }
+    std::memcpy(&bytes_[size_], &value, sizeof(value));
+    size_ += width;
+  }
+
+  void putBytes(const void* bytes, std::size_t count) {
+    if (count > 0) {
+      std::memcpy(&bytes_[size_], bytes, count);
+      size_ += count;
+    }
+  }
+
+  void putByte(std::uint8_t byte) { bytes_[size_++] = byte; }
+
   void putUnsigned(std::uint64_t value) {
     const std::size_t width = widthFor(value);
-    bytes_.push_back(static_cast<std::uint8_t>(0x10 | std::countr_zero(width)));
+    putByte(static_cast<std::uint8_t>(0x10 | std::countr_zero(width)));
     putBigEndian(value, width);
   }
 
   void putMarker(std::uint8_t kind, std::size_t count) {
-    bytes_.push_back(static_cast<std::uint8_t>(std::size_t{kind} << 4 | std::min<std::size_t>(count, 0x0F)));
+    putByte(static_cast<std::uint8_t>(std::size_t{kind} << 4 | std::min<std::size_t>(count, 0x0F)));
     if (count >= 0x0F) {
       putUnsigned(count);
     }
   }
 
   void put(const PropertyList& value) {
+    room(kLongestScalar);
     switch (value.kind()) {
       case PropertyList::Kind::string:
         putString(value.string());
@@ -153,21 +339,21 @@ class Writer {
         putNumber(value);
         return;
       case PropertyList::Kind::date:
-        bytes_.push_back(0x33);
+        putByte(0x33);
         putBigEndian(std::bit_cast<std::uint64_t>(value.date().secondsSinceReference), 8);
         return;
       case PropertyList::Kind::data:
         putMarker(0x4, value.data().size());
-        bytes_.insert(bytes_.end(), value.data().begin(), value.data().end());
+        room(value.data().size());
+        putBytes(value.data().data(), value.data().size());
         return;
       case PropertyList::Kind::array:
         putMarker(0xA, value.count());
-        putMembers(value, 0, 1);
+        putMembers(value.count());
         return;
       case PropertyList::Kind::dictionary:
         putMarker(0xD, value.count());
-        putMembers(value, 0, 2);
-        putMembers(value, 1, 2);
+        putMembers(2 * value.count());
         return;
       case PropertyList::Kind::absent:
         return;  // refused while numbering
@@ -175,13 +361,15 @@ class Writer {
   }
 
   void putString(std::string_view text) {
-    if (std::all_of(text.begin(), text.end(), [](char c) { return static_cast<std::uint8_t>(c) < 128; })) {
+    if (isAscii(text)) {
       putMarker(0x5, text.size());
-      bytes_.insert(bytes_.end(), text.begin(), text.end());
+      room(text.size());
+      putBytes(text.data(), text.size());
       return;
     }
     const std::u16string units = utf16FromUtf8(text);
     putMarker(0x6, units.size());
+    room(2 * units.size());
     for (const char16_t unit : units) {
       putBigEndian(unit, 2);
     }
@@ -190,15 +378,15 @@ class Writer {
   void putNumber(const PropertyList& value) {
     switch (value.numberKind()) {
       case PropertyList::NumberKind::boolean:
-        bytes_.push_back(value.boolValue() ? 0x09 : 0x08);
+        putByte(value.boolValue() ? 0x09 : 0x08);
         return;
       case PropertyList::NumberKind::real:
-        bytes_.push_back(0x23);
+        putByte(0x23);
         putBigEndian(std::bit_cast<std::uint64_t>(value.doubleValue()), 8);
         return;
       case PropertyList::NumberKind::unsignedInteger:
         if (value.longLongValue() < 0) {
-          bytes_.push_back(0x14);
+          putByte(0x14);
           putBigEndian(0, 8);
           putBigEndian(value.unsignedLongLongValue(), 8);
           return;
@@ -210,21 +398,31 @@ class Writer {
     putUnsigned(value.unsignedLongLongValue());  // a negative one fills 8 bytes by itself
   }
 
-  void putMembers(const PropertyList& container, std::size_t first, std::size_t step) {
-    const PropertyListNode* node = PropertyListAccess::node(container);
-    for (std::size_t i = first; i < node->handleCount(); i += step) {
-      putBigEndian(numbers_.at(&node->handles()[i]).reference, referenceSize_);
+  void putMembers(std::size_t count) {
+    room(count * referenceSize_);
+    for (std::size_t i = 0; i < count; ++i) {
+      putBigEndian(members_[nextMember_++], referenceSize_);
     }
   }
 
-  struct Numbered {
-    std::size_t reference;
-    int height;
+  static constexpr std::size_t kLongestScalar = 17;
+  static constexpr std::size_t kSlack = 8;
+
+  struct KnownKeys {
+    const PropertyListNode* keys = nullptr;
+    std::size_t first = 0;  ///< in members_
   };
-  std::unordered_map<const PropertyList*, Numbered, HashObject, OneObject> numbers_;
+
+  Numbers numbers_;
   std::vector<const PropertyList*> objects_;
+  std::vector<Reference> members_;
+  std::size_t nextMember_ = 0;
+  std::unordered_map<Reference, int> heights_;  // of containers that several refer to
+  std::array<KnownKeys, 4> knownKeys_;
+  std::size_t nextKnownKeys_ = 0;
   std::size_t referenceSize_ = 1;
   Bytes bytes_;
+  std::size_t size_ = 0;
 };
 
 }  // namespace
