@@ -1,5 +1,5 @@
-// Property lists to bytes and back, against others on the same data: libplist and GNUstep's base library in the
-// same formats, RapidJSON in its own, and a copy of the bytes.
+// Property lists to bytes and back, against others on the same data: libplist and GNUstep's base library in
+// the same formats, RapidJSON in its own, and a copy of the bytes.
 #include <benchmark/benchmark.h>
 #include <plist/plist.h>
 #include <rapidjson/document.h>
@@ -175,8 +175,10 @@ struct Codec {
 };
 
 constexpr Codec kCodecs[] = {
-    {"keldane", keldaneDecode, keldaneEncode},       {"libplist", libplistDecode, libplistEncode},
-    {"gnustep", gnustepDecode, gnustepEncode},       {"rapidjson", rapidjsonDecode, rapidjsonEncode},
+    {"keldane", keldaneDecode, keldaneEncode},
+    {"libplist", libplistDecode, libplistEncode},
+    {"gnustep", gnustepDecode, gnustepEncode},
+    {"rapidjson", rapidjsonDecode, rapidjsonEncode},
     {"copy", copyBytes, copyBytes},
 };
 
@@ -184,13 +186,14 @@ void registerAll() {
   for (const Format format : {Format::binary, Format::xml}) {
     for (const Sample& sample : kSamples) {
       for (const Codec& codec : kCodecs) {
-        const std::string tail = std::string(format == Format::binary ? "/binary/" : "/xml/") + sample.name +
-                                 "/" + codec.name;
-        for (const auto& [verb, run] : {std::pair("decode", codec.decode), std::pair("encode", codec.encode)}) {
-          benchmark::RegisterBenchmark(
-              (verb + tail).c_str(),
-              [run = run, &sample, format](benchmark::State& state) { run(state, sample, format); })
-              ->Unit(benchmark::kMicrosecond);
+        const std::string tail =
+            std::string(format == Format::binary ? "/binary/" : "/xml/") + sample.name + "/" + codec.name;
+        for (const auto& [verb, run] :
+             {std::pair("decode", codec.decode), std::pair("encode", codec.encode)}) {
+          benchmark::RegisterBenchmark((verb + tail).c_str(), [run = run, &sample,
+                                                               format](benchmark::State& state) {
+            run(state, sample, format);
+          })->Unit(benchmark::kMicrosecond);
         }
       }
     }

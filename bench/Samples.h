@@ -9,23 +9,15 @@ namespace keldane::bench {
 
 /// The dictionary of one file, as the daemon answers it; no two numbers have the same path or size.
 inline PropertyList nodeDictionary(int number) {
+  static const PropertyList::Keys keys = {
+      "fileName",    "displayName", "path",    "isDirectory", "state", "backupFlags", "simpleFlags",
+      "backupColor", "backupDate",  "version", "totalCount",  "size",  "uid",         "gid"};
   const std::string name = "Quarterly report " + std::to_string(number) + ".odt";
-  return PropertyList::dictionary({
-      {"fileName", name},
-      {"displayName", name},
-      {"path", "/home/somebody/Documents/Reports/" + name},
-      {"isDirectory", false},
-      {"state", number % 3 == 0 ? "Backed up" : "Waiting to be backed up"},
-      {"backupFlags", 0x80000080U},
-      {"simpleFlags", 0x000600C3U},
-      {"backupColor", 3U},
-      {"backupDate", Date::fromUnixTime(1700000000 + number % 1000)},
-      {"version", 1 + number % 5},
-      {"totalCount", 1U},
-      {"size", std::uint64_t{20480} + static_cast<std::uint64_t>(number)},
-      {"uid", 1000U},
-      {"gid", 1000U},
-  });
+  return PropertyList::dictionary(
+      keys, {name, name, "/home/somebody/Documents/Reports/" + name, false,
+             number % 3 == 0 ? "Backed up" : "Waiting to be backed up", 0x80000080U, 0x000600C3U, 3U,
+             Date::fromUnixTime(1700000000 + number % 1000), 1 + number % 5, 1U,
+             std::uint64_t{20480} + static_cast<std::uint64_t>(number), 1000U, 1000U});
 }
 
 inline PropertyList nodeDictionaries(int count) {

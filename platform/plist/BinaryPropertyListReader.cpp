@@ -346,8 +346,8 @@ class Reader {
     }
     PropertyListNode* node = container(PropertyList::Kind::dictionary, length, 1 + length);
     PropertyList value = PropertyListAccess::adopt(node);
-    new (node->handles()) PropertyList(
-        PropertyListAccess::shareUnpublished(reinterpret_cast<std::uintptr_t>(keys)));
+    new (node->handles())
+        PropertyList(PropertyListAccess::shareUnpublished(reinterpret_cast<std::uintptr_t>(keys)));
     readMembers(target, start, values, depth, node->values(), length);
     return value;
   }

@@ -27,8 +27,8 @@ std::uint64_t mixed(std::uint64_t a, std::uint64_t b) {
   return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
 }
 
-/// Bytes as a number. Where this process happens to lie in memory takes part, so that nobody can prepare names
-/// that come to the same one.
+/// Bytes as a number. Where this process happens to lie in memory takes part, so that nobody can prepare
+/// names that come to the same one.
 std::uint64_t hashOf(const char* bytes, std::size_t size) {
   static const char anchor = 0;
   constexpr std::uint64_t kFirst = 0x9E3779B97F4A7C15;
@@ -47,7 +47,7 @@ std::uint64_t hashOf(const char* bytes, std::size_t size) {
                              : size > 0  ? std::uint64_t{static_cast<std::uint8_t>(bytes[0])} << 16 |
                                               std::uint64_t{static_cast<std::uint8_t>(bytes[size / 2])} << 8 |
                                               static_cast<std::uint8_t>(bytes[size - 1])
-                                         : 0;
+                                        : 0;
   return mixed(hash ^ tail, kSecond);
 }
 
@@ -59,49 +59,44 @@ struct Identity {
   std::uint64_t number = 0;  ///< the value itself, a hash of its bytes or its address
 
   explicit Identity(const PropertyList& value) {
-    switch (value.kind()) {
+    const PropertyListNode* node = PropertyListAccess::node(value);
+    if (node == nullptr) {
+      setInteger(PropertyListAccess::inlineKind(value), PropertyListAccess::inlineValue(value));
+      return;
+    }
+    switch (node->kind) {
       case PropertyList::Kind::string:
         sort = text;
-        number = hashOf(value.string().data(), value.string().size());
-        break;
+        number = hashOf(node->bytes(), node->count);
+        return;
       case PropertyList::Kind::number:
-        setNumber(value);
-        break;
+        if (node->numberKind != PropertyList::NumberKind::real) {
+          setInteger(node->numberKind, node->scalar.signedInteger);
+          return;
+        }
+        sort = real;
+        number = std::bit_cast<std::uint64_t>(node->scalar.real);
+        return;
       case PropertyList::Kind::date:
         sort = date;
-        number = std::bit_cast<std::uint64_t>(value.date().secondsSinceReference);
-        break;
+        number = std::bit_cast<std::uint64_t>(node->scalar.real);
+        return;
       case PropertyList::Kind::data:
         sort = data;
-        number = hashOf(reinterpret_cast<const char*>(value.data().data()), value.data().size());
-        break;
-      case PropertyList::Kind::array:
-      case PropertyList::Kind::dictionary:
+        number = hashOf(node->bytes(), node->count);
+        return;
+      default:
         sort = container;
         number = PropertyListAccess::bits(value);
-        break;
-      case PropertyList::Kind::absent:
-        break;
+        return;
     }
   }
 
-  void setNumber(const PropertyList& value) {
-    switch (value.numberKind()) {
-      case PropertyList::NumberKind::boolean:
-        sort = boolean;
-        break;
-      case PropertyList::NumberKind::signedInteger:
-        sort = integer;
-        break;
-      case PropertyList::NumberKind::unsignedInteger:
-        sort = value.longLongValue() < 0 ? large : integer;
-        break;
-      case PropertyList::NumberKind::real:
-        sort = real;
-        number = std::bit_cast<std::uint64_t>(value.doubleValue());
-        return;
-    }
-    number = static_cast<std::uint64_t>(value.longLongValue());
+  void setInteger(PropertyList::NumberKind kind, std::int64_t value) {
+    sort = kind == PropertyList::NumberKind::boolean                        ? boolean
+           : kind == PropertyList::NumberKind::unsignedInteger && value < 0 ? large
+                                                                            : integer;
+    number = static_cast<std::uint64_t>(value);
   }
 };
 
@@ -139,9 +134,13 @@ class Numbers {
   };
 
   static bool hasSameBytes(const PropertyList& a, Identity::Sort sort, const PropertyList& b) {
-    return sort == Identity::text   ? a.string() == b.string()
-           : sort == Identity::data ? std::ranges::equal(a.data(), b.data())
-                                    : true;
+    if (sort != Identity::text && sort != Identity::data) {
+      return true;
+    }
+    const PropertyListNode& first = *PropertyListAccess::node(a);
+    const PropertyListNode& second = *PropertyListAccess::node(b);
+    return &first == &second ||
+           (first.count == second.count && std::memcmp(first.bytes(), second.bytes(), first.count) == 0);
   }
 
   std::size_t start(std::uint64_t number, Identity::Sort sort) const {
@@ -210,8 +209,11 @@ class Writer {
     if (value.isAbsent()) {
       throw PropertyListError("A container holds no value where one belongs.");
     }
-    const PropertyListNode* container =
-        value.isArray() || value.isDictionary() ? PropertyListAccess::node(value) : nullptr;
+    const PropertyListNode* container = PropertyListAccess::node(value);
+    if (container != nullptr && container->kind != PropertyList::Kind::array &&
+        container->kind != PropertyList::Kind::dictionary) {
+      container = nullptr;
+    }
     const Reference next = nextReference();
     // A container that only one other refers to is met once.
     if (container == nullptr || container->isShared()) {
@@ -309,6 +311,7 @@ class Writer {
 
   void putBytes(const void* bytes, std::size_t count) {
     if (count > 0) {
+      room(count);
       std::memcpy(&bytes_[size_], bytes, count);
       size_ += count;
     }
@@ -331,29 +334,38 @@ class Writer {
 
   void put(const PropertyList& value) {
     room(kLongestScalar);
-    switch (value.kind()) {
+    const PropertyListNode* node = PropertyListAccess::node(value);
+    if (node == nullptr) {
+      putInteger(PropertyListAccess::inlineKind(value), PropertyListAccess::inlineValue(value));
+      return;
+    }
+    switch (node->kind) {
       case PropertyList::Kind::string:
-        putString(value.string());
+        putString({node->bytes(), node->count});
         return;
       case PropertyList::Kind::number:
-        putNumber(value);
+        if (node->numberKind != PropertyList::NumberKind::real) {
+          putInteger(node->numberKind, node->scalar.signedInteger);
+          return;
+        }
+        putByte(0x23);
+        putBigEndian(std::bit_cast<std::uint64_t>(node->scalar.real), 8);
         return;
       case PropertyList::Kind::date:
         putByte(0x33);
-        putBigEndian(std::bit_cast<std::uint64_t>(value.date().secondsSinceReference), 8);
+        putBigEndian(std::bit_cast<std::uint64_t>(node->scalar.real), 8);
         return;
       case PropertyList::Kind::data:
-        putMarker(0x4, value.data().size());
-        room(value.data().size());
-        putBytes(value.data().data(), value.data().size());
+        putMarker(0x4, node->count);
+        putBytes(node->bytes(), node->count);
         return;
       case PropertyList::Kind::array:
-        putMarker(0xA, value.count());
-        putMembers(value.count());
+        putMarker(0xA, node->count);
+        putMembers(node->count);
         return;
       case PropertyList::Kind::dictionary:
-        putMarker(0xD, value.count());
-        putMembers(2 * value.count());
+        putMarker(0xD, node->count);
+        putMembers(2 * node->count);
         return;
       case PropertyList::Kind::absent:
         return;  // refused while numbering
@@ -363,7 +375,6 @@ class Writer {
   void putString(std::string_view text) {
     if (isAscii(text)) {
       putMarker(0x5, text.size());
-      room(text.size());
       putBytes(text.data(), text.size());
       return;
     }
@@ -375,27 +386,17 @@ class Writer {
     }
   }
 
-  void putNumber(const PropertyList& value) {
-    switch (value.numberKind()) {
-      case PropertyList::NumberKind::boolean:
-        putByte(value.boolValue() ? 0x09 : 0x08);
-        return;
-      case PropertyList::NumberKind::real:
-        putByte(0x23);
-        putBigEndian(std::bit_cast<std::uint64_t>(value.doubleValue()), 8);
-        return;
-      case PropertyList::NumberKind::unsignedInteger:
-        if (value.longLongValue() < 0) {
-          putByte(0x14);
-          putBigEndian(0, 8);
-          putBigEndian(value.unsignedLongLongValue(), 8);
-          return;
-        }
-        break;
-      case PropertyList::NumberKind::signedInteger:
-        break;
+  void putInteger(PropertyList::NumberKind kind, std::int64_t value) {
+    const auto bits = static_cast<std::uint64_t>(value);
+    if (kind == PropertyList::NumberKind::boolean) {
+      putByte(value != 0 ? 0x09 : 0x08);
+    } else if (kind == PropertyList::NumberKind::unsignedInteger && value < 0) {  // above the signed range
+      putByte(0x14);
+      putBigEndian(0, 8);
+      putBigEndian(bits, 8);
+    } else {
+      putUnsigned(bits);  // a negative one fills 8 bytes by itself
     }
-    putUnsigned(value.unsignedLongLongValue());  // a negative one fills 8 bytes by itself
   }
 
   void putMembers(std::size_t count) {

@@ -278,9 +278,9 @@ PropertyList::Keys::Keys(std::initializer_list<std::string_view> names)
 
 PropertyList PropertyList::dictionary(const Keys& keys, std::initializer_list<PropertyList> values) {
   const Node* names = PropertyListAccess::node(keys.keys_);
-  if (values.size() == names->count && std::none_of(values.begin(), values.end(), [](const PropertyList& value) {
-        return value.isAbsent();
-      })) {
+  if (values.size() == names->count &&
+      std::none_of(values.begin(), values.end(),
+                   [](const PropertyList& value) { return value.isAbsent(); })) {
     Node* node = Node::allocateDictionary(keys.keys_);
     std::copy(values.begin(), values.end(), node->values());
     return PropertyListAccess::adopt(node);

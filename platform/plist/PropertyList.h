@@ -151,8 +151,8 @@ class PropertyList {
   std::uintptr_t bits_ = 0;
 };
 
-/// The keys of many dictionaries, made once: those that share them take less memory, and less time to make, to
-/// compare and to write. No two of the names are equal. Any thread.
+/// The keys of many dictionaries, made once: those that share them take less memory, and less time to make,
+/// to compare and to write. No two of the names are equal. Any thread.
 class PropertyList::Keys {
  public:
   Keys(std::initializer_list<std::string_view> names);
