@@ -106,6 +106,9 @@ class Numbers {
  public:
   using Reference = std::uint32_t;
 
+  /// `places` is a power of two.
+  explicit Numbers(std::size_t places) : places_(places) {}
+
   /// The number of an object that is equal to `value`, or `next` after it got that one.
   Reference find(const PropertyList& value, Reference next, const std::vector<const PropertyList*>& objects) {
     const Identity identity(value);
@@ -161,16 +164,23 @@ class Numbers {
     }
   }
 
-  std::vector<Place> places_ = std::vector<Place>(64);
+  std::vector<Place> places_;
   std::size_t used_ = 0;
 };
 
 class Writer {
  public:
+  /// Mostly it is one message, or an array of dictionaries with about four objects each that no other has.
+  explicit Writer(const PropertyList& value)
+      : numbers_(std::bit_ceil(std::clamp<std::size_t>(8 * value.count(), 64, std::size_t{1} << 20))) {}
+
   Bytes write(const PropertyList& value) {
+    objects_.reserve(kFewObjects);
+    members_.reserve(kFewObjects);
     number(value, 1);
     referenceSize_ = widthFor(objects_.size() - 1);
-    room(0);
+    // About what it comes to: a few bytes an object, its text, its members and its place in the table.
+    room(textSize_ + objects_.size() * 8 + members_.size() * referenceSize_);
     std::memcpy(bytes_.data(), kBinaryPropertyListMagic.data(), kBinaryPropertyListMagic.size());
     size_ = kBinaryPropertyListMagic.size();
     std::vector<std::uint64_t> offsets;
@@ -227,6 +237,7 @@ class Writer {
     }
     objects_.push_back(&value);
     if (container == nullptr) {
+      textSize_ += PropertyListAccess::isInline(value) ? 0 : PropertyListAccess::node(value)->count;
       return {next, 0};
     }
     checkDepth(depth);
@@ -244,44 +255,42 @@ class Writer {
     return static_cast<Reference>(objects_.size());
   }
 
-  /// The height of the highest member. The references stand in `members_` in the order in which the
-  /// containers are written.
+  /// The height of the highest member. The references of the members stand in `members_` in the order in
+  /// which the containers are written; before those of a dictionary's values, where those of its keys stand.
   int numberMembers(const PropertyListNode& container, int depth) {
-    const std::size_t first = members_.size();
-    const bool isDictionary = container.kind == PropertyList::Kind::dictionary;
-    members_.resize(first + container.count * (isDictionary ? 2 : 1));
-    std::size_t at = first;
-    if (isDictionary) {
-      numberKeys(*container.keys(), first);
-      at += container.count;
+    if (container.kind == PropertyList::Kind::dictionary) {
+      const Reference keys = numberedKeys(*container.keys());
+      members_.push_back(keys);
     }
+    const std::size_t first = members_.size();
+    members_.resize(first + container.count);
     int height = 0;
-    for (std::size_t i = 0; i < container.count; ++i, ++at) {
+    for (std::size_t i = 0; i < container.count; ++i) {
       const Numbered member = number(container.members()[i], depth);
-      members_[at] = member.reference;
+      members_[first + i] = member.reference;
       height = std::max(height, member.height);
     }
     return height;
   }
 
-  void numberKeys(const PropertyListNode& keys, std::size_t first) {
+  /// Where in `keys_` the references of the keys stand.
+  Reference numberedKeys(const PropertyListNode& keys) {
     for (const KnownKeys& known : knownKeys_) {
       if (known.keys == &keys) {
-        std::copy_n(members_.begin() + static_cast<std::ptrdiff_t>(known.first), keys.count,
-                    members_.begin() + static_cast<std::ptrdiff_t>(first));
-        return;
+        return known.first;
       }
     }
+    const auto first = static_cast<Reference>(keys_.size());
+    if (keys_.size() + keys.count > UINT32_MAX) {
+      throw PropertyListError("There are more than 4294967295 keys.");
+    }
     for (std::size_t i = 0; i < keys.count; ++i) {
-      const Reference next = nextReference();
-      members_[first + i] = numbers_.find(keys.handles()[i], next, objects_);
-      if (members_[first + i] == next) {
-        objects_.push_back(&keys.handles()[i]);
-      }
+      keys_.push_back(number(keys.handles()[i], 0).reference);
     }
     if (keys.isShared()) {
       knownKeys_[nextKnownKeys_++ % knownKeys_.size()] = {&keys, first};
     }
+    return first;
   }
 
   static void checkDepth(int depth) {
@@ -361,11 +370,14 @@ class Writer {
         return;
       case PropertyList::Kind::array:
         putMarker(0xA, node->count);
-        putMembers(node->count);
+        putReferences(members_, nextMember_, node->count);
+        nextMember_ += node->count;
         return;
       case PropertyList::Kind::dictionary:
         putMarker(0xD, node->count);
-        putMembers(2 * node->count);
+        putReferences(keys_, members_[nextMember_++], node->count);
+        putReferences(members_, nextMember_, node->count);
+        nextMember_ += node->count;
         return;
       case PropertyList::Kind::absent:
         return;  // refused while numbering
@@ -399,23 +411,26 @@ class Writer {
     }
   }
 
-  void putMembers(std::size_t count) {
+  void putReferences(const std::vector<Reference>& references, std::size_t first, std::size_t count) {
     room(count * referenceSize_);
-    for (std::size_t i = 0; i < count; ++i) {
-      putBigEndian(members_[nextMember_++], referenceSize_);
+    for (std::size_t i = first; i < first + count; ++i) {
+      putBigEndian(references[i], referenceSize_);
     }
   }
 
   static constexpr std::size_t kLongestScalar = 17;
   static constexpr std::size_t kSlack = 8;
+  static constexpr std::size_t kFewObjects = 32;
 
   struct KnownKeys {
     const PropertyListNode* keys = nullptr;
-    std::size_t first = 0;  ///< in members_
+    Reference first = 0;  ///< in keys_
   };
 
   Numbers numbers_;
   std::vector<const PropertyList*> objects_;
+  std::size_t textSize_ = 0;
+  std::vector<Reference> keys_;
   std::vector<Reference> members_;
   std::size_t nextMember_ = 0;
   std::unordered_map<Reference, int> heights_;  // of containers that several refer to
@@ -428,6 +443,6 @@ class Writer {
 
 }  // namespace
 
-Bytes writeBinaryPropertyList(const PropertyList& value) { return Writer().write(value); }
+Bytes writeBinaryPropertyList(const PropertyList& value) { return Writer(value).write(value); }
 
 }  // namespace keldane

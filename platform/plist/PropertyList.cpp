@@ -248,8 +248,10 @@ bool PropertyListAccess::keysDiffer(const PropertyListNode& keys) noexcept {
       }
       continue;
     }
+    const Node& name = *node(keys.handles()[i]);
     for (std::size_t k = 0; k < i; ++k) {
-      if (key(k) == key(i)) {
+      const Node& other = *node(keys.handles()[k]);
+      if (name.count == other.count && std::memcmp(name.bytes(), other.bytes(), name.count) == 0) {
         return false;
       }
     }
@@ -438,7 +440,8 @@ const PropertyList* PropertyListNode::find(std::string_view key) const noexcept 
   const PropertyList* names = keys()->handles();
   if (count <= kLinearLookUp) {
     for (std::size_t i = 0; i < count; ++i) {
-      if (names[i].string() == key) {
+      const PropertyListNode& name = *PropertyListAccess::node(names[i]);
+      if (name.count == key.size() && std::memcmp(name.bytes(), key.data(), key.size()) == 0) {
         return &values()[i];
       }
     }
