@@ -12,9 +12,10 @@
 
 #include "bench/Allocations.h"
 #include "bench/GnustepPropertyLists.h"
-#include "bench/Samples.h"
+#include "tests/support/Samples.h"
 
 namespace keldane::bench {
+using namespace keldane::testing;
 namespace {
 
 using Format = PropertyListSerialization::Format;

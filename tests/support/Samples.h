@@ -5,7 +5,7 @@
 
 #include "platform/plist/PropertyListSerialization.h"
 
-namespace keldane::bench {
+namespace keldane::testing {
 
 /// The dictionary of one file, as the daemon answers it; no two numbers have the same path or size.
 inline PropertyList nodeDictionary(int number) {
@@ -64,4 +64,4 @@ inline Bytes bytesOf(const PropertyList& value, PropertyListSerialization::Forma
   return PropertyListSerialization::dataFromPropertyList(value, format, nullptr).value();
 }
 
-}  // namespace keldane::bench
+}  // namespace keldane::testing
