@@ -8,8 +8,8 @@
 
 namespace keldane::bench {
 
-/// Listens at `path` and answers the first peer that comes: each question with the entries of `answer`. Returns
-/// when it has gone.
+/// Listens at `path` and answers the first peer that comes: each question with the entries of `answer`.
+/// Returns when it has gone.
 void serveSdBus(const std::string& path, const PropertyList& answer);
 void serveGDBus(const std::string& path, const PropertyList& answer);
 

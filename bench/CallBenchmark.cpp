@@ -1,6 +1,6 @@
 // What asking costs: one question between two processes, and the menu cycles that are made of it, against the
-// floor and against others. A cycle goes through the plug-in's function table on real files; the daemon of both
-// answers at once.
+// floor and against others. A cycle goes through the plug-in's function table on real files; the daemon of
+// both answers at once.
 #include <benchmark/benchmark.h>
 
 #include "bench/Allocations.h"
@@ -68,8 +68,12 @@ void callWithPath(benchmark::State& state, const char* role) {
   }
 }
 
-void callFloor(benchmark::State& state, const char* role, Pieces pieces) {
-  Pair<FloorClient> pair(role, pieces, bytesOf(request(), PropertyListSerialization::Format::binary));
+constexpr std::chrono::microseconds kLooking{50};
+
+void callFloor(benchmark::State& state, const char* role, Pieces pieces,
+               std::chrono::microseconds looking = std::chrono::microseconds(0)) {
+  Pair<FloorClient> pair(role, pieces, bytesOf(request(), PropertyListSerialization::Format::binary),
+                         looking);
   for (auto _ : state) {
     if (pair.client().call() < 2) {
       state.SkipWithError("There was no answer.");
@@ -82,9 +86,10 @@ void callFloor(benchmark::State& state, const char* role, Pieces pieces) {
 /// The plug-in in this process, with files to ask about and a daemon to ask.
 class Scene {
  public:
-  static Scene& shared() {
-    static Scene scene;
-    return scene;
+  /// With the reference daemon, or one that answers at once.
+  static Scene& shared(bool reference) {
+    static Scene scenes[2] = {Scene(false), Scene(true)};
+    return scenes[reference ? 1 : 0];
   }
 
   MenuHost& host() { return host_; }
@@ -118,12 +123,20 @@ class Scene {
   }
 
  private:
-  Scene() : daemon_({KELDANE_BENCH_PEER, "daemon", bundle_.daemonPath()}, bundle_.daemonPath()) {
+  explicit Scene(bool reference) : daemon_(command(reference), bundle_.daemonPath()) {
     Host::shared().setProcess(fourCharCode("MACS"), fourCharCode("FNDR"));
     std::string error;
     if (!host_.load(bundle_.path(), &error)) {
       throw std::runtime_error(error);
     }
+  }
+  std::vector<std::string> command(bool reference) const {
+    const std::string socket = bundle_.daemonPath();
+    return reference ? std::vector<std::string>{KELDANED_PROGRAM, "--foreground",
+                                                "--socket",       socket,
+                                                "--store",        bundle_.folder() / "store",
+                                                "--root",         bundle_.folder().path().string()}
+                     : std::vector<std::string>{KELDANE_BENCH_PEER, "daemon", socket};
   }
   static bool isFolder(std::size_t index) { return index % 10 == 9; }
 
@@ -133,8 +146,8 @@ class Scene {
   std::size_t made_ = 0;
 };
 
-void cycle(benchmark::State& state) {
-  Scene& scene = Scene::shared();
+void cycle(benchmark::State& state, bool reference) {
+  Scene& scene = Scene::shared(reference);
   const auto count = static_cast<std::size_t>(state.range(0));
   const Selection selection = scene.selection(count);
   const auto run = [&] {
@@ -149,8 +162,7 @@ void cycle(benchmark::State& state) {
   }
   const AllocationCount allocations;
   run();
-  state.counters["allocations/file"] =
-      static_cast<double>(allocations.calls()) / static_cast<double>(count);
+  state.counters["allocations/file"] = static_cast<double>(allocations.calls()) / static_cast<double>(count);
   state.counters["calls"] = static_cast<double>(Scene::calls(count));
 }
 
@@ -181,20 +193,30 @@ void registerAll() {
       {"call/keldane-to-floor", [](benchmark::State& s) { callWithPath<KeldaneClient>(s, "floor"); }},
       {"call/floor", [](benchmark::State& s) { callFloor(s, "floor", Pieces::four); }},
       {"call/floor-in-one", [](benchmark::State& s) { callFloor(s, "floor-in-one", Pieces::one); }},
+      {"call/floor-looking", [](benchmark::State& s) { callFloor(s, "floor", Pieces::four, kLooking); }},
+      {"call/floor-slow", [](benchmark::State& s) { callFloor(s, "slow-floor", Pieces::four); }},
+      {"call/floor-slow-looking",
+       [](benchmark::State& s) { callFloor(s, "slow-floor", Pieces::four, kLooking); }},
       {"call/sd-bus", [](benchmark::State& s) { callWithPath<SdBusClient>(s, "sd-bus"); }},
       {"call/gdbus", [](benchmark::State& s) { callWithPath<GDBusClient>(s, "gdbus"); }},
       {"call/lines", [](benchmark::State& s) { callWithPath<LineClient>(s, "lines"); }},
   };
   for (const auto& [name, run] : calls) {
-    benchmark::RegisterBenchmark(name, run)->UseRealTime()->Unit(benchmark::kMicrosecond);
+    benchmark::RegisterBenchmark(name, run)->MeasureProcessCPUTime()->UseRealTime()->Unit(
+        benchmark::kMicrosecond);
   }
   for (const auto& [files, iterations] : {std::pair(1, 40), {10, 40}, {100, 8}, {1000, 2}, {10000, 1}}) {
-    benchmark::RegisterBenchmark("cycle", cycle)
+    benchmark::RegisterBenchmark("cycle", [](benchmark::State& s) { cycle(s, false); })
         ->Arg(files)
         ->Iterations(iterations)
         ->UseRealTime()
         ->Unit(benchmark::kMillisecond);
   }
+  benchmark::RegisterBenchmark("cycle-reference", [](benchmark::State& s) { cycle(s, true); })
+      ->Arg(100)
+      ->Iterations(8)
+      ->UseRealTime()
+      ->Unit(benchmark::kMillisecond);
   benchmark::RegisterBenchmark("log/off", logSwitchedOff);
   benchmark::RegisterBenchmark("log/byte-test", byteTest);
 }

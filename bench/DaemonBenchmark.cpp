@@ -119,7 +119,8 @@ void manyClients(benchmark::State& state) {
   std::vector<pollfd> polled;
   for (int i = 0; i < state.range(0); ++i) {
     clients.push_back(std::make_unique<Client>(scene.socket()));
-    questions.push_back(questionAbout("dictionaryForPath:withDirSizes:", scene.files() + "/" + Scene::name(i), true));
+    questions.push_back(
+        questionAbout("dictionaryForPath:withDirSizes:", scene.files() + "/" + Scene::name(i), true));
     polled.push_back({clients.back()->descriptor(), POLLIN, 0});
   }
   std::vector<double> times;
@@ -145,7 +146,8 @@ void manyClients(benchmark::State& state) {
   }
   std::sort(times.begin(), times.end());
   const auto percentile = [&](double part) {
-    return times[std::min(times.size() - 1, static_cast<std::size_t>(part * static_cast<double>(times.size())))];
+    return times[std::min(times.size() - 1,
+                          static_cast<std::size_t>(part * static_cast<double>(times.size())))];
   };
   state.SetItemsProcessed(static_cast<std::int64_t>(times.size()));
   state.counters["p50"] = percentile(0.5);
@@ -165,9 +167,20 @@ void listing(benchmark::State& state) {
   state.counters["bytes"] = static_cast<double>(client.received());
 }
 
-BENCHMARK(manyClients)->Name("daemon/clients")->Arg(1)->Arg(10)->Arg(100)->Arg(500)->Iterations(1)->UseRealTime()->Unit(
-    benchmark::kMillisecond);
-BENCHMARK(listing)->Name("daemon/children100000")->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(manyClients)
+    ->Name("daemon/clients")
+    ->Arg(1)
+    ->Arg(10)
+    ->Arg(100)
+    ->Arg(500)
+    ->Iterations(1)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(listing)
+    ->Name("daemon/children100000")
+    ->Iterations(1)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
 
 }  // namespace
 }  // namespace keldane::bench

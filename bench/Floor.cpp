@@ -4,8 +4,10 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 #include "Common/KeldSocket.h"
 
@@ -44,9 +46,22 @@ bool sendAll(int socket, const void* bytes, std::size_t size) {
   return true;
 }
 
-bool readAll(int socket, void* bytes, std::size_t size) {
+ssize_t readSome(int socket, void* bytes, std::size_t size, std::chrono::microseconds looking) {
+  if (looking.count() > 0) {
+    const auto end = std::chrono::steady_clock::now() + looking;
+    do {
+      const ssize_t got = ::recv(socket, bytes, size, MSG_DONTWAIT);
+      if (got >= 0 || errno != EAGAIN) {
+        return got;
+      }
+    } while (std::chrono::steady_clock::now() < end);
+  }
+  return ::read(socket, bytes, size);
+}
+
+bool readAll(int socket, void* bytes, std::size_t size, std::chrono::microseconds looking) {
   for (char* next = static_cast<char*>(bytes); size > 0;) {
-    const ssize_t got = ::read(socket, next, size);
+    const ssize_t got = readSome(socket, next, size, looking);
     if (got < 1) {
       return false;
     }
@@ -77,22 +92,23 @@ bool sendMessage(int socket, Pieces pieces, const Bytes& frame) {
 }
 
 /// The payload; in one piece the whole message, which is as long as the last one was.
-bool readMessage(int socket, Pieces pieces, Bytes& payload) {
+bool readMessage(int socket, Pieces pieces, Bytes& payload,
+                 std::chrono::microseconds looking = std::chrono::microseconds(0)) {
   if (pieces == Pieces::one) {
     payload.resize(4096);
-    const ssize_t got = ::read(socket, payload.data(), payload.size());
+    const ssize_t got = readSome(socket, payload.data(), payload.size(), looking);
     payload.resize(got < 1 ? 0 : static_cast<std::size_t>(got));
     return got > 0;
   }
   char marker[kFrameMarker.size()];
   std::int32_t type = 0;
   std::uint32_t length = 0;
-  if (!readAll(socket, marker, sizeof(marker)) || !readAll(socket, &type, sizeof(type)) ||
-      !readAll(socket, &length, sizeof(length))) {
+  if (!readAll(socket, marker, sizeof(marker), looking) || !readAll(socket, &type, sizeof(type), looking) ||
+      !readAll(socket, &length, sizeof(length), looking)) {
     return false;
   }
   payload.resize(length);
-  return readAll(socket, payload.data(), length);
+  return readAll(socket, payload.data(), length, looking);
 }
 
 }  // namespace
@@ -106,11 +122,18 @@ Descriptor connectTo(const std::string& path) {
   return socket;
 }
 
-void serveFloor(const std::string& path, Pieces pieces, const Bytes& answer) {
+void serveFloor(const std::string& path, Pieces pieces, const Bytes& answer,
+                std::chrono::microseconds delay) {
   const Descriptor socket = accepted(path);
   const Bytes frame = framed(answer, kResponseFrame);
   Bytes request;
-  while (readMessage(socket.get(), pieces, request) && sendMessage(socket.get(), pieces, frame)) {
+  while (readMessage(socket.get(), pieces, request)) {
+    if (delay.count() > 0) {
+      std::this_thread::sleep_for(delay);
+    }
+    if (!sendMessage(socket.get(), pieces, frame)) {
+      return;
+    }
   }
 }
 
@@ -122,8 +145,13 @@ void serveLines(const std::string& path, const std::string& answer) {
   }
 }
 
-FloorClient::FloorClient(const std::string& path, Pieces pieces, Bytes request)
-    : pieces_(pieces), request_(framed(request, kRequestFrame)), socket_(connectTo(path)), receiver_([this] { receive(); }) {}
+FloorClient::FloorClient(const std::string& path, Pieces pieces, const Bytes& request,
+                         std::chrono::microseconds looking)
+    : pieces_(pieces),
+      looking_(looking),
+      request_(framed(request, kRequestFrame)),
+      socket_(connectTo(path)),
+      receiver_([this] { receive(); }) {}
 
 FloorClient::~FloorClient() {
   ::shutdown(socket_.get(), SHUT_RDWR);
@@ -141,7 +169,7 @@ std::size_t FloorClient::call() {
 void FloorClient::receive() {
   for (;;) {
     Bytes answer;
-    if (!readMessage(socket_.get(), pieces_, answer)) {
+    if (!readMessage(socket_.get(), pieces_, answer, looking_)) {
       return;
     }
     const std::lock_guard guard(mutex_);

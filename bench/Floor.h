@@ -1,6 +1,7 @@
 // The least that a call can cost: the same bytes to and fro without anything that makes or reads them.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -20,15 +21,19 @@ enum class Pieces {
 
 /// Connects to the local socket at `path`.
 Descriptor connectTo(const std::string& path);
-/// Listens there and answers the first peer that comes: each message with `answer`. Returns when it has gone.
-void serveFloor(const std::string& path, Pieces pieces, const Bytes& answer);
+/// Listens there and answers the first peer that comes: each message with `answer`, after a while. Returns
+/// when it has gone.
+void serveFloor(const std::string& path, Pieces pieces, const Bytes& answer,
+                std::chrono::microseconds delay = std::chrono::microseconds(0));
 /// The same for lines of text.
 void serveLines(const std::string& path, const std::string& answer);
 
-/// A caller that sends and then waits until a thread that reads has handed an answer over.
+/// A caller that sends and then waits until a thread that reads has handed an answer over. That thread looks
+/// for the next byte for the time `looking` before it sleeps until one comes.
 class FloorClient {
  public:
-  FloorClient(const std::string& path, Pieces pieces, Bytes request);
+  FloorClient(const std::string& path, Pieces pieces, const Bytes& request,
+              std::chrono::microseconds looking = std::chrono::microseconds(0));
   ~FloorClient();
   FloorClient(const FloorClient&) = delete;
   FloorClient& operator=(const FloorClient&) = delete;
@@ -40,6 +45,7 @@ class FloorClient {
   void receive();
 
   const Pieces pieces_;
+  const std::chrono::microseconds looking_;
   const Bytes request_;
   Descriptor socket_;
   std::mutex mutex_;

@@ -69,9 +69,9 @@ struct GDBusClient::Link {
 void serveGDBus(const std::string& path, const PropertyList& answer) {
   GError* error = nullptr;
   gchar* guid = g_dbus_generate_guid();
-  GDBusServer* server =
-      g_dbus_server_new_sync(("unix:path=" + path).c_str(), G_DBUS_SERVER_FLAGS_AUTHENTICATION_ALLOW_ANONYMOUS,
-                             guid, nullptr, nullptr, &error);
+  GDBusServer* server = g_dbus_server_new_sync(("unix:path=" + path).c_str(),
+                                               G_DBUS_SERVER_FLAGS_AUTHENTICATION_ALLOW_ANONYMOUS, guid,
+                                               nullptr, nullptr, &error);
   if (server == nullptr) {
     fail(error);
   }
@@ -85,9 +85,8 @@ void serveGDBus(const std::string& path, const PropertyList& answer) {
 
 GDBusClient::GDBusClient(const std::string& path) : link_(std::make_unique<Link>()) {
   GError* error = nullptr;
-  link_->connection = g_dbus_connection_new_for_address_sync(("unix:path=" + path).c_str(),
-                                                             G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT,
-                                                             nullptr, nullptr, &error);
+  link_->connection = g_dbus_connection_new_for_address_sync(
+      ("unix:path=" + path).c_str(), G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT, nullptr, nullptr, &error);
   if (link_->connection == nullptr) {
     fail(error);
   }
@@ -100,10 +99,10 @@ GDBusClient::~GDBusClient() {
 
 std::size_t GDBusClient::call(const std::string& file) {
   GError* error = nullptr;
-  GVariant* reply = g_dbus_connection_call_sync(
-      link_->connection, nullptr, "/bench", "bench.Daemon", "DictionaryForPath",
-      g_variant_new("(sb)", file.c_str(), FALSE), G_VARIANT_TYPE("(a{sv})"), G_DBUS_CALL_FLAGS_NONE, -1, nullptr,
-      &error);
+  GVariant* reply =
+      g_dbus_connection_call_sync(link_->connection, nullptr, "/bench", "bench.Daemon", "DictionaryForPath",
+                                  g_variant_new("(sb)", file.c_str(), FALSE), G_VARIANT_TYPE("(a{sv})"),
+                                  G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
   if (reply == nullptr) {
     fail(error);
   }

@@ -38,7 +38,8 @@ int main(int argc, char** argv) {
   const std::string menu = KELDANE_BENCH_FIRST_MENU " " + bundle.path() + " " + file;
   for (const auto& [name, arguments] :
        {std::pair("load/first-menu", menu), std::pair("load/empty", std::string(KELDANE_BENCH_EMPTY))}) {
-    benchmark::RegisterBenchmark(name, [arguments = arguments](benchmark::State& state) { load(state, arguments); })
+    benchmark::RegisterBenchmark(name,
+                                 [arguments = arguments](benchmark::State& state) { load(state, arguments); })
         ->Iterations(10)
         ->UseManualTime()
         ->Unit(benchmark::kMicrosecond);

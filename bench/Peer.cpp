@@ -6,8 +6,8 @@
 #include <map>
 
 #include "bench/Buses.h"
-#include "tests/support/CannedDaemon.h"
 #include "bench/Floor.h"
+#include "tests/support/CannedDaemon.h"
 #include "tests/support/Samples.h"
 
 namespace keldane::bench {
@@ -37,6 +37,8 @@ int run(const std::string& role, const std::string& path) {
     serveDaemon(path);
   } else if (role == "floor") {
     serveFloor(path, Pieces::four, bytes);
+  } else if (role == "slow-floor") {
+    serveFloor(path, Pieces::four, bytes, std::chrono::milliseconds(1));
   } else if (role == "floor-in-one") {
     serveFloor(path, Pieces::one, bytes);
   } else if (role == "sd-bus") {

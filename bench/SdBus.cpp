@@ -1,6 +1,6 @@
-#include <systemd/sd-bus.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <systemd/sd-bus.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -78,7 +78,8 @@ void serveSdBus(const std::string& path, const PropertyList& answer) {
   sd_id128_t id{};
   check(sd_bus_set_server(bus, 1, id), "no server");
   check(sd_bus_set_anonymous(bus, 1), "not anonymous");
-  check(sd_bus_add_object_vtable(bus, nullptr, "/bench", "bench.Daemon", table, const_cast<PropertyList*>(&answer)),
+  check(sd_bus_add_object_vtable(bus, nullptr, "/bench", "bench.Daemon", table,
+                                 const_cast<PropertyList*>(&answer)),
         "no object");
   check(sd_bus_start(bus), "no start");
   while (sd_bus_process(bus, nullptr) >= 0 && sd_bus_wait(bus, UINT64_MAX) >= 0) {
@@ -97,8 +98,8 @@ SdBusClient::~SdBusClient() { sd_bus_flush_close_unref(link_->bus); }
 
 std::size_t SdBusClient::call(const std::string& file) {
   sd_bus_message* reply = nullptr;
-  check(sd_bus_call_method(link_->bus, nullptr, "/bench", "bench.Daemon", "DictionaryForPath", nullptr, &reply,
-                           "sb", file.c_str(), 0),
+  check(sd_bus_call_method(link_->bus, nullptr, "/bench", "bench.Daemon", "DictionaryForPath", nullptr,
+                           &reply, "sb", file.c_str(), 0),
         "no answer");
   std::size_t entries = 0;
   sd_bus_message_enter_container(reply, 'a', "{sv}");

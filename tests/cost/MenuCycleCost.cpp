@@ -1,5 +1,6 @@
 // Menu cycles for those that count something else than time: instructions, system calls, memory.
-//   menu-cycle-cost FILES [CYCLES]    through the plug-in's function table, on files that are there; the daemon is
+//   menu-cycle-cost FILES [CYCLES]    through the plug-in's function table, on files that are there; the
+//   daemon is
 //                                     another process, which answers at once
 //   menu-cycle-cost --daemon SOCKET   that process
 #include <unistd.h>
@@ -29,7 +30,8 @@ int run(const std::string& program, std::size_t files, std::size_t cycles) {
   const PeerProcess daemon({program, "--daemon", bundle.daemonPath()}, bundle.daemonPath());
   Selection selection;
   for (std::size_t i = 0; i < files; ++i) {
-    selection.paths.push_back(bundle.folder().write("Quarterly report " + std::to_string(i) + ".odt", "text"));
+    selection.paths.push_back(
+        bundle.folder().write("Quarterly report " + std::to_string(i) + ".odt", "text"));
   }
   Host::shared().setProcess(fourCharCode("MACS"), fourCharCode("FNDR"));
   MenuHost host;
@@ -60,6 +62,6 @@ int main(int argc, char** argv) {
     std::cerr << "usage: menu-cycle-cost FILES [CYCLES]\n";
     return 1;
   }
-  return keldane::testing::run(std::filesystem::read_symlink("/proc/self/exe").string(),
-                               std::stoul(argv[1]), argc == 3 ? std::stoul(argv[2]) : 1);
+  return keldane::testing::run(std::filesystem::read_symlink("/proc/self/exe").string(), std::stoul(argv[1]),
+                               argc == 3 ? std::stoul(argv[2]) : 1);
 }

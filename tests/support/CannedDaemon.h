@@ -13,7 +13,8 @@
 
 namespace keldane::testing {
 
-/// Listens at a path. Clients are served on the receive threads of their sockets, as the reference daemon does.
+/// Listens at a path. Clients are served on the receive threads of their sockets, as the reference daemon
+/// does.
 class CannedDaemon final : public KeldSocketDelegate,
                            public InvocationTarget,
                            public std::enable_shared_from_this<CannedDaemon> {
