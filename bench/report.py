@@ -29,7 +29,7 @@ PROGRAMS = (
      10),
     ("bench-load", [], 15),
     ("bench-daemon", [], 5),
-    ("bench-file-tree", ["--benchmark_filter=/1000$"], 5),
+    ("bench-file-tree", ["--benchmark_min_time=0.005", "--benchmark_filter=/(1000|100000)$"], 5),
 )
 
 SAMPLES = (("request", "a request"), ("node", "a node"), ("state", "a state"), ("nodes10000", "10,000 nodes"))
@@ -82,6 +82,9 @@ def pairs():
                            f"{verb}/{form}/{sample}/keldane", f"{verb}/{form}/{sample}/gnustep", inverse=True)
     yield Pair("Loading", "from dlopen to the first menu / an empty C++ shared object",
                "load/first-menu/iterations:10/manual_time", "load/empty/iterations:10/manual_time", most=3.0)
+    for verb, title in (("Build", "building"), ("Sort", "sorting"), ("Select", "selecting"), ("Flush", "dropping")):
+        yield Pair("Trees of file nodes", f"{title}, a node of 100,000 / a node of 1,000",
+                   f"BM_{verb}Tree/100000", f"BM_{verb}Tree/1000", per=100.0)
     daemon = "daemon/clients/{}/iterations:1/real_time".format
     for clients in (10, 100, 500):
         yield Pair("The reference daemon", f"5,000 questions of {clients} clients / of one", daemon(clients), daemon(1))
