@@ -43,11 +43,11 @@ class Reader {
   /// else knows it before all is read. `height` counts the containers from it downwards, `values` the values
   /// in it and itself, shared ones as often as they are referred to.
   struct Object {
-    enum State : std::uint8_t { unread, reading, read };
+    enum State : std::uint8_t { unknown, beingRead, whole };
     std::uintptr_t bits = 0;
     std::uint32_t values = 1;
     std::uint16_t height = 0;
-    State state = unread;
+    State state = unknown;
   };
 
   /// The keys of a dictionary and where the references to them lie. One with the same references has the same
@@ -105,20 +105,20 @@ class Reader {
 
   PropertyList object(std::uint64_t reference, int depth) {
     Object& known = objects_[reference];
-    if (known.state == Object::read) {
+    if (known.state == Object::whole) {
       if (depth + known.height - 1 > PropertyListSerialization::kMaximumDepth) {
         throw PropertyListError("Containers are nested too deep", offsetOf(reference));
       }
       return PropertyListAccess::shareUnpublished(known.bits);
     }
     const std::size_t offset = offsetOf(reference);
-    if (known.state == Object::reading) {
+    if (known.state == Object::beingRead) {
       throw PropertyListError("A container holds itself", offset);
     }
-    known.state = Object::reading;
+    known.state = Object::beingRead;
     PropertyList value = parse(known, offset, depth);
     known.bits = PropertyListAccess::bits(value);
-    known.state = Object::read;
+    known.state = Object::whole;
     return value;
   }
 

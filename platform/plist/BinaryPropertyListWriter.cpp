@@ -55,6 +55,8 @@ std::uint64_t hashOf(const char* bytes, std::size_t size) {
 /// container.
 struct Identity {
   enum Sort : std::uint32_t { none, text, boolean, integer, large, real, date, data, container };
+  bool operator==(const Identity&) const = default;
+
   Sort sort = none;
   std::uint64_t number = 0;  ///< the value itself, a hash of its bytes or its address
 
@@ -100,8 +102,8 @@ struct Identity {
   }
 };
 
-/// The numbers that objects have got, by their identities: a table with a place for each, more than half of
-/// them free.
+/// The numbers that objects have got: a table with a place for each, more than half of them free. A place is
+/// small; the object itself is looked at only when its place says that it may be the one.
 class Numbers {
  public:
   using Reference = std::uint32_t;
@@ -111,55 +113,57 @@ class Numbers {
 
   /// The number of an object that is equal to `value`, or `next` after it got that one.
   Reference find(const PropertyList& value, Reference next, const std::vector<const PropertyList*>& objects) {
-    const Identity identity(value);
     if (2 * (used_ + 1) > places_.size()) {
       grow();
     }
-    for (std::size_t i = start(identity.number, identity.sort);; i = (i + 1) & (places_.size() - 1)) {
-      Place& place = places_[i];
-      if (place.sort == Identity::none) {
-        place = {identity.number, identity.sort, next};
-        ++used_;
-        return next;
+    const Identity identity(value);
+    const auto hash = static_cast<std::uint32_t>(mixed(identity.number ^ identity.sort, 0x9E3779B97F4A7C15));
+    Place* place = start(hash);
+    while (place->follower != 0) {
+      const Reference reference = place->follower - 1;
+      if (place->hash == hash && isSame(identity, value, *objects[reference])) {
+        return reference;
       }
-      if (place.number == identity.number && place.sort == identity.sort &&
-          hasSameBytes(value, identity.sort, *objects[place.reference])) {
-        return place.reference;
-      }
+      place = after(place);
     }
+    *place = {hash, next + 1};
+    ++used_;
+    return next;
   }
 
  private:
   struct Place {
-    std::uint64_t number = 0;
-    Identity::Sort sort = Identity::none;
-    Reference reference = 0;
+    std::uint32_t hash = 0;
+    std::uint32_t follower = 0;  ///< the number after the object's; 0: the place is free
   };
 
-  static bool hasSameBytes(const PropertyList& a, Identity::Sort sort, const PropertyList& b) {
-    if (sort != Identity::text && sort != Identity::data) {
-      return true;
+  static bool isSame(const Identity& identity, const PropertyList& value, const PropertyList& other) {
+    if (identity.sort != Identity::text && identity.sort != Identity::data) {
+      const PropertyListNode* node = PropertyListAccess::node(other);
+      const bool isBytes = node != nullptr && (node->kind == PropertyList::Kind::string ||
+                                               node->kind == PropertyList::Kind::data);
+      return !isBytes && identity == Identity(other);
     }
-    const PropertyListNode& first = *PropertyListAccess::node(a);
-    const PropertyListNode& second = *PropertyListAccess::node(b);
-    return &first == &second ||
-           (first.count == second.count && std::memcmp(first.bytes(), second.bytes(), first.count) == 0);
+    const PropertyListNode* first = PropertyListAccess::node(value);
+    const PropertyListNode* second = PropertyListAccess::node(other);
+    return first == second ||
+           (second != nullptr && first->kind == second->kind && first->count == second->count &&
+            std::memcmp(first->bytes(), second->bytes(), first->count) == 0);
   }
 
-  std::size_t start(std::uint64_t number, Identity::Sort sort) const {
-    return mixed(number ^ sort, 0x9E3779B97F4A7C15) & (places_.size() - 1);
-  }
+  Place* start(std::uint32_t hash) { return &places_[hash & (places_.size() - 1)]; }
+  Place* after(Place* place) { return place == &places_.back() ? places_.data() : place + 1; }
 
   void grow() {
     std::vector<Place> old(4 * places_.size());
     old.swap(places_);
-    for (const Place& place : old) {
-      if (place.sort != Identity::none) {
-        std::size_t i = start(place.number, place.sort);
-        while (places_[i].sort != Identity::none) {
-          i = (i + 1) & (places_.size() - 1);
+    for (const Place& moved : old) {
+      if (moved.follower != 0) {
+        Place* place = start(moved.hash);
+        while (place->follower != 0) {
+          place = after(place);
         }
-        places_[i] = place;
+        *place = moved;
       }
     }
   }
@@ -169,18 +173,22 @@ class Numbers {
 };
 
 class Writer {
+  static constexpr std::size_t kFewObjects = 32;
+  static constexpr std::size_t kMostExpected = std::size_t{1} << 20;
+
  public:
   /// Mostly it is one message, or an array of dictionaries with about four objects each that no other has.
   explicit Writer(const PropertyList& value)
-      : numbers_(std::bit_ceil(std::clamp<std::size_t>(8 * value.count(), 64, std::size_t{1} << 20))) {}
+      : numbers_(std::bit_ceil(std::clamp<std::size_t>(4 * value.count(), 64, kMostExpected))) {}
 
   Bytes write(const PropertyList& value) {
-    objects_.reserve(kFewObjects);
-    members_.reserve(kFewObjects);
+    objects_.reserve(std::clamp<std::size_t>(4 * value.count(), kFewObjects, kMostExpected));
+    members_.reserve(
+        std::clamp<std::size_t>(value.count() * (2 + value[0].count()), kFewObjects, kMostExpected));
     number(value, 1);
     referenceSize_ = widthFor(objects_.size() - 1);
     // About what it comes to: a few bytes an object, its text, its members and its place in the table.
-    room(textSize_ + objects_.size() * 8 + members_.size() * referenceSize_);
+    room(textSize_ + objects_.size() * 8 + (members_.size() + keyCount_) * referenceSize_);
     std::memcpy(bytes_.data(), kBinaryPropertyListMagic.data(), kBinaryPropertyListMagic.size());
     size_ = kBinaryPropertyListMagic.size();
     std::vector<std::uint64_t> offsets;
@@ -249,8 +257,8 @@ class Writer {
   }
 
   Reference nextReference() const {
-    if (objects_.size() > UINT32_MAX) {
-      throw PropertyListError("There are more than 4294967295 objects.");
+    if (objects_.size() >= UINT32_MAX) {
+      throw PropertyListError("There are 4294967295 objects.");
     }
     return static_cast<Reference>(objects_.size());
   }
@@ -261,6 +269,7 @@ class Writer {
     if (container.kind == PropertyList::Kind::dictionary) {
       const Reference keys = numberedKeys(*container.keys());
       members_.push_back(keys);
+      keyCount_ += container.count;
     }
     const std::size_t first = members_.size();
     members_.resize(first + container.count);
@@ -420,7 +429,6 @@ class Writer {
 
   static constexpr std::size_t kLongestScalar = 17;
   static constexpr std::size_t kSlack = 8;
-  static constexpr std::size_t kFewObjects = 32;
 
   struct KnownKeys {
     const PropertyListNode* keys = nullptr;
@@ -430,6 +438,7 @@ class Writer {
   Numbers numbers_;
   std::vector<const PropertyList*> objects_;
   std::size_t textSize_ = 0;
+  std::size_t keyCount_ = 0;
   std::vector<Reference> keys_;
   std::vector<Reference> members_;
   std::size_t nextMember_ = 0;

@@ -5,6 +5,7 @@
 //   menu-cycle-cost --daemon SOCKET   that process
 #include <unistd.h>
 
+#include <fstream>
 #include <iostream>
 
 #include "hosts/core/MenuHost.h"
@@ -46,6 +47,12 @@ int run(const std::string& program, std::size_t files, std::size_t cycles) {
     if (examination.menu.empty() || examination.menu.front().items.size() < 5) {
       std::cerr << "The menu is not what it should be.\n";
       return 1;
+    }
+  }
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with("VmHWM:")) {
+      std::cout << line << '\n';
     }
   }
   return 0;
