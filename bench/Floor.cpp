@@ -172,9 +172,11 @@ void FloorClient::receive() {
     if (!readMessage(socket_.get(), pieces_, answer, looking_)) {
       return;
     }
-    const std::lock_guard guard(mutex_);
-    answer_ = std::move(answer);
-    hasAnswer_ = true;
+    {
+      const std::lock_guard guard(mutex_);
+      answer_ = std::move(answer);
+      hasAnswer_ = true;
+    }
     changed_.notify_all();
   }
 }
