@@ -45,23 +45,17 @@ void KeldaneFileNode::initWithDictionary(const PropertyList& dictionary) {
 }
 
 PropertyList KeldaneFileNode::dictionary() const {
+  static const auto& keys = *new PropertyList::Keys{
+      "fileName", "displayName", "isDirectory", "backupDate",  "version",    "path", "state",
+      "size",     "backupFlags", "simpleFlags", "backupColor", "totalCount", "uid",  "gid"};
   // An absent value leaves its entry out.
-  return PropertyList::dictionary({
-      {"fileName", fileName_},
-      {"displayName", displayName_},
-      {"isDirectory", PropertyList::boolean(isDirectory_)},
-      {"backupDate", backupDate_},
-      {"version", version_},
-      {"path", path_},
-      {"state", state_},
-      {"size", PropertyList::unsignedInteger(size_)},
-      {"backupFlags", PropertyList::unsignedInteger(backupFlags_)},
-      {"simpleFlags", PropertyList::unsignedInteger(simpleFlags_)},
-      {"backupColor", PropertyList::unsignedInteger(static_cast<std::uint32_t>(backupColor_))},
-      {"totalCount", PropertyList::unsignedInteger(totalCount_)},
-      {"uid", PropertyList::unsignedInteger(uid_)},
-      {"gid", PropertyList::unsignedInteger(gid_)},
-  });
+  return PropertyList::dictionary(
+      keys, {fileName_, displayName_, PropertyList::boolean(isDirectory_), backupDate_, version_, path_,
+             state_, PropertyList::unsignedInteger(size_), PropertyList::unsignedInteger(backupFlags_),
+             PropertyList::unsignedInteger(simpleFlags_),
+             PropertyList::unsignedInteger(static_cast<std::uint32_t>(backupColor_)),
+             PropertyList::unsignedInteger(totalCount_), PropertyList::unsignedInteger(uid_),
+             PropertyList::unsignedInteger(gid_)});
 }
 
 PropertyList KeldaneFileNode::recursiveDictionary() {

@@ -89,7 +89,7 @@ void BM_FlushTree(benchmark::State& state) {
   onNewTree(state, [](Node& root) { root.flush(); });
 }
 
-#define KELDANE_TREE_SIZES Arg(1000)->Arg(1000000)->Unit(benchmark::kMillisecond)
+#define KELDANE_TREE_SIZES Arg(1000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond)
 BENCHMARK(BM_BuildTree)->KELDANE_TREE_SIZES;
 BENCHMARK(BM_SortTree)->KELDANE_TREE_SIZES;
 BENCHMARK(BM_SelectTree)->KELDANE_TREE_SIZES;

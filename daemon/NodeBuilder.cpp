@@ -102,6 +102,21 @@ std::uint32_t simpleFlagsOf(const Decision& decision, Standing standing, bool is
   return flags;
 }
 
+// Made once and never given back, since threads may still build nodes while the process ends.
+const PropertyList::Keys& keysWithRecord() {
+  static const auto& keys = *new PropertyList::Keys{
+      "fileName",    "displayName", "path",    "isDirectory", "state", "backupFlags", "simpleFlags",
+      "backupColor", "backupDate",  "version", "totalCount",  "size",  "uid",         "gid"};
+  return keys;
+}
+
+const PropertyList::Keys& keysWithoutRecord() {
+  static const auto& keys = *new PropertyList::Keys{"fileName",   "displayName", "path",        "isDirectory",
+                                                    "state",      "backupFlags", "simpleFlags", "backupColor",
+                                                    "totalCount", "size",        "uid",         "gid"};
+  return keys;
+}
+
 struct FolderSize {
   std::uint64_t bytes = 0;
   std::uint32_t files = 0;
@@ -152,23 +167,21 @@ PropertyList NodeBuilder::build(const Sight& sight, const std::string& path, con
                                 : 0,
             1};
   }
-  const std::string name = lastPathComponent(path);
-  return PropertyList::dictionary({
-      {"fileName", name},
-      {"displayName", name},
-      {"path", path},
-      {"isDirectory", PropertyList::boolean(isFolder)},
-      {"state", facts.state},
-      {"backupFlags", backupFlagsOf(decision, standing, status, prioritized, record)},
-      {"simpleFlags", simpleFlagsOf(decision, standing, isFolder, prioritized)},
-      {"backupColor", static_cast<std::uint32_t>(facts.color)},
-      {"backupDate", record != nullptr ? PropertyList(Date::fromUnixTime(record->date)) : PropertyList()},
-      {"version", record != nullptr ? PropertyList(record->version) : PropertyList()},
-      {"totalCount", size.files},
-      {"size", size.bytes},
-      {"uid", status != nullptr ? std::uint32_t{status->st_uid} : 0U},
-      {"gid", status != nullptr ? std::uint32_t{status->st_gid} : 0U},
-  });
+  const PropertyList name = lastPathComponent(path);
+  const PropertyList::Keys& keys = record != nullptr ? keysWithRecord() : keysWithoutRecord();
+  const PropertyList isDirectory = PropertyList::boolean(isFolder);
+  const std::uint32_t backupFlags = backupFlagsOf(decision, standing, status, prioritized, record);
+  const std::uint32_t simpleFlags = simpleFlagsOf(decision, standing, isFolder, prioritized);
+  const auto color = static_cast<std::uint32_t>(facts.color);
+  const std::uint32_t uid = status != nullptr ? std::uint32_t{status->st_uid} : 0U;
+  const std::uint32_t gid = status != nullptr ? std::uint32_t{status->st_gid} : 0U;
+  if (record == nullptr) {
+    return PropertyList::dictionary(keys, {name, name, path, isDirectory, facts.state, backupFlags,
+                                           simpleFlags, color, size.files, size.bytes, uid, gid});
+  }
+  return PropertyList::dictionary(
+      keys, {name, name, path, isDirectory, facts.state, backupFlags, simpleFlags, color,
+             Date::fromUnixTime(record->date), record->version, size.files, size.bytes, uid, gid});
 }
 
 PropertyList NodeBuilder::node(const Sight& sight, const std::string& path, bool withDirSizes) const {

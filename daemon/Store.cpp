@@ -39,6 +39,18 @@ BackupRecord recordFrom(SQLite::Statement& row, int first) {
           row.getColumn(first + 4).getUInt()};
 }
 
+/// Ends a query that is kept for the next time, without which it would hold the state that it reads.
+class Rewinding {
+ public:
+  explicit Rewinding(SQLite::Statement& statement) : statement_(statement) {}
+  ~Rewinding() { statement_.tryReset(); }
+  Rewinding(const Rewinding&) = delete;
+  Rewinding& operator=(const Rewinding&) = delete;
+
+ private:
+  SQLite::Statement& statement_;
+};
+
 // Made by us before SQLite opens it: the names of a user's files are nobody else's affair. Answers its path
 // without symbolic links, which SQLite is told not to follow.
 std::string privateFile(const std::string& file) {
@@ -148,8 +160,12 @@ void Store::setValue(Table table, const std::string& key, const std::string& val
 
 std::optional<BackupRecord> Store::record(const std::string& path) {
   const ScopedLock guard(mutex_);
-  SQLite::Statement row(database_,
-                        "SELECT size, modified, date, digest, version FROM records WHERE path = ?");
+  if (!recordQuery_) {
+    recordQuery_.emplace(database_,
+                         "SELECT size, modified, date, digest, version FROM records WHERE path = ?");
+  }
+  SQLite::Statement& row = *recordQuery_;
+  const Rewinding rewinding(row);
   row.bind(1, path);
   return row.executeStep() ? std::optional(recordFrom(row, 0)) : std::nullopt;
 }

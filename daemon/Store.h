@@ -65,6 +65,8 @@ class Store {
 
   Mutex mutex_{{.name = "Store.mutex"}};
   SQLite::Database database_ KELDANE_GUARDED_BY(mutex_);
+  // Kept, because to make it takes longer than to ask it, and a menu asks four times a file.
+  std::optional<SQLite::Statement> recordQuery_ KELDANE_GUARDED_BY(mutex_);
 };
 
 }  // namespace keldane

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 #include <map>
+#include <utility>
 #include <vector>
 
 #include "platform/bundle/Languages.h"
@@ -44,6 +45,8 @@ struct Registry {
   std::mutex mutex;
   std::map<fs::path, std::shared_ptr<Bundle>> bundles;  // guarded by mutex
   std::shared_ptr<Bundle> main;                         // guarded by mutex; null until asked for or set
+  // By where a module lies in memory and the name under which it was loaded; guarded by mutex.
+  std::map<std::pair<const void*, std::string>, std::shared_ptr<Bundle>> modules;
 };
 
 Registry& registry() {
@@ -104,9 +107,20 @@ void Bundle::setMainBundle(std::shared_ptr<Bundle> bundle) {
 std::shared_ptr<Bundle> Bundle::bundleForClass(const void* addressInClass) {
   Dl_info info{};
   if (dladdr(addressInClass, &info) != 0 && info.dli_fname != nullptr) {
+    // A menu asks ten times, and the name is looked up step by step.
+    const std::pair<const void*, std::string> module(info.dli_fbase, info.dli_fname);
+    {
+      const std::lock_guard guard(registry().mutex);
+      const auto known = registry().modules.find(module);
+      if (known != registry().modules.end()) {
+        return known->second;
+      }
+    }
     std::error_code error;
     const fs::path around = bundleAround(fs::canonical(info.dli_fname, error));
     if (std::shared_ptr<Bundle> bundle = around.empty() ? nullptr : bundleWithPath(around)) {
+      const std::lock_guard guard(registry().mutex);
+      registry().modules.emplace(module, bundle);
       return bundle;
     }
   }

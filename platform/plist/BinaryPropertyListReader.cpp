@@ -1,10 +1,15 @@
 #include "platform/plist/BinaryPropertyListReader.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
+#include <memory>
+#include <optional>
 
+#include "platform/plist/PropertyListBlocks.h"
 #include "platform/plist/PropertyListError.h"
+#include "platform/plist/PropertyListNode.h"
 #include "platform/plist/PropertyListSerialization.h"
 #include "platform/plist/Unicode.h"
 
@@ -19,22 +24,37 @@ constexpr std::size_t kTrailerSize = 32;
 // short one may share as an encoder that writes each equal dictionary once does.
 constexpr std::uint64_t kMostValues = 65536;
 constexpr std::uint64_t kMostValuesPerByte = 16;
+constexpr std::uint64_t kMostValuesOfAll = std::uint64_t{1} << 31;
+
+std::uint64_t eightBytes(const std::uint8_t* bytes) {
+  std::uint64_t value = 0;
+  std::memcpy(&value, bytes, sizeof(value));
+  return std::endian::native == std::endian::little ? __builtin_bswap64(value) : value;
+}
 
 class Reader {
  public:
   explicit Reader(BytesView bytes) : bytes_(bytes) { readTrailer(); }
 
-  PropertyList read() { return object(topObject_, 1).value; }
+  PropertyList read() { return object(topObject_, 1); }
 
  private:
-  /// What is known of an object that was met before. `height` counts the containers from it downwards,
-  /// `values` the values in it and itself, shared ones as often as they are referred to.
+  /// What is known of an object. The value is kept by the container that it was first read for, and nobody
+  /// else knows it before all is read. `height` counts the containers from it downwards, `values` the values
+  /// in it and itself, shared ones as often as they are referred to.
   struct Object {
-    PropertyList value;
-    std::uint64_t values = 1;
+    enum State : std::uint8_t { unknown, beingRead, whole };
+    std::uintptr_t bits = 0;
+    std::uint32_t values = 1;
     std::uint16_t height = 0;
-    bool reading = false;
-    bool read = false;
+    State state = unknown;
+  };
+
+  /// The keys of a dictionary and where the references to them lie. One with the same references has the same
+  /// keys.
+  struct KnownKeys {
+    PropertyList keys;
+    std::size_t offset = 0;
   };
 
   void readTrailer() {
@@ -60,14 +80,14 @@ class Reader {
       throw PropertyListError("The trailer names a top object that does not exist", trailer + 16);
     }
     objects_.resize(objects);
+    mostValues_ = std::min(std::max(kMostValues, kMostValuesPerByte * bytes_.size()), kMostValuesOfAll);
+    scalars_.emplace(offsetTable_ + objects * PropertyListBlocks::sizeFor(0));
+    containers_.emplace(2 * offsetTable_);
   }
 
+  /// Of up to 8 bytes before the trailer, which follows whatever else is read.
   std::uint64_t bigEndian(std::size_t offset, std::size_t width) const {
-    std::uint64_t value = 0;
-    for (std::size_t i = 0; i < width; ++i) {
-      value = value << 8 | bytes_[offset + i];
-    }
-    return value;
+    return eightBytes(bytes_.data() + offset) >> (64 - 8 * width);
   }
 
   /// Takes `count` pieces of `width` bytes at `offset` for an object. They must lie before the offset table,
@@ -83,23 +103,23 @@ class Reader {
     }
   }
 
-  const Object& object(std::uint64_t reference, int depth) {
+  PropertyList object(std::uint64_t reference, int depth) {
     Object& known = objects_[reference];
-    if (known.read) {
+    if (known.state == Object::whole) {
       if (depth + known.height - 1 > PropertyListSerialization::kMaximumDepth) {
         throw PropertyListError("Containers are nested too deep", offsetOf(reference));
       }
-      return known;
+      return PropertyListAccess::shareUnpublished(known.bits);
     }
     const std::size_t offset = offsetOf(reference);
-    if (known.reading) {
+    if (known.state == Object::beingRead) {
       throw PropertyListError("A container holds itself", offset);
     }
-    known.reading = true;
-    parse(known, offset, depth);
-    known.reading = false;
-    known.read = true;
-    return known;
+    known.state = Object::beingRead;
+    PropertyList value = parse(known, offset, depth);
+    known.bits = PropertyListAccess::bits(value);
+    known.state = Object::whole;
+    return value;
   }
 
   std::size_t offsetOf(std::uint64_t reference) const {
@@ -111,7 +131,7 @@ class Reader {
     return offset;
   }
 
-  void parse(Object& target, const std::size_t start, int depth) {
+  PropertyList parse(Object& target, const std::size_t start, int depth) {
     const std::uint8_t marker = bytes_[start];
     const std::uint8_t low = marker & 0x0F;
     std::size_t offset = start + 1;
@@ -120,50 +140,42 @@ class Reader {
         if (low != 8 && low != 9) {
           break;
         }
-        target.value = PropertyList::boolean(low == 9);
-        return;
+        return PropertyList::boolean(low == 9);
       case 0x1:
-        target.value = integer(offset, low);
-        return;
+        return integer(offset, low);
       case 0x2:
-        target.value = real(offset, low);
-        return;
+        return real(offset, low);
       case 0x3:
         if (low != 3) {
           break;
         }
         take(offset, 8);
-        target.value = Date{std::bit_cast<double>(bigEndian(offset, 8))};
-        return;
+        return scalar(PropertyList::Kind::date, std::bit_cast<double>(bigEndian(offset, 8)));
       case 0x4: {
         const std::size_t length = count(offset, low);
         take(offset, length);
-        target.value = PropertyList::data(bytes_.subspan(offset, length));
-        return;
+        return data(offset, length);
       }
       case 0x5: {
         const std::size_t length = count(offset, low);
         take(offset, length);
-        target.value = ascii(text(offset, length));
-        return;
+        return isAscii(text(offset, length)) ? string(text(offset, length))
+                                             : string(replacedAscii(text(offset, length)));
       }
       case 0x6: {
         const std::size_t length = count(offset, low);
         take(offset, length, 2);
-        target.value = utf8FromUtf16(text(offset, 2 * length), true);
-        return;
+        return string(utf8FromUtf16(text(offset, 2 * length), true));
       }
       case 0x8:
         throw PropertyListError("A UID is no property-list value", start);
       case 0xA:
-        readArray(target, start, offset, low, depth);
-        return;
+        return readArray(target, start, offset, low, depth);
       case 0xB:
       case 0xC:
         throw PropertyListError("A set is no property-list value", start);
       case 0xD:
-        readDictionary(target, start, offset, low, depth);
-        return;
+        return readDictionary(target, start, offset, low, depth);
       default:
         break;
     }
@@ -191,16 +203,28 @@ class Reader {
     return {reinterpret_cast<const char*>(bytes_.data()) + offset, length};
   }
 
-  static PropertyList ascii(std::string_view bytes) {
-    for (const char byte : bytes) {
-      if (static_cast<std::uint8_t>(byte) > 127) {
-        return replacedAscii(bytes);
-      }
-    }
-    return bytes;
+  PropertyList string(std::string_view text) {
+    PropertyListNode* node = scalars_->allocate(PropertyList::Kind::string, text.size(), text.size() + 1);
+    std::memcpy(node->bytes(), text.data(), text.size());
+    node->bytes()[text.size()] = '\0';
+    return PropertyListAccess::adopt(node);
   }
 
-  static PropertyList replacedAscii(std::string_view bytes) {
+  PropertyList data(std::size_t offset, std::size_t length) {
+    PropertyListNode* node = scalars_->allocate(PropertyList::Kind::data, length, length);
+    std::copy_n(bytes_.data() + offset, length, node->bytes());
+    return PropertyListAccess::adopt(node);
+  }
+
+  /// A date or a real.
+  PropertyList scalar(PropertyList::Kind kind, double value) {
+    PropertyListNode* node = scalars_->allocate(kind, 0, 0);
+    node->numberKind = PropertyList::NumberKind::real;
+    node->scalar.real = value;
+    return PropertyListAccess::adopt(node);
+  }
+
+  static std::string replacedAscii(std::string_view bytes) {
     std::string replaced;
     for (const char byte : bytes) {
       appendUtf8(replaced,
@@ -239,25 +263,31 @@ class Reader {
       throw PropertyListError("A real is neither 4 nor 8 bytes wide", offset - 1);
     }
     take(offset, low == 2 ? 4 : 8);
-    return low == 2
-               ? static_cast<double>(std::bit_cast<float>(static_cast<std::uint32_t>(bigEndian(offset, 4))))
-               : std::bit_cast<double>(bigEndian(offset, 8));
+    return scalar(
+        PropertyList::Kind::number,
+        low == 2 ? static_cast<double>(std::bit_cast<float>(static_cast<std::uint32_t>(bigEndian(offset, 4))))
+                 : std::bit_cast<double>(bigEndian(offset, 8)));
   }
 
   /// A member of the container at `start`, whose height grows by it.
-  const PropertyList& member(Object& container, std::size_t start, std::size_t referenceOffset, int depth) {
+  PropertyList member(Object& container, std::size_t start, std::size_t referenceOffset, int depth) {
     const std::uint64_t reference = bigEndian(referenceOffset, referenceSize_);
     if (reference >= objects_.size()) {
       throw PropertyListError("A container refers to an object that does not exist", start);
     }
-    const Object& found = object(reference, depth + 1);
+    PropertyList value = object(reference, depth + 1);
+    const Object& found = objects_[reference];
     container.height =
         std::max<std::uint16_t>(container.height, static_cast<std::uint16_t>(found.height + 1));
-    container.values += found.values;
-    if (container.values > std::max(kMostValues, kMostValuesPerByte * bytes_.size())) {
+    addValues(container, start, found.values);
+    return value;
+  }
+
+  void addValues(Object& container, std::size_t start, std::uint64_t values) const {
+    if (container.values + values > mostValues_) {
       throw PropertyListError("Shared objects make too many values", start);
     }
-    return found.value;
+    container.values += static_cast<std::uint32_t>(values);
   }
 
   void beginContainer(Object& target, std::size_t start, int depth) const {
@@ -267,39 +297,99 @@ class Reader {
     target.height = 1;
   }
 
-  void readArray(Object& target, std::size_t start, std::size_t offset, std::uint8_t low, int depth) {
+  /// A container of `handles` absent ones.
+  PropertyListNode* container(PropertyList::Kind kind, std::size_t length, std::size_t handles) {
+    PropertyListNode* node = containers_->allocate(kind, length, handles * sizeof(PropertyList));
+    std::uninitialized_value_construct_n(node->handles(), handles);
+    return node;
+  }
+
+  void readMembers(Object& target, std::size_t start, std::size_t offset, int depth, PropertyList* members,
+                   std::size_t length) {
+    for (std::size_t i = 0; i < length; ++i) {
+      // In the place of an absent one, which has nothing to give back.
+      new (&members[i]) PropertyList(member(target, start, offset + i * referenceSize_, depth));
+    }
+  }
+
+  PropertyList readArray(Object& target, std::size_t start, std::size_t offset, std::uint8_t low, int depth) {
     beginContainer(target, start, depth);
     const std::size_t length = count(offset, low);
     take(offset, length, referenceSize_);
-    PropertyList::Array elements;
-    elements.reserve(length);
-    for (std::size_t i = 0; i < length; ++i) {
-      elements.push_back(member(target, start, offset + i * referenceSize_, depth));
-    }
-    target.value = PropertyList::array(std::move(elements));
+    PropertyListNode* node = container(PropertyList::Kind::array, length, length);
+    PropertyList value = PropertyListAccess::adopt(node);
+    readMembers(target, start, offset, depth, node->handles(), length);
+    return value;
   }
 
-  void readDictionary(Object& target, std::size_t start, std::size_t offset, std::uint8_t low, int depth) {
+  PropertyList readDictionary(Object& target, std::size_t start, std::size_t offset, std::uint8_t low,
+                              int depth) {
     beginContainer(target, start, depth);
     const std::size_t length = count(offset, low);
     take(offset, length, 2 * referenceSize_);
-    PropertyList::Entries entries;
-    entries.reserve(length);
-    for (std::size_t i = 0; i < length; ++i) {
-      const PropertyList& key = member(target, start, offset + i * referenceSize_, depth);
-      if (!key.isString()) {
+    const std::size_t values = offset + length * referenceSize_;
+    const PropertyListNode* keys = knownKeys(offset, length);
+    if (keys == nullptr) {
+      PropertyList::Array read(length);
+      readMembers(target, start, offset, depth, read.data(), length);
+      if (!std::all_of(read.begin(), read.end(), [](const PropertyList& key) { return key.isString(); })) {
         throw PropertyListError("A dictionary has a key that is no string", start);
       }
-      entries.emplace_back(key, member(target, start, offset + (length + i) * referenceSize_, depth));
+      KnownKeys& known = knownKeys_[nextKnownKeys_++ % knownKeys_.size()];
+      known = {PropertyListAccess::makeKeys(read), offset};
+      keys = PropertyListAccess::node(known.keys);
+      if (!PropertyListAccess::keysDiffer(*keys)) {
+        return readRepeated(target, start, values, depth, std::exchange(known.keys, {}));
+      }
+    } else {
+      addValues(target, start, length);
     }
-    target.value = PropertyList::dictionary(std::move(entries));
+    PropertyListNode* node = container(PropertyList::Kind::dictionary, length, 1 + length);
+    PropertyList value = PropertyListAccess::adopt(node);
+    new (node->handles())
+        PropertyList(PropertyListAccess::shareUnpublished(reinterpret_cast<std::uintptr_t>(keys)));
+    readMembers(target, start, values, depth, node->values(), length);
+    return value;
+  }
+
+  const PropertyListNode* knownKeys(std::size_t offset, std::size_t length) const {
+    for (const KnownKeys& known : knownKeys_) {
+      const PropertyListNode* keys = PropertyListAccess::node(known.keys);
+      if (keys != nullptr && keys->count == length &&
+          std::memcmp(&bytes_[known.offset], &bytes_[offset], length * referenceSize_) == 0) {
+        return keys;
+      }
+    }
+    return nullptr;
+  }
+
+  /// A dictionary with keys that are equal. What it leaves out may be referred to again.
+  PropertyList readRepeated(Object& target, std::size_t start, std::size_t offset, int depth,
+                            const PropertyList& keys) {
+    const PropertyListNode* names = PropertyListAccess::node(keys);
+    PropertyList::Array values(names->count);
+    readMembers(target, start, offset, depth, values.data(), values.size());
+    PropertyList::Entries entries;
+    for (std::size_t i = 0; i < values.size(); ++i) {
+      entries.emplace_back(names->handles()[i], values[i]);
+    }
+    kept_.push_back(keys);
+    kept_.insert(kept_.end(), values.begin(), values.end());
+    return PropertyList::dictionary(std::move(entries));
   }
 
   BytesView bytes_;
   std::size_t offsetSize_ = 0, referenceSize_ = 0;
   std::uint64_t topObject_ = 0, offsetTable_ = 0;
   std::uint64_t taken_ = 0;
+  std::uint64_t mostValues_ = 0;
   std::vector<Object> objects_;
+  std::array<KnownKeys, 4> knownKeys_;
+  std::size_t nextKnownKeys_ = 0;
+  PropertyList::Array kept_;
+  // Apart, because what is taken out of a dictionary mostly outlives it.
+  std::optional<PropertyListBlocks> scalars_;
+  std::optional<PropertyListBlocks> containers_;
 };
 
 }  // namespace

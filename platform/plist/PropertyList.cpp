@@ -4,8 +4,11 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <memory>
+#include <numeric>
 #include <unordered_set>
 
+#include "platform/plist/PropertyListBlocks.h"
 #include "platform/plist/PropertyListNode.h"
 
 namespace keldane {
@@ -20,18 +23,20 @@ using Node = PropertyListNode;
 // Frees a node whose last reference went, and all that only it kept. A list threaded through the dead nodes
 // takes the place of recursion, so that a hostile nesting cannot exhaust the stack.
 void freeNodes(const Node* first) noexcept {
+  PropertyListBlocks::Reclaimer reclaimer;
   const Node* dead = first;
+  const_cast<Node*>(first)->scalar.nextDead = nullptr;
   while (dead != nullptr) {
     Node* node = const_cast<Node*>(dead);
-    dead = node->nextDead;
+    dead = node->scalar.nextDead;
     for (std::size_t i = 0; i < node->handleCount(); ++i) {
       const Node* child = PropertyListAccess::takeNode(node->handles()[i]);
       if (child != nullptr && child->dropReference()) {
-        const_cast<Node*>(child)->nextDead = const_cast<Node*>(dead);
+        const_cast<Node*>(child)->scalar.nextDead = const_cast<Node*>(dead);
         dead = child;
       }
     }
-    Node::destroy(node);
+    reclaimer.reclaim(node);
   }
 }
 
@@ -84,9 +89,18 @@ PropertyListNode* PropertyListNode::allocate(PropertyList::Kind kind, std::size_
   return new (memory) PropertyListNode(kind, count);
 }
 
-void PropertyListNode::destroy(PropertyListNode* node) noexcept {
-  node->~PropertyListNode();
-  ::operator delete(node);
+PropertyListNode* PropertyListNode::allocateArray(std::size_t count, std::size_t behind) {
+  Node* node = allocate(PropertyList::Kind::array, count, count * sizeof(PropertyList) + behind);
+  std::uninitialized_value_construct_n(node->handles(), count);
+  return node;
+}
+
+PropertyListNode* PropertyListNode::allocateDictionary(const PropertyList& keys) {
+  const std::size_t count = PropertyListAccess::node(keys)->count;
+  Node* node = allocate(PropertyList::Kind::dictionary, count, (1 + count) * sizeof(PropertyList));
+  std::uninitialized_value_construct_n(node->handles(), 1 + count);
+  node->handles()[0] = keys;
+  return node;
 }
 
 // --- Ownership ---
@@ -175,61 +189,110 @@ PropertyList PropertyList::array(Array elements) {
   return PropertyListAccess::adopt(node);
 }
 
-PropertyList PropertyList::dictionary(Entries entries) {
-  std::erase_if(entries,
-                [](const Entry& entry) { return !entry.first.isString() || entry.second.isAbsent(); });
-  std::vector<std::uint32_t> order;
-  if (entries.size() <= Node::kLinearLookUp) {
-    for (std::size_t i = 1; i < entries.size();) {
-      const auto sameKey = [&](const Entry& entry) {
-        return entry.first.string() == entries[i].first.string();
-      };
-      const auto here = entries.begin() + static_cast<std::ptrdiff_t>(i);
-      if (std::any_of(entries.begin(), here, sameKey)) {
-        entries.erase(here);
-      } else {
-        ++i;
-      }
-    }
-  } else {
-    order = PropertyListAccess::uniqueOrder(entries);
-  }
-  const std::size_t count = entries.size();
-  Node* node = Node::allocate(Kind::dictionary, count,
-                              2 * count * sizeof(PropertyList) + order.size() * sizeof(std::uint32_t));
-  PropertyList* handle = node->handles();
-  for (Entry& entry : entries) {
-    new (handle++) PropertyList(std::move(entry.first));
-    new (handle++) PropertyList(std::move(entry.second));
-  }
-  std::copy(order.begin(), order.end(), node->order());
-  return PropertyListAccess::adopt(node);
+namespace {
+
+/// The positions of keys in their order; equal ones in the order in which they were given.
+template <class Key>
+std::vector<std::uint32_t> orderOf(std::size_t count, const Key& key) {
+  std::vector<std::uint32_t> order(count);
+  std::iota(order.begin(), order.end(), 0U);
+  std::stable_sort(order.begin(), order.end(),
+                   [&](std::uint32_t a, std::uint32_t b) { return key(a) < key(b); });
+  return order;
 }
 
-// Drops the later ones of entries with one key, in place, and answers the positions of the rest in the order
-// of their keys.
-std::vector<std::uint32_t> PropertyListAccess::uniqueOrder(PropertyList::Entries& entries) {
-  std::vector<std::uint32_t> order(entries.size());
-  for (std::size_t i = 0; i < order.size(); ++i) {
-    order[i] = static_cast<std::uint32_t>(i);
+// Drops the later ones of entries with one key.
+void dropRepeated(PropertyList::Entries& entries) {
+  const auto key = [&](std::size_t position) { return entries[position].first.string(); };
+  if (entries.size() <= Node::kLinearLookUp) {
+    for (std::size_t i = 1; i < entries.size(); ++i) {
+      for (std::size_t k = 0; k < i; ++k) {
+        if (key(k) == key(i)) {
+          entries.erase(entries.begin() + static_cast<std::ptrdiff_t>(i--));
+          break;
+        }
+      }
+    }
+    return;
   }
-  const auto key = [&](std::uint32_t position) { return entries[position].first.string(); };
-  const auto byKey = [&](std::uint32_t a, std::uint32_t b) { return key(a) < key(b); };
-  std::stable_sort(order.begin(), order.end(), byKey);
-  bool dropped = false;
+  const std::vector<std::uint32_t> order = orderOf(entries.size(), key);
   for (std::size_t i = 1, kept = 0; i < order.size(); ++i) {
     if (key(order[i]) == key(order[kept])) {
       entries[order[i]].second = PropertyList();
-      dropped = true;
     } else {
       kept = i;
     }
   }
-  if (dropped) {
-    std::erase_if(entries, [](const PropertyList::Entry& entry) { return entry.second.isAbsent(); });
-    return uniqueOrder(entries);
+  std::erase_if(entries, [](const PropertyList::Entry& entry) { return entry.second.isAbsent(); });
+}
+
+}  // namespace
+
+PropertyList PropertyListAccess::makeKeys(PropertyList::Array keys) {
+  std::vector<std::uint32_t> order;
+  if (keys.size() > Node::kLinearLookUp) {
+    order = orderOf(keys.size(), [&](std::size_t position) { return keys[position].string(); });
   }
-  return entries.size() > Node::kLinearLookUp ? order : std::vector<std::uint32_t>();
+  Node* node = Node::allocateArray(keys.size(), order.size() * sizeof(std::uint32_t));
+  std::move(keys.begin(), keys.end(), node->handles());
+  std::copy(order.begin(), order.end(), node->order());
+  return adopt(node);
+}
+
+bool PropertyListAccess::keysDiffer(const PropertyListNode& keys) noexcept {
+  const auto key = [&](std::size_t position) { return keys.handles()[position].string(); };
+  for (std::size_t i = 1; i < keys.count; ++i) {
+    if (keys.count > Node::kLinearLookUp) {
+      if (key(keys.order()[i - 1]) == key(keys.order()[i])) {
+        return false;
+      }
+      continue;
+    }
+    const Node& name = *node(keys.handles()[i]);
+    for (std::size_t k = 0; k < i; ++k) {
+      const Node& other = *node(keys.handles()[k]);
+      if (name.count == other.count && std::memcmp(name.bytes(), other.bytes(), name.count) == 0) {
+        return false;
+      }
+    }
+  }
+  return true;
+}
+
+PropertyList PropertyList::dictionary(Entries entries) {
+  std::erase_if(entries,
+                [](const Entry& entry) { return !entry.first.isString() || entry.second.isAbsent(); });
+  dropRepeated(entries);
+  Array keys;
+  keys.reserve(entries.size());
+  for (Entry& entry : entries) {
+    keys.push_back(std::move(entry.first));
+  }
+  Node* node = Node::allocateDictionary(PropertyListAccess::makeKeys(std::move(keys)));
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    node->values()[i] = std::move(entries[i].second);
+  }
+  return PropertyListAccess::adopt(node);
+}
+
+PropertyList::Keys::Keys(std::initializer_list<std::string_view> names)
+    : keys_(PropertyListAccess::makeKeys({names.begin(), names.end()})) {}
+
+PropertyList PropertyList::dictionary(const Keys& keys, std::initializer_list<PropertyList> values) {
+  const Node* names = PropertyListAccess::node(keys.keys_);
+  if (values.size() == names->count &&
+      std::none_of(values.begin(), values.end(),
+                   [](const PropertyList& value) { return value.isAbsent(); })) {
+    Node* node = Node::allocateDictionary(keys.keys_);
+    std::copy(values.begin(), values.end(), node->values());
+    return PropertyListAccess::adopt(node);
+  }
+  Entries entries;
+  entries.reserve(names->count);
+  for (std::size_t i = 0; i < std::min(values.size(), names->count); ++i) {
+    entries.emplace_back(names->handles()[i], values.begin()[i]);
+  }
+  return dictionary(std::move(entries));
 }
 
 // --- Asking values ---
@@ -369,31 +432,27 @@ PropertyList::Entry PropertyList::entry(std::size_t index) const noexcept {
   if (!isDictionary() || index >= count()) {
     return {};
   }
-  const PropertyList* handles = PropertyListAccess::node(*this)->handles();
-  return {handles[2 * index], handles[2 * index + 1]};
+  const Node* node = PropertyListAccess::node(*this);
+  return {node->keys()->handles()[index], node->values()[index]};
 }
 
 const PropertyList* PropertyListNode::find(std::string_view key) const noexcept {
-  const PropertyList* entries = handles();
+  const PropertyList* names = keys()->handles();
   if (count <= kLinearLookUp) {
     for (std::size_t i = 0; i < count; ++i) {
-      if (entries[2 * i].string() == key) {
-        return &entries[2 * i + 1];
+      const PropertyListNode& name = *PropertyListAccess::node(names[i]);
+      if (name.count == key.size() && std::memcmp(name.bytes(), key.data(), key.size()) == 0) {
+        return &values()[i];
       }
     }
     return nullptr;
   }
-  const std::uint32_t* first = order();
+  const std::uint32_t* first = keys()->order();
   const std::uint32_t* last = first + count;
-  const std::uint32_t* found =
-      std::lower_bound(first, last, key, [&](std::uint32_t position, std::string_view wanted) {
-        return entries[2 * std::size_t{position}].string() < wanted;
-      });
-  if (found == last) {
-    return nullptr;
-  }
-  const PropertyList* entry = entries + 2 * std::size_t{*found};
-  return entry->string() == key ? entry + 1 : nullptr;
+  const std::uint32_t* found = std::lower_bound(
+      first, last, key,
+      [&](std::uint32_t position, std::string_view wanted) { return names[position].string() < wanted; });
+  return found == last || names[*found].string() != key ? nullptr : &values()[*found];
 }
 
 // --- Comparing values ---
@@ -474,16 +533,15 @@ bool sameValues(const PropertyList& first, const PropertyList& second, bool stri
     if ((aNode->isShared() || bNode->isShared()) && !seen.emplace(aNode, bNode).second) {
       continue;
     }
+    // Of dictionaries with the same keys those at one place belong together.
+    const bool byPlace = a->isArray() || aNode->keys() == bNode->keys();
     for (std::size_t i = 0; i < aNode->count; ++i) {
-      if (a->isArray()) {
-        work.emplace_back(&aNode->handles()[i], &bNode->handles()[i]);
-        continue;
-      }
-      const PropertyList* other = bNode->find(aNode->handles()[2 * i].string());
+      const PropertyList* other =
+          byPlace ? &bNode->members()[i] : bNode->find(aNode->keys()->handles()[i].string());
       if (other == nullptr) {
         return false;
       }
-      work.emplace_back(&aNode->handles()[2 * i + 1], other);
+      work.emplace_back(&aNode->members()[i], other);
     }
   }
   return true;

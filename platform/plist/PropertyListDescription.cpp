@@ -132,9 +132,9 @@ class Describer {
         append(node->handles()[i], depth + 1);
         text_ += i + 1 < node->count ? ",\n" : "\n";
       } else {
-        append(node->handles()[2 * i], depth + 1);
+        append(node->keys()->handles()[i], depth + 1);
         text_ += " = ";
-        append(node->handles()[2 * i + 1], depth + 1);
+        append(node->values()[i], depth + 1);
         text_ += ";\n";
       }
     }

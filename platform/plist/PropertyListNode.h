@@ -10,19 +10,30 @@ namespace keldane {
 
 /// The shared part of a value that does not fit the handle. Counted; freed when the last reference goes. What
 /// follows the header in the same allocation depends on the kind: text and a NUL, bytes, the handles of the
-/// elements, or the handles key, value, key, value … and, for dictionaries too large to be searched one by
-/// one, the positions of the entries in the order of their keys.
+/// elements, or the handle of the keys and those of the values.
+///
+/// The keys are an array node of their own, so that dictionaries with the same keys share them. Behind the
+/// handles of keys that are too many to be searched one by one lie their positions in their order.
 struct PropertyListNode {
   static constexpr std::size_t kLinearLookUp = 16;
 
   PropertyListNode(PropertyList::Kind nodeKind, std::size_t nodeCount) : kind(nodeKind), count(nodeCount) {}
 
   static PropertyListNode* allocate(PropertyList::Kind kind, std::size_t count, std::size_t payload);
-  static void destroy(PropertyListNode* node) noexcept;
+  /// A container whose elements or values are absent.
+  static PropertyListNode* allocateArray(std::size_t count, std::size_t behind = 0);
+  static PropertyListNode* allocateDictionary(const PropertyList& keys);
 
   void addReference() const noexcept { references.fetch_add(1, std::memory_order_relaxed); }
-  /// Whether that was the last one.
-  bool dropReference() const noexcept { return references.fetch_sub(1, std::memory_order_acq_rel) == 1; }
+  /// The same of a node that no other thread can know yet.
+  void addUnpublishedReference() const noexcept {
+    references.store(references.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+  }
+  /// Whether that was the last one. Whoever holds the only one need not take it away from the others.
+  bool dropReference() const noexcept {
+    return references.load(std::memory_order_acquire) == 1 ||
+           references.fetch_sub(1, std::memory_order_acq_rel) == 1;
+  }
   bool isShared() const noexcept { return references.load(std::memory_order_relaxed) > 1; }
 
   char* bytes() noexcept { return reinterpret_cast<char*>(this + 1); }
@@ -30,11 +41,20 @@ struct PropertyListNode {
   PropertyList* handles() noexcept { return reinterpret_cast<PropertyList*>(this + 1); }
   const PropertyList* handles() const noexcept { return reinterpret_cast<const PropertyList*>(this + 1); }
   std::size_t handleCount() const noexcept {
-    return kind == PropertyList::Kind::array ? count : kind == PropertyList::Kind::dictionary ? 2 * count : 0;
+    return kind == PropertyList::Kind::array ? count : kind == PropertyList::Kind::dictionary ? 1 + count : 0;
   }
-  std::uint32_t* order() noexcept { return reinterpret_cast<std::uint32_t*>(handles() + 2 * count); }
+  /// Of a dictionary: the node of its keys and its values, each `count` of them.
+  const PropertyListNode* keys() const noexcept;
+  PropertyList* values() noexcept { return handles() + 1; }
+  const PropertyList* values() const noexcept { return handles() + 1; }
+  /// The elements of an array or the values of a dictionary.
+  const PropertyList* members() const noexcept {
+    return kind == PropertyList::Kind::array ? handles() : values();
+  }
+  /// Of keys, when they are many.
+  std::uint32_t* order() noexcept { return reinterpret_cast<std::uint32_t*>(handles() + count); }
   const std::uint32_t* order() const noexcept {
-    return reinterpret_cast<const std::uint32_t*>(handles() + 2 * count);
+    return reinterpret_cast<const std::uint32_t*>(handles() + count);
   }
   /// The value under a key of a dictionary; null when there is none.
   const PropertyList* find(std::string_view key) const noexcept;
@@ -42,14 +62,16 @@ struct PropertyListNode {
   mutable std::atomic<std::uint32_t> references = 1;
   const PropertyList::Kind kind;
   PropertyList::NumberKind numberKind = PropertyList::NumberKind::boolean;
+  /// Where in a block it lies, in steps of its alignment; 0: it has an allocation of its own.
+  std::uint16_t placeInBlock = 0;
   /// Elements, entries, or bytes of text or data.
   const std::size_t count;
   union {
     std::int64_t signedInteger;
     std::uint64_t unsignedInteger;
     double real;
+    PropertyListNode* nextDead;
   } scalar = {0};
-  PropertyListNode* nextDead = nullptr;
 };
 
 /// The handle's one word: 0 is absent, an even number the address of a node, an odd one a small integer or
@@ -63,6 +85,17 @@ class PropertyListAccess {
   static bool isInline(const PropertyList& value) noexcept { return (value.bits_ & 1) != 0; }
   static const PropertyListNode* node(const PropertyList& value) noexcept {
     return isInline(value) ? nullptr : reinterpret_cast<const PropertyListNode*>(value.bits_);
+  }
+  /// What two handles of one value have in common; no reference.
+  static std::uintptr_t bits(const PropertyList& value) noexcept { return value.bits_; }
+  /// Another handle of a value that no other thread can know yet.
+  static PropertyList shareUnpublished(std::uintptr_t bits) noexcept {
+    PropertyList value;
+    value.bits_ = bits;
+    if (const PropertyListNode* shared = node(value)) {
+      shared->addUnpublishedReference();
+    }
+    return value;
   }
   /// Leaves the handle absent and its reference with the caller.
   static const PropertyListNode* takeNode(PropertyList& value) noexcept {
@@ -93,9 +126,16 @@ class PropertyListAccess {
     return static_cast<std::int64_t>(value.bits_) >> kInlineShift;
   }
 
-  static std::vector<std::uint32_t> uniqueOrder(PropertyList::Entries& entries);
+  /// The keys of dictionaries, all of them strings.
+  static PropertyList makeKeys(PropertyList::Array keys);
+  /// Whether no two are equal, as it is to be in a dictionary.
+  static bool keysDiffer(const PropertyListNode& keys) noexcept;
   /// The number that decimal text begins with, whatever the user's locale; 0 when there is none.
   static double realFromText(std::string_view text) noexcept;
 };
+
+inline const PropertyListNode* PropertyListNode::keys() const noexcept {
+  return PropertyListAccess::node(handles()[0]);
+}
 
 }  // namespace keldane

@@ -1,5 +1,7 @@
 #include "platform/plist/Unicode.h"
 
+#include <cstring>
+
 namespace keldane {
 
 namespace {
@@ -34,6 +36,20 @@ char32_t nextCharacter(std::string_view utf8, std::size_t& position, bool& valid
   ++position;
   valid = false;
   return kReplacementCharacter;
+}
+
+bool isAscii(std::string_view text) {
+  std::uint64_t all = 0;
+  while (text.size() >= sizeof(all)) {
+    std::uint64_t eight = 0;
+    std::memcpy(&eight, text.data(), sizeof(eight));
+    all |= eight;
+    text.remove_prefix(sizeof(eight));
+  }
+  for (const char byte : text) {
+    all |= static_cast<std::uint8_t>(byte);
+  }
+  return (all & 0x8080808080808080U) == 0;
 }
 
 bool isValidUtf8(std::string_view text) {

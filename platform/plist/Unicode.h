@@ -13,6 +13,7 @@ inline constexpr char32_t kReplacementCharacter = 0xFFFD;
 /// and what is beyond U+10FFFF included) read as one U+FFFD a byte, with `valid` set to false.
 char32_t nextCharacter(std::string_view utf8, std::size_t& position, bool& valid);
 
+bool isAscii(std::string_view text);
 bool isValidUtf8(std::string_view text);
 /// The text with every byte that is not UTF-8 replaced by U+FFFD.
 std::string validUtf8(std::string_view text);

@@ -153,13 +153,12 @@ class Writer {
     }
     text_.append("<").append(name).append(">\n");
     const PropertyListNode* node = PropertyListAccess::node(value);
-    for (std::size_t i = 0; i < node->handleCount(); ++i) {
+    for (std::size_t i = 0; i < node->count; ++i) {
       if (value.isDictionary()) {
         indent(depth + 1);
-        putElement("key", node->handles()[i].string());
-        ++i;
+        putElement("key", node->keys()->handles()[i].string());
       }
-      put(node->handles()[i], depth + 1);
+      put(node->members()[i], depth + 1);
     }
     indent(depth);
     text_.append("</").append(name).append(">\n");

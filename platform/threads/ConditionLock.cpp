@@ -47,23 +47,30 @@ bool ConditionLock::lockWhenCondition(int condition, std::chrono::steady_clock::
   return true;
 }
 
+// Whoever waits is woken when the mutex is free again: woken before, it would only go back to sleep for it.
 void ConditionLock::unlock() {
   record_.released();
-  const std::lock_guard guard(mutex_);
-  held_ = false;
+  {
+    const std::lock_guard guard(mutex_);
+    held_ = false;
+  }
   changed_.notify_all();
 }
 
 void ConditionLock::unlockWithCondition(int condition) {
   record_.released();
-  const std::lock_guard guard(mutex_);
-  condition_ = condition;
-  held_ = false;
+  {
+    const std::lock_guard guard(mutex_);
+    condition_ = condition;
+    held_ = false;
+  }
   changed_.notify_all();
 }
 
 void ConditionLock::wake() {
-  const std::lock_guard guard(mutex_);
+  {
+    const std::lock_guard guard(mutex_);  // nobody is between its question and its sleep
+  }
   changed_.notify_all();
 }
 

@@ -132,6 +132,24 @@ TEST(PropertyList, ALargeDictionaryFindsEveryKey) {
   EXPECT_TRUE(value["key5000"].isAbsent());
 }
 
+TEST(PropertyList, DictionariesMayShareTheirKeys) {
+  const PropertyList::Keys keys = {"name", "size", "date"};
+  const PropertyList first = PropertyList::dictionary(keys, {"a", 1, true});
+  const PropertyList second = PropertyList::dictionary(keys, {"b", 2, false});
+  EXPECT_EQ(first["size"], PropertyList(1));
+  EXPECT_EQ(second["name"], PropertyList("b"));
+  EXPECT_EQ(second.entry(2), PropertyList::Entry("date", false));
+  EXPECT_NE(first, second);
+  EXPECT_EQ(first, PropertyList::dictionary({{"date", true}, {"size", 1}, {"name", "a"}}));
+}
+
+TEST(PropertyList, OfSharedKeysThoseWithoutAValueAreLeftOut) {
+  const PropertyList::Keys keys = {"name", "size", "date"};
+  EXPECT_EQ(PropertyList::dictionary(keys, {"a", PropertyList(), true}),
+            PropertyList::dictionary({{"name", "a"}, {"date", true}}));
+  EXPECT_EQ(PropertyList::dictionary(keys, {"a"}), PropertyList::dictionary({{"name", "a"}}));
+}
+
 TEST(PropertyList, NumbersAreEqualByValueAndIdenticalBySort) {
   EXPECT_EQ(PropertyList(1), PropertyList(true));
   EXPECT_EQ(PropertyList(1), PropertyList(1.0));

@@ -143,6 +143,56 @@ TEST(BinaryWriter, RefusesAbsentValuesAndTooDeepNesting) {
   EXPECT_FALSE(PropertyListSerialization::dataFromPropertyList(1, Format::openStep, &error));
 }
 
+// Whatever two of a value's dictionaries have in common, the bytes are those of dictionaries by themselves.
+TEST(BinaryWriter, WritesSharedKeysAsItWritesOthers) {
+  const PropertyList::Keys keys = {"name", "size"};
+  PropertyList::Array sharing;
+  PropertyList::Array apart;
+  for (int i = 0; i < 300; ++i) {
+    const std::string name = "file " + std::to_string(i / 2);
+    sharing.push_back(PropertyList::dictionary(keys, {name, i % 7}));
+    apart.push_back(PropertyList::dictionary({{"name", name}, {"size", i % 7}}));
+  }
+  EXPECT_EQ(binary(PropertyList::array(sharing)), binary(PropertyList::array(apart)));
+}
+
+TEST(BinaryWriter, KnowsDictionariesOfMoreSortsThanItRemembers) {
+  PropertyList::Array sorts;
+  for (int i = 0; i < 40; ++i) {
+    const std::string key = "key " + std::to_string(i % 10);
+    sorts.push_back(PropertyList::dictionary({{key, i}, {"other", key}}));
+  }
+  const PropertyList value = PropertyList::array(sorts);
+  const PropertyList copy = read(binary(value));
+  EXPECT_EQ(copy, value);
+  EXPECT_EQ(binary(copy), binary(value));
+}
+
+// What a dictionary leaves out because its key is there twice may belong to another one too.
+TEST(BinaryReader, KeepsWhatOneDictionaryLeavesOutForTheNext) {
+  const std::string text = "\x58only one";
+  const Bytes bytes = document({std::string("\xA2\x01\x02", 3), std::string("\xD2\x03\x04\x05\x06", 5),
+                                std::string("\xD2\x04\x03\x06\x05", 5), "\x51k", "\x51k", "\x51v", text});
+  std::string error;
+  const PropertyList value = read(bytes, &error);
+  EXPECT_EQ(error, "");
+  EXPECT_EQ(value, PropertyList::array({PropertyList::dictionary({{"k", "v"}}),
+                                        PropertyList::dictionary({{"k", "only one"}})}));
+}
+
+TEST(BinaryReader, WhatIsTakenOutOfAValueOutlivesIt) {
+  PropertyList::Array many;
+  for (int i = 0; i < 2000; ++i) {
+    many.push_back(PropertyList::dictionary({{"name", "name " + std::to_string(i)}, {"real", i / 4.0}}));
+  }
+  PropertyList value = read(binary(PropertyList::array(many)));
+  const PropertyList name = value[1234]["name"];
+  const PropertyList dictionary = value[77];
+  value = PropertyList();
+  EXPECT_EQ(name.string(), "name 1234");
+  EXPECT_EQ(dictionary, many[77]);
+}
+
 TEST(BinaryReader, ReadsEveryWidthOfInteger) {
   const auto bytes = [](std::initializer_list<int> list) { return std::string(list.begin(), list.end()); };
   EXPECT_EQ(read(document({bytes({0x10, 0xFF})})).longLongValue(), 255);

@@ -1,0 +1,67 @@
+// Memory for the many small nodes of a value that is read from bytes; for the files of this folder only.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/plist/PropertyListNode.h"
+
+namespace keldane {
+
+/// Lays nodes side by side in blocks. A block goes when the last node in it has gone: what outlives its
+/// neighbours keeps no more than one block of them. One thread; the nodes are then like any others.
+class PropertyListBlocks {
+ public:
+  /// No block is larger than `kBlockSize`, and none than what is `expected` yet.
+  explicit PropertyListBlocks(std::size_t expected) : expected_(expected) {}
+  ~PropertyListBlocks() { leaveBlock(); }
+  PropertyListBlocks(const PropertyListBlocks&) = delete;
+  PropertyListBlocks& operator=(const PropertyListBlocks&) = delete;
+
+  PropertyListNode* allocate(PropertyList::Kind kind, std::size_t count, std::size_t payload);
+
+ private:
+  static constexpr std::size_t kAlignment = alignof(PropertyListNode);
+
+  struct alignas(kAlignment) Block {
+    std::atomic<std::uint32_t> users = 1;  // the nodes in it, and whoever fills it
+  };
+
+ public:
+  /// What a node takes of a block.
+  static constexpr std::size_t sizeFor(std::size_t payload) {
+    return (sizeof(PropertyListNode) + payload + kAlignment - 1) / kAlignment * kAlignment;
+  }
+
+  /// Takes nodes that are dead, one after the other. Neighbours are counted together.
+  class Reclaimer {
+   public:
+    Reclaimer() = default;
+    ~Reclaimer() { drop(block_, nodes_); }
+    Reclaimer(const Reclaimer&) = delete;
+    Reclaimer& operator=(const Reclaimer&) = delete;
+    void reclaim(PropertyListNode* node) noexcept;
+
+   private:
+    Block* block_ = nullptr;
+    std::uint32_t nodes_ = 0;
+  };
+
+ private:
+  static constexpr std::size_t kBlockSize = 8192;
+  static constexpr std::size_t kLargestNode = kBlockSize / 8;
+
+  static void drop(Block* block, std::uint32_t users) noexcept;
+  void leaveBlock() noexcept {
+    drop(block_, 1);
+    block_ = nullptr;
+  }
+
+  std::size_t expected_;
+  Block* block_ = nullptr;
+  std::size_t used_ = 0;
+  std::size_t size_ = 0;
+};
+
+}  // namespace keldane
