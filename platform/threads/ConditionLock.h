@@ -32,8 +32,8 @@ class KELDANE_CAPABILITY("mutex") ConditionLock {
   bool lockWhenCondition(int condition, std::chrono::steady_clock::time_point limit)
       KELDANE_TRY_ACQUIRE(true);
 
-  /// Releases the lock and leaves the condition as it is. The object must last until the call returns: whoever
-  /// gets the lock may be ahead of it.
+  /// Releases the lock and leaves the condition as it is. The object must last until the call returns:
+  /// whoever gets the lock may be ahead of it.
   void unlock() KELDANE_RELEASE();
   /// Releases the lock with a new condition.
   void unlockWithCondition(int condition) KELDANE_RELEASE();
