@@ -212,7 +212,7 @@ def table(rows):
     lines = ["| | ratio | middle half of the turns | target |", "|---|---|---|---|"]
     for row in rows:
         mark = {None: "", True: " ✓", False: " ✗"}[row["met"]]
-        lines.append(f"| {row['title']} | {row['ratio']:.2f} | {row['spread'][0]:.2f} – {row['spread'][1]:.2f} | "
+        lines.append(f"| {row['title']} | {row['ratio']:.3g} | {row['spread'][0]:.3g} – {row['spread'][1]:.3g} | "
                      f"{row['target']}{mark} |")
     return "\n".join(lines)
 
@@ -328,7 +328,7 @@ def main():
         print(f"\n{group}")
         for row in members:
             mark = {None: "", True: "met", False: "MISSED"}[row["met"]]
-            print(f"  {row['title']:<72} {row['ratio']:8.2f}  ({row['spread'][0]:.2f} – {row['spread'][1]:.2f})  "
+            print(f"  {row['title']:<72} {row['ratio']:8.3g}  ({row['spread'][0]:.3g} – {row['spread'][1]:.3g})  "
                   f"{row['target']:>7} {mark}")
         if group in PLOTS:
             plot(members, folder / PLOTS[group])
