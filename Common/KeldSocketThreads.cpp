@@ -150,7 +150,9 @@ void KeldaneSocket::failForWantOfMemory() {
 }
 
 void KeldaneSocket::reportReadFailure() {
-  waitUnlessClosed(kFailureDelay);
+  if (!limits_) {  // a server waits for nobody's return, and who left should not count for a second more
+    waitUnlessClosed(kFailureDelay);
+  }
   if (isReceiving()) {
     deliver(nullptr, kLinkFailed);
   }

@@ -73,6 +73,15 @@ TEST_F(ServerLimitsTest, AConnectionBeyondTheLimitIsClosedAndAPlaceThatIsLeftIsG
   }));
 }
 
+TEST_F(ServerLimitsTest, WhoHasLeftTakesNoPlaceAnyMore) {
+  limits_.connectionsOfUser = 50;
+  again();
+  for (int i = 0; i < 500; ++i) {
+    testing::Client client(options_.socket);
+    ASSERT_TRUE(client->daemonState().isDictionary()) << i << " came and went within a second";
+  }
+}
+
 TEST_F(ServerLimitsTest, AMessageThatIsTooLongEndsItsConnectionBeforeItHasCome) {
   limits_.longestRequest = 1000;
   again();
