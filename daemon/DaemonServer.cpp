@@ -24,7 +24,7 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t kLongestSocketPath = 103;
 
-// Descriptors that are kept for everything but connections.
+// Descriptors that are kept for everything but connections; of few, half.
 constexpr std::size_t kOtherDescriptors = 64;
 
 constexpr auto kNotificationInterval = std::chrono::seconds(1);
@@ -37,7 +37,7 @@ ServerLimits withinDescriptors(ServerLimits limits) {
   rlimit descriptors{};
   if (getrlimit(RLIMIT_NOFILE, &descriptors) == 0 && descriptors.rlim_cur != RLIM_INFINITY) {
     const std::size_t most =
-        descriptors.rlim_cur - std::min<std::size_t>(descriptors.rlim_cur, kOtherDescriptors);
+        descriptors.rlim_cur - std::min<std::size_t>(descriptors.rlim_cur / 2, kOtherDescriptors);
     limits.connections = std::min(limits.connections, most);
   }
   return limits;

@@ -120,7 +120,7 @@ class Shipping(unittest.TestCase):
             text = stream.read()
         self.assertRegex(text, r"ExecStart=/\S+/bin/keldaned --foreground")
         self.assertNotIn("@CMAKE", text)
-        copy = os.path.join(self.place, "keldaned.service")
+        copy = os.path.join(self.enterContext(tempfile.TemporaryDirectory()), "keldaned.service")
         with open(copy, "w", encoding="utf-8") as stream:
             stream.write(re.sub(r"ExecStart=\S+", "ExecStart=" + self.installed("keldaned"), text))
         return copy
