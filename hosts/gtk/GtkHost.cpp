@@ -8,10 +8,9 @@ namespace keldane {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-/// Between the event that opens a menu and the last of the questions for its items.
-constexpr auto kComing = std::chrono::seconds(1);
+/// Milliseconds between the event that opens a menu and the last of the questions for its items, if the file
+/// manager has nothing else to do. With thousands of files it has, for longer than that.
+constexpr guint kComing = 1000;
 
 /// Never taken down: the thread of the plug-in may be stuck when the file manager ends.
 MenuService& menuService() {
@@ -24,10 +23,17 @@ std::function<void()>& itemsChangedCall() {
   return *call;
 }
 
-Clock::time_point gLastComing;
+guint gComing = 0;  // a source that ends it, behind all that is more urgent
 
 void aMenuIsComing() {
-  gLastComing = Clock::now();
+  if (gComing != 0) {
+    g_source_remove(gComing);
+  }
+  const auto itCame = [](gpointer) -> gboolean {
+    gComing = 0;
+    return G_SOURCE_REMOVE;
+  };
+  gComing = g_timeout_add_full(G_PRIORITY_LOW, kComing, itCame, nullptr, nullptr);
   menuService().forget();
   if (itemsChangedCall()) {
     itemsChangedCall()();
@@ -106,7 +112,7 @@ Menu menuToShow(const std::vector<GFile*>& files) {
   if (Menu known = menuService().rememberedMenuFor(*paths)) {
     return known;
   }
-  if (Clock::now() - gLastComing > kComing) {
+  if (gComing == 0) {
     return nullptr;
   }
   Menu menu = menuService().menuFor(*paths);

@@ -26,7 +26,7 @@ TEST_F(FolderSafetyTest, AFolderOfOnesOwnIsSafe) {
 }
 
 TEST_F(FolderSafetyTest, AFolderWhereAGroupOrOthersWriteIsNot) {
-  for (const mode_t open : {0770, 0707, 01777}) {
+  for (const mode_t open : {0770U, 0707U, 01777U}) {
     mode("above/here", open);
     EXPECT_EQ(answer(), "Others can write to the folder " + (folder_ / "above/here") + ".");
   }

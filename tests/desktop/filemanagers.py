@@ -99,6 +99,11 @@ class FileManager:
     def open_menu(self):
         self.click_cell(self.last, button=3)
 
+    def reopen_menu(self):
+        """With the selection as it is."""
+        press("Escape")
+        press("shift+F10")
+
     def top(self, patience=desktop.PATIENCE):
         return find(self.application, TITLE, patience=patience)
 
