@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
@@ -23,6 +24,8 @@ struct Held {
   std::size_t count;
 };
 constinit thread_local Held tHeld{};
+
+std::atomic<bool> gStopped = false;
 
 Locks held() { return Locks(tHeld.locks).first(tHeld.count); }
 
@@ -80,6 +83,8 @@ void LockOrder::setListener(Listener listener) {
   graph().listener.swap(listener);
 }
 
+void LockOrder::stop() { gStopped = true; }
+
 LockRecord::~LockRecord() {
   const std::lock_guard guard(graph().mutex);
   graph().taken.erase(this);
@@ -89,13 +94,16 @@ LockRecord::~LockRecord() {
 }
 
 void LockRecord::comesBefore(const LockRecord& later) const {
+  if (gStopped) {
+    return;
+  }
   const std::lock_guard guard(graph().mutex);
   graph().taken[this].emplace(&later,
                               std::string(traits_.name) + " is stated to come before " + later.traits_.name);
 }
 
 void LockRecord::willTake() const {
-  if (held().empty()) {
+  if (gStopped || held().empty()) {
     return;
   }
   std::string names;

@@ -78,7 +78,7 @@ class FileManager:
                 if node is not None:
                     before = desktop.middle(node)
                     time.sleep(0.1)
-                    return node if desktop.middle(node) == before else None
+                    return node if desktop.middle(node) == before and min(before) >= 0 else None
             return None
         return desktop.eventually(settled, f"the file {name!r}")
 

@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <new>
 
+#include "platform/threads/LockOrder.h"
+
 namespace keldane::testing {
 
 namespace {
@@ -16,6 +18,10 @@ std::atomic<long> failures = 0;  // that are still to come
 std::atomic<bool> someFailed = false;
 std::atomic<long> live = 0;
 thread_local bool isThisThread = false;
+
+#if defined(KELDANE_LOCK_ORDER)
+[[maybe_unused]] const bool kStopped = (LockOrder::stop(), true);
+#endif
 
 bool isToFail() {
   if (!on.load(std::memory_order_relaxed) || isThisThread != countsThisThread.load()) {
