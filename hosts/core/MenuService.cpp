@@ -1,6 +1,5 @@
 #include "hosts/core/MenuService.h"
 
-#include <algorithm>
 #include <charconv>
 #include <condition_variable>
 #include <cstdlib>
@@ -93,10 +92,8 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
     const std::lock_guard guard(mutex_);
     if (!isUnseen()) {
       offered_.reset();
-    } else {
-      // An opening may say so several times.
-      unseenUntil_ = std::min(*unseenUntil_, after(kLinger));
     }
+    unseenUntil_.reset();
   }
 
   void choose(const OfferedMenu& menu, std::uint32_t command) {
@@ -122,10 +119,6 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
     const std::shared_ptr<const OfferedMenu> menu = offered_;
     ++holders_;
     return {menu.get(), [self = shared_from_this(), menu](const OfferedMenu*) { self->letGo(); }};
-  }
-
-  static Clock::time_point after(RunLoop::Seconds time) {
-    return Clock::now() + std::chrono::duration_cast<Clock::duration>(time);
   }
 
   /// Whether the remembered menu came late, and the next opening may still show it.
@@ -220,7 +213,7 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
         unseenUntil_.reset();
       }
       if (isLate) {
-        unseenUntil_ = after(kUnseenLife);
+        unseenUntil_ = Clock::now() + std::chrono::duration_cast<Clock::duration>(kUnseenLife);
         listener = listener_;
       }
     }

@@ -48,9 +48,9 @@ class MenuService {
   std::shared_ptr<const OfferedMenu> menuFor(const std::vector<std::string>& paths);
   /// The same without asking anybody: null unless the menu of this selection is there.
   std::shared_ptr<const OfferedMenu> rememberedMenuFor(const std::vector<std::string>& paths) const;
-  /// A new menu is to be shown: what is remembered is out of date. A menu that came late is good for the
-  /// first opening within half a minute, so that a selection that takes longer than the patience has its menu
-  /// too.
+  /// A new menu is to be shown, said once for each: what is remembered is out of date. A menu that came late
+  /// is good for the first opening within half a minute, so that a selection that takes longer than the
+  /// patience has its menu too.
   void forget();
   /// Carries a command of a menu out, once the plug-in's thread is free. At most one a menu; the cycle ends.
   void choose(const OfferedMenu& menu, std::uint32_t command);

@@ -26,15 +26,16 @@ std::function<void()>& itemsChangedCall() {
 guint gComing = 0;  // a source that ends it, behind all that is more urgent
 
 void aMenuIsComing() {
-  if (gComing != 0) {
-    g_source_remove(gComing);
+  if (gComing == 0) {
+    menuService().forget();
+  } else {
+    g_source_remove(gComing);  // one opening may be several events
   }
   const auto itCame = [](gpointer) -> gboolean {
     gComing = 0;
     return G_SOURCE_REMOVE;
   };
   gComing = g_timeout_add_full(G_PRIORITY_LOW, kComing, itCame, nullptr, nullptr);
-  menuService().forget();
   if (itemsChangedCall()) {
     itemsChangedCall()();
   }
