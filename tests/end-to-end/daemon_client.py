@@ -13,6 +13,15 @@ class Gone(Exception):
     """The daemon has hung up, or does not answer in time."""
 
 
+def request(selector, *arguments, returns="v"):
+    """The bytes of a call; an argument is an object, or a pair of its type code and its value."""
+    elements = [WIDTHS[returns], returns, selector, len(arguments)]
+    for argument in arguments:
+        elements += list(argument) if isinstance(argument, tuple) else ["@", argument]
+    payload = plistlib.dumps(elements, fmt=plistlib.FMT_BINARY)
+    return MARKER + struct.pack("<iI", REQUEST, len(payload)) + payload
+
+
 class DaemonClient:
     def __init__(self, path, timeout=30):
         self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
@@ -33,23 +42,30 @@ class DaemonClient:
         self._socket.close()
 
     def send(self, selector, *arguments, returns="v"):
-        """Sends a call that nobody waits for; an argument is an object, or a pair of its type code and its value."""
-        request = [WIDTHS[returns], returns, selector, len(arguments)]
-        for argument in arguments:
-            request += list(argument) if isinstance(argument, tuple) else ["@", argument]
-        payload = plistlib.dumps(request, fmt=plistlib.FMT_BINARY)
+        """Sends a call without waiting for its answer."""
         try:
-            self._socket.sendall(MARKER + struct.pack("<iI", REQUEST, len(payload)) + payload)
+            self._socket.sendall(request(selector, *arguments, returns=returns))
         except OSError as error:
             raise Gone(str(error)) from error
 
-    def ask(self, selector, *arguments, returns="@"):
-        """The answer; None when it is absent."""
-        self.send(selector, *arguments, returns=returns)
+    def send_what_goes(self, data):
+        """As much as is taken at once."""
+        self._socket.setblocking(False)
+        try:
+            self._socket.send(data)
+        except BlockingIOError:
+            pass
+
+    def answer(self):
+        """The next answer; None when it is absent."""
         marker, kind, length = self._read(36), *struct.unpack("<iI", self._read(8))
         assert (marker, kind) == (MARKER, RESPONSE), (marker, kind)
         payload = self._read(length)
         return plistlib.loads(payload) if payload else None
+
+    def ask(self, selector, *arguments, returns="@"):
+        self.send(selector, *arguments, returns=returns)
+        return self.answer()
 
     def _read(self, count):
         data = b""

@@ -110,10 +110,12 @@ class Case(unittest.TestCase):
     # --- Waiting ---
 
     def eventually(self, condition, what="it"):
+        """The condition's first true answer."""
         end = time.monotonic() + PATIENCE
-        while not condition():
+        while not (answer := condition()):
             self.assertLess(time.monotonic(), end, f"{what} did not come about")
             time.sleep(0.02)
+        return answer
 
 
 class Keldaned:

@@ -2,16 +2,14 @@
 
 import errno
 import os
-import plistlib
 import signal
 import socket
-import struct
 import subprocess
 import sys
 import unittest
 
+from daemon_client import DaemonClient, Gone, request
 from harness import DAEMON, PATIENCE, Case
-from recording_daemon import MARKER, REQUEST
 
 CLIENTS = 500
 NOBODY = 65534
@@ -25,28 +23,6 @@ def instrumented():
     with open(DAEMON, "rb") as program:
         content = program.read()
     return b"__asan_init" in content or b"__tsan_init" in content
-
-
-def request(selector, *arguments, code="@"):
-    elements = [8, code, selector, len(arguments)]
-    for argument in arguments:
-        elements += ["@", argument]
-    payload = plistlib.dumps(elements, fmt=plistlib.FMT_BINARY)
-    return MARKER + struct.pack("<iI", REQUEST, len(payload)) + payload
-
-
-def answer(peer):
-    def read(count):
-        data = b""
-        while len(data) < count:
-            block = peer.recv(count - len(data))
-            if not block:
-                raise EOFError
-            data += block
-        return data
-
-    length = struct.unpack("<I", read(44)[40:])[0]
-    return plistlib.loads(read(length)) if length else None
 
 
 class Server(Case):
@@ -69,11 +45,15 @@ class Server(Case):
             return peer.connect_ex(self.socket) == 0
 
     def connect(self):
-        peer = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
-        self.addCleanup(peer.close)
-        peer.connect(self.socket)  # waits while the daemon's queue is full
-        peer.settimeout(PATIENCE)
-        return peer
+        """Waits while the daemon's queue is full."""
+        def try_it():
+            try:
+                return DaemonClient(self.socket, PATIENCE)
+            except Gone:
+                return None
+        client = self.eventually(try_it, "a place in the daemon's queue")
+        self.addCleanup(client.close)
+        return client
 
     def status(self, key):
         with open(f"/proc/{self.process.pid}/status", encoding="ascii") as lines:
@@ -81,13 +61,13 @@ class Server(Case):
 
     def test_five_hundred_clients_are_answered_at_once(self):
         path = self.file("a.txt")
-        self.connect().sendall(request("daemonState"))
+        self.connect().ask("daemonState")
         before = self.status("VmRSS") * 1024
         peers = [self.connect() for _ in range(CLIENTS)]
         for peer in peers:
-            peer.sendall(request("dictionaryForPath:", path))
+            peer.send("dictionaryForPath:", path, returns="@")
         for peer in peers:
-            self.assertEqual(answer(peer)["path"], path)
+            self.assertEqual(peer.answer()["path"], path)
         threads, memory = self.status("Threads"), self.status("VmRSS") * 1024 - before
         print(f"{CLIENTS} clients: {threads} threads, {memory // CLIENTS // 1024} KiB each", file=sys.stderr)
         self.assertLess(threads, CLIENTS + 10, "one thread for each, and few of its own")
@@ -102,12 +82,7 @@ class Server(Case):
         peers = [self.connect() for _ in range(20)]
         for index, peer in enumerate(peers):
             selector = ("childrenDictionariesForPath:", "dictionaryForPath:", "backupColorsForFiles:")[index % 3]
-            flood = request(selector, [path] * 50 if index % 3 == 2 else path) * 200
-            peer.setblocking(False)
-            try:
-                peer.send(flood)
-            except BlockingIOError:
-                pass
+            peer.send_what_goes(request(selector, [path] * 50 if index % 3 == 2 else path, returns="@") * 200)
         self.process.send_signal(signal.SIGTERM)
         self.assertEqual(self.process.wait(PATIENCE), 0)
         self.assertFalse(os.path.exists(self.socket))
@@ -119,19 +94,15 @@ class Server(Case):
         os.chmod(readable, 0o644)
         for folder in (self.place, os.path.join(self.place, "files")):
             os.chmod(folder, 0o755)
+
         def as_somebody_else():
             peer = self.connect()
-
-            def ask(*arguments, **more):
-                peer.sendall(request(*arguments, **more))
-                return answer(peer)
-
-            self.assertEqual(ask("dictionaryForPath:", readable)["fileName"], "readable")
-            self.assertIsNone(ask("dictionaryForPath:", secret))
-            self.assertEqual(ask("excludeFileFromBackup:", secret, code="I"), errno.EACCES)
-            self.assertEqual(ask("excludeFileFromBackup:", readable, code="I"), errno.EACCES)
-            peer.sendall(request("terminate", code="v"))
-            self.assertEqual(ask("daemonState")["pendingFileCount"], 0)
+            self.assertEqual(peer.ask("dictionaryForPath:", readable)["fileName"], "readable")
+            self.assertIsNone(peer.ask("dictionaryForPath:", secret))
+            self.assertEqual(peer.ask("excludeFileFromBackup:", secret, returns="I"), errno.EACCES)
+            self.assertEqual(peer.ask("excludeFileFromBackup:", readable, returns="I"), errno.EACCES)
+            peer.send("terminate")
+            self.assertEqual(peer.ask("daemonState")["pendingFileCount"], 0)
 
         child = os.fork()
         if child == 0:
