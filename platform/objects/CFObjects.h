@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 
 extern "C" {
 
@@ -61,15 +62,16 @@ class CFOwner {
   explicit CFOwner(Ref adopted) : ref_(adopted) {}
   CFOwner(CFOwner&& other) noexcept : ref_(other.ref_) { other.ref_ = nullptr; }
   CFOwner& operator=(CFOwner&& other) noexcept {
-    Ref old = ref_;
-    ref_ = other.ref_;
-    other.ref_ = nullptr;
-    CFRelease(old);
+    std::swap(ref_, other.ref_);
     return *this;
   }
   CFOwner(const CFOwner&) = delete;
   CFOwner& operator=(const CFOwner&) = delete;
-  ~CFOwner() { CFRelease(ref_); }
+  ~CFOwner() {
+    if (ref_ != nullptr) {
+      CFRelease(ref_);
+    }
+  }
   Ref get() const { return ref_; }
   explicit operator bool() const { return ref_ != nullptr; }
 
