@@ -195,8 +195,10 @@ TEST_F(ServerLimitsTest, RequestsThatComeInShareABudget) {
     RawConnection first = peer();
     first.write(part);
     RawConnection second = peer();
-    EXPECT_TRUE(eventually([&] { return !second.tryWrite(part) || second.isReadable(1500); })) << "too much";
-    EXPECT_FALSE(first.isReadable(0));
+    second.tryWrite(part);
+    // Which of them is read first is the daemon's affair: one too many ends, the other stays.
+    EXPECT_TRUE(eventually([&] { return first.isReadable(10) || second.isReadable(10); })) << "too much";
+    EXPECT_FALSE(first.isReadable(300) && second.isReadable(300)) << "there is room for one";
     expectService();  // what is small always has room
   }
   EXPECT_TRUE(eventually([&] {
