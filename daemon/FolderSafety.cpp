@@ -13,9 +13,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// What the system shows for every user without a number in this process's user namespace.
-constexpr uid_t kSomebody = 65534;
-
 // In a sandbox that knows its own user alone, root has no number and owns "/" all the same.
 bool rootHasNoNumber() {
   std::ifstream map("/proc/self/uid_map");

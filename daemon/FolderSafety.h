@@ -1,10 +1,16 @@
 // Whether others can put their own thing in place of the daemon's.
 #pragma once
 
+#include <sys/types.h>
+
 #include <optional>
 #include <string>
 
 namespace keldane {
+
+/// What the system shows for every user and group that has no number in this process's user namespace: neither a
+/// peer of that number nor a file of it tells who it is.
+constexpr uid_t kSomebody = 65534;
 
 /// A sentence that says how a user other than root and this process's own could replace what lies in a
 /// folder; nothing when none can. The folder must exist; symbolic links to it are followed first. It must not

@@ -12,6 +12,7 @@
 #include <memory>
 
 #include "daemon/FileFacts.h"
+#include "daemon/FolderSafety.h"
 #include "platform/files/Path.h"
 
 namespace keldane {
@@ -20,10 +21,6 @@ namespace {
 
 constexpr mode_t kSearch = 1;
 constexpr mode_t kRead = 4;
-
-// What the system shows for every user and group that has no number in this process's user namespace, and so
-// neither a peer of that number nor a file of it tells who it is.
-constexpr unsigned kSomebody = 65534;
 
 std::string placeOf(int handle) { return "/proc/self/fd/" + std::to_string(handle); }
 

@@ -16,7 +16,6 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr std::size_t kLabelColumns = 16;
-constexpr std::size_t kWidestBar = 40;
 
 /// The values of the daemon's state that a row of its own shows; every other one is printed as it is.
 constexpr std::array kShownKeys = {"backedUpFileCount",

@@ -1,10 +1,14 @@
 // What the program writes to: a terminal with a width and colours, or a file or pipe without.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
 namespace keldane {
+
+/// Columns of a progress bar on the widest terminal.
+constexpr std::size_t kWidestBar = 40;
 
 enum class Color : std::uint8_t { plain, red, green, yellow, blue, gray };
 

@@ -11,7 +11,7 @@ namespace keldane {
 
 namespace {
 
-std::size_t columnsOf(char32_t character) {
+std::size_t columnsTakenBy(char32_t character) {
   // Of a character that the locale does not know nothing is known.
   const int columns = wcwidth(static_cast<wchar_t>(character));
   return columns < 0 ? 1 : static_cast<std::size_t>(columns);
@@ -23,7 +23,7 @@ std::size_t columnsOf(std::string_view text) {
   std::size_t columns = 0;
   for (std::size_t at = 0; at < text.size();) {
     bool valid = true;
-    columns += columnsOf(nextCharacter(text, at, valid));
+    columns += columnsTakenBy(nextCharacter(text, at, valid));
   }
   return columns;
 }
@@ -47,7 +47,7 @@ std::string lastColumns(std::string_view text, std::size_t columns) {
   std::size_t at = 0;
   while (left + 1 > columns && at < text.size()) {
     bool valid = true;
-    left -= columnsOf(nextCharacter(text, at, valid));
+    left -= columnsTakenBy(nextCharacter(text, at, valid));
   }
   return (Terminal::hasBoxes() ? "…" : "<") + std::string(text.substr(at));
 }

@@ -21,7 +21,6 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr RunLoop::Seconds kRedrawInterval{1.0};
-constexpr std::size_t kWidestBar = 40;
 constexpr std::size_t kNarrowestFile = 12;
 
 struct WatchOptions {

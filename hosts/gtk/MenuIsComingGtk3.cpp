@@ -20,6 +20,16 @@ gboolean onButton(GSignalInvocationHint* /*hint*/, guint count, const GValue* va
   return TRUE;
 }
 
+// Thunar looks at the keys itself, and no signal of theirs comes.
+gboolean onKey(GSignalInvocationHint* /*hint*/, guint count, const GValue* values, gpointer /*data*/) {
+  const auto* event = count < 2 ? nullptr : static_cast<const GdkEventKey*>(g_value_get_boxed(&values[1]));
+  if (event != nullptr && (event->keyval == GDK_KEY_Menu ||
+                           (event->keyval == GDK_KEY_F10 && (event->state & GDK_SHIFT_MASK) != 0))) {
+    theCallback()();
+  }
+  return TRUE;
+}
+
 gboolean onPopup(GSignalInvocationHint* /*hint*/, guint /*count*/, const GValue* /*values*/,
                  gpointer /*data*/) {
   theCallback()();
@@ -36,6 +46,7 @@ void hook(const char* signal, GSignalEmissionHook function) {
 void whenAMenuIsComing(std::function<void()> callback) {
   theCallback() = std::move(callback);
   hook("button-press-event", onButton);
+  hook("key-press-event", onKey);
   hook("popup-menu", onPopup);
 }
 

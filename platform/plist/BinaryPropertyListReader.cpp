@@ -32,9 +32,9 @@ std::uint64_t eightBytes(const std::uint8_t* bytes) {
   return std::endian::native == std::endian::little ? __builtin_bswap64(value) : value;
 }
 
-class Reader {
+class BinaryReader {
  public:
-  explicit Reader(BytesView bytes) : bytes_(bytes) { readTrailer(); }
+  explicit BinaryReader(BytesView bytes) : bytes_(bytes) { readTrailer(); }
 
   PropertyList read() { return object(topObject_, 1); }
 
@@ -394,6 +394,6 @@ class Reader {
 
 }  // namespace
 
-PropertyList readBinaryPropertyList(BytesView bytes) { return Reader(bytes).read(); }
+PropertyList readBinaryPropertyList(BytesView bytes) { return BinaryReader(bytes).read(); }
 
 }  // namespace keldane

@@ -8,7 +8,7 @@ namespace keldane {
 
 namespace {
 
-constexpr bool isBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+constexpr bool isTextBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
 constexpr bool isWordCharacter(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '$' ||
@@ -22,9 +22,9 @@ int hexDigit(char c) {
                                 : -1;
 }
 
-class Reader {
+class TextReader {
  public:
-  explicit Reader(std::string_view text) : text_(text) {}
+  explicit TextReader(std::string_view text) : text_(text) {}
 
   PropertyList read() {
     skip();
@@ -49,7 +49,7 @@ class Reader {
  private:
   void skip() {
     for (;;) {
-      while (at_ < text_.size() && isBlank(text_[at_])) {
+      while (at_ < text_.size() && isTextBlank(text_[at_])) {
         ++at_;
       }
       const std::string_view rest = text_.substr(at_);
@@ -147,7 +147,7 @@ class Reader {
     int high = -1;
     for (; at_ < text_.size(); ++at_) {
       const char c = text_[at_];
-      if (isBlank(c)) {
+      if (isTextBlank(c)) {
         continue;
       }
       if (c == '>' && high < 0) {
@@ -273,6 +273,6 @@ class Reader {
 
 }  // namespace
 
-PropertyList readTextPropertyList(std::string_view text) { return Reader(text).read(); }
+PropertyList readTextPropertyList(std::string_view text) { return TextReader(text).read(); }
 
 }  // namespace keldane

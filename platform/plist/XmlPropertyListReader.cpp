@@ -14,21 +14,21 @@ namespace keldane {
 
 namespace {
 
-constexpr bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+constexpr bool isXmlBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
 std::string_view trimmed(std::string_view text) {
-  while (!text.empty() && isBlank(text.front())) {
+  while (!text.empty() && isXmlBlank(text.front())) {
     text.remove_prefix(1);
   }
-  while (!text.empty() && isBlank(text.back())) {
+  while (!text.empty() && isXmlBlank(text.back())) {
     text.remove_suffix(1);
   }
   return text;
 }
 
-class Reader {
+class XmlReader {
  public:
-  explicit Reader(std::string_view text) : text_(text) {}
+  explicit XmlReader(std::string_view text) : text_(text) {}
 
   PropertyList read() {
     skipMisc();
@@ -73,7 +73,7 @@ class Reader {
   /// Passes over blanks, comments, processing instructions and the document type.
   void skipMisc() {
     for (;;) {
-      while (at_ < text_.size() && isBlank(text_[at_])) {
+      while (at_ < text_.size() && isXmlBlank(text_[at_])) {
         ++at_;
       }
       if (startsWith("<!--")) {
@@ -117,7 +117,7 @@ class Reader {
     }
     ++at_;
     const std::size_t nameStart = at_;
-    while (at_ < text_.size() && !isBlank(text_[at_]) && text_[at_] != '>' && text_[at_] != '/' &&
+    while (at_ < text_.size() && !isXmlBlank(text_[at_]) && text_[at_] != '>' && text_[at_] != '/' &&
            text_[at_] != '<') {
       ++at_;
     }
@@ -144,7 +144,7 @@ class Reader {
     const std::size_t start = at_;
     if (startsWith("</") && text_.substr(at_ + 2).starts_with(name)) {
       at_ += 2 + name.size();
-      while (at_ < text_.size() && isBlank(text_[at_])) {
+      while (at_ < text_.size() && isXmlBlank(text_[at_])) {
         ++at_;
       }
       if (at_ < text_.size() && text_[at_] == '>') {
@@ -350,7 +350,7 @@ class Reader {
     int digits = 0;
     int padding = 0;
     for (const char c : text) {
-      if (isBlank(c)) {
+      if (isXmlBlank(c)) {
         continue;
       }
       if (c == '=') {
@@ -402,6 +402,6 @@ class Reader {
 
 }  // namespace
 
-PropertyList readXmlPropertyList(std::string_view text) { return Reader(text).read(); }
+PropertyList readXmlPropertyList(std::string_view text) { return XmlReader(text).read(); }
 
 }  // namespace keldane

@@ -14,7 +14,7 @@ namespace {
 using Node = KeldaneFileNode;
 using testing::TemporaryFolder;
 
-Node::Pointer named(const char* name) {
+Node::Pointer nodeNamed(const char* name) {
   const Node::Pointer node = Node::create();
   node->setFileName(name);
   return node;
@@ -88,7 +88,7 @@ TEST(FileNode, PredicatesReadTheirBits) {
 }
 
 TEST(FileNode, TheNameToShowIsTheFileNameUnlessThereIsAnother) {
-  const Node::Pointer node = named("a.txt");
+  const Node::Pointer node = nodeNamed("a.txt");
   EXPECT_EQ(node->displayName().string(), "a.txt");
   node->setDisplayName("A");
   EXPECT_EQ(node->displayName().string(), "A");
@@ -103,10 +103,10 @@ TEST(FileNode, WithoutADateItWasNeverBackedUp) {
 }
 
 TEST(FileNode, SizesAddUp) {
-  const Node::Pointer folder = named("f");
+  const Node::Pointer folder = nodeNamed("f");
   folder->setSizeValue(10);
   for (const std::uint64_t size : {5U, 7U}) {
-    const Node::Pointer child = named("c");
+    const Node::Pointer child = nodeNamed("c");
     child->setSize(PropertyList(size));
     folder->addChild(child);
   }
@@ -118,17 +118,17 @@ TEST(FileNode, SizesAddUp) {
 }
 
 TEST(FileNode, ABundleHasContents) {
-  const Node::Pointer folder = named("f");
+  const Node::Pointer folder = nodeNamed("f");
   EXPECT_FALSE(folder->isBundle());
-  folder->addChild(named("contents"));
+  folder->addChild(nodeNamed("contents"));
   EXPECT_FALSE(folder->isBundle());
-  folder->addChild(named("Contents"));
-  folder->addChild(named("x"));
+  folder->addChild(nodeNamed("Contents"));
+  folder->addChild(nodeNamed("x"));
   EXPECT_TRUE(folder->isBundle());
 }
 
 TEST(FileNode, DescribesItself) {
-  const Node::Pointer node = named("a.txt");
+  const Node::Pointer node = nodeNamed("a.txt");
   node->setBackupFlags(0x10);
   node->setVersion(PropertyList(3));
   node->setTotalCount(2);
@@ -154,9 +154,9 @@ TEST(FileNode, AccountsHaveNamesOrNumbers) {
 }
 
 TEST(FileNode, APathIsStoredOrDerivedFromTheParent) {
-  const Node::Pointer root = named("r");
+  const Node::Pointer root = nodeNamed("r");
   EXPECT_EQ(root->path(), std::nullopt);
-  const Node::Pointer child = named("c");
+  const Node::Pointer child = nodeNamed("c");
   root->addChild(child);
   EXPECT_EQ(child->path(), std::nullopt);
   root->setPath("/r");
@@ -166,8 +166,8 @@ TEST(FileNode, APathIsStoredOrDerivedFromTheParent) {
 }
 
 TEST(FileNode, ThePathOfAChildCannotBeSet) {
-  const Node::Pointer root = named("r");
-  const Node::Pointer child = named("c");
+  const Node::Pointer root = nodeNamed("r");
+  const Node::Pointer child = nodeNamed("c");
   root->setPath("/r");
   root->addChild(child);
   try {
@@ -182,11 +182,11 @@ TEST(FileNode, ThePathOfAChildCannotBeSet) {
 }
 
 TEST(FileNode, DeepTreesAreFreedMeasuredAndWrittenWithoutTheStack) {
-  const Node::Pointer root = named("r");
+  const Node::Pointer root = nodeNamed("r");
   root->setPath("/");
   Node::Pointer deepest = root;
   for (int i = 0; i < 100000; ++i) {
-    const Node::Pointer child = named("d");
+    const Node::Pointer child = nodeNamed("d");
     child->setSizeValue(1);
     deepest->addChild(child);
     deepest = child;

@@ -11,12 +11,13 @@
 #include <set>
 #include <thread>
 
+#include "tests/daemon/ServerFixture.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace keldane {
 namespace {
 
-constexpr uid_t kStranger = 4123456;
+using testing::kStranger;
 
 class PermissionsTest : public ::testing::Test {
  protected:

@@ -53,6 +53,9 @@ inline RawConnection connectedTo(const std::string& path) {
   return RawConnection(descriptor);
 }
 
+/// A user whom nobody has made.
+constexpr uid_t kStranger = 4123456;
+
 /// What another user's program sees. The system notes who connects, and on Linux each thread has a user of
 /// its own.
 inline RawConnection connectedAs(uid_t user, const std::string& path) {

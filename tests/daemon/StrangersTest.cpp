@@ -14,7 +14,7 @@ namespace {
 
 using testing::RawConnection;
 
-constexpr uid_t kStranger = 4123456;
+using testing::kStranger;
 
 class StrangersTest : public testing::DaemonServerTest {
  protected:

@@ -103,6 +103,8 @@ def eventually(condition, what, patience=PATIENCE):
         except (GLib.Error, Gone):
             pass
         if time.monotonic() > end:
+            if folder := os.environ.get("KELDANE_SCREENSHOTS"):
+                screenshot(os.path.join(folder, f"missing-{time.time():.0f}.png"))
             raise AssertionError(f"{what() if callable(what) else what} did not come about")
         time.sleep(0.05)
 

@@ -151,6 +151,16 @@ class InTheFileManager(unittest.TestCase):
         self.manager.choose(ASAP)
         self.assertEqual(sorted(self.wait_until_told(daemon, "setPriorityBackup:", 2)), paths)
 
+    def test_the_menu_by_the_keyboard(self):
+        path = self.file("letter.txt")
+        daemon = self.daemon()
+        self.open()
+        self.manager.select("letter.txt")
+        self.manager.open_menu_by_keyboard()
+        self.check_entries(STATUS, "-", "Back This Up", ASAP, "-", PREFERENCES)
+        self.manager.choose("Back This Up")
+        self.assertEqual(self.wait_until_told(daemon, "addFileToBackup:"), [path])
+
     def test_a_folder(self):
         os.mkdir(os.path.join(self.files, "folder"))
         daemon = self.daemon()
@@ -182,7 +192,7 @@ class InTheFileManager(unittest.TestCase):
         self.open(patience=100)
         self.manager.select_all("00009.txt")  # the first ones Nemo scrolls away while it reads
         before = self.manager.memory()
-        self.manager.open_menu()
+        self.manager.open_menu_by_keyboard()
         desktop.eventually(lambda: QUESTION in daemon.selectors(), "the first question", 120)
         self.manager.application.get_child_count()  # comes back although the daemon does not answer
         self.answering.set()

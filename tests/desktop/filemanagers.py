@@ -80,7 +80,11 @@ class FileManager:
                     time.sleep(0.1)
                     return node if desktop.middle(node) == before and min(before) >= 0 else None
             return None
-        return desktop.eventually(settled, f"the file {name!r}")
+        def missing():
+            places = [(role, desktop.middle(node)) for role in self.file_roles
+                      for node in [find_now(self.application, name, role, showing=False)] if node is not None]
+            return f"the file {name!r}, there are {places or desktop.dump(self.application)}"
+        return desktop.eventually(settled, missing)
 
     def click_cell(self, name, **how):
         click(self.cell(name), above_end=self.label_above_end, **how)
@@ -99,10 +103,14 @@ class FileManager:
     def open_menu(self):
         self.click_cell(self.last, button=3)
 
-    def reopen_menu(self):
-        """With the selection as it is."""
-        press("Escape")
+    def open_menu_by_keyboard(self):
+        """With the selection as it is, wherever a program that is still reading the folder has scrolled."""
         press("shift+F10")
+
+    def reopen_menu(self):
+        """Likewise, from an open menu."""
+        press("Escape")
+        self.open_menu_by_keyboard()
 
     def top(self, patience=desktop.PATIENCE):
         return find(self.application, TITLE, patience=patience)
@@ -214,7 +222,7 @@ class Nautilus(FileManager):
         press("ctrl+a")
 
     def open_menu(self):
-        press("shift+F10")
+        self.open_menu_by_keyboard()
 
     def top(self, patience=desktop.PATIENCE):
         return find(self.application, TITLE, showing=False, patience=patience)
@@ -256,11 +264,19 @@ class Dolphin(FileManager):
         os.environ["QT_PLUGIN_PATH"] = os.path.join(BUILD, "hosts", "dolphin")
         return lambda: os.environ.pop("QT_PLUGIN_PATH")
 
-    def open_menu(self):
+    def listen(self):
         if self.focused:
             self.focused.end()
         self.focused = desktop.FocusedNames()
+
+    def open_menu(self):
+        self.listen()
         super().open_menu()
+        desktop.eventually(lambda: self.key("Down"), "the menu")
+
+    def open_menu_by_keyboard(self):
+        self.listen()
+        press("Menu")
         desktop.eventually(lambda: self.key("Down"), "the menu")
 
     def key(self, key):

@@ -20,6 +20,15 @@ inline PropertyList nodeDictionary(int number) {
              std::uint64_t{20480} + static_cast<std::uint64_t>(number), 1000U, 1000U});
 }
 
+/// An array in an array, so many times; the innermost holds text.
+inline PropertyList nested(int depth) {
+  PropertyList value = "leaf";
+  for (int i = 0; i < depth; ++i) {
+    value = PropertyList::array({value});
+  }
+  return value;
+}
+
 inline PropertyList nodeDictionaries(int count) {
   PropertyList::Array nodes;
   for (int i = 0; i < count; ++i) {

@@ -4,13 +4,13 @@
 #include <glibmm/miscutils.h>
 
 #include "clients/core/Printable.h"
+#include "clients/preferences/window/Spacing.h"
 #include "clients/preferences/window/Translation.h"
 
 namespace keldane {
 
 namespace {
 
-constexpr int kGap = 12;
 constexpr int kWidth = 780, kHeight = 680;
 constexpr unsigned kWatchInterval = 1;                // seconds
 constexpr auto kPatience = std::chrono::seconds(10);  // with a daemon that does not answer
@@ -21,7 +21,7 @@ constexpr auto kFarewell = std::chrono::seconds(1);
 PreferencesWindow::PreferencesWindow(std::shared_ptr<Bundle> bundle)
     : mailbox_(std::make_shared<Mailbox>([this](const Update& update) { receive(update); })),
       daemon_(std::move(bundle), [mailbox = mailbox_](Update update) { mailbox->put(std::move(update)); }),
-      content_(Gtk::ORIENTATION_VERTICAL, kGap),
+      content_(Gtk::ORIENTATION_VERTICAL, 2 * kGap),
       statusPane_({
           [this](std::int32_t minutes) {
             daemon_.perform([minutes](DaemonSession& session) { session.pause(minutes); });
@@ -47,7 +47,7 @@ PreferencesWindow::PreferencesWindow(std::shared_ptr<Bundle> bundle)
   set_title(tr("Keldane Preferences"));
   set_icon_name("keldane");
   set_default_size(kWidth, kHeight);
-  set_border_width(kGap);
+  set_border_width(2 * kGap);
   refusal_.set_message_type(Gtk::MESSAGE_WARNING);
   refusal_.set_show_close_button(true);
   refusal_.signal_response().connect([this](int) { refusal_.hide(); });

@@ -4,15 +4,10 @@
 #include <gtkmm/cellrenderertoggle.h>
 #include <gtkmm/window.h>
 
+#include "clients/preferences/window/Spacing.h"
 #include "clients/preferences/window/Translation.h"
 
 namespace keldane {
-
-namespace {
-
-constexpr int kGap = 6;
-
-}  // namespace
 
 RulesPane::RulesPane(Wishes wishes)
     : Gtk::Box(Gtk::ORIENTATION_VERTICAL, kGap),

@@ -3,13 +3,13 @@
 #include <gtkmm/adjustment.h>
 
 #include "clients/core/Units.h"
+#include "clients/preferences/window/Spacing.h"
 #include "clients/preferences/window/Translation.h"
 
 namespace keldane {
 
 namespace {
 
-constexpr int kGap = 6;
 constexpr int kMinutesAtFirst = 30, kMostMinutes = 525600;
 constexpr int kQuotaBarWidth = 200;
 

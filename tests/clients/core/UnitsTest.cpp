@@ -42,7 +42,7 @@ TEST(Units, CountsAreGroupedByThreeDigits) {
 }
 
 TEST(Units, DurationsHaveTwoUnitsAtMost) {
-  const auto text = [](int seconds) { return durationText(std::chrono::seconds(seconds)); };
+  const auto text = [](int count) { return durationText(std::chrono::seconds(count)); };
   EXPECT_EQ(text(0), "0 s");
   EXPECT_EQ(text(59), "59 s");
   EXPECT_EQ(text(60), "1 min");

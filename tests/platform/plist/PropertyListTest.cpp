@@ -6,16 +6,12 @@
 #include <limits>
 #include <thread>
 
+#include "tests/support/Samples.h"
+
 namespace keldane {
 namespace {
 
-PropertyList nested(int depth) {
-  PropertyList value = "leaf";
-  for (int i = 0; i < depth; ++i) {
-    value = PropertyList::array({value});
-  }
-  return value;
-}
+using testing::nested;
 
 // A value whose text form has 2^levels leaves.
 PropertyList doubling(int levels) {

@@ -5,8 +5,12 @@
 #include <cmath>
 #include <random>
 
+#include "tests/support/Samples.h"
+
 namespace keldane {
 namespace {
+
+using testing::nested;
 
 using Format = PropertyListSerialization::Format;
 
@@ -34,14 +38,6 @@ std::string hex(const Bytes& bytes, std::size_t from, std::size_t count) {
     text += kDigits[bytes[i] & 15];
   }
   return text;
-}
-
-PropertyList nested(int depth) {
-  PropertyList value = 1;
-  for (int i = 0; i < depth; ++i) {
-    value = PropertyList::array({value});
-  }
-  return value;
 }
 
 /// Objects, then the offset table and trailer that the format asks for.

@@ -17,7 +17,6 @@ constexpr std::array<std::string_view, 13> kKinds = {"delay", "split", "join",  
 
 // A reader looks for the marker in steps of its length.
 constexpr std::uint32_t kStep = 36;
-constexpr std::uint32_t kHeader = 44;
 
 template <class Name, std::size_t count>
 std::optional<Name> named(const std::array<std::string_view, count>& names, const std::string& word) {

@@ -8,6 +8,9 @@
 
 namespace keldane::testing {
 
+/// Bytes of a frame before its payload: marker, type, length.
+constexpr std::uint32_t kHeader = 44;
+
 /// From the client to the daemon, or back.
 enum class Direction : std::uint8_t { requests, answers };
 

@@ -31,7 +31,7 @@ using Clock = std::chrono::steady_clock;
 constexpr std::string_view kMarker = "8A2E4C19-5D73-4B8F-A0E6-C93B17F52D04";
 constexpr std::size_t kTypeAt = kMarker.size();
 constexpr std::size_t kLengthAt = kTypeAt + 4;
-constexpr std::size_t kHeader = kLengthAt + 4;
+static_assert(kHeader == kLengthAt + 4);
 
 // A call that nobody will answer is ended after this time without a byte; before the first byte the client
 // may still be on its way.
