@@ -8,8 +8,8 @@
 
 namespace keldane {
 
-/// What the system shows for every user and group that has no number in this process's user namespace: neither a
-/// peer of that number nor a file of it tells who it is.
+/// What the system shows for every user and group that has no number in this process's user namespace:
+/// neither a peer of that number nor a file of it tells who it is.
 constexpr uid_t kSomebody = 65534;
 
 /// A sentence that says how a user other than root and this process's own could replace what lies in a
