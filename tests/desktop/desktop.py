@@ -41,10 +41,10 @@ def _start(*command, **options):
 def _begin():
     """Starts all of it and points this process's environment at it, before anything looks there."""
     # A number of this process's own, because a server that ends can take the next one's of the same number along. The
-    # server says when it can be reached.
+    # server says when it can be reached; it would begin anew, and drop who is just coming, whenever its last client goes.
     display = str(10000 + os.getpid() % 40000)
     reading, writing = os.pipe()
-    _start("Xvfb", ":" + display, "-displayfd", str(writing), "-screen", "0", "1280x1024x24", "-nolisten", "tcp",
+    _start("Xvfb", ":" + display, "-displayfd", str(writing), "-screen", "0", "1280x1024x24", "-nolisten", "tcp", "-noreset",
            pass_fds=[writing])
     os.close(writing)
     with os.fdopen(reading) as stream:
@@ -129,8 +129,9 @@ def applications():
     return [child(desktop, i) for i in range(desktop.get_child_count())]
 
 
-def walk(node, depth=0):
-    """A node of the accessibility tree and all below; what goes away meanwhile is passed over."""
+def walk(node, depth=0, widest=None):
+    """A node of the accessibility tree and all below, but for what lies in one with more than `widest` in it; what goes
+    away meanwhile is passed over."""
     if node is None or depth > 40:
         return
     yield node
@@ -138,12 +139,14 @@ def walk(node, depth=0):
         count = min(node.get_child_count(), 3000)
     except GLib.Error:
         return
+    if widest is not None and count > widest:
+        return
     for i in range(count):
         try:
             below = child(node, i)
         except Gone:
             continue
-        yield from walk(below, depth + 1)
+        yield from walk(below, depth + 1, widest)
 
 
 def has_state(node, state):
