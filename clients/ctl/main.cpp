@@ -14,8 +14,7 @@ int run(int argc, char** argv) {
   CLI::App app(
       "Administers the backup daemon of this computer.\n\n"
       "Exit status: 0 done, 1 the daemon did not take it or knows nothing of it, 2 usage, 3 the daemon "
-      "cannot "
-      "be\nreached, 4 it did not answer in time.",
+      "cannot be\nreached, 4 it did not answer in time.",
       "keldanectl");
   app.get_formatter()->column_width(28);
   app.set_version_flag("--version", "keldanectl " KELDANE_VERSION);
