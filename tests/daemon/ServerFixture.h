@@ -13,35 +13,12 @@
 #include <thread>
 
 #include "daemon/DaemonServer.h"
+#include "tests/support/Client.h"
 #include "tests/support/RawPeer.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Wait.h"
 
 namespace keldane::testing {
-
-/// A client of its own, as any other program would be.
-class Client {
- public:
-  explicit Client(const std::string& path) {
-    proxy_->setSocket(socket_);
-    proxy_->setProtocol(&KeldaneDaemonProtocol);
-    connected_ = socket_->connectToPath(path);
-  }
-  ~Client() {
-    proxy_->close();
-    socket_->close();
-  }
-  Client(const Client&) = delete;
-  Client& operator=(const Client&) = delete;
-  KeldaneProxy* operator->() { return proxy_.get(); }
-  KeldaneProxy& proxy() { return *proxy_; }
-  bool connected() const { return connected_; }
-
- private:
-  std::shared_ptr<KeldaneSocket> socket_ = KeldaneSocket::create();
-  std::shared_ptr<KeldaneProxy> proxy_ = KeldaneProxy::create();
-  bool connected_ = false;
-};
 
 /// A connection that sends what no client would.
 inline RawConnection connectedTo(const std::string& path) {

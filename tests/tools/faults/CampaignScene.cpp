@@ -5,11 +5,10 @@
 
 #include <csignal>
 #include <filesystem>
-#include <memory>
 #include <stdexcept>
 #include <system_error>
 
-#include "Common/KeldProxy.h"
+#include "tests/support/Client.h"
 #include "tests/support/Wait.h"
 
 namespace keldane::testing {
@@ -20,15 +19,12 @@ Scene::Scene()
   for (const char* name : {"alpha.txt", "bravo.txt", "charlie/inside", "delta.txt", "golf"}) {
     folder_.write(std::string("files/") + name, "content");
   }
-  if (!eventually([&] { return std::filesystem::exists(socket()); })) {
-    throw std::runtime_error("keldaned does not listen");
-  }
   int status = 0;
   waitpid(startChild([this] { return setRules() ? 0 : 1; }), &status, 0);
   if (status != 0) {
     throw std::runtime_error("keldaned does not do what it is told");
   }
-  // That was the only client, and it has gone once the listener is the only socket.
+  // Those were the only clients, and they have gone once the listener is the only socket.
   if (!eventually([&] { return count("fd", "socket:") == 1; })) {
     throw std::runtime_error("keldaned keeps a client that has left");
   }
@@ -87,24 +83,23 @@ std::ptrdiff_t Scene::count(const char* what, const char* beginning) const {
 
 bool Scene::setRules() const {
   alarm(60);  // a daemon that does not answer is waited for without a limit
-  const std::shared_ptr<KeldaneSocket> link = KeldaneSocket::create();
-  const std::shared_ptr<KeldaneProxy> proxy = KeldaneProxy::create();
-  proxy->setProtocol(&KeldaneDaemonProtocol);
-  proxy->setSocket(link);
-  bool done = link->connectToPath(socket());
+  // For a moment the socket is there and nobody listens yet.
+  if (!eventually([&] { return Client(socket()).connected(); })) {
+    return false;
+  }
+  Client client(socket());
+  bool done = client.connected();
   for (const char* name : {"bravo.txt", "charlie"}) {
-    proxy->addFileToBackup(file(name));
+    client->addFileToBackup(file(name));
   }
   for (const char* name : {"alpha.txt", "delta.txt", "golf"}) {
-    proxy->removeFileFromBackup(file(name));
+    client->removeFileFromBackup(file(name));
   }
   for (const char* name : {"bravo.txt", "charlie/inside", "charlie"}) {
     done = done && eventually([&] {
-             return proxy->dictionaryForPath(file(name), 0)["state"].string() == "Backed up";
+             return client->dictionaryForPath(file(name), 0)["state"].string() == "Backed up";
            });
   }
-  proxy->close();
-  link->close();
   return done;
 }
 
