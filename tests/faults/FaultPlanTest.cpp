@@ -40,6 +40,12 @@ TEST(FaultPlan, IsSettledBySeedAndCycle) {
   EXPECT_NE(FaultPlan::random(7, 3), FaultPlan::random(8, 3));
 }
 
+TEST(FaultPlan, HasOneForEachDirection) {
+  const FaultPlan plan = FaultPlan::parse("answers flip 1 2; requests cut 3 4; answers stop 5 0").value();
+  EXPECT_EQ(plan.of(Direction::answers).text(), "answers flip 1 2; answers stop 5 0");
+  EXPECT_EQ(plan.of(Direction::requests).text(), "requests cut 3 4");
+}
+
 TEST(FaultPlan, HasTheEffectOfItsWorstFault) {
   const std::pair<const char*, Effect> cases[] = {
       {"", Effect::whole},

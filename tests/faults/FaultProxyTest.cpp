@@ -28,10 +28,11 @@ class FaultProxyTest : public ::testing::Test {
                          [this, parsed = FaultPlan::parse(plan).value()] { return proxy_.serve(parsed); });
     connect();
   }
-  void connect() {
+  void connect() { connect(path_); }
+  void connect(const std::string& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    path_.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
     const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     ASSERT_EQ(::connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
     client_.emplace(descriptor);
@@ -99,6 +100,21 @@ TEST_F(FaultProxyTest, WithoutAFaultPassesEverythingOn) {
   EXPECT_EQ(report.requests, 2U);
   EXPECT_EQ(report.early, 0U);
   EXPECT_EQ(report.delivered, frame(1) + frame(2));
+  EXPECT_EQ(report.forwarded, frame(1) + frame(2));
+}
+
+TEST_F(FaultProxyTest, WaitsForTheDaemonsFarewell) {
+  const std::string path = folder_ / "patient.sock";
+  FaultProxy proxy(path, daemon_.path(), Farewell::daemon);
+  report_ = std::async(std::launch::async, [&] { return proxy.serve({}); });
+  connect(path);
+  client_->write(frame(1));
+  client_->close();
+  EXPECT_EQ(peer_->read(kEverything), frame(1)) << "it sees the end";
+  peer_->write(frame(2));
+  EXPECT_EQ(report_.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+  peer_->close();
+  EXPECT_EQ(report_.get().forwarded, frame(1));
 }
 
 TEST_F(FaultProxyTest, PassesOnWhatIsNoFrame) {
@@ -324,11 +340,12 @@ TEST_F(FaultProxyTest, LeavesAFrameWithoutValuesAsItIs) {
 }
 
 TEST(ConnectionReport, IsReadAsItIsWritten) {
-  const ConnectionReport reports[] = {{true, 3, 44, std::string("\0\xFF mn", 5)}, {false, 0, 0, ""}};
+  const ConnectionReport reports[] = {
+      {true, 3, 44, std::string("\0\xFF mn", 5), "up"}, {false, 0, 0, "", "x"}, {false, 0, 0, "", ""}};
   for (const ConnectionReport& report : reports) {
     EXPECT_EQ(ConnectionReport::parse(report.line()), report) << report.line();
   }
-  EXPECT_EQ(reports[0].line(), "client 3 44 00ff206d6e");
+  EXPECT_EQ(reports[0].line(), "client 3 44 :00ff206d6e :7570");
   EXPECT_FALSE(ConnectionReport::parse(""));
 }
 

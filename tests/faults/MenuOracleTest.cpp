@@ -12,7 +12,7 @@ std::string answerFrame(const PropertyList& value) {
   return RawConnection::frame(2, value ? RawConnection::payloadOf(value) : "");
 }
 
-ConnectionReport received(const std::string& bytes) { return {true, 9, 0, bytes}; }
+ConnectionReport received(const std::string& bytes) { return {true, 9, 0, bytes, ""}; }
 
 Answers only(const ConnectionReport& report) {
   const std::vector<Answers> possible = possibleAnswers(report);

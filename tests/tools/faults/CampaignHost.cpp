@@ -3,11 +3,14 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <set>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 #include <thread>
 
+#include "Common/FileNode.h"
 #include "platform/host/Host.h"
 #include "platform/syslog/SystemLog.h"
 #include "tests/support/Wait.h"
@@ -15,6 +18,9 @@
 namespace keldane::testing {
 
 namespace {
+
+constexpr std::array<const char*, 3> kStandings = {"left out", "included", "preferred"};
+constexpr std::string_view kBackedUp = "Backed up";
 
 std::string textOf(const Titles& titles) {
   if (!titles) {
@@ -40,10 +46,11 @@ Outcome outcomeOf(const Titles& menu, const Titles& clean) {
   return clean && std::all_of(menu->begin(), menu->end(), isClean) ? Outcome::fewer : Outcome::other;
 }
 
-/// The client tries again on a timer, from when it has noticed.
-void awaitLink() {
-  const auto tries = [] { return RunLoop::main().load().timers > 0; };
-  if (!eventuallyRunning(tries) || !eventuallyRunning([&] { return !tries(); })) {
+/// Whether a client has noticed that its link was lost: it tries again on a timer, from then on.
+bool triesAgain() { return RunLoop::main().load().timers > 0; }
+
+void awaitLink(bool hasNoticed) {
+  if ((!hasNoticed && !eventuallyRunning(triesAgain)) || !eventuallyRunning([] { return !triesAgain(); })) {
     throw std::runtime_error("a link that was lost is not back while its menu is open");
   }
 }
@@ -51,7 +58,10 @@ void awaitLink() {
 }  // namespace
 
 CampaignHost::CampaignHost(const Scene& scene, std::uint64_t seed, std::uint32_t firstCycle)
-    : seed_(seed), subject_(scene.subject(firstCycle)), proxy_(bundle_.daemonPath(), scene.socket()) {
+    : seed_(seed),
+      subject_(scene.subject(firstCycle)),
+      proxy_(bundle_.daemonPath(), scene.socket()),
+      daemon_(scene.socket()) {
   setenv("LC_ALL", "C", 1);
   setLogReceiver([](std::string_view) {});
   Host::shared().setProcess(fourCharCode("MACS"), fourCharCode("FNDR"));
@@ -61,7 +71,9 @@ CampaignHost::CampaignHost(const Scene& scene, std::uint64_t seed, std::uint32_t
   }
   // All that is made once in a process is made in these.
   cycle({}, kNoCommand);
-  cycle({}, subject_.command);
+  for (const std::uint32_t command : subject_.commands) {
+    checkCommand({}, command, cycle({}, command));
+  }
   cleanAnswers_ = possibleAnswers(cycle({}, kNoCommand).report).front();
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
   before_ = std::make_unique<Footprint>();
@@ -70,16 +82,21 @@ CampaignHost::CampaignHost(const Scene& scene, std::uint64_t seed, std::uint32_t
 Outcome CampaignHost::run(std::uint32_t number) {
   const FaultPlan plan = FaultPlan::random(seed_, number);
   const std::uint32_t round = number / kSubjects;
+  const std::uint32_t mostly =
+      subject_.commands.empty() ? kNoCommand : subject_.commands[round / 4 % subject_.commands.size()];
   // An answer that nobody waits for would keep the client from seeing the end of its link.
-  const bool staysOpen = round % 4 == 1 && subject_.command != kNoCommand && plan.effect() == Effect::missing;
-  const Cycle faulty = cycle(plan, staysOpen || round % 4 == 0 ? subject_.command : kNoCommand, staysOpen);
+  const bool staysOpen = round % 4 == 1 && mostly != kNoCommand && plan.effect() == Effect::missing;
+  const std::uint32_t command = staysOpen || round % 4 == 0 ? mostly : kNoCommand;
+  const Cycle faulty = cycle(plan, command, staysOpen);
   checkMenu(plan, faulty);
+  checkCommand(plan, command, faulty);
   checkFootprint("the faulty cycle");
   const Cycle clean = cycle({}, kNoCommand);
   if (clean.menu != subject_.menu) {
     throw std::runtime_error("the clean cycle that follows shows " + textOf(clean.menu));
   }
   checkFootprint("the clean cycle that follows");
+  cleanAnswers_ = possibleAnswers(clean.report).front();  // of a file that was backed up they say when
   return outcomeOf(faulty.menu, subject_.menu);
 }
 
@@ -87,13 +104,14 @@ CampaignHost::Cycle CampaignHost::cycle(const FaultPlan& plan, std::uint32_t com
   const Selection selection{subject_.paths};
   proxy_.begin(plan);
   const MenuHost::Examination examination = host_.examine(selection);
-  RunLoop::main().runDue();  // as a host's loop does while its menu is open
+  RunLoop::main().runDue();              // as a host's loop does while its menu is open
+  const bool hasNoticed = triesAgain();  // when the loop runs again, that may have come to its end
   Cycle cycle;
   const bool isLost = staysOpen && proxy_.hasReport();
   if (isLost) {
     cycle.report = proxy_.report();
     proxy_.begin({});
-    awaitLink();
+    awaitLink(hasNoticed);
   }
   if (command != kNoCommand) {
     host_.select(selection, command);
@@ -102,8 +120,8 @@ CampaignHost::Cycle CampaignHost::cycle(const FaultPlan& plan, std::uint32_t com
   const ConnectionReport last = proxy_.report();
   if (!isLost) {
     cycle.report = last;
-  } else if (last.requests != subject_.paths.size()) {
-    throw std::runtime_error("a command does not reach the daemon over the link that is back");
+  } else {
+    cycle.back = last;
   }
   if (examination.status != kNoErr) {
     throw std::runtime_error("the examination answers " + std::to_string(examination.status));
@@ -126,7 +144,7 @@ void CampaignHost::checkMenu(const FaultPlan& plan, const Cycle& faulty) const {
     isPossible |= menu == faulty.menu;
     possibleMenus.insert(textOf(menu));
     const std::string wrong = contradiction(plan.effect(), answers, cleanAnswers_);
-    if (!wrong.empty()) {
+    if (!wrong.empty() && !asksAfterOrder(faulty.report.forwarded)) {
       throw std::runtime_error(wrong);
     }
   }
@@ -139,6 +157,61 @@ void CampaignHost::checkMenu(const FaultPlan& plan, const Cycle& faulty) const {
   }
   if (plan.effect() == Effect::whole && faulty.menu != subject_.menu) {
     throw std::runtime_error("the menu is " + textOf(faulty.menu));
+  }
+}
+
+void CampaignHost::checkCommand(const FaultPlan& plan, std::uint32_t command, const Cycle& faulty) {
+  const FaultPlan faults = faulty.back ? FaultPlan() : plan;
+  const Orders arrived = ordersIn((faulty.back ? *faulty.back : faulty.report).forwarded);
+  const std::string wrong = misdelivery(faults, arrived, ordersOf(command, subject_.paths));
+  if (!wrong.empty()) {
+    throw std::runtime_error((faulty.back ? "over the link that is back, " : "") + wrong);
+  }
+  if (command != kBackupASAP) {
+    return;
+  }
+  const bool certain = faults.of(Direction::requests).effect() == Effect::whole;
+  for (const std::string& path : subject_.paths) {
+    const Standing found = standing(path);
+    if (!possibleStandings(arrived, path, certain).contains(found)) {
+      std::string orders;
+      for (const Order& order : arrived) {
+        orders += "\n    " + order.selector + ' ' + order.path;
+      }
+      throw std::runtime_error(path + " is " + kStandings[static_cast<std::size_t>(found)] +
+                               ", and this has arrived:" + orders);
+    }
+    takeBack(path);
+  }
+}
+
+Standing CampaignHost::standing(const std::string& path) {
+  const PropertyList node = daemon_->dictionaryForPath(path, 0);
+  const std::uint32_t flags = node["simpleFlags"].unsignedIntValue();
+  if ((flags & simple_flags::kChecked) == 0) {
+    return Standing::leftOut;
+  }
+  const bool isPreferred =
+      (flags & simple_flags::kPriorityChecked) != 0 || node["state"].string() == kBackedUp;
+  return isPreferred ? Standing::preferred : Standing::included;
+}
+
+void CampaignHost::takeBack(const std::string& path) {
+  // It stays preferred until it is backed up, whatever the rules say.
+  const auto isBackedUp = [&] { return daemon_->dictionaryForPath(path, 0)["state"].string() == kBackedUp; };
+  if (standing(path) == Standing::preferred && !eventually(isBackedUp)) {
+    throw std::runtime_error(path + " is preferred and not backed up");
+  }
+  daemon_->removeFileFromBackup(path);
+  // What is backed up and has not changed since cannot be preferred again.
+  std::filesystem::last_write_time(path, std::filesystem::last_write_time(path) + std::chrono::hours(1));
+  const auto isAsBefore = [&] {
+    using namespace simple_flags;
+    const std::uint32_t flags = daemon_->dictionaryForPath(path, 0)["simpleFlags"].unsignedIntValue();
+    return (flags & (kChecked | kPriorityEnabled | kPriorityChecked)) == kPriorityEnabled;
+  };
+  if (!eventually(isAsBefore)) {
+    throw std::runtime_error("a command on " + path + " cannot be taken back");
   }
 }
 

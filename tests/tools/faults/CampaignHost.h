@@ -5,12 +5,16 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <optional>
+#include <string>
 
 #include "hosts/core/MenuHost.h"
+#include "tests/support/Client.h"
 #include "tests/support/Footprint.h"
 #include "tests/support/PluginBundle.h"
 #include "tests/support/UserPreferences.h"
 #include "tests/tools/faults/CampaignScene.h"
+#include "tests/tools/faults/CommandOracle.h"
 #include "tests/tools/faults/MenuOracle.h"
 #include "tests/tools/faults/ProxyProcess.h"
 
@@ -32,11 +36,18 @@ class CampaignHost {
   struct Cycle {
     Titles menu;
     ConnectionReport report;
+    /// The connection over which the command went, if the one before it was lost while the menu was open.
+    std::optional<ConnectionReport> back;
   };
 
   /// A menu that stays open is there until its link, if it was lost, is back.
   Cycle cycle(const FaultPlan& plan, std::uint32_t command, bool staysOpen = false);
   void checkMenu(const FaultPlan& plan, const Cycle& faulty) const;
+  void checkCommand(const FaultPlan& plan, std::uint32_t command, const Cycle& faulty);
+  /// What the daemon makes of a file that was told to be backed up as soon as possible.
+  Standing standing(const std::string& path);
+  /// Makes of a file what it was before that.
+  void takeBack(const std::string& path);
   void checkFootprint(const char* after) const;
 
   const std::uint64_t seed_;
@@ -45,6 +56,7 @@ class CampaignHost {
   const Subject subject_;
   ProxyProcess proxy_;
   MenuHost host_;
+  Client daemon_;  // asked and told without a proxy
   Answers cleanAnswers_;
   std::unique_ptr<Footprint> before_;
 };

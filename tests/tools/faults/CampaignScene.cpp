@@ -13,11 +13,23 @@
 
 namespace keldane::testing {
 
-Scene::Scene()
-    : daemon_({KELDANED_PROGRAM, "--foreground", "--socket", socket(), "--store", folder_ / "store", "--root",
+namespace {
+
+constexpr const char* kLeftOut[] = {"alpha.txt", "delta.txt", "golf"};
+
+}  // namespace
+
+Scene::Scene(std::uint32_t lanes)
+    : lanes_(lanes),
+      daemon_({KELDANED_PROGRAM, "--foreground", "--socket", socket(), "--store", folder_ / "store", "--root",
                folder_.path().string()}) {
-  for (const char* name : {"alpha.txt", "bravo.txt", "charlie/inside", "delta.txt", "golf"}) {
+  for (const char* name : {"bravo.txt", "charlie/inside"}) {
     folder_.write(std::string("files/") + name, "content");
+  }
+  for (std::uint32_t lane = 0; lane < lanes_; ++lane) {
+    for (const char* name : kLeftOut) {
+      folder_.write(std::filesystem::path(fileOf(lane, name)).lexically_relative(folder_.path()), "content");
+    }
   }
   int status = 0;
   waitpid(startChild([this] { return setRules() ? 0 : 1; }), &status, 0);
@@ -39,26 +51,37 @@ Subject Scene::subject(std::uint32_t cycle) const {
   const std::string several = "Status: <multiple files selected>";
   const std::string asap = "Back Up This File As Soon As Possible";
   const std::vector<std::string> left = {"Status: Not selected for backup", "-", backup, asap, "-", prefs};
+  const std::vector<std::uint32_t> leaveOrHurry = {kExclude, kBackupASAP};
+  const auto own = [&](const char* name) { return fileOf(cycle % lanes_, name); };
   switch (cycle % kSubjects) {
     case 0:
-      return {{file("alpha.txt")}, kExclude, left};
+      return {{own("alpha.txt")}, leaveOrHurry, left};
     case 1:
-      return {{file("bravo.txt")}, kBackup, {{"Status: Backed up", "-", exclude, "-", prefs}}};
+      return {{file("bravo.txt")}, {kBackup}, {{"Status: Backed up", "-", exclude, "-", prefs}}};
     case 2:
-      return {{file("charlie")}, kNoCommand, {{"Status: Backed up", "-", backup, exclude, "-", prefs}}};
+      return {{file("charlie")}, {}, {{"Status: Backed up", "-", backup, exclude, "-", prefs}}};
     case 3:
-      return {{file("alpha.txt"), file("delta.txt")}, kExclude, {{several, "-", backup, asap, "-", prefs}}};
+      return {{own("alpha.txt"), own("delta.txt")}, leaveOrHurry, {{several, "-", backup, asap, "-", prefs}}};
     case 4:
-      return {{file("none")}, kNoCommand, {{"-", "-", prefs}}};
+      return {{file("none")}, {}, {{"-", "-", prefs}}};
     case 5:
-      return {{file("golf")}, kExclude, left};
+      return {{own("golf")}, leaveOrHurry, left};
     case 6:
-      return {{file("alpha.txt"), "/dev/null"}, kNoCommand, std::nullopt};
+      return {{own("alpha.txt"), "/dev/null"}, {}, std::nullopt};
     default:
-      return {{file("bravo.txt"), file("charlie"), file("alpha.txt")},
-              kNoCommand,
+      return {{file("bravo.txt"), file("charlie"), own("alpha.txt")},
+              {},
               {{several, "-", backup, exclude, "-", prefs}}};
   }
+}
+
+std::string Scene::fileOf(std::uint32_t lane, const std::string& name) const {
+  // Each digit three times, so that a changed bit does not make of one lane's file another's.
+  std::string folder;
+  for (const char digit : std::to_string(1000 + lane)) {
+    folder += std::string(3, digit);
+  }
+  return file(folder + '/' + name);
 }
 
 std::string Scene::end() {
@@ -92,15 +115,19 @@ bool Scene::setRules() const {
   for (const char* name : {"bravo.txt", "charlie"}) {
     client->addFileToBackup(file(name));
   }
-  for (const char* name : {"alpha.txt", "delta.txt", "golf"}) {
-    client->removeFileFromBackup(file(name));
+  for (std::uint32_t lane = 0; lane < lanes_; ++lane) {
+    for (const char* name : kLeftOut) {
+      client->removeFileFromBackup(fileOf(lane, name));
+    }
   }
   for (const char* name : {"bravo.txt", "charlie/inside", "charlie"}) {
     done = done && eventually([&] {
              return client->dictionaryForPath(file(name), 0)["state"].string() == "Backed up";
            });
   }
-  return done;
+  // From here on only what is preferred is backed up, so that it can be told from what is only included.
+  client->setAutomaticMode(0);
+  return done && client->automaticMode() == 0;
 }
 
 }  // namespace keldane::testing

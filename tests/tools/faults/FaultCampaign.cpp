@@ -52,7 +52,7 @@ class Campaign {
     std::cout << "Seed " << options_.seed << ", " << (options_.only ? options_.times : options_.cycles)
               << " cycles in " << lanes() << " hosts." << std::endl;
     const auto start = std::chrono::steady_clock::now();
-    Scene scene;
+    Scene scene(hosts());
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) {
       throw std::runtime_error("there is no pipe");
@@ -94,9 +94,11 @@ class Campaign {
   }
 
  private:
-  std::uint32_t lanes() const {
+  std::uint32_t lanes() const { return options_.only ? 1 : hosts(); }
+
+  std::uint32_t hosts() const {
     // Each lane has one subject.
-    return options_.only ? 1 : std::max<std::uint32_t>(options_.lanes / kSubjects, 1) * kSubjects;
+    return std::max<std::uint32_t>(options_.lanes / kSubjects, 1) * kSubjects;
   }
 
   int runLane(const Scene& scene, std::uint32_t lane, int pipe) const {

@@ -42,11 +42,11 @@ class Dice {
   std::mt19937 engine_;
 };
 
-// A file is asked about six times: 1,500 bytes of questions, 3,000 of answers. Headers and what follows them
-// are hit as often as all the rest.
+// A file is asked about six times, and a command sends up to two messages: 2,000 bytes of requests, 3,000 of
+// answers. Headers and what follows them are hit as often as all the rest.
 std::uint32_t somewhere(Dice& dice, Direction direction) {
   return dice.below(2) == 0 ? dice.below(2 * kHeader)
-                            : dice.below(direction == Direction::requests ? 1500 : 3000);
+                            : dice.below(direction == Direction::requests ? 2000 : 3000);
 }
 
 std::uint32_t garbageLength(Dice& dice) {
@@ -64,7 +64,7 @@ Fault randomFault(Dice& dice) {
   Fault fault;
   fault.direction = static_cast<Direction>(dice.below(2));
   fault.kind = static_cast<FaultKind>(dice.below(kKinds.size()));
-  fault.at = dice.below(6);
+  fault.at = dice.below(fault.direction == Direction::requests ? 8 : 6);
   switch (fault.kind) {
     case FaultKind::delay:
       fault.amount = dice.from(1, 8);
@@ -201,6 +201,12 @@ Effect FaultPlan::effect() const {
         return fault.kind == FaultKind::early;
       });
   return cut && moreThanAskedFor ? Effect::altered : worst;
+}
+
+FaultPlan FaultPlan::of(Direction direction) const {
+  FaultPlan plan = *this;
+  std::erase_if(plan.faults, [&](const Fault& fault) { return fault.direction != direction; });
+  return plan;
 }
 
 const Fault* FaultPlan::find(Direction direction, FaultKind kind) const {

@@ -65,6 +65,8 @@ struct FaultPlan {
   std::string text() const;
 
   Effect effect() const;
+  /// Its faults in that direction.
+  FaultPlan of(Direction direction) const;
   /// The first fault of that kind, else null.
   const Fault* find(Direction direction, FaultKind kind) const;
   bool operator==(const FaultPlan&) const = default;

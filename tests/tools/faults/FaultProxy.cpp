@@ -41,6 +41,8 @@ constexpr auto kFirstPatience = std::chrono::milliseconds(200);
 constexpr auto kJoinPatience = std::chrono::milliseconds(5);
 // Nobody lets the proxy wait this long for a write.
 constexpr timeval kSendLimit = {5, 0};
+// No daemon is busy for so long with what was left to do at the end of a connection.
+constexpr timeval kFarewellLimit = {20, 0};
 
 sockaddr_un addressOf(const std::string& path) {
   sockaddr_un address{};
@@ -361,6 +363,7 @@ class Connection {
     report.requests = static_cast<std::uint32_t>(requests_.frames().size());
     report.early = early_;
     report.delivered = answers_.delivered();
+    report.forwarded = requests_.delivered();
     return report;
   }
 
@@ -418,37 +421,66 @@ class Connection {
   bool clientHasLeft_ = false;
 };
 
+/// Ends the connection for the client, and for the daemon once that has read and answered everything.
+void partFrom(int client, int daemon) {
+  ::shutdown(client, SHUT_RDWR);
+  ::shutdown(daemon, SHUT_WR);
+  setsockopt(daemon, SOL_SOCKET, SO_RCVTIMEO, &kFarewellLimit, sizeof(kFarewellLimit));
+  char block[65536];
+  ssize_t got = 1;
+  while (got > 0) {
+    got = ::recv(daemon, block, sizeof(block), 0);
+  }
+  if (got < 0 && errno == EAGAIN) {
+    throw std::runtime_error("the daemon keeps a connection that has ended");
+  }
+}
+
+/// Two digits a byte; never empty, as the words of a line.
+std::string wordOf(const std::string& bytes) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  std::string word = ":";
+  for (const char byte : bytes) {
+    word += kDigits[static_cast<unsigned char>(byte) >> 4U];
+    word += kDigits[static_cast<unsigned char>(byte) & 15U];
+  }
+  return word;
+}
+
+std::string bytesOf(const std::string& word) {
+  std::string bytes;
+  for (std::size_t at = 1; at + 1 < word.size(); at += 2) {
+    bytes += static_cast<char>(std::stoi(word.substr(at, 2), nullptr, 16));
+  }
+  return bytes;
+}
+
 }  // namespace
 
 std::string ConnectionReport::line() const {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::string text = std::string(endedByClient ? "client" : "proxy") + ' ' + std::to_string(requests) + ' ' +
-                     std::to_string(early) + ' ';
-  for (const char byte : delivered) {
-    text += kDigits[static_cast<unsigned char>(byte) >> 4U];
-    text += kDigits[static_cast<unsigned char>(byte) & 15U];
-  }
-  return text;
+  return std::string(endedByClient ? "client" : "proxy") + ' ' + std::to_string(requests) + ' ' +
+         std::to_string(early) + ' ' + wordOf(delivered) + ' ' + wordOf(forwarded);
 }
 
 std::optional<ConnectionReport> ConnectionReport::parse(const std::string& line) {
   std::istringstream words(line);
   std::string who;
-  std::string bytes;
+  std::string toClient;
+  std::string toDaemon;
   ConnectionReport report;
-  if (!(words >> who >> report.requests >> report.early)) {
+  if (!(words >> who >> report.requests >> report.early >> toClient >> toDaemon)) {
     return std::nullopt;
   }
   report.endedByClient = who == "client";
-  words >> bytes;
-  for (std::size_t at = 0; at + 1 < bytes.size(); at += 2) {
-    report.delivered += static_cast<char>(std::stoi(bytes.substr(at, 2), nullptr, 16));
-  }
+  report.delivered = bytesOf(toClient);
+  report.forwarded = bytesOf(toDaemon);
   return report;
 }
 
-FaultProxy::FaultProxy(const std::string& listenPath, std::string connectPath)
-    : connectPath_(std::move(connectPath)), listener_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+FaultProxy::FaultProxy(const std::string& listenPath, std::string connectPath, Farewell farewell)
+    : connectPath_(std::move(connectPath)),
+      farewell_(farewell),
+      listener_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
   const sockaddr_un address = addressOf(listenPath);
   if (::bind(listener_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
       ::listen(listener_.get(), 10) != 0) {
@@ -469,6 +501,9 @@ ConnectionReport FaultProxy::serve(const FaultPlan& plan) {
     }
     Connection connection(plan, recorded_, client.get(), daemon.get());
     ConnectionReport report = connection.run();
+    if (farewell_ == Farewell::daemon) {
+      partFrom(client.get(), daemon.get());
+    }
     if (!connection.anythingWasSaid()) {
       continue;  // it came and went, as a client does that is closed while it waits to be served
     }

@@ -20,6 +20,7 @@ struct ConnectionReport {
   std::uint32_t requests = 0;  ///< whole ones that were read from the client
   std::uint32_t early = 0;     ///< bytes for the client that went out before it said anything
   std::string delivered;       ///< all bytes that went out to the client
+  std::string forwarded;       ///< all bytes that went out to the daemon
 
   /// One line of text, and back.
   std::string line() const;
@@ -30,6 +31,12 @@ struct ConnectionReport {
 /// Frames that one connection carried, by direction.
 using RecordedFrames = std::array<std::vector<std::string>, 2>;
 
+/// Which end of a connection `serve` waits for before it returns.
+enum class Farewell : std::uint8_t {
+  client,  ///< the client's, or the fault's
+  daemon   ///< the daemon's too, which then has done all that it was told
+};
+
 /// Listens at one path for as long as it lives, and connects to another for each client. One thread.
 ///
 /// It takes whole frames and passes them on. As a client's call waits without a limit, a plan that may leave
@@ -37,14 +44,16 @@ using RecordedFrames = std::array<std::vector<std::string>, 2>;
 class FaultProxy {
  public:
   /// Both paths have at most 103 bytes. Throws std::system_error when it cannot listen.
-  FaultProxy(const std::string& listenPath, std::string connectPath);
+  FaultProxy(const std::string& listenPath, std::string connectPath, Farewell farewell = Farewell::client);
 
   /// Waits for the next client that says something and serves it to the end. Clean connections are remembered
-  /// for the plans that need to know what will come.
+  /// for the plans that need to know what will come. Throws std::runtime_error when a daemon whose end is
+  /// waited for keeps a connection that has ended.
   ConnectionReport serve(const FaultPlan& plan);
 
  private:
   std::string connectPath_;
+  Farewell farewell_;
   Descriptor listener_;
   RecordedFrames recorded_;
 };

@@ -18,7 +18,7 @@ int main(int argc, char** argv) {
   CLI11_PARSE(app, argc, argv);
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   try {
-    FaultProxy proxy(listenPath, connectPath);
+    FaultProxy proxy(listenPath, connectPath, Farewell::daemon);
     std::cout << "ready" << std::endl;
     for (std::string line; std::getline(std::cin, line);) {
       const std::optional<FaultPlan> plan = FaultPlan::parse(line);
