@@ -9,7 +9,7 @@ import subprocess
 import tempfile
 import time
 
-PATIENCE = 30  # what a busy machine may need; nothing waits longer than until what it waits for is there
+PATIENCE = 120  # what a busy machine may need; nothing waits longer than until what it waits for is there
 
 _place = tempfile.mkdtemp(prefix="keldane-desktop-")
 _processes = []
