@@ -175,12 +175,12 @@ def matches(node, name=None, role=None, showing=True):
     return not showing or has_state(node, Atspi.StateType.SHOWING)
 
 
-def find_now(root, name=None, role=None, showing=True):
-    return next((node for node in walk(root) if matches(node, name, role, showing)), None)
+def find_now(root, name=None, role=None, showing=True, widest=None):
+    return next((node for node in walk(root, widest=widest) if matches(node, name, role, showing)), None)
 
 
-def find(root, name=None, role=None, showing=True, patience=PATIENCE):
-    return eventually(lambda: find_now(root, name, role, showing),
+def find(root, name=None, role=None, showing=True, patience=PATIENCE, widest=None):
+    return eventually(lambda: find_now(root, name, role, showing, widest),
                       lambda: f"{role or 'anything'} named {name!r} in\n{dump(root)}", patience)
 
 

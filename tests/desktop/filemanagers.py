@@ -10,6 +10,7 @@ import desktop
 from desktop import Atspi, click, find, find_now, has_state, press, walk
 
 BUILD = os.environ["KELDANE_BUILD"]
+WIDEST = 100  # menus are no wider, and a folder that is need not be looked through for them
 TITLE, NOT_RESPONDING = "Keldane", "Keldane is not responding"
 
 
@@ -108,7 +109,7 @@ class FileManager:
         told = re.compile(f"{number}.*lected|Selection: {number}")
         def selected():
             press("ctrl+a")
-            return any(told.search(node.get_name() or "") for node in walk(self.application, widest=100))
+            return any(told.search(node.get_name() or "") for node in walk(self.application, widest=WIDEST))
         desktop.eventually(selected, f"the selection of {count} files")
 
     def open_menu(self):
@@ -124,15 +125,14 @@ class FileManager:
         self.open_menu_by_keyboard()
 
     def top(self, patience=desktop.PATIENCE):
-        return find(self.application, TITLE, patience=patience)
+        return find(self.application, TITLE, patience=patience, widest=WIDEST)
 
     def is_open(self):
         """Whether the file manager's own menu is there."""
-        return find_now(self.application, "Properties") or find_now(self.application, "Properties…") or \
-            find_now(self.application, "Properties...")
+        return find_now(self.application, re.compile("^Properties(…|[.]{3})?$"), widest=WIDEST)
 
     def is_in_menu(self, name):
-        return find_now(self.application, name) is not None
+        return find_now(self.application, name, widest=WIDEST) is not None
 
     def entries(self):
         """Names of the submenu's entries, each with whether it can be chosen; "-" is a separator."""
@@ -236,27 +236,27 @@ class Nautilus(FileManager):
         self.open_menu_by_keyboard()
 
     def top(self, patience=desktop.PATIENCE):
-        return find(self.application, TITLE, showing=False, patience=patience)
+        return find(self.application, TITLE, showing=False, patience=patience, widest=WIDEST)
 
     def is_open(self):
-        return find_now(self.application, "Properties", showing=False)
+        return find_now(self.application, "Properties", showing=False, widest=WIDEST)
 
     def is_in_menu(self, name):
-        return find_now(self.application, name, showing=False) is not None
+        return find_now(self.application, name, showing=False, widest=WIDEST) is not None
 
     def entries(self):
         desktop.act(self.top())
-        around = find(self.application, self.landmark, showing=False).get_parent()
+        around = find(self.application, self.landmark, showing=False, widest=WIDEST).get_parent()
         return [(node.get_name(), has_state(node, Atspi.StateType.SENSITIVE)) for node in walk(around)
                 if node.get_role_name() == "menu item"]
 
     def choose(self, title):
-        desktop.act(find(self.application, title, showing=False))
+        desktop.act(find(self.application, title, showing=False, widest=WIDEST))
 
     def choose_anew(self, title):
         self.open_menu()
         desktop.act(self.top(patience=5))
-        desktop.act(find(self.application, title, showing=False, patience=5))
+        desktop.act(find(self.application, title, showing=False, patience=5, widest=WIDEST))
 
 
 class Dolphin(FileManager):
