@@ -30,14 +30,7 @@ class SocketLimitsTest : public ::testing::Test {
     }
     listener_->close();
   }
-  RawConnection connect() {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    (folder_ / "l.sock").copy(address.sun_path, sizeof(address.sun_path) - 1);
-    const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    EXPECT_EQ(::connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-    return RawConnection(descriptor);
-  }
+  RawConnection connect() { return testing::connectedTo(folder_ / "l.sock"); }
   std::shared_ptr<KeldaneSocket> child() {
     EXPECT_TRUE(testing::eventually([&] { return server_->childCount() == 1; }));
     const std::lock_guard guard(server_->mutex);

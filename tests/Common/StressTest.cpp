@@ -6,7 +6,6 @@
 #include <barrier>
 #include <map>
 #include <numeric>
-#include <random>
 #include <thread>
 
 #include "Common/KeldProxy.h"
@@ -15,6 +14,7 @@
 #include "tests/Common/KeldSocketFixture.h"
 #include "tests/support/FakeDaemon.h"
 #include "tests/support/Footprint.h"
+#include "tests/support/Random.h"
 
 namespace keldane {
 namespace {
@@ -24,28 +24,12 @@ using testing::eventuallyRunning;
 using testing::FakeDaemon;
 using testing::Footprint;
 using testing::Frame;
+using testing::Random;
 using testing::RawConnection;
 using testing::RawPeer;
 using testing::TemporaryFolder;
 
 constexpr std::size_t kCallers = 2;  // a proxy
-
-class Random {
- public:
-  explicit Random(std::size_t seed) : generator_(static_cast<std::mt19937::result_type>(seed)) {}
-  std::uint32_t below(std::uint32_t limit) {
-    return std::uniform_int_distribution<std::uint32_t>(0, limit - 1)(generator_);
-  }
-  /// Lets others go first now and then.
-  void dawdle() {
-    for (std::uint32_t i = below(4) == 0 ? below(10) : 0; i > 0; --i) {
-      std::this_thread::yield();
-    }
-  }
-
- private:
-  std::mt19937 generator_;
-};
 
 /// A proxy over a socket of its own, as a client makes them.
 struct Link {

@@ -1,7 +1,6 @@
 // Clients that come, ask and go on the main thread while a daemon comes and goes on another.
 #include <gtest/gtest.h>
 
-#include <random>
 #include <thread>
 
 #include "client-state/BackupState.h"
@@ -9,6 +8,7 @@
 #include "tests/support/ClientBundle.h"
 #include "tests/support/FakeDaemon.h"
 #include "tests/support/Footprint.h"
+#include "tests/support/Random.h"
 #include "tests/support/UserPreferences.h"
 
 namespace keldane {
@@ -18,20 +18,12 @@ using testing::ClientBundle;
 using testing::eventuallyRunning;
 using testing::FakeDaemon;
 using testing::Footprint;
+using testing::Random;
 
 constexpr char kAddress[] = "https://backup.example";
 constexpr std::size_t kClients = 5;
 constexpr int kSteps = 400;
 constexpr int kLosses = 4;  // each costs a client that waits a second
-
-class Random {
- public:
-  explicit Random(unsigned seed) : generator_(seed) {}
-  int below(int limit) { return std::uniform_int_distribution<int>(0, limit - 1)(generator_); }
-
- private:
-  std::mt19937 generator_;
-};
 
 /// Hears from the daemon.
 struct News : InvocationTarget {
@@ -120,8 +112,8 @@ TEST(StressTest, ClientsGetTheirAnswersOrNoneWhileTheirDaemonComesAndGoes) {
     });
     Random random(1);
     for (; steps < kSteps; ++steps) {
-      Client& client = *clients[static_cast<std::size_t>(random.below(kClients))];
-      const int chance = random.below(10);
+      Client& client = *clients[random.below(kClients)];
+      const std::uint32_t chance = random.below(10);
       if (!client.begun) {
         client.news->last = 0;
         client.state.onBegin();

@@ -2,9 +2,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <sys/syscall.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -14,21 +12,12 @@
 
 #include "daemon/DaemonServer.h"
 #include "tests/support/Client.h"
+#include "tests/support/DaemonOptions.h"
 #include "tests/support/RawPeer.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Wait.h"
 
 namespace keldane::testing {
-
-/// A connection that sends what no client would.
-inline RawConnection connectedTo(const std::string& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-  const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  EXPECT_EQ(::connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-  return RawConnection(descriptor);
-}
 
 /// A user whom nobody has made.
 constexpr uid_t kStranger = 4123456;
@@ -49,9 +38,6 @@ inline RawConnection connectedAs(uid_t user, const std::string& path) {
 class DaemonServerTest : public ::testing::Test {
  protected:
   DaemonServerTest() {
-    options_.socket = folder_ / "d.sock";
-    options_.store = folder_ / "store.sqlite";
-    options_.root = folder_ / "home";
     folder_.write("home/docs/a.txt", "alpha");
     folder_.write("home/docs/b.txt", "beta");
     begin();
@@ -84,7 +70,7 @@ class DaemonServerTest : public ::testing::Test {
   }
 
   TemporaryFolder folder_;
-  DaemonOptions options_;
+  DaemonOptions options_ = daemonOptionsIn(folder_);
   ServerLimits limits_;
   std::atomic<bool> terminated_ = false;
   std::shared_ptr<Daemon> daemon_;

@@ -30,12 +30,7 @@ class FaultProxyTest : public ::testing::Test {
   }
   void connect() { connect(path_); }
   void connect(const std::string& path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-    const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(::connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
-    client_.emplace(descriptor);
+    client_.emplace(connectedTo(path));
     peer_.emplace(daemon_.accept());
   }
   /// The client leaves; how it went.

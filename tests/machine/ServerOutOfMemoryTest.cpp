@@ -1,28 +1,20 @@
 // Memory runs out at each allocation of a daemon in turn: its clients are answered or lose their link, and
 // are never left waiting.
 #include <gtest/gtest.h>
-#include <sys/un.h>
 
 #include "Common/DaemonProtocol.h"
 #include "daemon/DaemonServer.h"
 #include "tests/machine/CycleFixture.h"
 #include "tests/machine/FailingAllocation.h"
+#include "tests/support/DaemonOptions.h"
 #include "tests/support/RawPeer.h"
 
 namespace keldane {
 namespace {
 
+using testing::connectedTo;
 using testing::FailingAllocation;
 using testing::RawConnection;
-
-RawConnection connectedTo(const std::string& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-  const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  EXPECT_EQ(::connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-  return RawConnection(descriptor);
-}
 
 /// A request for a path's node, as it goes over the wire.
 std::string requestFor(const std::string& path) {
@@ -77,10 +69,7 @@ TEST_F(ServerOutOfMemory, AnAcceptedClientIsServedOrNotKept) {
 
 TEST_F(ServerOutOfMemory, TheDaemonGoesOn) {
   const testing::TemporaryFolder folder;
-  DaemonOptions options;
-  options.socket = folder / "d.sock";
-  options.store = folder / "store";
-  options.root = folder / "home";
+  const DaemonOptions options = testing::daemonOptionsIn(folder);
   const std::string file = folder.write("home/a.txt", "content");
   const auto daemon = std::make_shared<Daemon>(options, [] {});
   const auto server = std::make_shared<DaemonServer>(daemon, options.socket);

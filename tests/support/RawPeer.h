@@ -32,7 +32,7 @@ struct Frame {
   }
 };
 
-/// One accepted connection.
+/// One connection, at either end.
 class RawConnection {
  public:
   explicit RawConnection(int descriptor) : descriptor_(descriptor) {}
@@ -111,6 +111,16 @@ class RawConnection {
  private:
   Descriptor descriptor_;
 };
+
+/// A connection that sends what no client would.
+inline RawConnection connectedTo(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+  const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  EXPECT_EQ(::connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+  return RawConnection(descriptor);
+}
 
 /// A listening socket in a folder of its own.
 class RawPeer {
