@@ -18,8 +18,9 @@ target_link_libraries(keldane_options INTERFACE Threads::Threads)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   target_compile_options(keldane_options INTERFACE -Wthread-safety)
 endif()
-if(KELDANE_FUZZERS)
-  # The fuzzers go by what their inputs reach; of the tests that would only make the build slow.
+if(KELDANE_FUZZERS AND KELDANE_SANITIZE)
+  # The fuzzers go by what their inputs reach; of the tests that would only make the build slow. Without a sanitizer
+  # nothing is linked that keeps it, and the fuzzers' inputs are only run again.
   target_compile_options(keldane_options INTERFACE $<$<NOT:$<BOOL:$<TARGET_PROPERTY:KELDANE_IS_TEST>>>:-fsanitize=fuzzer-no-link>)
 endif()
 if(KELDANE_LOCK_ORDER)
