@@ -43,6 +43,12 @@ TEST(SortDescriptor, ContainersAreOrderedByTheirCounts) {
   EXPECT_EQ(compare(one, PropertyList::array({2})), 0);
 }
 
+TEST(SortDescriptor, DataIsOrderedByItsLength) {
+  const PropertyList two = PropertyList::data(Bytes{1, 2});
+  EXPECT_LT(compare(PropertyList::data(Bytes{9}), two), 0);
+  EXPECT_EQ(compare(PropertyList::data(Bytes{9, 9}), two), 0);
+}
+
 TEST(SortDescriptor, TheLocalesOrderFallsBackOnTheBytes) {
   EXPECT_LT(localizedCompare("a", "b"), 0);
   EXPECT_NE(localizedCompare(std::string("a\0b", 3), std::string("a\0c", 3)), 0);

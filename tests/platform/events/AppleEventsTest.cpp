@@ -54,7 +54,21 @@ TEST(AppleEvents, NullPointersAreErrors) {
   EXPECT_EQ(AEGetNthDesc(nullptr, 1, typeWildCard, nullptr, &desc), kParamErr);
   EXPECT_EQ(AEDuplicateDesc(nullptr, &desc), kParamErr);
   EXPECT_EQ(AEGetDescDataSize(nullptr), 0U);
+  EXPECT_EQ(AEGetDescData(nullptr, &count, sizeof(count)), kParamErr);
   EXPECT_EQ(count, 7);
+}
+
+TEST(AppleEvents, NullPointersAreErrorsBesideAContainerToo) {
+  Desc list, record;
+  ASSERT_EQ(AECreateList(nullptr, 0, false, &list), kNoErr);
+  ASSERT_EQ(AECreateList(nullptr, 0, true, &record), kNoErr);
+  ASSERT_EQ(AEPutParamPtr(&record, 1, typeUTF8Text, "a", 1), kNoErr);
+  EXPECT_EQ(AEPutDesc(&list, 0, nullptr), kParamErr);
+  EXPECT_EQ(AEPutParamDesc(&record, 1, nullptr), kParamErr);
+  EXPECT_EQ(AEGetParamDesc(&record, 1, typeWildCard, nullptr), kParamErr);
+  EXPECT_EQ(AEGetParamPtr(&record, 1, typeWildCard, nullptr, nullptr, 1, nullptr), kParamErr);
+  EXPECT_EQ(AEGetDescData(&list, nullptr, 1), kParamErr);
+  EXPECT_EQ(AESizeOfNthItem(&list, 1, nullptr, nullptr), errAEDescNotFound);
 }
 
 TEST(AppleEvents, AListKeepsItsItemsInOrder) {

@@ -540,6 +540,24 @@ TEST(TextReader, ReadsTheOldFormat) {
   EXPECT_EQ(readText("\"\\Ud83d\\Ude00\"").string(), "😀");
 }
 
+TEST(TextReader, ReadsWhatABackslashStandsFor) {
+  EXPECT_EQ(readText(R"("\r\a\b\f\v\n\t\"\\")").string(), "\r\a\b\f\v\n\t\"\\");
+  EXPECT_EQ(readText(R"("\101\7")").string(), "A\a");
+  EXPECT_TRUE(readText(R"("\Ud83d\u0041")").string().ends_with('A')) << "half a pair takes nothing along";
+}
+
+TEST(XmlReader, ValuesMayStandBetweenBlanks) {
+  EXPECT_EQ(readText("<integer>\n 5\t</integer>").longLongValue(), 5);
+  EXPECT_EQ(readText("<real> 0.5 </real>").doubleValue(), 0.5);
+}
+
+TEST(XmlReader, WhatHasNoEndCannotBeRead) {
+  std::string error;
+  EXPECT_TRUE(readText("<!DOCTYPE plist SYSTEM \"x\"", &error).isAbsent());
+  EXPECT_NE(error.find("The document type has no end"), std::string::npos) << error;
+  EXPECT_TRUE(readText("<string <integer>1</integer>", &error).isAbsent());
+}
+
 TEST(TextReader, ReadsAStringsTable) {
   const PropertyList value =
       readText("/* Menu */\n\"Back up This File\" = \"Sichern\";\nalone;\n'single' = 'x';\n");
