@@ -73,6 +73,14 @@ TEST_F(FileNodeProxyTest, ChildrenAreAskedForOnceUntilTheNextFlush) {
   EXPECT_EQ(asked("childrenDictionariesForPath:").size(), 2U);
 }
 
+TEST_F(FileNodeProxyTest, ManyPathsHaveTheNodesThatTheDaemonKnows) {
+  daemon_.answer("dictionaryForPath:withDirSizes:", entry("a.txt"));
+  const auto nodes = KeldaneFileNode::fileNodesForPaths({"/a.txt", "/b.txt"}, proxy_.get());
+  ASSERT_EQ(nodes.size(), 2U);
+  EXPECT_EQ(nodes[1]->fileName().string(), "a.txt") << "as the daemon calls it";
+  EXPECT_EQ(asked("dictionaryForPath:withDirSizes:"), (Paths{"/a.txt", "/b.txt"}));
+}
+
 TEST_F(FileNodeProxyTest, AnAbsentAnswerIsNotAskedForAgainAndKeepsWhatWasThere) {
   EXPECT_EQ(root_->children(), nullptr);
   EXPECT_EQ(root_->children(), nullptr);

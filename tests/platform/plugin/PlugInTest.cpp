@@ -1,7 +1,10 @@
 #include "platform/plugin/PlugIn.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+
+#include <cstdlib>
 
 #include "tests/support/TemporaryFolder.h"
 
@@ -61,6 +64,29 @@ TEST(PlugIn, SaysWhyABundleCannotBeLoaded) {
   ASSERT_EQ(mkfifo((folder / "pipe/Contents/Linux/Nothing.so").c_str(), 0600), 0);
   EXPECT_EQ(PlugIn::load(folder / "pipe", &error), nullptr) << "without waiting for somebody to write";
   EXPECT_NE(error.find("is no file"), std::string::npos);
+}
+
+TEST(PlugIn, SaysWhyAFactoryMakesNothing) {
+  const TemporaryFolder folder;
+  Dl_info library;
+  ASSERT_NE(dladdr(reinterpret_cast<void*>(&std::getenv), &library), 0);
+  const auto instanceOf = [&](const std::string& name, const std::string& info, std::string& error) {
+    folder.write(name + "/Contents/Info.plist", info);
+    std::filesystem::create_directory(folder / (name + "/Contents/Linux"));
+    std::filesystem::create_symlink(library.dli_fname, folder / (name + "/Contents/Linux/Nothing.so"));
+    const std::shared_ptr<PlugIn> plugIn = PlugIn::load(folder / name, &error);
+    const auto factories =
+        PlugIn::factoriesForType(*Bundle::bundleWithPath(folder / name), contextualMenuTypeID());
+    return plugIn ? plugIn->createInstance(factories.at(0).get(), contextualMenuTypeID(), &error) : nullptr;
+  };
+  std::string error;
+  EXPECT_EQ(instanceOf("unregistered", kInfo, error), nullptr);
+  EXPECT_NE(error.find("registers no function for the factory 3F1C7A52"), std::string::npos) << error;
+  std::string info = kInfo;
+  info.replace(info.rfind('}'), 1,
+               "CFPlugInFactories = { \"3F1C7A52-9B0E-4D6A-B2C4-7E51A9D08F36\" = \"no such function\"; }; }");
+  EXPECT_EQ(instanceOf("unexported", info, error), nullptr);
+  EXPECT_NE(error.find("does not export its factory function no such function"), std::string::npos) << error;
 }
 
 TEST(PlugIn, NoTypeHasNoFactoryWhateverTheKeysAre) {
