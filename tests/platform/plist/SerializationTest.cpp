@@ -176,6 +176,25 @@ TEST(BinaryReader, KeepsWhatOneDictionaryLeavesOutForTheNext) {
                                         PropertyList::dictionary({{"k", "only one"}})}));
 }
 
+TEST(BinaryReader, TheFirstValueOfAKeyStaysHoweverManyKeysThereAre) {
+  constexpr char kCount = 20;
+  std::string references;
+  std::vector<std::string> objects = {""};
+  for (char i = 0; i < kCount; ++i) {
+    objects.push_back({'\x51', static_cast<char>('a' + i % (kCount - 1))});  // the last is the first again
+    references += static_cast<char>(1 + i);
+  }
+  for (char i = 0; i < kCount; ++i) {
+    objects.push_back({'\x10', i});
+    references += static_cast<char>(1 + kCount + i);
+  }
+  objects[0] = std::string("\xDF\x10") + kCount + references;
+  const PropertyList value = read(document(objects));
+  EXPECT_EQ(value.count(), 19U);
+  EXPECT_EQ(value["a"], PropertyList(0));
+  EXPECT_EQ(value["s"], PropertyList(18));
+}
+
 TEST(BinaryReader, WhatIsTakenOutOfAValueOutlivesIt) {
   PropertyList::Array many;
   for (int i = 0; i < 2000; ++i) {
@@ -199,6 +218,7 @@ TEST(BinaryReader, ReadsEveryWidthOfInteger) {
       read(document({bytes({0x14}) + std::string(8, '\0') + std::string(8, '\xFF')})).unsignedLongLongValue(),
       UINT64_MAX);
   EXPECT_EQ(read(document({bytes({0x14}) + std::string(16, '\xFF')})).longLongValue(), -1);
+  EXPECT_EQ(read(document({bytes({0x14}) + std::string(15, '\0') + '\x07'})).longLongValue(), 7);
   std::string error;
   EXPECT_FALSE(read(document({bytes({0x14, 1}) + std::string(15, '\0')}), &error));
   EXPECT_NE(error.find("64 bits"), std::string::npos);
