@@ -190,7 +190,7 @@ class InTheFileManager(unittest.TestCase):
         daemon = self.daemon()
         self.answering.clear()
         self.open(patience=100)
-        self.manager.select_all_of(count, "00009.txt")  # the first ones Nemo scrolls away while it reads
+        self.manager.select_all_of(count, "00009.txt")
         before = self.manager.memory()
         self.manager.open_menu_by_keyboard()
         desktop.eventually(lambda: QUESTION in daemon.selectors(), "the first question", 120)

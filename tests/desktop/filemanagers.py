@@ -102,9 +102,14 @@ class FileManager:
         press("ctrl+a")
         self.last = one
 
+    def focus_files(self, one):
+        """Without a click: what is read later and sorted before it scrolls it away."""
+        cell = find(self.application, one, self.file_roles[0], showing=False)
+        assert Atspi.Component.grab_focus(cell.get_parent()), "the focus"
+
     def select_all_of(self, count, one):
         """Once more until all are: what is still being read is selected by nobody. The file manager tells how many."""
-        self.select_all(one)
+        self.focus_files(one)
         number = rf"\b{count // 1000}.?{count % 1000:03}\b"
         told = re.compile(f"{number}.*lected|Selection: {number}")
         def selected():
@@ -228,8 +233,11 @@ class Nautilus(FileManager):
         self.application = self.program.application()
         self.wait()
 
+    def focus_files(self, one):
+        self.select(one)  # without a selection they have no focus
+
     def select_all(self, one):
-        self.select(one)  # without a selection the files have no focus
+        self.focus_files(one)
         press("ctrl+a")
 
     def open_menu(self):
@@ -274,6 +282,9 @@ class Dolphin(FileManager):
     def place_extension(cls):
         os.environ["QT_PLUGIN_PATH"] = os.path.join(BUILD, "hosts", "dolphin")
         return lambda: os.environ.pop("QT_PLUGIN_PATH")
+
+    def focus_files(self, one):
+        self.click_cell(one)  # what it has read already stays where it is
 
     def listen(self):
         if self.focused:
