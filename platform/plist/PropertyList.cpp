@@ -441,7 +441,7 @@ const PropertyList* PropertyListNode::find(std::string_view key) const noexcept 
   if (count <= kLinearLookUp) {
     for (std::size_t i = 0; i < count; ++i) {
       const PropertyListNode& name = *PropertyListAccess::node(names[i]);
-      if (name.count == key.size() && std::memcmp(name.bytes(), key.data(), key.size()) == 0) {
+      if (std::string_view(name.bytes(), name.count) == key) {
         return &values()[i];
       }
     }

@@ -207,12 +207,23 @@ class InTheFileManager(unittest.TestCase):
         self.assertEqual(len(set(told)), count)
         self.assertLess(self.manager.memory() - before, 200 << 20)
 
-    def test_what_has_no_place_here_gets_no_entry(self):
+    def test_what_was_thrown_away_gets_no_entry(self):
         path = self.file("letter.txt")
         subprocess.run(["gio", "trash", path], check=True)
         self.addCleanup(subprocess.run, ["gio", "trash", "--empty"], check=True)
+        self.check_that_it_gets_no_entry("trash:///")
+
+    @unittest.skipIf(MANAGER.remote is None, "it knows no other machine's files without another machine")
+    def test_another_machines_files_get_no_entry(self):
+        self.file("letter.txt")
+        place = f"{MANAGER.remote}{self.files}"
+        subprocess.run(["gio", "mount", place], check=True, capture_output=True)
+        self.addCleanup(subprocess.run, ["gio", "mount", "--unmount", place], check=True, capture_output=True)
+        self.check_that_it_gets_no_entry(place)
+
+    def check_that_it_gets_no_entry(self, place):
         daemon = self.daemon()
-        self.open(place="trash:///")
+        self.open(place=place)
         self.manager.select("letter.txt")
         self.manager.open_menu()
         desktop.eventually(self.manager.is_open, "the menu")

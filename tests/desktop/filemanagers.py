@@ -28,6 +28,14 @@ def set_option(schema, key, value):
     subprocess.run(["gsettings", "set", schema, key, value], check=True, capture_output=True)
 
 
+def is_on_the_bus(name):
+    """Whether a program that runs once a session is there: one that is started then would hand its work to it."""
+    names = subprocess.run(["gdbus", "call", "--session", "--dest", "org.freedesktop.DBus", "--object-path",
+                            "/org/freedesktop/DBus", "--method", "org.freedesktop.DBus.ListNames"], check=True,
+                           capture_output=True, text=True).stdout
+    return re.search(rf"[.]{name}'", names, re.IGNORECASE)
+
+
 class FileManager:
     """One window on one folder. The usual way: files are cells, which the mouse works."""
 
@@ -37,12 +45,17 @@ class FileManager:
     has_separators = True
     names_what_cannot_be_chosen = True
     fills_open_menus = False  # when a menu comes late
+    remote = "localtest://"  # before a path: files as if another machine had them
     label_above_end = None  # where a cell is to be clicked, if not in its middle
 
     def __init__(self, folder, **environment):
         self.folder = folder
         self.environment = environment
-        self.program = desktop.Program(*self.start_command(folder), **environment)
+        self.start(*self.start_command(folder))
+
+    def start(self, *command):
+        desktop.eventually(lambda: not is_on_the_bus(self.name), f"the end of an earlier {self.name}")
+        self.program = desktop.Program(*command, **self.environment)
         self.application = self.program.application()
 
     @classmethod
@@ -229,8 +242,7 @@ class Nautilus(FileManager):
     def select(self, *names):
         paths = [os.path.join(self.folder, name) for name in names]
         self.program.end()
-        self.program = desktop.Program("nautilus", "--select", *paths, **self.environment)
-        self.application = self.program.application()
+        self.start("nautilus", "--select", *paths)
         self.wait()
 
     def focus_files(self, one):
@@ -275,6 +287,7 @@ class Dolphin(FileManager):
     fills_open_menus = True
     has_separators = False
     names_what_cannot_be_chosen = False
+    remote = None
     label_above_end = 12  # between icon and label there is nothing to hit
     focused = None
 

@@ -128,6 +128,11 @@ TEST(PropertyList, ALargeDictionaryFindsEveryKey) {
   EXPECT_TRUE(value["key5000"].isAbsent());
 }
 
+TEST(PropertyList, AnEmptyKeyIsFoundByAViewOfNothing) {
+  const PropertyList dictionary = PropertyList::dictionary({{"", 1}, {"a", 2}});
+  EXPECT_EQ(dictionary[std::string_view()].intValue(), 1);
+}
+
 TEST(PropertyList, DictionariesMayShareTheirKeys) {
   const PropertyList::Keys keys = {"name", "size", "date"};
   const PropertyList first = PropertyList::dictionary(keys, {"a", 1, true});

@@ -104,6 +104,30 @@ TEST_F(LockOrderTest, WhatIsHeldCannotBeTakenAgain) {
   a_.unlock();
 }
 
+TEST_F(LockOrderTest, AListenerThatGoesOnHearsOnceOfALockThatIsTakenAgain) {
+  b_.lock();
+  a_.lock();
+  findings_.clear();
+  a_.record().willTake();
+  EXPECT_THAT(findings_, ElementsAre("A is taken again by a thread that holds B, A"));
+  a_.unlock();
+  b_.unlock();
+}
+
+TEST_F(LockOrderTest, MoreLocksThanCanBeNotedAreAFinding) {
+  constexpr int kNoted = 64;
+  for (int i = 0; i < kNoted; ++i) {
+    a_.record().taken();
+  }
+  EXPECT_THAT(findings_, IsEmpty());
+  a_.record().taken();
+  EXPECT_THAT(findings_, ElementsAre("A thread takes more locks than can be noted, the last of them A"));
+  for (int i = 0; i < kNoted; ++i) {
+    a_.record().released();
+  }
+  EXPECT_EQ(findings_.size(), 1U);
+}
+
 TEST_F(LockOrderTest, AMonitorCanBeTakenAgainAndIsHeldUntilTheLastRelease) {
   Monitor monitor{{.name = "monitor"}};
   take(monitor, b_, monitor);
