@@ -39,12 +39,25 @@ if(KELDANE_SANITIZE)
   target_link_options(keldane_options INTERFACE -fsanitize=${KELDANE_SANITIZE})
 endif()
 
+include(CheckCXXCompilerFlag)
+include(CheckLinkerFlag)
+
+# Nobody replaces single functions of a shared library, so those within may be inlined and called directly. The other
+# compiler takes that for granted.
+check_cxx_compiler_flag(-fno-semantic-interposition KELDANE_HAS_fno_semantic_interposition)
+if(KELDANE_HAS_fno_semantic_interposition)
+  add_compile_options(-fno-semantic-interposition)
+endif()
+check_linker_flag(CXX LINKER:-Bsymbolic-functions KELDANE_HAS_Bsymbolic_functions)
+if(KELDANE_HAS_Bsymbolic_functions)
+  add_link_options($<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,SHARED_LIBRARY>:LINKER:-Bsymbolic-functions>)
+endif()
+
 # What is shipped is built so that a mistake in it is hard to use: code and stack at places that nobody knows, checked
 # calls of the C library and element accesses of the C++ library (which end the process where it would go on with what is
 # not its own), guarded stacks and jumps, and nothing that is bound late enough to be overwritten. The sanitizers see to
 # all that in builds of their own. A flag that the compiler does not have for this processor is left out.
 include(CheckPIESupported)
-include(CheckCXXCompilerFlag)
 check_pie_supported(LANGUAGES CXX)
 set(release $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
 if(NOT KELDANE_SANITIZE)

@@ -53,20 +53,21 @@ int hexDigit(char c) {
 std::optional<std::string> unescaped(std::string_view text) {
   std::string bytes;
   bytes.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != '%') {
-      bytes += text[i];
-      continue;
+  for (;;) {
+    const std::string_view plain = text.substr(0, text.find('%'));
+    bytes += plain;
+    text.remove_prefix(plain.size());
+    if (text.empty()) {
+      return bytes;
     }
-    const int high = i + 2 < text.size() ? hexDigit(text[i + 1]) : -1;
-    const int low = i + 2 < text.size() ? hexDigit(text[i + 2]) : -1;
+    const int high = text.size() > 2 ? hexDigit(text[1]) : -1;
+    const int low = text.size() > 2 ? hexDigit(text[2]) : -1;
     if (high < 0 || low < 0) {
       return std::nullopt;
     }
     bytes += static_cast<char>(high << 4 | low);
-    i += 2;
+    text.remove_prefix(3);
   }
-  return bytes;
 }
 
 }  // namespace
@@ -174,7 +175,7 @@ std::optional<FileURL> FileURL::withString(std::string_view text) {
   if (text.starts_with("localhost/")) {
     text.remove_prefix(std::string_view("localhost").size());
   }
-  if (text.find_first_of("?#") != std::string_view::npos) {
+  if (text.find('?') != std::string_view::npos || text.find('#') != std::string_view::npos) {
     return std::nullopt;
   }
   const std::optional<std::string> path = unescaped(text);

@@ -94,10 +94,12 @@ class BinaryReader {
   /// and all objects together cannot take more than there is: overlapping ones would make a short message
   /// large in memory.
   void take(std::size_t offset, std::uint64_t count, std::size_t width = 1) {
-    if (offset > offsetTable_ || count > (offsetTable_ - offset) / width) {
+    std::uint64_t size = 0;
+    if (offset > offsetTable_ || __builtin_mul_overflow(count, width, &size) ||
+        size > offsetTable_ - offset) {
       throw PropertyListError("An object reaches beyond the end of the objects", offset);
     }
-    taken_ += count * width;
+    taken_ += size;
     if (taken_ > offsetTable_ - kBinaryPropertyListMagic.size()) {
       throw PropertyListError("Objects overlap", offset);
     }

@@ -53,6 +53,9 @@ bool isAscii(std::string_view text) {
 }
 
 bool isValidUtf8(std::string_view text) {
+  if (isAscii(text)) {
+    return true;
+  }
   bool valid = true;
   for (std::size_t i = 0; i < text.size() && valid;) {
     nextCharacter(text, i, valid);
@@ -61,6 +64,9 @@ bool isValidUtf8(std::string_view text) {
 }
 
 std::string validUtf8(std::string_view text) {
+  if (isValidUtf8(text)) {
+    return std::string(text);
+  }
   std::string result;
   result.reserve(text.size());
   bool valid = true;
