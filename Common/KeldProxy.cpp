@@ -85,6 +85,11 @@ std::shared_ptr<KeldaneSocket> KeldaneProxy::socket() const {
   return socket_;
 }
 
+bool KeldaneProxy::isLinkAtEnd() const {
+  const std::shared_ptr<KeldaneSocket> link = socket();
+  return !link || link->isAtEnd();
+}
+
 void KeldaneProxy::setSocket(const std::shared_ptr<KeldaneSocket>& socket) {
   send(this->socket(), &KeldaneSocket::close);
   std::shared_ptr<KeldaneSocket> old = socket;

@@ -57,6 +57,9 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
   /// is on its way; false, and nothing is sent, otherwise.
   bool callWithoutWaiting(std::string_view selector, Arguments arguments);
 
+  /// Whether the link has ended, so that a call which came back with nothing was not answered with nothing.
+  bool isLinkAtEnd() const;
+
   bool processData(const Bytes* payload, std::int32_t type) override;
   void socketClosing() override;
 

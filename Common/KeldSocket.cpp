@@ -321,6 +321,13 @@ bool KeldaneSocket::isReadyToSend() const {
   return descriptor && ::poll(&target, 1, 0) == 1 && (target.revents & POLLOUT) != 0;
 }
 
+bool KeldaneSocket::isAtEnd() const {
+  const Handle descriptor = handle();
+  char next = 0;
+  const ssize_t got = descriptor ? ::recv(descriptor->get(), &next, 1, MSG_PEEK | MSG_DONTWAIT) : 0;
+  return got == 0 || (got < 0 && errno != EAGAIN && errno != EINTR);
+}
+
 void KeldaneSocket::close() {
   // What is let go here may call back, so it goes when no lock is held.
   Handle descriptor;

@@ -131,6 +131,9 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   void setLimits(const SocketLimits& limits);
   /// Whether a short message can be sent now without waiting for the peer.
   bool isReadyToSend() const;
+  /// Whether nothing can come from the peer any more. True before the socket delegate hears of it, which may
+  /// be queued.
+  bool isAtEnd() const;
 
   /// Ends the link or the listening. The run flag that is cleared, and whether a listener's path goes,
   /// depends on whether there are children: a listener that never accepted anybody keeps both, on purpose.

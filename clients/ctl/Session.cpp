@@ -37,7 +37,9 @@ void Session::requireDaemon() {
 
 void Session::checkDaemon() {
   RunLoop::current().runDue();
-  if (!state_.connected()) {
+  // The end of the link is queued to this thread a moment after the call that waited was let go.
+  const std::shared_ptr<KeldaneProxy> link = proxy();
+  if (!link || link->isLinkAtEnd()) {
     throw unreachable();
   }
 }

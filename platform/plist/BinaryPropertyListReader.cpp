@@ -338,7 +338,7 @@ class BinaryReader {
         throw PropertyListError("A dictionary has a key that is no string", start);
       }
       KnownKeys& known = knownKeys_[nextKnownKeys_++ % knownKeys_.size()];
-      known = {PropertyListAccess::makeKeys(read), offset};
+      known = {PropertyListAccess::makeKeys(std::move(read)), offset};
       keys = PropertyListAccess::node(known.keys);
       if (!PropertyListAccess::keysDiffer(*keys)) {
         return readRepeated(target, start, values, depth, std::exchange(known.keys, {}));

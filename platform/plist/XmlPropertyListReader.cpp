@@ -232,9 +232,11 @@ class XmlReader {
       if (c == '&') {
         appendUtf8(content, reference());
       } else if (c != '<') {
-        const std::size_t end = std::min(text_.find_first_of("<&", at_), text_.size());
-        content.append(text_.substr(at_, end - at_));
-        at_ = end;
+        const std::size_t start = at_;
+        while (at_ < text_.size() && text_[at_] != '<' && text_[at_] != '&') {
+          ++at_;
+        }
+        content.append(text_.substr(start, at_ - start));
       } else if (startsWith("<![CDATA[")) {
         at_ += 9;
         const std::size_t start = at_;

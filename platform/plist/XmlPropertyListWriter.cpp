@@ -1,5 +1,6 @@
 #include "platform/plist/XmlPropertyListWriter.h"
 
+#include <algorithm>
 #include <cmath>
 #include <ctime>
 
@@ -13,6 +14,9 @@ namespace keldane {
 namespace {
 
 constexpr std::size_t kLongestDocument = std::size_t{1} << 30;
+
+/// Whether it stands for itself and for nothing else.
+constexpr bool isPlain(char c) { return c >= ' ' && c <= '~' && c != '&' && c != '<' && c != '>'; }
 
 class Writer {
  public:
@@ -64,6 +68,14 @@ class Writer {
   void putEscaped(std::string_view content) {
     bool valid = true;
     for (std::size_t i = 0; i < content.size();) {
+      const auto plainEnd =
+          std::find_if_not(content.begin() + static_cast<std::ptrdiff_t>(i), content.end(), isPlain);
+      const auto end = static_cast<std::size_t>(plainEnd - content.begin());
+      text_.append(content.substr(i, end - i));
+      i = end;
+      if (i == content.size()) {
+        return;
+      }
       const char32_t character = nextCharacter(content, i, valid);
       switch (character) {
         case '&':

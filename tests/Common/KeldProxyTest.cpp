@@ -222,6 +222,26 @@ TEST_F(KeldProxyTest, ALinkThatDropsWakesTheCallerWithNothingAfterASecond) {
   peer.join();
 }
 
+TEST_F(KeldProxyTest, ACallThatWasNotAnsweredIsToldFromOneThatWasAnsweredWithNothing) {
+  socket_->setSocketDelegate(std::make_shared<KeldSocketDelegate>());
+  socket_->setCallDelegateOnMainThread(true);  // which nobody runs here
+  std::thread answering([&] {
+    connection_.readFrame();
+    connection_.writeFrame(2, "");
+  });
+  EXPECT_EQ(proxy_->pausedMinutes(), 0U);
+  EXPECT_FALSE(proxy_->isLinkAtEnd());
+  answering.join();
+
+  std::thread leaving([&] {
+    connection_.readFrame();
+    connection_.close();
+  });
+  EXPECT_EQ(proxy_->pausedMinutes(), 0U);
+  EXPECT_TRUE(proxy_->isLinkAtEnd());
+  leaving.join();
+}
+
 TEST_F(KeldProxyTest, ACallAfterTheLinkWasTakenDownDoesNotWait) {
   proxy_->close();
   socket_->close();
