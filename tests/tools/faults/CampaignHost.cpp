@@ -8,7 +8,6 @@
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
-#include <thread>
 
 #include "Common/FileNode.h"
 #include "platform/host/Host.h"
@@ -69,13 +68,17 @@ CampaignHost::CampaignHost(const Scene& scene, std::uint64_t seed, std::uint32_t
   if (!host_.load(bundle_.path(), &error)) {
     throw std::runtime_error(error);
   }
+  const std::ptrdiff_t threads = countOf("task");
   // All that is made once in a process is made in these.
   cycle({}, kNoCommand);
   for (const std::uint32_t command : subject_.commands) {
     checkCommand({}, command, cycle({}, command));
   }
   cleanAnswers_ = possibleAnswers(cycle({}, kNoCommand).report).front();
-  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  // A receive thread that has not left yet keeps its link's other belongings too.
+  if (!eventually([&] { return countOf("task") == threads; })) {
+    throw std::runtime_error("a thread of the first cycles stays");
+  }
   before_ = std::make_unique<Footprint>();
 }
 
