@@ -175,8 +175,10 @@ void CampaignHost::checkCommand(const FaultPlan& plan, std::uint32_t command, co
   }
   const bool certain = faults.of(Direction::requests).effect() == Effect::whole;
   for (const std::string& path : subject_.paths) {
-    const Standing found = standing(path);
-    if (!possibleStandings(arrived, path, certain).contains(found)) {
+    const std::set<Standing> possible = possibleStandings(arrived, path, certain);
+    Standing found = Standing::leftOut;
+    // In the moment in which it is backed up a file is neither preferred any more nor backed up yet.
+    if (!eventually([&] { return possible.contains(found = standing(path)); })) {
       std::string orders;
       for (const Order& order : arrived) {
         orders += "\n    " + order.selector + ' ' + order.path;
