@@ -55,6 +55,14 @@ TEST_F(KeldSocketThreadsTest, DeliversMessagesThatComeByteByByteAndJoined) {
   EXPECT_EQ(data_->all(), (Messages{{1, "slow"}, {2, "one"}, {2, "two"}}));
 }
 
+TEST_F(KeldSocketThreadsTest, ADataDelegateMaySetItselfAgainWhileItIsCalled) {
+  data_->onMessage = [this] { socket_->setDataDelegate(data_); };
+  RawConnection peer = connect();
+  peer.writeFrame(1, "one");
+  peer.writeFrame(1, "two");
+  EXPECT_TRUE(data_->waitFor(2));
+}
+
 TEST_F(KeldSocketThreadsTest, DeliversALargeMessage) {
   RawConnection peer = connect();
   const std::string large(5'000'000, 'x');
