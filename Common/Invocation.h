@@ -98,7 +98,7 @@ struct Invocation {
 class InvocationTarget {
  public:
   virtual ~InvocationTarget() = default;
-  /// Null when the selector is not implemented.
+  /// Null for a selector that it does not answer.
   virtual const MethodSignature* methodSignatureForSelector(std::string_view selector) const = 0;
   virtual void invoke(Invocation& invocation) = 0;
 };

@@ -100,7 +100,7 @@ TEST(FileDescriptors, AListOfOneIsThatOne) {
 TEST(FileDescriptors, BrokenRecordsFail) {
   for (const std::string& bytes :
        {std::string(), std::string("KALS"), std::string("KALS\1\0\0\0\5\0\0\0/etc", 16),
-        std::string("KALS\2\0\0\0\4\0\0\0/etc", 16), std::string("XXXX\1\0\0\0\4\0\0\0/etc", 16)}) {
+        std::string("KALS\2\0\0\0\4\0\0\0/etc", 16), std::string("NONE\1\0\0\0\4\0\0\0/etc", 16)}) {
     AEDesc desc{typeNull, nullptr};
     AEDesc url{typeNull, nullptr};
     AECreateDesc(typeAlias, bytes.data(), bytes.size(), &desc);
