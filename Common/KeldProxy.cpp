@@ -1,5 +1,6 @@
 #include "Common/KeldProxy.h"
 
+#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -22,44 +23,34 @@ std::optional<Bytes> serialized(const PropertyList& value, std::string* error) {
                                                          error);
 }
 
-PropertyList unserialized(const Bytes& payload, const char* logFormat) {
+PropertyList unserialized(const Bytes& payload, const char* logFormat,
+                          PropertyList::Keys* usualKeys = nullptr) {
   std::string error;
-  PropertyList value = PropertyListSerialization::propertyListFromData(payload, &error);
+  PropertyList value = PropertyListSerialization::propertyListFromData(payload, &error, nullptr, usualKeys);
   if (!error.empty()) {
     KeldaneCLog(logFormat, error);
   }
   return value;
 }
 
-// Nothing for none. The value itself, which may be large, does not wait until the peer has read.
-std::optional<Bytes> responseFrom(RawValue result, const char* returnType) {
-  const PropertyList value =
-      (result.code() == returnType[0] ? std::move(result) : RawValue::decoded({}, returnType)).encoded();
-  if (!value) {
-    return std::nullopt;
-  }
-  std::string error;
-  std::optional<Bytes> payload = serialized(value, &error);
-  if (!error.empty()) {
-    KeldaneCLog("Failed to serialize response: %@", error);
-  }
-  return payload;
+PropertyList encodedResult(const RawValue& result, const char* returnType) {
+  return result.code() == returnType[0] ? result.encoded() : RawValue::decoded({}, returnType).encoded();
 }
 
-PropertyList requestFor(const Invocation& invocation) {
-  const MethodSignature& method = invocation.signature;
+// A request with absent arguments.
+PropertyList::Array emptyRequestFor(const MethodSignature& method) {
   const char returnType[] = {method.returnCode, '\0'};
   PropertyList::Array request;
-  request.reserve(kFirstArgument + 2 * invocation.arguments.size());
+  request.reserve(kFirstArgument + 2 * method.argumentCodes.size());
   request.emplace_back(static_cast<unsigned long>(widthOfType(returnType)));
   request.emplace_back(returnType);
   request.emplace_back(method.selector);
-  request.emplace_back(static_cast<unsigned long>(invocation.arguments.size()));
-  for (const RawValue& argument : invocation.arguments) {
-    request.emplace_back(std::string_view(std::string(1, argument.code())));
-    request.push_back(argument.encoded());
+  request.emplace_back(static_cast<unsigned long>(method.argumentCodes.size()));
+  for (const char& code : method.argumentCodes) {
+    request.emplace_back(std::string_view(&code, 1));
+    request.emplace_back();
   }
-  return PropertyList::array(std::move(request));
+  return request;
 }
 
 }  // namespace
@@ -135,6 +126,20 @@ Invocation KeldaneProxy::invocationFor(std::string_view selector, Arguments argu
   return {method, std::move(arguments), {}};
 }
 
+PropertyList KeldaneProxy::requestFor(const Invocation& invocation) {
+  const MethodSignature& method = invocation.signature;
+  auto known = std::find_if(emptyRequests_.begin(), emptyRequests_.end(),
+                            [&](const auto& entry) { return entry.first == method.selector; });
+  if (known == emptyRequests_.end()) {
+    known = emptyRequests_.insert(known, {method.selector, emptyRequestFor(method)});
+  }
+  PropertyList::Array request = known->second;
+  for (std::size_t i = 0; i < invocation.arguments.size(); ++i) {
+    request[kFirstArgument + 2 * i + 1] = invocation.arguments[i].encoded();
+  }
+  return PropertyList::array(std::move(request));
+}
+
 RawValue KeldaneProxy::call(std::string_view selector, Arguments arguments) {
   Invocation invocation = invocationFor(selector, std::move(arguments));
   forwardInvocation(invocation);
@@ -143,15 +148,21 @@ RawValue KeldaneProxy::call(std::string_view selector, Arguments arguments) {
 
 bool KeldaneProxy::callWithoutWaiting(std::string_view selector, Arguments arguments) {
   const std::shared_ptr<KeldaneProxy> self = shared_from_this();  // see forwardInvocation
-  const std::optional<Bytes> payload =
-      serialized(requestFor(invocationFor(selector, std::move(arguments))), nullptr);
+  const Invocation invocation = invocationFor(selector, std::move(arguments));
   const std::shared_ptr<KeldaneSocket> link = socket();
   // Whoever sends holds this lock, so what there is room for now there is room for below.
-  const std::unique_lock forwarding(forwardingLock_, std::try_to_lock);
-  if (!payload || !link || !forwarding || !link->isReadyToSend()) {
+  if (!link || !forwardingLock_.try_lock()) {
     return false;
   }
-  sendFrame(kRequestFrame, &*payload);
+  const ScopedLock forwarding(forwardingLock_, std::adopt_lock);
+  if (!link->isReadyToSend()) {
+    return false;
+  }
+  std::optional<Bytes> payload = serialized(requestFor(invocation), nullptr);
+  if (!payload) {
+    return false;
+  }
+  sendFrame(kRequestFrame, [&] { return std::move(payload); });
   return true;
 }
 
@@ -159,8 +170,9 @@ void KeldaneProxy::forwardInvocation(Invocation& invocation) {
   // A failed write takes the link down on this thread, and the last other owner of this proxy with it.
   const std::shared_ptr<KeldaneProxy> self = shared_from_this();
   const ScopedLock forwarding(forwardingLock_);
+  PropertyList request = requestFor(invocation);
   std::string error;
-  const std::optional<Bytes> payload = serialized(requestFor(invocation), &error);
+  std::optional<Bytes> payload = serialized(request, &error);
   if (!payload) {
     KeldaneCLog("serialization failed");
     return;
@@ -170,10 +182,11 @@ void KeldaneProxy::forwardInvocation(Invocation& invocation) {
   if (returnsValue) {
     waitingOnResult_ = true;  // before the peer knows, whose failure signal may be quicker than this thread
   }
-  sendFrame(kRequestFrame, &*payload);
+  sendFrame(kRequestFrame, [&] { return std::move(payload); });
   if (!returnsValue) {
     return;
   }
+  request = {};  // while the peer is busy with it
   const std::shared_ptr<KeldaneSocket> link = socket();
   if (!link || !link->isReceiving()) {
     // There never was a link, or the write failed and it was taken down on this thread: no answer and no
@@ -191,13 +204,16 @@ void KeldaneProxy::forwardInvocation(Invocation& invocation) {
   invocation.result = result ? RawValue::decoded(*result, returnType) : RawValue();
 }
 
-void KeldaneProxy::sendFrame(std::int32_t type, const Bytes* payload) {
+// The payload is asked for when the marker and the type are on their way, nothing for none.
+template <class Payload>
+void KeldaneProxy::sendFrame(std::int32_t type, const Payload& payloadOf) {
   const std::shared_ptr<KeldaneSocket> target = socket();
   const ScopedLock guard(socketLock_);
   send(target, &KeldaneSocket::sendString, kFrameMarker.data());
   send(target, &KeldaneSocket::sendInt, type);
-  send(target, &KeldaneSocket::sendInt, payload == nullptr ? 0 : static_cast<std::int32_t>(payload->size()));
-  if (payload != nullptr && !payload->empty()) {
+  const std::optional<Bytes> payload = payloadOf();
+  send(target, &KeldaneSocket::sendInt, payload ? static_cast<std::int32_t>(payload->size()) : 0);
+  if (payload && !payload->empty()) {
     send(target, &KeldaneSocket::sendData, BytesView(*payload));
   }
 }
@@ -231,8 +247,12 @@ void KeldaneProxy::processResponse(const Bytes* payload) {
   if (protocol != nullptr && !protocol->hasAnswers()) {
     return;  // no call will ever take it, and all that the peer sends next would wait for one that does
   }
-  PropertyList result =
-      payload == nullptr ? PropertyList() : unserialized(*payload, "Failed to unserialize response: %@");
+  resultCond_.wake();  // it takes the caller longer to wake than this thread to read a short answer
+  PropertyList result;
+  if (payload != nullptr) {
+    const ScopedLock guard(answerKeysMutex_);
+    result = unserialized(*payload, "Failed to unserialize response: %@", &answerKeys_);
+  }
   // A new result never takes the place of one that its caller has not fetched yet.
   if (resultCond_.lockWhenCondition(0, [this] { return closing_.load(); })) {
     resultObject_ = std::move(result);
@@ -275,6 +295,7 @@ void KeldaneProxy::processInvocationArgs(const PropertyList& request) {
   }
 
   Invocation invocation{*method, {}, {}};
+  invocation.arguments.reserve(method->argumentCodes.size());
   // In 32 bits, so a count that wraps around reads fewer arguments than it says.
   const std::uint32_t end = static_cast<std::uint32_t>(request[3].unsignedLongValue()) * 2 + kFirstArgument;
   for (std::uint32_t i = kFirstArgument; i < end; i += 2) {
@@ -318,8 +339,21 @@ void KeldaneProxy::performDirectly(InvocationTarget& target, Invocation& invocat
   if (widthOfType(returnType) == 0) {
     return;
   }
-  const std::optional<Bytes> payload = responseFrom(std::move(invocation.result), returnType);
-  sendFrame(kResponseFrame, payload ? &*payload : nullptr);
+  PropertyList value = encodedResult(invocation.result, returnType);
+  invocation.result = {};
+  // Written when the first pieces are sent, which wake the peer's receive thread: that takes longer than to
+  // write a short answer. The value, which may be large, does not wait until the peer has read.
+  sendFrame(kResponseFrame, [&]() -> std::optional<Bytes> {
+    if (!value) {
+      return std::nullopt;
+    }
+    std::string error;
+    std::optional<Bytes> payload = serialized(std::exchange(value, {}), &error);
+    if (!error.empty()) {
+      KeldaneCLog("Failed to serialize response: %@", error);
+    }
+    return payload;
+  });
 }
 
 void KeldaneProxy::handlePortMessage(std::uint32_t messageId) {

@@ -76,7 +76,9 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
   KeldaneProxy();
   std::shared_ptr<KeldaneSocket> socket() const;
   Invocation invocationFor(std::string_view selector, Arguments arguments) const;
-  void sendFrame(std::int32_t type, const Bytes* payload);
+  PropertyList requestFor(const Invocation& invocation) KELDANE_REQUIRES(forwardingLock_);
+  template <class Payload>
+  void sendFrame(std::int32_t type, const Payload& payloadOf);
   void processResponse(const Bytes* payload);
   void processFailure();
   void processInvocationArgs(const PropertyList& request);
@@ -93,10 +95,17 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
   std::atomic<bool> waitingOnResult_ = false;
   // None after a failure; an answer may hold an absent value.
   std::optional<PropertyList> resultObject_ KELDANE_GUARDED_BY(resultCond_);
+  // Of the dictionaries that were answered, which mostly have the same. A new socket's thread may be here
+  // while the old one's has not left.
+  Mutex answerKeysMutex_{{.name = "KeldaneProxy.answerKeysMutex", .leaf = true}};
+  PropertyList::Keys answerKeys_ KELDANE_GUARDED_BY(answerKeysMutex_);
   std::weak_ptr<InvocationTarget> delegate_ KELDANE_GUARDED_BY(membersMutex_);
   std::atomic<bool> callDelegateOnMainThread_ = false;
   // One outgoing call at a time, and none while a request is performed directly.
   Mutex forwardingLock_{{.name = "KeldaneProxy.forwardingLock", .heldWhileWaiting = true}};
+  // Of each method that was called: its request without the arguments.
+  std::vector<std::pair<std::string_view, PropertyList::Array>> emptyRequests_
+      KELDANE_GUARDED_BY(forwardingLock_);
   std::deque<QueuedCall> invocationQueue_ KELDANE_GUARDED_BY(invocationLock_);
   bool wakeUpSent_ KELDANE_GUARDED_BY(invocationLock_) = false;  // one a batch
   // Never held while a queued call is performed.

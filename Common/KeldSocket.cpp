@@ -183,14 +183,18 @@ void KeldaneSocket::setCallDelegateOnMainThread(bool onMainThread) {
 }
 
 bool KeldaneSocket::sendBytes(const void* bytes, std::uint32_t length) {
+  return sendThrough(handle(), bytes, length);
+}
+
+bool KeldaneSocket::sendThrough(const Handle& descriptor, const void* bytes, std::uint32_t length) {
   bool sent = true;
   {
     const ScopedLock guard(sendMutex_);
-    const Handle descriptor = handle();
     const char* next = static_cast<const char*>(bytes);
     ByteBudget::Share share(limits_ && length > kSmallPayload ? limits_->unread : nullptr);
     sent = share.grow(length);
-    const auto begin = std::chrono::steady_clock::now();
+    const auto end = limits_ ? std::chrono::steady_clock::now() + limits_->sendTime
+                             : std::chrono::steady_clock::time_point::max();
     for (std::uint32_t left = length; left > 0 && sent;) {
       const std::uint32_t step = limits_ ? std::min(left, kSendStep) : left;
       const ssize_t written = descriptor ? ::send(descriptor->get(), next, step, MSG_NOSIGNAL) : -1;
@@ -199,7 +203,7 @@ bool KeldaneSocket::sendBytes(const void* bytes, std::uint32_t length) {
       } else {
         next += written;
         left -= static_cast<std::uint32_t>(written);
-        sent = left == 0 || !limits_ || std::chrono::steady_clock::now() - begin < limits_->sendTime;
+        sent = left == 0 || !limits_ || std::chrono::steady_clock::now() < end;
       }
     }
   }
@@ -214,38 +218,62 @@ bool KeldaneSocket::sendBytes(const void* bytes, std::uint32_t length) {
 }
 
 bool KeldaneSocket::sendData(BytesView data) {
-  return handle() && sendBytes(data.data(), static_cast<std::uint32_t>(data.size()));
+  const Handle descriptor = handle();
+  return descriptor && sendThrough(descriptor, data.data(), static_cast<std::uint32_t>(data.size()));
 }
 
 bool KeldaneSocket::sendString(const char* text) {
-  return handle() && sendBytes(text, static_cast<std::uint32_t>(std::strlen(text)));
+  return sendData({reinterpret_cast<const std::uint8_t*>(text), std::strlen(text)});
 }
 
-bool KeldaneSocket::sendInt(std::int32_t value) { return handle() && sendBytes(&value, sizeof(value)); }
+bool KeldaneSocket::sendInt(std::int32_t value) {
+  return sendData({reinterpret_cast<const std::uint8_t*>(&value), sizeof(value)});
+}
 
 std::int32_t KeldaneSocket::readBytes(std::uint32_t count, void* buffer) {
-  std::uint32_t done = 0;
-  while (done < count) {
-    const Handle descriptor = handle();
-    if (!descriptor) {
-      break;
-    }
-    if (messageEnd_ && !isReadableBefore(descriptor->get(), *messageEnd_)) {
-      return -1;
-    }
-    const ssize_t got = ::read(descriptor->get(), static_cast<char*>(buffer) + done, count - done);
-    if (got > 0) {
-      done += static_cast<std::uint32_t>(got);
-      if (limits_ && !messageEnd_) {
-        messageEnd_ = std::chrono::steady_clock::now() + limits_->messageTime;
+  char* next = static_cast<char*>(buffer);
+  std::uint32_t left = count;
+  while (left > 0 && !isZombie()) {
+    std::size_t got = std::min<std::size_t>(left, ahead_.size());
+    std::copy_n(ahead_.begin(), got, next);
+    ahead_ = ahead_.subspan(got);
+    if (got == 0) {
+      const bool isLarge = left >= aheadBuffer_.size();
+      const ssize_t result =
+          isLarge ? readSome(next, left) : readSome(aheadBuffer_.data(), aheadBuffer_.size());
+      if (result == 0) {
+        break;
       }
-    } else if (got < 0 && errno == EAGAIN) {
-      break;
-    } else {
-      return -1;
+      if (result < 0) {
+        return -1;
+      }
+      if (!isLarge) {
+        ahead_ = std::span(aheadBuffer_).first(static_cast<std::size_t>(result));
+        continue;
+      }
+      got = static_cast<std::size_t>(result);
     }
+    if (limits_ && !messageEnd_) {
+      messageEnd_ = std::chrono::steady_clock::now() + limits_->messageTime;
+    }
+    next += got;
+    left -= static_cast<std::uint32_t>(got);
   }
-  return static_cast<std::int32_t>(done);
+  return static_cast<std::int32_t>(count - left);
+}
+
+// What one read gives; 0 when the descriptor is gone or the read would block, -1 at the end or after an
+// error.
+ssize_t KeldaneSocket::readSome(char* buffer, std::size_t size) {
+  const Handle descriptor = handle();
+  if (!descriptor) {
+    return 0;
+  }
+  if (messageEnd_ && !isReadableBefore(descriptor->get(), *messageEnd_)) {
+    return -1;
+  }
+  const ssize_t got = ::read(descriptor->get(), buffer, size);
+  return got > 0 ? got : got < 0 && errno == EAGAIN ? 0 : -1;
 }
 
 bool KeldaneSocket::start() {

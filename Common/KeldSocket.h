@@ -4,6 +4,7 @@
 #include <sys/types.h>
 #include <sys/un.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -11,6 +12,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -109,8 +111,8 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   bool sendData(BytesView data);
   bool sendString(const char* text);
   bool sendInt(std::int32_t value);
-  /// Reads `count` bytes. -1 at the end of the stream or after an error; fewer when the socket was closed or
-  /// a read would block.
+  /// Reads `count` bytes, and may take more from the system, which the next call gets first. -1 at the end of
+  /// the stream or after an error; fewer when the socket was closed or a read would block.
   std::int32_t readBytes(std::uint32_t count, void* buffer);
 
   /// Starts the receive thread. False when the system has no thread to give, std::bad_alloc when it has no
@@ -147,6 +149,8 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   void setHandle(Handle handle);
   bool openHandle();
   std::shared_ptr<KeldaneSocketDelegate> dataDelegate() const;
+  bool sendThrough(const Handle& descriptor, const void* bytes, std::uint32_t length);
+  ssize_t readSome(char* buffer, std::size_t size);
   bool startThread(void (KeldaneSocket::*loop)());
   bool fillAddress(const std::string& path);
 
@@ -189,6 +193,10 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   std::optional<SocketLimits> limits_;  // of a server's child; set before it is read or written
   // Of the receive thread: when the message that has begun must be whole. Nothing between two messages.
   std::optional<std::chrono::steady_clock::time_point> messageEnd_;
+  // Of the receive thread: what came with an earlier read and was not asked for yet. A message comes in four
+  // pieces, which have mostly all been sent when the first one has woken the thread.
+  std::array<char, 4096> aheadBuffer_;
+  std::span<const char> ahead_;
   std::mutex closedMutex_;
   std::condition_variable closed_;
 };

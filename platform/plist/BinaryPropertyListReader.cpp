@@ -5,7 +5,9 @@
 #include <bit>
 #include <cstring>
 #include <memory>
-#include <optional>
+#include <memory_resource>
+#include <utility>
+#include <vector>
 
 #include "platform/plist/PropertyListBlocks.h"
 #include "platform/plist/PropertyListError.h"
@@ -32,18 +34,29 @@ std::uint64_t eightBytes(const std::uint8_t* bytes) {
   return std::endian::native == std::endian::little ? __builtin_bswap64(value) : value;
 }
 
+// Out of the way of what is read.
+[[noreturn, gnu::cold, gnu::noinline]] void fail(const char* sentence, std::size_t offset) {
+  throw PropertyListError(sentence, offset);
+}
+
 class BinaryReader {
  public:
-  explicit BinaryReader(BytesView bytes) : bytes_(bytes) { readTrailer(); }
+  BinaryReader(BytesView bytes, PropertyList usualKeys) : bytes_(bytes), usualKeys_(std::move(usualKeys)) {
+    readTrailer();
+  }
 
   PropertyList read() { return object(topObject_, 1); }
+
+  /// Once all is read: the keys of the outermost dictionary, when they can be the usual ones of the next
+  /// message; absent when they are so already.
+  const PropertyList& newUsualKeys() const { return newUsualKeys_; }
 
  private:
   /// What is known of an object. The value is kept by the container that it was first read for, and nobody
   /// else knows it before all is read. `height` counts the containers from it downwards, `values` the values
   /// in it and itself, shared ones as often as they are referred to.
   struct Object {
-    enum State : std::uint8_t { unknown, beingRead, whole };
+    enum State : std::uint8_t { unknown, beingRead, whole, usual };  // usual: a whole one that others know
     std::uintptr_t bits = 0;
     std::uint32_t values = 1;
     std::uint16_t height = 0;
@@ -59,7 +72,7 @@ class BinaryReader {
 
   void readTrailer() {
     if (bytes_.size() < kBinaryPropertyListMagic.size() + kTrailerSize) {
-      throw PropertyListError("The binary property list is too short to hold a trailer", bytes_.size());
+      fail("The binary property list is too short to hold a trailer", bytes_.size());
     }
     const std::size_t trailer = bytes_.size() - kTrailerSize;
     offsetSize_ = bytes_[trailer + 6];
@@ -68,21 +81,30 @@ class BinaryReader {
     topObject_ = bigEndian(trailer + 16, 8);
     offsetTable_ = bigEndian(trailer + 24, 8);
     if (offsetSize_ < 1 || offsetSize_ > 8 || referenceSize_ < 1 || referenceSize_ > 8) {
-      throw PropertyListError("The trailer gives a width that is not between 1 and 8 bytes", trailer + 6);
+      fail("The trailer gives a width that is not between 1 and 8 bytes", trailer + 6);
     }
     if (offsetTable_ < kBinaryPropertyListMagic.size() || offsetTable_ > trailer) {
-      throw PropertyListError("The trailer puts the offset table outside the property list", trailer + 24);
+      fail("The trailer puts the offset table outside the property list", trailer + 24);
     }
     if (objects == 0 || objects > (trailer - offsetTable_) / offsetSize_) {
-      throw PropertyListError("The trailer counts more objects than the offset table holds", trailer + 8);
+      fail("The trailer counts more objects than the offset table holds", trailer + 8);
     }
     if (topObject_ >= objects) {
-      throw PropertyListError("The trailer names a top object that does not exist", trailer + 16);
+      fail("The trailer names a top object that does not exist", trailer + 16);
     }
     objects_.resize(objects);
     mostValues_ = std::min(std::max(kMostValues, kMostValuesPerByte * bytes_.size()), kMostValuesOfAll);
-    scalars_.emplace(offsetTable_ + objects * PropertyListBlocks::sizeFor(0));
-    containers_.emplace(2 * offsetTable_);
+    expect(0);
+  }
+
+  /// Prepares for all objects but `known` ones, which are not made.
+  void expect(std::size_t known) {
+    const std::size_t scalars =
+        offsetTable_ - taken_ + (objects_.size() - known) * PropertyListBlocks::sizeFor(0);
+    const std::size_t containers = 2 * offsetTable_;
+    containers_ = offsetTable_ < kShort ? &scalars_ : &apart_;
+    scalars_.expect(containers_ == &scalars_ ? scalars + containers : scalars);
+    apart_.expect(containers);
   }
 
   /// Of up to 8 bytes before the trailer, which follows whatever else is read.
@@ -90,32 +112,31 @@ class BinaryReader {
     return eightBytes(bytes_.data() + offset) >> (64 - 8 * width);
   }
 
-  /// Takes `count` pieces of `width` bytes at `offset` for an object. They must lie before the offset table,
-  /// and all objects together cannot take more than there is: overlapping ones would make a short message
-  /// large in memory.
+  /// Takes `count` pieces of `width` bytes, 8 at most, at `offset` for an object. They must lie before the
+  /// offset table, and all objects together cannot take more than there is: overlapping ones would make a
+  /// short message large in memory.
   void take(std::size_t offset, std::uint64_t count, std::size_t width = 1) {
-    std::uint64_t size = 0;
-    if (offset > offsetTable_ || __builtin_mul_overflow(count, width, &size) ||
-        size > offsetTable_ - offset) {
-      throw PropertyListError("An object reaches beyond the end of the objects", offset);
+    if (offset > offsetTable_ || count > (offsetTable_ - offset) / width) {
+      fail("An object reaches beyond the end of the objects", offset);
     }
-    taken_ += size;
+    taken_ += count * width;
     if (taken_ > offsetTable_ - kBinaryPropertyListMagic.size()) {
-      throw PropertyListError("Objects overlap", offset);
+      fail("Objects overlap", offset);
     }
   }
 
   PropertyList object(std::uint64_t reference, int depth) {
     Object& known = objects_[reference];
-    if (known.state == Object::whole) {
+    if (known.state >= Object::whole) {
       if (depth + known.height - 1 > PropertyListSerialization::kMaximumDepth) {
-        throw PropertyListError("Containers are nested too deep", offsetOf(reference));
+        fail("Containers are nested too deep", offsetOf(reference));
       }
-      return PropertyListAccess::shareUnpublished(known.bits);
+      return known.state == Object::usual ? PropertyListAccess::share(known.bits)
+                                          : PropertyListAccess::shareUnpublished(known.bits);
     }
     const std::size_t offset = offsetOf(reference);
     if (known.state == Object::beingRead) {
-      throw PropertyListError("A container holds itself", offset);
+      fail("A container holds itself", offset);
     }
     known.state = Object::beingRead;
     PropertyList value = parse(known, offset, depth);
@@ -127,8 +148,7 @@ class BinaryReader {
   std::size_t offsetOf(std::uint64_t reference) const {
     const std::uint64_t offset = bigEndian(offsetTable_ + reference * offsetSize_, offsetSize_);
     if (offset < kBinaryPropertyListMagic.size() || offset >= offsetTable_) {
-      throw PropertyListError("An object lies outside the property list",
-                              offsetTable_ + reference * offsetSize_);
+      fail("An object lies outside the property list", offsetTable_ + reference * offsetSize_);
     }
     return offset;
   }
@@ -170,18 +190,18 @@ class BinaryReader {
         return string(utf8FromUtf16(text(offset, 2 * length), true));
       }
       case 0x8:
-        throw PropertyListError("A UID is no property-list value", start);
+        fail("A UID is no property-list value", start);
       case 0xA:
         return readArray(target, start, offset, low, depth);
       case 0xB:
       case 0xC:
-        throw PropertyListError("A set is no property-list value", start);
+        fail("A set is no property-list value", start);
       case 0xD:
         return readDictionary(target, start, offset, low, depth);
       default:
         break;
     }
-    throw PropertyListError("An object has an unknown marker", start);
+    fail("An object has an unknown marker", start);
   }
 
   /// The count of a container, string or data: in the marker, or in an integer that follows it.
@@ -192,7 +212,7 @@ class BinaryReader {
     take(offset, 1);
     const std::uint8_t marker = bytes_[offset];
     if (marker >> 4 != 1 || (marker & 0x0F) > 3) {
-      throw PropertyListError("A count is no integer", offset);
+      fail("A count is no integer", offset);
     }
     const std::size_t width = std::size_t{1} << (marker & 0x0F);
     take(offset + 1, width);
@@ -206,21 +226,21 @@ class BinaryReader {
   }
 
   PropertyList string(std::string_view text) {
-    PropertyListNode* node = scalars_->allocate(PropertyList::Kind::string, text.size(), text.size() + 1);
+    PropertyListNode* node = scalars_.allocate(PropertyList::Kind::string, text.size(), text.size() + 1);
     std::memcpy(node->bytes(), text.data(), text.size());
     node->bytes()[text.size()] = '\0';
     return PropertyListAccess::adopt(node);
   }
 
   PropertyList data(std::size_t offset, std::size_t length) {
-    PropertyListNode* node = scalars_->allocate(PropertyList::Kind::data, length, length);
+    PropertyListNode* node = scalars_.allocate(PropertyList::Kind::data, length, length);
     std::copy_n(bytes_.data() + offset, length, node->bytes());
     return PropertyListAccess::adopt(node);
   }
 
   /// A date or a real.
   PropertyList scalar(PropertyList::Kind kind, double value) {
-    PropertyListNode* node = scalars_->allocate(kind, 0, 0);
+    PropertyListNode* node = scalars_.allocate(kind, 0, 0);
     node->numberKind = PropertyList::NumberKind::real;
     node->scalar.real = value;
     return PropertyListAccess::adopt(node);
@@ -237,7 +257,7 @@ class BinaryReader {
 
   PropertyList integer(std::size_t offset, std::uint8_t low) {
     if (low > 4) {
-      throw PropertyListError("An integer is wider than 16 bytes", offset - 1);
+      fail("An integer is wider than 16 bytes", offset - 1);
     }
     const std::size_t width = std::size_t{1} << low;
     take(offset, width);
@@ -257,12 +277,12 @@ class BinaryReader {
     if (high == UINT64_MAX && negative) {
       return PropertyList::integer(static_cast<std::int64_t>(value));
     }
-    throw PropertyListError("An integer does not fit 64 bits", offset - 1);
+    fail("An integer does not fit 64 bits", offset - 1);
   }
 
   PropertyList real(std::size_t offset, std::uint8_t low) {
     if (low != 2 && low != 3) {
-      throw PropertyListError("A real is neither 4 nor 8 bytes wide", offset - 1);
+      fail("A real is neither 4 nor 8 bytes wide", offset - 1);
     }
     take(offset, low == 2 ? 4 : 8);
     return scalar(
@@ -275,7 +295,7 @@ class BinaryReader {
   PropertyList member(Object& container, std::size_t start, std::size_t referenceOffset, int depth) {
     const std::uint64_t reference = bigEndian(referenceOffset, referenceSize_);
     if (reference >= objects_.size()) {
-      throw PropertyListError("A container refers to an object that does not exist", start);
+      fail("A container refers to an object that does not exist", start);
     }
     PropertyList value = object(reference, depth + 1);
     const Object& found = objects_[reference];
@@ -287,14 +307,14 @@ class BinaryReader {
 
   void addValues(Object& container, std::size_t start, std::uint64_t values) const {
     if (container.values + values > mostValues_) {
-      throw PropertyListError("Shared objects make too many values", start);
+      fail("Shared objects make too many values", start);
     }
     container.values += static_cast<std::uint32_t>(values);
   }
 
   void beginContainer(Object& target, std::size_t start, int depth) const {
     if (depth > PropertyListSerialization::kMaximumDepth) {
-      throw PropertyListError("Containers are nested too deep", start);
+      fail("Containers are nested too deep", start);
     }
     target.height = 1;
   }
@@ -330,39 +350,96 @@ class BinaryReader {
     const std::size_t length = count(offset, low);
     take(offset, length, 2 * referenceSize_);
     const std::size_t values = offset + length * referenceSize_;
-    const PropertyListNode* keys = knownKeys(offset, length);
+    const bool isOutermost = std::exchange(isOutermost_, false);
+    const PropertyList* keys = knownKeys(offset, length);
     if (keys == nullptr) {
-      PropertyList::Array read(length);
-      readMembers(target, start, offset, depth, read.data(), length);
-      if (!std::all_of(read.begin(), read.end(), [](const PropertyList& key) { return key.isString(); })) {
-        throw PropertyListError("A dictionary has a key that is no string", start);
-      }
+      const bool isUsual = hasUsualKeys(offset, length);
       KnownKeys& known = knownKeys_[nextKnownKeys_++ % knownKeys_.size()];
-      known = {PropertyListAccess::makeKeys(std::move(read)), offset};
-      keys = PropertyListAccess::node(known.keys);
-      if (!PropertyListAccess::keysDiffer(*keys)) {
+      known = {isUsual ? usualKeys_ : readKeys(target, start, offset, length, depth), offset};
+      keys = &known.keys;
+      if (isUsual) {
+        addValues(target, start, length);
+        if (isOutermost) {
+          expect(length);
+        }
+      } else if (!PropertyListAccess::keysDiffer(*PropertyListAccess::node(*keys))) {
         return readRepeated(target, start, values, depth, std::exchange(known.keys, {}));
+      } else if (isOutermost && canBeUsual(*PropertyListAccess::node(*keys))) {
+        newUsualKeys_ = *keys;
       }
     } else {
       addValues(target, start, length);
     }
     PropertyListNode* node = container(PropertyList::Kind::dictionary, length, 1 + length);
     PropertyList value = PropertyListAccess::adopt(node);
-    new (node->handles())
-        PropertyList(PropertyListAccess::shareUnpublished(reinterpret_cast<std::uintptr_t>(keys)));
+    new (node->handles()) PropertyList(*keys);
     readMembers(target, start, values, depth, node->values(), length);
     return value;
   }
 
-  const PropertyListNode* knownKeys(std::size_t offset, std::size_t length) const {
+  PropertyList readKeys(Object& target, std::size_t start, std::size_t offset, std::size_t length,
+                        int depth) {
+    PropertyList::Array keys(length);
+    readMembers(target, start, offset, depth, keys.data(), length);
+    if (!std::all_of(keys.begin(), keys.end(), [](const PropertyList& key) { return key.isString(); })) {
+      fail("A dictionary has a key that is no string", start);
+    }
+    return PropertyListAccess::makeKeys(std::move(keys));
+  }
+
+  const PropertyList* knownKeys(std::size_t offset, std::size_t length) const {
     for (const KnownKeys& known : knownKeys_) {
       const PropertyListNode* keys = PropertyListAccess::node(known.keys);
       if (keys != nullptr && keys->count == length &&
           std::memcmp(&bytes_[known.offset], &bytes_[offset], length * referenceSize_) == 0) {
-        return keys;
+        return &known.keys;
       }
     }
     return nullptr;
+  }
+
+  /// Whether the references at `offset` lead to the usual keys. Each object up to the first that is another
+  /// is that key from now on.
+  bool hasUsualKeys(std::size_t offset, std::size_t length) {
+    const PropertyListNode* keys = PropertyListAccess::node(usualKeys_);
+    if (keys == nullptr || keys->count != length) {
+      return false;
+    }
+    for (std::size_t i = 0; i < length; ++i) {
+      const std::uint64_t reference = bigEndian(offset + i * referenceSize_, referenceSize_);
+      if (reference >= objects_.size()) {
+        return false;
+      }
+      Object& known = objects_[reference];
+      const PropertyList& key = keys->handles()[i];
+      if (known.state == Object::unknown) {
+        const PropertyListNode& text = *PropertyListAccess::node(key);
+        const std::size_t place = offsetOf(reference);
+        if (!isShortText(place, {text.bytes(), text.count})) {
+          return false;
+        }
+        take(place + 1, text.count);
+        known.bits = PropertyListAccess::bits(key);
+        known.state = Object::usual;
+      } else if (known.state != Object::usual || known.bits != PropertyListAccess::bits(key)) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+  /// Whether the object at `offset` is `text`, which is ASCII and so short that its length is in the marker.
+  bool isShortText(std::size_t offset, std::string_view text) const {
+    return bytes_[offset] == (0x50 | text.size()) && text.size() < offsetTable_ - offset &&
+           std::memcmp(&bytes_[offset + 1], text.data(), text.size()) == 0;
+  }
+
+  /// Whether they are few, and `isShortText` finds them.
+  static bool canBeUsual(const PropertyListNode& keys) {
+    return keys.count <= PropertyListNode::kLinearLookUp &&
+           std::all_of(keys.handles(), keys.handles() + keys.count, [](const PropertyList& key) {
+             return key.string().size() < 0x0F && isAscii(key.string());
+           });
   }
 
   /// A dictionary with keys that are equal. What it leaves out may be referred to again.
@@ -385,17 +462,31 @@ class BinaryReader {
   std::uint64_t topObject_ = 0, offsetTable_ = 0;
   std::uint64_t taken_ = 0;
   std::uint64_t mostValues_ = 0;
-  std::vector<Object> objects_;
+  // Those of a message of the usual size; more come from the heap.
+  std::array<std::byte, 1024> few_;
+  std::pmr::monotonic_buffer_resource memory_{few_.data(), few_.size()};
+  std::pmr::vector<Object> objects_{&memory_};
+  const PropertyList usualKeys_;
+  PropertyList newUsualKeys_;
+  bool isOutermost_ = true;  // the next dictionary
   std::array<KnownKeys, 4> knownKeys_;
   std::size_t nextKnownKeys_ = 0;
   PropertyList::Array kept_;
-  // Apart, because what is taken out of a dictionary mostly outlives it.
-  std::optional<PropertyListBlocks> scalars_;
-  std::optional<PropertyListBlocks> containers_;
+  // Apart, because what is taken out of a dictionary mostly outlives it; but a short message is one block.
+  static constexpr std::size_t kShort = 1024;
+  PropertyListBlocks scalars_, apart_;
+  PropertyListBlocks* containers_ = nullptr;
 };
 
 }  // namespace
 
-PropertyList readBinaryPropertyList(BytesView bytes) { return BinaryReader(bytes).read(); }
+PropertyList readBinaryPropertyList(BytesView bytes, PropertyList::Keys* usualKeys) {
+  BinaryReader reader(bytes, usualKeys == nullptr ? PropertyList() : PropertyListAccess::keys(*usualKeys));
+  PropertyList value = reader.read();
+  if (usualKeys != nullptr && reader.newUsualKeys()) {
+    PropertyListAccess::keys(*usualKeys) = reader.newUsualKeys();
+  }
+  return value;
+}
 
 }  // namespace keldane

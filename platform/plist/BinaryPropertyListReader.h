@@ -12,6 +12,9 @@ inline constexpr std::string_view kBinaryPropertyListMagic = "bplist00";
 /// once and shared. Refused: reference cycles, nesting beyond the limit, sets and UIDs, null objects, keys
 /// that are no strings, integers beyond 64 bits. Bytes above 127 in an ASCII string read as U+FFFD, lone
 /// surrogates too.
-PropertyList readBinaryPropertyList(BytesView bytes);
+///
+/// A dictionary whose keys are `usualKeys` shares them instead of making its own. When the outermost one has
+/// others, few and short, `usualKeys` becomes those.
+PropertyList readBinaryPropertyList(BytesView bytes, PropertyList::Keys* usualKeys = nullptr);
 
 }  // namespace keldane

@@ -4,7 +4,10 @@
 #include <array>
 #include <bit>
 #include <cstring>
-#include <unordered_map>
+#include <memory_resource>
+#include <span>
+#include <utility>
+#include <vector>
 
 #include "platform/plist/BinaryPropertyListReader.h"
 #include "platform/plist/PropertyListError.h"
@@ -51,14 +54,16 @@ std::uint64_t hashOf(const char* bytes, std::size_t size) {
   return mixed(hash ^ tail, kSecond);
 }
 
-/// What is written once: equal scalars of one sort (a NaN equals itself here, 0.0 and -0.0 differ), or one
-/// container.
+constexpr std::uint64_t kScatter = 0x9E3779B97F4A7C15;
+
+/// What is written once, other than strings and data: equal scalars of one sort (a NaN equals itself here,
+/// 0.0 and -0.0 differ), or one container.
 struct Identity {
-  enum Sort : std::uint32_t { none, text, boolean, integer, large, real, date, data, container };
+  enum Sort : std::uint32_t { bytes, boolean, integer, large, real, date, container };
   bool operator==(const Identity&) const = default;
 
-  Sort sort = none;
-  std::uint64_t number = 0;  ///< the value itself, a hash of its bytes or its address
+  Sort sort = bytes;
+  std::uint64_t number = 0;  ///< the value itself, or its address
 
   explicit Identity(const PropertyList& value) {
     const PropertyListNode* node = PropertyListAccess::node(value);
@@ -68,8 +73,7 @@ struct Identity {
     }
     switch (node->kind) {
       case PropertyList::Kind::string:
-        sort = text;
-        number = hashOf(node->bytes(), node->count);
+      case PropertyList::Kind::data:
         return;
       case PropertyList::Kind::number:
         if (node->numberKind != PropertyList::NumberKind::real) {
@@ -82,10 +86,6 @@ struct Identity {
       case PropertyList::Kind::date:
         sort = date;
         number = std::bit_cast<std::uint64_t>(node->scalar.real);
-        return;
-      case PropertyList::Kind::data:
-        sort = data;
-        number = hashOf(node->bytes(), node->count);
         return;
       default:
         sort = container;
@@ -102,61 +102,91 @@ struct Identity {
   }
 };
 
+// Out of the way of what is written.
+[[noreturn, gnu::cold, gnu::noinline]] void fail(const std::string& sentence) {
+  throw PropertyListError(sentence);
+}
+[[noreturn, gnu::cold, gnu::noinline]] void failForAbsent() {
+  fail("A container holds no value where one belongs.");
+}
+[[noreturn, gnu::cold, gnu::noinline]] void failForDepth() {
+  fail("The containers are nested deeper than " + std::to_string(PropertyListSerialization::kMaximumDepth) +
+       " levels.");
+}
+[[noreturn, gnu::cold, gnu::noinline]] void failForCount(const char* what) {
+  fail(std::string("There are ") + what + ".");
+}
+
+/// What is written, in the order of its numbers.
+struct Object {
+  const PropertyList* value = nullptr;
+  std::uint64_t place =
+      0;  ///< of a container that is numbered whole its height; once it is written its offset
+};
+
+using Objects = std::pmr::vector<Object>;
+
 /// The numbers that objects have got: a table with a place for each, more than half of them free. A place is
 /// small; the object itself is looked at only when its place says that it may be the one.
 class Numbers {
  public:
   using Reference = std::uint32_t;
 
-  /// `places` is a power of two.
-  explicit Numbers(std::size_t places) : places_(places) {}
+  /// `places` is a power of two. What the memory gives is never given back to it.
+  Numbers(std::size_t places, std::pmr::memory_resource& memory) : memory_(memory), places_(free(places)) {}
 
   /// The number of an object that is equal to `value`, or `next` after it got that one.
-  Reference find(const PropertyList& value, Reference next, const std::vector<const PropertyList*>& objects) {
-    if (2 * (used_ + 1) > places_.size()) {
-      grow();
+  [[gnu::always_inline]] Reference find(const PropertyList& value, Reference next, const Objects& objects) {
+    const PropertyListNode* node = PropertyListAccess::node(value);
+    if (node != nullptr &&
+        (node->kind == PropertyList::Kind::string || node->kind == PropertyList::Kind::data)) {
+      return find(hashOf(node->bytes(), node->count), next,
+                  [&](Reference other) { return sameBytes(*node, *objects[other].value); });
     }
     const Identity identity(value);
-    const auto hash = static_cast<std::uint32_t>(mixed(identity.number ^ identity.sort, 0x9E3779B97F4A7C15));
-    Place* place = start(hash);
-    while (place->follower != 0) {
-      const Reference reference = place->follower - 1;
-      if (place->hash == hash && isSame(identity, value, *objects[reference])) {
-        return reference;
-      }
-      place = after(place);
-    }
-    *place = {hash, next + 1};
-    ++used_;
-    return next;
+    return find(mixed(identity.number ^ identity.sort, kScatter), next,
+                [&](Reference other) { return identity == Identity(*objects[other].value); });
   }
 
  private:
   struct Place {
-    std::uint32_t hash = 0;
-    std::uint32_t follower = 0;  ///< the number after the object's; 0: the place is free
+    std::uint32_t hash;
+    std::uint32_t follower;  ///< the number after the object's; 0: the place is free
   };
 
-  static bool isSame(const Identity& identity, const PropertyList& value, const PropertyList& other) {
-    if (identity.sort != Identity::text && identity.sort != Identity::data) {
-      const PropertyListNode* node = PropertyListAccess::node(other);
-      const bool isBytes = node != nullptr && (node->kind == PropertyList::Kind::string ||
-                                               node->kind == PropertyList::Kind::data);
-      return !isBytes && identity == Identity(other);
+  template <class IsSame>
+  [[gnu::always_inline]] Reference find(std::uint64_t longHash, Reference next, const IsSame& isSame) {
+    const auto hash = static_cast<std::uint32_t>(longHash);
+    Place* place = start(hash);
+    for (; place->follower != 0; place = after(place)) {
+      if (place->hash == hash && isSame(place->follower - 1)) {
+        return place->follower - 1;
+      }
     }
-    const PropertyListNode* first = PropertyListAccess::node(value);
-    const PropertyListNode* second = PropertyListAccess::node(other);
-    return first == second ||
-           (second != nullptr && first->kind == second->kind && first->count == second->count &&
-            std::memcmp(first->bytes(), second->bytes(), first->count) == 0);
+    *place = {hash, next + 1};
+    if (2 * ++used_ == places_.size()) {
+      grow();
+    }
+    return next;
   }
 
-  Place* start(std::uint32_t hash) { return &places_[hash & (places_.size() - 1)]; }
-  Place* after(Place* place) { return place == &places_.back() ? places_.data() : place + 1; }
+  static bool sameBytes(const PropertyListNode& first, const PropertyList& other) {
+    const PropertyListNode* second = PropertyListAccess::node(other);
+    return &first == second ||
+           (second != nullptr && first.kind == second->kind && first.count == second->count &&
+            std::memcmp(first.bytes(), second->bytes(), first.count) == 0);
+  }
+
+  std::span<Place> free(std::size_t places) {
+    void* memory = memory_.allocate(places * sizeof(Place), alignof(Place));
+    std::memset(memory, 0, places * sizeof(Place));
+    return {static_cast<Place*>(memory), places};
+  }
+  Place* start(std::uint32_t hash) const { return places_.data() + (hash & (places_.size() - 1)); }
+  Place* after(Place* place) const { return place == &places_.back() ? places_.data() : place + 1; }
 
   void grow() {
-    std::vector<Place> old(4 * places_.size());
-    old.swap(places_);
+    const std::span<Place> old = std::exchange(places_, free(4 * places_.size()));
     for (const Place& moved : old) {
       if (moved.follower != 0) {
         Place* place = start(moved.hash);
@@ -168,7 +198,8 @@ class Numbers {
     }
   }
 
-  std::vector<Place> places_;
+  std::pmr::memory_resource& memory_;
+  std::span<Place> places_;
   std::size_t used_ = 0;
 };
 
@@ -179,29 +210,28 @@ class Writer {
  public:
   /// Mostly it is one message, or an array of dictionaries with about four objects each that no other has.
   explicit Writer(const PropertyList& value)
-      : numbers_(std::bit_ceil(std::clamp<std::size_t>(4 * value.count(), 64, kMostExpected))) {}
-
-  Bytes write(const PropertyList& value) {
+      : numbers_(std::bit_ceil(std::clamp<std::size_t>(4 * value.count(), 2 * kFewObjects, kMostExpected)),
+                 memory_) {
     objects_.reserve(std::clamp<std::size_t>(4 * value.count(), kFewObjects, kMostExpected));
     members_.reserve(
         std::clamp<std::size_t>(value.count() * (2 + value[0].count()), kFewObjects, kMostExpected));
+  }
+
+  Bytes write(const PropertyList& value) {
     number(value, 1);
     referenceSize_ = widthFor(objects_.size() - 1);
     // About what it comes to: a few bytes an object, its text, its members and its place in the table.
     room(textSize_ + objects_.size() * 8 + (members_.size() + keyCount_) * referenceSize_);
-    std::memcpy(bytes_.data(), kBinaryPropertyListMagic.data(), kBinaryPropertyListMagic.size());
-    size_ = kBinaryPropertyListMagic.size();
-    std::vector<std::uint64_t> offsets;
-    offsets.reserve(objects_.size());
-    for (const PropertyList* object : objects_) {
-      offsets.push_back(size_);
-      put(*object);
+    put(kBinaryPropertyListMagic.data(), kBinaryPropertyListMagic.size());
+    for (Object& object : objects_) {
+      object.place = size();
+      put(*object.value);
     }
-    const std::uint64_t table = size_;
+    const std::uint64_t table = size();
     const std::size_t offsetSize = widthFor(table);
-    room(offsets.size() * offsetSize + 32);
-    for (const std::uint64_t offset : offsets) {
-      putBigEndian(offset, offsetSize);
+    room(objects_.size() * offsetSize + 32);
+    for (const Object& object : objects_) {
+      putBigEndian(object.place, offsetSize);
     }
     putBigEndian(0, 6);
     putBigEndian(offsetSize, 1);
@@ -209,7 +239,7 @@ class Writer {
     putBigEndian(objects_.size(), 8);
     putBigEndian(0, 8);
     putBigEndian(table, 8);
-    bytes_.resize(size_);
+    bytes_.resize(size());
     return std::move(bytes_);
   }
 
@@ -222,43 +252,50 @@ class Writer {
   };
 
   /// Numbers an object and what it holds, each container before its members and a dictionary's keys before
-  /// its values. The height of a container that was met before may be reached on a deeper path now.
+  /// its values.
   Numbered number(const PropertyList& value, int depth) {
+    const PropertyListNode* node = PropertyListAccess::node(value);
+    return node != nullptr &&
+                   (node->kind == PropertyList::Kind::array || node->kind == PropertyList::Kind::dictionary)
+               ? numberContainer(value, *node, depth)
+               : Numbered{numberScalar(value), 0};
+  }
+
+  Reference numberScalar(const PropertyList& value) {
     if (value.isAbsent()) {
-      throw PropertyListError("A container holds no value where one belongs.");
-    }
-    const PropertyListNode* container = PropertyListAccess::node(value);
-    if (container != nullptr && container->kind != PropertyList::Kind::array &&
-        container->kind != PropertyList::Kind::dictionary) {
-      container = nullptr;
+      failForAbsent();
     }
     const Reference next = nextReference();
-    // A container that only one other refers to is met once.
-    if (container == nullptr || container->isShared()) {
+    const Reference reference = numbers_.find(value, next, objects_);
+    if (reference == next) {
+      objects_.emplace_back().value = &value;
+      textSize_ += PropertyListAccess::isInline(value) ? 0 : PropertyListAccess::node(value)->count;
+    }
+    return reference;
+  }
+
+  Numbered numberContainer(const PropertyList& value, const PropertyListNode& container, int depth) {
+    const Reference next = nextReference();
+    // One that only one other refers to is met once. One that was met before may be reached on a deeper path
+    // now.
+    if (container.isShared()) {
       const Reference reference = numbers_.find(value, next, objects_);
       if (reference != next) {
-        const auto known = container == nullptr ? heights_.end() : heights_.find(reference);
-        const int height = known == heights_.end() ? 0 : known->second;
+        const int height = static_cast<int>(objects_[reference].place);
         checkDepth(depth + height - 1);
         return {reference, height};
       }
     }
-    objects_.push_back(&value);
-    if (container == nullptr) {
-      textSize_ += PropertyListAccess::isInline(value) ? 0 : PropertyListAccess::node(value)->count;
-      return {next, 0};
-    }
+    objects_.emplace_back().value = &value;
     checkDepth(depth);
-    const int height = 1 + numberMembers(*container, depth + 1);
-    if (container->isShared()) {
-      heights_[next] = height;
-    }
+    const int height = 1 + numberMembers(container, depth + 1);
+    objects_[next].place = static_cast<std::uint64_t>(height);
     return {next, height};
   }
 
   Reference nextReference() const {
     if (objects_.size() >= UINT32_MAX) {
-      throw PropertyListError("There are 4294967295 objects.");
+      failForCount("4294967295 objects");
     }
     return static_cast<Reference>(objects_.size());
   }
@@ -276,7 +313,7 @@ class Writer {
     int height = 0;
     for (std::size_t i = 0; i < container.count; ++i) {
       const Numbered member = number(container.members()[i], depth);
-      members_[first + i] = member.reference;
+      members_.data()[first + i] = member.reference;
       height = std::max(height, member.height);
     }
     return height;
@@ -289,70 +326,75 @@ class Writer {
         return known.first;
       }
     }
-    const auto first = static_cast<Reference>(keys_.size());
-    if (keys_.size() + keys.count > UINT32_MAX) {
-      throw PropertyListError("There are more than 4294967295 keys.");
+    const std::size_t first = keys_.size();
+    if (first + keys.count > UINT32_MAX) {
+      failForCount("more than 4294967295 keys");
     }
+    keys_.resize(first + keys.count);
     for (std::size_t i = 0; i < keys.count; ++i) {
-      keys_.push_back(number(keys.handles()[i], 0).reference);
+      keys_.data()[first + i] = numberScalar(keys.handles()[i]);
     }
     if (keys.isShared()) {
-      knownKeys_[nextKnownKeys_++ % knownKeys_.size()] = {&keys, first};
+      knownKeys_[nextKnownKeys_++ % knownKeys_.size()] = {&keys, static_cast<Reference>(first)};
     }
-    return first;
+    return static_cast<Reference>(first);
   }
 
   static void checkDepth(int depth) {
     if (depth > PropertyListSerialization::kMaximumDepth) {
-      throw PropertyListError("The containers are nested deeper than " +
-                              std::to_string(PropertyListSerialization::kMaximumDepth) + " levels.");
+      failForDepth();
     }
   }
 
-  /// Makes sure that `count` bytes and the few that a number is longer than its width can be put.
+  std::size_t size() const { return static_cast<std::size_t>(next_ - bytes_.data()); }
+
+  /// Makes sure that `count` bytes, the longest scalar and the few that a number is longer than its width can
+  /// be put.
   void room(std::size_t count) {
-    const std::size_t needed = size_ + count + kSlack;
-    if (needed > bytes_.size()) {
-      bytes_.resize(std::max({needed, 2 * bytes_.size(), std::size_t{512}}));
+    if (count + kSlack > static_cast<std::size_t>(bytes_.data() + bytes_.size() - next_)) {
+      grow(count + kSlack);
     }
   }
 
-  /// Into the room that was made.
+  [[gnu::noinline]] void grow(std::size_t count) {
+    const std::size_t done = size();
+    bytes_.resize(std::max({done + count, 2 * bytes_.size(), std::size_t{512}}));
+    next_ = bytes_.data() + done;
+  }
+
+  // Into the room that was made:
+
+  void putByte(std::size_t byte) { *next_++ = static_cast<std::uint8_t>(byte); }
+
   void putBigEndian(std::uint64_t value, std::size_t width) {
     value <<= 64 - 8 * width;
     if constexpr (std::endian::native == std::endian::little) {
       value = __builtin_bswap64(value);
     }
-    std::memcpy(&bytes_[size_], &value, sizeof(value));
-    size_ += width;
+    std::memcpy(next_, &value, sizeof(value));
+    next_ += width;
   }
 
-  void putBytes(const void* bytes, std::size_t count) {
-    if (count > 0) {
-      room(count);
-      std::memcpy(&bytes_[size_], bytes, count);
-      size_ += count;
-    }
+  void put(const void* bytes, std::size_t count) {
+    next_ = std::copy_n(static_cast<const std::uint8_t*>(bytes), count, next_);
   }
-
-  void putByte(std::uint8_t byte) { bytes_[size_++] = byte; }
 
   void putUnsigned(std::uint64_t value) {
     const std::size_t width = widthFor(value);
-    putByte(static_cast<std::uint8_t>(0x10 | std::countr_zero(width)));
+    putByte(0x10U | static_cast<unsigned>(std::countr_zero(width)));
     putBigEndian(value, width);
   }
 
-  void putMarker(std::uint8_t kind, std::size_t count) {
-    putByte(static_cast<std::uint8_t>(std::size_t{kind} << 4 | std::min<std::size_t>(count, 0x0F)));
+  void putMarker(std::size_t kind, std::size_t count) {
+    putByte(kind << 4 | std::min<std::size_t>(count, 0x0F));
     if (count >= 0x0F) {
       putUnsigned(count);
     }
   }
 
   void put(const PropertyList& value) {
-    room(kLongestScalar);
     const PropertyListNode* node = PropertyListAccess::node(value);
+    room(node == nullptr ? 0 : node->count * referenceSize_);
     if (node == nullptr) {
       putInteger(PropertyListAccess::inlineKind(value), PropertyListAccess::inlineValue(value));
       return;
@@ -375,18 +417,17 @@ class Writer {
         return;
       case PropertyList::Kind::data:
         putMarker(0x4, node->count);
-        putBytes(node->bytes(), node->count);
+        put(node->bytes(), node->count);
         return;
       case PropertyList::Kind::array:
         putMarker(0xA, node->count);
-        putReferences(members_, nextMember_, node->count);
-        nextMember_ += node->count;
+        putMembers(node->count);
         return;
       case PropertyList::Kind::dictionary:
         putMarker(0xD, node->count);
-        putReferences(keys_, members_[nextMember_++], node->count);
-        putReferences(members_, nextMember_, node->count);
-        nextMember_ += node->count;
+        putReferences(keys_.data() + members_[nextMember_++], node->count);
+        room(node->count * referenceSize_);
+        putMembers(node->count);
         return;
       case PropertyList::Kind::absent:
         return;  // refused while numbering
@@ -396,7 +437,7 @@ class Writer {
   void putString(std::string_view text) {
     if (isAscii(text)) {
       putMarker(0x5, text.size());
-      putBytes(text.data(), text.size());
+      put(text.data(), text.size());
       return;
     }
     const std::u16string units = utf16FromUtf8(text);
@@ -420,34 +461,46 @@ class Writer {
     }
   }
 
-  void putReferences(const std::vector<Reference>& references, std::size_t first, std::size_t count) {
-    room(count * referenceSize_);
-    for (std::size_t i = first; i < first + count; ++i) {
+  /// Of the next container.
+  void putMembers(std::size_t count) {
+    putReferences(members_.data() + nextMember_, count);
+    nextMember_ += count;
+  }
+
+  void putReferences(const Reference* references, std::size_t count) {
+    if (referenceSize_ == 1) {
+      std::transform(references, references + count, next_,
+                     [](Reference reference) { return static_cast<std::uint8_t>(reference); });
+      next_ += count;
+      return;
+    }
+    for (std::size_t i = 0; i < count; ++i) {
       putBigEndian(references[i], referenceSize_);
     }
   }
 
-  static constexpr std::size_t kLongestScalar = 17;
-  static constexpr std::size_t kSlack = 8;
+  static constexpr std::size_t kSlack = 32;
 
   struct KnownKeys {
     const PropertyListNode* keys = nullptr;
     Reference first = 0;  ///< in keys_
   };
 
+  // What a message of the usual size needs while it is written; more comes from the heap.
+  std::array<std::byte, 2048> few_;
+  std::pmr::monotonic_buffer_resource memory_{few_.data(), few_.size()};
   Numbers numbers_;
-  std::vector<const PropertyList*> objects_;
+  Objects objects_{&memory_};
   std::size_t textSize_ = 0;
   std::size_t keyCount_ = 0;
-  std::vector<Reference> keys_;
-  std::vector<Reference> members_;
+  std::pmr::vector<Reference> keys_{&memory_};
+  std::pmr::vector<Reference> members_{&memory_};
   std::size_t nextMember_ = 0;
-  std::unordered_map<Reference, int> heights_;  // of containers that several refer to
   std::array<KnownKeys, 4> knownKeys_;
   std::size_t nextKnownKeys_ = 0;
   std::size_t referenceSize_ = 1;
   Bytes bytes_;
-  std::size_t size_ = 0;
+  std::uint8_t* next_ = nullptr;  // in bytes_
 };
 
 }  // namespace

@@ -152,13 +152,16 @@ class PropertyList {
 };
 
 /// The keys of many dictionaries, made once: those that share them take less memory, and less time to make,
-/// to compare and to write. No two of the names are equal. Any thread.
+/// to compare and to write. No two of the names are equal. Any thread. Made without names, it is for those
+/// that a reader comes across; one thread then.
 class PropertyList::Keys {
  public:
+  Keys() = default;
   Keys(std::initializer_list<std::string_view> names);
 
  private:
   friend class PropertyList;
+  friend class PropertyListAccess;
   PropertyList keys_;
 };
 

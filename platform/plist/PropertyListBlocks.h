@@ -10,15 +10,17 @@
 namespace keldane {
 
 /// Lays nodes side by side in blocks. A block goes when the last node in it has gone: what outlives its
-/// neighbours keeps no more than one block of them. One thread; the nodes are then like any others.
+/// neighbours keeps no more than one block of them, which is no larger than `kBlockSize`, nor than what is
+/// expected. One thread; the nodes are then like any others.
 class PropertyListBlocks {
  public:
-  /// No block is larger than `kBlockSize`, and none than what is `expected` yet.
-  explicit PropertyListBlocks(std::size_t expected) : expected_(expected) {}
+  PropertyListBlocks() = default;
   ~PropertyListBlocks() { leaveBlock(); }
   PropertyListBlocks(const PropertyListBlocks&) = delete;
   PropertyListBlocks& operator=(const PropertyListBlocks&) = delete;
 
+  /// How many bytes the nodes to come will take.
+  void expect(std::size_t bytes) { expected_ = bytes; }
   PropertyListNode* allocate(PropertyList::Kind kind, std::size_t count, std::size_t payload);
 
  private:
@@ -58,7 +60,7 @@ class PropertyListBlocks {
     block_ = nullptr;
   }
 
-  std::size_t expected_;
+  std::size_t expected_ = 0;
   Block* block_ = nullptr;
   std::size_t used_ = 0;
   std::size_t size_ = 0;

@@ -88,7 +88,14 @@ class PropertyListAccess {
   }
   /// What two handles of one value have in common; no reference.
   static std::uintptr_t bits(const PropertyList& value) noexcept { return value.bits_; }
-  /// Another handle of a value that no other thread can know yet.
+  /// Another handle of the value.
+  static PropertyList share(std::uintptr_t bits) noexcept {
+    PropertyList value;
+    value.bits_ = bits;
+    value.retain();
+    return value;
+  }
+  /// The same of a value that no other thread can know yet.
   static PropertyList shareUnpublished(std::uintptr_t bits) noexcept {
     PropertyList value;
     value.bits_ = bits;
@@ -126,6 +133,7 @@ class PropertyListAccess {
     return static_cast<std::int64_t>(value.bits_) >> kInlineShift;
   }
 
+  static PropertyList& keys(PropertyList::Keys& keys) noexcept { return keys.keys_; }
   /// The keys of dictionaries, all of them strings.
   static PropertyList makeKeys(PropertyList::Array keys);
   /// Whether no two are equal, as it is to be in a dictionary.

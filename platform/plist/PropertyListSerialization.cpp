@@ -29,7 +29,7 @@ PropertyList readText(std::string_view text, Format& format) {
   return xml ? readXmlPropertyList(text) : readTextPropertyList(text);
 }
 
-PropertyList readAny(BytesView bytes, Format& format) {
+PropertyList readAny(BytesView bytes, Format& format, PropertyList::Keys* usualKeys) {
   const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
   if (text.empty()) {
     throw PropertyListError("There are no bytes to read a property list from.");
@@ -39,7 +39,7 @@ PropertyList readAny(BytesView bytes, Format& format) {
     if (!text.starts_with(kBinaryPropertyListMagic)) {
       throw PropertyListError("The binary property list is not of version 00", 6);
     }
-    return readBinaryPropertyList(bytes);
+    return readBinaryPropertyList(bytes, usualKeys);
   }
   if (text.starts_with("\xEF\xBB\xBF")) {
     return readText(validUtf8(text.substr(3)), format);
@@ -73,10 +73,10 @@ std::optional<Bytes> PropertyListSerialization::dataFromPropertyList(const Prope
 }
 
 PropertyList PropertyListSerialization::propertyListFromData(BytesView bytes, std::string* errorDescription,
-                                                             Format* format) {
+                                                             Format* format, PropertyList::Keys* usualKeys) {
   Format found = Format::openStep;
   try {
-    PropertyList value = readAny(bytes, found);
+    PropertyList value = readAny(bytes, found, usualKeys);
     if (format != nullptr) {
       *format = found;
     }

@@ -25,9 +25,10 @@ class PropertyListSerialization {
                                                    std::string* errorDescription);
 
   /// The value that `bytes` hold, in whichever format they are, or absent and an error text. `format`
-  /// receives the format that was found.
+  /// receives the format that was found. Whoever reads one dictionary like the other hands in the same
+  /// `usualKeys` each time, made without names: the keys of the last one, which are not made again.
   static PropertyList propertyListFromData(BytesView bytes, std::string* errorDescription,
-                                           Format* format = nullptr);
+                                           Format* format = nullptr, PropertyList::Keys* usualKeys = nullptr);
 };
 
 }  // namespace keldane

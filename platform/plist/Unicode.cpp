@@ -39,15 +39,23 @@ char32_t nextCharacter(std::string_view utf8, std::size_t& position, bool& valid
 }
 
 bool isAscii(std::string_view text) {
+  const auto word = [&]<class Word>(std::size_t at, Word value) {
+    std::memcpy(&value, text.data() + at, sizeof(value));
+    return std::uint64_t{value};
+  };
   std::uint64_t all = 0;
-  while (text.size() >= sizeof(all)) {
-    std::uint64_t eight = 0;
-    std::memcpy(&eight, text.data(), sizeof(eight));
-    all |= eight;
-    text.remove_prefix(sizeof(eight));
-  }
-  for (const char byte : text) {
-    all |= static_cast<std::uint8_t>(byte);
+  // The last word may hold bytes of the one before once more.
+  if (text.size() >= 8) {
+    for (std::size_t at = 0; at < text.size() - 8; at += 8) {
+      all |= word(at, std::uint64_t{});
+    }
+    all |= word(text.size() - 8, std::uint64_t{});
+  } else if (text.size() >= 4) {
+    all = word(0, std::uint32_t{}) | word(text.size() - 4, std::uint32_t{});
+  } else {
+    for (const char byte : text) {
+      all |= static_cast<std::uint8_t>(byte);
+    }
   }
   return (all & 0x8080808080808080U) == 0;
 }

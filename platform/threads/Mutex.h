@@ -66,6 +66,8 @@ class KELDANE_SCOPED_CAPABILITY ScopedLock {
   explicit ScopedLock(Lockable& lockable) KELDANE_ACQUIRE(lockable) : lockable_(lockable) {
     lockable_.lock();
   }
+  /// Of what this thread has locked already.
+  ScopedLock(Lockable& lockable, std::adopt_lock_t) KELDANE_REQUIRES(lockable) : lockable_(lockable) {}
   ~ScopedLock() KELDANE_RELEASE() { lockable_.unlock(); }
   ScopedLock(const ScopedLock&) = delete;
   ScopedLock& operator=(const ScopedLock&) = delete;
