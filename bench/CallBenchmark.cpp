@@ -192,6 +192,7 @@ void registerAll() {
       {"call/keldane", [](benchmark::State& s) { callWithPath<KeldaneClient>(s, "daemon"); }},
       {"call/keldane-to-floor", [](benchmark::State& s) { callWithPath<KeldaneClient>(s, "floor"); }},
       {"call/floor", [](benchmark::State& s) { callFloor(s, "floor", Pieces::four); }},
+      {"call/floor-ahead", [](benchmark::State& s) { callFloor(s, "floor-ahead", Pieces::ahead); }},
       {"call/floor-in-one", [](benchmark::State& s) { callFloor(s, "floor-in-one", Pieces::one); }},
       {"call/floor-looking", [](benchmark::State& s) { callFloor(s, "floor", Pieces::four, kLooking); }},
       {"call/floor-slow", [](benchmark::State& s) { callFloor(s, "slow-floor", Pieces::four); }},

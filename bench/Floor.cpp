@@ -91,7 +91,7 @@ bool sendMessage(int socket, Pieces pieces, const Bytes& frame) {
          sendAll(socket, &frame[kHeaderSize], frame.size() - kHeaderSize);
 }
 
-/// The payload; in one piece the whole message, which is as long as the last one was.
+/// The payload; without reads of their own for the pieces the whole message, of up to 4096 bytes.
 bool readMessage(int socket, Pieces pieces, Bytes& payload,
                  std::chrono::microseconds looking = std::chrono::microseconds(0)) {
   if (pieces == Pieces::one) {
@@ -99,6 +99,23 @@ bool readMessage(int socket, Pieces pieces, Bytes& payload,
     const ssize_t got = readSome(socket, payload.data(), payload.size(), looking);
     payload.resize(got < 1 ? 0 : static_cast<std::size_t>(got));
     return got > 0;
+  }
+  if (pieces == Pieces::ahead) {  // nobody sends a second message before the first is answered
+    payload.resize(4096);
+    std::size_t done = 0;
+    std::uint32_t length = 0;
+    while (done < kHeaderSize + length) {
+      const ssize_t got = readSome(socket, payload.data() + done, payload.size() - done, looking);
+      if (got < 1) {
+        return false;
+      }
+      done += static_cast<std::size_t>(got);
+      if (done >= kHeaderSize) {
+        std::memcpy(&length, &payload[kHeaderSize - sizeof(length)], sizeof(length));
+      }
+    }
+    payload.resize(done);
+    return true;
   }
   char marker[kFrameMarker.size()];
   std::int32_t type = 0;

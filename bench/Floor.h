@@ -15,8 +15,9 @@ namespace keldane::bench {
 
 /// How the bytes of a message pass.
 enum class Pieces {
-  four,  ///< marker, type, length and payload, each with a send and a read of its own, as the transport does
-  one,   ///< one send and one read
+  four,   ///< marker, type, length and payload, each with a send and a read of its own
+  ahead,  ///< the same sends, but each read takes whatever has come, as the transport does
+  one,    ///< one send and one read
 };
 
 /// Connects to the local socket at `path`.

@@ -37,6 +37,8 @@ int run(const std::string& role, const std::string& path) {
     serveDaemon(path);
   } else if (role == "floor") {
     serveFloor(path, Pieces::four, bytes);
+  } else if (role == "floor-ahead") {
+    serveFloor(path, Pieces::ahead, bytes);
   } else if (role == "slow-floor") {
     serveFloor(path, Pieces::four, bytes, std::chrono::milliseconds(1));
   } else if (role == "floor-in-one") {

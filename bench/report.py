@@ -49,6 +49,7 @@ def pairs():
     yield Pair("A call", "this system / the floor: the same bytes, sends, reads and hand-over", call("keldane"),
                call("floor"), most=1.15)
     yield Pair("A call", "its client alone / the floor", call("keldane-to-floor"), call("floor"))
+    yield Pair("A call", "this system / the floor that reads ahead as well", call("keldane"), call("floor-ahead"))
     yield Pair("A call", "this system / one send and one read a message", call("keldane"), call("floor-in-one"))
     yield Pair("A call", "this system / sd-bus", call("keldane"), call("sd-bus"), most=1.0)
     yield Pair("A call", "this system / GDBus", call("keldane"), call("gdbus"), most=1.0)
@@ -281,7 +282,7 @@ def fact_tables(found):
     per_client = found["daemon"]["500"]["items_per_second"]
     model = [
         "| | |", "|---|---|",
-        f"| a call, to and fro | {call:.1f} µs, of which the floor takes {floor:.1f} |",
+        f"| a call, to and fro | {call:.1f} µs; the floor takes {floor:.1f} |",
         f"| an item of a menu | {item:.0f} µs |",
         f"| a menu on 100,000 items | {item * 1e5 / 1e6:.0f} s, all of it asking |",
         f"| 1,000 clients, each with a question on its way | {1000 / per_client * 1e3:.0f} ms until each has its answer |",

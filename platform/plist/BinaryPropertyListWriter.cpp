@@ -103,18 +103,11 @@ struct Identity {
 };
 
 // Out of the way of what is written.
-[[noreturn, gnu::cold, gnu::noinline]] void fail(const std::string& sentence) {
-  throw PropertyListError(sentence);
-}
-[[noreturn, gnu::cold, gnu::noinline]] void failForAbsent() {
-  fail("A container holds no value where one belongs.");
-}
+[[noreturn, gnu::cold, gnu::noinline]] void fail(const char* sentence) { throw PropertyListError(sentence); }
+
 [[noreturn, gnu::cold, gnu::noinline]] void failForDepth() {
-  fail("The containers are nested deeper than " + std::to_string(PropertyListSerialization::kMaximumDepth) +
-       " levels.");
-}
-[[noreturn, gnu::cold, gnu::noinline]] void failForCount(const char* what) {
-  fail(std::string("There are ") + what + ".");
+  throw PropertyListError("The containers are nested deeper than " +
+                          std::to_string(PropertyListSerialization::kMaximumDepth) + " levels.");
 }
 
 /// What is written, in the order of its numbers.
@@ -263,7 +256,7 @@ class Writer {
 
   Reference numberScalar(const PropertyList& value) {
     if (value.isAbsent()) {
-      failForAbsent();
+      fail("A container holds no value where one belongs.");
     }
     const Reference next = nextReference();
     const Reference reference = numbers_.find(value, next, objects_);
@@ -295,7 +288,7 @@ class Writer {
 
   Reference nextReference() const {
     if (objects_.size() >= UINT32_MAX) {
-      failForCount("4294967295 objects");
+      fail("There are 4294967295 objects.");
     }
     return static_cast<Reference>(objects_.size());
   }
@@ -328,7 +321,7 @@ class Writer {
     }
     const std::size_t first = keys_.size();
     if (first + keys.count > UINT32_MAX) {
-      failForCount("more than 4294967295 keys");
+      fail("There are more than 4294967295 keys.");
     }
     keys_.resize(first + keys.count);
     for (std::size_t i = 0; i < keys.count; ++i) {

@@ -182,6 +182,19 @@ TEST_F(KeldProxyTest, AnswersAreDecodedByTheReturnType) {
   peer.join();
 }
 
+TEST_F(KeldProxyTest, AnswersWithTheSameKeysShareThem) {
+  const auto ask = [&](const char* state) {
+    std::thread peer = answerNext(PropertyList::dictionary({{"name", "x"}, {"state", state}}));
+    const PropertyList answer = proxy_->dictionaryForPath("/x");
+    peer.join();
+    EXPECT_EQ(answer["state"].string(), state);
+    return answer;
+  };
+  const PropertyList first = ask("Backed up");
+  const PropertyList second = ask("Changed");
+  EXPECT_EQ(second.entry(0).first.string().data(), first.entry(0).first.string().data());
+}
+
 TEST_F(KeldProxyTest, AnAnswerOfTheWrongKindReadsAsZero) {
   std::thread peer = answerNext(PropertyList::array({1}));
   EXPECT_EQ(proxy_->pausedMinutes(), 0U);

@@ -150,6 +150,30 @@ TEST_F(KeldSocketTest, ReadsFailAtTheEndAndStopWhenClosed) {
   EXPECT_EQ(reader->readBytes(4, buffer), 0);
 }
 
+TEST_F(KeldSocketTest, WhatWasReadAheadComesFirstAndGoesWhenClosed) {
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+  const auto reader = KeldaneSocket::create();
+  reader->setSocket(ends[0]);
+  std::string sent;
+  for (int i = 0; i < 20000; ++i) {
+    sent += static_cast<char>(i * i % 251);
+  }
+  ASSERT_EQ(write(ends[1], sent.data(), sent.size()), static_cast<ssize_t>(sent.size()));
+  std::string received;
+  // Less and more than a read takes along, and what is left of it.
+  for (const std::uint32_t count : {1U, 35U, 4000U, 96U, 5000U, 4096U, 4097U, 600U}) {
+    std::string part(count, '\0');
+    ASSERT_EQ(reader->readBytes(count, part.data()), static_cast<std::int32_t>(count));
+    received += part;
+  }
+  EXPECT_EQ(received, sent.substr(0, received.size()));
+  reader->close();
+  char byte = 0;
+  EXPECT_EQ(reader->readBytes(1, &byte), 0);
+  close(ends[1]);
+}
+
 TEST_F(KeldSocketTest, SendsFromSeveralThreadsAreNotMixed) {
   RawConnection peer = connect();
   std::vector<std::thread> threads;

@@ -77,6 +77,19 @@ TEST_F(KeldSocketThreadsTest, DeliversALargeMessage) {
   EXPECT_EQ(data_->all()[0].second, large);
 }
 
+TEST_F(KeldSocketThreadsTest, DeliversMessagesOfEverySizeThatComeTogether) {
+  RawConnection peer = connect();
+  Messages sent;
+  std::string bytes;
+  for (const std::size_t size : {1U, 4051U, 4052U, 4053U, 4095U, 4096U, 4097U, 0U, 9000U, 44U, 3U}) {
+    sent.emplace_back(1, size == 0 ? "(none)" : std::string(size, static_cast<char>('a' + size % 26)));
+    bytes += RawConnection::frame(1, size == 0 ? "" : sent.back().second);
+  }
+  peer.write(bytes);
+  ASSERT_TRUE(data_->waitFor(sent.size()));
+  EXPECT_EQ(data_->all(), sent);
+}
+
 TEST_F(KeldSocketThreadsTest, GarbageIsPassedOverInWholeSteps) {
   RawConnection peer = connect();
   peer.write(std::string(72, '?') + RawConnection::frame(1, "after two steps"));

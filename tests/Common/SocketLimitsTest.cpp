@@ -51,6 +51,18 @@ TEST_F(SocketLimitsTest, ASendGivesUpAPeerThatReadsNothing) {
   EXPECT_EQ(server_->failed, 1);
 }
 
+TEST_F(SocketLimitsTest, TheTimeOfAMessageBeginsWithItsFirstByteWhereverThatCame) {
+  server_->limits.messageTime = std::chrono::milliseconds(50);
+  server_->closesOnFailure = true;
+  listen();
+  RawConnection peer = connect();
+  const auto data = std::make_shared<testing::DataDelegate>();
+  child()->setDataDelegate(data);
+  peer.write(RawConnection::frame(1, "whole") + RawConnection::frame(1, "begun").substr(0, 40));
+  ASSERT_TRUE(data->waitFor(2));
+  EXPECT_EQ(data->all(), (testing::Messages{{1, "whole"}, {kLinkFailed, "(none)"}}));
+}
+
 TEST_F(SocketLimitsTest, WhoIsTurnedAwayIsClosedAndNeverCreated) {
   server_->turnsAway = true;
   listen();

@@ -195,6 +195,89 @@ TEST(BinaryReader, TheFirstValueOfAKeyStaysHoweverManyKeysThereAre) {
   EXPECT_EQ(value["s"], PropertyList(18));
 }
 
+TEST(BinaryReader, DictionariesWithTheUsualKeysShareThem) {
+  PropertyList::Keys usual;
+  const auto keyOf = [&](const PropertyList& written) {
+    const PropertyList value =
+        PropertyListSerialization::propertyListFromData(binary(written), nullptr, nullptr, &usual);
+    EXPECT_TRUE(value.identical(written)) << value.description();
+    return value.entry(1).first;  // the second key, behind one that may be the same
+  };
+  const auto dictionary = [](const char* first, const char* second, int value) {
+    return PropertyList::dictionary({{first, value}, {second, "text"}});
+  };
+  const PropertyList first = keyOf(dictionary("name", "kind", 1));
+  EXPECT_EQ(keyOf(dictionary("name", "kind", 2)).string().data(), first.string().data());
+  EXPECT_FALSE(keyOf(PropertyList::array({dictionary("name", "kind", 3)})));
+  EXPECT_EQ(keyOf(dictionary("name", "kind", 4)).string().data(), first.string().data());
+
+  const PropertyList other = keyOf(dictionary("name", "size", 5));
+  EXPECT_NE(other.string().data(), first.string().data()) << "keys are shared together or not at all";
+  EXPECT_EQ(keyOf(dictionary("name", "size", 6)).string().data(), other.string().data());
+
+  const std::string longName(15, 'n');
+  for (const char* name : {"größe", longName.c_str()}) {  // which are not looked for
+    const PropertyList unusual = keyOf(dictionary(name, "kind", 7));
+    EXPECT_NE(keyOf(dictionary(name, "kind", 7)).string().data(), unusual.string().data());
+  }
+  EXPECT_EQ(keyOf(dictionary("name", "size", 8)).string().data(), other.string().data());
+}
+
+TEST(BinaryReader, TheUsualKeysAreThoseOfTheOutermostDictionary) {
+  PropertyList::Keys usual;
+  const PropertyList nest = PropertyList::dictionary(
+      {{"outer", PropertyList::dictionary({{"inner", 1}})}, {"last", PropertyList::dictionary({})}});
+  const auto keyOf = [&](const PropertyList& value) {
+    return PropertyListSerialization::propertyListFromData(binary(value), nullptr, nullptr, &usual)
+        .entry(0)
+        .first.string()
+        .data();
+  };
+  const char* outer = keyOf(nest);
+  EXPECT_EQ(keyOf(nest), outer);
+  EXPECT_EQ(keyOf(nest), outer);
+}
+
+// Whatever the usual keys are, and however the message is damaged.
+TEST(BinaryReader, TheUsualKeysChangeNothingOfWhatIsRead) {
+  const std::vector<Bytes> documents = {
+      document({"\xD2\x01\x02\x03\x04", "\x51\x61", "\x51\x62", "\x10\x01", "\x10\x02"}),
+      document({"\xD2\x02\x01\x03\x04", "\x51\x61", "\x51\x62", "\x10\x01", "\x10\x02"}),  // their order
+      document({"\xD2\x01\x01\x03\x04", "\x51\x61", "\x51\x62", "\x10\x01", "\x10\x02"}),  // one twice
+      document({"\xD2\x01\x02\x01\x02", "\x51\x61", "\x51\x62"}),                          // as values too
+      document({"\xD2\x01\x02\x03\x03", "\x51\x61", "\x51\x63", "\x10\x01"}),              // one is another
+      document({"\xD2\x01\x02\x03\x03", "\x51\x61", "\x61" + std::string("\0b", 2), "\x10\x01"}),
+      document({std::string("\xD2\x01\x00\x01\x01", 5), "\x51\x61"}),  // holds itself
+      document({"\xD2\x01\x09\x01\x01", "\x51\x61"}),                  // no such object
+      document({"\xA2\x01\x02", "\x51\x61", "\xD2\x01\x03\x04\x04", "\x51\x62", "\x10\x01"}),
+      document({"\xA2\x01\x02", "\xD2\x03\x04\x03\x04", "\xD2\x05\x06\x05\x06", "\x51\x61", "\x51\x62",
+                "\x51\x61", "\x51\x62"}),
+      document({"\xD1\x01\x02", "\x51\x61", "\xD2\x01\x03\x01\x03", "\x51\x62"}),
+  };
+  const auto readWith = [](const Bytes& bytes, const Bytes& before) {
+    PropertyList::Keys usual;
+    PropertyListSerialization::propertyListFromData(before, nullptr, nullptr, &usual);
+    std::string error;
+    const PropertyList value =
+        PropertyListSerialization::propertyListFromData(bytes, &error, nullptr, &usual);
+    return value.description() + error;
+  };
+  for (const Bytes& before : documents) {
+    for (const Bytes& original : documents) {
+      Bytes bytes = original;
+      for (std::size_t i = 8; i < bytes.size(); ++i) {
+        for (const unsigned change : {0x00U, 0x01U, 0x02U, 0x03U, 0x10U, 0x80U}) {
+          bytes[i] = static_cast<std::uint8_t>(original[i] ^ change);
+          std::string error;
+          const PropertyList value = read(bytes, &error);
+          ASSERT_EQ(readWith(bytes, before), value.description() + error) << hex(bytes, 0, bytes.size());
+        }
+        bytes[i] = original[i];
+      }
+    }
+  }
+}
+
 TEST(BinaryReader, WhatIsTakenOutOfAValueOutlivesIt) {
   PropertyList::Array many;
   for (int i = 0; i < 2000; ++i) {

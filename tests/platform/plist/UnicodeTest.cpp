@@ -5,6 +5,18 @@
 namespace keldane {
 namespace {
 
+TEST(Unicode, FindsTheOneByteThatIsNotAscii) {
+  for (std::size_t size = 0; size <= 40; ++size) {
+    std::string text(size, 'x');
+    EXPECT_TRUE(isAscii(text)) << size;
+    for (char& byte : text) {
+      byte = '\x80';
+      EXPECT_FALSE(isAscii(text)) << size;
+      byte = 'x';
+    }
+  }
+}
+
 TEST(Unicode, KnowsValidText) {
   for (const char* text : {"", "abc", "é", "日本", "😀", "\xF4\x8F\xBF\xBF"}) {
     EXPECT_TRUE(isValidUtf8(text)) << text;
