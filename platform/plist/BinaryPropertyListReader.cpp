@@ -353,7 +353,7 @@ class BinaryReader {
     const bool isOutermost = std::exchange(isOutermost_, false);
     const PropertyList* keys = knownKeys(offset, length);
     if (keys == nullptr) {
-      const bool isUsual = hasUsualKeys(offset, length);
+      const bool isUsual = takeUsualKeys(offset, length);
       KnownKeys& known = knownKeys_[nextKnownKeys_++ % knownKeys_.size()];
       known = {isUsual ? usualKeys_ : readKeys(target, start, offset, length, depth), offset};
       keys = &known.keys;
@@ -398,9 +398,9 @@ class BinaryReader {
     return nullptr;
   }
 
-  /// Whether the references at `offset` lead to the usual keys. Each object up to the first that is another
-  /// is that key from now on.
-  bool hasUsualKeys(std::size_t offset, std::size_t length) {
+  /// Whether the references at `offset` lead to the usual keys, which then need not be made. So need those
+  /// not that come before the first that is another.
+  bool takeUsualKeys(std::size_t offset, std::size_t length) {
     const PropertyListNode* keys = PropertyListAccess::node(usualKeys_);
     if (keys == nullptr || keys->count != length) {
       return false;

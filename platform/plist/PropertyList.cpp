@@ -280,6 +280,9 @@ PropertyList::Keys::Keys(std::initializer_list<std::string_view> names)
 
 PropertyList PropertyList::dictionary(const Keys& keys, std::initializer_list<PropertyList> values) {
   const Node* names = PropertyListAccess::node(keys.keys_);
+  if (names == nullptr) {
+    return dictionary(Entries());
+  }
   if (values.size() == names->count &&
       std::none_of(values.begin(), values.end(),
                    [](const PropertyList& value) { return value.isAbsent(); })) {

@@ -8,6 +8,13 @@ namespace {
 
 constexpr bool isSurrogate(char32_t character) { return character >= 0xD800 && character <= 0xDFFF; }
 
+template <class Word>
+Word word(const char* bytes) {
+  Word value = 0;
+  std::memcpy(&value, bytes, sizeof(value));
+  return value;
+}
+
 }  // namespace
 
 char32_t nextCharacter(std::string_view utf8, std::size_t& position, bool& valid) {
@@ -39,19 +46,15 @@ char32_t nextCharacter(std::string_view utf8, std::size_t& position, bool& valid
 }
 
 bool isAscii(std::string_view text) {
-  const auto word = [&]<class Word>(std::size_t at, Word value) {
-    std::memcpy(&value, text.data() + at, sizeof(value));
-    return std::uint64_t{value};
-  };
   std::uint64_t all = 0;
   // The last word may hold bytes of the one before once more.
   if (text.size() >= 8) {
     for (std::size_t at = 0; at < text.size() - 8; at += 8) {
-      all |= word(at, std::uint64_t{});
+      all |= word<std::uint64_t>(text.data() + at);
     }
-    all |= word(text.size() - 8, std::uint64_t{});
+    all |= word<std::uint64_t>(text.data() + text.size() - 8);
   } else if (text.size() >= 4) {
-    all = word(0, std::uint32_t{}) | word(text.size() - 4, std::uint32_t{});
+    all = word<std::uint32_t>(text.data()) | word<std::uint32_t>(text.data() + text.size() - 4);
   } else {
     for (const char byte : text) {
       all |= static_cast<std::uint8_t>(byte);

@@ -144,6 +144,10 @@ TEST(PropertyList, DictionariesMayShareTheirKeys) {
   EXPECT_EQ(first, PropertyList::dictionary({{"date", true}, {"size", 1}, {"name", "a"}}));
 }
 
+TEST(PropertyList, KeysThatNobodyHasComeAcrossYetAreNone) {
+  EXPECT_TRUE(PropertyList::dictionary(PropertyList::Keys(), {1}).identical(PropertyList::dictionary({})));
+}
+
 TEST(PropertyList, OfSharedKeysThoseWithoutAValueAreLeftOut) {
   const PropertyList::Keys keys = {"name", "size", "date"};
   EXPECT_EQ(PropertyList::dictionary(keys, {"a", PropertyList(), true}),
