@@ -113,8 +113,8 @@ struct Identity {
 /// What is written, in the order of its numbers.
 struct Object {
   const PropertyList* value = nullptr;
-  std::uint64_t place =
-      0;  ///< of a container that is numbered whole its height; once it is written its offset
+  /// Of a container that is numbered whole its height; of what is written its offset.
+  std::uint64_t place = 0;
 };
 
 using Objects = std::pmr::vector<Object>;
