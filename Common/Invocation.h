@@ -20,6 +20,7 @@ struct MethodSignature {
   std::string_view selector;
   char returnCode = 'v';
   std::string_view argumentCodes;
+  bool operator==(const MethodSignature&) const = default;
 };
 
 /// One raw value with its own storage, which keeps an object or text alive.

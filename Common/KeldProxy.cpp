@@ -129,9 +129,9 @@ Invocation KeldaneProxy::invocationFor(std::string_view selector, Arguments argu
 PropertyList KeldaneProxy::requestFor(const Invocation& invocation) {
   const MethodSignature& method = invocation.signature;
   auto known = std::find_if(emptyRequests_.begin(), emptyRequests_.end(),
-                            [&](const auto& entry) { return entry.first == method.selector; });
+                            [&](const auto& entry) { return entry.first == method; });
   if (known == emptyRequests_.end()) {
-    known = emptyRequests_.insert(known, {method.selector, emptyRequestFor(method)});
+    known = emptyRequests_.insert(known, {method, emptyRequestFor(method)});
   }
   PropertyList::Array request = known->second;
   for (std::size_t i = 0; i < invocation.arguments.size(); ++i) {

@@ -49,9 +49,8 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
 
   /// The row of the bound table; throws InvalidArgument when it has none, before any lock is taken.
   const MethodSignature& methodSignatureForSelector(std::string_view selector) const;
-  /// Sends the call and, if it returns a value, waits for the result.
-  void forwardInvocation(Invocation& invocation);
-  /// The same by selector: the arguments are converted to the codes of the table.
+  /// Sends the call and, if it returns a value, waits for the result. The arguments are converted to the
+  /// codes of the table.
   RawValue call(std::string_view selector, Arguments arguments);
   /// The same for a method that returns nothing, but only if the peer can take it at once and no other call
   /// is on its way; false, and nothing is sent, otherwise.
@@ -76,6 +75,7 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
   KeldaneProxy();
   std::shared_ptr<KeldaneSocket> socket() const;
   Invocation invocationFor(std::string_view selector, Arguments arguments) const;
+  void forwardInvocation(Invocation& invocation);
   PropertyList requestFor(const Invocation& invocation) KELDANE_REQUIRES(forwardingLock_);
   template <class Payload>
   void sendFrame(std::int32_t type, const Payload& payloadOf);
@@ -104,7 +104,7 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
   // One outgoing call at a time, and none while a request is performed directly.
   Mutex forwardingLock_{{.name = "KeldaneProxy.forwardingLock", .heldWhileWaiting = true}};
   // Of each method that was called: its request without the arguments.
-  std::vector<std::pair<std::string_view, PropertyList::Array>> emptyRequests_
+  std::vector<std::pair<MethodSignature, PropertyList::Array>> emptyRequests_
       KELDANE_GUARDED_BY(forwardingLock_);
   std::deque<QueuedCall> invocationQueue_ KELDANE_GUARDED_BY(invocationLock_);
   bool wakeUpSent_ KELDANE_GUARDED_BY(invocationLock_) = false;  // one a batch

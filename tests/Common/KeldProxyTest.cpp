@@ -311,6 +311,17 @@ TEST_F(KeldProxyTest, CallsByNameAreConvertedToTheTablesCodes) {
       PropertyList::array({0, "v", "setPausedMinutes:", 1, "I", 15})));
 }
 
+TEST_F(KeldProxyTest, ARequestIsThatOfTheTableThatIsBoundNow) {
+  static constexpr MethodSignature kMethods[] = {{"setPausedMinutes:", 'v', "@"}};
+  static constexpr Protocol kOther = {"Other", kMethods};
+  proxy_->setPausedMinutes(15U);
+  EXPECT_EQ(connection_.readFrame().value()[4].string(), "I");
+  proxy_->setProtocol(&kOther);
+  proxy_->call("setPausedMinutes:", {RawValue::of<'@'>(PropertyList("some"))});
+  EXPECT_TRUE(connection_.readFrame().value().identical(
+      PropertyList::array({0, "v", "setPausedMinutes:", 1, "@", "some"})));
+}
+
 TEST_F(KeldProxyTest, ARequestThatCannotBeWrittenIsNotSent) {
   EXPECT_TRUE(proxy_->dictionaryForPath(PropertyList()).isAbsent());
   EXPECT_TRUE(log_.has("serialization failed"));
