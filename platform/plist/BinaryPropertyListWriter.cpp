@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <bit>
 #include <cstring>
+#include <memory>
 #include <memory_resource>
 #include <span>
 #include <utility>
@@ -30,9 +32,17 @@ std::uint64_t mixed(std::uint64_t a, std::uint64_t b) {
   return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
 }
 
-/// Bytes as a number. Where this process happens to lie in memory takes part, so that nobody can prepare
-/// names that come to the same one.
-std::uint64_t hashOf(const char* bytes, std::size_t size) {
+/// What is worked out of bytes once and kept with them.
+struct Marks {
+  static constexpr std::uint32_t kKnown = 1, kAscii = 2;
+
+  std::uint32_t flags;
+  std::uint32_t hash;
+};
+
+/// Where this process happens to lie in memory takes part in the hash, so that nobody can prepare names that
+/// come to the same one.
+Marks marksOf(const char* bytes, std::size_t size) {
   static const char anchor = 0;
   constexpr std::uint64_t kFirst = 0x9E3779B97F4A7C15;
   constexpr std::uint64_t kSecond = 0xD6E8FEB86659FD93;
@@ -42,8 +52,11 @@ std::uint64_t hashOf(const char* bytes, std::size_t size) {
     return value;
   };
   std::uint64_t hash = (reinterpret_cast<std::uintptr_t>(&anchor) * kSecond) ^ size;
+  std::uint64_t all = 0;
   for (; size > 8; bytes += 8, size -= 8) {
-    hash = mixed(hash ^ word(bytes, 8), kFirst);
+    const std::uint64_t next = word(bytes, 8);
+    all |= next;
+    hash = mixed(hash ^ next, kFirst);
   }
   const std::uint64_t tail = size == 8   ? word(bytes, 8)
                              : size >= 4 ? word(bytes, 4) << 32 | word(bytes + size - 4, 4)
@@ -51,7 +64,20 @@ std::uint64_t hashOf(const char* bytes, std::size_t size) {
                                               std::uint64_t{static_cast<std::uint8_t>(bytes[size / 2])} << 8 |
                                               static_cast<std::uint8_t>(bytes[size - 1])
                                         : 0;
-  return mixed(hash ^ tail, kSecond);
+  const bool isAscii = ((all | tail) & 0x8080808080808080U) == 0;
+  return {Marks::kKnown | (isAscii ? Marks::kAscii : 0),
+          static_cast<std::uint32_t>(mixed(hash ^ tail, kSecond))};
+}
+
+/// Of text or data, which any number of threads may be writing.
+Marks marksOf(const PropertyListNode& node) {
+  const std::atomic_ref<std::uint64_t> kept(const_cast<PropertyListNode&>(node).scalar.marks);
+  auto marks = std::bit_cast<Marks>(kept.load(std::memory_order_relaxed));
+  if ((marks.flags & Marks::kKnown) == 0) {
+    marks = marksOf(node.bytes(), node.count);
+    kept.store(std::bit_cast<std::uint64_t>(marks), std::memory_order_relaxed);
+  }
+  return marks;
 }
 
 constexpr std::uint64_t kScatter = 0x9E3779B97F4A7C15;
@@ -110,14 +136,50 @@ struct Identity {
                           std::to_string(PropertyListSerialization::kMaximumDepth) + " levels.");
 }
 
-/// What is written, in the order of its numbers.
+/// What was written, in the order of its numbers.
 struct Object {
-  const PropertyList* value = nullptr;
-  /// Of a container that is numbered whole its height; of what is written its offset.
-  std::uint64_t place = 0;
+  static constexpr std::uint64_t kLargestOffset = (std::uint64_t{1} << 48) - 1;
+
+  const PropertyList* value;
+  std::uint64_t offset : 48;
+  std::uint64_t height : 16;  ///< of a container that was written whole
 };
 
-using Objects = std::pmr::vector<Object>;
+/// A list that grows; the memory gets nothing back from it.
+class Objects {
+ public:
+  Objects(std::size_t capacity, std::pmr::memory_resource& memory)
+      : memory_(memory), first_(allocate(capacity)), capacity_(capacity) {}
+
+  std::size_t size() const { return size_; }
+  Object& operator[](std::size_t index) const { return first_[index]; }
+  const Object* begin() const { return first_; }
+  const Object* end() const { return first_ + size_; }
+
+  void append(const Object& object) {
+    if (size_ == capacity_) {
+      grow();
+    }
+    first_[size_++] = object;
+  }
+
+ private:
+  Object* allocate(std::size_t capacity) {
+    return static_cast<Object*>(memory_.allocate(capacity * sizeof(Object), alignof(Object)));
+  }
+  [[gnu::noinline]] void grow() {
+    capacity_ *= 2;
+    first_ = std::copy_n(first_, size_, allocate(capacity_)) - size_;
+  }
+
+  std::pmr::memory_resource& memory_;
+  Object* first_;
+  std::size_t capacity_;
+  std::size_t size_ = 0;
+};
+
+/// There are more objects than references of the width that was chosen can name.
+struct TooManyObjects {};
 
 /// The numbers that objects have got: a table with a place for each, more than half of them free. A place is
 /// small; the object itself is looked at only when its place says that it may be the one.
@@ -128,16 +190,14 @@ class Numbers {
   /// `places` is a power of two. What the memory gives is never given back to it.
   Numbers(std::size_t places, std::pmr::memory_resource& memory) : memory_(memory), places_(free(places)) {}
 
-  /// The number of an object that is equal to `value`, or `next` after it got that one.
-  [[gnu::always_inline]] Reference find(const PropertyList& value, Reference next, const Objects& objects) {
-    const PropertyListNode* node = PropertyListAccess::node(value);
-    if (node != nullptr &&
-        (node->kind == PropertyList::Kind::string || node->kind == PropertyList::Kind::data)) {
-      return find(hashOf(node->bytes(), node->count), next,
-                  [&](Reference other) { return sameBytes(*node, *objects[other].value); });
-    }
-    const Identity identity(value);
-    return find(mixed(identity.number ^ identity.sort, kScatter), next,
+  // The number of an object that is equal, or `next` after it got that one:
+
+  Reference findBytes(const PropertyListNode& node, Marks marks, Reference next, const Objects& objects) {
+    return find(marks.hash, next, [&](Reference other) { return sameBytes(node, *objects[other].value); });
+  }
+
+  Reference findIdentity(const Identity& identity, Reference next, const Objects& objects) {
+    return find(static_cast<std::uint32_t>(mixed(identity.number ^ identity.sort, kScatter)), next,
                 [&](Reference other) { return identity == Identity(*objects[other].value); });
   }
 
@@ -148,8 +208,7 @@ class Numbers {
   };
 
   template <class IsSame>
-  [[gnu::always_inline]] Reference find(std::uint64_t longHash, Reference next, const IsSame& isSame) {
-    const auto hash = static_cast<std::uint32_t>(longHash);
+  Reference find(std::uint32_t hash, Reference next, const IsSame& isSame) {
     Place* place = start(hash);
     for (; place->follower != 0; place = after(place)) {
       if (place->hash == hash && isSame(place->follower - 1)) {
@@ -196,35 +255,32 @@ class Numbers {
   std::size_t used_ = 0;
 };
 
+/// Writes each object where its number is given: a container before its members and a dictionary's keys
+/// before its values. The references of a container are filled in as its members get their numbers.
 class Writer {
   static constexpr std::size_t kFewObjects = 32;
   static constexpr std::size_t kMostExpected = std::size_t{1} << 20;
 
  public:
   /// Mostly it is one message, or an array of dictionaries with about four objects each that no other has.
-  explicit Writer(const PropertyList& value)
-      : numbers_(std::bit_ceil(std::clamp<std::size_t>(4 * value.count(), 2 * kFewObjects, kMostExpected)),
-                 memory_) {
-    objects_.reserve(std::clamp<std::size_t>(4 * value.count(), kFewObjects, kMostExpected));
-    members_.reserve(
-        std::clamp<std::size_t>(value.count() * (2 + value[0].count()), kFewObjects, kMostExpected));
-  }
+  /// References take 1, 2 or 4 bytes.
+  Writer(const PropertyList& value, std::size_t referenceSize)
+      : referenceSize_(referenceSize),
+        mostObjects_(std::min<std::size_t>(std::size_t{1} << 8 * referenceSize, UINT32_MAX)),
+        expected_(std::clamp((value[0].isDictionary() ? 4 : 2) * value.count(), kFewObjects,
+                             std::min(mostObjects_, kMostExpected))),
+        numbers_(std::bit_ceil(2 * expected_), memory_),
+        objects_(expected_, memory_) {}
 
+  /// Throws TooManyObjects.
   Bytes write(const PropertyList& value) {
-    number(value, 1);
-    referenceSize_ = widthFor(objects_.size() - 1);
-    // About what it comes to: a few bytes an object, its text, its members and its place in the table.
-    room(textSize_ + objects_.size() * 8 + (members_.size() + keyCount_) * referenceSize_);
     put(kBinaryPropertyListMagic.data(), kBinaryPropertyListMagic.size());
-    for (Object& object : objects_) {
-      object.place = size();
-      put(*object.value);
-    }
+    write(value, 1);
     const std::uint64_t table = size();
     const std::size_t offsetSize = widthFor(table);
     room(objects_.size() * offsetSize + 32);
     for (const Object& object : objects_) {
-      putBigEndian(object.place, offsetSize);
+      putBigEndian(object.offset, offsetSize);
     }
     putBigEndian(0, 6);
     putBigEndian(offsetSize, 1);
@@ -232,105 +288,133 @@ class Writer {
     putBigEndian(objects_.size(), 8);
     putBigEndian(0, 8);
     putBigEndian(table, 8);
-    bytes_.resize(size());
-    return std::move(bytes_);
+    return {start_, next_};
   }
 
  private:
   using Reference = Numbers::Reference;
 
-  struct Numbered {
+  struct Written {
     Reference reference;
     int height;
   };
 
-  /// Numbers an object and what it holds, each container before its members and a dictionary's keys before
-  /// its values.
-  Numbered number(const PropertyList& value, int depth) {
+  Written write(const PropertyList& value, int depth) {
     const PropertyListNode* node = PropertyListAccess::node(value);
-    return node != nullptr &&
-                   (node->kind == PropertyList::Kind::array || node->kind == PropertyList::Kind::dictionary)
-               ? numberContainer(value, *node, depth)
-               : Numbered{numberScalar(value), 0};
+    if (node == nullptr) {
+      return {writeScalar(value), 0};
+    }
+    switch (node->kind) {
+      case PropertyList::Kind::string:
+      case PropertyList::Kind::data:
+        return {writeBytes(value, *node), 0};
+      case PropertyList::Kind::array:
+      case PropertyList::Kind::dictionary:
+        return writeContainer(value, *node, depth);
+      default:
+        return {writeScalar(value), 0};
+    }
   }
 
-  Reference numberScalar(const PropertyList& value) {
-    if (value.isAbsent()) {
-      fail("A container holds no value where one belongs.");
-    }
+  Reference writeBytes(const PropertyList& value, const PropertyListNode& node) {
     const Reference next = nextReference();
-    const Reference reference = numbers_.find(value, next, objects_);
+    const Marks marks = marksOf(node);
+    const Reference reference = numbers_.findBytes(node, marks, next, objects_);
     if (reference == next) {
-      objects_.emplace_back().value = &value;
-      textSize_ += PropertyListAccess::isInline(value) ? 0 : PropertyListAccess::node(value)->count;
+      begin(value);
+      if (node.kind == PropertyList::Kind::string && (marks.flags & Marks::kAscii) == 0) {
+        putUtf16({node.bytes(), node.count});
+      } else {
+        room(node.count);
+        putMarker(node.kind == PropertyList::Kind::string ? 0x5 : 0x4, node.count);
+        put(node.bytes(), node.count);
+      }
     }
     return reference;
   }
 
-  Numbered numberContainer(const PropertyList& value, const PropertyListNode& container, int depth) {
+  Reference writeScalar(const PropertyList& value) {
+    if (value.isAbsent()) {
+      fail("A container holds no value where one belongs.");
+    }
+    const Reference next = nextReference();
+    const Identity identity(value);
+    const Reference reference = numbers_.findIdentity(identity, next, objects_);
+    if (reference == next) {
+      begin(value);
+      room(0);
+      put(identity);
+    }
+    return reference;
+  }
+
+  Written writeContainer(const PropertyList& value, const PropertyListNode& container, int depth) {
     const Reference next = nextReference();
     // One that only one other refers to is met once. One that was met before may be reached on a deeper path
     // now.
     if (container.isShared()) {
-      const Reference reference = numbers_.find(value, next, objects_);
+      const Reference reference = numbers_.findIdentity(Identity(value), next, objects_);
       if (reference != next) {
-        const int height = static_cast<int>(objects_[reference].place);
+        const int height = static_cast<int>(objects_[reference].height);
         checkDepth(depth + height - 1);
         return {reference, height};
       }
     }
-    objects_.emplace_back().value = &value;
+    begin(value);
     checkDepth(depth);
-    const int height = 1 + numberMembers(container, depth + 1);
-    objects_[next].place = static_cast<std::uint64_t>(height);
+    const bool isDictionary = container.kind == PropertyList::Kind::dictionary;
+    const std::size_t width = container.count * referenceSize_;
+    room(isDictionary ? 2 * width : width);
+    putMarker(isDictionary ? 0xD : 0xA, container.count);
+    std::size_t place = size();
+    next_ += isDictionary ? 2 * width : width;
+    if (isDictionary) {
+      writeKeys(*container.keys(), place);
+      place += width;
+    }
+    int height = 0;
+    for (std::size_t i = 0; i < container.count; ++i) {
+      const Written member = write(container.members()[i], depth + 1);
+      putReference(place, member.reference);
+      place += referenceSize_;
+      height = std::max(height, member.height);
+    }
+    objects_[next].height = static_cast<std::uint16_t>(++height);
     return {next, height};
   }
 
-  Reference nextReference() const {
-    if (objects_.size() >= UINT32_MAX) {
-      fail("There are 4294967295 objects.");
-    }
-    return static_cast<Reference>(objects_.size());
-  }
-
-  /// The height of the highest member. The references of the members stand in `members_` in the order in
-  /// which the containers are written; before those of a dictionary's values, where those of its keys stand.
-  int numberMembers(const PropertyListNode& container, int depth) {
-    if (container.kind == PropertyList::Kind::dictionary) {
-      const Reference keys = numberedKeys(*container.keys());
-      members_.push_back(keys);
-      keyCount_ += container.count;
-    }
-    const std::size_t first = members_.size();
-    members_.resize(first + container.count);
-    int height = 0;
-    for (std::size_t i = 0; i < container.count; ++i) {
-      const Numbered member = number(container.members()[i], depth);
-      members_.data()[first + i] = member.reference;
-      height = std::max(height, member.height);
-    }
-    return height;
-  }
-
-  /// Where in `keys_` the references of the keys stand.
-  Reference numberedKeys(const PropertyListNode& keys) {
+  /// Their references go to `place`.
+  void writeKeys(const PropertyListNode& keys, std::size_t place) {
     for (const KnownKeys& known : knownKeys_) {
       if (known.keys == &keys) {
-        return known.first;
+        std::copy_n(start_ + known.place, keys.count * referenceSize_, start_ + place);
+        return;
       }
     }
-    const std::size_t first = keys_.size();
-    if (first + keys.count > UINT32_MAX) {
-      fail("There are more than 4294967295 keys.");
-    }
-    keys_.resize(first + keys.count);
-    for (std::size_t i = 0; i < keys.count; ++i) {
-      keys_.data()[first + i] = numberScalar(keys.handles()[i]);
-    }
     if (keys.isShared()) {
-      knownKeys_[nextKnownKeys_++ % knownKeys_.size()] = {&keys, static_cast<Reference>(first)};
+      knownKeys_[nextKnownKeys_++ % knownKeys_.size()] = {&keys, place};
     }
-    return static_cast<Reference>(first);
+    for (std::size_t i = 0; i < keys.count; ++i) {
+      const PropertyList& key = keys.handles()[i];
+      putReference(place, writeBytes(key, *PropertyListAccess::node(key)));
+      place += referenceSize_;
+    }
+  }
+
+  Reference nextReference() const { return static_cast<Reference>(objects_.size()); }
+
+  void begin(const PropertyList& value) {
+    if (objects_.size() == mostObjects_) {
+      failForNumber();
+    }
+    objects_.append({&value, size() & Object::kLargestOffset, 0});
+  }
+
+  [[noreturn, gnu::cold, gnu::noinline]] void failForNumber() const {
+    if (mostObjects_ < UINT32_MAX) {
+      throw TooManyObjects();
+    }
+    fail("There are more than 4294967295 objects.");
   }
 
   static void checkDepth(int depth) {
@@ -339,20 +423,24 @@ class Writer {
     }
   }
 
-  std::size_t size() const { return static_cast<std::size_t>(next_ - bytes_.data()); }
+  std::size_t size() const { return static_cast<std::size_t>(next_ - start_); }
 
   /// Makes sure that `count` bytes, the longest scalar and the few that a number is longer than its width can
   /// be put.
   void room(std::size_t count) {
-    if (count + kSlack > static_cast<std::size_t>(bytes_.data() + bytes_.size() - next_)) {
+    if (count + kSlack > static_cast<std::size_t>(end_ - next_)) {
       grow(count + kSlack);
     }
   }
 
   [[gnu::noinline]] void grow(std::size_t count) {
     const std::size_t done = size();
-    bytes_.resize(std::max({done + count, 2 * bytes_.size(), std::size_t{512}}));
-    next_ = bytes_.data() + done;
+    const std::size_t capacity = done + std::max({count, done, 16 * expected_});
+    auto bytes = std::make_unique_for_overwrite<std::uint8_t[]>(capacity);
+    next_ = std::copy_n(start_, done, bytes.get());
+    start_ = bytes.get();
+    end_ = start_ + capacity;
+    bytes_ = std::move(bytes);
   }
 
   // Into the room that was made:
@@ -385,90 +473,37 @@ class Writer {
     }
   }
 
-  void put(const PropertyList& value) {
-    const PropertyListNode* node = PropertyListAccess::node(value);
-    room(node == nullptr ? 0 : node->count * referenceSize_);
-    if (node == nullptr) {
-      putInteger(PropertyListAccess::inlineKind(value), PropertyListAccess::inlineValue(value));
-      return;
-    }
-    switch (node->kind) {
-      case PropertyList::Kind::string:
-        putString({node->bytes(), node->count});
-        return;
-      case PropertyList::Kind::number:
-        if (node->numberKind != PropertyList::NumberKind::real) {
-          putInteger(node->numberKind, node->scalar.signedInteger);
-          return;
-        }
-        putByte(0x23);
-        putBigEndian(std::bit_cast<std::uint64_t>(node->scalar.real), 8);
-        return;
-      case PropertyList::Kind::date:
-        putByte(0x33);
-        putBigEndian(std::bit_cast<std::uint64_t>(node->scalar.real), 8);
-        return;
-      case PropertyList::Kind::data:
-        putMarker(0x4, node->count);
-        put(node->bytes(), node->count);
-        return;
-      case PropertyList::Kind::array:
-        putMarker(0xA, node->count);
-        putMembers(node->count);
-        return;
-      case PropertyList::Kind::dictionary:
-        putMarker(0xD, node->count);
-        putReferences(keys_.data() + members_[nextMember_++], node->count);
-        room(node->count * referenceSize_);
-        putMembers(node->count);
-        return;
-      case PropertyList::Kind::absent:
-        return;  // refused while numbering
-    }
-  }
-
-  void putString(std::string_view text) {
-    if (isAscii(text)) {
-      putMarker(0x5, text.size());
-      put(text.data(), text.size());
-      return;
-    }
+  void putUtf16(std::string_view text) {
     const std::u16string units = utf16FromUtf8(text);
-    putMarker(0x6, units.size());
     room(2 * units.size());
+    putMarker(0x6, units.size());
     for (const char16_t unit : units) {
       putBigEndian(unit, 2);
     }
   }
 
-  void putInteger(PropertyList::NumberKind kind, std::int64_t value) {
-    const auto bits = static_cast<std::uint64_t>(value);
-    if (kind == PropertyList::NumberKind::boolean) {
-      putByte(value != 0 ? 0x09 : 0x08);
-    } else if (kind == PropertyList::NumberKind::unsignedInteger && value < 0) {  // above the signed range
-      putByte(0x14);
-      putBigEndian(0, 8);
-      putBigEndian(bits, 8);
-    } else {
-      putUnsigned(bits);  // a negative one fills 8 bytes by itself
+  void put(const Identity& scalar) {
+    switch (scalar.sort) {
+      case Identity::boolean:
+        putByte(scalar.number != 0 ? 0x09 : 0x08);
+        break;
+      case Identity::large:
+        putByte(0x14);
+        putBigEndian(0, 8);
+        putBigEndian(scalar.number, 8);
+        break;
+      case Identity::integer:
+        putUnsigned(scalar.number);  // a negative one fills 8 bytes by itself
+        break;
+      default:
+        putByte(scalar.sort == Identity::real ? 0x23 : 0x33);
+        putBigEndian(scalar.number, 8);
     }
   }
 
-  /// Of the next container.
-  void putMembers(std::size_t count) {
-    putReferences(members_.data() + nextMember_, count);
-    nextMember_ += count;
-  }
-
-  void putReferences(const Reference* references, std::size_t count) {
-    if (referenceSize_ == 1) {
-      std::transform(references, references + count, next_,
-                     [](Reference reference) { return static_cast<std::uint8_t>(reference); });
-      next_ += count;
-      return;
-    }
-    for (std::size_t i = 0; i < count; ++i) {
-      putBigEndian(references[i], referenceSize_);
+  void putReference(std::size_t place, Reference reference) {
+    for (std::size_t i = referenceSize_; i-- > 0; reference >>= 8) {
+      start_[place + i] = static_cast<std::uint8_t>(reference);
     }
   }
 
@@ -476,28 +511,36 @@ class Writer {
 
   struct KnownKeys {
     const PropertyListNode* keys = nullptr;
-    Reference first = 0;  ///< in keys_
+    std::size_t place = 0;  ///< of their references
   };
 
+  const std::size_t referenceSize_;
+  const std::size_t mostObjects_;
+  const std::size_t expected_;
   // What a message of the usual size needs while it is written; more comes from the heap.
-  std::array<std::byte, 2048> few_;
+  std::array<std::byte, 1280> few_;
   std::pmr::monotonic_buffer_resource memory_{few_.data(), few_.size()};
   Numbers numbers_;
-  Objects objects_{&memory_};
-  std::size_t textSize_ = 0;
-  std::size_t keyCount_ = 0;
-  std::pmr::vector<Reference> keys_{&memory_};
-  std::pmr::vector<Reference> members_{&memory_};
-  std::size_t nextMember_ = 0;
+  Objects objects_;
   std::array<KnownKeys, 4> knownKeys_;
   std::size_t nextKnownKeys_ = 0;
-  std::size_t referenceSize_ = 1;
-  Bytes bytes_;
-  std::uint8_t* next_ = nullptr;  // in bytes_
+  std::array<std::uint8_t, 1024> fewBytes_;
+  std::unique_ptr<std::uint8_t[]> bytes_;
+  std::uint8_t* start_ = fewBytes_.data();
+  std::uint8_t* next_ = start_;
+  std::uint8_t* end_ = start_ + fewBytes_.size();
 };
 
 }  // namespace
 
-Bytes writeBinaryPropertyList(const PropertyList& value) { return Writer(value).write(value); }
+Bytes writeBinaryPropertyList(const PropertyList& value) {
+  // What does not fit the narrow references is begun anew, which is noticed at its 257th object.
+  for (std::size_t referenceSize = 1;; referenceSize *= 2) {
+    try {
+      return Writer(value, referenceSize).write(value);
+    } catch (const TooManyObjects&) {
+    }
+  }
+}
 
 }  // namespace keldane

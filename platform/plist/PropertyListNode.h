@@ -70,6 +70,7 @@ struct PropertyListNode {
     std::int64_t signedInteger;
     std::uint64_t unsignedInteger;
     double real;
+    std::uint64_t marks;  ///< of text and data: the writer's, 0 until it was there
     PropertyListNode* nextDead;
   } scalar = {0};
 };

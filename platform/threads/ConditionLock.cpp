@@ -1,77 +1,128 @@
 #include "platform/threads/ConditionLock.h"
 
+#include <semaphore.h>
+
+#include <atomic>
+
 namespace keldane {
+
+/// A thread that waits. A condition variable would do, but whoever it wakes takes a mutex that then counts as
+/// contended, which costs one more call of the system; and who is woken twice before it runs is paid for
+/// twice.
+struct ConditionLock::Waiter {
+  enum State { asleep, woken, owner };
+
+  explicit Waiter(const int* wanted) : condition(wanted) { sem_init(&wakeUps, 0, 0); }
+  ~Waiter() { sem_destroy(&wakeUps); }
+  Waiter(const Waiter&) = delete;
+  Waiter& operator=(const Waiter&) = delete;
+
+  /// Its last use by another thread when it says that the waiter owns the lock.
+  void wake(State why) {
+    if (state.exchange(why) == asleep) {
+      sem_post(&wakeUps);
+    }
+  }
+
+  /// Whether it owns the lock now; if not, it was only woken.
+  bool sleep() {
+    while (sem_wait(&wakeUps) != 0) {  // a signal came
+    }
+    State seen = woken;
+    return !state.compare_exchange_strong(seen, asleep);
+  }
+
+  const int* const condition;  ///< null: whichever
+  Waiter* next = nullptr;
+  std::atomic<State> state = asleep;
+  sem_t wakeUps;  ///< one for each time that it was asleep
+};
+
+template <class Predicate>
+ConditionLock::Waiter** ConditionLock::find(const Predicate& isSuch) {
+  Waiter** place = &waiting_;
+  while (*place != nullptr && !isSuch(**place)) {
+    place = &(*place)->next;
+  }
+  return place;
+}
+
+bool ConditionLock::acquire(const int* condition, const std::function<bool()>* cancelled) {
+  Waiter self(condition);
+  {
+    const std::lock_guard guard(mutex_);
+    if (!held_ && isFor(condition)) {
+      held_ = true;
+      return true;
+    }
+    if (cancelled != nullptr && (*cancelled)()) {
+      return false;
+    }
+    *find([](const Waiter&) { return false; }) = &self;
+  }
+  while (!self.sleep()) {
+    if (cancelled == nullptr) {
+      continue;
+    }
+    const std::lock_guard guard(mutex_);
+    Waiter** const place = find([&](const Waiter& waiter) { return &waiter == &self; });
+    if (*place != nullptr && (*cancelled)()) {  // otherwise the lock is on its way
+      *place = self.next;
+      return false;
+    }
+  }
+  return true;
+}
+
+void ConditionLock::release(const int* condition) {
+  record_.released();
+  Waiter* heir = nullptr;
+  {
+    const std::lock_guard guard(mutex_);
+    condition_ = condition == nullptr ? condition_ : *condition;
+    Waiter** const place = find([&](const Waiter& waiter) { return isFor(waiter.condition); });
+    heir = *place;
+    held_ = heir != nullptr;
+    if (held_) {
+      *place = heir->next;
+    }
+  }
+  // When the mutex is free again: on a busy processor the woken thread may come first.
+  if (heir != nullptr) {
+    heir->wake(Waiter::owner);
+  }
+}
 
 void ConditionLock::lock() {
   record_.willTake();
-  std::unique_lock guard(mutex_);
-  changed_.wait(guard, [this] { return !held_; });
-  held_ = true;
+  acquire(nullptr, nullptr);
   record_.taken();
 }
 
 void ConditionLock::lockWhenCondition(int condition) {
   record_.willWait();
-  std::unique_lock guard(mutex_);
-  changed_.wait(guard, [&] { return !held_ && condition_ == condition; });
-  held_ = true;
+  acquire(&condition, nullptr);
   record_.taken();
 }
 
 bool ConditionLock::lockWhenCondition(int condition, const std::function<bool()>& cancelled) {
   record_.willWait();
-  std::unique_lock guard(mutex_);
-  bool givenUp = false;
-  changed_.wait(guard, [&] {
-    if (!held_ && condition_ == condition) {
-      return true;
-    }
-    givenUp = cancelled();
-    return givenUp;
-  });
-  if (!givenUp) {
-    held_ = true;
+  const bool isTaken = acquire(&condition, &cancelled);
+  if (isTaken) {
     record_.taken();
   }
-  return !givenUp;
+  return isTaken;
 }
 
-bool ConditionLock::lockWhenCondition(int condition, std::chrono::steady_clock::time_point limit) {
-  record_.willWait();
-  std::unique_lock guard(mutex_);
-  if (!changed_.wait_until(guard, limit, [&] { return !held_ && condition_ == condition; })) {
-    return false;
-  }
-  held_ = true;
-  record_.taken();
-  return true;
-}
+void ConditionLock::unlock() { release(nullptr); }
 
-// Whoever waits is woken when the mutex is free again: woken before, it would only go back to sleep for it.
-void ConditionLock::unlock() {
-  record_.released();
-  {
-    const std::lock_guard guard(mutex_);
-    held_ = false;
-  }
-  changed_.notify_all();
-}
-
-void ConditionLock::unlockWithCondition(int condition) {
-  record_.released();
-  {
-    const std::lock_guard guard(mutex_);
-    condition_ = condition;
-    held_ = false;
-  }
-  changed_.notify_all();
-}
+void ConditionLock::unlockWithCondition(int condition) { release(&condition); }
 
 void ConditionLock::wake() {
-  {
-    const std::lock_guard guard(mutex_);  // nobody is between its question and its sleep
+  const std::lock_guard guard(mutex_);  // nobody is between its question and its sleep, or leaves the list
+  for (Waiter* waiter = waiting_; waiter != nullptr; waiter = waiter->next) {
+    waiter->wake(Waiter::woken);
   }
-  changed_.notify_all();
 }
 
 int ConditionLock::condition() const {

@@ -1,8 +1,6 @@
 // A lock that also carries an integer, and can be waited for until that integer has a value.
 #pragma once
 
-#include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <mutex>
 
@@ -12,7 +10,7 @@
 namespace keldane {
 
 /// A mutual-exclusion lock with a condition. Any thread; not recursive. The thread that acquired it releases
-/// it.
+/// it, to the first of those who wait for the condition that it then has.
 class KELDANE_CAPABILITY("mutex") ConditionLock {
  public:
   explicit ConditionLock(int condition, const LockTraits& traits = {})
@@ -28,9 +26,6 @@ class KELDANE_CAPABILITY("mutex") ConditionLock {
   /// `cancelled` is asked whenever the lock cannot be had at once, and again after each `wake`, with the
   /// lock's inner mutex held.
   bool lockWhenCondition(int condition, const std::function<bool()>& cancelled) KELDANE_TRY_ACQUIRE(true);
-  /// The same with a limit in time.
-  bool lockWhenCondition(int condition, std::chrono::steady_clock::time_point limit)
-      KELDANE_TRY_ACQUIRE(true);
 
   /// Releases the lock and leaves the condition as it is. The object must last until the call returns:
   /// whoever gets the lock may be ahead of it.
@@ -44,8 +39,18 @@ class KELDANE_CAPABILITY("mutex") ConditionLock {
   const LockRecord& record() const { return record_; }
 
  private:
-  mutable std::mutex mutex_;
-  std::condition_variable changed_;
+  struct Waiter;
+
+  bool acquire(const int* condition, const std::function<bool()>* cancelled);
+  void release(const int* condition);
+  /// Where the first waiter that is such a one stands in the list, or the end.
+  template <class Predicate>
+  Waiter** find(const Predicate& isSuch);
+  bool isFor(const int* condition) const { return condition == nullptr || *condition == condition_; }
+
+  mutable std::mutex mutex_;  // held for moments only
+  // In the order in which they came. While nobody holds the lock, none is in it whose condition is there.
+  Waiter* waiting_ = nullptr;
   int condition_;
   bool held_ = false;
   [[no_unique_address]] LockRecord record_;

@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <random>
+#include <thread>
 
 #include "tests/support/Samples.h"
 
@@ -165,6 +166,44 @@ TEST(BinaryWriter, KnowsDictionariesOfMoreSortsThanItRemembers) {
 }
 
 // What a dictionary leaves out because its key is there twice may belong to another one too.
+TEST(BinaryWriter, TakesTheNarrowestReferencesThatNameEachObject) {
+  const auto check = [](std::size_t objects, std::size_t width) {
+    PropertyList::Array numbers;
+    for (std::size_t i = 0; i + 1 < objects; ++i) {
+      numbers.emplace_back(i % 2 == 0 ? PropertyList(static_cast<long>(i)) : PropertyList(std::to_string(i)));
+    }
+    const PropertyList value = PropertyList::array(std::move(numbers));
+    const Bytes bytes = binary(value);
+    EXPECT_EQ(bytes[bytes.size() - 25], width) << objects << " objects";
+    EXPECT_EQ(read(bytes), value) << objects << " objects";
+  };
+  check(2, 1);
+  check(256, 1);
+  check(257, 2);
+  check(65536, 2);
+  check(65537, 4);
+}
+
+TEST(BinaryWriter, WritesOneValueOnManyThreads) {
+  PropertyList::Array texts;
+  for (int i = 0; i < 300; ++i) {
+    texts.emplace_back("text " + std::to_string(i) + (i % 2 == 0 ? " über" : ""));
+  }
+  const PropertyList value = PropertyList::array(std::move(texts));
+  std::vector<Bytes> written(4);
+  std::vector<std::thread> threads;
+  for (Bytes& bytes : written) {
+    threads.emplace_back([&] { bytes = binary(value); });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  for (const Bytes& bytes : written) {
+    EXPECT_EQ(bytes, written[0]);
+  }
+  EXPECT_EQ(read(written[0]), value);
+}
+
 TEST(BinaryReader, KeepsWhatOneDictionaryLeavesOutForTheNext) {
   const std::string text = "\x58only one";
   const Bytes bytes = document({std::string("\xA2\x01\x02", 3), std::string("\xD2\x03\x04\x05\x06", 5),

@@ -4,11 +4,10 @@
 
 #include <atomic>
 #include <thread>
+#include <vector>
 
 namespace keldane {
 namespace {
-
-using std::chrono::steady_clock;
 
 TEST(ConditionLock, IsMadeWithItsCondition) { EXPECT_EQ(ConditionLock(3).condition(), 3); }
 
@@ -54,16 +53,6 @@ TEST(ConditionLock, ExcludesOthers) {
   EXPECT_EQ(value, 4000);
 }
 
-TEST(ConditionLock, GivesUpAtALimit) {
-  ConditionLock lock(0);
-  EXPECT_FALSE(lock.lockWhenCondition(1, steady_clock::now() + std::chrono::milliseconds(10)));
-  if (lock.lockWhenCondition(0, steady_clock::now() + std::chrono::seconds(20))) {
-    lock.unlock();
-  } else {
-    ADD_FAILURE() << "it was free";
-  }
-}
-
 TEST(ConditionLock, ACancelledWaiterGoesWithoutTheLock) {
   ConditionLock lock(0);
   std::atomic<bool> cancelled = false;
@@ -73,6 +62,109 @@ TEST(ConditionLock, ACancelledWaiterGoesWithoutTheLock) {
   waiter.join();
   lock.lock();  // nobody holds it
   lock.unlock();
+}
+
+TEST(ConditionLock, WhoIsWokenWithoutAQuestionGoesOnWaiting) {
+  ConditionLock lock(0);
+  std::atomic<bool> hasIt = false;
+  std::thread waiter([&] {
+    lock.lockWhenCondition(1);
+    hasIt = true;
+    lock.unlock();
+  });
+  for (int i = 0; i < 1000; ++i) {
+    lock.wake();
+    std::this_thread::yield();
+  }
+  lock.lock();
+  EXPECT_FALSE(hasIt);
+  lock.unlockWithCondition(1);
+  waiter.join();
+  EXPECT_TRUE(hasIt);
+}
+
+TEST(ConditionLock, GoesToTheFirstWhoWaitsForItsCondition) {
+  ConditionLock lock(0);
+  std::vector<int> order;
+  std::vector<std::thread> threads;
+  std::atomic<int> asked = 0;
+  const auto wait = [&](int name, int condition) {
+    threads.emplace_back([&, name, condition] {
+      // The question is asked right before the thread is put on the list, under the same inner mutex.
+      if (lock.lockWhenCondition(condition, [&] {
+            asked |= 1 << name;
+            return false;
+          })) {
+        order.push_back(name);
+        lock.unlock();
+      }
+    });
+    while ((asked & 1 << name) == 0) {
+      std::this_thread::yield();
+    }
+  };
+  wait(0, 2);
+  wait(1, 1);
+  wait(2, 1);
+  lock.lock();
+  lock.unlockWithCondition(1);
+  threads[1].join();
+  threads[2].join();
+  lock.lock();
+  lock.unlockWithCondition(2);
+  threads[0].join();
+  EXPECT_EQ(order, (std::vector<int>{1, 2, 0}));
+}
+
+// Two hand a value to and fro; others interrupt, give up, and take the lock whatever its condition is.
+TEST(ConditionLock, LosesNobodyAmongWakingsAndCancellations) {
+  constexpr int kRounds = 2000;
+  ConditionLock lock(0);
+  std::atomic<bool> done = false;
+  int sum = 0;
+  std::thread taker([&] {
+    for (int i = 0; i < kRounds; ++i) {
+      lock.lockWhenCondition(1);
+      ++sum;
+      lock.unlockWithCondition(0);
+    }
+    done = true;
+  });
+  std::vector<std::thread> others;
+  for (int t = 0; t < 2; ++t) {
+    others.emplace_back([&, t] {
+      int asked = 0;
+      while (!done) {
+        lock.wake();
+        if (t == 0) {
+          lock.lock();
+          lock.unlock();
+        } else if (lock.lockWhenCondition(5, [&] { return ++asked % 3 == 0 || done; })) {
+          ADD_FAILURE() << "nobody gives it that condition";
+          lock.unlock();
+        }
+      }
+      lock.wake();
+    });
+  }
+  std::thread waker([&] {
+    while (!done) {
+      lock.wake();
+      std::this_thread::yield();
+    }
+    lock.wake();
+  });
+  for (int i = 0; i < kRounds; ++i) {
+    if (lock.lockWhenCondition(0, [] { return false; })) {
+      lock.unlockWithCondition(1);
+    }
+  }
+  taker.join();
+  for (std::thread& other : others) {
+    other.join();
+  }
+  waker.join();
+  EXPECT_EQ(sum, kRounds);
 }
 
 TEST(ConditionLock, WhatCanBeHadAtOnceIsHadEvenWhenCancelled) {
