@@ -53,6 +53,17 @@ PropertyList::Array emptyRequestFor(const MethodSignature& method) {
   return request;
 }
 
+/// Whether each argument is there and holds no others, of which one might not be.
+bool canAlwaysBeWritten(const PropertyList& request) {
+  for (std::size_t i = kFirstArgument + 1; i < request.count(); i += 2) {
+    const PropertyList argument = request[i];
+    if (argument.isAbsent() || argument.isArray() || argument.isDictionary()) {
+      return false;
+    }
+  }
+  return true;
+}
+
 }  // namespace
 
 KeldaneProxy::KeldaneProxy() {
@@ -171,18 +182,33 @@ void KeldaneProxy::forwardInvocation(Invocation& invocation) {
   const std::shared_ptr<KeldaneProxy> self = shared_from_this();
   const ScopedLock forwarding(forwardingLock_);
   PropertyList request = requestFor(invocation);
-  std::string error;
-  std::optional<Bytes> payload = serialized(request, &error);
-  if (!payload) {
-    KeldaneCLog("serialization failed");
-    return;
+  std::optional<Bytes> payload;
+  if (!canAlwaysBeWritten(request)) {
+    payload = serialized(request, nullptr);
+    if (!payload) {
+      KeldaneCLog("serialization failed");
+      return;
+    }
   }
   const char returnType[] = {invocation.signature.returnCode, '\0'};
   const bool returnsValue = widthOfType(returnType) != 0;
   if (returnsValue) {
     waitingOnResult_ = true;  // before the peer knows, whose failure signal may be quicker than this thread
   }
-  sendFrame(kRequestFrame, [&] { return std::move(payload); });
+  // Written when the first pieces are sent, which wake the peer's receive thread, and that takes longer. When
+  // there is no memory for it, the message ends without a payload, and the peer takes no notice of it.
+  bool ranOutOfMemory = false;
+  sendFrame(kRequestFrame, [&]() -> std::optional<Bytes> {
+    try {
+      return payload ? std::move(payload) : serialized(request, nullptr);
+    } catch (const std::bad_alloc&) {
+      ranOutOfMemory = true;
+      return std::nullopt;
+    }
+  });
+  if (ranOutOfMemory) {
+    throw std::bad_alloc();
+  }
   if (!returnsValue) {
     return;
   }
