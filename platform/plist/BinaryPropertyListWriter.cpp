@@ -5,7 +5,6 @@
 #include <atomic>
 #include <bit>
 #include <cstring>
-#include <memory>
 #include <memory_resource>
 #include <span>
 #include <utility>
@@ -260,6 +259,7 @@ class Numbers {
 class Writer {
   static constexpr std::size_t kFewObjects = 32;
   static constexpr std::size_t kMostExpected = std::size_t{1} << 20;
+  static constexpr std::size_t kMostRoomAhead = std::size_t{4} << 20;
 
  public:
   /// Mostly it is one message, or an array of dictionaries with about four objects each that no other has.
@@ -288,7 +288,11 @@ class Writer {
     putBigEndian(objects_.size(), 8);
     putBigEndian(0, 8);
     putBigEndian(table, 8);
-    return {start_, next_};
+    if (bytes_.empty()) {
+      return {start_, next_};
+    }
+    bytes_.resize(size());
+    return std::move(bytes_);
   }
 
  private:
@@ -433,14 +437,17 @@ class Writer {
     }
   }
 
+  /// To what all that is expected takes if it is like what was written, and a quarter more; within reason.
   [[gnu::noinline]] void grow(std::size_t count) {
     const std::size_t done = size();
-    const std::size_t capacity = done + std::max({count, done, 16 * expected_});
-    auto bytes = std::make_unique_for_overwrite<std::uint8_t[]>(capacity);
-    next_ = std::copy_n(start_, done, bytes.get());
-    start_ = bytes.get();
-    end_ = start_ + capacity;
-    bytes_ = std::move(bytes);
+    const std::size_t expected =
+        std::min(done / std::max<std::size_t>(objects_.size(), 1) * expected_, kMostRoomAhead);
+    Bytes bytes(done + std::max({count, done, expected + expected / 4}));
+    std::copy_n(start_, done, bytes.data());
+    bytes_.swap(bytes);
+    start_ = bytes_.data();
+    next_ = start_ + done;
+    end_ = start_ + bytes_.size();
   }
 
   // Into the room that was made:
@@ -525,7 +532,7 @@ class Writer {
   std::array<KnownKeys, 4> knownKeys_;
   std::size_t nextKnownKeys_ = 0;
   std::array<std::uint8_t, 1024> fewBytes_;
-  std::unique_ptr<std::uint8_t[]> bytes_;
+  Bytes bytes_;  // when there are more
   std::uint8_t* start_ = fewBytes_.data();
   std::uint8_t* next_ = start_;
   std::uint8_t* end_ = start_ + fewBytes_.size();
