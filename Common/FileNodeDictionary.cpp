@@ -15,12 +15,26 @@ void KeldaneFileNode::initWithDictionary(const PropertyList& dictionary) {
   const Pointer held = pointer();
   std::vector<std::pair<Link, PropertyList>> work = {{shared_from_this(), dictionary}};
   while (!work.empty()) {
-    const auto [node, values] = std::move(work.back());
+    const Link node = std::move(work.back().first);
+    PropertyList::LookUp values(std::move(work.back().second));
     work.pop_back();
     node->cleanup();
-    node->displayName_ = values["displayName"];
+    // In the order in which `dictionary` writes them.
     node->fileName_ = values["fileName"];
+    node->displayName_ = values["displayName"];
     node->isDirectory_ = values["isDirectory"].boolValue();
+    node->backupDate_ = values["backupDate"];
+    node->version_ = values["version"];
+    const PropertyList path = values["path"];
+    node->path_ = path.isString() ? path : PropertyList();
+    node->state_ = values["state"];
+    node->size_ = values["size"].unsignedLongLongValue();
+    node->backupFlags_ = values["backupFlags"].unsignedIntValue();
+    node->simpleFlags_ = values["simpleFlags"].unsignedIntValue();
+    node->backupColor_ = static_cast<std::int32_t>(values["backupColor"].unsignedIntValue());
+    node->totalCount_ = values["totalCount"].unsignedIntValue();
+    node->uid_ = values["uid"].unsignedIntValue();
+    node->gid_ = values["gid"].unsignedIntValue();
     if (const PropertyList children = values["children"]; children.isArray()) {
       node->renewChildren();
       for (std::size_t i = 0; i < children.count(); ++i) {
@@ -29,18 +43,6 @@ void KeldaneFileNode::initWithDictionary(const PropertyList& dictionary) {
         work.emplace_back(child, children[i]);
       }
     }
-    node->backupDate_ = values["backupDate"];
-    node->version_ = values["version"];
-    const PropertyList path = values["path"];
-    node->path_ = path.isString() ? path : PropertyList();
-    node->size_ = values["size"].unsignedLongLongValue();
-    node->state_ = values["state"];
-    node->backupFlags_ = values["backupFlags"].unsignedIntValue();
-    node->simpleFlags_ = values["simpleFlags"].unsignedIntValue();
-    node->backupColor_ = static_cast<std::int32_t>(values["backupColor"].unsignedIntValue());
-    node->totalCount_ = values["totalCount"].unsignedIntValue();
-    node->uid_ = values["uid"].unsignedIntValue();
-    node->gid_ = values["gid"].unsignedIntValue();
   }
 }
 

@@ -118,18 +118,6 @@ void PropertyList::release() noexcept {
   }
 }
 
-PropertyList& PropertyList::operator=(const PropertyList& other) noexcept {
-  PropertyList copy(other);
-  std::swap(bits_, copy.bits_);
-  return *this;
-}
-
-PropertyList& PropertyList::operator=(PropertyList&& other) noexcept {
-  PropertyList moved(std::move(other));
-  std::swap(bits_, moved.bits_);
-  return *this;
-}
-
 // --- Making values ---
 
 PropertyList::PropertyList(std::string_view text) {
@@ -431,6 +419,19 @@ PropertyList PropertyList::operator[](std::string_view key) const noexcept {
   return value == nullptr ? PropertyList() : *value;
 }
 
+PropertyList PropertyList::LookUp::operator[](std::string_view key) noexcept {
+  if (!dictionary_.isDictionary()) {
+    return {};
+  }
+  const Node* node = PropertyListAccess::node(dictionary_);
+  const PropertyList* value = node->find(key, next_);
+  if (value == nullptr) {
+    return {};
+  }
+  next_ = static_cast<std::size_t>(value - node->values()) + 1;
+  return *value;
+}
+
 PropertyList::Entry PropertyList::entry(std::size_t index) const noexcept {
   if (!isDictionary() || index >= count()) {
     return {};
@@ -439,23 +440,29 @@ PropertyList::Entry PropertyList::entry(std::size_t index) const noexcept {
   return {node->keys()->handles()[index], node->values()[index]};
 }
 
-const PropertyList* PropertyListNode::find(std::string_view key) const noexcept {
+const PropertyList* PropertyListNode::find(std::string_view key, std::size_t first) const noexcept {
   const PropertyList* names = keys()->handles();
+  const auto isAt = [&](std::size_t position) {
+    const PropertyListNode& name = *PropertyListAccess::node(names[position]);
+    return std::string_view(name.bytes(), name.count) == key;
+  };
+  if (first < count && isAt(first)) {
+    return &values()[first];
+  }
   if (count <= kLinearLookUp) {
     for (std::size_t i = 0; i < count; ++i) {
-      const PropertyListNode& name = *PropertyListAccess::node(names[i]);
-      if (std::string_view(name.bytes(), name.count) == key) {
+      if (isAt(i)) {
         return &values()[i];
       }
     }
     return nullptr;
   }
-  const std::uint32_t* first = keys()->order();
-  const std::uint32_t* last = first + count;
+  const std::uint32_t* begin = keys()->order();
+  const std::uint32_t* end = begin + count;
   const std::uint32_t* found = std::lower_bound(
-      first, last, key,
+      begin, end, key,
       [&](std::uint32_t position, std::string_view wanted) { return names[position].string() < wanted; });
-  return found == last || names[*found].string() != key ? nullptr : &values()[*found];
+  return found == end || names[*found].string() != key ? nullptr : &values()[*found];
 }
 
 // --- Comparing values ---

@@ -47,14 +47,31 @@ class PropertyList {
   using Entry = std::pair<PropertyList, PropertyList>;
   using Entries = std::vector<Entry>;
   class Keys;
+  class LookUp;
 
   PropertyList() noexcept = default;
   PropertyList(std::nullptr_t) noexcept {}
-  PropertyList(const PropertyList& other) noexcept : bits_(other.bits_) { retain(); }
+  PropertyList(const PropertyList& other) noexcept : bits_(other.bits_) {
+    if (isCounted()) {
+      retain();
+    }
+  }
   PropertyList(PropertyList&& other) noexcept : bits_(std::exchange(other.bits_, 0)) {}
-  PropertyList& operator=(const PropertyList& other) noexcept;
-  PropertyList& operator=(PropertyList&& other) noexcept;
-  ~PropertyList() { release(); }
+  PropertyList& operator=(const PropertyList& other) noexcept {
+    PropertyList copy(other);
+    std::swap(bits_, copy.bits_);
+    return *this;
+  }
+  PropertyList& operator=(PropertyList&& other) noexcept {
+    PropertyList moved(std::move(other));
+    std::swap(bits_, moved.bits_);
+    return *this;
+  }
+  ~PropertyList() {
+    if (isCounted()) {
+      release();
+    }
+  }
 
   /// UTF-8 text. Bytes that are not UTF-8 are kept as they are; the writers replace them by U+FFFD.
   PropertyList(std::string_view text);
@@ -142,6 +159,8 @@ class PropertyList {
 
  private:
   friend class PropertyListAccess;
+  /// Most that is dropped has been moved elsewhere, or is a small number.
+  bool isCounted() const noexcept { return bits_ != 0 && (bits_ & 1) == 0; }
   void retain() const noexcept;
   void release() noexcept;
   std::int64_t integerBits() const noexcept;
@@ -163,6 +182,18 @@ class PropertyList::Keys {
   friend class PropertyList;
   friend class PropertyListAccess;
   PropertyList keys_;
+};
+
+/// Looks up keys of one dictionary, or of anything else as of an empty one: quickest in the order in which it
+/// holds them. One thread.
+class PropertyList::LookUp {
+ public:
+  explicit LookUp(PropertyList dictionary) : dictionary_(std::move(dictionary)) {}
+  PropertyList operator[](std::string_view key) noexcept;
+
+ private:
+  const PropertyList dictionary_;
+  std::size_t next_ = 0;
 };
 
 }  // namespace keldane

@@ -56,8 +56,8 @@ struct PropertyListNode {
   const std::uint32_t* order() const noexcept {
     return reinterpret_cast<const std::uint32_t*>(handles() + count);
   }
-  /// The value under a key of a dictionary; null when there is none.
-  const PropertyList* find(std::string_view key) const noexcept;
+  /// The value under a key of a dictionary; null when there is none. Found at once at position `first`.
+  const PropertyList* find(std::string_view key, std::size_t first = 0) const noexcept;
 
   mutable std::atomic<std::uint32_t> references = 1;
   const PropertyList::Kind kind;
