@@ -85,6 +85,13 @@ KeldaneSocket::Handle KeldaneSocket::handle() const {
 void KeldaneSocket::setHandle(Handle handle) {
   const ScopedLock guard(membersMutex_);
   socketfd_.swap(handle);
+  currentDescriptor_ = socketfd_.get();
+}
+
+void KeldaneSocket::renew(Handle& kept) const {
+  if (kept.get() != currentDescriptor_) {
+    kept = handle();
+  }
 }
 
 bool KeldaneSocket::openHandle() {
@@ -95,6 +102,7 @@ bool KeldaneSocket::openHandle() {
       return false;
     }
     socketfd_ = std::make_shared<const Descriptor>(std::move(descriptor));
+    currentDescriptor_ = socketfd_.get();
   }
   return true;
 }
@@ -183,13 +191,10 @@ void KeldaneSocket::setCallDelegateOnMainThread(bool onMainThread) {
 }
 
 bool KeldaneSocket::sendBytes(const void* bytes, std::uint32_t length) {
-  return sendThrough(handle(), bytes, length);
-}
-
-bool KeldaneSocket::sendThrough(const Handle& descriptor, const void* bytes, std::uint32_t length) {
   bool sent = true;
   {
     const ScopedLock guard(sendMutex_);
+    renew(sendHandle_);
     const char* next = static_cast<const char*>(bytes);
     ByteBudget::Share share(limits_ && length > kSmallPayload ? limits_->unread : nullptr);
     sent = share.grow(length);
@@ -197,7 +202,7 @@ bool KeldaneSocket::sendThrough(const Handle& descriptor, const void* bytes, std
                              : std::chrono::steady_clock::time_point::max();
     for (std::uint32_t left = length; left > 0 && sent;) {
       const std::uint32_t step = limits_ ? std::min(left, kSendStep) : left;
-      const ssize_t written = descriptor ? ::send(descriptor->get(), next, step, MSG_NOSIGNAL) : -1;
+      const ssize_t written = sendHandle_ ? ::send(sendHandle_->get(), next, step, MSG_NOSIGNAL) : -1;
       if (written < 1) {
         sent = false;
       } else {
@@ -218,8 +223,7 @@ bool KeldaneSocket::sendThrough(const Handle& descriptor, const void* bytes, std
 }
 
 bool KeldaneSocket::sendData(BytesView data) {
-  const Handle descriptor = handle();
-  return descriptor && sendThrough(descriptor, data.data(), static_cast<std::uint32_t>(data.size()));
+  return currentDescriptor_ != nullptr && sendBytes(data.data(), static_cast<std::uint32_t>(data.size()));
 }
 
 bool KeldaneSocket::sendString(const char* text) {
@@ -265,14 +269,14 @@ std::int32_t KeldaneSocket::readBytes(std::uint32_t count, void* buffer) {
 // What one read gives; 0 when the descriptor is gone or the read would block, -1 at the end or after an
 // error.
 ssize_t KeldaneSocket::readSome(char* buffer, std::size_t size) {
-  const Handle descriptor = handle();
-  if (!descriptor) {
+  renew(receiveHandle_);
+  if (!receiveHandle_) {
     return 0;
   }
-  if (messageEnd_ && !isReadableBefore(descriptor->get(), *messageEnd_)) {
+  if (messageEnd_ && !isReadableBefore(receiveHandle_->get(), *messageEnd_)) {
     return -1;
   }
-  const ssize_t got = ::read(descriptor->get(), buffer, size);
+  const ssize_t got = ::read(receiveHandle_->get(), buffer, size);
   return got > 0 ? got : got < 0 && errno == EAGAIN ? 0 : -1;
 }
 
@@ -368,6 +372,7 @@ void KeldaneSocket::close() {
     {
       const ScopedLock membersGuard(membersMutex_);
       descriptor.swap(socketfd_);
+      currentDescriptor_ = nullptr;
     }
     if (descriptor) {
       ::shutdown(descriptor->get(), SHUT_RDWR);  // wakes whoever is inside a call; the last one out closes
@@ -386,6 +391,10 @@ void KeldaneSocket::close() {
       rcvThreadRun_ = false;
     }
     queued = queuedOnMainThread_;
+  }
+  {
+    const ScopedLock guard(sendMutex_);  // nobody is inside a send any more
+    sendHandle_.reset();
   }
   send(dataDelegate(), &KeldaneSocketDelegate::socketClosing);
   {

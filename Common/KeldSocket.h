@@ -77,8 +77,8 @@ struct PeerCredentials {
 /// the monitor, which a write takes that fails while a message is processed. No operation waits for the
 /// data-delegate lock while it holds the monitor, so `close` always gets through.
 ///
-/// The descriptor is shut down first and closed when the last thread inside a call on its number has left, so
-/// that a number that the process uses again is never read or written here. Threads are detached and keep the
+/// The descriptor is shut down first and closed when the last thread that uses it has let go of it, so that a
+/// number that the process uses again is never read or written here. Threads are detached and keep the
 /// socket alive; after `close` they leave at once and report nothing. An exception that a delegate throws on
 /// one of them is logged and goes no further.
 ///
@@ -147,9 +147,15 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
 
   Handle handle() const;
   void setHandle(Handle handle);
+  /// Makes what somebody keeps, to use it again and again, the descriptor as it is now.
+  void renew(Handle& kept) const;
   bool openHandle();
   std::shared_ptr<KeldaneSocketDelegate> dataDelegate() const;
-  bool sendThrough(const Handle& descriptor, const void* bytes, std::uint32_t length);
+  /// For who holds the lock without which it is not replaced.
+  KeldaneSocketDelegate& lockedDataDelegate() const
+      KELDANE_REQUIRES(dataDelegateLock_) KELDANE_NO_THREAD_SAFETY_ANALYSIS {
+    return *dataDelegate_;
+  }
   ssize_t readSome(char* buffer, std::size_t size);
   bool startThread(void (KeldaneSocket::*loop)());
   bool fillAddress(const std::string& path);
@@ -173,7 +179,11 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   // Held for copying a member only.
   mutable Mutex membersMutex_{{.name = "KeldaneSocket.membersMutex", .leaf = true}};
   Handle socketfd_ KELDANE_GUARDED_BY(membersMutex_);  // null: no descriptor
+  // What it points to, for who only asks whether it is still the same.
+  std::atomic<const Descriptor*> currentDescriptor_ = nullptr;
   Mutex sendMutex_{{.name = "KeldaneSocket.sendMutex"}};
+  Handle sendHandle_ KELDANE_GUARDED_BY(sendMutex_);
+  Handle receiveHandle_;  // of the receive thread
   std::shared_ptr<KeldSocketDelegate> socketDelegate_ KELDANE_GUARDED_BY(monitor_);
   std::atomic<bool> callDelegateOnMainThread_ = false;
   bool queuedOnMainThread_ KELDANE_GUARDED_BY(monitor_) = false;  // once for a call of the delegate

@@ -50,6 +50,7 @@ void KeldaneSocket::rcvThread() {
       guarded([this] { reportReadFailure(); });
     }
   }
+  receiveHandle_.reset();
   rcvThreadRunning_ = false;
 }
 
@@ -123,10 +124,11 @@ void KeldaneSocket::deliver(const Bytes* payload, std::int32_t type) {
   if (!dataDelegateLock_.lockWhenCondition(1, [this] { return !isReceiving(); })) {
     return;
   }
+  KeldaneSocketDelegate& delegate = lockedDataDelegate();
   bool outOfMemory = false;
   guarded([&] {
     try {
-      dataDelegate()->processData(payload, type);
+      delegate.processData(payload, type);
     } catch (const std::bad_alloc&) {
       outOfMemory = true;
     }

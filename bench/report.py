@@ -22,14 +22,17 @@ import tempfile
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 DOCUMENT = ROOT / "docs" / "performance.md"
 
-# Program, arguments, turns.
+# What the names get in front, program, arguments, turns. Many short turns of what is quick: a machine that is not alone
+# swings from one second to the next.
+MENU = "menu: "
 PROGRAMS = (
-    ("bench-calls", ["--benchmark_min_time=0.15"], 15),
-    ("bench-property-lists", ["--benchmark_min_time=0.05", "--benchmark_filter=/(request|node|state|nodes1000|nodes10000)/"],
+    ("", "bench-calls", ["--benchmark_min_time=0.03", "--benchmark_filter=^(call|log)/"], 75),
+    (MENU, "bench-calls", ["--benchmark_min_time=0.15", "--benchmark_filter=^(call/floor/|cycle)"], 15),
+    ("", "bench-property-lists", ["--benchmark_min_time=0.05", "--benchmark_filter=/(request|node|state|nodes1000|nodes10000)/"],
      10),
-    ("bench-load", [], 15),
-    ("bench-daemon", [], 5),
-    ("bench-file-tree", ["--benchmark_min_time=0.005", "--benchmark_filter=/(1000|100000)$"], 5),
+    ("", "bench-load", [], 15),
+    ("", "bench-daemon", [], 5),
+    ("", "bench-file-tree", ["--benchmark_min_time=0.005", "--benchmark_filter=/(1000|100000)$"], 5),
 )
 
 SAMPLES = (("request", "a request"), ("node", "a node"), ("state", "a state"), ("nodes10000", "10,000 nodes"))
@@ -59,9 +62,10 @@ def pairs():
     yield Pair("A call", "the same, processor time", "call/floor-looking/process_time/cpu", "call/floor/process_time/cpu")
     yield Pair("A call", "the same with a peer that takes 1 ms, processor time", "call/floor-slow-looking/process_time/cpu",
                "call/floor-slow/process_time/cpu")
-    cycle = "cycle/{}/iterations:{}/real_time".format
+    cycle = (MENU + "cycle/{}/iterations:{}/real_time").format
     for files, iterations in ((1, 40), (10, 40), (100, 8), (1000, 2), (10000, 1)):
-        yield Pair("A menu", f"{files:,} items / as many calls of the floor", cycle(files, iterations), call("floor"),
+        yield Pair("A menu", f"{files:,} items / as many calls of the floor", cycle(files, iterations),
+                   MENU + call("floor"),
                    most=1.25 if files == 1000 else None, per="calls")
     yield Pair("A menu", "an item of 10,000 / an item of 100", cycle(10000, 1), cycle(100, 8), most=1.1, per=100.0)
     yield Pair("A menu", "100 items with the reference daemon / with one that answers at once",
@@ -95,7 +99,7 @@ def run(build, quick):
     """The real times of each benchmark by turn, and its last counters."""
     times, counters = {}, {}
     with tempfile.TemporaryDirectory() as folder:
-        for program, arguments, turns in PROGRAMS:
+        for prefix, program, arguments, turns in PROGRAMS:
             output = pathlib.Path(folder) / f"{program}.json"
             command = [str(build / "bench" / program), f"--benchmark_repetitions={3 if quick else turns}",
                        "--benchmark_enable_random_interleaving=true", f"--benchmark_out={output}",
@@ -107,7 +111,7 @@ def run(build, quick):
                     continue
                 if entry.get("error_occurred"):
                     sys.exit(f"{entry['name']}: {entry['error_message']}")
-                name = entry["run_name"]
+                name = prefix + entry["run_name"]
                 scale = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}[entry["time_unit"]]
                 times.setdefault(name, []).append(entry["real_time"] * scale)
                 times.setdefault(name.removesuffix("/real_time") + "/cpu", []).append(entry["cpu_time"] * scale)
@@ -138,39 +142,34 @@ def compare(times, counters):
     return rows
 
 
-def traced(build, files):
-    """The system calls of a process that shows one menu, and of its daemon, a line each."""
-    program = str(build / "tests" / "menu-cycle-cost")
-    with tempfile.NamedTemporaryFile("r", suffix=".txt") as output:
-        subprocess.run(["strace", "-f", "-qq", "-o", output.name, "-e", "signal=none", program, str(files)], check=True,
-                       stdout=subprocess.DEVNULL)
-        return output.read()
+SYSTEM_CALLS = ("sendto", "read", "futex", "newfstatat")
+
+
+def counted(build, files):
+    """The system calls of a process that shows one menu and of its daemon, by name and "all" together; none where the
+    kernel lets nobody count. Counting with a tracer would slow the senders, and so change what is counted."""
+    events = ["raw_syscalls:sys_enter", *(f"syscalls:sys_enter_{name}" for name in SYSTEM_CALLS)]
+    with tempfile.NamedTemporaryFile("r", suffix=".csv") as output:
+        result = subprocess.run(["perf", "stat", "-x", ";", "-o", output.name, "-e", ",".join(events),
+                                 str(build / "tests" / "menu-cycle-cost"), str(files)], check=False, capture_output=True,
+                                text=True)
+        counts = [line.split(";")[0] for line in output if ";" in line]
+    if result.returncode != 0 or len(counts) != len(events) or not all(count.isdigit() for count in counts):
+        print(f"The system calls could not be counted. {result.stderr.strip()}")
+        return None
+    return dict(zip(("all", *SYSTEM_CALLS), map(int, counts)))
 
 
 def calls_per_item(build):
-    """The system calls that one item of a menu takes, by name: those between the first and the last question. The
-    daemon's process is left out."""
+    """The system calls that one item of a menu takes: what a menu on more items takes more. To make the files and to
+    remove them, which the same process does, is counted among the others."""
     few, many = 100, 1100
-    totals = []
-    for files in (few, many):
-        text = traced(build, files)
-        daemon = {line.split()[0] for line in text.splitlines() if '"--daemon"' in line and "execve" in line}
-        # The daemon's threads come of its process: whatever a process of that set clones belongs to it.
-        for line in text.splitlines():
-            cloned = re.match(r"(\d+) +(?:clone3?|<\.\.\. clone3? resumed>).*= (\d+)$", line)
-            if cloned and cloned[1] in daemon:
-                daemon.add(cloned[2])
-        count = {}
-        for line in text.splitlines():
-            call = re.match(r"(\d+) +(\w+)\(", line)
-            if call and call[1] not in daemon:
-                count[call[2]] = count.get(call[2], 0) + 1
-        totals.append(count)
-    # The files are made and removed in the same process; that is no part of a menu.
-    housekeeping = {"openat", "write", "writev", "close", "unlink", "unlinkat", "mkdir", "getdents64", "brk", "mmap",
-                    "munmap", "fstat", "clock_nanosleep"}
-    return {name: (number - totals[0].get(name, 0)) / (many - few) for name, number in sorted(totals[1].items())
-            if name not in housekeeping and number - totals[0].get(name, 0) >= (many - few) / 20}
+    totals = [counted(build, files) for files in (few, many)]
+    if None in totals:
+        return None
+    each = {name: (totals[1][name] - totals[0][name]) / (many - few) for name in totals[0]}
+    return {name: each[name] for name in SYSTEM_CALLS} | {
+        "others": each["all"] - sum(each[name] for name in SYSTEM_CALLS)}
 
 
 def peak_memory(build, files):
@@ -191,8 +190,8 @@ def facts(build, times, counters):
         "call": {name: median(f"call/{name}/process_time/real_time") / 1e3
                  for name in ("keldane", "floor", "floor-in-one", "sd-bus", "gdbus", "lines")},
         "cycle": {str(files): {
-            "microseconds an item": median(f"cycle/{files}/iterations:{n}/real_time") / files / 1e3,
-            "allocations an item": counters[f"cycle/{files}/iterations:{n}/real_time"]["allocations/file"],
+            "microseconds an item": median(f"{MENU}cycle/{files}/iterations:{n}/real_time") / files / 1e3,
+            "allocations an item": counters[f"{MENU}cycle/{files}/iterations:{n}/real_time"]["allocations/file"],
             "peak KiB": peak_memory(build, files)} for files, n in cycle.items()},
         "system calls an item": calls_per_item(build),
         "instructions of 100 items": instructions,
@@ -274,9 +273,6 @@ def fact_tables(found):
     for clients, row in found["daemon"].items():
         daemon.append(f"| {clients} | {row['items_per_second']:,.0f} | {row['p50'] / 1e3:.2f} ms | "
                       f"{row['p99'] / 1e3:.2f} ms | {row['p99.9'] / 1e3:.2f} ms |")
-    kernel = ["| system call | an item |", "|---|---|"]
-    kernel += [f"| `{name}` | {number:.1f} |" for name, number in found["system calls an item"].items()]
-    kernel.append(f"| together | {sum(found['system calls an item'].values()):.1f} |")
     call, floor = found["call"]["keldane"], found["call"]["floor"]
     item = found["cycle"]["1000"]["microseconds an item"]
     per_client = found["daemon"]["500"]["items_per_second"]
@@ -294,8 +290,11 @@ def fact_tables(found):
         f"| pages touched until the first menu | {found['pages']['first-menu']:.0f}; an empty C++ shared object "
         f"touches {found['pages']['empty']:.0f} |",
     ]
-    return {"cycle": cycle, "daemon": daemon, "kernel": kernel, "model": model,
-            "machine": [f"Measured on: {found['machine']}."]}
+    tables = {"cycle": cycle, "daemon": daemon, "model": model, "machine": [f"Measured on: {found['machine']}."]}
+    if found["system calls an item"] is not None:
+        kernel = [f"| {name} | {number:.1f} |" for name, number in found["system calls an item"].items()]
+        tables["kernel"] = ["| system call | an item |", "|---|---|", *kernel]
+    return tables
 
 
 def update_document(rows, found, folder):
