@@ -1,6 +1,7 @@
 #include "Common/KeldProxy.h"
 
 #include <algorithm>
+#include <exception>
 #include <new>
 #include <utility>
 
@@ -54,14 +55,11 @@ PropertyList::Array emptyRequestFor(const MethodSignature& method) {
 }
 
 /// Whether each argument is there and holds no others, of which one might not be.
-bool canAlwaysBeWritten(const PropertyList& request) {
-  for (std::size_t i = kFirstArgument + 1; i < request.count(); i += 2) {
-    const PropertyList argument = request[i];
-    if (argument.isAbsent() || argument.isArray() || argument.isDictionary()) {
-      return false;
-    }
-  }
-  return true;
+bool canAlwaysBeWritten(const Arguments& arguments) {
+  return std::all_of(arguments.begin(), arguments.end(), [](const RawValue& argument) {
+    const PropertyList object = argument.code() == '@' ? argument.as<'@'>() : argument.encoded();
+    return !object.isAbsent() && !object.isArray() && !object.isDictionary();
+  });
 }
 
 }  // namespace
@@ -181,10 +179,9 @@ void KeldaneProxy::forwardInvocation(Invocation& invocation) {
   // A failed write takes the link down on this thread, and the last other owner of this proxy with it.
   const std::shared_ptr<KeldaneProxy> self = shared_from_this();
   const ScopedLock forwarding(forwardingLock_);
-  PropertyList request = requestFor(invocation);
   std::optional<Bytes> payload;
-  if (!canAlwaysBeWritten(request)) {
-    payload = serialized(request, nullptr);
+  if (!canAlwaysBeWritten(invocation.arguments)) {
+    payload = serialized(requestFor(invocation), nullptr);
     if (!payload) {
       KeldaneCLog("serialization failed");
       return;
@@ -195,19 +192,24 @@ void KeldaneProxy::forwardInvocation(Invocation& invocation) {
   if (returnsValue) {
     waitingOnResult_ = true;  // before the peer knows, whose failure signal may be quicker than this thread
   }
-  // Written when the first pieces are sent, which wake the peer's receive thread, and that takes longer. When
+  // Made when the first pieces are sent, which wake the peer's receive thread, and that takes longer. When
   // there is no memory for it, the message ends without a payload, and the peer takes no notice of it.
-  bool ranOutOfMemory = false;
+  PropertyList request;
+  std::exception_ptr failure;
   sendFrame(kRequestFrame, [&]() -> std::optional<Bytes> {
     try {
-      return payload ? std::move(payload) : serialized(request, nullptr);
-    } catch (const std::bad_alloc&) {
-      ranOutOfMemory = true;
+      if (!payload) {
+        request = requestFor(invocation);
+        payload = serialized(request, nullptr);
+      }
+      return std::move(payload);
+    } catch (...) {
+      failure = std::current_exception();
       return std::nullopt;
     }
   });
-  if (ranOutOfMemory) {
-    throw std::bad_alloc();
+  if (failure) {
+    std::rethrow_exception(failure);
   }
   if (!returnsValue) {
     return;

@@ -116,7 +116,8 @@ class BinaryReader {
   /// offset table, and all objects together cannot take more than there is: overlapping ones would make a
   /// short message large in memory.
   void take(std::size_t offset, std::uint64_t count, std::size_t width = 1) {
-    if (offset > offsetTable_ || count > (offsetTable_ - offset) / width) {
+    const std::uint64_t left = offset > offsetTable_ ? 0 : offsetTable_ - offset;
+    if (offset > offsetTable_ || count > left || count * width > left) {
       fail("An object reaches beyond the end of the objects", offset);
     }
     taken_ += count * width;

@@ -137,11 +137,16 @@ struct Identity {
 
 /// What was written, in the order of its numbers.
 struct Object {
-  static constexpr std::uint64_t kLargestOffset = (std::uint64_t{1} << 48) - 1;
+  static constexpr unsigned kHeightBits = 16;
+
+  Object(const PropertyList* written, std::uint64_t offset) : value(written), place(offset << kHeightBits) {}
+  std::uint64_t offset() const { return place >> kHeightBits; }
+  int height() const { return static_cast<int>(place & ((1U << kHeightBits) - 1)); }
+  /// Of a container that was written whole.
+  void setHeight(int height) { place |= static_cast<std::uint64_t>(height); }
 
   const PropertyList* value;
-  std::uint64_t offset : 48;
-  std::uint64_t height : 16;  ///< of a container that was written whole
+  std::uint64_t place;
 };
 
 /// A list that grows; the memory gets nothing back from it.
@@ -254,6 +259,49 @@ class Numbers {
   std::size_t used_ = 0;
 };
 
+// Into room that was made, which is longer than a number by the few bytes that it is written wider. They give
+// back where the next one goes: a byte that is written could otherwise be any variable of the writer.
+
+std::uint8_t* putByte(std::uint8_t* to, std::size_t byte) {
+  *to = static_cast<std::uint8_t>(byte);
+  return to + 1;
+}
+
+std::uint8_t* putBigEndian(std::uint8_t* to, std::uint64_t value, std::size_t width) {
+  value <<= 64 - 8 * width;
+  if constexpr (std::endian::native == std::endian::little) {
+    value = __builtin_bswap64(value);
+  }
+  std::memcpy(to, &value, sizeof(value));
+  return to + width;
+}
+
+std::uint8_t* putBytes(std::uint8_t* to, const void* bytes, std::size_t count) {
+  return std::copy_n(static_cast<const std::uint8_t*>(bytes), count, to);
+}
+
+std::uint8_t* putUnsigned(std::uint8_t* to, std::uint64_t value) {
+  const std::size_t width = widthFor(value);
+  return putBigEndian(putByte(to, 0x10U | static_cast<unsigned>(std::countr_zero(width))), value, width);
+}
+
+std::uint8_t* putMarker(std::uint8_t* to, std::size_t kind, std::size_t count) {
+  return count < 0x0F ? putByte(to, kind << 4 | count) : putUnsigned(putByte(to, kind << 4 | 0x0F), count);
+}
+
+std::uint8_t* putScalar(std::uint8_t* to, const Identity& scalar) {
+  switch (scalar.sort) {
+    case Identity::boolean:
+      return putByte(to, scalar.number != 0 ? 0x09 : 0x08);
+    case Identity::large:
+      return putBigEndian(putBigEndian(putByte(to, 0x14), 0, 8), scalar.number, 8);
+    case Identity::integer:
+      return putUnsigned(to, scalar.number);  // a negative one fills 8 bytes by itself
+    default:
+      return putBigEndian(putByte(to, scalar.sort == Identity::real ? 0x23 : 0x33), scalar.number, 8);
+  }
+}
+
 /// Writes each object where its number is given: a container before its members and a dictionary's keys
 /// before its values. The references of a container are filled in as its members get their numbers.
 class Writer {
@@ -274,20 +322,21 @@ class Writer {
 
   /// Throws TooManyObjects.
   Bytes write(const PropertyList& value) {
-    put(kBinaryPropertyListMagic.data(), kBinaryPropertyListMagic.size());
+    next_ = putBytes(next_, kBinaryPropertyListMagic.data(), kBinaryPropertyListMagic.size());
     write(value, 1);
     const std::uint64_t table = size();
     const std::size_t offsetSize = widthFor(table);
     room(objects_.size() * offsetSize + 32);
+    std::uint8_t* to = next_;
     for (const Object& object : objects_) {
-      putBigEndian(object.offset, offsetSize);
+      to = putBigEndian(to, object.offset(), offsetSize);
     }
-    putBigEndian(0, 6);
-    putBigEndian(offsetSize, 1);
-    putBigEndian(referenceSize_, 1);
-    putBigEndian(objects_.size(), 8);
-    putBigEndian(0, 8);
-    putBigEndian(table, 8);
+    to = putBigEndian(to, 0, 6);
+    to = putByte(putByte(to, offsetSize), referenceSize_);
+    for (const std::uint64_t number : {std::uint64_t{objects_.size()}, std::uint64_t{0}, table}) {
+      to = putBigEndian(to, number, 8);
+    }
+    next_ = to;
     if (bytes_.empty()) {
       return {start_, next_};
     }
@@ -327,11 +376,11 @@ class Writer {
     if (reference == next) {
       begin(value);
       if (node.kind == PropertyList::Kind::string && (marks.flags & Marks::kAscii) == 0) {
-        putUtf16({node.bytes(), node.count});
+        writeUtf16({node.bytes(), node.count});
       } else {
         room(node.count);
-        putMarker(node.kind == PropertyList::Kind::string ? 0x5 : 0x4, node.count);
-        put(node.bytes(), node.count);
+        next_ = putBytes(putMarker(next_, node.kind == PropertyList::Kind::string ? 0x5 : 0x4, node.count),
+                         node.bytes(), node.count);
       }
     }
     return reference;
@@ -347,9 +396,18 @@ class Writer {
     if (reference == next) {
       begin(value);
       room(0);
-      put(identity);
+      next_ = putScalar(next_, identity);
     }
     return reference;
+  }
+
+  void writeUtf16(std::string_view text) {
+    const std::u16string units = utf16FromUtf8(text);
+    room(2 * units.size());
+    next_ = putMarker(next_, 0x6, units.size());
+    for (const char16_t unit : units) {
+      next_ = putBigEndian(next_, unit, 2);
+    }
   }
 
   Written writeContainer(const PropertyList& value, const PropertyListNode& container, int depth) {
@@ -359,7 +417,7 @@ class Writer {
     if (container.isShared()) {
       const Reference reference = numbers_.findIdentity(Identity(value), next, objects_);
       if (reference != next) {
-        const int height = static_cast<int>(objects_[reference].height);
+        const int height = objects_[reference].height();
         checkDepth(depth + height - 1);
         return {reference, height};
       }
@@ -369,7 +427,7 @@ class Writer {
     const bool isDictionary = container.kind == PropertyList::Kind::dictionary;
     const std::size_t width = container.count * referenceSize_;
     room(isDictionary ? 2 * width : width);
-    putMarker(isDictionary ? 0xD : 0xA, container.count);
+    next_ = putMarker(next_, isDictionary ? 0xD : 0xA, container.count);
     std::size_t place = size();
     next_ += isDictionary ? 2 * width : width;
     if (isDictionary) {
@@ -383,7 +441,7 @@ class Writer {
       place += referenceSize_;
       height = std::max(height, member.height);
     }
-    objects_[next].height = static_cast<std::uint16_t>(++height);
+    objects_[next].setHeight(++height);
     return {next, height};
   }
 
@@ -411,7 +469,7 @@ class Writer {
     if (objects_.size() == mostObjects_) {
       failForNumber();
     }
-    objects_.append({&value, size() & Object::kLargestOffset, 0});
+    objects_.append({&value, size()});
   }
 
   [[noreturn, gnu::cold, gnu::noinline]] void failForNumber() const {
@@ -448,64 +506,6 @@ class Writer {
     start_ = bytes_.data();
     next_ = start_ + done;
     end_ = start_ + bytes_.size();
-  }
-
-  // Into the room that was made:
-
-  void putByte(std::size_t byte) { *next_++ = static_cast<std::uint8_t>(byte); }
-
-  void putBigEndian(std::uint64_t value, std::size_t width) {
-    value <<= 64 - 8 * width;
-    if constexpr (std::endian::native == std::endian::little) {
-      value = __builtin_bswap64(value);
-    }
-    std::memcpy(next_, &value, sizeof(value));
-    next_ += width;
-  }
-
-  void put(const void* bytes, std::size_t count) {
-    next_ = std::copy_n(static_cast<const std::uint8_t*>(bytes), count, next_);
-  }
-
-  void putUnsigned(std::uint64_t value) {
-    const std::size_t width = widthFor(value);
-    putByte(0x10U | static_cast<unsigned>(std::countr_zero(width)));
-    putBigEndian(value, width);
-  }
-
-  void putMarker(std::size_t kind, std::size_t count) {
-    putByte(kind << 4 | std::min<std::size_t>(count, 0x0F));
-    if (count >= 0x0F) {
-      putUnsigned(count);
-    }
-  }
-
-  void putUtf16(std::string_view text) {
-    const std::u16string units = utf16FromUtf8(text);
-    room(2 * units.size());
-    putMarker(0x6, units.size());
-    for (const char16_t unit : units) {
-      putBigEndian(unit, 2);
-    }
-  }
-
-  void put(const Identity& scalar) {
-    switch (scalar.sort) {
-      case Identity::boolean:
-        putByte(scalar.number != 0 ? 0x09 : 0x08);
-        break;
-      case Identity::large:
-        putByte(0x14);
-        putBigEndian(0, 8);
-        putBigEndian(scalar.number, 8);
-        break;
-      case Identity::integer:
-        putUnsigned(scalar.number);  // a negative one fills 8 bytes by itself
-        break;
-      default:
-        putByte(scalar.sort == Identity::real ? 0x23 : 0x33);
-        putBigEndian(scalar.number, 8);
-    }
   }
 
   void putReference(std::size_t place, Reference reference) {
