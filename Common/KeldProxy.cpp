@@ -39,7 +39,7 @@ PropertyList encodedResult(const RawValue& result, const char* returnType) {
 }
 
 // A request with absent arguments.
-PropertyList::Array emptyRequestFor(const MethodSignature& method) {
+PropertyList::Array makeEmptyRequest(const MethodSignature& method) {
   const char returnType[] = {method.returnCode, '\0'};
   PropertyList::Array request;
   request.reserve(kFirstArgument + 2 * method.argumentCodes.size());
@@ -60,6 +60,13 @@ bool canAlwaysBeWritten(const Arguments& arguments) {
     const PropertyList object = argument.code() == '@' ? argument.as<'@'>() : argument.encoded();
     return !object.isAbsent() && !object.isArray() && !object.isDictionary();
   });
+}
+
+PropertyList requestOf(PropertyList::Array emptyRequest, const Arguments& arguments) {
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    emptyRequest[kFirstArgument + 2 * i + 1] = arguments[i].encoded();
+  }
+  return PropertyList::array(std::move(emptyRequest));
 }
 
 }  // namespace
@@ -135,18 +142,13 @@ Invocation KeldaneProxy::invocationFor(std::string_view selector, Arguments argu
   return {method, std::move(arguments), {}};
 }
 
-PropertyList KeldaneProxy::requestFor(const Invocation& invocation) {
-  const MethodSignature& method = invocation.signature;
+const PropertyList::Array& KeldaneProxy::emptyRequestFor(const MethodSignature& method) {
   auto known = std::find_if(emptyRequests_.begin(), emptyRequests_.end(),
                             [&](const auto& entry) { return entry.first == method; });
   if (known == emptyRequests_.end()) {
-    known = emptyRequests_.insert(known, {method, emptyRequestFor(method)});
+    known = emptyRequests_.insert(known, {method, makeEmptyRequest(method)});
   }
-  PropertyList::Array request = known->second;
-  for (std::size_t i = 0; i < invocation.arguments.size(); ++i) {
-    request[kFirstArgument + 2 * i + 1] = invocation.arguments[i].encoded();
-  }
-  return PropertyList::array(std::move(request));
+  return known->second;
 }
 
 RawValue KeldaneProxy::call(std::string_view selector, Arguments arguments) {
@@ -167,7 +169,8 @@ bool KeldaneProxy::callWithoutWaiting(std::string_view selector, Arguments argum
   if (!link->isReadyToSend()) {
     return false;
   }
-  std::optional<Bytes> payload = serialized(requestFor(invocation), nullptr);
+  std::optional<Bytes> payload =
+      serialized(requestOf(emptyRequestFor(invocation.signature), invocation.arguments), nullptr);
   if (!payload) {
     return false;
   }
@@ -179,9 +182,10 @@ void KeldaneProxy::forwardInvocation(Invocation& invocation) {
   // A failed write takes the link down on this thread, and the last other owner of this proxy with it.
   const std::shared_ptr<KeldaneProxy> self = shared_from_this();
   const ScopedLock forwarding(forwardingLock_);
+  const PropertyList::Array& emptyRequest = emptyRequestFor(invocation.signature);
   std::optional<Bytes> payload;
   if (!canAlwaysBeWritten(invocation.arguments)) {
-    payload = serialized(requestFor(invocation), nullptr);
+    payload = serialized(requestOf(emptyRequest, invocation.arguments), nullptr);
     if (!payload) {
       KeldaneCLog("serialization failed");
       return;
@@ -199,7 +203,7 @@ void KeldaneProxy::forwardInvocation(Invocation& invocation) {
   sendFrame(kRequestFrame, [&]() -> std::optional<Bytes> {
     try {
       if (!payload) {
-        request = requestFor(invocation);
+        request = requestOf(emptyRequest, invocation.arguments);
         payload = serialized(request, nullptr);
       }
       return std::move(payload);

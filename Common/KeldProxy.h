@@ -76,7 +76,7 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
   std::shared_ptr<KeldaneSocket> socket() const;
   Invocation invocationFor(std::string_view selector, Arguments arguments) const;
   void forwardInvocation(Invocation& invocation);
-  PropertyList requestFor(const Invocation& invocation) KELDANE_REQUIRES(forwardingLock_);
+  const PropertyList::Array& emptyRequestFor(const MethodSignature& method) KELDANE_REQUIRES(forwardingLock_);
   template <class Payload>
   void sendFrame(std::int32_t type, const Payload& payloadOf);
   void processResponse(const Bytes* payload);

@@ -48,23 +48,22 @@ ConditionLock::Waiter** ConditionLock::find(const Predicate& isSuch) {
 }
 
 bool ConditionLock::acquire(const int* condition, const std::function<bool()>* cancelled) {
-  Waiter self(condition);
-  {
-    const std::lock_guard guard(mutex_);
-    if (!held_ && isFor(condition)) {
-      held_ = true;
-      return true;
-    }
-    if (cancelled != nullptr && (*cancelled)()) {
-      return false;
-    }
-    *find([](const Waiter&) { return false; }) = &self;
+  std::unique_lock guard(mutex_);
+  if (!held_ && isFor(condition)) {
+    held_ = true;
+    return true;
   }
+  if (cancelled != nullptr && (*cancelled)()) {
+    return false;
+  }
+  Waiter self(condition);
+  *find([](const Waiter&) { return false; }) = &self;
+  guard.unlock();
   while (!self.sleep()) {
     if (cancelled == nullptr) {
       continue;
     }
-    const std::lock_guard guard(mutex_);
+    const std::lock_guard asking(mutex_);
     Waiter** const place = find([&](const Waiter& waiter) { return &waiter == &self; });
     if (*place != nullptr && (*cancelled)()) {  // otherwise the lock is on its way
       *place = self.next;

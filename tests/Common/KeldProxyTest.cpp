@@ -329,6 +329,17 @@ TEST_F(KeldProxyTest, ARequestThatCannotBeWrittenIsNotSent) {
   EXPECT_EQ(connection_.readFrame().value()[2].string(), "terminate");
 }
 
+TEST_F(KeldProxyTest, ARequestWithContainersIsSentWhenAllThatTheyHoldIsThere) {
+  static constexpr MethodSignature kMethods[] = {{"tell:", 'v', "@"}};
+  static constexpr Protocol kTelling = {"Telling", kMethods};
+  proxy_->setProtocol(&kTelling);
+  proxy_->call("tell:", {RawValue::of<'@'>(PropertyList::array({1, PropertyList()}))});
+  EXPECT_TRUE(log_.has("serialization failed"));
+  const PropertyList whole = PropertyList::array({1, PropertyList::dictionary({{"a", "b"}})});
+  proxy_->call("tell:", {RawValue::of<'@'>(whole)});
+  EXPECT_TRUE(connection_.readFrame().value()[5].identical(whole)) << "the first that was sent";
+}
+
 TEST_F(KeldProxyTest, CallsOfTwoThreadsAreServedOneAfterTheOther) {
   constexpr int kCalls = 50;
   std::vector<std::thread> callers;

@@ -69,6 +69,20 @@ TEST_F(KeldSocketTest, AClosedSocketSendsNothingSilently) {
   EXPECT_TRUE(peer.isAtEnd());
 }
 
+TEST_F(KeldSocketTest, AClosedSocketKeepsNoDescriptor) {
+  const auto before = testing::countOf("fd");
+  {
+    RawConnection peer = connect();
+    socket_->setDataDelegate(data_);
+    EXPECT_TRUE(socket_->sendString("x"));
+    EXPECT_EQ(peer.read(1), "x");
+    peer.writeFrame(kResponseFrame, "an answer");
+    EXPECT_TRUE(eventually([&] { return !data_->all().empty(); }));
+    socket_->close();
+  }
+  EXPECT_TRUE(eventually([&] { return testing::countOf("fd") == before; }));
+}
+
 TEST_F(KeldSocketTest, ANewSocketDelegateTellsTheOldOneThatTheLinkFailed) {
   socket_->setSocketDelegate(delegate_);
   socket_->setSocketDelegate(delegate_);

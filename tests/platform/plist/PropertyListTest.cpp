@@ -128,6 +128,23 @@ TEST(PropertyList, ALargeDictionaryFindsEveryKey) {
   EXPECT_TRUE(value["key5000"].isAbsent());
 }
 
+TEST(PropertyList, ALookUpFindsKeysInAnyOrder) {
+  for (const int count : {3, 100}) {  // those of the second are searched by halves
+    PropertyList::Entries entries;
+    for (int i = 0; i < count; ++i) {
+      entries.emplace_back("key" + std::to_string(i), i);
+    }
+    PropertyList::LookUp values(PropertyList::dictionary(std::move(entries)));
+    for (const int i : {0, 1, 2, 1, 0, 2, 2, count - 1, 0}) {
+      EXPECT_EQ(values["key" + std::to_string(i)].intValue(), i);
+      EXPECT_TRUE(values["key"].isAbsent());
+    }
+  }
+  EXPECT_TRUE(PropertyList::LookUp(PropertyList())["key"].isAbsent());
+  EXPECT_TRUE(PropertyList::LookUp("key")["key"].isAbsent());
+  EXPECT_TRUE(PropertyList::LookUp(PropertyList::dictionary({}))["key"].isAbsent());
+}
+
 TEST(PropertyList, AnEmptyKeyIsFoundByAViewOfNothing) {
   const PropertyList dictionary = PropertyList::dictionary({{"", 1}, {"a", 2}});
   EXPECT_EQ(dictionary[std::string_view()].intValue(), 1);
