@@ -292,7 +292,8 @@ def fact_tables(found):
     ]
     tables = {"cycle": cycle, "daemon": daemon, "model": model, "machine": [f"Measured on: {found['machine']}."]}
     if found["system calls an item"] is not None:
-        kernel = [f"| {name} | {number:.1f} |" for name, number in found["system calls an item"].items()]
+        kernel = [f"| {f'`{name}`' if name in SYSTEM_CALLS else name} | {number:.1f} |"
+                  for name, number in found["system calls an item"].items()]
         tables["kernel"] = ["| system call | an item |", "|---|---|", *kernel]
     return tables
 
