@@ -8,6 +8,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
+#include <cerrno>
 #include <chrono>
 #include <functional>
 #include <vector>
@@ -104,9 +105,11 @@ class Connection {
   int descriptor() const { return descriptor_.get(); }
 
   void write(BytesView bytes) const {
-    require(::send(descriptor_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
-                static_cast<ssize_t>(bytes.size()),
-            "bytes are taken");
+    while (!bytes.empty()) {
+      const ssize_t sent = ::send(descriptor_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+      require(sent > 0 || errno == EINTR, "bytes are taken");  // the fuzzing engine has an alarm clock
+      bytes = bytes.subspan(sent > 0 ? static_cast<std::size_t>(sent) : 0);
+    }
   }
   /// What has come; waits for the first byte, this long.
   Bytes read(int milliseconds) const {
