@@ -159,6 +159,9 @@ class Kills(Machine):
                        for number in range(self.WRITERS)]
             for writer in writers:
                 writer.start()
+            if self.random.random() < 0.5:  # however slow the disk is
+                before = self.rules
+                self.eventually(lambda: self.rules > before, "a rule")
             time.sleep(self.random.uniform(0, 0.04))
             self.kill(process)
             self.is_dead.set()
@@ -169,7 +172,7 @@ class Kills(Machine):
         self.verify()
         print(f"\nkills {KILLS}, rules set {self.rules}, rules verified {self.verified}, lost {len(self.lost)}, seed {SEED}")
         self.assertEqual(self.lost, [])
-        self.assertGreater(self.rules, KILLS)
+        self.assertGreater(self.rules, KILLS // 10)
 
 
 class Stops(Machine):

@@ -49,6 +49,8 @@ class CycleFixture : public MenuTest {
     observer_->setSocket(observerSocket_);
     ASSERT_TRUE(eventually([&] { return observerSocket_->connectToPath(bundle_.daemonPath()); }));
     observer_->setEnabled(0);  // nothing is backed up, so that a cycle's menu is always the same
+    // The plug-in calls by a connection of its own, so its first command could be done before this is.
+    ASSERT_EQ(observer_->daemonState()["statusString"], PropertyList("Backup is switched off"));
   }
   ~CycleFixture() override {
     observer_->close();
@@ -59,6 +61,17 @@ class CycleFixture : public MenuTest {
   /// by another connection, so only this tells that it has come.
   bool becomes(const char* state) {
     return eventually([&] { return observer_->dictionaryForPath(file_)["state"] == PropertyList(state); });
+  }
+  /// A cycle in which nothing fails any more: its menu shows the file as it is, and its command is done. Behind
+  /// it the file is not selected. What the command does is to be seen in either case: one that does nothing new
+  /// could still be under way when the next one comes, by another connection.
+  void checkNextCycle(bool isSelected) {
+    const Cycle next = cleanCycle(isSelected ? kCommandExclude : kCommandBackup);
+    ASSERT_EQ(next.examined, kNoErr);
+    ASSERT_EQ(next.menu, isSelected ? kSelected : kUnselected);
+    ASSERT_TRUE(becomes(isSelected ? kNotSelected : kWaiting));
+    observer_->removeFileFromBackup(file_);
+    ASSERT_TRUE(becomes(kNotSelected));
   }
   static constexpr char kNotSelected[] = "Not selected for backup";
   static constexpr char kWaiting[] = "Waiting to be backed up";

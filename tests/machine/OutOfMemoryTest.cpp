@@ -25,10 +25,7 @@ class OutOfMemory : public testing::CycleFixture, public ::testing::WithParamInt
     iUnknownID();
     gLoggingEnabled = GetParam().value.logs;
     for (int i = 0; i < 3; ++i) {
-      cleanCycle(kCommandBackup);
-      EXPECT_TRUE(becomes(kWaiting));
-      cleanCycle(kCommandExclude);
-      EXPECT_TRUE(becomes(kNotSelected));
+      checkNextCycle(false);
     }
     threads_ = testing::settledThreadCount();
   }
@@ -75,11 +72,10 @@ class OutOfMemory : public testing::CycleFixture, public ::testing::WithParamInt
     const bool isGiven = broken.selected == kNoErr;
     ASSERT_TRUE(isGiven || broken.selected.value_or(memFullErr) == memFullErr) << *broken.selected;
     ASSERT_TRUE(becomes(isGiven ? kWaiting : kNotSelected)) << "a command is given or not, and that was said";
-    const Cycle clean = cleanCycle(kCommandExclude);
-    ASSERT_EQ(clean.examined, kNoErr);
-    ASSERT_EQ(clean.menu, isGiven ? kSelected : kUnselected);
-    ASSERT_TRUE(becomes(kNotSelected));
-    waitForThreads();
+    checkNextCycle(isGiven);
+    if (!HasFatalFailure()) {
+      waitForThreads();
+    }
   }
 
   void check(const Cycle& broken) {
