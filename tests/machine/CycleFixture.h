@@ -62,9 +62,9 @@ class CycleFixture : public MenuTest {
   bool becomes(const char* state) {
     return eventually([&] { return observer_->dictionaryForPath(file_)["state"] == PropertyList(state); });
   }
-  /// A cycle in which nothing fails any more: its menu shows the file as it is, and its command is done. Behind
-  /// it the file is not selected. What the command does is to be seen in either case: one that does nothing new
-  /// could still be under way when the next one comes, by another connection.
+  /// A cycle in which nothing fails any more: its menu shows the file as it is, and its command is done.
+  /// After it the file is not selected. The command is one that changes what is shown: another could still be
+  /// under way when the next comes by a connection of its own, and undo that.
   void checkNextCycle(bool isSelected) {
     const Cycle next = cleanCycle(isSelected ? kCommandExclude : kCommandBackup);
     ASSERT_EQ(next.examined, kNoErr);

@@ -4,7 +4,6 @@
 //   clock      by how many seconds the time of day is ahead
 //   full       while it is there, no regular file can be written to but standard error
 //   read-only  while it is there, no file can be opened for writing, made, renamed or removed
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -18,13 +17,9 @@
 #include <cstring>
 #include <ctime>
 
-namespace {
+#include "tests/tools/NextFunction.h"
 
-template <class Function>
-Function* next(const char* name, Function* /*type*/) {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-#define NEXT(function) next(#function, &function)
+namespace {
 
 bool pathOf(const char* what, char (&path)[512]) {
   const char* folder = std::getenv("KELDANE_MACHINE_FAULTS");

@@ -308,6 +308,7 @@ TEST_F(MenuServiceTest, ManySelectedItemsAreOneMenu) {
     paths.push_back("/folder/" + std::to_string(i));
   }
   const Menu menu = service().menuFor(paths);
+  ASSERT_NE(menu, nullptr);
   EXPECT_EQ(titles(menu).front(), "Status: <multiple files selected>");
 }
 
