@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "daemon/BackupWorker.h"
-#include "daemon/NodeBuilder.h"
-#include "daemon/Permissions.h"
-#include "daemon/RuleBook.h"
-#include "daemon/Store.h"
+#include "daemon/backup/BackupWorker.h"
+#include "daemon/server/NodeBuilder.h"
+#include "daemon/server/Permissions.h"
+#include "daemon/rules/RuleBook.h"
+#include "daemon/store/Store.h"
 #include "platform/plist/PropertyList.h"
 
 namespace keldane {

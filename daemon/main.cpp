@@ -13,8 +13,8 @@
 #include <iostream>
 
 #include "daemon/Daemon.h"
-#include "daemon/DaemonServer.h"
-#include "daemon/FolderSafety.h"
+#include "daemon/server/DaemonServer.h"
+#include "daemon/server/FolderSafety.h"
 #include "platform/files/Descriptor.h"
 
 namespace keldane {

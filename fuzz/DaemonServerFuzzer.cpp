@@ -1,5 +1,5 @@
 // The daemon as a hostile client sees it: on a socket of its own, over a store and a root of its own.
-#include "daemon/DaemonServer.h"
+#include "daemon/server/DaemonServer.h"
 
 #include <algorithm>
 

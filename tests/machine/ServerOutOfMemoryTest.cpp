@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "Common/DaemonProtocol.h"
-#include "daemon/DaemonServer.h"
+#include "daemon/server/DaemonServer.h"
 #include "tests/machine/CycleFixture.h"
 #include "tests/machine/FailingAllocation.h"
 #include "tests/support/DaemonOptions.h"

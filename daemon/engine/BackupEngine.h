@@ -1,0 +1,157 @@
+// What stores the contents of files and gives them back.
+#pragma once
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace keldane {
+
+/// How the repository stands, as the last call found it.
+enum class Health {
+  ready,            ///< it did what was asked
+  notSetUp,         ///< no repository was ever made or named
+  missing,          ///< there was one, and it is gone: never made anew without a person's word
+  otherRepository,  ///< the place holds a repository with another id
+  wrongKey,         ///< the key does not open it
+  notConnected,     ///< the external disk is not there
+  unreachable,      ///< the network or the server is away
+  denied,           ///< the system or the server refuses access
+  locked,           ///< another computer or a crash holds a lock
+  full,             ///< no room is left, or the quota is used up
+  damaged,          ///< what is stored is not what it was
+  engineMissing,    ///< the storage program is not installed
+  engineTooOld,     ///< the storage program lacks what is needed
+  cancelled,        ///< the caller gave up
+  failed            ///< anything else; the detail tells more
+};
+
+/// The end of one call: how the repository stands and, unless it is ready, a sentence for people. The sentence
+/// never holds a secret.
+struct EngineAnswer {
+  Health health = Health::ready;
+  std::string detail;
+  explicit operator bool() const { return health == Health::ready; }
+};
+
+/// Lets any thread end a call that runs. One job serves one call at a time.
+struct EngineJob {
+  std::atomic<bool> cancelled = false;
+  std::atomic<bool> lowPriority = false;  ///< read when the call begins
+};
+
+/// What is to go into one snapshot.
+struct StoreRequest {
+  std::vector<std::string> targets;  ///< absolute paths of files and of folders with all that is in them
+  std::vector<std::string> tags;
+  std::string parent;      ///< the snapshot whose unchanged files need not be read; empty: read every file
+};
+
+/// What is told while a snapshot is made. Called on the calling thread.
+struct StoreObserver {
+  /// The engine has taken a file in. It is stored only when the whole call has ended well. `unchanged`: the
+  /// parent has the same file. Bytes of a name that is no UTF-8 read as U+FFFD.
+  std::function<void(const std::string& path, bool unchanged)> took;
+  /// A file could not be read, with the reason.
+  std::function<void(const std::string& path, const std::string& reason)> couldNotRead;
+  /// Files and bytes done so far, and one of the files at hand (may be empty).
+  std::function<void(std::uint64_t files, std::uint64_t bytes, const std::string& current)> progress;
+};
+
+/// The end of a call that stores. `ready` with a snapshot id: everything that was taken is stored.
+struct StoreAnswer : EngineAnswer {
+  std::string snapshot;          ///< the beginning of its id, at least 8 hexadecimal digits
+  bool someUnreadable = false;   ///< files were left out
+  std::uint64_t bytesAdded = 0;  ///< what the repository grew by, about
+};
+
+/// A snapshot as the repository lists it.
+struct Snapshot {
+  std::string id;  ///< whole
+  double time = 0;  ///< seconds since the UNIX epoch
+  std::string host;
+  std::vector<std::string> tags;
+};
+
+enum class EntryKind { file, folder, link, other };
+
+/// An item in a snapshot.
+struct StoredEntry {
+  std::string path;
+  EntryKind kind = EntryKind::other;
+  std::uint64_t size = 0;         ///< bytes
+  std::int64_t modified = 0;      ///< nanoseconds since the UNIX epoch
+  std::int64_t statusChanged = 0;  ///< the same
+  uid_t owner = 0;
+  gid_t group = 0;
+  mode_t mode = 0;  ///< permission bits
+};
+
+/// A found item and the snapshot that has it.
+struct FoundEntry {
+  std::string snapshot;
+  StoredEntry entry;
+};
+
+/// What a check of the repository found.
+struct CheckAnswer : EngineAnswer {
+  std::vector<std::string> damagedPacks;  ///< their ids
+  std::vector<std::string> messages;      ///< what the storage program said, for people
+};
+
+/// One repository. Calls block until they are done; several may run at once on several threads, and the caller
+/// keeps `forget` and `prune` apart from the others. A call never makes a repository, except `initialize`.
+class BackupEngine {
+ public:
+  virtual ~BackupEngine() = default;
+
+  /// Opens the repository and compares its id with the one that is kept.
+  virtual EngineAnswer probe(EngineJob& job) = 0;
+  /// Makes a repository where none was ever made and nothing is in the way, and keeps its id. Where one of the
+  /// kept id is already there it does nothing.
+  virtual EngineAnswer initialize(EngineJob& job) = 0;
+
+  virtual StoreAnswer store(const StoreRequest& request, const StoreObserver& observer, EngineJob& job) = 0;
+
+  /// All snapshots of this computer's number, or of all computers; oldest first.
+  virtual EngineAnswer snapshots(bool ofAllComputers, std::vector<Snapshot>& found, EngineJob& job) = 0;
+  using Visit = std::function<void(const StoredEntry& entry)>;
+  /// What a snapshot holds, or what it holds at and below a path.
+  virtual EngineAnswer list(const std::string& snapshot, const std::string& path, const Visit& visit,
+                            EngineJob& job) = 0;
+  /// Where a pattern (`*`, `?`, `[…]`; of a name, or of an absolute path) is found, newest snapshots first.
+  virtual EngineAnswer find(const std::string& pattern, std::vector<FoundEntry>& found, EngineJob& job) = 0;
+  /// Writes a stored file's bytes to a descriptor. What was written is whole only when the answer is `ready`.
+  virtual EngineAnswer fetch(const std::string& snapshot, const std::string& path, int descriptor,
+                             EngineJob& job) = 0;
+  /// Restores items, folders with all below them, into a folder: `/a/b` becomes `folder/a/b`, with mode, times,
+  /// extended attributes and, as root, owner. `problems` takes a line for each item that is not as it was.
+  virtual EngineAnswer restore(const std::string& snapshot, const std::vector<std::string>& paths,
+                               const std::string& folder, std::vector<std::string>& problems,
+                               EngineJob& job) = 0;
+
+  /// Forgets snapshots by id; what they alone held is still there until `prune`.
+  virtual EngineAnswer forget(const std::vector<std::string>& snapshots, EngineJob& job) = 0;
+  /// Gives back the room of what no snapshot holds.
+  virtual EngineAnswer prune(EngineJob& job) = 0;
+  /// Removes locks that are stale; those of living programs stay.
+  virtual EngineAnswer unlock(EngineJob& job) = 0;
+  /// Checks the structure, and the stored bytes of `part` of `parts` (0 of 0: none; 1 of 1: all).
+  virtual CheckAnswer check(unsigned part, unsigned parts, EngineJob& job) = 0;
+  /// The files that damaged packs have a part of, each with a snapshot.
+  virtual EngineAnswer filesInPacks(const std::vector<std::string>& packs, std::vector<FoundEntry>& found,
+                                    EngineJob& job) = 0;
+  /// Takes damaged packs out of use, so that the next store writes anew what they held.
+  virtual EngineAnswer dropPacks(const std::vector<std::string>& packs, EngineJob& job) = 0;
+  /// The room that the repository takes, in bytes.
+  virtual EngineAnswer size(std::uint64_t& bytes, EngineJob& job) = 0;
+  /// Adds a second key, whose text is a person's passphrase.
+  virtual EngineAnswer addKey(const std::string& passphrase, EngineJob& job) = 0;
+};
+
+}  // namespace keldane

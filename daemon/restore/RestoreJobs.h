@@ -1,0 +1,86 @@
+// Restoring files from the repository, as jobs that survive the daemon.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "daemon/engine/BackupEngine.h"
+#include "daemon/engine/RepositoryConfig.h"
+#include "daemon/store/Store.h"
+
+namespace keldane {
+
+/// What becomes of what is already where a file is to be restored.
+enum class Conflict : std::uint32_t { keepBoth = 0, replace = 1, skip = 2 };
+
+/// What is to be restored, and where.
+struct RestoreRequest {
+  struct Item {
+    std::string path;           ///< of a file, or of a folder with all below it
+    std::uint32_t version = 0;  ///< the state as of this backup; 0: the newest
+  };
+  std::vector<Item> items;
+  std::string target;  ///< the folder into which each item goes under its own name; empty: its own place
+  std::string exactPath;  ///< for a single item: the path that it gets, instead of `target`
+  Conflict conflict = Conflict::keepBoth;
+  double before = 0;  ///< seconds since the UNIX epoch: the state as of this time; 0: no bound
+  std::uint32_t priority = 0;  ///< jobs of a higher one run first
+  uid_t user = 0;              ///< who asked; another one than the daemon's is served by a daemon of root only
+  gid_t group = 0;
+  std::vector<gid_t> groups;
+};
+
+/// How a job stands. The numbers are told to clients.
+enum class RestoreStatus : std::uint32_t {
+  unknown = 0, waiting = 1, running = 2, done = 3, doneWithProblems = 4, failed = 5, cancelled = 6
+};
+
+struct RestoreReport {
+  RestoreStatus status = RestoreStatus::unknown;
+  std::uint64_t files = 0, filesDone = 0;  ///< found to restore; restored, skipped or failed so far
+  std::uint64_t bytes = 0, bytesDone = 0;
+  std::uint64_t restored = 0, skipped = 0;
+  std::vector<std::string> problems;  ///< a sentence each, at most 1,000
+  std::string message;                ///< why the job failed or waits; empty otherwise
+};
+
+/// Runs jobs one at a time on a thread of its own, those of a higher priority first. A file is restored to a
+/// folder beside its target and takes its place only when it is whole; what is there is never overwritten unless
+/// the request says so, and links at the target are not followed. Jobs are kept in the store and go on after a
+/// restart. Any thread may call.
+class RestoreJobs {
+ public:
+  /// `changed` is called, on the job's thread, when a job begins, ends or goes on to another file.
+  RestoreJobs(Store& store, BackupEngine& engine, DataFolder folder, std::function<void()> changed);
+  ~RestoreJobs();
+  RestoreJobs(const RestoreJobs&) = delete;
+  RestoreJobs& operator=(const RestoreJobs&) = delete;
+
+  void start();
+  /// Ends the job at hand, which goes on after the next start.
+  void stop();
+
+  /// The number of a new job; 0 when it is refused, with a sentence that says why.
+  std::uint32_t add(const RestoreRequest& request, std::string* refusal);
+  RestoreReport report(std::uint32_t job) const;
+  /// 0 when none runs.
+  std::uint32_t current() const;
+  /// The path that is being restored; empty when none.
+  std::string currentFile() const;
+  /// Who asked for a job; absent for an unknown one.
+  std::optional<uid_t> userOf(std::uint32_t job) const;
+  void cancel(std::uint32_t job);
+  void cancelAll();
+
+ private:
+  class Implementation;
+  const std::unique_ptr<Implementation> implementation_;
+};
+
+}  // namespace keldane

@@ -1,0 +1,81 @@
+// What belongs into the backup, and why.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "daemon/store/Store.h"
+#include "platform/threads/Mutex.h"
+
+namespace keldane {
+
+/// What a client sets for a file type.
+inline constexpr std::uint32_t kTypeBackup = 6;
+inline constexpr std::uint32_t kTypeExclude = 7;
+
+/// The answer for one path.
+struct Decision {
+  bool barred = false;          ///< the policy keeps it out; no rule can bring it in
+  bool selected = false;        ///< it belongs into the backup
+  std::optional<bool> ownRule;  ///< the rule on the path itself
+  bool rulesBelow = false;      ///< rules on something below it
+  std::uint32_t typeToggle = 0;
+};
+
+/// The rules, in memory and in the store. A path's own rule decides; then, for a file, the rule for its type;
+/// then the rule of the nearest folder above. Without any a path is not in the backup. Paths outside the root
+/// and those on the policy list are barred. Any thread.
+class RuleBook {
+ public:
+  static constexpr std::size_t kMostRules = 250'000;
+
+  /// `policy` lists what is barred, each with all that is below.
+  RuleBook(Store& store, std::string root, std::vector<std::string> policy,
+           std::size_t mostRules = kMostRules);
+
+  Decision decide(const std::string& path, bool isDirectory) const;
+
+  /// False when there are as many rules as can be kept.
+  bool setRule(const std::string& path, bool included);
+  void removeRule(const std::string& path);
+  void setType(const std::string& type, std::uint32_t toggle);
+  std::uint32_t type(const std::string& type) const;
+
+  /// The paths where files that belong into the backup are to be looked for.
+  std::vector<std::string> places() const;
+  /// Paths with a rule that excludes them, at or below a path.
+  std::vector<std::string> excludedAt(const std::string& path) const;
+  /// Paths with a rule of their own below a path.
+  std::vector<std::string> rulesBelow(const std::string& path) const;
+  const std::vector<std::string>& policy() const { return policy_; }
+  const std::string& root() const { return root_; }
+
+ private:
+  bool isBarred(const std::string& path) const;
+  std::map<std::string, bool>::const_iterator firstBelow(const std::string& path) const
+      KELDANE_REQUIRES(mutex_);
+
+  Store& store_;
+  const std::string root_;
+  const std::vector<std::string> policy_;
+  const std::size_t mostRules_;
+  mutable Mutex mutex_{{.name = "RuleBook.mutex"}};
+  std::map<std::string, bool> rules_ KELDANE_GUARDED_BY(mutex_);
+  std::map<std::string, std::uint32_t> types_ KELDANE_GUARDED_BY(mutex_);
+};
+
+/// Whether `path` is `folder` or lies below it.
+bool isAtOrBelow(std::string_view path, std::string_view folder);
+
+/// An absolute path without "." and "..", resolved as text and not through links; absent for anything else
+/// that a client may send, a path longer than the system knows included.
+std::optional<std::string> normalizedPath(std::string_view path);
+
+/// ".txt" for "/a/b.txt", "." for a name without an extension: the name under which a type's rule is kept.
+std::string fileType(const std::string& path);
+
+}  // namespace keldane

@@ -1,0 +1,293 @@
+#include "daemon/server/DaemonServer.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+
+#include "daemon/backup/FileFacts.h"
+#include "daemon/server/FolderSafety.h"
+#include "platform/syslog/SystemLog.h"
+
+namespace keldane {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t kLongestSocketPath = 103;
+
+// Descriptors that are kept for everything but connections; of few, half.
+constexpr std::size_t kOtherDescriptors = 64;
+
+constexpr auto kNotificationInterval = std::chrono::seconds(1);
+
+constexpr MethodSignature kClientMethods[] = {{"stateChanged:", 'v', "@"}};
+
+std::string errorText(int error) { return std::generic_category().message(error); }
+
+ServerLimits withinDescriptors(ServerLimits limits) {
+  rlimit descriptors{};
+  if (getrlimit(RLIMIT_NOFILE, &descriptors) == 0 && descriptors.rlim_cur != RLIM_INFINITY) {
+    const std::size_t most =
+        descriptors.rlim_cur - std::min<std::size_t>(descriptors.rlim_cur / 2, kOtherDescriptors);
+    limits.connections = std::min(limits.connections, most);
+  }
+  return limits;
+}
+
+// Whether nobody listens at the socket any more. One whose queue is full is alive.
+bool isStale(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+  const Descriptor caller(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  return ::connect(caller.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 &&
+         (errno == ECONNREFUSED || errno == ENOENT);
+}
+
+}  // namespace
+
+constinit const Protocol KeldaneClientProtocol = {"KeldaneClientProtocol", kClientMethods};
+
+DaemonServer::~DaemonServer() { stop(); }
+
+DaemonServer::DaemonServer(std::shared_ptr<Daemon> daemon, std::string socket, bool allowSharedFolder,
+                           const ServerLimits& limits)
+    : daemon_(std::move(daemon)),
+      path_(std::move(socket)),
+      allowSharedFolder_(allowSharedFolder),
+      limits_(withinDescriptors(limits)),
+      turns_(std::make_shared<WalkTurns>(limits.walks, limits.walksOfUser)),
+      requests_(std::make_shared<ByteBudget>(limits.requestBytes)),
+      answers_(std::make_shared<ByteBudget>(limits.answerBytes)) {}
+
+bool DaemonServer::claimPath(std::string* error) {
+  if (path_.empty() || path_.size() > kLongestSocketPath) {
+    *error = "The socket path " + path_ + " is empty or longer than " + std::to_string(kLongestSocketPath) +
+             " bytes.";
+    return false;
+  }
+  std::error_code ignored;
+  const fs::path folder = fs::path(path_).parent_path();
+  if (!folder.empty() && !fs::exists(folder, ignored)) {
+    fs::create_directories(folder, ignored);
+    // Every user's clients connect here, however narrow this process's own mask is.
+    fs::permissions(folder, fs::perms(0755), ignored);
+  }
+  const std::optional<std::string> shared = whoElseCanWriteTo(folder.empty() ? "." : folder.string());
+  if (shared && !allowSharedFolder_) {
+    *error = *shared + " The socket " + path_ + " is not safe there (--allow-shared-folder).";
+    return false;
+  }
+  if (!lockPath(error)) {
+    return false;
+  }
+  const std::optional<struct stat> status = statusOf(path_);
+  if (status && !S_ISSOCK(status->st_mode)) {
+    *error = path_ + " is in the way: it is no socket.";
+    return false;
+  }
+  if (status && !isStale(path_)) {
+    *error = "Another program already serves " + path_ + ".";
+    return false;
+  }
+  return true;
+}
+
+// Never removed, so that two daemons cannot hold two locks of one name.
+bool DaemonServer::lockPath(std::string* error) {
+  const std::string path = path_ + ".lock";
+  lock_ = Descriptor(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));
+  struct stat status {};
+  if (!lock_ || fstat(lock_.get(), &status) != 0) {
+    *error = "The lock " + path + " cannot be made: " + errorText(errno) + ".";
+    return false;
+  }
+  if (!S_ISREG(status.st_mode) || status.st_uid != geteuid()) {
+    *error = "The lock " + path + " is another user's.";
+    return false;
+  }
+  if (flock(lock_.get(), LOCK_EX | LOCK_NB) != 0) {
+    *error = "Another keldaned already serves " + path_ + ".";
+    return false;
+  }
+  return true;
+}
+
+bool DaemonServer::start(std::string* error) {
+  if (!claimPath(error)) {
+    return false;
+  }
+  listener_ = KeldaneSocket::create();
+  listener_->setSocketDelegate(shared_from_this());
+  errno = 0;
+  if (!listener_->listenAtPath(path_)) {
+    *error = "The socket " + path_ + " cannot be made: " + errorText(errno) + ".";
+    return false;
+  }
+  notifier_ = std::thread([this] { notify(); });
+  return true;
+}
+
+void DaemonServer::stop() {
+  if (!listener_) {
+    return;
+  }
+  decltype(peers_) peers;
+  {
+    const std::lock_guard guard(mutex_);
+    stopping_ = true;
+    peers.swap(peers_);
+  }
+  changed_.notify_all();
+  turns_->end();
+  listener_->close();
+  for (auto& [key, peer] : peers) {
+    peer.second.proxy->close();
+    peer.first->close();
+  }
+  if (notifier_.joinable()) {
+    notifier_.join();
+  }
+  ::unlink(path_.c_str());  // a listener that nobody ever called leaves its file
+  listener_.reset();
+}
+
+bool DaemonServer::socketAccepted(const std::shared_ptr<KeldaneSocket>& child) {
+  const std::optional<PeerCredentials> credentials = child->peerCredentials();
+  accepted_ = credentials ? shareFor(credentials->uid) : nullptr;
+  if (!accepted_) {
+    return false;
+  }
+  child->setLimits({limits_.longestRequest, limits_.requestTime, limits_.stallTime, limits_.answerTime,
+                    accepted_->requests, accepted_->answers});
+  return true;
+}
+
+void DaemonServer::socketCreated(const std::shared_ptr<KeldaneSocket>& child) {
+  const std::shared_ptr<UserShare> share = std::move(accepted_);
+  const std::optional<PeerCredentials> credentials = child->peerCredentials();
+  if (!credentials) {
+    child->close();
+    return;
+  }
+  const KeldaneSocket* key = child.get();
+  PeerLink link;
+  link.share = share;
+  link.service =
+      std::make_shared<DaemonService>(daemon_, Sight(peerOf(credentials->uid, credentials->gid)), share,
+                                      [weak = weak_from_this(), key](bool on) {
+                                        if (const std::shared_ptr<DaemonServer> self = weak.lock()) {
+                                          self->subscribe(key, on);
+                                        }
+                                      });
+  link.proxy = KeldaneProxy::create();
+  link.proxy->setProtocol(&KeldaneClientProtocol);
+  link.proxy->setDelegate(link.service);
+  const std::shared_ptr<KeldaneProxy> proxy = link.proxy;
+  {
+    const std::lock_guard guard(mutex_);
+    if (stopping_) {
+      return;
+    }
+    peers_.insert_or_assign(key, std::pair(child, std::move(link)));
+  }
+  child->setSocketDelegate(shared_from_this());
+  proxy->setSocket(child);  // from here on the peer's messages are heard
+}
+
+// Called by the accept thread alone, so that what is counted here is what is inserted above.
+std::shared_ptr<UserShare> DaemonServer::shareFor(uid_t user) {
+  const std::lock_guard guard(mutex_);
+  std::shared_ptr<UserShare> share = shares_[user].lock();
+  const auto ofUser = std::count_if(peers_.begin(), peers_.end(),
+                                    [&](const auto& peer) { return peer.second.second.share == share; });
+  if (peers_.size() >= limits_.connections || static_cast<std::size_t>(ofUser) >= limits_.connectionsOfUser) {
+    return nullptr;
+  }
+  if (!share) {
+    std::erase_if(shares_, [](const auto& entry) { return entry.second.expired(); });
+    share = std::make_shared<UserShare>(turns_, limits_.requestBytesOfUser, requests_,
+                                        limits_.answerBytesOfUser, answers_);
+    shares_[user] = share;
+  }
+  return share;
+}
+
+void DaemonServer::socketFailed(const std::shared_ptr<KeldaneSocket>& child) {
+  std::pair<std::shared_ptr<KeldaneSocket>, PeerLink> gone;
+  {
+    const std::lock_guard guard(mutex_);
+    const auto found = peers_.find(child.get());
+    if (found == peers_.end()) {
+      return;
+    }
+    gone = std::move(found->second);
+    peers_.erase(found);
+  }
+  gone.second.proxy->close();
+  child->close();
+}
+
+void DaemonServer::subscribe(const KeldaneSocket* peer, bool on) {
+  const std::lock_guard guard(mutex_);
+  const auto found = peers_.find(peer);
+  if (found != peers_.end()) {
+    found->second.second.wantsState = on;
+    found->second.second.told = {};
+  }
+}
+
+void DaemonServer::notify() {
+  for (;;) {
+    {
+      std::unique_lock guard(mutex_);
+      changed_.wait_for(guard, kNotificationInterval, [this] { return stopping_; });
+      if (stopping_) {
+        return;
+      }
+    }
+    try {
+      tellState();
+    } catch (const std::exception& error) {
+      systemLog("The state cannot be announced: %s", error.what());
+    }
+  }
+}
+
+// A peer that is busy, or reads nothing, is told another time; the others need not wait for it.
+void DaemonServer::tellState() {
+  std::map<const KeldaneSocket*, PeerLink> toTell;
+  {
+    const std::lock_guard guard(mutex_);
+    for (const auto& [key, peer] : peers_) {
+      if (peer.second.wantsState) {
+        toTell.emplace(key, peer.second);
+      }
+    }
+  }
+  std::map<uid_t, PropertyList> states;
+  for (const auto& [key, link] : toTell) {
+    PropertyList& state = states[link.service->sight().peer().uid];
+    if (!state) {
+      state = daemon_->state(link.service->sight());
+    }
+    if (state != link.told && link.proxy->callWithoutWaiting("stateChanged:", {RawValue::of<'@'>(state)})) {
+      const std::lock_guard guard(mutex_);
+      const auto peer = peers_.find(key);
+      if (peer != peers_.end() && peer->second.second.proxy == link.proxy) {
+        peer->second.second.told = state;
+      }
+    }
+  }
+}
+
+}  // namespace keldane

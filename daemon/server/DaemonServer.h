@@ -1,0 +1,82 @@
+// The socket on which the daemon serves its clients.
+#pragma once
+
+#include <condition_variable>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Common/KeldProxy.h"
+#include "Common/KeldSocket.h"
+#include "daemon/Daemon.h"
+#include "daemon/server/DaemonService.h"
+#include "daemon/server/ServerLimits.h"
+#include "platform/files/Descriptor.h"
+
+namespace keldane {
+
+/// What the daemon calls at clients that asked to be told: one-way, with the state dictionary.
+extern const Protocol KeldaneClientProtocol;
+
+/// Listens, and keeps one proxy for each accepted peer, which performs that peer's requests on its own
+/// receive thread, one at a time. One more thread tells those peers that want it about a changed state, at
+/// most once a second, and waits for none of them. A connection beyond the limits is closed at once. The
+/// mutex guards the peers and is a leaf: nothing is called while it is held.
+class DaemonServer final : public KeldSocketDelegate, public std::enable_shared_from_this<DaemonServer> {
+ public:
+  DaemonServer(std::shared_ptr<Daemon> daemon, std::string socket, bool allowSharedFolder = false,
+               const ServerLimits& limits = {});
+  ~DaemonServer() override;
+  DaemonServer(const DaemonServer&) = delete;
+  DaemonServer& operator=(const DaemonServer&) = delete;
+
+  /// Begins to serve. False and a sentence when the path cannot be had: somebody answers there, something
+  /// other than a socket is there, it is too long for an address, others can write to its folder. A socket
+  /// that a dead daemon left is replaced.
+  bool start(std::string* error);
+  /// Closes every connection and removes the socket. Before the daemon goes.
+  void stop();
+
+  bool socketAccepted(const std::shared_ptr<KeldaneSocket>& child) override;
+  void socketCreated(const std::shared_ptr<KeldaneSocket>& child) override;
+  void socketFailed(const std::shared_ptr<KeldaneSocket>& child) override;
+
+ private:
+  struct PeerLink {
+    std::shared_ptr<KeldaneProxy> proxy;
+    std::shared_ptr<DaemonService> service;
+    std::shared_ptr<UserShare> share;
+    bool wantsState = false;
+    PropertyList told;  // the state that it knows
+  };
+
+  bool claimPath(std::string* error);
+  bool lockPath(std::string* error);
+  /// Null when there are too many connections.
+  std::shared_ptr<UserShare> shareFor(uid_t user);
+  void subscribe(const KeldaneSocket* peer, bool on);
+  void notify();
+  void tellState();
+
+  const std::shared_ptr<Daemon> daemon_;
+  const std::string path_;
+  const bool allowSharedFolder_;
+  const ServerLimits limits_;
+  const std::shared_ptr<WalkTurns> turns_;
+  const std::shared_ptr<ByteBudget> requests_, answers_;
+  std::shared_ptr<UserShare> accepted_;  // of the accept thread: the share of the peer that comes
+  Descriptor lock_;                      // held while this server has the path
+  std::shared_ptr<KeldaneSocket> listener_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  // Guarded by mutex_:
+  std::map<const KeldaneSocket*, std::pair<std::shared_ptr<KeldaneSocket>, PeerLink>> peers_;
+  std::map<uid_t, std::weak_ptr<UserShare>> shares_;
+  bool stopping_ = false;
+  std::thread notifier_;
+};
+
+}  // namespace keldane

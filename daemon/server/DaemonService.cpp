@@ -1,0 +1,253 @@
+#include "daemon/server/DaemonService.h"
+
+#include <pwd.h>
+
+#include <cerrno>
+#include <charconv>
+
+#include "daemon/backup/FileFacts.h"
+#include "platform/syslog/SystemLog.h"
+
+namespace keldane {
+
+namespace {
+
+// A profile and the type rules are small; a client that writes without end is not humoured.
+constexpr std::size_t kLongestText = 4096;
+
+// Of one request.
+constexpr std::size_t kMostPaths = 100'000;
+
+bool isShortText(const PropertyList& text) {
+  return text.isString() && !text.string().empty() && text.string().size() <= kLongestText;
+}
+
+std::string textOf(const PropertyList& text) { return std::string(text.string()); }
+
+}  // namespace
+
+const MethodSignature* DaemonService::methodSignatureForSelector(std::string_view selector) const {
+  return KeldaneDaemonProtocol.find(selector);
+}
+
+void DaemonService::invoke(Invocation& invocation) {
+  if (daemon_->verbose()) {
+    PropertyList::Array arguments;
+    for (const RawValue& argument : invocation.arguments) {
+      arguments.push_back(argument.encoded());
+    }
+    systemLog("uid %u: %@ %@", sight_.peer().uid, invocation.signature.selector,
+              PropertyList::array(std::move(arguments)));
+  }
+  try {
+    performDaemonCall(*this, invocation);
+  } catch (const SQLite::Exception& error) {
+    systemLog("The store cannot be used for %@: %s", invocation.signature.selector, error.what());
+  }
+}
+
+std::optional<std::string> DaemonService::pathFrom(const PropertyList& value) {
+  return value.isString() ? normalizedPath(value.string()) : std::nullopt;
+}
+
+// A longer one is not carried out in part.
+bool DaemonService::isShortList(const PropertyList& paths) const {
+  if (paths.count() > kMostPaths) {
+    systemLog("uid %u sent a list of %llu paths", sight_.peer().uid, std::uint64_t{paths.count()});
+    return false;
+  }
+  return true;
+}
+
+bool DaemonService::mayChangeSettings(const char* what) const {
+  if (!sight_.isPrivileged()) {
+    systemLog("uid %u may not change %s", sight_.peer().uid, what);
+  }
+  return sight_.isPrivileged();
+}
+
+void DaemonService::setNumber(const char* key, std::uint32_t value) {
+  if (mayChangeSettings(key)) {
+    daemon_->setSetting(key, value);
+  }
+}
+
+void DaemonService::setPausedMinutes(std::uint32_t minutes) {
+  if (mayChangeSettings("the pause")) {
+    daemon_->pauseFor(minutes);
+  }
+}
+
+PropertyList DaemonService::profileText(const char* key) {
+  return daemon_->store().value(Store::Table::profile, key).value_or("");
+}
+
+PropertyList DaemonService::dictionaryForPath(const PropertyList& path, signed char withDirSizes) {
+  const std::optional<std::string> asked = pathFrom(path);
+  if (!asked || withDirSizes == 0) {
+    return asked ? daemon_->nodes().node(sight_, *asked, false) : PropertyList();
+  }
+  const WalkTurns::Turn mine = turn();
+  return mine ? daemon_->nodes().node(sight_, *asked, true) : PropertyList();
+}
+
+PropertyList DaemonService::childrenDictionariesForPath(const PropertyList& path) {
+  const std::optional<std::string> asked = pathFrom(path);
+  if (!asked) {
+    return {};
+  }
+  const WalkTurns::Turn mine = turn();
+  return mine ? daemon_->nodes().children(sight_, *asked) : PropertyList();
+}
+
+std::uint32_t DaemonService::changeRule(const PropertyList& path, std::optional<bool> included) {
+  const std::optional<std::string> asked = pathFrom(path);
+  const std::optional<Sight::Item> item = asked ? sight_.look(*asked) : std::nullopt;
+  if (!item || !sight_.mayChange(*item)) {
+    if (asked) {
+      systemLog("uid %u may not change the rule of %@", sight_.peer().uid, *asked);
+    }
+    return path.isString() ? EACCES : EINVAL;
+  }
+  if (daemon_->rules().decide(*asked, item->status && S_ISDIR(item->status->st_mode)).barred) {
+    return EPERM;
+  }
+  if (included && !item->status && !sight_.isPrivileged()) {
+    return ENOENT;  // there is no end to what is not there
+  }
+  try {
+    if (!included) {
+      daemon_->rules().removeRule(*asked);
+    } else if (!daemon_->rules().setRule(*asked, *included)) {
+      systemLog("There are too many rules for one on %@", *asked);
+      return ENOSPC;
+    }
+  } catch (const SQLite::Exception& error) {
+    systemLog("The rule of %@ cannot be kept: %s", *asked, error.what());
+    return EIO;
+  }
+  daemon_->worker().reconsider(*asked);
+  return 0;
+}
+
+void DaemonService::addFilesToBackup(const PropertyList& paths) {
+  const WalkTurns::Turn mine = turn();
+  for (std::size_t i = 0; mine && isShortList(paths) && i < paths.count(); ++i) {
+    changeRule(paths[i], true);
+  }
+}
+
+void DaemonService::setPriorityBackup(const PropertyList& path) {
+  const std::optional<std::string> asked = pathFrom(path);
+  const std::optional<Sight::Item> item = asked ? sight_.look(*asked) : std::nullopt;
+  if (item && item->status && S_ISREG(item->status->st_mode) && sight_.mayChange(*item) &&
+      daemon_->rules().decide(*asked, false).selected) {
+    daemon_->worker().prioritize(*asked);
+  }
+}
+
+PropertyList DaemonService::policyExcludeList() {
+  const std::vector<std::string>& policy = daemon_->rules().policy();
+  return PropertyList::array({policy.begin(), policy.end()});
+}
+
+PropertyList DaemonService::excludedFiles(const PropertyList& path) {
+  const std::optional<std::string> asked = pathFrom(path);
+  if (!asked || !sight_.sees(*asked)) {
+    return {};
+  }
+  const WalkTurns::Turn mine = turn();
+  PropertyList::Array excluded;
+  for (const std::string& rulePath :
+       mine ? daemon_->rules().excludedAt(*asked) : std::vector<std::string>()) {
+    if (sight_.sees(rulePath)) {
+      excluded.emplace_back(rulePath);
+    }
+  }
+  return PropertyList::array(std::move(excluded));
+}
+
+void DaemonService::setFileTypeToggle(const PropertyList& type, std::uint32_t toggle) {
+  if (isShortText(type) && (toggle == kTypeBackup || toggle == kTypeExclude) &&
+      mayChangeSettings("a file type's rule")) {
+    daemon_->rules().setType(textOf(type), toggle);
+    daemon_->worker().reconsider(daemon_->rules().root());
+  }
+}
+
+std::uint32_t DaemonService::getFileTypeToggle(const PropertyList& type) {
+  return daemon_->rules().type(textOf(type));
+}
+
+// Contents are not stored, so nothing can be restored; 0 is no job.
+std::uint32_t DaemonService::restoreFile(const PropertyList& path, const PropertyList& /*toPath*/,
+                                         std::uint32_t /*version*/, std::uint32_t /*priority*/) {
+  systemLog("%@ cannot be restored: this store keeps no contents", path);
+  return 0;
+}
+
+std::uint32_t DaemonService::getRestoreJobStatus(std::uint32_t /*job*/) { return ENOENT; }
+
+signed char DaemonService::restoreWithChoices(const PropertyList& /*choices*/) { return 0; }
+
+PropertyList DaemonService::stringForState(std::uint32_t index) {
+  const PropertyList value = stateValue(index);
+  return value ? PropertyList(value.description()) : PropertyList();
+}
+
+PropertyList DaemonService::backupColorsForFiles(const PropertyList& paths) {
+  const WalkTurns::Turn mine = turn();
+  if (!mine || !isShortList(paths)) {
+    return {};
+  }
+  PropertyList::Array colors;
+  for (std::size_t i = 0; i < paths.count(); ++i) {
+    const std::optional<std::string> asked = pathFrom(paths[i]);
+    colors.emplace_back(asked ? daemon_->nodes().color(sight_, *asked) : 0);
+  }
+  return PropertyList::array(std::move(colors));
+}
+
+PropertyList DaemonService::stringValueForProfileKey(const PropertyList& key) {
+  const std::optional<std::string> value = daemon_->store().value(Store::Table::profile, textOf(key));
+  return value ? PropertyList(*value) : PropertyList();
+}
+
+void DaemonService::setValueForProfileKey(const PropertyList& key, const PropertyList& withString) {
+  if (isShortText(key) && withString.isString() && withString.string().size() <= kLongestText &&
+      mayChangeSettings("the profile")) {
+    daemon_->store().setValue(Store::Table::profile, textOf(key), textOf(withString));
+  }
+}
+
+PropertyList DaemonService::computerNumber() {
+  std::int64_t number = 0;
+  const std::string text = daemon_->store().value(Store::Table::profile, "ComputerNumber").value_or("0");
+  std::from_chars(text.data(), text.data() + text.size(), number);
+  return number;
+}
+
+PropertyList DaemonService::backedupStateString() {
+  const PropertyList value = state();
+  return stringWithFormat("%@ files, %@ bytes backed up", value["backedUpFileCount"],
+                          value["backedupFileSize"]);
+}
+
+PropertyList DaemonService::mappedUserAsString(const PropertyList& user) {
+  passwd entry{};
+  passwd* found = nullptr;
+  char buffer[16384];
+  if (user.isNumber() && getpwuid_r(user.unsignedIntValue(), &entry, buffer, sizeof(buffer), &found) == 0 &&
+      found != nullptr) {
+    return found->pw_name;
+  }
+  return user.isString() ? user : PropertyList();
+}
+
+void DaemonService::terminate() {
+  if (mayChangeSettings("whether the daemon runs")) {
+    daemon_->terminate();
+  }
+}
+
+}  // namespace keldane

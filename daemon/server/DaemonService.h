@@ -1,0 +1,114 @@
+// The daemon's end of the remote interface, for one peer.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "Common/DaemonProtocol.h"
+#include "daemon/Daemon.h"
+#include "daemon/server/Permissions.h"
+#include "daemon/server/ServerLimits.h"
+
+namespace keldane {
+
+/// Answers every method of the table on behalf of one peer, whose rights decide what it learns and changes.
+/// What walks through folders or lists waits for a turn of its user's share. What a client sends is checked
+/// here: a value of the wrong kind, a path that is not absolute, and what the peer may not do are answered
+/// absent, 0 or not at all. Called on the peer's receive thread.
+class DaemonService final : public InvocationTarget {
+ public:
+  /// Switches on or off that the peer is told of each change of the state.
+  using Subscribe = std::function<void(bool on)>;
+
+  DaemonService(std::shared_ptr<Daemon> daemon, Sight sight, std::shared_ptr<UserShare> share,
+                Subscribe subscribe)
+      : daemon_(std::move(daemon)),
+        sight_(std::move(sight)),
+        share_(std::move(share)),
+        subscribe_(std::move(subscribe)) {}
+
+  const Sight& sight() const { return sight_; }
+
+  const MethodSignature* methodSignatureForSelector(std::string_view selector) const override;
+  void invoke(Invocation& invocation) override;
+
+  // The operations of the table, named by their selectors' first labels.
+  void setEnabled(signed char on) { setMode("enabled", on); }
+  std::uint32_t pausedMinutes() { return daemon_->pausedMinutes(); }
+  void setPausedMinutes(std::uint32_t minutes);
+  void setIncludeRequired(signed char on) { setMode("includeRequired", on); }
+  signed char recoverMode() { return mode("recoverMode"); }
+  void setRecoverMode(signed char on) { setMode("recoverMode", on); }
+  signed char lowerPriorityMode() { return mode("lowerPriorityMode"); }
+  void setLowerPriorityMode(signed char on) { setMode("lowerPriorityMode", on); }
+  signed char delayShutdown() { return mode("delayShutdown"); }
+  void setDelayShutdown(signed char on) { setMode("delayShutdown", on); }
+  signed char automaticMode() { return mode("automaticMode"); }
+  void setAutomaticMode(signed char on) { setMode("automaticMode", on); }
+  PropertyList serverURL() { return profileText("ServerURL"); }
+  PropertyList daemonState() { return state(); }
+  std::uint32_t serviceState() { return state()["serviceState"].unsignedIntValue(); }
+  void setServiceState(std::uint32_t state) { setNumber("serviceState", state); }
+  PropertyList dictionaryForPath(const PropertyList& path) { return dictionaryForPath(path, 0); }
+  PropertyList dictionaryForPath(const PropertyList& path, signed char withDirSizes);
+  PropertyList childrenDictionariesForPath(const PropertyList& path);
+  std::uint32_t excludeFileFromBackup(const PropertyList& path) { return changeRule(path, false); }
+  std::uint32_t unexcludeFileFromBackup(const PropertyList& path) { return changeRule(path, std::nullopt); }
+  PropertyList policyExcludeList();
+  PropertyList excludedFiles(const PropertyList& path);
+  void setFileTypeToggle(const PropertyList& type, std::uint32_t toggle);
+  std::uint32_t getFileTypeToggle(const PropertyList& type);
+  void addFileToBackup(const PropertyList& path) { changeRule(path, true); }
+  void addFilesToBackup(const PropertyList& paths);
+  void removeFileFromBackup(const PropertyList& path) { changeRule(path, false); }
+  void setPriorityBackup(const PropertyList& path);
+  void setBackupControl(std::uint32_t flags) { setNumber("backupControl", flags); }
+  std::uint32_t restoreFile(const PropertyList& path, const PropertyList& toPath, std::uint32_t version,
+                            std::uint32_t priority);
+  std::uint32_t getCurrentRestoreJob() { return 0; }
+  std::uint32_t getRestoreJobStatus(std::uint32_t job);
+  void cancelAllRestoreJobs() {}
+  void setAccountOverQuotaTestingFlag(signed char on) { setMode("overQuotaTest", on); }
+  void clearAccountOverQuotaTestingFlag() { setMode("overQuotaTest", 0); }
+  void setAlertHandler() {}  // this daemon has no alerts to give
+  void endAlertHandler() {}
+  void setStateHandler() { subscribe_(true); }
+  void endStateHandler() { subscribe_(false); }
+  std::int64_t longForState(std::uint32_t index) { return stateValue(index).longLongValue(); }
+  std::uint64_t longlongForState(std::uint32_t index) { return stateValue(index).unsignedLongLongValue(); }
+  PropertyList stringForState(std::uint32_t index);
+  PropertyList backupColorsForFiles(const PropertyList& paths);
+  PropertyList stringValueForProfileKey(const PropertyList& key);
+  void setValueForProfileKey(const PropertyList& key, const PropertyList& withString);
+  PropertyList userEmail() { return profileText("UserEmail"); }
+  PropertyList computerNumber();
+  PropertyList marketingMessage() { return profileText("MarketingMessage"); }
+  PropertyList liveStateString() { return state()["statusString"]; }
+  PropertyList backedupStateString();
+  PropertyList mappedUserAsString(const PropertyList& user);
+  signed char restoreWithChoices(const PropertyList& choices);
+  void showRestoreWizard() {}
+  void terminate();
+
+ private:
+  static std::optional<std::string> pathFrom(const PropertyList& value);
+  bool isShortList(const PropertyList& paths) const;
+  WalkTurns::Turn turn() { return {*share_->turns, share_->line}; }
+  PropertyList state() { return daemon_->state(sight_); }
+  bool mayChangeSettings(const char* what) const;
+  std::uint32_t changeRule(const PropertyList& path, std::optional<bool> included);
+  signed char mode(const char* key) { return daemon_->setting(key) != 0 ? 1 : 0; }
+  void setMode(const char* key, signed char on) { setNumber(key, on != 0 ? 1 : 0); }
+  void setNumber(const char* key, std::uint32_t value);
+  PropertyList profileText(const char* key);
+  PropertyList stateValue(std::uint32_t index) { return state().entry(index).second; }
+
+  const std::shared_ptr<Daemon> daemon_;  // a request that is being performed may outlive the server
+  const Sight sight_;
+  const std::shared_ptr<UserShare> share_;
+  const Subscribe subscribe_;
+};
+
+}  // namespace keldane

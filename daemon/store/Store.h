@@ -1,0 +1,198 @@
+// What the daemon knows, in an SQLite file: rules, settings, jobs, and the catalogue of what is stored.
+#pragma once
+
+#include <SQLiteCpp/SQLiteCpp.h>
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/threads/Mutex.h"
+
+namespace keldane {
+
+/// How a file looked when it was stored. Times are nanoseconds since the UNIX epoch.
+struct FileState {
+  std::uint64_t size = 0;      ///< bytes
+  std::int64_t modified = 0;   ///< of the contents
+  std::int64_t statusChanged = 0;  ///< of anything: contents, mode, owner, name
+  bool operator==(const FileState&) const = default;
+};
+
+/// The newest stored version of a file.
+struct BackupRecord : FileState {
+  double date = 0;            ///< of the backup, seconds since the UNIX epoch
+  std::uint32_t version = 0;  ///< the number of the backup that stored it
+  bool damaged = false;       ///< a check found that its stored bytes are not whole
+  bool removed = false;       ///< it was deleted on the disk
+};
+
+/// One stored version of a file.
+struct VersionRecord : FileState {
+  std::uint32_t version = 0;
+  double date = 0;
+  std::string snapshot;  ///< one that has it
+  std::string prefix;    ///< what stands before the file's path there; empty but for gathered versions
+  bool damaged = false;
+};
+
+/// A snapshot of this computer. Its number is the number of the versions that it was first to store.
+struct SnapshotRecord {
+  std::uint32_t number = 0;
+  std::string id;
+  double time = 0;    ///< seconds since the UNIX epoch
+  bool full = false;  ///< it holds everything that was selected at that time
+  std::string prefix;
+};
+
+/// A file that a batch has stored.
+struct StoredFile {
+  std::string path;
+  FileState state;
+};
+
+/// A file that could not be stored, and why.
+struct FailureRecord {
+  std::string path;
+  std::string reason;
+  double since = 0;  ///< seconds since the UNIX epoch
+};
+
+/// Rules, settings and catalogue. Every change is on its way to the file when an operation returns: the
+/// write-ahead log keeps it through the death of this process. The catalogue can be made anew from the
+/// repository; rules and settings are also in each snapshot's manifest. Throws SQLite::Exception when the file
+/// cannot be used. Any thread; one mutex guards the connection, and no operation holds it for more than some
+/// hundred rows at a time.
+class Store {
+ public:
+  /// Opens or makes the file, readable to its owner alone. A symbolic link, and a file of another user, is
+  /// not used. A file of an older format keeps its rules, types, settings and profile; its records knew of
+  /// nothing that was stored and go.
+  explicit Store(const std::string& file);
+
+  // --- Rules and settings ---
+
+  /// Whether a path is included, by path.
+  std::map<std::string, bool> rules();
+  void setRule(const std::string& path, bool included);
+  void removeRule(const std::string& path);
+
+  /// The toggle of a file type, by type.
+  std::map<std::string, std::uint32_t> types();
+  void setType(const std::string& type, std::uint32_t toggle);
+
+  /// When a path was given priority, as a growing number, by path.
+  std::map<std::string, std::int64_t> priorities();
+  void addPriority(const std::string& path);
+  void removePriority(const std::string& path);
+
+  /// Settings of the daemon itself and profile values of its clients are kept apart by `table`.
+  enum class Table { settings, profile };
+  std::optional<std::string> value(Table table, const std::string& key);
+  void setValue(Table table, const std::string& key, const std::string& value);
+  std::map<std::string, std::string> values(Table table);
+
+  // --- What is stored ---
+
+  /// The newest version of a file; absent when none is stored.
+  std::optional<BackupRecord> record(const std::string& path);
+  /// The records of a folder's direct children, by path.
+  std::map<std::string, BackupRecord> recordsIn(const std::string& folder);
+  /// The names of the folders directly in a folder that have records somewhere below them, by path.
+  std::vector<std::string> foldersWithRecordsIn(const std::string& folder);
+  /// Called with each record at or below a path, in the order of the paths; false ends it.
+  using VisitRecord = std::function<bool(const std::string& path, const BackupRecord& record)>;
+  void visitRecords(const std::string& path, const VisitRecord& visit);
+
+  /// The versions of a file, newest first, those that `most` leaves out excepted.
+  std::vector<VersionRecord> versions(const std::string& path, std::size_t most = 100);
+  /// The files at or below a path as they were at a backup: of each the newest version whose number is at most
+  /// `number` (0: the newest of all) and whose date is at most `before` (0: no bound). A file that was removed
+  /// before that is left out, unless `number` is 0 and `before` is 0.
+  std::vector<std::pair<std::string, VersionRecord>> versionsBelow(const std::string& path,
+                                                                   std::uint32_t number, double before);
+
+  struct Totals {
+    std::uint64_t files = 0, bytes = 0;  ///< of the newest versions of what is still there
+  };
+  Totals totals();
+
+  /// The highest number that a backup ever had; 0 before the first.
+  std::uint32_t highestNumber();
+  /// Takes the next number. It is never given again, whatever becomes of the backup.
+  std::uint32_t takeNumber();
+  void raiseHighestNumber(std::uint32_t number);
+
+  /// Notes a finished snapshot and what it stored: `stored` are new versions with the snapshot's number,
+  /// `confirmed` are paths whose newest version the snapshot holds as well. Clears what failed of them.
+  void addSnapshot(const SnapshotRecord& snapshot, const std::vector<StoredFile>& stored,
+                   const std::vector<std::string>& confirmed);
+  std::vector<SnapshotRecord> snapshots();
+  /// Takes snapshots out, and the versions that no other snapshot holds.
+  void removeSnapshots(const std::vector<std::uint32_t>& numbers);
+  /// The snapshots' whole ids, by number.
+  void setSnapshotIds(const std::map<std::uint32_t, std::string>& ids);
+
+  /// Notes that a file is no longer on the disk, or is there again.
+  void setRemoved(const std::string& path, bool removed, double date);
+
+  /// What retention keeps: which snapshots may be forgotten at a time, in seconds since the UNIX epoch.
+  struct Retention {
+    double keepDeleted = 90 * 86400.0;  ///< seconds for which versions of deleted files are kept
+  };
+  std::vector<SnapshotRecord> forgettable(double now, const Retention& retention);
+
+  /// Versions with a part in a damaged pack stop counting as stored.
+  void setDamaged(const std::string& path, const std::string& snapshot);
+
+  // --- Failures ---
+
+  void setFailure(const std::string& path, const std::string& reason, double date);
+  void clearFailure(const std::string& path);
+  std::optional<std::string> failure(const std::string& path);
+  std::vector<FailureRecord> failures(std::size_t most = 1000);
+  std::uint64_t failureCount();
+
+  // --- Making the catalogue anew ---
+
+  /// Drops the whole catalogue; rules, settings and numbers stay.
+  void clearCatalogue();
+  /// Notes a version as a snapshot's manifest and contents tell it. Snapshots may come in any order.
+  struct RebuiltVersion {
+    std::string path;
+    FileState state;
+    std::uint32_t version = 0;
+    double date = 0;
+  };
+  void addRebuilt(const SnapshotRecord& snapshot, const std::vector<RebuiltVersion>& versions);
+  /// After the last: which files are still on the disk is for the scanner to find out.
+
+  // --- Jobs of restoring ---
+
+  struct RestoreRecord {
+    std::uint32_t number = 0;
+    std::string request;  ///< a binary property list
+    std::uint32_t status = 0;
+    std::string report;   ///< a binary property list
+    std::uint32_t user = 0;
+  };
+  /// Takes the next number and keeps a job.
+  std::uint32_t addRestore(const RestoreRecord& job);
+  void setRestore(const RestoreRecord& job);
+  std::vector<RestoreRecord> restores();
+  void removeRestore(std::uint32_t number);
+
+ private:
+  template <class... Values>
+  void execute(const char* sql, const Values&... values);
+
+  Mutex mutex_{{.name = "Store.mutex"}};
+  SQLite::Database database_ KELDANE_GUARDED_BY(mutex_);
+  // Kept, because to make it takes longer than to ask it, and a menu asks four times a file.
+  std::optional<SQLite::Statement> recordQuery_ KELDANE_GUARDED_BY(mutex_);
+};
+
+}  // namespace keldane

@@ -1,0 +1,124 @@
+#include "daemon/rules/RuleBook.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/support/TemporaryFolder.h"
+
+namespace keldane {
+namespace {
+
+using testing::TemporaryFolder;
+
+class RuleBookTest : public ::testing::Test {
+ protected:
+  bool selected(const std::string& path) const { return rules_.decide(path, false).selected; }
+  TemporaryFolder folder_;
+  Store store_{folder_ / "store.sqlite"};
+  RuleBook rules_{store_, "/home", {"/home/cache"}};
+};
+
+TEST_F(RuleBookTest, NothingIsSelectedUntilARuleSaysSo) {
+  const Decision decision = rules_.decide("/home/a", false);
+  EXPECT_FALSE(decision.selected);
+  EXPECT_FALSE(decision.barred);
+  EXPECT_FALSE(decision.ownRule);
+}
+
+TEST_F(RuleBookTest, TheNearestFolderDecides) {
+  rules_.setRule("/home/a", true);
+  rules_.setRule("/home/a/b", false);
+  rules_.setRule("/home/a/b/c", true);
+  EXPECT_TRUE(selected("/home/a/x"));
+  EXPECT_FALSE(selected("/home/a/b/x"));
+  EXPECT_TRUE(selected("/home/a/b/c/x/y"));
+  EXPECT_FALSE(selected("/home/ab")) << "a name that only begins alike";
+  rules_.removeRule("/home/a/b");
+  EXPECT_TRUE(selected("/home/a/b/x"));
+}
+
+TEST_F(RuleBookTest, APathsOwnRuleComesBeforeItsTypes) {
+  rules_.setRule("/home/a", true);
+  rules_.setType(".tmp", kTypeExclude);
+  EXPECT_FALSE(selected("/home/a/x.tmp"));
+  rules_.setRule("/home/a/x.tmp", true);
+  EXPECT_TRUE(selected("/home/a/x.tmp"));
+  rules_.setType(".doc", kTypeBackup);
+  EXPECT_TRUE(selected("/home/elsewhere/x.doc"));
+  rules_.setRule("/home/elsewhere/x.doc", false);
+  EXPECT_FALSE(selected("/home/elsewhere/x.doc"));
+  EXPECT_FALSE(rules_.decide("/home/elsewhere/folder.doc", true).selected) << "types are for files";
+}
+
+TEST_F(RuleBookTest, ThePolicyCannotBeOverruled) {
+  rules_.setRule("/home/cache/x", true);
+  rules_.setRule("/etc/x", true);
+  for (const char* path : {"/home/cache", "/home/cache/x", "/etc/x", "/", "/homes"}) {
+    EXPECT_TRUE(rules_.decide(path, false).barred) << path;
+    EXPECT_FALSE(selected(path)) << path;
+  }
+}
+
+TEST_F(RuleBookTest, KnowsOfRulesBelow) {
+  rules_.setRule("/home/a/b/c", true);
+  EXPECT_TRUE(rules_.decide("/home/a", true).rulesBelow);
+  EXPECT_TRUE(rules_.decide("/home/a/b", true).rulesBelow);
+  EXPECT_FALSE(rules_.decide("/home/a/b/c", true).rulesBelow);
+  EXPECT_FALSE(rules_.decide("/home/a/b2", true).rulesBelow);
+}
+
+TEST_F(RuleBookTest, ListsWhereToLook) {
+  rules_.setRule("/home/a", true);
+  rules_.setRule("/home/a/b", true);
+  rules_.setRule("/home/c", false);
+  EXPECT_EQ(rules_.places(), std::vector<std::string>{"/home/a"});
+  EXPECT_EQ(rules_.excludedAt("/home"), std::vector<std::string>{"/home/c"});
+  rules_.setType(".txt", kTypeBackup);
+  EXPECT_EQ(rules_.places(), std::vector<std::string>{"/home"}) << "a type may be anywhere";
+}
+
+TEST_F(RuleBookTest, OutlivesTheProcess) {
+  rules_.setRule("/home/a", true);
+  rules_.setType(".txt", kTypeExclude);
+  const RuleBook again(store_, "/home", {});
+  EXPECT_TRUE(again.decide("/home/a/x", false).selected);
+  EXPECT_EQ(again.type(".txt"), kTypeExclude);
+}
+
+TEST(Paths, AreNormalizedAsText) {
+  EXPECT_EQ(normalizedPath("/a/../b/./c//d/"), "/b/c/d");
+  EXPECT_EQ(normalizedPath("/"), "/");
+  EXPECT_EQ(normalizedPath("/.."), "/");
+  for (const std::string& path :
+       {std::string("a"), std::string(), std::string("/a\0b", 4), std::string("/\xFF")}) {
+    EXPECT_EQ(normalizedPath(path), std::nullopt);
+  }
+}
+
+TEST(Paths, KnowWhatLiesBelow) {
+  EXPECT_TRUE(isAtOrBelow("/a/b", "/a"));
+  EXPECT_TRUE(isAtOrBelow("/a", "/a"));
+  EXPECT_TRUE(isAtOrBelow("/a", "/"));
+  EXPECT_FALSE(isAtOrBelow("/ab", "/a"));
+  EXPECT_FALSE(isAtOrBelow("/", "/a"));
+}
+
+TEST(RuleBook, KeepsSoManyRulesAndNoMore) {
+  const testing::TemporaryFolder folder;
+  Store store(folder / "s");
+  RuleBook rules(store, "/", {}, 2);
+  EXPECT_TRUE(rules.setRule("/a", true));
+  EXPECT_TRUE(rules.setRule("/b", true));
+  EXPECT_FALSE(rules.setRule("/c", true));
+  EXPECT_FALSE(store.rules().contains("/c"));
+  EXPECT_TRUE(rules.setRule("/a", false)) << "one that is there can be changed";
+  rules.removeRule("/b");
+  EXPECT_TRUE(rules.setRule("/c", true));
+}
+
+TEST(RuleBook, KnowsNoPathThatIsLongerThanTheSystems) {
+  EXPECT_TRUE(normalizedPath("/" + std::string(4094, 'x')));
+  EXPECT_FALSE(normalizedPath("/" + std::string(4095, 'x')));
+}
+
+}  // namespace
+}  // namespace keldane

@@ -1,0 +1,81 @@
+// A daemon on a socket of its own, and peers for it.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "daemon/server/DaemonServer.h"
+#include "tests/support/Client.h"
+#include "tests/support/DaemonOptions.h"
+#include "tests/support/RawPeer.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tests/support/Wait.h"
+
+namespace keldane::testing {
+
+/// A user whom nobody has made.
+constexpr uid_t kStranger = 4123456;
+
+/// What another user's program sees. The system notes who connects, and on Linux each thread has a user of
+/// its own.
+inline RawConnection connectedAs(uid_t user, const std::string& path) {
+  std::unique_ptr<RawConnection> connection;
+  std::thread([&] {
+    EXPECT_EQ(syscall(SYS_setgroups, 0, nullptr), 0);
+    EXPECT_EQ(syscall(SYS_setresgid, user, user, user), 0);
+    EXPECT_EQ(syscall(SYS_setresuid, user, user, user), 0);
+    connection = std::make_unique<RawConnection>(connectedTo(path));
+  }).join();
+  return std::move(*connection);
+}
+
+class DaemonServerTest : public ::testing::Test {
+ protected:
+  DaemonServerTest() {
+    folder_.write("home/docs/a.txt", "alpha");
+    folder_.write("home/docs/b.txt", "beta");
+    begin();
+  }
+  ~DaemonServerTest() override { end(); }
+  void begin() {
+    daemon_ = std::make_shared<Daemon>(options_, [this] { terminated_ = true; });
+    server_ = std::make_shared<DaemonServer>(daemon_, options_.socket, false, limits_);
+    std::string error;
+    ASSERT_TRUE(server_->start(&error)) << error;
+    client_ = std::make_unique<Client>(options_.socket);
+    ASSERT_TRUE(client_->connected());
+  }
+  void end() {
+    client_.reset();
+    if (server_) {
+      server_->stop();
+      server_.reset();
+    }
+    daemon_.reset();
+  }
+  std::string docs(const std::string& name = {}) const {
+    return folder_ / ("home/docs" + (name.empty() ? "" : "/" + name));
+  }
+  PropertyList node(const std::string& path) { return (*client_)->dictionaryForPath(path, 0); }
+  std::string state(const std::string& path) { return std::string(node(path)["state"].string()); }
+  std::uint32_t simple(const std::string& path) { return node(path)["simpleFlags"].unsignedIntValue(); }
+  bool becomes(const std::string& path, const std::string& text) {
+    return eventually([&] { return state(path) == text; });
+  }
+
+  TemporaryFolder folder_;
+  DaemonOptions options_ = daemonOptionsIn(folder_);
+  ServerLimits limits_;
+  std::atomic<bool> terminated_ = false;
+  std::shared_ptr<Daemon> daemon_;
+  std::shared_ptr<DaemonServer> server_;
+  std::unique_ptr<Client> client_;
+};
+
+}  // namespace keldane::testing
