@@ -29,7 +29,8 @@ constexpr std::size_t kOtherDescriptors = 64;
 
 constexpr auto kNotificationInterval = std::chrono::seconds(1);
 
-constexpr MethodSignature kClientMethods[] = {{"stateChanged:", 'v', "@"}};
+constexpr MethodSignature kClientMethods[] = {
+    {"stateChanged:", 'v', "@"}, {"alertRaised:", 'v', "@"}, {"showRestoreWizard:", 'v', "@"}};
 
 std::string errorText(int error) { return std::generic_category().message(error); }
 
@@ -134,6 +135,11 @@ bool DaemonServer::start(std::string* error) {
     return false;
   }
   notifier_ = std::thread([this] { notify(); });
+  daemon_->setAnnounce([weak = weak_from_this()](const std::string& selector, const PropertyList& dictionary) {
+    if (const std::shared_ptr<DaemonServer> self = weak.lock()) {
+      self->tellAlert(selector, dictionary);
+    }
+  });
   return true;
 }
 
@@ -148,6 +154,7 @@ void DaemonServer::stop() {
     peers.swap(peers_);
   }
   changed_.notify_all();
+  daemon_->setAnnounce({});
   turns_->end();
   listener_->close();
   for (auto& [key, peer] : peers) {
@@ -184,9 +191,9 @@ void DaemonServer::socketCreated(const std::shared_ptr<KeldaneSocket>& child) {
   link.share = share;
   link.service =
       std::make_shared<DaemonService>(daemon_, Sight(peerOf(credentials->uid, credentials->gid)), share,
-                                      [weak = weak_from_this(), key](bool on) {
+                                      [weak = weak_from_this(), key](DaemonService::Subject subject, bool on) {
                                         if (const std::shared_ptr<DaemonServer> self = weak.lock()) {
-                                          self->subscribe(key, on);
+                                          self->subscribe(key, subject, on);
                                         }
                                       });
   link.proxy = KeldaneProxy::create();
@@ -237,12 +244,36 @@ void DaemonServer::socketFailed(const std::shared_ptr<KeldaneSocket>& child) {
   child->close();
 }
 
-void DaemonServer::subscribe(const KeldaneSocket* peer, bool on) {
+void DaemonServer::subscribe(const KeldaneSocket* peer, DaemonService::Subject subject, bool on) {
   const std::lock_guard guard(mutex_);
   const auto found = peers_.find(peer);
-  if (found != peers_.end()) {
-    found->second.second.wantsState = on;
-    found->second.second.told = {};
+  if (found == peers_.end()) {
+    return;
+  }
+  PeerLink& link = found->second.second;
+  if (subject == DaemonService::Subject::alerts) {
+    link.wantsAlerts = on;
+  } else {
+    link.wantsState = on;
+    link.told = {};
+  }
+}
+
+// Alerts name no file. What a user asks to be shown is that user's and the privileged peers' alone.
+void DaemonServer::tellAlert(const std::string& selector, const PropertyList& dictionary) {
+  std::vector<std::shared_ptr<KeldaneProxy>> toTell;
+  const PropertyList user = dictionary["user"];
+  {
+    const std::lock_guard guard(mutex_);
+    for (const auto& [key, peer] : peers_) {
+      const PeerLink& link = peer.second;
+      if (link.wantsAlerts && (!user || link.service->sight().peer().uid == user.unsignedIntValue())) {
+        toTell.push_back(link.proxy);
+      }
+    }
+  }
+  for (const std::shared_ptr<KeldaneProxy>& proxy : toTell) {
+    proxy->callWithoutWaiting(selector, {RawValue::of<'@'>(dictionary)});
   }
 }
 

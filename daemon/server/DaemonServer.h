@@ -18,7 +18,8 @@
 
 namespace keldane {
 
-/// What the daemon calls at clients that asked to be told: one-way, with the state dictionary.
+/// What the daemon calls at clients that asked to be told, one-way: `stateChanged:` with the state dictionary;
+/// `alertRaised:` with "kind" and "text"; `showRestoreWizard:` with the "user" who asks for the restore window.
 extern const Protocol KeldaneClientProtocol;
 
 /// Listens, and keeps one proxy for each accepted peer, which performs that peer's requests on its own
@@ -49,7 +50,7 @@ class DaemonServer final : public KeldSocketDelegate, public std::enable_shared_
     std::shared_ptr<KeldaneProxy> proxy;
     std::shared_ptr<DaemonService> service;
     std::shared_ptr<UserShare> share;
-    bool wantsState = false;
+    bool wantsState = false, wantsAlerts = false;
     PropertyList told;  // the state that it knows
   };
 
@@ -57,7 +58,8 @@ class DaemonServer final : public KeldSocketDelegate, public std::enable_shared_
   bool lockPath(std::string* error);
   /// Null when there are too many connections.
   std::shared_ptr<UserShare> shareFor(uid_t user);
-  void subscribe(const KeldaneSocket* peer, bool on);
+  void subscribe(const KeldaneSocket* peer, DaemonService::Subject subject, bool on);
+  void tellAlert(const std::string& selector, const PropertyList& dictionary);
   void notify();
   void tellState();
 

@@ -44,7 +44,7 @@ class DaemonServerTest : public ::testing::Test {
   }
   ~DaemonServerTest() override { end(); }
   void begin() {
-    daemon_ = std::make_shared<Daemon>(options_, [this] { terminated_ = true; });
+    daemon_ = recordingDaemon(options_, [this] { terminated_ = true; });
     server_ = std::make_shared<DaemonServer>(daemon_, options_.socket, false, limits_);
     std::string error;
     ASSERT_TRUE(server_->start(&error)) << error;
