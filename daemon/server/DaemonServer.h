@@ -14,7 +14,7 @@
 #include "daemon/Daemon.h"
 #include "daemon/server/DaemonService.h"
 #include "daemon/server/ServerLimits.h"
-#include "platform/files/Descriptor.h"
+#include "daemon/server/SocketPath.h"
 
 namespace keldane {
 
@@ -54,8 +54,6 @@ class DaemonServer final : public KeldSocketDelegate, public std::enable_shared_
     PropertyList told;  // the state that it knows
   };
 
-  bool claimPath(std::string* error);
-  bool lockPath(std::string* error);
   /// Null when there are too many connections.
   std::shared_ptr<UserShare> shareFor(uid_t user);
   void subscribe(const KeldaneSocket* peer, DaemonService::Subject subject, bool on);
@@ -64,13 +62,11 @@ class DaemonServer final : public KeldSocketDelegate, public std::enable_shared_
   void tellState();
 
   const std::shared_ptr<Daemon> daemon_;
-  const std::string path_;
-  const bool allowSharedFolder_;
+  SocketPath path_;
   const ServerLimits limits_;
   const std::shared_ptr<WalkTurns> turns_;
   const std::shared_ptr<ByteBudget> requests_, answers_;
   std::shared_ptr<UserShare> accepted_;  // of the accept thread: the share of the peer that comes
-  Descriptor lock_;                      // held while this server has the path
   std::shared_ptr<KeldaneSocket> listener_;
   std::mutex mutex_;
   std::condition_variable changed_;
