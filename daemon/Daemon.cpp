@@ -75,6 +75,7 @@ Daemon::Daemon(const DaemonOptions& options, const EngineFactory& engine, std::f
       age_(store_, rules_, [this](const std::string& sentence) { raiseAlert("age", sentence); }) {
   care_.lostFiles = [this] { worker_.reconsiderAll(); };
   care_.alert = [this](const std::string& sentence) { raiseAlert("stored", sentence); };
+  barRepository();
   goOnWithPause();
   tellWorker();
   worker_.start();
@@ -105,6 +106,15 @@ void Daemon::announce(const std::string& selector, const PropertyList& dictionar
 void Daemon::raiseAlert(const std::string& kind, const std::string& sentence) const {
   systemLog("%@", sentence);
   announce("alertRaised:", PropertyList::dictionary({{"kind", kind}, {"text", sentence}}));
+}
+
+void Daemon::barRepository() {
+  try {
+    const std::optional<RepositoryConfig> configuration = files_.configuration();
+    rules_.barRepository(configuration ? configuration->localFolder().value_or("") : "");
+  } catch (const std::exception& error) {
+    systemLog("The configuration of the repository cannot be read: %s", error.what());
+  }
 }
 
 std::uint32_t Daemon::computerNumber() const {

@@ -67,6 +67,9 @@ class Daemon {
   /// This computer's number in the repository; 0 before there is one.
   std::uint32_t computerNumber() const;
 
+  /// Bars the folder of a repository of this machine from the backup; called when it has changed.
+  void barRepository();
+
   /// Pauses for that many minutes from now; 0 goes on at once. What the time of day is set to makes no
   /// difference while the daemon runs.
   void pauseFor(std::uint32_t minutes);

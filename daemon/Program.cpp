@@ -16,6 +16,8 @@
 #include "daemon/Daemon.h"
 #include "daemon/server/DaemonServer.h"
 #include "daemon/server/FolderSafety.h"
+#include "daemon/server/OwnerServer.h"
+#include "daemon/server/RepositoryRequests.h"
 #include "platform/files/Descriptor.h"
 
 namespace keldane {
@@ -139,12 +141,20 @@ int serve(const DaemonOptions& options, const EngineFactory& engine, Readiness& 
   if (!server->start(&sentence)) {
     return failed(sentence);
   }
+  const auto requests = std::make_shared<RepositoryRequests>(daemon, engine);
+  const auto ownerServer = std::make_shared<OwnerServer>(requests, options.socket, options.allowSharedFolder);
+  if (!ownerServer->start(&sentence)) {
+    server->stop();
+    return failed(sentence);
+  }
   if (readiness.isWaitedFor()) {
     readiness.report("ready");
     closeTerminal();
   }
   int signal = 0;
   sigwait(&ending, &signal);
+  requests->stop();
+  ownerServer->stop();
   server->stop();
   daemon->stop();
   return kDone;

@@ -136,6 +136,14 @@ void BackupWorker::repositoryChanged() {
   changed_.notify_all();
 }
 
+void BackupWorker::wake() {
+  {
+    const std::lock_guard guard(mutex_);
+    ++wakes_;
+  }
+  changed_.notify_all();
+}
+
 BackupWorker::Stillness BackupWorker::holdStill() {
   Stillness stillness{std::unique_lock(ordinary_.running, std::defer_lock),
                       std::unique_lock(preferred_.running, std::defer_lock)};

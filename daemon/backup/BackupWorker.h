@@ -78,6 +78,8 @@ class BackupWorker {
   void prioritize(const std::string& path);
   /// The repository was changed or came back: tries it at once.
   void repositoryChanged();
+  /// Lets the lanes look again at what they may do.
+  void wake();
   /// Keeps batches from starting for as long as it lives.
   struct Stillness {
     std::unique_lock<std::mutex> ordinary, preferred;

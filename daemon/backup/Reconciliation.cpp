@@ -19,20 +19,17 @@ namespace {
 
 constexpr std::size_t kSlice = 2'000;  // versions that are handed to the catalogue at a time
 
-/// The value of a tag such as "number:17"; 0 when there is none.
-std::uint32_t numberFromTags(const Snapshot& snapshot) {
-  static constexpr std::string_view kPrefix = "number:";
-  std::uint32_t number = 0;
-  for (const std::string& tag : snapshot.tags) {
-    if (tag.starts_with(kPrefix)) {
-      std::from_chars(tag.data() + kPrefix.size(), tag.data() + tag.size(), number);
-    }
-  }
-  return number;
-}
 
 bool hasTag(const Snapshot& snapshot, std::string_view tag) {
   return std::find(snapshot.tags.begin(), snapshot.tags.end(), tag) != snapshot.tags.end();
+}
+
+/// This computer's own snapshots, and those of the former one as far as they were recovered.
+bool isOfInterest(const Snapshot& snapshot, const RepositoryConfig& configuration) {
+  const std::uint32_t computer = numberFromTags(snapshot, "computer:");
+  return computer == configuration.computerNumber ||
+         (computer == configuration.formerComputer &&
+          numberFromTags(snapshot, "number:") <= configuration.formerHighest);
 }
 
 bool isManifest(const std::string& path) {
@@ -41,10 +38,25 @@ bool isManifest(const std::string& path) {
 
 }  // namespace
 
+std::uint32_t numberFromTags(const Snapshot& snapshot, std::string_view prefix) {
+  std::uint32_t number = 0;
+  for (const std::string& tag : snapshot.tags) {
+    if (tag.starts_with(prefix)) {
+      std::from_chars(tag.data() + prefix.size(), tag.data() + tag.size(), number);
+    }
+  }
+  return number;
+}
+
 EngineAnswer Reconciliation::run(const Progress& progress, EngineJob& job) {
+  const std::optional<RepositoryConfig> configuration = files_.configuration();
+  const bool hasFormer = configuration && configuration->formerComputer != 0;
   std::vector<Snapshot> found;
-  if (const EngineAnswer answer = engine_.snapshots(false, found, job); !answer) {
+  if (const EngineAnswer answer = engine_.snapshots(hasFormer, found, job); !answer) {
     return answer;
+  }
+  if (hasFormer) {
+    std::erase_if(found, [&](const Snapshot& snapshot) { return !isOfInterest(snapshot, *configuration); });
   }
   std::map<std::uint32_t, SnapshotRecord> known;
   for (const SnapshotRecord& record : store_.snapshots()) {
@@ -53,7 +65,7 @@ EngineAnswer Reconciliation::run(const Progress& progress, EngineJob& job) {
   std::map<std::uint32_t, std::string> ids;
   std::vector<std::pair<SnapshotRecord, const Snapshot*>> unknown;
   for (const Snapshot& snapshot : found) {
-    const std::uint32_t number = numberFromTags(snapshot);
+    const std::uint32_t number = numberFromTags(snapshot, "number:");
     if (number == 0) {
       continue;  // somebody made it by hand
     }
@@ -79,7 +91,7 @@ EngineAnswer Reconciliation::run(const Progress& progress, EngineJob& job) {
   // The newest first, because that is what a person most likely wants back.
   std::sort(unknown.begin(), unknown.end(),
             [](const auto& left, const auto& right) { return left.first.number > right.first.number; });
-  bool withRules = known.empty() && rules_.isEmpty();
+  bool withRules = known.empty() && (rules_.isEmpty() || store_.value(Store::Table::settings, kTakeRules) == "1");
   for (std::size_t i = 0; i < unknown.size(); ++i) {
     progress(i, unknown.size());
     store_.raiseHighestNumber(unknown[i].first.number);

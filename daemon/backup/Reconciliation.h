@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <string_view>
 
 #include "daemon/backup/Manifest.h"
 #include "daemon/engine/BackupEngine.h"
@@ -13,6 +14,12 @@
 #include "daemon/store/Store.h"
 
 namespace keldane {
+
+/// The number in a tag such as "number:17" or "computer:5"; 0 when there is none.
+std::uint32_t numberFromTags(const Snapshot& snapshot, std::string_view prefix);
+
+/// The setting that lets the next catalogue take over the rules of the repository although there are some.
+inline constexpr const char* kTakeRules = "takeRules";
 
 /// Compares this computer's snapshots with the catalogue: what the catalogue does not know is read from the
 /// repository, newest first; what the repository no longer holds leaves the catalogue. So a lost catalogue is

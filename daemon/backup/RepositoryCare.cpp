@@ -3,11 +3,13 @@
 #include <sys/random.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <chrono>
 #include <filesystem>
 
+#include "daemon/backup/Gathering.h"
 #include "daemon/backup/Reconciliation.h"
 #include "platform/syslog/SystemLog.h"
 
@@ -50,6 +52,13 @@ std::uint32_t randomComputerNumber() {
 
 }  // namespace
 
+RepositoryConfig newComputer() {
+  RepositoryConfig configuration;
+  configuration.computerNumber = randomComputerNumber();
+  configuration.hostName = hostName();
+  return configuration;
+}
+
 EngineAnswer RepositoryCare::makeReady(EngineJob& job) {
   try {
     const std::optional<RepositoryConfig> configuration = files_.configuration();
@@ -75,10 +84,8 @@ EngineAnswer RepositoryCare::setUpHere(EngineJob& job) {
     if (files_.key().empty()) {
       files_.makeKey();
     }
-    RepositoryConfig configuration;
+    RepositoryConfig configuration = newComputer();
     configuration.location = files_.folder().localRepository();
-    configuration.computerNumber = randomComputerNumber();
-    configuration.hostName = hostName();
     files_.setConfiguration(configuration);
   }
   return engine_.initialize(job);
@@ -191,10 +198,14 @@ EngineAnswer RepositoryCare::forgetDue(std::size_t fewest, EngineJob& job, std::
   if (const double days = numberOf(store_.value(Store::Table::settings, "keepDeletedDays")); days > 0) {
     retention.keepDeleted = days * 86400;
   }
-  if (const EngineAnswer answer = gather(job); !answer) {
+  Gathering gathering(store_, engine_, files_);
+  if (const EngineAnswer answer = gathering.run(timeNow(), retention, job); !answer) {
     return answer;
   }
-  const std::vector<SnapshotRecord> snapshots = store_.forgettable(timeNow(), retention);
+  std::vector<SnapshotRecord> snapshots = store_.forgettable(timeNow(), retention);
+  const std::optional<RepositoryConfig> configuration = files_.configuration();
+  const std::uint32_t former = configuration ? configuration->formerHighest : 0;
+  std::erase_if(snapshots, [&](const SnapshotRecord& snapshot) { return snapshot.number <= former; });
   if (snapshots.size() < fewest) {
     return {};
   }
@@ -254,9 +265,15 @@ std::vector<std::string> RepositoryCare::giveUpDamaged(const std::vector<std::st
   std::vector<FoundEntry> found;
   std::vector<std::string> paths;
   if (engine_.filesInPacks(packs, found, job)) {
+    const std::vector<SnapshotRecord> snapshots = store_.snapshots();
     for (const FoundEntry& entry : found) {
-      store_.setDamaged(entry.entry.path, entry.snapshot);
-      paths.push_back(entry.entry.path);
+      const auto holder = std::find_if(snapshots.begin(), snapshots.end(), [&](const SnapshotRecord& snapshot) {
+        return entry.snapshot.starts_with(snapshot.id);
+      });
+      if (holder != snapshots.end() && entry.entry.path.starts_with(holder->prefix)) {
+        paths.push_back(entry.entry.path.substr(holder->prefix.size()));
+        store_.setDamaged(paths.back(), holder->id);
+      }
     }
   }
   std::sort(paths.begin(), paths.end());

@@ -19,6 +19,9 @@
 
 namespace keldane {
 
+/// The configuration of a computer that has no repository yet: its name and a number that is its own.
+RepositoryConfig newComputer();
+
 /// When each kind of upkeep is due, in seconds.
 struct CareTimes {
   double probe = 6 * 3600.0;
@@ -72,7 +75,6 @@ class RepositoryCare final : public RepositoryKeeper {
  private:
   EngineAnswer setUpHere(EngineJob& job);
   EngineAnswer reconcile(EngineJob& job);
-  EngineAnswer gather(EngineJob& job);
   bool isDue(const std::string& key, double interval);
   void did(const std::string& key);
   EngineAnswer measure(EngineJob& job);

@@ -77,7 +77,8 @@ void Scanner::scanFolder(const std::string& folder, std::vector<std::string>& be
       store_.setRemoved(path, true, secondsNow());
     }
   }
-  for (const std::string& path : store_.foldersWithRecordsIn(folder)) {
+  for (const std::string& name : store_.foldersWithRecordsIn(folder)) {
+    const std::string path = appendPathComponent(folder, name);
     if (!folders.contains(path) && !statusOf(path)) {
       store_.setRemoved(path, true, secondsNow());
     }

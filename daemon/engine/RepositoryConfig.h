@@ -30,6 +30,9 @@ struct RepositoryConfig {
   std::string repositoryId;     ///< whole; empty until it was made or opened
   std::uint32_t computerNumber = 0;
   std::string hostName;         ///< kept, so that a renamed computer still knows its snapshots
+  /// Another computer whose backups were recovered and not taken over: its number, and the highest number of
+  /// them. They are restored from and never forgotten by this one.
+  std::uint32_t formerComputer = 0, formerHighest = 0;
   std::string fileSystemUuid;   ///< of the external disk that it lies on; empty for any other place
   std::map<std::string, std::string> options;  ///< extended options of the storage program, e.g. sftp.command
 

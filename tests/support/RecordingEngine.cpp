@@ -52,6 +52,11 @@ EngineAnswer RecordingEngine::initialize(EngineJob&) {
   return {};
 }
 
+EngineAnswer RecordingEngine::repositoryId(std::string& id, EngineJob&) {
+  id = std::string(64, '0');
+  return {};
+}
+
 StoreAnswer RecordingEngine::store(const StoreRequest& request, const StoreObserver& observer, EngineJob& job) {
   StoreAnswer answer;
   std::uint64_t files = 0;

@@ -19,6 +19,7 @@ class RecordingEngine : public BackupEngine {
 
   EngineAnswer probe(EngineJob& job) override;
   EngineAnswer initialize(EngineJob& job) override;
+  EngineAnswer repositoryId(std::string& id, EngineJob& job) override;
   StoreAnswer store(const StoreRequest& request, const StoreObserver& observer, EngineJob& job) override;
   EngineAnswer snapshots(bool ofAllComputers, std::vector<Snapshot>& found, EngineJob& job) override;
   EngineAnswer list(const std::string& snapshot, const std::string& path, const Visit& visit,
