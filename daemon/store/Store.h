@@ -115,6 +115,9 @@ class Store {
   std::vector<std::pair<std::string, VersionRecord>> versionsBelow(const std::string& path,
                                                                    std::uint32_t number, double before);
 
+  /// The paths of random stored files that were not removed, each at most once.
+  std::vector<std::string> sample(std::size_t most);
+
   struct Totals {
     std::uint64_t files = 0, bytes = 0;  ///< of the newest versions of what is still there
   };
@@ -155,6 +158,7 @@ class Store {
   std::optional<std::string> failure(const std::string& path);
   std::vector<FailureRecord> failures(std::size_t most = 1000);
   std::uint64_t failureCount();
+  bool hasFailureBelow(const std::string& folder);
 
   // --- Making the catalogue anew ---
 
