@@ -12,12 +12,10 @@
 
 #include "daemon/engine/BackupEngine.h"
 #include "daemon/engine/RepositoryConfig.h"
+#include "daemon/restore/Conflict.h"
 #include "daemon/store/Store.h"
 
 namespace keldane {
-
-/// What becomes of what is already where a file is to be restored.
-enum class Conflict : std::uint32_t { keepBoth = 0, replace = 1, skip = 2 };
 
 /// What is to be restored, and where.
 struct RestoreRequest {
