@@ -28,7 +28,6 @@ namespace {
 // The last byte of the path field of the address stays NUL on every system that the clients know.
 constexpr std::size_t kLongestPath = 103;
 constexpr int kBacklog = 10;
-constexpr mode_t kListenMode = 0777;
 
 // Where there are limits, a send is cut into pieces of this size, so that the time is looked at between them.
 constexpr std::uint32_t kSendStep = 256 * 1024;
@@ -130,7 +129,7 @@ bool KeldaneSocket::connectToPath(const std::optional<std::string>& path) {
   return start();
 }
 
-bool KeldaneSocket::listenAtPath(const std::string& path) {
+bool KeldaneSocket::listenAtPath(const std::string& path, mode_t mode) {
   {
     const ScopedLock guard(monitor_);
     listenPath_ = path;
@@ -143,7 +142,7 @@ bool KeldaneSocket::listenAtPath(const std::string& path) {
   if (!descriptor ||
       ::bind(descriptor->get(), reinterpret_cast<const sockaddr*>(&socketAddress_), sizeof(socketAddress_)) !=
           0 ||
-      ::fchmodat(AT_FDCWD, socketAddress_.sun_path, kListenMode, AT_SYMLINK_NOFOLLOW) != 0 ||
+      ::fchmodat(AT_FDCWD, socketAddress_.sun_path, mode, AT_SYMLINK_NOFOLLOW) != 0 ||
       ::listen(descriptor->get(), kBacklog) != 0) {
     return false;
   }

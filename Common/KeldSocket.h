@@ -94,8 +94,8 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   /// Connects to the socket at a path, of which the first 103 bytes count, and starts the receive thread.
   /// After a failure, which an absent or empty path is too, the descriptor is kept for the next try.
   bool connectToPath(const std::optional<std::string>& path);
-  /// Removes whatever is at the path, listens there with mode 0777 and starts the accept thread.
-  bool listenAtPath(const std::string& path);
+  /// Removes whatever is at the path, listens there with this mode and starts the accept thread.
+  bool listenAtPath(const std::string& path, mode_t mode = 0777);
 
   /// Replacing a delegate tells the old one that the link failed. A null delegate throws AssertionFailure.
   void setSocketDelegate(std::shared_ptr<KeldSocketDelegate> delegate);

@@ -5,16 +5,60 @@
 
 #include "Common/DaemonProtocol.h"
 
+// METHOD(selector, operation). Each takes one dictionary and answers one.
+// clang-format off
+#define KELDANE_OWNER_METHODS(METHOD) \
+  METHOD("repository:",      repository)      \
+  METHOD("setUpRepository:", setUpRepository) \
+  METHOD("recover:",         recover)         \
+  METHOD("exportKey:",       exportKey)       \
+  METHOD("importKey:",       importKey)       \
+  METHOD("verifyKey:",       verifyKey)       \
+  METHOD("addPassphrase:",   addPassphrase)   \
+  METHOD("check:",           check)           \
+  METHOD("find:",            find)            \
+  METHOD("failures:",        failures)        \
+  METHOD("settings:",        settings)        \
+  METHOD("restore:",         restore)         \
+  METHOD("restoreReport:",   restoreReport)   \
+  METHOD("cancelRestore:",   cancelRestore)
+// clang-format on
+
 namespace keldane {
 
-/// One method a question. Each takes one dictionary and answers one: "error" holds a sentence when the daemon did
-/// not do what was asked, and is absent otherwise. docs/daemon-protocol.md lists the other keys.
-///
-///   repository:  setUpRepository:  recover:  exportKey:  importKey:  addPassphrase:  check:  find:  failures:
-///   settings:  restore:  restoreReport:  cancelRestore:
+/// One method a question. "error" of an answer holds a sentence when the daemon did not do what was asked,
+/// and is absent otherwise. daemon/server/OwnerRequests.h and docs/daemon-protocol.md list the other keys.
 extern const Protocol KeldaneOwnerProtocol;
 
 /// Where the second socket lies, beside the first.
 inline std::string ownerSocketPath(const std::string& socketPath) { return socketPath + ".owner"; }
+
+/// The client's end: gives `Caller` a member function for each method. `Caller` has `RawValue
+/// call(std::string_view selector, Arguments arguments)`.
+template <class Caller>
+class OwnerCalls {
+ public:
+#define KELDANE_CALL(selector, operation)                                                  \
+  PropertyList operation(const PropertyList& request) {                                    \
+    return Codes<'@'>::template call<'@'>(static_cast<Caller&>(*this), selector, request); \
+  }
+  KELDANE_OWNER_METHODS(KELDANE_CALL)
+#undef KELDANE_CALL
+};
+
+/// The daemon's end: performs an incoming call on the member function of `Service` that the table names.
+/// Answers false for a selector that is not in the table.
+template <class Service>
+bool performOwnerCall(Service& service, Invocation& invocation) {
+#define KELDANE_PERFORM(selector_, operation)                                                               \
+  if (invocation.signature.selector == selector_) {                                                         \
+    Codes<'@'>::template perform<'@'>(invocation,                                                           \
+                                      [&](const PropertyList& given) { return service.operation(given); }); \
+    return true;                                                                                            \
+  }
+  KELDANE_OWNER_METHODS(KELDANE_PERFORM)
+#undef KELDANE_PERFORM
+  return false;
+}
 
 }  // namespace keldane

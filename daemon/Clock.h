@@ -14,4 +14,11 @@ inline std::int64_t secondsSinceBoot() {
   return now.tv_sec;
 }
 
+/// How long the computer has slept since it was started, in seconds.
+inline std::int64_t secondsAsleep() {
+  timespec awake{};
+  clock_gettime(CLOCK_MONOTONIC, &awake);
+  return secondsSinceBoot() - awake.tv_sec;
+}
+
 }  // namespace keldane

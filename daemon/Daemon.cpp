@@ -3,10 +3,13 @@
 #include <algorithm>
 #include <charconv>
 #include <chrono>
+#include <filesystem>
 #include <sstream>
 
+#include "Common/OwnerProtocol.h"
 #include "daemon/Clock.h"
 #include "platform/syslog/Format.h"
+#include "platform/syslog/SystemLog.h"
 
 namespace keldane {
 
@@ -25,14 +28,24 @@ std::int64_t timeOfDay() {
 }
 
 /// What no rule brings into the backup: what is made anew at each start, and what this daemon writes itself.
-std::vector<std::string> policyFor(const DaemonOptions& options) {
+std::vector<std::string> policyFor(const DaemonOptions& options, const DataFolder& data) {
   std::vector<std::string> policy = {"/dev", "/proc", "/run", "/sys"};
   for (const char* suffix : {"", "-wal", "-shm"}) {
     policy.push_back(options.store + suffix);
   }
-  policy.push_back(options.socket);
-  policy.push_back(options.socket + ".lock");
+  for (const std::string& socket : {options.socket, ownerSocketPath(options.socket)}) {
+    policy.push_back(socket);
+    policy.push_back(socket + ".lock");
+  }
+  for (const std::string& own : {data.configuration(), data.key(), data.environment(), data.localRepository(),
+                                 data.cache(), data.work(), data.manifests(), data.setAside()}) {
+    policy.push_back(own);
+  }
   return policy;
+}
+
+DataFolder dataFolderOf(const DaemonOptions& options) {
+  return {options.data.empty() ? std::filesystem::path(options.store).parent_path().string() : options.data};
 }
 
 std::uint64_t numberFrom(const std::optional<std::string>& text) {
@@ -45,19 +58,73 @@ std::uint64_t numberFrom(const std::optional<std::string>& text) {
 
 }  // namespace
 
-Daemon::Daemon(const DaemonOptions& options, std::function<void()> terminate)
+Daemon::Daemon(const DaemonOptions& options, const EngineFactory& engine, std::function<void()> terminate)
     : verbose_(options.verbose),
       terminate_(std::move(terminate)),
       store_(options.store),
-      rules_(store_, options.root, policyFor(options)),
-      worker_(store_, rules_, std::make_unique<RecordingEngine>()),
-      nodes_(store_, rules_, worker_) {
+      files_(dataFolderOf(options)),
+      rules_(store_, options.root, policyFor(options, files_.folder())),
+      engine_(engine(files_)),
+      watch_([this](const EngineAnswer& answer) {
+        raiseAlert("repository", answer ? "The repository can be used again." : answer.detail);
+      }),
+      care_(store_, rules_, *engine_, files_, watch_),
+      worker_(store_, rules_, *engine_, files_, watch_, care_, options.timing),
+      restores_(store_, *engine_, files_.folder(), [] {}),
+      nodes_(store_, rules_, worker_),
+      age_(store_, rules_, [this](const std::string& sentence) { raiseAlert("age", sentence); }) {
+  care_.lostFiles = [this] { worker_.reconsiderAll(); };
+  care_.alert = [this](const std::string& sentence) { raiseAlert("stored", sentence); };
+  barRepository();
   goOnWithPause();
   tellWorker();
   worker_.start();
+  restores_.start();
+  age_.start();
 }
 
-Daemon::~Daemon() { worker_.stop(); }
+Daemon::~Daemon() { stop(); }
+
+void Daemon::stop() {
+  age_.stop();
+  restores_.stop();
+  worker_.stop();
+}
+
+void Daemon::setAnnounce(Announce announce) {
+  const std::lock_guard guard(announceMutex_);
+  announce_ = std::move(announce);
+}
+
+void Daemon::announce(const std::string& selector, const PropertyList& dictionary) const {
+  const std::lock_guard guard(announceMutex_);
+  if (announce_) {
+    announce_(selector, dictionary);
+  }
+}
+
+void Daemon::raiseAlert(const std::string& kind, const std::string& sentence) const {
+  systemLog("%@", sentence);
+  announce("alertRaised:", PropertyList::dictionary({{"kind", kind}, {"text", sentence}}));
+}
+
+void Daemon::barRepository() {
+  try {
+    const std::optional<RepositoryConfig> configuration = files_.configuration();
+    rules_.barRepository(configuration ? configuration->localFolder().value_or("") : "");
+  } catch (const std::exception& error) {
+    systemLog("The configuration of the repository cannot be read: %s", error.what());
+  }
+}
+
+std::uint32_t Daemon::computerNumber() const {
+  try {
+    const std::optional<RepositoryConfig> configuration = files_.configuration();
+    return configuration ? configuration->computerNumber : 0;
+  } catch (const std::exception&) {
+    return 0;
+  }
+}
 
 std::uint32_t Daemon::setting(const std::string& key) {
   const std::optional<std::string> stored = store_.value(Store::Table::settings, key);
@@ -106,33 +173,58 @@ void Daemon::tellWorker() {
   worker_.setModes(modes);
 }
 
-std::uint64_t Daemon::quotaMegabytes() { return numberFrom(store_.value(Store::Table::profile, "QuotaMB")); }
+std::string Daemon::statusFor(std::uint32_t number, const BackupWorker::Progress& progress) {
+  if (number == kOff) {
+    return "Backup is switched off";
+  }
+  if (number == kPaused) {
+    return "Paused";
+  }
+  if (care_.snapshotsToRead() > 0) {
+    return stringWithFormat("Reading the repository: %llu of %llu backups", std::uint64_t{care_.snapshotsRead()},
+                            std::uint64_t{care_.snapshotsToRead()});
+  }
+  if (const EngineAnswer standing = watch_.standing(); !standing) {
+    return standing.detail.empty() ? "The repository cannot be used" : standing.detail;
+  }
+  if (care_.isRecovering()) {
+    return "Recovered: nothing is backed up or forgotten until you resume";
+  }
+  if (const std::optional<std::string> complaint = age_.complaint(static_cast<double>(timeOfDay()))) {
+    return *complaint;
+  }
+  if (progress.pendingFiles > 0) {
+    return stringWithFormat("Backing up: %llu files to go", progress.pendingFiles);
+  }
+  const std::uint64_t failures = store_.failureCount();
+  return failures == 0 ? "Up to date"
+                       : stringWithFormat("Up to date, but %llu files could not be backed up", failures);
+}
 
 PropertyList Daemon::state(const Sight& sight) {
   const BackupWorker::Progress progress = worker_.progress();
   const Store::Totals totals = store_.totals();
   const bool paused = pausedMinutes() > 0;
-  const bool off = setting("enabled") == 0;
-  const std::uint64_t quota = quotaMegabytes();
-  const bool overQuota = setting("overQuotaTest") != 0 || (quota > 0 && totals.bytes > quota << 20);
-  const std::uint32_t number = off                          ? kOff
+  const std::uint64_t quota = care_.quotaBytes();
+  const bool overQuota = setting("overQuotaTest") != 0 || (quota > 0 && care_.repositorySize() > quota);
+  const std::uint32_t number = setting("enabled") == 0      ? kOff
                                : paused                     ? kPaused
                                : progress.pendingFiles == 0 ? kIdle
                                                             : kBackingUp;
-  const bool isSeen = !progress.currentFile.empty() && sight.sees(progress.currentFile);
+  const std::string restored = restores_.currentFile();
+  const auto seen = [&sight](const std::string& path) {
+    return !path.empty() && sight.sees(path) ? path : std::string();
+  };
   const std::uint32_t service = setting("serviceState");
-  std::string status = off      ? "Backup is switched off"
-                       : paused ? "Paused"
-                       : progress.pendingFiles == 0
-                           ? "Up to date"
-                           : stringWithFormat("Backing up: %llu files to go", progress.pendingFiles);
+  const EngineAnswer standing = watch_.standing();
+  const std::optional<double> lastGood = age_.lastGood();
   return PropertyList::dictionary({
       {"backedUpFileCount", totals.files},
       {"backedupFileSize", totals.bytes},
       {"backupState", number},
-      {"currentBackupFile", isSeen ? progress.currentFile : std::string()},
-      {"currentRestoreFile", ""},
-      {"currentRestoreJob", 0U},
+      {"currentBackupFile", seen(progress.currentFile)},
+      {"currentRestoreFile", sight.isPrivileged() ? restored : seen(restored)},
+      {"currentRestoreJob", restores_.current()},
       {"isBackupNeeded", progress.pendingFiles > 0},
       {"lowerPriorityMode", setting("lowerPriorityMode") != 0},
       {"paused", paused},
@@ -140,11 +232,15 @@ PropertyList Daemon::state(const Sight& sight) {
       {"pendingFileSize", progress.pendingBytes},
       {"recoverMode", setting("recoverMode") != 0},
       {"serviceState", service == 0 ? kServiceRunning : service},
-      {"statusString", status},
+      {"statusString", statusFor(number, progress)},
       {"isQuotaLimited", quota > 0},
       {"isOverQuota", overQuota},
-      {"quotaMB", quota},
+      {"quotaMB", quota >> 20},
       {"backupControlFlags", setting("backupControl")},
+      {"health", healthWord(standing.health)},
+      {"repositorySize", care_.repositorySize()},
+      {"failureCount", store_.failureCount()},
+      {"lastGoodBackup", lastGood ? PropertyList(Date::fromUnixTime(*lastGood)) : PropertyList()},
   });
 }
 

@@ -1,17 +1,24 @@
-// The daemon's parts together: store, rules, worker, settings, state.
+// The daemon's parts together: store, rules, engine, worker, restores, settings, state.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
+#include "daemon/backup/BackupAge.h"
 #include "daemon/backup/BackupWorker.h"
+#include "daemon/backup/RepositoryCare.h"
+#include "daemon/backup/RepositoryWatch.h"
+#include "daemon/engine/BackupEngine.h"
+#include "daemon/engine/RepositoryConfig.h"
+#include "daemon/restore/RestoreJobs.h"
+#include "daemon/rules/RuleBook.h"
 #include "daemon/server/NodeBuilder.h"
 #include "daemon/server/Permissions.h"
-#include "daemon/rules/RuleBook.h"
 #include "daemon/store/Store.h"
 #include "platform/plist/PropertyList.h"
 
@@ -20,17 +27,22 @@ namespace keldane {
 struct DaemonOptions {
   std::string socket = "/run/keldane/keldaned.sock";
   std::string store = "/var/lib/keldane/store.sqlite";
+  std::string data;                ///< the daemon's own folder; empty: that of the store
   std::string root = "/";          ///< what lies outside is barred from the backup
   bool allowSharedFolder = false;  ///< socket and store may lie where others can write
   bool verbose = false;
+  BackupWorker::Timing timing;
 };
+
+/// Makes the engine that stores what the files say.
+using EngineFactory = std::function<std::unique_ptr<BackupEngine>(const RepositoryFiles& files)>;
 
 /// What all peers share. Any thread; settings go through the store, and the worker is told of those that
 /// concern it.
 class Daemon {
  public:
   /// `terminate` is called when a client asks the daemon to quit.
-  Daemon(const DaemonOptions& options, std::function<void()> terminate);
+  Daemon(const DaemonOptions& options, const EngineFactory& engine, std::function<void()> terminate);
   ~Daemon();
   Daemon(const Daemon&) = delete;
   Daemon& operator=(const Daemon&) = delete;
@@ -38,13 +50,25 @@ class Daemon {
   Store& store() { return store_; }
   RuleBook& rules() { return rules_; }
   BackupWorker& worker() { return worker_; }
+  BackupEngine& engine() { return *engine_; }
+  RepositoryFiles& files() { return files_; }
+  RepositoryWatch& watch() { return watch_; }
+  RepositoryCare& care() { return care_; }
+  RestoreJobs& restores() { return restores_; }
   const NodeBuilder& nodes() const { return nodes_; }
   bool verbose() const { return verbose_; }
   void terminate() const { terminate_(); }
+  /// Ends every call of the engine, and the threads.
+  void stop();
 
   /// A setting of the daemon as a number; 0 or the default when it was never set.
   std::uint32_t setting(const std::string& key);
   void setSetting(const std::string& key, std::uint32_t value);
+  /// This computer's number in the repository; 0 before there is one.
+  std::uint32_t computerNumber() const;
+
+  /// Bars the folder of a repository of this machine from the backup; called when it has changed.
+  void barRepository();
 
   /// Pauses for that many minutes from now; 0 goes on at once. What the time of day is set to makes no
   /// difference while the daemon runs.
@@ -52,21 +76,35 @@ class Daemon {
   /// Minutes that are left, rounded up.
   std::uint32_t pausedMinutes() const;
 
-  /// Every key of the state that clients poll. The file that is being backed up is named to those who may see
-  /// it.
+  /// Every key of the state that clients poll. The files that are being backed up and restored are named to
+  /// those who may see them.
   PropertyList state(const Sight& sight);
 
+  /// Takes what peers with an alert handler are told: a selector and its dictionary. Called on any thread.
+  using Announce = std::function<void(const std::string& selector, const PropertyList& dictionary)>;
+  void setAnnounce(Announce announce);
+  void announce(const std::string& selector, const PropertyList& dictionary) const;
+
  private:
+  void raiseAlert(const std::string& kind, const std::string& sentence) const;
   void goOnWithPause();
   void tellWorker();
-  std::uint64_t quotaMegabytes();
+  std::string statusFor(std::uint32_t number, const BackupWorker::Progress& progress);
 
   const bool verbose_;
   const std::function<void()> terminate_;
+  mutable std::mutex announceMutex_;
+  Announce announce_;  // guarded by announceMutex_
   Store store_;
+  RepositoryFiles files_;
   RuleBook rules_;
+  const std::unique_ptr<BackupEngine> engine_;
+  RepositoryWatch watch_;
+  RepositoryCare care_;
   BackupWorker worker_;
+  RestoreJobs restores_;
   NodeBuilder nodes_;
+  BackupAge age_;
   std::atomic<std::int64_t> pausedUntil_ = 0;  // seconds since boot; 0: no pause
 };
 

@@ -6,6 +6,7 @@
 #include "fuzz/FrameStream.h"
 #include "fuzz/PropertyLists.h"
 #include "platform/syslog/SystemLog.h"
+#include "tests/support/DaemonOptions.h"
 #include "tests/support/TemporaryFolder.h"
 
 using namespace keldane;
@@ -29,10 +30,11 @@ struct Service {
     options.socket = folder / "d.sock";
     options.store = folder / "store.sqlite";
     options.root = folder / "root";
-    daemon = std::make_shared<Daemon>(options, [] {});
+    daemon = keldane::testing::recordingDaemon(options);
     DaemonOptions others = options;
     others.store = folder / "others.sqlite";
-    untouched = std::make_shared<Daemon>(others, [] {});
+    others.data = folder / "others";
+    untouched = keldane::testing::recordingDaemon(others);
     server = std::make_shared<DaemonServer>(daemon, options.socket);
     std::string error;
     require(server->start(&error), error.c_str());

@@ -1,10 +1,6 @@
 #include "daemon/backup/BackupWorker.h"
 
-#include <sys/resource.h>
-
 #include <algorithm>
-#include <chrono>
-#include <filesystem>
 
 #include "daemon/Clock.h"
 #include "daemon/backup/FileFacts.h"
@@ -14,20 +10,32 @@ namespace keldane {
 
 namespace {
 
-namespace fs = std::filesystem;
+using std::chrono::steady_clock;
 
-// What changed without anybody telling is found after this time at the latest.
-constexpr auto kRescanInterval = std::chrono::seconds(60);
-
-// Between two files while the user wants the machine for other things.
-constexpr auto kLowPriorityPause = std::chrono::milliseconds(50);
+// The first batch, before it is known how quick the repository is.
+constexpr std::size_t kFirstMostFiles = 150'000;
+constexpr std::uint64_t kFirstMostBytes = std::uint64_t{20} << 30;
+// A clock that jumped by more than this while the computer ran: it slept.
+constexpr std::int64_t kShortestSleep = 5;
 
 }  // namespace
 
-BackupWorker::BackupWorker(Store& store, const RuleBook& rules, std::unique_ptr<BackupEngine> engine)
-    : store_(store), rules_(rules), engine_(std::move(engine)), priorities_(store.priorities()) {
-  for (const auto& [path, order] : priorities_) {
-    lastPriority_ = std::max(lastPriority_, order);
+BackupWorker::BackupWorker(Store& store, const RuleBook& rules, BackupEngine& engine,
+                           const RepositoryFiles& files, RepositoryWatch& watch, RepositoryKeeper& keeper,
+                           const Timing& timing)
+    : store_(store),
+      rules_(rules),
+      engine_(engine),
+      watch_(watch),
+      keeper_(keeper),
+      timing_(timing),
+      scanner_(store, rules, pending_),
+      run_(store, rules, engine, files, scanner_, pending_),
+      mostFiles_(kFirstMostFiles),
+      mostBytes_(kFirstMostBytes),
+      suspended_(secondsAsleep()) {
+  for (const auto& [path, order] : store.priorities()) {
+    pending_.prefer(path, order);
   }
 }
 
@@ -35,27 +43,37 @@ BackupWorker::~BackupWorker() { stop(); }
 
 void BackupWorker::start() {
   reconsiderAll();
-  thread_ = std::thread([this] { run(); });
+  scanning_ = std::thread([this] { runScanner(); });
+  ordinary_.thread = std::thread([this] { runLane(ordinary_, false); });
+  preferred_.thread = std::thread([this] { runLane(preferred_, true); });
 }
 
 void BackupWorker::stop() {
   {
     const std::lock_guard guard(mutex_);
-    job_.cancelled = true;
+    stopping_ = true;
+    ordinary_.job.cancelled = true;
+    preferred_.job.cancelled = true;
   }
   changed_.notify_all();
-  if (thread_.joinable()) {
-    thread_.join();
+  for (std::thread* thread : {&scanning_, &ordinary_.thread, &preferred_.thread}) {
+    if (thread->joinable()) {
+      thread->join();
+    }
   }
 }
 
 void BackupWorker::reconsider(const std::string& path) {
   const std::optional<struct stat> status = statusOf(path);
-  if (status && S_ISREG(status->st_mode)) {
-    considerFile(path);
+  if (status && isStorable(*status)) {
+    scanner_.consider(path);
+    const std::lock_guard guard(mutex_);
+    urgent_ = true;
+    noticed_ = noticed_.value_or(steady_clock::now());
+    ++wakes_;
   } else {
     const std::lock_guard guard(mutex_);
-    willScan(path);
+    willScan(path, true);
   }
   changed_.notify_all();
 }
@@ -64,18 +82,20 @@ void BackupWorker::reconsiderAll() {
   const std::vector<std::string> places = rules_.places();
   {
     const std::lock_guard guard(mutex_);
-    for (const auto& [path, order] : priorities_) {
-      willScan(path);
+    for (const std::string& path : pending_.preferred()) {
+      willScan(path, false);
     }
     for (const std::string& place : places) {
-      willScan(place);
+      willScan(place, false);
     }
   }
   changed_.notify_all();
 }
 
 // With the mutex held. Whoever asks a thousand times has it looked at once.
-void BackupWorker::willScan(const std::string& place) {
+void BackupWorker::willScan(const std::string& place, bool urgent) {
+  urgent_ = urgent_ || urgent;
+  ++wakes_;
   if (toBeScanned_.insert(place).second) {
     toScan_.push_back(place);
   }
@@ -96,193 +116,144 @@ std::optional<std::string> BackupWorker::nextPlace() {
 
 void BackupWorker::prioritize(const std::string& path) {
   store_.addPriority(path);
-  {
-    const std::lock_guard guard(mutex_);
-    priorities_.try_emplace(path, ++lastPriority_);
-  }
+  pending_.preferNext(path);
+  scanner_.forgetDelays();
   reconsider(path);
-  const std::lock_guard guard(mutex_);
-  if (!pending_.contains(path)) {  // backed up already: there is nothing to prefer
-    priorities_.erase(path);
+  if (!pending_.contains(path)) {  // stored already: there is nothing to prefer
+    pending_.endPreference(path);
     store_.removePriority(path);
   }
+}
+
+void BackupWorker::repositoryChanged() {
+  {
+    const std::lock_guard guard(mutex_);
+    ready_ = false;
+    hour_ = {};
+    ++wakes_;
+  }
+  watch_.tryNow();
+  changed_.notify_all();
+}
+
+void BackupWorker::wake() {
+  {
+    const std::lock_guard guard(mutex_);
+    ++wakes_;
+  }
+  changed_.notify_all();
+}
+
+BackupWorker::Stillness BackupWorker::holdStill() {
+  Stillness stillness{std::unique_lock(ordinary_.running, std::defer_lock),
+                      std::unique_lock(preferred_.running, std::defer_lock)};
+  const auto take = [this](std::unique_lock<std::mutex>& lock, Lane& lane) {
+    while (!lock.try_lock()) {  // a call that begins just now has yet to be told
+      lane.job.cancelled = true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+  };
+  take(stillness.ordinary, ordinary_);
+  take(stillness.preferred, preferred_);
+  return stillness;
 }
 
 void BackupWorker::setModes(const Modes& modes) {
   {
     const std::lock_guard guard(mutex_);
     modes_ = modes;
+    ++wakes_;
+    for (Lane* lane : {&ordinary_, &preferred_}) {
+      lane->job.lowPriority = modes.lowerPriority;
+    }
+    cancelWhatMayNotRun();
   }
   changed_.notify_all();
 }
 
-BackupWorker::Progress BackupWorker::progress() const {
-  const std::lock_guard guard(mutex_);
-  const auto current = pending_.find(currentFile_);
-  const std::uint64_t done =
-      current == pending_.end() ? 0 : std::min<std::uint64_t>(current->second, job_.bytesDone);
-  return {pending_.size(), pendingBytes_ - done, currentFile_, toScan_.size()};
+// With the mutex held.
+void BackupWorker::cancelWhatMayNotRun() {
+  for (Lane* lane : {&ordinary_, &preferred_}) {
+    if (lane->isStoring && !mayWork(lane->isForced)) {
+      lane->job.cancelled = true;
+    }
+  }
 }
 
-bool BackupWorker::isPending(const std::string& path) const {
+// With the mutex held. What ran while the computer slept may have lost its lock on the repository.
+void BackupWorker::endAfterSuspend() {
+  const std::int64_t asleep = secondsAsleep();
+  if (asleep - suspended_ > kShortestSleep) {
+    for (Lane* lane : {&ordinary_, &preferred_}) {
+      lane->job.cancelled = lane->job.cancelled || lane->isStoring;
+    }
+    for (const std::string& place : rules_.places()) {
+      willScan(place, false);
+    }
+  }
+  suspended_ = asleep;
+}
+
+BackupWorker::Progress BackupWorker::progress() const {
+  const PendingFiles::Totals totals = pending_.totals();
   const std::lock_guard guard(mutex_);
-  return pending_.contains(path);
+  const std::uint64_t files = ordinary_.filesDone + preferred_.filesDone;
+  const std::uint64_t bytes = ordinary_.bytesDone + preferred_.bytesDone;
+  Progress progress;
+  progress.isStoring = ordinary_.isStoring || preferred_.isStoring;
+  // A file counts as pending until its batch has ended, so the last one goes with the batch.
+  progress.pendingFiles = totals.files - std::min(files, totals.files - (totals.files > 0 ? 1 : 0));
+  progress.pendingBytes = totals.bytes - std::min(bytes, totals.bytes);
+  progress.currentFile = preferred_.current.empty() ? ordinary_.current : preferred_.current;
+  progress.placesToScan = toScan_.size() + (scanned_.empty() ? 0 : 1);
+  progress.isReady = ready_;
+  return progress;
 }
 
 bool BackupWorker::isPendingBelow(const std::string& folder) const {
-  const std::lock_guard guard(mutex_);
+  if (pending_.containsBelow(folder)) {
+    return true;
+  }
   const std::string below = folder == "/" ? folder : folder + '/';
-  const auto place = toBeScanned_.lower_bound(below);
-  const auto first = pending_.lower_bound(below);
-  return toBeScanned_.contains(folder) || (place != toBeScanned_.end() && isAtOrBelow(*place, folder)) ||
-         (!scanned_.empty() && isAtOrBelow(scanned_, folder)) ||
-         (first != pending_.end() && isAtOrBelow(first->first, folder));
-}
-
-bool BackupWorker::isPrioritized(const std::string& path) const {
   const std::lock_guard guard(mutex_);
-  return priorities_.contains(path);
+  const auto place = toBeScanned_.lower_bound(below);
+  return toBeScanned_.contains(folder) || (place != toBeScanned_.end() && isAtOrBelow(*place, folder)) ||
+         (!scanned_.empty() && isAtOrBelow(scanned_, folder));
 }
 
-void BackupWorker::run() {
-  auto nextRescan = std::chrono::steady_clock::now() + kRescanInterval;
-  while (!job_.cancelled) {
+bool BackupWorker::waitForWork(std::chrono::milliseconds time) {
+  std::unique_lock guard(mutex_);
+  const std::uint64_t seen = wakes_;
+  changed_.wait_for(guard, time, [&] { return stopping_ || wakes_ != seen; });
+  return !stopping_;
+}
+
+void BackupWorker::runScanner() {
+  auto nextScan = steady_clock::now() + timing_.scanInterval;
+  while (!stopping_) {
     try {
       if (const std::optional<std::string> place = nextPlace()) {
-        rescan(*place);
+        const bool news = scanner_.scan(*place, stopping_);
         const std::lock_guard guard(mutex_);
         scanned_.clear();
-      } else if (const std::optional<std::string> file = nextFile()) {
-        backUp(*file);
-      } else if (std::chrono::steady_clock::now() > nextRescan) {
-        nextRescan = std::chrono::steady_clock::now() + kRescanInterval;
+        ++wakes_;
+        if (news || urgent_) {
+          noticed_ = noticed_.value_or(steady_clock::now());
+        }
+        changed_.notify_all();
+        continue;
+      }
+      if (steady_clock::now() > nextScan) {
+        nextScan = steady_clock::now() + timing_.scanInterval;
         reconsiderAll();
-      } else {
-        waitForWork();
+        continue;
       }
     } catch (const std::exception& error) {
-      systemLog("The backup worker could not go on with its work: %s", error.what());
-      waitForWork();
+      systemLog("The scanner could not go on with its work: %s", error.what());
     }
-  }
-}
-
-void BackupWorker::waitForWork() {
-  std::unique_lock guard(mutex_);
-  changed_.wait_for(guard, std::chrono::seconds(1));
-}
-
-void BackupWorker::rescan(const std::string& place) {
-  forgetBelow(place);
-  const std::optional<struct stat> status = statusOf(place);
-  if (status && S_ISDIR(status->st_mode)) {
-    scanFolder(place);
-  } else if (status && S_ISREG(status->st_mode)) {
-    considerFile(place);
-  }
-}
-
-// Folder by folder, links not followed. What cannot be read is passed over.
-void BackupWorker::scanFolder(const std::string& folder) {
-  std::vector<std::string> folders = {folder};
-  while (!folders.empty() && !job_.cancelled) {
-    const std::string current = std::move(folders.back());
-    folders.pop_back();
-    std::error_code error;
-    for (fs::directory_iterator at(current, fs::directory_options::skip_permission_denied, error), end;
-         !error && at != end && !job_.cancelled; at.increment(error)) {
-      const std::string path = at->path().string();
-      std::error_code ignored;
-      const fs::file_type type = at->symlink_status(ignored).type();
-      if (type == fs::file_type::directory && !rules_.decide(path, true).barred) {
-        folders.push_back(path);
-      } else if (type == fs::file_type::regular) {
-        considerFile(path);
-      }
-    }
-  }
-}
-
-void BackupWorker::forgetBelow(const std::string& path) {
-  const std::lock_guard guard(mutex_);
-  for (auto entry = pending_.lower_bound(path); entry != pending_.end() && entry->first.starts_with(path);) {
-    if (isAtOrBelow(entry->first, path)) {
-      pendingBytes_ -= entry->second;
-      entry = pending_.erase(entry);
-    } else {
-      ++entry;
-    }
-  }
-}
-
-void BackupWorker::considerFile(const std::string& path) {
-  const std::optional<struct stat> status = statusOf(path);
-  const std::optional<BackupRecord> record = store_.record(path);
-  const bool wanted = status && S_ISREG(status->st_mode) && rules_.decide(path, false).selected &&
-                      !(record && isUnchanged(*status, *record));
-  const std::lock_guard guard(mutex_);
-  const auto known = pending_.find(path);
-  if (known != pending_.end()) {
-    pendingBytes_ -= known->second;
-    pending_.erase(known);
-  }
-  if (wanted) {
-    pending_[path] = static_cast<std::uint64_t>(status->st_size);
-    pendingBytes_ += static_cast<std::uint64_t>(status->st_size);
-  }
-}
-
-bool BackupWorker::mayWork(bool hasPriority) const {
-  return modes_.enabled && modes_.pausedUntil <= secondsSinceBoot() && (modes_.automatic || hasPriority);
-}
-
-std::optional<std::string> BackupWorker::nextFile() {
-  const std::lock_guard guard(mutex_);
-  std::optional<std::string> first;
-  std::int64_t order = 0;
-  for (const auto& [path, sequence] : priorities_) {
-    if (pending_.contains(path) && (!first || sequence < order)) {
-      first = path;
-      order = sequence;
-    }
-  }
-  if (first || pending_.empty()) {
-    return first && mayWork(true) ? first : std::nullopt;
-  }
-  return mayWork(false) ? std::optional(pending_.begin()->first) : std::nullopt;
-}
-
-void BackupWorker::backUp(const std::string& path) {
-  bool slowly = false;
-  {
+    waitForWork(std::min<std::chrono::milliseconds>(timing_.scanInterval, std::chrono::seconds(1)));
     const std::lock_guard guard(mutex_);
-    currentFile_ = path;
-    job_.bytesDone = 0;
-    slowly = modes_.lowerPriority;
-  }
-  // On Linux a thread has a nice value of its own; raising it needs no right, lowering it again may, and then
-  // the thread stays nice.
-  setpriority(PRIO_PROCESS, 0, slowly ? 19 : 0);
-  std::optional<BackupRecord> record;
-  if (rules_.decide(path, false).selected) {
-    record = engine_->backUp(path, job_);
-  }
-  if (record) {
-    store_.setRecord(path, *record);
-    store_.removePriority(path);
-  }
-  std::unique_lock guard(mutex_);
-  currentFile_.clear();
-  if (record) {
-    priorities_.erase(path);
-  }
-  const auto done = pending_.find(path);
-  if (done != pending_.end()) {
-    pendingBytes_ -= done->second;
-    pending_.erase(done);
-  }
-  if (slowly) {
-    changed_.wait_for(guard, kLowPriorityPause, [this] { return job_.cancelled.load(); });
+    endAfterSuspend();
   }
 }
 

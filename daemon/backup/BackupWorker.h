@@ -1,7 +1,8 @@
-// The thread that finds what is to be backed up and has it backed up.
+// The threads that find what is to be stored and have it stored.
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -13,33 +14,78 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <vector>
 
+#include "daemon/backup/BatchRun.h"
+#include "daemon/backup/PendingFiles.h"
+#include "daemon/backup/RepositoryWatch.h"
+#include "daemon/backup/Scanner.h"
 #include "daemon/engine/BackupEngine.h"
+#include "daemon/engine/RepositoryConfig.h"
 #include "daemon/rules/RuleBook.h"
 #include "daemon/store/Store.h"
 
 namespace keldane {
 
-/// Keeps the list of pending files, priority files first, and works through it. Files are found again when a
-/// rule changes and every minute. Any thread may call; the mutex guards the lists, and no lock is held while
-/// a file is read.
+/// What happens between batches when nothing waits: making the repository ready, looking after it.
+class RepositoryKeeper {
+ public:
+  virtual ~RepositoryKeeper() = default;
+  /// Makes the repository usable: sets it up at the first start, and brings the catalogue up to what the
+  /// repository holds. Called before the first batch and again after each change of the repository.
+  virtual EngineAnswer makeReady(EngineJob& job) = 0;
+  /// Does what is due (forget, prune, check, drill) and answers how it went; absent when nothing was.
+  virtual std::optional<EngineAnswer> lookAfter(EngineJob& job) = 0;
+  /// Whether the repository is to be left as it is until a person says otherwise.
+  virtual bool isRecovering() = 0;
+  /// Whether the quota leaves room, with a sentence when it does not.
+  virtual EngineAnswer mayGrow() = 0;
+  /// Tells of a finished batch.
+  virtual void grew(std::uint64_t bytes) = 0;
+  /// Nothing waits and the repository answers, or a batch went well.
+  virtual void noteGood() = 0;
+};
+
+/// Keeps the list of pending files and works through it in batches, files that a person prefers in batches of
+/// their own that start at once. One thread looks at the disk, one stores what waits, one stores what is
+/// preferred. Files are looked for when a rule changes and in intervals. Any thread may call; the mutex guards
+/// the lists, and no lock is held while a file is read or the engine runs.
 class BackupWorker {
  public:
-  BackupWorker(Store& store, const RuleBook& rules, std::unique_ptr<BackupEngine> engine);
+  struct Timing {
+    /// From the first noticed change to the batch that takes it, so that one batch takes many changes.
+    std::chrono::milliseconds batchDelay = std::chrono::seconds(45);
+    std::chrono::milliseconds scanInterval = std::chrono::seconds(60);
+    std::chrono::seconds fullInterval = std::chrono::hours(24);
+  };
+
+  BackupWorker(Store& store, const RuleBook& rules, BackupEngine& engine, const RepositoryFiles& files,
+               RepositoryWatch& watch, RepositoryKeeper& keeper, const Timing& timing);
   ~BackupWorker();
   BackupWorker(const BackupWorker&) = delete;
   BackupWorker& operator=(const BackupWorker&) = delete;
 
   void start();
-  /// Ends after the block that is being read.
+  /// Ends the engine's calls that run, and the threads.
   void stop();
 
-  /// Looks again at a path whose rule changed: a file at once, a folder on the worker's thread.
+  /// Looks again at a path whose rule changed: a file at once, a folder on the scanning thread. What is found is
+  /// stored without the delay.
   void reconsider(const std::string& path);
   /// Looks again everywhere.
   void reconsiderAll();
-  /// Takes the file next, even while automatic backup is off.
+  /// Stores the file next, even while automatic backup is off.
   void prioritize(const std::string& path);
+  /// The repository was changed or came back: tries it at once.
+  void repositoryChanged();
+  /// Lets the lanes look again at what they may do.
+  void wake();
+  /// Keeps batches from starting for as long as it lives.
+  struct Stillness {
+    std::unique_lock<std::mutex> ordinary, preferred;
+  };
+  /// Ends what runs and answers when it has ended.
+  [[nodiscard]] Stillness holdStill();
 
   struct Modes {
     bool enabled = true;
@@ -50,47 +96,85 @@ class BackupWorker {
   void setModes(const Modes& modes);
 
   struct Progress {
-    std::uint64_t pendingFiles = 0, pendingBytes = 0;  ///< less what of the current file is done
+    std::uint64_t pendingFiles = 0, pendingBytes = 0;  ///< less what is done of the batches that run
     std::string currentFile;                           ///< empty when none
-    std::size_t placesToScan = 0;
+    std::size_t placesToScan = 0;                      ///< the one at hand included
+    bool isStoring = false;                            ///< a batch runs
+    bool isReady = false;  ///< the repository was made ready since the start
   };
   Progress progress() const;
-  bool isPending(const std::string& path) const;
+  bool isPending(const std::string& path) const { return pending_.contains(path); }
   bool isPendingBelow(const std::string& folder) const;
-  bool isPrioritized(const std::string& path) const;
+  bool isPrioritized(const std::string& path) const { return pending_.isPreferred(path); }
 
  private:
-  void run();
-  void willScan(const std::string& place);
+  /// A thread that runs one batch at a time.
+  struct Lane {
+    EngineJob job;
+    std::mutex running;  // held while a batch is prepared and runs
+    // Guarded by BackupWorker::mutex_:
+    bool isStoring = false;
+    bool isForced = false;  // its batch is of preferred files
+    std::uint64_t filesDone = 0, bytesDone = 0;
+    std::string current;
+    std::thread thread;
+  };
+
+  void runScanner();
+  void runLane(Lane& lane, bool preferredOnly);
+  bool step(Lane& lane, bool preferredOnly);
+  bool prepare(Lane& lane);
+  std::optional<Batch> nextBatch(bool preferredOnly);
+  Batch batchOf(const std::vector<PendingFiles::File>& files);
+  void addAgain(Batch& batch);
+  bool isBatchDue() const;
+  bool isFullDue() const;
+  bool runBatch(Lane& lane, const Batch& batch, bool preferred);
+  void learnFrom(const Batch& batch, const BatchEnd& end, std::chrono::steady_clock::duration took);
+  void noteRest(const Batch& batch);
+  bool waitForWork(std::chrono::milliseconds time);
+  void willScan(const std::string& place, bool urgent);
   std::optional<std::string> nextPlace();
-  void rescan(const std::string& place);
-  void scanFolder(const std::string& folder);
-  void forgetBelow(const std::string& path);
-  void considerFile(const std::string& path);
-  std::optional<std::string> nextFile();
-  void backUp(const std::string& path);
-  void waitForWork();
-  bool mayWork(bool hasPriority) const;
+  bool mayWork(bool preferred) const;
+  void cancelWhatMayNotRun();
+  void endAfterSuspend();
 
   Store& store_;
   const RuleBook& rules_;
-  const std::unique_ptr<BackupEngine> engine_;
+  BackupEngine& engine_;
+  RepositoryWatch& watch_;
+  RepositoryKeeper& keeper_;
+  const Timing timing_;
+  PendingFiles pending_;
+  Scanner scanner_;
+  BatchRun run_;
 
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   // Guarded by mutex_:
   Modes modes_;
-  std::map<std::string, std::uint64_t> pending_;  // bytes by path
-  std::uint64_t pendingBytes_ = 0;
-  std::map<std::string, std::int64_t> priorities_;  // order by path
-  std::int64_t lastPriority_ = 0;
   std::deque<std::string> toScan_;  // each once
   std::set<std::string> toBeScanned_;
   std::string scanned_;  // empty when none
-  std::string currentFile_;
+  std::optional<std::chrono::steady_clock::time_point> noticed_;  // the first change since the last batch began
+  bool urgent_ = true;                                           // a person waits for it
+  bool ready_ = false;
+  std::uint64_t wakes_ = 0;  // how often something changed
+  SnapshotRecord lastFull_;
+  bool changedSinceFull_ = false;
+  std::size_t mostFiles_;
+  std::uint64_t mostBytes_;
+  std::int64_t suspended_ = 0;  // seconds of sleep that are known
+  struct Hour {
+    std::int64_t number = 0;
+    std::string parent;              // the newest snapshot of this hour
+    std::map<std::string, BatchFile> files;  // by path
+  } hour_;
 
-  BackupJob job_;  // cancelled once and for all, when the worker stops
-  std::thread thread_;
+  std::atomic<bool> stopping_ = false;
+  std::mutex preparing_;  // the repository is made ready by one lane
+  Lane ordinary_, preferred_;
+  std::thread scanning_;
 };
 
 }  // namespace keldane

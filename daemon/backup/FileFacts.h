@@ -12,8 +12,8 @@
 namespace keldane {
 
 /// Nanoseconds since the UNIX epoch.
-inline std::int64_t modificationTime(const struct stat& status) {
-  return std::int64_t{status.st_mtim.tv_sec} * 1'000'000'000 + status.st_mtim.tv_nsec;
+inline std::int64_t nanoseconds(const timespec& time) {
+  return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
 }
 
 /// Absent when nothing is there. A final symbolic link is not followed.
@@ -22,10 +22,19 @@ inline std::optional<struct stat> statusOf(const std::string& path) {
   return lstat(path.c_str(), &status) == 0 ? std::optional(status) : std::nullopt;
 }
 
-/// Whether a file is as it was when it was recorded.
+/// What has a version of its own: files, and links, whose text is their content.
+inline bool isStorable(const struct stat& status) {
+  return S_ISREG(status.st_mode) || S_ISLNK(status.st_mode);
+}
+
+inline FileState fileStateOf(const struct stat& status) {
+  return {static_cast<std::uint64_t>(status.st_size), nanoseconds(status.st_mtim),
+          nanoseconds(status.st_ctim)};
+}
+
+/// Whether a file is as it was when it was stored, and its stored bytes are whole.
 inline bool isUnchanged(const struct stat& status, const BackupRecord& record) {
-  return static_cast<std::uint64_t>(status.st_size) == record.size &&
-         modificationTime(status) == record.modified;
+  return !record.damaged && fileStateOf(status) == static_cast<const FileState&>(record);
 }
 
 }  // namespace keldane

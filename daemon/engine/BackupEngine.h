@@ -31,6 +31,9 @@ enum class Health {
   failed            ///< anything else; the detail tells more
 };
 
+/// The name of a health for clients, as the enumerator is called.
+const char* healthWord(Health health);
+
 /// The end of one call: how the repository stands and, unless it is ready, a sentence for people. The sentence
 /// never holds a secret.
 struct EngineAnswer {

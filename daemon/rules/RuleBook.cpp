@@ -37,15 +37,30 @@ RuleBook::RuleBook(Store& store, std::string root, std::vector<std::string> poli
       types_(store.types()) {}
 
 bool RuleBook::isBarred(const std::string& path) const {
-  return !isAtOrBelow(path, root_) ||
+  return !isAtOrBelow(path, root_) || (!repository_.empty() && isAtOrBelow(path, repository_)) ||
+         path.find("/" + std::string(kRestoreFolderPrefix)) != std::string::npos ||
          std::any_of(policy_.begin(), policy_.end(),
                      [&](const std::string& barred) { return isAtOrBelow(path, barred); });
 }
 
+std::vector<std::string> RuleBook::policy() const {
+  std::vector<std::string> policy = policy_;
+  const ScopedLock guard(mutex_);
+  if (!repository_.empty()) {
+    policy.push_back(repository_);
+  }
+  return policy;
+}
+
+void RuleBook::barRepository(const std::string& folder) {
+  const ScopedLock guard(mutex_);
+  repository_ = folder;
+}
+
 Decision RuleBook::decide(const std::string& path, bool isDirectory) const {
   Decision decision;
-  decision.barred = isBarred(path);
   const ScopedLock guard(mutex_);
+  decision.barred = isBarred(path);
   if (!isDirectory) {
     const auto type = types_.find(fileType(path));
     decision.typeToggle = type == types_.end() ? 0 : type->second;
@@ -106,6 +121,11 @@ std::uint32_t RuleBook::type(const std::string& type) const {
   const ScopedLock guard(mutex_);
   const auto found = types_.find(type);
   return found == types_.end() ? 0 : found->second;
+}
+
+bool RuleBook::isEmpty() const {
+  const ScopedLock guard(mutex_);
+  return rules_.empty() && types_.empty();
 }
 
 std::vector<std::string> RuleBook::places() const {

@@ -26,9 +26,12 @@ struct Decision {
   std::uint32_t typeToggle = 0;
 };
 
+/// The folder in which a restore prepares what it puts in its place begins with this name.
+inline constexpr std::string_view kRestoreFolderPrefix = ".keldane-restore-";
+
 /// The rules, in memory and in the store. A path's own rule decides; then, for a file, the rule for its type;
-/// then the rule of the nearest folder above. Without any a path is not in the backup. Paths outside the root
-/// and those on the policy list are barred. Any thread.
+/// then the rule of the nearest folder above. Without any a path is not in the backup. Paths outside the root,
+/// those on the policy list, the repository and unfinished restores are barred. Any thread.
 class RuleBook {
  public:
   static constexpr std::size_t kMostRules = 250'000;
@@ -43,6 +46,8 @@ class RuleBook {
   bool setRule(const std::string& path, bool included);
   void removeRule(const std::string& path);
   void setType(const std::string& type, std::uint32_t toggle);
+  /// Whether there is neither a rule for a path nor for a type.
+  bool isEmpty() const;
   std::uint32_t type(const std::string& type) const;
 
   /// The paths where files that belong into the backup are to be looked for.
@@ -51,11 +56,14 @@ class RuleBook {
   std::vector<std::string> excludedAt(const std::string& path) const;
   /// Paths with a rule of their own below a path.
   std::vector<std::string> rulesBelow(const std::string& path) const;
-  const std::vector<std::string>& policy() const { return policy_; }
+  /// What is barred, each with all that is below.
+  std::vector<std::string> policy() const;
+  /// Bars the folder that the repository lies in, in place of an earlier one; empty: it lies elsewhere.
+  void barRepository(const std::string& folder);
   const std::string& root() const { return root_; }
 
  private:
-  bool isBarred(const std::string& path) const;
+  bool isBarred(const std::string& path) const KELDANE_REQUIRES(mutex_);
   std::map<std::string, bool>::const_iterator firstBelow(const std::string& path) const
       KELDANE_REQUIRES(mutex_);
 
@@ -64,6 +72,7 @@ class RuleBook {
   const std::vector<std::string> policy_;
   const std::size_t mostRules_;
   mutable Mutex mutex_{{.name = "RuleBook.mutex"}};
+  std::string repository_ KELDANE_GUARDED_BY(mutex_);
   std::map<std::string, bool> rules_ KELDANE_GUARDED_BY(mutex_);
   std::map<std::string, std::uint32_t> types_ KELDANE_GUARDED_BY(mutex_);
 };

@@ -1,35 +1,24 @@
 #include "daemon/server/DaemonServer.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <filesystem>
 
-#include "daemon/backup/FileFacts.h"
-#include "daemon/server/FolderSafety.h"
 #include "platform/syslog/SystemLog.h"
 
 namespace keldane {
 
 namespace {
 
-namespace fs = std::filesystem;
-
-constexpr std::size_t kLongestSocketPath = 103;
-
 // Descriptors that are kept for everything but connections; of few, half.
 constexpr std::size_t kOtherDescriptors = 64;
 
 constexpr auto kNotificationInterval = std::chrono::seconds(1);
 
-constexpr MethodSignature kClientMethods[] = {{"stateChanged:", 'v', "@"}};
+constexpr MethodSignature kClientMethods[] = {
+    {"stateChanged:", 'v', "@"}, {"alertRaised:", 'v', "@"}, {"showRestoreWizard:", 'v', "@"}};
 
 std::string errorText(int error) { return std::generic_category().message(error); }
 
@@ -43,16 +32,6 @@ ServerLimits withinDescriptors(ServerLimits limits) {
   return limits;
 }
 
-// Whether nobody listens at the socket any more. One whose queue is full is alive.
-bool isStale(const std::string& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-  const Descriptor caller(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  return ::connect(caller.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 &&
-         (errno == ECONNREFUSED || errno == ENOENT);
-}
-
 }  // namespace
 
 constinit const Protocol KeldaneClientProtocol = {"KeldaneClientProtocol", kClientMethods};
@@ -62,78 +41,29 @@ DaemonServer::~DaemonServer() { stop(); }
 DaemonServer::DaemonServer(std::shared_ptr<Daemon> daemon, std::string socket, bool allowSharedFolder,
                            const ServerLimits& limits)
     : daemon_(std::move(daemon)),
-      path_(std::move(socket)),
-      allowSharedFolder_(allowSharedFolder),
+      path_(std::move(socket), allowSharedFolder),
       limits_(withinDescriptors(limits)),
       turns_(std::make_shared<WalkTurns>(limits.walks, limits.walksOfUser)),
       requests_(std::make_shared<ByteBudget>(limits.requestBytes)),
       answers_(std::make_shared<ByteBudget>(limits.answerBytes)) {}
 
-bool DaemonServer::claimPath(std::string* error) {
-  if (path_.empty() || path_.size() > kLongestSocketPath) {
-    *error = "The socket path " + path_ + " is empty or longer than " + std::to_string(kLongestSocketPath) +
-             " bytes.";
-    return false;
-  }
-  std::error_code ignored;
-  const fs::path folder = fs::path(path_).parent_path();
-  if (!folder.empty() && !fs::exists(folder, ignored)) {
-    fs::create_directories(folder, ignored);
-    // Every user's clients connect here, however narrow this process's own mask is.
-    fs::permissions(folder, fs::perms(0755), ignored);
-  }
-  const std::optional<std::string> shared = whoElseCanWriteTo(folder.empty() ? "." : folder.string());
-  if (shared && !allowSharedFolder_) {
-    *error = *shared + " The socket " + path_ + " is not safe there (--allow-shared-folder).";
-    return false;
-  }
-  if (!lockPath(error)) {
-    return false;
-  }
-  const std::optional<struct stat> status = statusOf(path_);
-  if (status && !S_ISSOCK(status->st_mode)) {
-    *error = path_ + " is in the way: it is no socket.";
-    return false;
-  }
-  if (status && !isStale(path_)) {
-    *error = "Another program already serves " + path_ + ".";
-    return false;
-  }
-  return true;
-}
-
-// Never removed, so that two daemons cannot hold two locks of one name.
-bool DaemonServer::lockPath(std::string* error) {
-  const std::string path = path_ + ".lock";
-  lock_ = Descriptor(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));
-  struct stat status {};
-  if (!lock_ || fstat(lock_.get(), &status) != 0) {
-    *error = "The lock " + path + " cannot be made: " + errorText(errno) + ".";
-    return false;
-  }
-  if (!S_ISREG(status.st_mode) || status.st_uid != geteuid()) {
-    *error = "The lock " + path + " is another user's.";
-    return false;
-  }
-  if (flock(lock_.get(), LOCK_EX | LOCK_NB) != 0) {
-    *error = "Another keldaned already serves " + path_ + ".";
-    return false;
-  }
-  return true;
-}
-
 bool DaemonServer::start(std::string* error) {
-  if (!claimPath(error)) {
+  if (!path_.claim(error)) {
     return false;
   }
   listener_ = KeldaneSocket::create();
   listener_->setSocketDelegate(shared_from_this());
   errno = 0;
-  if (!listener_->listenAtPath(path_)) {
-    *error = "The socket " + path_ + " cannot be made: " + errorText(errno) + ".";
+  if (!listener_->listenAtPath(path_.text())) {
+    *error = "The socket " + path_.text() + " cannot be made: " + errorText(errno) + ".";
     return false;
   }
   notifier_ = std::thread([this] { notify(); });
+  daemon_->setAnnounce([weak = weak_from_this()](const std::string& selector, const PropertyList& dictionary) {
+    if (const std::shared_ptr<DaemonServer> self = weak.lock()) {
+      self->tellAlert(selector, dictionary);
+    }
+  });
   return true;
 }
 
@@ -148,6 +78,7 @@ void DaemonServer::stop() {
     peers.swap(peers_);
   }
   changed_.notify_all();
+  daemon_->setAnnounce({});
   turns_->end();
   listener_->close();
   for (auto& [key, peer] : peers) {
@@ -157,7 +88,7 @@ void DaemonServer::stop() {
   if (notifier_.joinable()) {
     notifier_.join();
   }
-  ::unlink(path_.c_str());  // a listener that nobody ever called leaves its file
+  ::unlink(path_.text().c_str());  // a listener that nobody ever called leaves its file
   listener_.reset();
 }
 
@@ -184,9 +115,9 @@ void DaemonServer::socketCreated(const std::shared_ptr<KeldaneSocket>& child) {
   link.share = share;
   link.service =
       std::make_shared<DaemonService>(daemon_, Sight(peerOf(credentials->uid, credentials->gid)), share,
-                                      [weak = weak_from_this(), key](bool on) {
+                                      [weak = weak_from_this(), key](DaemonService::Subject subject, bool on) {
                                         if (const std::shared_ptr<DaemonServer> self = weak.lock()) {
-                                          self->subscribe(key, on);
+                                          self->subscribe(key, subject, on);
                                         }
                                       });
   link.proxy = KeldaneProxy::create();
@@ -237,12 +168,36 @@ void DaemonServer::socketFailed(const std::shared_ptr<KeldaneSocket>& child) {
   child->close();
 }
 
-void DaemonServer::subscribe(const KeldaneSocket* peer, bool on) {
+void DaemonServer::subscribe(const KeldaneSocket* peer, DaemonService::Subject subject, bool on) {
   const std::lock_guard guard(mutex_);
   const auto found = peers_.find(peer);
-  if (found != peers_.end()) {
-    found->second.second.wantsState = on;
-    found->second.second.told = {};
+  if (found == peers_.end()) {
+    return;
+  }
+  PeerLink& link = found->second.second;
+  if (subject == DaemonService::Subject::alerts) {
+    link.wantsAlerts = on;
+  } else {
+    link.wantsState = on;
+    link.told = {};
+  }
+}
+
+// Alerts name no file. What a user asks to be shown is that user's and the privileged peers' alone.
+void DaemonServer::tellAlert(const std::string& selector, const PropertyList& dictionary) {
+  std::vector<std::shared_ptr<KeldaneProxy>> toTell;
+  const PropertyList user = dictionary["user"];
+  {
+    const std::lock_guard guard(mutex_);
+    for (const auto& [key, peer] : peers_) {
+      const PeerLink& link = peer.second;
+      if (link.wantsAlerts && (!user || link.service->sight().peer().uid == user.unsignedIntValue())) {
+        toTell.push_back(link.proxy);
+      }
+    }
+  }
+  for (const std::shared_ptr<KeldaneProxy>& proxy : toTell) {
+    proxy->callWithoutWaiting(selector, {RawValue::of<'@'>(dictionary)});
   }
 }
 

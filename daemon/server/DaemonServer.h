@@ -14,11 +14,12 @@
 #include "daemon/Daemon.h"
 #include "daemon/server/DaemonService.h"
 #include "daemon/server/ServerLimits.h"
-#include "platform/files/Descriptor.h"
+#include "daemon/server/SocketPath.h"
 
 namespace keldane {
 
-/// What the daemon calls at clients that asked to be told: one-way, with the state dictionary.
+/// What the daemon calls at clients that asked to be told, one-way: `stateChanged:` with the state dictionary;
+/// `alertRaised:` with "kind" and "text"; `showRestoreWizard:` with the "user" who asks for the restore window.
 extern const Protocol KeldaneClientProtocol;
 
 /// Listens, and keeps one proxy for each accepted peer, which performs that peer's requests on its own
@@ -49,26 +50,23 @@ class DaemonServer final : public KeldSocketDelegate, public std::enable_shared_
     std::shared_ptr<KeldaneProxy> proxy;
     std::shared_ptr<DaemonService> service;
     std::shared_ptr<UserShare> share;
-    bool wantsState = false;
+    bool wantsState = false, wantsAlerts = false;
     PropertyList told;  // the state that it knows
   };
 
-  bool claimPath(std::string* error);
-  bool lockPath(std::string* error);
   /// Null when there are too many connections.
   std::shared_ptr<UserShare> shareFor(uid_t user);
-  void subscribe(const KeldaneSocket* peer, bool on);
+  void subscribe(const KeldaneSocket* peer, DaemonService::Subject subject, bool on);
+  void tellAlert(const std::string& selector, const PropertyList& dictionary);
   void notify();
   void tellState();
 
   const std::shared_ptr<Daemon> daemon_;
-  const std::string path_;
-  const bool allowSharedFolder_;
+  SocketPath path_;
   const ServerLimits limits_;
   const std::shared_ptr<WalkTurns> turns_;
   const std::shared_ptr<ByteBudget> requests_, answers_;
   std::shared_ptr<UserShare> accepted_;  // of the accept thread: the share of the peer that comes
-  Descriptor lock_;                      // held while this server has the path
   std::shared_ptr<KeldaneSocket> listener_;
   std::mutex mutex_;
   std::condition_variable changed_;

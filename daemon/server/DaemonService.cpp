@@ -6,6 +6,7 @@
 #include <charconv>
 
 #include "daemon/backup/FileFacts.h"
+#include "daemon/server/RestoreChoices.h"
 #include "platform/syslog/SystemLog.h"
 
 namespace keldane {
@@ -91,6 +92,11 @@ PropertyList DaemonService::dictionaryForPath(const PropertyList& path, signed c
   return mine ? daemon_->nodes().node(sight_, *asked, true) : PropertyList();
 }
 
+PropertyList DaemonService::dictionaryForPath(const PropertyList& path) {
+  const std::optional<std::string> asked = pathFrom(path);
+  return asked ? daemon_->nodes().nodeWithVersions(sight_, *asked) : PropertyList();
+}
+
 PropertyList DaemonService::childrenDictionariesForPath(const PropertyList& path) {
   const std::optional<std::string> asked = pathFrom(path);
   if (!asked) {
@@ -147,7 +153,7 @@ void DaemonService::setPriorityBackup(const PropertyList& path) {
 }
 
 PropertyList DaemonService::policyExcludeList() {
-  const std::vector<std::string>& policy = daemon_->rules().policy();
+  const std::vector<std::string> policy = daemon_->rules().policy();
   return PropertyList::array({policy.begin(), policy.end()});
 }
 
@@ -179,16 +185,63 @@ std::uint32_t DaemonService::getFileTypeToggle(const PropertyList& type) {
   return daemon_->rules().type(textOf(type));
 }
 
-// Contents are not stored, so nothing can be restored; 0 is no job.
-std::uint32_t DaemonService::restoreFile(const PropertyList& path, const PropertyList& /*toPath*/,
-                                         std::uint32_t /*version*/, std::uint32_t /*priority*/) {
-  systemLog("%@ cannot be restored: this store keeps no contents", path);
-  return 0;
+std::uint32_t DaemonService::addRestore(RestoreRequest request) {
+  request.user = sight_.peer().uid;
+  request.group = sight_.peer().gid;
+  request.groups = sight_.peer().groups;
+  std::string refusal;
+  const std::uint32_t job = daemon_->restores().add(request, &refusal);
+  if (job == 0) {
+    systemLog("uid %u cannot restore: %@", sight_.peer().uid, refusal);
+  }
+  return job;
 }
 
-std::uint32_t DaemonService::getRestoreJobStatus(std::uint32_t /*job*/) { return ENOENT; }
+// To a folder that is there, under its own name; else to exactly that path; without one, to its own place.
+std::uint32_t DaemonService::restoreFile(const PropertyList& path, const PropertyList& toPath,
+                                         std::uint32_t version, std::uint32_t priority) {
+  const std::optional<std::string> asked = pathFrom(path);
+  const bool hasTarget = toPath.isString() && !toPath.string().empty();
+  const std::optional<std::string> target = hasTarget ? pathFrom(toPath) : std::nullopt;
+  if (!asked || (hasTarget && !target)) {
+    systemLog("uid %u asked for a restore without a usable path", sight_.peer().uid);
+    return 0;
+  }
+  RestoreRequest request;
+  request.items.push_back({*asked, version});
+  request.priority = priority;
+  if (target) {
+    const std::optional<struct stat> status = statusOf(*target);
+    (status && S_ISDIR(status->st_mode) ? request.target : request.exactPath) = *target;
+  }
+  return addRestore(std::move(request));
+}
 
-signed char DaemonService::restoreWithChoices(const PropertyList& /*choices*/) { return 0; }
+std::uint32_t DaemonService::getRestoreJobStatus(std::uint32_t job) {
+  const std::optional<uid_t> user = daemon_->restores().userOf(job);
+  const bool mayKnow = user && (sight_.isPrivileged() || *user == sight_.peer().uid);
+  return static_cast<std::uint32_t>(mayKnow ? daemon_->restores().report(job).status : RestoreStatus::unknown);
+}
+
+void DaemonService::cancelAllRestoreJobs() {
+  if (mayChangeSettings("the restores")) {
+    daemon_->restores().cancelAll();
+  }
+}
+
+signed char DaemonService::restoreWithChoices(const PropertyList& choices) {
+  std::string refusal;
+  std::optional<RestoreRequest> request = restoreRequestFrom(choices, &refusal);
+  if (!request || !isShortList(choices["files"])) {
+    systemLog("uid %u asked for a restore that cannot be understood: %@", sight_.peer().uid, refusal);
+    return 0;
+  }
+  return addRestore(std::move(*request)) != 0 ? 1 : 0;
+}
+
+void DaemonService::showRestoreWizard() {
+  daemon_->announce("showRestoreWizard:", PropertyList::dictionary({{"user", sight_.peer().uid}}));
+}
 
 PropertyList DaemonService::stringForState(std::uint32_t index) {
   const PropertyList value = stateValue(index);
@@ -224,7 +277,7 @@ PropertyList DaemonService::computerNumber() {
   std::int64_t number = 0;
   const std::string text = daemon_->store().value(Store::Table::profile, "ComputerNumber").value_or("0");
   std::from_chars(text.data(), text.data() + text.size(), number);
-  return number;
+  return number != 0 ? number : std::int64_t{daemon_->computerNumber()};
 }
 
 PropertyList DaemonService::backedupStateString() {

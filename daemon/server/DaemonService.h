@@ -19,8 +19,9 @@ namespace keldane {
 /// absent, 0 or not at all. Called on the peer's receive thread.
 class DaemonService final : public InvocationTarget {
  public:
-  /// Switches on or off that the peer is told of each change of the state.
-  using Subscribe = std::function<void(bool on)>;
+  /// What a peer can ask to be told of.
+  enum class Subject { state, alerts };
+  using Subscribe = std::function<void(Subject subject, bool on)>;
 
   DaemonService(std::shared_ptr<Daemon> daemon, Sight sight, std::shared_ptr<UserShare> share,
                 Subscribe subscribe)
@@ -51,7 +52,7 @@ class DaemonService final : public InvocationTarget {
   PropertyList daemonState() { return state(); }
   std::uint32_t serviceState() { return state()["serviceState"].unsignedIntValue(); }
   void setServiceState(std::uint32_t state) { setNumber("serviceState", state); }
-  PropertyList dictionaryForPath(const PropertyList& path) { return dictionaryForPath(path, 0); }
+  PropertyList dictionaryForPath(const PropertyList& path);
   PropertyList dictionaryForPath(const PropertyList& path, signed char withDirSizes);
   PropertyList childrenDictionariesForPath(const PropertyList& path);
   std::uint32_t excludeFileFromBackup(const PropertyList& path) { return changeRule(path, false); }
@@ -67,15 +68,15 @@ class DaemonService final : public InvocationTarget {
   void setBackupControl(std::uint32_t flags) { setNumber("backupControl", flags); }
   std::uint32_t restoreFile(const PropertyList& path, const PropertyList& toPath, std::uint32_t version,
                             std::uint32_t priority);
-  std::uint32_t getCurrentRestoreJob() { return 0; }
+  std::uint32_t getCurrentRestoreJob() { return daemon_->restores().current(); }
   std::uint32_t getRestoreJobStatus(std::uint32_t job);
-  void cancelAllRestoreJobs() {}
+  void cancelAllRestoreJobs();
   void setAccountOverQuotaTestingFlag(signed char on) { setMode("overQuotaTest", on); }
   void clearAccountOverQuotaTestingFlag() { setMode("overQuotaTest", 0); }
-  void setAlertHandler() {}  // this daemon has no alerts to give
-  void endAlertHandler() {}
-  void setStateHandler() { subscribe_(true); }
-  void endStateHandler() { subscribe_(false); }
+  void setAlertHandler() { subscribe_(Subject::alerts, true); }
+  void endAlertHandler() { subscribe_(Subject::alerts, false); }
+  void setStateHandler() { subscribe_(Subject::state, true); }
+  void endStateHandler() { subscribe_(Subject::state, false); }
   std::int64_t longForState(std::uint32_t index) { return stateValue(index).longLongValue(); }
   std::uint64_t longlongForState(std::uint32_t index) { return stateValue(index).unsignedLongLongValue(); }
   PropertyList stringForState(std::uint32_t index);
@@ -89,7 +90,7 @@ class DaemonService final : public InvocationTarget {
   PropertyList backedupStateString();
   PropertyList mappedUserAsString(const PropertyList& user);
   signed char restoreWithChoices(const PropertyList& choices);
-  void showRestoreWizard() {}
+  void showRestoreWizard();
   void terminate();
 
  private:
@@ -98,6 +99,7 @@ class DaemonService final : public InvocationTarget {
   WalkTurns::Turn turn() { return {*share_->turns, share_->line}; }
   PropertyList state() { return daemon_->state(sight_); }
   bool mayChangeSettings(const char* what) const;
+  std::uint32_t addRestore(RestoreRequest request);
   std::uint32_t changeRule(const PropertyList& path, std::optional<bool> included);
   signed char mode(const char* key) { return daemon_->setting(key) != 0 ? 1 : 0; }
   void setMode(const char* key, signed char on) { setNumber(key, on != 0 ? 1 : 0); }

@@ -14,10 +14,9 @@ namespace keldane {
 
 namespace {
 
-constexpr auto kLongestWalk = std::chrono::milliseconds(200);
+constexpr std::size_t kMostVersions = 100;
 
-/// Where an item stands.
-enum class Standing { barred, notSelected, partlySelected, fresh, changed, waiting, backedUp, missing };
+constexpr auto kLongestWalk = std::chrono::milliseconds(200);
 
 struct StandingFacts {
   const char* state;
@@ -38,6 +37,8 @@ StandingFacts factsOf(Standing standing) {
       return {"Changed since last backup", BackupColor::blue};
     case Standing::waiting:
       return {"Waiting to be backed up", BackupColor::yellow};
+    case Standing::failed:
+      return {"Could not be backed up", BackupColor::blue};
     case Standing::backedUp:
       return {"Backed up", BackupColor::green};
     case Standing::missing:
@@ -47,7 +48,7 @@ StandingFacts factsOf(Standing standing) {
 }
 
 Standing standingOf(const Decision& decision, const std::string& path, const struct stat* status,
-                    const BackupRecord* record, const BackupWorker& worker) {
+                    const BackupRecord* record, const BackupWorker& worker, Store& store) {
   if (decision.barred) {
     return Standing::barred;
   }
@@ -58,12 +59,17 @@ Standing standingOf(const Decision& decision, const std::string& path, const str
     return decision.rulesBelow ? Standing::partlySelected : Standing::notSelected;
   }
   if (S_ISDIR(status->st_mode)) {
-    return worker.isPendingBelow(path) ? Standing::waiting : Standing::backedUp;
+    return worker.isPendingBelow(path)      ? Standing::waiting
+           : store.hasFailureBelow(path) ? Standing::failed
+                                         : Standing::backedUp;
   }
   if (record != nullptr && isUnchanged(*status, *record)) {
     return Standing::backedUp;
   }
-  return worker.isPending(path) ? Standing::waiting : record == nullptr ? Standing::fresh : Standing::changed;
+  return worker.isPending(path)    ? Standing::waiting
+         : store.failure(path)     ? Standing::failed
+         : record == nullptr       ? Standing::fresh
+                                   : Standing::changed;
 }
 
 std::uint32_t backupFlagsOf(const Decision& decision, Standing standing, const struct stat* status,
@@ -156,7 +162,7 @@ PropertyList NodeBuilder::build(const Sight& sight, const std::string& path, con
         std::any_of(below.begin(), below.end(), [&](const std::string& rule) { return sight.sees(rule); });
   }
   const bool prioritized = worker_.isPrioritized(path);
-  const Standing standing = standingOf(decision, path, status, record, worker_);
+  const Standing standing = standingOf(decision, path, status, record, worker_, store_);
   const StandingFacts facts = factsOf(standing);
   FolderSize size;
   if (isFolder && withDirSizes) {
@@ -169,6 +175,7 @@ PropertyList NodeBuilder::build(const Sight& sight, const std::string& path, con
   }
   const PropertyList name = lastPathComponent(path);
   const PropertyList::Keys& keys = record != nullptr ? keysWithRecord() : keysWithoutRecord();
+  const PropertyList state = stateText(standing, path);
   const PropertyList isDirectory = PropertyList::boolean(isFolder);
   const std::uint32_t backupFlags = backupFlagsOf(decision, standing, status, prioritized, record);
   const std::uint32_t simpleFlags = simpleFlagsOf(decision, standing, isFolder, prioritized);
@@ -176,12 +183,43 @@ PropertyList NodeBuilder::build(const Sight& sight, const std::string& path, con
   const std::uint32_t uid = status != nullptr ? std::uint32_t{status->st_uid} : 0U;
   const std::uint32_t gid = status != nullptr ? std::uint32_t{status->st_gid} : 0U;
   if (record == nullptr) {
-    return PropertyList::dictionary(keys, {name, name, path, isDirectory, facts.state, backupFlags,
+    return PropertyList::dictionary(keys, {name, name, path, isDirectory, state, backupFlags,
                                            simpleFlags, color, size.files, size.bytes, uid, gid});
   }
   return PropertyList::dictionary(
-      keys, {name, name, path, isDirectory, facts.state, backupFlags, simpleFlags, color,
+      keys, {name, name, path, isDirectory, state, backupFlags, simpleFlags, color,
              Date::fromUnixTime(record->date), record->version, size.files, size.bytes, uid, gid});
+}
+
+// A file that failed says why.
+std::string NodeBuilder::stateText(Standing standing, const std::string& path) const {
+  const std::string text = factsOf(standing).state;
+  const std::optional<std::string> reason = standing == Standing::failed ? store_.failure(path) : std::nullopt;
+  return reason ? text + ": " + *reason : text;
+}
+
+PropertyList NodeBuilder::nodeWithVersions(const Sight& sight, const std::string& path) const {
+  const PropertyList plain = node(sight, path, false);
+  if (!plain || plain["isDirectory"].boolValue()) {
+    return plain;
+  }
+  PropertyList::Array versions;
+  for (const VersionRecord& version : store_.versions(path, kMostVersions)) {
+    if (!version.damaged) {
+      versions.push_back(PropertyList::dictionary({{"version", version.version},
+                                                   {"backupDate", Date::fromUnixTime(version.date)},
+                                                   {"size", version.size}}));
+    }
+  }
+  if (versions.empty()) {
+    return plain;
+  }
+  PropertyList::Entries entries;
+  for (std::size_t i = 0; i < plain.count(); ++i) {
+    entries.push_back(plain.entry(i));
+  }
+  entries.emplace_back("versions", PropertyList::array(std::move(versions)));
+  return PropertyList::dictionary(std::move(entries));
 }
 
 PropertyList NodeBuilder::node(const Sight& sight, const std::string& path, bool withDirSizes) const {

@@ -13,6 +13,11 @@
 
 namespace keldane {
 
+/// Where an item stands.
+enum class Standing {
+  barred, notSelected, partlySelected, fresh, changed, waiting, failed, backedUp, missing
+};
+
 /// Joins what the file system, the rules, the records and the worker know, as far as the one who asks may see
 /// the files. Any thread; holds no state of its own.
 class NodeBuilder {
@@ -23,6 +28,8 @@ class NodeBuilder {
   /// The dictionary of one path; absent when nothing is there and nothing was ever backed up from there. With
   /// folder sizes, as far as a walk of a fifth of a second gets.
   PropertyList node(const Sight& sight, const std::string& path, bool withDirSizes) const;
+  /// The same without sizes, and with the stored versions of a file under "versions", newest first.
+  PropertyList nodeWithVersions(const Sight& sight, const std::string& path) const;
   /// The dictionaries of a folder's entries, sorted by name, those included that are only in the backup;
   /// absent for what is no folder. Of a folder with more than `kLongestListing` the rest is left out.
   PropertyList children(const Sight& sight, const std::string& folder) const;
@@ -34,6 +41,7 @@ class NodeBuilder {
  private:
   PropertyList build(const Sight& sight, const std::string& path, const struct stat* status,
                      const BackupRecord* record, bool withDirSizes) const;
+  std::string stateText(Standing standing, const std::string& path) const;
 
   Store& store_;
   const RuleBook& rules_;

@@ -71,7 +71,7 @@ TEST_F(ServerOutOfMemory, TheDaemonGoesOn) {
   const testing::TemporaryFolder folder;
   const DaemonOptions options = testing::daemonOptionsIn(folder);
   const std::string file = folder.write("home/a.txt", "content");
-  const auto daemon = std::make_shared<Daemon>(options, [] {});
+  const auto daemon = testing::recordingDaemon(options);
   const auto server = std::make_shared<DaemonServer>(daemon, options.socket);
   std::string error;
   ASSERT_TRUE(server->start(&error)) << error;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "daemon/Daemon.h"
+#include "tests/support/RecordingEngine.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace keldane::testing {
@@ -12,7 +13,15 @@ inline DaemonOptions daemonOptionsIn(const TemporaryFolder& folder) {
   options.socket = folder / "d.sock";
   options.store = folder / "store.sqlite";
   options.root = folder / "home";
+  options.timing.batchDelay = {};
   return options;
+}
+
+/// A daemon that stores nothing and says that it does.
+inline std::shared_ptr<Daemon> recordingDaemon(const DaemonOptions& options, std::function<void()> terminate = [] {}) {
+  return std::make_shared<Daemon>(
+      options, [](const RepositoryFiles& files) { return std::make_unique<RecordingEngine>(files); },
+      std::move(terminate));
 }
 
 }  // namespace keldane::testing

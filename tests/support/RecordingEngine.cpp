@@ -1,67 +1,151 @@
-#include "daemon/engine/BackupEngine.h"
+#include "tests/support/RecordingEngine.h"
 
 #include <fcntl.h>
-#include <nettle/sha2.h>
-#include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
 #include <cerrno>
-#include <chrono>
-#include <span>
-#include <vector>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
 
 #include "daemon/backup/FileFacts.h"
 #include "platform/files/Descriptor.h"
 
-namespace keldane {
+namespace keldane::testing {
 
 namespace {
 
-constexpr std::size_t kBlock = std::size_t{1} << 17;
+namespace fs = std::filesystem;
 
-std::string hexadecimal(std::span<const std::uint8_t> bytes) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::string text;
-  for (const std::uint8_t byte : bytes) {
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 0x0F];
+// The snapshots are kept in a file beside the store, so that a daemon that is started again finds them.
+std::string snapshotsFile(const RepositoryFiles& files) { return files.folder().path + "/recorded-snapshots"; }
+
+enum class ReadEnd { whole, unreadable, cancelled };
+
+ReadEnd readWholeFile(const std::string& path, std::uint64_t& bytes, const EngineJob& job) {
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
+  std::array<char, 1 << 16> block{};
+  for (;;) {
+    const ssize_t got = file ? read(file.get(), block.data(), block.size()) : -1;
+    if (job.cancelled) {
+      return ReadEnd::cancelled;
+    }
+    if (got < 0 && file && errno == EINTR) {
+      continue;
+    }
+    if (got <= 0) {
+      return got == 0 ? ReadEnd::whole : ReadEnd::unreadable;
+    }
+    bytes += static_cast<std::uint64_t>(got);
   }
-  return text;
 }
 
 }  // namespace
 
-std::optional<BackupRecord> RecordingEngine::backUp(const std::string& path, BackupJob& job) {
-  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
-  struct stat status {};
-  if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
-    return std::nullopt;
-  }
-  sha256_ctx digest;
-  sha256_init(&digest);
-  std::vector<std::uint8_t> block(kBlock);
-  for (;;) {
-    const ssize_t got = read(file.get(), block.data(), block.size());
-    if (job.cancelled || (got < 0 && errno != EINTR)) {
-      return std::nullopt;
-    }
-    if (got < 0) {
-      continue;
-    }
-    if (got == 0) {
-      break;
-    }
-    sha256_update(&digest, static_cast<std::size_t>(got), block.data());
-    job.bytesDone += static_cast<std::uint64_t>(got);
-  }
-  std::array<std::uint8_t, SHA256_DIGEST_SIZE> value{};
-  sha256_digest(&digest, value.size(), value.data());
-  BackupRecord record;
-  record.size = static_cast<std::uint64_t>(status.st_size);
-  record.modified = modificationTime(status);
-  record.date = std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-  record.digest = hexadecimal(value);
-  return record;
+EngineAnswer RecordingEngine::probe(EngineJob&) { return {}; }
+
+EngineAnswer RecordingEngine::initialize(EngineJob&) {
+  RepositoryConfig configuration = files_.configuration().value_or(RepositoryConfig());
+  configuration.repositoryId = std::string(64, '0');
+  files_.setConfiguration(configuration);
+  return {};
 }
 
-}  // namespace keldane
+EngineAnswer RecordingEngine::repositoryId(std::string& id, EngineJob&) {
+  id = std::string(64, '0');
+  return {};
+}
+
+StoreAnswer RecordingEngine::store(const StoreRequest& request, const StoreObserver& observer, EngineJob& job) {
+  StoreAnswer answer;
+  std::uint64_t files = 0;
+  std::uint64_t bytes = 0;
+  const auto take = [&](const std::string& path) {
+    observer.progress(files, bytes, path);
+    const ReadEnd end = readWholeFile(path, bytes, job);
+    if (end == ReadEnd::cancelled) {
+      return false;
+    }
+    if (end == ReadEnd::whole) {
+      ++files;
+      observer.took(path, false);
+    } else if (statusOf(path)) {
+      observer.couldNotRead(path, "It cannot be read.");
+      answer.someUnreadable = true;
+    }
+    return true;
+  };
+  bool goesOn = true;
+  for (const std::string& target : request.targets) {
+    std::error_code error;
+    if (fs::is_directory(fs::symlink_status(target, error))) {
+      for (fs::recursive_directory_iterator at(target, error), end; goesOn && !error && at != end;
+           at.increment(error)) {
+        goesOn = !at->is_regular_file(error) || at->is_symlink(error) || take(at->path().string());
+      }
+    } else if (fs::is_regular_file(fs::symlink_status(target, error))) {
+      goesOn = goesOn && take(target);
+    }
+  }
+  if (!goesOn) {
+    answer.health = Health::cancelled;
+    return answer;
+  }
+  const std::lock_guard guard(mutex_);
+  std::ostringstream line;
+  for (const std::string& tag : request.tags) {
+    line << tag << ' ';
+  }
+  std::ofstream(snapshotsFile(files_), std::ios::app) << line.str() << '\n';
+  std::string number;
+  for (const std::string& tag : request.tags) {
+    number = tag.starts_with("number:") ? tag.substr(7) : number;
+  }
+  answer.snapshot = std::string(64 - number.size(), 'a') + number;
+  return answer;
+}
+
+EngineAnswer RecordingEngine::snapshots(bool, std::vector<Snapshot>& found, EngineJob&) {
+  const std::lock_guard guard(mutex_);
+  std::ifstream lines(snapshotsFile(files_));
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream tags(line);
+    Snapshot snapshot;
+    for (std::string tag; tags >> tag;) {
+      snapshot.tags.push_back(tag);
+      if (tag.starts_with("number:")) {
+        const std::string number = tag.substr(7);
+        snapshot.id = std::string(64 - number.size(), 'a') + number;
+      }
+    }
+    found.push_back(std::move(snapshot));
+  }
+  return {};
+}
+
+EngineAnswer RecordingEngine::list(const std::string&, const std::string&, const Visit&, EngineJob&) { return {}; }
+EngineAnswer RecordingEngine::find(const std::string&, std::vector<FoundEntry>&, EngineJob&) { return {}; }
+EngineAnswer RecordingEngine::fetch(const std::string&, const std::string&, int, EngineJob&) {
+  return {Health::failed, "This engine keeps no contents."};
+}
+EngineAnswer RecordingEngine::restore(const std::string&, const std::vector<std::string>&, const std::string&,
+                                      std::vector<std::string>&, EngineJob&) {
+  return {Health::failed, "This engine keeps no contents."};
+}
+EngineAnswer RecordingEngine::forget(const std::vector<std::string>&, EngineJob&) { return {}; }
+EngineAnswer RecordingEngine::prune(EngineJob&) { return {}; }
+EngineAnswer RecordingEngine::unlock(EngineJob&) { return {}; }
+CheckAnswer RecordingEngine::check(unsigned, unsigned, EngineJob&) { return {}; }
+EngineAnswer RecordingEngine::filesInPacks(const std::vector<std::string>&, std::vector<FoundEntry>&,
+                                           EngineJob&) {
+  return {};
+}
+EngineAnswer RecordingEngine::dropPacks(const std::vector<std::string>&, EngineJob&) { return {}; }
+EngineAnswer RecordingEngine::size(std::uint64_t& bytes, EngineJob&) {
+  bytes = 0;
+  return {};
+}
+EngineAnswer RecordingEngine::addKey(const std::string&, EngineJob&) { return {}; }
+
+}  // namespace keldane::testing

@@ -2,38 +2,20 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <memory>
 #include <string>
-#include <thread>
 
 #include "daemon/server/DaemonServer.h"
 #include "tests/support/Client.h"
 #include "tests/support/DaemonOptions.h"
 #include "tests/support/RawPeer.h"
+#include "tests/support/Stranger.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Wait.h"
 
 namespace keldane::testing {
-
-/// A user whom nobody has made.
-constexpr uid_t kStranger = 4123456;
-
-/// What another user's program sees. The system notes who connects, and on Linux each thread has a user of
-/// its own.
-inline RawConnection connectedAs(uid_t user, const std::string& path) {
-  std::unique_ptr<RawConnection> connection;
-  std::thread([&] {
-    EXPECT_EQ(syscall(SYS_setgroups, 0, nullptr), 0);
-    EXPECT_EQ(syscall(SYS_setresgid, user, user, user), 0);
-    EXPECT_EQ(syscall(SYS_setresuid, user, user, user), 0);
-    connection = std::make_unique<RawConnection>(connectedTo(path));
-  }).join();
-  return std::move(*connection);
-}
 
 class DaemonServerTest : public ::testing::Test {
  protected:
@@ -44,7 +26,7 @@ class DaemonServerTest : public ::testing::Test {
   }
   ~DaemonServerTest() override { end(); }
   void begin() {
-    daemon_ = std::make_shared<Daemon>(options_, [this] { terminated_ = true; });
+    daemon_ = recordingDaemon(options_, [this] { terminated_ = true; });
     server_ = std::make_shared<DaemonServer>(daemon_, options_.socket, false, limits_);
     std::string error;
     ASSERT_TRUE(server_->start(&error)) << error;

@@ -35,31 +35,6 @@ TEST(Store, KeepsEverythingAcrossALife) {
   EXPECT_EQ(store.value(Store::Table::profile, "none"), std::nullopt);
 }
 
-TEST(Store, CountsVersionsAndTotals) {
-  const TemporaryFolder folder;
-  Store store(folder / "s");
-  BackupRecord record;
-  record.size = 10;
-  record.modified = -5;
-  record.date = 1.5;
-  record.digest = "abc";
-  store.setRecord("/d/a", record);
-  store.setRecord("/d/a", record);
-  store.setRecord("/d/b/c", record);
-  store.setRecord("/top", record);
-  const std::optional<BackupRecord> read = store.record("/d/a");
-  ASSERT_TRUE(read);
-  EXPECT_EQ(read->version, 2U);
-  EXPECT_EQ(read->size, 10U);
-  EXPECT_EQ(read->modified, -5);
-  EXPECT_EQ(read->digest, "abc");
-  EXPECT_FALSE(store.record("/none"));
-  EXPECT_EQ(store.recordsIn("/d").size(), 1U) << "direct children only";
-  EXPECT_EQ(store.recordsIn("/").size(), 1U);
-  EXPECT_EQ(store.totals().files, 3U);
-  EXPECT_EQ(store.totals().bytes, 30U);
-}
-
 TEST(Store, IsItsOwnersAlone) {
   const TemporaryFolder folder;
   const Store store(folder / "s");

@@ -1,0 +1,234 @@
+#include "daemon/Program.h"
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+#include <iostream>
+
+#include "daemon/Daemon.h"
+#include "daemon/server/DaemonServer.h"
+#include "daemon/server/FolderSafety.h"
+#include "daemon/server/OwnerServer.h"
+#include "daemon/server/RepositoryRequests.h"
+#include "platform/files/Descriptor.h"
+
+namespace keldane {
+
+namespace {
+
+enum ExitStatus { kDone = 0, kEnvironment = 1, kUsage = 2 };
+
+int fail(ExitStatus status, const std::string& sentence) {
+  std::cerr << "keldaned: " << sentence << std::endl;
+  return status;
+}
+
+/// Tells the process that was started whether the daemon that it left behind serves.
+class Readiness {
+ public:
+  /// In the process that goes on. `pipe` is the end to write to; none when nobody waits.
+  explicit Readiness(Descriptor pipe = {}) : pipe_(std::move(pipe)) {}
+  void report(const std::string& failure) {
+    if (pipe_) {
+      [[maybe_unused]] const ssize_t written = write(pipe_.get(), failure.data(), failure.size());
+      pipe_ = Descriptor();
+    }
+  }
+  bool isWaitedFor() const { return static_cast<bool>(pipe_); }
+
+ private:
+  Descriptor pipe_;
+};
+
+/// Leaves the terminal. Answers, in the process that was started, its exit status once the daemon serves or
+/// has failed; nothing in the daemon itself.
+std::optional<int> detach(Readiness& readiness) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) {
+    return fail(kEnvironment, "No pipe can be made.");
+  }
+  Descriptor reading(ends[0]);
+  Descriptor writing(ends[1]);
+  const pid_t child = fork();
+  if (child < 0) {
+    return fail(kEnvironment, "No process can be made.");
+  }
+  if (child == 0) {
+    setsid();
+    readiness = Readiness(std::move(writing));
+    return std::nullopt;
+  }
+  writing = Descriptor();
+  std::string failure;
+  char block[512];
+  for (ssize_t got = 0; (got = read(reading.get(), block, sizeof(block))) != 0;) {
+    if (got > 0) {
+      failure.append(block, static_cast<std::size_t>(got));
+    } else if (errno != EINTR) {
+      break;
+    }
+  }
+  int status = 0;
+  if (failure.empty() && waitpid(child, &status, WNOHANG) == child) {
+    failure = "The daemon ended before it served.";
+  }
+  // What was written may end in "ready": then the pipe was closed on purpose.
+  return failure == "ready" ? kDone
+                            : fail(kEnvironment, failure.empty() ? "The daemon did not start." : failure);
+}
+
+void closeTerminal() {
+  const Descriptor nothing(open("/dev/null", O_RDWR | O_CLOEXEC));
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    dup2(nothing.get(), stream);
+  }
+}
+
+// A connection is a descriptor, and what shells allow a process is for programs with a few files.
+void allowDescriptors(rlim_t count) {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < count) {
+    limit.rlim_cur = std::min(count, limit.rlim_max);
+    setrlimit(RLIMIT_NOFILE, &limit);
+  }
+}
+
+/// Serves until a signal or a client ends it.
+int serve(const DaemonOptions& options, const EngineFactory& engine, Readiness& readiness) {
+  const auto failed = [&](const std::string& sentence) {
+    if (readiness.isWaitedFor()) {
+      readiness.report(sentence);
+      return int{kEnvironment};
+    }
+    return fail(kEnvironment, sentence);
+  };
+
+  // Taken by sigwait below, in every thread.
+  sigset_t ending;
+  sigemptyset(&ending);
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+    sigaddset(&ending, signal);
+  }
+  pthread_sigmask(SIG_BLOCK, &ending, nullptr);
+  std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow is an error of the write, as a full disk is
+  umask(077);
+  allowDescriptors(ServerLimits().connections + 256);
+
+  std::error_code error;
+  const std::filesystem::path folder = std::filesystem::path(options.store).parent_path();
+  std::filesystem::create_directories(folder, error);
+  const std::optional<std::string> shared = error ? std::nullopt : whoElseCanWriteTo(folder.string());
+  if (shared && !options.allowSharedFolder) {
+    return failed(*shared + " The store " + options.store + " is not safe there (--allow-shared-folder).");
+  }
+  std::shared_ptr<Daemon> daemon;
+  try {
+    daemon = std::make_shared<Daemon>(options, engine, [] { kill(getpid(), SIGTERM); });
+  } catch (const std::exception& exception) {
+    return failed("The store " + options.store + " cannot be used: " + exception.what() + ".");
+  }
+  const auto server = std::make_shared<DaemonServer>(daemon, options.socket, options.allowSharedFolder);
+  std::string sentence;
+  if (!server->start(&sentence)) {
+    return failed(sentence);
+  }
+  const auto requests = std::make_shared<RepositoryRequests>(daemon, engine);
+  const auto ownerServer = std::make_shared<OwnerServer>(requests, options.socket, options.allowSharedFolder);
+  if (!ownerServer->start(&sentence)) {
+    server->stop();
+    return failed(sentence);
+  }
+  if (readiness.isWaitedFor()) {
+    readiness.report("ready");
+    closeTerminal();
+  }
+  int signal = 0;
+  sigwait(&ending, &signal);
+  requests->stop();
+  ownerServer->stop();
+  server->stop();
+  daemon->stop();
+  return kDone;
+}
+
+int run(int argc, char** argv, const EngineFactory& engine) {
+  DaemonOptions options;
+  bool foreground = false;
+  CLI::App app(
+      "Serves the clients of the backup on this computer.\n\n"
+      "Exit status: 0 it ended on request, 1 the socket or the store cannot be used, 2 usage.",
+      "keldaned");
+  app.set_version_flag("--version", "keldaned " KELDANE_VERSION);
+  app.add_option("--socket", options.socket, "Where the clients connect")
+      ->type_name("PATH")
+      ->capture_default_str();
+  app.add_option("--store", options.store, "Where rules and records are kept")
+      ->type_name("FILE")
+      ->capture_default_str();
+  app.add_option("--data", options.data,
+                 "Where the key, the local repository and what the daemon works with lie; else the store's folder")
+      ->type_name("DIR");
+  double batchDelay = 45;
+  app.add_option("--batch-delay", batchDelay,
+                 "How long a change waits for others that go into the same backup")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0.0, 60.0))
+      ->capture_default_str();
+  app.add_option("--root", options.root, "The only folder that belongs to the backup")
+      ->type_name("DIR")
+      ->capture_default_str();
+  app.add_flag("--allow-shared-folder", options.allowSharedFolder,
+               "Keep socket and store even in folders where other users can write");
+  app.add_flag("--foreground", foreground, "Do not leave the terminal");
+  app.add_flag("--verbose", options.verbose, "Log each call");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Success& done) {
+    return app.exit(done);
+  } catch (const CLI::ParseError& error) {
+    return fail(kUsage, std::string(error.what()) + " (keldaned --help tells more)");
+  }
+  options.timing.batchDelay = std::chrono::milliseconds(static_cast<std::int64_t>(batchDelay * 1000));
+  if (options.data.empty()) {
+    options.data = std::filesystem::absolute(options.store).parent_path().string();
+  }
+  for (std::string* path : {&options.socket, &options.store, &options.root, &options.data}) {
+    const std::optional<std::string> normal =
+        path->empty() ? std::nullopt : normalizedPath(std::filesystem::absolute(*path).string());
+    if (!normal) {
+      return fail(kUsage, "\"" + *path + "\" is no usable path.");
+    }
+    *path = *normal;
+  }
+  if (!std::filesystem::is_directory(options.root)) {
+    return fail(kEnvironment, "The root " + options.root + " is no folder.");
+  }
+  Readiness readiness;
+  if (!foreground) {
+    if (const std::optional<int> status = detach(readiness)) {
+      return *status;
+    }
+  }
+  return serve(options, engine, readiness);
+}
+
+}  // namespace
+
+int runDaemon(int argc, char** argv, const EngineFactory& engine) {
+  try {
+    return run(argc, argv, engine);
+  } catch (const std::exception& error) {
+    return fail(kEnvironment, error.what());
+  }
+}
+
+}  // namespace keldane

@@ -1,0 +1,179 @@
+#include "daemon/backup/BatchRun.h"
+
+#include <chrono>
+#include <filesystem>
+#include <map>
+#include <unordered_set>
+
+#include "daemon/backup/Manifest.h"
+#include "daemon/backup/Targets.h"
+#include "platform/plist/Unicode.h"
+#include "platform/syslog/SystemLog.h"
+
+namespace keldane {
+
+namespace {
+
+// A list of more files than this would make the snapshot itself large, because it keeps the list.
+constexpr std::size_t kMostListedFiles = 20'000;
+
+// A name as the engine tells it: what is no UTF-8 comes back as replacement characters.
+std::string asTold(const std::string& path) {
+  return isValidUtf8(path) ? path : validUtf8(path);
+}
+
+}  // namespace
+
+struct BatchRun::Taken {
+  std::unordered_set<std::string> paths;
+  std::map<std::string, std::string> failed;  // reason by path
+
+  bool has(const std::string& path) const { return paths.contains(asTold(path)); }
+};
+
+std::string BatchRun::manifestFor(const Batch& batch, std::uint32_t number, double date) const {
+  ManifestHead head;
+  const std::optional<RepositoryConfig> configuration = files_.configuration();
+  head.computerNumber = configuration ? configuration->computerNumber : 0;
+  head.number = number;
+  head.date = date;
+  head.full = batch.full;
+  head.rules = store_.rules();
+  head.types = store_.types();
+  head.settings = store_.values(Store::Table::settings);
+  head.profile = store_.values(Store::Table::profile);
+  const std::string file =
+      files_.folder().manifests() + "/" + std::to_string(number) + "/" + kManifestName;
+  writeManifest(file, head, [&](const std::function<void(const ManifestFile&)>& write) {
+    for (const BatchFile& again : batch.again) {
+      write({again.path, again.state, again.version, again.date});
+    }
+    if (batch.full) {
+      store_.visitRecords("/", [&](const std::string& path, const BackupRecord& record) {
+        if (!record.removed && !record.damaged) {
+          write({path, record, record.version, record.date});
+        }
+        return true;
+      });
+    }
+  });
+  return file;
+}
+
+std::vector<std::string> BatchRun::targetsOf(const Batch& batch) const {
+  if (batch.full) {
+    return targetsIn(rules_.places(), rules_,
+                     [this](const std::string& path) { return rules_.decide(path, false).selected; });
+  }
+  if (batch.files.size() > kMostListedFiles) {
+    std::unordered_set<std::string_view> wanted;
+    for (const BatchFile& file : batch.files) {
+      wanted.insert(file.path);
+    }
+    return targetsIn(rules_.places(), rules_,
+                     [&wanted](const std::string& path) { return wanted.contains(path); });
+  }
+  std::vector<std::string> targets;
+  for (const std::vector<BatchFile>* files : {&batch.files, &batch.again}) {
+    for (const BatchFile& file : *files) {
+      targets.push_back(file.path);
+    }
+  }
+  return targets;
+}
+
+BatchEnd BatchRun::run(const Batch& batch, EngineJob& job, const Progress& progress) {
+  BatchEnd end;
+  const double date =
+      std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+  const std::uint32_t number = store_.takeNumber();
+  std::string manifest;
+  StoreRequest request;
+  try {
+    manifest = manifestFor(batch, number, date);
+    request.targets = targetsOf(batch);
+  } catch (const std::exception& error) {
+    end.answer = {Health::failed, error.what()};
+    return end;
+  }
+  request.targets.push_back(manifest);
+  request.tags = {"keldane", "number:" + std::to_string(number), batch.full ? "full" : "part"};
+  request.parent = batch.parent;
+  Taken taken;
+  StoreObserver observer;
+  observer.took = [&](const std::string& path, bool) { taken.paths.insert(path); };
+  observer.couldNotRead = [&](const std::string& path, const std::string& reason) {
+    taken.failed.emplace(path, reason);
+  };
+  observer.progress = progress;
+  const StoreAnswer answer = engine_.store(request, observer, job);
+  std::error_code ignored;
+  std::filesystem::remove_all(std::filesystem::path(manifest).parent_path(), ignored);
+  end.answer = answer;
+  end.bytesAdded = answer.bytesAdded;
+  if (answer && !answer.snapshot.empty()) {
+    end.snapshot = {number, answer.snapshot, date, batch.full, {}};
+    settle(batch, taken, end);
+  }
+  return end;
+}
+
+void BatchRun::settle(const Batch& batch, Taken& taken, BatchEnd& end) {
+  for (const BatchFile& file : batch.files) {
+    const auto failed = taken.failed.find(asTold(file.path));
+    const std::optional<struct stat> now = statusOf(file.path);
+    // The engine does not name links. One that is the same before and after was there to be seen.
+    const bool isStored = file.isLink ? now && fileStateOf(*now) == file.state : taken.has(file.path);
+    if (failed != taken.failed.end()) {
+      couldNotStore(file, failed->second);
+    } else if (isStored) {
+      end.stored.push_back({file.path, file.state});
+    } else if (now && fileStateOf(*now) == file.state) {
+      couldNotStore(file, "The storage program passed it over.");
+    }
+  }
+  store_.addSnapshot(end.snapshot, end.stored, confirmed(batch, taken));
+  for (const StoredFile& file : end.stored) {
+    store_.removePriority(file.path);
+    pending_.endPreference(file.path);
+    scanner_.consider(file.path);  // it may have changed meanwhile
+  }
+  for (const BatchFile& file : batch.files) {
+    if (!statusOf(file.path)) {
+      scanner_.consider(file.path);
+    }
+  }
+}
+
+std::vector<std::string> BatchRun::confirmed(const Batch& batch, const Taken& taken) const {
+  std::vector<std::string> paths;
+  const auto confirm = [&](const std::string& path, const FileState& state) {
+    const std::optional<struct stat> now = statusOf(path);
+    if (now && fileStateOf(*now) == state && (S_ISLNK(now->st_mode) || taken.has(path))) {
+      paths.push_back(path);
+    }
+  };
+  for (const BatchFile& file : batch.again) {
+    confirm(file.path, file.state);
+  }
+  if (batch.full) {
+    store_.visitRecords("/", [&](const std::string& path, const BackupRecord& record) {
+      if (!record.removed && !record.damaged && rules_.decide(path, false).selected) {
+        confirm(path, record);
+      }
+      return true;
+    });
+  }
+  return paths;
+}
+
+void BatchRun::couldNotStore(const BatchFile& file, const std::string& reason) {
+  systemLog("%@ cannot be stored: %@", file.path, reason);
+  store_.setFailure(file.path, reason,
+                    std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count());
+  store_.removePriority(file.path);
+  pending_.endPreference(file.path);
+  scanner_.putOff(file.path, file.state);
+}
+
+}  // namespace keldane

@@ -1,0 +1,43 @@
+// How the repository stands, for all that use it, and when it may be tried again.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "daemon/engine/BackupEngine.h"
+
+namespace keldane {
+
+/// Remembers the last failure of the whole repository until a call succeeds. After each failure in a row the
+/// pause before the next try doubles, from 5 s to 10 min. Any thread; the mutex is a leaf.
+class RepositoryWatch {
+ public:
+  using Clock = std::chrono::steady_clock;
+  /// Told once for each failure of another kind than the one before, and, with `ready`, when it is over. Called
+  /// on the thread that reports.
+  using Alert = std::function<void(const EngineAnswer& answer)>;
+
+  explicit RepositoryWatch(Alert alert = [](const EngineAnswer&) {}) : alert_(std::move(alert)) {}
+
+  /// Takes the end of a call. An answer that only tells of a cancelled call changes nothing.
+  void report(const EngineAnswer& answer);
+  /// Lets the next try begin at once, because a person or a device changed something.
+  void tryNow();
+
+  /// How it stood at the last call; ready before the first.
+  EngineAnswer standing() const;
+  bool mayTry(Clock::time_point now = Clock::now()) const;
+
+ private:
+  const Alert alert_;
+  mutable std::mutex mutex_;
+  EngineAnswer standing_;
+  unsigned failures_ = 0;  // in a row
+  Clock::time_point nextTry_{};
+};
+
+}  // namespace keldane

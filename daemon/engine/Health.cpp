@@ -1,0 +1,41 @@
+#include "daemon/engine/BackupEngine.h"
+
+namespace keldane {
+
+const char* healthWord(Health health) {
+  switch (health) {
+    case Health::ready:
+      return "ready";
+    case Health::notSetUp:
+      return "notSetUp";
+    case Health::missing:
+      return "missing";
+    case Health::otherRepository:
+      return "otherRepository";
+    case Health::wrongKey:
+      return "wrongKey";
+    case Health::notConnected:
+      return "notConnected";
+    case Health::unreachable:
+      return "unreachable";
+    case Health::denied:
+      return "denied";
+    case Health::locked:
+      return "locked";
+    case Health::full:
+      return "full";
+    case Health::damaged:
+      return "damaged";
+    case Health::engineMissing:
+      return "engineMissing";
+    case Health::engineTooOld:
+      return "engineTooOld";
+    case Health::cancelled:
+      return "cancelled";
+    case Health::failed:
+      break;
+  }
+  return "failed";
+}
+
+}  // namespace keldane

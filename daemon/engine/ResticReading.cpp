@@ -1,0 +1,214 @@
+// Looking at what is stored, and getting it back.
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "daemon/engine/Glob.h"
+#include "daemon/engine/ResticEngine.h"
+#include "daemon/engine/ResticFailure.h"
+#include "daemon/engine/ResticOutput.h"
+
+namespace keldane {
+namespace {
+
+/// A command line has room for more; what is longer goes into several runs.
+constexpr std::size_t kLongestArguments = 100'000;
+
+std::string withoutSlashAtEnd(std::string path) {
+  while (path.size() > 1 && path.ends_with('/')) {
+    path.pop_back();
+  }
+  return path;
+}
+
+bool takesUnknownSnapshot(const RunEnd& run) {
+  return run.errors.find("no matching ID found") != std::string::npos;
+}
+
+EngineAnswer unknownSnapshot(const std::string& snapshot) {
+  return {Health::failed, "The repository has no snapshot " + snapshot + "."};
+}
+
+/// One run's share of the paths, as patterns that match them alone.
+std::vector<std::string> includesFor(const std::vector<std::string>& paths, std::size_t& next) {
+  std::vector<std::string> arguments;
+  for (std::size_t length = 0; next < paths.size(); ++next) {
+    std::string pattern = escapedPattern(withoutSlashAtEnd(paths[next]));
+    length += pattern.size() + 12;
+    if (!arguments.empty() && length > kLongestArguments) {
+      break;
+    }
+    arguments.insert(arguments.end(), {"--include", std::move(pattern)});
+  }
+  return arguments;
+}
+
+/// Notes what one run of `restore` said of items, and removes files whose content did not come.
+class ProblemList {
+ public:
+  ProblemList(const std::string& folder, const Secrets& secrets, std::vector<std::string>& problems)
+      : folder_(folder), secrets_(secrets), problems_(problems) {}
+
+  bool take(std::string_view line) {
+    const std::optional<ItemProblem> problem = problemFromLine(line);
+    if (!problem) {
+      return line.starts_with("Fatal: There were ");
+    }
+    if (!problem->onlyMetadata) {
+      contentProblem_ = contentProblem_.empty() ? problem->reason : contentProblem_;
+      ::unlink((folder_ + problem->path).c_str());  // it has the right size and wrong bytes
+    }
+    problems_.push_back(problem->path + ": " + secrets_.scrubbed(problem->reason));
+    return true;
+  }
+  const std::string& contentProblem() const { return contentProblem_; }
+
+ private:
+  const std::string& folder_;
+  const Secrets& secrets_;
+  std::vector<std::string>& problems_;
+  std::string contentProblem_;
+};
+
+}  // namespace
+
+EngineAnswer ResticEngine::snapshots(bool ofAllComputers, std::vector<Snapshot>& found, EngineJob& job) {
+  ResticSession session = open(Purpose::use, job);
+  if (!session.state()) {
+    return session.state();
+  }
+  std::vector<std::string> arguments = {"snapshots", "--json"};
+  if (!ofAllComputers) {
+    arguments.insert(arguments.end(), {"--tag", session.computerTag()});
+  }
+  std::string text;
+  const RunEnd run = session.runForText(arguments, text);
+  if (!run.answer) {
+    return run.answer;
+  }
+  std::optional<std::vector<Snapshot>> snapshots = snapshotsFromText(text);
+  if (!snapshots) {
+    return answerFor(Health::failed, "its list of snapshots cannot be read");
+  }
+  found = std::move(*snapshots);
+  return {};
+}
+
+EngineAnswer ResticEngine::list(const std::string& snapshot, const std::string& path, const Visit& visit,
+                                EngineJob& job) {
+  ResticSession session = open(Purpose::use, job);
+  if (!session.state()) {
+    return session.state();
+  }
+  std::vector<std::string> arguments = {"ls", "--json"};
+  const std::string below = withoutSlashAtEnd(path);
+  if (below.empty() || below == "/") {
+    arguments.insert(arguments.end(), {"--", snapshot});
+  } else {
+    arguments.insert(arguments.end(), {"--recursive", "--", snapshot, below});
+  }
+  RunOutput output;
+  output.outputLine = [&](std::string_view line) {
+    if (const std::optional<StoredEntry> entry = entryFromLine(line)) {
+      visit(*entry);
+    }
+  };
+  const RunEnd run = session.run(arguments, output);
+  return takesUnknownSnapshot(run) ? unknownSnapshot(snapshot) : run.answer;
+}
+
+/// The storage program skips a folder that it has seen without a match, even where the same folder stands at
+/// another path later. So it is asked for the last name alone, and whole paths are compared here.
+EngineAnswer ResticEngine::find(const std::string& pattern, std::vector<FoundEntry>& found, EngineJob& job) {
+  ResticSession session = open(Purpose::use, job);
+  if (!session.state()) {
+    return session.state();
+  }
+  const std::string whole = withoutSlashAtEnd(pattern);
+  const std::size_t slash = whole.rfind('/');
+  const std::string name = slash == std::string::npos ? whole : whole.substr(slash + 1);
+  if (name.empty() || (slash != std::string::npos && !whole.starts_with('/'))) {
+    return {Health::failed, "What is looked for is a name or an absolute path."};
+  }
+  std::string text;
+  const RunEnd run = session.runForText({"find", "--json", "--", name == "**" ? "*" : name}, text);
+  if (!run.answer) {
+    return run.answer;
+  }
+  std::optional<std::vector<FoundEntry>> matches = matchesFromText(text);
+  if (!matches) {
+    return answerFor(Health::failed, "what it found cannot be read");
+  }
+  // It tells everything in a folder that matches, too.
+  const std::string shown = shownText(whole);
+  std::erase_if(*matches, [&](const FoundEntry& match) {
+    const std::string& path = match.entry.path;
+    return slash == std::string::npos
+               ? !matchesName(shown, std::string_view(path).substr(path.rfind('/') + 1))
+               : !matchesPath(shown, path);
+  });
+  std::ranges::reverse(*matches);  // its oldest snapshot comes first
+  found = std::move(*matches);
+  return {};
+}
+
+EngineAnswer ResticEngine::fetch(const std::string& snapshot, const std::string& path, int descriptor,
+                                 EngineJob& job) {
+  ResticSession session = open(Purpose::use, job);
+  if (!session.state()) {
+    return session.state();
+  }
+  RunOutput output;
+  output.descriptor = descriptor;
+  const RunEnd run = session.run({"dump", "--", snapshot, path}, output);
+  if (takesUnknownSnapshot(run)) {
+    return unknownSnapshot(snapshot);
+  }
+  if (run.errors.find("not found in snapshot") != std::string::npos) {
+    return {Health::failed, "The snapshot " + snapshot + " does not have the file."};
+  }
+  return run.answer;
+}
+
+EngineAnswer ResticEngine::restore(const std::string& snapshot, const std::vector<std::string>& paths,
+                                   const std::string& folder, std::vector<std::string>& problems,
+                                   EngineJob& job) {
+  ResticSession session = open(Purpose::use, job);
+  if (!session.state()) {
+    return session.state();
+  }
+  const bool isWhole = paths.empty() || std::ranges::find(paths, "/") != paths.end();
+  std::size_t next = 0;
+  do {
+    std::vector<std::string> arguments = {"restore", "--target", folder};
+    if (!isWhole) {
+      const std::vector<std::string> includes = includesFor(paths, next);
+      arguments.insert(arguments.end(), includes.begin(), includes.end());
+    }
+    arguments.insert(arguments.end(), {"--", snapshot});
+    ProblemList list(folder, session.secrets(), problems);
+    RunOutput output;
+    output.errorLine = [&](std::string_view line) { return list.take(line); };
+    const std::size_t before = problems.size();
+    const RunEnd run = session.run(arguments, output);
+    if (takesUnknownSnapshot(run)) {
+      return unknownSnapshot(snapshot);
+    }
+    if (!list.contentProblem().empty()) {
+      ChildEnd end;
+      end.exitStatus = 1;
+      const EngineAnswer judged = judgedEnd(end, list.contentProblem(), session.secrets());
+      return judged.health == Health::damaged
+                 ? judged
+                 : EngineAnswer{Health::failed, "Not everything could be restored: " +
+                                                    session.secrets().scrubbed(list.contentProblem()) + "."};
+    }
+    const bool onlyMetadata = run.exitStatus == 1 && problems.size() > before && run.errors.empty();
+    if (!run.answer && !onlyMetadata) {
+      return run.answer;
+    }
+  } while (!isWhole && next < paths.size());
+  return {};
+}
+
+}  // namespace keldane

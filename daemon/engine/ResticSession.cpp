@@ -1,0 +1,148 @@
+#include "daemon/engine/ResticSession.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <stdexcept>
+#include <system_error>
+
+#include "daemon/engine/ExternalDisk.h"
+#include "daemon/engine/ResticFailure.h"
+
+namespace keldane {
+namespace {
+
+bool isRefused(const std::string& path, int access) {
+  return ::faccessat(AT_FDCWD, path.c_str(), access, AT_EACCESS) != 0 &&
+         (errno == EACCES || errno == EROFS || errno == EPERM);
+}
+
+}  // namespace
+
+ResticSession::ResticSession(const RepositoryFiles& files, ResticProgram& program, Purpose purpose,
+                             EngineJob& job)
+    : files_(files), job_(job) {
+  if (job.cancelled) {
+    state_ = answerFor(Health::cancelled);
+    return;
+  }
+  try {
+    state_ = prepare(purpose);
+    if (state_) {
+      program_ = program.find(job);
+      state_ = program_.answer;
+    }
+    if (state_) {
+      begin_.insert(begin_.begin(), program_.path);
+    }
+  } catch (const std::runtime_error& error) {
+    state_ = {Health::failed, secrets_.scrubbed(error.what())};
+  }
+}
+
+EngineAnswer ResticSession::prepare(Purpose purpose) {
+  const std::optional<RepositoryConfig> configuration = files_.configuration();
+  if (!configuration || configuration->location.empty() ||
+      (purpose == Purpose::use && configuration->repositoryId.empty())) {
+    return answerFor(Health::notSetUp);
+  }
+  configuration_ = *configuration;
+  const std::string key = files_.key();
+  const Environment environment = files_.environment();
+  secrets_ = Secrets(configuration_, key, environment);
+  if (key.empty()) {
+    return answerFor(Health::wrongKey);
+  }
+  const std::optional<std::string> folder = configuration_.localFolder();
+  if (folder && !configuration_.fileSystemUuid.empty() &&
+      !isOnFileSystem(*folder, configuration_.fileSystemUuid)) {
+    return answerFor(Health::notConnected);
+  }
+  if (folder) {
+    const EngineAnswer seen = lookAtFolder(*folder, purpose);
+    if (!seen) {
+      return seen;
+    }
+  }
+  environment_ = childEnvironment(environment);
+  environment_["RESTIC_PROGRESS_FPS"] = "4";
+  location_ = scratch("location", configuration_.location);
+  makePrivateFolder(files_.folder().cache());
+  begin_ = {"--repository-file",   location_->path(), "--password-file",
+            files_.folder().key(), "--cache-dir",     files_.folder().cache()};
+  if (const auto certificate = environment.find("RESTIC_CACERT"); certificate != environment.end()) {
+    begin_.insert(begin_.end(), {"--cacert", certificate->second});  // only new versions read the variable
+  }
+  for (const auto& [name, value] : configuration_.options) {
+    begin_.insert(begin_.end(), {"-o", name + "=" + value});
+  }
+  return {};
+}
+
+/// The storage program tries for most of a minute again what is refused or gone, even in a folder.
+EngineAnswer ResticSession::lookAtFolder(const std::string& folder, Purpose purpose) const {
+  struct stat status {};
+  if (purpose == Purpose::make) {
+    return {};
+  }
+  if (::stat((folder + "/config").c_str(), &status) != 0) {
+    const std::string reason = folder + ": " + std::generic_category().message(errno);
+    switch (errno) {
+      case ENOENT:
+      case ENOTDIR:
+        return answerFor(Health::missing, "there is none in " + folder);
+      case EACCES:
+        return answerFor(Health::denied, reason);
+      case EIO:
+        return answerFor(Health::damaged, reason);
+      default:
+        return answerFor(Health::unreachable, reason);
+    }
+  }
+  for (const auto& [name, access] : {std::pair("/config", R_OK), std::pair("/locks", R_OK | W_OK | X_OK)}) {
+    if (isRefused(folder + name, access)) {
+      return answerFor(Health::denied, folder + name + ": " + std::generic_category().message(errno));
+    }
+  }
+  return {};
+}
+
+RunEnd ResticSession::run(const std::vector<std::string>& arguments, const RunOutput& output) {
+  ChildCommand command;
+  command.arguments = begin_;
+  command.arguments.insert(command.arguments.end(), arguments.begin(), arguments.end());
+  command.environment = environment_;
+  command.workingFolder = output.workingFolder;
+  command.standardOutput = output.descriptor;
+  command.outputLine = output.outputLine;
+  RunEnd run;
+  constexpr std::size_t kMostErrors = std::size_t{64} << 10;
+  command.errorLine = [&](std::string_view line) {
+    if (!output.errorLine || !output.errorLine(line)) {
+      run.errors.append(line).push_back('\n');
+      if (run.errors.size() > 2 * kMostErrors) {
+        run.errors.erase(0, kMostErrors);
+      }
+    }
+  };
+  const ChildEnd end = runChild(command, job_);
+  run.exitStatus = end.exitStatus;
+  run.answer = judgedEnd(end, run.errors, secrets_);
+  return run;
+}
+
+RunEnd ResticSession::runForText(const std::vector<std::string>& arguments, std::string& text) {
+  text.clear();
+  RunOutput output;
+  output.outputLine = [&](std::string_view line) { text.append(line).push_back('\n'); };
+  return run(arguments, output);
+}
+
+std::unique_ptr<ScratchFile> ResticSession::scratch(std::string_view purpose,
+                                                    std::string_view content) const {
+  return std::make_unique<ScratchFile>(files_.folder().work(), purpose, content);
+}
+
+}  // namespace keldane

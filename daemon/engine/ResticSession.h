@@ -1,0 +1,72 @@
+// One call of the engine: what it needs to know of the repository, and the runs of the storage program in it.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "daemon/engine/ChildProcess.h"
+#include "daemon/engine/DurableFile.h"
+#include "daemon/engine/RepositoryConfig.h"
+#include "daemon/engine/ResticProgram.h"
+#include "daemon/engine/Secrets.h"
+
+namespace keldane {
+
+/// What becomes of a run's output.
+struct RunOutput {
+  std::function<void(std::string_view line)> outputLine;
+  /// Whether the line is about one item, so that it says nothing of the repository.
+  std::function<bool(std::string_view line)> errorLine;
+  int descriptor = -1;  ///< takes standard output instead
+  std::string workingFolder = "/";
+};
+
+/// How one run ended.
+struct RunEnd {
+  EngineAnswer answer;
+  int exitStatus = -1;
+  std::string errors;  ///< what was said on standard error and is not about one item; may hold secrets
+};
+
+/// Reads the configuration, looks whether the repository can be there, and runs the storage program with what
+/// it needs: the location and the key in files, the environment of the configuration. Lives on the stack of
+/// one call.
+class ResticSession {
+ public:
+  enum class Purpose {
+    use,   ///< the repository was made or named before
+    look,  ///< whether its id is known does not matter
+    make   ///< nor whether it is there
+  };
+  ResticSession(const RepositoryFiles& files, ResticProgram& program, Purpose purpose, EngineJob& job);
+
+  /// Ready, or why nothing can be run.
+  const EngineAnswer& state() const { return state_; }
+  const RepositoryConfig& configuration() const { return configuration_; }
+  const Secrets& secrets() const { return secrets_; }
+  unsigned minorVersion() const { return program_.minor; }
+  std::string computerTag() const { return "computer:" + std::to_string(configuration_.computerNumber); }
+
+  RunEnd run(const std::vector<std::string>& arguments, const RunOutput& output = {});
+  /// The same with all of standard output as one text.
+  RunEnd runForText(const std::vector<std::string>& arguments, std::string& text);
+  /// A file for this call alone.
+  std::unique_ptr<ScratchFile> scratch(std::string_view purpose, std::string_view content) const;
+
+ private:
+  EngineAnswer prepare(Purpose purpose);
+  EngineAnswer lookAtFolder(const std::string& folder, Purpose purpose) const;
+
+  const RepositoryFiles& files_;
+  EngineJob& job_;
+  RepositoryConfig configuration_;
+  Secrets secrets_;
+  ResticProgram::Found program_;
+  std::vector<std::string> begin_;  // of every command line
+  Environment environment_;
+  std::unique_ptr<ScratchFile> location_;
+  EngineAnswer state_;
+};
+
+}  // namespace keldane

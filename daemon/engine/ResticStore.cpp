@@ -1,0 +1,83 @@
+// Storing.
+#include <stdexcept>
+
+#include "daemon/engine/ResticEngine.h"
+#include "daemon/engine/ResticFailure.h"
+#include "daemon/engine/ResticOutput.h"
+
+namespace keldane {
+namespace {
+
+constexpr int kSomeUnreadable = 3;
+
+std::string listOf(const std::vector<std::string>& targets) {
+  std::string list;
+  for (const std::string& target : targets) {
+    if (!target.starts_with('/') || target.find('\0') != std::string::npos) {
+      throw std::runtime_error("A file that is to be stored has no absolute path.");
+    }
+    list.append(target).push_back('\0');
+  }
+  return list;
+}
+
+std::vector<std::string> argumentsFor(const StoreRequest& request, const ResticSession& session,
+                                      const std::string& list) {
+  std::vector<std::string> arguments = {"backup",           "--json", "-v",    "-v",
+                                        "--files-from-raw", list,     "--tag", session.computerTag()};
+  for (const std::string& tag : request.tags) {
+    arguments.insert(arguments.end(), {"--tag", tag});
+  }
+  if (!session.configuration().hostName.empty()) {
+    arguments.insert(arguments.end(), {"--host", session.configuration().hostName});
+  }
+  if (request.parent.empty()) {
+    arguments.emplace_back("--force");
+  } else {
+    arguments.insert(arguments.end(), {"--parent", request.parent});
+  }
+  return arguments;
+}
+
+StoreAnswer storeAnswer(EngineAnswer answer) {
+  StoreAnswer stored;
+  stored.health = answer.health;
+  stored.detail = std::move(answer.detail);
+  return stored;
+}
+
+}  // namespace
+
+StoreAnswer ResticEngine::store(const StoreRequest& request, const StoreObserver& observer, EngineJob& job) {
+  ResticSession session = open(Purpose::use, job);
+  if (!session.state()) {
+    return storeAnswer(session.state());
+  }
+  std::unique_ptr<ScratchFile> list;
+  try {
+    list = session.scratch("targets", listOf(request.targets));
+  } catch (const std::runtime_error& error) {
+    return storeAnswer({Health::failed, session.secrets().scrubbed(error.what())});
+  }
+  BackupReader reader(observer);
+  RunOutput output;
+  output.outputLine = [&](std::string_view line) { reader.outputLine(line); };
+  output.errorLine = [&](std::string_view line) { return reader.errorLine(line); };
+  const RunEnd run = session.run(argumentsFor(request, session, list->path()), output);
+  // Without any of the files there is nothing to make a snapshot of, and nothing is wrong with the
+  // repository.
+  const bool allGone = run.exitStatus == 1 &&
+                       run.errors.find("all target directories/files do not exist") != std::string::npos;
+  const bool hasSnapshot =
+      (run.exitStatus == 0 || run.exitStatus == kSomeUnreadable) && !reader.snapshot().empty();
+  if (!hasSnapshot && !allGone) {
+    return storeAnswer(run.answer ? answerFor(Health::failed, "it tells of no snapshot") : run.answer);
+  }
+  StoreAnswer answer;
+  answer.snapshot = reader.snapshot();
+  answer.bytesAdded = reader.bytesAdded();
+  answer.someUnreadable = allGone || run.exitStatus == kSomeUnreadable || reader.someUnreadable();
+  return answer;
+}
+
+}  // namespace keldane

@@ -1,0 +1,74 @@
+// What the daemon does for its own user and root, whoever carries the questions.
+#pragma once
+
+#include "platform/plist/PropertyList.h"
+
+namespace keldane {
+
+/// One operation a method of the second socket. Each takes a dictionary and answers one; an answer may hold
+/// "error", a sentence for people, instead of its keys. Called on many threads at a time, one a connection; a
+/// call may take as long as it needs and then holds up its own connection only. What is said here of a
+/// request's keys has been checked before: those that must be there are, and none is of another kind.
+///
+/// No answer but that of `exportKey` holds a secret, and no exception's text does.
+class OwnerRequests {
+ public:
+  virtual ~OwnerRequests() = default;
+
+  /// {"probe" bool: ask the repository now} -> {"location" without secrets, "health": one of ready, notSetUp,
+  /// missing, otherRepository, wrongKey, notConnected, unreachable, denied, locked, full, damaged,
+  /// engineMissing, engineTooOld, failed; "detail": a sentence; "repositoryId", "computerNumber", "hostName",
+  /// "size" (bytes), "snapshots" and "files" (counts), "lastGoodBackup", "lastFull", "lastCheck" and
+  /// "lastDrill" (dates, absent: never), "lastCheckResult", "lastDrillResult" (texts), "drillCompared",
+  /// "drillHashed", "drillFailed" (counts), "catalogue": "complete" or "rebuilding", then with
+  /// "catalogueDone" and "catalogueTotal" (snapshots); "dataFolder", "keyFile" (paths)}
+  virtual PropertyList repository(const PropertyList& request) = 0;
+
+  /// {"location" must be there, "environment" {NAME: text}, "options" {name: text}, "key" (text; absent: a
+  /// new one is made), "adopt" bool: take over the repository that is at the place} -> {"repositoryId",
+  /// "made" bool, "keyFile"}
+  virtual PropertyList setUpRepository(const PropertyList& request) = 0;
+
+  /// {"location" and "key" must be there, "environment", "options", "computerNumber": whose snapshots,
+  /// "takeOver" bool: go on under that number} -> {"started": true}, and `repository` tells how far it has
+  /// come; or, when the repository holds the snapshots of several computers and none was named, {"computers":
+  /// [{"computerNumber", "hostName", "snapshots", "newest" (date)}]} and nothing was begun.
+  virtual PropertyList recover(const PropertyList& request) = 0;
+
+  /// {} -> {"key", "location" without secrets, "repositoryId", "computerNumber", "hostName"}
+  virtual PropertyList exportKey(const PropertyList& request) = 0;
+  /// {"key" must be there} -> {}: it opens the repository and is kept from now on.
+  virtual PropertyList importKey(const PropertyList& request) = 0;
+  /// {"key" must be there} -> {"matches" bool}: whether it opens the repository. Keeps nothing.
+  virtual PropertyList verifyKey(const PropertyList& request) = 0;
+  /// {"passphrase" must be there} -> {}: it opens the repository too.
+  virtual PropertyList addPassphrase(const PropertyList& request) = 0;
+
+  /// {"mode": "structure", "data" or "drill", must be there; "sample": files of a drill} -> when it is done:
+  /// {"result": a sentence, "ok" bool, "damagedFiles" [path], "compared", "hashed" (counts), "failed" [path]}
+  virtual PropertyList check(const PropertyList& request) = 0;
+
+  /// {"pattern" must be there, "most": entries} -> {"entries": [{"path", "version", "backupDate", "size",
+  /// "deleted" bool}], "more" bool}
+  virtual PropertyList find(const PropertyList& request) = 0;
+
+  /// {"most": entries} -> {"entries": [{"path", "reason", "since" (date)}], "count": of all}
+  virtual PropertyList failures(const PropertyList& request) = 0;
+
+  /// {"keepDeletedDays", "quotaMB", "alertDays": new values, each only if it is to change} -> all three as
+  /// they are now
+  virtual PropertyList settings(const PropertyList& request) = 0;
+
+  /// {"items" [{"path", "version" (0 or absent: the newest)}] must be there, "target": a folder, "exactPath":
+  /// of a single item, "conflict": "keepBoth" (when absent), "replace" or "skip", "before" (date)} -> {"job":
+  /// number}
+  virtual PropertyList restore(const PropertyList& request) = 0;
+  /// {"job" must be there} -> {"status": unknown, waiting, running, done, doneWithProblems, failed or
+  /// cancelled; "files", "filesDone", "bytes", "bytesDone", "restored", "skipped" (counts), "problems"
+  /// [sentence], "message", "currentFile"}
+  virtual PropertyList restoreReport(const PropertyList& request) = 0;
+  /// {"job" must be there} -> {}
+  virtual PropertyList cancelRestore(const PropertyList& request) = 0;
+};
+
+}  // namespace keldane

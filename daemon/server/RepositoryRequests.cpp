@@ -1,0 +1,424 @@
+#include "daemon/server/RepositoryRequests.h"
+
+#include <fnmatch.h>
+
+#include <charconv>
+#include <chrono>
+
+#include "daemon/server/RepositoryTrial.h"
+#include "daemon/server/RestoreChoices.h"
+
+namespace keldane {
+
+namespace {
+
+constexpr std::size_t kMostFound = 10'000, kUsualFound = 1'000;
+constexpr std::size_t kUsualSample = 40;
+
+PropertyList errorAnswer(const std::string& sentence) {
+  return PropertyList::dictionary({{"error", sentence.empty() ? std::string("It did not work.") : sentence}});
+}
+
+/// A date under a key of the settings; absent when it was never set.
+PropertyList dateFrom(const std::optional<std::string>& text) {
+  double seconds = 0;
+  if (!text || std::from_chars(text->data(), text->data() + text->size(), seconds).ec != std::errc()) {
+    return {};
+  }
+  return Date::fromUnixTime(seconds);
+}
+
+PropertyList countFrom(const std::optional<std::string>& text) {
+  std::uint64_t number = 0;
+  return text && std::from_chars(text->data(), text->data() + text->size(), number).ec == std::errc()
+             ? PropertyList(number)
+             : PropertyList();
+}
+
+PropertyList textFrom(const std::optional<std::string>& text) { return text ? PropertyList(*text) : PropertyList(); }
+
+PropertyList pathsFrom(const std::vector<std::string>& paths) {
+  return PropertyList::array({paths.begin(), paths.end()});
+}
+
+const char* wordFor(RestoreStatus status) {
+  switch (status) {
+    case RestoreStatus::waiting:
+      return "waiting";
+    case RestoreStatus::running:
+      return "running";
+    case RestoreStatus::done:
+      return "done";
+    case RestoreStatus::doneWithProblems:
+      return "doneWithProblems";
+    case RestoreStatus::failed:
+      return "failed";
+    case RestoreStatus::cancelled:
+      return "cancelled";
+    case RestoreStatus::unknown:
+      break;
+  }
+  return "unknown";
+}
+
+}  // namespace
+
+/// Registers a job for as long as it lives.
+class RepositoryRequests::Call {
+ public:
+  explicit Call(RepositoryRequests& requests) : requests_(requests) {
+    const std::lock_guard guard(requests_.callsMutex_);
+    requests_.calls_.insert(&job);
+    job.cancelled = requests_.stopping_;
+  }
+  ~Call() {
+    const std::lock_guard guard(requests_.callsMutex_);
+    requests_.calls_.erase(&job);
+  }
+  Call(const Call&) = delete;
+  Call& operator=(const Call&) = delete;
+
+  EngineJob job;
+
+ private:
+  RepositoryRequests& requests_;
+};
+
+void RepositoryRequests::stop() {
+  const std::lock_guard guard(callsMutex_);
+  stopping_ = true;
+  for (EngineJob* job : calls_) {
+    job->cancelled = true;
+  }
+}
+
+PropertyList RepositoryRequests::repository(const PropertyList& request) {
+  if (request["probe"].boolValue()) {
+    Call call(*this);
+    daemon_->watch().report(daemon_->engine().probe(call.job));
+    daemon_->worker().wake();
+  }
+  const EngineAnswer standing = daemon_->watch().standing();
+  const std::optional<RepositoryConfig> configuration = daemon_->files().configuration();
+  const RepositoryConfig known = configuration.value_or(RepositoryConfig());
+  Store& store = daemon_->store();
+  const auto setting = [&](const char* key) { return store.value(Store::Table::settings, key); };
+  const std::vector<SnapshotRecord> snapshots = store.snapshots();
+  double lastFull = 0;
+  for (const SnapshotRecord& snapshot : snapshots) {
+    lastFull = snapshot.full ? snapshot.time : lastFull;
+  }
+  RepositoryCare& care = daemon_->care();
+  const bool isRebuilding = care.snapshotsToRead() > 0;
+  const bool hasCheck = setting("lastCheckResult").has_value();
+  const bool hasDrill = setting("lastDrillResult").has_value();
+  return PropertyList::dictionary({
+      {"location", known.publicLocation()},
+      {"health", configuration ? healthWord(standing.health) : healthWord(Health::notSetUp)},
+      {"detail", standing.detail},
+      {"repositoryId", known.repositoryId},
+      {"computerNumber", known.computerNumber},
+      {"hostName", known.hostName},
+      {"size", care.repositorySize()},
+      {"snapshots", std::uint64_t{snapshots.size()}},
+      {"files", store.totals().files},
+      {"lastGoodBackup", dateFrom(setting("lastGoodBackup"))},
+      {"lastFull", lastFull > 0 ? PropertyList(Date::fromUnixTime(lastFull)) : PropertyList()},
+      {"lastCheck", hasCheck ? dateFrom(setting("lastCheck")) : PropertyList()},
+      {"lastCheckResult", textFrom(setting("lastCheckResult"))},
+      {"lastDrill", hasDrill ? dateFrom(setting("lastDrill")) : PropertyList()},
+      {"drillCompared", countFrom(setting("drillCompared"))},
+      {"drillHashed", countFrom(setting("drillHashed"))},
+      {"drillFailed", countFrom(setting("drillFailed"))},
+      {"lastDrillResult", textFrom(setting("lastDrillResult"))},
+      {"catalogue", isRebuilding ? "rebuilding" : "complete"},
+      {"catalogueDone", isRebuilding ? PropertyList(std::uint64_t{care.snapshotsRead()}) : PropertyList()},
+      {"catalogueTotal", isRebuilding ? PropertyList(std::uint64_t{care.snapshotsToRead()}) : PropertyList()},
+      {"dataFolder", daemon_->files().folder().path},
+      {"keyFile", daemon_->files().folder().key()},
+  });
+}
+
+PropertyList RepositoryRequests::check(const PropertyList& request) {
+  Call call(*this);
+  const std::string_view mode = request["mode"].string();
+  if (mode == "drill") {
+    const std::uint64_t sample = request["sample"].unsignedLongLongValue();
+    const DrillEnd end = daemon_->care().drill(sample == 0 ? kUsualSample : sample, call.job);
+    return end.answer ? PropertyList::dictionary({{"result", end.sentence()},
+                                                  {"ok", end.failed.empty()},
+                                                  {"compared", std::uint64_t{end.compared}},
+                                                  {"hashed", std::uint64_t{end.hashed}},
+                                                  {"failed", pathsFrom(end.failed)}})
+                      : errorAnswer(end.answer.detail);
+  }
+  if (mode != "data" && mode != "structure") {
+    return errorAnswer("The mode of a check is structure, data or drill.");
+  }
+  const unsigned parts = mode == "data" ? 1 : 0;
+  const RepositoryCare::CheckEnd end = daemon_->care().check(parts, parts, call.job);
+  if (!end.answer && end.answer.health != Health::damaged) {
+    return errorAnswer(end.answer.detail);
+  }
+  return PropertyList::dictionary(
+      {{"result", end.sentence}, {"ok", end.ok}, {"damagedFiles", pathsFrom(end.damagedFiles)}});
+}
+
+// A pattern with a slash is of a whole path, any other of a name.
+PropertyList RepositoryRequests::find(const PropertyList& request) {
+  const std::string pattern(request["pattern"].string());
+  const bool isPath = pattern.find('/') != std::string::npos;
+  const std::uint64_t asked = request["most"].unsignedLongLongValue();
+  const std::size_t most = asked == 0 ? kUsualFound : std::min<std::uint64_t>(asked, kMostFound);
+  PropertyList::Array entries;
+  bool more = false;
+  daemon_->store().visitRecords("/", [&](const std::string& path, const BackupRecord& record) {
+    const std::string text = isPath ? path : path.substr(path.rfind('/') + 1);
+    if (fnmatch(pattern.c_str(), text.c_str(), 0) != 0) {
+      return true;
+    }
+    more = entries.size() >= most;
+    if (!more) {
+      entries.push_back(PropertyList::dictionary({{"path", path},
+                                                  {"version", record.version},
+                                                  {"backupDate", Date::fromUnixTime(record.date)},
+                                                  {"size", record.size},
+                                                  {"deleted", record.removed}}));
+    }
+    return !more;
+  });
+  return PropertyList::dictionary({{"entries", PropertyList::array(std::move(entries))}, {"more", more}});
+}
+
+PropertyList RepositoryRequests::failures(const PropertyList& request) {
+  const std::uint64_t asked = request["most"].unsignedLongLongValue();
+  PropertyList::Array entries;
+  for (const FailureRecord& failure :
+       daemon_->store().failures(asked == 0 ? kUsualFound : std::min<std::uint64_t>(asked, kMostFound))) {
+    entries.push_back(PropertyList::dictionary({{"path", failure.path},
+                                                {"reason", failure.reason},
+                                                {"since", Date::fromUnixTime(failure.since)}}));
+  }
+  return PropertyList::dictionary(
+      {{"entries", PropertyList::array(std::move(entries))}, {"count", daemon_->store().failureCount()}});
+}
+
+PropertyList RepositoryRequests::settings(const PropertyList& request) {
+  Store& store = daemon_->store();
+  struct Setting {
+    const char* key;
+    Store::Table table;
+    const char* storedAs;
+    std::uint64_t usual;
+  };
+  static constexpr Setting kSettings[] = {
+      {"keepDeletedDays", Store::Table::settings, "keepDeletedDays", 90},
+      {"quotaMB", Store::Table::profile, "QuotaMB", 0},
+      {"alertDays", Store::Table::settings, "alertDays", 3},
+  };
+  PropertyList::Entries answer;
+  for (const Setting& setting : kSettings) {
+    if (const PropertyList value = request[setting.key]) {
+      store.setValue(setting.table, setting.storedAs, std::to_string(value.unsignedLongLongValue()));
+    }
+    const PropertyList kept = countFrom(store.value(setting.table, setting.storedAs));
+    answer.emplace_back(setting.key, kept ? kept : PropertyList(setting.usual));
+  }
+  daemon_->watch().tryNow();
+  daemon_->worker().wake();
+  return PropertyList::dictionary(std::move(answer));
+}
+
+PropertyList RepositoryRequests::restore(const PropertyList& request) {
+  PropertyList::Entries choices = {{"files", request["items"]},
+                                   {"target", request["target"]},
+                                   {"exactPath", request["exactPath"]},
+                                   {"conflict", request["conflict"]},
+                                   {"before", request["before"]}};
+  std::string refusal;
+  std::optional<RestoreRequest> wanted =
+      restoreRequestFrom(PropertyList::dictionary(std::move(choices)), &refusal);
+  if (!wanted) {
+    return errorAnswer(refusal);
+  }
+  wanted->user = geteuid();
+  wanted->group = getegid();
+  const std::uint32_t job = daemon_->restores().add(*wanted, &refusal);
+  return job == 0 ? errorAnswer(refusal) : PropertyList::dictionary({{"job", job}});
+}
+
+PropertyList RepositoryRequests::restoreReport(const PropertyList& request) {
+  const std::uint32_t job = request["job"].unsignedIntValue();
+  const RestoreReport report = daemon_->restores().report(job);
+  return PropertyList::dictionary(
+      {{"status", wordFor(report.status)},
+       {"files", report.files},
+       {"filesDone", report.filesDone},
+       {"bytes", report.bytes},
+       {"bytesDone", report.bytesDone},
+       {"restored", report.restored},
+       {"skipped", report.skipped},
+       {"problems", pathsFrom(report.problems)},
+       {"message", report.message},
+       {"currentFile", daemon_->restores().current() == job ? daemon_->restores().currentFile() : std::string()}});
+}
+
+PropertyList RepositoryRequests::cancelRestore(const PropertyList& request) {
+  daemon_->restores().cancel(request["job"].unsignedIntValue());
+  return PropertyList::dictionary(PropertyList::Entries());
+}
+
+// --- What changes the repository ---
+
+PropertyList RepositoryRequests::setUpRepository(const PropertyList& request) {
+  const std::lock_guard changing(changing_);
+  Call call(*this);
+  try {
+    Trial trial(*daemon_, engine_, request);
+    const bool adopt = request["adopt"].boolValue();
+    const EngineAnswer answer = adopt ? trial.adopt(call.job) : trial.make(call.job);
+    if (!answer) {
+      return errorAnswer(answer.detail);
+    }
+    takeOver(trial, false);
+    return PropertyList::dictionary({{"repositoryId", trial.configuration().repositoryId},
+                                     {"made", !adopt},
+                                     {"keyFile", daemon_->files().folder().key()}});
+  } catch (const std::exception& error) {
+    return errorAnswer(error.what());
+  }
+}
+
+PropertyList RepositoryRequests::computersIn(const std::vector<Snapshot>& snapshots) const {
+  struct Computer {
+    std::string host;
+    std::uint64_t snapshots = 0;
+    double newest = 0;
+  };
+  std::map<std::uint32_t, Computer> computers;
+  for (const Snapshot& snapshot : snapshots) {
+    if (const std::uint32_t number = numberFromTags(snapshot, "computer:"); number != 0) {
+      Computer& computer = computers[number];
+      ++computer.snapshots;
+      if (snapshot.time >= computer.newest) {
+        computer.newest = snapshot.time;
+        computer.host = snapshot.host;
+      }
+    }
+  }
+  PropertyList::Array list;
+  for (const auto& [number, computer] : computers) {
+    list.push_back(PropertyList::dictionary({{"computerNumber", number},
+                                             {"hostName", computer.host},
+                                             {"snapshots", computer.snapshots},
+                                             {"newest", Date::fromUnixTime(computer.newest)}}));
+  }
+  return PropertyList::array(std::move(list));
+}
+
+PropertyList RepositoryRequests::recover(const PropertyList& request) {
+  const std::lock_guard changing(changing_);
+  Call call(*this);
+  try {
+    Trial trial(*daemon_, engine_, request);
+    if (const EngineAnswer answer = trial.adopt(call.job); !answer) {
+      return errorAnswer(answer.detail);
+    }
+    std::vector<Snapshot> snapshots;
+    if (const EngineAnswer answer = trial.engine().snapshots(true, snapshots, call.job); !answer) {
+      return errorAnswer(answer.detail);
+    }
+    const PropertyList computers = computersIn(snapshots);
+    std::uint32_t number = request["computerNumber"].unsignedIntValue();
+    if (number == 0 && computers.count() > 1) {
+      return PropertyList::dictionary({{"computers", computers}});
+    }
+    number = number != 0 ? number : computers[std::size_t{0}]["computerNumber"].unsignedIntValue();
+    std::uint32_t highest = 0;
+    for (const Snapshot& snapshot : snapshots) {
+      if (numberFromTags(snapshot, "computer:") == number) {
+        highest = std::max(highest, numberFromTags(snapshot, "number:"));
+      }
+    }
+    if (highest == 0) {
+      return errorAnswer("The repository holds no backup of that computer.");
+    }
+    trial.goOnAs(number, highest, request["takeOver"].boolValue());
+    takeOver(trial, true);
+    return PropertyList::dictionary({{"started", true}});
+  } catch (const std::exception& error) {
+    return errorAnswer(error.what());
+  }
+}
+
+// Batches stand still meanwhile. A catalogue of another repository says nothing of this one.
+void RepositoryRequests::takeOver(const Trial& trial, bool isRecovery) {
+  const BackupWorker::Stillness stillness = daemon_->worker().holdStill();
+  const std::optional<RepositoryConfig> before = daemon_->files().configuration();
+  const bool isAnother = isRecovery || !before || before->repositoryId != trial.configuration().repositoryId;
+  if (isRecovery) {
+    daemon_->setSetting("recoverMode", 1);
+    daemon_->store().setValue(Store::Table::settings, kTakeRules, "1");
+  }
+  trial.replaceIn(daemon_->files());
+  if (isAnother) {
+    daemon_->store().clearCatalogue();
+  }
+  daemon_->barRepository();
+  daemon_->worker().repositoryChanged();
+  daemon_->worker().reconsiderAll();
+}
+
+EngineAnswer RepositoryRequests::tryKey(const std::string& key) {
+  Call call(*this);
+  Trial trial(*daemon_, engine_, key);
+  return trial.engine().probe(call.job);
+}
+
+PropertyList RepositoryRequests::exportKey(const PropertyList&) {
+  const std::optional<RepositoryConfig> configuration = daemon_->files().configuration();
+  const std::string key = daemon_->files().key();
+  if (!configuration || key.empty()) {
+    return errorAnswer("No repository has been set up yet.");
+  }
+  return PropertyList::dictionary({{"key", key},
+                                   {"location", configuration->publicLocation()},
+                                   {"repositoryId", configuration->repositoryId},
+                                   {"computerNumber", configuration->computerNumber},
+                                   {"hostName", configuration->hostName}});
+}
+
+PropertyList RepositoryRequests::importKey(const PropertyList& request) {
+  const std::lock_guard changing(changing_);
+  try {
+    const std::string key = keyTextFrom(std::string(request["key"].string()));
+    if (const EngineAnswer answer = tryKey(key); !answer) {
+      return errorAnswer(answer.detail);
+    }
+    daemon_->files().setKey(key);
+    daemon_->worker().repositoryChanged();
+    return PropertyList::dictionary(PropertyList::Entries());
+  } catch (const std::exception& error) {
+    return errorAnswer(error.what());
+  }
+}
+
+PropertyList RepositoryRequests::verifyKey(const PropertyList& request) {
+  try {
+    const EngineAnswer answer = tryKey(keyTextFrom(std::string(request["key"].string())));
+    return answer || answer.health == Health::wrongKey
+               ? PropertyList::dictionary({{"matches", static_cast<bool>(answer)}})
+               : errorAnswer(answer.detail);
+  } catch (const std::exception& error) {
+    return errorAnswer(error.what());
+  }
+}
+
+PropertyList RepositoryRequests::addPassphrase(const PropertyList& request) {
+  const std::lock_guard changing(changing_);
+  Call call(*this);
+  const EngineAnswer answer = daemon_->engine().addKey(std::string(request["passphrase"].string()), call.job);
+  return answer ? PropertyList::dictionary(PropertyList::Entries()) : errorAnswer(answer.detail);
+}
+
+}  // namespace keldane

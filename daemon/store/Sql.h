@@ -1,0 +1,94 @@
+// Small helpers of the store's own files: binding, rewinding, ranges of paths.
+#pragma once
+
+#include <SQLiteCpp/SQLiteCpp.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <type_traits>
+
+#include "daemon/store/Store.h"
+
+namespace keldane::sql {
+
+/// How many rows are written or read while a mutex is held.
+inline constexpr std::size_t kSlice = 500;
+inline constexpr int kBusyMilliseconds = 5000;
+
+/// Ends a query that is kept for the next time, without which it would hold the state that it reads.
+class Rewinding {
+ public:
+  explicit Rewinding(SQLite::Statement& statement) : statement_(statement) {}
+  ~Rewinding() { statement_.tryReset(); }
+  Rewinding(const Rewinding&) = delete;
+  Rewinding& operator=(const Rewinding&) = delete;
+
+ private:
+  SQLite::Statement& statement_;
+};
+
+template <class Value>
+void bindAt(SQLite::Statement& statement, int index, const Value& value) {
+  if constexpr (std::is_same_v<Value, bool>) {
+    statement.bind(index, value ? 1 : 0);
+  } else if constexpr (std::is_same_v<Value, std::uint64_t>) {
+    statement.bind(index, static_cast<std::int64_t>(value));
+  } else if constexpr (requires { value.has_value(); }) {
+    value ? bindAt(statement, index, *value) : statement.bind(index);
+  } else {
+    statement.bind(index, value);
+  }
+}
+
+/// Binds all parameters, from the first one on.
+template <class... Values>
+SQLite::Statement& bindAll(SQLite::Statement& statement, const Values&... values) {
+  int index = 0;
+  (bindAt(statement, ++index, values), ...);
+  return statement;
+}
+
+/// Runs a kept statement once and answers how many rows it changed.
+template <class... Values>
+int run(SQLite::Statement& statement, const Values&... values) {
+  const Rewinding rewinding(statement);
+  return bindAll(statement, values...).exec();
+}
+
+/// Runs a statement that is not kept.
+template <class... Values>
+int runOnce(SQLite::Database& database, const char* text, const Values&... values) {
+  SQLite::Statement statement(database, text);
+  return bindAll(statement, values...).exec();
+}
+
+/// The number in the first column of the only row; 0 where that is NULL or where there is no row.
+template <class... Values>
+std::int64_t numberOf(SQLite::Database& database, const char* text, const Values&... values) {
+  SQLite::Statement statement(database, text);
+  return bindAll(statement, values...).executeStep() ? statement.getColumn(0).getInt64() : 0;
+}
+
+inline std::optional<std::int64_t> optionalAt(SQLite::Statement& row, int column) {
+  const SQLite::Column value = row.getColumn(column);
+  return value.isNull() ? std::nullopt : std::optional<std::int64_t>(value.getInt64());
+}
+
+/// Reads size, modified and changed from three columns.
+inline FileState stateAt(SQLite::Statement& row, int column) {
+  return {static_cast<std::uint64_t>(row.getColumn(column).getInt64()), row.getColumn(column + 1).getInt64(),
+          row.getColumn(column + 2).getInt64()};
+}
+
+/// The paths below a folder: those from `from` on, inclusive, up to `to`, exclusive. Bytes are compared, and
+/// '0' is the byte after '/'.
+struct Below {
+  explicit Below(const std::string& folder) : from(folder == "/" ? "/" : folder + "/"), to(from) {
+    to.back() = '0';
+  }
+  std::string from, to;
+};
+
+}  // namespace keldane::sql

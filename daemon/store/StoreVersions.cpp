@@ -1,0 +1,167 @@
+// The versions of a file, and those of all files below a path as of a backup.
+#include <limits>
+#include <utility>
+
+#include "daemon/store/Holders.h"
+#include "daemon/store/Sql.h"
+#include "daemon/store/Store.h"
+
+namespace keldane {
+
+namespace {
+
+// The columns of a StoredVersion.
+#define KELDANE_VERSION "version, size, modified, changed, date, damaged, first_full, last_full"
+
+struct StoredVersion {
+  VersionRecord record;
+  FullInterval interval;
+};
+
+StoredVersion versionAt(SQLite::Statement& row, int column) {
+  StoredVersion version;
+  static_cast<FileState&>(version.record) = sql::stateAt(row, column + 1);
+  version.record.version = row.getColumn(column).getUInt();
+  version.record.date = row.getColumn(column + 4).getDouble();
+  version.record.damaged = row.getColumn(column + 5).getInt() != 0;
+  version.interval = {sql::optionalAt(row, column + 6), sql::optionalAt(row, column + 7)};
+  return version;
+}
+
+/// What a state of the past leaves out.
+struct AsOf {
+  std::uint32_t number = std::numeric_limits<std::uint32_t>::max();
+  double date = std::numeric_limits<double>::infinity();
+  std::optional<double> time;  ///< files that were removed up to it are left out
+
+  bool has(const VersionRecord& version) const { return version.version <= number && version.date <= date; }
+};
+
+// The state is the earlier of the two that were asked for.
+AsOf asOf(SQLite::Database& database, std::uint32_t number, double before) {
+  AsOf bounds;
+  if (number != 0) {
+    bounds.number = number;
+    SQLite::Statement row(database,
+                          "SELECT time FROM backups WHERE number <= ? ORDER BY number DESC LIMIT 1");
+    row.bind(1, number);
+    if (row.executeStep()) {
+      bounds.time = row.getColumn(0).getDouble();
+    }
+  }
+  if (before != 0) {
+    bounds.date = before;
+    bounds.time = bounds.time ? std::min(*bounds.time, before) : before;
+  }
+  return bounds;
+}
+
+/// Reads a folder's files in slices, on the connection that reads.
+class StateReader {
+ public:
+  StateReader(SQLite::Database& database, const AsOf& bounds)
+      : bounds_(bounds),
+        holders_(database),
+        files_(database, "SELECT path, id, removed, " KELDANE_VERSION
+                         " FROM files WHERE path >= ? AND path < ? ORDER BY path LIMIT ?"),
+        older_(database, "SELECT " KELDANE_VERSION
+                         " FROM versions WHERE file = ? AND version <= ? AND date <= ?"
+                         " ORDER BY version DESC LIMIT 1") {}
+
+  /// Adds what lies in one slice of the range, moves `from` behind it and answers whether it was the last.
+  bool read(std::string& from, const std::string& to,
+            std::vector<std::pair<std::string, VersionRecord>>& found) {
+    const sql::Rewinding rewinding(files_);
+    sql::bindAll(files_, from, to, std::uint64_t{sql::kSlice});
+    std::size_t rows = 0;
+    for (; files_.executeStep(); ++rows) {
+      std::string path = files_.getColumn(0).getString();
+      from = path + '\0';  // the least of the paths after it
+      std::optional<VersionRecord> version = versionOf(files_.getColumn(1).getInt64());
+      if (version) {
+        found.emplace_back(std::move(path), *std::move(version));
+      }
+    }
+    return rows < sql::kSlice;
+  }
+
+ private:
+  std::optional<VersionRecord> versionOf(std::int64_t file) {
+    if (bounds_.time && !files_.getColumn(2).isNull() && files_.getColumn(2).getDouble() <= *bounds_.time) {
+      return std::nullopt;
+    }
+    StoredVersion version = versionAt(files_, 3);
+    if (!bounds_.has(version.record)) {
+      const sql::Rewinding rewinding(older_);
+      if (!sql::bindAll(older_, file, bounds_.number, bounds_.date).executeStep()) {
+        return std::nullopt;
+      }
+      version = versionAt(older_, 0);
+    }
+    const SnapshotRecord* holder =
+        holders_.best(file, version.record.version, version.interval, bounds_.number);
+    if (holder == nullptr) {
+      return std::nullopt;  // its snapshot is being forgotten
+    }
+    version.record.snapshot = holder->id;
+    version.record.prefix = holder->prefix;
+    return std::move(version.record);
+  }
+
+  const AsOf bounds_;
+  Holders holders_;
+  SQLite::Statement files_, older_;
+};
+
+}  // namespace
+
+std::vector<VersionRecord> Store::versions(const std::string& path, std::size_t most) {
+  const ScopedLock guard(readMutex_);
+  std::vector<VersionRecord> versions;
+  SQLite::Statement newest(reader_, "SELECT id, " KELDANE_VERSION " FROM files WHERE path = ?");
+  newest.bind(1, path);
+  if (!newest.executeStep()) {
+    return versions;
+  }
+  Holders holders(reader_);
+  const std::int64_t file = newest.getColumn(0).getInt64();
+  const auto add = [&](StoredVersion version) {
+    if (const SnapshotRecord* holder = holders.best(file, version.record.version, version.interval,
+                                                    std::numeric_limits<std::uint32_t>::max())) {
+      version.record.snapshot = holder->id;
+      version.record.prefix = holder->prefix;
+      versions.push_back(std::move(version.record));
+    }
+  };
+  if (most > 0) {
+    add(versionAt(newest, 1));
+  }
+  SQLite::Statement older(reader_,
+                          "SELECT " KELDANE_VERSION " FROM versions WHERE file = ? ORDER BY version DESC");
+  older.bind(1, file);
+  while (versions.size() < most && older.executeStep()) {
+    add(versionAt(older, 0));
+  }
+  return versions;
+}
+
+std::vector<std::pair<std::string, VersionRecord>> Store::versionsBelow(const std::string& path,
+                                                                        std::uint32_t number, double before) {
+  std::vector<std::pair<std::string, VersionRecord>> found;
+  std::optional<StateReader> reader;
+  const auto readRange = [&](std::string from, const std::string& to) {
+    for (bool isDone = false; !isDone;) {
+      const ScopedLock guard(readMutex_);
+      if (!reader) {
+        reader.emplace(reader_, asOf(reader_, number, before));
+      }
+      isDone = reader->read(from, to, found);
+    }
+  };
+  readRange(path, path + '\0');  // the path itself
+  const sql::Below below(path);
+  readRange(below.from, below.to);
+  return found;
+}
+
+}  // namespace keldane
