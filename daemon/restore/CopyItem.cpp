@@ -12,6 +12,8 @@ namespace keldane {
 namespace {
 
 constexpr std::size_t kBlock = 64 * 1024;
+// Between two of them it is asked whether to go on.
+constexpr off_t kPiece = 8 * 1024 * 1024;
 // What the kernel allows for one attribute's value, and for the names of all.
 constexpr std::size_t kMostAttributeBytes = 64 * 1024;
 
@@ -77,32 +79,40 @@ int copyByBlocks(int from, int to, off_t offset, off_t end) {
   return 0;
 }
 
-int copyRange(int from, int to, off_t offset, off_t end) {
+int copyRange(int from, int to, off_t offset, off_t end, const CopyPermit& permit) {
   while (offset < end) {
+    if (permit.mayGoOn != nullptr && !permit.mayGoOn(permit.context)) {
+      return ECANCELED;
+    }
     off_t source = offset;
     off_t target = offset;
-    const ssize_t copied =
-        copy_file_range(from, &source, to, &target, static_cast<std::size_t>(end - offset), 0);
-    if (copied <= 0) {  // not between these two file systems
-      return copyByBlocks(from, to, offset, end);
+    const off_t piece = end - offset < kPiece ? end - offset : kPiece;
+    const ssize_t copied = copy_file_range(from, &source, to, &target, static_cast<std::size_t>(piece), 0);
+    if (copied > 0) {
+      offset += copied;
+      continue;
     }
-    offset += copied;
+    if (const int error = copyByBlocks(from, to, offset, offset + piece)) {  // not between these two file systems
+      return error;
+    }
+    offset += piece;
   }
   return 0;
 }
 
-int copyContents(int from, int to, off_t size) {
+int copyContents(int from, int to, off_t size, const CopyPermit& permit) {
   if (ftruncate(to, size) != 0) {
     return errno;
   }
   for (off_t data = 0; data < size;) {
     const off_t begin = lseek(from, data, SEEK_DATA);
     if (begin < 0) {
-      return errno == ENXIO ? 0 : copyRange(from, to, data, size);  // only a hole is left, or no holes are known
+      // Only a hole is left, or no holes are known here.
+      return errno == ENXIO ? 0 : copyRange(from, to, data, size, permit);
     }
     const off_t hole = lseek(from, begin, SEEK_HOLE);
     const off_t end = hole < 0 || hole > size ? size : hole;
-    if (const int error = copyRange(from, to, begin, end)) {
+    if (const int error = copyRange(from, to, begin, end, permit)) {
       return error;
     }
     data = end;
@@ -176,7 +186,7 @@ int copyMetadata(int from, const struct stat& status, int to, CopyAs as) {
   return error;
 }
 
-int copyFile(int from, int toFolder, const char* temporary, CopyAs as, int& metadata) {
+int copyFile(int from, int toFolder, const char* temporary, CopyAs as, const CopyPermit& permit, int& metadata) {
   struct stat status {};
   if (fstat(from, &status) != 0) {
     return errno;
@@ -185,7 +195,7 @@ int copyFile(int from, int toFolder, const char* temporary, CopyAs as, int& meta
   if (to < 0) {
     return errno;
   }
-  int error = copyContents(from, to, status.st_size);
+  int error = copyContents(from, to, status.st_size, permit);
   if (error == 0) {
     metadata = copyMetadata(from, status, to, as);
   }
@@ -199,7 +209,7 @@ int copyFile(int from, int toFolder, const char* temporary, CopyAs as, int& meta
 }
 
 PlaceResult copyItem(int from, int toFolder, const char* temporary, const char* name, Conflict conflict, CopyAs as,
-                     bool again) {
+                     bool again, const CopyPermit& permit) {
   struct stat status {};
   if (fstat(from, &status) != 0) {
     return {PlaceResult::failed, errno};
@@ -208,7 +218,7 @@ PlaceResult copyItem(int from, int toFolder, const char* temporary, const char* 
     return {PlaceResult::placed};
   }
   int metadata = 0;
-  const int error = S_ISREG(status.st_mode)   ? copyFile(from, toFolder, temporary, as, metadata)
+  const int error = S_ISREG(status.st_mode)   ? copyFile(from, toFolder, temporary, as, permit, metadata)
                     : S_ISLNK(status.st_mode) ? copyLink(from, status, toFolder, temporary, as)
                                               : copySpecial(status, toFolder, temporary, as);
   if (error != 0) {

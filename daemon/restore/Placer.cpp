@@ -80,6 +80,11 @@ class TreePlacer {
   const PlaceWatch& watch_;
 };
 
+bool mayCopyOn(const void* options) {
+  const auto& mayGoOn = static_cast<const DirectTarget::Options*>(options)->mayGoOn;
+  return !mayGoOn || mayGoOn();
+}
+
 }  // namespace
 
 DirectTarget::DirectTarget(Descriptor root, Options options) : options_(std::move(options)) {
@@ -164,7 +169,8 @@ PlaceResult DirectTarget::place(int from, const std::string& name) {
     return {PlaceResult::failed, errno};
   }
   const PlaceResult copied = copyItem(file.get(), to, options_.temporaryName.c_str(), name.c_str(),
-                                      options_.conflict, CopyAs::owner, options_.again);
+                                      options_.conflict, CopyAs::owner, options_.again,
+                                      {mayCopyOn, &options_});
   if (copied.kind == PlaceResult::placed) {
     unlinkat(from, name.c_str(), 0);
   }

@@ -73,8 +73,11 @@ class RestoreJobs {
   std::string currentFile() const;
   /// Who asked for a job; absent for an unknown one.
   std::optional<uid_t> userOf(std::uint32_t job) const;
+  /// What was placed stays; what was not is listed in the report. Does nothing to a job that has ended.
   void cancel(std::uint32_t job);
   void cancelAll();
+  /// The repository may be usable again: jobs that wait for it are tried at once.
+  void tryNow();
 
  private:
   class Implementation;

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <linux/capability.h>
+#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -104,6 +105,12 @@ PlaceResult leaveLevel(Levels& levels, uid_t user, int staged) {
   return result;
 }
 
+/// The parent ends the work by closing its end.
+bool isParentThere(const void*) {
+  pollfd end{kChildSocket, POLLRDHUP, 0};
+  return poll(&end, 1, 0) <= 0;
+}
+
 bool receiveRequest(int socket, UserChildRequest& request, int& descriptor) {
   descriptor = -1;
   alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))];
@@ -133,7 +140,7 @@ PlaceResult serveRequest(const UserChildSetup& setup, Levels& levels, const User
       return leaveLevel(levels, setup.user, descriptor);
     case UserChildRequest::place:
       return copyItem(descriptor, levels.folders[levels.depth - 1], setup.temporaryName, request.name,
-                      setup.conflict, CopyAs::stranger, request.again);
+                      setup.conflict, CopyAs::stranger, request.again, {isParentThere, nullptr});
   }
   return {PlaceResult::failed, EINVAL};
 }

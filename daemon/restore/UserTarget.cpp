@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <thread>
 
 namespace keldane {
 
@@ -15,6 +16,7 @@ namespace {
 
 // The user can stop a process of his, so none is waited for longer than an honest one takes.
 constexpr std::chrono::seconds kMostWait{60};
+constexpr std::chrono::seconds kMostWaitAtEnd{5};
 constexpr std::uint64_t kLeastBytesPerSecond = std::uint64_t{1} << 20;
 constexpr int kPollMilliseconds = 200;
 
@@ -44,8 +46,15 @@ UserTarget::UserTarget(Options options) : options_(std::move(options)) {
 
 UserTarget::~UserTarget() {
   if (child_ > 0) {
-    socket_ = Descriptor();
-    kill(child_, SIGKILL);  // it is asked for nothing any more
+    socket_ = Descriptor();  // with that it ends, and takes an unfinished copy away
+    const auto end = std::chrono::steady_clock::now() + kMostWaitAtEnd;
+    while (waitpid(child_, nullptr, WNOHANG) == 0) {
+      if (std::chrono::steady_clock::now() > end) {
+        kill(child_, SIGKILL);
+        break;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
     while (waitpid(child_, nullptr, 0) < 0 && errno == EINTR) {
     }
   }
