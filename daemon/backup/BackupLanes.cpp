@@ -23,10 +23,6 @@ std::int64_t hourNow() {
       .count();
 }
 
-double timeNow() {
-  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-}
-
 }  // namespace
 
 void BackupWorker::runLane(Lane& lane, bool preferredOnly) {
@@ -106,7 +102,7 @@ bool BackupWorker::isBatchDue() const {
 }
 
 bool BackupWorker::isFullDue() const {
-  const double age = timeNow() - lastFull_.time;
+  const double age = timeOfDay() - lastFull_.time;
   return mayWork(false) && toScan_.empty() && scanned_.empty() && changedSinceFull_ &&
          // A clock that was set back makes the age negative; a full snapshot too many does no harm.
          (lastFull_.id.empty() || age < 0 || age >= static_cast<double>(timing_.fullInterval.count()));
@@ -252,8 +248,8 @@ void BackupWorker::learnFrom(const Batch& batch, const BatchEnd& end, steady_clo
     const double factor = kBatchSeconds / seconds;
     mostFiles_ = std::clamp(static_cast<std::size_t>(static_cast<double>(end.stored.size()) * factor),
                             kFewestFiles, kMostFiles);
-    mostBytes_ = std::clamp(static_cast<std::uint64_t>(static_cast<double>(bytes) * factor), kFewestBytes,
-                            kMostBytes);
+    mostBytes_ =
+        std::clamp(static_cast<std::uint64_t>(static_cast<double>(bytes) * factor), kFewestBytes, kMostBytes);
   }
 }
 

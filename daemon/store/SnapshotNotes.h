@@ -52,7 +52,7 @@ class SnapshotNotes {
   SQLite::Database& database_;
   const SnapshotRecord snapshot_;
   const std::optional<std::int64_t> full_;  // its number, if it is full
-  std::int64_t previousFull_ = 0;  // before this snapshot
+  std::int64_t previousFull_ = 0;           // before this snapshot
   std::int64_t nextFile_ = 0;
   bool hasFailures_ = false;
 

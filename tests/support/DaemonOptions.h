@@ -18,7 +18,8 @@ inline DaemonOptions daemonOptionsIn(const TemporaryFolder& folder) {
 }
 
 /// A daemon that stores nothing and says that it does.
-inline std::shared_ptr<Daemon> recordingDaemon(const DaemonOptions& options, std::function<void()> terminate = [] {}) {
+inline std::shared_ptr<Daemon> recordingDaemon(
+    const DaemonOptions& options, std::function<void()> terminate = [] {}) {
   return std::make_shared<Daemon>(
       options, [](const RepositoryFiles& files) { return std::make_unique<RecordingEngine>(files); },
       std::move(terminate));
