@@ -114,7 +114,8 @@ class BackupWorker {
     std::mutex running;  // held while a batch is prepared and runs
     // Guarded by BackupWorker::mutex_:
     bool isStoring = false;
-    bool isForced = false;  // its batch is of preferred files
+    bool isForced = false;           // its batch is of preferred files
+    const Batch* batch = nullptr;  // while it is stored
     std::uint64_t filesDone = 0, bytesDone = 0;
     std::string current;
     std::thread thread;
@@ -125,7 +126,8 @@ class BackupWorker {
   bool step(Lane& lane, bool preferredOnly);
   bool prepare(Lane& lane);
   std::optional<Batch> nextBatch(bool preferredOnly);
-  Batch batchOf(const std::vector<PendingFiles::File>& files);
+  Batch batchOf(const std::vector<PendingFiles::File>& files, bool preferred);
+  bool isAboutToBeStored(const std::string& path) const;
   void addAgain(Batch& batch);
   bool isBatchDue() const;
   bool isFullDue() const;
