@@ -1,10 +1,10 @@
-#include "clients/ctl/Text.h"
+#include "clients/ctl/terminal/Text.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cwchar>
 
-#include "clients/ctl/Terminal.h"
+#include "clients/ctl/terminal/Terminal.h"
 #include "platform/plist/Unicode.h"
 
 namespace keldane {

@@ -4,8 +4,8 @@
 #include "Common/FileNode.h"
 #include "cli/Json.h"
 #include "clients/core/FolderTree.h"
-#include "clients/ctl/Commands.h"
-#include "clients/ctl/Text.h"
+#include "clients/ctl/commands/Commands.h"
+#include "clients/ctl/terminal/Text.h"
 
 namespace keldane {
 

@@ -8,10 +8,11 @@
 #include "client-state/BackupState.h"
 #include "clients/core/BackupProgress.h"
 #include "clients/core/Units.h"
-#include "clients/ctl/Commands.h"
-#include "clients/ctl/StallWatch.h"
-#include "clients/ctl/Terminal.h"
-#include "clients/ctl/Text.h"
+#include "clients/ctl/commands/Commands.h"
+#include "clients/ctl/terminal/ProgressLine.h"
+#include "clients/ctl/terminal/StallWatch.h"
+#include "clients/ctl/terminal/Terminal.h"
+#include "clients/ctl/terminal/Text.h"
 #include "platform/notifications/NotificationCenter.h"
 
 namespace keldane {
@@ -21,7 +22,6 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr RunLoop::Seconds kRedrawInterval{1.0};
-constexpr std::size_t kNarrowestFile = 12;
 
 struct WatchOptions {
   bool json = false;
@@ -153,18 +153,10 @@ class Watcher {
   std::string pendingText() const {
     return filesText(state_.pendingFileCount()) + ", " + bytesText(state_.pendingFileSize()) + " to go";
   }
-  std::string rateText() const {
-    const auto left = progress_.timeLeft();
-    return !left || progress_.filesPerSecond() <= 0
-               ? std::string()
-               : bytesText(static_cast<std::uint64_t>(progress_.bytesPerSecond())) + "/s, " +
-                     durationText(*left) + " left";
-  }
-
   std::string line() const {
     std::string text = statusText();
     if (state_.pendingFileCount() > 0) {
-      const std::string rate = rateText();
+      const std::string rate = rateText(progress_);
       text += " (" + pendingText() + (rate.empty() ? "" : "; " + rate) + ")";
     }
     const std::string file = printable(state_.currentBackupFile().string());
@@ -172,31 +164,17 @@ class Watcher {
   }
 
   void draw() {
-    // The last column stays free: a character there would begin the next line on some terminals.
-    std::size_t left = static_cast<std::size_t>(terminal_.width()) - 1;
-    std::string text;
-    const auto add = [&](const std::string& part) {
-      const std::size_t columns = columnsOf(part) + (text.empty() ? 0 : 2);
-      if (!part.empty() && columns <= left) {
-        text += (text.empty() ? "" : "  ") + part;
-        left -= columns;
-      }
-    };
+    FittedLine fitted(terminal_);
     if (state_.pendingFileCount() == 0) {
-      add(lastColumns(statusText(), left));
+      fitted.add(lastColumns(statusText(), fitted.columnsLeft()));
     } else {
-      const std::string percent = std::to_string(static_cast<int>(progress_.fraction() * 100)) + "%";
-      const std::size_t columns = std::min(kWidestBar, left / 4);
-      add((columns < 6 ? "" : bar(progress_.fraction(), columns) + ' ') + rightAligned(percent, 4));
-      add(state_.paused() ? "Paused" : "");
-      add(pendingText());
-      add(state_.paused() ? "" : rateText());
-      const std::string file = printable(state_.currentBackupFile().string());
-      if (!file.empty() && left >= kNarrowestFile + 2) {
-        add(lastColumns(file, left - 2));
-      }
+      fitted.addBar(progress_.fraction());
+      fitted.add(state_.paused() ? "Paused" : "");
+      fitted.add(pendingText());
+      fitted.add(state_.paused() ? "" : rateText(progress_));
+      fitted.addPath(printable(state_.currentBackupFile().string()));
     }
-    std::cout << terminal_.restartLine() << text << std::flush;
+    std::cout << terminal_.restartLine() << fitted.text() << std::flush;
   }
 
   const WatchOptions options_;

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "Common/FileNode.h"
-#include "clients/ctl/Terminal.h"
+#include "clients/ctl/terminal/Terminal.h"
 
 namespace keldane {
 

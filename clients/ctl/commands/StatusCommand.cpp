@@ -4,10 +4,11 @@
 
 #include "cli/Json.h"
 #include "client-state/BackupState.h"
+#include "clients/core/HealthText.h"
 #include "clients/core/Units.h"
-#include "clients/ctl/Commands.h"
-#include "clients/ctl/Terminal.h"
-#include "clients/ctl/Text.h"
+#include "clients/ctl/commands/Commands.h"
+#include "clients/ctl/terminal/Terminal.h"
+#include "clients/ctl/terminal/Text.h"
 
 namespace keldane {
 
@@ -35,7 +36,10 @@ constexpr std::array kShownKeys = {"backedUpFileCount",
                                    "isQuotaLimited",
                                    "isOverQuota",
                                    "quotaMB",
-                                   "backupControlFlags"};
+                                   "backupControlFlags",
+                                   "health",
+                                   "lastGoodBackup",
+                                   "failureCount"};
 
 const char* yesNo(bool value) { return value ? "yes" : "no"; }
 const char* onOff(bool value) { return value ? "on" : "off"; }
@@ -49,6 +53,7 @@ class StatusPage {
       row("Daemon", terminal_.colored(Color::green, "running") + " at " + printable(session_.socketPath()));
       account("");
       work();
+      repository();
       quota();
       modes();
       others();
@@ -85,6 +90,22 @@ class StatusPage {
     row("Restoring", state_.currentRestoreJob() == 0 ? "-"
                                                      : "job " + std::to_string(state_.currentRestoreJob()) +
                                                            ", " + text(state_.currentRestoreFile()));
+  }
+
+  // What older daemons do not tell has no row.
+  void repository() {
+    const PropertyList& values = state_.daemonState();
+    const PropertyList health = values["health"], count = values["failureCount"];
+    if (health) {
+      const Color color = health.string() == "ready" ? Color::green : Color::red;
+      row("Repository", terminal_.colored(color, printable(healthText(health.string()))));
+      const std::string date = dateText(values["lastGoodBackup"]);
+      row("Last good", date.empty() ? "never" : date);
+    }
+    if (count) {
+      row("Failing", filesText(count.unsignedLongLongValue()) +
+                         (count.unsignedLongLongValue() > 0 ? " (keldanectl failures)" : ""));
+    }
   }
 
   void quota() {

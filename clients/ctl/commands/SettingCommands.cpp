@@ -5,8 +5,8 @@
 
 #include "cli/Json.h"
 #include "clients/core/Units.h"
-#include "clients/ctl/Commands.h"
-#include "clients/ctl/Text.h"
+#include "clients/ctl/commands/Commands.h"
+#include "clients/ctl/terminal/Text.h"
 
 namespace keldane {
 
@@ -46,8 +46,10 @@ constexpr Switch kSwitches[] = {
      "Automatic mode", &BackupState::setAutomaticMode, &BackupState::automaticMode},
     {"low-priority", "Leave the machine to everything else", "Low priority mode",
      &BackupState::setLowerPriorityMode, &BackupState::lowerPriorityMode},
-    {"recover", "Recover mode", "Recover mode", &BackupState::setRecoverMode, &BackupState::recoverMode},
 };
+
+constexpr Switch kRecoverSwitch = {"recover", "Recover mode", "Recover mode", &BackupState::setRecoverMode,
+                                   &BackupState::recoverMode};
 
 void turn(const Globals& globals, const Switch& which, bool on) {
   Session session(globals);
@@ -113,6 +115,8 @@ void stop(const Globals& globals, bool yes) {
 }
 
 }  // namespace
+
+void turnRecoverMode(const Globals& globals, bool on) { turn(globals, kRecoverSwitch, on); }
 
 void addSettingCommands(CLI::App& app, Globals& globals) {
   CLI::App* command = app.add_subcommand("pause", "Let the backup rest for some time");

@@ -3,7 +3,7 @@
 #include <iostream>
 #include <sstream>
 
-#include "clients/ctl/Commands.h"
+#include "clients/ctl/commands/Commands.h"
 
 namespace keldane {
 
@@ -49,7 +49,8 @@ void collect(const CLI::App& app, const std::vector<std::string>& path, std::vec
       }
       if (option->get_positional()) {
         appendChoices(option->get_type_name(), entry.words);
-        entry.takesFiles = entry.takesFiles || option->get_name(true) == "PATH";
+        const std::string name = option->get_name(true);
+        entry.takesFiles = entry.takesFiles || name == "PATH" || name == "FILE" || name == "LOCATION";
       }
     }
     for (const CLI::App* sub : group.get_subcommands({})) {

@@ -1,4 +1,4 @@
-#include "clients/ctl/Terminal.h"
+#include "clients/ctl/terminal/Terminal.h"
 
 #include <langinfo.h>
 #include <unistd.h>

@@ -1,8 +1,8 @@
-#include "clients/ctl/NodeColumns.h"
+#include "clients/ctl/terminal/NodeColumns.h"
 
 #include "cli/Json.h"
 #include "clients/core/Units.h"
-#include "clients/ctl/Text.h"
+#include "clients/ctl/terminal/Text.h"
 
 namespace keldane {
 

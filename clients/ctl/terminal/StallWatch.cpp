@@ -1,4 +1,4 @@
-#include "clients/ctl/StallWatch.h"
+#include "clients/ctl/terminal/StallWatch.h"
 
 #include "clients/ctl/Session.h"
 

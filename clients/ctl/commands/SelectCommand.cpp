@@ -4,9 +4,9 @@
 #include "cli/Json.h"
 #include "clients/core/FolderTree.h"
 #include "clients/core/Units.h"
-#include "clients/ctl/Commands.h"
-#include "clients/ctl/NodeColumns.h"
-#include "clients/ctl/Text.h"
+#include "clients/ctl/commands/Commands.h"
+#include "clients/ctl/terminal/NodeColumns.h"
+#include "clients/ctl/terminal/Text.h"
 #include "platform/files/Path.h"
 
 namespace keldane {

@@ -1,4 +1,4 @@
-#include "clients/ctl/NodeColumns.h"
+#include "clients/ctl/terminal/NodeColumns.h"
 
 #include <gtest/gtest.h>
 

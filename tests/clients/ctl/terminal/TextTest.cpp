@@ -1,4 +1,4 @@
-#include "clients/ctl/Text.h"
+#include "clients/ctl/terminal/Text.h"
 
 #include <gtest/gtest.h>
 

@@ -3,8 +3,8 @@
 
 #include "cli/Json.h"
 #include "clients/core/FolderTree.h"
-#include "clients/ctl/Commands.h"
-#include "clients/ctl/NodeColumns.h"
+#include "clients/ctl/commands/Commands.h"
+#include "clients/ctl/terminal/NodeColumns.h"
 
 namespace keldane {
 
