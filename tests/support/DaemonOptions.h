@@ -12,6 +12,7 @@ inline DaemonOptions daemonOptionsIn(const TemporaryFolder& folder) {
   DaemonOptions options;
   options.socket = folder / "d.sock";
   options.store = folder / "store.sqlite";
+  options.data = folder / "data";
   options.root = folder / "home";
   options.timing.batchDelay = {};
   return options;
