@@ -174,8 +174,9 @@ int run(int argc, char** argv, const EngineFactory& engine) {
   app.add_option("--store", options.store, "Where rules and records are kept")
       ->type_name("FILE")
       ->capture_default_str();
-  app.add_option("--data", options.data,
-                 "Where the key, the local repository and what the daemon works with lie; else the store's folder")
+  app.add_option(
+         "--data", options.data,
+         "Where the key, the local repository and what the daemon works with lie; else the store's folder")
       ->type_name("DIR");
   double batchDelay = 45;
   app.add_option("--batch-delay", batchDelay,

@@ -34,8 +34,8 @@ enum class Health {
 /// The name of a health for clients, as the enumerator is called.
 const char* healthWord(Health health);
 
-/// The end of one call: how the repository stands and, unless it is ready, a sentence for people. The sentence
-/// never holds a secret.
+/// The end of one call: how the repository stands and, unless it is ready, a sentence for people. The
+/// sentence never holds a secret.
 struct EngineAnswer {
   Health health = Health::ready;
   std::string detail;
@@ -52,7 +52,7 @@ struct EngineJob {
 struct StoreRequest {
   std::vector<std::string> targets;  ///< absolute paths of files and of folders with all that is in them
   std::vector<std::string> tags;
-  std::string parent;      ///< the snapshot whose unchanged files need not be read; empty: read every file
+  std::string parent;  ///< the snapshot whose unchanged files need not be read; empty: read every file
 };
 
 /// What is told while a snapshot is made. Called on the calling thread.
@@ -66,7 +66,8 @@ struct StoreObserver {
   std::function<void(std::uint64_t files, std::uint64_t bytes, const std::string& current)> progress;
 };
 
-/// The end of a call that stores. `ready` with a snapshot id: everything that was taken is stored.
+/// The end of a call that stores. `ready` with a snapshot id: everything that was taken is stored. `ready`
+/// without one: every target was gone, so there was nothing to store.
 struct StoreAnswer : EngineAnswer {
   std::string snapshot;          ///< the beginning of its id, at least 8 hexadecimal digits
   bool someUnreadable = false;   ///< files were left out
@@ -75,7 +76,7 @@ struct StoreAnswer : EngineAnswer {
 
 /// A snapshot as the repository lists it.
 struct Snapshot {
-  std::string id;  ///< whole
+  std::string id;   ///< whole
   double time = 0;  ///< seconds since the UNIX epoch
   std::string host;
   std::vector<std::string> tags;
@@ -87,8 +88,8 @@ enum class EntryKind { file, folder, link, other };
 struct StoredEntry {
   std::string path;
   EntryKind kind = EntryKind::other;
-  std::uint64_t size = 0;         ///< bytes
-  std::int64_t modified = 0;      ///< nanoseconds since the UNIX epoch
+  std::uint64_t size = 0;          ///< bytes
+  std::int64_t modified = 0;       ///< nanoseconds since the UNIX epoch
   std::int64_t statusChanged = 0;  ///< the same
   uid_t owner = 0;
   gid_t group = 0;
@@ -107,17 +108,21 @@ struct CheckAnswer : EngineAnswer {
   std::vector<std::string> messages;      ///< what the storage program said, for people
 };
 
-/// One repository. Calls block until they are done; several may run at once on several threads, and the caller
-/// keeps `forget` and `prune` apart from the others. A call never makes a repository, except `initialize`.
+/// One repository. Calls block until they are done; several may run at once on several threads, and the
+/// caller keeps `forget` and `prune` apart from the others. A call never makes a repository, except
+/// `initialize`.
 class BackupEngine {
  public:
   virtual ~BackupEngine() = default;
 
   /// Opens the repository and compares its id with the one that is kept.
   virtual EngineAnswer probe(EngineJob& job) = 0;
-  /// Makes a repository where none was ever made and nothing is in the way, and keeps its id. Where one of the
-  /// kept id is already there it does nothing.
+  /// Makes a repository where none was ever made and nothing is in the way, and keeps its id. Where one of
+  /// the kept id is already there it does nothing.
   virtual EngineAnswer initialize(EngineJob& job) = 0;
+  /// The id of the repository that is there, whatever id is kept; for taking over one that another computer
+  /// made.
+  virtual EngineAnswer repositoryId(std::string& id, EngineJob& job);
 
   virtual StoreAnswer store(const StoreRequest& request, const StoreObserver& observer, EngineJob& job) = 0;
 
@@ -128,12 +133,15 @@ class BackupEngine {
   virtual EngineAnswer list(const std::string& snapshot, const std::string& path, const Visit& visit,
                             EngineJob& job) = 0;
   /// Where a pattern (`*`, `?`, `[…]`; of a name, or of an absolute path) is found, newest snapshots first.
+  /// Every file is found; a folder may be left out where a folder of another name has the same content.
   virtual EngineAnswer find(const std::string& pattern, std::vector<FoundEntry>& found, EngineJob& job) = 0;
   /// Writes a stored file's bytes to a descriptor. What was written is whole only when the answer is `ready`.
   virtual EngineAnswer fetch(const std::string& snapshot, const std::string& path, int descriptor,
                              EngineJob& job) = 0;
-  /// Restores items, folders with all below them, into a folder: `/a/b` becomes `folder/a/b`, with mode, times,
-  /// extended attributes and, as root, owner. `problems` takes a line for each item that is not as it was.
+  /// Restores items, folders with all below them, into a folder: `/a/b` becomes `folder/a/b`, with mode,
+  /// times, extended attributes and, as root, owner. `problems` takes a line, "path: reason", for each item
+  /// that is not as it was. When `ready`, only mode, times, attributes or owner of those differ. Otherwise a
+  /// file whose content could not be had is not there, and the rest may be.
   virtual EngineAnswer restore(const std::string& snapshot, const std::vector<std::string>& paths,
                                const std::string& folder, std::vector<std::string>& problems,
                                EngineJob& job) = 0;
@@ -146,7 +154,8 @@ class BackupEngine {
   virtual EngineAnswer unlock(EngineJob& job) = 0;
   /// Checks the structure, and the stored bytes of `part` of `parts` (0 of 0: none; 1 of 1: all).
   virtual CheckAnswer check(unsigned part, unsigned parts, EngineJob& job) = 0;
-  /// The files that damaged packs have a part of, each with a snapshot.
+  /// The files that damaged packs have a part of, one entry for each snapshot that has it, with path and kind
+  /// only. A folder among them stands for all that is below it: its list of names is damaged.
   virtual EngineAnswer filesInPacks(const std::vector<std::string>& packs, std::vector<FoundEntry>& found,
                                     EngineJob& job) = 0;
   /// Takes damaged packs out of use, so that the next store writes anew what they held.

@@ -38,4 +38,8 @@ const char* healthWord(Health health) {
   return "failed";
 }
 
+EngineAnswer BackupEngine::repositoryId(std::string& /*id*/, EngineJob& /*job*/) {
+  return {Health::failed, "The engine knows no ids of repositories."};
+}
+
 }  // namespace keldane

@@ -151,7 +151,7 @@ EngineAnswer ResticEngine::dropPacks(const std::vector<std::string>& packs, Engi
   if (!session.state()) {
     return session.state();
   }
-  const std::string aside = files_.folder().path + "/damaged";
+  const std::string aside = files_.folder().setAside();
   const std::optional<std::string> repository = session.configuration().localFolder();
   if (!std::ranges::all_of(
           packs, [](const std::string& pack) { return pack.size() == 64 && isHexadecimal(pack); })) {

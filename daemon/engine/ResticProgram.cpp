@@ -74,7 +74,9 @@ ResticProgram::Found ResticProgram::find(EngineJob& job) {
     }
   }
   std::string version;
-  ChildCommand command{.arguments = {found.path, "version"}, .environment = childEnvironment({})};
+  ChildCommand command;
+  command.arguments = {found.path, "version"};
+  command.environment = childEnvironment({});
   command.outputLine = [&](std::string_view line) {
     version = version.empty() ? std::string(line) : version;
   };

@@ -1,7 +1,5 @@
 #include "daemon/store/SnapshotNotes.h"
 
-#include "daemon/store/Sql.h"
-
 namespace keldane {
 
 SnapshotNotes::SnapshotNotes(SQLite::Database& database, const SnapshotRecord& snapshot)
@@ -119,18 +117,18 @@ std::optional<RowType> rowOf(SQLite::Statement& statement) {
 }  // namespace
 
 std::optional<SnapshotNotes::Row> SnapshotNotes::newest(const std::string& path) {
-  const sql::Rewinding rewinding(newest_);
-  return rowOf<Row>(sql::bindAll(newest_, path));
+  const sql::Rewinding rewinding(newest_.get());
+  return rowOf<Row>(sql::bindAll(newest_.get(), path));
 }
 
 std::optional<SnapshotNotes::Row> SnapshotNotes::older(std::int64_t file, std::uint32_t version) {
-  const sql::Rewinding rewinding(older_);
-  return rowOf<Row>(sql::bindAll(older_, file, version));
+  const sql::Rewinding rewinding(older_.get());
+  return rowOf<Row>(sql::bindAll(older_.get(), file, version));
 }
 
 std::optional<SnapshotNotes::Row> SnapshotNotes::newestUpTo(std::int64_t file, std::uint32_t version) {
-  const sql::Rewinding rewinding(newestUpTo_);
-  return rowOf<Row>(sql::bindAll(newestUpTo_, file, version));
+  const sql::Rewinding rewinding(newestUpTo_.get());
+  return rowOf<Row>(sql::bindAll(newestUpTo_.get(), file, version));
 }
 
 void SnapshotNotes::add(const std::string& path, const FileState& state, std::uint32_t version, double date) {
@@ -173,13 +171,13 @@ void SnapshotNotes::extend(const Row& row, Place place) {
 }
 
 bool SnapshotNotes::fullBetween(std::int64_t first, std::int64_t last) {
-  const sql::Rewinding rewinding(fullBetween_);
-  return sql::bindAll(fullBetween_, first, last).executeStep();
+  const sql::Rewinding rewinding(fullBetween_.get());
+  return sql::bindAll(fullBetween_.get(), first, last).executeStep();
 }
 
 bool SnapshotNotes::isInSpan(const Row& row) {
-  const sql::Rewinding rewinding(inSpan_);
-  return sql::bindAll(inSpan_, row.file, row.version, snapshot_.number).executeStep();
+  const sql::Rewinding rewinding(inSpan_.get());
+  return sql::bindAll(inSpan_.get(), row.file, row.version, snapshot_.number).executeStep();
 }
 
 void SnapshotNotes::setInterval(const Row& row, Place place, std::int64_t first, std::int64_t last) {

@@ -29,6 +29,18 @@ class Rewinding {
   SQLite::Statement& statement_;
 };
 
+/// A statement that is prepared at its first use, which takes longer than most uses, and kept.
+class KeptStatement {
+ public:
+  KeptStatement(SQLite::Database& database, const char* text) : database_(database), text_(text) {}
+  SQLite::Statement& get() { return statement_ ? *statement_ : statement_.emplace(database_, text_); }
+
+ private:
+  SQLite::Database& database_;
+  const char* const text_;
+  std::optional<SQLite::Statement> statement_;
+};
+
 template <class Value>
 void bindAt(SQLite::Statement& statement, int index, const Value& value) {
   if constexpr (std::is_same_v<Value, bool>) {
@@ -50,11 +62,15 @@ SQLite::Statement& bindAll(SQLite::Statement& statement, const Values&... values
   return statement;
 }
 
-/// Runs a kept statement once and answers how many rows it changed.
+/// Runs a statement once, which may be run again, and answers how many rows it changed.
 template <class... Values>
 int run(SQLite::Statement& statement, const Values&... values) {
   const Rewinding rewinding(statement);
   return bindAll(statement, values...).exec();
+}
+template <class... Values>
+int run(KeptStatement& statement, const Values&... values) {
+  return run(statement.get(), values...);
 }
 
 /// Runs a statement that is not kept.

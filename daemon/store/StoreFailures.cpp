@@ -41,4 +41,11 @@ std::uint64_t Store::failureCount() {
   return static_cast<std::uint64_t>(sql::numberOf(reader_, "SELECT failures FROM counters"));
 }
 
+bool Store::hasFailureBelow(const std::string& folder) {
+  const sql::Below below(folder);
+  const ScopedLock guard(readMutex_);
+  return sql::numberOf(reader_, "SELECT EXISTS(SELECT 1 FROM failures WHERE path >= ? AND path < ?)",
+                       below.from, below.to) != 0;
+}
+
 }  // namespace keldane

@@ -2,6 +2,8 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <random>
+#include <set>
 #include <utility>
 
 #include "daemon/store/Sql.h"
@@ -111,6 +113,24 @@ void Store::visitRecords(const std::string& path, const VisitRecord& visit) {
     }
     from = slice.back().first + '\0';
   }
+}
+
+// Each draw takes the file with the next higher number, so files after a gap are drawn a little more often.
+std::vector<std::string> Store::sample(std::size_t most) {
+  std::set<std::string> paths;
+  std::mt19937_64 chance(std::random_device{}());
+  const ScopedLock guard(readMutex_);
+  const std::int64_t highest = sql::numberOf(reader_, "SELECT MAX(id) FROM files");
+  SQLite::Statement row(reader_,
+                        "SELECT path FROM files WHERE id >= ? AND removed IS NULL ORDER BY id LIMIT 1");
+  for (std::size_t draws = 0; highest > 0 && paths.size() < most && draws < 4 * most; ++draws) {
+    const sql::Rewinding rewinding(row);
+    row.bind(1, std::uniform_int_distribution<std::int64_t>(1, highest)(chance));
+    if (row.executeStep()) {
+      paths.insert(row.getColumn(0).getString());
+    }
+  }
+  return {paths.begin(), paths.end()};
 }
 
 Store::Totals Store::totals() {

@@ -1,6 +1,7 @@
 // What may be forgotten, and what is worth gathering: the questions to the catalogue. They are asked on a
 // connection of their own, for which nobody waits.
 #include <iterator>
+#include <memory>
 #include <utility>
 
 #include "daemon/store/Holders.h"
@@ -30,7 +31,7 @@ class RetentionQuery {
   RetentionQuery(const std::string& path, double now, const Store::Retention& rules)
       : database_(path, SQLite::OPEN_READONLY | SQLite::OPEN_NOFOLLOW, sql::kBusyMilliseconds),
         transaction_(database_),
-        holders_(database_) {
+        holders_(database_, std::make_shared<const SnapshotTable>(database_)) {
     std::vector<SnapshotRecord> all;
     for (const auto& [number, snapshot] : holders_.snapshots()) {
       all.push_back(snapshot);

@@ -59,9 +59,9 @@ AsOf asOf(SQLite::Database& database, std::uint32_t number, double before) {
 /// Reads a folder's files in slices, on the connection that reads.
 class StateReader {
  public:
-  StateReader(SQLite::Database& database, const AsOf& bounds)
+  StateReader(SQLite::Database& database, std::shared_ptr<const SnapshotTable> snapshots, const AsOf& bounds)
       : bounds_(bounds),
-        holders_(database),
+        holders_(database, std::move(snapshots)),
         files_(database, "SELECT path, id, removed, " KELDANE_VERSION
                          " FROM files WHERE path >= ? AND path < ? ORDER BY path LIMIT ?"),
         older_(database, "SELECT " KELDANE_VERSION
@@ -115,6 +115,18 @@ class StateReader {
 
 }  // namespace
 
+std::shared_ptr<const SnapshotTable> Store::snapshotTable() {
+  if (!snapshotTable_) {
+    snapshotTable_ = std::make_shared<const SnapshotTable>(reader_);
+  }
+  return snapshotTable_;
+}
+
+void Store::snapshotsHaveChanged() {
+  const ScopedLock guard(readMutex_);
+  snapshotTable_.reset();
+}
+
 std::vector<VersionRecord> Store::versions(const std::string& path, std::size_t most) {
   const ScopedLock guard(readMutex_);
   std::vector<VersionRecord> versions;
@@ -123,7 +135,7 @@ std::vector<VersionRecord> Store::versions(const std::string& path, std::size_t 
   if (!newest.executeStep()) {
     return versions;
   }
-  Holders holders(reader_);
+  Holders holders(reader_, snapshotTable());
   const std::int64_t file = newest.getColumn(0).getInt64();
   const auto add = [&](StoredVersion version) {
     if (const SnapshotRecord* holder = holders.best(file, version.record.version, version.interval,
@@ -153,7 +165,7 @@ std::vector<std::pair<std::string, VersionRecord>> Store::versionsBelow(const st
     for (bool isDone = false; !isDone;) {
       const ScopedLock guard(readMutex_);
       if (!reader) {
-        reader.emplace(reader_, asOf(reader_, number, before));
+        reader.emplace(reader_, snapshotTable(), asOf(reader_, number, before));
       }
       isDone = reader->read(from, to, found);
     }

@@ -19,7 +19,9 @@ namespace {
 namespace fs = std::filesystem;
 
 // The snapshots are kept in a file beside the store, so that a daemon that is started again finds them.
-std::string snapshotsFile(const RepositoryFiles& files) { return files.folder().path + "/recorded-snapshots"; }
+std::string snapshotsFile(const RepositoryFiles& files) {
+  return files.folder().path + "/recorded-snapshots";
+}
 
 enum class ReadEnd { whole, unreadable, cancelled };
 
@@ -57,7 +59,8 @@ EngineAnswer RecordingEngine::repositoryId(std::string& id, EngineJob&) {
   return {};
 }
 
-StoreAnswer RecordingEngine::store(const StoreRequest& request, const StoreObserver& observer, EngineJob& job) {
+StoreAnswer RecordingEngine::store(const StoreRequest& request, const StoreObserver& observer,
+                                   EngineJob& job) {
   StoreAnswer answer;
   std::uint64_t files = 0;
   std::uint64_t bytes = 0;
@@ -124,7 +127,9 @@ EngineAnswer RecordingEngine::snapshots(bool, std::vector<Snapshot>& found, Engi
   return {};
 }
 
-EngineAnswer RecordingEngine::list(const std::string&, const std::string&, const Visit&, EngineJob&) { return {}; }
+EngineAnswer RecordingEngine::list(const std::string&, const std::string&, const Visit&, EngineJob&) {
+  return {};
+}
 EngineAnswer RecordingEngine::find(const std::string&, std::vector<FoundEntry>&, EngineJob&) { return {}; }
 EngineAnswer RecordingEngine::fetch(const std::string&, const std::string&, int, EngineJob&) {
   return {Health::failed, "This engine keeps no contents."};
