@@ -92,7 +92,8 @@ int copyRange(int from, int to, off_t offset, off_t end, const CopyPermit& permi
       offset += copied;
       continue;
     }
-    if (const int error = copyByBlocks(from, to, offset, offset + piece)) {  // not between these two file systems
+    if (const int error =
+            copyByBlocks(from, to, offset, offset + piece)) {  // not between these two file systems
       return error;
     }
     offset += piece;
@@ -125,7 +126,15 @@ void setTimes(int folder, const char* name, const struct stat& status) {
   utimensat(folder, name, times, AT_SYMLINK_NOFOLLOW);
 }
 
-int copyLink(int from, const struct stat& status, int toFolder, const char* temporary, CopyAs as) {
+/// Only root can give files away.
+int setOwner(int folder, const char* name, const struct stat& status) {
+  const bool isDone =
+      geteuid() != 0 || fchownat(folder, name, status.st_uid, status.st_gid, AT_SYMLINK_NOFOLLOW) == 0;
+  return isDone ? 0 : errno;
+}
+
+int copyLink(int from, const struct stat& status, int toFolder, const char* temporary, CopyAs as,
+             int& metadata) {
   char target[PATH_MAX];
   const ssize_t length = readlinkat(from, "", target, sizeof(target) - 1);
   if (length < 0) {
@@ -135,24 +144,24 @@ int copyLink(int from, const struct stat& status, int toFolder, const char* temp
   if (symlinkat(target, toFolder, temporary) != 0) {
     return errno;
   }
-  if (as == CopyAs::owner && geteuid() == 0) {
-    fchownat(toFolder, temporary, status.st_uid, status.st_gid, AT_SYMLINK_NOFOLLOW);
+  if (as == CopyAs::owner) {
+    metadata = setOwner(toFolder, temporary, status);
   }
   setTimes(toFolder, temporary, status);
   return 0;
 }
 
-int copySpecial(const struct stat& status, int toFolder, const char* temporary, CopyAs as) {
+int copySpecial(const struct stat& status, int toFolder, const char* temporary, CopyAs as, int& metadata) {
   if (as == CopyAs::stranger) {
     return EPERM;
   }
   if (mknodat(toFolder, temporary, (status.st_mode & S_IFMT) | 0600, status.st_rdev) != 0) {
     return errno;
   }
-  if (geteuid() == 0) {
-    fchownat(toFolder, temporary, status.st_uid, status.st_gid, AT_SYMLINK_NOFOLLOW);
+  metadata = setOwner(toFolder, temporary, status);
+  if (!setModeIn(toFolder, temporary, status.st_mode)) {
+    metadata = errno;
   }
-  fchmodat(toFolder, temporary, status.st_mode & 07777, 0);
   setTimes(toFolder, temporary, status);
   return 0;
 }
@@ -186,7 +195,8 @@ int copyMetadata(int from, const struct stat& status, int to, CopyAs as) {
   return error;
 }
 
-int copyFile(int from, int toFolder, const char* temporary, CopyAs as, const CopyPermit& permit, int& metadata) {
+int copyFile(int from, int toFolder, const char* temporary, CopyAs as, const CopyPermit& permit,
+             int& metadata) {
   struct stat status {};
   if (fstat(from, &status) != 0) {
     return errno;
@@ -208,8 +218,8 @@ int copyFile(int from, int toFolder, const char* temporary, CopyAs as, const Cop
   return error;
 }
 
-PlaceResult copyItem(int from, int toFolder, const char* temporary, const char* name, Conflict conflict, CopyAs as,
-                     bool again, const CopyPermit& permit) {
+PlaceResult copyItem(int from, int toFolder, const char* temporary, const char* name, Conflict conflict,
+                     CopyAs as, bool again, const CopyPermit& permit) {
   struct stat status {};
   if (fstat(from, &status) != 0) {
     return {PlaceResult::failed, errno};
@@ -219,8 +229,8 @@ PlaceResult copyItem(int from, int toFolder, const char* temporary, const char* 
   }
   int metadata = 0;
   const int error = S_ISREG(status.st_mode)   ? copyFile(from, toFolder, temporary, as, permit, metadata)
-                    : S_ISLNK(status.st_mode) ? copyLink(from, status, toFolder, temporary, as)
-                                              : copySpecial(status, toFolder, temporary, as);
+                    : S_ISLNK(status.st_mode) ? copyLink(from, status, toFolder, temporary, as, metadata)
+                                              : copySpecial(status, toFolder, temporary, as, metadata);
   if (error != 0) {
     return {PlaceResult::failed, error};
   }

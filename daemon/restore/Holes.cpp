@@ -9,14 +9,15 @@
 #include <cstring>
 #include <memory>
 
+#include "daemon/restore/PlaceItem.h"
 #include "platform/files/Descriptor.h"
 
 namespace keldane {
 
 namespace {
 
-constexpr off_t kRun = 64 * 1024;
-constexpr off_t kBlock = 1024 * 1024;
+constexpr off_t kHoleRun = 64 * 1024;
+constexpr off_t kHoleBlock = 1024 * 1024;
 
 bool isZero(const char* bytes, std::size_t count) {
   // Each byte is compared with the one before it, and the first with zero.
@@ -32,7 +33,7 @@ class Puncher {
       return false;
     }
     begin_ = begin == end_ ? begin_ : begin;
-    end_ = begin + kRun;
+    end_ = begin + kHoleRun;
     return true;
   }
   bool punch() {
@@ -50,17 +51,18 @@ class Puncher {
 
 bool punchRange(int file, off_t begin, off_t end, char* block) {
   Puncher puncher(file);
-  for (off_t offset = (begin + kRun - 1) / kRun * kRun; offset < end;) {
-    const ssize_t got = pread(file, block, static_cast<std::size_t>(std::min(kBlock, end - offset)), offset);
+  for (off_t offset = (begin + kHoleRun - 1) / kHoleRun * kHoleRun; offset < end;) {
+    const ssize_t got =
+        pread(file, block, static_cast<std::size_t>(std::min(kHoleBlock, end - offset)), offset);
     if (got < 0 && errno == EINTR) {
       continue;
     }
-    if (got < kRun) {
+    if (got < kHoleRun) {
       break;  // the rest is shorter than a run
     }
-    const off_t whole = got / kRun * kRun;
-    for (off_t run = 0; run < whole; run += kRun) {
-      if (isZero(block + run, static_cast<std::size_t>(kRun)) && !puncher.add(offset + run)) {
+    const off_t whole = got / kHoleRun * kHoleRun;
+    for (off_t run = 0; run < whole; run += kHoleRun) {
+      if (isZero(block + run, static_cast<std::size_t>(kHoleRun)) && !puncher.add(offset + run)) {
         return false;
       }
     }
@@ -77,12 +79,12 @@ void makeHoles(int folder, const char* name) {
     return;
   }
   Descriptor file(openat(folder, name, O_RDWR | O_NOFOLLOW | O_CLOEXEC));
-  const bool isShut = !file && errno == EACCES && fchmodat(folder, name, S_IRUSR | S_IWUSR, 0) == 0;
+  const bool isShut = !file && errno == EACCES && setModeIn(folder, name, S_IRUSR | S_IWUSR);
   if (isShut) {
     file = Descriptor(openat(folder, name, O_RDWR | O_NOFOLLOW | O_CLOEXEC));
   }
   if (file) {
-    const auto block = std::make_unique_for_overwrite<char[]>(static_cast<std::size_t>(kBlock));
+    const auto block = std::make_unique_for_overwrite<char[]>(static_cast<std::size_t>(kHoleBlock));
     for (off_t data = 0; data < status.st_size;) {
       const off_t begin = lseek(file.get(), data, SEEK_DATA);
       const off_t hole = begin < 0 ? -1 : lseek(file.get(), begin, SEEK_HOLE);
@@ -95,7 +97,7 @@ void makeHoles(int folder, const char* name) {
     futimens(file.get(), times);
   }
   if (isShut) {
-    fchmodat(folder, name, status.st_mode & 07777, 0);
+    setModeIn(folder, name, status.st_mode);
   }
 }
 

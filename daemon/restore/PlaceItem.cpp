@@ -81,7 +81,8 @@ int moveToFreeName(int fromFolder, const char* fromName, int toFolder, const cha
   return 0;
 }
 
-PlaceResult placeItem(int fromFolder, const char* fromName, int toFolder, const char* name, Conflict conflict) {
+PlaceResult placeItem(int fromFolder, const char* fromName, int toFolder, const char* name,
+                      Conflict conflict) {
   int error = moveToFreeName(fromFolder, fromName, toFolder, name);
   if (error != EEXIST) {
     return {error == 0 ? PlaceResult::placed : PlaceResult::failed, error};
@@ -101,12 +102,15 @@ PlaceResult placeItem(int fromFolder, const char* fromName, int toFolder, const 
   return {error == 0 ? PlaceResult::placed : PlaceResult::failed, error};
 }
 
+bool setModeIn(int folder, const char* name, mode_t mode) {
+  return fchmodat(folder, name, mode & 07777, 0) == 0;
+}
+
 int openFolderIn(int folder, const char* name, int flags) {
   const int opened = openat(folder, name, flags | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
   if (opened < 0 && (errno == ENOTDIR || errno == ELOOP)) {
     struct stat status {};
-    const bool isLink =
-        fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(status.st_mode);
+    const bool isLink = fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(status.st_mode);
     errno = isLink ? ELOOP : ENOTDIR;
   }
   return opened;

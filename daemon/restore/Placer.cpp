@@ -102,7 +102,7 @@ int DirectTarget::moveFolder(int from, const std::string& name) {
   if (fstatat(from, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 || status.st_uid != geteuid()) {
     return error;
   }
-  fchmodat(from, name.c_str(), (status.st_mode & 07777) | S_IRWXU, 0);
+  setModeIn(from, name.c_str(), status.st_mode | S_IRWXU);
   const Descriptor folder(openFolderIn(from, name.c_str(), O_RDONLY));
   const int again = folder ? moveToFreeName(from, name.c_str(), to, name.c_str()) : errno;
   fchmod(folder.get(), status.st_mode & 07777);
@@ -118,9 +118,9 @@ int DirectTarget::enter(const StagedFolder& staged, const std::string& name) {
   }
   const bool isStaging = options_.keepTimes && !level.isMade;
   struct stat status {};
-  if (isStaging && fstatat(above, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(status.st_mode) &&
-      (status.st_mode & S_IRWXU) != S_IRWXU) {
-    fchmodat(above, name.c_str(), (status.st_mode & 07777) | S_IRWXU, 0);
+  if (isStaging && fstatat(above, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+      S_ISDIR(status.st_mode) && (status.st_mode & S_IRWXU) != S_IRWXU) {
+    setModeIn(above, name.c_str(), status.st_mode | S_IRWXU);
   }
   level.folder = Descriptor(openFolderIn(above, name.c_str(), level.isMade || isStaging ? O_RDONLY : O_PATH));
   if (!level.folder) {
@@ -158,19 +158,18 @@ PlaceResult DirectTarget::place(int from, const std::string& name) {
   const bool isRegular = S_ISREG(status.st_mode);
   const bool isShut = isRegular && (status.st_mode & S_IRUSR) == 0;
   if (isShut) {
-    fchmodat(from, name.c_str(), (status.st_mode & 07777) | S_IRUSR, 0);
+    setModeIn(from, name.c_str(), status.st_mode | S_IRUSR);
   }
-  const Descriptor file(
-      openat(from, name.c_str(), (isRegular ? O_RDONLY : O_PATH) | O_NOFOLLOW | O_CLOEXEC));
+  const Descriptor file(openat(from, name.c_str(), (isRegular ? O_RDONLY : O_PATH) | O_NOFOLLOW | O_CLOEXEC));
   if (isShut) {
-    fchmodat(from, name.c_str(), status.st_mode & 07777, 0);
+    setModeIn(from, name.c_str(), status.st_mode);
   }
   if (!file) {
     return {PlaceResult::failed, errno};
   }
-  const PlaceResult copied = copyItem(file.get(), to, options_.temporaryName.c_str(), name.c_str(),
-                                      options_.conflict, CopyAs::owner, options_.again,
-                                      {mayCopyOn, &options_});
+  const PlaceResult copied =
+      copyItem(file.get(), to, options_.temporaryName.c_str(), name.c_str(), options_.conflict, CopyAs::owner,
+               options_.again, {mayCopyOn, &options_});
   if (copied.kind == PlaceResult::placed) {
     unlinkat(from, name.c_str(), 0);
   }

@@ -11,8 +11,8 @@
 
 namespace keldane {
 
-/// Where restored files go: a folder that is open, and a way down from it. Error numbers are answered as they are; 0 is
-/// success. One thread.
+/// Where restored files go: a folder that is open, and a way down from it. Error numbers are answered as they
+/// are; 0 is success. One thread.
 class PlaceTarget {
  public:
   PlaceTarget() = default;
@@ -20,13 +20,14 @@ class PlaceTarget {
   PlaceTarget(const PlaceTarget&) = delete;
   PlaceTarget& operator=(const PlaceTarget&) = delete;
 
-  /// Moves a staged folder with all that is in it, if nothing has its name. Any error means that it is to be entered,
-  /// and its items placed one by one.
+  /// Moves a staged folder with all that is in it, if nothing has its name. Any error means that it is to be
+  /// entered, and its items placed one by one.
   virtual int moveFolder(int from, const std::string& name) = 0;
-  /// Goes down to the folder of that name, which is made when it is not there. ELOOP: a symbolic link is in the way,
-  /// ENOTDIR: a file is.
+  /// Goes down to the folder of that name, which is made when it is not there. ELOOP: a symbolic link is in
+  /// the way, ENOTDIR: a file is.
   virtual int enter(const StagedFolder& staged, const std::string& name) = 0;
-  /// Goes up again. A folder that `enter` made gets the metadata of the staged one; answers what could not be set.
+  /// Goes up again. A folder that `enter` made gets the metadata of the staged one; answers what could not be
+  /// set.
   virtual int leave(const StagedFolder& staged) = 0;
   /// Places a file, link or special file, which is then no longer in the staged folder.
   virtual PlaceResult place(int from, const std::string& name) = 0;
@@ -37,9 +38,11 @@ class DirectTarget : public PlaceTarget {
  public:
   struct Options {
     Conflict conflict = Conflict::keepBoth;
-    std::string temporaryName;  ///< for copies, in whatever folder; of the kind that is barred from the backup
-    bool keepTimes = false;     ///< folders that are there already keep their times: the target is itself a staging
-    bool again = false;         ///< an earlier attempt was cut off
+    std::string
+        temporaryName;  ///< for copies, in whatever folder; of the kind that is barred from the backup
+    bool keepTimes =
+        false;           ///< folders that are there already keep their times: the target is itself a staging
+    bool again = false;  ///< an earlier attempt was cut off
     std::function<bool()> mayGoOn;  ///< asked now and then while a file is copied
   };
   DirectTarget(Descriptor root, Options options);
@@ -70,8 +73,8 @@ struct PlaceWatch {
   std::function<void(const std::string& sentence)> incomplete;
 };
 
-/// Places what is in a staged folder below the target's root. `path` is the root's, for those who read of it. Answers
-/// whether it came to the end.
+/// Places what is in a staged folder below the target's root. `path` is the root's, for those who read of it.
+/// Answers whether it came to the end.
 bool placeTree(int stagedFolder, const std::string& path, PlaceTarget& target, const PlaceWatch& watch);
 
 /// The sentence that says why an item has not got its place.

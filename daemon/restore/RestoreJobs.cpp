@@ -1,18 +1,15 @@
 #include "daemon/restore/RestoreJobs.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
-#include <climits>
 #include <condition_variable>
 #include <map>
 #include <mutex>
 #include <thread>
 
+#include "daemon/restore/RequestCheck.h"
 #include "daemon/restore/RestoreRecords.h"
 #include "daemon/restore/RestoreRun.h"
-#include "platform/files/Path.h"
 #include "platform/syslog/SystemLog.h"
 
 namespace keldane {
@@ -24,55 +21,6 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::seconds kFirstDelay{5};
 constexpr std::chrono::seconds kLongestDelay{600};
 constexpr std::size_t kMostFinished = 100;
-
-/// Makes a path absolute and plain; false when that cannot be done without looking at files.
-bool makePlain(std::string& path) {
-  if (!path.starts_with('/') || path.size() >= PATH_MAX || path.find('\0') != std::string::npos) {
-    return false;
-  }
-  std::string plain = "/";
-  for (const std::string& name : pathComponents(path)) {
-    if (name == "." || name == ".." || name.size() > NAME_MAX) {
-      return false;
-    }
-    plain = name == "/" ? plain : appendPathComponent(plain, name);
-  }
-  path = plain;
-  return true;
-}
-
-std::string refusalFor(RestoreRequest& request) {
-  if (request.items.empty()) {
-    return "Nothing was named that could be restored.";
-  }
-  for (RestoreRequest::Item& item : request.items) {
-    if (!makePlain(item.path)) {
-      return "A path to restore is not usable.";
-    }
-  }
-  if ((!request.target.empty() && !makePlain(request.target)) ||
-      (!request.exactPath.empty() && (!makePlain(request.exactPath) || request.exactPath == "/"))) {
-    return "The target is no usable path.";
-  }
-  if (!request.exactPath.empty() && (request.items.size() != 1 || !request.target.empty())) {
-    return "Only a single item can be restored to a path of its own.";
-  }
-  if (static_cast<std::uint32_t>(request.conflict) > static_cast<std::uint32_t>(Conflict::skip)) {
-    return "What is to become of what is already there is not known.";
-  }
-  if (request.user != geteuid() && request.user != 0 && geteuid() != 0) {
-    return "Only a daemon that runs as the administrator restores for other users.";
-  }
-  return {};
-}
-
-struct Job {
-  RestoreState state;   // as it is kept
-  RestoreReport shown;  // as it is told
-  bool isCancelled = false;
-  Clock::time_point next;
-  std::chrono::seconds delay = kFirstDelay;
-};
 
 /// What a report says further on never goes back.
 void show(const RestoreState& state, RestoreReport& shown) {
@@ -218,7 +166,16 @@ class RestoreJobs::Implementation {
   }
 
  private:
-  /// The number of the job whose turn it is, 0 for none; `next` is when there may be one. Called under the lock.
+  struct Job {
+    RestoreState state;   // as it is kept
+    RestoreReport shown;  // as it is told
+    bool isCancelled = false;
+    Clock::time_point next;
+    std::chrono::seconds delay = kFirstDelay;
+  };
+
+  /// The number of the job whose turn it is, 0 for none; `next` is when there may be one. Called under the
+  /// lock.
   std::uint32_t nextJob(Clock::time_point& next) const {
     const Job* best = nullptr;
     for (const auto& [number, job] : jobs_) {
@@ -351,7 +308,8 @@ class RestoreJobs::Implementation {
       dropped.resize(dropped.size() - std::min(dropped.size(), kMostFinished));
       std::for_each(dropped.begin(), dropped.end(), [this](std::uint32_t number) { jobs_.erase(number); });
     }
-    std::for_each(dropped.begin(), dropped.end(), [this](std::uint32_t number) { store_.removeRestore(number); });
+    std::for_each(dropped.begin(), dropped.end(),
+                  [this](std::uint32_t number) { store_.removeRestore(number); });
   }
 
   Store& store_;

@@ -46,7 +46,8 @@ std::uint32_t sourceFor(const RestoreSource& source, RestorePlan& plan) {
 
 // A path can have been a file once and a folder later, or the other way round. The younger of the two counts.
 void dropOlderKind(const std::string& path, std::vector<std::pair<std::string, VersionRecord>>& found) {
-  const auto self = std::find_if(found.begin(), found.end(), [&](const auto& file) { return file.first == path; });
+  const auto self =
+      std::find_if(found.begin(), found.end(), [&](const auto& file) { return file.first == path; });
   if (self == found.end() || found.size() == 1) {
     return;
   }
@@ -60,8 +61,8 @@ void dropOlderKind(const std::string& path, std::vector<std::pair<std::string, V
 }  // namespace
 
 bool isAtOrBelow(const std::string& path, const std::string& folder) {
-  return folder == "/" || (path.starts_with(folder) &&
-                           (path.size() == folder.size() || path[folder.size()] == '/'));
+  return folder == "/" ||
+         (path.starts_with(folder) && (path.size() == folder.size() || path[folder.size()] == '/'));
 }
 
 std::uint64_t RestorePlan::bytes() const {
@@ -144,9 +145,9 @@ EngineAnswer RestorePlanner::addFromRepository(const Bounds& bounds, PlannedItem
   }
   std::vector<std::pair<SnapshotRecord, StoredEntry>> usable;
   for (FoundEntry& entry : found) {
-    const auto snapshot =
-        std::find_if(snapshots_->begin(), snapshots_->end(),
-                     [&](const auto& known) { return known.first.starts_with(entry.snapshot); });
+    const auto snapshot = std::find_if(snapshots_->begin(), snapshots_->end(), [&](const auto& known) {
+      return known.first.starts_with(entry.snapshot);
+    });
     if (snapshot != snapshots_->end() && (bounds.before == 0 || snapshot->second.time <= bounds.before) &&
         (bounds.number == 0 || (snapshot->second.number != 0 && snapshot->second.number <= bounds.number))) {
       usable.emplace_back(snapshot->second, std::move(entry.entry));
@@ -189,7 +190,8 @@ EngineAnswer RestorePlanner::addListed(std::uint32_t source, PlannedItem& item, 
       plan.sources[source].snapshot, item.path,
       [&](const StoredEntry& entry) {
         if (entry.kind == EntryKind::file || entry.kind == EntryKind::link) {
-          plan.files.try_emplace(entry.path, WantedFile{entry.size, source});  // those of newer snapshots stay
+          plan.files.try_emplace(entry.path,
+                                 WantedFile{entry.size, source});  // those of newer snapshots stay
         }
       },
       job_);
@@ -224,8 +226,8 @@ EngineAnswer RestorePlanner::keepOnly(uid_t owner, RestorePlan& plan) {
   return {};
 }
 
-// Marks the files of that owner as staged for the time being. A folder that holds anything of somebody else is
-// not taken as a whole.
+// Marks the files of that owner as staged for the time being. A folder that holds anything of somebody else
+// is not taken as a whole.
 EngineAnswer RestorePlanner::readOwners(std::uint32_t source, const PlannedItem& item, uid_t owner,
                                         RestorePlan& plan) {
   const RestoreSource& from = plan.sources[source];

@@ -43,7 +43,7 @@ struct RestorePlan {
   std::map<std::string, WantedFile> files;  ///< by path, below all items
   std::vector<PlannedItem> items;
   std::vector<std::string> problems;  ///< a sentence for each item of which nothing is stored
-  bool leavesOutForeign = false;  ///< something was left out because it is another user's
+  bool leavesOutForeign = false;      ///< something was left out because it is another user's
 
   std::uint64_t bytes() const;
 };
@@ -58,7 +58,8 @@ class RestorePlanner {
       : store_(store), engine_(engine), folder_(folder), job_(job) {}
 
   /// Adds an item. `name`: see PlannedItem. Not ready when the repository had to be asked and cannot be.
-  EngineAnswer add(const RestoreRequest::Item& item, const std::string& name, double before, RestorePlan& plan);
+  EngineAnswer add(const RestoreRequest::Item& item, const std::string& name, double before,
+                   RestorePlan& plan);
   /// Takes out everything that is not stored as a file of that user.
   EngineAnswer keepOnly(uid_t owner, RestorePlan& plan);
 

@@ -146,7 +146,8 @@ std::optional<RestoreState> stateFrom(const Store::RestoreRecord& record) {
     state.request.user = record.user;
     readState(unpacked(record.report), state);
     const auto last = static_cast<std::uint32_t>(RestoreStatus::cancelled);
-    state.report.status = record.status <= last ? static_cast<RestoreStatus>(record.status) : RestoreStatus::unknown;
+    state.report.status =
+        record.status <= last ? static_cast<RestoreStatus>(record.status) : RestoreStatus::unknown;
     return state;
   } catch (const PropertyListError&) {
     return std::nullopt;

@@ -17,8 +17,8 @@ namespace keldane {
 
 namespace {
 
-/// Whether the repository may be usable another time. Whatever is wrong with it as a whole is over by itself once its
-/// cause is.
+/// Whether the repository may be usable another time. Whatever is wrong with it as a whole is over by itself
+/// once its cause is.
 bool passesBy(Health health) {
   return health != Health::ready && health != Health::cancelled && health != Health::damaged &&
          health != Health::failed && health != Health::full;
@@ -99,8 +99,7 @@ EngineAnswer RestoreRun::planPortion() {
       return answer;
     }
   }
-  const EngineAnswer answer =
-      isForAnother() ? planner.keepOnly(state_.request.user, plan_) : EngineAnswer();
+  const EngineAnswer answer = isForAnother() ? planner.keepOnly(state_.request.user, plan_) : EngineAnswer();
   if (answer && plan_.leavesOutForeign) {
     plan_.problems.emplace_back("What belongs to other users is left out.");
   }
@@ -134,8 +133,8 @@ RestoreRun::End RestoreRun::runPortion() {
                                                        : resolved(targets_.root());
   const Staging staging = error ? Staging() : makeStaging(folder);
   if (!staging) {
-    return endFor({Health::failed, "Nothing can be written to " + folder + ": " +
-                                       reasonOf(error ? error.value() : errno)},
+    return endFor({Health::failed,
+                   "Nothing can be written to " + folder + ": " + reasonOf(error ? error.value() : errno)},
                   state_.report);
   }
   if (const EngineAnswer answer = stagePortion(staging); !answer) {

@@ -15,9 +15,10 @@
 
 namespace keldane {
 
-/// Works through a job in portions: items that go to one mount and do not overlap are made whole in one staging and
-/// then placed. A portion that was being placed when a process ended goes on with what is left in the staging, so that
-/// nothing is placed twice. One thread, which may be told to end by `mayGoOn` and the engine's job.
+/// Works through a job in portions: items that go to one mount and do not overlap are made whole in one
+/// staging and then placed. A portion that was being placed when a process ended goes on with what is left in
+/// the staging, so that nothing is placed twice. One thread, which may be told to end by `mayGoOn` and the
+/// engine's job.
 class RestoreRun {
  public:
   struct Hooks {
@@ -32,8 +33,8 @@ class RestoreRun {
     later,  ///< the repository cannot be used now; the report's message says why
     ended   ///< `mayGoOn` said so
   };
-  RestoreRun(Store& store, BackupEngine& engine, const DataFolder& folder, EngineJob& job, RestoreState& state,
-             Hooks hooks)
+  RestoreRun(Store& store, BackupEngine& engine, const DataFolder& folder, EngineJob& job,
+             RestoreState& state, Hooks hooks)
       : store_(store),
         engine_(engine),
         folder_(folder),
@@ -72,8 +73,8 @@ class RestoreRun {
   RestoreState& state_;
   const Hooks hooks_;
   const RestoreTargets targets_;
-  RestorePlan plan_;     // of the portion at hand
-  bool again_ = false;   // the portion at hand was being placed before
+  RestorePlan plan_;    // of the portion at hand
+  bool again_ = false;  // the portion at hand was being placed before
 };
 
 }  // namespace keldane

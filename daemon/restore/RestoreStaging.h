@@ -1,5 +1,5 @@
-// The names of what a restore under way keeps beside its target. Nothing but this header is needed to know them, so
-// that the rules can bar them from the backup.
+// The names of what a restore under way keeps beside its target. Nothing but this header is needed to know
+// them, so that the rules can bar them from the backup.
 #pragma once
 
 #include <algorithm>
@@ -10,10 +10,13 @@ namespace keldane {
 inline constexpr std::string_view kRestoreStagingPrefix = ".keldane-restore-";
 inline constexpr std::size_t kRestoreStagingLetters = 6;
 
-/// Whether a single name is that of a restore under way: the prefix, a job's number, "-" and six letters or digits.
+/// Whether a single name is that of a restore under way: the prefix, a job's number, "-" and six letters or
+/// digits.
 inline bool isRestoreStagingName(std::string_view name) {
   const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
-  const auto isLetter = [&](char c) { return isDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };
+  const auto isLetter = [&](char c) {
+    return isDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+  };
   if (!name.starts_with(kRestoreStagingPrefix)) {
     return false;
   }

@@ -28,7 +28,7 @@ std::string folderAbove(const std::string& path) {
 
 RestoreTargets::RestoreTargets(const RestoreRequest& request)
     : areOwnPlaces_(request.target.empty() && request.exactPath.empty()),
-      root_(areOwnPlaces_                ? "/"
+      root_(areOwnPlaces_               ? "/"
             : request.exactPath.empty() ? request.target
                                         : folderAbove(request.exactPath)) {
   std::map<std::string, std::set<std::uint32_t>> earlier;  // versions that items before it ask for

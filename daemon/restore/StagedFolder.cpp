@@ -52,7 +52,7 @@ bool filterFolder(int folder, const std::string& path, const Stays& stays) {
 StagedFolder::StagedFolder(int parent, const std::string& name) {
   int opened = openFolderIn(parent, name.c_str(), O_RDONLY);
   if (opened < 0 && errno == EACCES && fstatat(parent, name.c_str(), &status_, AT_SYMLINK_NOFOLLOW) == 0 &&
-      S_ISDIR(status_.st_mode) && fchmodat(parent, name.c_str(), S_IRWXU, 0) == 0) {
+      S_ISDIR(status_.st_mode) && setModeIn(parent, name.c_str(), S_IRWXU)) {
     opened = openFolderIn(parent, name.c_str(), O_RDONLY);
   } else if (opened >= 0) {
     fstat(opened, &status_);
@@ -130,6 +130,8 @@ TreeCount countTree(int parent, const std::string& name) {
   return count;
 }
 
-void filterTree(int folder, const std::string& path, const Stays& stays) { filterFolder(folder, path, stays); }
+void filterTree(int folder, const std::string& path, const Stays& stays) {
+  filterFolder(folder, path, stays);
+}
 
 }  // namespace keldane

@@ -11,11 +11,12 @@
 
 namespace keldane {
 
-/// An open folder that can be read and changed whatever its mode is. Mode and times are given back when it goes, so
-/// that what is taken out of it, or put into it, leaves no trace. One thread.
+/// An open folder that can be read and changed whatever its mode is. Mode and times are given back when it
+/// goes, so that what is taken out of it, or put into it, leaves no trace. One thread.
 class StagedFolder {
  public:
-  /// Opens `name` in a folder that only this process changes. Not open when it is no folder, with the reason in errno.
+  /// Opens `name` in a folder that only this process changes. Not open when it is no folder, with the reason
+  /// in errno.
   StagedFolder(int parent, const std::string& name);
   ~StagedFolder();
   StagedFolder(StagedFolder&& other) noexcept = default;
@@ -47,8 +48,8 @@ struct TreeCount {
 /// Of an item with all below it.
 TreeCount countTree(int parent, const std::string& name);
 
-/// Asks of each item in a tree that is no folder whether it is to stay, and removes what is not. A folder that is
-/// empty because of that goes too. `path` stands before the names that `stays` is given.
+/// Asks of each item in a tree that is no folder whether it is to stay, and removes what is not. A folder
+/// that is empty because of that goes too. `path` stands before the names that `stays` is given.
 using Stays = std::function<bool(int folder, const std::string& name, const std::string& path,
                                  const struct stat& status)>;
 void filterTree(int folder, const std::string& path, const Stays& stays);

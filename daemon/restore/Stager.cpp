@@ -22,7 +22,8 @@ constexpr std::size_t kMostByName = 64;
 constexpr int kMostAttempts = 3;
 
 /// The path that a line "path: reason" is about, among those that are wanted. Both may hold ": ".
-std::optional<std::string> pathOf(const std::string& line, const std::string& prefix, const RestorePlan& plan) {
+std::optional<std::string> pathOf(const std::string& line, const std::string& prefix,
+                                  const RestorePlan& plan) {
   for (std::size_t end = line.find(": "); end != std::string::npos; end = line.find(": ", end + 1)) {
     if (line.compare(0, prefix.size(), prefix) == 0 && end > prefix.size()) {
       std::string path = line.substr(prefix.size(), end - prefix.size());
@@ -95,7 +96,8 @@ std::vector<std::string> Stager::pathsFrom(std::uint32_t source, const RestorePl
       continue;
     }
     const std::size_t before = paths.size();
-    for (auto file = plan.files.lower_bound(item.path); file != plan.files.end() && file->first.starts_with(item.path); ++file) {
+    for (auto file = plan.files.lower_bound(item.path);
+         file != plan.files.end() && file->first.starts_with(item.path); ++file) {
       if (file->second.source == source && isAtOrBelow(file->first, item.path)) {
         paths.push_back(file->first);
       }
@@ -166,8 +168,8 @@ void Stager::noteProblems(const Part& part, const std::vector<std::string>& line
       file.state = WantedFile::failed;
       options_.problem(*path + " is not restored: " + reason + ".");
     } else if (isThere && file.source == part.source) {
-      options_.problem(*path + " is restored, but not all of its mode, owner, times and attributes: " + reason +
-                       ".");
+      options_.problem(*path +
+                       " is restored, but not all of its mode, owner, times and attributes: " + reason + ".");
     }
   }
   if (leavesOut) {
@@ -280,14 +282,16 @@ void Stager::composeItem(int root, const std::string& prefix, const PlannedItem&
 }
 
 void Stager::merge(int folder) {
-  DirectTarget target(Descriptor(openFolderIn(staging_.folder(), kResult, O_RDONLY)),
-                      {.conflict = Conflict::replace, .temporaryName = {}, .keepTimes = true, .again = false, .mayGoOn = {}});
-  const PlaceWatch watch{.mayGoOn = [] { return true; },
-                         .begins = [](const std::string&) {},
-                         .placed = [](const TreeCount&) {},
-                         .skipped = [](const TreeCount&) {},
-                         .failed = [this](const TreeCount&, const std::string& sentence) { options_.problem(sentence); },
-                         .incomplete = [](const std::string&) {}};
+  DirectTarget target(
+      Descriptor(openFolderIn(staging_.folder(), kResult, O_RDONLY)),
+      {.conflict = Conflict::replace, .temporaryName = {}, .keepTimes = true, .again = false, .mayGoOn = {}});
+  const PlaceWatch watch{
+      .mayGoOn = [] { return true; },
+      .begins = [](const std::string&) {},
+      .placed = [](const TreeCount&) {},
+      .skipped = [](const TreeCount&) {},
+      .failed = [this](const TreeCount&, const std::string& sentence) { options_.problem(sentence); },
+      .incomplete = [](const std::string&) {}};
   placeTree(folder, "/", target, watch);
 }
 

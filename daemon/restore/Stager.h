@@ -12,20 +12,22 @@
 
 namespace keldane {
 
-/// Has the storage program restore what a plan names, drops what does not belong to the wanted state or is not whole,
-/// and puts the rest together in the folder `new` of the staging, laid out as the target is to be. One thread.
+/// Has the storage program restore what a plan names, drops what does not belong to the wanted state or is
+/// not whole, and puts the rest together in the folder `new` of the staging, laid out as the target is to be.
+/// One thread.
 class Stager {
  public:
   struct Options {
-    bool ownPlaces = true;        ///< `new` is laid out from "/"; otherwise it has each item under its name
-    std::optional<uid_t> owner;   ///< only what belongs to this user; names of others' files are not told
+    bool ownPlaces = true;       ///< `new` is laid out from "/"; otherwise it has each item under its name
+    std::optional<uid_t> owner;  ///< only what belongs to this user; names of others' files are not told
     std::function<bool()> mayGoOn;
     std::function<void(const std::string& sentence)> problem;
   };
   Stager(BackupEngine& engine, const Staging& staging, EngineJob& job, Options options)
       : engine_(engine), staging_(staging), job_(job), options_(std::move(options)) {}
 
-  /// Not ready when the repository as a whole fails. What failed by itself is a problem, and `failed` in the plan.
+  /// Not ready when the repository as a whole fails. What failed by itself is a problem, and `failed` in the
+  /// plan.
   EngineAnswer stage(RestorePlan& plan);
 
   static constexpr const char* kResult = "new";
@@ -38,7 +40,8 @@ class Stager {
   };
   std::vector<std::string> pathsFrom(std::uint32_t source, const RestorePlan& plan) const;
   EngineAnswer fetch(const Part& part, RestorePlan& plan);
-  void noteProblems(const Part& part, const std::vector<std::string>& lines, RestorePlan& plan, bool isContent);
+  void noteProblems(const Part& part, const std::vector<std::string>& lines, RestorePlan& plan,
+                    bool isContent);
   void failMissing(const Part& part, RestorePlan& plan, const std::string& reason);
   void filter(const Part& part, RestorePlan& plan);
   bool stays(std::uint32_t source, int folder, const std::string& name, const std::string& path,

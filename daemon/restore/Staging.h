@@ -8,8 +8,8 @@
 
 namespace keldane {
 
-/// A folder `.keldane-restore-<job>-XXXXXX` of mode 0700. It is used by its descriptor alone: who can write to the folder
-/// above it could put a link in its place. It stays until `remove`. One thread.
+/// A folder `.keldane-restore-<job>-XXXXXX` of mode 0700. It is used by its descriptor alone: who can write
+/// to the folder above it could put a link in its place. It stays until `remove`. One thread.
 class Staging {
  public:
   Staging() = default;
@@ -22,8 +22,8 @@ class Staging {
 
   explicit operator bool() const { return static_cast<bool>(folder_); }
   int folder() const { return folder_.get(); }
-  /// A path for another process of this user to reach a folder in the staging, which is made. It leads to the staging
-  /// itself, whatever is at its name.
+  /// A path for another process of this user to reach a folder in the staging, which is made. It leads to the
+  /// staging itself, whatever is at its name.
   std::string makePart(const std::string& part) const;
   void remove();
 
@@ -38,7 +38,8 @@ class Staging {
 /// The deepest folder that exists on the way to a path, links not followed: "/" at worst.
 std::string deepestFolder(const std::string& path);
 
-/// Where files can be moved within: two folders of one place never need a copy, unless something is mounted below them.
+/// Where files can be moved within: two folders of one place never need a copy, unless something is mounted
+/// below them.
 struct MountPlace {
   std::uint64_t device = 0;
   std::uint64_t mount = 0;

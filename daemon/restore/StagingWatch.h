@@ -9,8 +9,8 @@
 
 namespace keldane {
 
-/// Once a second adds up the bytes of a staging, of as many files as can be looked at in passing, and tells them on a
-/// thread of its own. Ends with its owner, after which nothing is told any more.
+/// Once a second adds up the bytes of a staging, of as many files as can be looked at in passing, and tells
+/// them on a thread of its own. Ends with its owner, after which nothing is told any more.
 class StagingWatch {
  public:
   StagingWatch(int folder, std::function<void(std::uint64_t bytes)> tell);

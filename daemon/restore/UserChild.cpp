@@ -32,7 +32,8 @@ void closeAllFrom(unsigned first) {
   }
 }
 
-// Raw system calls: those of the C library wait for the parent's other threads, which this process does not have.
+// Raw system calls: those of the C library wait for the parent's other threads, which this process does not
+// have.
 bool becomeUser(const UserChildSetup& setup) {
   if (syscall(SYS_setgroups, setup.groupCount, setup.groups) != 0 ||
       syscall(SYS_setresgid, setup.group, setup.group, setup.group) != 0 ||
@@ -42,7 +43,8 @@ bool becomeUser(const UserChildSetup& setup) {
   __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
   const __user_cap_data_struct none[_LINUX_CAPABILITY_U32S_3] = {};
   return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && syscall(SYS_capset, &header, none) == 0 &&
-         prctl(PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0) == 0 && geteuid() == setup.user && getegid() == setup.group;
+         prctl(PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0) == 0 && geteuid() == setup.user &&
+         getegid() == setup.group;
 }
 
 /// Opens the target, which may be reached through links, and makes what is missing of the way.

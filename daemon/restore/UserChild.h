@@ -21,16 +21,17 @@ struct UserChildSetup {
   Conflict conflict = Conflict::keepBoth;
 };
 
-/// What the parent asks of its child. For `enter`, `leave` and `place` a descriptor of the staged item goes along.
+/// What the parent asks of its child. For `enter`, `leave` and `place` a descriptor of the staged item goes
+/// along.
 struct UserChildRequest {
   enum Kind : int { enter, leave, place } kind = enter;
   bool again = false;  ///< an earlier attempt was cut off
   char name[NAME_MAX + 1] = {};
 };
 
-/// Serves requests from a socket until the other end is closed; never returns. Made for the child of a fork in a process
-/// with other threads, whose locks may be held for ever there: it uses system calls and the stack alone. Answers each
-/// request, and first of all its own start, with a PlaceResult.
+/// Serves requests from a socket until the other end is closed; never returns. Made for the child of a fork
+/// in a process with other threads, whose locks may be held for ever there: it uses system calls and the
+/// stack alone. Answers each request, and first of all its own start, with a PlaceResult.
 [[noreturn]] void runUserChild(const UserChildSetup& setup, int socket);
 
 /// Sends a request with a descriptor, or receives one; for both ends.

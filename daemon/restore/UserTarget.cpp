@@ -80,8 +80,9 @@ PlaceResult UserTarget::place(int from, const std::string& name) {
   if (status.st_uid != options_.user) {
     return {PlaceResult::failed, EPERM};
   }
-  const Descriptor file(openat(
-      from, name.c_str(), (S_ISREG(status.st_mode) ? O_RDONLY : O_PATH) | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  const Descriptor file(
+      openat(from, name.c_str(),
+             (S_ISREG(status.st_mode) ? O_RDONLY : O_PATH) | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!file) {
     return {PlaceResult::failed, errno};
   }
@@ -121,7 +122,8 @@ PlaceResult UserTarget::receive(std::chrono::seconds limit) {
     if (poll(&waiting, 1, kPollMilliseconds) > 0) {
       PlaceResult result;
       const ssize_t got = recv(socket_.get(), &result, sizeof(result), 0);
-      return got == static_cast<ssize_t>(sizeof(result)) ? result : PlaceResult{PlaceResult::failed, ECONNRESET};
+      return got == static_cast<ssize_t>(sizeof(result)) ? result
+                                                         : PlaceResult{PlaceResult::failed, ECONNRESET};
     }
     if (options_.mayGoOn && !options_.mayGoOn()) {
       return {PlaceResult::failed, ECANCELED};

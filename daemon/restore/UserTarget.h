@@ -11,12 +11,13 @@
 
 namespace keldane {
 
-/// Places files with the ids of another user, so that the system itself keeps them to what that user may do. A process
-/// with root's ids cannot do that by looking first and writing then: what it looked at can be changed in between.
+/// Places files with the ids of another user, so that the system itself keeps them to what that user may do.
+/// A process with root's ids cannot do that by looking first and writing then: what it looked at can be
+/// changed in between.
 ///
-/// The ids are those of a child process, which is forked and keeps to system calls. A thread with ids of its own would
-/// share the daemon's memory, descriptors and signals with whoever that user is. Only files that have the user for an
-/// owner in the staging are given to the child, as open descriptors. One thread.
+/// The ids are those of a child process, which is forked and keeps to system calls. A thread with ids of its
+/// own would share the daemon's memory, descriptors and signals with whoever that user is. Only files that
+/// have the user for an owner in the staging are given to the child, as open descriptors. One thread.
 class UserTarget : public PlaceTarget {
  public:
   struct Options {
