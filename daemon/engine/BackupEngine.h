@@ -133,6 +133,7 @@ class BackupEngine {
   virtual EngineAnswer list(const std::string& snapshot, const std::string& path, const Visit& visit,
                             EngineJob& job) = 0;
   /// Where a pattern (`*`, `?`, `[…]`; of a name, or of an absolute path) is found, newest snapshots first.
+  /// Every file is found; a folder may be left out where a folder of another name has the same content.
   virtual EngineAnswer find(const std::string& pattern, std::vector<FoundEntry>& found, EngineJob& job) = 0;
   /// Writes a stored file's bytes to a descriptor. What was written is whole only when the answer is `ready`.
   virtual EngineAnswer fetch(const std::string& snapshot, const std::string& path, int descriptor,

@@ -13,9 +13,7 @@ using ResticCareTest = EngineFixture;
 
 TEST_F(ResticCareTest, ForgetsAndGivesBackTheRoom) {
   initialize();
-  std::string content(3'000'000, '\0');
-  std::ifstream("/dev/urandom", std::ios::binary).read(content.data(), 3'000'000);
-  const std::string file = write("file", content);
+  const std::string file = write("file", noise(3'000'000));
   const std::string large = store({file}).snapshot;
   write("file", "small");
   const std::string small = store({file}).snapshot;
