@@ -3,9 +3,11 @@
 namespace keldane {
 
 SnapshotNotes::SnapshotNotes(SQLite::Database& database, const SnapshotRecord& snapshot)
-    : database_(database),
-      snapshot_(snapshot),
+    : snapshot_(snapshot),
       full_(snapshot.full ? std::optional<std::int64_t>(snapshot.number) : std::nullopt),
+      state_(database,
+             "SELECT failures, (SELECT MAX(id) FROM files),"
+             " (SELECT MAX(number) FROM snapshots WHERE full AND number < ?) FROM counters"),
       newest_(database, "SELECT id, version, first_full, last_full FROM files WHERE path = ?"),
       older_(database,
              "SELECT file, version, first_full, last_full FROM versions WHERE file = ? AND version = ?"),
@@ -39,10 +41,12 @@ SnapshotNotes::SnapshotNotes(SQLite::Database& database, const SnapshotRecord& s
       clearFailure_(database, "DELETE FROM failures WHERE path = ?") {}
 
 void SnapshotNotes::begin() {
-  previousFull_ = sql::numberOf(database_, "SELECT MAX(number) FROM snapshots WHERE full AND number < ?",
-                                snapshot_.number);
-  nextFile_ = sql::numberOf(database_, "SELECT MAX(id) FROM files") + 1;
-  hasFailures_ = sql::numberOf(database_, "SELECT failures FROM counters") > 0;
+  SQLite::Statement& row = state_.get();
+  const sql::Rewinding rewinding(row);
+  sql::bindAll(row, snapshot_.number).executeStep();
+  hasFailures_ = row.getColumn(0).getInt64() > 0;
+  nextFile_ = row.getColumn(1).getInt64() + 1;
+  previousFull_ = row.getColumn(2).getInt64();
 }
 
 void SnapshotNotes::note(const std::string& path, const FileState& state, std::uint32_t version, double date,
