@@ -28,8 +28,9 @@ SnapshotNotes::SnapshotNotes(SQLite::Database& database, const SnapshotRecord& s
       insertOlder_(database, "INSERT OR IGNORE INTO versions VALUES(?1, ?2, ?3, ?4, ?5, ?6, 0, NULL, NULL)"),
       hold_(database, "INSERT OR IGNORE INTO held VALUES(?, ?, ?)"),
       extendAtEnd_(database,
-                   "UPDATE files SET last_full = ?2 WHERE path = ?1 AND version <= ?2 AND last_full >= ?3"
-                   " AND last_full <= ?2 AND removed IS NULL"),
+                   "UPDATE files SET first_full = COALESCE(first_full, ?2), last_full = ?2 WHERE path = ?1"
+                   " AND version <= ?2 AND removed IS NULL"
+                   " AND (last_full IS NULL OR (last_full >= ?3 AND last_full <= ?2))"),
       fullBetween_(database, "SELECT 1 FROM snapshots WHERE full AND number > ? AND number < ? LIMIT 1"),
       inSpan_(database,
               "SELECT 1 FROM spans WHERE file = ?1 AND version = ?2 AND first <= ?3 AND last >= ?3 LIMIT 1"),
@@ -76,8 +77,7 @@ void SnapshotNotes::note(const std::string& path, const FileState& state, std::u
 }
 
 void SnapshotNotes::confirm(const std::string& path) {
-  if (snapshot_.full && previousFull_ > 0 &&
-      sql::run(extendAtEnd_, path, snapshot_.number, previousFull_) > 0) {
+  if (snapshot_.full && sql::run(extendAtEnd_, path, snapshot_.number, previousFull_) > 0) {
     return;  // as nearly all of them are
   }
   const std::optional<Row> row = newest(path);
