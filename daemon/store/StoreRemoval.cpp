@@ -146,9 +146,9 @@ void Store::removeHeld() {
 void Store::removeUnheld() {
   std::vector<Version> candidates;
   {
-    SQLite::Database scan(path_, SQLite::OPEN_READONLY | SQLite::OPEN_NOFOLLOW, sql::kBusyMilliseconds);
+    sql::LongQuestion question(path_);
     SQLite::Statement query(
-        scan,
+        question.database(),
         "SELECT id, version FROM files WHERE first_full IS NOT NULL AND NOT EXISTS(SELECT 1 FROM"
         " snapshots WHERE full AND number BETWEEN first_full AND last_full) UNION ALL "
         "SELECT file, version FROM versions WHERE first_full IS NOT NULL AND NOT EXISTS(SELECT 1 FROM"
