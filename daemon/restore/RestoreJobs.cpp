@@ -25,6 +25,10 @@ constexpr std::size_t kMostFinished = 100;
 /// What a report says further on never goes back.
 void show(const RestoreState& state, RestoreReport& shown) {
   const RestoreReport& report = state.report;
+  if (state.isFinished() && report.status != RestoreStatus::cancelled) {
+    shown = report;
+    return;
+  }
   shown.status = report.status;
   shown.files = std::max(shown.files, report.files + state.itemsToCome);
   shown.filesDone = std::max(shown.filesDone, report.filesDone);
