@@ -1,6 +1,7 @@
-// The clock that nobody sets.
+// The clocks: one that nobody sets, and the time of day.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <ctime>
 
@@ -12,6 +13,11 @@ inline std::int64_t secondsSinceBoot() {
   timespec now{};
   clock_gettime(CLOCK_BOOTTIME, &now);
   return now.tv_sec;
+}
+
+/// The time of day in seconds since the UNIX epoch.
+inline double timeOfDay() {
+  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
 /// How long the computer has slept since it was started, in seconds.

@@ -22,11 +22,6 @@ constexpr std::string_view kOnByDefault[] = {"enabled", "automaticMode"};
 enum BackupStateNumber : std::uint32_t { kIdle = 0, kBackingUp = 1, kPaused = 2, kOff = 3 };
 constexpr std::uint32_t kServiceRunning = 1;
 
-std::int64_t timeOfDay() {
-  return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch())
-      .count();
-}
-
 /// What no rule brings into the backup: what is made anew at each start, and what this daemon writes itself.
 std::vector<std::string> policyFor(const DaemonOptions& options, const DataFolder& data) {
   std::vector<std::string> policy = {"/dev", "/proc", "/run", "/sys"};
@@ -66,11 +61,19 @@ Daemon::Daemon(const DaemonOptions& options, const EngineFactory& engine, std::f
       rules_(store_, options.root, policyFor(options, files_.folder())),
       engine_(engine(files_)),
       watch_([this](const EngineAnswer& answer) {
+        if (answer) {
+          restores_.tryNow();
+        }
         raiseAlert("repository", answer ? "The repository can be used again." : answer.detail);
       }),
       care_(store_, rules_, *engine_, files_, watch_),
       worker_(store_, rules_, *engine_, files_, watch_, care_, options.timing),
-      restores_(store_, *engine_, files_.folder(), [] {}),
+      restores_(store_, *engine_, files_.folder(),
+                [this] {
+                  if (restores_.current() == 0) {
+                    worker_.reconsiderAll();  // what was restored is to be looked at again
+                  }
+                }),
       nodes_(store_, rules_, worker_),
       age_(store_, rules_, [this](const std::string& sentence) { raiseAlert("age", sentence); }) {
   care_.lostFiles = [this] { worker_.reconsiderAll(); };
@@ -141,7 +144,7 @@ void Daemon::setSetting(const std::string& key, std::uint32_t value) {
 
 void Daemon::pauseFor(std::uint32_t minutes) {
   const std::int64_t seconds = std::int64_t{minutes} * 60;
-  const std::int64_t until = minutes == 0 ? 0 : timeOfDay() + seconds;
+  const std::int64_t until = minutes == 0 ? 0 : static_cast<std::int64_t>(timeOfDay()) + seconds;
   store_.setValue(Store::Table::settings, "pausedUntil",
                   std::to_string(until) + " " + std::to_string(seconds));
   pausedUntil_ = minutes == 0 ? 0 : secondsSinceBoot() + seconds;
@@ -155,7 +158,7 @@ void Daemon::goOnWithPause() {
   std::int64_t until = 0;
   std::int64_t seconds = 0;
   stored >> until >> seconds;
-  const std::int64_t left = std::min(until - timeOfDay(), seconds);
+  const std::int64_t left = std::min(until - static_cast<std::int64_t>(timeOfDay()), seconds);
   pausedUntil_ = left <= 0 ? 0 : secondsSinceBoot() + left;
 }
 
@@ -181,8 +184,8 @@ std::string Daemon::statusFor(std::uint32_t number, const BackupWorker::Progress
     return "Paused";
   }
   if (care_.snapshotsToRead() > 0) {
-    return stringWithFormat("Reading the repository: %llu of %llu backups", std::uint64_t{care_.snapshotsRead()},
-                            std::uint64_t{care_.snapshotsToRead()});
+    return stringWithFormat("Reading the repository: %llu of %llu backups",
+                            std::uint64_t{care_.snapshotsRead()}, std::uint64_t{care_.snapshotsToRead()});
   }
   if (const EngineAnswer standing = watch_.standing(); !standing) {
     return standing.detail.empty() ? "The repository cannot be used" : standing.detail;
@@ -190,7 +193,7 @@ std::string Daemon::statusFor(std::uint32_t number, const BackupWorker::Progress
   if (care_.isRecovering()) {
     return "Recovered: nothing is backed up or forgotten until you resume";
   }
-  if (const std::optional<std::string> complaint = age_.complaint(static_cast<double>(timeOfDay()))) {
+  if (const std::optional<std::string> complaint = age_.complaint(timeOfDay())) {
     return *complaint;
   }
   if (progress.pendingFiles > 0) {

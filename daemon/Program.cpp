@@ -136,15 +136,13 @@ int serve(const DaemonOptions& options, const EngineFactory& engine, Readiness& 
   } catch (const std::exception& exception) {
     return failed("The store " + options.store + " cannot be used: " + exception.what() + ".");
   }
-  const auto server = std::make_shared<DaemonServer>(daemon, options.socket, options.allowSharedFolder);
-  std::string sentence;
-  if (!server->start(&sentence)) {
-    return failed(sentence);
-  }
+  // The first socket comes last: whoever reaches it finds a daemon that is complete.
   const auto requests = std::make_shared<RepositoryRequests>(daemon, engine);
   const auto ownerServer = std::make_shared<OwnerServer>(requests, options.socket, options.allowSharedFolder);
-  if (!ownerServer->start(&sentence)) {
-    server->stop();
+  const auto server = std::make_shared<DaemonServer>(daemon, options.socket, options.allowSharedFolder);
+  std::string sentence;
+  if (!ownerServer->start(&sentence) || !server->start(&sentence)) {
+    ownerServer->stop();
     return failed(sentence);
   }
   if (readiness.isWaitedFor()) {
@@ -174,8 +172,9 @@ int run(int argc, char** argv, const EngineFactory& engine) {
   app.add_option("--store", options.store, "Where rules and records are kept")
       ->type_name("FILE")
       ->capture_default_str();
-  app.add_option("--data", options.data,
-                 "Where the key, the local repository and what the daemon works with lie; else the store's folder")
+  app.add_option(
+         "--data", options.data,
+         "Where the key, the local repository and what the daemon works with lie; else the store's folder")
       ->type_name("DIR");
   double batchDelay = 45;
   app.add_option("--batch-delay", batchDelay,

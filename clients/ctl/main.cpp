@@ -2,8 +2,8 @@
 #include <clocale>
 #include <iostream>
 
-#include "clients/ctl/Commands.h"
-#include "clients/ctl/Terminal.h"
+#include "clients/ctl/commands/Commands.h"
+#include "clients/ctl/terminal/Terminal.h"
 
 namespace keldane {
 
@@ -29,6 +29,12 @@ int run(int argc, char** argv) {
   app.fallthrough();
   addStatusCommand(app, globals);
   addWatchCommand(app, globals);
+  addSetupCommand(app, globals);
+  addStoredCommands(app, globals);
+  addRestoreCommand(app, globals);
+  addRepositoryCommands(app, globals);
+  addKeyCommands(app, globals);
+  addRecoverCommand(app, globals);
   addSettingCommands(app, globals);
   addRuleCommands(app, globals);
   addListCommands(app, globals);

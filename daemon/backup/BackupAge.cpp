@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cmath>
 
+#include "daemon/Clock.h"
 #include "platform/syslog/SystemLog.h"
 
 namespace keldane {
@@ -13,10 +14,6 @@ namespace {
 constexpr double kDay = 86400;
 constexpr double kUsualDays = 3;
 constexpr auto kInterval = std::chrono::minutes(1);
-
-double timeNow() {
-  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-}
 
 std::optional<double> numberFrom(const std::optional<std::string>& text) {
   double number = 0;
@@ -53,7 +50,7 @@ void BackupAge::stop() {
 
 void BackupAge::look() {
   try {
-    const std::optional<std::string> sentence = complaint(timeNow());
+    const std::optional<std::string> sentence = complaint(timeOfDay());
     if (sentence && !told_) {
       alert_(*sentence);
     }

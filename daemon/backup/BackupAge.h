@@ -13,9 +13,9 @@
 
 namespace keldane {
 
-/// Tells once when the last good backup has become older than the limit, whatever the reason, and again after the
-/// next good one. The limit is the setting "alertDays", three days unless it was set. Where nothing is selected there is
-/// nothing to miss. Has a thread of its own that looks every minute.
+/// Tells once when the last good backup has become older than the limit, whatever the reason, and again after
+/// the next good one. The limit is the setting "alertDays", three days unless it was set. Where nothing is
+/// selected there is nothing to miss. Has a thread of its own that looks every minute.
 class BackupAge {
  public:
   using Alert = std::function<void(const std::string& sentence)>;

@@ -15,16 +15,13 @@ using std::chrono::steady_clock;
 constexpr double kBatchSeconds = 600;  // what a batch is to last
 constexpr std::size_t kFewestFiles = 1'000, kMostFiles = 1'000'000;
 constexpr std::uint64_t kFewestBytes = std::uint64_t{64} << 20, kMostBytes = std::uint64_t{1} << 40;
+constexpr std::size_t kShortBatch = 100;  // files
 // Files that go along with each batch of an hour, so that the hour's last snapshot has them all.
 constexpr std::size_t kMostAgain = 2'000;
 
 std::int64_t hourNow() {
   return std::chrono::duration_cast<std::chrono::hours>(std::chrono::system_clock::now().time_since_epoch())
       .count();
-}
-
-double timeNow() {
-  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
 }  // namespace
@@ -106,7 +103,7 @@ bool BackupWorker::isBatchDue() const {
 }
 
 bool BackupWorker::isFullDue() const {
-  const double age = timeNow() - lastFull_.time;
+  const double age = timeOfDay() - lastFull_.time;
   return mayWork(false) && toScan_.empty() && scanned_.empty() && changedSinceFull_ &&
          // A clock that was set back makes the age negative; a full snapshot too many does no harm.
          (lastFull_.id.empty() || age < 0 || age >= static_cast<double>(timing_.fullInterval.count()));
@@ -120,7 +117,7 @@ std::optional<Batch> BackupWorker::nextBatch(bool preferredOnly) {
         return std::nullopt;
       }
     }
-    Batch batch = batchOf(pending_.waitingPreferred());
+    Batch batch = batchOf(pending_.waitingPreferred(), true);
     return batch.files.empty() ? std::nullopt : std::optional(std::move(batch));
   }
   std::size_t mostFiles = 0;
@@ -140,7 +137,7 @@ std::optional<Batch> BackupWorker::nextBatch(bool preferredOnly) {
     noticed_.reset();
     urgent_ = false;
   }
-  Batch batch = isFullNow ? Batch() : batchOf(pending_.first(mostFiles, mostBytes));
+  Batch batch = isFullNow ? Batch() : batchOf(pending_.first(mostFiles, mostBytes), false);
   // When most of what is selected waits, and all of it fits, a full snapshot costs little more.
   const bool isMost = waiting == batch.files.size() && waiting > store_.totals().files;
   batch.full = isFullNow || isMost;
@@ -153,9 +150,12 @@ std::optional<Batch> BackupWorker::nextBatch(bool preferredOnly) {
 }
 
 // What is gone, or is stored as it is, waits no longer.
-Batch BackupWorker::batchOf(const std::vector<PendingFiles::File>& files) {
+Batch BackupWorker::batchOf(const std::vector<PendingFiles::File>& files, bool preferred) {
   Batch batch;
   for (const PendingFiles::File& file : files) {
+    if (preferred ? isAboutToBeStored(file.path) : pending_.isPreferred(file.path)) {
+      continue;  // the other lane has it
+    }
     scanner_.consider(file.path);
     const std::optional<struct stat> status = statusOf(file.path);
     if (status && pending_.contains(file.path)) {
@@ -163,6 +163,14 @@ Batch BackupWorker::batchOf(const std::vector<PendingFiles::File>& files) {
     }
   }
   return batch;
+}
+
+// A short batch that has the file is done before another one could be.
+bool BackupWorker::isAboutToBeStored(const std::string& path) const {
+  const std::lock_guard guard(mutex_);
+  return ordinary_.batch != nullptr && ordinary_.batch->files.size() <= kShortBatch &&
+         std::any_of(ordinary_.batch->files.begin(), ordinary_.batch->files.end(),
+                     [&](const BatchFile& file) { return file.path == path; });
 }
 
 void BackupWorker::addAgain(Batch& batch) {
@@ -190,6 +198,7 @@ bool BackupWorker::runBatch(Lane& lane, const Batch& batch, bool preferred) {
   {
     const std::lock_guard guard(mutex_);
     lane.isStoring = true;
+    lane.batch = &batch;
     lane.isForced = preferred;
     cancelWhatMayNotRun();
   }
@@ -205,6 +214,7 @@ bool BackupWorker::runBatch(Lane& lane, const Batch& batch, bool preferred) {
   {
     const std::lock_guard guard(mutex_);
     lane.isStoring = false;
+    lane.batch = nullptr;
     lane.filesDone = 0;
     lane.bytesDone = 0;
     lane.current.clear();
@@ -252,8 +262,8 @@ void BackupWorker::learnFrom(const Batch& batch, const BatchEnd& end, steady_clo
     const double factor = kBatchSeconds / seconds;
     mostFiles_ = std::clamp(static_cast<std::size_t>(static_cast<double>(end.stored.size()) * factor),
                             kFewestFiles, kMostFiles);
-    mostBytes_ = std::clamp(static_cast<std::uint64_t>(static_cast<double>(bytes) * factor), kFewestBytes,
-                            kMostBytes);
+    mostBytes_ =
+        std::clamp(static_cast<std::uint64_t>(static_cast<double>(bytes) * factor), kFewestBytes, kMostBytes);
   }
 }
 

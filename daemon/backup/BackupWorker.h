@@ -48,8 +48,8 @@ class RepositoryKeeper {
 
 /// Keeps the list of pending files and works through it in batches, files that a person prefers in batches of
 /// their own that start at once. One thread looks at the disk, one stores what waits, one stores what is
-/// preferred. Files are looked for when a rule changes and in intervals. Any thread may call; the mutex guards
-/// the lists, and no lock is held while a file is read or the engine runs.
+/// preferred. Files are looked for when a rule changes and in intervals. Any thread may call; the mutex
+/// guards the lists, and no lock is held while a file is read or the engine runs.
 class BackupWorker {
  public:
   struct Timing {
@@ -69,8 +69,8 @@ class BackupWorker {
   /// Ends the engine's calls that run, and the threads.
   void stop();
 
-  /// Looks again at a path whose rule changed: a file at once, a folder on the scanning thread. What is found is
-  /// stored without the delay.
+  /// Looks again at a path whose rule changed: a file at once, a folder on the scanning thread. What is found
+  /// is stored without the delay.
   void reconsider(const std::string& path);
   /// Looks again everywhere.
   void reconsiderAll();
@@ -100,7 +100,7 @@ class BackupWorker {
     std::string currentFile;                           ///< empty when none
     std::size_t placesToScan = 0;                      ///< the one at hand included
     bool isStoring = false;                            ///< a batch runs
-    bool isReady = false;  ///< the repository was made ready since the start
+    bool isReady = false;                              ///< the repository was made ready since the start
   };
   Progress progress() const;
   bool isPending(const std::string& path) const { return pending_.contains(path); }
@@ -114,7 +114,8 @@ class BackupWorker {
     std::mutex running;  // held while a batch is prepared and runs
     // Guarded by BackupWorker::mutex_:
     bool isStoring = false;
-    bool isForced = false;  // its batch is of preferred files
+    bool isForced = false;           // its batch is of preferred files
+    const Batch* batch = nullptr;  // while it is stored
     std::uint64_t filesDone = 0, bytesDone = 0;
     std::string current;
     std::thread thread;
@@ -125,7 +126,8 @@ class BackupWorker {
   bool step(Lane& lane, bool preferredOnly);
   bool prepare(Lane& lane);
   std::optional<Batch> nextBatch(bool preferredOnly);
-  Batch batchOf(const std::vector<PendingFiles::File>& files);
+  Batch batchOf(const std::vector<PendingFiles::File>& files, bool preferred);
+  bool isAboutToBeStored(const std::string& path) const;
   void addAgain(Batch& batch);
   bool isBatchDue() const;
   bool isFullDue() const;
@@ -156,8 +158,9 @@ class BackupWorker {
   std::deque<std::string> toScan_;  // each once
   std::set<std::string> toBeScanned_;
   std::string scanned_;  // empty when none
-  std::optional<std::chrono::steady_clock::time_point> noticed_;  // the first change since the last batch began
-  bool urgent_ = true;                                           // a person waits for it
+  std::optional<std::chrono::steady_clock::time_point>
+      noticed_;         // the first change since the last batch began
+  bool urgent_ = true;  // a person waits for it
   bool ready_ = false;
   std::uint64_t wakes_ = 0;  // how often something changed
   SnapshotRecord lastFull_;
@@ -167,7 +170,7 @@ class BackupWorker {
   std::int64_t suspended_ = 0;  // seconds of sleep that are known
   struct Hour {
     std::int64_t number = 0;
-    std::string parent;              // the newest snapshot of this hour
+    std::string parent;                      // the newest snapshot of this hour
     std::map<std::string, BatchFile> files;  // by path
   } hour_;
 

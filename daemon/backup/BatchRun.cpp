@@ -5,6 +5,7 @@
 #include <map>
 #include <unordered_set>
 
+#include "daemon/Clock.h"
 #include "daemon/backup/Manifest.h"
 #include "daemon/backup/Targets.h"
 #include "platform/plist/Unicode.h"
@@ -18,9 +19,7 @@ namespace {
 constexpr std::size_t kMostListedFiles = 20'000;
 
 // A name as the engine tells it: what is no UTF-8 comes back as replacement characters.
-std::string asTold(const std::string& path) {
-  return isValidUtf8(path) ? path : validUtf8(path);
-}
+std::string asTold(const std::string& path) { return isValidUtf8(path) ? path : validUtf8(path); }
 
 }  // namespace
 
@@ -42,8 +41,7 @@ std::string BatchRun::manifestFor(const Batch& batch, std::uint32_t number, doub
   head.types = store_.types();
   head.settings = store_.values(Store::Table::settings);
   head.profile = store_.values(Store::Table::profile);
-  const std::string file =
-      files_.folder().manifests() + "/" + std::to_string(number) + "/" + kManifestName;
+  const std::string file = files_.folder().manifests() + "/" + std::to_string(number) + "/" + kManifestName;
   writeManifest(file, head, [&](const std::function<void(const ManifestFile&)>& write) {
     for (const BatchFile& again : batch.again) {
       write({again.path, again.state, again.version, again.date});
@@ -84,8 +82,7 @@ std::vector<std::string> BatchRun::targetsOf(const Batch& batch) const {
 
 BatchEnd BatchRun::run(const Batch& batch, EngineJob& job, const Progress& progress) {
   BatchEnd end;
-  const double date =
-      std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+  const double date = timeOfDay();
   const std::uint32_t number = store_.takeNumber();
   std::string manifest;
   StoreRequest request;
@@ -169,8 +166,7 @@ std::vector<std::string> BatchRun::confirmed(const Batch& batch, const Taken& ta
 
 void BatchRun::couldNotStore(const BatchFile& file, const std::string& reason) {
   systemLog("%@ cannot be stored: %@", file.path, reason);
-  store_.setFailure(file.path, reason,
-                    std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count());
+  store_.setFailure(file.path, reason, timeOfDay());
   store_.removePriority(file.path);
   pending_.endPreference(file.path);
   scanner_.putOff(file.path, file.state);

@@ -34,7 +34,7 @@ struct Batch {
 
 struct BatchEnd {
   EngineAnswer answer;
-  SnapshotRecord snapshot;             ///< its id is empty when nothing was stored
+  SnapshotRecord snapshot;  ///< its id is empty when nothing was stored
   std::vector<StoredFile> stored;
   std::uint64_t bytesAdded = 0;
 };
@@ -47,7 +47,8 @@ class BatchRun {
       : store_(store), rules_(rules), engine_(engine), files_(files), scanner_(scanner), pending_(pending) {}
 
   using Progress = std::function<void(std::uint64_t files, std::uint64_t bytes, const std::string& current)>;
-  /// Blocks until the batch is stored or has failed. A failure of the whole repository leaves all of it pending.
+  /// Blocks until the batch is stored or has failed. A failure of the whole repository leaves all of it
+  /// pending.
   BatchEnd run(const Batch& batch, EngineJob& job, const Progress& progress);
 
  private:

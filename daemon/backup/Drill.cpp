@@ -47,8 +47,9 @@ Comparison compare(const Descriptor& fetched, const Descriptor& file) {
     const std::size_t got = fill(fetched.get(), left);
     if (file && comparison.isSame) {
       const std::size_t expected = fill(file.get(), right);
-      comparison.isSame = expected == got && std::equal(left.begin(), left.begin() + static_cast<std::ptrdiff_t>(got),
-                                                        right.begin());
+      comparison.isSame =
+          expected == got &&
+          std::equal(left.begin(), left.begin() + static_cast<std::ptrdiff_t>(got), right.begin());
     }
     comparison.bytes += got;
     if (got < left.size()) {
@@ -61,8 +62,7 @@ Comparison compare(const Descriptor& fetched, const Descriptor& file) {
 
 std::string DrillEnd::sentence() const {
   if (!failed.empty()) {
-    return std::to_string(failed.size()) + " of " +
-           std::to_string(compared + hashed + failed.size()) +
+    return std::to_string(failed.size()) + " of " + std::to_string(compared + hashed + failed.size()) +
            " sample files could not be had back as they were stored.";
   }
   return std::to_string(compared) + " sample files were compared byte by byte with the disk, " +
@@ -99,8 +99,7 @@ void Drill::tryFile(const std::string& path, DrillEnd& end, EngineJob& job) {
   }
   Descriptor reading(ends[0]);
   Descriptor writing(ends[1]);
-  std::future<Comparison> comparing =
-      std::async(std::launch::async, [&] { return compare(reading, file); });
+  std::future<Comparison> comparing = std::async(std::launch::async, [&] { return compare(reading, file); });
   const EngineAnswer answer = engine_.fetch(version.snapshot, version.prefix + path, writing.get(), job);
   writing = Descriptor();
   const Comparison comparison = comparing.get();

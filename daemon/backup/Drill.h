@@ -12,9 +12,9 @@ namespace keldane {
 
 /// What came of a drill.
 struct DrillEnd {
-  EngineAnswer answer;        ///< of the repository as a whole
-  std::size_t compared = 0;   ///< files that are the same, byte by byte, as those on the disk
-  std::size_t hashed = 0;     ///< files that have changed on the disk since; the repository's own hashes agree
+  EngineAnswer answer;       ///< of the repository as a whole
+  std::size_t compared = 0;  ///< files that are the same, byte by byte, as those on the disk
+  std::size_t hashed = 0;    ///< files that have changed on the disk since; the repository's own hashes agree
   std::vector<std::string> failed;  ///< files that are not what was stored
   /// For people.
   std::string sentence() const;

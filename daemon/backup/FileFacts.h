@@ -27,8 +27,9 @@ inline bool isStorable(const struct stat& status) {
   return S_ISREG(status.st_mode) || S_ISLNK(status.st_mode);
 }
 
+/// A link has no size of its own, in the repository neither.
 inline FileState fileStateOf(const struct stat& status) {
-  return {static_cast<std::uint64_t>(status.st_size), nanoseconds(status.st_mtim),
+  return {S_ISLNK(status.st_mode) ? 0 : static_cast<std::uint64_t>(status.st_size), nanoseconds(status.st_mtim),
           nanoseconds(status.st_ctim)};
 }
 

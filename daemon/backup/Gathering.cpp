@@ -13,12 +13,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::uint64_t kMostBytes = std::uint64_t{1} << 30;  // that lie on the disk meanwhile
+constexpr std::uint64_t kMostGathered = std::uint64_t{1} << 30;  // that lie on the disk meanwhile
 
 }  // namespace
 
 EngineAnswer Gathering::run(double now, const Store::Retention& retention, EngineJob& job) {
-  const Versions versions = store_.gatherable(now, retention, kMostBytes);
+  const Versions versions = store_.gatherable(now, retention, kMostGathered);
   if (versions.empty()) {
     return {};
   }

@@ -10,8 +10,9 @@
 
 namespace keldane {
 
-/// Fetches the versions for whose sake alone many snapshots are kept, mostly deleted files, and stores them again
-/// in one snapshot, each below a prefix. What they hold is in the repository already, so it takes no room.
+/// Fetches the versions for whose sake alone many snapshots are kept, mostly deleted files, and stores them
+/// again in one snapshot, each below a prefix. What they hold is in the repository already, so it takes no
+/// room.
 class Gathering {
  public:
   Gathering(Store& store, BackupEngine& engine, const RepositoryFiles& files)
@@ -23,8 +24,8 @@ class Gathering {
  private:
   using Versions = std::vector<std::pair<std::string, VersionRecord>>;
   EngineAnswer fetch(const Versions& versions, const std::string& folder, EngineJob& job);
-  EngineAnswer storeAgain(const Versions& versions, const std::string& folder, std::uint32_t number, double now,
-                          EngineJob& job);
+  EngineAnswer storeAgain(const Versions& versions, const std::string& folder, std::uint32_t number,
+                          double now, EngineJob& job);
 
   Store& store_;
   BackupEngine& engine_;

@@ -61,8 +61,9 @@ std::optional<ManifestHead> readManifest(std::istream& stream,
     if (json.at("keldaneManifest").get<int>() > kManifestFormat) {
       return std::nullopt;
     }
-    head = {json.at("computerNumber"), json.at("number"), json.at("date"),     json.at("full"), json.at("prefix"),
-            json.at("rules"),          json.at("types"),  json.at("settings"), json.at("profile")};
+    head = {json.at("computerNumber"), json.at("number"),   json.at("date"),
+            json.at("full"),           json.at("prefix"),   json.at("rules"),
+            json.at("types"),          json.at("settings"), json.at("profile")};
   } catch (const Json::exception&) {
     return std::nullopt;
   }

@@ -35,8 +35,8 @@ struct ManifestFile {
   double date = 0;
 };
 
-/// Writes a manifest of mode 0600. `files` is called once and calls its argument for each further line. Throws
-/// std::runtime_error when the file cannot be written.
+/// Writes a manifest of mode 0600. `files` is called once and calls its argument for each further line.
+/// Throws std::runtime_error when the file cannot be written.
 using ManifestFiles = std::function<void(const std::function<void(const ManifestFile&)>& write)>;
 void writeManifest(const std::string& file, const ManifestHead& head, const ManifestFiles& files);
 

@@ -19,7 +19,6 @@ namespace {
 
 constexpr std::size_t kSlice = 2'000;  // versions that are handed to the catalogue at a time
 
-
 bool hasTag(const Snapshot& snapshot, std::string_view tag) {
   return std::find(snapshot.tags.begin(), snapshot.tags.end(), tag) != snapshot.tags.end();
 }
@@ -32,9 +31,7 @@ bool isOfInterest(const Snapshot& snapshot, const RepositoryConfig& configuratio
           numberFromTags(snapshot, "number:") <= configuration.formerHighest);
 }
 
-bool isManifest(const std::string& path) {
-  return std::filesystem::path(path).filename() == kManifestName;
-}
+bool isManifest(const std::string& path) { return std::filesystem::path(path).filename() == kManifestName; }
 
 }  // namespace
 
@@ -91,7 +88,8 @@ EngineAnswer Reconciliation::run(const Progress& progress, EngineJob& job) {
   // The newest first, because that is what a person most likely wants back.
   std::sort(unknown.begin(), unknown.end(),
             [](const auto& left, const auto& right) { return left.first.number > right.first.number; });
-  bool withRules = known.empty() && (rules_.isEmpty() || store_.value(Store::Table::settings, kTakeRules) == "1");
+  bool withRules =
+      known.empty() && (rules_.isEmpty() || store_.value(Store::Table::settings, kTakeRules) == "1");
   for (std::size_t i = 0; i < unknown.size(); ++i) {
     progress(i, unknown.size());
     store_.raiseHighestNumber(unknown[i].first.number);

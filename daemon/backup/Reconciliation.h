@@ -31,7 +31,8 @@ class Reconciliation {
       : store_(store), rules_(rules), engine_(engine), files_(files) {}
 
   using Progress = std::function<void(std::size_t done, std::size_t all)>;
-  /// Blocks until it is done, has failed or was cancelled. What was read stays; the next run goes on from there.
+  /// Blocks until it is done, has failed or was cancelled. What was read stays; the next run goes on from
+  /// there.
   EngineAnswer run(const Progress& progress, EngineJob& job);
   bool hasChanged() const { return changed_; }
 

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <filesystem>
 
+#include "daemon/Clock.h"
 #include "daemon/backup/Gathering.h"
 #include "daemon/backup/Reconciliation.h"
 #include "platform/syslog/SystemLog.h"
@@ -20,10 +21,6 @@ namespace {
 constexpr std::size_t kManySnapshots = 40;
 constexpr unsigned kCheckParts = 8;
 constexpr std::size_t kDrillFiles = 40;
-
-double timeNow() {
-  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-}
 
 double numberOf(const std::optional<std::string>& text) {
   double number = 0;
@@ -137,13 +134,13 @@ EngineAnswer RepositoryCare::mayGrow() {
 void RepositoryCare::grew(std::uint64_t bytes) { size_ += bytes; }
 
 void RepositoryCare::noteGood() {
-  store_.setValue(Store::Table::settings, "lastGoodBackup", std::to_string(timeNow()));
+  store_.setValue(Store::Table::settings, "lastGoodBackup", std::to_string(timeOfDay()));
 }
 
 // A clock that was set back would put off what is due for as long as it was set back by.
 bool RepositoryCare::isDue(const std::string& key, double interval) {
   const double last = numberOf(store_.value(Store::Table::settings, key));
-  const double now = timeNow();
+  const double now = timeOfDay();
   if (last == 0 || last > now) {
     did(key);
     return false;
@@ -152,7 +149,7 @@ bool RepositoryCare::isDue(const std::string& key, double interval) {
 }
 
 void RepositoryCare::did(const std::string& key) {
-  store_.setValue(Store::Table::settings, key, std::to_string(timeNow()));
+  store_.setValue(Store::Table::settings, key, std::to_string(timeOfDay()));
 }
 
 std::optional<EngineAnswer> RepositoryCare::lookAfter(EngineJob& job) {
@@ -199,10 +196,10 @@ EngineAnswer RepositoryCare::forgetDue(std::size_t fewest, EngineJob& job, std::
     retention.keepDeleted = days * 86400;
   }
   Gathering gathering(store_, engine_, files_);
-  if (const EngineAnswer answer = gathering.run(timeNow(), retention, job); !answer) {
+  if (const EngineAnswer answer = gathering.run(timeOfDay(), retention, job); !answer) {
     return answer;
   }
-  std::vector<SnapshotRecord> snapshots = store_.forgettable(timeNow(), retention);
+  std::vector<SnapshotRecord> snapshots = store_.forgettable(timeOfDay(), retention);
   const std::optional<RepositoryConfig> configuration = files_.configuration();
   const std::uint32_t former = configuration ? configuration->formerHighest : 0;
   std::erase_if(snapshots, [&](const SnapshotRecord& snapshot) { return snapshot.number <= former; });
@@ -261,15 +258,16 @@ RepositoryCare::CheckEnd RepositoryCare::check(unsigned part, unsigned parts, En
 }
 
 // The paths of the files that were given up.
-std::vector<std::string> RepositoryCare::giveUpDamaged(const std::vector<std::string>& packs, EngineJob& job) {
+std::vector<std::string> RepositoryCare::giveUpDamaged(const std::vector<std::string>& packs,
+                                                       EngineJob& job) {
   std::vector<FoundEntry> found;
   std::vector<std::string> paths;
   if (engine_.filesInPacks(packs, found, job)) {
     const std::vector<SnapshotRecord> snapshots = store_.snapshots();
     for (const FoundEntry& entry : found) {
-      const auto holder = std::find_if(snapshots.begin(), snapshots.end(), [&](const SnapshotRecord& snapshot) {
-        return entry.snapshot.starts_with(snapshot.id);
-      });
+      const auto holder = std::find_if(
+          snapshots.begin(), snapshots.end(),
+          [&](const SnapshotRecord& snapshot) { return entry.snapshot.starts_with(snapshot.id); });
       if (holder != snapshots.end() && entry.entry.path.starts_with(holder->prefix)) {
         paths.push_back(entry.entry.path.substr(holder->prefix.size()));
         store_.setDamaged(paths.back(), holder->id);

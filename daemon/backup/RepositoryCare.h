@@ -25,15 +25,15 @@ RepositoryConfig newComputer();
 /// When each kind of upkeep is due, in seconds.
 struct CareTimes {
   double probe = 6 * 3600.0;
-  double forget = 3600;        ///< when many snapshots may go
-  double forgetFew = 86400;    ///< when any may go
+  double forget = 3600;      ///< when many snapshots may go
+  double forgetFew = 86400;  ///< when any may go
   double prune = 7 * 86400.0;
   double check = 7 * 86400.0;  ///< each checks an eighth of the stored bytes
   double drill = 7 * 86400.0;
 };
 
-/// The upkeep of the repository. Called by the worker's threads and, for checks and drills that a person asks for,
-/// by a client's; such calls take turns. What it finds out is kept in the store's settings.
+/// The upkeep of the repository. Called by the worker's threads and, for checks and drills that a person asks
+/// for, by a client's; such calls take turns. What it finds out is kept in the store's settings.
 class RepositoryCare final : public RepositoryKeeper {
  public:
   RepositoryCare(Store& store, RuleBook& rules, BackupEngine& engine, RepositoryFiles& files,
@@ -58,8 +58,8 @@ class RepositoryCare final : public RepositoryKeeper {
     std::string sentence;
     std::vector<std::string> damagedFiles;
   };
-  /// Checks the structure and that part of the stored bytes (0 of 0: none). Files in damaged packs stop counting
-  /// as stored.
+  /// Checks the structure and that part of the stored bytes (0 of 0: none). Files in damaged packs stop
+  /// counting as stored.
   CheckEnd check(unsigned part, unsigned parts, EngineJob& job);
   DrillEnd drill(std::size_t files, EngineJob& job);
 

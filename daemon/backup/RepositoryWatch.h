@@ -17,8 +17,8 @@ namespace keldane {
 class RepositoryWatch {
  public:
   using Clock = std::chrono::steady_clock;
-  /// Told once for each failure of another kind than the one before, and, with `ready`, when it is over. Called
-  /// on the thread that reports.
+  /// Told once for each failure of another kind than the one before, and, with `ready`, when it is over.
+  /// Called on the thread that reports.
   using Alert = std::function<void(const EngineAnswer& answer)>;
 
   explicit RepositoryWatch(Alert alert = [](const EngineAnswer&) {}) : alert_(std::move(alert)) {}

@@ -7,6 +7,7 @@
 #include <memory>
 #include <set>
 
+#include "daemon/Clock.h"
 #include "platform/files/Path.h"
 
 namespace keldane {
@@ -15,10 +16,6 @@ namespace {
 
 constexpr std::chrono::hours kRetryUnreadable(1);
 
-double secondsNow() {
-  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-}
-
 }  // namespace
 
 bool Scanner::scan(const std::string& place, const std::atomic<bool>& cancelled) {
@@ -26,7 +23,7 @@ bool Scanner::scan(const std::string& place, const std::atomic<bool>& cancelled)
   const std::optional<struct stat> status = statusOf(place);
   bool news = false;
   if (!status) {
-    store_.setRemoved(place, true, secondsNow());
+    store_.setRemoved(place, true, timeOfDay());
   } else if (!S_ISDIR(status->st_mode)) {
     news = consider(place);
   } else {
@@ -74,13 +71,13 @@ void Scanner::scanFolder(const std::string& folder, std::vector<std::string>& be
   }
   for (const auto& [path, record] : records) {
     if (!record.removed && !statusOf(path)) {
-      store_.setRemoved(path, true, secondsNow());
+      store_.setRemoved(path, true, timeOfDay());
     }
   }
   for (const std::string& name : store_.foldersWithRecordsIn(folder)) {
     const std::string path = appendPathComponent(folder, name);
     if (!folders.contains(path) && !statusOf(path)) {
-      store_.setRemoved(path, true, secondsNow());
+      store_.setRemoved(path, true, timeOfDay());
     }
   }
 }
@@ -89,7 +86,7 @@ bool Scanner::consider(const std::string& path) {
   const std::optional<struct stat> status = statusOf(path);
   const std::optional<BackupRecord> record = store_.record(path);
   if (!status && record && !record->removed) {
-    store_.setRemoved(path, true, secondsNow());
+    store_.setRemoved(path, true, timeOfDay());
   }
   return consider(path, status ? &*status : nullptr, record ? &*record : nullptr);
 }

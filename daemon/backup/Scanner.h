@@ -21,8 +21,8 @@ class Scanner {
   Scanner(Store& store, const RuleBook& rules, PendingFiles& pending)
       : store_(store), rules_(rules), pending_(pending) {}
 
-  /// Looks at a place and everything below it, links not followed. What cannot be read is passed over. Ends early
-  /// when `cancelled` becomes true. Answers whether a file has come to wait that did not wait before.
+  /// Looks at a place and everything below it, links not followed. What cannot be read is passed over. Ends
+  /// early when `cancelled` becomes true. Answers whether a file has come to wait that did not wait before.
   bool scan(const std::string& place, const std::atomic<bool>& cancelled);
   /// Looks at one path. Answers whether it has come to wait.
   bool consider(const std::string& path);

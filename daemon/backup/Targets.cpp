@@ -21,8 +21,10 @@ struct FolderEntry {
 Kind kindOf(const std::string& path, unsigned char type) {
   if (type == DT_UNKNOWN) {
     const std::optional<struct stat> status = statusOf(path);
-    return !status ? Kind::other : S_ISDIR(status->st_mode) ? Kind::folder : isStorable(*status) ? Kind::file
-                                                                                                 : Kind::other;
+    return !status                    ? Kind::other
+           : S_ISDIR(status->st_mode) ? Kind::folder
+           : isStorable(*status)      ? Kind::file
+                                      : Kind::other;
   }
   return type == DT_DIR ? Kind::folder : type == DT_REG || type == DT_LNK ? Kind::file : Kind::other;
 }

@@ -64,9 +64,6 @@ void makePrivateFolder(const std::string& path) {
   if (errno != EEXIST || ::stat(path.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
     throwFor("Cannot make the folder", path, errno);
   }
-  if ((status.st_mode & 07777U) != S_IRWXU && ::chmod(path.c_str(), S_IRWXU) != 0) {
-    throwFor("Cannot make private the folder", path, errno);
-  }
 }
 
 void writeDurably(const std::string& path, std::string_view content) {

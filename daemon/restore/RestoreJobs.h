@@ -12,12 +12,10 @@
 
 #include "daemon/engine/BackupEngine.h"
 #include "daemon/engine/RepositoryConfig.h"
+#include "daemon/restore/Conflict.h"
 #include "daemon/store/Store.h"
 
 namespace keldane {
-
-/// What becomes of what is already where a file is to be restored.
-enum class Conflict : std::uint32_t { keepBoth = 0, replace = 1, skip = 2 };
 
 /// What is to be restored, and where.
 struct RestoreRequest {
@@ -26,19 +24,25 @@ struct RestoreRequest {
     std::uint32_t version = 0;  ///< the state as of this backup; 0: the newest
   };
   std::vector<Item> items;
-  std::string target;  ///< the folder into which each item goes under its own name; empty: its own place
+  std::string target;     ///< the folder into which each item goes under its own name; empty: its own place
   std::string exactPath;  ///< for a single item: the path that it gets, instead of `target`
   Conflict conflict = Conflict::keepBoth;
-  double before = 0;  ///< seconds since the UNIX epoch: the state as of this time; 0: no bound
+  double before = 0;           ///< seconds since the UNIX epoch: the state as of this time; 0: no bound
   std::uint32_t priority = 0;  ///< jobs of a higher one run first
-  uid_t user = 0;              ///< who asked; another one than the daemon's is served by a daemon of root only
+  uid_t user = 0;  ///< who asked; another one than the daemon's is served by a daemon of root only
   gid_t group = 0;
   std::vector<gid_t> groups;
 };
 
 /// How a job stands. The numbers are told to clients.
 enum class RestoreStatus : std::uint32_t {
-  unknown = 0, waiting = 1, running = 2, done = 3, doneWithProblems = 4, failed = 5, cancelled = 6
+  unknown = 0,
+  waiting = 1,
+  running = 2,
+  done = 3,
+  doneWithProblems = 4,
+  failed = 5,
+  cancelled = 6
 };
 
 struct RestoreReport {
@@ -51,9 +55,9 @@ struct RestoreReport {
 };
 
 /// Runs jobs one at a time on a thread of its own, those of a higher priority first. A file is restored to a
-/// folder beside its target and takes its place only when it is whole; what is there is never overwritten unless
-/// the request says so, and links at the target are not followed. Jobs are kept in the store and go on after a
-/// restart. Any thread may call.
+/// folder beside its target and takes its place only when it is whole; what is there is never overwritten
+/// unless the request says so, and links at the target are not followed. Jobs are kept in the store and go on
+/// after a restart. Any thread may call.
 class RestoreJobs {
  public:
   /// `changed` is called, on the job's thread, when a job begins, ends or goes on to another file.
@@ -75,8 +79,11 @@ class RestoreJobs {
   std::string currentFile() const;
   /// Who asked for a job; absent for an unknown one.
   std::optional<uid_t> userOf(std::uint32_t job) const;
+  /// What was placed stays; what was not is listed in the report. Does nothing to a job that has ended.
   void cancel(std::uint32_t job);
   void cancelAll();
+  /// The repository may be usable again: jobs that wait for it are tried at once.
+  void tryNow();
 
  private:
   class Implementation;

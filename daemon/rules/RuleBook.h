@@ -30,8 +30,8 @@ struct Decision {
 inline constexpr std::string_view kRestoreFolderPrefix = ".keldane-restore-";
 
 /// The rules, in memory and in the store. A path's own rule decides; then, for a file, the rule for its type;
-/// then the rule of the nearest folder above. Without any a path is not in the backup. Paths outside the root,
-/// those on the policy list, the repository and unfinished restores are barred. Any thread.
+/// then the rule of the nearest folder above. Without any a path is not in the backup. Paths outside the
+/// root, those on the policy list, the repository and unfinished restores are barred. Any thread.
 class RuleBook {
  public:
   static constexpr std::size_t kMostRules = 250'000;

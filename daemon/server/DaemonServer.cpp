@@ -59,11 +59,12 @@ bool DaemonServer::start(std::string* error) {
     return false;
   }
   notifier_ = std::thread([this] { notify(); });
-  daemon_->setAnnounce([weak = weak_from_this()](const std::string& selector, const PropertyList& dictionary) {
-    if (const std::shared_ptr<DaemonServer> self = weak.lock()) {
-      self->tellAlert(selector, dictionary);
-    }
-  });
+  daemon_->setAnnounce(
+      [weak = weak_from_this()](const std::string& selector, const PropertyList& dictionary) {
+        if (const std::shared_ptr<DaemonServer> self = weak.lock()) {
+          self->tellAlert(selector, dictionary);
+        }
+      });
   return true;
 }
 
@@ -113,13 +114,13 @@ void DaemonServer::socketCreated(const std::shared_ptr<KeldaneSocket>& child) {
   const KeldaneSocket* key = child.get();
   PeerLink link;
   link.share = share;
-  link.service =
-      std::make_shared<DaemonService>(daemon_, Sight(peerOf(credentials->uid, credentials->gid)), share,
-                                      [weak = weak_from_this(), key](DaemonService::Subject subject, bool on) {
-                                        if (const std::shared_ptr<DaemonServer> self = weak.lock()) {
-                                          self->subscribe(key, subject, on);
-                                        }
-                                      });
+  link.service = std::make_shared<DaemonService>(
+      daemon_, Sight(peerOf(credentials->uid, credentials->gid)), share,
+      [weak = weak_from_this(), key](DaemonService::Subject subject, bool on) {
+        if (const std::shared_ptr<DaemonServer> self = weak.lock()) {
+          self->subscribe(key, subject, on);
+        }
+      });
   link.proxy = KeldaneProxy::create();
   link.proxy->setProtocol(&KeldaneClientProtocol);
   link.proxy->setDelegate(link.service);

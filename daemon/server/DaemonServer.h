@@ -18,8 +18,9 @@
 
 namespace keldane {
 
-/// What the daemon calls at clients that asked to be told, one-way: `stateChanged:` with the state dictionary;
-/// `alertRaised:` with "kind" and "text"; `showRestoreWizard:` with the "user" who asks for the restore window.
+/// What the daemon calls at clients that asked to be told, one-way: `stateChanged:` with the state
+/// dictionary; `alertRaised:` with "kind" and "text"; `showRestoreWizard:` with the "user" who asks for the
+/// restore window.
 extern const Protocol KeldaneClientProtocol;
 
 /// Listens, and keeps one proxy for each accepted peer, which performs that peer's requests on its own

@@ -220,7 +220,8 @@ std::uint32_t DaemonService::restoreFile(const PropertyList& path, const Propert
 std::uint32_t DaemonService::getRestoreJobStatus(std::uint32_t job) {
   const std::optional<uid_t> user = daemon_->restores().userOf(job);
   const bool mayKnow = user && (sight_.isPrivileged() || *user == sight_.peer().uid);
-  return static_cast<std::uint32_t>(mayKnow ? daemon_->restores().report(job).status : RestoreStatus::unknown);
+  return static_cast<std::uint32_t>(mayKnow ? daemon_->restores().report(job).status
+                                            : RestoreStatus::unknown);
 }
 
 void DaemonService::cancelAllRestoreJobs() {

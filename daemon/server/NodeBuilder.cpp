@@ -59,17 +59,17 @@ Standing standingOf(const Decision& decision, const std::string& path, const str
     return decision.rulesBelow ? Standing::partlySelected : Standing::notSelected;
   }
   if (S_ISDIR(status->st_mode)) {
-    return worker.isPendingBelow(path)      ? Standing::waiting
+    return worker.isPendingBelow(path)   ? Standing::waiting
            : store.hasFailureBelow(path) ? Standing::failed
                                          : Standing::backedUp;
   }
   if (record != nullptr && isUnchanged(*status, *record)) {
     return Standing::backedUp;
   }
-  return worker.isPending(path)    ? Standing::waiting
-         : store.failure(path)     ? Standing::failed
-         : record == nullptr       ? Standing::fresh
-                                   : Standing::changed;
+  return worker.isPending(path) ? Standing::waiting
+         : store.failure(path)  ? Standing::failed
+         : record == nullptr    ? Standing::fresh
+                                : Standing::changed;
 }
 
 std::uint32_t backupFlagsOf(const Decision& decision, Standing standing, const struct stat* status,
@@ -183,8 +183,8 @@ PropertyList NodeBuilder::build(const Sight& sight, const std::string& path, con
   const std::uint32_t uid = status != nullptr ? std::uint32_t{status->st_uid} : 0U;
   const std::uint32_t gid = status != nullptr ? std::uint32_t{status->st_gid} : 0U;
   if (record == nullptr) {
-    return PropertyList::dictionary(keys, {name, name, path, isDirectory, state, backupFlags,
-                                           simpleFlags, color, size.files, size.bytes, uid, gid});
+    return PropertyList::dictionary(keys, {name, name, path, isDirectory, state, backupFlags, simpleFlags,
+                                           color, size.files, size.bytes, uid, gid});
   }
   return PropertyList::dictionary(
       keys, {name, name, path, isDirectory, state, backupFlags, simpleFlags, color,
@@ -194,7 +194,8 @@ PropertyList NodeBuilder::build(const Sight& sight, const std::string& path, con
 // A file that failed says why.
 std::string NodeBuilder::stateText(Standing standing, const std::string& path) const {
   const std::string text = factsOf(standing).state;
-  const std::optional<std::string> reason = standing == Standing::failed ? store_.failure(path) : std::nullopt;
+  const std::optional<std::string> reason =
+      standing == Standing::failed ? store_.failure(path) : std::nullopt;
   return reason ? text + ": " + *reason : text;
 }
 

@@ -6,8 +6,8 @@
 #include <string>
 
 #include "daemon/backup/BackupWorker.h"
-#include "daemon/server/Permissions.h"
 #include "daemon/rules/RuleBook.h"
+#include "daemon/server/Permissions.h"
 #include "daemon/store/Store.h"
 #include "platform/plist/PropertyList.h"
 
@@ -15,7 +15,15 @@ namespace keldane {
 
 /// Where an item stands.
 enum class Standing {
-  barred, notSelected, partlySelected, fresh, changed, waiting, failed, backedUp, missing
+  barred,
+  notSelected,
+  partlySelected,
+  fresh,
+  changed,
+  waiting,
+  failed,
+  backedUp,
+  missing
 };
 
 /// Joins what the file system, the rules, the records and the worker know, as far as the one who asks may see

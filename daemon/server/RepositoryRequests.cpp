@@ -35,7 +35,9 @@ PropertyList countFrom(const std::optional<std::string>& text) {
              : PropertyList();
 }
 
-PropertyList textFrom(const std::optional<std::string>& text) { return text ? PropertyList(*text) : PropertyList(); }
+PropertyList textFrom(const std::optional<std::string>& text) {
+  return text ? PropertyList(*text) : PropertyList();
+}
 
 PropertyList pathsFrom(const std::vector<std::string>& paths) {
   return PropertyList::array({paths.begin(), paths.end()});
@@ -195,9 +197,8 @@ PropertyList RepositoryRequests::failures(const PropertyList& request) {
   PropertyList::Array entries;
   for (const FailureRecord& failure :
        daemon_->store().failures(asked == 0 ? kUsualFound : std::min<std::uint64_t>(asked, kMostFound))) {
-    entries.push_back(PropertyList::dictionary({{"path", failure.path},
-                                                {"reason", failure.reason},
-                                                {"since", Date::fromUnixTime(failure.since)}}));
+    entries.push_back(PropertyList::dictionary(
+        {{"path", failure.path}, {"reason", failure.reason}, {"since", Date::fromUnixTime(failure.since)}}));
   }
   return PropertyList::dictionary(
       {{"entries", PropertyList::array(std::move(entries))}, {"count", daemon_->store().failureCount()}});
@@ -260,7 +261,8 @@ PropertyList RepositoryRequests::restoreReport(const PropertyList& request) {
        {"skipped", report.skipped},
        {"problems", pathsFrom(report.problems)},
        {"message", report.message},
-       {"currentFile", daemon_->restores().current() == job ? daemon_->restores().currentFile() : std::string()}});
+       {"currentFile",
+        daemon_->restores().current() == job ? daemon_->restores().currentFile() : std::string()}});
 }
 
 PropertyList RepositoryRequests::cancelRestore(const PropertyList& request) {

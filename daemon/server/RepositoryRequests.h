@@ -12,9 +12,9 @@
 
 namespace keldane {
 
-/// Performs the requests of the second socket. Set-up, recovery and keys take turns. Another repository is tried
-/// out in a folder of its own and takes the place of the one in use only when it works; what was in use is set
-/// aside, not lost.
+/// Performs the requests of the second socket. Set-up, recovery and keys take turns. Another repository is
+/// tried out in a folder of its own and takes the place of the one in use only when it works; what was in use
+/// is set aside, not lost.
 class RepositoryRequests final : public OwnerRequests {
  public:
   RepositoryRequests(std::shared_ptr<Daemon> daemon, EngineFactory engine)

@@ -119,16 +119,14 @@ void RepositoryRequests::Trial::replaceIn(const RepositoryFiles& files) const {
   fs::permissions(folder.setAside(), fs::perms::owner_all);
   for (const std::string& file : {folder.configuration(), folder.key(), folder.environment()}) {
     std::error_code ignored;
-    fs::copy_file(file, aside + "/" + fs::path(file).filename().string(), fs::copy_options::overwrite_existing,
-                  ignored);
+    fs::copy_file(file, aside + "/" + fs::path(file).filename().string(),
+                  fs::copy_options::overwrite_existing, ignored);
   }
   files.setKey(files_.key());
   files.setEnvironment(files_.environment());
   files.setConfiguration(configuration_);
 }
 
-std::string keyTextFrom(const std::string& typed) {
-  return keyFromTyping(typed).value_or(typed);
-}
+std::string keyTextFrom(const std::string& typed) { return keyFromTyping(typed).value_or(typed); }
 
 }  // namespace keldane

@@ -13,8 +13,8 @@ namespace keldane {
 /// passphrase as it is.
 std::string keyTextFrom(const std::string& typed);
 
-/// A configuration, a key and an environment in a folder of their own, and an engine that uses them. The folder
-/// goes with the object.
+/// A configuration, a key and an environment in a folder of their own, and an engine that uses them. The
+/// folder goes with the object.
 class RepositoryRequests::Trial {
  public:
   /// What a request to set up or to recover names. Throws std::runtime_error for what cannot be used.
@@ -32,7 +32,8 @@ class RepositoryRequests::Trial {
   EngineAnswer make(EngineJob& job);
   /// Opens the one that is there and keeps its id.
   EngineAnswer adopt(EngineJob& job);
-  /// Whose backups are recovered, the highest of their numbers, and whether this computer goes on under that number.
+  /// Whose backups are recovered, the highest of their numbers, and whether this computer goes on under that
+  /// number.
   void goOnAs(std::uint32_t computer, std::uint32_t highest, bool takeOver);
 
   /// Sets aside what another folder's files say and puts these in their place.

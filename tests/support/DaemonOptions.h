@@ -12,13 +12,15 @@ inline DaemonOptions daemonOptionsIn(const TemporaryFolder& folder) {
   DaemonOptions options;
   options.socket = folder / "d.sock";
   options.store = folder / "store.sqlite";
+  options.data = folder / "data";
   options.root = folder / "home";
   options.timing.batchDelay = {};
   return options;
 }
 
 /// A daemon that stores nothing and says that it does.
-inline std::shared_ptr<Daemon> recordingDaemon(const DaemonOptions& options, std::function<void()> terminate = [] {}) {
+inline std::shared_ptr<Daemon> recordingDaemon(
+    const DaemonOptions& options, std::function<void()> terminate = [] {}) {
   return std::make_shared<Daemon>(
       options, [](const RepositoryFiles& files) { return std::make_unique<RecordingEngine>(files); },
       std::move(terminate));

@@ -5,9 +5,11 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <thread>
 
 #include "daemon/backup/FileFacts.h"
 #include "platform/files/Descriptor.h"
@@ -19,7 +21,12 @@ namespace {
 namespace fs = std::filesystem;
 
 // The snapshots are kept in a file beside the store, so that a daemon that is started again finds them.
-std::string snapshotsFile(const RepositoryFiles& files) { return files.folder().path + "/recorded-snapshots"; }
+std::string snapshotsFile(const RepositoryFiles& files) {
+  return files.folder().path + "/recorded-snapshots";
+}
+
+// After each file while the user wants the machine for other things.
+constexpr auto kLowPriorityPause = std::chrono::milliseconds(50);
 
 enum class ReadEnd { whole, unreadable, cancelled };
 
@@ -57,12 +64,16 @@ EngineAnswer RecordingEngine::repositoryId(std::string& id, EngineJob&) {
   return {};
 }
 
-StoreAnswer RecordingEngine::store(const StoreRequest& request, const StoreObserver& observer, EngineJob& job) {
+StoreAnswer RecordingEngine::store(const StoreRequest& request, const StoreObserver& observer,
+                                   EngineJob& job) {
   StoreAnswer answer;
   std::uint64_t files = 0;
   std::uint64_t bytes = 0;
   const auto take = [&](const std::string& path) {
     observer.progress(files, bytes, path);
+    if (job.lowPriority) {
+      std::this_thread::sleep_for(kLowPriorityPause);
+    }
     const ReadEnd end = readWholeFile(path, bytes, job);
     if (end == ReadEnd::cancelled) {
       return false;
@@ -102,6 +113,7 @@ StoreAnswer RecordingEngine::store(const StoreRequest& request, const StoreObser
   for (const std::string& tag : request.tags) {
     number = tag.starts_with("number:") ? tag.substr(7) : number;
   }
+  answer.bytesAdded = bytes;
   answer.snapshot = std::string(64 - number.size(), 'a') + number;
   return answer;
 }
@@ -124,7 +136,9 @@ EngineAnswer RecordingEngine::snapshots(bool, std::vector<Snapshot>& found, Engi
   return {};
 }
 
-EngineAnswer RecordingEngine::list(const std::string&, const std::string&, const Visit&, EngineJob&) { return {}; }
+EngineAnswer RecordingEngine::list(const std::string&, const std::string&, const Visit&, EngineJob&) {
+  return {};
+}
 EngineAnswer RecordingEngine::find(const std::string&, std::vector<FoundEntry>&, EngineJob&) { return {}; }
 EngineAnswer RecordingEngine::fetch(const std::string&, const std::string&, int, EngineJob&) {
   return {Health::failed, "This engine keeps no contents."};

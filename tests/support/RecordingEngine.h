@@ -11,8 +11,8 @@
 
 namespace keldane::testing {
 
-/// Reads each file that it is to store and says that it has it. Nothing is kept but which snapshots there were, so
-/// nothing can be had back. Any thread.
+/// Reads each file that it is to store and says that it has it. Nothing is kept but which snapshots there
+/// were, so nothing can be had back. Any thread.
 class RecordingEngine : public BackupEngine {
  public:
   explicit RecordingEngine(RepositoryFiles files) : files_(std::move(files)) {}
@@ -28,7 +28,8 @@ class RecordingEngine : public BackupEngine {
   EngineAnswer fetch(const std::string& snapshot, const std::string& path, int descriptor,
                      EngineJob& job) override;
   EngineAnswer restore(const std::string& snapshot, const std::vector<std::string>& paths,
-                       const std::string& folder, std::vector<std::string>& problems, EngineJob& job) override;
+                       const std::string& folder, std::vector<std::string>& problems,
+                       EngineJob& job) override;
   EngineAnswer forget(const std::vector<std::string>& snapshots, EngineJob& job) override;
   EngineAnswer prune(EngineJob& job) override;
   EngineAnswer unlock(EngineJob& job) override;

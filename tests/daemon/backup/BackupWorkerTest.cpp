@@ -1,75 +1,88 @@
 #include "daemon/backup/BackupWorker.h"
 
-#include <gtest/gtest.h>
+#include <algorithm>
 
-#include <ctime>
-#include <functional>
-
-#include "tests/support/TemporaryFolder.h"
-#include "tests/support/Wait.h"
+#include "daemon/Clock.h"
+#include "tests/daemon/backup/BackupFixture.h"
 
 namespace keldane {
 namespace {
 
+using testing::BackupWorkerTest;
 using testing::eventually;
-using testing::TemporaryFolder;
 
-/// Records what it is given, in order, as fast as the test lets it.
-struct Engine : BackupEngine {
-  explicit Engine(std::shared_ptr<std::vector<std::string>> paths) : order(std::move(paths)) {}
-  std::optional<BackupRecord> backUp(const std::string& path, BackupJob& job) override {
-    auto record = recording.backUp(path, job);
-    whenRead();
-    const std::lock_guard guard(mutex);
-    order->push_back(path);
-    return record;
-  }
-  RecordingEngine recording;
-  std::function<void()> whenRead = [] {};
-  std::mutex mutex;
-  std::shared_ptr<std::vector<std::string>> order;
-};
+EngineAnswer unreachable(const StoreRequest&, EngineJob&) {
+  return {Health::unreachable, "The server is away."};
+}
+EngineAnswer ready(const StoreRequest&, EngineJob&) { return {}; }
 
-class BackupWorkerTest : public ::testing::Test {
- protected:
-  BackupWorkerTest() {
-    for (const char* name : {"a", "b", "c"}) {
-      folder_.write(std::string("files/") + name, name);
-    }
-  }
-  void pause() {
-    BackupWorker::Modes modes;
-    modes.pausedUntil = std::time(nullptr) + 1000;
-    worker_.setModes(modes);
-  }
-  bool waitUntilDone() {
-    return eventually([&] { return worker_.progress().pendingFiles == 0 && !worker_.isPendingBelow("/"); });
-  }
-  std::string file(const std::string& name) const { return folder_ / ("files/" + name); }
+/// Keeps a call until its job is cancelled.
+EngineAnswer untilCancelled(const StoreRequest&, EngineJob& job) {
+  eventually([&] { return job.cancelled.load(); });
+  return {Health::cancelled, ""};
+}
 
-  TemporaryFolder folder_;
-  Store store_{folder_ / "store.sqlite"};
-  RuleBook rules_{store_, "/", {}};
-  std::shared_ptr<std::vector<std::string>> order_ = std::make_shared<std::vector<std::string>>();
-  std::unique_ptr<Engine> madeEngine_ = std::make_unique<Engine>(order_);
-  Engine& engine_ = *madeEngine_;
-  BackupWorker worker_{store_, rules_, std::move(madeEngine_)};
-};
-
-TEST_F(BackupWorkerTest, RecordsSizeDateAndDigestOfWhatIsSelected) {
+TEST_F(BackupWorkerTest, KeepsSizeTimesAndDateOfWhatIsStored) {
   rules_.setRule(folder_ / "files", true);
   worker_.start();
   ASSERT_TRUE(eventually([&] { return store_.totals().files == 3; }));
   const std::optional<BackupRecord> record = store_.record(file("a"));
   ASSERT_TRUE(record);
   EXPECT_EQ(record->size, 1U);
-  EXPECT_EQ(record->digest, "ca978112ca1bbdcafac231b39a23dc4da786eff8147c4e72b9807785afee48bb");
-  EXPECT_NEAR(record->date, static_cast<double>(std::time(nullptr)), 1000);
+  EXPECT_EQ(static_cast<const FileState&>(*record), fileStateOf(*statusOf(file("a"))));
+  EXPECT_NEAR(record->date, timeOfDay(), 1000);
   EXPECT_TRUE(waitUntilDone());
   EXPECT_EQ(worker_.progress().pendingBytes, 0U);
+  EXPECT_GE(keeper_.good, 1);
 }
 
-TEST_F(BackupWorkerTest, DoesNotPreferWhatIsBackedUpAlready) {
+TEST_F(BackupWorkerTest, StoresAWholeFolderAsOneTargetInAFullSnapshot) {
+  rules_.setRule(folder_ / "files", true);
+  worker_.start();
+  ASSERT_TRUE(eventually([&] { return store_.totals().files == 3; }));
+  EXPECT_EQ(engine_.targets(0), std::vector<std::string>{folder_ / "files"});
+  const std::vector<std::string>& tags = engine_.requests.at(0).tags;
+  EXPECT_NE(std::find(tags.begin(), tags.end(), "full"), tags.end());
+  EXPECT_TRUE(store_.snapshots().at(0).full);
+}
+
+TEST_F(BackupWorkerTest, StoresWhatChangedInAPartialSnapshot) {
+  rules_.setRule(folder_ / "files", true);
+  worker_.start();
+  ASSERT_TRUE(eventually([&] { return store_.totals().files == 3; }));
+  ASSERT_TRUE(waitUntilDone());
+  folder_.write("files/a", "changed");
+  worker_.reconsiderAll();
+  EXPECT_TRUE(eventually([&] { return store_.record(file("a"))->version == 2; }));
+  EXPECT_EQ(store_.record(file("b"))->version, 1U) << "what did not change is not stored again";
+  EXPECT_EQ(engine_.targets(1), std::vector<std::string>{file("a")});
+  EXPECT_FALSE(store_.snapshots().at(1).full);
+  EXPECT_EQ(store_.versions(file("a")).size(), 2U);
+}
+
+TEST_F(BackupWorkerTest, ABatchTakesTheOthersOfItsHourAlong) {
+  rules_.setRule(folder_ / "files", true);
+  worker_.start();
+  ASSERT_TRUE(eventually([&] { return store_.totals().files == 3; }));
+  for (const char* name : {"a", "b"}) {
+    ASSERT_TRUE(waitUntilDone());
+    folder_.write(std::string("files/") + name, "changed");
+    const std::size_t before = engine_.batches();
+    worker_.reconsiderAll();
+    ASSERT_TRUE(eventually([&] { return engine_.batches() > before; }));
+  }
+  ASSERT_TRUE(waitUntilDone());
+  // The hour may have ended between the two.
+  const std::vector<std::string> targets = engine_.targets(2);
+  if (targets.size() > 1) {
+    EXPECT_EQ(targets, (std::vector<std::string>{file("b"), file("a")}));
+    EXPECT_EQ(engine_.requests.at(2).parent, store_.snapshots().at(1).id);
+  }
+  EXPECT_EQ(store_.record(file("a"))->version, 2U) << "it has no new version";
+  EXPECT_EQ(store_.record(file("b"))->version, 3U);
+}
+
+TEST_F(BackupWorkerTest, DoesNotPreferWhatIsStoredAlready) {
   rules_.setRule(file("a"), true);
   worker_.start();
   ASSERT_TRUE(eventually([&] { return store_.totals().files == 1; }));
@@ -79,22 +92,7 @@ TEST_F(BackupWorkerTest, DoesNotPreferWhatIsBackedUpAlready) {
   EXPECT_TRUE(store_.priorities().empty());
 }
 
-TEST_F(BackupWorkerTest, CountsDownWithinAFile) {
-  folder_.write("files/long", std::string(1000000, 'x'));
-  std::vector<BackupWorker::Progress> seen;
-  engine_.whenRead = [&] { seen.push_back(worker_.progress()); };
-  rules_.setRule(file("long"), true);
-  worker_.start();
-  ASSERT_TRUE(eventually([&] { return store_.totals().files == 1; }));
-  worker_.stop();
-  ASSERT_EQ(seen.size(), 1U);
-  EXPECT_EQ(seen[0].pendingFiles, 1U);
-  EXPECT_EQ(seen[0].pendingBytes, 0U);
-  EXPECT_EQ(seen[0].currentFile, file("long"));
-  EXPECT_TRUE(worker_.progress().currentFile.empty());
-}
-
-TEST_F(BackupWorkerTest, CountsWhatIsPendingWhilePaused) {
+TEST_F(BackupWorkerTest, CountsWhatIsPendingWhileItIsOff) {
   pause();
   rules_.setRule(folder_ / "files", true);
   worker_.start();
@@ -108,26 +106,11 @@ TEST_F(BackupWorkerTest, CountsWhatIsPendingWhilePaused) {
   EXPECT_EQ(worker_.progress().pendingFiles, 2U);
   worker_.setModes({});
   EXPECT_TRUE(waitUntilDone());
-  EXPECT_FALSE(store_.record(file("a")));
-  EXPECT_TRUE(store_.record(file("b")));
+  EXPECT_FALSE(isStored("a"));
+  EXPECT_TRUE(isStored("b"));
 }
 
-TEST_F(BackupWorkerTest, TakesPriorityFilesFirstInTheirOrder) {
-  pause();
-  rules_.setRule(folder_ / "files", true);
-  worker_.start();
-  ASSERT_TRUE(eventually([&] { return worker_.progress().pendingFiles == 3; }));
-  worker_.prioritize(file("c"));
-  worker_.prioritize(file("b"));
-  EXPECT_TRUE(worker_.isPrioritized(file("c")));
-  worker_.setModes({});
-  ASSERT_TRUE(waitUntilDone());
-  EXPECT_EQ(*order_, (std::vector<std::string>{file("c"), file("b"), file("a")}));
-  EXPECT_FALSE(worker_.isPrioritized(file("c"))) << "done is done";
-  EXPECT_TRUE(store_.priorities().empty());
-}
-
-TEST_F(BackupWorkerTest, WithoutAutomaticBackupOnlyPriorityFilesAreTaken) {
+TEST_F(BackupWorkerTest, StoresPreferredFilesByThemselves) {
   BackupWorker::Modes modes;
   modes.automatic = false;
   worker_.setModes(modes);
@@ -135,36 +118,147 @@ TEST_F(BackupWorkerTest, WithoutAutomaticBackupOnlyPriorityFilesAreTaken) {
   worker_.start();
   ASSERT_TRUE(eventually([&] { return worker_.progress().pendingFiles == 3; }));
   worker_.prioritize(file("b"));
-  ASSERT_TRUE(eventually([&] { return store_.record(file("b")).has_value(); }));
+  ASSERT_TRUE(eventually([&] { return isStored("b"); }));
   EXPECT_EQ(store_.totals().files, 1U);
+  EXPECT_EQ(engine_.targets(0), std::vector<std::string>{file("b")});
+  EXPECT_TRUE(eventually([&] { return !worker_.isPrioritized(file("b")); })) << "done is done";
+  EXPECT_TRUE(store_.priorities().empty());
+  modes.automatic = true;
+  worker_.setModes(modes);
+  EXPECT_TRUE(eventually([&] { return store_.totals().files == 3; }));
 }
 
-TEST_F(BackupWorkerTest, FindsWhatChangedWhenToldToLookAgain) {
+TEST_F(BackupWorkerTest, AFailureOfTheRepositoryKeepsEverythingPending) {
+  engine_.answerWith(unreachable);
+  rules_.setRule(folder_ / "files", true);
+  worker_.start();
+  ASSERT_TRUE(eventually([&] { return watch_.standing().health == Health::unreachable; }));
+  EXPECT_EQ(worker_.progress().pendingFiles, 3U);
+  EXPECT_EQ(store_.totals().files, 0U);
+  EXPECT_EQ(store_.failureCount(), 0U);
+  EXPECT_FALSE(watch_.mayTry());
+  engine_.answerWith(ready);
+  worker_.repositoryChanged();
+  EXPECT_TRUE(eventually([&] { return store_.totals().files == 3; }));
+  EXPECT_TRUE(watch_.standing());
+}
+
+TEST_F(BackupWorkerTest, ANumberIsNeverUsedAgain) {
+  engine_.answerWith(unreachable);
+  rules_.setRule(folder_ / "files", true);
+  worker_.start();
+  ASSERT_TRUE(eventually([&] { return engine_.batches() == 1; }));
+  engine_.answerWith(ready);
+  worker_.repositoryChanged();
+  ASSERT_TRUE(eventually([&] { return store_.totals().files == 3; }));
+  EXPECT_GE(store_.record(file("a"))->version, 2U);
+}
+
+TEST_F(BackupWorkerTest, SwitchingItOffEndsTheBatchThatRuns) {
+  engine_.answerWith(untilCancelled);
+  rules_.setRule(folder_ / "files", true);
+  worker_.start();
+  ASSERT_TRUE(eventually([&] { return worker_.progress().isStoring; }));
+  pause();
+  EXPECT_TRUE(eventually([&] { return !worker_.progress().isStoring; }));
+  EXPECT_EQ(worker_.progress().pendingFiles, 3U);
+  EXPECT_TRUE(watch_.standing()) << "that is no failure";
+  engine_.answerWith(ready);
+  worker_.setModes({});
+  EXPECT_TRUE(eventually([&] { return store_.totals().files == 3; }));
+}
+
+TEST_F(BackupWorkerTest, StoppingEndsTheBatchThatRuns) {
+  engine_.answerWith(untilCancelled);
+  rules_.setRule(folder_ / "files", true);
+  worker_.start();
+  ASSERT_TRUE(eventually([&] { return worker_.progress().isStoring; }));
+  worker_.stop();
+  EXPECT_EQ(store_.totals().files, 0U);
+}
+
+TEST_F(BackupWorkerTest, WhoeverHoldsItStillWaitsForNoBatch) {
+  engine_.answerWith(untilCancelled);
+  rules_.setRule(folder_ / "files", true);
+  worker_.start();
+  ASSERT_TRUE(eventually([&] { return worker_.progress().isStoring; }));
+  {
+    const BackupWorker::Stillness still = worker_.holdStill();
+    EXPECT_FALSE(worker_.progress().isStoring);
+    engine_.answerWith(ready);
+  }
+  EXPECT_TRUE(eventually([&] { return store_.totals().files == 3; }));
+}
+
+TEST_F(BackupWorkerTest, AFileThatChangesWhileItIsStoredIsStoredAgain) {
+  std::atomic<int> calls = 0;
+  engine_.answerWith([&](const StoreRequest&, EngineJob&) {
+    if (++calls == 1) {
+      folder_.write("files/a", "changed meanwhile");
+    }
+    return EngineAnswer();
+  });
+  rules_.setRule(file("a"), true);
+  worker_.start();
+  ASSERT_TRUE(eventually([&] { return calls >= 2; }));
+  ASSERT_TRUE(waitUntilDone());
+  EXPECT_EQ(store_.record(file("a"))->size, 17U);
+}
+
+TEST_F(BackupWorkerTest, AFileThatVanishedIsPendingNoLonger) {
+  engine_.answerWith([&](const StoreRequest&, EngineJob&) {
+    std::filesystem::remove(file("a"));
+    return EngineAnswer();
+  });
+  rules_.setRule(folder_ / "files", true);
+  worker_.start();
+  ASSERT_TRUE(eventually([&] { return store_.totals().files == 2; }));
+  EXPECT_TRUE(waitUntilDone());
+  EXPECT_FALSE(isStored("a"));
+  EXPECT_EQ(store_.failureCount(), 0U);
+}
+
+TEST_F(BackupWorkerTest, AFileThatIsDeletedIsNotedAsRemoved) {
   rules_.setRule(folder_ / "files", true);
   worker_.start();
   ASSERT_TRUE(eventually([&] { return store_.totals().files == 3; }));
-  ASSERT_TRUE(waitUntilDone());
-  folder_.write("files/a", "changed");
+  std::filesystem::remove(file("a"));
   worker_.reconsiderAll();
-  EXPECT_TRUE(eventually([&] { return store_.record(file("a"))->version == 2; }));
-  EXPECT_EQ(store_.record(file("b"))->version, 1U) << "what did not change is not done again";
+  EXPECT_TRUE(eventually([&] { return store_.record(file("a"))->removed; }));
+  folder_.write("files/a", "again");
+  worker_.reconsiderAll();
+  EXPECT_TRUE(eventually([&] { return !store_.record(file("a"))->removed; }));
 }
 
-TEST_F(BackupWorkerTest, WhatCannotBeReadIsPassedOver) {
+TEST_F(BackupWorkerTest, LinksAreStoredAndWhatIsNotThereIsPassedOver) {
   rules_.setRule(file("none"), true);
   rules_.setRule(file("a"), true);
   std::filesystem::create_symlink(file("a"), file("link"));
   rules_.setRule(file("link"), true);
   worker_.start();
-  EXPECT_TRUE(eventually([&] { return store_.record(file("a")).has_value(); }));
+  EXPECT_TRUE(eventually([&] { return isStored("a") && isStored("link"); }));
   EXPECT_TRUE(waitUntilDone());
-  EXPECT_EQ(store_.totals().files, 1U);
+  EXPECT_EQ(store_.totals().files, 2U);
 }
 
-TEST_F(BackupWorkerTest, RemembersPrioritiesAcrossALife) {
-  store_.addPriority(file("c"));
-  const BackupWorker again(store_, rules_, std::make_unique<RecordingEngine>());
-  EXPECT_TRUE(again.isPrioritized(file("c")));
+TEST_F(BackupWorkerTest, NothingIsStoredWhileARecoveryIsLookedOver) {
+  keeper_.recovering = true;
+  rules_.setRule(folder_ / "files", true);
+  worker_.start();
+  ASSERT_TRUE(eventually([&] { return worker_.progress().pendingFiles == 3 && worker_.progress().isReady; }));
+  EXPECT_EQ(engine_.batches(), 0U);
+  keeper_.recovering = false;
+  worker_.wake();
+  EXPECT_TRUE(eventually([&] { return store_.totals().files == 3; }));
+}
+
+TEST_F(BackupWorkerTest, AUsedUpQuotaKeepsEverythingPending) {
+  keeper_.room = {Health::full, "The quota is used up."};
+  rules_.setRule(folder_ / "files", true);
+  worker_.start();
+  ASSERT_TRUE(eventually([&] { return watch_.standing().health == Health::full; }));
+  EXPECT_EQ(engine_.batches(), 0U);
+  EXPECT_EQ(worker_.progress().pendingFiles, 3U);
 }
 
 TEST_F(BackupWorkerTest, APlaceThatIsAskedForAThousandTimesIsLookedAtOnce) {

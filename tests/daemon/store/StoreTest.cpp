@@ -33,31 +33,60 @@ TEST(Store, KeepsEverythingAcrossALife) {
   EXPECT_EQ(store.value(Store::Table::settings, "k"), "setting");
   EXPECT_EQ(store.value(Store::Table::profile, "k"), "profile");
   EXPECT_EQ(store.value(Store::Table::profile, "none"), std::nullopt);
+  EXPECT_EQ(store.values(Store::Table::profile), (std::map<std::string, std::string>{{"k", "profile"}}));
 }
 
-TEST(Store, CountsVersionsAndTotals) {
+// As the first format was.
+void makeOldFile(const std::string& path) {
+  SQLite::Database database(path, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
+  database.exec(R"(PRAGMA journal_mode=WAL;
+CREATE TABLE rules(path TEXT PRIMARY KEY, included INTEGER NOT NULL) WITHOUT ROWID;
+CREATE TABLE types(type TEXT PRIMARY KEY, toggle INTEGER NOT NULL) WITHOUT ROWID;
+CREATE TABLE priorities(path TEXT UNIQUE NOT NULL, sequence INTEGER PRIMARY KEY AUTOINCREMENT);
+CREATE TABLE settings(key TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID;
+CREATE TABLE profile(key TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID;
+CREATE TABLE records(path TEXT PRIMARY KEY, folder TEXT NOT NULL, size INTEGER NOT NULL, modified INTEGER NOT NULL,
+  date REAL NOT NULL, digest TEXT NOT NULL, version INTEGER NOT NULL) WITHOUT ROWID;
+CREATE INDEX records_by_folder ON records(folder);
+INSERT INTO rules VALUES('/home', 1);
+INSERT INTO types VALUES('.tmp', 2);
+INSERT INTO priorities(path) VALUES('/home/a');
+INSERT INTO settings VALUES('k', 's');
+INSERT INTO profile VALUES('k', 'p');
+INSERT INTO records VALUES('/home/a', '/home', 1, 2, 3, 'd', 1);)");
+}
+
+TEST(Store, AnOldFileKeepsItsRulesAndLosesItsRecords) {
   const TemporaryFolder folder;
-  Store store(folder / "s");
-  BackupRecord record;
-  record.size = 10;
-  record.modified = -5;
-  record.date = 1.5;
-  record.digest = "abc";
-  store.setRecord("/d/a", record);
-  store.setRecord("/d/a", record);
-  store.setRecord("/d/b/c", record);
-  store.setRecord("/top", record);
-  const std::optional<BackupRecord> read = store.record("/d/a");
-  ASSERT_TRUE(read);
-  EXPECT_EQ(read->version, 2U);
-  EXPECT_EQ(read->size, 10U);
-  EXPECT_EQ(read->modified, -5);
-  EXPECT_EQ(read->digest, "abc");
-  EXPECT_FALSE(store.record("/none"));
-  EXPECT_EQ(store.recordsIn("/d").size(), 1U) << "direct children only";
-  EXPECT_EQ(store.recordsIn("/").size(), 1U);
-  EXPECT_EQ(store.totals().files, 3U);
-  EXPECT_EQ(store.totals().bytes, 30U);
+  makeOldFile(folder / "s");
+  for (int life = 0; life < 2; ++life) {
+    Store store(folder / "s");
+    EXPECT_EQ(store.rules(), (std::map<std::string, bool>{{"/home", true}}));
+    EXPECT_EQ(store.types().at(".tmp"), 2U);
+    EXPECT_EQ(store.priorities().size(), 1U);
+    EXPECT_EQ(store.value(Store::Table::settings, "k"), "s");
+    EXPECT_EQ(store.value(Store::Table::profile, "k"), "p");
+    EXPECT_FALSE(store.record("/home/a"));
+    EXPECT_EQ(store.totals().files, 0U);
+  }
+  SQLite::Database database(folder / "s", SQLite::OPEN_READONLY);
+  EXPECT_FALSE(database.tableExists("records"));
+}
+
+TEST(Store, AFileOfANewerFormatIsLeftAsItIs) {
+  const TemporaryFolder folder;
+  {
+    SQLite::Database(folder / "s", SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE)
+        .exec("PRAGMA user_version=3");
+  }
+  const std::string before = testing::readWhole(folder / "s");
+  try {
+    const Store store(folder / "s");
+    ADD_FAILURE() << "it was opened";
+  } catch (const SQLite::Exception& exception) {
+    EXPECT_STREQ(exception.what(), "it was written by a newer version of this program");
+  }
+  EXPECT_EQ(testing::readWhole(folder / "s"), before);
 }
 
 TEST(Store, IsItsOwnersAlone) {

@@ -1,0 +1,36 @@
+// The daemon's second socket for the time of one command.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "clients/core/OwnerLink.h"
+#include "clients/ctl/Session.h"
+
+namespace keldane {
+
+/// Connected from its construction on, which throws CommandFailure when the daemon cannot be reached or is
+/// another user's. One thread.
+class OwnerSession {
+ public:
+  explicit OwnerSession(const Globals& globals);
+
+  /// The daemon's answer within the deadline. Throws CommandFailure with the daemon's own sentence for an
+  /// "error", and when the daemon has gone.
+  PropertyList ask(std::string_view selector, PropertyList::Entries request = {});
+  /// The same for a question that takes the daemon as long as it takes.
+  PropertyList askForLong(std::string_view selector, PropertyList::Entries request);
+
+ private:
+  PropertyList answerTo(std::string_view selector, PropertyList::Entries request);
+  std::unique_ptr<Deadline> newDeadline() const;
+
+  const double seconds_;
+  std::string socketPath_;
+  std::unique_ptr<OwnerLink> link_;
+};
+
+/// The daemon's sentence, fit for a terminal and with a full stop at its end.
+std::string sentenceFrom(const PropertyList& text);
+
+}  // namespace keldane

@@ -1,0 +1,37 @@
+// The commands, each of which adds itself to the command line.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include "clients/ctl/Session.h"
+
+namespace keldane {
+
+/// A flag that nothing is stored of; it is asked with `empty`.
+inline CLI::Option* addFlag(CLI::App& command, const std::string& name, const std::string& description) {
+  return command.add_flag(name, description);
+}
+
+void addStatusCommand(CLI::App& app, Globals& globals);
+void addWatchCommand(CLI::App& app, Globals& globals);
+/// pause, resume, automatic, low-priority, profile, stop.
+void addSettingCommands(CLI::App& app, Globals& globals);
+/// What "recover on" and "recover off" do.
+void turnRecoverMode(const Globals& globals, bool on);
+/// add, remove, asap, type.
+void addRuleCommands(CLI::App& app, Globals& globals);
+/// ls, tree.
+void addListCommands(CLI::App& app, Globals& globals);
+void addSelectCommand(CLI::App& app, Globals& globals);
+void addSetupCommand(CLI::App& app, Globals& globals);
+/// versions, find, failures.
+void addStoredCommands(CLI::App& app, Globals& globals);
+void addRestoreCommand(CLI::App& app, Globals& globals);
+/// repository, check, settings.
+void addRepositoryCommands(CLI::App& app, Globals& globals);
+/// key export, import, sheet, verify, passphrase.
+void addKeyCommands(CLI::App& app, Globals& globals);
+void addRecoverCommand(CLI::App& app, Globals& globals);
+void addCompletionCommand(CLI::App& app);
+
+}  // namespace keldane

@@ -1,0 +1,148 @@
+#include <ctime>
+#include <iostream>
+
+#include "clients/core/KeySheet.h"
+#include "clients/core/Printable.h"
+#include "clients/core/QrCode.h"
+#include "clients/core/Units.h"
+#include "clients/ctl/OwnerSession.h"
+#include "clients/ctl/commands/Commands.h"
+#include "clients/ctl/setup/SecretFile.h"
+#include "clients/ctl/terminal/Secret.h"
+#include "clients/ctl/terminal/Terminal.h"
+
+namespace keldane {
+
+namespace {
+
+constexpr std::size_t kShortestPassphrase = 12;
+
+void exportKey(const Globals& globals, const std::string& file) {
+  OwnerSession session(globals);
+  const std::string key(session.ask("exportKey:")["key"].string());
+  if (key.empty()) {
+    throw CommandFailure(kNotTaken, "The daemon has no key yet.");
+  }
+  writeSecretFile(file, key + "\n");
+  std::cout << "The key is in " << printable(file)
+            << ". Whoever has it can read the backup: keep it apart from this computer.\n";
+}
+
+void importKey(const Globals& globals, const std::string& file) {
+  const std::string key = readKeyFile(file);
+  OwnerSession session(globals);
+  session.askForLong("importKey:", {{"key", key}});
+  std::cout << "The key opens the repository and is kept from now on.\n";
+}
+
+/// Dark on light whatever the terminal's own colours are: a code of light on dark is not read by every
+/// camera.
+std::vector<std::string> codeFor(const Terminal& terminal, const std::string& key) {
+  std::vector<std::string> lines = QrCode(key).lines(Terminal::hasBoxes());
+  if (terminal.isTerminal()) {
+    for (std::string& line : lines) {
+      line = "\x1b[30;107m" + line + "\x1b[0m";
+    }
+  }
+  return lines;
+}
+
+void makeSheet(const Globals& globals, const std::string& file) {
+  const bool isPicture = file.ends_with(".svg");
+  if (!isPicture && file != "-" && !file.ends_with(".txt")) {
+    throw CommandFailure(kUsage, "A sheet is written to a file that ends in .svg or .txt, or to \"-\".");
+  }
+  OwnerSession session(globals);
+  const PropertyList answer = session.ask("exportKey:");
+  KeySheet sheet;
+  sheet.key = answer["key"].string();
+  sheet.location = answer["location"].string();
+  sheet.repositoryId = answer["repositoryId"].string();
+  sheet.hostName = answer["hostName"].string();
+  sheet.computerNumber = answer["computerNumber"].unsignedIntValue();
+  sheet.date = dateText(Date::fromUnixTime(static_cast<double>(std::time(nullptr))));
+  if (sheet.key.empty()) {
+    throw CommandFailure(kNotTaken, "The daemon has no key yet.");
+  }
+  if (file == "-") {
+    std::cout << keySheetText(sheet, codeFor(Terminal(), sheet.key));
+    return;
+  }
+  writeSecretFile(file, isPicture ? keySheetSvg(sheet) : keySheetText(sheet, QrCode(sheet.key).lines(true)));
+  std::cout << "The sheet is in " << printable(file) << ". Print it and delete the file.\n";
+}
+
+void verifyKey(const Globals& globals, const std::string& file) {
+  if (file == "-" && isSomebodyThere()) {
+    std::cout << "Type the key from the sheet, with its check group; then Enter and Ctrl-D:" << std::endl;
+  }
+  const std::string key = readKeyFile(file);
+  OwnerSession session(globals);
+  if (!session.askForLong("verifyKey:", {{"key", key}})["matches"].boolValue()) {
+    throw CommandFailure(kNotTaken, "This key does not open the repository.");
+  }
+  std::cout << "This key opens the repository.\n";
+}
+
+std::string newPassphrase(const std::string& file) {
+  if (!file.empty()) {
+    const std::string text = readSecretFile(file);
+    return text.substr(0, text.find_first_of("\r\n"));
+  }
+  std::string passphrase = askSecret("New passphrase:");
+  if (askSecret("Once more:") != passphrase) {
+    throw CommandFailure(kNotTaken, "The two are not the same; nothing was changed.");
+  }
+  return passphrase;
+}
+
+void addPassphrase(const Globals& globals, const std::string& file) {
+  OwnerSession session(globals);
+  const std::string passphrase = newPassphrase(file);
+  if (passphrase.size() < kShortestPassphrase) {
+    throw CommandFailure(kNotTaken,
+                         "A passphrase has at least 12 characters: who gets at the repository can try many.");
+  }
+  // The storage program reads it from a file, whose blanks and line ends it drops.
+  if (passphrase.find_first_of(" \t") == 0 || passphrase.find_last_of(" \t") == passphrase.size() - 1) {
+    throw CommandFailure(kNotTaken, "A passphrase neither begins nor ends with a blank.");
+  }
+  session.askForLong("addPassphrase:", {{"passphrase", passphrase}});
+  std::cout << "The passphrase opens the repository too.\n";
+}
+
+}  // namespace
+
+void addKeyCommands(CLI::App& app, Globals& globals) {
+  CLI::App* key =
+      app.add_subcommand("key", "Save, print and try the key, without which the backup cannot be read");
+  key->require_subcommand(1);
+  auto file = std::make_shared<std::string>();
+
+  CLI::App* command = key->add_subcommand("export", "Write the key to a new file");
+  command->add_option("FILE", *file, "The file, which must not be there yet")->required();
+  command->callback([&globals, file] { exportKey(globals, *file); });
+
+  command = key->add_subcommand("import", "Give the daemon a key that opens the repository");
+  command->add_option("FILE", *file, "A file with the key, a saved sheet, or \"-\"")->required();
+  command->callback([&globals, file] { importKey(globals, *file); });
+
+  command =
+      key->add_subcommand("sheet", "Make a page to print: the key, its code, and how to restore with it");
+  auto sheet = std::make_shared<std::string>("-");
+  command->add_option("FILE", *sheet,
+                      "A new file that ends in .svg (A4) or .txt; \"-\" to show it (unless told otherwise)");
+  command->callback([&globals, sheet] { makeSheet(globals, *sheet); });
+
+  command = key->add_subcommand("verify", "Try a key that was typed, scanned or saved");
+  command->add_option("FILE", *file, "A file, or \"-\" for what is typed")->required();
+  command->callback([&globals, file] { verifyKey(globals, *file); });
+
+  command = key->add_subcommand("passphrase",
+                                "Add a passphrase that opens the repository too, after asking for it");
+  auto from = std::make_shared<std::string>();
+  command->add_option("--from", *from, "Take it from the first line of this file instead")->type_name("FILE");
+  command->callback([&globals, from] { addPassphrase(globals, *from); });
+}
+
+}  // namespace keldane

@@ -1,0 +1,203 @@
+#include <unistd.h>
+#include <csignal>
+#include <ctime>
+#include <iostream>
+#include <optional>
+
+#include "cli/Json.h"
+#include "client-state/BackupState.h"
+#include "clients/core/BackupProgress.h"
+#include "clients/core/Units.h"
+#include "clients/ctl/commands/Commands.h"
+#include "clients/ctl/terminal/ProgressLine.h"
+#include "clients/ctl/terminal/StallWatch.h"
+#include "clients/ctl/terminal/Terminal.h"
+#include "clients/ctl/terminal/Text.h"
+#include "platform/notifications/NotificationCenter.h"
+
+namespace keldane {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr RunLoop::Seconds kRedrawInterval{1.0};
+
+struct WatchOptions {
+  bool json = false;
+  bool untilDone = false;
+};
+
+std::string timeOfDay() {
+  const std::time_t now = std::time(nullptr);
+  std::tm parts{};
+  char text[32];
+  return localtime_r(&now, &parts) == nullptr
+             ? std::string()
+             : std::string(text, std::strftime(text, sizeof(text), "%H:%M:%S", &parts));
+}
+
+// The shell's prompt gets a line of its own.
+extern "C" void endLineAndProcess(int number) {
+  [[maybe_unused]] const ssize_t written = write(STDOUT_FILENO, "\n", 1);
+  std::signal(number, SIG_DFL);
+  std::raise(number);
+}
+
+/// Follows the daemon's state: on a terminal in one line that is drawn anew, otherwise in a line a change.
+class Watcher {
+ public:
+  Watcher(const Globals& globals, const WatchOptions& options)
+      : options_(options), session_(globals), state_(session_.state()), stall_(globals.deadline) {
+    drawn_ = terminal_.isTerminal() && !options.json;
+    NotificationCenter& center = NotificationCenter::defaultCenter();
+    center.addObserver(this, KeldaneBackupStateConnectionChangedNotification, &state_,
+                       [this](const Notification&) { connectionChanged(); });
+    center.addObserver(this, KeldaneBackupStateChangedNotification, &state_,
+                       [this](const Notification&) { stateChanged(); });
+  }
+  ~Watcher() {
+    NotificationCenter::defaultCenter().removeObserver(this);
+    if (drawn_) {
+      std::cout << std::endl;
+    }
+  }
+  Watcher(const Watcher&) = delete;
+  Watcher& operator=(const Watcher&) = delete;
+
+  void run() {
+    if (drawn_) {
+      std::signal(SIGINT, endLineAndProcess);
+      std::signal(SIGTERM, endLineAndProcess);
+    }
+    state_.setWantsStateChangedNotifications();
+    state_.onBegin();
+    connectionChanged();
+    while (!done_ && std::cout) {
+      RunLoop::current().run(kRedrawInterval);
+      if (stall_.turn()) {
+        announce("answering", "The backup daemon answers again.");
+      }
+      if (drawn_ && state_.connected()) {
+        draw();
+      }
+    }
+  }
+
+ private:
+  // Also tells at the beginning whether anybody is there.
+  void connectionChanged() {
+    const bool connected = state_.connected();
+    if (connected == connected_) {
+      return;
+    }
+    if (!connected) {
+      announce("disconnected", connected_ ? "The backup daemon has gone; waiting for it to come back."
+                                          : "The backup daemon cannot be reached at " +
+                                                printable(session_.socketPath()) + "; waiting for it.");
+    } else if (connected_) {
+      announce("connected", "The backup daemon is back.");
+    }
+    connected_ = connected;
+    progress_.forgetRates();
+  }
+
+  void stateChanged() {
+    progress_.update(state_.pendingFileCount(), state_.pendingFileSize(), BackupProgress::Clock::now());
+    if (options_.json) {
+      print(stateJson());
+    } else if (drawn_) {
+      draw();
+    } else {
+      const std::string text = line();
+      if (text != last_) {  // a daemon without a state is announced at every poll
+        std::cout << timeOfDay() << ' ' << text << std::endl;
+        last_ = text;
+      }
+    }
+    if (options_.untilDone && state_.daemonState() && !state_.isBackupNeeded() &&
+        state_.pendingFileCount() == 0) {
+      done_ = true;
+      RunLoop::current().stop();
+    }
+  }
+
+  void announce(const char* event, const std::string& sentence) {
+    if (options_.json) {
+      print({{"time", std::time(nullptr)}, {"event", event}});
+    } else if (drawn_) {
+      std::cout << terminal_.restartLine() << timeOfDay() << ' ' << sentence << std::endl;
+    } else {
+      std::cout << timeOfDay() << ' ' << sentence << std::endl;
+    }
+    last_.clear();
+  }
+
+  void print(const Json& json) { std::cout << jsonLine(json) << std::endl; }
+
+  Json stateJson() const {
+    const auto left = progress_.timeLeft();
+    return {{"time", std::time(nullptr)},
+            {"event", "state"},
+            {"state", jsonValue(state_.daemonState())},
+            {"progress",
+             {{"fraction", progress_.fraction()},
+              {"bytesPerSecond", progress_.bytesPerSecond()},
+              {"filesPerSecond", progress_.filesPerSecond()},
+              {"secondsLeft", left ? Json(left->count()) : Json()}}}};
+  }
+
+  std::string statusText() const {
+    return state_.daemonState() ? printable(state_.statusString().string()) : "The daemon tells no state";
+  }
+  std::string pendingText() const {
+    return filesText(state_.pendingFileCount()) + ", " + bytesText(state_.pendingFileSize()) + " to go";
+  }
+  std::string line() const {
+    std::string text = statusText();
+    if (state_.pendingFileCount() > 0) {
+      const std::string rate = rateText(progress_);
+      text += " (" + pendingText() + (rate.empty() ? "" : "; " + rate) + ")";
+    }
+    const std::string file = printable(state_.currentBackupFile().string());
+    return file.empty() ? text : text + ' ' + file;
+  }
+
+  void draw() {
+    FittedLine fitted(terminal_);
+    if (state_.pendingFileCount() == 0) {
+      fitted.add(lastColumns(statusText(), fitted.columnsLeft()));
+    } else {
+      fitted.addBar(progress_.fraction());
+      fitted.add(state_.paused() ? "Paused" : "");
+      fitted.add(pendingText());
+      fitted.add(state_.paused() ? "" : rateText(progress_));
+      fitted.addPath(printable(state_.currentBackupFile().string()));
+    }
+    std::cout << terminal_.restartLine() << fitted.text() << std::flush;
+  }
+
+  const WatchOptions options_;
+  const Terminal terminal_;
+  Session session_;
+  BackupState& state_;
+  StallWatch stall_;
+  BackupProgress progress_;
+  std::optional<bool> connected_;
+  std::string last_;
+  bool drawn_ = false;
+  bool done_ = false;
+};
+
+}  // namespace
+
+void addWatchCommand(CLI::App& app, Globals& globals) {
+  CLI::App* command = app.add_subcommand(
+      "watch", "Follow the daemon's work: a progress bar on a terminal, otherwise a line a change");
+  auto options = std::make_shared<WatchOptions>();
+  command->add_flag("--json", options->json, "Print a JSON object a change instead of text");
+  command->add_flag("--until-done", options->untilDone, "End once nothing is waiting to be backed up");
+  command->callback([&globals, options] { Watcher(globals, *options).run(); });
+}
+
+}  // namespace keldane

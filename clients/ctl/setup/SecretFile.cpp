@@ -1,0 +1,114 @@
+#include "clients/ctl/setup/SecretFile.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <iostream>
+#include <iterator>
+#include <sstream>
+#include <system_error>
+
+#include "clients/core/KeySheet.h"
+#include "clients/core/Printable.h"
+#include "clients/ctl/Session.h"
+#include "platform/files/Descriptor.h"
+#include "platform/files/FileContents.h"
+
+namespace keldane {
+
+namespace {
+
+constexpr std::size_t kLongestSecret = 65536;
+
+std::string reasonOf(int error) { return std::generic_category().message(error); }
+
+bool isName(std::string_view text) {
+  return !text.empty() &&
+         text.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_") ==
+             std::string_view::npos;
+}
+
+bool writeAll(int descriptor, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t written = write(descriptor, text.data(), text.size());
+    if (written < 0 && errno != EINTR) {
+      return false;
+    }
+    text.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
+  }
+  return fsync(descriptor) == 0;
+}
+
+}  // namespace
+
+std::string readSecretFile(const std::string& path) {
+  if (path == "-") {
+    return {std::istreambuf_iterator<char>(std::cin), {}};
+  }
+  int error = 0;
+  const std::optional<Bytes> bytes = readFile(path, &error);
+  if (!bytes) {
+    throw CommandFailure(kUsage, "The file " + printable(path) + " cannot be read: " + reasonOf(error) + ".");
+  }
+  if (bytes->size() > kLongestSecret) {
+    throw CommandFailure(kUsage, "The file " + printable(path) + " is too large for what it should hold.");
+  }
+  return {bytes->begin(), bytes->end()};
+}
+
+std::string readKeyFile(const std::string& path) {
+  KeyReading reading = readKey(readSecretFile(path));
+  if (!reading.problem.empty()) {
+    throw CommandFailure(kNotTaken,
+                         (path == "-" ? "The key" : printable(path)) + " cannot be used. " + reading.problem);
+  }
+  return std::move(reading.key);
+}
+
+void writeSecretFile(const std::string& path, std::string_view text) {
+  const Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!file && errno == EEXIST) {
+    throw CommandFailure(kNotTaken, printable(path) + " is there already and is not overwritten.");
+  }
+  if (!file || !writeAll(file.get(), text)) {
+    const std::string reason = reasonOf(errno);
+    if (file) {
+      unlink(path.c_str());
+    }
+    throw CommandFailure(kNotTaken, "The file " + printable(path) + " cannot be written: " + reason + ".");
+  }
+}
+
+PropertyList::Entries environmentFrom(std::string_view text) {
+  PropertyList::Entries entries;
+  std::istringstream lines{std::string(text)};
+  std::size_t number = 0;
+  for (std::string line; std::getline(lines, line);) {
+    ++number;
+    std::string_view rest = line;
+    if (rest.ends_with('\r')) {
+      rest.remove_suffix(1);
+    }
+    rest.remove_prefix(std::min(rest.find_first_not_of(" \t"), rest.size()));
+    if (rest.empty() || rest.front() == '#') {
+      continue;
+    }
+    constexpr std::string_view kExport = "export ";
+    rest.remove_prefix(rest.starts_with(kExport) ? kExport.size() : 0);
+    const std::size_t equals = std::min(rest.find('='), rest.size());
+    std::string_view value = rest.substr(std::min(equals + 1, rest.size()));
+    if (equals == rest.size() || !isName(rest.substr(0, equals))) {
+      throw CommandFailure(kUsage,
+                           "Line " + std::to_string(number) + " of the environment is not NAME=VALUE.");
+    }
+    if (value.size() >= 2 && (value.front() == '"' || value.front() == '\'') &&
+        value.back() == value.front()) {
+      value = value.substr(1, value.size() - 2);
+    }
+    entries.emplace_back(rest.substr(0, equals), value);
+  }
+  return entries;
+}
+
+}  // namespace keldane

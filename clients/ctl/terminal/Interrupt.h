@@ -1,0 +1,27 @@
+// Ctrl-C for a program that has something to put in order before it ends.
+#pragma once
+
+#include <chrono>
+
+#include "platform/files/Descriptor.h"
+
+namespace keldane {
+
+/// As long as it lives, the first SIGINT or SIGTERM is noted instead of ending the process; a second one ends
+/// it. One at a time.
+class Interrupt {
+ public:
+  Interrupt();
+  ~Interrupt();
+  Interrupt(const Interrupt&) = delete;
+  Interrupt& operator=(const Interrupt&) = delete;
+
+  /// Waits for this long, or until the first signal comes. True when one has come, now or earlier.
+  bool wait(std::chrono::milliseconds time);
+
+ private:
+  Descriptor reading_, writing_;
+  bool came_ = false;
+};
+
+}  // namespace keldane

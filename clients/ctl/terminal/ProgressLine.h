@@ -1,0 +1,35 @@
+// One line of a terminal that is drawn anew again and again.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "clients/core/BackupProgress.h"
+#include "clients/ctl/terminal/Terminal.h"
+
+namespace keldane {
+
+/// Parts side by side, those that still fit. One thread.
+class FittedLine {
+ public:
+  /// The last column stays free: a character there would begin the next line on some terminals.
+  explicit FittedLine(const Terminal& terminal) : left_(static_cast<std::size_t>(terminal.width()) - 1) {}
+
+  /// An empty part, or one that is too wide, is left out.
+  void add(const std::string& part);
+  /// A bar and a number of percent.
+  void addBar(double fraction);
+  /// The end of a path, if there is room for enough of it.
+  void addPath(const std::string& path);
+  std::size_t columnsLeft() const { return left_; }
+  const std::string& text() const { return text_; }
+
+ private:
+  std::size_t left_;
+  std::string text_;
+};
+
+/// "3.1 MiB/s, 20 s left"; empty while nothing moves.
+std::string rateText(const BackupProgress& progress);
+
+}  // namespace keldane

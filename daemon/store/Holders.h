@@ -1,0 +1,53 @@
+// Which snapshots hold a version.
+#pragma once
+
+#include <SQLiteCpp/SQLiteCpp.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "daemon/store/Sql.h"
+#include "daemon/store/Store.h"
+
+namespace keldane {
+
+/// The interval of full snapshots that hold a version; absent when none does.
+struct FullInterval {
+  std::optional<std::int64_t> first, last;
+};
+
+/// The snapshots that are known, read at once: they are some hundred.
+struct SnapshotTable {
+  explicit SnapshotTable(SQLite::Database& database);
+
+  std::map<std::uint32_t, SnapshotRecord> byNumber;
+  std::vector<std::uint32_t> fulls;  ///< the numbers of the full ones, growing
+};
+
+/// Answers which snapshots of a table hold a version. One thread; the caller holds what guards the
+/// connection.
+class Holders {
+ public:
+  Holders(SQLite::Database& database, std::shared_ptr<const SnapshotTable> snapshots);
+
+  const std::map<std::uint32_t, SnapshotRecord>& snapshots() const { return snapshots_->byNumber; }
+
+  /// The numbers of all snapshots that hold it; partial ones first.
+  std::vector<std::uint32_t> all(std::int64_t file, std::int64_t version, const FullInterval& interval);
+  /// The one to fetch it from; null when none is left. A restore takes one run of the storage program for
+  /// each snapshot, so the one is chosen that holds most: the last full one up to `upTo`, else the last full
+  /// one, else the last partial one.
+  const SnapshotRecord* best(std::int64_t file, std::int64_t version, const FullInterval& interval,
+                             std::uint32_t upTo);
+
+ private:
+  const SnapshotRecord* lastFull(std::int64_t first, std::int64_t last) const;
+
+  const std::shared_ptr<const SnapshotTable> snapshots_;
+  sql::KeptStatement held_, spans_;
+};
+
+}  // namespace keldane

@@ -1,0 +1,38 @@
+// Work on the store in short transactions, between which others get their turn.
+#pragma once
+
+#include <algorithm>
+
+#include "daemon/store/Sql.h"
+
+namespace keldane {
+
+/// Calls `work(first, last)` for one part of `count` items after the other, each in a transaction of its own.
+template <class Work>
+void Store::inSlices(std::size_t count, const Work& work) {
+  std::size_t first = 0;
+  untilDone([&] {
+    const std::size_t last = std::min(count, first + sql::kSlice);
+    work(first, last);
+    first = last;
+    return first == count;
+  });
+}
+
+/// Calls `work` in one transaction after the other until it answers true.
+template <class Work>
+void Store::untilDone(const Work& work) {
+  for (bool isDone = false; !isDone;) {
+    {
+      const ScopedLock guard(mutex_);
+      SQLite::Transaction transaction(database_, SQLite::TransactionBehavior::IMMEDIATE);
+      isDone = work();
+      transaction.commit();
+    }
+    if (!isDone) {
+      sql::letOthersIn();
+    }
+  }
+}
+
+}  // namespace keldane

@@ -1,0 +1,130 @@
+// Small helpers of the store's own files: binding, rewinding, ranges of paths.
+#pragma once
+
+#include <SQLiteCpp/SQLiteCpp.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <thread>
+#include <type_traits>
+
+#include "daemon/store/Store.h"
+
+namespace keldane::sql {
+
+/// How many rows are written or read while a mutex is held.
+inline constexpr std::size_t kSlice = 500;
+inline constexpr int kBusyMilliseconds = 5000;
+
+/// To be called between two slices. A thread that waits for the mutex is woken when it is given back; without
+/// a pause the one that has just had it would always be first.
+inline void letOthersIn() { std::this_thread::sleep_for(std::chrono::microseconds(50)); }
+
+/// A connection of one's own for a long question: it sees one state while a transaction lasts, and nobody
+/// waits for it.
+class LongQuestion {
+ public:
+  explicit LongQuestion(const std::string& path)
+      : database_(path, SQLite::OPEN_READONLY | SQLite::OPEN_NOFOLLOW, kBusyMilliseconds),
+        transaction_(database_) {}
+  SQLite::Database& database() { return database_; }
+
+ private:
+  SQLite::Database database_;
+  SQLite::Transaction transaction_;
+};
+
+/// Ends a query that is kept for the next time, without which it would hold the state that it reads.
+class Rewinding {
+ public:
+  explicit Rewinding(SQLite::Statement& statement) : statement_(statement) {}
+  ~Rewinding() { statement_.tryReset(); }
+  Rewinding(const Rewinding&) = delete;
+  Rewinding& operator=(const Rewinding&) = delete;
+
+ private:
+  SQLite::Statement& statement_;
+};
+
+/// A statement that is prepared at its first use, which takes longer than most uses, and kept.
+class KeptStatement {
+ public:
+  KeptStatement(SQLite::Database& database, const char* text) : database_(database), text_(text) {}
+  SQLite::Statement& get() { return statement_ ? *statement_ : statement_.emplace(database_, text_); }
+
+ private:
+  SQLite::Database& database_;
+  const char* const text_;
+  std::optional<SQLite::Statement> statement_;
+};
+
+template <class Value>
+void bindAt(SQLite::Statement& statement, int index, const Value& value) {
+  if constexpr (std::is_same_v<Value, bool>) {
+    statement.bind(index, value ? 1 : 0);
+  } else if constexpr (std::is_same_v<Value, std::uint64_t>) {
+    statement.bind(index, static_cast<std::int64_t>(value));
+  } else if constexpr (requires { value.has_value(); }) {
+    value ? bindAt(statement, index, *value) : statement.bind(index);
+  } else {
+    statement.bind(index, value);
+  }
+}
+
+/// Binds all parameters, from the first one on.
+template <class... Values>
+SQLite::Statement& bindAll(SQLite::Statement& statement, const Values&... values) {
+  int index = 0;
+  (bindAt(statement, ++index, values), ...);
+  return statement;
+}
+
+/// Runs a statement once, which may be run again, and answers how many rows it changed.
+template <class... Values>
+int run(SQLite::Statement& statement, const Values&... values) {
+  const Rewinding rewinding(statement);
+  return bindAll(statement, values...).exec();
+}
+template <class... Values>
+int run(KeptStatement& statement, const Values&... values) {
+  return run(statement.get(), values...);
+}
+
+/// Runs a statement that is not kept.
+template <class... Values>
+int runOnce(SQLite::Database& database, const char* text, const Values&... values) {
+  SQLite::Statement statement(database, text);
+  return bindAll(statement, values...).exec();
+}
+
+/// The number in the first column of the only row; 0 where that is NULL or where there is no row.
+template <class... Values>
+std::int64_t numberOf(SQLite::Database& database, const char* text, const Values&... values) {
+  SQLite::Statement statement(database, text);
+  return bindAll(statement, values...).executeStep() ? statement.getColumn(0).getInt64() : 0;
+}
+
+inline std::optional<std::int64_t> optionalAt(SQLite::Statement& row, int column) {
+  const SQLite::Column value = row.getColumn(column);
+  return value.isNull() ? std::nullopt : std::optional<std::int64_t>(value.getInt64());
+}
+
+/// Reads size, modified and changed from three columns.
+inline FileState stateAt(SQLite::Statement& row, int column) {
+  return {static_cast<std::uint64_t>(row.getColumn(column).getInt64()), row.getColumn(column + 1).getInt64(),
+          row.getColumn(column + 2).getInt64()};
+}
+
+/// The paths below a folder: those from `from` on, inclusive, up to `to`, exclusive. Bytes are compared, and
+/// '0' is the byte after '/'.
+struct Below {
+  explicit Below(const std::string& folder) : from(folder == "/" ? "/" : folder + "/"), to(from) {
+    to.back() = '0';
+  }
+  std::string from, to;
+};
+
+}  // namespace keldane::sql

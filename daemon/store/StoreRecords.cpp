@@ -1,0 +1,148 @@
+// The newest version of each file: one by its path, those of a folder, all below a path, and their totals.
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <random>
+#include <set>
+#include <utility>
+
+#include "daemon/store/Sql.h"
+#include "daemon/store/Store.h"
+
+namespace keldane {
+
+namespace {
+
+// The columns of a BackupRecord; in a query, the path stands before them.
+#define KELDANE_RECORD "version, size, modified, changed, date, damaged, removed IS NOT NULL"
+
+BackupRecord recordAt(SQLite::Statement& row, int column) {
+  BackupRecord record;
+  static_cast<FileState&>(record) = sql::stateAt(row, column + 1);
+  record.version = row.getColumn(column).getUInt();
+  record.date = row.getColumn(column + 4).getDouble();
+  record.damaged = row.getColumn(column + 5).getInt() != 0;
+  record.removed = row.getColumn(column + 6).getInt() != 0;
+  return record;
+}
+
+}  // namespace
+
+std::optional<BackupRecord> Store::record(const std::string& path) {
+  const ScopedLock guard(readMutex_);
+  if (!recordQuery_) {
+    recordQuery_.emplace(reader_, "SELECT " KELDANE_RECORD " FROM files WHERE path = ?");
+  }
+  SQLite::Statement& row = *recordQuery_;
+  const sql::Rewinding rewinding(row);
+  row.bind(1, path);
+  return row.executeStep() ? std::optional(recordAt(row, 0)) : std::nullopt;
+}
+
+// Steps over a folder's children in the order of their paths. What lies below a folder in it is skipped, so
+// that this takes as long as there are children, whatever is below.
+template <class OnFile, class OnFolder>
+void Store::visitChildren(const std::string& folder, const OnFile& onFile, const OnFolder& onFolder) {
+  const sql::Below below(folder);
+  std::string from = below.from;
+  for (bool isFirst = true, isDone = false; !isDone; isFirst = false) {
+    if (!isFirst) {
+      sql::letOthersIn();
+    }
+    const ScopedLock guard(readMutex_);
+    SQLite::Statement row(
+        reader_, "SELECT path, " KELDANE_RECORD " FROM files WHERE path >= ? AND path < ? ORDER BY path");
+    sql::bindAll(row, from, below.to);
+    for (std::size_t steps = 0; steps < sql::kSlice; ++steps) {
+      isDone = !row.executeStep();
+      if (isDone) {
+        break;
+      }
+      std::string path = row.getColumn(0).getString();
+      const std::size_t slash = path.find('/', below.from.size());
+      if (slash == std::string::npos) {
+        from = path + '\0';  // the least of the paths after it
+        onFile(std::move(path), row);
+        continue;
+      }
+      onFolder(path.substr(below.from.size(), slash - below.from.size()));
+      from = path.substr(0, slash) + '0';
+      row.reset();
+      sql::bindAll(row, from, below.to);
+    }
+  }
+}
+
+std::map<std::string, BackupRecord> Store::recordsIn(const std::string& folder) {
+  std::map<std::string, BackupRecord> records;
+  visitChildren(
+      folder,
+      [&](std::string path, SQLite::Statement& row) {
+        records.emplace_hint(records.end(), std::move(path), recordAt(row, 1));
+      },
+      [](const std::string&) {});
+  return records;
+}
+
+std::vector<std::string> Store::foldersWithRecordsIn(const std::string& folder) {
+  std::vector<std::string> names;
+  visitChildren(
+      folder, [](const std::string&, SQLite::Statement&) {},
+      [&](std::string name) { names.push_back(std::move(name)); });
+  std::sort(names.begin(), names.end());  // "a!" comes before "a/" among the paths
+  return names;
+}
+
+void Store::visitRecords(const std::string& path, const VisitRecord& visit) {
+  if (const std::optional<BackupRecord> own = record(path); own && !visit(path, *own)) {
+    return;
+  }
+  const sql::Below below(path);
+  std::string from = below.from;
+  for (std::vector<std::pair<std::string, BackupRecord>> slice;; slice.clear()) {
+    {
+      const ScopedLock guard(readMutex_);
+      SQLite::Statement row(reader_, "SELECT path, " KELDANE_RECORD
+                                     " FROM files WHERE path >= ? AND path < ? ORDER BY path LIMIT ?");
+      sql::bindAll(row, from, below.to, std::uint64_t{sql::kSlice});
+      while (row.executeStep()) {
+        slice.emplace_back(row.getColumn(0).getString(), recordAt(row, 1));
+      }
+    }
+    if (!std::all_of(slice.begin(), slice.end(),
+                     [&](const auto& row) { return visit(row.first, row.second); }) ||
+        slice.size() < sql::kSlice) {
+      return;
+    }
+    from = slice.back().first + '\0';
+    sql::letOthersIn();
+  }
+}
+
+// Each draw takes the file with the next higher number, so files after a gap are drawn a little more often.
+std::vector<std::string> Store::sample(std::size_t most) {
+  std::set<std::string> paths;
+  std::mt19937_64 chance(std::random_device{}());
+  const ScopedLock guard(readMutex_);
+  const std::int64_t highest = sql::numberOf(reader_, "SELECT MAX(id) FROM files");
+  SQLite::Statement row(reader_,
+                        "SELECT path FROM files WHERE id >= ? AND removed IS NULL ORDER BY id LIMIT 1");
+  for (std::size_t draws = 0; highest > 0 && paths.size() < most && draws < 4 * most; ++draws) {
+    const sql::Rewinding rewinding(row);
+    row.bind(1, std::uniform_int_distribution<std::int64_t>(1, highest)(chance));
+    if (row.executeStep()) {
+      paths.insert(row.getColumn(0).getString());
+    }
+  }
+  return {paths.begin(), paths.end()};
+}
+
+Store::Totals Store::totals() {
+  const ScopedLock guard(readMutex_);
+  SQLite::Statement row(reader_, "SELECT files, bytes FROM counters");
+  row.executeStep();
+  return {static_cast<std::uint64_t>(row.getColumn(0).getInt64()),
+          static_cast<std::uint64_t>(row.getColumn(1).getInt64())};
+}
+
+}  // namespace keldane
