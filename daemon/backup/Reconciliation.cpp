@@ -96,6 +96,9 @@ EngineAnswer Reconciliation::run(const Progress& progress, EngineJob& job) {
     if (const EngineAnswer answer = take(*unknown[i].second, unknown[i].first, withRules, job); !answer) {
       return answer;
     }
+    if (withRules) {
+      store_.setValue(Store::Table::settings, kTakeRules, "0");
+    }
     withRules = false;
     changed_ = true;
   }

@@ -68,6 +68,11 @@ class RepositoryCare final : public RepositoryKeeper {
 
   std::uint64_t repositorySize() const { return size_; }
   std::uint64_t quotaBytes();
+  /// The catalogue is to be made anew, as soon as the repository is made ready.
+  void expectRebuild() {
+    read_ = 0;
+    toRead_ = 1;
+  }
   /// How far the catalogue has been made anew; both 0 when it is complete.
   std::size_t snapshotsToRead() const { return toRead_; }
   std::size_t snapshotsRead() const { return read_; }
