@@ -109,8 +109,9 @@ void CheckReader::add(std::string_view pack) {
 
 std::optional<ItemProblem> problemFromLine(std::string_view line) {
   constexpr std::string_view kBegin = "ignoring error for ";
-  static constexpr auto kMetadata = std::to_array<std::string_view>(
-      {"chown", "lchown", "chmod", "utimes", "utimensat", "utime", "xattr", "chtimes", "operation not supported"});
+  static constexpr auto kMetadata =
+      std::to_array<std::string_view>({"chown", "lchown", "chmod", "utimes", "utimensat", "utime", "xattr",
+                                       "chtimes", "operation not supported"});
   if (!line.starts_with(kBegin)) {
     return std::nullopt;
   }
