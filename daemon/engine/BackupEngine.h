@@ -105,7 +105,10 @@ struct FoundEntry {
 /// What a check of the repository found.
 struct CheckAnswer : EngineAnswer {
   std::vector<std::string> damagedPacks;  ///< their ids
-  std::vector<std::string> messages;      ///< what the storage program said, for people
+  /// When no pack is damaged any more: the snapshots that lost a list of names, so that a part of them cannot
+  /// be had back. A check fails until they are forgotten.
+  std::vector<std::string> damagedSnapshots;
+  std::vector<std::string> messages;  ///< what the storage program said, for people
 };
 
 /// One repository. Calls block until they are done; several may run at once on several threads, and the
@@ -133,6 +136,7 @@ class BackupEngine {
   virtual EngineAnswer list(const std::string& snapshot, const std::string& path, const Visit& visit,
                             EngineJob& job) = 0;
   /// Where a pattern (`*`, `?`, `[…]`; of a name, or of an absolute path) is found, newest snapshots first.
+  /// Every file is found; a folder may be left out where a folder of another name has the same content.
   virtual EngineAnswer find(const std::string& pattern, std::vector<FoundEntry>& found, EngineJob& job) = 0;
   /// Writes a stored file's bytes to a descriptor. What was written is whole only when the answer is `ready`.
   virtual EngineAnswer fetch(const std::string& snapshot, const std::string& path, int descriptor,
@@ -157,7 +161,9 @@ class BackupEngine {
   /// only. A folder among them stands for all that is below it: its list of names is damaged.
   virtual EngineAnswer filesInPacks(const std::vector<std::string>& packs, std::vector<FoundEntry>& found,
                                     EngineJob& job) = 0;
-  /// Takes damaged packs out of use, so that the next store writes anew what they held.
+  /// Takes damaged packs out of use, so that the next store writes anew what they held, and makes the index
+  /// anew. Of a repository in a folder it also takes snapshots away that cannot be read. With no packs, for
+  /// an index that is damaged.
   virtual EngineAnswer dropPacks(const std::vector<std::string>& packs, EngineJob& job) = 0;
   /// The room that the repository takes, in bytes.
   virtual EngineAnswer size(std::uint64_t& bytes, EngineJob& job) = 0;

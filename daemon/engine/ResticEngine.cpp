@@ -94,6 +94,12 @@ EngineAnswer ResticEngine::make(ResticSession& session, EngineJob& job) {
                      "the folder " + *folder + " is not empty, so no repository is made in it");
   }
   if (id.empty()) {
+    if (folder && wasBegun) {
+      // The config is written last, so nothing was ever stored under these keys; beside new ones they would
+      // be in the way.
+      std::error_code error;
+      std::filesystem::remove_all(*folder + "/keys", error);
+    }
     writeDurably(markOfMaking(), configuration.location);
     const RunEnd run = session.run({"init"});
     EngineAnswer answer = run.answer ? readId(session, id) : run.answer;

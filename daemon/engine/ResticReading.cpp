@@ -2,10 +2,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <map>
 
 #include "daemon/engine/Glob.h"
 #include "daemon/engine/ResticEngine.h"
 #include "daemon/engine/ResticFailure.h"
+#include "daemon/engine/ResticLines.h"
 #include "daemon/engine/ResticOutput.h"
 
 namespace keldane {
@@ -27,6 +29,36 @@ bool takesUnknownSnapshot(const RunEnd& run) {
 
 EngineAnswer unknownSnapshot(const std::string& snapshot) {
   return {Health::failed, "The repository has no snapshot " + snapshot + "."};
+}
+
+/// All snapshots, oldest first, by the arguments that say which.
+EngineAnswer readSnapshots(ResticSession& session, const std::vector<std::string>& arguments,
+                           std::vector<Snapshot>& found) {
+  std::string text;
+  const RunEnd run = session.runForText(arguments, text);
+  if (!run.answer) {
+    return run.answer;
+  }
+  std::optional<std::vector<Snapshot>> snapshots = snapshotsFromText(text);
+  if (!snapshots) {
+    return answerFor(Health::failed, "its list of snapshots cannot be read");
+  }
+  found = std::move(*snapshots);
+  return {};
+}
+
+/// It tells what it finds in no order of time.
+EngineAnswer sortNewestFirst(ResticSession& session, std::vector<FoundEntry>& found) {
+  std::vector<Snapshot> snapshots;
+  const EngineAnswer answer =
+      found.empty() ? EngineAnswer() : readSnapshots(session, {"snapshots", "--json"}, snapshots);
+  std::map<std::string, std::size_t> places;
+  for (const Snapshot& snapshot : snapshots) {
+    places.emplace(snapshot.id, places.size() + 1);
+  }
+  std::ranges::stable_sort(found, std::ranges::greater(),
+                           [&](const FoundEntry& entry) { return places[entry.snapshot]; });
+  return answer;
 }
 
 /// One run's share of the paths, as patterns that match them alone.
@@ -56,10 +88,16 @@ class ProblemList {
     }
     if (!problem->onlyMetadata) {
       contentProblem_ = contentProblem_.empty() ? problem->reason : contentProblem_;
-      ::unlink((folder_ + problem->path).c_str());  // it has the right size and wrong bytes
+      wrong_.push_back(folder_ + problem->path);
     }
     problems_.push_back(problem->path + ": " + secrets_.scrubbed(problem->reason));
     return true;
+  }
+  /// What has the right size and wrong bytes must not be taken for whole.
+  void removeWrongFiles() const {
+    for (const std::string& file : wrong_) {
+      ::unlink(file.c_str());
+    }
   }
   const std::string& contentProblem() const { return contentProblem_; }
 
@@ -68,6 +106,7 @@ class ProblemList {
   const Secrets& secrets_;
   std::vector<std::string>& problems_;
   std::string contentProblem_;
+  std::vector<std::string> wrong_;
 };
 
 }  // namespace
@@ -81,17 +120,7 @@ EngineAnswer ResticEngine::snapshots(bool ofAllComputers, std::vector<Snapshot>&
   if (!ofAllComputers) {
     arguments.insert(arguments.end(), {"--tag", session.computerTag()});
   }
-  std::string text;
-  const RunEnd run = session.runForText(arguments, text);
-  if (!run.answer) {
-    return run.answer;
-  }
-  std::optional<std::vector<Snapshot>> snapshots = snapshotsFromText(text);
-  if (!snapshots) {
-    return answerFor(Health::failed, "its list of snapshots cannot be read");
-  }
-  found = std::move(*snapshots);
-  return {};
+  return readSnapshots(session, arguments, found);
 }
 
 EngineAnswer ResticEngine::list(const std::string& snapshot, const std::string& path, const Visit& visit,
@@ -147,9 +176,8 @@ EngineAnswer ResticEngine::find(const std::string& pattern, std::vector<FoundEnt
                ? !matchesName(shown, std::string_view(path).substr(path.rfind('/') + 1))
                : !matchesPath(shown, path);
   });
-  std::ranges::reverse(*matches);  // its oldest snapshot comes first
   found = std::move(*matches);
-  return {};
+  return sortNewestFirst(session, found);
 }
 
 EngineAnswer ResticEngine::fetch(const std::string& snapshot, const std::string& path, int descriptor,
@@ -191,6 +219,7 @@ EngineAnswer ResticEngine::restore(const std::string& snapshot, const std::vecto
     output.errorLine = [&](std::string_view line) { return list.take(line); };
     const std::size_t before = problems.size();
     const RunEnd run = session.run(arguments, output);
+    list.removeWrongFiles();
     if (takesUnknownSnapshot(run)) {
       return unknownSnapshot(snapshot);
     }

@@ -12,12 +12,10 @@
 
 #include "daemon/engine/BackupEngine.h"
 #include "daemon/engine/RepositoryConfig.h"
+#include "daemon/restore/Conflict.h"
 #include "daemon/store/Store.h"
 
 namespace keldane {
-
-/// What becomes of what is already where a file is to be restored.
-enum class Conflict : std::uint32_t { keepBoth = 0, replace = 1, skip = 2 };
 
 /// What is to be restored, and where.
 struct RestoreRequest {
@@ -81,8 +79,11 @@ class RestoreJobs {
   std::string currentFile() const;
   /// Who asked for a job; absent for an unknown one.
   std::optional<uid_t> userOf(std::uint32_t job) const;
+  /// What was placed stays; what was not is listed in the report. Does nothing to a job that has ended.
   void cancel(std::uint32_t job);
   void cancelAll();
+  /// The repository may be usable again: jobs that wait for it are tried at once.
+  void tryNow();
 
  private:
   class Implementation;

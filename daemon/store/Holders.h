@@ -5,9 +5,11 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <vector>
 
+#include "daemon/store/Sql.h"
 #include "daemon/store/Store.h"
 
 namespace keldane {
@@ -17,13 +19,21 @@ struct FullInterval {
   std::optional<std::int64_t> first, last;
 };
 
-/// Answers which of the snapshots that were known when it was made hold a version. One thread; the caller
-/// holds what guards the connection.
+/// The snapshots that are known, read at once: they are some hundred.
+struct SnapshotTable {
+  explicit SnapshotTable(SQLite::Database& database);
+
+  std::map<std::uint32_t, SnapshotRecord> byNumber;
+  std::vector<std::uint32_t> fulls;  ///< the numbers of the full ones, growing
+};
+
+/// Answers which snapshots of a table hold a version. One thread; the caller holds what guards the
+/// connection.
 class Holders {
  public:
-  explicit Holders(SQLite::Database& database);
+  Holders(SQLite::Database& database, std::shared_ptr<const SnapshotTable> snapshots);
 
-  const std::map<std::uint32_t, SnapshotRecord>& snapshots() const { return snapshots_; }
+  const std::map<std::uint32_t, SnapshotRecord>& snapshots() const { return snapshots_->byNumber; }
 
   /// The numbers of all snapshots that hold it; partial ones first.
   std::vector<std::uint32_t> all(std::int64_t file, std::int64_t version, const FullInterval& interval);
@@ -36,9 +46,8 @@ class Holders {
  private:
   const SnapshotRecord* lastFull(std::int64_t first, std::int64_t last) const;
 
-  std::map<std::uint32_t, SnapshotRecord> snapshots_;
-  std::vector<std::uint32_t> fulls_;  // their numbers, growing
-  SQLite::Statement held_, spans_;
+  const std::shared_ptr<const SnapshotTable> snapshots_;
+  sql::KeptStatement held_, spans_;
 };
 
 }  // namespace keldane

@@ -2,8 +2,6 @@
 #pragma once
 
 #include <algorithm>
-#include <chrono>
-#include <thread>
 
 #include "daemon/store/Sql.h"
 
@@ -32,8 +30,7 @@ void Store::untilDone(const Work& work) {
       transaction.commit();
     }
     if (!isDone) {
-      // A thread that waits for the mutex is woken only now; without a pause this one would always be first.
-      std::this_thread::sleep_for(std::chrono::microseconds(50));
+      sql::letOthersIn();
     }
   }
 }

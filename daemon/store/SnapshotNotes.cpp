@@ -1,13 +1,13 @@
 #include "daemon/store/SnapshotNotes.h"
 
-#include "daemon/store/Sql.h"
-
 namespace keldane {
 
 SnapshotNotes::SnapshotNotes(SQLite::Database& database, const SnapshotRecord& snapshot)
-    : database_(database),
-      snapshot_(snapshot),
+    : snapshot_(snapshot),
       full_(snapshot.full ? std::optional<std::int64_t>(snapshot.number) : std::nullopt),
+      state_(database,
+             "SELECT failures, (SELECT MAX(id) FROM files),"
+             " (SELECT MAX(number) FROM snapshots WHERE full AND number < ?) FROM counters"),
       newest_(database, "SELECT id, version, first_full, last_full FROM files WHERE path = ?"),
       older_(database,
              "SELECT file, version, first_full, last_full FROM versions WHERE file = ? AND version = ?"),
@@ -28,8 +28,9 @@ SnapshotNotes::SnapshotNotes(SQLite::Database& database, const SnapshotRecord& s
       insertOlder_(database, "INSERT OR IGNORE INTO versions VALUES(?1, ?2, ?3, ?4, ?5, ?6, 0, NULL, NULL)"),
       hold_(database, "INSERT OR IGNORE INTO held VALUES(?, ?, ?)"),
       extendAtEnd_(database,
-                   "UPDATE files SET last_full = ?2 WHERE path = ?1 AND version <= ?2 AND last_full >= ?3"
-                   " AND last_full <= ?2 AND removed IS NULL"),
+                   "UPDATE files SET first_full = COALESCE(first_full, ?2), last_full = ?2 WHERE path = ?1"
+                   " AND version <= ?2 AND removed IS NULL"
+                   " AND (last_full IS NULL OR (last_full >= ?3 AND last_full <= ?2))"),
       fullBetween_(database, "SELECT 1 FROM snapshots WHERE full AND number > ? AND number < ? LIMIT 1"),
       inSpan_(database,
               "SELECT 1 FROM spans WHERE file = ?1 AND version = ?2 AND first <= ?3 AND last >= ?3 LIMIT 1"),
@@ -41,10 +42,12 @@ SnapshotNotes::SnapshotNotes(SQLite::Database& database, const SnapshotRecord& s
       clearFailure_(database, "DELETE FROM failures WHERE path = ?") {}
 
 void SnapshotNotes::begin() {
-  previousFull_ = sql::numberOf(database_, "SELECT MAX(number) FROM snapshots WHERE full AND number < ?",
-                                snapshot_.number);
-  nextFile_ = sql::numberOf(database_, "SELECT MAX(id) FROM files") + 1;
-  hasFailures_ = sql::numberOf(database_, "SELECT failures FROM counters") > 0;
+  SQLite::Statement& row = state_.get();
+  const sql::Rewinding rewinding(row);
+  sql::bindAll(row, snapshot_.number).executeStep();
+  hasFailures_ = row.getColumn(0).getInt64() > 0;
+  nextFile_ = row.getColumn(1).getInt64() + 1;
+  previousFull_ = row.getColumn(2).getInt64();
 }
 
 void SnapshotNotes::note(const std::string& path, const FileState& state, std::uint32_t version, double date,
@@ -74,8 +77,7 @@ void SnapshotNotes::note(const std::string& path, const FileState& state, std::u
 }
 
 void SnapshotNotes::confirm(const std::string& path) {
-  if (snapshot_.full && previousFull_ > 0 &&
-      sql::run(extendAtEnd_, path, snapshot_.number, previousFull_) > 0) {
+  if (snapshot_.full && sql::run(extendAtEnd_, path, snapshot_.number, previousFull_) > 0) {
     return;  // as nearly all of them are
   }
   const std::optional<Row> row = newest(path);
@@ -119,18 +121,18 @@ std::optional<RowType> rowOf(SQLite::Statement& statement) {
 }  // namespace
 
 std::optional<SnapshotNotes::Row> SnapshotNotes::newest(const std::string& path) {
-  const sql::Rewinding rewinding(newest_);
-  return rowOf<Row>(sql::bindAll(newest_, path));
+  const sql::Rewinding rewinding(newest_.get());
+  return rowOf<Row>(sql::bindAll(newest_.get(), path));
 }
 
 std::optional<SnapshotNotes::Row> SnapshotNotes::older(std::int64_t file, std::uint32_t version) {
-  const sql::Rewinding rewinding(older_);
-  return rowOf<Row>(sql::bindAll(older_, file, version));
+  const sql::Rewinding rewinding(older_.get());
+  return rowOf<Row>(sql::bindAll(older_.get(), file, version));
 }
 
 std::optional<SnapshotNotes::Row> SnapshotNotes::newestUpTo(std::int64_t file, std::uint32_t version) {
-  const sql::Rewinding rewinding(newestUpTo_);
-  return rowOf<Row>(sql::bindAll(newestUpTo_, file, version));
+  const sql::Rewinding rewinding(newestUpTo_.get());
+  return rowOf<Row>(sql::bindAll(newestUpTo_.get(), file, version));
 }
 
 void SnapshotNotes::add(const std::string& path, const FileState& state, std::uint32_t version, double date) {
@@ -173,13 +175,13 @@ void SnapshotNotes::extend(const Row& row, Place place) {
 }
 
 bool SnapshotNotes::fullBetween(std::int64_t first, std::int64_t last) {
-  const sql::Rewinding rewinding(fullBetween_);
-  return sql::bindAll(fullBetween_, first, last).executeStep();
+  const sql::Rewinding rewinding(fullBetween_.get());
+  return sql::bindAll(fullBetween_.get(), first, last).executeStep();
 }
 
 bool SnapshotNotes::isInSpan(const Row& row) {
-  const sql::Rewinding rewinding(inSpan_);
-  return sql::bindAll(inSpan_, row.file, row.version, snapshot_.number).executeStep();
+  const sql::Rewinding rewinding(inSpan_.get());
+  return sql::bindAll(inSpan_.get(), row.file, row.version, snapshot_.number).executeStep();
 }
 
 void SnapshotNotes::setInterval(const Row& row, Place place, std::int64_t first, std::int64_t last) {

@@ -3,10 +3,12 @@
 
 #include <SQLiteCpp/SQLiteCpp.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <thread>
 #include <type_traits>
 
 #include "daemon/store/Store.h"
@@ -16,6 +18,24 @@ namespace keldane::sql {
 /// How many rows are written or read while a mutex is held.
 inline constexpr std::size_t kSlice = 500;
 inline constexpr int kBusyMilliseconds = 5000;
+
+/// To be called between two slices. A thread that waits for the mutex is woken when it is given back; without
+/// a pause the one that has just had it would always be first.
+inline void letOthersIn() { std::this_thread::sleep_for(std::chrono::microseconds(50)); }
+
+/// A connection of one's own for a long question: it sees one state while a transaction lasts, and nobody
+/// waits for it.
+class LongQuestion {
+ public:
+  explicit LongQuestion(const std::string& path)
+      : database_(path, SQLite::OPEN_READONLY | SQLite::OPEN_NOFOLLOW, kBusyMilliseconds),
+        transaction_(database_) {}
+  SQLite::Database& database() { return database_; }
+
+ private:
+  SQLite::Database database_;
+  SQLite::Transaction transaction_;
+};
 
 /// Ends a query that is kept for the next time, without which it would hold the state that it reads.
 class Rewinding {
@@ -27,6 +47,18 @@ class Rewinding {
 
  private:
   SQLite::Statement& statement_;
+};
+
+/// A statement that is prepared at its first use, which takes longer than most uses, and kept.
+class KeptStatement {
+ public:
+  KeptStatement(SQLite::Database& database, const char* text) : database_(database), text_(text) {}
+  SQLite::Statement& get() { return statement_ ? *statement_ : statement_.emplace(database_, text_); }
+
+ private:
+  SQLite::Database& database_;
+  const char* const text_;
+  std::optional<SQLite::Statement> statement_;
 };
 
 template <class Value>
@@ -50,11 +82,15 @@ SQLite::Statement& bindAll(SQLite::Statement& statement, const Values&... values
   return statement;
 }
 
-/// Runs a kept statement once and answers how many rows it changed.
+/// Runs a statement once, which may be run again, and answers how many rows it changed.
 template <class... Values>
 int run(SQLite::Statement& statement, const Values&... values) {
   const Rewinding rewinding(statement);
   return bindAll(statement, values...).exec();
+}
+template <class... Values>
+int run(KeptStatement& statement, const Values&... values) {
+  return run(statement.get(), values...);
 }
 
 /// Runs a statement that is not kept.

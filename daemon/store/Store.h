@@ -6,13 +6,17 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/threads/Mutex.h"
 
 namespace keldane {
+
+struct SnapshotTable;
 
 /// How a file looked when it was stored. Times are nanoseconds since the UNIX epoch.
 struct FileState {
@@ -229,7 +233,9 @@ class Store {
   template <class Work>
   void untilDone(const Work& work);
   void addSnapshotRow(const SnapshotRecord& snapshot);
-  void removeHeldBy(std::uint32_t number);
+  void removeHeld();
+  std::shared_ptr<const SnapshotTable> snapshotTable() KELDANE_REQUIRES(readMutex_);
+  void snapshotsHaveChanged();  // to be called after the transaction
   void removeUnheld();
   void finishRemoval();
   template <class OnFile, class OnFolder>
@@ -242,6 +248,7 @@ class Store {
   SQLite::Database reader_ KELDANE_GUARDED_BY(readMutex_);  // never writes
   // Kept, because to make it takes longer than to ask it, and a menu asks four times a file.
   std::optional<SQLite::Statement> recordQuery_ KELDANE_GUARDED_BY(readMutex_);
+  std::shared_ptr<const SnapshotTable> snapshotTable_ KELDANE_GUARDED_BY(readMutex_);  // null: to be read
   Mutex removalMutex_{{.name = "Store.removalMutex"}};  // taken before the others
 };
 

@@ -56,21 +56,17 @@ class UnheldVersions {
   }
 
  private:
-  static bool answers(SQLite::Statement& statement, const Version& version) {
-    const sql::Rewinding rewinding(statement);
-    return sql::bindAll(statement, version.file, version.version).executeStep();
+  static bool answers(sql::KeptStatement& statement, const Version& version) {
+    const sql::Rewinding rewinding(statement.get());
+    return sql::bindAll(statement.get(), version.file, version.version).executeStep();
   }
 
-  SQLite::Statement held_, spanned_, inFull_;
-  SQLite::Statement dropSpans_, dropOlder_, isNewest_, promote_, dropPromoted_, dropFile_;
+  sql::KeptStatement held_, spanned_, inFull_;
+  sql::KeptStatement dropSpans_, dropOlder_, isNewest_, promote_, dropPromoted_, dropFile_;
 };
 
-std::vector<Version> versionsOf(SQLite::Statement& statement) {
-  std::vector<Version> versions;
-  while (statement.executeStep()) {
-    versions.push_back({statement.getColumn(0).getInt64(), statement.getColumn(1).getInt64()});
-  }
-  return versions;
+Version versionAt(SQLite::Statement& row) {
+  return {row.getColumn(0).getInt64(), row.getColumn(1).getInt64()};
 }
 
 }  // namespace
@@ -88,6 +84,7 @@ void Store::removeSnapshots(const std::vector<std::uint32_t>& numbers) {
     }
     transaction.commit();
   }
+  snapshotsHaveChanged();
   finishRemoval();
 }
 
@@ -104,8 +101,8 @@ void Store::finishRemoval() {
       someFull = someFull || row.getColumn(1).getInt() != 0;
     }
   }
-  for (const std::uint32_t number : leaving) {
-    removeHeldBy(number);
+  if (!leaving.empty()) {
+    removeHeld();
   }
   if (someFull) {
     removeUnheld();
@@ -121,17 +118,23 @@ void Store::finishRemoval() {
   }
 }
 
-void Store::removeHeldBy(std::uint32_t number) {
+// Takes out what the snapshots that leave are said to hold.
+void Store::removeHeld() {
   std::optional<UnheldVersions> unheld;
   untilDone([&] {
     if (!unheld) {
       unheld.emplace(database_);
     }
-    SQLite::Statement query(database_, "SELECT file, version FROM held WHERE snapshot = ? LIMIT ?");
-    const std::vector<Version> slice = versionsOf(sql::bindAll(query, number, std::uint64_t{sql::kSlice}));
-    SQLite::Statement drop(database_, "DELETE FROM held WHERE snapshot = ? AND file = ? AND version = ?");
-    for (const Version& version : slice) {
-      sql::run(drop, number, version.file, version.version);
+    SQLite::Statement query(database_,
+                            "SELECT file, version, snapshot FROM leaving CROSS JOIN held"
+                            " ON snapshot = number LIMIT ?");
+    SQLite::Statement drop(database_, "DELETE FROM held WHERE file = ? AND version = ? AND snapshot = ?");
+    std::vector<std::pair<Version, std::uint32_t>> slice;
+    for (sql::bindAll(query, std::uint64_t{sql::kSlice}); query.executeStep();) {
+      slice.push_back({versionAt(query), query.getColumn(2).getUInt()});
+    }
+    for (const auto& [version, snapshot] : slice) {
+      sql::run(drop, version.file, version.version, snapshot);
       unheld->check(version);
     }
     return slice.size() < sql::kSlice;
@@ -143,16 +146,18 @@ void Store::removeHeldBy(std::uint32_t number) {
 void Store::removeUnheld() {
   std::vector<Version> candidates;
   {
-    SQLite::Database scan(path_, SQLite::OPEN_READONLY | SQLite::OPEN_NOFOLLOW, sql::kBusyMilliseconds);
+    sql::LongQuestion question(path_);
     SQLite::Statement query(
-        scan,
+        question.database(),
         "SELECT id, version FROM files WHERE first_full IS NOT NULL AND NOT EXISTS(SELECT 1 FROM"
         " snapshots WHERE full AND number BETWEEN first_full AND last_full) UNION ALL "
         "SELECT file, version FROM versions WHERE first_full IS NOT NULL AND NOT EXISTS(SELECT 1 FROM"
         " snapshots WHERE full AND number BETWEEN first_full AND last_full) UNION ALL "
         "SELECT file, version FROM spans WHERE NOT EXISTS(SELECT 1 FROM"
         " snapshots WHERE full AND number BETWEEN first AND last)");
-    candidates = versionsOf(query);
+    while (query.executeStep()) {
+      candidates.push_back(versionAt(query));
+    }
   }
   std::optional<UnheldVersions> unheld;
   inSlices(candidates.size(), [&](std::size_t first, std::size_t last) {
@@ -175,17 +180,18 @@ void Store::setRemoved(const std::string& path, bool removed, double date) {
     sql::runOnce(database_, "UPDATE files SET removed = NULL WHERE path = ? AND removed IS NOT NULL", path);
     return;
   }
-  {
-    const ScopedLock guard(mutex_);
-    SQLite::Transaction transaction(database_, SQLite::TransactionBehavior::IMMEDIATE);
-    sql::runOnce(database_, "UPDATE files SET removed = ?2 WHERE path = ?1 AND removed IS NULL", path, date);
-    sql::runOnce(database_, "DELETE FROM failures WHERE path = ?1 OR (path >= ?2 AND path < ?3)", path,
-                 sql::Below(path).from, sql::Below(path).to);
-    transaction.commit();
-  }
   const sql::Below below(path);
-  std::string from = below.from;
+  std::string from;
   untilDone([&] {
+    if (from.empty()) {
+      sql::runOnce(database_, "UPDATE files SET removed = ?2 WHERE path = ?1 AND removed IS NULL", path,
+                   date);
+      if (sql::numberOf(database_, "SELECT failures FROM counters") > 0) {
+        sql::runOnce(database_, "DELETE FROM failures WHERE path = ?1 OR (path >= ?2 AND path < ?3)", path,
+                     below.from, below.to);
+      }
+      from = below.from;
+    }
     SQLite::Statement query(
         database_, "SELECT path FROM files WHERE path >= ? AND path < ? ORDER BY path LIMIT 1 OFFSET ?");
     sql::bindAll(query, from, below.to, std::uint64_t{sql::kSlice});

@@ -3,6 +3,7 @@
 #include <set>
 #include <utility>
 
+#include "daemon/store/Holders.h"
 #include "daemon/store/Schema.h"
 #include "daemon/store/Slices.h"
 #include "daemon/store/SnapshotNotes.h"
@@ -81,6 +82,9 @@ void Store::addSnapshotRow(const SnapshotRecord& snapshot) {
                  number);
   }
   transaction.commit();
+  if (isNew) {
+    snapshotsHaveChanged();
+  }
 }
 
 void Store::addSnapshot(const SnapshotRecord& snapshot, const std::vector<StoredFile>& stored,
@@ -145,11 +149,8 @@ void Store::addRebuilt(const SnapshotRecord& snapshot, const std::vector<Rebuilt
 std::vector<SnapshotRecord> Store::snapshots() {
   const ScopedLock guard(readMutex_);
   std::vector<SnapshotRecord> snapshots;
-  SQLite::Statement row(reader_, "SELECT number, id, time, full, prefix FROM snapshots ORDER BY number");
-  while (row.executeStep()) {
-    snapshots.push_back({row.getColumn(0).getUInt(), row.getColumn(1).getString(),
-                         row.getColumn(2).getDouble(), row.getColumn(3).getInt() != 0,
-                         row.getColumn(4).getString()});
+  for (const auto& [number, snapshot] : snapshotTable()->byNumber) {
+    snapshots.push_back(snapshot);
   }
   return snapshots;
 }
@@ -162,12 +163,14 @@ void Store::setSnapshotIds(const std::map<std::uint32_t, std::string>& ids) {
     sql::run(statement, number, id);
   }
   transaction.commit();
+  snapshotsHaveChanged();
 }
 
 void Store::clearCatalogue() {
   const ScopedLock removal(removalMutex_);
   const ScopedLock guard(mutex_);
   schema::clearCatalogue(database_);
+  snapshotsHaveChanged();
 }
 
 }  // namespace keldane

@@ -18,6 +18,7 @@
 
 #include "daemon/engine/ResticEngine.h"
 #include "platform/files/Descriptor.h"
+#include "tests/support/QuickRepository.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Wait.h"
 
@@ -72,8 +73,9 @@ class EngineFixture : public ::testing::Test {
   std::string write(const std::string& name, const std::string& content) const {
     return folder_.write("home/" + name, content);
   }
-  /// Makes the repository of the engine; once, as it takes a second.
-  void initialize() { ASSERT_TRUE(engine_.initialize(job_)); }
+  /// Puts a repository in place that opens at once.
+  void initialize() const { QuickRepository::make(files()); }
+  std::string id() const { return files().configuration()->repositoryId; }
 
   template <class Change>
   void configure(Change change) const {
@@ -126,10 +128,16 @@ class EngineFixture : public ::testing::Test {
                       [](const auto& path) { return std::filesystem::file_size(path); });
     return found;
   }
+  /// Bytes that cannot be compressed.
+  static std::string noise(std::size_t size) {
+    std::string bytes(size, '\0');
+    std::ifstream("/dev/urandom", std::ios::binary).read(bytes.data(), static_cast<std::streamsize>(size));
+    return bytes;
+  }
   static void damage(const std::filesystem::path& file) {
     std::filesystem::permissions(file, std::filesystem::perms::owner_all);
     std::fstream stream(file, std::ios::in | std::ios::out | std::ios::binary);
-    stream.seekp(100);
+    stream.seekp(10);
     stream << "damage";
   }
   std::vector<std::string> leftInWork() const {

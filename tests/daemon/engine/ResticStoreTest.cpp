@@ -73,7 +73,7 @@ TEST_F(ResticStoreTest, StoresNamesThatMeanSomethingToOthers) {
 
 TEST_F(ResticStoreTest, TellsFilesThatCannotBeReadOrAreGone) {
   ResticEngine modest(files(), modestRestic());
-  ASSERT_TRUE(modest.initialize(job_));
+  initialize();
   const std::string good = write("good", "x");
   const std::string secret = write("secret", "x");
   ::chmod(secret.c_str(), 0);
@@ -109,11 +109,7 @@ TEST_F(ResticStoreTest, TellsAFullDiskAndGoesOnWhenThereIsRoomAgain) {
   } unmount{repository()};
   initialize();
   const std::string small = write("small", "x");
-  const std::string large = write("large", std::string());
-  std::ifstream random("/dev/urandom", std::ios::binary);
-  std::string content(20'000'000, '\0');
-  random.read(content.data(), static_cast<std::streamsize>(content.size()));
-  write("large", content);
+  const std::string large = write("large", noise(20'000'000));
   const StoreAnswer full = store({large});
   EXPECT_EQ(full.health, Health::full) << full;
   EXPECT_THAT(full.detail, HasSubstr("No room"));

@@ -1,0 +1,365 @@
+#include "daemon/restore/RestoreRun.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+
+#include "daemon/restore/Stager.h"
+#include "daemon/restore/StagingWatch.h"
+#include "platform/files/Path.h"
+
+namespace keldane {
+
+namespace {
+
+/// Whether the repository may be usable another time. Whatever is wrong with it as a whole is over by itself
+/// once its cause is.
+bool passesBy(Health health) {
+  return health != Health::ready && health != Health::cancelled && health != Health::damaged &&
+         health != Health::failed && health != Health::full;
+}
+
+std::string reasonOf(int error) { return std::generic_category().message(error) + "."; }
+
+/// Where links of a path lead to; the path itself when they lead nowhere.
+std::string resolved(const std::string& path) {
+  std::error_code error;
+  const std::filesystem::path real = std::filesystem::canonical(path, error);
+  return error ? path : real.string();
+}
+
+}  // namespace
+
+bool RestoreRun::isForAnother() const { return state_.request.user != geteuid() && state_.request.user != 0; }
+
+RestoreRun::End RestoreRun::run() {
+  state_.report.message.clear();
+  if (state_.isPlacing) {
+    if (const End end = goOnPlacing(); end != End::done) {
+      return end;
+    }
+  } else {
+    removeStaging();
+  }
+  for (;;) {
+    state_.portion = nextPortion();
+    if (state_.portion.empty()) {
+      finish();
+      return End::done;
+    }
+    if (const End end = runPortion(); end != End::done) {
+      return end;
+    }
+    if (!hooks_.mayGoOn()) {
+      return End::ended;
+    }
+  }
+}
+
+std::vector<std::uint32_t> RestoreRun::nextPortion() {
+  std::vector<std::uint32_t> portion;
+  std::optional<MountPlace> place;
+  ApartPaths paths;
+  state_.itemsToCome = 0;
+  for (std::uint32_t item = 0; item < state_.request.items.size(); ++item) {
+    if (targets_.isCovered(item)) {
+      state_.isDone[item] = true;
+    }
+    if (state_.isDone[item]) {
+      continue;
+    }
+    ++state_.itemsToCome;
+    const std::string& path = state_.request.items[item].path;
+    if (targets_.areOwnPlaces() && !isForAnother()) {
+      const MountPlace own = mountPlace(deepestFolder(path));
+      if (place && own != *place) {
+        continue;
+      }
+      place = own;
+    }
+    if (paths.add(path)) {
+      portion.push_back(item);
+    }
+  }
+  return portion;
+}
+
+EngineAnswer RestoreRun::planPortion() {
+  plan_ = {};
+  RestorePlanner planner(store_, engine_, folder_, job_);
+  for (const std::uint32_t item : state_.portion) {
+    const EngineAnswer answer =
+        planner.add(state_.request.items[item], targets_.nameOf(item), state_.request.before, plan_);
+    if (!answer) {
+      return answer;
+    }
+  }
+  const EngineAnswer answer = isForAnother() ? planner.keepOnly(state_.request.user, plan_) : EngineAnswer();
+  if (answer && plan_.leavesOutForeign) {
+    plan_.problems.emplace_back("What belongs to other users is left out.");
+  }
+  return answer;
+}
+
+// One portion from the plan to its places. When it cannot be finished now, nothing of it is reported yet.
+RestoreRun::End RestoreRun::runPortion() {
+  const RestoreReport before = state_.report;
+  plan_ = {};
+  hooks_.tell(state_.request.items[state_.portion.front()].path);
+  if (const EngineAnswer answer = planPortion(); !answer) {
+    return endFor(answer, before);
+  }
+  std::for_each(plan_.problems.begin(), plan_.problems.end(),
+                [this](const std::string& problem) { noteProblem(problem); });
+  state_.itemsToCome -= std::min<std::uint64_t>(state_.itemsToCome, state_.portion.size());
+  state_.report.files += plan_.files.size();
+  state_.report.bytes += plan_.bytes();
+  hooks_.tell(state_.request.items[state_.portion.front()].path);
+  if (plan_.files.empty() && plan_.items.empty()) {
+    finishPortion();
+    return End::done;
+  }
+  std::error_code error;
+  if (!targets_.areOwnPlaces() && !isForAnother()) {
+    std::filesystem::create_directories(targets_.root(), error);
+  }
+  const std::string folder = isForAnother()            ? folder_.work()
+                             : targets_.areOwnPlaces() ? deepestFolder(plan_.items.front().path)
+                                                       : resolved(targets_.root());
+  const Staging staging = error ? Staging() : makeStaging(folder);
+  if (!staging) {
+    return endFor({Health::failed,
+                   "Nothing can be written to " + folder + ": " + reasonOf(error ? error.value() : errno)},
+                  state_.report);
+  }
+  if (const EngineAnswer answer = stagePortion(staging); !answer) {
+    return endFor(answer, before);
+  }
+  beginPlacing(staging);
+  return placePortion(staging);
+}
+
+RestoreRun::End RestoreRun::endFor(const EngineAnswer& answer, const RestoreReport& before) {
+  removeStaging();
+  if (!hooks_.mayGoOn() || answer.health == Health::cancelled || passesBy(answer.health)) {
+    state_.report = before;
+    state_.report.message = answer.health == Health::cancelled ? "" : answer.detail;
+    return hooks_.mayGoOn() ? End::later : End::ended;
+  }
+  noteProblem(answer.detail);
+  state_.report.message = answer.detail;
+  finishPortion();
+  return End::done;
+}
+
+// As near to the target as can be written, so that files can be moved there; else in the daemon's own folder.
+Staging RestoreRun::makeStaging(const std::string& folder) {
+  const std::string name = Staging::nameFor(state_.number);
+  const MountPlace place = mountPlace(folder);
+  std::error_code ignored;
+  std::filesystem::create_directories(folder_.work(), ignored);
+  for (std::string at = folder;; at = folderAbove(at)) {
+    const bool isNear = mountPlace(at) == place;
+    state_.staging = appendPathComponent(isNear ? at : folder_.work(), name);
+    hooks_.keep();
+    Staging staging = Staging::make(isNear ? at : folder_.work(), name);
+    const bool mayBeElsewhere = errno == EACCES || errno == EPERM || errno == EROFS;
+    if (staging || !isNear || !mayBeElsewhere) {
+      return staging;
+    }
+    if (at == "/") {
+      state_.staging = appendPathComponent(folder_.work(), name);
+      hooks_.keep();
+      return Staging::make(folder_.work(), name);
+    }
+  }
+}
+
+EngineAnswer RestoreRun::stagePortion(const Staging& staging) {
+  Stager::Options options;
+  options.ownPlaces = targets_.areOwnPlaces();
+  if (isForAnother()) {
+    options.owner = state_.request.user;
+  }
+  options.mayGoOn = hooks_.mayGoOn;
+  options.problem = [this](const std::string& sentence) { noteProblem(sentence); };
+  // The last hundredths are for finding the places.
+  const std::uint64_t most = plan_.bytes() / 100 * 98;
+  const std::uint64_t before = state_.report.bytesDone;
+  const StagingWatch watch(staging.folder(), [this, most, before](std::uint64_t bytes) {
+    hooks_.staged(before + std::min(bytes, most));
+  });
+  const EngineAnswer answer = Stager(engine_, staging, job_, std::move(options)).stage(plan_);
+  return answer && !hooks_.mayGoOn() ? EngineAnswer{Health::cancelled, {}} : answer;
+}
+
+void RestoreRun::beginPlacing(const Staging& staging) {
+  std::uint64_t failed = 0;
+  for (const auto& [path, file] : plan_.files) {
+    if (file.state == WantedFile::failed) {
+      ++failed;
+      state_.report.bytesDone += file.size;
+    }
+  }
+  const TreeCount count = countTree(staging.folder(), Stager::kResult);
+  state_.report.filesDone += failed;
+  // There are also links of which the catalogue knew nothing.
+  state_.report.files = std::max(state_.report.files, state_.report.filesDone + count.files);
+  state_.portionFiles = count.files;
+  state_.portionBytes = count.bytes;
+  state_.isPlacing = true;
+  if (state_.request.conflict == Conflict::replace) {
+    syncfs(staging.folder());  // what takes the place of something must itself outlive a power cut
+  }
+  again_ = false;
+  hooks_.keep();
+}
+
+// What is no longer in the staging was placed before.
+RestoreRun::End RestoreRun::goOnPlacing() {
+  const Staging staging = Staging::open(state_.staging);
+  if (!staging) {
+    state_.isPlacing = false;
+    return End::done;
+  }
+  const TreeCount left = countTree(staging.folder(), Stager::kResult);
+  const std::uint64_t files = state_.portionFiles - std::min(state_.portionFiles, left.files);
+  state_.report.restored += files;
+  state_.report.filesDone += files;
+  state_.report.bytesDone += state_.portionBytes - std::min(state_.portionBytes, left.bytes);
+  again_ = true;
+  return placePortion(staging);
+}
+
+RestoreRun::End RestoreRun::placePortion(const Staging& staging) {
+  const Descriptor staged(openFolderIn(staging.folder(), Stager::kResult, O_RDONLY));
+  if (!placeStaged(staged.get())) {
+    return End::ended;
+  }
+  finishPortion();
+  return End::done;
+}
+
+bool RestoreRun::placeStaged(int staged) {
+  const std::string temporary = lastPathComponent(state_.staging);
+  const RestoreRequest& request = state_.request;
+  int error = 0;
+  if (isForAnother()) {
+    UserTarget target({.user = request.user,
+                       .group = request.group,
+                       .groups = request.groups,
+                       .root = targets_.root(),
+                       .temporaryName = temporary,
+                       .conflict = request.conflict,
+                       .again = again_,
+                       .mayGoOn = hooks_.mayGoOn});
+    error = target.error();
+    if (error == 0) {
+      return placeTree(staged, targets_.root(), target, watch());
+    }
+  } else {
+    Descriptor root(open(targets_.root().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    error = root ? 0 : errno;
+    DirectTarget target(std::move(root), {.conflict = request.conflict,
+                                          .temporaryName = temporary,
+                                          .keepTimes = false,
+                                          .again = again_,
+                                          .mayGoOn = hooks_.mayGoOn});
+    if (error == 0) {
+      return placeTree(staged, targets_.root(), target, watch());
+    }
+  }
+  state_.report.filesDone += state_.portionFiles;
+  noteProblem("Nothing can be restored to " + targets_.root() + ": " + reasonOf(error));
+  return error != ECANCELED;
+}
+
+PlaceWatch RestoreRun::watch() {
+  const auto count = [this](const TreeCount& done, std::uint64_t& kind) {
+    kind += done.files;
+    state_.report.filesDone += done.files;
+    state_.report.bytesDone += done.bytes;
+  };
+  return {.mayGoOn = hooks_.mayGoOn,
+          .begins = [this](const std::string& path) { hooks_.tell(path); },
+          .placed = [this, count](const TreeCount& done) { count(done, state_.report.restored); },
+          .skipped = [this, count](const TreeCount& done) { count(done, state_.report.skipped); },
+          .failed =
+              [this, count](const TreeCount& done, const std::string& sentence) {
+                std::uint64_t failed = 0;
+                count(done, failed);
+                noteProblem(sentence);
+              },
+          .incomplete = [this](const std::string& sentence) { noteProblem(sentence); }};
+}
+
+void RestoreRun::finishPortion() {
+  for (const std::uint32_t item : state_.portion) {
+    state_.isDone[item] = true;
+  }
+  state_.portion.clear();
+  state_.isPlacing = false;
+  hooks_.keep();  // before the staging goes, whose absence would say that all is placed
+  removeStaging();
+  plan_ = {};
+}
+
+void RestoreRun::finish() {
+  RestoreReport& report = state_.report;
+  report.filesDone = report.files;
+  report.bytesDone = report.bytes;
+  const bool hasResult = report.restored + report.skipped > 0;
+  report.status = report.problems.empty() ? RestoreStatus::done
+                  : hasResult             ? RestoreStatus::doneWithProblems
+                                          : RestoreStatus::failed;
+  if (report.status != RestoreStatus::failed) {
+    report.message.clear();
+  } else if (report.message.empty()) {
+    report.message = report.problems.size() == 1 ? report.problems.front() : "Nothing could be restored.";
+  }
+}
+
+void RestoreRun::removeStaging() {
+  if (!state_.staging.empty()) {
+    Staging::open(state_.staging).remove();
+    state_.staging.clear();
+    state_.isPlacing = false;
+    hooks_.keep();
+  }
+}
+
+void RestoreRun::giveUp() {
+  constexpr std::string_view kReason = " is not restored: the job was cancelled.";
+  if (const Staging staging = Staging::open(state_.staging); staging && state_.isPlacing) {
+    const Descriptor staged(openFolderIn(staging.folder(), Stager::kResult, O_RDONLY));
+    listRest(staged.get(), targets_.root());
+    for (const std::uint32_t item : state_.portion) {
+      state_.isDone[item] = true;
+    }
+  }
+  for (std::size_t item = 0; item < state_.request.items.size(); ++item) {
+    if (!state_.isDone[item]) {
+      noteProblem(state_.request.items[item].path + std::string(kReason));
+    }
+  }
+  removeStaging();
+}
+
+void RestoreRun::listRest(int folder, const std::string& path) {
+  for (const std::string& name : namesIn(folder)) {
+    const std::string whole = appendPathComponent(path, name);
+    const StagedFolder below(folder, name);
+    if (below) {
+      listRest(below.get(), whole);
+    } else if (state_.report.problems.size() < kMostRestoreProblems) {
+      noteProblem(whole + " is not restored: the job was cancelled.");
+    }
+  }
+}
+
+}  // namespace keldane

@@ -1,0 +1,80 @@
+// One job of restoring, from its request to the last file in its place.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "daemon/restore/Placer.h"
+#include "daemon/restore/RestorePlan.h"
+#include "daemon/restore/RestoreRecords.h"
+#include "daemon/restore/RestoreTargets.h"
+#include "daemon/restore/Staging.h"
+#include "daemon/restore/UserTarget.h"
+
+namespace keldane {
+
+/// Works through a job in portions: items that go to one mount and do not overlap are made whole in one
+/// staging and then placed. A portion that was being placed when a process ended goes on with what is left in
+/// the staging, so that nothing is placed twice. One thread, which may be told to end by `mayGoOn` and the
+/// engine's job.
+class RestoreRun {
+ public:
+  struct Hooks {
+    std::function<bool()> mayGoOn;
+    std::function<void()> keep;  ///< the state has come to a point from which it can go on
+    std::function<void(const std::string& file)> tell;  ///< the report changed, or another file is at hand
+    /// So many bytes are done or on their way. Called on another thread.
+    std::function<void(std::uint64_t bytes)> staged;
+  };
+  enum class End {
+    done,   ///< the report says how
+    later,  ///< the repository cannot be used now; the report's message says why
+    ended   ///< `mayGoOn` said so
+  };
+  RestoreRun(Store& store, BackupEngine& engine, const DataFolder& folder, EngineJob& job,
+             RestoreState& state, Hooks hooks)
+      : store_(store),
+        engine_(engine),
+        folder_(folder),
+        job_(job),
+        state_(state),
+        hooks_(std::move(hooks)),
+        targets_(state.request) {}
+
+  End run();
+  /// After a cancellation: lists what was not placed, and removes the staging.
+  void giveUp();
+
+ private:
+  bool isForAnother() const;
+  std::vector<std::uint32_t> nextPortion();
+  EngineAnswer planPortion();
+  End runPortion();
+  End endFor(const EngineAnswer& answer, const RestoreReport& before);
+  Staging makeStaging(const std::string& folder);
+  EngineAnswer stagePortion(const Staging& staging);
+  void beginPlacing(const Staging& staging);
+  End goOnPlacing();
+  End placePortion(const Staging& staging);
+  bool placeStaged(int staged);
+  PlaceWatch watch();
+  void noteProblem(const std::string& sentence) { addProblem(state_.report, sentence); }
+  void finishPortion();
+  void finish();
+  void removeStaging();
+  void listRest(int folder, const std::string& path);
+
+  Store& store_;
+  BackupEngine& engine_;
+  const DataFolder folder_;
+  EngineJob& job_;
+  RestoreState& state_;
+  const Hooks hooks_;
+  const RestoreTargets targets_;
+  RestorePlan plan_;    // of the portion at hand
+  bool again_ = false;  // the portion at hand was being placed before
+};
+
+}  // namespace keldane

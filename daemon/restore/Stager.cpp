@@ -1,0 +1,298 @@
+#include "daemon/restore/Stager.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <numeric>
+#include <unordered_map>
+
+#include "daemon/restore/Holes.h"
+#include "daemon/restore/PlaceItem.h"
+#include "daemon/restore/Placer.h"
+#include "platform/files/Path.h"
+
+namespace keldane {
+
+namespace {
+
+// So many files of a folder in a partial snapshot are quicker had with the folder than by name.
+constexpr std::size_t kMostByName = 64;
+// Files that cannot be written are left out of the next attempt; a place that takes nothing ends it.
+constexpr int kMostAttempts = 3;
+
+/// The path that a line "path: reason" is about, among those that are wanted. Both may hold ": ".
+std::optional<std::string> pathOf(const std::string& line, const std::string& prefix,
+                                  const RestorePlan& plan) {
+  for (std::size_t end = line.find(": "); end != std::string::npos; end = line.find(": ", end + 1)) {
+    if (line.compare(0, prefix.size(), prefix) == 0 && end > prefix.size()) {
+      std::string path = line.substr(prefix.size(), end - prefix.size());
+      if (plan.files.contains(path)) {
+        return path;
+      }
+    }
+  }
+  return std::nullopt;
+}
+
+/// Opens a folder of a staging by its path, and lets all on the way be entered meanwhile.
+std::vector<StagedFolder> openWay(int root, const std::string& path) {
+  std::vector<StagedFolder> way;
+  way.reserve(static_cast<std::size_t>(std::count(path.begin(), path.end(), '/')) + 1);
+  int folder = root;
+  for (const std::string& name : pathComponents(path)) {
+    if (name != "/") {
+      way.emplace_back(folder, name);
+      if (!way.back()) {
+        return {};
+      }
+      folder = way.back().get();
+    }
+  }
+  return way;
+}
+
+/// Where the way ends; the root itself when it is empty by request, -1 when it could not be gone.
+int endOf(const std::vector<StagedFolder>& way, int root, const std::string& path) {
+  return path.empty() || path == "/" ? root : way.empty() ? -1 : way.back().get();
+}
+
+std::string parentOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
+
+}  // namespace
+
+EngineAnswer Stager::stage(RestorePlan& plan) {
+  mkdirat(staging_.folder(), kResult, S_IRWXU);
+  std::vector<std::uint32_t> order(plan.sources.size());
+  std::iota(order.begin(), order.end(), 0U);
+  std::stable_sort(order.begin(), order.end(), [&](std::uint32_t left, std::uint32_t right) {
+    return plan.sources[left].number < plan.sources[right].number;  // newer ones take the place of older ones
+  });
+  for (const std::uint32_t source : order) {
+    const Part part{source, "from-" + std::to_string(source), pathsFrom(source, plan)};
+    if (part.paths.empty()) {
+      continue;
+    }
+    if (!options_.mayGoOn()) {
+      return {Health::cancelled, {}};
+    }
+    if (const EngineAnswer answer = fetch(part, plan); !answer) {
+      return answer;
+    }
+    filter(part, plan);
+    failMissing(part, plan, "it is not in the snapshot that should have it");
+    compose(part, plan);
+    removeTree(staging_.folder(), part.name);
+  }
+  return {};
+}
+
+std::vector<std::string> Stager::pathsFrom(std::uint32_t source, const RestorePlan& plan) const {
+  std::vector<std::string> paths;
+  const RestoreSource& from = plan.sources[source];
+  for (const PlannedItem& item : plan.items) {
+    if (item.base == source) {
+      paths.push_back(item.path);
+      continue;
+    }
+    const std::size_t before = paths.size();
+    for (auto file = plan.files.lower_bound(item.path);
+         file != plan.files.end() && file->first.starts_with(item.path); ++file) {
+      if (file->second.source == source && isAtOrBelow(file->first, item.path)) {
+        paths.push_back(file->first);
+      }
+    }
+    if (!options_.owner && !from.full && from.prefix.empty() && paths.size() - before > kMostByName) {
+      paths.resize(before);
+      paths.push_back(item.path);
+    }
+  }
+  return paths;
+}
+
+EngineAnswer Stager::fetch(const Part& part, RestorePlan& plan) {
+  const RestoreSource& source = plan.sources[part.source];
+  std::vector<std::string> paths = part.paths;
+  for (int attempt = 1;; ++attempt) {
+    const std::string folder = staging_.makePart(part.name);
+    std::vector<std::string> stored;
+    for (const std::string& path : paths) {
+      stored.push_back(source.prefix + path);
+    }
+    std::vector<std::string> problems;
+    EngineAnswer answer = engine_.restore(source.snapshot, stored, folder, problems, job_);
+    noteProblems(part, problems, plan, !answer);
+    const bool isItsOwn = answer.health == Health::failed || answer.health == Health::full;
+    if (answer || answer.health == Health::damaged) {
+      return {};  // of what is damaged nothing is there, and the rest is whole
+    }
+    if (!isItsOwn) {
+      return answer;
+    }
+    // What an engine that failed has left is not to be trusted.
+    removeTree(staging_.folder(), part.name);
+    paths.clear();
+    for (const auto& [path, file] : plan.files) {
+      if (file.source == part.source && file.state == WantedFile::missing) {
+        paths.push_back(path);
+      }
+    }
+    if (problems.empty() || paths.empty() || attempt == kMostAttempts || answer.health == Health::full) {
+      failMissing(part, plan, answer.detail);
+      staging_.makePart(part.name);
+      return {};
+    }
+  }
+}
+
+void Stager::noteProblems(const Part& part, const std::vector<std::string>& lines, RestorePlan& plan,
+                          bool isContent) {
+  const std::string& prefix = plan.sources[part.source].prefix;
+  bool leavesOut = false;
+  const Descriptor root(openFolderIn(staging_.folder(), part.name.c_str(), O_RDONLY));
+  for (const std::string& line : lines) {
+    const std::optional<std::string> path = pathOf(line, prefix, plan);
+    if (!path) {
+      leavesOut = leavesOut || options_.owner;
+      if (!options_.owner) {
+        options_.problem(line);
+      }
+      continue;
+    }
+    WantedFile& file = plan.files.at(*path);
+    const std::string reason = line.substr(prefix.size() + path->size() + 2);
+    struct stat status {};
+    const std::string inPart = (prefix + *path).substr(1);
+    const bool isThere = fstatat(root.get(), inPart.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+    if (isContent && !isThere && file.source == part.source && file.state != WantedFile::failed) {
+      file.state = WantedFile::failed;
+      options_.problem(*path + " is not restored: " + reason + ".");
+    } else if (isThere && file.source == part.source) {
+      options_.problem(*path +
+                       " is restored, but not all of its mode, owner, times and attributes: " + reason + ".");
+    }
+  }
+  if (leavesOut) {
+    options_.problem("Some items could not be read from the repository.");
+  }
+}
+
+void Stager::failMissing(const Part& part, RestorePlan& plan, const std::string& reason) {
+  for (auto& [path, file] : plan.files) {
+    if (file.source == part.source && file.state == WantedFile::missing) {
+      file.state = WantedFile::failed;
+      options_.problem(path + " is not restored: " + reason + (reason.ends_with('.') ? "" : "."));
+    }
+  }
+}
+
+void Stager::filter(const Part& part, RestorePlan& plan) {
+  const std::string& prefix = plan.sources[part.source].prefix;
+  const Descriptor root(openFolderIn(staging_.folder(), part.name.c_str(), O_RDONLY));
+  const std::vector<StagedFolder> way = openWay(root.get(), prefix);
+  const int folder = endOf(way, root.get(), prefix);
+  if (folder >= 0) {
+    filterTree(folder, "/",
+               [&](int parent, const std::string& name, const std::string& path, const struct stat& status) {
+                 return stays(part.source, parent, name, path, status, plan);
+               });
+  }
+}
+
+bool Stager::stays(std::uint32_t source, int folder, const std::string& name, const std::string& path,
+                   const struct stat& status, RestorePlan& plan) {
+  const auto found = plan.files.find(path);
+  const bool isWanted = found != plan.files.end() && found->second.source == source &&
+                        found->second.state == WantedFile::missing;
+  if (options_.owner && status.st_uid != *options_.owner) {
+    if (isWanted) {
+      found->second.state = WantedFile::failed;
+      options_.problem(path + " is not restored: it belongs to another user.");
+    }
+    return false;
+  }
+  if (S_ISREG(status.st_mode)) {
+    if (!isWanted) {
+      return false;
+    }
+    const auto size = static_cast<std::uint64_t>(status.st_size);
+    if (size != found->second.size) {
+      found->second.state = WantedFile::failed;
+      options_.problem(path + " is not restored: it has " + std::to_string(size) + " bytes, and " +
+                       std::to_string(found->second.size) + " were stored.");
+      return false;
+    }
+    if (size >= kLeastSizeForHoles && options_.mayGoOn()) {
+      makeHoles(folder, name.c_str());
+    }
+    found->second.state = WantedFile::staged;
+    return true;
+  }
+  if (S_ISLNK(status.st_mode)) {
+    if (isWanted) {
+      found->second.state = WantedFile::staged;
+    }
+    // A link that nothing is known of came with its folder.
+    return isWanted || found == plan.files.end();
+  }
+  const bool canBeMade = geteuid() == 0 && !options_.owner;
+  if (isWanted) {
+    found->second.state = canBeMade ? WantedFile::staged : WantedFile::failed;
+  }
+  if (!canBeMade) {
+    options_.problem(path + " is not restored: only the administrator can make such special files.");
+  }
+  return canBeMade;
+}
+
+void Stager::compose(const Part& part, const RestorePlan& plan) {
+  const std::string& prefix = plan.sources[part.source].prefix;
+  const Descriptor root(openFolderIn(staging_.folder(), part.name.c_str(), O_RDONLY));
+  if (options_.ownPlaces) {
+    const std::vector<StagedFolder> way = openWay(root.get(), prefix);
+    if (const int folder = endOf(way, root.get(), prefix); folder >= 0) {
+      merge(folder);
+    }
+    return;
+  }
+  for (const PlannedItem& item : plan.items) {
+    composeItem(root.get(), prefix, item);
+  }
+}
+
+void Stager::composeItem(int root, const std::string& prefix, const PlannedItem& item) {
+  constexpr const char* kPicked = "picked";
+  const std::string parent = parentOf(prefix + item.path);
+  mkdirat(staging_.folder(), kPicked, S_IRWXU);
+  const Descriptor picked(openFolderIn(staging_.folder(), kPicked, O_RDONLY));
+  {
+    const std::vector<StagedFolder> way = openWay(root, parent);
+    const int folder = endOf(way, root, parent);
+    const std::string last = lastPathComponent(item.path);
+    if (folder >= 0 && last == "/") {
+      merge(folder);
+    } else if (folder >= 0) {
+      // A folder that may not be written can be renamed only where it stays.
+      const StagedFolder itself(folder, last);
+      moveToFreeName(folder, last.c_str(), picked.get(), item.name.c_str());
+    }
+  }
+  merge(picked.get());
+  removeTree(staging_.folder(), kPicked);
+}
+
+void Stager::merge(int folder) {
+  DirectTarget target(
+      Descriptor(openFolderIn(staging_.folder(), kResult, O_RDONLY)),
+      {.conflict = Conflict::replace, .temporaryName = {}, .keepTimes = true, .again = false, .mayGoOn = {}});
+  const PlaceWatch watch{
+      .mayGoOn = [] { return true; },
+      .begins = [](const std::string&) {},
+      .placed = [](const TreeCount&) {},
+      .skipped = [](const TreeCount&) {},
+      .failed = [this](const TreeCount&, const std::string& sentence) { options_.problem(sentence); },
+      .incomplete = [](const std::string&) {}};
+  placeTree(folder, "/", target, watch);
+}
+
+}  // namespace keldane
