@@ -268,9 +268,13 @@ std::vector<std::string> RepositoryCare::giveUpDamaged(const std::vector<std::st
       const auto holder = std::find_if(
           snapshots.begin(), snapshots.end(),
           [&](const SnapshotRecord& snapshot) { return entry.snapshot.starts_with(snapshot.id); });
-      if (holder != snapshots.end() && entry.entry.path.starts_with(holder->prefix)) {
-        paths.push_back(entry.entry.path.substr(holder->prefix.size()));
-        store_.setDamaged(paths.back(), holder->id);
+      if (holder == snapshots.end() || !entry.entry.path.starts_with(holder->prefix)) {
+        continue;
+      }
+      const std::string path = entry.entry.path.substr(holder->prefix.size());
+      if (store_.record(path)) {  // a manifest is no file of a person's
+        store_.setDamaged(path, holder->id);
+        paths.push_back(path);
       }
     }
   }
