@@ -91,6 +91,7 @@ class Listener:
         self._client = DaemonClient(path, timeout=None)
         for handler in handlers:
             self._client.send(handler)
+        self._client.ask("serverURL")  # performed after them
         self._thread = threading.Thread(target=self._listen, daemon=True)
         self._thread.start()
 
@@ -134,6 +135,7 @@ class Computer:
         self.home = os.path.join(case.place, name)
         self.files, self.data = os.path.join(self.home, "files"), os.path.join(self.home, "data")
         self.socket, self.store = os.path.join(self.home, "sock"), os.path.join(self.home, "store")
+        self.root = self.files
         self.errors = os.path.join(self.home, "errors")
         self.tools = os.path.join(self.home, "tools")  # first in the PATH
         for folder in (self.home, self.files, self.data, self.tools):
@@ -208,7 +210,7 @@ class Computer:
 
     def start(self):
         command = [DAEMON, "--foreground", "--socket", self.socket, "--store", self.store, "--data", self.data,
-                   "--root", self.files, "--batch-delay", "0", *self.options]
+                   "--root", self.root, "--batch-delay", "0", *self.options]
         if self.user is not None:
             command = ["setpriv", f"--reuid={self.user}", f"--regid={self.user}", "--clear-groups", "--", *command]
         with open(self.errors, "ab") as errors:
@@ -380,11 +382,11 @@ class StorageCase(Case):
         return Computer(self, *arguments, **options)
 
 
-def damage(pack, seed=0):
-    """Exchanges some bytes of a pack, near its beginning, where contents lie."""
+def damage(pack, place=0.5):
+    """Exchanges some bytes of a pack; its end is a list of what it holds."""
     os.chmod(pack, 0o600)
     with open(pack, "r+b") as stream:
-        stream.seek(40 + seed % 20)
+        stream.seek(int(os.path.getsize(pack) * place))
         block = stream.read(16)
-        stream.seek(40 + seed % 20)
+        stream.seek(-len(block), os.SEEK_CUR)
         stream.write(bytes(byte ^ 0xFF for byte in block))
