@@ -151,7 +151,7 @@ class BackupEngine {
 
   /// Forgets snapshots by id; what they alone held is still there until `prune`.
   virtual EngineAnswer forget(const std::vector<std::string>& snapshots, EngineJob& job) = 0;
-  /// Gives back the room of what no snapshot holds.
+  /// Gives back the room of what no snapshot holds, and what the engine's cache has beyond 1 GiB.
   virtual EngineAnswer prune(EngineJob& job) = 0;
   /// Removes locks that are stale; those of living programs stay.
   virtual EngineAnswer unlock(EngineJob& job) = 0;

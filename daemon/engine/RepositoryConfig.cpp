@@ -186,7 +186,7 @@ void RepositoryFiles::setEnvironment(const std::map<std::string, std::string>& e
     if (value.find_first_of(std::string_view("\n\0", 2)) != std::string::npos) {
       throw std::runtime_error("The value of " + name + " has more than one line.");
     }
-    text += name + "=" + value + "\n";
+    text.append(name).append("=").append(value).append("\n");
   }
   makePrivateFolder(folder_.path);
   writeDurably(folder_.environment(), text);

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "daemon/engine/CacheLimit.h"
 #include "daemon/engine/PackFiles.h"
 #include "daemon/engine/ResticEngine.h"
 #include "daemon/engine/ResticFailure.h"
@@ -11,6 +12,8 @@
 namespace keldane {
 namespace {
 
+/// A million files have lists of names of about half of this.
+constexpr std::uint64_t kLargestCache = std::uint64_t{1} << 30;
 constexpr std::size_t kMostIds = 500;  // on one command line
 constexpr std::size_t kMostMessages = 100;
 
@@ -57,7 +60,11 @@ EngineAnswer ResticEngine::forget(const std::vector<std::string>& snapshots, Eng
 
 EngineAnswer ResticEngine::prune(EngineJob& job) {
   ResticSession session = open(Purpose::use, job);
-  return session.state() ? session.run({"prune", "--cleanup-cache"}).answer : session.state();
+  if (!session.state()) {
+    return session.state();
+  }
+  limitCache(files_.folder().cache(), kLargestCache);
+  return session.run({"prune", "--cleanup-cache"}).answer;
 }
 
 EngineAnswer ResticEngine::unlock(EngineJob& job) {

@@ -121,7 +121,7 @@ std::optional<std::int64_t> timeFromText(std::string_view text) {
     return std::nullopt;
   }
   const std::int64_t seconds = std::int64_t{std::chrono::sys_days(date).time_since_epoch().count()} * 86400 +
-                               *hour * 3600 + *minute * 60 + *second - *zone;
+                               std::int64_t{*hour} * 3600 + std::int64_t{*minute} * 60 + *second - *zone;
   constexpr std::int64_t kBillion = 1'000'000'000;
   constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
   if (seconds >= kMost / kBillion) {

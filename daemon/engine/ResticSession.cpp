@@ -85,7 +85,8 @@ EngineAnswer ResticSession::prepare(Purpose purpose) {
     options.try_emplace("sftp.command", *ssh);
   }
   for (const auto& [name, value] : options) {
-    begin_.insert(begin_.end(), {"-o", name + "=" + value});
+    begin_.emplace_back("-o");
+    begin_.emplace_back(name).append("=").append(value);
   }
   return {};
 }

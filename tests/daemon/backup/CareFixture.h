@@ -11,6 +11,8 @@
 #include "daemon/backup/BatchRun.h"
 #include "daemon/backup/RepositoryCare.h"
 #include "daemon/engine/ResticEngine.h"
+#include "platform/files/Descriptor.h"
+#include "tests/support/QuickRepository.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace keldane::testing {
@@ -34,6 +36,11 @@ struct Keeping {
 class RepositoryCareTest : public ::testing::Test {
  protected:
   RepositoryCareTest() {
+    const RepositoryFiles files(DataFolder{folder_ / "data"});
+    RepositoryConfig configuration = newComputer();
+    configuration.location = folder_ / "data/repository";
+    files.setConfiguration(configuration);
+    QuickRepository::make(files);
     folder_.write("files/a", "first");
     folder_.write("files/sub/b", std::string(100'000, 'b'));
     begin();
@@ -79,8 +86,8 @@ class RepositoryCareTest : public ::testing::Test {
         std::filesystem::permissions(entry.path(), std::filesystem::perms::owner_write,
                                      std::filesystem::perm_options::add);
         std::fstream pack(entry.path(), std::ios::in | std::ios::out | std::ios::binary);
-        pack.seekp(20);
-        pack.write("damage", 6);
+        const std::string rubbish(entry.file_size() / 2, '?');
+        pack.write(rubbish.data(), static_cast<std::streamsize>(rubbish.size()));
       }
     }
   }
