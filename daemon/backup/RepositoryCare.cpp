@@ -278,23 +278,6 @@ EngineAnswer RepositoryCare::giveUpDamaged(const std::vector<std::string>& packs
                                            std::vector<std::string>& files, EngineJob& job) {
   const std::shared_ptr<void> stillness = holdStill(job);
   std::vector<FoundEntry> found;
-<<<<<<< HEAD
-  std::vector<std::string> paths;
-  if (engine_.filesInPacks(packs, found, job)) {
-    const std::vector<SnapshotRecord> snapshots = store_.snapshots();
-    for (const FoundEntry& entry : found) {
-      const auto holder = std::find_if(
-          snapshots.begin(), snapshots.end(),
-          [&](const SnapshotRecord& snapshot) { return entry.snapshot.starts_with(snapshot.id); });
-      if (holder == snapshots.end() || !entry.entry.path.starts_with(holder->prefix)) {
-        continue;
-      }
-      const std::string path = entry.entry.path.substr(holder->prefix.size());
-      if (store_.record(path)) {  // a manifest is no file of a person's
-        store_.setDamaged(path, holder->id);
-        paths.push_back(path);
-      }
-=======
   if (const EngineAnswer answer = engine_.filesInPacks(packs, found, job); !answer) {
     return answer;
   }
@@ -305,7 +288,6 @@ EngineAnswer RepositoryCare::giveUpDamaged(const std::vector<std::string>& packs
     });
     if (holder != snapshots.end()) {
       giveUp(entry, *holder, files);
->>>>>>> storage
     }
   }
   std::sort(files.begin(), files.end());

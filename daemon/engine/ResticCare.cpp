@@ -129,10 +129,10 @@ EngineAnswer ResticEngine::addKey(const std::string& passphrase, EngineJob& job)
   if (!session.state()) {
     return session.state();
   }
-  constexpr std::string_view kBlanks = " \t\r\n\v\f";
+  constexpr std::string_view kStripped = " \t\r\n\v\f";
   if (passphrase.empty() || passphrase.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos ||
-      kBlanks.find(passphrase.front()) != std::string_view::npos ||
-      kBlanks.find(passphrase.back()) != std::string_view::npos) {
+      kStripped.find(passphrase.front()) != std::string_view::npos ||
+      kStripped.find(passphrase.back()) != std::string_view::npos) {
     return {Health::failed, "A passphrase is one line that neither begins nor ends with a blank."};
   }
   try {

@@ -148,6 +148,7 @@ TEST_F(RestoreTroubleTest, GoesOnAfterARestartWithAJobThatWasBeingMadeWhole) {
   ASSERT_TRUE(eventually([&] { return hasEnded(job); }));
   EXPECT_EQ(jobs_->report(job).status, RestoreStatus::done);
   EXPECT_EQ(jobs_->userOf(job), ::geteuid());
+  EXPECT_EQ(jobs_->report(job).files, 1U);
   EXPECT_THAT(contentsOf(target()), ElementsAre("docs", "docs/a.txt"));
 }
 
@@ -226,6 +227,7 @@ TEST_F(RestoreTroubleTest, WaitsForARepositoryThatCannotBeReached) {
   ASSERT_TRUE(eventually([&] { return hasEnded(job); }));
   EXPECT_EQ(jobs_->report(job).status, RestoreStatus::done);
   EXPECT_EQ(jobs_->report(job).message, "");
+  EXPECT_EQ(jobs_->report(job).files, 1U);
   EXPECT_EQ(interfering_.restores, 2);
 }
 
