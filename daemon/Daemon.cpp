@@ -77,6 +77,10 @@ Daemon::Daemon(const DaemonOptions& options, const EngineFactory& engine, std::f
       nodes_(store_, rules_, worker_),
       age_(store_, rules_, [this](const std::string& sentence) { raiseAlert("age", sentence); }) {
   care_.lostFiles = [this] { worker_.reconsiderAll(); };
+  care_.holdStill = [this](const EngineJob& job) {
+    return std::make_shared<BackupWorker::Stillness>(worker_.holdStill(&job));
+  };
+  care_.lostBytes = [this] { worker_.bytesLost(); };
   care_.alert = [this](const std::string& sentence) { raiseAlert("stored", sentence); };
   barRepository();
   goOnWithPause();

@@ -99,6 +99,8 @@ std::optional<RepositoryConfig> RepositoryFiles::configuration() const {
     configuration.repositoryId = json.value("repositoryId", "");
     configuration.computerNumber = json.value("computerNumber", std::uint32_t{0});
     configuration.hostName = json.value("hostName", "");
+    configuration.formerComputer = json.value("formerComputer", std::uint32_t{0});
+    configuration.formerHighest = json.value("formerHighest", std::uint32_t{0});
     configuration.fileSystemUuid = json.value("fileSystemUuid", "");
     configuration.options = json.value("options", std::map<std::string, std::string>());
     return configuration;
@@ -121,6 +123,8 @@ void RepositoryFiles::setConfiguration(const RepositoryConfig& configuration) co
                                {"repositoryId", configuration.repositoryId},
                                {"computerNumber", configuration.computerNumber},
                                {"hostName", configuration.hostName},
+                               {"formerComputer", configuration.formerComputer},
+                               {"formerHighest", configuration.formerHighest},
                                {"fileSystemUuid", configuration.fileSystemUuid},
                                {"options", configuration.options}};
   std::string text;

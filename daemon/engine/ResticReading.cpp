@@ -223,7 +223,8 @@ EngineAnswer ResticEngine::restore(const std::string& snapshot, const std::vecto
     if (takesUnknownSnapshot(run)) {
       return unknownSnapshot(snapshot);
     }
-    if (!list.contentProblem().empty()) {
+    // One that was killed has not come to what it would have said of other items.
+    if (!list.contentProblem().empty() && run.exitStatus == 1) {
       ChildEnd end;
       end.exitStatus = 1;
       const EngineAnswer judged = judgedEnd(end, list.contentProblem(), session.secrets());

@@ -2,9 +2,9 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -17,7 +17,6 @@ namespace keldane {
 namespace {
 
 constexpr off_t kHoleRun = 64 * 1024;
-constexpr off_t kHoleBlock = 1024 * 1024;
 
 bool isZero(const char* bytes, std::size_t count) {
   // Each byte is compared with the one before it, and the first with zero.
@@ -49,24 +48,35 @@ class Puncher {
   off_t end_ = 0;
 };
 
-bool punchRange(int file, off_t begin, off_t end, char* block) {
-  Puncher puncher(file);
-  for (off_t offset = (begin + kHoleRun - 1) / kHoleRun * kHoleRun; offset < end;) {
-    const ssize_t got =
-        pread(file, block, static_cast<std::size_t>(std::min(kHoleBlock, end - offset)), offset);
-    if (got < 0 && errno == EINTR) {
+/// Whether a run is nothing but zeros. What is still in memory, as a file is that was just written, need not
+/// be read whole to find that it is not; what is not in memory is read from end to end, so that the disk is
+/// read in order.
+bool isRunZero(int file, off_t offset, char* run) {
+  constexpr std::size_t kProbe = 64;
+  iovec probe{run, kProbe};
+  if (preadv2(file, &probe, 1, offset, RWF_NOWAIT) == static_cast<ssize_t>(kProbe) && !isZero(run, kProbe)) {
+    return false;
+  }
+  for (off_t got = 0; got < kHoleRun;) {
+    const ssize_t more = pread(file, run + got, static_cast<std::size_t>(kHoleRun - got), offset + got);
+    if (more < 0 && errno == EINTR) {
       continue;
     }
-    if (got < kHoleRun) {
-      break;  // the rest is shorter than a run
+    if (more <= 0) {
+      return false;
     }
-    const off_t whole = got / kHoleRun * kHoleRun;
-    for (off_t run = 0; run < whole; run += kHoleRun) {
-      if (isZero(block + run, static_cast<std::size_t>(kHoleRun)) && !puncher.add(offset + run)) {
-        return false;
-      }
+    got += more;
+  }
+  return isZero(run, static_cast<std::size_t>(kHoleRun));
+}
+
+bool punchRange(int file, off_t begin, off_t end, char* run) {
+  Puncher puncher(file);
+  const off_t first = (begin + kHoleRun - 1) / kHoleRun * kHoleRun;
+  for (off_t offset = first; offset + kHoleRun <= end; offset += kHoleRun) {
+    if (isRunZero(file, offset, run) && !puncher.add(offset)) {
+      return false;
     }
-    offset += whole;
   }
   return puncher.punch();
 }
@@ -84,11 +94,11 @@ void makeHoles(int folder, const char* name) {
     file = Descriptor(openat(folder, name, O_RDWR | O_NOFOLLOW | O_CLOEXEC));
   }
   if (file) {
-    const auto block = std::make_unique_for_overwrite<char[]>(static_cast<std::size_t>(kHoleBlock));
+    const auto run = std::make_unique_for_overwrite<char[]>(static_cast<std::size_t>(kHoleRun));
     for (off_t data = 0; data < status.st_size;) {
       const off_t begin = lseek(file.get(), data, SEEK_DATA);
       const off_t hole = begin < 0 ? -1 : lseek(file.get(), begin, SEEK_HOLE);
-      if (hole < 0 || !punchRange(file.get(), begin, hole, block.get())) {
+      if (hole < 0 || !punchRange(file.get(), begin, hole, run.get())) {
         break;
       }
       data = hole;

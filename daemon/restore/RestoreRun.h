@@ -51,6 +51,7 @@ class RestoreRun {
   bool isForAnother() const;
   std::vector<std::uint32_t> nextPortion();
   EngineAnswer planPortion();
+  void notePlan();
   End runPortion();
   End endFor(const EngineAnswer& answer, const RestoreReport& before);
   Staging makeStaging(const std::string& folder);

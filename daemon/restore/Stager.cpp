@@ -121,7 +121,7 @@ EngineAnswer Stager::fetch(const Part& part, RestorePlan& plan) {
     }
     std::vector<std::string> problems;
     EngineAnswer answer = engine_.restore(source.snapshot, stored, folder, problems, job_);
-    noteProblems(part, problems, plan, !answer);
+    noteProblems(part, problems, plan, answer.health);
     const bool isItsOwn = answer.health == Health::failed || answer.health == Health::full;
     if (answer || answer.health == Health::damaged) {
       return {};  // of what is damaged nothing is there, and the rest is whole
@@ -145,35 +145,46 @@ EngineAnswer Stager::fetch(const Part& part, RestorePlan& plan) {
   }
 }
 
-void Stager::noteProblems(const Part& part, const std::vector<std::string>& lines, RestorePlan& plan,
-                          bool isContent) {
+// After `failed` the rest is had again, and then tells its problems itself.
+void Stager::noteProblems(const Part& part, std::vector<std::string> lines, RestorePlan& plan,
+                          Health health) {
   const std::string& prefix = plan.sources[part.source].prefix;
+  const std::string folder = staging_.makePart(part.name);
   bool leavesOut = false;
-  const Descriptor root(openFolderIn(staging_.folder(), part.name.c_str(), O_RDONLY));
-  for (const std::string& line : lines) {
-    const std::optional<std::string> path = pathOf(line, prefix, plan);
-    if (!path) {
-      leavesOut = leavesOut || options_.owner;
-      if (!options_.owner) {
-        options_.problem(line);
-      }
-      continue;
+  for (std::string& line : lines) {
+    for (std::size_t at = line.find(folder); at != std::string::npos; at = line.find(folder)) {
+      line.erase(at, folder.size());
     }
-    WantedFile& file = plan.files.at(*path);
-    const std::string reason = line.substr(prefix.size() + path->size() + 2);
-    struct stat status {};
-    const std::string inPart = (prefix + *path).substr(1);
-    const bool isThere = fstatat(root.get(), inPart.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
-    if (isContent && !isThere && file.source == part.source && file.state != WantedFile::failed) {
-      file.state = WantedFile::failed;
-      options_.problem(*path + " is not restored: " + reason + ".");
-    } else if (isThere && file.source == part.source) {
-      options_.problem(*path +
-                       " is restored, but not all of its mode, owner, times and attributes: " + reason + ".");
+    const std::optional<std::string> path = pathOf(line, prefix, plan);
+    if (!path && options_.owner) {
+      leavesOut = true;
+    } else if (!path && health != Health::failed) {
+      options_.problem(line + (line.ends_with('.') ? "" : "."));
+    } else if (path) {
+      noteProblemOf(part, *path, line.substr(prefix.size() + path->size() + 2), plan, health);
     }
   }
-  if (leavesOut) {
+  if (leavesOut && health != Health::failed) {
     options_.problem("Some items could not be read from the repository.");
+  }
+}
+
+void Stager::noteProblemOf(const Part& part, const std::string& path, const std::string& reason,
+                           RestorePlan& plan, Health health) {
+  WantedFile& file = plan.files.at(path);
+  if (file.source != part.source || file.state == WantedFile::failed) {
+    return;
+  }
+  struct stat status {};
+  const std::string inStaging = part.name + plan.sources[part.source].prefix + path;
+  const bool isThere = fstatat(staging_.folder(), inStaging.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+                       !S_ISDIR(status.st_mode);
+  if (health != Health::ready && !isThere) {
+    file.state = WantedFile::failed;
+    options_.problem(path + " is not restored: " + reason + ".");
+  } else if (health != Health::failed && isThere) {
+    options_.problem(path + " is restored, but not all of its mode, owner, times and attributes: " + reason +
+                     ".");
   }
 }
 

@@ -40,8 +40,9 @@ class Stager {
   };
   std::vector<std::string> pathsFrom(std::uint32_t source, const RestorePlan& plan) const;
   EngineAnswer fetch(const Part& part, RestorePlan& plan);
-  void noteProblems(const Part& part, const std::vector<std::string>& lines, RestorePlan& plan,
-                    bool isContent);
+  void noteProblems(const Part& part, std::vector<std::string> lines, RestorePlan& plan, Health health);
+  void noteProblemOf(const Part& part, const std::string& path, const std::string& reason, RestorePlan& plan,
+                     Health health);
   void failMissing(const Part& part, RestorePlan& plan, const std::string& reason);
   void filter(const Part& part, RestorePlan& plan);
   bool stays(std::uint32_t source, int folder, const std::string& name, const std::string& path,

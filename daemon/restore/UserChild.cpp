@@ -92,15 +92,14 @@ PlaceResult enterLevel(Levels& levels, const char* name) {
   return {};
 }
 
-PlaceResult leaveLevel(Levels& levels, uid_t user, int staged) {
+PlaceResult leaveLevel(Levels& levels, uid_t user, int staged, const struct stat& status) {
   if (levels.depth == 1) {
     return {PlaceResult::failed, EINVAL};
   }
   --levels.depth;
   PlaceResult result;
-  struct stat status {};
   // The mode of somebody else's folder is not for this user's.
-  if (levels.isMade[levels.depth] && fstat(staged, &status) == 0 && status.st_uid == user) {
+  if (levels.isMade[levels.depth] && status.st_uid == user) {
     result.metadata = copyMetadata(staged, status, levels.folders[levels.depth], CopyAs::stranger);
   }
   close(levels.folders[levels.depth]);
@@ -139,7 +138,7 @@ PlaceResult serveRequest(const UserChildSetup& setup, Levels& levels, const User
     case UserChildRequest::enter:
       return enterLevel(levels, request.name);
     case UserChildRequest::leave:
-      return leaveLevel(levels, setup.user, descriptor);
+      return leaveLevel(levels, setup.user, descriptor, request.status);
     case UserChildRequest::place:
       return copyItem(descriptor, levels.folders[levels.depth - 1], setup.temporaryName, request.name,
                       setup.conflict, CopyAs::stranger, request.again, {isParentThere, nullptr});

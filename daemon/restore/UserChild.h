@@ -1,6 +1,7 @@
 // The process that writes restored files for another user, with that user's ids.
 #pragma once
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <climits>
@@ -25,7 +26,8 @@ struct UserChildSetup {
 /// along.
 struct UserChildRequest {
   enum Kind : int { enter, leave, place } kind = enter;
-  bool again = false;  ///< an earlier attempt was cut off
+  bool again = false;     ///< an earlier attempt was cut off
+  struct stat status {};  ///< of the staged item
   char name[NAME_MAX + 1] = {};
 };
 

@@ -63,11 +63,11 @@ UserTarget::~UserTarget() {
 int UserTarget::moveFolder(int, const std::string&) { return EXDEV; }
 
 int UserTarget::enter(const StagedFolder& staged, const std::string& name) {
-  return ask(UserChildRequest::enter, name, staged.get(), kMostWait).error;
+  return ask(UserChildRequest::enter, name, staged.get(), staged.status(), kMostWait).error;
 }
 
 int UserTarget::leave(const StagedFolder& staged) {
-  const PlaceResult result = ask(UserChildRequest::leave, {}, staged.get(), kMostWait);
+  const PlaceResult result = ask(UserChildRequest::leave, {}, staged.get(), staged.status(), kMostWait);
   return result.error != 0 ? result.error : result.metadata;
 }
 
@@ -88,7 +88,7 @@ PlaceResult UserTarget::place(int from, const std::string& name) {
   }
   const std::chrono::seconds limit =
       kMostWait + std::chrono::seconds(static_cast<std::uint64_t>(status.st_size) / kLeastBytesPerSecond);
-  const PlaceResult result = ask(UserChildRequest::place, name, file.get(), limit);
+  const PlaceResult result = ask(UserChildRequest::place, name, file.get(), status, limit);
   if (result.kind == PlaceResult::placed) {
     unlinkat(from, name.c_str(), 0);
   }
@@ -96,13 +96,14 @@ PlaceResult UserTarget::place(int from, const std::string& name) {
 }
 
 PlaceResult UserTarget::ask(UserChildRequest::Kind kind, const std::string& name, int descriptor,
-                            std::chrono::seconds limit) {
+                            const struct stat& status, std::chrono::seconds limit) {
   if (error_ != 0) {
     return {PlaceResult::failed, error_};
   }
   UserChildRequest request;
   request.kind = kind;
   request.again = options_.again;
+  request.status = status;
   name.copy(request.name, NAME_MAX);
   if (!sendRequest(socket_.get(), request, descriptor)) {
     error_ = errno;

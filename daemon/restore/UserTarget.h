@@ -43,7 +43,7 @@ class UserTarget : public PlaceTarget {
 
  private:
   PlaceResult ask(UserChildRequest::Kind kind, const std::string& name, int descriptor,
-                  std::chrono::seconds limit);
+                  const struct stat& status, std::chrono::seconds limit);
   PlaceResult receive(std::chrono::seconds limit);
 
   const Options options_;

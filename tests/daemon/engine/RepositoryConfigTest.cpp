@@ -52,6 +52,8 @@ TEST_F(RepositoryFilesTest, KeepsAConfiguration) {
   configuration.repositoryId = "abc";
   configuration.computerNumber = 12;
   configuration.hostName = "höst";
+  configuration.formerComputer = 4;
+  configuration.formerHighest = 17;
   configuration.fileSystemUuid = "1234";
   configuration.options = {{"sftp.command", "ssh -p 2"}};
   files_.setConfiguration(configuration);
@@ -61,6 +63,8 @@ TEST_F(RepositoryFilesTest, KeepsAConfiguration) {
   EXPECT_EQ(read->repositoryId, "abc");
   EXPECT_EQ(read->computerNumber, 12U);
   EXPECT_EQ(read->hostName, "höst");
+  EXPECT_EQ(read->formerComputer, 4U);
+  EXPECT_EQ(read->formerHighest, 17U);
   EXPECT_EQ(read->fileSystemUuid, "1234");
   EXPECT_EQ(read->options, configuration.options);
 }

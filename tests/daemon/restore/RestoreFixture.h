@@ -115,7 +115,7 @@ class RestoreFixture : public EngineFixture {
       const std::string path = entry.path().string();
       struct stat status {};
       lstat(path.c_str(), &status);
-      if (!S_ISREG(status.st_mode) ||
+      if ((!S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode)) ||
           (!isFull && std::find(paths.begin(), paths.end(), path) == paths.end())) {
         continue;
       }

@@ -275,6 +275,57 @@ TEST_F(RestoreJobsTest, SaysSoWhenNothingIsStored) {
   EXPECT_THAT(report.message, HasSubstr("Nothing is stored of"));
 }
 
+TEST_F(RestoreJobsTest, RestoresSpecialFilesAsRootAndElseSaysThatItCannot) {
+  write("docs/a.txt", "stored");
+  ASSERT_EQ(mkfifo((home() + "/docs/pipe").c_str(), 0640), 0);
+  backUp();
+  const RestoreReport report = restore(requestFor({"docs"}));
+  EXPECT_EQ(readWhole(target() + "/docs/a.txt"), "stored");
+  if (geteuid() == 0) {
+    EXPECT_THAT(report.problems, IsEmpty());
+    EXPECT_TRUE(S_ISFIFO(statusOf(target() + "/docs/pipe").st_mode));
+  } else {
+    EXPECT_THAT(report.problems, ElementsAre(HasSubstr("docs/pipe is not restored")));
+    EXPECT_THAT(contentsOf(target()), ElementsAre("docs", "docs/a.txt"));
+  }
+}
+
+TEST_F(RestoreJobsTest, RestoresLinksOfWhichTheCatalogueKnowsNothing) {
+  write("docs/a.txt", "stored");
+  backUp();
+  std::filesystem::create_symlink("a.txt", home() + "/docs/link");
+  const std::uint32_t number = store_->takeNumber();
+  const StoreAnswer answer = store({home()}, {"keldane", "number:" + std::to_string(number), "full"});
+  store_->addSnapshot({number, answer.snapshot, 2'000'000, true, {}}, {}, {home() + "/docs/a.txt"});
+  EXPECT_EQ(restore(requestFor({"docs"})).status, RestoreStatus::done);
+  EXPECT_EQ(std::filesystem::read_symlink(target() + "/docs/link"), "a.txt");
+  // By itself it is looked for in the repository.
+  EXPECT_EQ(restore(requestFor({"docs/link"})).restored, 1U);
+  EXPECT_EQ(std::filesystem::read_symlink(target() + "/link"), "a.txt");
+}
+
+TEST_F(RestoreJobsTest, RestoresAccessLists) {
+  const std::string path = write("docs/a.txt", "stored");
+  // Version 2, and the entries of owner, user 4123456, group, mask and others.
+  constexpr char kList[] =
+      "\2\0\0\0"
+      "\1\0\6\0\377\377\377\377"
+      "\2\0\6\0\x40\xeb\x3e\0"
+      "\4\0\4\0\377\377\377\377"
+      "\20\0\6\0\377\377\377\377"
+      "\40\0\0\0\377\377\377\377";
+  constexpr std::size_t kSize = sizeof(kList) - 1;
+  if (setxattr(path.c_str(), "system.posix_acl_access", kList, kSize, 0) != 0) {
+    GTEST_SKIP() << "This file system has no access lists: " << std::strerror(errno);
+  }
+  backUp();
+  EXPECT_EQ(restore(requestFor({"docs"})).status, RestoreStatus::done);
+  char value[128] = {};
+  ASSERT_EQ(getxattr((target() + "/docs/a.txt").c_str(), "system.posix_acl_access", value, sizeof(value)),
+            static_cast<ssize_t>(kSize));
+  EXPECT_EQ(std::memcmp(value, kList, kSize), 0);
+}
+
 TEST_F(RestoreJobsTest, GivesHolesBack) {
   const std::string path = write("sparse", "");
   {
