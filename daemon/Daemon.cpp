@@ -61,14 +61,26 @@ Daemon::Daemon(const DaemonOptions& options, const EngineFactory& engine, std::f
       rules_(store_, options.root, policyFor(options, files_.folder())),
       engine_(engine(files_)),
       watch_([this](const EngineAnswer& answer) {
+        if (answer) {
+          restores_.tryNow();
+        }
         raiseAlert("repository", answer ? "The repository can be used again." : answer.detail);
       }),
       care_(store_, rules_, *engine_, files_, watch_),
       worker_(store_, rules_, *engine_, files_, watch_, care_, options.timing),
-      restores_(store_, *engine_, files_.folder(), [] {}),
+      restores_(store_, *engine_, files_.folder(),
+                [this] {
+                  if (restores_.current() == 0) {
+                    worker_.reconsiderAll();  // what was restored is to be looked at again
+                  }
+                }),
       nodes_(store_, rules_, worker_),
       age_(store_, rules_, [this](const std::string& sentence) { raiseAlert("age", sentence); }) {
   care_.lostFiles = [this] { worker_.reconsiderAll(); };
+  care_.holdStill = [this](const EngineJob& job) {
+    return std::make_shared<BackupWorker::Stillness>(worker_.holdStill(&job));
+  };
+  care_.lostBytes = [this] { worker_.bytesLost(); };
   care_.alert = [this](const std::string& sentence) { raiseAlert("stored", sentence); };
   barRepository();
   goOnWithPause();

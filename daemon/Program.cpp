@@ -136,15 +136,13 @@ int serve(const DaemonOptions& options, const EngineFactory& engine, Readiness& 
   } catch (const std::exception& exception) {
     return failed("The store " + options.store + " cannot be used: " + exception.what() + ".");
   }
-  const auto server = std::make_shared<DaemonServer>(daemon, options.socket, options.allowSharedFolder);
-  std::string sentence;
-  if (!server->start(&sentence)) {
-    return failed(sentence);
-  }
+  // The first socket comes last: whoever reaches it finds a daemon that is complete.
   const auto requests = std::make_shared<RepositoryRequests>(daemon, engine);
   const auto ownerServer = std::make_shared<OwnerServer>(requests, options.socket, options.allowSharedFolder);
-  if (!ownerServer->start(&sentence)) {
-    server->stop();
+  const auto server = std::make_shared<DaemonServer>(daemon, options.socket, options.allowSharedFolder);
+  std::string sentence;
+  if (!ownerServer->start(&sentence) || !server->start(&sentence)) {
+    ownerServer->stop();
     return failed(sentence);
   }
   if (readiness.isWaitedFor()) {

@@ -123,7 +123,7 @@ std::optional<Batch> BackupWorker::nextBatch(bool preferredOnly) {
   std::size_t mostFiles = 0;
   std::uint64_t mostBytes = 0;
   bool isFullNow = false;
-  SnapshotRecord lastFull;
+  std::string lastFull;
   const std::uint64_t waiting = pending_.totals().files;
   {
     const std::lock_guard guard(mutex_);
@@ -133,7 +133,7 @@ std::optional<Batch> BackupWorker::nextBatch(bool preferredOnly) {
     }
     mostFiles = mostFiles_;
     mostBytes = mostBytes_;
-    lastFull = lastFull_;
+    lastFull = lostBytes_ ? std::string() : lastFull_.id;
     noticed_.reset();
     urgent_ = false;
   }
@@ -142,7 +142,7 @@ std::optional<Batch> BackupWorker::nextBatch(bool preferredOnly) {
   const bool isMost = waiting == batch.files.size() && waiting > store_.totals().files;
   batch.full = isFullNow || isMost;
   if (batch.full) {
-    batch.parent = lastFull.id;
+    batch.parent = lastFull;
   } else {
     addAgain(batch);
   }
@@ -249,6 +249,7 @@ void BackupWorker::learnFrom(const Batch& batch, const BatchEnd& end, steady_clo
   if (batch.full) {
     lastFull_ = end.snapshot;
     changedSinceFull_ = false;
+    lostBytes_ = lostBytes_ && !batch.parent.empty();
   } else {
     changedSinceFull_ = true;
     hour_.number = hourNow();

@@ -136,6 +136,12 @@ void BackupWorker::repositoryChanged() {
   changed_.notify_all();
 }
 
+void BackupWorker::bytesLost() {
+  const std::lock_guard guard(mutex_);
+  hour_ = {};
+  lostBytes_ = true;
+}
+
 void BackupWorker::wake() {
   {
     const std::lock_guard guard(mutex_);
@@ -144,11 +150,11 @@ void BackupWorker::wake() {
   changed_.notify_all();
 }
 
-BackupWorker::Stillness BackupWorker::holdStill() {
+BackupWorker::Stillness BackupWorker::holdStill(const EngineJob* own) {
   Stillness stillness{std::unique_lock(ordinary_.running, std::defer_lock),
                       std::unique_lock(preferred_.running, std::defer_lock)};
-  const auto take = [this](std::unique_lock<std::mutex>& lock, Lane& lane) {
-    while (!lock.try_lock()) {  // a call that begins just now has yet to be told
+  const auto take = [own](std::unique_lock<std::mutex>& lock, Lane& lane) {
+    while (&lane.job != own && !lock.try_lock()) {  // a call that begins just now has yet to be told
       lane.job.cancelled = true;
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }

@@ -78,14 +78,17 @@ class BackupWorker {
   void prioritize(const std::string& path);
   /// The repository was changed or came back: tries it at once.
   void repositoryChanged();
+  /// Stored bytes are damaged: the next batches read every file, whatever earlier snapshots say of it.
+  void bytesLost();
   /// Lets the lanes look again at what they may do.
   void wake();
   /// Keeps batches from starting for as long as it lives.
   struct Stillness {
     std::unique_lock<std::mutex> ordinary, preferred;
   };
-  /// Ends what runs and answers when it has ended.
-  [[nodiscard]] Stillness holdStill();
+  /// Ends what runs and answers when it has ended. A lane's own thread may call it with the lane's job and is
+  /// not waited for.
+  [[nodiscard]] Stillness holdStill(const EngineJob* own = nullptr);
 
   struct Modes {
     bool enabled = true;
@@ -114,7 +117,7 @@ class BackupWorker {
     std::mutex running;  // held while a batch is prepared and runs
     // Guarded by BackupWorker::mutex_:
     bool isStoring = false;
-    bool isForced = false;           // its batch is of preferred files
+    bool isForced = false;         // its batch is of preferred files
     const Batch* batch = nullptr;  // while it is stored
     std::uint64_t filesDone = 0, bytesDone = 0;
     std::string current;
@@ -165,6 +168,7 @@ class BackupWorker {
   std::uint64_t wakes_ = 0;  // how often something changed
   SnapshotRecord lastFull_;
   bool changedSinceFull_ = false;
+  bool lostBytes_ = false;  // since the last full snapshot
   std::size_t mostFiles_;
   std::uint64_t mostBytes_;
   std::int64_t suspended_ = 0;  // seconds of sleep that are known

@@ -1,6 +1,7 @@
 #include "daemon/backup/BatchRun.h"
 
-#include <chrono>
+#include <fcntl.h>
+
 #include <filesystem>
 #include <map>
 #include <unordered_set>
@@ -8,6 +9,7 @@
 #include "daemon/Clock.h"
 #include "daemon/backup/Manifest.h"
 #include "daemon/backup/Targets.h"
+#include "platform/files/Descriptor.h"
 #include "platform/plist/Unicode.h"
 #include "platform/syslog/SystemLog.h"
 
@@ -110,12 +112,23 @@ BatchEnd BatchRun::run(const Batch& batch, EngineJob& job, const Progress& progr
   end.bytesAdded = answer.bytesAdded;
   if (answer && !answer.snapshot.empty()) {
     end.snapshot = {number, answer.snapshot, date, batch.full, {}};
-    settle(batch, taken, end);
+    settle(batch, taken, end, job);
   }
   return end;
 }
 
-void BatchRun::settle(const Batch& batch, Taken& taken, BatchEnd& end) {
+// A file whose stored bytes were damaged is fetched once: the engine stores nothing twice, and might have
+// counted on the damaged bytes again.
+bool BatchRun::isWhole(const BatchFile& file, const SnapshotRecord& snapshot, EngineJob& job) {
+  const std::optional<BackupRecord> record = store_.record(file.path);
+  if (!record || !record->damaged || file.isLink) {
+    return true;
+  }
+  const Descriptor nothing(open("/dev/null", O_WRONLY | O_CLOEXEC));
+  return static_cast<bool>(engine_.fetch(snapshot.id, file.path, nothing.get(), job));
+}
+
+void BatchRun::settle(const Batch& batch, Taken& taken, BatchEnd& end, EngineJob& job) {
   for (const BatchFile& file : batch.files) {
     const auto failed = taken.failed.find(asTold(file.path));
     const std::optional<struct stat> now = statusOf(file.path);
@@ -123,6 +136,8 @@ void BatchRun::settle(const Batch& batch, Taken& taken, BatchEnd& end) {
     const bool isStored = file.isLink ? now && fileStateOf(*now) == file.state : taken.has(file.path);
     if (failed != taken.failed.end()) {
       couldNotStore(file, failed->second);
+    } else if (isStored && !isWhole(file, end.snapshot, job)) {
+      couldNotStore(file, "What the repository has of it is damaged, and could not be stored anew.");
     } else if (isStored) {
       end.stored.push_back({file.path, file.state});
     } else if (now && fileStateOf(*now) == file.state) {

@@ -96,6 +96,9 @@ EngineAnswer Reconciliation::run(const Progress& progress, EngineJob& job) {
     if (const EngineAnswer answer = take(*unknown[i].second, unknown[i].first, withRules, job); !answer) {
       return answer;
     }
+    if (withRules) {
+      store_.setValue(Store::Table::settings, kTakeRules, "0");
+    }
     withRules = false;
     changed_ = true;
   }
@@ -116,6 +119,10 @@ EngineAnswer Reconciliation::take(const Snapshot& snapshot, SnapshotRecord recor
         }
       },
       job);
+  if (listed.health == Health::damaged) {
+    systemLog("Backup %@ is damaged and cannot be read", snapshot.id.substr(0, 8));
+    return {};
+  }
   if (!listed) {
     return listed;
   }
@@ -163,6 +170,7 @@ EngineAnswer Reconciliation::manifestOf(const Snapshot& snapshot, const std::str
   std::filesystem::create_directories(files_.folder().work());
   const std::string copy = files_.folder().work() + "/manifest-" + snapshot.id.substr(0, 16);
   EngineAnswer answer;
+  bool isRead = false;
   {
     const Descriptor file(open(copy.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));
     if (!file) {
@@ -176,9 +184,13 @@ EngineAnswer Reconciliation::manifestOf(const Snapshot& snapshot, const std::str
         readManifest(stream, [&](const ManifestFile& file) { files.insert_or_assign(file.path, file); });
     if (read) {
       head = *read;
-    } else {
-      systemLog("The manifest of backup %@ cannot be read", snapshot.id.substr(0, 8));
     }
+    isRead = read.has_value();
+  }
+  if (answer.health == Health::damaged || (answer && !isRead)) {
+    // Its versions then get its own number.
+    systemLog("The manifest of backup %@ cannot be read", snapshot.id.substr(0, 8));
+    answer = {};
   }
   std::error_code ignored;
   std::filesystem::remove(copy, ignored);

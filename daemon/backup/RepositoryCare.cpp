@@ -8,9 +8,11 @@
 #include <charconv>
 #include <chrono>
 #include <filesystem>
+#include <thread>
 
 #include "daemon/Clock.h"
 #include "daemon/backup/Gathering.h"
+#include "daemon/backup/Manifest.h"
 #include "daemon/backup/Reconciliation.h"
 #include "platform/syslog/SystemLog.h"
 
@@ -21,6 +23,7 @@ namespace {
 constexpr std::size_t kManySnapshots = 40;
 constexpr unsigned kCheckParts = 8;
 constexpr std::size_t kDrillFiles = 40;
+constexpr int kLockTries = 60;  // one a second
 
 double numberOf(const std::optional<std::string>& text) {
   double number = 0;
@@ -152,7 +155,12 @@ void RepositoryCare::did(const std::string& key) {
   store_.setValue(Store::Table::settings, key, std::to_string(timeOfDay()));
 }
 
+// Whoever has the turn may wait for the lane whose thread this is, so this does not wait for the turn.
 std::optional<EngineAnswer> RepositoryCare::lookAfter(EngineJob& job) {
+  const std::unique_lock turn(turn_, std::try_to_lock);
+  if (!turn) {
+    return std::nullopt;
+  }
   const bool hasFailed = !watch_.standing();
   if (hasFailed || isDue("lastProbe", times_.probe)) {
     did("lastProbe");
@@ -182,10 +190,10 @@ std::optional<EngineAnswer> RepositoryCare::lookAfter(EngineJob& job) {
   if (isDue("lastCheck", times_.check)) {
     const auto part = static_cast<unsigned>(numberOf(store_.value(Store::Table::settings, "checkPart")));
     store_.setValue(Store::Table::settings, "checkPart", std::to_string((part + 1) % kCheckParts));
-    return check(part % kCheckParts + 1, kCheckParts, job).answer;
+    return checkInTurn(part % kCheckParts + 1, kCheckParts, job).answer;
   }
   if (isDue("lastDrill", times_.drill)) {
-    return drill(kDrillFiles, job).answer;
+    return drillInTurn(kDrillFiles, job).answer;
   }
   return std::nullopt;
 }
@@ -228,6 +236,10 @@ EngineAnswer RepositoryCare::forgetDue(std::size_t fewest, EngineJob& job, std::
 
 RepositoryCare::CheckEnd RepositoryCare::check(unsigned part, unsigned parts, EngineJob& job) {
   const std::lock_guard turn(turn_);
+  return checkInTurn(part, parts, job);
+}
+
+RepositoryCare::CheckEnd RepositoryCare::checkInTurn(unsigned part, unsigned parts, EngineJob& job) {
   CheckEnd end;
   CheckAnswer found = engine_.check(part, parts, job);
   if (found.health == Health::locked && engine_.unlock(job)) {
@@ -235,9 +247,12 @@ RepositoryCare::CheckEnd RepositoryCare::check(unsigned part, unsigned parts, En
   }
   end.answer = found;
   if (!found.damagedPacks.empty()) {
-    end.damagedFiles = giveUpDamaged(found.damagedPacks, job);
+    end.answer = giveUpDamaged(found.damagedPacks, end.damagedFiles, job);
     end.sentence = "The repository is damaged: " + std::to_string(end.damagedFiles.size()) +
                    " files have lost a part of what was stored and are stored anew.";
+    if (!end.answer) {
+      end.sentence += " Not all of the damage can be taken out: " + end.answer.detail;
+    }
     end.answer = {};  // what is known of the damage is dealt with file by file
     alert(end.sentence);
   } else if (found) {
@@ -257,34 +272,70 @@ RepositoryCare::CheckEnd RepositoryCare::check(unsigned part, unsigned parts, En
   return end;
 }
 
-// The paths of the files that were given up.
-std::vector<std::string> RepositoryCare::giveUpDamaged(const std::vector<std::string>& packs,
-                                                       EngineJob& job) {
+// A batch that runs meanwhile would rest on what is damaged, and hold a lock that keeps the damage in the
+// index. Nothing is taken out before it is known whose it was.
+EngineAnswer RepositoryCare::giveUpDamaged(const std::vector<std::string>& packs,
+                                           std::vector<std::string>& files, EngineJob& job) {
+  const std::shared_ptr<void> stillness = holdStill(job);
   std::vector<FoundEntry> found;
-  std::vector<std::string> paths;
-  if (engine_.filesInPacks(packs, found, job)) {
-    const std::vector<SnapshotRecord> snapshots = store_.snapshots();
-    for (const FoundEntry& entry : found) {
-      const auto holder = std::find_if(
-          snapshots.begin(), snapshots.end(),
-          [&](const SnapshotRecord& snapshot) { return entry.snapshot.starts_with(snapshot.id); });
-      if (holder != snapshots.end() && entry.entry.path.starts_with(holder->prefix)) {
-        paths.push_back(entry.entry.path.substr(holder->prefix.size()));
-        store_.setDamaged(paths.back(), holder->id);
-      }
+  if (const EngineAnswer answer = engine_.filesInPacks(packs, found, job); !answer) {
+    return answer;
+  }
+  const std::vector<SnapshotRecord> snapshots = store_.snapshots();
+  for (const FoundEntry& entry : found) {
+    const auto holder = std::find_if(snapshots.begin(), snapshots.end(), [&](const SnapshotRecord& snapshot) {
+      return entry.snapshot.starts_with(snapshot.id);
+    });
+    if (holder != snapshots.end()) {
+      giveUp(entry, *holder, files);
     }
   }
-  std::sort(paths.begin(), paths.end());
-  paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
-  if (const EngineAnswer dropped = engine_.dropPacks(packs, job); !dropped) {
-    systemLog("Damaged parts of the repository cannot be taken out: %@", dropped.detail);
-  }
+  std::sort(files.begin(), files.end());
+  files.erase(std::unique(files.begin(), files.end()), files.end());
+  const EngineAnswer answer = dropPacks(packs, job);
+  lostBytes();
   lostFiles();
-  return paths;
+  return answer;
+}
+
+// Without its list of names a folder's files cannot be had back by their paths.
+void RepositoryCare::giveUp(const FoundEntry& found, const SnapshotRecord& snapshot,
+                            std::vector<std::string>& files) {
+  const std::string& whole = found.entry.path;
+  if (found.entry.kind == EntryKind::folder) {
+    const bool isAbove = isAtOrBelow(snapshot.prefix, whole);
+    const std::string folder = isAbove ? "/" : whole.substr(std::min(snapshot.prefix.size(), whole.size()));
+    store_.visitRecords(folder, [&](const std::string& path, const BackupRecord&) {
+      store_.setDamaged(path, snapshot.id);
+      files.push_back(path);
+      return true;
+    });
+  } else if (whole.starts_with(snapshot.prefix) && !whole.ends_with(std::string("/") + kManifestName)) {
+    files.push_back(whole.substr(snapshot.prefix.size()));
+    store_.setDamaged(files.back(), snapshot.id);
+  }
+}
+
+// What else uses the repository, a restore for instance, is waited for; what was killed may have left a lock.
+EngineAnswer RepositoryCare::dropPacks(const std::vector<std::string>& packs, EngineJob& job) {
+  EngineAnswer answer = engine_.dropPacks(packs, job);
+  for (int tries = 0; answer.health == Health::locked && tries < kLockTries && !job.cancelled; ++tries) {
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    engine_.unlock(job);
+    answer = engine_.dropPacks(packs, job);
+  }
+  if (!answer) {
+    systemLog("Damaged parts of the repository cannot be taken out: %@", answer.detail);
+  }
+  return answer;
 }
 
 DrillEnd RepositoryCare::drill(std::size_t files, EngineJob& job) {
   const std::lock_guard turn(turn_);
+  return drillInTurn(files, job);
+}
+
+DrillEnd RepositoryCare::drillInTurn(std::size_t files, EngineJob& job) {
   Drill drill(store_, engine_);
   DrillEnd end = drill.run(files, job);
   if (end.answer) {
@@ -294,8 +345,9 @@ DrillEnd RepositoryCare::drill(std::size_t files, EngineJob& job) {
     store_.setValue(Store::Table::settings, "drillFailed", std::to_string(end.failed.size()));
     store_.setValue(Store::Table::settings, "lastDrillResult", end.sentence());
     if (!end.failed.empty()) {
-      lostFiles();
       alert(end.sentence());
+      lostFiles();
+      checkInTurn(1, 1, job);
     }
   }
   return end;

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -42,6 +43,14 @@ class RepositoryCare final : public RepositoryKeeper {
 
   /// Called on the thread at hand when files that counted as stored no longer do.
   std::function<void()> lostFiles = [] {};
+  /// The same when stored bytes turned out to be damaged, before `lostFiles`: no snapshot is a parent to go
+  /// by.
+  std::function<void()> lostBytes = [] {};
+  /// Keeps batches from running for as long as the answer lives, but for one whose thread calls this with its
+  /// job.
+  std::function<std::shared_ptr<void>(const EngineJob& job)> holdStill = [](const EngineJob&) {
+    return nullptr;
+  };
   /// Takes a sentence that a person must be told.
   std::function<void(const std::string& sentence)> alert = [](const std::string&) {};
 
@@ -61,6 +70,7 @@ class RepositoryCare final : public RepositoryKeeper {
   /// Checks the structure and that part of the stored bytes (0 of 0: none). Files in damaged packs stop
   /// counting as stored.
   CheckEnd check(unsigned part, unsigned parts, EngineJob& job);
+  /// A drill that fails is followed by a check of everything: what is stored anew would rest on the damage.
   DrillEnd drill(std::size_t files, EngineJob& job);
 
   /// Forgets what retention allows, all of it. Answers how many snapshots went.
@@ -68,6 +78,11 @@ class RepositoryCare final : public RepositoryKeeper {
 
   std::uint64_t repositorySize() const { return size_; }
   std::uint64_t quotaBytes();
+  /// The catalogue is to be made anew, as soon as the repository is made ready.
+  void expectRebuild() {
+    read_ = 0;
+    toRead_ = 1;
+  }
   /// How far the catalogue has been made anew; both 0 when it is complete.
   std::size_t snapshotsToRead() const { return toRead_; }
   std::size_t snapshotsRead() const { return read_; }
@@ -78,7 +93,12 @@ class RepositoryCare final : public RepositoryKeeper {
   bool isDue(const std::string& key, double interval);
   void did(const std::string& key);
   EngineAnswer measure(EngineJob& job);
-  std::vector<std::string> giveUpDamaged(const std::vector<std::string>& packs, EngineJob& job);
+  CheckEnd checkInTurn(unsigned part, unsigned parts, EngineJob& job);
+  DrillEnd drillInTurn(std::size_t files, EngineJob& job);
+  EngineAnswer dropPacks(const std::vector<std::string>& packs, EngineJob& job);
+  EngineAnswer giveUpDamaged(const std::vector<std::string>& packs, std::vector<std::string>& files,
+                             EngineJob& job);
+  void giveUp(const FoundEntry& found, const SnapshotRecord& snapshot, std::vector<std::string>& files);
 
   Store& store_;
   RuleBook& rules_;
@@ -86,7 +106,7 @@ class RepositoryCare final : public RepositoryKeeper {
   RepositoryFiles& files_;
   RepositoryWatch& watch_;
   const CareTimes times_;
-  std::mutex turn_;  // one check or drill at a time
+  std::mutex turn_;  // one check, drill or piece of upkeep at a time
   std::atomic<std::uint64_t> size_ = 0;
   std::atomic<std::size_t> toRead_ = 0, read_ = 0;
 };

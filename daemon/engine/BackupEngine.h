@@ -105,7 +105,10 @@ struct FoundEntry {
 /// What a check of the repository found.
 struct CheckAnswer : EngineAnswer {
   std::vector<std::string> damagedPacks;  ///< their ids
-  std::vector<std::string> messages;      ///< what the storage program said, for people
+  /// When no pack is damaged any more: the snapshots that lost a list of names, so that a part of them cannot
+  /// be had back. A check fails until they are forgotten.
+  std::vector<std::string> damagedSnapshots;
+  std::vector<std::string> messages;  ///< what the storage program said, for people
 };
 
 /// One repository. Calls block until they are done; several may run at once on several threads, and the
@@ -148,7 +151,7 @@ class BackupEngine {
 
   /// Forgets snapshots by id; what they alone held is still there until `prune`.
   virtual EngineAnswer forget(const std::vector<std::string>& snapshots, EngineJob& job) = 0;
-  /// Gives back the room of what no snapshot holds.
+  /// Gives back the room of what no snapshot holds, and what the engine's cache has beyond 1 GiB.
   virtual EngineAnswer prune(EngineJob& job) = 0;
   /// Removes locks that are stale; those of living programs stay.
   virtual EngineAnswer unlock(EngineJob& job) = 0;
@@ -158,7 +161,9 @@ class BackupEngine {
   /// only. A folder among them stands for all that is below it: its list of names is damaged.
   virtual EngineAnswer filesInPacks(const std::vector<std::string>& packs, std::vector<FoundEntry>& found,
                                     EngineJob& job) = 0;
-  /// Takes damaged packs out of use, so that the next store writes anew what they held.
+  /// Takes damaged packs out of use, so that the next store writes anew what they held, and makes the index
+  /// anew. Of a repository in a folder it also takes snapshots away that cannot be read. With no packs, for
+  /// an index that is damaged.
   virtual EngineAnswer dropPacks(const std::vector<std::string>& packs, EngineJob& job) = 0;
   /// The room that the repository takes, in bytes.
   virtual EngineAnswer size(std::uint64_t& bytes, EngineJob& job) = 0;

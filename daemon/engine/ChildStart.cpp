@@ -81,7 +81,7 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
 std::vector<std::string> assignments(const Environment& environment) {
   std::vector<std::string> lines;
   for (const auto& [name, value] : environment) {
-    lines.push_back(name + "=" + value);
+    lines.emplace_back(name).append("=").append(value);
   }
   return lines;
 }
@@ -144,8 +144,8 @@ pid_t startChild(const ChildCommand& command, int output, int errors, bool lowPr
     *error = errno;
     return -1;
   }
-  Descriptor(std::move(lowReportWriter));  // or its end would never be seen
-  Descriptor(std::move(reportWriter));
+  lowReportWriter = Descriptor();  // or the end of the report would never be seen
+  reportWriter = Descriptor();
   *error = reportedError(reportReader.get());
   if (*error != 0) {
     while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {

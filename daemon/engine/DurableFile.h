@@ -7,7 +7,8 @@
 
 namespace keldane {
 
-/// Makes the folder and those above it; the folder itself gets mode 0700 when it is new. Throws std::runtime_error.
+/// Makes the folder and those above it; the folder itself gets mode 0700 when it is new. Throws
+/// std::runtime_error.
 void makePrivateFolder(const std::string& path);
 
 /// Replaces a file's content at once: whoever reads it sees the old or the new one, also after a crash. Mode

@@ -94,6 +94,8 @@ std::optional<RepositoryConfig> RepositoryFiles::configuration() const {
     configuration.repositoryId = json.value("repositoryId", "");
     configuration.computerNumber = json.value("computerNumber", std::uint32_t{0});
     configuration.hostName = json.value("hostName", "");
+    configuration.formerComputer = json.value("formerComputer", std::uint32_t{0});
+    configuration.formerHighest = json.value("formerHighest", std::uint32_t{0});
     configuration.fileSystemUuid = json.value("fileSystemUuid", "");
     configuration.options = json.value("options", std::map<std::string, std::string>());
     return configuration;
@@ -116,6 +118,8 @@ void RepositoryFiles::setConfiguration(const RepositoryConfig& configuration) co
                                {"repositoryId", configuration.repositoryId},
                                {"computerNumber", configuration.computerNumber},
                                {"hostName", configuration.hostName},
+                               {"formerComputer", configuration.formerComputer},
+                               {"formerHighest", configuration.formerHighest},
                                {"fileSystemUuid", configuration.fileSystemUuid},
                                {"options", configuration.options}};
   std::string text;
@@ -182,7 +186,7 @@ void RepositoryFiles::setEnvironment(const std::map<std::string, std::string>& e
     if (value.find_first_of(std::string_view("\n\0", 2)) != std::string::npos) {
       throw std::runtime_error("The value of " + name + " has more than one line.");
     }
-    text += name + "=" + value + "\n";
+    text.append(name).append("=").append(value).append("\n");
   }
   makePrivateFolder(folder_.path);
   writeDurably(folder_.environment(), text);

@@ -53,6 +53,7 @@ constexpr auto kSigns = std::to_array<Sign>({
     {"tls handshake", Health::unreachable},
     {"x509:", Health::unreachable},
     {"unable to start the sftp session", Health::unreachable},
+    {"ssh command exited", Health::unreachable},
     {"error talking http to rclone", Health::unreachable},
     {"connection lost", Health::unreachable},
     {"stale file handle", Health::unreachable},
@@ -208,6 +209,14 @@ EngineAnswer judgedEnd(const ChildEnd& end, std::string_view errors, const Secre
                                                : judgedText(lowerCase(errors));
   const std::string reason = reasonOf(errors, health, secrets);
   return answerFor(health, reason.empty() ? "exit status " + std::to_string(end.exitStatus) : reason);
+}
+
+bool triesInVain(std::string_view errorLine, bool isFolder, bool isSftp) {
+  if (errorLine.find(" returned error, retrying after ") == std::string_view::npos) {
+    return false;
+  }
+  const Health health = judgedText(lowerCase(errorLine));
+  return (isSftp && health == Health::unreachable) || (isFolder && health == Health::denied);
 }
 
 }  // namespace keldane

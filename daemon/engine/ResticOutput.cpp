@@ -1,31 +1,16 @@
 #include "daemon/engine/ResticOutput.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <chrono>
 #include <limits>
-#include <nlohmann/json.hpp>
 #include <set>
 #include <utility>
 
+#include "daemon/engine/JsonFields.h"
+
 namespace keldane {
 namespace {
-
-using Json = nlohmann::json;
-
-Json parsed(std::string_view text) { return Json::parse(text, nullptr, false); }
-
-std::string textOf(const Json& object, const char* name) {
-  const auto found = object.find(name);
-  return found != object.end() && found->is_string() ? found->get<std::string>() : std::string();
-}
-
-template <class Number>
-Number numberOf(const Json& object, const char* name) {
-  const auto found = object.find(name);
-  return found != object.end() && found->is_number_integer() ? found->get<Number>() : Number{};
-}
 
 /// The mode of the language that the storage program is written in has bits of its own for what is not
 /// permission.
@@ -100,25 +85,19 @@ std::optional<int> takeZone(std::string_view& text) {
   return minutes ? std::optional((*hours * 60 + *minutes) * (isWest ? -60 : 60)) : std::nullopt;
 }
 
-/// The reason of an `error` message: its own text, or what the system's error number says. Old versions leave
-/// most texts out.
-std::string reasonOf(const Json& message) {
-  const auto error = message.find("error");
-  if (error != message.end() && error->is_object()) {
-    if (const std::string text = textOf(*error, "message"); !text.empty()) {
-      return text;
-    }
-    if (const int number = numberOf<int>(*error, "Err"); number > 0) {
-      return std::generic_category().message(number);
+/// Of a list of names that it cannot read the storage program tells amidst its JSON, in two lines.
+std::string withoutComplaints(std::string text) {
+  constexpr std::string_view kBegin = "Unable to load tree ";
+  constexpr std::string_view kNext = "\n ... which belongs to snapshot ";
+  constexpr std::size_t kId = 64;
+  for (std::size_t found = text.find(kBegin); found != std::string::npos;
+       found = text.find(kBegin, found + 1)) {
+    const std::size_t next = found + kBegin.size() + kId;
+    if (next < text.size() && std::string_view(text).substr(next).starts_with(kNext)) {
+      text.erase(found, text.find('\n', next + 1) - found);
     }
   }
-  return "It cannot be read.";
-}
-
-constexpr std::string_view kVanished = " does not exist, skipping";
-
-bool isId(std::string_view text) {
-  return text.size() == 64 && text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
+  return text;
 }
 
 }  // namespace
@@ -142,7 +121,7 @@ std::optional<std::int64_t> timeFromText(std::string_view text) {
     return std::nullopt;
   }
   const std::int64_t seconds = std::int64_t{std::chrono::sys_days(date).time_since_epoch().count()} * 86400 +
-                               *hour * 3600 + *minute * 60 + *second - *zone;
+                               std::int64_t{*hour} * 3600 + std::int64_t{*minute} * 60 + *second - *zone;
   constexpr std::int64_t kBillion = 1'000'000'000;
   constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
   if (seconds >= kMost / kBillion) {
@@ -208,7 +187,7 @@ std::optional<std::vector<FoundEntry>> matchesFromText(std::string_view text) {
 }
 
 std::optional<std::vector<FoundEntry>> packUsersFromText(std::string_view text) {
-  const Json list = parsed(text);
+  const Json list = parsed(withoutComplaints(std::string(text)));
   std::vector<FoundEntry> found;
   std::set<std::pair<std::string, std::string>> seen;
   if (!list.is_array() && !list.is_null()) {
@@ -229,6 +208,34 @@ std::optional<std::vector<FoundEntry>> packUsersFromText(std::string_view text) 
   return found;
 }
 
+void addBlobs(std::string_view text, const std::vector<std::string>& packs, PackBlobs& blobs) {
+  const Json index = parsed(text);
+  if (!index.is_object() || !index.contains("packs")) {
+    return;
+  }
+  for (const Json& pack : index["packs"]) {
+    if (!pack.is_object() || !pack.contains("blobs") ||
+        std::ranges::find(packs, textOf(pack, "id")) == packs.end()) {
+      continue;
+    }
+    for (const Json& blob : pack["blobs"]) {
+      if (blob.is_object()) {
+        (textOf(blob, "type") == "tree" ? blobs.trees : blobs.data).push_back(textOf(blob, "id"));
+      }
+    }
+  }
+}
+
+SnapshotTrees topTreesFromText(std::string_view text) {
+  SnapshotTrees trees;
+  for (const Json& snapshot : parsed(text)) {
+    if (snapshot.is_object()) {
+      trees.emplace_back(textOf(snapshot, "id"), textOf(snapshot, "tree"));
+    }
+  }
+  return trees;
+}
+
 std::string idFromConfig(std::string_view text) {
   const Json config = parsed(text);
   return config.is_object() ? textOf(config, "id") : std::string();
@@ -240,105 +247,6 @@ std::optional<std::uint64_t> sizeFromStats(std::string_view text) {
     return std::nullopt;
   }
   return numberOf<std::uint64_t>(stats, "total_size");
-}
-
-void BackupReader::outputLine(std::string_view line) {
-  const Json message = parsed(line);
-  if (!message.is_object()) {
-    return;
-  }
-  const std::string type = textOf(message, "message_type");
-  if (type == "verbose_status") {
-    const std::string action = textOf(message, "action");
-    const std::string item = textOf(message, "item");
-    const bool isUnchanged = action == "unchanged";
-    if (observer_.took && !item.ends_with('/') && (isUnchanged || action == "new" || action == "modified")) {
-      observer_.took(item, isUnchanged);
-    }
-  } else if (type == "status" && observer_.progress) {
-    std::string current;
-    if (const auto files = message.find("current_files");
-        files != message.end() && files->is_array() && !files->empty() && files->front().is_string()) {
-      current = files->front().get<std::string>();
-    }
-    observer_.progress(numberOf<std::uint64_t>(message, "files_done"),
-                       numberOf<std::uint64_t>(message, "bytes_done"), current);
-  } else if (type == "summary") {
-    snapshot_ = textOf(message, "snapshot_id");
-    bytesAdded_ = numberOf<std::uint64_t>(message, "data_added");
-  } else if (type == "error") {
-    errorLine(line);
-  }
-}
-
-bool BackupReader::errorLine(std::string_view line) {
-  if (line.starts_with('/') && line.ends_with(kVanished)) {
-    tellUnreadable(std::string(line.substr(0, line.size() - kVanished.size())), "It is gone.");
-    return true;
-  }
-  const Json message = line.starts_with('{') ? parsed(line) : Json();
-  if (!message.is_object() || textOf(message, "message_type") != "error") {
-    return false;
-  }
-  if (textOf(message, "during") != "scan") {  // what the scan cannot read is told again when it is archived
-    const std::string path = textOf(message, "item");
-    tellUnreadable(path, reasonOf(message));
-  }
-  return true;
-}
-
-void BackupReader::tellUnreadable(const std::string& path, const std::string& reason) {
-  someUnreadable_ = true;
-  if (observer_.couldNotRead) {
-    observer_.couldNotRead(path, reason);
-  }
-}
-
-void CheckReader::errorLine(std::string_view line) {
-  constexpr std::string_view kMismatch = "Pack ID does not match, want ";
-  constexpr std::string_view kPack = "pack ";
-  constexpr std::string_view kRepair = "restic repair packs ";
-  if (line.starts_with("error: ") || line.starts_with("Error: ")) {
-    line.remove_prefix(7);
-  }
-  if (const std::size_t found = line.find(kMismatch); found != std::string_view::npos) {
-    add(line.substr(found + kMismatch.size(), 64));
-  } else if (line.starts_with(kPack) && line.find("not referenced in any index") == std::string_view::npos &&
-             line.find("contained in several indexes") == std::string_view::npos) {
-    add(line.substr(kPack.size(), 64));
-  } else if (const std::size_t repair = line.find(kRepair); repair != std::string_view::npos) {
-    for (line.remove_prefix(repair + kRepair.size()); line.size() >= 64;
-         line.remove_prefix(std::min(line.size(), std::size_t{65}))) {
-      add(line.substr(0, 64));
-    }
-  }
-}
-
-void CheckReader::add(std::string_view pack) {
-  if (isId(pack) && std::ranges::find(packs_, pack) == packs_.end()) {
-    packs_.emplace_back(pack);
-  }
-}
-
-std::optional<ItemProblem> problemFromLine(std::string_view line) {
-  constexpr std::string_view kBegin = "ignoring error for ";
-  static constexpr auto kMetadata = std::to_array<std::string_view>(
-      {"chown", "chmod", "utimes", "utimensat", "utime", "xattr", "chtimes", "operation not supported"});
-  if (!line.starts_with(kBegin)) {
-    return std::nullopt;
-  }
-  line.remove_prefix(kBegin.size());
-  const std::size_t colon = line.find(": ");
-  ItemProblem problem;
-  problem.path = line.substr(0, colon);
-  problem.reason = colon == std::string_view::npos ? std::string_view() : line.substr(colon + 2);
-  std::string lower = problem.reason;
-  std::ranges::transform(lower, lower.begin(), [](char letter) {
-    return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter + 32) : letter;
-  });
-  problem.onlyMetadata =
-      std::ranges::any_of(kMetadata, [&](std::string_view sign) { return lower.starts_with(sign); });
-  return problem;
 }
 
 }  // namespace keldane

@@ -7,6 +7,7 @@
 #include "daemon/engine/Glob.h"
 #include "daemon/engine/ResticEngine.h"
 #include "daemon/engine/ResticFailure.h"
+#include "daemon/engine/ResticLines.h"
 #include "daemon/engine/ResticOutput.h"
 
 namespace keldane {
@@ -87,10 +88,16 @@ class ProblemList {
     }
     if (!problem->onlyMetadata) {
       contentProblem_ = contentProblem_.empty() ? problem->reason : contentProblem_;
-      ::unlink((folder_ + problem->path).c_str());  // it has the right size and wrong bytes
+      wrong_.push_back(folder_ + problem->path);
     }
     problems_.push_back(problem->path + ": " + secrets_.scrubbed(problem->reason));
     return true;
+  }
+  /// What has the right size and wrong bytes must not be taken for whole.
+  void removeWrongFiles() const {
+    for (const std::string& file : wrong_) {
+      ::unlink(file.c_str());
+    }
   }
   const std::string& contentProblem() const { return contentProblem_; }
 
@@ -99,6 +106,7 @@ class ProblemList {
   const Secrets& secrets_;
   std::vector<std::string>& problems_;
   std::string contentProblem_;
+  std::vector<std::string> wrong_;
 };
 
 }  // namespace
@@ -211,6 +219,7 @@ EngineAnswer ResticEngine::restore(const std::string& snapshot, const std::vecto
     output.errorLine = [&](std::string_view line) { return list.take(line); };
     const std::size_t before = problems.size();
     const RunEnd run = session.run(arguments, output);
+    list.removeWrongFiles();
     if (takesUnknownSnapshot(run)) {
       return unknownSnapshot(snapshot);
     }

@@ -10,9 +10,13 @@
 
 #include "daemon/engine/ExternalDisk.h"
 #include "daemon/engine/ResticFailure.h"
+#include "daemon/engine/SftpCommand.h"
 
 namespace keldane {
 namespace {
+
+/// Ends a run that has no chance.
+struct Hopeless {};
 
 bool isRefused(const std::string& path, int access) {
   return ::faccessat(AT_FDCWD, path.c_str(), access, AT_EACCESS) != 0 &&
@@ -75,8 +79,14 @@ EngineAnswer ResticSession::prepare(Purpose purpose) {
   if (const auto certificate = environment.find("RESTIC_CACERT"); certificate != environment.end()) {
     begin_.insert(begin_.end(), {"--cacert", certificate->second});  // only new versions read the variable
   }
-  for (const auto& [name, value] : configuration_.options) {
-    begin_.insert(begin_.end(), {"-o", name + "=" + value});
+  Environment options = configuration_.options;
+  const std::optional<std::string> ssh = sftpCommand(configuration_.location);
+  if (ssh && !options.contains("sftp.args")) {
+    options.try_emplace("sftp.command", *ssh);
+  }
+  for (const auto& [name, value] : options) {
+    begin_.emplace_back("-o");
+    begin_.emplace_back(name).append("=").append(value);
   }
   return {};
 }
@@ -119,15 +129,25 @@ RunEnd ResticSession::run(const std::vector<std::string>& arguments, const RunOu
   command.outputLine = output.outputLine;
   RunEnd run;
   constexpr std::size_t kMostErrors = std::size_t{64} << 10;
+  const bool isFolder = configuration_.localFolder().has_value();
+  const bool isSftp = configuration_.location.starts_with("sftp:");
   command.errorLine = [&](std::string_view line) {
     if (!output.errorLine || !output.errorLine(line)) {
       run.errors.append(line).push_back('\n');
       if (run.errors.size() > 2 * kMostErrors) {
         run.errors.erase(0, kMostErrors);
       }
+      if (triesInVain(line, isFolder, isSftp)) {
+        throw Hopeless();
+      }
     }
   };
-  const ChildEnd end = runChild(command, job_);
+  ChildEnd end;
+  try {
+    end = runChild(command, job_);
+  } catch (const Hopeless&) {
+    end.exitStatus = 1;
+  }
   run.exitStatus = end.exitStatus;
   run.answer = judgedEnd(end, run.errors, secrets_);
   return run;

@@ -3,7 +3,7 @@
 
 #include "daemon/engine/ResticEngine.h"
 #include "daemon/engine/ResticFailure.h"
-#include "daemon/engine/ResticOutput.h"
+#include "daemon/engine/ResticLines.h"
 
 namespace keldane {
 namespace {

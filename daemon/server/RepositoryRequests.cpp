@@ -365,6 +365,7 @@ void RepositoryRequests::takeOver(const Trial& trial, bool isRecovery) {
   trial.replaceIn(daemon_->files());
   if (isAnother) {
     daemon_->store().clearCatalogue();
+    daemon_->care().expectRebuild();
   }
   daemon_->barRepository();
   daemon_->worker().repositoryChanged();

@@ -2,38 +2,36 @@
 #pragma once
 
 #include <algorithm>
-#include <chrono>
-#include <thread>
 
 #include "daemon/store/Sql.h"
 
 namespace keldane {
 
-/// Calls `work(first, last)` for one part of `count` items after the other, each in a transaction of its own.
+/// Calls `work(database, first, last)` for one part of `count` items after the other, each in a transaction
+/// of its own.
 template <class Work>
 void Store::inSlices(std::size_t count, const Work& work) {
   std::size_t first = 0;
-  untilDone([&] {
+  untilDone([&](SQLite::Database& database) {
     const std::size_t last = std::min(count, first + sql::kSlice);
-    work(first, last);
+    work(database, first, last);
     first = last;
     return first == count;
   });
 }
 
-/// Calls `work` in one transaction after the other until it answers true.
+/// Calls `work(database)` in one transaction after the other until it answers true.
 template <class Work>
 void Store::untilDone(const Work& work) {
   for (bool isDone = false; !isDone;) {
     {
       const ScopedLock guard(mutex_);
       SQLite::Transaction transaction(database_, SQLite::TransactionBehavior::IMMEDIATE);
-      isDone = work();
+      isDone = work(database_);
       transaction.commit();
     }
     if (!isDone) {
-      // A thread that waits for the mutex is woken only now; without a pause this one would always be first.
-      std::this_thread::sleep_for(std::chrono::microseconds(50));
+      sql::letOthersIn();
     }
   }
 }

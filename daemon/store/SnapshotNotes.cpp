@@ -3,9 +3,11 @@
 namespace keldane {
 
 SnapshotNotes::SnapshotNotes(SQLite::Database& database, const SnapshotRecord& snapshot)
-    : database_(database),
-      snapshot_(snapshot),
+    : snapshot_(snapshot),
       full_(snapshot.full ? std::optional<std::int64_t>(snapshot.number) : std::nullopt),
+      state_(database,
+             "SELECT failures, (SELECT MAX(id) FROM files),"
+             " (SELECT MAX(number) FROM snapshots WHERE full AND number < ?) FROM counters"),
       newest_(database, "SELECT id, version, first_full, last_full FROM files WHERE path = ?"),
       older_(database,
              "SELECT file, version, first_full, last_full FROM versions WHERE file = ? AND version = ?"),
@@ -26,8 +28,9 @@ SnapshotNotes::SnapshotNotes(SQLite::Database& database, const SnapshotRecord& s
       insertOlder_(database, "INSERT OR IGNORE INTO versions VALUES(?1, ?2, ?3, ?4, ?5, ?6, 0, NULL, NULL)"),
       hold_(database, "INSERT OR IGNORE INTO held VALUES(?, ?, ?)"),
       extendAtEnd_(database,
-                   "UPDATE files SET last_full = ?2 WHERE path = ?1 AND version <= ?2 AND last_full >= ?3"
-                   " AND last_full <= ?2 AND removed IS NULL"),
+                   "UPDATE files SET first_full = COALESCE(first_full, ?2), last_full = ?2 WHERE path = ?1"
+                   " AND version <= ?2 AND removed IS NULL"
+                   " AND (last_full IS NULL OR (last_full >= ?3 AND last_full <= ?2))"),
       fullBetween_(database, "SELECT 1 FROM snapshots WHERE full AND number > ? AND number < ? LIMIT 1"),
       inSpan_(database,
               "SELECT 1 FROM spans WHERE file = ?1 AND version = ?2 AND first <= ?3 AND last >= ?3 LIMIT 1"),
@@ -39,10 +42,12 @@ SnapshotNotes::SnapshotNotes(SQLite::Database& database, const SnapshotRecord& s
       clearFailure_(database, "DELETE FROM failures WHERE path = ?") {}
 
 void SnapshotNotes::begin() {
-  previousFull_ = sql::numberOf(database_, "SELECT MAX(number) FROM snapshots WHERE full AND number < ?",
-                                snapshot_.number);
-  nextFile_ = sql::numberOf(database_, "SELECT MAX(id) FROM files") + 1;
-  hasFailures_ = sql::numberOf(database_, "SELECT failures FROM counters") > 0;
+  SQLite::Statement& row = state_.get();
+  const sql::Rewinding rewinding(row);
+  sql::bindAll(row, snapshot_.number).executeStep();
+  hasFailures_ = row.getColumn(0).getInt64() > 0;
+  nextFile_ = row.getColumn(1).getInt64() + 1;
+  previousFull_ = row.getColumn(2).getInt64();
 }
 
 void SnapshotNotes::note(const std::string& path, const FileState& state, std::uint32_t version, double date,
@@ -72,8 +77,7 @@ void SnapshotNotes::note(const std::string& path, const FileState& state, std::u
 }
 
 void SnapshotNotes::confirm(const std::string& path) {
-  if (snapshot_.full && previousFull_ > 0 &&
-      sql::run(extendAtEnd_, path, snapshot_.number, previousFull_) > 0) {
+  if (snapshot_.full && sql::run(extendAtEnd_, path, snapshot_.number, previousFull_) > 0) {
     return;  // as nearly all of them are
   }
   const std::optional<Row> row = newest(path);

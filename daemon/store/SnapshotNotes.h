@@ -50,14 +50,13 @@ class SnapshotNotes {
   bool isInSpan(const Row& row);
   void setInterval(const Row& row, Place place, std::int64_t first, std::int64_t last);
 
-  SQLite::Database& database_;
   const SnapshotRecord snapshot_;
   const std::optional<std::int64_t> full_;  // its number, if it is full
   std::int64_t previousFull_ = 0;           // before this snapshot
   std::int64_t nextFile_ = 0;
   bool hasFailures_ = false;
 
-  sql::KeptStatement newest_, older_, newestUpTo_;
+  sql::KeptStatement state_, newest_, older_, newestUpTo_;
   sql::KeptStatement insert_, keepOlder_, replace_, insertOlder_;
   sql::KeptStatement hold_, extendAtEnd_, fullBetween_, inSpan_, addSpan_, setNewest_, setOlder_;
   sql::KeptStatement isThere_, clearFailure_;

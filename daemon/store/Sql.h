@@ -3,10 +3,12 @@
 
 #include <SQLiteCpp/SQLiteCpp.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <thread>
 #include <type_traits>
 
 #include "daemon/store/Store.h"
@@ -16,6 +18,24 @@ namespace keldane::sql {
 /// How many rows are written or read while a mutex is held.
 inline constexpr std::size_t kSlice = 500;
 inline constexpr int kBusyMilliseconds = 5000;
+
+/// To be called between two slices. A thread that waits for the mutex is woken when it is given back; without
+/// a pause the one that has just had it would always be first.
+inline void letOthersIn() { std::this_thread::sleep_for(std::chrono::microseconds(50)); }
+
+/// A connection of one's own for a long question: it sees one state while a transaction lasts, and nobody
+/// waits for it.
+class LongQuestion {
+ public:
+  explicit LongQuestion(const std::string& path)
+      : database_(path, SQLite::OPEN_READONLY | SQLite::OPEN_NOFOLLOW, kBusyMilliseconds),
+        transaction_(database_) {}
+  SQLite::Database& database() { return database_; }
+
+ private:
+  SQLite::Database database_;
+  SQLite::Transaction transaction_;
+};
 
 /// Ends a query that is kept for the next time, without which it would hold the state that it reads.
 class Rewinding {

@@ -45,7 +45,10 @@ template <class OnFile, class OnFolder>
 void Store::visitChildren(const std::string& folder, const OnFile& onFile, const OnFolder& onFolder) {
   const sql::Below below(folder);
   std::string from = below.from;
-  for (bool isDone = false; !isDone;) {
+  for (bool isFirst = true, isDone = false; !isDone; isFirst = false) {
+    if (!isFirst) {
+      sql::letOthersIn();
+    }
     const ScopedLock guard(readMutex_);
     SQLite::Statement row(
         reader_, "SELECT path, " KELDANE_RECORD " FROM files WHERE path >= ? AND path < ? ORDER BY path");
@@ -112,6 +115,7 @@ void Store::visitRecords(const std::string& path, const VisitRecord& visit) {
       return;
     }
     from = slice.back().first + '\0';
+    sql::letOthersIn();
   }
 }
 

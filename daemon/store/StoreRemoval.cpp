@@ -121,14 +121,14 @@ void Store::finishRemoval() {
 // Takes out what the snapshots that leave are said to hold.
 void Store::removeHeld() {
   std::optional<UnheldVersions> unheld;
-  untilDone([&] {
+  untilDone([&](SQLite::Database& database) {
     if (!unheld) {
-      unheld.emplace(database_);
+      unheld.emplace(database);
     }
-    SQLite::Statement query(database_,
+    SQLite::Statement query(database,
                             "SELECT file, version, snapshot FROM leaving CROSS JOIN held"
                             " ON snapshot = number LIMIT ?");
-    SQLite::Statement drop(database_, "DELETE FROM held WHERE file = ? AND version = ? AND snapshot = ?");
+    SQLite::Statement drop(database, "DELETE FROM held WHERE file = ? AND version = ? AND snapshot = ?");
     std::vector<std::pair<Version, std::uint32_t>> slice;
     for (sql::bindAll(query, std::uint64_t{sql::kSlice}); query.executeStep();) {
       slice.push_back({versionAt(query), query.getColumn(2).getUInt()});
@@ -146,9 +146,9 @@ void Store::removeHeld() {
 void Store::removeUnheld() {
   std::vector<Version> candidates;
   {
-    SQLite::Database scan(path_, SQLite::OPEN_READONLY | SQLite::OPEN_NOFOLLOW, sql::kBusyMilliseconds);
+    sql::LongQuestion question(path_);
     SQLite::Statement query(
-        scan,
+        question.database(),
         "SELECT id, version FROM files WHERE first_full IS NOT NULL AND NOT EXISTS(SELECT 1 FROM"
         " snapshots WHERE full AND number BETWEEN first_full AND last_full) UNION ALL "
         "SELECT file, version FROM versions WHERE first_full IS NOT NULL AND NOT EXISTS(SELECT 1 FROM"
@@ -160,9 +160,9 @@ void Store::removeUnheld() {
     }
   }
   std::optional<UnheldVersions> unheld;
-  inSlices(candidates.size(), [&](std::size_t first, std::size_t last) {
+  inSlices(candidates.size(), [&](SQLite::Database& database, std::size_t first, std::size_t last) {
     if (!unheld) {
-      unheld.emplace(database_);
+      unheld.emplace(database);
     }
     for (std::size_t index = first; index < last; ++index) {
       unheld->check(candidates[index]);
@@ -182,25 +182,23 @@ void Store::setRemoved(const std::string& path, bool removed, double date) {
   }
   const sql::Below below(path);
   std::string from;
-  untilDone([&] {
+  untilDone([&](SQLite::Database& database) {
     if (from.empty()) {
-      sql::runOnce(database_, "UPDATE files SET removed = ?2 WHERE path = ?1 AND removed IS NULL", path,
-                   date);
-      if (sql::numberOf(database_, "SELECT failures FROM counters") > 0) {
-        sql::runOnce(database_, "DELETE FROM failures WHERE path = ?1 OR (path >= ?2 AND path < ?3)", path,
+      sql::runOnce(database, "UPDATE files SET removed = ?2 WHERE path = ?1 AND removed IS NULL", path, date);
+      if (sql::numberOf(database, "SELECT failures FROM counters") > 0) {
+        sql::runOnce(database, "DELETE FROM failures WHERE path = ?1 OR (path >= ?2 AND path < ?3)", path,
                      below.from, below.to);
       }
       from = below.from;
     }
     SQLite::Statement query(
-        database_, "SELECT path FROM files WHERE path >= ? AND path < ? ORDER BY path LIMIT 1 OFFSET ?");
+        database, "SELECT path FROM files WHERE path >= ? AND path < ? ORDER BY path LIMIT 1 OFFSET ?");
     sql::bindAll(query, from, below.to, std::uint64_t{sql::kSlice});
     const bool isLast = !query.executeStep();
     const std::string to = isLast ? below.to : query.getColumn(0).getString();
     query.tryReset();
-    sql::runOnce(database_,
-                 "UPDATE files SET removed = ?3 WHERE path >= ?1 AND path < ?2 AND removed IS NULL", from, to,
-                 date);
+    sql::runOnce(database, "UPDATE files SET removed = ?3 WHERE path >= ?1 AND path < ?2 AND removed IS NULL",
+                 from, to, date);
     from = to;
     return isLast;
   });

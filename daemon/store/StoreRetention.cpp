@@ -29,9 +29,7 @@ struct Needed {
 class RetentionQuery {
  public:
   RetentionQuery(const std::string& path, double now, const Store::Retention& rules)
-      : database_(path, SQLite::OPEN_READONLY | SQLite::OPEN_NOFOLLOW, sql::kBusyMilliseconds),
-        transaction_(database_),
-        holders_(database_, std::make_shared<const SnapshotTable>(database_)) {
+      : question_(path), holders_(database(), std::make_shared<const SnapshotTable>(database())) {
     std::vector<SnapshotRecord> all;
     for (const auto& [number, snapshot] : holders_.snapshots()) {
       all.push_back(snapshot);
@@ -41,7 +39,7 @@ class RetentionQuery {
     pins_ = retention::cover(needed_.holders, needed_.versions.size());
   }
 
-  SQLite::Database& database() { return database_; }
+  SQLite::Database& database() { return question_.database(); }
   Holders& holders() { return holders_; }
   const Needed& needed() const { return needed_; }
   /// Snapshots that are kept for the sake of single versions, which are indices in `needed().versions`.
@@ -56,11 +54,11 @@ class RetentionQuery {
     for (const auto& [number, snapshot] : holders_.snapshots()) {
       newestFull = snapshot.full ? number : newestFull;
     }
-    SQLite::Statement row(database_,
+    SQLite::Statement row(database(),
                           "SELECT id, version, first_full, last_full, damaged FROM files"
                           " WHERE (removed IS NULL OR removed > ?1) AND"
                           " (damaged OR last_full IS NULL OR last_full < ?2 OR first_full > ?2)");
-    SQLite::Statement undamaged(database_,
+    SQLite::Statement undamaged(database(),
                                 "SELECT version, first_full, last_full FROM versions"
                                 " WHERE file = ? AND NOT damaged ORDER BY version DESC LIMIT 1");
     for (sql::bindAll(row, removedAfter, newestFull); row.executeStep();) {
@@ -91,8 +89,7 @@ class RetentionQuery {
     }
   }
 
-  SQLite::Database database_;
-  SQLite::Transaction transaction_;  // one state throughout
+  sql::LongQuestion question_;
   Holders holders_;
   std::set<std::uint32_t> kept_;
   Needed needed_;

@@ -91,31 +91,32 @@ void Store::addSnapshot(const SnapshotRecord& snapshot, const std::vector<Stored
                         const std::vector<std::string>& confirmed) {
   addSnapshotRow(snapshot);
   std::optional<SnapshotNotes> notes;
-  inSlices(stored.size() + confirmed.size(), [&](std::size_t first, std::size_t last) {
-    if (!notes) {
-      notes.emplace(database_, snapshot);
-    }
-    notes->begin();
-    for (std::size_t index = first; index < last; ++index) {
-      const bool isStored = index < stored.size();
-      const std::string& path = isStored ? stored[index].path : confirmed[index - stored.size()];
-      if (isStored) {
-        notes->note(path, stored[index].state, snapshot.number, snapshot.time, true);
-      } else {
-        notes->confirm(path);
-      }
-      notes->clearFailure(path);
-    }
-  });
+  inSlices(stored.size() + confirmed.size(),
+           [&](SQLite::Database& database, std::size_t first, std::size_t last) {
+             if (!notes) {
+               notes.emplace(database, snapshot);
+             }
+             notes->begin();
+             for (std::size_t index = first; index < last; ++index) {
+               const bool isStored = index < stored.size();
+               const std::string& path = isStored ? stored[index].path : confirmed[index - stored.size()];
+               if (isStored) {
+                 notes->note(path, stored[index].state, snapshot.number, snapshot.time, true);
+               } else {
+                 notes->confirm(path);
+               }
+               notes->clearFailure(path);
+             }
+           });
 }
 
 void Store::addGathered(const SnapshotRecord& snapshot,
                         const std::vector<std::pair<std::string, std::uint32_t>>& versions) {
   addSnapshotRow(snapshot);
   std::optional<SnapshotNotes> notes;
-  inSlices(versions.size(), [&](std::size_t first, std::size_t last) {
+  inSlices(versions.size(), [&](SQLite::Database& database, std::size_t first, std::size_t last) {
     if (!notes) {
-      notes.emplace(database_, snapshot);
+      notes.emplace(database, snapshot);
     }
     notes->begin();
     for (std::size_t index = first; index < last; ++index) {
@@ -129,16 +130,16 @@ void Store::addRebuilt(const SnapshotRecord& snapshot, const std::vector<Rebuilt
   std::optional<SnapshotNotes> notes;
   std::set<std::uint32_t> numbers = {snapshot.number};
   std::uint32_t highest = snapshot.number;
-  inSlices(versions.size(), [&](std::size_t first, std::size_t last) {
+  inSlices(versions.size(), [&](SQLite::Database& database, std::size_t first, std::size_t last) {
     if (!notes) {
-      notes.emplace(database_, snapshot);
+      notes.emplace(database, snapshot);
     }
     notes->begin();
     for (std::size_t index = first; index < last; ++index) {
       const RebuiltVersion& version = versions[index];
       notes->note(version.path, version.state, version.version, version.date, false);
       if (numbers.insert(version.version).second) {
-        sql::runOnce(database_, "INSERT OR IGNORE INTO backups VALUES(?, ?)", version.version, version.date);
+        sql::runOnce(database, "INSERT OR IGNORE INTO backups VALUES(?, ?)", version.version, version.date);
         highest = std::max(highest, version.version);
       }
     }

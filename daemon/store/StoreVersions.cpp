@@ -56,33 +56,27 @@ AsOf asOf(SQLite::Database& database, std::uint32_t number, double before) {
   return bounds;
 }
 
-/// Reads a folder's files in slices, on the connection that reads.
+/// Reads files as they were at a backup.
 class StateReader {
  public:
-  StateReader(SQLite::Database& database, std::shared_ptr<const SnapshotTable> snapshots, const AsOf& bounds)
+  StateReader(SQLite::Database& database, const AsOf& bounds)
       : bounds_(bounds),
-        holders_(database, std::move(snapshots)),
+        holders_(database, std::make_shared<const SnapshotTable>(database)),
         files_(database, "SELECT path, id, removed, " KELDANE_VERSION
-                         " FROM files WHERE path >= ? AND path < ? ORDER BY path LIMIT ?"),
+                         " FROM files WHERE path >= ? AND path < ? ORDER BY path"),
         older_(database, "SELECT " KELDANE_VERSION
                          " FROM versions WHERE file = ? AND version <= ? AND date <= ?"
                          " ORDER BY version DESC LIMIT 1") {}
 
-  /// Adds what lies in one slice of the range, moves `from` behind it and answers whether it was the last.
-  bool read(std::string& from, const std::string& to,
+  /// Adds what lies in a range, the end of it excepted.
+  void read(const std::string& from, const std::string& to,
             std::vector<std::pair<std::string, VersionRecord>>& found) {
     const sql::Rewinding rewinding(files_);
-    sql::bindAll(files_, from, to, std::uint64_t{sql::kSlice});
-    std::size_t rows = 0;
-    for (; files_.executeStep(); ++rows) {
-      std::string path = files_.getColumn(0).getString();
-      from = path + '\0';  // the least of the paths after it
-      std::optional<VersionRecord> version = versionOf(files_.getColumn(1).getInt64());
-      if (version) {
-        found.emplace_back(std::move(path), *std::move(version));
+    for (sql::bindAll(files_, from, to); files_.executeStep();) {
+      if (std::optional<VersionRecord> version = versionOf(files_.getColumn(1).getInt64())) {
+        found.emplace_back(files_.getColumn(0).getString(), *std::move(version));
       }
     }
-    return rows < sql::kSlice;
   }
 
  private:
@@ -160,19 +154,11 @@ std::vector<VersionRecord> Store::versions(const std::string& path, std::size_t 
 std::vector<std::pair<std::string, VersionRecord>> Store::versionsBelow(const std::string& path,
                                                                         std::uint32_t number, double before) {
   std::vector<std::pair<std::string, VersionRecord>> found;
-  std::optional<StateReader> reader;
-  const auto readRange = [&](std::string from, const std::string& to) {
-    for (bool isDone = false; !isDone;) {
-      const ScopedLock guard(readMutex_);
-      if (!reader) {
-        reader.emplace(reader_, snapshotTable(), asOf(reader_, number, before));
-      }
-      isDone = reader->read(from, to, found);
-    }
-  };
-  readRange(path, path + '\0');  // the path itself
+  sql::LongQuestion question(path_);
+  StateReader reader(question.database(), asOf(question.database(), number, before));
+  reader.read(path, path + '\0', found);  // the path itself
   const sql::Below below(path);
-  readRange(below.from, below.to);
+  reader.read(below.from, below.to, found);
   return found;
 }
 

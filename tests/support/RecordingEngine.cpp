@@ -5,9 +5,11 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <thread>
 
 #include "daemon/backup/FileFacts.h"
 #include "platform/files/Descriptor.h"
@@ -22,6 +24,9 @@ namespace fs = std::filesystem;
 std::string snapshotsFile(const RepositoryFiles& files) {
   return files.folder().path + "/recorded-snapshots";
 }
+
+// After each file while the user wants the machine for other things.
+constexpr auto kLowPriorityPause = std::chrono::milliseconds(50);
 
 enum class ReadEnd { whole, unreadable, cancelled };
 
@@ -66,6 +71,9 @@ StoreAnswer RecordingEngine::store(const StoreRequest& request, const StoreObser
   std::uint64_t bytes = 0;
   const auto take = [&](const std::string& path) {
     observer.progress(files, bytes, path);
+    if (job.lowPriority) {
+      std::this_thread::sleep_for(kLowPriorityPause);
+    }
     const ReadEnd end = readWholeFile(path, bytes, job);
     if (end == ReadEnd::cancelled) {
       return false;
@@ -105,6 +113,7 @@ StoreAnswer RecordingEngine::store(const StoreRequest& request, const StoreObser
   for (const std::string& tag : request.tags) {
     number = tag.starts_with("number:") ? tag.substr(7) : number;
   }
+  answer.bytesAdded = bytes;
   answer.snapshot = std::string(64 - number.size(), 'a') + number;
   return answer;
 }

@@ -26,6 +26,9 @@ void pause(const Globals& globals, std::int32_t minutes) {
   Session session(globals);
   session.requireDaemon();
   session.state().setPausedMinutes(minutes);
+  if (minutes == 0) {
+    session.state().setRecoverMode(false);  // a recovery waits for this, too
+  }
   const std::uint32_t left = session.state().pausedMinutes();
   confirm(session, (left > 0) == (minutes > 0));
   std::cout << (left > 0 ? "Paused for " + durationText(std::chrono::minutes(left)) + "."
@@ -126,7 +129,7 @@ void addSettingCommands(CLI::App& app, Globals& globals) {
       ->check(CLI::Range(1, 525600));
   command->callback([&globals, minutes] { pause(globals, *minutes); });
 
-  command = app.add_subcommand("resume", "End the pause");
+  command = app.add_subcommand("resume", "End the pause, or the time for looking over a recovery");
   command->callback([&globals] { pause(globals, 0); });
 
   for (const Switch& which : kSwitches) {

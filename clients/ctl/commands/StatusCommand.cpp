@@ -114,8 +114,10 @@ class StatusPage {
       return;
     }
     const std::uint64_t whole = std::uint64_t{state_.quotaMB()} << 20;
-    const double part =
-        whole == 0 ? 1 : static_cast<double>(state_.backedupFileSize()) / static_cast<double>(whole);
+    // The room that the repository takes. An older daemon tells only what it has of the files.
+    const PropertyList size = state_.daemonState()["repositorySize"];
+    const std::uint64_t used = size ? size.unsignedLongLongValue() : state_.backedupFileSize();
+    const double part = whole == 0 ? 1 : static_cast<double>(used) / static_cast<double>(whole);
     const std::string words = std::to_string(static_cast<std::uint64_t>(part * 100)) + "% of " +
                               bytesText(whole) + (state_.isOverQuota() ? ", over the quota" : "");
     const std::size_t taken = kLabelColumns + columnsOf(words) + 2;

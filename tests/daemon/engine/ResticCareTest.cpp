@@ -33,61 +33,12 @@ TEST_F(ResticCareTest, ForgetsAndGivesBackTheRoom) {
   EXPECT_TRUE(snapshots[0].id.starts_with(small));
 }
 
-TEST_F(ResticCareTest, FindsDamageAndHealsItByStoringAgain) {
-  initialize();
-  const std::string file = write("file", "content that is stored twice");
-  const std::string snapshot = store({file}).snapshot;
-  EXPECT_TRUE(engine_.check(1, 1, job_));
-  // A pack of contents, not of trees: the file cannot be had, but its name can be found.
-  for (const std::filesystem::path& pack : packs()) {
-    const std::string kept = readWhole(pack);
-    damage(pack);
-    std::vector<FoundEntry> found;
-    if (engine_.filesInPacks({pack.filename()}, found, job_) && !found.empty() &&
-        found[0].entry.kind == EntryKind::file) {
-      break;
-    }
-    std::ofstream(pack, std::ios::binary) << kept;
-  }
-  EXPECT_TRUE(engine_.check(0, 0, job_));
-  const CheckAnswer answer = engine_.check(1, 1, job_);
-  EXPECT_EQ(answer.health, Health::damaged) << answer;
-  ASSERT_EQ(answer.damagedPacks.size(), 1U);
-  EXPECT_THAT(answer.messages, Contains(HasSubstr("does not match")));
-
-  std::vector<FoundEntry> found;
-  ASSERT_TRUE(engine_.filesInPacks(answer.damagedPacks, found, job_));
-  ASSERT_EQ(found.size(), 1U);
-  EXPECT_EQ(found[0].entry.path, file);
-  EXPECT_TRUE(found[0].snapshot.starts_with(snapshot));
-  EXPECT_EQ(fetch(snapshot, file), std::nullopt);
-  EXPECT_EQ(answer_.health, Health::damaged) << answer_;
-
-  ASSERT_TRUE(store({file}));
-  EXPECT_EQ(fetch(snapshot, file), std::nullopt) << "it is deduplicated against what is damaged";
-  ASSERT_TRUE(engine_.dropPacks(answer.damagedPacks, job_));
-  EXPECT_TRUE(std::filesystem::exists(data().setAside() + "/" + answer.damagedPacks[0]));
-  const StoreAnswer again = store({file});
-  ASSERT_TRUE(again) << again;
-  EXPECT_EQ(fetch(again.snapshot, file), readWhole(file));
-  EXPECT_EQ(fetch(snapshot, file), readWhole(file));
-  EXPECT_TRUE(engine_.check(1, 1, job_));
-}
-
 TEST_F(ResticCareTest, ChecksAPart) {
   initialize();
   write("file", "x");
   ASSERT_TRUE(store({home()}));
   EXPECT_TRUE(engine_.check(2, 3, job_));
   EXPECT_EQ(engine_.check(4, 3, job_).health, Health::failed);
-}
-
-TEST_F(ResticCareTest, RefusesIdsThatAreNone) {
-  initialize();
-  std::vector<FoundEntry> found;
-  EXPECT_EQ(engine_.filesInPacks({"../../etc"}, found, job_).health, Health::failed);
-  EXPECT_EQ(engine_.dropPacks({"../../config"}, job_).health, Health::failed);
-  EXPECT_TRUE(std::filesystem::exists(repository() + "/config"));
 }
 
 TEST_F(ResticCareTest, OpensWithAPassphraseThatWasAdded) {

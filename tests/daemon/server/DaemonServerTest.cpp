@@ -185,8 +185,14 @@ TEST_F(DaemonServerTest, AnswersEveryMethodOfTheTable) {
   EXPECT_TRUE(becomes(docs("b.txt"), "Backed up"));
   EXPECT_EQ(client->backupColorsForFiles(PropertyList::array({docs("b.txt"), "/etc/passwd", 7})),
             PropertyList::array({2, 4, 0}));
-  EXPECT_EQ(client->restoreFile("/a", "/b", 1U, 0U), 0U);
-  EXPECT_EQ(client->getCurrentRestoreJob(), 0U);
+  EXPECT_EQ(client->restoreFile("a", "/b", 1U, 0U), 0U) << "a relative path is refused";
+  const std::uint32_t job = client->restoreFile(docs("none"), docs("copy"), 1U, 0U);
+  EXPECT_GT(job, 0U);
+  EXPECT_TRUE(eventually([&] {
+    return client->getRestoreJobStatus(job) == static_cast<std::uint32_t>(RestoreStatus::failed) ||
+           client->getRestoreJobStatus(job) == static_cast<std::uint32_t>(RestoreStatus::doneWithProblems);
+  })) << "nothing of that path is stored";
+  EXPECT_TRUE(eventually([&] { return client->getCurrentRestoreJob() == 0U; }));
   EXPECT_EQ(client->getRestoreJobStatus(99U), 0U);
   client->cancelAllRestoreJobs();
   EXPECT_EQ(client->restoreWithChoices(PropertyList::array({})), 0);

@@ -142,6 +142,8 @@ TEST_F(StoreRetention, BesidesADamagedVersionTheLastWholeOneStays) {
   EXPECT_EQ(forgettable(), (Numbers{1, 2}));
   store.setDamaged("/a", idOf(3));
   EXPECT_EQ(forgettable(), (Numbers{1}));
+  addFull(4, {}, {"/a"});
+  EXPECT_EQ(forgettable(), (Numbers{1, 3}));
 }
 
 TEST_F(StoreRetention, ManyPinsAreGathered) {

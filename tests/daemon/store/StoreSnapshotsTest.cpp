@@ -124,13 +124,13 @@ TEST_F(StoreSnapshots, GatheredVersionsAreFoundAtTheirPrefix) {
   addPartial(1, {"/a"});
   addPartial(2, {"/a", "/b"});
   SnapshotRecord gathered = snapshot(3, false);
-  gathered.prefix = "/work/gathered";
+  gathered.prefix = "/gathered";
   store.addGathered(gathered, {{"/a", 1}, {"/b", 2}, {"/a", 7}, {"/none", 1}});
   store.removeSnapshots({1, 2});
   EXPECT_EQ(versionsOf("/a"), "1");
   const VersionRecord version = store.versions("/a").at(0);
   EXPECT_EQ(version.snapshot, idOf(3));
-  EXPECT_EQ(version.prefix, "/work/gathered");
+  EXPECT_EQ(version.prefix, "/gathered");
   EXPECT_EQ(version.size, 1U);
   EXPECT_EQ(versionsOf("/b"), "2");
 }

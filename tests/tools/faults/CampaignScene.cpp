@@ -36,8 +36,8 @@ Scene::Scene(std::uint32_t lanes)
   if (status != 0) {
     throw std::runtime_error("keldaned does not do what it is told");
   }
-  // Those were the only clients, and they have gone once the listener is the only socket.
-  if (!eventually([&] { return count("fd", "socket:") == 1; })) {
+  // Those were the only clients, and they have gone once the two listeners are the only sockets.
+  if (!eventually([&] { return count("fd", "socket:") == 2; })) {
     throw std::runtime_error("keldaned keeps a client that has left");
   }
   threads_ = count("task");

@@ -1,0 +1,32 @@
+// The files of a repository in a folder of this machine.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "daemon/engine/BackupEngine.h"
+
+namespace keldane {
+
+/// Whether a text can be the id, or the beginning of the id, of something in a repository.
+bool isIdOrBeginning(std::string_view id);
+bool isWholeId(std::string_view id);
+
+/// Puts an intact copy of a damaged pack back from the cache, where packs of folder listings are kept.
+/// Whether there was one. Throws std::runtime_error when it cannot be written.
+bool bringBackFromCache(const std::string& repository, const std::string& cache, const std::string& pack,
+                        EngineJob& job);
+
+/// Moves a file of a repository into the folder `aside`, which must exist; one that is gone already is fine.
+/// Throws std::runtime_error when it cannot be moved.
+void moveAside(const std::string& file, const std::string& aside);
+
+/// "…/data/01/0123…" of a pack.
+std::string fileOfPack(const std::string& repository, const std::string& pack);
+
+/// The bytes of all files; folders that cannot be read count as empty.
+std::uint64_t sizeOfFolder(const std::string& folder);
+
+}  // namespace keldane

@@ -1,0 +1,63 @@
+// Reads what the storage program says while it works, line by line.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "daemon/engine/BackupEngine.h"
+
+namespace keldane {
+
+/// Reads what `backup --json -v -v` prints, line by line, and tells the observer. Fields are read, never kept
+/// beyond the call that makes it; one thread.
+class BackupReader {
+ public:
+  explicit BackupReader(const StoreObserver& observer) : observer_(observer) {}
+  void outputLine(std::string_view line);
+  /// Whether the line is about one file.
+  bool errorLine(std::string_view line);
+
+  const std::string& snapshot() const { return snapshot_; }
+  std::uint64_t bytesAdded() const { return bytesAdded_; }
+  bool someUnreadable() const { return someUnreadable_; }
+
+ private:
+  void tellUnreadable(const std::string& path, const std::string& reason);
+
+  const StoreObserver& observer_;
+  std::string snapshot_;
+  std::uint64_t bytesAdded_ = 0;
+  bool someUnreadable_ = false;
+};
+
+/// What `check` says on standard error: the packs that it calls damaged.
+class CheckReader {
+ public:
+  void errorLine(std::string_view line);
+  const std::vector<std::string>& packs() const { return packs_; }
+
+ private:
+  void add(std::string_view pack);
+  std::vector<std::string> packs_;
+};
+
+/// A line of `restore` about one item: "ignoring error for PATH: REASON".
+struct ItemProblem {
+  std::string path;
+  std::string reason;
+  /// Only owner, mode, times or attributes are not as they were; else the content.
+  bool onlyMetadata = false;
+};
+std::optional<ItemProblem> problemFromLine(std::string_view line);
+
+/// The beginning of the id of a snapshot that a line says cannot be read: "…load <snapshot/24676bc3a1>:
+/// invalid data…". Empty for any other line.
+std::string unreadableSnapshot(std::string_view line);
+/// The id in "… which belongs to snapshot ID", told after a list of names that cannot be read. Empty for any
+/// other line.
+std::string snapshotWithoutTree(std::string_view line);
+
+}  // namespace keldane
