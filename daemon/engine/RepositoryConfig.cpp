@@ -55,6 +55,11 @@ std::string withoutRcloneSettings(const std::string& location) {
 
 }  // namespace
 
+bool isKeyText(const std::string& text) {
+  return !text.empty() && !beginsOrEndsBlank(text) &&
+         text.find_first_of(std::string_view("\r\n\0", 3)) == std::string::npos;
+}
+
 std::string RepositoryConfig::publicLocation() const {
   if (localFolder()) {
     return location;
@@ -141,8 +146,7 @@ std::string RepositoryFiles::key() const {
 }
 
 void RepositoryFiles::setKey(const std::string& text) const {
-  if (text.empty() || beginsOrEndsBlank(text) ||
-      text.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos) {
+  if (!isKeyText(text)) {
     throw std::runtime_error("A key is one line that neither begins nor ends with a blank.");
   }
   makePrivateFolder(folder_.path);

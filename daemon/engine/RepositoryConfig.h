@@ -44,6 +44,10 @@ struct RepositoryConfig {
   std::optional<std::string> localFolder() const;
 };
 
+/// Whether a text can be a key or a passphrase: one line, with no blank at either end, which the storage
+/// program would strip.
+bool isKeyText(const std::string& text);
+
 /// Reads and writes the configuration, the key and the environment in a data folder. Every file has mode 0600
 /// and is replaced whole. Throws std::runtime_error with a sentence when a file cannot be used. Any thread.
 class RepositoryFiles {

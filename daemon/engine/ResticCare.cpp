@@ -14,7 +14,7 @@ namespace {
 
 /// A million files have lists of names of about half of this.
 constexpr std::uint64_t kLargestCache = std::uint64_t{1} << 30;
-constexpr std::size_t kMostIds = 500;  // on one command line
+constexpr std::size_t kMostSnapshots = 500;  // on one command line
 constexpr std::size_t kMostMessages = 100;
 
 /// The snapshots of which a list of names cannot be read.
@@ -48,11 +48,11 @@ EngineAnswer ResticEngine::forget(const std::vector<std::string>& snapshots, Eng
     return {Health::failed, "An id of a snapshot is no hexadecimal number."};
   }
   EngineAnswer answer;
-  for (std::size_t begin = 0; answer && begin < snapshots.size(); begin += kMostIds) {
+  for (std::size_t begin = 0; answer && begin < snapshots.size(); begin += kMostSnapshots) {
     std::vector<std::string> arguments = {"forget", "--"};
     const auto first = snapshots.begin() + static_cast<std::ptrdiff_t>(begin);
     arguments.insert(arguments.end(), first,
-                     first + static_cast<std::ptrdiff_t>(std::min(kMostIds, snapshots.size() - begin)));
+                     first + static_cast<std::ptrdiff_t>(std::min(kMostSnapshots, snapshots.size() - begin)));
     answer = session.run(arguments).answer;
   }
   return answer;
@@ -129,10 +129,7 @@ EngineAnswer ResticEngine::addKey(const std::string& passphrase, EngineJob& job)
   if (!session.state()) {
     return session.state();
   }
-  constexpr std::string_view kStripped = " \t\r\n\v\f";
-  if (passphrase.empty() || passphrase.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos ||
-      kStripped.find(passphrase.front()) != std::string_view::npos ||
-      kStripped.find(passphrase.back()) != std::string_view::npos) {
+  if (!isKeyText(passphrase)) {
     return {Health::failed, "A passphrase is one line that neither begins nor ends with a blank."};
   }
   try {

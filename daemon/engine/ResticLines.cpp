@@ -12,7 +12,7 @@ namespace {
 
 /// The reason of an `error` message: its own text, or what the system's error number says. Old versions leave
 /// most texts out.
-std::string reasonOf(const Json& message) {
+std::string reasonIn(const Json& message) {
   const auto error = message.find("error");
   if (error != message.end() && error->is_object()) {
     if (const std::string text = textOf(*error, "message"); !text.empty()) {
@@ -69,7 +69,7 @@ bool BackupReader::errorLine(std::string_view line) {
   }
   if (textOf(message, "during") != "scan") {  // what the scan cannot read is told again when it is archived
     const std::string path = textOf(message, "item");
-    tellUnreadable(path, reasonOf(message));
+    tellUnreadable(path, reasonIn(message));
   }
   return true;
 }

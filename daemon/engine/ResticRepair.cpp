@@ -13,17 +13,17 @@
 namespace keldane {
 namespace {
 
-constexpr std::size_t kMostIds = 1000;  // on one command line
+constexpr std::size_t kMostParts = 1000;  // on one command line
 constexpr unsigned kRepairsPacks = 16;
 
 /// Runs a `find` once for each few of the ids and adds what it finds.
 EngineAnswer findUsers(ResticSession& session, const std::string& kind, const std::vector<std::string>& ids,
                        std::vector<FoundEntry>& found) {
-  for (std::size_t begin = 0; begin < ids.size(); begin += kMostIds) {
+  for (std::size_t begin = 0; begin < ids.size(); begin += kMostParts) {
     std::vector<std::string> arguments = {"find", "--json", kind, "--"};
     const auto first = ids.begin() + static_cast<std::ptrdiff_t>(begin);
     arguments.insert(arguments.end(), first,
-                     first + static_cast<std::ptrdiff_t>(std::min(kMostIds, ids.size() - begin)));
+                     first + static_cast<std::ptrdiff_t>(std::min(kMostParts, ids.size() - begin)));
     std::string text;
     const RunEnd run = session.runForText(arguments, text);
     if (!run.answer) {

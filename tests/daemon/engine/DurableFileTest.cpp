@@ -41,12 +41,12 @@ TEST_F(DurableFileTest, TellsAMissingFileFromOneThatCannotBeRead) {
   EXPECT_THROW(readPrivateFile(folder_.path().string()), std::runtime_error);
 }
 
-TEST_F(DurableFileTest, MakesPrivateFoldersAndLeavesThoseThatAreThereAsTheyAre) {
+TEST_F(DurableFileTest, MakesFoldersPrivate) {
   makePrivateFolder(folder_ / "a/b");
   EXPECT_EQ(modeOf(folder_ / "a/b"), std::filesystem::perms(0700));
   ::chmod((folder_ / "a/b").c_str(), 0755);
   makePrivateFolder(folder_ / "a/b");
-  EXPECT_EQ(modeOf(folder_ / "a/b"), std::filesystem::perms(0755));
+  EXPECT_EQ(modeOf(folder_ / "a/b"), std::filesystem::perms(0755)) << "one that is there stays as it is";
   folder_.write("file", "x");
   EXPECT_THROW(makePrivateFolder(folder_ / "file"), std::runtime_error);
 }
