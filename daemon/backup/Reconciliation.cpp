@@ -93,7 +93,13 @@ EngineAnswer Reconciliation::run(const Progress& progress, EngineJob& job) {
   for (std::size_t i = 0; i < unknown.size(); ++i) {
     progress(i, unknown.size());
     store_.raiseHighestNumber(unknown[i].first.number);
-    if (const EngineAnswer answer = take(*unknown[i].second, unknown[i].first, withRules, job); !answer) {
+    const EngineAnswer answer = take(*unknown[i].second, unknown[i].first, withRules, job);
+    if (answer.health == Health::damaged) {
+      systemLog("Backup %@ cannot be read and is passed over: %@", unknown[i].first.id.substr(0, 8),
+                answer.detail);
+      continue;
+    }
+    if (!answer) {
       return answer;
     }
     if (withRules) {

@@ -8,11 +8,9 @@
 #include <charconv>
 #include <chrono>
 #include <filesystem>
-#include <thread>
 
 #include "daemon/Clock.h"
 #include "daemon/backup/Gathering.h"
-#include "daemon/backup/Manifest.h"
 #include "daemon/backup/Reconciliation.h"
 #include "platform/syslog/SystemLog.h"
 
@@ -23,7 +21,6 @@ namespace {
 constexpr std::size_t kManySnapshots = 40;
 constexpr unsigned kCheckParts = 8;
 constexpr std::size_t kDrillFiles = 40;
-constexpr int kLockTries = 60;  // one a second
 
 double numberOf(const std::optional<std::string>& text) {
   double number = 0;
@@ -214,6 +211,14 @@ EngineAnswer RepositoryCare::forgetDue(std::size_t fewest, EngineJob& job, std::
   if (snapshots.size() < fewest) {
     return {};
   }
+  const EngineAnswer answer = forgetAll(snapshots, job);
+  if (answer && gone != nullptr) {
+    *gone = snapshots.size();
+  }
+  return answer;
+}
+
+EngineAnswer RepositoryCare::forgetAll(const std::vector<SnapshotRecord>& snapshots, EngineJob& job) {
   std::vector<std::string> ids;
   std::vector<std::uint32_t> numbers;
   for (const SnapshotRecord& snapshot : snapshots) {
@@ -227,9 +232,6 @@ EngineAnswer RepositoryCare::forgetDue(std::size_t fewest, EngineJob& job, std::
   }
   if (answer) {
     store_.removeSnapshots(numbers);
-    if (gone != nullptr) {
-      *gone = numbers.size();
-    }
   }
   return answer;
 }
@@ -237,97 +239,6 @@ EngineAnswer RepositoryCare::forgetDue(std::size_t fewest, EngineJob& job, std::
 RepositoryCare::CheckEnd RepositoryCare::check(unsigned part, unsigned parts, EngineJob& job) {
   const std::lock_guard turn(turn_);
   return checkInTurn(part, parts, job);
-}
-
-RepositoryCare::CheckEnd RepositoryCare::checkInTurn(unsigned part, unsigned parts, EngineJob& job) {
-  CheckEnd end;
-  CheckAnswer found = engine_.check(part, parts, job);
-  if (found.health == Health::locked && engine_.unlock(job)) {
-    found = engine_.check(part, parts, job);
-  }
-  end.answer = found;
-  if (!found.damagedPacks.empty()) {
-    end.answer = giveUpDamaged(found.damagedPacks, end.damagedFiles, job);
-    end.sentence = "The repository is damaged: " + std::to_string(end.damagedFiles.size()) +
-                   " files have lost a part of what was stored and are stored anew.";
-    if (!end.answer) {
-      end.sentence += " Not all of the damage can be taken out: " + end.answer.detail;
-    }
-    end.answer = {};  // what is known of the damage is dealt with file by file
-    alert(end.sentence);
-  } else if (found) {
-    end.ok = true;
-    end.sentence = parts == 0 ? "The structure of the repository is whole."
-                              : "The structure and the stored bytes that were read are whole.";
-  } else {
-    end.sentence = found.detail;
-    if (found.health == Health::damaged) {
-      alert(found.detail);
-    }
-  }
-  if (end.ok || !end.damagedFiles.empty() || found.health == Health::damaged) {
-    did("lastCheck");
-    store_.setValue(Store::Table::settings, "lastCheckResult", end.sentence);
-  }
-  return end;
-}
-
-// A batch that runs meanwhile would rest on what is damaged, and hold a lock that keeps the damage in the
-// index. Nothing is taken out before it is known whose it was.
-EngineAnswer RepositoryCare::giveUpDamaged(const std::vector<std::string>& packs,
-                                           std::vector<std::string>& files, EngineJob& job) {
-  const std::shared_ptr<void> stillness = holdStill(job);
-  std::vector<FoundEntry> found;
-  if (const EngineAnswer answer = engine_.filesInPacks(packs, found, job); !answer) {
-    return answer;
-  }
-  const std::vector<SnapshotRecord> snapshots = store_.snapshots();
-  for (const FoundEntry& entry : found) {
-    const auto holder = std::find_if(snapshots.begin(), snapshots.end(), [&](const SnapshotRecord& snapshot) {
-      return entry.snapshot.starts_with(snapshot.id);
-    });
-    if (holder != snapshots.end()) {
-      giveUp(entry, *holder, files);
-    }
-  }
-  std::sort(files.begin(), files.end());
-  files.erase(std::unique(files.begin(), files.end()), files.end());
-  const EngineAnswer answer = dropPacks(packs, job);
-  lostBytes();
-  lostFiles();
-  return answer;
-}
-
-// Without its list of names a folder's files cannot be had back by their paths.
-void RepositoryCare::giveUp(const FoundEntry& found, const SnapshotRecord& snapshot,
-                            std::vector<std::string>& files) {
-  const std::string& whole = found.entry.path;
-  if (found.entry.kind == EntryKind::folder) {
-    const bool isAbove = isAtOrBelow(snapshot.prefix, whole);
-    const std::string folder = isAbove ? "/" : whole.substr(std::min(snapshot.prefix.size(), whole.size()));
-    store_.visitRecords(folder, [&](const std::string& path, const BackupRecord&) {
-      store_.setDamaged(path, snapshot.id);
-      files.push_back(path);
-      return true;
-    });
-  } else if (whole.starts_with(snapshot.prefix) && !whole.ends_with(std::string("/") + kManifestName)) {
-    files.push_back(whole.substr(snapshot.prefix.size()));
-    store_.setDamaged(files.back(), snapshot.id);
-  }
-}
-
-// What else uses the repository, a restore for instance, is waited for; what was killed may have left a lock.
-EngineAnswer RepositoryCare::dropPacks(const std::vector<std::string>& packs, EngineJob& job) {
-  EngineAnswer answer = engine_.dropPacks(packs, job);
-  for (int tries = 0; answer.health == Health::locked && tries < kLockTries && !job.cancelled; ++tries) {
-    std::this_thread::sleep_for(std::chrono::seconds(1));
-    engine_.unlock(job);
-    answer = engine_.dropPacks(packs, job);
-  }
-  if (!answer) {
-    systemLog("Damaged parts of the repository cannot be taken out: %@", answer.detail);
-  }
-  return answer;
 }
 
 DrillEnd RepositoryCare::drill(std::size_t files, EngineJob& job) {

@@ -95,10 +95,15 @@ class RepositoryCare final : public RepositoryKeeper {
   EngineAnswer measure(EngineJob& job);
   CheckEnd checkInTurn(unsigned part, unsigned parts, EngineJob& job);
   DrillEnd drillInTurn(std::size_t files, EngineJob& job);
+  EngineAnswer forgetAll(const std::vector<SnapshotRecord>& snapshots, EngineJob& job);
   EngineAnswer dropPacks(const std::vector<std::string>& packs, EngineJob& job);
+  EngineAnswer filesInPacks(const std::vector<std::string>& packs, std::vector<FoundEntry>& found,
+                            EngineJob& job);
   EngineAnswer giveUpDamaged(const std::vector<std::string>& packs, std::vector<std::string>& files,
                              EngineJob& job);
   void giveUp(const FoundEntry& found, const SnapshotRecord& snapshot, std::vector<std::string>& files);
+  EngineAnswer giveUpUnreadable(const std::vector<std::string>& snapshots, EngineJob& job);
+  CheckAnswer checkTwice(unsigned part, unsigned parts, EngineJob& job);
 
   Store& store_;
   RuleBook& rules_;

@@ -7,6 +7,7 @@ import collections
 import hashlib
 import os
 import random
+import re
 import shutil
 import signal
 import subprocess
@@ -118,17 +119,24 @@ class Witness:
             shutil.rmtree(folder)
         self.restored = {}
 
+    def restore(self, snapshot, folder, *options):
+        subprocess.run([RESTIC, "--no-cache", "--no-lock", "--quiet", "--repo", self.computer.repository, "--password-file",
+                        self.computer.key_file, "restore", snapshot["id"], "--target", folder, *options],
+                       capture_output=True, check=False)  # it may be of damaged bytes, of which nothing is claimed
+
     def content(self, snapshots, version, path):
         """What the snapshot of that number holds at a path."""
         if version not in snapshots:
             return "no such snapshot"
         if version not in self.restored:
-            folder = os.path.join(self.computer.home, "restored", str(version))
-            subprocess.run([RESTIC, "--no-cache", "--no-lock", "--quiet", "--repo", self.computer.repository,
-                            "--password-file", self.computer.key_file, "restore", snapshots[version]["id"], "--target", folder],
-                           capture_output=True, check=False)  # it may be of damaged bytes, of which nothing is claimed
-            self.restored[version] = folder
-        return content_of(self.restored[version] + path)
+            self.restored[version] = os.path.join(self.computer.home, "restored", str(version))
+            self.restore(snapshots[version], self.restored[version])
+        if (content := content_of(self.restored[version] + path)) is not None:
+            return content
+        # Where the bytes of one file are gone, restic gives up the others with it unless they are asked for alone.
+        alone = os.path.join(self.restored[version], "alone")
+        self.restore(snapshots[version], alone, "--include", re.sub(r"([*?\[\\])", r"\\\1", path))
+        return content_of(alone + path)
 
 
 class Properties(StorageCase):
