@@ -114,7 +114,7 @@ class BackupWorker {
     std::mutex running;  // held while a batch is prepared and runs
     // Guarded by BackupWorker::mutex_:
     bool isStoring = false;
-    bool isForced = false;           // its batch is of preferred files
+    bool isForced = false;         // its batch is of preferred files
     const Batch* batch = nullptr;  // while it is stored
     std::uint64_t filesDone = 0, bytesDone = 0;
     std::string current;

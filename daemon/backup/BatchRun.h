@@ -57,6 +57,7 @@ class BatchRun {
   std::vector<std::string> targetsOf(const Batch& batch) const;
   void settle(const Batch& batch, Taken& taken, BatchEnd& end);
   std::vector<std::string> confirmed(const Batch& batch, const Taken& taken) const;
+  void endPreference(const std::string& path);
   void couldNotStore(const BatchFile& file, const std::string& reason);
 
   Store& store_;

@@ -29,8 +29,8 @@ inline bool isStorable(const struct stat& status) {
 
 /// A link has no size of its own, in the repository neither.
 inline FileState fileStateOf(const struct stat& status) {
-  return {S_ISLNK(status.st_mode) ? 0 : static_cast<std::uint64_t>(status.st_size), nanoseconds(status.st_mtim),
-          nanoseconds(status.st_ctim)};
+  return {S_ISLNK(status.st_mode) ? 0 : static_cast<std::uint64_t>(status.st_size),
+          nanoseconds(status.st_mtim), nanoseconds(status.st_ctim)};
 }
 
 /// Whether a file is as it was when it was stored, and its stored bytes are whole.
