@@ -51,7 +51,7 @@ class OwnerCalls {
 template <class Service>
 bool performOwnerCall(Service& service, Invocation& invocation) {
 #define KELDANE_PERFORM(selector_, operation)                                                               \
-  if (invocation.signature.selector == selector_) {                                                         \
+  if (invocation.signature.selector == (selector_)) {                                                       \
     Codes<'@'>::template perform<'@'>(invocation,                                                           \
                                       [&](const PropertyList& given) { return service.operation(given); }); \
     return true;                                                                                            \

@@ -156,8 +156,8 @@ Batch BackupWorker::batchOf(const std::vector<PendingFiles::File>& files, bool p
     if (preferred ? isAboutToBeStored(file.path) : pending_.isPreferred(file.path)) {
       continue;  // the other lane has it
     }
-    scanner_.consider(file.path);
     const std::optional<struct stat> status = statusOf(file.path);
+    scanner_.consider(file.path, status);
     if (status && pending_.contains(file.path)) {
       batch.files.push_back({file.path, fileStateOf(*status), S_ISLNK(status->st_mode) != 0, 0, 0});
     }

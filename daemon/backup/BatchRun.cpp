@@ -145,15 +145,27 @@ void BatchRun::settle(const Batch& batch, Taken& taken, BatchEnd& end, EngineJob
     }
   }
   store_.addSnapshot(end.snapshot, end.stored, confirmed(batch, taken));
-  for (const StoredFile& file : end.stored) {
-    store_.removePriority(file.path);
-    pending_.endPreference(file.path);
-    scanner_.consider(file.path);  // it may have changed meanwhile
-  }
+  auto stored = end.stored.begin();  // in the order of the batch
   for (const BatchFile& file : batch.files) {
-    if (!statusOf(file.path)) {
-      scanner_.consider(file.path);
+    const bool isStored = stored != end.stored.end() && stored->path == file.path;
+    const std::optional<struct stat> now = statusOf(file.path);
+    if (isStored) {
+      endPreference(file.path);
+      ++stored;
     }
+    if (isStored && now && fileStateOf(*now) == file.state) {
+      pending_.remove(file.path);  // the catalogue need not be asked
+    } else if (isStored || !now) {
+      scanner_.consider(file.path, now);  // it has changed meanwhile, or is gone
+    }
+  }
+}
+
+// The catalogue writes to the disk for each priority that it is to remove, so it is asked for few.
+void BatchRun::endPreference(const std::string& path) {
+  if (pending_.isPreferred(path)) {
+    store_.removePriority(path);
+    pending_.endPreference(path);
   }
 }
 
@@ -182,8 +194,7 @@ std::vector<std::string> BatchRun::confirmed(const Batch& batch, const Taken& ta
 void BatchRun::couldNotStore(const BatchFile& file, const std::string& reason) {
   systemLog("%@ cannot be stored: %@", file.path, reason);
   store_.setFailure(file.path, reason, timeOfDay());
-  store_.removePriority(file.path);
-  pending_.endPreference(file.path);
+  endPreference(file.path);
   scanner_.putOff(file.path, file.state);
 }
 

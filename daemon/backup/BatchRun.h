@@ -58,6 +58,7 @@ class BatchRun {
   void settle(const Batch& batch, Taken& taken, BatchEnd& end, EngineJob& job);
   bool isWhole(const BatchFile& file, const SnapshotRecord& snapshot, EngineJob& job);
   std::vector<std::string> confirmed(const Batch& batch, const Taken& taken) const;
+  void endPreference(const std::string& path);
   void couldNotStore(const BatchFile& file, const std::string& reason);
 
   Store& store_;

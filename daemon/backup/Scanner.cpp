@@ -46,7 +46,8 @@ void Scanner::scanFolder(const std::string& folder, std::vector<std::string>& be
   if (!open) {
     return;
   }
-  std::map<std::string, BackupRecord> records = store_.recordsIn(folder);
+  std::vector<std::string> foldersWithRecords;
+  std::map<std::string, BackupRecord> records = store_.recordsIn(folder, &foldersWithRecords);
   std::set<std::string> folders;
   while (const dirent* entry = readdir(open.get())) {
     const std::string name = entry->d_name;
@@ -74,7 +75,7 @@ void Scanner::scanFolder(const std::string& folder, std::vector<std::string>& be
       store_.setRemoved(path, true, timeOfDay());
     }
   }
-  for (const std::string& name : store_.foldersWithRecordsIn(folder)) {
+  for (const std::string& name : foldersWithRecords) {
     const std::string path = appendPathComponent(folder, name);
     if (!folders.contains(path) && !statusOf(path)) {
       store_.setRemoved(path, true, timeOfDay());
@@ -82,8 +83,9 @@ void Scanner::scanFolder(const std::string& folder, std::vector<std::string>& be
   }
 }
 
-bool Scanner::consider(const std::string& path) {
-  const std::optional<struct stat> status = statusOf(path);
+bool Scanner::consider(const std::string& path) { return consider(path, statusOf(path)); }
+
+bool Scanner::consider(const std::string& path, const std::optional<struct stat>& status) {
   const std::optional<BackupRecord> record = store_.record(path);
   if (!status && record && !record->removed) {
     store_.setRemoved(path, true, timeOfDay());
@@ -95,9 +97,10 @@ bool Scanner::consider(const std::string& path, const struct stat* status, const
   if (status != nullptr && record != nullptr && record->removed) {
     store_.setRemoved(path, false, 0);
   }
-  const bool isWanted = status != nullptr && isStorable(*status) && rules_.decide(path, false).selected &&
+  // What the rules say is asked last but one: mostly a file is as it was, and then they need not be asked.
+  const bool isWanted = status != nullptr && isStorable(*status) &&
                         !(record != nullptr && isUnchanged(*status, *record)) &&
-                        !isPutOff(path, fileStateOf(*status));
+                        rules_.decide(path, false).selected && !isPutOff(path, fileStateOf(*status));
   if (!isWanted) {
     pending_.remove(path);
     return false;

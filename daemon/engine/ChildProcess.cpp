@@ -21,6 +21,10 @@ namespace {
 
 using Moment = std::chrono::steady_clock::time_point;
 constexpr int kGlance = 100;  // milliseconds between looks at the job
+// A program that writes line by line would wake both sides for each of them. What comes in this many
+// milliseconds is read together, unless so many bytes came at once that the pipe might be full.
+constexpr int kGathering = 5;
+constexpr std::size_t kMuch = 8192;
 constexpr auto kPatience = std::chrono::seconds(10);
 constexpr std::size_t kKeptErrors = std::size_t{64} << 10;
 constexpr std::size_t kLongestLine = std::size_t{256} << 20;  // a list of snapshots is one line
@@ -47,21 +51,24 @@ class LineReader {
 
   int descriptor() const { return pipe_.get(); }
   /// Takes what is there, as much as a pipe can hold, so that the job is looked at even if more comes without
-  /// an end; at the end closes the pipe.
-  void read() {
+  /// an end, and answers how many bytes that were; at the end closes the pipe.
+  std::size_t read() {
     char block[65536];
+    std::size_t bytes = 0;
     for (int blocks = 0; pipe_ && blocks < 16; ++blocks) {
       const ssize_t got = ::read(pipe_.get(), block, sizeof(block));
       if (got > 0) {
         add({block, static_cast<std::size_t>(got)});
+        bytes += static_cast<std::size_t>(got);
       } else if (got < 0 && errno == EINTR) {
         continue;
       } else if (got < 0 && errno == EAGAIN) {
-        return;
+        break;
       } else {
         finish();
       }
     }
+    return bytes;
   }
   /// There is nobody left whose words are waited for.
   void finish() {
@@ -198,10 +205,12 @@ void attend(Child& child, LineReader& output, LineReader& errors, const EngineJo
         {child.descriptor(), POLLIN, 0}, {output.descriptor(), POLLIN, 0}, {errors.descriptor(), POLLIN, 0}};
     ::poll(sources, 3, kGlance);
     hasEnded = child.hasEnded(end);  // before the last reading, so that nothing it wrote is missed
-    output.read();
-    errors.read();
+    const std::size_t bytes = output.read() + errors.read();
     if (!hasEnded) {
       ending.look(job, child, end);
+      if (bytes > 0 && bytes < kMuch) {
+        ::poll(sources, 1, kGathering);  // its end is still seen at once
+      }
     }
   }
   output.finish();

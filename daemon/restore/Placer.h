@@ -38,12 +38,12 @@ class DirectTarget : public PlaceTarget {
  public:
   struct Options {
     Conflict conflict = Conflict::keepBoth;
-    std::string
-        temporaryName;  ///< for copies, in whatever folder; of the kind that is barred from the backup
+    /// For copies, in whatever folder; of the kind that is barred from the backup.
+    std::string temporaryName = {};
     bool keepTimes =
         false;           ///< folders that are there already keep their times: the target is itself a staging
     bool again = false;  ///< an earlier attempt was cut off
-    std::function<bool()> mayGoOn;  ///< asked now and then while a file is copied
+    std::function<bool()> mayGoOn = {};  ///< asked now and then while a file is copied
   };
   DirectTarget(Descriptor root, Options options);
   int moveFolder(int from, const std::string& name) override;

@@ -107,8 +107,9 @@ class Store {
 
   /// The newest version of a file; absent when none is stored.
   std::optional<BackupRecord> record(const std::string& path);
-  /// The records of a folder's direct children, by path.
-  std::map<std::string, BackupRecord> recordsIn(const std::string& folder);
+  /// The records of a folder's direct children, by path. `folders` takes what foldersWithRecordsIn answers.
+  std::map<std::string, BackupRecord> recordsIn(const std::string& folder,
+                                                std::vector<std::string>* folders = nullptr);
   /// The names (last components) of the folders directly in a folder that have records somewhere below them,
   /// those of removed files included, in the order of their bytes.
   std::vector<std::string> foldersWithRecordsIn(const std::string& folder);

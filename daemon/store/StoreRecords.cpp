@@ -73,23 +73,28 @@ void Store::visitChildren(const std::string& folder, const OnFile& onFile, const
   }
 }
 
-std::map<std::string, BackupRecord> Store::recordsIn(const std::string& folder) {
+std::map<std::string, BackupRecord> Store::recordsIn(const std::string& folder,
+                                                     std::vector<std::string>* folders) {
   std::map<std::string, BackupRecord> records;
   visitChildren(
       folder,
       [&](std::string path, SQLite::Statement& row) {
         records.emplace_hint(records.end(), std::move(path), recordAt(row, 1));
       },
-      [](const std::string&) {});
+      [&](std::string name) {
+        if (folders != nullptr) {
+          folders->push_back(std::move(name));
+        }
+      });
+  if (folders != nullptr) {
+    std::sort(folders->begin(), folders->end());  // "a!" comes before "a/" among the paths
+  }
   return records;
 }
 
 std::vector<std::string> Store::foldersWithRecordsIn(const std::string& folder) {
   std::vector<std::string> names;
-  visitChildren(
-      folder, [](const std::string&, SQLite::Statement&) {},
-      [&](std::string name) { names.push_back(std::move(name)); });
-  std::sort(names.begin(), names.end());  // "a!" comes before "a/" among the paths
+  recordsIn(folder, &names);
   return names;
 }
 

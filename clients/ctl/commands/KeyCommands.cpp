@@ -41,7 +41,7 @@ std::vector<std::string> codeFor(const Terminal& terminal, const std::string& ke
   std::vector<std::string> lines = QrCode(key).lines(Terminal::hasBoxes());
   if (terminal.isTerminal()) {
     for (std::string& line : lines) {
-      line = "\x1b[30;107m" + line + "\x1b[0m";
+      line.insert(0, "\x1b[30;107m").append("\x1b[0m");
     }
   }
   return lines;

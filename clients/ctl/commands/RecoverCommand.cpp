@@ -52,7 +52,7 @@ class Recovery {
 
  private:
   /// False when it has to be said first whose files are meant.
-  bool begin(OwnerSession& session, PropertyList::Entries request) {
+  bool begin(OwnerSession& session, const PropertyList::Entries& request) {
     std::optional<std::uint32_t> computer = options_.computer;
     for (;;) {
       PropertyList::Entries whole = request;

@@ -158,7 +158,7 @@ TEST_F(ResticReadingTest, RestoresNoFileWithWrongContent) {
   initialize();
   const std::string good = write("good", "fine");
   const std::string first = store({good}).snapshot;
-  const std::string bad = write("bad", noise(300'000));
+  const std::string bad = write("bad", noise(9'000'000));
   const std::string snapshot = store({home()}).snapshot;
   // A pack of trees would take the names with it, so the one is looked for that takes the content alone.
   for (const std::filesystem::path& pack : packs()) {

@@ -249,32 +249,6 @@ TEST_F(RestoreJobsTest, GivesItemsOfOneNameDifferentNames) {
   EXPECT_EQ(readWhole(target() + "/a (restored).txt"), "two");
 }
 
-TEST_F(RestoreJobsTest, RestoresWithoutTheCatalogueWhatTheNewestSnapshotHas) {
-  write("docs/a.txt", "one");
-  write("docs/b.txt", "kept");
-  std::filesystem::create_directories(home() + "/docs/empty");
-  const std::uint32_t one = backUp();
-  write("docs/a.txt", "two");
-  backUp({home() + "/docs/a.txt"});
-  store_->clearCatalogue();
-  RestoreRequest request = requestFor({"docs"});
-  EXPECT_EQ(restore(request).status, RestoreStatus::done);
-  EXPECT_EQ(interfering_.finds, 1);
-  EXPECT_THAT(contentsOf(target()), ElementsAre("docs", "docs/a.txt", "docs/b.txt", "docs/empty"));
-  EXPECT_EQ(readWhole(target() + "/docs/a.txt"), "two");
-  request = requestFor({"docs/a.txt"}, one);
-  EXPECT_EQ(restore(request).status, RestoreStatus::done);
-  EXPECT_EQ(readWhole(target() + "/a.txt"), "one");
-}
-
-TEST_F(RestoreJobsTest, SaysSoWhenNothingIsStored) {
-  write("a.txt", "stored");
-  backUp();
-  const RestoreReport report = restore(requestFor({"nothing.txt"}));
-  EXPECT_EQ(report.status, RestoreStatus::failed);
-  EXPECT_THAT(report.message, HasSubstr("Nothing is stored of"));
-}
-
 TEST_F(RestoreJobsTest, RestoresSpecialFilesAsRootAndElseSaysThatItCannot) {
   write("docs/a.txt", "stored");
   ASSERT_EQ(mkfifo((home() + "/docs/pipe").c_str(), 0640), 0);
@@ -288,20 +262,6 @@ TEST_F(RestoreJobsTest, RestoresSpecialFilesAsRootAndElseSaysThatItCannot) {
     EXPECT_THAT(report.problems, ElementsAre(HasSubstr("docs/pipe is not restored")));
     EXPECT_THAT(contentsOf(target()), ElementsAre("docs", "docs/a.txt"));
   }
-}
-
-TEST_F(RestoreJobsTest, RestoresLinksOfWhichTheCatalogueKnowsNothing) {
-  write("docs/a.txt", "stored");
-  backUp();
-  std::filesystem::create_symlink("a.txt", home() + "/docs/link");
-  const std::uint32_t number = store_->takeNumber();
-  const StoreAnswer answer = store({home()}, {"keldane", "number:" + std::to_string(number), "full"});
-  store_->addSnapshot({number, answer.snapshot, 2'000'000, true, {}}, {}, {home() + "/docs/a.txt"});
-  EXPECT_EQ(restore(requestFor({"docs"})).status, RestoreStatus::done);
-  EXPECT_EQ(std::filesystem::read_symlink(target() + "/docs/link"), "a.txt");
-  // By itself it is looked for in the repository.
-  EXPECT_EQ(restore(requestFor({"docs/link"})).restored, 1U);
-  EXPECT_EQ(std::filesystem::read_symlink(target() + "/link"), "a.txt");
 }
 
 TEST_F(RestoreJobsTest, RestoresAccessLists) {

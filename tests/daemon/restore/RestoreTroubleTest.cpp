@@ -105,6 +105,32 @@ TEST_F(RestoreTroubleTest, CancelsAJobThatRuns) {
   EXPECT_THAT(contentsOf(target()), IsEmpty());
 }
 
+TEST_F(RestoreTroubleTest, ListsWhatWasNotPlacedWhenItIsCancelledWhilePlacing) {
+  for (const char* name : {"a", "b", "c"}) {
+    write(std::string("docs/") + name, name);
+  }
+  std::filesystem::create_directories(target() + "/docs");
+  backUp();
+  end();
+  std::unique_ptr<RestoreJobs> jobs;
+  std::uint32_t job = 0;
+  int files = 0;
+  jobs = std::make_unique<RestoreJobs>(*store_, interfering_, data(), [&] {
+    if (jobs->currentFile().starts_with(target() + "/docs/") && ++files == 2) {
+      jobs->cancel(job);
+    }
+  });
+  std::string refusal;
+  job = jobs->add(requestFor({"docs"}), &refusal);
+  jobs->start();
+  ASSERT_TRUE(eventually([&] { return jobs->report(job).status == RestoreStatus::cancelled; }));
+  const RestoreReport report = jobs->report(job);
+  EXPECT_EQ(report.restored, 2U);
+  EXPECT_THAT(report.problems, ElementsAre(HasSubstr("is not restored: the job was cancelled.")));
+  EXPECT_EQ(contentsOf(target() + "/docs").size(), 2U);
+  EXPECT_THAT(stagings(), IsEmpty());
+}
+
 TEST_F(RestoreTroubleTest, CancelsJobsThatWait) {
   write("a.txt", "stored");
   backUp();
