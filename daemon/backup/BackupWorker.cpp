@@ -136,7 +136,9 @@ void BackupWorker::repositoryChanged() {
   changed_.notify_all();
 }
 
+// What could not be stored because of the damage is tried again.
 void BackupWorker::bytesLost() {
+  scanner_.forgetDelays();
   const std::lock_guard guard(mutex_);
   hour_ = {};
   lostBytes_ = true;

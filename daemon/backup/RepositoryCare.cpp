@@ -257,8 +257,8 @@ DrillEnd RepositoryCare::drillInTurn(std::size_t files, EngineJob& job) {
     store_.setValue(Store::Table::settings, "lastDrillResult", end.sentence());
     if (!end.failed.empty()) {
       alert(end.sentence());
-      lostFiles();
       checkInTurn(1, 1, job);
+      lostFiles();
     }
   }
   return end;
