@@ -11,11 +11,11 @@ namespace keldane {
 
 namespace {
 
-constexpr std::size_t kBlock = 64 * 1024;
+constexpr std::size_t kBlock = std::size_t{64} << 10;
 // Between two of them it is asked whether to go on.
-constexpr off_t kPiece = 8 * 1024 * 1024;
+constexpr off_t kPiece = off_t{8} << 20;
 // What the kernel allows for one attribute's value, and for the names of all.
-constexpr std::size_t kMostAttributeBytes = 64 * 1024;
+constexpr std::size_t kMostAttributeBytes = std::size_t{64} << 10;
 
 bool isAccessList(const char* name) { return std::strncmp(name, "system.posix_acl_", 17) == 0; }
 

@@ -16,7 +16,8 @@ namespace keldane {
 
 namespace {
 
-constexpr off_t kHoleRun = 64 * 1024;
+constexpr off_t kHoleRun = off_t{64} << 10;
+constexpr off_t kAskedEvery = kHoleRun << 10;
 
 bool isZero(const char* bytes, std::size_t count) {
   // Each byte is compared with the one before it, and the first with zero.
@@ -70,11 +71,12 @@ bool isRunZero(int file, off_t offset, char* run) {
   return isZero(run, static_cast<std::size_t>(kHoleRun));
 }
 
-bool punchRange(int file, off_t begin, off_t end, char* run) {
+bool punchRange(int file, off_t begin, off_t end, char* run, const std::function<bool()>& mayGoOn) {
   Puncher puncher(file);
   const off_t first = (begin + kHoleRun - 1) / kHoleRun * kHoleRun;
   for (off_t offset = first; offset + kHoleRun <= end; offset += kHoleRun) {
-    if (isRunZero(file, offset, run) && !puncher.add(offset)) {
+    const bool isAsked = offset % kAskedEvery == 0;
+    if ((isAsked && !mayGoOn()) || (isRunZero(file, offset, run) && !puncher.add(offset))) {
       return false;
     }
   }
@@ -83,7 +85,7 @@ bool punchRange(int file, off_t begin, off_t end, char* run) {
 
 }  // namespace
 
-void makeHoles(int folder, const char* name) {
+void makeHoles(int folder, const char* name, const std::function<bool()>& mayGoOn) {
   struct stat status {};
   if (fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(status.st_mode)) {
     return;
@@ -98,7 +100,7 @@ void makeHoles(int folder, const char* name) {
     for (off_t data = 0; data < status.st_size;) {
       const off_t begin = lseek(file.get(), data, SEEK_DATA);
       const off_t hole = begin < 0 ? -1 : lseek(file.get(), begin, SEEK_HOLE);
-      if (hole < 0 || !punchRange(file.get(), begin, hole, run.get())) {
+      if (hole < 0 || !punchRange(file.get(), begin, hole, run.get(), mayGoOn)) {
         break;
       }
       data = hole;

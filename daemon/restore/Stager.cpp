@@ -116,6 +116,7 @@ EngineAnswer Stager::fetch(const Part& part, RestorePlan& plan) {
   for (int attempt = 1;; ++attempt) {
     const std::string folder = staging_.makePart(part.name);
     std::vector<std::string> stored;
+    stored.reserve(paths.size());
     for (const std::string& path : paths) {
       stored.push_back(source.prefix + path);
     }
@@ -189,10 +190,11 @@ void Stager::noteProblemOf(const Part& part, const std::string& path, const std:
 }
 
 void Stager::failMissing(const Part& part, RestorePlan& plan, const std::string& reason) {
+  const std::string sentence = " is not restored: " + reason + (reason.ends_with('.') ? "" : ".");
   for (auto& [path, file] : plan.files) {
     if (file.source == part.source && file.state == WantedFile::missing) {
       file.state = WantedFile::failed;
-      options_.problem(path + " is not restored: " + reason + (reason.ends_with('.') ? "" : "."));
+      options_.problem(path + sentence);
     }
   }
 }
@@ -233,8 +235,8 @@ bool Stager::stays(std::uint32_t source, int folder, const std::string& name, co
                        std::to_string(found->second.size) + " were stored.");
       return false;
     }
-    if (size >= kLeastSizeForHoles && options_.mayGoOn()) {
-      makeHoles(folder, name.c_str());
+    if (size >= kLeastSizeForHoles) {
+      makeHoles(folder, name.c_str(), options_.mayGoOn);
     }
     found->second.state = WantedFile::staged;
     return true;

@@ -1,6 +1,8 @@
 // Making what is to be restored whole, in a staging.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <functional>
 #include <optional>
 #include <set>

@@ -75,7 +75,7 @@ class Server(Case):
             self.assertLess(memory, CLIENTS * BYTES_A_CLIENT)
         for peer in peers:
             peer.close()
-        self.eventually(lambda: self.status("Threads") < 10, "the threads' end")
+        self.eventually(lambda: self.status("Threads") < 16, "the threads' end")
 
     def test_it_ends_cleanly_while_it_is_flooded(self):
         path = self.folder(".")

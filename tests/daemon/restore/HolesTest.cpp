@@ -19,7 +19,7 @@ class HolesTest : public ::testing::Test {
     const timespec times[] = {{1, 2}, {3, 4}};
     utimensat(AT_FDCWD, path.c_str(), times, 0);
     const Descriptor folder(open(folder_.path().c_str(), O_RDONLY | O_CLOEXEC));
-    makeHoles(folder.get(), "file");
+    makeHoles(folder.get(), "file", [] { return true; });
     struct stat status {};
     stat(path.c_str(), &status);
     EXPECT_EQ(status.st_mode & 07777, mode);
