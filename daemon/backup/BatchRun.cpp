@@ -118,14 +118,14 @@ BatchEnd BatchRun::run(const Batch& batch, EngineJob& job, const Progress& progr
 }
 
 // A file whose stored bytes were damaged is fetched once: the engine stores nothing twice, and might have
-// counted on the damaged bytes again.
-bool BatchRun::isWhole(const BatchFile& file, const SnapshotRecord& snapshot, EngineJob& job) {
+// counted on the damaged bytes again. An answer that tells of no damage tells nothing of the file.
+EngineAnswer BatchRun::fetchedOnce(const BatchFile& file, const SnapshotRecord& snapshot, EngineJob& job) {
   const std::optional<BackupRecord> record = store_.record(file.path);
   if (!record || !record->damaged || file.isLink) {
-    return true;
+    return {};
   }
   const Descriptor nothing(open("/dev/null", O_WRONLY | O_CLOEXEC));
-  return static_cast<bool>(engine_.fetch(snapshot.id, file.path, nothing.get(), job));
+  return engine_.fetch(snapshot.id, file.path, nothing.get(), job);
 }
 
 void BatchRun::settle(const Batch& batch, Taken& taken, BatchEnd& end, EngineJob& job) {
@@ -134,10 +134,15 @@ void BatchRun::settle(const Batch& batch, Taken& taken, BatchEnd& end, EngineJob
     const std::optional<struct stat> now = statusOf(file.path);
     // The engine does not name links. One that is the same before and after was there to be seen.
     const bool isStored = file.isLink ? now && fileStateOf(*now) == file.state : taken.has(file.path);
-    if (failed != taken.failed.end()) {
+    const bool hasFailed = failed != taken.failed.end();
+    const EngineAnswer fetched =
+        isStored && !hasFailed ? fetchedOnce(file, end.snapshot, job) : EngineAnswer();
+    if (hasFailed) {
       couldNotStore(file, failed->second);
-    } else if (isStored && !isWhole(file, end.snapshot, job)) {
+    } else if (fetched.health == Health::damaged) {
       couldNotStore(file, "What the repository has of it is damaged, and could not be stored anew.");
+    } else if (!fetched) {
+      end.answer = fetched;  // it goes on waiting
     } else if (isStored) {
       end.stored.push_back({file.path, file.state});
     } else if (now && fileStateOf(*now) == file.state) {

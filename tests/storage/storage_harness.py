@@ -272,8 +272,11 @@ class Computer:
         self.ask("serverURL")
 
     def owner(self, selector, **request):
-        with DaemonClient(self.socket + ".owner", PATIENCE) as client:
-            return client.ask(selector, request)
+        try:
+            with DaemonClient(self.socket + ".owner", PATIENCE) as client:
+                return client.ask(selector, request)
+        except Gone as gone:
+            self.case.fail(f"the second socket: {gone}; the daemon: {self.process.poll()}\n{self.log()}")
 
     def repository_page(self, **request):
         return self.owner("repository:", **request)
