@@ -25,7 +25,10 @@ void RepositoryWatch::report(const EngineAnswer& answer) {
       failures_ = 0;
       nextTry_ = {};
     } else {
-      const auto pause = kFirstPause * (1U << std::min(failures_, kMostDoublings));
+      // Whether a disk is there is quickly looked up, and who plugs it in expects something to happen.
+      const unsigned doublings =
+          answer.health == Health::notConnected ? 0 : std::min(failures_, kMostDoublings);
+      const auto pause = kFirstPause * (1U << doublings);
       nextTry_ = Clock::now() + std::min<std::chrono::seconds>(pause, kLongestPause);
       ++failures_;
     }

@@ -13,7 +13,8 @@
 namespace keldane {
 
 /// Remembers the last failure of the whole repository until a call succeeds. After each failure in a row the
-/// pause before the next try doubles, from 5 s to 10 min. Any thread; the mutex is a leaf.
+/// pause before the next try doubles, from 5 s to 10 min; for a disk that is not connected it stays 5 s. Any
+/// thread; the mutex is a leaf.
 class RepositoryWatch {
  public:
   using Clock = std::chrono::steady_clock;

@@ -8,8 +8,8 @@ import unittest
 from storage_harness import BACKED_UP, DAEMON, PATIENCE, StorageCase
 
 UNIT = os.environ["KELDANE_UNIT"]
-OWN = ("Type", "ExecStart", "Restart", "RuntimeDirectory", "RuntimeDirectoryMode", "StateDirectory", "StateDirectoryMode",
-       "CacheDirectory", "CacheDirectoryMode", "ReadWritePaths")
+OWN = ("Type", "ExecStartPre", "ExecStart", "Restart", "RuntimeDirectory", "RuntimeDirectoryMode", "StateDirectory",
+       "StateDirectoryMode", "CacheDirectory", "CacheDirectoryMode", "ReadWritePaths")
 
 
 def sandbox():

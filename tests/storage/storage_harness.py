@@ -222,9 +222,14 @@ class Computer:
         """The connection, made as soon as the daemon listens."""
         end = time.monotonic() + PATIENCE
         while self._client is None:
+            client = None
             try:
-                self._client = DaemonClient(self.socket, PATIENCE)
+                client = DaemonClient(self.socket, PATIENCE)
+                client.ask("serverURL")  # a child of a daemon that was killed may hold its socket for a moment
+                self._client = client
             except Gone:
+                if client:
+                    client.close()
                 self.case.assertIsNone(self.process.poll(), "the daemon has ended:\n" + self.log())
                 self.case.assertLess(time.monotonic(), end, "no daemon came:\n" + self.log())
                 time.sleep(0.01)

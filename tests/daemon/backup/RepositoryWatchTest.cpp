@@ -19,6 +19,15 @@ TEST(RepositoryWatchTest, PausesTwiceAsLongAfterEachFailureUpToTenMinutes) {
   }
 }
 
+TEST(RepositoryWatchTest, LooksForADiskEveryFiveSeconds) {
+  RepositoryWatch watch;
+  for (int i = 0; i < 9; ++i) {
+    watch.report({Health::notConnected, ""});
+    EXPECT_FALSE(watch.mayTry());
+    EXPECT_TRUE(watch.mayTry(RepositoryWatch::Clock::now() + std::chrono::seconds(5)));
+  }
+}
+
 TEST(RepositoryWatchTest, IsOverWithTheNextSuccess) {
   RepositoryWatch watch;
   watch.report(kAway);

@@ -31,6 +31,13 @@ TEST_F(StoreRecords, AFolderHasFoldersWithRecords) {
   EXPECT_TRUE(store.foldersWithRecordsIn("/top").empty());
 }
 
+TEST_F(StoreRecords, AFolderTellsItsChildrenAndFoldersAtOnce) {
+  addPartial(1, {"/d/a", "/d/a!/q", "/d/a/x", "/d/b/c", "/d/c"});
+  std::vector<std::string> folders;
+  EXPECT_EQ(namesOf(store.recordsIn("/d", &folders)), (Names{"/d/a", "/d/c"}));
+  EXPECT_EQ(folders, (Names{"a", "a!", "b"}));
+}
+
 TEST_F(StoreRecords, ManyChildrenAreFoundInSlices) {
   Names paths, folders;
   for (int index = 10000; index < 11700; ++index) {
