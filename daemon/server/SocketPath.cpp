@@ -8,9 +8,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <optional>
 #include <system_error>
+#include <thread>
 
 #include "daemon/server/FolderSafety.h"
 
@@ -21,6 +23,9 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::size_t kLongestSocketPath = 103;
+// A daemon that was killed while it started a program leaves a copy of itself for a moment, with its lock.
+constexpr auto kPatience = std::chrono::seconds(1);
+constexpr auto kInterval = std::chrono::milliseconds(10);
 
 // Whether nobody listens at the socket any more. One whose queue is full is alive.
 bool isStaleSocket(const std::string& path) {
@@ -30,6 +35,18 @@ bool isStaleSocket(const std::string& path) {
   const Descriptor caller(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   return ::connect(caller.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 &&
          (errno == ECONNREFUSED || errno == ENOENT);
+}
+
+template <class Condition>
+bool becomesTrue(const Condition& condition) {
+  const auto end = std::chrono::steady_clock::now() + kPatience;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() >= end) {
+      return false;
+    }
+    std::this_thread::sleep_for(kInterval);
+  }
+  return true;
 }
 
 }  // namespace
@@ -81,7 +98,7 @@ bool SocketPath::lock(std::string* error) {
     *error = "The lock " + path + " is another user's.";
     return false;
   }
-  if (flock(lock_.get(), LOCK_EX | LOCK_NB) != 0) {
+  if (!becomesTrue([this] { return flock(lock_.get(), LOCK_EX | LOCK_NB) == 0; })) {
     *error = "Another keldaned already serves " + path_ + ".";
     return false;
   }

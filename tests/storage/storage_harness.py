@@ -247,6 +247,9 @@ class Computer:
             self.process.kill()
         if self.process:
             self.process.wait(PATIENCE)
+        for path in (self.socket, self.socket + ".owner"):  # so that nobody is taken for the next one
+            if os.path.exists(path):
+                os.unlink(path)
 
     def terminate(self):
         self.hang_up()
