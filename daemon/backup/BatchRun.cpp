@@ -19,6 +19,7 @@ namespace {
 
 // A list of more files than this would make the snapshot itself large, because it keeps the list.
 constexpr std::size_t kMostListedFiles = 20'000;
+constexpr std::size_t kAskedAtOnce = 1'000;
 
 // A name as the engine tells it: what is no UTF-8 comes back as replacement characters.
 std::string asTold(const std::string& path) { return isValidUtf8(path) ? path : validUtf8(path); }
@@ -120,23 +121,38 @@ BatchEnd BatchRun::run(const Batch& batch, EngineJob& job, const Progress& progr
 // A file whose stored bytes were damaged is fetched once: the engine stores nothing twice, and might have
 // counted on the damaged bytes again. An answer that tells of no damage tells nothing of the file.
 EngineAnswer BatchRun::fetchedOnce(const BatchFile& file, const SnapshotRecord& snapshot, EngineJob& job) {
-  const std::optional<BackupRecord> record = store_.record(file.path);
-  if (!record || !record->damaged || file.isLink) {
-    return {};
-  }
   const Descriptor nothing(open("/dev/null", O_WRONLY | O_CLOEXEC));
   return engine_.fetch(snapshot.id, file.path, nothing.get(), job);
 }
 
+std::vector<bool> BatchRun::areDamaged(const std::vector<BatchFile>& files) {
+  std::vector<bool> damaged;
+  std::vector<std::string> paths;
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    paths.push_back(files[i].path);
+    if (paths.size() == kAskedAtOnce || i + 1 == files.size()) {
+      for (const std::optional<BackupRecord>& record : store_.recordsOf(paths)) {
+        damaged.push_back(record && record->damaged);
+      }
+      paths.clear();
+    }
+  }
+  return damaged;
+}
+
 void BatchRun::settle(const Batch& batch, Taken& taken, BatchEnd& end, EngineJob& job) {
-  for (const BatchFile& file : batch.files) {
+  const std::vector<bool> damaged = areDamaged(batch.files);
+  for (std::size_t i = 0; i < batch.files.size(); ++i) {
+    const BatchFile& file = batch.files[i];
     const auto failed = taken.failed.find(asTold(file.path));
-    const std::optional<struct stat> now = statusOf(file.path);
+    const bool isNamed = taken.has(file.path);
+    const std::optional<struct stat> now = isNamed && !file.isLink ? std::nullopt : statusOf(file.path);
     // The engine does not name links. One that is the same before and after was there to be seen.
-    const bool isStored = file.isLink ? now && fileStateOf(*now) == file.state : taken.has(file.path);
+    const bool isStored = file.isLink ? now && fileStateOf(*now) == file.state : isNamed;
     const bool hasFailed = failed != taken.failed.end();
-    const EngineAnswer fetched =
-        isStored && !hasFailed ? fetchedOnce(file, end.snapshot, job) : EngineAnswer();
+    const EngineAnswer fetched = damaged[i] && isStored && !hasFailed && !file.isLink
+                                     ? fetchedOnce(file, end.snapshot, job)
+                                     : EngineAnswer();
     if (hasFailed) {
       couldNotStore(file, failed->second);
     } else if (fetched.health == Health::damaged) {
@@ -161,7 +177,7 @@ void BatchRun::settle(const Batch& batch, Taken& taken, BatchEnd& end, EngineJob
     if (isStored && now && fileStateOf(*now) == file.state) {
       pending_.remove(file.path);  // the catalogue need not be asked
     } else if (isStored || !now) {
-      scanner_.consider(file.path, now);  // it has changed meanwhile, or is gone
+      scanner_.consider(file.path);  // it has changed meanwhile, or is gone
     }
   }
 }

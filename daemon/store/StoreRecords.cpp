@@ -30,6 +30,29 @@ BackupRecord recordAt(SQLite::Statement& row, int column) {
 
 std::optional<BackupRecord> Store::record(const std::string& path) {
   const ScopedLock guard(readMutex_);
+  return recordRead(path);
+}
+
+// What takes long is to lock the file for a query, which a transaction does once for all of its queries.
+std::vector<std::optional<BackupRecord>> Store::recordsOf(const std::vector<std::string>& paths) {
+  std::vector<std::optional<BackupRecord>> records;
+  records.reserve(paths.size());
+  while (records.size() < paths.size()) {
+    if (!records.empty()) {
+      sql::letOthersIn();
+    }
+    const ScopedLock guard(readMutex_);
+    const SQLite::Transaction transaction(reader_);
+    for (const std::size_t end = std::min(paths.size(), records.size() + sql::kSlice);
+         records.size() < end;) {
+      records.push_back(recordRead(paths[records.size()]));
+    }
+  }
+  return records;
+}
+
+// With readMutex_ held.
+std::optional<BackupRecord> Store::recordRead(const std::string& path) {
   if (!recordQuery_) {
     recordQuery_.emplace(reader_, "SELECT " KELDANE_RECORD " FROM files WHERE path = ?");
   }

@@ -31,6 +31,20 @@ TEST_F(StoreRecords, AFolderHasFoldersWithRecords) {
   EXPECT_TRUE(store.foldersWithRecordsIn("/top").empty());
 }
 
+TEST_F(StoreRecords, SeveralRecordsComeInTheOrderOfTheQuestion) {
+  addPartial(1, {"/a", "/b"});
+  const auto records = store.recordsOf({"/b", "/none", "/a"});
+  ASSERT_EQ(records.size(), 3U);
+  EXPECT_TRUE(records[0] && !records[1] && records[2]);
+  EXPECT_EQ(records[0]->version, 1U);
+  std::vector<std::string> many(1'200, "/none");
+  many.back() = "/a";
+  EXPECT_TRUE(store.recordsOf(many).back());
+  EXPECT_TRUE(store.recordsOf({}).empty());
+  addPartial(2, {"/c"});  // what was read holds nothing open
+  EXPECT_TRUE(store.recordsOf({"/c"}).front());
+}
+
 TEST_F(StoreRecords, AFolderTellsItsChildrenAndFoldersAtOnce) {
   addPartial(1, {"/d/a", "/d/a!/q", "/d/a/x", "/d/b/c", "/d/c"});
   std::vector<std::string> folders;
