@@ -53,9 +53,12 @@ EngineAnswer Gathering::fetch(const Versions& versions, const std::string& folde
     }
   }
   for (const auto& [path, version] : versions) {
-    if (!version.prefix.empty() && statusOf(folder + version.prefix + path)) {
-      fs::create_directories(fs::path(folder + path).parent_path());
-      fs::rename(folder + version.prefix + path, folder + path);
+    std::string fetched = folder;
+    fetched.append(version.prefix).append(path);
+    if (!version.prefix.empty() && statusOf(fetched)) {
+      const std::string plain = std::string(folder).append(path);
+      fs::create_directories(fs::path(plain).parent_path());
+      fs::rename(fetched, plain);
     }
   }
   return {};

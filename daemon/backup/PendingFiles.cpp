@@ -103,6 +103,7 @@ std::vector<PendingFiles::File> PendingFiles::waitingPreferred() const {
     }
   }
   std::vector<File> files;
+  files.reserve(inOrder.size());
   for (auto& [order, file] : inOrder) {
     files.push_back(std::move(file));
   }

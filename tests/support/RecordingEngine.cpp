@@ -30,7 +30,8 @@ constexpr auto kLowPriorityPause = std::chrono::milliseconds(50);
 
 enum class ReadEnd { whole, unreadable, cancelled };
 
-ReadEnd readWholeFile(const std::string& path, std::uint64_t& bytes, const EngineJob& job) {
+ReadEnd readWholeFile(const std::string& path, std::uint64_t files, std::uint64_t& bytes,
+                      const StoreObserver& observer, const EngineJob& job) {
   const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
   std::array<char, 1 << 16> block{};
   for (;;) {
@@ -45,6 +46,7 @@ ReadEnd readWholeFile(const std::string& path, std::uint64_t& bytes, const Engin
       return got == 0 ? ReadEnd::whole : ReadEnd::unreadable;
     }
     bytes += static_cast<std::uint64_t>(got);
+    observer.progress(files, bytes, path);
   }
 }
 
@@ -74,7 +76,7 @@ StoreAnswer RecordingEngine::store(const StoreRequest& request, const StoreObser
     if (job.lowPriority) {
       std::this_thread::sleep_for(kLowPriorityPause);
     }
-    const ReadEnd end = readWholeFile(path, bytes, job);
+    const ReadEnd end = readWholeFile(path, files, bytes, observer, job);
     if (end == ReadEnd::cancelled) {
       return false;
     }
