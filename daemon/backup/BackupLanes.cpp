@@ -149,21 +149,18 @@ std::optional<Batch> BackupWorker::nextBatch(bool preferredOnly) {
   return batch.full || !batch.files.empty() ? std::optional(std::move(batch)) : std::nullopt;
 }
 
-// What is gone, or is stored as it is, waits no longer.
+// What is gone waits no longer.
 Batch BackupWorker::batchOf(const std::vector<PendingFiles::File>& files, bool preferred) {
   Batch batch;
-  std::vector<std::string> paths;
   for (const PendingFiles::File& file : files) {
-    if (preferred ? !isAboutToBeStored(file.path) : !pending_.isPreferred(file.path)) {
-      paths.push_back(file.path);  // else the other lane has it
+    if (preferred ? isAboutToBeStored(file.path) : pending_.isPreferred(file.path)) {
+      continue;  // the other lane has it
     }
-  }
-  const std::vector<std::optional<BackupRecord>> records = store_.recordsOf(paths);
-  for (std::size_t i = 0; i < paths.size(); ++i) {
-    const std::optional<struct stat> status = statusOf(paths[i]);
-    scanner_.consider(paths[i], status, records[i]);
-    if (status && pending_.contains(paths[i])) {
-      batch.files.push_back({std::move(paths[i]), fileStateOf(*status), S_ISLNK(status->st_mode) != 0, 0, 0});
+    const std::optional<struct stat> status = statusOf(file.path);
+    if (!status || !isStorable(*status)) {
+      scanner_.consider(file.path);
+    } else if (pending_.contains(file.path)) {  // else the other lane has just stored it
+      batch.files.push_back({file.path, fileStateOf(*status), S_ISLNK(status->st_mode) != 0, 0, 0});
     }
   }
   return batch;

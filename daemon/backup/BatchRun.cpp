@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <map>
+#include <set>
 #include <unordered_set>
 
 #include "daemon/Clock.h"
@@ -19,7 +20,6 @@ namespace {
 
 // A list of more files than this would make the snapshot itself large, because it keeps the list.
 constexpr std::size_t kMostListedFiles = 20'000;
-constexpr std::size_t kAskedAtOnce = 1'000;
 
 // A name as the engine tells it: what is no UTF-8 comes back as replacement characters.
 std::string asTold(const std::string& path) { return isValidUtf8(path) ? path : validUtf8(path); }
@@ -125,32 +125,16 @@ EngineAnswer BatchRun::fetchedOnce(const BatchFile& file, const SnapshotRecord& 
   return engine_.fetch(snapshot.id, file.path, nothing.get(), job);
 }
 
-std::vector<bool> BatchRun::areDamaged(const std::vector<BatchFile>& files) {
-  std::vector<bool> damaged;
-  std::vector<std::string> paths;
-  for (std::size_t i = 0; i < files.size(); ++i) {
-    paths.push_back(files[i].path);
-    if (paths.size() == kAskedAtOnce || i + 1 == files.size()) {
-      for (const std::optional<BackupRecord>& record : store_.recordsOf(paths)) {
-        damaged.push_back(record && record->damaged);
-      }
-      paths.clear();
-    }
-  }
-  return damaged;
-}
-
 void BatchRun::settle(const Batch& batch, Taken& taken, BatchEnd& end, EngineJob& job) {
-  const std::vector<bool> damaged = areDamaged(batch.files);
-  for (std::size_t i = 0; i < batch.files.size(); ++i) {
-    const BatchFile& file = batch.files[i];
+  const std::set<std::string> damaged = store_.damagedFiles();
+  for (const BatchFile& file : batch.files) {
     const auto failed = taken.failed.find(asTold(file.path));
     const bool isNamed = taken.has(file.path);
     const std::optional<struct stat> now = isNamed && !file.isLink ? std::nullopt : statusOf(file.path);
     // The engine does not name links. One that is the same before and after was there to be seen.
     const bool isStored = file.isLink ? now && fileStateOf(*now) == file.state : isNamed;
     const bool hasFailed = failed != taken.failed.end();
-    const EngineAnswer fetched = damaged[i] && isStored && !hasFailed && !file.isLink
+    const EngineAnswer fetched = isStored && !hasFailed && !file.isLink && damaged.contains(file.path)
                                      ? fetchedOnce(file, end.snapshot, job)
                                      : EngineAnswer();
     if (hasFailed) {

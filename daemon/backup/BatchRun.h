@@ -56,7 +56,6 @@ class BatchRun {
   std::string manifestFor(const Batch& batch, std::uint32_t number, double date) const;
   std::vector<std::string> targetsOf(const Batch& batch) const;
   void settle(const Batch& batch, Taken& taken, BatchEnd& end, EngineJob& job);
-  std::vector<bool> areDamaged(const std::vector<BatchFile>& files);
   EngineAnswer fetchedOnce(const BatchFile& file, const SnapshotRecord& snapshot, EngineJob& job);
   std::vector<std::string> confirmed(const Batch& batch, const Taken& taken) const;
   void endPreference(const std::string& path);

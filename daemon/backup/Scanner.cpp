@@ -84,11 +84,8 @@ void Scanner::scanFolder(const std::string& folder, std::vector<std::string>& be
 }
 
 bool Scanner::consider(const std::string& path) {
-  return consider(path, statusOf(path), store_.record(path));
-}
-
-bool Scanner::consider(const std::string& path, const std::optional<struct stat>& status,
-                       const std::optional<BackupRecord>& record) {
+  const std::optional<struct stat> status = statusOf(path);
+  const std::optional<BackupRecord> record = store_.record(path);
   if (!status && record && !record->removed) {
     store_.setRemoved(path, true, timeOfDay());
   }

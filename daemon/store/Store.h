@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -107,8 +108,8 @@ class Store {
 
   /// The newest version of a file; absent when none is stored.
   std::optional<BackupRecord> record(const std::string& path);
-  /// The same of several files, in their order: much less work than asking for each.
-  std::vector<std::optional<BackupRecord>> recordsOf(const std::vector<std::string>& paths);
+  /// The files whose newest version is damaged.
+  std::set<std::string> damagedFiles();
   /// The records of a folder's direct children, by path. `folders` takes what foldersWithRecordsIn answers.
   std::map<std::string, BackupRecord> recordsIn(const std::string& folder,
                                                 std::vector<std::string>* folders = nullptr);
@@ -229,7 +230,6 @@ class Store {
   void removeRestore(std::uint32_t number);
 
  private:
-  std::optional<BackupRecord> recordRead(const std::string& path) KELDANE_REQUIRES(readMutex_);
   template <class... Values>
   void execute(const char* sql, const Values&... values);
   template <class Work>

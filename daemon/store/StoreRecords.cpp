@@ -30,29 +30,6 @@ BackupRecord recordAt(SQLite::Statement& row, int column) {
 
 std::optional<BackupRecord> Store::record(const std::string& path) {
   const ScopedLock guard(readMutex_);
-  return recordRead(path);
-}
-
-// What takes long is to lock the file for a query, which a transaction does once for all of its queries.
-std::vector<std::optional<BackupRecord>> Store::recordsOf(const std::vector<std::string>& paths) {
-  std::vector<std::optional<BackupRecord>> records;
-  records.reserve(paths.size());
-  while (records.size() < paths.size()) {
-    if (!records.empty()) {
-      sql::letOthersIn();
-    }
-    const ScopedLock guard(readMutex_);
-    const SQLite::Transaction transaction(reader_);
-    for (const std::size_t end = std::min(paths.size(), records.size() + sql::kSlice);
-         records.size() < end;) {
-      records.push_back(recordRead(paths[records.size()]));
-    }
-  }
-  return records;
-}
-
-// With readMutex_ held.
-std::optional<BackupRecord> Store::recordRead(const std::string& path) {
   if (!recordQuery_) {
     recordQuery_.emplace(reader_, "SELECT " KELDANE_RECORD " FROM files WHERE path = ?");
   }
@@ -60,6 +37,16 @@ std::optional<BackupRecord> Store::recordRead(const std::string& path) {
   const sql::Rewinding rewinding(row);
   row.bind(1, path);
   return row.executeStep() ? std::optional(recordAt(row, 0)) : std::nullopt;
+}
+
+std::set<std::string> Store::damagedFiles() {
+  std::set<std::string> paths;
+  const ScopedLock guard(readMutex_);
+  SQLite::Statement row(reader_, "SELECT path FROM files WHERE damaged");
+  while (row.executeStep()) {
+    paths.insert(row.getColumn(0).getString());
+  }
+  return paths;
 }
 
 // Steps over a folder's children in the order of their paths. What lies below a folder in it is skipped, so

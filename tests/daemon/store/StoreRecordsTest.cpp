@@ -31,18 +31,13 @@ TEST_F(StoreRecords, AFolderHasFoldersWithRecords) {
   EXPECT_TRUE(store.foldersWithRecordsIn("/top").empty());
 }
 
-TEST_F(StoreRecords, SeveralRecordsComeInTheOrderOfTheQuestion) {
-  addPartial(1, {"/a", "/b"});
-  const auto records = store.recordsOf({"/b", "/none", "/a"});
-  ASSERT_EQ(records.size(), 3U);
-  EXPECT_TRUE(records[0] && !records[1] && records[2]);
-  EXPECT_EQ(records[0]->version, 1U);
-  std::vector<std::string> many(1'200, "/none");
-  many.back() = "/a";
-  EXPECT_TRUE(store.recordsOf(many).back());
-  EXPECT_TRUE(store.recordsOf({}).empty());
-  addPartial(2, {"/c"});  // what was read holds nothing open
-  EXPECT_TRUE(store.recordsOf({"/c"}).front());
+TEST_F(StoreRecords, DamagedFilesAreKnown) {
+  addPartial(1, {"/a", "/b", "/c"});
+  EXPECT_TRUE(store.damagedFiles().empty());
+  store.setDamaged("/b", store.snapshots().front().id);
+  EXPECT_EQ(store.damagedFiles(), std::set<std::string>{"/b"});
+  addPartial(2, {"/b"});
+  EXPECT_TRUE(store.damagedFiles().empty());
 }
 
 TEST_F(StoreRecords, AFolderTellsItsChildrenAndFoldersAtOnce) {
