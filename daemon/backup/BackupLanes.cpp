@@ -149,7 +149,7 @@ std::optional<Batch> BackupWorker::nextBatch(bool preferredOnly) {
   return batch.full || !batch.files.empty() ? std::optional(std::move(batch)) : std::nullopt;
 }
 
-// What is gone, or is stored as it is, waits no longer.
+// What is gone waits no longer.
 Batch BackupWorker::batchOf(const std::vector<PendingFiles::File>& files, bool preferred) {
   Batch batch;
   for (const PendingFiles::File& file : files) {
@@ -157,8 +157,9 @@ Batch BackupWorker::batchOf(const std::vector<PendingFiles::File>& files, bool p
       continue;  // the other lane has it
     }
     const std::optional<struct stat> status = statusOf(file.path);
-    scanner_.consider(file.path, status);
-    if (status && pending_.contains(file.path)) {
+    if (!status || !isStorable(*status)) {
+      scanner_.consider(file.path);
+    } else if (pending_.contains(file.path)) {  // else the other lane has just stored it
       batch.files.push_back({file.path, fileStateOf(*status), S_ISLNK(status->st_mode) != 0, 0, 0});
     }
   }

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <map>
+#include <set>
 #include <unordered_set>
 
 #include "daemon/Clock.h"
@@ -120,23 +121,22 @@ BatchEnd BatchRun::run(const Batch& batch, EngineJob& job, const Progress& progr
 // A file whose stored bytes were damaged is fetched once: the engine stores nothing twice, and might have
 // counted on the damaged bytes again. An answer that tells of no damage tells nothing of the file.
 EngineAnswer BatchRun::fetchedOnce(const BatchFile& file, const SnapshotRecord& snapshot, EngineJob& job) {
-  const std::optional<BackupRecord> record = store_.record(file.path);
-  if (!record || !record->damaged || file.isLink) {
-    return {};
-  }
   const Descriptor nothing(open("/dev/null", O_WRONLY | O_CLOEXEC));
   return engine_.fetch(snapshot.id, file.path, nothing.get(), job);
 }
 
 void BatchRun::settle(const Batch& batch, Taken& taken, BatchEnd& end, EngineJob& job) {
+  const std::set<std::string> damaged = store_.damagedFiles();
   for (const BatchFile& file : batch.files) {
     const auto failed = taken.failed.find(asTold(file.path));
-    const std::optional<struct stat> now = statusOf(file.path);
+    const bool isNamed = taken.has(file.path);
+    const std::optional<struct stat> now = isNamed && !file.isLink ? std::nullopt : statusOf(file.path);
     // The engine does not name links. One that is the same before and after was there to be seen.
-    const bool isStored = file.isLink ? now && fileStateOf(*now) == file.state : taken.has(file.path);
+    const bool isStored = file.isLink ? now && fileStateOf(*now) == file.state : isNamed;
     const bool hasFailed = failed != taken.failed.end();
-    const EngineAnswer fetched =
-        isStored && !hasFailed ? fetchedOnce(file, end.snapshot, job) : EngineAnswer();
+    const EngineAnswer fetched = isStored && !hasFailed && !file.isLink && damaged.contains(file.path)
+                                     ? fetchedOnce(file, end.snapshot, job)
+                                     : EngineAnswer();
     if (hasFailed) {
       couldNotStore(file, failed->second);
     } else if (fetched.health == Health::damaged) {
@@ -161,7 +161,7 @@ void BatchRun::settle(const Batch& batch, Taken& taken, BatchEnd& end, EngineJob
     if (isStored && now && fileStateOf(*now) == file.state) {
       pending_.remove(file.path);  // the catalogue need not be asked
     } else if (isStored || !now) {
-      scanner_.consider(file.path, now);  // it has changed meanwhile, or is gone
+      scanner_.consider(file.path);  // it has changed meanwhile, or is gone
     }
   }
 }

@@ -83,9 +83,8 @@ void Scanner::scanFolder(const std::string& folder, std::vector<std::string>& be
   }
 }
 
-bool Scanner::consider(const std::string& path) { return consider(path, statusOf(path)); }
-
-bool Scanner::consider(const std::string& path, const std::optional<struct stat>& status) {
+bool Scanner::consider(const std::string& path) {
+  const std::optional<struct stat> status = statusOf(path);
   const std::optional<BackupRecord> record = store_.record(path);
   if (!status && record && !record->removed) {
     store_.setRemoved(path, true, timeOfDay());

@@ -28,8 +28,6 @@ class Scanner {
   bool scan(const std::string& place, const std::atomic<bool>& cancelled);
   /// Looks at one path. Answers whether it has come to wait.
   bool consider(const std::string& path);
-  /// The same for who has just asked the file system, which said `status` of it.
-  bool consider(const std::string& path, const std::optional<struct stat>& status);
 
   /// Notes that a file in this state could not be stored: it waits no longer, and is tried again when it has
   /// changed or an hour has gone by.

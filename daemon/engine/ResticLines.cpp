@@ -29,7 +29,34 @@ constexpr std::string_view kVanished = " does not exist, skipping";
 
 }  // namespace
 
+/// A first backup says this of each file, mostly without anything in the name that is written in another way.
+bool BackupReader::takePlainFile(std::string_view line) {
+  constexpr std::string_view kAction = R"({"message_type":"verbose_status","action":")";
+  constexpr std::string_view kItem = R"(","item":")";
+  if (!line.starts_with(kAction) || !line.ends_with('}')) {
+    return false;
+  }
+  line.remove_prefix(kAction.size());
+  const std::string_view action = line.substr(0, line.find('"'));
+  line.remove_prefix(action.size());
+  if (!line.starts_with(kItem) || (action != "new" && action != "unchanged" && action != "modified")) {
+    return false;
+  }
+  line.remove_prefix(kItem.size());
+  const std::size_t end = line.find_first_of("\"\\");
+  if (end == 0 || end == std::string_view::npos || line[end] != '"') {
+    return false;
+  }
+  if (observer_.took && line[end - 1] != '/') {
+    observer_.took(std::string(line.substr(0, end)), action == "unchanged");
+  }
+  return true;
+}
+
 void BackupReader::outputLine(std::string_view line) {
+  if (takePlainFile(line)) {
+    return;
+  }
   const Json message = parsed(line);
   if (!message.is_object()) {
     return;

@@ -25,6 +25,7 @@ class BackupReader {
   bool someUnreadable() const { return someUnreadable_; }
 
  private:
+  bool takePlainFile(std::string_view line);
   void tellUnreadable(const std::string& path, const std::string& reason);
 
   const StoreObserver& observer_;

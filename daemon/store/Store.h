@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -107,6 +108,8 @@ class Store {
 
   /// The newest version of a file; absent when none is stored.
   std::optional<BackupRecord> record(const std::string& path);
+  /// The files whose newest version is damaged.
+  std::set<std::string> damagedFiles();
   /// The records of a folder's direct children, by path. `folders` takes what foldersWithRecordsIn answers.
   std::map<std::string, BackupRecord> recordsIn(const std::string& folder,
                                                 std::vector<std::string>* folders = nullptr);

@@ -39,6 +39,16 @@ std::optional<BackupRecord> Store::record(const std::string& path) {
   return row.executeStep() ? std::optional(recordAt(row, 0)) : std::nullopt;
 }
 
+std::set<std::string> Store::damagedFiles() {
+  std::set<std::string> paths;
+  const ScopedLock guard(readMutex_);
+  SQLite::Statement row(reader_, "SELECT path FROM files WHERE damaged");
+  while (row.executeStep()) {
+    paths.insert(row.getColumn(0).getString());
+  }
+  return paths;
+}
+
 // Steps over a folder's children in the order of their paths. What lies below a folder in it is skipped, so
 // that this takes as long as there are children, whatever is below.
 template <class OnFile, class OnFolder>

@@ -46,6 +46,23 @@ TEST(ResticLinesTest, ReadsWhatABackupSays) {
                                 "/h: It cannot be read.", "/i: It is gone."));
 }
 
+TEST(ResticLinesTest, ReadsNamesHoweverTheyAreWritten) {
+  std::vector<std::string> took;
+  StoreObserver observer;
+  observer.took = [&](const std::string& path, bool unchanged) {
+    took.push_back(path + (unchanged ? " same" : ""));
+  };
+  BackupReader reader(observer);
+  reader.outputLine(
+      R"({"message_type":"verbose_status","action":"new","item":"/\"a\\","duration":0.1,"total_files":0})");
+  reader.outputLine(R"({"message_type":"verbose_status","action":"modified","item":"/\u003cb\ufffd"})");
+  reader.outputLine(R"({"action":"unchanged","item":"/c","message_type":"verbose_status"})");
+  reader.outputLine(R"({"message_type":"verbose_status","action":"new","item":"/d/","duration":0.1})");
+  reader.outputLine(R"({"message_type":"verbose_status","action":"scan_finished","item":"/e"})");
+  reader.outputLine(R"({"message_type":"verbose_status","action":"new","item":"/f)");
+  EXPECT_THAT(took, ElementsAre("/\"a\\", "/<b\xEF\xBF\xBD", "/c same"));
+}
+
 TEST(ResticLinesTest, ReadsWhichPacksACheckCallsDamaged) {
   const std::string a(64, 'a');
   const std::string b(64, 'b');

@@ -31,6 +31,15 @@ TEST_F(StoreRecords, AFolderHasFoldersWithRecords) {
   EXPECT_TRUE(store.foldersWithRecordsIn("/top").empty());
 }
 
+TEST_F(StoreRecords, DamagedFilesAreKnown) {
+  addPartial(1, {"/a", "/b", "/c"});
+  EXPECT_TRUE(store.damagedFiles().empty());
+  store.setDamaged("/b", store.snapshots().front().id);
+  EXPECT_EQ(store.damagedFiles(), std::set<std::string>{"/b"});
+  addPartial(2, {"/b"});
+  EXPECT_TRUE(store.damagedFiles().empty());
+}
+
 TEST_F(StoreRecords, AFolderTellsItsChildrenAndFoldersAtOnce) {
   addPartial(1, {"/d/a", "/d/a!/q", "/d/a/x", "/d/b/c", "/d/c"});
   std::vector<std::string> folders;
