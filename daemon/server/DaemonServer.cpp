@@ -15,6 +15,8 @@ namespace {
 // Descriptors that are kept for everything but connections; of few, half.
 constexpr std::size_t kOtherDescriptors = 64;
 
+constexpr std::size_t kMostAlerts = 20;  // that wait for one peer; older ones go
+
 constexpr auto kNotificationInterval = std::chrono::seconds(1);
 
 constexpr MethodSignature kClientMethods[] = {
@@ -62,7 +64,7 @@ bool DaemonServer::start(std::string* error) {
   daemon_->setAnnounce(
       [weak = weak_from_this()](const std::string& selector, const PropertyList& dictionary) {
         if (const std::shared_ptr<DaemonServer> self = weak.lock()) {
-          self->tellAlert(selector, dictionary);
+          self->keepAlert(selector, dictionary);
         }
       });
   return true;
@@ -178,27 +180,62 @@ void DaemonServer::subscribe(const KeldaneSocket* peer, DaemonService::Subject s
   PeerLink& link = found->second.second;
   if (subject == DaemonService::Subject::alerts) {
     link.wantsAlerts = on;
+    link.alerts.clear();
   } else {
     link.wantsState = on;
     link.told = {};
   }
 }
 
-// Alerts name no file. What a user asks to be shown is that user's and the privileged peers' alone.
-void DaemonServer::tellAlert(const std::string& selector, const PropertyList& dictionary) {
-  std::vector<std::shared_ptr<KeldaneProxy>> toTell;
+// Alerts name no file. What a user asks to be shown is that user's alone.
+void DaemonServer::keepAlert(const std::string& selector, const PropertyList& dictionary) {
   const PropertyList user = dictionary["user"];
   {
     const std::lock_guard guard(mutex_);
-    for (const auto& [key, peer] : peers_) {
-      const PeerLink& link = peer.second;
-      if (link.wantsAlerts && (!user || link.service->sight().peer().uid == user.unsignedIntValue())) {
-        toTell.push_back(link.proxy);
+    for (auto& [key, peer] : peers_) {
+      PeerLink& link = peer.second;
+      if (!link.wantsAlerts || (user && link.service->sight().peer().uid != user.unsignedIntValue())) {
+        continue;
       }
+      if (link.alerts.size() >= kMostAlerts) {
+        link.alerts.pop_front();
+      }
+      link.alerts.emplace_back(selector, dictionary);
     }
   }
-  for (const std::shared_ptr<KeldaneProxy>& proxy : toTell) {
-    proxy->callWithoutWaiting(selector, {RawValue::of<'@'>(dictionary)});
+  changed_.notify_all();
+}
+
+// A peer that is busy, or reads nothing, is told another time.
+void DaemonServer::tellAlerts() {
+  for (;;) {
+    std::vector<std::pair<const KeldaneSocket*, std::shared_ptr<KeldaneProxy>>> toTell;
+    std::vector<std::pair<std::string, PropertyList>> alerts;
+    {
+      const std::lock_guard guard(mutex_);
+      for (const auto& [key, peer] : peers_) {
+        if (!peer.second.alerts.empty()) {
+          toTell.emplace_back(key, peer.second.proxy);
+          alerts.push_back(peer.second.alerts.front());
+        }
+      }
+    }
+    bool anyTold = false;
+    for (std::size_t i = 0; i < toTell.size(); ++i) {
+      const auto& [key, proxy] = toTell[i];
+      if (!proxy->callWithoutWaiting(alerts[i].first, {RawValue::of<'@'>(alerts[i].second)})) {
+        continue;
+      }
+      anyTold = true;
+      const std::lock_guard guard(mutex_);
+      const auto peer = peers_.find(key);
+      if (peer != peers_.end() && peer->second.second.proxy == proxy && !peer->second.second.alerts.empty()) {
+        peer->second.second.alerts.pop_front();
+      }
+    }
+    if (!anyTold) {
+      return;
+    }
   }
 }
 
@@ -212,9 +249,10 @@ void DaemonServer::notify() {
       }
     }
     try {
+      tellAlerts();
       tellState();
     } catch (const std::exception& error) {
-      systemLog("The state cannot be announced: %s", error.what());
+      systemLog("Clients cannot be told what is new: %s", error.what());
     }
   }
 }

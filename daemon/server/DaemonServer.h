@@ -2,6 +2,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <deque>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -52,15 +53,17 @@ class DaemonServer final : public KeldSocketDelegate, public std::enable_shared_
     std::shared_ptr<DaemonService> service;
     std::shared_ptr<UserShare> share;
     bool wantsState = false, wantsAlerts = false;
-    PropertyList told;  // the state that it knows
+    PropertyList told;                                        // the state that it knows
+    std::deque<std::pair<std::string, PropertyList>> alerts;  // that it has yet to be told
   };
 
   /// Null when there are too many connections.
   std::shared_ptr<UserShare> shareFor(uid_t user);
   void subscribe(const KeldaneSocket* peer, DaemonService::Subject subject, bool on);
-  void tellAlert(const std::string& selector, const PropertyList& dictionary);
+  void keepAlert(const std::string& selector, const PropertyList& dictionary);
   void notify();
   void tellState();
+  void tellAlerts();
 
   const std::shared_ptr<Daemon> daemon_;
   SocketPath path_;

@@ -252,6 +252,35 @@ TEST_F(DaemonServerTest, TellsAClientThatWantsToKnowOfTheState) {
   (*client_)->endStateHandler();
 }
 
+TEST_F(DaemonServerTest, TellsEveryAlertInItsOrderToWhoeverAskedForThem) {
+  struct Listener final : InvocationTarget {
+    const MethodSignature* methodSignatureForSelector(std::string_view selector) const override {
+      return KeldaneClientProtocol.find(selector);
+    }
+    void invoke(Invocation& invocation) override {
+      const std::lock_guard guard(mutex);
+      if (invocation.signature.selector == "alertRaised:") {
+        texts.emplace_back(invocation.arguments[0].encoded()["text"].string());
+      }
+    }
+    std::mutex mutex;
+    std::vector<std::string> texts;
+  };
+  const auto listener = std::make_shared<Listener>();
+  client_->proxy().setDelegate(listener);
+  (*client_)->setStateHandler();  // the state is told on the same link
+  (*client_)->setAlertHandler();
+  EXPECT_EQ((*client_)->serviceState(), 1U) << "what was said before this is done";
+  const std::vector<std::string> alerts = {"one", "two", "three", "four", "five"};
+  for (const std::string& text : alerts) {
+    daemon_->announce("alertRaised:", PropertyList::dictionary({{"text", text}}));
+  }
+  EXPECT_TRUE(eventually([&] {
+    const std::lock_guard guard(listener->mutex);
+    return listener->texts == alerts;
+  }));
+}
+
 TEST_F(DaemonServerTest, ServesManyPeersAtOnce) {
   std::vector<std::unique_ptr<Client>> clients;
   for (int i = 0; i < 50; ++i) {
