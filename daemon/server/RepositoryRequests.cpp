@@ -5,7 +5,7 @@
 #include <charconv>
 #include <chrono>
 
-#include "daemon/server/RepositoryTrial.h"
+#include "daemon/server/RepositoryCall.h"
 #include "daemon/server/RestoreChoices.h"
 
 namespace keldane {
@@ -14,10 +14,6 @@ namespace {
 
 constexpr std::size_t kMostFound = 10'000, kUsualFound = 1'000;
 constexpr std::size_t kUsualSample = 40;
-
-PropertyList errorAnswer(const std::string& sentence) {
-  return PropertyList::dictionary({{"error", sentence.empty() ? std::string("It did not work.") : sentence}});
-}
 
 /// A date under a key of the settings; absent when it was never set.
 PropertyList dateFrom(const std::optional<std::string>& text) {
@@ -64,27 +60,6 @@ const char* wordFor(RestoreStatus status) {
 }
 
 }  // namespace
-
-/// Registers a job for as long as it lives.
-class RepositoryRequests::Call {
- public:
-  explicit Call(RepositoryRequests& requests) : requests_(requests) {
-    const std::lock_guard guard(requests_.callsMutex_);
-    requests_.calls_.insert(&job);
-    job.cancelled = requests_.stopping_;
-  }
-  ~Call() {
-    const std::lock_guard guard(requests_.callsMutex_);
-    requests_.calls_.erase(&job);
-  }
-  Call(const Call&) = delete;
-  Call& operator=(const Call&) = delete;
-
-  EngineJob job;
-
- private:
-  RepositoryRequests& requests_;
-};
 
 void RepositoryRequests::stop() {
   const std::lock_guard guard(callsMutex_);
@@ -268,160 +243,6 @@ PropertyList RepositoryRequests::restoreReport(const PropertyList& request) {
 PropertyList RepositoryRequests::cancelRestore(const PropertyList& request) {
   daemon_->restores().cancel(request["job"].unsignedIntValue());
   return PropertyList::dictionary(PropertyList::Entries());
-}
-
-// --- What changes the repository ---
-
-PropertyList RepositoryRequests::setUpRepository(const PropertyList& request) {
-  const std::lock_guard changing(changing_);
-  Call call(*this);
-  try {
-    Trial trial(*daemon_, engine_, request);
-    const bool adopt = request["adopt"].boolValue();
-    const EngineAnswer answer = adopt ? trial.adopt(call.job) : trial.make(call.job);
-    if (!answer) {
-      return errorAnswer(answer.detail);
-    }
-    takeOver(trial, false);
-    return PropertyList::dictionary({{"repositoryId", trial.configuration().repositoryId},
-                                     {"made", !adopt},
-                                     {"keyFile", daemon_->files().folder().key()}});
-  } catch (const std::exception& error) {
-    return errorAnswer(error.what());
-  }
-}
-
-PropertyList RepositoryRequests::computersIn(const std::vector<Snapshot>& snapshots) const {
-  struct Computer {
-    std::string host;
-    std::uint64_t snapshots = 0;
-    double newest = 0;
-  };
-  std::map<std::uint32_t, Computer> computers;
-  for (const Snapshot& snapshot : snapshots) {
-    if (const std::uint32_t number = numberFromTags(snapshot, "computer:"); number != 0) {
-      Computer& computer = computers[number];
-      ++computer.snapshots;
-      if (snapshot.time >= computer.newest) {
-        computer.newest = snapshot.time;
-        computer.host = snapshot.host;
-      }
-    }
-  }
-  PropertyList::Array list;
-  for (const auto& [number, computer] : computers) {
-    list.push_back(PropertyList::dictionary({{"computerNumber", number},
-                                             {"hostName", computer.host},
-                                             {"snapshots", computer.snapshots},
-                                             {"newest", Date::fromUnixTime(computer.newest)}}));
-  }
-  return PropertyList::array(std::move(list));
-}
-
-PropertyList RepositoryRequests::recover(const PropertyList& request) {
-  const std::lock_guard changing(changing_);
-  Call call(*this);
-  try {
-    Trial trial(*daemon_, engine_, request);
-    if (const EngineAnswer answer = trial.adopt(call.job); !answer) {
-      return errorAnswer(answer.detail);
-    }
-    std::vector<Snapshot> snapshots;
-    if (const EngineAnswer answer = trial.engine().snapshots(true, snapshots, call.job); !answer) {
-      return errorAnswer(answer.detail);
-    }
-    const PropertyList computers = computersIn(snapshots);
-    std::uint32_t number = request["computerNumber"].unsignedIntValue();
-    if (number == 0 && computers.count() > 1) {
-      return PropertyList::dictionary({{"computers", computers}});
-    }
-    number = number != 0 ? number : computers[std::size_t{0}]["computerNumber"].unsignedIntValue();
-    std::uint32_t highest = 0;
-    for (const Snapshot& snapshot : snapshots) {
-      if (numberFromTags(snapshot, "computer:") == number) {
-        highest = std::max(highest, numberFromTags(snapshot, "number:"));
-      }
-    }
-    if (highest == 0) {
-      return errorAnswer("The repository holds no backup of that computer.");
-    }
-    trial.goOnAs(number, highest, request["takeOver"].boolValue());
-    takeOver(trial, true);
-    return PropertyList::dictionary({{"started", true}});
-  } catch (const std::exception& error) {
-    return errorAnswer(error.what());
-  }
-}
-
-// Batches stand still meanwhile. A catalogue of another repository says nothing of this one.
-void RepositoryRequests::takeOver(const Trial& trial, bool isRecovery) {
-  const BackupWorker::Stillness stillness = daemon_->worker().holdStill();
-  const std::optional<RepositoryConfig> before = daemon_->files().configuration();
-  const bool isAnother = isRecovery || !before || before->repositoryId != trial.configuration().repositoryId;
-  if (isRecovery) {
-    daemon_->setSetting("recoverMode", 1);
-    daemon_->store().setValue(Store::Table::settings, kTakeRules, "1");
-  }
-  trial.replaceIn(daemon_->files());
-  if (isAnother) {
-    daemon_->store().clearCatalogue();
-    daemon_->care().expectRebuild();
-  }
-  daemon_->barRepository();
-  daemon_->worker().repositoryChanged();
-  daemon_->worker().reconsiderAll();
-}
-
-EngineAnswer RepositoryRequests::tryKey(const std::string& key) {
-  Call call(*this);
-  Trial trial(*daemon_, engine_, key);
-  return trial.engine().probe(call.job);
-}
-
-PropertyList RepositoryRequests::exportKey(const PropertyList&) {
-  const std::optional<RepositoryConfig> configuration = daemon_->files().configuration();
-  const std::string key = daemon_->files().key();
-  if (!configuration || key.empty()) {
-    return errorAnswer("No repository has been set up yet.");
-  }
-  return PropertyList::dictionary({{"key", key},
-                                   {"location", configuration->publicLocation()},
-                                   {"repositoryId", configuration->repositoryId},
-                                   {"computerNumber", configuration->computerNumber},
-                                   {"hostName", configuration->hostName}});
-}
-
-PropertyList RepositoryRequests::importKey(const PropertyList& request) {
-  const std::lock_guard changing(changing_);
-  try {
-    const std::string key = keyTextFrom(std::string(request["key"].string()));
-    if (const EngineAnswer answer = tryKey(key); !answer) {
-      return errorAnswer(answer.detail);
-    }
-    daemon_->files().setKey(key);
-    daemon_->worker().repositoryChanged();
-    return PropertyList::dictionary(PropertyList::Entries());
-  } catch (const std::exception& error) {
-    return errorAnswer(error.what());
-  }
-}
-
-PropertyList RepositoryRequests::verifyKey(const PropertyList& request) {
-  try {
-    const EngineAnswer answer = tryKey(keyTextFrom(std::string(request["key"].string())));
-    return answer || answer.health == Health::wrongKey
-               ? PropertyList::dictionary({{"matches", static_cast<bool>(answer)}})
-               : errorAnswer(answer.detail);
-  } catch (const std::exception& error) {
-    return errorAnswer(error.what());
-  }
-}
-
-PropertyList RepositoryRequests::addPassphrase(const PropertyList& request) {
-  const std::lock_guard changing(changing_);
-  Call call(*this);
-  const EngineAnswer answer = daemon_->engine().addKey(std::string(request["passphrase"].string()), call.job);
-  return answer ? PropertyList::dictionary(PropertyList::Entries()) : errorAnswer(answer.detail);
 }
 
 }  // namespace keldane
