@@ -67,6 +67,11 @@ class EngineFixture : public ::testing::Test {
   }
 
   DataFolder data() const { return {folder_ / "data"}; }
+  /// Writes a file that another process may have left among the engine's temporary files.
+  void leaveInWork(const std::string& name, const std::string& content) const {
+    const std::filesystem::path file = std::filesystem::path(data().work()) / name;
+    folder_.write(file.lexically_relative(folder_.path()), content);
+  }
   RepositoryFiles files() const { return RepositoryFiles(data()); }
   std::string home() const { return folder_ / "home"; }
   std::string repository() const { return data().localRepository(); }

@@ -52,13 +52,13 @@ TEST_F(ResticEngineTest, FinishesTheMakingThatACrashCutOff) {
   initialize();
   const std::string id = files().configuration()->repositoryId;
   configure([](RepositoryConfig& configuration) { configuration.repositoryId.clear(); });
-  folder_.write("data/work/making", repository());
+  leaveInWork("making", repository());
   EXPECT_TRUE(engine_.initialize(job_));
   EXPECT_EQ(files().configuration()->repositoryId, id);
   EXPECT_FALSE(std::filesystem::exists(data().work() + "/making"));
 
   configure([](RepositoryConfig& configuration) { configuration.repositoryId.clear(); });
-  folder_.write("data/work/making", repository());
+  leaveInWork("making", repository());
   std::filesystem::remove(repository() + "/config");  // it is written last
   EXPECT_TRUE(engine_.initialize(job_));
   EXPECT_TRUE(engine_.probe(job_));
@@ -105,8 +105,8 @@ TEST_F(ResticEngineTest, TellsAConfigurationThatCannotBeRead) {
 }
 
 TEST_F(ResticEngineTest, SweepsWhatADeadProcessLeft) {
-  folder_.write("data/work/scratch.999999999.location.abc", "x");
-  folder_.write("data/work/making", "y");
+  leaveInWork("scratch.999999999.location.abc", "x");
+  leaveInWork("making", "y");
   const ResticEngine engine(files());
   EXPECT_THAT(leftInWork(), ::testing::ElementsAre("making"));
 }
