@@ -201,6 +201,7 @@ void DaemonServer::keepAlert(const std::string& selector, const PropertyList& di
         link.alerts.pop_front();
       }
       link.alerts.emplace_back(selector, dictionary);
+      isAlertNew_ = true;
     }
   }
   changed_.notify_all();
@@ -243,10 +244,11 @@ void DaemonServer::notify() {
   for (;;) {
     {
       std::unique_lock guard(mutex_);
-      changed_.wait_for(guard, kNotificationInterval, [this] { return stopping_; });
+      changed_.wait_for(guard, kNotificationInterval, [this] { return stopping_ || isAlertNew_; });
       if (stopping_) {
         return;
       }
+      isAlertNew_ = false;
     }
     try {
       tellAlerts();

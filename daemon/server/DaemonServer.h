@@ -78,6 +78,7 @@ class DaemonServer final : public KeldSocketDelegate, public std::enable_shared_
   std::map<const KeldaneSocket*, std::pair<std::shared_ptr<KeldaneSocket>, PeerLink>> peers_;
   std::map<uid_t, std::weak_ptr<UserShare>> shares_;
   bool stopping_ = false;
+  bool isAlertNew_ = false;  // no attempt was made to tell it
   std::thread notifier_;
 };
 
