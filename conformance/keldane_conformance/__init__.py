@@ -1,0 +1,1 @@
+"""Judges daemons and clients by the protocol. Python's standard library alone."""
