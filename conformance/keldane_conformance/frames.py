@@ -85,10 +85,19 @@ class Link:
         self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
         self.socket.settimeout(seconds)
         try:
-            self.socket.connect(path)
+            self._connect(path, time.monotonic() + seconds)
         except OSError as error:
             self.socket.close()
             raise Gone(f"Nobody can be reached at {path}: {error}") from error
+
+    def _connect(self, path: str, end: float) -> None:
+        while True:
+            try:
+                return self.socket.connect(path)
+            except BlockingIOError:  # more want to connect at this moment than may wait for it
+                if time.monotonic() > end:
+                    raise
+                time.sleep(0.01)
 
     def __enter__(self) -> Link:
         return self

@@ -15,6 +15,9 @@ from typing import Any
 from ..frames import HEADER, MARKER, REQUEST, Frame, frame, plist, request_value, response
 from .world import World
 
+# A client that has ended has closed its connection; what it sent is read by then, or soon.
+PATIENCE = 5.0
+
 Twist = Callable[["Turn"], list[bytes] | None]
 
 
@@ -44,6 +47,7 @@ class Received:
 
     frames: list[Frame] = field(default_factory=list)
     problems: list[str] = field(default_factory=list)
+    left: bool = False
 
 
 class PlayedDaemon:
@@ -85,7 +89,8 @@ class PlayedDaemon:
 
     @property
     def frames(self) -> list[Frame]:
-        """Everything that came, connection by connection."""
+        """Everything that came, connection by connection. Waits for what clients sent before they left."""
+        self.wait(lambda: all(received.left for received in self.connections), PATIENCE)
         with self._changed:
             return [each for received in self.connections for each in received.frames]
 
@@ -131,7 +136,7 @@ class PlayedDaemon:
     def _serve(self, peer: socket.socket, received: Received) -> None:
         with contextlib.suppress(OSError, EOFError):
             if self.hangs_up:
-                return self._hang_up(peer)
+                return self._leave(peer, received)
             peer.sendall(self.greeting)
             number = 0
             while True:
@@ -141,20 +146,20 @@ class PlayedDaemon:
                     (received.frames.append(message) if problem is None else received.problems.append(problem))
                     self._changed.notify_all()
                 if problem is not None:
-                    return self._hang_up(peer)
+                    return self._leave(peer, received)
                 value = message.value
                 turn = Turn(value[2], value[5::2], self.world.perform(value[2], value[5::2]), number, value[0] != 0)
                 if turn.selector == "setStateHandler":
                     self._start(self._tell_state, peer)
                 if turn.selector == "terminate" and not self.world.refuses:
-                    return self._hang_up(peer)
+                    return self._leave(peer, received)
                 pieces = self.twist(turn)
                 if pieces is None:
-                    return self._hang_up(peer)
-                for piece in pieces:
+                    return self._leave(peer, received)
+                for piece in filter(None, pieces):  # whoever has left takes nothing, not even no bytes
                     peer.sendall(piece)
                 number += turn.wants_answer
-        return None
+        return self._leave(peer, received)
 
     def _tell_state(self, peer: socket.socket) -> None:
         with contextlib.suppress(OSError):
@@ -162,10 +167,12 @@ class PlayedDaemon:
                 peer.sendall(callback("stateChanged:", self.world.state()))
                 time.sleep(1)
 
-    @staticmethod
-    def _hang_up(peer: socket.socket) -> None:
+    def _leave(self, peer: socket.socket, received: Received) -> None:
         with contextlib.suppress(OSError):
             peer.shutdown(socket.SHUT_RDWR)
+        with self._changed:
+            received.left = True
+            self._changed.notify_all()
 
     @staticmethod
     def _read(peer: socket.socket) -> Frame:
