@@ -31,7 +31,7 @@ def parser() -> argparse.ArgumentParser:
                          help="what the program is for; may be repeated. A daemon: full unless told otherwise. A client: "
                          "basic; with full beside its profile, limits too")
         sub.add_argument("--only", action="append", default=[], metavar="NAME",
-                         help="only checks whose names begin like this; may be repeated")
+                         help="only this check, or those of this room (\"frame\"); may be repeated")
         sub.add_argument("--list", action="store_true", help="print the checks and make none")
         sub.add_argument("--json", action="store_true", help="print JSON instead of TAP")
         sub.add_argument("--timeout", type=float, default=20, metavar="SECONDS",

@@ -72,9 +72,10 @@ class Checks:
         return note
 
     def chosen(self, profiles: Iterable[str], only: Iterable[str]) -> list[Check]:
-        """The checks of some profiles whose names begin with one of `only`, all when there is none."""
-        wanted, names = set(profiles), tuple(only)
-        return [check for check in self.all if check.profile in wanted and (not names or check.name.startswith(names))]
+        """The checks of some profiles; of them those that `only` names, each or by what stands before the stroke."""
+        wanted, names = set(profiles), set(only)
+        return [check for check in self.all if check.profile in wanted
+                and (not names or names & {check.name, check.name.partition("/")[0]})]
 
 
 def expect(holds: object, sentence: str) -> None:

@@ -13,7 +13,7 @@
 namespace keldane {
 
 /// The defaults leave room for a selection of 10,000 files in one request and a listing of 250,000 entries in
-/// one answer. docs/daemon-protocol.md tells the reasons.
+/// one answer. docs/daemon.md tells the reasons.
 struct ServerLimits {
   std::size_t connections = 1024, connectionsOfUser = 512;
   std::uint32_t longestRequest = std::uint32_t{8} << 20;
