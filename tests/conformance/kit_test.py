@@ -1,10 +1,12 @@
 """keldane-conformance against this project's daemon, plug-in and keldanectl, as a user would run it."""
 
+import contextlib
 import json
 import os
 import shlex
 import shutil
 import signal
+import sqlite3
 import subprocess
 import sys
 import tempfile
@@ -12,6 +14,10 @@ import time
 import unittest
 
 SOURCE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")
+sys.path.insert(0, os.path.join(SOURCE, "conformance"))
+
+from keldane_conformance.frames import Link  # noqa: E402
+
 KIT = os.path.join(SOURCE, "conformance", "keldane-conformance")
 DAEMON, MENU, CTL, BUNDLE = (os.environ[name] for name in ("KELDANED", "KELDANE_MENU", "KELDANECTL", "KELDANE_BUNDLE"))
 PATIENCE = 60
@@ -44,7 +50,7 @@ class Place(unittest.TestCase):
         process = subprocess.Popen(self.command, env=environment, stderr=subprocess.DEVNULL)
         self.addCleanup(self.stop, process)
         end = time.monotonic() + PATIENCE
-        while not os.path.exists(self.socket + ".owner"):
+        while not (os.path.exists(self.socket) and os.path.exists(self.socket + ".owner")):
             self.assertLess(time.monotonic(), end, "the daemon did not come up")
             time.sleep(0.02)
 
@@ -73,19 +79,24 @@ class Daemon(Place):
 
     def test_reading_changes_nothing(self):
         self.start()
+        with Link(self.socket, PATIENCE) as link:
+            link.call("addFileToBackup:", self.files)
+            link.call("setFileTypeToggle:toggle:", ".tmp", 7)
+            link.call("setPausedMinutes:", 60)
+            link.call("setValueForProfileKey:withString:", "SkinId", "plain")
+            link.ask("daemonState")
         before = self.everything()
+        self.assertTrue(all(before.values()), before)
         output = kit("daemon", self.socket)
         self.assertIn("TAP version 13\n", output)
         self.assertNotIn("not ok", output)
         self.assertEqual(self.everything(), before)
 
     def everything(self):
-        """What could have been changed: settings and rules as the store keeps them."""
-        import sqlite3  # pylint: disable=import-outside-toplevel
-        with sqlite3.connect(f"file:{self.place}/store?mode=ro", uri=True) as store:
-            return {name: sorted(store.execute(f"SELECT * FROM {name}").fetchall())
-                    for (name,) in store.execute("SELECT name FROM sqlite_master WHERE type = 'table'")
-                    if name in ("rules", "types", "settings", "profile")}
+        """What clients can change, as the store keeps it. When the daemon did something last is its own."""
+        with contextlib.closing(sqlite3.connect(f"file:{self.place}/store?mode=ro", uri=True)) as store:
+            return {name: sorted(row for row in store.execute(f"SELECT * FROM {name}") if not str(row[0]).startswith("last"))
+                    for name in ("rules", "types", "settings", "profile")}
 
 
 class Clients(unittest.TestCase):

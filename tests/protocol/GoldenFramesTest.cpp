@@ -74,7 +74,8 @@ TEST(GoldenFrames, AreWrittenWithTheSameMeaning) {
 
 TEST(GoldenFrames, HoldValuesThatSurviveTheirTypeCodes) {
   std::string codes;
-  for (const Json& frame : referenceFile("frames/values.json")["frames"]) {
+  const Json values = referenceFile("frames/values.json");
+  for (const Json& frame : values["frames"]) {
     SCOPED_TRACE(frame["name"]);
     const PropertyList request = payloadOf(frame);
     const std::string code = frame["code"];
@@ -89,7 +90,8 @@ TEST(GoldenFrames, HoldValuesThatSurviveTheirTypeCodes) {
 
 TEST(GoldenFrames, MakeNodesThatHoldTheSame) {
   int nodes = 0;
-  for (const Json& frame : referenceFile("frames/answers.json")["frames"]) {
+  const Json answers = referenceFile("frames/answers.json");
+  for (const Json& frame : answers["frames"]) {
     if (!frame["meaning"].is_object() || !frame["meaning"].contains("fileName")) {
       continue;
     }

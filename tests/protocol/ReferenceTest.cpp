@@ -142,8 +142,12 @@ TEST(Reference, HasTheRulesForTypesAndTheLimits) {
 }
 
 TEST(Reference, HasTheTypesOfFiles) {
-  for (const auto& [name, type] : {std::pair("letter.txt", ".txt"), {"archive.tar.gz", ".gz"}, {"LETTER.TXT", ".TXT"},
-                                   {"letter", "."}, {".profile", "."}, {"letter.", "."}}) {
+  for (const auto& [name, type] : {std::pair("letter.txt", ".txt"),
+                                   {"archive.tar.gz", ".gz"},
+                                   {"LETTER.TXT", ".TXT"},
+                                   {"letter", "."},
+                                   {".profile", "."},
+                                   {"letter.", "."}}) {
     EXPECT_EQ(fileType(std::string("/home/ann/") + name), type) << name;
   }
 }
