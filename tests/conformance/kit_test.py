@@ -135,6 +135,18 @@ class Usage(unittest.TestCase):
                 self.assertRegex(why, r"^    \S.*\.$")
                 self.assertTrue(os.path.isfile(os.path.join(SOURCE, "docs", "protocol", page.strip())), page)
 
+    def test_what_is_installed_runs_by_itself(self):
+        place = self.enterContext(tempfile.TemporaryDirectory())
+        subprocess.run([os.environ["CMAKE"], "--install", os.environ["KELDANE_BUILD"], "--component", "dev", "--prefix", place],
+                       check=True, stdout=subprocess.DEVNULL)
+        words = [sys.executable, "-B", os.path.join(place, "bin", "keldane-conformance"), "daemon", "--list"]
+        environment = {key: value for key, value in os.environ.items() if key != "KELDANE_PROTOCOL"}
+        output = subprocess.run(words, check=True, capture_output=True, text=True, cwd="/", env=environment).stdout
+        self.assertEqual(output, kit("daemon", "--list"))
+        for page in ("protocol/README.md", "examples/minimum_daemon.py", "examples/file_status.py"):
+            found = [folder for folder, _, _ in os.walk(place) if os.path.isfile(os.path.join(folder, page))]
+            self.assertEqual(len(found), 1, page)
+
     def test_a_wrong_use_is_said(self):
         for words in (["daemon"], ["client"], [], ["daemon", "x", "--destructive"], ["daemon", "x", "--profile", "none"]):
             kit(*words, status=2)

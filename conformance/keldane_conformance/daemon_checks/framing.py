@@ -174,6 +174,18 @@ def golden_requests(context: DaemonContext) -> None:
             expect_in_step(context, link, f"After the golden request {entry['name']}")
 
 
+@CHECKS.check("frame/golden-malformed", "What is no message is passed over or ends the connection, as it is written down.",
+              "frames/malformed.json")
+def golden_malformed(context: DaemonContext) -> None:
+    for entry in reference.golden("malformed"):
+        with context.link() as link:
+            link.send(bytes.fromhex("".join(entry["bytes"])))
+            if entry["endsTheConnection"]:
+                expect(link.ended(context.seconds), f"the connection stays after {entry['name']}")
+            else:
+                expect_in_step(context, link, f"After {entry['name']}")
+
+
 @CHECKS.check("frame/other-formats", "A reader takes every published form of property list, whatever it writes itself.",
               "frame.md", profile="full")
 def other_formats(context: DaemonContext) -> None:
