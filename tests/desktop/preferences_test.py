@@ -8,7 +8,7 @@ import unittest
 
 import desktop
 from desktop import act, child, eventually, is_on, set_text, set_value, value_of
-from harness import PATIENCE, Case, Keldaned
+from harness import BUNDLE, PATIENCE, Case, Keldaned
 from recording_daemon import ENABLED, node
 
 PREFERENCES = os.environ["KELDANE_PREFERENCES"]
@@ -325,6 +325,14 @@ class WithStrangeDaemons(PreferencesCase):
             self.assertLess(time.monotonic() - begin, 1, number)
         self.close()
         self.assertEqual(self.program.process.wait(PATIENCE), 0)
+
+
+class ByTheProtocol(PreferencesCase):
+    def test_it_stands_what_a_client_must(self):
+        kit = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "conformance", "keldane-conformance")
+        result = subprocess.run([kit, "client", "--profile", "preferences", "--bundle", BUNDLE, "--", PREFERENCES, "--bundle",
+                                 "{bundle}"], capture_output=True, text=True, check=False)
+        self.assertEqual(result.returncode, 0, result.stdout)
 
 
 class WithoutADaemon(PreferencesCase):
