@@ -10,6 +10,7 @@ import plistlib
 import socket
 import struct
 import sys
+from typing import Any
 
 MARKER = b"8A2E4C19-5D73-4B8F-A0E6-C93B17F52D04"
 REQUEST, RESPONSE = 1, 2
@@ -17,7 +18,7 @@ LONGEST_ANSWER = 64 << 20  # of one file; what claims more is no daemon
 CHECKED, ENABLED = 0x1, 0x2
 
 
-def read(link, count):
+def read(link: socket.socket, count: int) -> bytes:
     """Exactly so many bytes."""
     data = bytearray()
     while len(data) < count:
@@ -28,9 +29,9 @@ def read(link, count):
     return bytes(data)
 
 
-def ask(link, selector, *arguments, returns="@", width=8):
+def ask(link: socket.socket, selector: str, *arguments: tuple[str, Any], returns: str = "@", width: int = 8) -> Any:
     """Calls a method and waits for its answer; each argument is a pair of its type code and its value."""
-    request = [width, returns, selector, len(arguments)]
+    request: list[Any] = [width, returns, selector, len(arguments)]
     for code, value in arguments:
         request += [code, value]
     payload = plistlib.dumps(request, fmt=plistlib.FMT_BINARY)
@@ -49,13 +50,14 @@ def ask(link, selector, *arguments, returns="@", width=8):
                 return None
 
 
-def value_of(node, key, kind, otherwise):
+def value_of(node: dict[str, Any], key: str, kind: type, otherwise: Any) -> Any:
     """A value of the node; what is missing or of another kind reads as the default."""
     value = node.get(key)
     return value if isinstance(value, kind) else otherwise
 
 
-def main(arguments):
+def main(arguments: list[str]) -> int:
+    """The program. Returns its exit status."""
     if len(arguments) != 2:
         print("usage: file_status.py SOCKET PATH", file=sys.stderr)
         return 2

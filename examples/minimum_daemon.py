@@ -12,6 +12,7 @@ import socketserver
 import struct
 import sys
 import threading
+from typing import Any
 
 MARKER = b"8A2E4C19-5D73-4B8F-A0E6-C93B17F52D04"
 REQUEST, RESPONSE = 1, 2
@@ -31,13 +32,13 @@ TYPE_BACK_UP, TYPE_EXCLUDE = 6, 7
 class Rules:
     """What is to be backed up. One lock, because each connection has a thread."""
 
-    def __init__(self):
+    def __init__(self) -> None:
         self.lock = threading.Lock()
-        self.paths = {}  # True: included, False: excluded
-        self.types = {}
-        self.preferred = set()
+        self.paths: dict[str, bool] = {}  # True: included, False: excluded
+        self.types: dict[str, int] = {}
+        self.preferred: set[str] = set()
 
-    def selected(self, path, is_folder):
+    def selected(self, path: str, is_folder: bool) -> bool:
         """The first of these that exists decides: the item's own rule, its type's, the nearest folder's."""
         if path in self.paths:
             return self.paths[path]
@@ -51,12 +52,12 @@ class Rules:
         return False
 
 
-def file_extension(path):
+def file_extension(path: str) -> str:
     """What follows the last point of the name; nothing for a name that only begins with one."""
     return os.path.splitext(path)[1][1:]
 
 
-def usable(path):
+def usable(path: Any) -> str | None:
     """The path in its one spelling; None for what is no absolute path."""
     if not isinstance(path, str) or not path.startswith("/") or "\0" in path:
         return None
@@ -66,10 +67,11 @@ def usable(path):
 class Methods:
     """The methods that menus call. Whatever a client sends, nothing here may raise."""
 
-    def __init__(self, rules):
+    def __init__(self, rules: Rules) -> None:
         self.rules = rules
 
-    def node(self, path, _sizes=0):
+    def node(self, path: Any, _sizes: Any = 0) -> dict[str, Any] | None:
+        """What is known of one item; None for what is not there."""
         path = usable(path)
         try:
             status = os.lstat(path) if path else None
@@ -93,21 +95,24 @@ class Methods:
                 "totalCount": 0 if is_folder else 1, "size": 0 if is_folder else status.st_size,
                 "uid": status.st_uid, "gid": status.st_gid}
 
-    def set_rule(self, path, included):
+    def set_rule(self, path: Any, included: bool) -> None:
+        """Includes or excludes an item by a rule of its own."""
         path = usable(path)
         if path:
             self.rules.paths[path] = included
 
-    def prefer(self, path):
+    def prefer(self, path: Any) -> None:
+        """Prefers a file that is to be backed up."""
         path = usable(path)
         if path and os.path.isfile(path) and self.rules.selected(path, False):
             self.rules.preferred.add(path)
 
-    def set_type(self, kind, toggle):
+    def set_type(self, kind: Any, toggle: Any) -> None:
+        """Sets the rule for a file type."""
         if isinstance(kind, str) and toggle in (TYPE_BACK_UP, TYPE_EXCLUDE):
             self.rules.types[kind] = toggle
 
-    def perform(self, selector, arguments):
+    def perform(self, selector: str, arguments: list[Any]) -> Any:
         """The answer of a method. KeyError for one that this daemon does not know."""
         method, count = {
             "dictionaryForPath:withDirSizes:": (self.node, 2),
@@ -125,7 +130,8 @@ class Methods:
 class Connection(socketserver.StreamRequestHandler):
     """One client. Requests are answered in their order."""
 
-    def handle(self):
+    def handle(self) -> None:
+        """Reads frames until the client leaves."""
         while (marker := self.rfile.read(len(MARKER))) and len(marker) == len(MARKER):
             if marker != MARKER:
                 continue  # out of step: the next 36 bytes may be a marker
@@ -136,7 +142,8 @@ class Connection(socketserver.StreamRequestHandler):
             if kind == REQUEST:
                 self.answer(payload)
 
-    def answer(self, payload):
+    def answer(self, payload: bytes) -> None:
+        """Performs one request."""
         try:
             width, _, selector, count, *pairs = plistlib.loads(payload)
             value = self.server.methods.perform(selector, pairs[1:2 * count:2])
@@ -148,10 +155,12 @@ class Connection(socketserver.StreamRequestHandler):
 
 
 class Server(socketserver.ThreadingUnixStreamServer):
+    """Listens, with a thread for each client."""
+
     daemon_threads = True
     methods = Methods(Rules())
 
-    def handle_error(self, request, client_address):
+    def handle_error(self, request: Any, client_address: Any) -> None:
         """A client that left within a message is no error."""
 
 

@@ -111,7 +111,8 @@ class Clients(unittest.TestCase):
 
     def test_a_client_that_follows_passes(self):
         """What the preferences do with the state, keldanectl does without a window."""
-        kit("client", "--profile", "preferences", "--only", "follow", "--bundle", BUNDLE, "--", CTL, "--bundle", "{bundle}", "watch", "--json")
+        kit("client", "--profile", "preferences", "--only", "follow", "--bundle", BUNDLE, "--", CTL, "--bundle", "{bundle}",
+            "watch", "--json")
 
     def test_bad_clients_are_found(self):
         script = "import os,socket,sys; link=socket.socket(socket.AF_UNIX); link.connect(sys.argv[1]); "

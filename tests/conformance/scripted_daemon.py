@@ -67,6 +67,29 @@ FAULTS: dict[str, str] = {
     "tells everybody of restore windows": "callbacks/wizard",
     "reads a message of any length": "limits/too-long",
     "carries too long a list out": "limits/too-many-paths",
+    "hangs up after an answer": "frame/stray-answer",
+    "reads the binary format alone": "frame/other-formats",
+    "wants its own type codes": "answer/senders-codes",
+    "wants the right number of arguments": "answer/arguments",
+    "answers nothing for a number": "answer/menu",
+    "gives users no names": "answer/users",
+    "takes folders for files": "node/folder",
+    "tells no sizes": "node/size",
+    "takes a percent sign for more than it is": "node/names-as-they-are",
+    "does not measure folders": "node/folder-sizes",
+    "lists a file": "children/schema",
+    "does not show whose rule it is": "rules/add",
+    "takes an exclusion for the end of a rule": "rules/remove",
+    "does not show rules below a folder": "rules/partly",
+    "answers 0 whatever happens": "rules/answers",
+    "takes the first path of a list": "rules/lists",
+    "takes paths as they are written": "rules/normalized",
+    "cuts values short": "settings/profile",
+    "keeps no other setting": "settings/full",
+    "tells the state once": "callbacks/change",
+    "takes short requests alone": "limits/many-paths",
+    "waits for whoever does not read": "limits/slow-reader",
+    "takes ten connections": "limits/connections",
 }
 
 
@@ -78,6 +101,8 @@ class Connection(example.Connection):
     def setup(self) -> None:
         super().setup()
         self.sending = threading.Lock()
+        if len(self.server.connections) >= 10 and self.server.fault == "takes ten connections":
+            self.request.shutdown(socket.SHUT_RDWR)
         self.wants_state = self.wants_alerts = False
         self.told: Any = None
         with self.server.lock:
@@ -108,6 +133,10 @@ class Connection(example.Connection):
             if length > example.LONGEST_REQUEST and fault != "reads a message of any length":
                 return None
             payload = self.rfile.read(length)
+            if kind == example.RESPONSE and fault == "hangs up after an answer":
+                return None
+            if length > 100_000 and fault == "takes short requests alone":
+                return None
             if kind == example.REQUEST or fault == "answers frames of unknown types":
                 self.answer(payload)
         return None
@@ -129,6 +158,8 @@ class Connection(example.Connection):
 
     def answer(self, payload: bytes) -> None:
         fault = self.server.fault
+        if fault == "reads the binary format alone" and not payload.startswith(b"bplist00"):
+            return
         try:
             value = plistlib.loads(payload)
         except Exception as error:
@@ -144,6 +175,8 @@ class Connection(example.Connection):
             if fault == "answers what it does not know" and width:
                 self.respond(None)
             return
+        if not self.understands(value):
+            return
         self.subscribe(selector)
         try:
             answer = self.methods.perform(selector, value[5:5 + 2 * count:2])
@@ -153,6 +186,12 @@ class Connection(example.Connection):
             answer = None
         if reference.signatures()[selector][0] != "v" or fault == "answers calls that return nothing":
             self.respond(answer)
+
+    def understands(self, value: list[Any]) -> bool:
+        """Whether the arguments are as this daemon wants them. One that is right takes them all."""
+        codes = reference.signatures()[value[2]][1]
+        return not (self.server.fault == "wants its own type codes" and "".join(value[4::2]) != codes
+                    or self.server.fault == "wants the right number of arguments" and value[3] != len(codes))
 
     def respond(self, value: Any) -> None:
         """Writes a response, with the fault of this daemon."""
@@ -170,7 +209,8 @@ class Connection(example.Connection):
 
     def write(self, data: bytes) -> None:
         """Sends a whole frame."""
-        with self.sending:
+        waits = self.server.fault == "waits for whoever does not read"
+        with self.server.one_at_a_time if waits else self.sending:
             self.request.sendall(data)
 
     # --- Callbacks ---
@@ -180,7 +220,8 @@ class Connection(example.Connection):
         ends = self.server.fault != "goes on telling the state"
         if selector in ("setStateHandler", "endStateHandler"):
             self.wants_state = selector.startswith("set") or not ends
-            self.told = None if selector.startswith("set") else self.told
+            if self.server.fault != "tells the state once":
+                self.told = None if selector.startswith("set") else self.told
         elif selector in ("setAlertHandler", "endAlertHandler"):
             self.wants_alerts = selector.startswith("set")
 
@@ -227,7 +268,7 @@ class Server(example.Server):
                 connections = [each for each in self.connections if each.wants_state]
             state = self.methods.state()
             for each in connections:
-                if each.told != state:
+                if each.told != state and not (each.told and self.fault == "tells the state once"):
                     try:
                         each.tell("stateChanged:", state)
                         each.told = state

@@ -68,18 +68,20 @@ class Methods(example.Methods):
     def node(self, path: Any, sizes: Any = 0) -> dict[str, Any] | None:
         if self.fault == "hangs up for an argument of another kind" and not isinstance(path, str):
             raise ConnectionError
+        if self.fault == "takes a percent sign for more than it is" and isinstance(path, str):
+            path = path.replace("%41", "A")
         node = super().node(path)
         if node is None and self.fault == "knows what does not exist" and example.usable(path):
             return {**super().node("/"), "path": path}
         if node is None:
             return None
-        if sizes and node["isDirectory"]:
+        if sizes and node["isDirectory"] and self.fault != "does not measure folders":
             files = [os.path.join(place, name) for place, _, names in os.walk(node["path"]) for name in names]
             node.update(size=sum(os.path.getsize(each) for each in files), totalCount=len(files))
         if self.barred(node["path"]):
             node.update(simpleFlags=node["simpleFlags"] if self.fault == "lets what is barred be changed" else 0,
                         backupFlags=0x240)
-        elif node["isDirectory"] and any(each.startswith(node["path"].rstrip("/") + "/") for each in self.rules.paths):
+        elif node["isDirectory"] and self.fault != "does not show rules below a folder" and any(each.startswith(node["path"].rstrip("/") + "/") for each in self.rules.paths):
             node["simpleFlags"] |= 0x4
         return self.spoilt(node)
 
@@ -93,6 +95,12 @@ class Methods(example.Methods):
             node["backupFlags"] -= 1 << 31
         elif self.fault == "names a file by its whole path":
             node["fileName"] = node["path"]
+        elif self.fault == "takes folders for files":
+            node["isDirectory"] = False
+        elif self.fault == "tells no sizes":
+            node["size"] = 0
+        elif self.fault == "does not show whose rule it is":
+            node["backupFlags"] &= ~(example.INCLUDE | example.EXCLUDE)
         return node
 
     @staticmethod
@@ -102,8 +110,10 @@ class Methods(example.Methods):
 
     def set_rule(self, path: Any, included: bool | None) -> int:
         """Sets or removes a rule; an error number of the system."""
-        usable = example.usable(path)
-        if not usable:
+        usable = path if self.fault == "takes paths as they are written" and isinstance(path, str) else example.usable(path)
+        if self.fault == "takes an exclusion for the end of a rule" and included is False:
+            included = None
+        if not usable and self.fault != "answers 0 whatever happens":
             return errno.EACCES if isinstance(path, str) else errno.EINVAL
         if self.barred(usable) and self.fault != "takes rules for what is barred":
             return errno.EPERM
@@ -114,6 +124,15 @@ class Methods(example.Methods):
         else:
             self.rules.paths[usable] = included
         return 0
+
+    def set_rules(self, paths: Any) -> None:
+        """Includes each of a list."""
+        for path in paths[:1] if self.fault == "takes the first path of a list" else paths:
+            self.set_rule(path, True)
+
+    def set_profile(self, key: Any, text: Any) -> None:
+        """Keeps a profile value."""
+        self.profile[key] = text[:100] if self.fault == "cuts values short" else text
 
     def prefer(self, path: Any) -> None:
         if self.fault == "prefers what is excluded":
@@ -150,7 +169,7 @@ class Methods(example.Methods):
         """A listing."""
         folder = example.usable(path)
         if not folder or not os.path.isdir(folder):
-            return None
+            return [] if self.fault == "lists a file" else None
         nodes = [self.node(os.path.join(folder, name)) for name in sorted(os.listdir(folder))]
         return nodes[1:] if self.fault == "leaves an entry out of a listing" else nodes
 
@@ -168,6 +187,8 @@ class Methods(example.Methods):
 
     def user(self, user: Any) -> str | None:
         """The name of a user."""
+        if self.fault == "gives users no names":
+            return str(user)
         try:
             return user if isinstance(user, str) else pwd.getpwuid(user).pw_name
         except (KeyError, TypeError):
@@ -185,6 +206,8 @@ class Methods(example.Methods):
             answer = self.own(selector, arguments)
         if self.fault == "answers a boolean for a number" and returns == "c":
             return bool(answer)
+        if self.fault == "answers nothing for a number" and returns in "cI":
+            return None
         return answer
 
     def own(self, selector: str, arguments: list[Any]) -> Any:
@@ -196,7 +219,7 @@ class Methods(example.Methods):
             "removeFileFromBackup:": lambda path: self.set_rule(path, False),
             "excludeFileFromBackup:": lambda path: self.set_rule(path, False),
             "unexcludeFileFromBackup:": lambda path: self.set_rule(path, None),
-            "addFilesToBackup:": lambda paths: [self.set_rule(path, True) for path in paths],
+            "addFilesToBackup:": self.set_rules,
             "setPriorityBackup:": self.prefer, "setFileTypeToggle:toggle:": self.set_type,
             "getFileTypeToggle:": lambda kind: self.rules.types.get(str(kind), 0),
             "policyExcludeList": lambda: list(POLICY), "excludedFiles:": self.excluded,
@@ -205,14 +228,15 @@ class Methods(example.Methods):
             "stringForState:": lambda index: None if self.value(index) is None else str(self.value(index)),
             "stringValueForProfileKey:": lambda key: self.profile.get(
                 key, "" if self.fault == "has an empty text for a missing profile value" else None),
-            "setValueForProfileKey:withString:": self.profile.__setitem__, "computerNumber": lambda: 1,
+            "setValueForProfileKey:withString:": self.set_profile, "computerNumber": lambda: 1,
             "showRestoreWizard": self.server.show_wizard, "terminate": lambda: None,
         }
         if selector in known:
             return known[selector](*arguments)
         label = selector.rstrip(":")
         if label.startswith("set") and label[3:4].lower() + label[4:] in self.settings:
-            if self.fault != "does not switch":
+            kept = label in ("setPausedMinutes", "setAutomaticMode", "setLowerPriorityMode", "setRecoverMode")
+            if self.fault != "does not switch" and (kept or self.fault != "keeps no other setting"):
                 self.settings[label[3:4].lower() + label[4:]] = arguments[0]
             return None
         if label in self.settings:

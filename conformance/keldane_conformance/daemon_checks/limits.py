@@ -55,13 +55,14 @@ def nesting(context: DaemonContext) -> None:
 
 @CHECKS.check("limits/slow-reader", "Who asks and does not read holds up nobody else.", "connection.md", profile="full")
 def slow_reader(context: DaemonContext) -> None:
+    question = request("childrenDictionariesForPath:", SOME_FOLDER)
     with contextlib.ExitStack() as stack:
         for _ in range(4):
             link = stack.enter_context(context.link())
-            link.socket.setblocking(False)
-            with contextlib.suppress(BlockingIOError, OSError):
-                for _ in range(200):
-                    link.socket.send(request("childrenDictionariesForPath:", SOME_FOLDER))
+            link.socket.settimeout(0.2)
+            with contextlib.suppress(TimeoutError, OSError):
+                for _ in range(1000):  # until the daemon reads no more, since nobody reads its answers
+                    link.socket.sendall(question)
         with context.link() as other:
             expect_in_step(context, other, "While four clients do not read")
 
