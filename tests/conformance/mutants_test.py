@@ -1,26 +1,47 @@
-"""The kit passes a right daemon and finds each fault of a wrong one."""
+"""The kit passes what is right and finds each fault of what is wrong: of a daemon, and of a client."""
 
 import contextlib
 import io
 import json
 import os
+import sys
 import tempfile
 import unittest
 
+from faulty_client import FAULTS as CLIENT_FAULTS
 from scripted_daemon import FAULTS, Server
 
 from keldane_conformance.command import main
 
 
-def judge(server_path: str, scratch: str, *options: str) -> dict:
+CLIENT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "faulty_client.py")
+
+
+def kit(*words: str) -> dict:
     """The kit's answer in JSON."""
     output = io.StringIO()
     with contextlib.redirect_stdout(output):
-        main(["daemon", server_path, "--json", "--destructive", "--scratch", scratch, *options])
+        main([*words])
     return json.loads(output.getvalue())
 
 
-class Mutants(unittest.TestCase):
+def judge(server_path: str, scratch: str, *options: str) -> dict:
+    """What the kit says of a daemon."""
+    return kit("daemon", server_path, "--json", "--destructive", "--scratch", scratch, *options)
+
+
+class Clients(unittest.TestCase):
+    """That the client without a fault passes is tested with the examples."""
+
+    def test_each_fault_is_found(self) -> None:
+        for fault, check in CLIENT_FAULTS.items():
+            with self.subTest(fault):
+                answer = kit("client", "--json", "--only", check, "--timeout", "3", "--", sys.executable, "-B", CLIENT, fault,
+                             "{socket}", "{file}")
+                self.assertEqual([row["status"] for row in answer["checks"]], ["failed"], answer)
+
+
+class Daemons(unittest.TestCase):
     def setUp(self) -> None:
         self.place = self.enterContext(tempfile.TemporaryDirectory())
         self.scratch = os.path.join(self.place, "scratch")
