@@ -74,7 +74,7 @@ class Daemon(Place):
         answer = json.loads(kit("daemon", self.socket, "--json", "--destructive", "--scratch", self.files, "--restart", restart))
         self.assertGreater(len(answer["checks"]), 80)
         skipped = {check["name"] for check in answer["checks"] if check["status"] == "skipped"}
-        self.assertEqual(skipped, set() if os.geteuid() == 0 else {"others/reading", "others/changing"})
+        self.assertLessEqual(skipped, {"others/reading", "others/changing"})  # for root only, and where others can connect
         self.assertEqual(os.listdir(self.files), [])
 
     def test_reading_changes_nothing(self):

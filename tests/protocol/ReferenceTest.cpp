@@ -19,8 +19,10 @@ const Json& tables() {
   return json;
 }
 
+constexpr char kAdvice[] = "Mend docs/protocol/protocol.json and run scripts/protocol-tables.";
+
 void expectMethods(const Protocol& protocol, const Json& table) {
-  ASSERT_EQ(table.size(), protocol.methods.size());
+  ASSERT_EQ(table.size(), protocol.methods.size()) << kAdvice;
   for (std::size_t i = 0; i < table.size(); ++i) {
     const MethodSignature& method = protocol.methods[i];
     std::string codes;
@@ -42,7 +44,7 @@ TEST(Reference, HasTheCallbacks) { expectMethods(KeldaneClientProtocol, tables()
 
 TEST(Reference, HasTheMethodsOfTheSecondSocket) {
   const Json& selectors = tables()["ownerMethods"];
-  ASSERT_EQ(selectors.size(), KeldaneOwnerProtocol.methods.size());
+  ASSERT_EQ(selectors.size(), KeldaneOwnerProtocol.methods.size()) << kAdvice;
   for (std::size_t i = 0; i < selectors.size(); ++i) {
     EXPECT_EQ(selectors[i], KeldaneOwnerProtocol.methods[i].selector);
   }

@@ -11,7 +11,7 @@ from .played import PlayedDaemon, Turn, callback
 from .world import World
 
 # A client asks every two seconds, and tries every second to connect again.
-SOON = 12.0
+SOON = 30.0
 
 
 def wait_for_questions(daemon: PlayedDaemon, count: int, what: str) -> None:

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import datetime
+import errno
 import os
 from collections.abc import Callable
 from typing import Any
@@ -75,10 +76,15 @@ class World:
             return self.settings[label[:1].upper() + label[1:]]
         return 0 if reference.signatures().get(selector, ("@",))[0] in "cIqQ" else None
 
-    def rule(self, path: str, included: bool) -> None:
-        """Keeps a rule, unless this daemon refuses."""
-        if not self.refuses:
+    def rule(self, path: str, included: bool | None) -> int:
+        """Keeps a rule, or removes it, unless this daemon refuses. The answer is a number of the system's errors."""
+        if self.refuses:
+            return errno.EACCES
+        if included is None:
+            self.rules.pop(path, None)
+        else:
             self.rules[path] = included
+        return 0
 
     def prefer(self, path: str) -> None:
         """Keeps a preference."""
@@ -117,6 +123,8 @@ _METHODS: dict[str, Answer] = {
     "daemonState": World.state,
     "addFileToBackup:": lambda world, path: world.rule(path, True),
     "removeFileFromBackup:": lambda world, path: world.rule(path, False),
+    "excludeFileFromBackup:": lambda world, path: world.rule(path, False),
+    "unexcludeFileFromBackup:": lambda world, path: world.rule(path, None),
     "setPriorityBackup:": World.prefer,
     "setFileTypeToggle:toggle:": World.set_type,
     "getFileTypeToggle:": lambda world, kind: world.types.get(kind, 0),

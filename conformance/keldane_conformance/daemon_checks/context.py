@@ -34,6 +34,7 @@ class DaemonContext:
         self.seconds = seconds
         self.restart = restart
         self.files = ""
+        self.types: set[str] = set()
         self._ruled: list[str] = []
         if scratch:
             self.files = tempfile.mkdtemp(prefix="keldane-conformance-", dir=os.path.realpath(scratch))
@@ -44,6 +45,8 @@ class DaemonContext:
             return
         with contextlib.suppress(Gone, Silent):
             with self.link() as link:
+                for kind in self.types:
+                    link.call("setFileTypeToggle:toggle:", kind, 0)  # which some daemons take for the end of the rule
                 for path in [*self._ruled, self.files]:
                     link.call("unexcludeFileFromBackup:", path)
                 link.seconds = 2

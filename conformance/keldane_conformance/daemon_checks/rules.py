@@ -4,15 +4,13 @@ from __future__ import annotations
 
 import errno
 import os
-from collections.abc import Iterator
-from contextlib import contextmanager
 
 from .. import reference
 from ..frames import Link
 from ..report import Skip, expect
 from .context import CHECKED, CHECKS, GRAYED, OWN_EXCLUDE, OWN_INCLUDE, SELECTED, DaemonContext, expect_kind
 
-BACK_UP, EXCLUDE = (reference.protocol()["typeToggles"][word] for word in ("backUp", "exclude"))
+EXCLUDE = reference.protocol()["typeToggles"]["exclude"]
 PRIORITY_CHECKED = reference.flag("Backup_Simple_Priority_Checked")
 BACKED_UP = reference.flag("Backup_BackedUp")
 
@@ -87,11 +85,11 @@ def own_rule_first(context: DaemonContext) -> None:
         context.expect_in_backup(link, other, True, "Only another file is excluded")
 
 
-@contextmanager
-def type_rule(link: Link, toggle: int, kind: str = "." + EXTENSION) -> Iterator[None]:
-    """A rule for a type. There is no way to take one back, so it is one of a type that nothing else has."""
-    link.call("setFileTypeToggle:toggle:", kind, toggle)
-    yield
+def exclude_type(context: DaemonContext, link: Link) -> None:
+    """A rule for a type that nothing else has, since not every daemon can take one back."""
+    kind = "." + EXTENSION
+    context.types.add(kind)
+    link.call("setFileTypeToggle:toggle:", kind, EXCLUDE)
 
 
 @CHECKS.check("rules/types", "The rule for a file's type comes before its folder's, and after its own.", "rules.md",
@@ -102,11 +100,11 @@ def types(context: DaemonContext) -> None:
     with context.link() as link:
         context.include(link, context.folder("types"))
         context.include(link, own)
-        with type_rule(link, EXCLUDE):
-            toggle = link.ask("getFileTypeToggle:", "." + EXTENSION)
-            expect(toggle == EXCLUDE, f"a type was excluded, and its rule is {toggle}")
-            context.expect_in_backup(link, included, False, "The folder is included and the type excluded")
-            context.expect_in_backup(link, own, True, "The type is excluded and the file itself included")
+        exclude_type(context, link)
+        toggle = link.ask("getFileTypeToggle:", "." + EXTENSION)
+        expect(toggle == EXCLUDE, f"a type was excluded, and its rule is {toggle}")
+        context.expect_in_backup(link, included, False, "The folder is included and the type excluded")
+        context.expect_in_backup(link, own, True, "The type is excluded and the file itself included")
         link.call("setFileTypeToggle:toggle:", "." + EXTENSION, 5)
         toggle = link.ask("getFileTypeToggle:", "." + EXTENSION)
         expect(toggle == EXCLUDE, f"5 is no rule for a type, and has made it {toggle}")
@@ -123,12 +121,12 @@ def type_names(context: DaemonContext) -> None:
     folder = context.folder(f"typenames/folder.{EXTENSION}")
     with context.link() as link:
         context.include(link, place)
-        with type_rule(link, EXCLUDE):
-            for name in has:
-                context.expect_in_backup(link, os.path.join(place, name), False, "It is of the excluded type")
-            for name in has_not:
-                context.expect_in_backup(link, os.path.join(place, name), True, "It is of another type")
-            context.expect_in_backup(link, folder, True, "A folder has no type")
+        exclude_type(context, link)
+        for name in has:
+            context.expect_in_backup(link, os.path.join(place, name), False, "It is of the excluded type")
+        for name in has_not:
+            context.expect_in_backup(link, os.path.join(place, name), True, "It is of another type")
+        context.expect_in_backup(link, folder, True, "A folder has no type")
 
 
 @CHECKS.check("rules/priority", "\"As soon as possible\" sends a rule and then the preference, and the menu does not offer "

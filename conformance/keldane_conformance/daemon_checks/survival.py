@@ -59,6 +59,7 @@ def survives_kill(context: DaemonContext) -> None:
     with context.link() as link:
         context.include(link, included)
         context.include(link, excluded, False)
+        context.types.add(kind)
         link.call("setFileTypeToggle:toggle:", kind, EXCLUDE)
         expect(context.flags(link, included)[0] & OWN_INCLUDE, "the rule was not taken")
         expect(context.flags(link, excluded)[0] & OWN_EXCLUDE, "the rule was not taken")
