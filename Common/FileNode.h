@@ -107,8 +107,8 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   /// The same with "children", all the way down, wherever a child list exists.
   PropertyList recursiveDictionary();
   /// A node of the same class beside this one: the same parent, names, dates, state, sizes and selection, and
-  /// a child list of its own with the same children in it, which cannot be changed. A copy has no flags, no
-  /// colour and no stored path; that is on purpose.
+  /// a child list of its own with the same children in it, which cannot be changed unless it is empty. A copy
+  /// has no flags, no colour and no stored path; that is on purpose.
   Pointer copy();
 
   Pointer parent() const;
@@ -132,6 +132,7 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   const PropertyList& version() const { return version_; }
   void setVersion(PropertyList version) { version_ = std::move(version); }
   const PropertyList& purgeDate() const { return purgeDate_; }
+  void setPurgeDate(PropertyList date) { purgeDate_ = std::move(date); }
   std::uint32_t totalCount() const { return totalCount_; }
   void setTotalCount(std::uint32_t count) { totalCount_ = count; }
   const PropertyList& state() const { return state_; }
@@ -143,6 +144,9 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   bool inPolicy() const { return inPolicy_; }
   void setInPolicy(bool inPolicy) { inPolicy_ = inPolicy; }
   PropertyList inPolicyValue() const { return PropertyList::boolean(inPolicy_); }
+  /// An icon of whatever kind its producer makes; copies share it.
+  const std::shared_ptr<const void>& image() const { return image_; }
+  void setImage(std::shared_ptr<const void> image) { image_ = std::move(image); }
 
   /// Bytes of this item and of all below it that is loaded; `size` is the same as a number object.
   std::uint64_t sizeValue();
@@ -174,11 +178,11 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   Pointer nodeAtPath(std::string_view path);
   /// Detaches that node from its parent, if there is one.
   void removeNodeAtPath(std::string_view path);
-  /// Sorts the child list and those of all below. Throws InvalidArgument for an unknown key, and for a copy
-  /// that has children.
+  /// Sorts the child list and those of all below; without a child list it does nothing. Throws
+  /// InvalidArgument for an unknown key, and for a copy that has children.
   void sortUsingDescriptors(const std::vector<SortDescriptor>& descriptors);
-  /// A field, or anything else that an accessor answers, by the accessor's name. Throws InvalidArgument when
-  /// there is none.
+  /// What an accessor answers that answers a text, number, boolean or date, by the accessor's name. Throws
+  /// InvalidArgument for any other name, such as that of the parent, the children and the image.
   PropertyList valueForKey(std::string_view key);
   /// Whether any child is a folder, and whether any is not.
   void hasChildDirectories(bool& directories, bool& andFiles);
@@ -227,6 +231,7 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
     return std::make_shared<Node>(Key());
   }
   virtual Link newOfSameClass() const { return make<KeldaneFileNode>(); }
+  virtual const char* className() const { return "KeldaneFileNode"; }
   /// What `addChild` does once nothing speaks against it.
   virtual void attach(const Link& child);
   /// Puts a new, empty child list in place of what there was.
@@ -237,6 +242,7 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   struct Hold;
   using std::enable_shared_from_this<KeldaneFileNode>::shared_from_this;  // gives links
 
+  PropertyList readFields(PropertyList dictionary);
   static void takeApart(std::unique_ptr<ChildList> list);
   void setParentLink(const Link& parent);
   Link parentLink() const { return parent_.lock(); }

@@ -10,40 +10,58 @@
 namespace keldane {
 
 void KeldaneFileNode::initWithDictionary(const PropertyList& dictionary) {
-  // Children within children may be nested deeper than a stack allows, so what is still to be read waits in a
-  // list.
+  // Children within children may be nested deeper than a stack allows, so the nodes on the way down wait in a
+  // list. Each is attached to its parent when all of it was read.
+  struct Level {
+    Link node;
+    PropertyList children;
+    std::size_t next = 0;
+  };
   const Pointer held = pointer();
-  std::vector<std::pair<Link, PropertyList>> work = {{shared_from_this(), dictionary}};
-  while (!work.empty()) {
-    const Link node = std::move(work.back().first);
-    PropertyList::LookUp values(std::move(work.back().second));
-    work.pop_back();
-    node->cleanup();
-    // In the order in which `dictionary` writes them.
-    node->fileName_ = values["fileName"];
-    node->displayName_ = values["displayName"];
-    node->isDirectory_ = values["isDirectory"].boolValue();
-    node->backupDate_ = values["backupDate"];
-    node->version_ = values["version"];
-    const PropertyList path = values["path"];
-    node->path_ = path.isString() ? path : PropertyList();
-    node->state_ = values["state"];
-    node->size_ = values["size"].unsignedLongLongValue();
-    node->backupFlags_ = values["backupFlags"].unsignedIntValue();
-    node->simpleFlags_ = values["simpleFlags"].unsignedIntValue();
-    node->backupColor_ = static_cast<std::int32_t>(values["backupColor"].unsignedIntValue());
-    node->totalCount_ = values["totalCount"].unsignedIntValue();
-    node->uid_ = values["uid"].unsignedIntValue();
-    node->gid_ = values["gid"].unsignedIntValue();
-    if (const PropertyList children = values["children"]; children.isArray()) {
-      node->renewChildren();
-      for (std::size_t i = 0; i < children.count(); ++i) {
-        const Link child = node->newOfSameClass();
-        node->attach(child);
-        work.emplace_back(child, children[i]);
-      }
+  std::vector<Level> levels = {{shared_from_this(), readFields(dictionary)}};
+  for (;;) {
+    Level& level = levels.back();
+    if (level.next < level.children.count()) {
+      const Link child = level.node->newOfSameClass();
+      PropertyList children = child->readFields(level.children[level.next++]);
+      levels.push_back({child, std::move(children)});
+      continue;
     }
+    const Link whole = std::move(level.node);
+    levels.pop_back();
+    if (levels.empty()) {
+      return;
+    }
+    levels.back().node->attach(whole);
   }
+}
+
+// Answers the children's dictionaries, and makes the list for them; absent when there is none.
+PropertyList KeldaneFileNode::readFields(PropertyList dictionary) {
+  PropertyList::LookUp values(std::move(dictionary));
+  cleanup();
+  // In the order in which `dictionary` writes them.
+  fileName_ = values["fileName"];
+  displayName_ = values["displayName"];
+  isDirectory_ = values["isDirectory"].boolValue();
+  backupDate_ = values["backupDate"];
+  version_ = values["version"];
+  const PropertyList path = values["path"];
+  path_ = path.isString() ? path : PropertyList();
+  state_ = values["state"];
+  size_ = values["size"].unsignedLongLongValue();
+  backupFlags_ = values["backupFlags"].unsignedIntValue();
+  simpleFlags_ = values["simpleFlags"].unsignedIntValue();
+  backupColor_ = static_cast<std::int32_t>(values["backupColor"].unsignedIntValue());
+  totalCount_ = values["totalCount"].unsignedIntValue();
+  uid_ = values["uid"].unsignedIntValue();
+  gid_ = values["gid"].unsignedIntValue();
+  PropertyList children = values["children"];
+  if (!children.isArray()) {
+    return {};
+  }
+  renewChildren();
+  return children;
 }
 
 PropertyList KeldaneFileNode::dictionary() const {

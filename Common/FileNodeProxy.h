@@ -34,6 +34,7 @@ class KeldaneFileNodeProxy final : public KeldaneFileNode {
 
  private:
   static Pointer held(const std::shared_ptr<KeldaneFileNodeProxy>& node);
+  const char* className() const override { return "KeldaneFileNodeProxy"; }
   Link newOfSameClass() const override { return make<KeldaneFileNodeProxy>(); }
   void attach(const Link& child) override;
 

@@ -44,6 +44,18 @@ constexpr Key kKeys[] = {
     {"gid", [](Node& node) { return PropertyList(node.gid()); }},
     {"gidString", [](Node& node) { return PropertyList(node.gidString()); }},
     {"inPolicy", [](Node& node) { return node.inPolicyValue(); }},
+    {"inPolicyValue", [](Node& node) { return node.inPolicyValue(); }},
+    {"isBackup", [](Node& node) { return PropertyList(node.isBackup()); }},
+    {"isExcluded", [](Node& node) { return PropertyList(node.isExcluded()); }},
+    {"isNotActive", [](Node& node) { return PropertyList(node.isNotActive()); }},
+    {"isFolder", [](Node& node) { return PropertyList(node.isFolder()); }},
+    {"isMissing", [](Node& node) { return PropertyList(node.isMissing()); }},
+    {"isBundle", [](Node& node) { return PropertyList(node.isBundle()); }},
+    {"showInRestoreBrowser", [](Node& node) { return PropertyList(node.showInRestoreBrowser()); }},
+    {"backupFlagsString", [](Node& node) { return PropertyList(node.backupFlagsString()); }},
+    {"simpleFlagsString", [](Node& node) { return PropertyList(node.simpleFlagsString()); }},
+    {"backupDateString", [](Node& node) { return PropertyList(node.backupDateString()); }},
+    {"description", [](Node& node) { return PropertyList(node.description()); }},
 };
 
 Accessor accessorFor(std::string_view name) {
@@ -60,6 +72,9 @@ Accessor accessorFor(std::string_view name) {
 PropertyList KeldaneFileNode::valueForKey(std::string_view key) { return accessorFor(key)(*this); }
 
 void KeldaneFileNode::sortUsingDescriptors(const std::vector<SortDescriptor>& descriptors) {
+  if (!children_) {
+    return;
+  }
   std::vector<Accessor> accessors;
   accessors.reserve(descriptors.size());
   for (const SortDescriptor& descriptor : descriptors) {

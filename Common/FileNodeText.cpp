@@ -122,7 +122,7 @@ std::string KeldaneFileNode::description() const {
       "    simpleFlags: %@\n    backupColor: %@\n    backupDate: %@\n    state: %@\n    version: %d\n    "
       "purgeDate: %@\n"
       "    fileCount: %d\n    size: %llu\n",
-      stringWithFormat("<KeldaneFileNode: 0x%lx>", reinterpret_cast<std::uintptr_t>(this)), fileName_,
+      stringWithFormat("<%s: 0x%lx>", className(), reinterpret_cast<std::uintptr_t>(this)), fileName_,
       displayName_, isDirectory_ ? "YES" : "NO", selected_, backupFlagsString(), simpleFlagsString(),
       backupColorString(), backupDate_, state_, version_.intValue(), purgeDate_, totalCount_, size_);
 }

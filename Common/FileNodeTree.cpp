@@ -269,8 +269,10 @@ KeldaneFileNode::Pointer KeldaneFileNode::copy() {
   copy->purgeDate_ = purgeDate_;
   copy->image_ = image_;
   // Flags, colour and path stay behind on purpose: a copy reports none and derives its path from its parent.
-  if (children_ && !children_->empty()) {
+  if (children_) {
     copy->children_ = std::make_unique<ChildList>();
+  }
+  if (children_ && !children_->empty()) {
     copy->children_->nodes_ = children_->nodes_;
     copy->children_->changeable_ = false;
     const Link original = originalOfChildren();

@@ -349,9 +349,8 @@ void KeldaneProxy::processInvocationArgs(const PropertyList& request) {
                            "invocation on main thread not allowed for methods with non-zero return size");
   }
   const ScopedLock guard(invocationLock_);
-  if (!wakeUpSent_) {
+  if (invocationQueue_.empty()) {  // calls behind others are performed by the same wake-up
     invocationPort_->send(kPerformQueuedCalls);
-    wakeUpSent_ = true;
   }
   invocationQueue_.push_back({target, std::move(invocation)});
 }
@@ -397,7 +396,6 @@ void KeldaneProxy::handlePortMessage(std::uint32_t messageId) {
     {
       const ScopedLock guard(invocationLock_);
       if (invocationQueue_.empty()) {
-        wakeUpSent_ = false;
         return;
       }
       call = std::move(invocationQueue_.front());
@@ -406,12 +404,7 @@ void KeldaneProxy::handlePortMessage(std::uint32_t messageId) {
     try {
       send(call.target.lock(), &InvocationTarget::invoke, call.invocation);
     } catch (...) {
-      // The run loop logs it and ends this pass; what is still queued needs a wake-up of its own, now or
-      // with the next call that comes.
-      {
-        const ScopedLock guard(invocationLock_);
-        wakeUpSent_ = false;
-      }
+      // The run loop logs it and ends this pass. What is still queued needs a wake-up of its own.
       invocationPort_->send(kPerformQueuedCalls);
       throw;
     }

@@ -107,7 +107,6 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
   std::vector<std::pair<MethodSignature, PropertyList::Array>> emptyRequests_
       KELDANE_GUARDED_BY(forwardingLock_);
   std::deque<QueuedCall> invocationQueue_ KELDANE_GUARDED_BY(invocationLock_);
-  bool wakeUpSent_ KELDANE_GUARDED_BY(invocationLock_) = false;  // one a batch
   // Never held while a queued call is performed.
   Mutex invocationLock_{{.name = "KeldaneProxy.invocationLock", .leaf = true}};
   std::unique_ptr<MessagePort> invocationPort_;

@@ -236,21 +236,28 @@ bool KeldaneSocket::sendInt(std::int32_t value) {
 std::int32_t KeldaneSocket::readBytes(std::uint32_t count, void* buffer) {
   char* next = static_cast<char*>(buffer);
   std::uint32_t left = count;
-  while (left > 0 && !isZombie()) {
+  while (left > 0) {
+    if (receiveHandle_.get() != currentDescriptor_) {
+      dropReceived();
+      receiveHandle_ = handle();
+    }
+    if (!receiveHandle_) {
+      break;
+    }
     std::size_t got = std::min<std::size_t>(left, ahead_.size());
     std::copy_n(ahead_.begin(), got, next);
     ahead_ = ahead_.subspan(got);
     if (got == 0) {
-      const bool isLarge = left >= aheadBuffer_.size();
+      const bool isDirect = left >= aheadBuffer_.size() || receiveHandle_.get() == foreignDescriptor_;
       const ssize_t result =
-          isLarge ? readSome(next, left) : readSome(aheadBuffer_.data(), aheadBuffer_.size());
+          isDirect ? readSome(next, left) : readSome(aheadBuffer_.data(), aheadBuffer_.size());
       if (result == 0) {
         break;
       }
       if (result < 0) {
         return -1;
       }
-      if (!isLarge) {
+      if (!isDirect) {
         ahead_ = std::span(aheadBuffer_).first(static_cast<std::size_t>(result));
         continue;
       }
@@ -265,13 +272,14 @@ std::int32_t KeldaneSocket::readBytes(std::uint32_t count, void* buffer) {
   return static_cast<std::int32_t>(count - left);
 }
 
-// What one read gives; 0 when the descriptor is gone or the read would block, -1 at the end or after an
-// error.
+void KeldaneSocket::dropReceived() {
+  receiveHandle_.reset();
+  ahead_ = {};
+  messageEnd_.reset();
+}
+
+// What one read gives; 0 when the read would block, -1 at the end or after an error.
 ssize_t KeldaneSocket::readSome(char* buffer, std::size_t size) {
-  renew(receiveHandle_);
-  if (!receiveHandle_) {
-    return 0;
-  }
   if (messageEnd_ && !isReadableBefore(receiveHandle_->get(), *messageEnd_)) {
     return -1;
   }
@@ -285,8 +293,21 @@ bool KeldaneSocket::start() {
   const auto giveUp = [this] {
     rcvThreadRun_ = false;
     setHandle(nullptr);
+    const ScopedLock guard(receiverMutex_);
+    rcvThreadRunning_ = false;
   };
   rcvThreadRun_ = true;
+  bool isRunning = true;
+  {
+    const ScopedLock guard(receiverMutex_);
+    std::swap(isRunning, rcvThreadRunning_);
+    startsAgain_ = isRunning;
+  }
+  if (isRunning) {  // the thread of the former link, which goes on for this one when it has left that
+    const std::lock_guard guard(closedMutex_);
+    closed_.notify_all();
+    return true;
+  }
   try {
     if (startThread(&KeldaneSocket::rcvThread)) {
       return true;
@@ -314,7 +335,9 @@ bool KeldaneSocket::startThread(void (KeldaneSocket::*loop)()) {
 
 void KeldaneSocket::setSocket(int descriptor) {
   Descriptor owned(descriptor);
-  setHandle(std::make_shared<const Descriptor>(std::move(owned)));
+  auto handle = std::make_shared<const Descriptor>(std::move(owned));
+  foreignDescriptor_ = handle.get();
+  setHandle(std::move(handle));
 }
 
 void KeldaneSocket::setParent(const std::shared_ptr<KeldaneSocket>& parent) {

@@ -111,20 +111,24 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   bool sendData(BytesView data);
   bool sendString(const char* text);
   bool sendInt(std::int32_t value);
-  /// Reads `count` bytes, and may take more from the system, which the next call gets first. -1 at the end of
-  /// the stream or after an error; fewer when the socket was closed or a read would block.
+  /// Reads `count` bytes, and may take more from a descriptor that this class connected or accepted, which
+  /// the next call gets first. -1 at the end of the stream or after an error; fewer when there is no
+  /// descriptor or a read would block. Only the receive thread calls it while there is one.
   std::int32_t readBytes(std::uint32_t count, void* buffer);
 
   /// Starts the receive thread. False when the system has no thread to give, std::bad_alloc when it has no
   /// memory; the descriptor is then closed.
   bool start();
-  /// Takes over an accepted descriptor.
+  /// Takes over an accepted descriptor. No more is read from it than was asked for.
   void setSocket(int descriptor);
   void setParent(const std::shared_ptr<KeldaneSocket>& parent);
   void removeChild(const std::shared_ptr<KeldaneSocket>& child);
+  /// Whether it was ever closed. It may have been connected again since.
   bool isZombie() const { return zombie_.load(std::memory_order_relaxed); }
   /// Whether there is a receive thread, which delivers what comes and reports when nothing can come any more.
-  bool isReceiving() const { return rcvThreadRun_.load(std::memory_order_relaxed) && !isZombie(); }
+  bool isReceiving() const {
+    return rcvThreadRun_.load(std::memory_order_relaxed) && currentDescriptor_ != nullptr;
+  }
   /// Whether the link failed because there was no memory for what came.
   bool ranOutOfMemory() const { return ranOutOfMemory_.load(std::memory_order_relaxed); }
   std::optional<PeerCredentials> peerCredentials() const;
@@ -137,8 +141,9 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   /// be queued.
   bool isAtEnd() const;
 
-  /// Ends the link or the listening. The run flag that is cleared, and whether a listener's path goes,
-  /// depends on whether there are children: a listener that never accepted anybody keeps both, on purpose.
+  /// Ends the link or the listening, and withdraws calls of the delegate that are still queued. The run flag
+  /// that is cleared, and whether a listener's path goes, depends on whether there are children: a listener
+  /// that never accepted anybody keeps both, on purpose.
   void close();
 
  private:
@@ -160,14 +165,21 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   bool startThread(void (KeldaneSocket::*loop)());
   bool fillAddress(const std::string& path);
 
+  /// Of the receive thread: whether it is still that of the link at hand.
+  bool goesOnReceiving() const { return isReceiving() && !startsAgain_.load(std::memory_order_relaxed); }
   void rcvThread();
+  bool beginsAnew();
+  /// Of the receive thread: forgets the descriptor, and what came from it.
+  void dropReceived();
   bool receiveMessage();
   bool receiveMarker();
   bool receivePayload(std::uint32_t length, Bytes& payload, ByteBudget::Share& share);
   void deliver(const Bytes* payload, std::int32_t type);
   void failForWantOfMemory();
   void reportReadFailure();
-  void waitUnlessClosed(std::chrono::milliseconds duration);
+  /// Waits until the condition holds, of which `close` and `start` tell, and at most that long.
+  template <class Condition>
+  void waitUnless(const Condition& condition, std::chrono::milliseconds duration);
   using DelegateCall = void (KeldSocketDelegate::*)(const std::shared_ptr<KeldaneSocket>&);
   void tellSocketDelegate(DelegateCall call, const char* logLine);
   void acceptThread();
@@ -181,6 +193,8 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   Handle socketfd_ KELDANE_GUARDED_BY(membersMutex_);  // null: no descriptor
   // What it points to, for who only asks whether it is still the same.
   std::atomic<const Descriptor*> currentDescriptor_ = nullptr;
+  // The one that was handed in. Others may read from it, too.
+  std::atomic<const Descriptor*> foreignDescriptor_ = nullptr;
   Mutex sendMutex_{{.name = "KeldaneSocket.sendMutex"}};
   Handle sendHandle_ KELDANE_GUARDED_BY(sendMutex_);
   Handle receiveHandle_;  // of the receive thread
@@ -192,7 +206,9 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   // Replaced only with dataDelegateLock_, so never while it processes a message.
   std::shared_ptr<KeldaneSocketDelegate> dataDelegate_ KELDANE_GUARDED_BY(membersMutex_);
   std::atomic<bool> rcvThreadRun_ = false;
-  std::atomic<bool> rcvThreadRunning_ = false;
+  Mutex receiverMutex_{{.name = "KeldaneSocket.receiverMutex", .leaf = true}};
+  bool rcvThreadRunning_ KELDANE_GUARDED_BY(receiverMutex_) = false;  // from `start` until the thread leaves
+  std::atomic<bool> startsAgain_ = false;  // the thread that runs is to receive for a new link
   std::atomic<bool> ranOutOfMemory_ = false;
   std::string listenPath_ KELDANE_GUARDED_BY(monitor_);
   std::atomic<bool> acceptThreadRunning_ = false;

@@ -40,18 +40,27 @@ bool guarded(const Work& work) {
 // The pause of up to 0.1 s that follows each message is a wait for the next byte; reading that byte is that
 // wait.
 void KeldaneSocket::rcvThread() {
-  rcvThreadRunning_ = true;
-  guarded([this] { tellSocketDelegate(&KeldSocketDelegate::socketConnected, nullptr); });
-  while (isReceiving()) {
-    bool received = true;
-    if (!guarded([&] { received = receiveMessage(); })) {
-      guarded([this] { failForWantOfMemory(); });
-    } else if (!received && isReceiving()) {
-      guarded([this] { reportReadFailure(); });
+  do {
+    guarded([this] { tellSocketDelegate(&KeldSocketDelegate::socketConnected, nullptr); });
+    while (goesOnReceiving()) {
+      bool received = true;
+      if (!guarded([&] { received = receiveMessage(); })) {
+        guarded([this] { failForWantOfMemory(); });
+      } else if (!received && goesOnReceiving()) {
+        guarded([this] { reportReadFailure(); });
+      }
     }
-  }
-  receiveHandle_.reset();
-  rcvThreadRunning_ = false;
+    dropReceived();
+  } while (beginsAnew());
+}
+
+// Whether `start` was called after this thread had been told to leave. It then receives for the new link, as
+// the thread of the old one must have ended before that of the new one begins.
+bool KeldaneSocket::beginsAnew() {
+  const ScopedLock guard(receiverMutex_);
+  rcvThreadRunning_ = startsAgain_;
+  startsAgain_ = false;
+  return rcvThreadRunning_;
 }
 
 // False when a read failed. A message that is cut off because the socket was closed is abandoned silently.
@@ -62,7 +71,7 @@ bool KeldaneSocket::receiveMessage() {
   if (!receiveMarker()) {
     return false;
   }
-  if (!isReceiving()) {
+  if (!goesOnReceiving()) {
     return true;
   }
   Bytes payload;
@@ -72,7 +81,7 @@ bool KeldaneSocket::receiveMessage() {
     return false;
   }
   messageEnd_.reset();
-  if (isReceiving()) {
+  if (goesOnReceiving()) {
     deliver(length == 0 ? nullptr : &payload, type);
   }
   return true;
@@ -81,14 +90,14 @@ bool KeldaneSocket::receiveMessage() {
 // Reads in steps of 36 bytes until one is the marker. The stream is brought back into step by whole steps
 // only, never byte by byte; deliberately simple.
 bool KeldaneSocket::receiveMarker() {
-  while (isReceiving()) {
+  while (goesOnReceiving()) {
     char buffer[kFrameMarker.size() + 1] = {};
     const std::int32_t got = readBytes(kFrameMarker.size(), buffer);
     if (got < 0) {
       return false;
     }
     if (got < 2) {
-      waitUnlessClosed(kPause);
+      waitUnless([this] { return !goesOnReceiving(); }, kPause);
       continue;
     }
     if (kFrameMarker == buffer) {
@@ -99,7 +108,8 @@ bool KeldaneSocket::receiveMarker() {
   return true;
 }
 
-// A peer announces any length up to 4 GiB; memory is taken as bytes arrive.
+// A peer announces any length up to 4 GiB; memory is taken as bytes arrive. A payload of which some bytes
+// came is whole: those that are missing because a read would have blocked are zero.
 bool KeldaneSocket::receivePayload(std::uint32_t length, Bytes& payload, ByteBudget::Share& share) {
   if (limits_ && length > limits_->longestMessage) {
     KeldaneCLog("KeldaneSocket A message is too long");
@@ -113,15 +123,26 @@ bool KeldaneSocket::receivePayload(std::uint32_t length, Bytes& payload, ByteBud
       return false;
     }
     payload.resize(std::size_t{done} + step);
-    if (readBytes(step, payload.data() + done) != static_cast<std::int32_t>(step)) {
+    const std::int32_t got = readBytes(step, payload.data() + done);
+    if (got < 0 || (got == 0 && done == 0)) {
       return false;
+    }
+    if (static_cast<std::uint32_t>(got) < step && goesOnReceiving()) {
+      if (!share.grow(length - done - step)) {
+        KeldaneCLog("KeldaneSocket Too many messages come in at once");
+        return false;
+      }
+      payload.resize(length);
+    }
+    if (static_cast<std::uint32_t>(got) < step) {
+      break;
     }
   }
   return true;
 }
 
 void KeldaneSocket::deliver(const Bytes* payload, std::int32_t type) {
-  if (!dataDelegateLock_.lockWhenCondition(1, [this] { return !isReceiving(); })) {
+  if (!dataDelegateLock_.lockWhenCondition(1, [this] { return !goesOnReceiving(); })) {
     return;
   }
   KeldaneSocketDelegate& delegate = lockedDataDelegate();
@@ -146,31 +167,32 @@ void KeldaneSocket::failForWantOfMemory() {
   if (const Handle descriptor = handle()) {
     ::shutdown(descriptor->get(), SHUT_RDWR);
   }
-  if (isReceiving()) {
+  if (goesOnReceiving()) {
     deliver(nullptr, kLinkFailed);
   }
 }
 
 void KeldaneSocket::reportReadFailure() {
   if (!limits_) {  // a server waits for nobody's return, and who left should not count for a second more
-    waitUnlessClosed(kFailureDelay);
+    waitUnless([this] { return !goesOnReceiving(); }, kFailureDelay);
   }
-  if (isReceiving()) {
+  if (goesOnReceiving()) {
     deliver(nullptr, kLinkFailed);
   }
-  if (isReceiving()) {
+  if (goesOnReceiving()) {
     tellSocketDelegate(&KeldSocketDelegate::socketFailed, "KeldaneSocket read from socket failed");
   }
 }
 
-void KeldaneSocket::waitUnlessClosed(std::chrono::milliseconds duration) {
+template <class Condition>
+void KeldaneSocket::waitUnless(const Condition& condition, std::chrono::milliseconds duration) {
   std::unique_lock guard(closedMutex_);
-  closed_.wait_for(guard, duration, [this] { return isZombie(); });
+  closed_.wait_for(guard, duration, condition);
 }
 
 void KeldaneSocket::tellSocketDelegate(DelegateCall call, const char* logLine) {
   const ScopedLock guard(monitor_);
-  if (isZombie()) {
+  if (!goesOnReceiving()) {
     return;
   }
   if (logLine != nullptr) {
@@ -205,7 +227,8 @@ void KeldaneSocket::acceptThread() {
       Descriptor owned(descriptor);
       guarded([&] { makeChild(std::move(owned)); });
     } else {
-      waitUnlessClosed(kPause);  // without a free descriptor it fails again at once, until somebody leaves
+      // Without a free descriptor it fails again at once, until somebody leaves.
+      waitUnless([this] { return currentDescriptor_ == nullptr; }, kPause);
     }
   }
   acceptThreadRunning_ = false;
@@ -226,7 +249,7 @@ void KeldaneSocket::makeChild(Descriptor descriptor) {
 
 bool KeldaneSocket::adopt(const std::shared_ptr<KeldaneSocket>& child) {
   const ScopedLock guard(monitor_);
-  if (isZombie()) {
+  if (currentDescriptor_ == nullptr) {
     return false;
   }
   std::erase_if(children_, [](const std::shared_ptr<KeldaneSocket>& other) { return other->isZombie(); });

@@ -51,6 +51,7 @@ class BackupState {
   void disableConnectTimer() { disableConnectTimer_ = true; }
 
   /// Connects: a daemon that can be reached is connected, and observers have been told, before this returns.
+  /// When an observer ends the link while it is being told, no poll is started.
   void onBegin();
   /// Disconnects; the last state stays readable.
   void onEnd();
@@ -91,7 +92,8 @@ class BackupState {
   /// Remembered for when the daemon is away.
   bool isQuotaLimited() const;
 
-  // From the daemon, remembered for when it is away. Never absent: "" or 0 when nobody knows.
+  // From the daemon, remembered for when it is away. Never absent: "" or 0 when nobody knows. A link that
+  // fails during the call does not overwrite the remembered value.
   PropertyList serverURL() const { return proxyOrCacheString("serverURL", LAST_SERVER_URL_STRING); }
   PropertyList userEmail() const { return proxyOrCacheString("userEmail", LAST_ACCT_EMAIL_STRING); }
   PropertyList skinId() const {

@@ -16,6 +16,8 @@ template <class Result, class Body>
 Result guardedEntry(const char* name, Result otherwise, const Body& body) noexcept {
   try {
     return body();
+  } catch (const std::bad_alloc&) {
+    systemLog("%s: out of memory", name);
   } catch (const std::exception& exception) {
     systemLog("%s: %s", name, exception.what());
   } catch (...) {
@@ -24,8 +26,8 @@ Result guardedEntry(const char* name, Result otherwise, const Body& body) noexce
   return otherwise;
 }
 
-/// The same for an entry that answers a status: 0 when something came out that had nothing to do with memory,
-/// memFullErr when memory ran out.
+/// The same for an examination, which answers a status: 0 when something came out that had nothing to do with
+/// memory, memFullErr when memory ran out.
 template <class Body>
 OSStatus guardedStatus(const char* name, const Body& body) noexcept {
   return guardedEntry<OSStatus>(name, kNoErr, [&]() -> OSStatus {

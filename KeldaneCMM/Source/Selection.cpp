@@ -61,7 +61,7 @@ using namespace keldane;  // the entries stand in no namespace
 extern "C" {
 
 OSStatus KeldanePlugin_HandleSelection(void* instance, AEDesc* context, SInt32 command) {
-  return guardedStatus("KeldanePlugin_HandleSelection", [&]() -> OSStatus {
+  return guardedEntry<OSStatus>("KeldanePlugin_HandleSelection", kNoErr, [&] {
     logEntry("KeldanePlugin_HandleSelection:");
     const auto& record = *static_cast<const KeldanePluginInstance*>(instance);
     if (context != nullptr && record.module != nullptr) {

@@ -11,6 +11,8 @@
 namespace keldane {
 namespace {
 
+constexpr int kInterrupted = 130;  // the exit status after SIGINT, in all versions
+
 struct Sign {
   std::string_view text;  // lower case
   Health health;
@@ -201,6 +203,9 @@ EngineAnswer judgedEnd(const ChildEnd& end, std::string_view errors, const Secre
   }
   if (end.signal != 0) {
     return answerFor(Health::failed, "signal " + std::to_string(end.signal) + " ended it");
+  }
+  if (end.exitStatus == kInterrupted) {
+    return answerFor(Health::failed, "something interrupted it");
   }
   // Exit statuses of their own begin with version 0.17.
   const Health health = end.exitStatus == 10   ? Health::missing

@@ -111,6 +111,12 @@ EngineAnswer ResticSession::lookAtFolder(const std::string& folder, Purpose purp
         return answerFor(Health::unreachable, reason);
     }
   }
+  // Without its keys it would seem to have another key, and without the list of snapshots to be empty.
+  for (const char* part : {"/keys", "/snapshots"}) {
+    if (::stat((folder + part).c_str(), &status) != 0 && errno == ENOENT) {
+      return answerFor(Health::missing, "a part of it is not there any more, " + folder + part);
+    }
+  }
   for (const auto& [name, access] : {std::pair("/config", R_OK), std::pair("/locks", R_OK | W_OK | X_OK)}) {
     if (isRefused(folder + name, access)) {
       return answerFor(Health::denied, folder + name + ": " + std::generic_category().message(errno));

@@ -1,14 +1,19 @@
 #include "platform/syslog/SystemLog.h"
 
+#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
+#include <sys/un.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <ctime>
 #include <memory>
 #include <mutex>
+
+#include "platform/files/Descriptor.h"
 
 namespace keldane {
 
@@ -34,6 +39,18 @@ std::string linePrefix() {
                           getpid(), syscall(SYS_gettid));
 }
 
+/// The month's name is English whatever the host's language is.
+std::string systemLogPrefix() {
+  constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                     "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+  const std::time_t now = std::time(nullptr);
+  std::tm parts{};
+  localtime_r(&now, &parts);
+  return stringWithFormat("<%d>%s %2d %02d:%02d:%02d %s[%d]: ", LOG_USER | LOG_NOTICE, kMonths[parts.tm_mon],
+                          parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
+                          program_invocation_short_name, getpid());
+}
+
 void writeWhole(std::string_view line) {
   while (!line.empty()) {
     const ssize_t written = write(STDERR_FILENO, line.data(), line.size());
@@ -57,9 +74,20 @@ void logLine(std::string_view text) {
     (*receiver)(text);
     return;
   }
-  const std::string line(text);
-  syslog(LOG_USER | LOG_NOTICE, "%s", line.c_str());
-  writeWhole(linePrefix() + line + '\n');
+  sendToSystemLog(text, "/dev/log");
+  writeWhole(linePrefix().append(text) + "\n");
+}
+
+void sendToSystemLog(std::string_view text, const char* socketPath) {
+  const Descriptor log(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, socketPath, sizeof(address.sun_path) - 1);
+  const std::string line = systemLogPrefix().append(text);
+  if (log) {
+    ::sendto(log.get(), line.data(), line.size(), MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&address),
+             sizeof(address));
+  }
 }
 
 void setLogReceiver(Receiver receiver) {

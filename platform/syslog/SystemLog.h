@@ -9,9 +9,15 @@
 
 namespace keldane {
 
-/// Writes one line to syslog(3), and to standard error with time stamp, process name, process ID and thread
-/// ID in front: "2026-11-21 04:37:12.345 nautilus[812:815] text". Any thread; lines are never mixed.
+/// Writes one line to the system log and to standard error. Both have time, process name and process ID in
+/// front, standard error also the thread ID: "2026-11-21 04:37:12.345 nautilus[812:815] text". Any thread;
+/// lines are never mixed.
 void logLine(std::string_view text);
+
+/// Sends a line to the log daemon that listens at this socket: "<13>Nov 21 04:37:12 nautilus[812]: text".
+/// Lost when nobody listens. syslog(3) would leave out the process ID unless openlog(3) were called, which
+/// belongs to the host and would change the host's own lines.
+void sendToSystemLog(std::string_view text, const char* socketPath);
 
 /// The platform's unconditional log call. Throws nothing: a line for which there is no memory is lost, and
 /// whoever wanted to write it, often because something failed already, goes on.

@@ -184,6 +184,10 @@ TEST_F(FileNodeProxyTest, AChildOfItsKindIsGivenTheProxy) {
   EXPECT_EQ(copy->count(), 2U);
 }
 
+TEST_F(FileNodeProxyTest, DescribesItselfAsWhatItIs) {
+  EXPECT_TRUE(KeldaneFileNodeProxy::create()->description().starts_with("<KeldaneFileNodeProxy: 0x"));
+}
+
 TEST_F(FileNodeProxyTest, WithoutADaemonItIsAPlainNode) {
   root_->setProxy({});
   EXPECT_EQ(root_->children(), nullptr);

@@ -74,17 +74,20 @@ TEST(FileNode, ColoursHaveNames) {
 
 TEST(FileNode, PredicatesReadTheirBits) {
   const Node::Pointer node = Node::create();
-  node->setBackupFlags(0x1C5F);
-  EXPECT_TRUE(node->isBackup());
-  EXPECT_TRUE(node->isExcluded());
-  EXPECT_TRUE(node->isNotActive());
-  EXPECT_TRUE(node->isFolder());
-  EXPECT_TRUE(node->isMissing());
+  const std::pair<std::uint32_t, bool (Node::*)() const> predicates[] = {{0x10, &Node::isBackup},
+                                                                         {0x40, &Node::isExcluded},
+                                                                         {0x400, &Node::isNotActive},
+                                                                         {0x800, &Node::isFolder},
+                                                                         {0x1000, &Node::isMissing}};
+  for (const auto& [bit, predicate] : predicates) {
+    node->setBackupFlags(bit);
+    EXPECT_TRUE((*node.*predicate)()) << bit;
+    node->setBackupFlags(~bit);
+    EXPECT_FALSE((*node.*predicate)()) << bit;
+  }
+  node->setBackupFlags(0x85F);
   EXPECT_FALSE(node->isDirectory()) << "the node's own word";
   EXPECT_EQ(node->backupPriority(), 15U);
-  node->setBackupFlags(0);
-  EXPECT_FALSE(node->isBackup() || node->isExcluded() || node->isNotActive() || node->isFolder() ||
-               node->isMissing());
 }
 
 TEST(FileNode, TheNameToShowIsTheFileNameUnlessThereIsAnother) {
@@ -326,6 +329,30 @@ TEST(FileNodeDictionary, ValuesOfOtherKindsDoNoHarm) {
   node->initWithDictionary("no dictionary");
   node->initWithDictionary(PropertyList::dictionary({{"children", 5}}));
   node->description();
+}
+
+TEST(FileNodeDictionary, AChildIsReadBeforeItIsAttached) {
+  struct Recorder final : KeldaneFileNode {
+    using KeldaneFileNode::KeldaneFileNode;
+    static std::shared_ptr<Recorder> create() { return make<Recorder>(); }
+    Link newOfSameClass() const override {
+      const auto child = make<Recorder>();
+      child->attached = attached;
+      return child;
+    }
+    void attach(const Link& child) override {
+      attached->push_back(std::string(child->fileName().string()));
+      KeldaneFileNode::attach(child);
+    }
+    std::shared_ptr<std::vector<std::string>> attached = std::make_shared<std::vector<std::string>>();
+  };
+  const auto named = [](const char* name, PropertyList::Array children) {
+    return PropertyList::dictionary(
+        {{"fileName", name}, {"children", PropertyList::array(std::move(children))}});
+  };
+  const auto node = Recorder::create();
+  node->initWithDictionary(named("/", {named("a", {named("b", {}), named("c", {})}), named("d", {})}));
+  EXPECT_EQ(*node->attached, (std::vector<std::string>{"b", "c", "a", "d"}));
 }
 
 TEST(FileNodeDictionary, ChildrenMayBeNestedDeeply) {

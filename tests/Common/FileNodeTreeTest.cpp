@@ -215,8 +215,12 @@ TEST(FileNodeTree, ACopyLeavesBehindWhatItShould) {
   node->setGid(8);
   node->setInPolicy(true);
   node->setSelected(1);
+  node->setPurgeDate(Date{9});
+  node->setImage(std::make_shared<int>(1));
   EXPECT_EQ(node->path(), "/f");
   const Node::Pointer copy = node->copy();
+  EXPECT_EQ(copy->purgeDate(), PropertyList(Date{9}));
+  EXPECT_EQ(copy->image(), node->image());
   EXPECT_EQ(copy->backupFlags(), 0U);
   EXPECT_FALSE(copy->isBackup());
   EXPECT_EQ(copy->simpleFlags(), 0U);
@@ -249,7 +253,15 @@ TEST(FileNodeTree, ACopyOfAParentCannotBeGivenChildren) {
   EXPECT_EQ(copy->count(), 1U) << "a list of its own";
   copy->flush();
   copy->addChild(named("d"));
+  const Node::Pointer emptied = folder("e", {named("c")});
+  emptied->removeChild(emptied->childWithName("c"));
+  const Node::Pointer empty = emptied->copy();
+  ASSERT_NE(empty->children(), nullptr) << "an empty list is a list";
+  empty->addChild(named("d"));
+  EXPECT_EQ(empty->count(), 1U);
+  EXPECT_EQ(emptied->count(), 0U);
   const Node::Pointer childless = folder("g")->copy();
+  EXPECT_EQ(childless->children(), nullptr);
   childless->addChild(named("d"));
   EXPECT_EQ(childless->count(), 1U);
 }
@@ -338,6 +350,7 @@ class RandomTree {
     node->setUid(static_cast<std::uint32_t>(random_()));
     node->setGid(static_cast<std::uint32_t>(random_()));
     node->setInPolicy(coin());
+    node->setPurgeDate(Date{1});
     return node;
   }
 
@@ -387,14 +400,11 @@ TEST(FileNodeSelection, WhatWasNeverBackedUpRefusesButItsParentIsChecked) {
   const Node::Pointer file = named("a");
   const Node::Pointer other = backedUp("b");
   const Node::Pointer parent = folder("f", {file, other});
-  other->setSelected(1);
-  EXPECT_EQ(parent->selected(), -1);
-  other->flush();
+  parent->setSelected(1);
+  EXPECT_EQ(parent->selected(), 1) << "not derived anew from the file that refused";
   file->setSelected(1);
   EXPECT_EQ(file->selected(), 0);
   EXPECT_EQ(parent->selected(), -1);
-  other->setSelected(0);
-  EXPECT_EQ(parent->selected(), 0);
 }
 
 TEST(FileNodeSelection, AFolderStandsAsSelectedUntilAChangeBelowClimbsThroughIt) {
@@ -491,17 +501,55 @@ TEST(FileNodeSorting, TheFirstKeyDecidesAndLaterOnesBreakTies) {
 
 TEST(FileNodeSorting, EveryAccessorIsAKeyAndNothingElse) {
   const Node::Pointer node = rootOf({});
-  for (const char* key :
-       {"fileName", "displayName", "isDirectory", "selected", "backupFlags", "backupPriority", "simpleFlags",
-        "backupColor", "backupColorString", "totalCount", "count", "size", "sizeValue", "path", "uid",
-        "uidString", "gid", "gidString", "inPolicy"}) {
+  for (const char* key : {"fileName",
+                          "displayName",
+                          "isDirectory",
+                          "selected",
+                          "backupFlags",
+                          "backupPriority",
+                          "simpleFlags",
+                          "backupColor",
+                          "backupColorString",
+                          "totalCount",
+                          "count",
+                          "size",
+                          "sizeValue",
+                          "path",
+                          "uid",
+                          "uidString",
+                          "gid",
+                          "gidString",
+                          "inPolicy",
+                          "inPolicyValue",
+                          "isBackup",
+                          "isExcluded",
+                          "isNotActive",
+                          "isFolder",
+                          "isMissing",
+                          "isBundle",
+                          "showInRestoreBrowser",
+                          "backupFlagsString",
+                          "simpleFlagsString",
+                          "backupDateString",
+                          "description"}) {
     EXPECT_FALSE(node->valueForKey(key).isAbsent()) << key;
   }
   for (const char* key : {"backupDate", "version", "purgeDate", "state"}) {
     EXPECT_TRUE(node->valueForKey(key).isAbsent()) << key;
   }
-  EXPECT_THROW(node->valueForKey("colour"), InvalidArgument);
-  EXPECT_THROW(node->sortUsingDescriptors({{"colour"}}), InvalidArgument);
+  for (const char* key : {"colour", "parent", "children", "image"}) {
+    EXPECT_THROW(node->valueForKey(key), InvalidArgument) << key;
+  }
+  node->setBackupFlags(0x10 | 0x800);
+  EXPECT_TRUE(node->valueForKey("isBackup").boolValue() && node->valueForKey("isFolder").boolValue());
+  EXPECT_FALSE(node->valueForKey("isMissing").boolValue() || node->valueForKey("isBundle").boolValue());
+  EXPECT_EQ(node->valueForKey("description").string(), node->description());
+}
+
+TEST(FileNodeSorting, AnUnknownKeyIsRefusedWhereThereIsSomethingToSort) {
+  const Node::Pointer childless = named("a");
+  childless->sortUsingDescriptors({{"colour"}});
+  EXPECT_THROW(rootOf({named("a")})->sortUsingDescriptors({{"colour"}}), InvalidArgument);
 }
 
 }  // namespace

@@ -35,9 +35,14 @@ struct Target : InvocationTarget {
     const std::string_view selector = invocation.signature.selector;
     invocation.arguments.resize(invocation.signature.argumentCodes.size());
     if (selector == "tell:") {
-      const std::lock_guard guard(mutex);
-      told.push_back(std::string(invocation.arguments[0].as<'@'>().string()));
-      thread = std::this_thread::get_id();
+      {
+        const std::lock_guard guard(mutex);
+        told.push_back(std::string(invocation.arguments[0].as<'@'>().string()));
+        thread = std::this_thread::get_id();
+      }
+      if (const auto next = onTold) {
+        next();
+      }
     } else if (selector == "add:to:") {
       invocation.result =
           RawValue::of<'i'>(invocation.arguments[0].as<'i'>() + invocation.arguments[1].as<'i'>());
@@ -56,6 +61,7 @@ struct Target : InvocationTarget {
   std::mutex mutex;
   std::vector<std::string> told;
   std::thread::id thread;
+  std::function<void()> onTold;  // of the main thread
 };
 
 class KeldProxyTest : public ::testing::Test {
@@ -551,7 +557,9 @@ TEST_F(KeldProxyTest, MoreArgumentsThanThereAreIsALoggedException) {
   sendRequest(request("tell:", {"@", "x"}, 2));
   EXPECT_TRUE(eventually(
       [&] { return log_.hasPart("ERROR: KeldaneProxy processData caught exception: NSRangeException"); }));
-  EXPECT_TRUE(target_->all().empty());
+  sendRequest(request("tell:", {"@", "y"}));
+  EXPECT_TRUE(eventually([&] { return target_->all() == std::vector<std::string>{"y"}; }))
+      << "and nothing else";
 }
 
 TEST_F(KeldProxyTest, AnArgumentCountThatWrapsAroundReadsNothing) {
@@ -589,6 +597,12 @@ TEST_F(KeldProxyTest, DamagedMessagesDoNoHarm) {
     EXPECT_TRUE(proxy_->processData(&damaged, 1));
     EXPECT_TRUE(proxy_->processData(&damaged, 2));
   }
+  const std::size_t told = target_->all().size();
+  EXPECT_LT(told, 5000U) << "most of them were refused";
+  const Bytes whole = payload(request("tell:", {"@", "whole"}));
+  EXPECT_TRUE(proxy_->processData(&whole, 1));
+  ASSERT_EQ(target_->all().size(), told + 1);
+  EXPECT_EQ(target_->all().back(), "whole");
 }
 
 TEST_F(KeldProxyTest, NoDelegateIsALoggedAssertionWithoutAnAnswer) {
@@ -619,6 +633,23 @@ TEST_F(KeldProxyTest, QueuedRequestsArePerformedInOrderOnTheMainThreadByOneWakeU
   RunLoop::main().runDue();
   EXPECT_EQ(target_->all(), (std::vector<std::string>{"a", "b", "c"}));
   EXPECT_EQ(target_->thread, std::this_thread::get_id());
+}
+
+TEST_F(KeldProxyTest, WhatIsQueuedWhileAQueuedRequestRunsTheRunLoopIsPerformedThere) {
+  proxy_->setCallDelegateOnMainThread(true);
+  const auto queue = [&](const char* word) {
+    const Bytes bytes = payload(request("tell:", {"@", word}));
+    proxy_->processData(&bytes, 1);
+  };
+  target_->onTold = [&] {
+    target_->onTold = {};
+    queue("inner");
+    RunLoop::main().runDue();
+    EXPECT_EQ(target_->all(), (std::vector<std::string>{"outer", "inner"}));
+  };
+  queue("outer");
+  RunLoop::main().runDue();
+  EXPECT_EQ(target_->all(), (std::vector<std::string>{"outer", "inner"}));
 }
 
 TEST_F(KeldProxyTest, AQueuedRequestThatThrowsDoesNotHoldUpTheOthers) {
@@ -656,10 +687,17 @@ TEST_F(KeldProxyTest, WhatIsQueuedForAProxyThatIsGoneIsDropped) {
 
 TEST_F(KeldProxyTest, WhatIsQueuedForADelegateThatIsGoneIsDropped) {
   proxy_->setCallDelegateOnMainThread(true);
+  bool isTold = false;
+  target_->onTold = [&] { isTold = true; };
   const Bytes bytes = payload(request("tell:", {"@", "late"}));
   proxy_->processData(&bytes, 1);
+  const std::weak_ptr<Target> gone = target_;
   target_.reset();
+  EXPECT_TRUE(gone.expired()) << "the queue does not hold it";
+  EXPECT_EQ(RunLoop::main().load().work, 1U);
   RunLoop::main().runDue();
+  EXPECT_EQ(RunLoop::main().load().work, 0U);
+  EXPECT_FALSE(isTold);
 }
 
 }  // namespace

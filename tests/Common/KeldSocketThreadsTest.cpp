@@ -223,6 +223,75 @@ TEST_F(KeldSocketThreadsTest, LeavesAtOnceBetweenTwoTriesOfAReadThatWouldBlock) 
   EXPECT_LT(secondsToLeave(), kSoon);
 }
 
+TEST_F(KeldSocketThreadsTest, WhatAReadThatWouldBlockLeavesOutOfAPayloadIsZero) {
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends), 0);
+  RawConnection peer(ends[1]);
+  socket_->setDataDelegate(data_);
+  socket_->setSocket(ends[0]);
+  const std::string large(100'000, 'x');
+  peer.write(RawConnection::frame(1, "four").substr(0, 46));
+  ASSERT_TRUE(socket_->start());
+  ASSERT_TRUE(data_->waitFor(1));
+  peer.write(RawConnection::frame(2, large).substr(0, 44 + 70'000));
+  ASSERT_TRUE(data_->waitFor(2));
+  EXPECT_EQ(data_->all()[0], (Message{1, std::string("fo\0\0", 4)}));
+  const Message second = data_->all()[1];
+  EXPECT_EQ(second.first, 2);
+  EXPECT_EQ(second.second.size(), large.size());
+  EXPECT_EQ(second.second.find('\0'), second.second.find_last_of('x') + 1)
+      << "what came, and then nothing but zeros";
+  EXPECT_LT(secondsToLeave(), kSoon);
+}
+
+TEST_F(KeldSocketThreadsTest, APayloadOfWhichNothingComesIsAFailure) {
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends), 0);
+  RawConnection peer(ends[1]);
+  socket_->setDataDelegate(data_);
+  socket_->setSocket(ends[0]);
+  peer.write(RawConnection::frame(1, "four").substr(0, 44));
+  ASSERT_TRUE(socket_->start());
+  ASSERT_TRUE(data_->waitFor(1));
+  EXPECT_EQ(data_->all()[0], (Message{0, "(none)"}));
+  EXPECT_LT(secondsToLeave(), kSoon);
+}
+
+TEST_F(KeldSocketThreadsTest, ReceivesAgainWhenItIsConnectedAgain) {
+  RawConnection first = connect();
+  first.writeFrame(1, "one");
+  ASSERT_TRUE(data_->waitFor(1));
+  socket_->close();
+  ASSERT_TRUE(socket_->connectToPath(peer_.path()));
+  EXPECT_TRUE(socket_->isZombie()) << "it was closed once";
+  EXPECT_TRUE(socket_->isReceiving());
+  RawConnection second = peer_.accept();
+  second.writeFrame(2, "two");
+  ASSERT_TRUE(data_->waitFor(2));
+  EXPECT_EQ(data_->all(), (Messages{{1, "one"}, {2, "two"}}));
+  EXPECT_LT(secondsToLeave(), kSoon);
+}
+
+TEST_F(KeldSocketThreadsTest, CanBeConnectedAgainOnItsOwnThread) {
+  std::atomic<bool> isConnected = false;
+  std::vector<std::thread::id> threads;
+  data_->onMessage = [&] {
+    threads.push_back(std::this_thread::get_id());
+    if (threads.size() == 1) {
+      socket_->close();
+      isConnected = socket_->connectToPath(peer_.path());
+    }
+  };
+  RawConnection first = connect();
+  first.write(RawConnection::frame(1, "one") + RawConnection::frame(1, "of the old link"));
+  ASSERT_TRUE(eventually([&] { return isConnected.load(); }));
+  RawConnection second = peer_.accept();
+  second.writeFrame(2, "two");
+  ASSERT_TRUE(data_->waitFor(2));
+  EXPECT_EQ(data_->all(), (Messages{{1, "one"}, {2, "two"}}));
+  EXPECT_LT(secondsToLeave(), kSoon);
+}
+
 TEST_F(KeldSocketThreadsTest, AMessageThatEndsAnywhereIsAFailure) {
   constexpr std::size_t kEnds[] = {10, 36, 38, 40, 43, 44, 50};
   struct Link {

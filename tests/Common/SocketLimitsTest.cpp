@@ -86,9 +86,10 @@ TEST_F(SocketLimitsTest, LimitsAreThereBeforeAnythingIsRead) {
   listen();
   std::string header = RawConnection::frame(1, "");
   header.replace(header.size() - 4, 4, "\xFF\xFF\xFF\xFF");
+  std::vector<RawConnection> peers;  // they stay, so that nothing but the limits ends a link
   for (int i = 0; i < 50; ++i) {
-    RawConnection peer = connect();
-    peer.write(header + "few");
+    peers.push_back(connect());
+    peers.back().write(header + "few");
     ASSERT_TRUE(
         testing::eventually([&] { return server_->childCount() == static_cast<std::size_t>(i) + 1; }));
   }

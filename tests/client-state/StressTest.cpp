@@ -1,6 +1,7 @@
 // Clients that come, ask and go on the main thread while a daemon comes and goes on another.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <thread>
 
 #include "client-state/BackupState.h"
@@ -36,8 +37,9 @@ struct News : InvocationTarget {
     const int number = invocation.arguments.front().encoded().intValue();
     EXPECT_GT(number, last) << "in the order in which they were sent";
     last = number;
+    ++told;
   }
-  int last = 0;
+  int last = 0, told = 0;
 };
 
 struct Client {
@@ -129,6 +131,8 @@ TEST(StressTest, ClientsGetTheirAnswersOrNoneWhileTheirDaemonComesAndGoes) {
       }
     }
     weather.join();
+    EXPECT_TRUE(std::any_of(clients.begin(), clients.end(),
+                            [](const auto& client) { return client->news->told > 0; }));
     for (const auto& client : clients) {
       if (client->begun) {
         EXPECT_TRUE(eventuallyRunning([&] { return client->state.connected(); })) << "it has come back";

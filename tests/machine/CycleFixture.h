@@ -60,7 +60,10 @@ class CycleFixture : public MenuTest {
   /// Whether the daemon comes to show this state of the file. A command has no answer, and the next menu asks
   /// by another connection, so only this tells that it has come.
   bool becomes(const char* state) {
-    return eventually([&] { return observer_->dictionaryForPath(file_)["state"] == PropertyList(state); });
+    return eventually([&] { return isShownAs(state); });
+  }
+  bool isShownAs(const char* state) {
+    return observer_->dictionaryForPath(file_)["state"] == PropertyList(state);
   }
   /// A cycle in which nothing fails any more: its menu shows the file as it is, and its command is done.
   /// After it the file is not selected. The command is one that changes what is shown: another could still be

@@ -10,7 +10,7 @@ import time
 import unittest
 
 from storage_harness import (BACKED_UP, FAILED, QUICK, RESTIC, WAITING, StorageCase, children_of, command_line,
-                             damage, read, write_private)
+                             damage, locks_in, read, write_private)
 
 PROMPT = 5  # seconds in which a run of the storage program ends that is no longer wanted
 
@@ -97,30 +97,25 @@ class OfTheRepository(Failures):
 
     def test_a_lock_of_a_living_program_is_waited_for_and_a_dead_ones_removed(self):
         one = self.begun()
-        locks = os.path.join(one.repository, "locks")
-
-        def whole_locks():
-            return [name for name in os.listdir(locks) if len(name) == 64]
-
         for _ in range(50):  # until one is stopped while it holds its lock
             holder = subprocess.Popen([RESTIC, "--no-cache", "--repo", one.repository, "--password-file", one.key_file,
                                        "check", "--read-data"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-            while holder.poll() is None and not whole_locks():
+            while holder.poll() is None and not locks_in(one.repository):
                 pass
             holder.send_signal(signal.SIGSTOP)
-            if holder.poll() is None and whole_locks():
+            if holder.poll() is None and locks_in(one.repository):
                 break
             holder.kill()
             holder.wait()
         self.addCleanup(holder.wait)
         self.addCleanup(holder.kill)
-        self.assertTrue(whole_locks())
+        self.assertTrue(locks_in(one.repository))
         self.fails(one, "locked", "in use by another")
-        self.assertTrue(os.listdir(locks), "nobody else's lock is removed")
+        self.assertTrue(locks_in(one.repository), "nobody else's lock is removed")
         holder.kill()
         holder.wait()
         self.is_over(one)
-        one.eventually(lambda: not os.listdir(locks), "a repository without locks")
+        one.eventually(lambda: not locks_in(one.repository), "a repository without locks")
 
     def test_a_full_disk(self):
         one = self.begun()
@@ -244,8 +239,7 @@ class OfTheEngine(Failures):
         with open(big, "wb") as stream:
             stream.truncate(1 << 30)  # that takes a while to read
         one.select()
-        locks = os.path.join(one.repository, "locks")
-        one.eventually(lambda: os.listdir(locks) and one.engines(), "a run that has its lock")
+        one.eventually(lambda: locks_in(one.repository) and one.engines(), "a run that has its lock")
         for engine in one.engines():
             os.kill(engine, signal.SIGKILL)
         state = one.stands("failed")
@@ -256,7 +250,7 @@ class OfTheEngine(Failures):
         self.path = big
         self.is_over(one)
         one.control("check")  # needs the repository for itself
-        one.eventually(lambda: not os.listdir(locks), "a repository without locks")
+        one.eventually(lambda: not locks_in(one.repository), "a repository without locks")
 
     def test_pause_off_and_the_end_cancel_what_runs(self):
         one = self.begun()

@@ -51,6 +51,11 @@ def write_quick_repository(folder):
         stream.write(QUICK["kKeyFile"])
 
 
+def locks_in(repository):
+    """The names of its locks. A file that a killed program had not given its final name is none."""
+    return [name for name in os.listdir(os.path.join(repository, "locks")) if len(name) == 64]
+
+
 def write_private(path, text):
     descriptor = os.open(path, os.O_WRONLY | os.O_CREAT | os.O_TRUNC, 0o600)
     with open(descriptor, "w", encoding="utf-8") as stream:

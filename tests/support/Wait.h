@@ -38,18 +38,18 @@ inline bool eventuallyRunning(const std::function<bool()>& condition) {
   });
 }
 
-/// Entries of a folder of /proc/self: how many threads or descriptors there are.
-inline std::ptrdiff_t countOf(const char* what) {
-  return std::distance(std::filesystem::directory_iterator(std::filesystem::path("/proc/self") / what),
+/// Entries of a folder of a process in /proc: how many threads or descriptors there are.
+inline std::ptrdiff_t countOf(const char* what, const std::string& process = "self") {
+  return std::distance(std::filesystem::directory_iterator(std::filesystem::path("/proc") / process / what),
                        std::filesystem::directory_iterator());
 }
 
 /// How many threads there are once those that are leaving have left: the fewest of a tenth of a second.
-inline std::ptrdiff_t settledThreadCount() {
-  std::ptrdiff_t fewest = countOf("task");
+inline std::ptrdiff_t settledThreadCount(const std::string& process = "self") {
+  std::ptrdiff_t fewest = countOf("task", process);
   for (int i = 0; i < 20; ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    fewest = std::min(fewest, countOf("task"));
+    fewest = std::min(fewest, countOf("task", process));
   }
   return fewest;
 }

@@ -17,7 +17,9 @@ TEST(GuardedEntry, LogsWhatIsThrownAndAnswersOtherwise) {
   const testing::LogCapture log;
   EXPECT_EQ(guardedEntry<int>("Entry", 1, []() -> int { throw std::runtime_error("broken"); }), 1);
   EXPECT_EQ(guardedEntry<int>("Entry", 1, []() -> int { throw 5; }), 1);
-  EXPECT_EQ(log.lines(), (std::vector<std::string>{"Entry: broken", "Entry: unknown exception"}));
+  EXPECT_EQ(guardedEntry<int>("Entry", 1, []() -> int { throw std::bad_alloc(); }), 1);
+  EXPECT_EQ(log.lines(),
+            (std::vector<std::string>{"Entry: broken", "Entry: unknown exception", "Entry: out of memory"}));
 }
 
 TEST(GuardedEntry, ThrowsNothingEvenWhenTheLogDoes) {

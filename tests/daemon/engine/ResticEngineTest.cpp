@@ -80,6 +80,19 @@ TEST_F(ResticEngineTest, TellsAWrongKeyAndAMissingOne) {
   EXPECT_EQ(engine_.probe(job_).health, Health::wrongKey);
 }
 
+TEST_F(ResticEngineTest, TakesARepositoryWithoutAPartOfItForNoOther) {
+  initialize();
+  for (const std::string part : {"/keys", "/snapshots"}) {
+    std::filesystem::rename(repository() + part, repository() + ".away");
+    std::vector<Snapshot> snapshots;
+    const EngineAnswer answer = engine_.snapshots(false, snapshots, job_);
+    EXPECT_EQ(answer.health, Health::missing);
+    EXPECT_THAT(answer.detail, ::testing::HasSubstr(part));
+    std::filesystem::rename(repository() + ".away", repository() + part);
+    EXPECT_TRUE(engine_.snapshots(false, snapshots, job_));
+  }
+}
+
 TEST_F(ResticEngineTest, TellsADiskThatIsNotConnected) {
   initialize();
   configure([](RepositoryConfig& configuration) { configuration.fileSystemUuid = "0123-ABCD"; });

@@ -79,6 +79,10 @@ TEST(ResticFailureTest, TellsEndsThatAreNoneOfTheProgramsOwn) {
   end.cancelled = true;
   EXPECT_EQ(judgedEnd(end, "", Secrets()).health, Health::cancelled);
   end = ChildEnd();
+  end.exitStatus = 130;
+  EXPECT_EQ(judgedEnd(end, "\x1b[2Ksignal interrupt received, cleaning up\n", Secrets()).detail,
+            "The storage program failed: something interrupted it.");
+  end = ChildEnd();
   end.startError = ENOENT;
   EXPECT_EQ(judgedEnd(end, "", Secrets()).health, Health::engineMissing);
   end.startError = EMFILE;

@@ -2,12 +2,15 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <regex>
 #include <sstream>
 #include <thread>
 
+#include "platform/files/Descriptor.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -18,6 +21,23 @@ TEST(SystemLog, GivesEachLineToTheReceiver) {
   const testing::LogCapture log;
   systemLog("%s: %@ = %u", "name", PropertyList("key"), 5U);
   EXPECT_EQ(log.lines(), std::vector<std::string>{"name: key = 5"});
+}
+
+TEST(SystemLog, SendsTimeProcessNameAndProcessIdToTheLogDaemon) {
+  const testing::TemporaryFolder folder;
+  const std::string path = folder / "log";
+  const Descriptor daemon(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+  sendToSystemLog("Nobody listens yet.", path.c_str());
+  ASSERT_EQ(bind(daemon.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+  sendToSystemLog("A 100% plain text", path.c_str());
+  char buffer[200] = {};
+  ASSERT_GT(recv(daemon.get(), buffer, sizeof(buffer), 0), 0);
+  const std::regex form(R"(<13>[A-Z][a-z]{2} [ 123]\d \d\d:\d\d:\d\d test-platform-syslog\[)" +
+                        std::to_string(getpid()) + R"(\]: A 100% plain text)");
+  EXPECT_TRUE(std::regex_match(std::string(buffer), form)) << buffer;
 }
 
 TEST(SystemLog, WritesToStandardErrorWithTimeProcessAndThreadInFront) {
