@@ -46,7 +46,7 @@ TEST(Reference, HasTheMethodsOfTheSecondSocket) {
   const Json& selectors = tables()["ownerMethods"];
   ASSERT_EQ(selectors.size(), KeldaneOwnerProtocol.methods.size()) << kAdvice;
   for (std::size_t i = 0; i < selectors.size(); ++i) {
-    EXPECT_EQ(selectors[i], KeldaneOwnerProtocol.methods[i].selector);
+    EXPECT_EQ(selectors[i]["selector"], KeldaneOwnerProtocol.methods[i].selector);
   }
 }
 

@@ -2,11 +2,13 @@
 
 from __future__ import annotations
 
+import datetime
 import os
 import stat
 import traceback
-from collections.abc import Callable
+from collections.abc import Callable, Iterator
 
+from .. import reference
 from ..frames import Gone, Link, Silent, frame, plist, request_value, REQUEST
 from ..meaning import kind
 from ..report import Failure, Skip, expect
@@ -130,6 +132,37 @@ def owner_answers(context: DaemonContext) -> None:
             answer = link.answer().value
             expect_kind(answer, "dictionary", f"the answer to {selector} {argument}")
             expect_kind(answer.get("error"), "string", f'"error" of the answer to {selector} {argument}')
+
+
+# A value of another kind for each kind.
+OTHER_KIND = {"string": 5, "integer": "text", "boolean": "text", "dictionary": "text", "array": "text", "date": "text"}
+RIGHT_KIND = {"string": "text", "integer": 1, "boolean": True, "dictionary": {}, "array": [{"path": "/"}],
+              "date": datetime.datetime(2026, 11, 20)}
+
+
+def wrong_requests() -> Iterator[tuple[str, object, str]]:
+    """Requests that no daemon may carry out: selector, argument, and what is wrong with it."""
+    for row in reference.protocol()["ownerMethods"]:
+        keys = [text.split(" ") for text in row["request"]]
+        right = {name.rstrip("*"): RIGHT_KIND[kind_] for name, kind_ in keys if name.endswith("*")}
+        yield row["selector"], "no dictionary", "is a string"
+        for name, kind_ in keys:
+            key = name.rstrip("*")
+            yield row["selector"], {**right, key: OTHER_KIND[kind_]}, f'has another kind of value for "{key}"'
+            if name.endswith("*"):
+                yield row["selector"], {each: value for each, value in right.items() if each != key}, f'lacks "{key}"'
+
+
+@CHECKS.check("owner/requests", "A request that lacks a required key, or has a value of another kind, is refused as a whole.",
+              "methods.md", profile="full", destructive=True)  # a daemon that does not refuse may carry one out
+def owner_requests(context: DaemonContext) -> None:
+    context.folder("owner")
+    with owner_link(context) as link:
+        for selector, argument, what in wrong_requests():
+            link.send(owner_request(selector, argument))
+            answer = link.answer().value
+            expect(isinstance(answer, dict) and isinstance(answer.get("error"), str),
+                   f"the request of {selector} {what}, and the answer is {answer}")
 
 
 @CHECKS.check("owner/unknown", "A question of tomorrow has no answer, and the connection goes on.", "versioning.md",
