@@ -3,6 +3,7 @@
 import contextlib
 import json
 import os
+import re
 import shlex
 import shutil
 import signal
@@ -147,6 +148,18 @@ class Usage(unittest.TestCase):
         for page in ("protocol/README.md", "examples/minimum_daemon.py", "examples/file_status.py"):
             found = [folder for folder, _, _ in os.walk(place) if os.path.isfile(os.path.join(folder, page))]
             self.assertEqual(len(found), 1, page)
+        self.expect_links(found[0])
+
+    def expect_links(self, docs):
+        """Each link of an installed page to another, or to an example, leads to a file. Other documents come otherwise."""
+        source = os.path.join(SOURCE, "docs", "protocol")
+        for name in filter(lambda name: name.endswith(".md"), os.listdir(source)):
+            with open(os.path.join(docs, "protocol", name), encoding="utf-8") as stream:
+                text = stream.read()
+            with open(os.path.join(source, name), encoding="utf-8") as stream:
+                self.assertEqual(text.replace("../examples/", "../../examples/"), stream.read())
+            for link in re.findall(r"\]\(((?:\.\./examples/)?[\w.-]+)[)#]", text):
+                self.assertTrue(os.path.isfile(os.path.join(docs, "protocol", link)), f"{name}: {link}")
 
     def test_a_wrong_use_is_said(self):
         for words in (["daemon"], ["client"], [], ["daemon", "x", "--destructive"], ["daemon", "x", "--profile", "none"]):

@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 from .. import reference
-from ..report import expect
+from ..report import Skip, expect
 from .context import CHECKS, ClientContext
 
 
@@ -51,7 +51,7 @@ def one_at_a_time(context: ClientContext) -> None:
 @CHECKS.check("request/names", "A name is text; nothing in it is a sign for anything.", "values.md", profile="basic")
 def names(context: ClientContext) -> None:
     if "{file}" not in " ".join([*context.command, *context.asking()]):
-        return
+        raise Skip("the command does not name {file}")
     before = context.places["file"]
     try:
         for name in ("with blank", "50%", "quote\"'", "emoji 😀", "ÄÖÜ"):

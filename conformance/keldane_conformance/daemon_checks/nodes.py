@@ -50,8 +50,7 @@ def folder(context: DaemonContext) -> None:
 @CHECKS.check("node/missing", "Of what is not there and was never stored, nothing is known.", "node.md")
 def missing(context: DaemonContext) -> None:
     with context.link() as link:
-        for selector in (LOOK_UP,):
-            expect(link.ask(selector, NO_FILE, 0) is None, "something is known of what does not exist")
+        expect(link.ask(LOOK_UP, NO_FILE, 0) is None, "something is known of what does not exist")
 
 
 @CHECKS.check("node/size", "Listings show a file's size.", "node.md", destructive=True)
