@@ -140,7 +140,7 @@ std::uint32_t Daemon::setting(const std::string& key) {
   const std::optional<std::string> stored = store_.value(Store::Table::settings, key);
   if (!stored) {
     return std::find(std::begin(kOneByDefault), std::end(kOneByDefault), key) != std::end(kOneByDefault) ? 1
-                                                                                                        : 0;
+                                                                                                         : 0;
   }
   return static_cast<std::uint32_t>(numberFrom(stored));
 }
@@ -247,10 +247,10 @@ PropertyList Daemon::state(const Sight& sight) {
   const std::string rest = restReason(progress);
   const std::uint64_t quota = care_.quotaBytes();
   const bool overQuota = setting("overQuotaTest") != 0 || (quota > 0 && care_.repositorySize() > quota);
-  const std::uint32_t number = rest == "off"                 ? kOff
-                               : rest == "paused"            ? kPaused
+  const std::uint32_t number = rest == "off"              ? kOff
+                               : rest == "paused"         ? kPaused
                                : isNeeded && rest.empty() ? kBackingUp
-                                                             : kIdle;
+                                                          : kIdle;
   const std::string restored = restores_.currentFile();
   const auto seen = [&sight](const std::string& path) {
     return !path.empty() && sight.sees(path) ? path : std::string();

@@ -226,7 +226,8 @@ void BackupWorker::addAgain(Batch& batch) {
   for (const BatchFile& file : batch.files) {
     hour_.files.erase(file.path);
   }
-  std::erase_if(hour_.files, [this](const auto& entry) { return !rules_.decide(entry.first, false).selected; });
+  std::erase_if(hour_.files,
+                [this](const auto& entry) { return !rules_.decide(entry.first, false).selected; });
   for (const auto& [path, file] : hour_.files) {
     batch.again.push_back(file);
   }

@@ -263,8 +263,7 @@ BackupWorker::Progress BackupWorker::progress() const {
   // What a scan has found is on the list before the scan counts as done, so the list is asked last.
   const std::lock_guard guard(mutex_);
   Progress progress;
-  progress.placesToScan =
-      toScan_.size() + (scanned_.empty() ? 0 : 1) + static_cast<std::size_t>(intentions_);
+  progress.placesToScan = toScan_.size() + (scanned_.empty() ? 0 : 1) + static_cast<std::size_t>(intentions_);
   const PendingFiles::Totals totals = pending_.totals();
   progress.hasPreferred = pending_.hasPreferred();
   std::uint64_t files = 0;

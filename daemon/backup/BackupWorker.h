@@ -128,9 +128,9 @@ class BackupWorker {
     /// Places that are to be scanned before it is known what waits, the one at hand included. While there is
     /// one, there may be more to store than what is pending.
     std::size_t placesToScan = 0;
-    bool hasPreferred = false;                         ///< some of the pending files are preferred
-    bool isStoring = false;                            ///< a batch runs
-    bool isReady = false;                              ///< the repository was made ready since the start
+    bool hasPreferred = false;  ///< some of the pending files are preferred
+    bool isStoring = false;     ///< a batch runs
+    bool isReady = false;       ///< the repository was made ready since the start
   };
   Progress progress() const;
   bool isPending(const std::string& path) const { return pending_.contains(path); }

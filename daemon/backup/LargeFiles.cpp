@@ -11,7 +11,7 @@ namespace {
 
 using std::chrono::steady_clock;
 
-constexpr unsigned kMostDoublings = 16;
+constexpr unsigned kMostTurnDoublings = 16;
 // How often other large files are looked for while one is read.
 constexpr std::chrono::seconds kLookInterval(1);
 
@@ -54,7 +54,7 @@ std::optional<Batch> BackupWorker::nextLarge() {
       addAgain(batch);
       const std::lock_guard guard(mutex_);
       const auto left = doublings_.find(file.path);
-      const unsigned doublings = left == doublings_.end() ? 0 : std::min(left->second, kMostDoublings);
+      const unsigned doublings = left == doublings_.end() ? 0 : std::min(left->second, kMostTurnDoublings);
       turn_ = {file, steady_clock::now() + timing_.turn * (1U << doublings), {}};
       return batch;
     }

@@ -274,8 +274,7 @@ PropertyList NodeBuilder::node(const Sight& sight, const std::string& path, bool
   }
   const struct stat* status = item->status ? &*item->status : nullptr;
   const std::optional<BackupRecord> record = store_.record(path);
-  const bool isFolder =
-      status != nullptr ? S_ISDIR(status->st_mode) : !record && store_.hasRecordBelow(path);
+  const bool isFolder = status != nullptr ? S_ISDIR(status->st_mode) : !record && store_.hasRecordBelow(path);
   if (status == nullptr && !record && !isFolder) {
     return {};
   }
@@ -321,10 +320,9 @@ PropertyList NodeBuilder::children(const Sight& sight, const std::string& folder
     const auto record = records.find(path);
     const bool isStored = record != records.end();
     const bool isChildFolder = status ? S_ISDIR(status->st_mode) : !isStored;
-    children.push_back(build(sight,
-                             {path, status ? &*status : nullptr, isStored ? &record->second : nullptr,
-                              isChildFolder},
-                             false));
+    children.push_back(
+        build(sight, {path, status ? &*status : nullptr, isStored ? &record->second : nullptr, isChildFolder},
+              false));
   }
   return PropertyList::array(std::move(children));
 }

@@ -46,7 +46,8 @@ class NodeBuilder {
   /// versions of a file under "versions", newest first.
   PropertyList nodeWithVersions(const Sight& sight, const std::string& path) const;
   /// The dictionaries of a folder's entries, sorted by name, those included that are only in the backup,
-  /// folders too; absent for what is no folder. Of a folder with more than `kLongestListing` the rest is left out.
+  /// folders too; absent for what is no folder. Of a folder with more than `kLongestListing` the rest is left
+  /// out.
   PropertyList children(const Sight& sight, const std::string& folder) const;
   /// The status colour of a path; 0 for one that may not be asked about.
   std::int32_t color(const Sight& sight, const std::string& path) const;

@@ -54,9 +54,8 @@ std::optional<std::string> Store::trouble() {
   const ScopedLock guard(mutex_);
   if (std::chrono::steady_clock::now() >= nextTry_) {
     try {
-      writing([&]() KELDANE_REQUIRES(mutex_) {
-        sql::runOnce(database_, "UPDATE counters SET number = number");
-      });
+      writing(
+          [&]() KELDANE_REQUIRES(mutex_) { sql::runOnce(database_, "UPDATE counters SET number = number"); });
     } catch (const SQLite::Exception&) {
       return trouble_;
     }

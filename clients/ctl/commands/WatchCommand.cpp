@@ -49,7 +49,11 @@ extern "C" void endLineAndProcess(int number) {
 class Watcher {
  public:
   Watcher(Globals& globals, const WatchOptions& options)
-      : globals_(globals), options_(options), session_(globals), state_(session_.state()), stall_(globals.deadline) {
+      : globals_(globals),
+        options_(options),
+        session_(globals),
+        state_(session_.state()),
+        stall_(globals.deadline) {
     drawn_ = terminal_.isTerminal() && !options.json;
     NotificationCenter& center = NotificationCenter::defaultCenter();
     center.addObserver(this, KeldaneBackupStateConnectionChangedNotification, &state_,
@@ -243,7 +247,8 @@ void addWatchCommand(CLI::App& app, Globals& globals) {
       "watch", "Follow the daemon's work: a progress bar on a terminal, otherwise a line a change");
   auto options = std::make_shared<WatchOptions>();
   command->add_flag("--json", options->json, "Print a JSON object a change instead of text");
-  command->add_flag("--until-done", options->untilDone, "End once everything is backed up or has failed, or rests until somebody sees to it");
+  command->add_flag("--until-done", options->untilDone,
+                    "End once everything is backed up or has failed, or rests until somebody sees to it");
   command->callback([&globals, options] { Watcher(globals, *options).run(); });
 }
 

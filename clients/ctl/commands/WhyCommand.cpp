@@ -42,7 +42,8 @@ void explain(const Globals& globals, const std::string& given, bool json) {
   }
   std::cout << printable(path) << ": " << printable(node["state"].string()) << '\n';
   for (std::size_t i = 0; i < reasons.count(); ++i) {
-    std::cout << (i == 0 ? "  decides    " : "  outranked  ") << printable(reasons[i]["text"].string()) << '\n';
+    std::cout << (i == 0 ? "  decides    " : "  outranked  ") << printable(reasons[i]["text"].string())
+              << '\n';
   }
   if (const std::string stored = storedText(node); !stored.empty()) {
     std::cout << "  stored     " << stored << '\n';
