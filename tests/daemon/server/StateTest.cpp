@@ -108,6 +108,7 @@ TEST_F(StateTest, CountsOneFileAsOne) {
 
 TEST_F(StateTest, NobodysSizesSpoilIt) {
   constexpr std::uint64_t kLargest = std::numeric_limits<std::int64_t>::max();
+  ASSERT_TRUE(eventually([&] { return daemon_->worker().progress().isReady; }));
   const SnapshotRecord snapshot = {1, std::string(64, 'b'), 1, false, ""};
   daemon_->store().addSnapshot(
       snapshot, {{"/x/a", {kLargest, 1, 1}}, {"/x/b", {kLargest, 1, 1}}, {"/x/c", {5, 1, 1}}}, {});
