@@ -272,7 +272,9 @@ BackupWorker::Progress BackupWorker::progress() const {
     progress.isStoring = progress.isStoring || lane->isStoring;
     files += lane->filesDone;
     bytes = saturatedSum(bytes, lane->bytesDone);
-    progress.currentFile = lane->current.empty() ? progress.currentFile : lane->current;
+    if (!lane->current.empty() && !lane->job.cancelled) {
+      progress.currentFile = lane->current;
+    }
   }
   // A file counts as pending until its batch has ended, so the last one goes with the batch.
   progress.pendingFiles = totals.files - std::min(files, totals.files - (totals.files > 0 ? 1 : 0));
