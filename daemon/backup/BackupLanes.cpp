@@ -68,10 +68,13 @@ bool BackupWorker::step(Lane& lane) {
     {
       const std::lock_guard guard(mutex_);
       rests = !mayWork(false) || !toScan_.empty() || !scanned_.empty();
+      isCaring_ = !rests;
     }
     if (const auto answer = rests ? std::nullopt : keeper_.lookAfter(lane.job)) {
       watch_.report(*answer);
     }
+    const std::lock_guard guard(mutex_);
+    isCaring_ = false;
   }
   return false;
 }

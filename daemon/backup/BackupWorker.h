@@ -211,6 +211,7 @@ class BackupWorker {
   std::set<std::string> toBeScanned_;
   std::string scanned_;  // empty when none
   int intentions_ = 0;
+  bool isCaring_ = false;  // the repository is being looked after, perhaps under a lock
   std::optional<std::chrono::steady_clock::time_point>
       noticed_;         // the first change since the last batch began
   bool urgent_ = true;  // a person waits for it

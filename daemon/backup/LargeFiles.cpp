@@ -39,7 +39,7 @@ std::optional<Batch> BackupWorker::nextLarge() {
     if (files.empty()) {
       doublings_.clear();
     }
-    if (!isBatchDue()) {
+    if (!isBatchDue() || isCaring_) {
       std::erase_if(files, [](const LargeFile& file) { return !file.isPreferred; });
     }
     const auto rank = [last = turn_.file.owner](const LargeFile& file) {

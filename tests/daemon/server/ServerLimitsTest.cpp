@@ -232,8 +232,8 @@ TEST_F(ServerLimitsTest, ALongSelectionIsOneRequest) {
   again();
   PropertyList::Array paths;
   for (int i = 0; i < 10'000; ++i) {
-    paths.emplace_back(
-        folder_.write("home/many/a folder with quite a long name/and a file with one/" + std::to_string(i), ""));
+    paths.emplace_back(folder_.write(
+        "home/many/a folder with quite a long name/and a file with one/" + std::to_string(i), ""));
   }
   (*client_)->setPausedMinutes(5U);
   (*client_)->addFilesToBackup(PropertyList::array(paths));
