@@ -15,12 +15,11 @@ namespace keldane {
 
 namespace {
 
-// Settings that are on unless somebody switches them off.
-constexpr std::string_view kOnByDefault[] = {"enabled", "automaticMode"};
+// Settings that are 1 until somebody sets them.
+constexpr std::string_view kOneByDefault[] = {"enabled", "automaticMode", "serviceState"};
 
-// Values of "backupState" and "serviceState".
+// Values of "backupState".
 enum BackupStateNumber : std::uint32_t { kIdle = 0, kBackingUp = 1, kPaused = 2, kOff = 3 };
-constexpr std::uint32_t kServiceRunning = 1;
 
 /// What no rule brings into the backup: what is made anew at each start, and what this daemon writes itself.
 std::vector<std::string> policyFor(const DaemonOptions& options, const DataFolder& data) {
@@ -49,6 +48,10 @@ std::uint64_t numberFrom(const std::optional<std::string>& text) {
     std::from_chars(text->data(), text->data() + text->size(), number);
   }
   return number;
+}
+
+std::string filesText(std::uint64_t count) {
+  return std::to_string(count) + (count == 1 ? " file" : " files");
 }
 
 }  // namespace
@@ -136,7 +139,8 @@ std::uint32_t Daemon::computerNumber() const {
 std::uint32_t Daemon::setting(const std::string& key) {
   const std::optional<std::string> stored = store_.value(Store::Table::settings, key);
   if (!stored) {
-    return std::find(std::begin(kOnByDefault), std::end(kOnByDefault), key) != std::end(kOnByDefault) ? 1 : 0;
+    return std::find(std::begin(kOneByDefault), std::end(kOneByDefault), key) != std::end(kOneByDefault) ? 1
+                                                                                                         : 0;
   }
   return static_cast<std::uint32_t>(numberFrom(stored));
 }
@@ -180,11 +184,31 @@ void Daemon::tellWorker() {
   worker_.setModes(modes);
 }
 
-std::string Daemon::statusFor(std::uint32_t number, const BackupWorker::Progress& progress) {
-  if (number == kOff) {
+// Why nothing of what waits is stored now, a word for clients; empty when something is or will be.
+const char* Daemon::restReason(const BackupWorker::Progress& progress) {
+  if (setting("enabled") == 0) {
+    return "off";
+  }
+  if (pausedMinutes() > 0) {
+    return "paused";
+  }
+  if (care_.isRecovering()) {
+    return "recovering";
+  }
+  const bool isAutomatic = setting("automaticMode") != 0;
+  const bool isMore = progress.hasPreferred || progress.placesToScan > 0 || progress.pendingFiles == 0;
+  return isAutomatic || isMore ? "" : "manual";
+}
+
+std::string Daemon::statusFor(const std::string& rest, const BackupWorker::Progress& progress,
+                              std::uint64_t failures) {
+  if (const std::optional<std::string> trouble = store_.trouble()) {
+    return *trouble;
+  }
+  if (rest == "off") {
     return "Backup is switched off";
   }
-  if (number == kPaused) {
+  if (rest == "paused") {
     return "Paused";
   }
   if (care_.snapshotsToRead() > 0) {
@@ -194,35 +218,43 @@ std::string Daemon::statusFor(std::uint32_t number, const BackupWorker::Progress
   if (const EngineAnswer standing = watch_.standing(); !standing) {
     return standing.detail.empty() ? "The repository cannot be used" : standing.detail;
   }
-  if (care_.isRecovering()) {
+  if (rest == "recovering") {
     return "Recovered: nothing is backed up or forgotten until you resume";
   }
   if (const std::optional<std::string> complaint = age_.complaint(timeOfDay())) {
     return *complaint;
   }
-  if (progress.pendingFiles > 0) {
-    return stringWithFormat("Backing up: %llu files to go", progress.pendingFiles);
+  if (rest == "manual") {
+    return "Automatic backup is off: " + filesText(progress.pendingFiles) +
+           (progress.pendingFiles == 1 ? " waits" : " wait");
   }
-  const std::uint64_t failures = store_.failureCount();
-  return failures == 0 ? "Up to date"
-                       : stringWithFormat("Up to date, but %llu files could not be backed up", failures);
+  if (progress.placesToScan > 0) {
+    return progress.pendingFiles == 0
+               ? "Looking for what is to be backed up"
+               : "Looking for what is to be backed up: " + filesText(progress.pendingFiles) + " so far";
+  }
+  if (progress.pendingFiles > 0) {
+    return "Backing up: " + filesText(progress.pendingFiles) + " to go";
+  }
+  return failures == 0 ? "Up to date" : "Up to date, but " + filesText(failures) + " could not be backed up";
 }
 
 PropertyList Daemon::state(const Sight& sight) {
-  const BackupWorker::Progress progress = worker_.progress();
+  const BackupWorker::Progress progress = worker_.progress();  // first: what is done by then is told below
+  const bool isNeeded = progress.pendingFiles > 0 || progress.placesToScan > 0;
   const Store::Totals totals = store_.totals();
-  const bool paused = pausedMinutes() > 0;
+  const std::uint64_t failures = store_.failureCount();
+  const std::string rest = restReason(progress);
   const std::uint64_t quota = care_.quotaBytes();
   const bool overQuota = setting("overQuotaTest") != 0 || (quota > 0 && care_.repositorySize() > quota);
-  const std::uint32_t number = setting("enabled") == 0      ? kOff
-                               : paused                     ? kPaused
-                               : progress.pendingFiles == 0 ? kIdle
-                                                            : kBackingUp;
+  const std::uint32_t number = rest == "off"              ? kOff
+                               : rest == "paused"         ? kPaused
+                               : isNeeded && rest.empty() ? kBackingUp
+                                                          : kIdle;
   const std::string restored = restores_.currentFile();
   const auto seen = [&sight](const std::string& path) {
     return !path.empty() && sight.sees(path) ? path : std::string();
   };
-  const std::uint32_t service = setting("serviceState");
   const EngineAnswer standing = watch_.standing();
   const std::optional<double> lastGood = age_.lastGood();
   return PropertyList::dictionary({
@@ -232,22 +264,24 @@ PropertyList Daemon::state(const Sight& sight) {
       {"currentBackupFile", seen(progress.currentFile)},
       {"currentRestoreFile", sight.isPrivileged() ? restored : seen(restored)},
       {"currentRestoreJob", restores_.current()},
-      {"isBackupNeeded", progress.pendingFiles > 0},
+      {"isBackupNeeded", isNeeded},
       {"lowerPriorityMode", setting("lowerPriorityMode") != 0},
-      {"paused", paused},
+      {"paused", pausedMinutes() > 0},
       {"pendingFileCount", progress.pendingFiles},
       {"pendingFileSize", progress.pendingBytes},
       {"recoverMode", setting("recoverMode") != 0},
-      {"serviceState", service == 0 ? kServiceRunning : service},
-      {"statusString", statusFor(number, progress)},
+      {"serviceState", setting("serviceState")},
+      {"statusString", statusFor(rest, progress, failures)},
       {"isQuotaLimited", quota > 0},
       {"isOverQuota", overQuota},
       {"quotaMB", quota >> 20},
       {"backupControlFlags", setting("backupControl")},
       {"health", healthWord(standing.health)},
       {"repositorySize", care_.repositorySize()},
-      {"failureCount", store_.failureCount()},
+      {"failureCount", failures},
       {"lastGoodBackup", lastGood ? PropertyList(Date::fromUnixTime(*lastGood)) : PropertyList()},
+      {"restReason", rest},
+      {"storeTrouble", store_.trouble().value_or("")},
   });
 }
 

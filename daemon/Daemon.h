@@ -61,7 +61,7 @@ class Daemon {
   /// Ends every call of the engine, and the threads.
   void stop();
 
-  /// A setting of the daemon as a number; 0 or the default when it was never set.
+  /// A setting of the daemon as a number; 0 or its usual value when it was never set.
   std::uint32_t setting(const std::string& key);
   void setSetting(const std::string& key, std::uint32_t value);
   /// This computer's number in the repository; 0 before there is one.
@@ -89,7 +89,9 @@ class Daemon {
   void raiseAlert(const std::string& kind, const std::string& sentence) const;
   void goOnWithPause();
   void tellWorker();
-  std::string statusFor(std::uint32_t number, const BackupWorker::Progress& progress);
+  const char* restReason(const BackupWorker::Progress& progress);
+  std::string statusFor(const std::string& rest, const BackupWorker::Progress& progress,
+                        std::uint64_t failures);
 
   const bool verbose_;
   const std::function<void()> terminate_;

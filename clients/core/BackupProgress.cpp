@@ -1,6 +1,8 @@
 #include "clients/core/BackupProgress.h"
 
+#include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace keldane {
 
@@ -17,7 +19,8 @@ void BackupProgress::update(std::uint64_t files, std::uint64_t bytes, Clock::tim
     samples_.clear();
   } else {
     done_.files += pending_.files > files ? pending_.files - files : 0;
-    done_.bytes += pending_.bytes > bytes ? pending_.bytes - bytes : 0;
+    const std::uint64_t more = pending_.bytes > bytes ? pending_.bytes - bytes : 0;
+    done_.bytes += std::min(more, std::numeric_limits<std::uint64_t>::max() - done_.bytes);
   }
   pending_ = {files, bytes};
   samples_.push_back({now, done_});

@@ -10,7 +10,7 @@
 
 namespace keldane {
 
-enum ExitStatus { kDone = 0, kNotTaken = 1, kUsage = 2, kUnreachable = 3, kDeadlinePassed = 4 };
+enum ExitStatus { kDone = 0, kNotTaken = 1, kUsage = 2, kUnreachable = 3, kDeadlinePassed = 4, kRests = 5 };
 
 /// The options of all commands, and how the command went.
 struct Globals {

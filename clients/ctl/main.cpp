@@ -14,7 +14,8 @@ int run(int argc, char** argv) {
   CLI::App app(
       "Administers the backup daemon of this computer.\n\n"
       "Exit status: 0 done, 1 the daemon did not take it or knows nothing of it, 2 usage, 3 the daemon "
-      "cannot be\nreached, 4 it did not answer in time.",
+      "cannot be\nreached, 4 it did not answer in time, 5 what waits is not backed up until somebody sees to "
+      "it.",
       "keldanectl");
   app.get_formatter()->column_width(28);
   app.set_version_flag("--version", "keldanectl " KELDANE_VERSION);
@@ -31,6 +32,7 @@ int run(int argc, char** argv) {
   addWatchCommand(app, globals);
   addSetupCommand(app, globals);
   addStoredCommands(app, globals);
+  addWhyCommand(app, globals);
   addRestoreCommand(app, globals);
   addRepositoryCommands(app, globals);
   addKeyCommands(app, globals);

@@ -1,6 +1,7 @@
 // What the worker stores next, and when.
 #include <algorithm>
 
+#include "daemon/ByteSum.h"
 #include "daemon/Clock.h"
 #include "daemon/backup/BackupWorker.h"
 #include "daemon/backup/FileFacts.h"
@@ -16,6 +17,7 @@ constexpr double kBatchSeconds = 600;  // what a batch is to last
 constexpr std::size_t kFewestFiles = 1'000, kMostFiles = 1'000'000;
 constexpr std::uint64_t kFewestBytes = std::uint64_t{64} << 20, kMostBytes = std::uint64_t{1} << 40;
 constexpr std::size_t kShortBatch = 100;  // files
+constexpr std::uint64_t kShortBatchBytes = std::uint64_t{64} << 20;
 // Files that go along with each batch of an hour, so that the hour's last snapshot has them all.
 constexpr std::size_t kMostAgain = 2'000;
 
@@ -24,13 +26,21 @@ std::int64_t hourNow() {
       .count();
 }
 
+bool isShort(const Batch& batch) {
+  std::uint64_t bytes = 0;
+  for (std::size_t i = 0; i < batch.files.size() && i <= kShortBatch; ++i) {
+    bytes = saturatedSum(bytes, batch.files[i].state.size);
+  }
+  return batch.files.size() <= kShortBatch && bytes <= kShortBatchBytes;
+}
+
 }  // namespace
 
-void BackupWorker::runLane(Lane& lane, bool preferredOnly) {
+void BackupWorker::runLane(Lane& lane) {
   while (!stopping_) {
     bool worked = false;
     try {
-      worked = step(lane, preferredOnly);
+      worked = step(lane);
     } catch (const std::exception& error) {
       systemLog("The backup could not go on with its work: %s", error.what());
     }
@@ -41,7 +51,7 @@ void BackupWorker::runLane(Lane& lane, bool preferredOnly) {
 }
 
 /// One batch, or one piece of upkeep. False when there was nothing to do.
-bool BackupWorker::step(Lane& lane, bool preferredOnly) {
+bool BackupWorker::step(Lane& lane) {
   const std::lock_guard running(lane.running);
   {
     const std::lock_guard guard(mutex_);
@@ -50,18 +60,21 @@ bool BackupWorker::step(Lane& lane, bool preferredOnly) {
   if (!watch_.mayTry() || !prepare(lane) || keeper_.isRecovering()) {
     return false;
   }
-  if (const std::optional<Batch> batch = nextBatch(preferredOnly)) {
-    return runBatch(lane, *batch, preferredOnly);
+  if (const std::optional<Batch> batch = nextBatch(lane)) {
+    return runBatch(lane, *batch);
   }
-  if (!preferredOnly && pending_.totals().files == 0) {
+  if (lane.work == Work::ordinary && pending_.totals().files == 0) {
     bool rests = false;
     {
       const std::lock_guard guard(mutex_);
       rests = !mayWork(false) || !toScan_.empty() || !scanned_.empty();
+      isCaring_ = !rests;
     }
     if (const auto answer = rests ? std::nullopt : keeper_.lookAfter(lane.job)) {
       watch_.report(*answer);
     }
+    const std::lock_guard guard(mutex_);
+    isCaring_ = false;
   }
   return false;
 }
@@ -84,7 +97,9 @@ bool BackupWorker::prepare(Lane& lane) {
   ready_ = true;
   lastFull_ = {};
   changedSinceFull_ = false;
+  newest_.clear();
   for (const SnapshotRecord& snapshot : snapshots) {
+    newest_ = snapshot.prefix.empty() ? snapshot.id : newest_;
     changedSinceFull_ = !snapshot.full;
     if (snapshot.full) {
       lastFull_ = snapshot;
@@ -109,19 +124,27 @@ bool BackupWorker::isFullDue() const {
          (lastFull_.id.empty() || age < 0 || age >= static_cast<double>(timing_.fullInterval.count()));
 }
 
-std::optional<Batch> BackupWorker::nextBatch(bool preferredOnly) {
-  if (preferredOnly) {
-    {
-      const std::lock_guard guard(mutex_);
-      if (!mayWork(true)) {
-        return std::nullopt;
-      }
-    }
-    Batch batch = batchOf(pending_.waitingPreferred(), true);
-    return batch.files.empty() ? std::nullopt : std::optional(std::move(batch));
+std::optional<Batch> BackupWorker::nextBatch(const Lane& lane) {
+  if (lane.work == Work::ordinary) {
+    return nextOrdinary();
   }
-  std::size_t mostFiles = 0;
-  std::uint64_t mostBytes = 0;
+  if (lane.work == Work::large) {
+    return nextLarge();
+  }
+  BatchBounds bounds;
+  {
+    const std::lock_guard guard(mutex_);
+    if (!mayWork(true)) {
+      return std::nullopt;
+    }
+    bounds = {mostFiles_, mostBytes_};
+  }
+  Batch batch = batchOf(choice_.preferred(bounds).files, lane);
+  return batch.files.empty() ? std::nullopt : std::optional(std::move(batch));
+}
+
+std::optional<Batch> BackupWorker::nextOrdinary() {
+  BatchBounds bounds;
   bool isFullNow = false;
   std::string lastFull;
   const std::uint64_t waiting = pending_.totals().files;
@@ -131,13 +154,23 @@ std::optional<Batch> BackupWorker::nextBatch(bool preferredOnly) {
     if (!isFullNow && (waiting == 0 || !isBatchDue())) {
       return std::nullopt;
     }
-    mostFiles = mostFiles_;
-    mostBytes = mostBytes_;
-    lastFull = lostBytes_ ? std::string() : lastFull_.id;
+    bounds = {mostFiles_, mostBytes_};
+    // Before the first full one there may be one that has some of the files.
+    lastFull = lostBytes_ ? std::string() : lastFull_.id.empty() ? newest_ : lastFull_.id;
     noticed_.reset();
     urgent_ = false;
   }
-  Batch batch = isFullNow ? Batch() : batchOf(pending_.first(mostFiles, mostBytes), false);
+  Batch batch;
+  if (!isFullNow) {
+    BatchChoice::Choice choice = choice_.ordinary(bounds);
+    batch = batchOf(choice.files, ordinary_);
+    const std::lock_guard guard(mutex_);
+    if (!choice.large.empty()) {
+      ++wakes_;
+      changed_.notify_all();
+    }
+    foundLarge_ = std::move(choice.large);
+  }
   // When most of what is selected waits, and all of it fits, a full snapshot costs little more.
   const bool isMost = waiting == batch.files.size() && waiting > store_.totals().files;
   batch.full = isFullNow || isMost;
@@ -149,29 +182,41 @@ std::optional<Batch> BackupWorker::nextBatch(bool preferredOnly) {
   return batch.full || !batch.files.empty() ? std::optional(std::move(batch)) : std::nullopt;
 }
 
-// What is gone waits no longer.
-Batch BackupWorker::batchOf(const std::vector<PendingFiles::File>& files, bool preferred) {
+// What is gone or was excluded meanwhile waits no longer.
+Batch BackupWorker::batchOf(const std::vector<PendingFiles::File>& files, const Lane& lane) {
   Batch batch;
+  const std::set<std::string> others = aboutToBeStoredBesides(lane);
   for (const PendingFiles::File& file : files) {
-    if (preferred ? isAboutToBeStored(file.path) : pending_.isPreferred(file.path)) {
-      continue;  // the other lane has it
+    if (others.contains(file.path)) {
+      continue;
     }
     const std::optional<struct stat> status = statusOf(file.path);
-    if (!status || !isStorable(*status)) {
+    if (!status || !isStorable(*status) || !rules_.decide(file.path, false).selected) {
       scanner_.consider(file.path);
-    } else if (pending_.contains(file.path)) {  // else the other lane has just stored it
+    } else if (pending_.contains(file.path)) {  // else another lane has just stored it
       batch.files.push_back({file.path, fileStateOf(*status), S_ISLNK(status->st_mode) != 0, 0, 0});
     }
   }
   return batch;
 }
 
-// A short batch that has the file is done before another one could be.
-bool BackupWorker::isAboutToBeStored(const std::string& path) const {
+// The files that other lanes read now, and those of batches so short that they are done before another one
+// could be.
+std::set<std::string> BackupWorker::aboutToBeStoredBesides(const Lane& lane) const {
+  std::set<std::string> paths;
   const std::lock_guard guard(mutex_);
-  return ordinary_.batch != nullptr && ordinary_.batch->files.size() <= kShortBatch &&
-         std::any_of(ordinary_.batch->files.begin(), ordinary_.batch->files.end(),
-                     [&](const BatchFile& file) { return file.path == path; });
+  for (const Lane* other : lanes_) {
+    if (other == &lane || other->batch == nullptr) {
+      continue;
+    }
+    paths.insert(other->current);
+    if (isShort(*other->batch)) {
+      for (const BatchFile& file : other->batch->files) {
+        paths.insert(file.path);
+      }
+    }
+  }
+  return paths;
 }
 
 void BackupWorker::addAgain(Batch& batch) {
@@ -184,6 +229,8 @@ void BackupWorker::addAgain(Batch& batch) {
   for (const BatchFile& file : batch.files) {
     hour_.files.erase(file.path);
   }
+  std::erase_if(hour_.files,
+                [this](const auto& entry) { return !rules_.decide(entry.first, false).selected; });
   for (const auto& [path, file] : hour_.files) {
     batch.again.push_back(file);
   }
@@ -191,7 +238,7 @@ void BackupWorker::addAgain(Batch& batch) {
 }
 
 /// True when the batch was stored.
-bool BackupWorker::runBatch(Lane& lane, const Batch& batch, bool preferred) {
+bool BackupWorker::runBatch(Lane& lane, const Batch& batch) {
   if (const EngineAnswer room = keeper_.mayGrow(); !room) {
     watch_.report(room);
     return false;
@@ -200,17 +247,13 @@ bool BackupWorker::runBatch(Lane& lane, const Batch& batch, bool preferred) {
     const std::lock_guard guard(mutex_);
     lane.isStoring = true;
     lane.batch = &batch;
-    lane.isForced = preferred;
+    lane.isForced = lane.work == Work::preferred || (lane.work == Work::large && turn_.file.isPreferred);
     cancelWhatMayNotRun();
   }
   const auto began = steady_clock::now();
-  const std::size_t most = batch.files.size();
   const BatchEnd end =
       run_.run(batch, lane.job, [&](std::uint64_t files, std::uint64_t bytes, const std::string& current) {
-        const std::lock_guard guard(mutex_);
-        lane.filesDone = std::min<std::uint64_t>(files, most);
-        lane.bytesDone = bytes;
-        lane.current = current;
+        noteProgress(lane, files, bytes, current);
       });
   {
     const std::lock_guard guard(mutex_);
@@ -218,7 +261,9 @@ bool BackupWorker::runBatch(Lane& lane, const Batch& batch, bool preferred) {
     lane.batch = nullptr;
     lane.filesDone = 0;
     lane.bytesDone = 0;
+    lane.doneBeforeCurrent = 0;
     lane.current.clear();
+    lane.reconsidered.clear();
     if (!end.answer) {
       urgent_ = true;  // it waits already; the repository decides when it is tried again
     }
@@ -230,8 +275,10 @@ bool BackupWorker::runBatch(Lane& lane, const Batch& batch, bool preferred) {
   if (!end.answer || end.snapshot.id.empty()) {
     return false;
   }
-  learnFrom(batch, end, steady_clock::now() - began);
-  if (!preferred) {
+  if (learnFrom(lane, batch, end, steady_clock::now() - began)) {
+    noteStoredAnew();
+  }
+  if (lane.work == Work::ordinary) {
     noteRest(batch);
   }
   keeper_.grew(end.bytesAdded);
@@ -240,17 +287,24 @@ bool BackupWorker::runBatch(Lane& lane, const Batch& batch, bool preferred) {
   return true;
 }
 
-void BackupWorker::learnFrom(const Batch& batch, const BatchEnd& end, steady_clock::duration took) {
+// Answers whether the bytes that were lost have been stored anew.
+bool BackupWorker::learnFrom(const Lane& lane, const Batch& batch, const BatchEnd& end,
+                             steady_clock::duration took) {
   std::uint64_t bytes = 0;
   for (const StoredFile& file : end.stored) {
-    bytes += file.state.size;
+    bytes = saturatedSum(bytes, file.state.size);
   }
   const std::lock_guard guard(mutex_);
   ++wakes_;
+  newest_ = end.snapshot.id;
+  if (lane.work == Work::large) {
+    doublings_.erase(batch.files.front().path);
+  }
+  const bool isAnew = lostBytes_ && batch.full && batch.parent.empty();
+  lostBytes_ = lostBytes_ && !isAnew;
   if (batch.full) {
     lastFull_ = end.snapshot;
     changedSinceFull_ = false;
-    lostBytes_ = lostBytes_ && !batch.parent.empty();
   } else {
     changedSinceFull_ = true;
     hour_.number = hourNow();
@@ -260,13 +314,14 @@ void BackupWorker::learnFrom(const Batch& batch, const BatchEnd& end, steady_clo
     }
   }
   const double seconds = std::chrono::duration<double>(took).count();
-  if (!batch.full && seconds > kBatchSeconds / 10) {
+  if (lane.work == Work::ordinary && !batch.full && seconds > kBatchSeconds / 10) {
     const double factor = kBatchSeconds / seconds;
     mostFiles_ = std::clamp(static_cast<std::size_t>(static_cast<double>(end.stored.size()) * factor),
                             kFewestFiles, kMostFiles);
     mostBytes_ =
         std::clamp(static_cast<std::uint64_t>(static_cast<double>(bytes) * factor), kFewestBytes, kMostBytes);
   }
+  return isAnew;
 }
 
 // What changed while it was stored waits as any change does. What was left for the next batch does not.

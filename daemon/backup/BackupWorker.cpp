@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "daemon/ByteSum.h"
 #include "daemon/Clock.h"
 #include "daemon/backup/FileFacts.h"
 #include "platform/syslog/SystemLog.h"
@@ -17,6 +18,7 @@ constexpr std::size_t kFirstMostFiles = 150'000;
 constexpr std::uint64_t kFirstMostBytes = std::uint64_t{20} << 30;
 // A clock that jumped by more than this while the computer ran: it slept.
 constexpr std::int64_t kShortestSleep = 5;
+constexpr char kBytesLost[] = "bytesLost";
 
 }  // namespace
 
@@ -29,8 +31,10 @@ BackupWorker::BackupWorker(Store& store, const RuleBook& rules, BackupEngine& en
       watch_(watch),
       keeper_(keeper),
       timing_(timing),
+      choice_(pending_, ownersOnDisk()),
       scanner_(store, rules, pending_),
       run_(store, rules, engine, files, scanner_, pending_),
+      lostBytes_(store.value(Store::Table::settings, kBytesLost) == "1"),
       mostFiles_(kFirstMostFiles),
       mostBytes_(kFirstMostBytes),
       suspended_(secondsAsleep()) {
@@ -44,38 +48,74 @@ BackupWorker::~BackupWorker() { stop(); }
 void BackupWorker::start() {
   reconsiderAll();
   scanning_ = std::thread([this] { runScanner(); });
-  ordinary_.thread = std::thread([this] { runLane(ordinary_, false); });
-  preferred_.thread = std::thread([this] { runLane(preferred_, true); });
+  for (Lane* lane : lanes_) {
+    lane->thread = std::thread([this, lane] { runLane(*lane); });
+  }
 }
 
 void BackupWorker::stop() {
   {
     const std::lock_guard guard(mutex_);
     stopping_ = true;
-    ordinary_.job.cancelled = true;
-    preferred_.job.cancelled = true;
+    for (Lane* lane : lanes_) {
+      lane->job.cancelled = true;
+    }
   }
   changed_.notify_all();
-  for (std::thread* thread : {&scanning_, &ordinary_.thread, &preferred_.thread}) {
-    if (thread->joinable()) {
-      thread->join();
+  if (scanning_.joinable()) {
+    scanning_.join();
+  }
+  for (Lane* lane : lanes_) {
+    if (lane->thread.joinable()) {
+      lane->thread.join();
     }
   }
 }
 
 void BackupWorker::reconsider(const std::string& path) {
   const std::optional<struct stat> status = statusOf(path);
-  if (status && isStorable(*status)) {
+  const bool isFile = status && isStorable(*status);
+  if (isFile) {
     scanner_.consider(path);
+  }
+  forgetFailuresBelow(path);
+  {
     const std::lock_guard guard(mutex_);
-    urgent_ = true;
-    noticed_ = noticed_.value_or(steady_clock::now());
-    ++wakes_;
-  } else {
-    const std::lock_guard guard(mutex_);
-    willScan(path, true);
+    if (isFile) {
+      urgent_ = true;
+      noticed_ = noticed_.value_or(steady_clock::now());
+      ++wakes_;
+    } else {
+      willScan(path, true);
+    }
+    for (Lane* lane : lanes_) {
+      if (lane->isStoring) {
+        lane->reconsidered.push_back(path);
+        endIfExcluded(*lane);
+      }
+    }
   }
   changed_.notify_all();
+}
+
+// What is excluded has not failed.
+void BackupWorker::forgetFailuresBelow(const std::string& path) {
+  const auto isExcluded = [&](const std::string& file) {
+    return isAtOrBelow(file, path) && !rules_.decide(file, false).selected;
+  };
+  if (store_.failureCount() == 0 || (!store_.failure(path) && !store_.hasFailureBelow(path))) {
+    return;
+  }
+  for (const FailureRecord& failure : store_.failures(store_.failureCount())) {
+    if (isExcluded(failure.path)) {
+      store_.clearFailure(failure.path);
+    }
+  }
+}
+
+void BackupWorker::addIntention(int change) {
+  const std::lock_guard guard(mutex_);
+  intentions_ += change;
 }
 
 void BackupWorker::reconsiderAll() {
@@ -125,6 +165,15 @@ void BackupWorker::prioritize(const std::string& path) {
   }
 }
 
+void BackupWorker::endUnwantedPreferences(const std::string& path) {
+  for (const std::string& preferred : pending_.preferred()) {
+    if (isAtOrBelow(preferred, path) && !rules_.decide(preferred, false).selected) {
+      pending_.endPreference(preferred);
+      store_.removePriority(preferred);
+    }
+  }
+}
+
 void BackupWorker::repositoryChanged() {
   {
     const std::lock_guard guard(mutex_);
@@ -138,10 +187,16 @@ void BackupWorker::repositoryChanged() {
 
 // What could not be stored because of the damage is tried again.
 void BackupWorker::bytesLost() {
+  store_.setValue(Store::Table::settings, kBytesLost, "1");
   scanner_.forgetDelays();
   const std::lock_guard guard(mutex_);
   hour_ = {};
   lostBytes_ = true;
+}
+
+void BackupWorker::noteStoredAnew() {
+  store_.setValue(Store::Table::settings, kBytesLost, "0");
+  keeper_.storedAnew();
 }
 
 void BackupWorker::wake() {
@@ -154,7 +209,8 @@ void BackupWorker::wake() {
 
 BackupWorker::Stillness BackupWorker::holdStill(const EngineJob* own) {
   Stillness stillness{std::unique_lock(ordinary_.running, std::defer_lock),
-                      std::unique_lock(preferred_.running, std::defer_lock)};
+                      std::unique_lock(preferred_.running, std::defer_lock),
+                      std::unique_lock(large_.running, std::defer_lock)};
   const auto take = [own](std::unique_lock<std::mutex>& lock, Lane& lane) {
     while (&lane.job != own && !lock.try_lock()) {  // a call that begins just now has yet to be told
       lane.job.cancelled = true;
@@ -163,6 +219,7 @@ BackupWorker::Stillness BackupWorker::holdStill(const EngineJob* own) {
   };
   take(stillness.ordinary, ordinary_);
   take(stillness.preferred, preferred_);
+  take(stillness.large, large_);
   return stillness;
 }
 
@@ -171,7 +228,7 @@ void BackupWorker::setModes(const Modes& modes) {
     const std::lock_guard guard(mutex_);
     modes_ = modes;
     ++wakes_;
-    for (Lane* lane : {&ordinary_, &preferred_}) {
+    for (Lane* lane : lanes_) {
       lane->job.lowPriority = modes.lowerPriority;
     }
     cancelWhatMayNotRun();
@@ -181,7 +238,7 @@ void BackupWorker::setModes(const Modes& modes) {
 
 // With the mutex held.
 void BackupWorker::cancelWhatMayNotRun() {
-  for (Lane* lane : {&ordinary_, &preferred_}) {
+  for (Lane* lane : lanes_) {
     if (lane->isStoring && !mayWork(lane->isForced)) {
       lane->job.cancelled = true;
     }
@@ -192,7 +249,7 @@ void BackupWorker::cancelWhatMayNotRun() {
 void BackupWorker::endAfterSuspend() {
   const std::int64_t asleep = secondsAsleep();
   if (asleep - suspended_ > kShortestSleep) {
-    for (Lane* lane : {&ordinary_, &preferred_}) {
+    for (Lane* lane : lanes_) {
       lane->job.cancelled = lane->job.cancelled || lane->isStoring;
     }
     for (const std::string& place : rules_.places()) {
@@ -203,17 +260,25 @@ void BackupWorker::endAfterSuspend() {
 }
 
 BackupWorker::Progress BackupWorker::progress() const {
-  const PendingFiles::Totals totals = pending_.totals();
+  // What a scan has found is on the list before the scan counts as done, so the list is asked last.
   const std::lock_guard guard(mutex_);
-  const std::uint64_t files = ordinary_.filesDone + preferred_.filesDone;
-  const std::uint64_t bytes = ordinary_.bytesDone + preferred_.bytesDone;
   Progress progress;
-  progress.isStoring = ordinary_.isStoring || preferred_.isStoring;
+  progress.placesToScan = toScan_.size() + (scanned_.empty() ? 0 : 1) + static_cast<std::size_t>(intentions_);
+  const PendingFiles::Totals totals = pending_.totals();
+  progress.hasPreferred = pending_.hasPreferred();
+  std::uint64_t files = 0;
+  std::uint64_t bytes = 0;
+  for (const Lane* lane : {&ordinary_, &large_, &preferred_}) {
+    progress.isStoring = progress.isStoring || lane->isStoring;
+    files += lane->filesDone;
+    bytes = saturatedSum(bytes, lane->bytesDone);
+    if (!lane->current.empty() && !lane->job.cancelled) {
+      progress.currentFile = lane->current;
+    }
+  }
   // A file counts as pending until its batch has ended, so the last one goes with the batch.
   progress.pendingFiles = totals.files - std::min(files, totals.files - (totals.files > 0 ? 1 : 0));
   progress.pendingBytes = totals.bytes - std::min(bytes, totals.bytes);
-  progress.currentFile = preferred_.current.empty() ? ordinary_.current : preferred_.current;
-  progress.placesToScan = toScan_.size() + (scanned_.empty() ? 0 : 1);
   progress.isReady = ready_;
   return progress;
 }
@@ -227,6 +292,36 @@ bool BackupWorker::isPendingBelow(const std::string& folder) const {
   const auto place = toBeScanned_.lower_bound(below);
   return toBeScanned_.contains(folder) || (place != toBeScanned_.end() && isAtOrBelow(*place, folder)) ||
          (!scanned_.empty() && isAtOrBelow(scanned_, folder));
+}
+
+bool BackupWorker::isToBeScanned(const std::string& path) const {
+  const std::lock_guard guard(mutex_);
+  if (!scanned_.empty() && isAtOrBelow(path, scanned_)) {
+    return true;
+  }
+  bool isFound = !toBeScanned_.empty() && toBeScanned_.contains(path);
+  for (std::string above = path; !toBeScanned_.empty() && !isFound && above.size() > 1;) {
+    above.resize(std::max<std::size_t>(above.rfind('/'), 1));
+    isFound = toBeScanned_.contains(above);
+  }
+  return isFound;
+}
+
+std::optional<double> BackupWorker::partStored(const std::string& path) const {
+  const std::lock_guard guard(mutex_);
+  for (const Lane* lane : lanes_) {
+    if (lane->batch == nullptr || lane->current != path) {
+      continue;
+    }
+    const std::vector<BatchFile>& files = lane->batch->files;
+    const auto file = std::find_if(files.begin(), files.end(),
+                                   [&](const BatchFile& candidate) { return candidate.path == path; });
+    if (file != files.end()) {
+      const auto done = static_cast<double>(lane->bytesDone - lane->doneBeforeCurrent);
+      return std::min(1.0, done / std::max(1.0, static_cast<double>(file->state.size)));
+    }
+  }
+  return std::nullopt;
 }
 
 bool BackupWorker::waitForWork(std::chrono::milliseconds time) {

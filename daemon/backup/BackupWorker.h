@@ -1,6 +1,7 @@
 // The threads that find what is to be stored and have it stored.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -16,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "daemon/backup/BatchChoice.h"
 #include "daemon/backup/BatchRun.h"
 #include "daemon/backup/PendingFiles.h"
 #include "daemon/backup/RepositoryWatch.h"
@@ -44,12 +46,16 @@ class RepositoryKeeper {
   virtual void grew(std::uint64_t bytes) = 0;
   /// Nothing waits and the repository answers, or a batch went well.
   virtual void noteGood() = 0;
+  /// After stored bytes were lost, every file has been read and stored again.
+  virtual void storedAnew() {}
 };
 
 /// Keeps the list of pending files and works through it in batches, files that a person prefers in batches of
 /// their own that start at once. One thread looks at the disk, one stores what waits, one stores what is
-/// preferred. Files are looked for when a rule changes and in intervals. Any thread may call; the mutex
-/// guards the lists, and no lock is held while a file is read or the engine runs.
+/// preferred, and one stores large files, one at a time, so that nothing else waits for them. The owners of
+/// the files have equal shares of each batch; owners of large files take turns. Files are looked for when a
+/// rule changes and in intervals. Any thread may call; the mutex guards the lists, and no lock is held while
+/// a file is read or the engine runs.
 class BackupWorker {
  public:
   struct Timing {
@@ -57,6 +63,9 @@ class BackupWorker {
     std::chrono::milliseconds batchDelay = std::chrono::seconds(45);
     std::chrono::milliseconds scanInterval = std::chrono::seconds(60);
     std::chrono::seconds fullInterval = std::chrono::hours(24);
+    /// For how long one owner's large file keeps another's waiting. A file that was left for that reason has
+    /// twice as long the next time, so that it is done in the end.
+    std::chrono::milliseconds turn = std::chrono::minutes(10);
   };
 
   BackupWorker(Store& store, const RuleBook& rules, BackupEngine& engine, const RepositoryFiles& files,
@@ -70,12 +79,27 @@ class BackupWorker {
   void stop();
 
   /// Looks again at a path whose rule changed: a file at once, a folder on the scanning thread. What is found
-  /// is stored without the delay.
+  /// is stored without the delay. A batch that is about to store what no rule includes any more is ended.
   void reconsider(const std::string& path);
+  /// While it lives, somebody is about to change a rule and to have its path looked at again, and something
+  /// counts as about to be scanned.
+  class Intention {
+   public:
+    explicit Intention(BackupWorker& worker) : worker_(worker) { worker_.addIntention(1); }
+    ~Intention() { worker_.addIntention(-1); }
+    Intention(const Intention&) = delete;
+    Intention& operator=(const Intention&) = delete;
+
+   private:
+    BackupWorker& worker_;
+  };
   /// Looks again everywhere.
   void reconsiderAll();
   /// Stores the file next, even while automatic backup is off.
   void prioritize(const std::string& path);
+  /// Forgets that a person preferred what no longer belongs into the backup, at or below a path whose rule
+  /// changed: it is not preferred again when it is included again.
+  void endUnwantedPreferences(const std::string& path);
   /// The repository was changed or came back: tries it at once.
   void repositoryChanged();
   /// Stored bytes are damaged: the next batches read every file, whatever earlier snapshots say of it.
@@ -84,7 +108,7 @@ class BackupWorker {
   void wake();
   /// Keeps batches from starting for as long as it lives.
   struct Stillness {
-    std::unique_lock<std::mutex> ordinary, preferred;
+    std::unique_lock<std::mutex> ordinary, preferred, large;
   };
   /// Ends what runs and answers when it has ended. A lane's own thread may call it with the lane's job and is
   /// not waited for.
@@ -101,18 +125,30 @@ class BackupWorker {
   struct Progress {
     std::uint64_t pendingFiles = 0, pendingBytes = 0;  ///< less what is done of the batches that run
     std::string currentFile;                           ///< empty when none
-    std::size_t placesToScan = 0;                      ///< the one at hand included
-    bool isStoring = false;                            ///< a batch runs
-    bool isReady = false;                              ///< the repository was made ready since the start
+    /// Places that are to be scanned before it is known what waits, the one at hand included. While there is
+    /// one, there may be more to store than what is pending.
+    std::size_t placesToScan = 0;
+    bool hasPreferred = false;  ///< some of the pending files are preferred
+    bool isStoring = false;     ///< a batch runs
+    bool isReady = false;       ///< the repository was made ready since the start
   };
   Progress progress() const;
   bool isPending(const std::string& path) const { return pending_.contains(path); }
   bool isPendingBelow(const std::string& folder) const;
+  /// Whether a scan that waits or runs will come to that path.
+  bool isToBeScanned(const std::string& path) const;
+  /// How much of a file has been read, 0 to 1, about; absent unless it is being stored now.
+  std::optional<double> partStored(const std::string& path) const;
   bool isPrioritized(const std::string& path) const { return pending_.isPreferred(path); }
 
  private:
+  /// Which files a lane stores.
+  enum class Work { ordinary, preferred, large };
+
   /// A thread that runs one batch at a time.
   struct Lane {
+    explicit Lane(Work whichWork) : work(whichWork) {}
+    const Work work;
     EngineJob job;
     std::mutex running;  // held while a batch is prepared and runs
     // Guarded by BackupWorker::mutex_:
@@ -121,21 +157,33 @@ class BackupWorker {
     const Batch* batch = nullptr;  // while it is stored
     std::uint64_t filesDone = 0, bytesDone = 0;
     std::string current;
+    std::uint64_t doneBeforeCurrent = 0;    // bytes, when `current` became the current file
+    std::vector<std::string> reconsidered;  // whose rules changed while the batch runs
     std::thread thread;
   };
 
   void runScanner();
-  void runLane(Lane& lane, bool preferredOnly);
-  bool step(Lane& lane, bool preferredOnly);
+  void runLane(Lane& lane);
+  bool step(Lane& lane);
   bool prepare(Lane& lane);
-  std::optional<Batch> nextBatch(bool preferredOnly);
-  Batch batchOf(const std::vector<PendingFiles::File>& files, bool preferred);
-  bool isAboutToBeStored(const std::string& path) const;
+  std::optional<Batch> nextBatch(const Lane& lane);
+  std::optional<Batch> nextOrdinary();
+  std::optional<Batch> nextLarge();
+  std::vector<LargeFile> waitingLarge();
+  Batch batchOf(const std::vector<PendingFiles::File>& files, const Lane& lane);
+  std::set<std::string> aboutToBeStoredBesides(const Lane& lane) const;
+  void noteProgress(Lane& lane, std::uint64_t files, std::uint64_t bytes, const std::string& current);
+  void endIfExcluded(Lane& lane);
+  void endOfTurn(Lane& lane);
+  void addIntention(int change);
+  void forgetFailuresBelow(const std::string& path);
+  void noteStoredAnew();
   void addAgain(Batch& batch);
   bool isBatchDue() const;
   bool isFullDue() const;
-  bool runBatch(Lane& lane, const Batch& batch, bool preferred);
-  void learnFrom(const Batch& batch, const BatchEnd& end, std::chrono::steady_clock::duration took);
+  bool runBatch(Lane& lane, const Batch& batch);
+  bool learnFrom(const Lane& lane, const Batch& batch, const BatchEnd& end,
+                 std::chrono::steady_clock::duration took);
   void noteRest(const Batch& batch);
   bool waitForWork(std::chrono::milliseconds time);
   void willScan(const std::string& place, bool urgent);
@@ -151,6 +199,7 @@ class BackupWorker {
   RepositoryKeeper& keeper_;
   const Timing timing_;
   PendingFiles pending_;
+  BatchChoice choice_;
   Scanner scanner_;
   BatchRun run_;
 
@@ -161,14 +210,17 @@ class BackupWorker {
   std::deque<std::string> toScan_;  // each once
   std::set<std::string> toBeScanned_;
   std::string scanned_;  // empty when none
+  int intentions_ = 0;
+  bool isCaring_ = false;  // the repository is being looked after, perhaps under a lock
   std::optional<std::chrono::steady_clock::time_point>
       noticed_;         // the first change since the last batch began
   bool urgent_ = true;  // a person waits for it
   bool ready_ = false;
   std::uint64_t wakes_ = 0;  // how often something changed
   SnapshotRecord lastFull_;
+  std::string newest_;  // the id of the newest snapshot
   bool changedSinceFull_ = false;
-  bool lostBytes_ = false;  // since the last full snapshot
+  bool lostBytes_;  // since the last full snapshot
   std::size_t mostFiles_;
   std::uint64_t mostBytes_;
   std::int64_t suspended_ = 0;  // seconds of sleep that are known
@@ -177,10 +229,18 @@ class BackupWorker {
     std::string parent;                      // the newest snapshot of this hour
     std::map<std::string, BatchFile> files;  // by path
   } hour_;
+  // The turn of the owner whose large file is being stored.
+  struct Turn {
+    LargeFile file;
+    std::chrono::steady_clock::time_point end, nextLook;
+  } turn_;
+  std::vector<LargeFile> foundLarge_;          // that wait, or did
+  std::map<std::string, unsigned> doublings_;  // of the turns of large files that were left
 
   std::atomic<bool> stopping_ = false;
   std::mutex preparing_;  // the repository is made ready by one lane
-  Lane ordinary_, preferred_;
+  Lane ordinary_{Work::ordinary}, preferred_{Work::preferred}, large_{Work::large};
+  const std::array<Lane*, 3> lanes_ = {&ordinary_, &preferred_, &large_};
   std::thread scanning_;
 };
 

@@ -128,6 +128,9 @@ EngineAnswer BatchRun::fetchedOnce(const BatchFile& file, const SnapshotRecord& 
 void BatchRun::settle(const Batch& batch, Taken& taken, BatchEnd& end, EngineJob& job) {
   const std::set<std::string> damaged = store_.damagedFiles();
   for (const BatchFile& file : batch.files) {
+    if (!rules_.decide(file.path, false).selected) {
+      continue;  // it was excluded meanwhile, and what the snapshot has of it is not told
+    }
     const auto failed = taken.failed.find(asTold(file.path));
     const bool isNamed = taken.has(file.path);
     const std::optional<struct stat> now = isNamed && !file.isLink ? std::nullopt : statusOf(file.path);
@@ -160,8 +163,8 @@ void BatchRun::settle(const Batch& batch, Taken& taken, BatchEnd& end, EngineJob
     }
     if (isStored && now && fileStateOf(*now) == file.state) {
       pending_.remove(file.path);  // the catalogue need not be asked
-    } else if (isStored || !now) {
-      scanner_.consider(file.path);  // it has changed meanwhile, or is gone
+    } else if (isStored || !now || !rules_.decide(file.path, false).selected) {
+      scanner_.consider(file.path);  // it has changed meanwhile, is gone, or was excluded
     }
   }
 }

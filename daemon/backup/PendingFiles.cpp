@@ -6,6 +6,12 @@
 
 namespace keldane {
 
+namespace {
+
+constexpr std::size_t kFilesAtOnce = 1'000;  // are copied while the mutex is held
+
+}  // namespace
+
 std::uint32_t PendingFiles::beginScan() {
   const std::lock_guard guard(mutex_);
   return ++scan_;
@@ -15,7 +21,7 @@ void PendingFiles::endScan(const std::string& place, std::uint32_t scan) {
   const std::lock_guard guard(mutex_);
   for (auto entry = files_.lower_bound(place); entry != files_.end() && entry->first.starts_with(place);) {
     if (isAtOrBelow(entry->first, place) && entry->second.scan < scan) {
-      bytes_ -= entry->second.bytes;
+      bytes_.take(entry->second.bytes);
       entry = files_.erase(entry);
     } else {
       ++entry;
@@ -26,7 +32,8 @@ void PendingFiles::endScan(const std::string& place, std::uint32_t scan) {
 bool PendingFiles::add(const std::string& path, std::uint64_t bytes) {
   const std::lock_guard guard(mutex_);
   const auto [entry, isNew] = files_.try_emplace(path);
-  bytes_ += bytes - entry->second.bytes;
+  bytes_.take(entry->second.bytes);
+  bytes_.add(bytes);
   entry->second = {bytes, scan_};
   return isNew;
 }
@@ -35,7 +42,7 @@ void PendingFiles::remove(const std::string& path) {
   const std::lock_guard guard(mutex_);
   const auto entry = files_.find(path);
   if (entry != files_.end()) {
-    bytes_ -= entry->second.bytes;
+    bytes_.take(entry->second.bytes);
     files_.erase(entry);
   }
 }
@@ -54,7 +61,7 @@ bool PendingFiles::containsBelow(const std::string& folder) const {
 
 PendingFiles::Totals PendingFiles::totals() const {
   const std::lock_guard guard(mutex_);
-  return {files_.size(), bytes_};
+  return {files_.size(), bytes_.value()};
 }
 
 void PendingFiles::prefer(const std::string& path, std::int64_t order) {
@@ -110,18 +117,23 @@ std::vector<PendingFiles::File> PendingFiles::waitingPreferred() const {
   return files;
 }
 
-std::vector<PendingFiles::File> PendingFiles::first(std::size_t mostFiles, std::uint64_t mostBytes) const {
-  const std::lock_guard guard(mutex_);
+void PendingFiles::visit(const std::function<bool(const File& file)>& visitor) const {
   std::vector<File> files;
-  std::uint64_t bytes = 0;
-  for (const auto& [path, entry] : files_) {
-    if (!files.empty() && (files.size() >= mostFiles || bytes + entry.bytes > mostBytes)) {
-      break;
+  std::string from;
+  do {
+    files.clear();
+    {
+      const std::lock_guard guard(mutex_);
+      for (auto entry = files_.lower_bound(from); entry != files_.end() && files.size() < kFilesAtOnce;
+           ++entry) {
+        files.push_back({entry->first, entry->second.bytes});
+      }
     }
-    files.push_back({path, entry.bytes});
-    bytes += entry.bytes;
-  }
-  return files;
+    if (!std::all_of(files.begin(), files.end(), visitor)) {
+      return;
+    }
+    from = files.empty() ? from : files.back().path + '\0';
+  } while (files.size() == kFilesAtOnce);
 }
 
 }  // namespace keldane

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "daemon/ByteSum.h"
+
 namespace keldane {
 
 /// The pending files by path, with their sizes and, for those that a person prefers, their order. Any thread;
@@ -17,7 +19,7 @@ namespace keldane {
 class PendingFiles {
  public:
   struct Totals {
-    std::uint64_t files = 0, bytes = 0;
+    std::uint64_t files = 0, bytes = 0;  ///< more bytes than a number holds are the largest number
   };
 
   /// Begins a look at the disk: what is added from here on has been seen by it.
@@ -47,8 +49,9 @@ class PendingFiles {
   };
   /// The preferred files that wait, in the order in which they were preferred.
   std::vector<File> waitingPreferred() const;
-  /// The first files by path, until their number or their bytes reach the bounds; at least one.
-  std::vector<File> first(std::size_t mostFiles, std::uint64_t mostBytes) const;
+  /// Called with each file that waits, in one order every time; false ends it. The mutex is not held during
+  /// the call.
+  void visit(const std::function<bool(const File& file)>& visitor) const;
 
  private:
   struct Entry {
@@ -58,7 +61,7 @@ class PendingFiles {
 
   mutable std::mutex mutex_;
   std::map<std::string, Entry, std::less<>> files_;
-  std::uint64_t bytes_ = 0;
+  ByteSum bytes_;
   std::uint32_t scan_ = 0;
   std::map<std::string, std::int64_t> preferences_;  // order by path
   std::int64_t lastOrder_ = 0;

@@ -60,6 +60,7 @@ class RepositoryCare final : public RepositoryKeeper {
   EngineAnswer mayGrow() override;
   void grew(std::uint64_t bytes) override;
   void noteGood() override;
+  void storedAnew() override;
 
   struct CheckEnd {
     EngineAnswer answer;

@@ -76,6 +76,15 @@ EngineAnswer RepositoryCare::filesInPacks(const std::vector<std::string>& packs,
   return answer;
 }
 
+// A check may still find what no file rests on any more, and says so by itself.
+void RepositoryCare::storedAnew() {
+  const std::string word = " Since then everything that is selected was stored anew.";
+  const std::string result = store_.value(Store::Table::settings, "lastCheckResult").value_or("");
+  if (store_.damagedFiles().empty() && !result.empty() && !result.ends_with(word)) {
+    store_.setValue(Store::Table::settings, "lastCheckResult", result + word);
+  }
+}
+
 // A batch that runs meanwhile would rest on what is damaged, and hold a lock that keeps the damage in the
 // index. Nothing is taken out before it is known whose it was.
 EngineAnswer RepositoryCare::giveUpDamaged(const std::vector<std::string>& packs,

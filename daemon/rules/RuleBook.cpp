@@ -92,6 +92,51 @@ Decision RuleBook::decide(const std::string& path, bool isDirectory) const {
   return decision;
 }
 
+std::optional<Reason> RuleBook::bar(const std::string& path) const {
+  if (!isAtOrBelow(path, root_)) {
+    return Reason{Reason::Kind::root, root_, false};
+  }
+  std::string barred;
+  if (!repository_.empty() && isAtOrBelow(path, repository_)) {
+    barred = repository_;
+  }
+  for (const std::string& policy : policy_) {
+    barred = isAtOrBelow(path, policy) ? policy : barred;
+  }
+  // The folder of a restore that is not finished.
+  if (const std::size_t folder = path.find("/" + std::string(kRestoreFolderPrefix));
+      folder != std::string::npos && barred.empty()) {
+    barred = path.substr(0, path.find('/', folder + 1));
+  }
+  return barred.empty() ? std::nullopt : std::optional(Reason{Reason::Kind::policy, barred, false});
+}
+
+std::vector<Reason> RuleBook::explain(const std::string& path, bool isDirectory) const {
+  std::vector<Reason> reasons;
+  const ScopedLock guard(mutex_);
+  if (std::optional<Reason> barred = bar(path)) {
+    reasons.push_back(std::move(*barred));
+  }
+  const auto addRule = [&](Reason::Kind kind, const std::string& place) KELDANE_REQUIRES(mutex_) {
+    if (const auto rule = rules_.find(place); rule != rules_.end()) {
+      reasons.push_back({kind, place, rule->second});
+    }
+  };
+  addRule(Reason::Kind::own, path);
+  const auto type = isDirectory ? types_.end() : types_.find(fileType(path));
+  if (type != types_.end() && (type->second == kTypeBackup || type->second == kTypeExclude)) {
+    reasons.push_back({Reason::Kind::type, type->first, type->second == kTypeBackup});
+  }
+  for (std::string above = path; above.size() > 1;) {
+    above.resize(std::max<std::size_t>(above.rfind('/'), 1));
+    addRule(Reason::Kind::folder, above);
+  }
+  if (reasons.empty()) {
+    reasons.push_back({});
+  }
+  return reasons;
+}
+
 bool RuleBook::setRule(const std::string& path, bool included) {
   {
     const ScopedLock guard(mutex_);

@@ -26,6 +26,21 @@ struct Decision {
   std::uint32_t typeToggle = 0;
 };
 
+/// One of the rules that a path comes under.
+struct Reason {
+  enum class Kind {
+    root,    ///< the path lies outside of the only folder that belongs to the backup, which `rule` names
+    policy,  ///< the path lies at or below what is barred; `rule` names it
+    own,     ///< a person's rule on the path itself
+    type,    ///< the rule for its type
+    folder,  ///< the rule of a folder above
+    none     ///< there is no rule
+  };
+  Kind kind = Kind::none;
+  std::string rule;       ///< a path or a type
+  bool includes = false;  ///< what the rule says
+};
+
 /// The folder in which a restore prepares what it puts in its place begins with this name.
 inline constexpr std::string_view kRestoreFolderPrefix = ".keldane-restore-";
 
@@ -41,6 +56,9 @@ class RuleBook {
            std::size_t mostRules = kMostRules);
 
   Decision decide(const std::string& path, bool isDirectory) const;
+  /// Why that is decided: every rule that a path comes under, the one that decides first, then those that it
+  /// outranks, in their order. Never empty.
+  std::vector<Reason> explain(const std::string& path, bool isDirectory) const;
 
   /// False when there are as many rules as can be kept.
   bool setRule(const std::string& path, bool included);
@@ -64,6 +82,7 @@ class RuleBook {
 
  private:
   bool isBarred(const std::string& path) const KELDANE_REQUIRES(mutex_);
+  std::optional<Reason> bar(const std::string& path) const KELDANE_REQUIRES(mutex_);
   std::map<std::string, bool>::const_iterator firstBelow(const std::string& path) const
       KELDANE_REQUIRES(mutex_);
 

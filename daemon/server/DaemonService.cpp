@@ -25,6 +25,13 @@ bool isShortText(const PropertyList& text) {
 
 std::string textOf(const PropertyList& text) { return std::string(text.string()); }
 
+constexpr std::size_t kLongestName = 255;  // of a file
+
+/// Whether some file's type is exactly this: a dot and what stands behind the last dot of a name.
+bool isFileType(const std::string& type) {
+  return type.size() < kLongestName && fileType("/name" + type) == type;
+}
+
 }  // namespace
 
 const MethodSignature* DaemonService::methodSignatureForSelector(std::string_view selector) const {
@@ -118,9 +125,12 @@ std::uint32_t DaemonService::changeRule(const PropertyList& path, std::optional<
   if (daemon_->rules().decide(*asked, item->status && S_ISDIR(item->status->st_mode)).barred) {
     return EPERM;
   }
-  if (included && !item->status && !sight_.isPrivileged()) {
-    return ENOENT;  // there is no end to what is not there
+  // There is no end to what is not there. Something of it may be in the backup, though.
+  if (included && !item->status && !daemon_->store().record(*asked) &&
+      !daemon_->store().hasRecordBelow(*asked)) {
+    return ENOENT;
   }
+  const BackupWorker::Intention intention(daemon_->worker());
   try {
     if (!included) {
       daemon_->rules().removeRule(*asked);
@@ -132,6 +142,7 @@ std::uint32_t DaemonService::changeRule(const PropertyList& path, std::optional<
     systemLog("The rule of %@ cannot be kept: %s", *asked, error.what());
     return EIO;
   }
+  daemon_->worker().endUnwantedPreferences(*asked);
   daemon_->worker().reconsider(*asked);
   return 0;
 }
@@ -146,7 +157,7 @@ void DaemonService::addFilesToBackup(const PropertyList& paths) {
 void DaemonService::setPriorityBackup(const PropertyList& path) {
   const std::optional<std::string> asked = pathFrom(path);
   const std::optional<Sight::Item> item = asked ? sight_.look(*asked) : std::nullopt;
-  if (item && item->status && S_ISREG(item->status->st_mode) && sight_.mayChange(*item) &&
+  if (item && item->status && isStorable(*item->status) && sight_.mayChange(*item) &&
       daemon_->rules().decide(*asked, false).selected) {
     daemon_->worker().prioritize(*asked);
   }
@@ -174,11 +185,20 @@ PropertyList DaemonService::excludedFiles(const PropertyList& path) {
 }
 
 void DaemonService::setFileTypeToggle(const PropertyList& type, std::uint32_t toggle) {
-  if (isShortText(type) && (toggle == kTypeBackup || toggle == kTypeExclude) &&
-      mayChangeSettings("a file type's rule")) {
-    daemon_->rules().setType(textOf(type), toggle);
-    daemon_->worker().reconsider(daemon_->rules().root());
+  if (!type.isString() || !mayChangeSettings("a file type's rule")) {
+    return;
   }
+  if (!isFileType(textOf(type)) || (toggle != kTypeBackup && toggle != kTypeExclude)) {
+    systemLog("No rule can be kept for the file type \"%@\": %s", textOf(type).substr(0, kLongestName),
+              toggle != kTypeBackup && toggle != kTypeExclude ? "there is no such rule"
+              : textOf(type).size() > kLongestName            ? "no file's name is that long"
+                                                              : "no file has that type");
+    return;
+  }
+  const BackupWorker::Intention intention(daemon_->worker());
+  daemon_->rules().setType(textOf(type), toggle);
+  daemon_->worker().endUnwantedPreferences(daemon_->rules().root());
+  daemon_->worker().reconsider(daemon_->rules().root());
 }
 
 std::uint32_t DaemonService::getFileTypeToggle(const PropertyList& type) {

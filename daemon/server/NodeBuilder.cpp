@@ -5,7 +5,9 @@
 #include <vector>
 
 #include "Common/FileNode.h"
+#include "daemon/ByteSum.h"
 #include "daemon/backup/FileFacts.h"
+#include "daemon/server/NodeReasons.h"
 #include "platform/files/Path.h"
 #include "platform/plist/Unicode.h"
 #include "platform/syslog/SystemLog.h"
@@ -35,50 +37,34 @@ StandingFacts factsOf(Standing standing) {
       return {"New", BackupColor::blue};
     case Standing::changed:
       return {"Changed since last backup", BackupColor::blue};
+    case Standing::unseen:
+      return {"Waiting to be looked at", BackupColor::yellow};
     case Standing::waiting:
       return {"Waiting to be backed up", BackupColor::yellow};
+    case Standing::storing:
+      return {"Being backed up", BackupColor::yellow};
     case Standing::failed:
       return {"Could not be backed up", BackupColor::blue};
     case Standing::backedUp:
       return {"Backed up", BackupColor::green};
     case Standing::missing:
       return {"Deleted here, still in the backup", BackupColor::blue};
+    case Standing::pipe:
+      return {"Pipe, goes with its folder", BackupColor::none};
+    case Standing::device:
+      return {"Device, goes with its folder", BackupColor::none};
+    case Standing::socket:
+      return {"Socket, never backed up", BackupColor::none};
   }
   return {"", BackupColor::undefined};
 }
 
-Standing standingOf(const Decision& decision, const std::string& path, const struct stat* status,
-                    const BackupRecord* record, const BackupWorker& worker, Store& store) {
-  if (decision.barred) {
-    return Standing::barred;
-  }
-  if (status == nullptr) {
-    return Standing::missing;
-  }
-  if (!decision.selected) {
-    return decision.rulesBelow ? Standing::partlySelected : Standing::notSelected;
-  }
-  if (S_ISDIR(status->st_mode)) {
-    return worker.isPendingBelow(path)   ? Standing::waiting
-           : store.hasFailureBelow(path) ? Standing::failed
-                                         : Standing::backedUp;
-  }
-  if (record != nullptr && isUnchanged(*status, *record)) {
-    return Standing::backedUp;
-  }
-  return worker.isPending(path) ? Standing::waiting
-         : store.failure(path)  ? Standing::failed
-         : record == nullptr    ? Standing::fresh
-                                : Standing::changed;
-}
-
-std::uint32_t backupFlagsOf(const Decision& decision, Standing standing, const struct stat* status,
-                            bool prioritized, const BackupRecord* record) {
+std::uint32_t backupFlagsOf(const Decision& decision, Standing standing, bool isThere, bool isFolder,
+                            bool prioritized, bool isStored) {
   using namespace backup_flags;
-  const bool isFolder = status != nullptr && S_ISDIR(status->st_mode);
   std::uint32_t flags = prioritized ? 1 : 0;
   flags |= decision.selected ? kBackup : 0;
-  flags |= record != nullptr ? kBackedUp : 0;
+  flags |= isStored ? kBackedUp : 0;
   flags |= decision.barred ? kSystem | kExclude : 0;
   flags |= decision.ownRule == false ? kExclude : 0;
   flags |= decision.ownRule == true ? kInclude : 0;
@@ -87,8 +73,13 @@ std::uint32_t backupFlagsOf(const Decision& decision, Standing standing, const s
   flags |= isFolder && decision.ownRule == false ? kNoFolder : 0;
   flags |= isFolder && !decision.selected ? kNotActive : 0;
   flags |= standing == Standing::missing ? kMissing : 0;
-  flags |= decision.barred && status != nullptr ? kExcludedVisible : 0;
+  flags |= decision.barred && isThere ? kExcludedVisible : 0;
   return flags;
+}
+
+bool mayBePreferred(Standing standing) {
+  return standing != Standing::backedUp && standing != Standing::missing && standing != Standing::pipe &&
+         standing != Standing::device && standing != Standing::socket;
 }
 
 std::uint32_t simpleFlagsOf(const Decision& decision, Standing standing, bool isFolder, bool prioritized) {
@@ -101,7 +92,7 @@ std::uint32_t simpleFlagsOf(const Decision& decision, Standing standing, bool is
   flags |= isFolder && decision.rulesBelow ? kGrayed : 0;
   if (!isFolder) {
     flags |= kTypeEnabled | kTypeVisible | (decision.typeToggle == kTypeBackup ? kTypeChecked : 0U);
-    if (standing != Standing::backedUp && standing != Standing::missing) {
+    if (mayBePreferred(standing)) {
       flags |= kPriorityEnabled | kPriorityVisible | (prioritized ? kPriorityChecked : 0U);
     }
   }
@@ -140,7 +131,7 @@ FolderSize measure(const Sight& sight, const std::string& folder) {
       if (S_ISDIR(status.st_mode)) {
         folders.push_back(appendPathComponent(current, name));
       } else if (S_ISREG(status.st_mode)) {
-        size.bytes += static_cast<std::uint64_t>(status.st_size);
+        size.bytes = saturatedSum(size.bytes, static_cast<std::uint64_t>(status.st_size));
         ++size.files;
       }
       goOn = std::chrono::steady_clock::now() < end;
@@ -150,11 +141,55 @@ FolderSize measure(const Sight& sight, const std::string& folder) {
   return size;
 }
 
+// Of a folder that is gone: what was stored of it.
+FolderSize measureStored(Store& store, const std::string& folder) {
+  FolderSize size;
+  const auto end = std::chrono::steady_clock::now() + kLongestWalk;
+  store.visitRecords(folder, [&](const std::string&, const BackupRecord& record) {
+    size.bytes = saturatedSum(size.bytes, record.size);
+    ++size.files;
+    return std::chrono::steady_clock::now() < end;
+  });
+  return size;
+}
+
 }  // namespace
 
-PropertyList NodeBuilder::build(const Sight& sight, const std::string& path, const struct stat* status,
-                                const BackupRecord* record, bool withDirSizes) const {
-  const bool isFolder = status != nullptr && S_ISDIR(status->st_mode);
+Standing NodeBuilder::standingOf(const Decision& decision, const Subject& subject) const {
+  const std::string& path = subject.path;
+  const struct stat* status = subject.status;
+  if (decision.barred) {
+    return Standing::barred;
+  }
+  if (status == nullptr) {
+    return Standing::missing;
+  }
+  if (!decision.selected) {
+    return decision.rulesBelow ? Standing::partlySelected : Standing::notSelected;
+  }
+  if (subject.isFolder) {
+    return worker_.isPendingBelow(path)   ? Standing::waiting
+           : worker_.isToBeScanned(path)  ? Standing::unseen
+           : store_.hasFailureBelow(path) ? Standing::failed
+                                          : Standing::backedUp;
+  }
+  if (!isStorable(*status)) {
+    return S_ISFIFO(status->st_mode)   ? Standing::pipe
+           : S_ISSOCK(status->st_mode) ? Standing::socket
+                                       : Standing::device;
+  }
+  if (subject.record != nullptr && isUnchanged(*status, *subject.record)) {
+    return Standing::backedUp;
+  }
+  return worker_.isPending(path)       ? worker_.partStored(path) ? Standing::storing : Standing::waiting
+         : store_.failure(path)        ? Standing::failed
+         : worker_.isToBeScanned(path) ? Standing::unseen
+         : subject.record == nullptr   ? Standing::fresh
+                                       : Standing::changed;
+}
+
+PropertyList NodeBuilder::build(const Sight& sight, const Subject& subject, bool withDirSizes) const {
+  const auto& [path, status, record, isFolder] = subject;
   Decision decision = rules_.decide(path, isFolder);
   if (decision.rulesBelow && !sight.isPrivileged()) {
     const std::vector<std::string> below = rules_.rulesBelow(path);
@@ -162,11 +197,10 @@ PropertyList NodeBuilder::build(const Sight& sight, const std::string& path, con
         std::any_of(below.begin(), below.end(), [&](const std::string& rule) { return sight.sees(rule); });
   }
   const bool prioritized = worker_.isPrioritized(path);
-  const Standing standing = standingOf(decision, path, status, record, worker_, store_);
-  const StandingFacts facts = factsOf(standing);
+  const Standing standing = standingOf(decision, subject);
   FolderSize size;
   if (isFolder && withDirSizes) {
-    size = measure(sight, path);
+    size = status != nullptr ? measure(sight, path) : measureStored(store_, path);
   } else if (!isFolder) {
     size = {status != nullptr   ? static_cast<std::uint64_t>(status->st_size)
             : record != nullptr ? record->size
@@ -175,11 +209,13 @@ PropertyList NodeBuilder::build(const Sight& sight, const std::string& path, con
   }
   const PropertyList name = lastPathComponent(path);
   const PropertyList::Keys& keys = record != nullptr ? keysWithRecord() : keysWithoutRecord();
-  const PropertyList state = stateText(standing, path);
+  const PropertyList state = stateText(standing, subject);
   const PropertyList isDirectory = PropertyList::boolean(isFolder);
-  const std::uint32_t backupFlags = backupFlagsOf(decision, standing, status, prioritized, record);
+  const std::uint32_t backupFlags =
+      backupFlagsOf(decision, standing, status != nullptr, isFolder, prioritized,
+                    record != nullptr || (isFolder && standing == Standing::missing));
   const std::uint32_t simpleFlags = simpleFlagsOf(decision, standing, isFolder, prioritized);
-  const auto color = static_cast<std::uint32_t>(facts.color);
+  const auto color = static_cast<std::uint32_t>(factsOf(standing).color);
   const std::uint32_t uid = status != nullptr ? std::uint32_t{status->st_uid} : 0U;
   const std::uint32_t gid = status != nullptr ? std::uint32_t{status->st_gid} : 0U;
   if (record == nullptr) {
@@ -191,35 +227,43 @@ PropertyList NodeBuilder::build(const Sight& sight, const std::string& path, con
              Date::fromUnixTime(record->date), record->version, size.files, size.bytes, uid, gid});
 }
 
-// A file that failed says why.
-std::string NodeBuilder::stateText(Standing standing, const std::string& path) const {
+// A file that failed says why, and one that is being stored how far it has come.
+std::string NodeBuilder::stateText(Standing standing, const Subject& subject) const {
   const std::string text = factsOf(standing).state;
-  const std::optional<std::string> reason =
-      standing == Standing::failed ? store_.failure(path) : std::nullopt;
-  return reason ? text + ": " + *reason : text;
+  if (standing == Standing::failed) {
+    const std::optional<std::string> reason = store_.failure(subject.path);
+    return reason ? text + ": " + *reason : text;
+  }
+  if (standing == Standing::storing) {
+    const auto percent = static_cast<int>(100 * worker_.partStored(subject.path).value_or(0));
+    return text + ": " + std::to_string(percent) + "%";
+  }
+  return text;
 }
 
 PropertyList NodeBuilder::nodeWithVersions(const Sight& sight, const std::string& path) const {
   const PropertyList plain = node(sight, path, false);
-  if (!plain || plain["isDirectory"].boolValue()) {
+  if (!plain) {
     return plain;
   }
+  const bool isFolder = plain["isDirectory"].boolValue();
   PropertyList::Array versions;
-  for (const VersionRecord& version : store_.versions(path, kMostVersions)) {
+  for (const VersionRecord& version :
+       isFolder ? std::vector<VersionRecord>() : store_.versions(path, kMostVersions)) {
     if (!version.damaged) {
       versions.push_back(PropertyList::dictionary({{"version", version.version},
                                                    {"backupDate", Date::fromUnixTime(version.date)},
                                                    {"size", version.size}}));
     }
   }
-  if (versions.empty()) {
-    return plain;
-  }
   PropertyList::Entries entries;
   for (std::size_t i = 0; i < plain.count(); ++i) {
     entries.push_back(plain.entry(i));
   }
-  entries.emplace_back("versions", PropertyList::array(std::move(versions)));
+  entries.emplace_back("reasons", reasonsFor(rules_, path, isFolder));
+  if (!versions.empty()) {
+    entries.emplace_back("versions", PropertyList::array(std::move(versions)));
+  }
   return PropertyList::dictionary(std::move(entries));
 }
 
@@ -228,12 +272,13 @@ PropertyList NodeBuilder::node(const Sight& sight, const std::string& path, bool
   if (!item) {
     return {};
   }
+  const struct stat* status = item->status ? &*item->status : nullptr;
   const std::optional<BackupRecord> record = store_.record(path);
-  if (!item->status && !record) {
+  const bool isFolder = status != nullptr ? S_ISDIR(status->st_mode) : !record && store_.hasRecordBelow(path);
+  if (status == nullptr && !record && !isFolder) {
     return {};
   }
-  return build(sight, path, item->status ? &*item->status : nullptr, record ? &*record : nullptr,
-               withDirSizes);
+  return build(sight, {path, status, record ? &*record : nullptr, isFolder}, withDirSizes);
 }
 
 PropertyList NodeBuilder::children(const Sight& sight, const std::string& folder) const {
@@ -245,14 +290,23 @@ PropertyList NodeBuilder::children(const Sight& sight, const std::string& folder
     }
     return !isFull();
   });
-  const std::map<std::string, BackupRecord> records =
-      isFolder || sight.sees(folder) ? store_.recordsIn(folder) : decltype(store_.recordsIn(folder))();
-  for (const auto& [path, record] : records) {
-    if (!isFull() && !entries.contains(path)) {
+  std::map<std::string, BackupRecord> records;
+  std::vector<std::string> foldersWithRecords;
+  if (isFolder || sight.sees(folder)) {
+    records = store_.recordsIn(folder, &foldersWithRecords);
+  }
+  const auto addStored = [&](const std::string& path) {
+    if (!isFull() && isValidUtf8(path) && !entries.contains(path)) {
       if (const std::optional<Sight::Item> item = sight.look(path)) {
         entries.emplace(path, item->status);
       }
     }
+  };
+  for (const auto& [path, record] : records) {
+    addStored(path);
+  }
+  for (const std::string& name : foldersWithRecords) {
+    addStored(appendPathComponent(folder, name));
   }
   if (!isFolder && entries.empty()) {
     return {};
@@ -264,8 +318,11 @@ PropertyList NodeBuilder::children(const Sight& sight, const std::string& folder
   children.reserve(entries.size());
   for (const auto& [path, status] : entries) {
     const auto record = records.find(path);
-    children.push_back(build(sight, path, status ? &*status : nullptr,
-                             record == records.end() ? nullptr : &record->second, false));
+    const bool isStored = record != records.end();
+    const bool isChildFolder = status ? S_ISDIR(status->st_mode) : !isStored;
+    children.push_back(
+        build(sight, {path, status ? &*status : nullptr, isStored ? &record->second : nullptr, isChildFolder},
+              false));
   }
   return PropertyList::array(std::move(children));
 }

@@ -17,7 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int kFormat = 2;
+constexpr int kFormat = 3;
 
 constexpr char kPersonal[] = R"(
 CREATE TABLE IF NOT EXISTS rules(path TEXT PRIMARY KEY, included INTEGER NOT NULL) WITHOUT ROWID;
@@ -28,10 +28,11 @@ CREATE TABLE IF NOT EXISTS profile(key TEXT PRIMARY KEY, value TEXT NOT NULL) WI
 CREATE TABLE IF NOT EXISTS restores(number INTEGER PRIMARY KEY AUTOINCREMENT, request BLOB NOT NULL,
   status INTEGER NOT NULL, report BLOB NOT NULL, user INTEGER NOT NULL);
 -- One row. `number` is the highest that a backup ever had; first_full and last_full are the lowest and the highest
--- that a full snapshot had since the catalogue was begun.
+-- that a full snapshot had since the catalogue was begun. `bytes` adds up the lower 32 bits of the sizes and
+-- `large` the upper ones, because the sum of two sizes can be too large for one number.
 CREATE TABLE IF NOT EXISTS counters(number INTEGER NOT NULL, first_full INTEGER, last_full INTEGER,
-  files INTEGER NOT NULL, bytes INTEGER NOT NULL, failures INTEGER NOT NULL);
-INSERT INTO counters SELECT 0, NULL, NULL, 0, 0, 0 WHERE NOT EXISTS(SELECT 1 FROM counters);
+  files INTEGER NOT NULL, bytes INTEGER NOT NULL, failures INTEGER NOT NULL, large INTEGER NOT NULL);
+INSERT INTO counters SELECT 0, NULL, NULL, 0, 0, 0, 0 WHERE NOT EXISTS(SELECT 1 FROM counters);
 )";
 
 // `files` holds the newest version of each file, `versions` the older ones. Which snapshots hold a version:
@@ -62,13 +63,17 @@ CREATE TABLE IF NOT EXISTS backups(number INTEGER PRIMARY KEY, time REAL NOT NUL
 CREATE TABLE IF NOT EXISTS failures(path TEXT PRIMARY KEY, reason TEXT NOT NULL, since REAL NOT NULL)
   WITHOUT ROWID;
 CREATE TRIGGER IF NOT EXISTS file_added AFTER INSERT ON files WHEN new.removed IS NULL BEGIN
-  UPDATE counters SET files = files + 1, bytes = bytes + new.size; END;
+  UPDATE counters SET files = files + 1, bytes = bytes + (new.size & 4294967295),
+    large = large + (new.size >> 32); END;
 CREATE TRIGGER IF NOT EXISTS file_dropped AFTER DELETE ON files WHEN old.removed IS NULL BEGIN
-  UPDATE counters SET files = files - 1, bytes = bytes - old.size; END;
+  UPDATE counters SET files = files - 1, bytes = bytes - (old.size & 4294967295),
+    large = large - (old.size >> 32); END;
 CREATE TRIGGER IF NOT EXISTS file_changed AFTER UPDATE OF size, removed ON files
   WHEN old.size <> new.size OR (old.removed IS NULL) <> (new.removed IS NULL) BEGIN
   UPDATE counters SET files = files + (new.removed IS NULL) - (old.removed IS NULL),
-    bytes = bytes + new.size * (new.removed IS NULL) - old.size * (old.removed IS NULL); END;
+    bytes = bytes + (new.size & 4294967295) * (new.removed IS NULL) -
+      (old.size & 4294967295) * (old.removed IS NULL),
+    large = large + (new.size >> 32) * (new.removed IS NULL) - (old.size >> 32) * (old.removed IS NULL); END;
 CREATE TRIGGER IF NOT EXISTS failure_added AFTER INSERT ON failures BEGIN
   UPDATE counters SET failures = failures + 1; END;
 CREATE TRIGGER IF NOT EXISTS failure_dropped AFTER DELETE ON failures BEGIN
@@ -84,7 +89,17 @@ DROP TABLE IF EXISTS snapshots;
 DROP TABLE IF EXISTS leaving;
 DROP TABLE IF EXISTS backups;
 DROP TABLE IF EXISTS failures;
-UPDATE counters SET first_full = NULL, last_full = NULL, files = 0, bytes = 0, failures = 0;
+UPDATE counters SET first_full = NULL, last_full = NULL, files = 0, bytes = 0, failures = 0, large = 0;
+)";
+
+// The second format kept the sum of the sizes in one number.
+constexpr char kFromSecondFormat[] = R"(
+DROP TRIGGER file_added;
+DROP TRIGGER file_dropped;
+DROP TRIGGER file_changed;
+ALTER TABLE counters ADD COLUMN large INTEGER NOT NULL DEFAULT 0;
+UPDATE counters SET (bytes, large) =
+  (SELECT COALESCE(SUM(size & 4294967295), 0), COALESCE(SUM(size >> 32), 0) FROM files WHERE removed IS NULL);
 )";
 
 }  // namespace
@@ -123,6 +138,9 @@ void prepare(SQLite::Database& database) {
   SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
   if (format < kFormat) {
     database.exec("DROP TABLE IF EXISTS records");
+    if (format == 2) {
+      database.exec(kFromSecondFormat);
+    }
     database.exec("PRAGMA user_version=" + std::to_string(kFormat));
   }
   database.exec(kPersonal);

@@ -3,9 +3,11 @@
 
 #include <SQLiteCpp/SQLiteCpp.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 #include <thread>
@@ -66,7 +68,8 @@ void bindAt(SQLite::Statement& statement, int index, const Value& value) {
   if constexpr (std::is_same_v<Value, bool>) {
     statement.bind(index, value ? 1 : 0);
   } else if constexpr (std::is_same_v<Value, std::uint64_t>) {
-    statement.bind(index, static_cast<std::int64_t>(value));
+    constexpr std::uint64_t kMost = std::numeric_limits<std::int64_t>::max();
+    statement.bind(index, static_cast<std::int64_t>(std::min(value, kMost)));
   } else if constexpr (requires { value.has_value(); }) {
     value ? bindAt(statement, index, *value) : statement.bind(index);
   } else {

@@ -1,10 +1,18 @@
 // Opening, and what does not belong to the catalogue: rules, types, priorities, settings and profile.
 #include "daemon/store/Store.h"
 
+#include <sqlite3.h>
+
 #include "daemon/store/Schema.h"
 #include "daemon/store/Sql.h"
 
 namespace keldane {
+
+namespace {
+
+constexpr auto kTryInterval = std::chrono::seconds(2);
+
+}  // namespace
 
 Store::Store(const std::string& file)
     : path_(schema::privateFile(file)),
@@ -17,10 +25,42 @@ Store::Store(const std::string& file)
   finishRemoval();
 }
 
+// Remembers whether it went well.
+template <class Work>
+void Store::writing(const Work& work) {
+  try {
+    work();
+    hasTrouble_ = false;
+  } catch (const SQLite::Exception& error) {
+    trouble_ = error.getErrorCode() == SQLITE_FULL
+                   ? "No room is left for rules and settings: the disk of " + path_ + " is full."
+                   : "Rules and settings cannot be kept in " + path_ + ": " + error.what() + ".";
+    hasTrouble_ = true;
+    nextTry_ = std::chrono::steady_clock::now() + kTryInterval;
+    throw;
+  }
+}
+
 template <class... Values>
 void Store::execute(const char* sql, const Values&... values) {
   const ScopedLock guard(mutex_);
-  sql::runOnce(database_, sql, values...);
+  writing([&]() KELDANE_REQUIRES(mutex_) { sql::runOnce(database_, sql, values...); });
+}
+
+std::optional<std::string> Store::trouble() {
+  if (!hasTrouble_) {
+    return std::nullopt;
+  }
+  const ScopedLock guard(mutex_);
+  if (std::chrono::steady_clock::now() >= nextTry_) {
+    try {
+      writing(
+          [&]() KELDANE_REQUIRES(mutex_) { sql::runOnce(database_, "UPDATE counters SET number = number"); });
+    } catch (const SQLite::Exception&) {
+      return trouble_;
+    }
+  }
+  return hasTrouble_ ? std::optional(trouble_) : std::nullopt;
 }
 
 std::map<std::string, bool> Store::rules() {

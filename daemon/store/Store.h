@@ -3,6 +3,8 @@
 
 #include <SQLiteCpp/SQLiteCpp.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -104,6 +106,11 @@ class Store {
   void setValue(Table table, const std::string& key, const std::string& value);
   std::map<std::string, std::string> values(Table table);
 
+  /// Why rules and settings cannot be written, a sentence for people; absent while all is well. When the last
+  /// change could not be written this tries a small one itself, at most every two seconds, so that it is over
+  /// when the cause is.
+  std::optional<std::string> trouble();
+
   // --- What is stored ---
 
   /// The newest version of a file; absent when none is stored.
@@ -116,6 +123,8 @@ class Store {
   /// The names (last components) of the folders directly in a folder that have records somewhere below them,
   /// those of removed files included, in the order of their bytes.
   std::vector<std::string> foldersWithRecordsIn(const std::string& folder);
+  /// Whether something below a folder is stored, removed files included.
+  bool hasRecordBelow(const std::string& folder);
   /// Called with each record at or below a path, in the order of the paths; false ends it. No lock is held
   /// during the call, so it may use the store.
   using VisitRecord = std::function<bool(const std::string& path, const BackupRecord& record)>;
@@ -134,7 +143,8 @@ class Store {
   std::vector<std::string> sample(std::size_t most);
 
   struct Totals {
-    std::uint64_t files = 0, bytes = 0;  ///< of the newest versions of what is still there
+    /// Of the newest versions of what is still there. More bytes than a number holds are the largest number.
+    std::uint64_t files = 0, bytes = 0;
   };
   Totals totals();
 
@@ -233,6 +243,8 @@ class Store {
   template <class... Values>
   void execute(const char* sql, const Values&... values);
   template <class Work>
+  void writing(const Work& work) KELDANE_REQUIRES(mutex_);
+  template <class Work>
   void inSlices(std::size_t count, const Work& work);
   template <class Work>
   void untilDone(const Work& work);
@@ -248,6 +260,9 @@ class Store {
   const std::string path_;
   Mutex mutex_{{.name = "Store.mutex"}};
   SQLite::Database database_ KELDANE_GUARDED_BY(mutex_);
+  std::atomic<bool> hasTrouble_ = false;
+  std::string trouble_ KELDANE_GUARDED_BY(mutex_);
+  std::chrono::steady_clock::time_point nextTry_ KELDANE_GUARDED_BY(mutex_);  // of a small change
   Mutex readMutex_{{.name = "Store.readMutex", .leaf = true}};
   SQLite::Database reader_ KELDANE_GUARDED_BY(readMutex_);  // never writes
   // Kept, because to make it takes longer than to ask it, and a menu asks four times a file.

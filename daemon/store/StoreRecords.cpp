@@ -2,10 +2,12 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <limits>
 #include <random>
 #include <set>
 #include <utility>
 
+#include "daemon/ByteSum.h"
 #include "daemon/store/Sql.h"
 #include "daemon/store/Store.h"
 
@@ -108,6 +110,13 @@ std::vector<std::string> Store::foldersWithRecordsIn(const std::string& folder) 
   return names;
 }
 
+bool Store::hasRecordBelow(const std::string& folder) {
+  const sql::Below below(folder);
+  const ScopedLock guard(readMutex_);
+  return sql::numberOf(reader_, "SELECT EXISTS(SELECT 1 FROM files WHERE path >= ? AND path < ?)", below.from,
+                       below.to) != 0;
+}
+
 void Store::visitRecords(const std::string& path, const VisitRecord& visit) {
   if (const std::optional<BackupRecord> own = record(path); own && !visit(path, *own)) {
     return;
@@ -154,10 +163,15 @@ std::vector<std::string> Store::sample(std::size_t most) {
 
 Store::Totals Store::totals() {
   const ScopedLock guard(readMutex_);
-  SQLite::Statement row(reader_, "SELECT files, bytes FROM counters");
+  SQLite::Statement row(reader_, "SELECT files, bytes, large FROM counters");
   row.executeStep();
-  return {static_cast<std::uint64_t>(row.getColumn(0).getInt64()),
-          static_cast<std::uint64_t>(row.getColumn(1).getInt64())};
+  const auto files = static_cast<std::uint64_t>(row.getColumn(0).getInt64());
+  const auto bytes = static_cast<std::uint64_t>(row.getColumn(1).getInt64());
+  const auto large = static_cast<std::uint64_t>(row.getColumn(2).getInt64());
+  std::uint64_t upper = 0;
+  return {files, __builtin_mul_overflow(large, std::uint64_t{1} << 32, &upper)
+                     ? std::numeric_limits<std::uint64_t>::max()
+                     : saturatedSum(upper, bytes)};
 }
 
 }  // namespace keldane

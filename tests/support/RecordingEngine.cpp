@@ -1,6 +1,7 @@
 #include "tests/support/RecordingEngine.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -28,11 +29,20 @@ std::string snapshotsFile(const RepositoryFiles& files) {
 // After each file while the user wants the machine for other things.
 constexpr auto kLowPriorityPause = std::chrono::milliseconds(50);
 
+// Root could read them all, so it is the mode that says which file cannot be read.
+bool isReadable(int file) {
+  struct stat status {};
+  return fstat(file, &status) == 0 && (status.st_mode & (S_IRUSR | S_IRGRP | S_IROTH)) != 0;
+}
+
 enum class ReadEnd { whole, unreadable, cancelled };
 
 ReadEnd readWholeFile(const std::string& path, std::uint64_t files, std::uint64_t& bytes,
                       const StoreObserver& observer, const EngineJob& job) {
   const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
+  if (file && !isReadable(file.get())) {
+    return ReadEnd::unreadable;
+  }
   std::array<char, 1 << 16> block{};
   for (;;) {
     const ssize_t got = file ? read(file.get(), block.data(), block.size()) : -1;

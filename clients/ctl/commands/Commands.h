@@ -26,6 +26,7 @@ void addSelectCommand(CLI::App& app, Globals& globals);
 void addSetupCommand(CLI::App& app, Globals& globals);
 /// versions, find, failures.
 void addStoredCommands(CLI::App& app, Globals& globals);
+void addWhyCommand(CLI::App& app, Globals& globals);
 void addRestoreCommand(CLI::App& app, Globals& globals);
 /// repository, check, settings.
 void addRepositoryCommands(CLI::App& app, Globals& globals);

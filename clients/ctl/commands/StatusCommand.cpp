@@ -39,7 +39,9 @@ constexpr std::array kShownKeys = {"backedUpFileCount",
                                    "backupControlFlags",
                                    "health",
                                    "lastGoodBackup",
-                                   "failureCount"};
+                                   "failureCount",
+                                   "restReason",
+                                   "storeTrouble"};
 
 const char* yesNo(bool value) { return value ? "yes" : "no"; }
 const char* onOff(bool value) { return value ? "on" : "off"; }

@@ -8,6 +8,7 @@
 #include "client-state/BackupState.h"
 #include "clients/core/BackupProgress.h"
 #include "clients/core/Units.h"
+#include "clients/ctl/OwnerSession.h"
 #include "clients/ctl/commands/Commands.h"
 #include "clients/ctl/terminal/ProgressLine.h"
 #include "clients/ctl/terminal/StallWatch.h"
@@ -47,8 +48,12 @@ extern "C" void endLineAndProcess(int number) {
 /// Follows the daemon's state: on a terminal in one line that is drawn anew, otherwise in a line a change.
 class Watcher {
  public:
-  Watcher(const Globals& globals, const WatchOptions& options)
-      : options_(options), session_(globals), state_(session_.state()), stall_(globals.deadline) {
+  Watcher(Globals& globals, const WatchOptions& options)
+      : globals_(globals),
+        options_(options),
+        session_(globals),
+        state_(session_.state()),
+        stall_(globals.deadline) {
     drawn_ = terminal_.isTerminal() && !options.json;
     NotificationCenter& center = NotificationCenter::defaultCenter();
     center.addObserver(this, KeldaneBackupStateConnectionChangedNotification, &state_,
@@ -58,9 +63,7 @@ class Watcher {
   }
   ~Watcher() {
     NotificationCenter::defaultCenter().removeObserver(this);
-    if (drawn_) {
-      std::cout << std::endl;
-    }
+    endLine();
   }
   Watcher(const Watcher&) = delete;
   Watcher& operator=(const Watcher&) = delete;
@@ -78,13 +81,24 @@ class Watcher {
       if (stall_.turn()) {
         announce("answering", "The backup daemon answers again.");
       }
-      if (drawn_ && state_.connected()) {
+      if (drawn_ && state_.connected() && !done_) {
         draw();
       }
+    }
+    endLine();
+    if (done_) {
+      tellEnd();
     }
   }
 
  private:
+  void endLine() {
+    if (drawn_) {
+      std::cout << std::endl;
+    }
+    drawn_ = false;
+  }
+
   // Also tells at the beginning whether anybody is there.
   void connectionChanged() {
     const bool connected = state_.connected();
@@ -115,10 +129,46 @@ class Watcher {
         last_ = text;
       }
     }
-    if (options_.untilDone && state_.daemonState() && !state_.isBackupNeeded() &&
-        state_.pendingFileCount() == 0) {
+    const bool isAllDone = !state_.isBackupNeeded() && state_.pendingFileCount() == 0;
+    if (options_.untilDone && state_.daemonState() && (isAllDone || restsForGood())) {
       done_ = true;
       RunLoop::current().stop();
+    }
+  }
+
+  // A pause ends by itself; the others end when somebody sees to it.
+  bool restsForGood() const {
+    const std::string_view rest = state_.daemonState()["restReason"].string();
+    return rest == "off" || rest == "recovering" || rest == "manual";
+  }
+
+  // What has failed is listed to those who may ask for it.
+  void tellEnd() {
+    const PropertyList& state = state_.daemonState();
+    if (state_.isBackupNeeded() || state_.pendingFileCount() > 0) {
+      globals_.status = kRests;
+      complain("Not all is backed up, and the daemon rests: " + sentenceFrom(state["statusString"]));
+    } else if (const std::uint64_t failures = state["failureCount"].unsignedLongLongValue(); failures > 0) {
+      globals_.status = kNotTaken;
+      listFailures();
+      complain(filesText(failures) + " could not be backed up.");
+    }
+  }
+
+  void listFailures() {
+    try {
+      const PropertyList answer = OwnerSession(globals_).ask("failures:");
+      const PropertyList entries = answer["entries"];
+      if (options_.json) {
+        print({{"time", std::time(nullptr)}, {"event", "failures"}, {"failures", jsonValue(answer)}});
+      }
+      for (std::size_t i = 0; i < entries.count() && !options_.json; ++i) {
+        std::cout << printable(entries[i]["path"].string()) << ": "
+                  << printable(entries[i]["reason"].string()) << '\n';
+      }
+      std::cout << std::flush;
+    } catch (const CommandFailure& failure) {
+      complain(failure.what());
     }
   }
 
@@ -165,7 +215,7 @@ class Watcher {
 
   void draw() {
     FittedLine fitted(terminal_);
-    if (state_.pendingFileCount() == 0) {
+    if (state_.pendingFileCount() == 0 || restsForGood()) {
       fitted.add(lastColumns(statusText(), fitted.columnsLeft()));
     } else {
       fitted.addBar(progress_.fraction());
@@ -177,6 +227,7 @@ class Watcher {
     std::cout << terminal_.restartLine() << fitted.text() << std::flush;
   }
 
+  Globals& globals_;
   const WatchOptions options_;
   const Terminal terminal_;
   Session session_;
@@ -196,7 +247,8 @@ void addWatchCommand(CLI::App& app, Globals& globals) {
       "watch", "Follow the daemon's work: a progress bar on a terminal, otherwise a line a change");
   auto options = std::make_shared<WatchOptions>();
   command->add_flag("--json", options->json, "Print a JSON object a change instead of text");
-  command->add_flag("--until-done", options->untilDone, "End once nothing is waiting to be backed up");
+  command->add_flag("--until-done", options->untilDone,
+                    "End once everything is backed up or has failed, or rests until somebody sees to it");
   command->callback([&globals, options] { Watcher(globals, *options).run(); });
 }
 

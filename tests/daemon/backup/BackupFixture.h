@@ -62,8 +62,9 @@ struct CarelessKeeper : RepositoryKeeper {
   EngineAnswer mayGrow() override { return room; }
   void grew(std::uint64_t) override {}
   void noteGood() override { ++good; }
+  void storedAnew() override { ++anew; }
   std::atomic<bool> recovering = false;
-  std::atomic<int> good = 0;
+  std::atomic<int> good = 0, anew = 0;
   EngineAnswer room;
 };
 
@@ -94,6 +95,7 @@ class BackupWorkerTest : public ::testing::Test {
     return timing;
   }
 
+  BackupWorker::Timing timing_ = quickly();
   TemporaryFolder folder_;
   Store store_{folder_ / "store.sqlite"};
   RuleBook rules_{store_, "/", {}};
@@ -101,7 +103,7 @@ class BackupWorkerTest : public ::testing::Test {
   WatchedEngine engine_{files_};
   RepositoryWatch watch_;
   CarelessKeeper keeper_;
-  BackupWorker worker_{store_, rules_, engine_, files_, watch_, keeper_, quickly()};
+  BackupWorker worker_{store_, rules_, engine_, files_, watch_, keeper_, timing_};
 };
 
 }  // namespace keldane::testing

@@ -1,5 +1,7 @@
 #include "daemon/backup/BackupWorker.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 
 #include "daemon/Clock.h"
@@ -203,6 +205,88 @@ TEST_F(BackupWorkerTest, AFileThatChangesWhileItIsStoredIsStoredAgain) {
   ASSERT_TRUE(eventually([&] { return calls >= 2; }));
   ASSERT_TRUE(waitUntilDone());
   EXPECT_EQ(store_.record(file("a"))->size, 17U);
+}
+
+TEST_F(BackupWorkerTest, WhatIsExcludedWhileItIsStoredIsNotTold) {
+  engine_.answerWith([&](const StoreRequest&, EngineJob&) {
+    rules_.setRule(file("a"), false);
+    return EngineAnswer();
+  });
+  rules_.setRule(folder_ / "files", true);
+  worker_.start();
+  ASSERT_TRUE(eventually([&] { return isStored("b") && isStored("c"); }));
+  EXPECT_TRUE(waitUntilDone());
+  EXPECT_FALSE(isStored("a"));
+  EXPECT_EQ(store_.failureCount(), 0U);
+}
+
+TEST_F(BackupWorkerTest, SomethingIsToBeScannedFromTheWishOnAndUntilItWasFound) {
+  EXPECT_EQ(worker_.progress().placesToScan, 0U);
+  {
+    const BackupWorker::Intention intention(worker_);
+    EXPECT_EQ(worker_.progress().placesToScan, 1U);
+    rules_.setRule(folder_ / "files", true);
+    worker_.reconsider(folder_ / "files");
+  }
+  EXPECT_EQ(worker_.progress().placesToScan, 1U);
+  EXPECT_TRUE(worker_.isToBeScanned(file("a")));
+  EXPECT_TRUE(worker_.isToBeScanned(folder_ / "files"));
+  EXPECT_FALSE(worker_.isToBeScanned(folder_.path()));
+  EXPECT_FALSE(worker_.isToBeScanned(folder_ / "file"));
+  pause();
+  worker_.start();
+  BackupWorker::Progress progress;
+  do {
+    progress = worker_.progress();
+  } while (progress.placesToScan > 0);
+  EXPECT_EQ(progress.pendingFiles, 3U);
+  EXPECT_FALSE(worker_.isToBeScanned(file("a")));
+}
+
+TEST_F(BackupWorkerTest, ALossOfBytesIsRememberedUntilEverythingIsStoredAnew) {
+  rules_.setRule(folder_ / "files", true);
+  worker_.start();
+  ASSERT_TRUE(eventually([&] { return store_.totals().files == 3; }));
+  ASSERT_TRUE(waitUntilDone());
+  worker_.bytesLost();
+  worker_.stop();
+  timing_.fullInterval = {};
+  const std::size_t before = engine_.batches();
+  BackupWorker next(store_, rules_, engine_, files_, watch_, keeper_, timing_);
+  folder_.write("files/a", "changed");
+  next.start();
+  ASSERT_TRUE(eventually([&] { return engine_.batches() >= before + 2; })) << "the change, and a full one";
+  ASSERT_TRUE(eventually([&] { return keeper_.anew > 0; }));
+  next.stop();
+  EXPECT_EQ(engine_.requests.at(before + 1).parent, "") << "every file is read";
+  EXPECT_EQ(store_.value(Store::Table::settings, "bytesLost"), "0");
+}
+
+TEST_F(BackupWorkerTest, WhatIsExcludedHasNotFailed) {
+  chmod(file("a").c_str(), 0);
+  rules_.setRule(folder_ / "files", true);
+  worker_.start();
+  ASSERT_TRUE(eventually([&] { return store_.failureCount() == 1; }));
+  ASSERT_TRUE(waitUntilDone());
+  rules_.setRule(file("b"), false);
+  worker_.reconsider(file("b"));
+  EXPECT_EQ(store_.failureCount(), 1U);
+  rules_.setRule(folder_ / "files", false);
+  worker_.reconsider(folder_ / "files");
+  EXPECT_EQ(store_.failureCount(), 0U);
+}
+
+TEST_F(BackupWorkerTest, WhatIsExcludedIsNoLongerPreferred) {
+  pause();
+  rules_.setRule(folder_ / "files", true);
+  worker_.prioritize(file("a"));
+  worker_.prioritize(file("b"));
+  EXPECT_TRUE(worker_.progress().hasPreferred);
+  rules_.setRule(file("a"), false);
+  worker_.endUnwantedPreferences(folder_.path());
+  EXPECT_FALSE(worker_.isPrioritized(file("a")));
+  EXPECT_TRUE(worker_.isPrioritized(file("b")));
+  EXPECT_EQ(store_.priorities().size(), 1U);
 }
 
 TEST_F(BackupWorkerTest, AFileThatVanishedIsPendingNoLonger) {

@@ -59,9 +59,10 @@ class RepositoryCareTest : public ::testing::Test {
     here_->scanner.scan(folder_ / "files", goOn);
     Batch batch;
     batch.full = full;
-    for (const PendingFiles::File& file : here_->pending.first(1000, std::uint64_t{1} << 30)) {
+    here_->pending.visit([&](const PendingFiles::File& file) {
       batch.files.push_back({file.path, fileStateOf(*statusOf(file.path)), false, 0, 0});
-    }
+      return true;
+    });
     BatchRun run(here_->catalogue, here_->rules, here_->engine, here_->files, here_->scanner, here_->pending);
     const BatchEnd end = run.run(batch, here_->job, [](std::uint64_t, std::uint64_t, const std::string&) {});
     EXPECT_TRUE(end.answer) << end.answer.detail;

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+#include <set>
+
 namespace keldane {
 namespace {
 
@@ -31,14 +34,35 @@ TEST(PendingFilesTest, AScanDropsWhatItDidNotSeeBelowItsPlace) {
   EXPECT_EQ(pending.totals().bytes, 2U);
 }
 
-TEST(PendingFilesTest, ABatchEndsAtItsBoundsAndTakesOneFileAtLeast) {
+TEST(PendingFilesTest, NobodysSizesSpoilTheSum) {
+  constexpr std::uint64_t kLargest = std::numeric_limits<std::int64_t>::max();  // that a file can have
   PendingFiles pending;
-  pending.add("/a", 100);
-  pending.add("/b", 1);
-  pending.add("/c", 1);
-  EXPECT_EQ(pending.first(10, 50).size(), 1U);
-  EXPECT_EQ(pending.first(2, 1000).size(), 2U);
-  EXPECT_EQ(pending.first(10, 1000).size(), 3U);
+  pending.add("/small", 7);
+  for (const char* path : {"/a", "/b", "/c"}) {
+    pending.add(path, kLargest);
+  }
+  EXPECT_EQ(pending.totals().bytes, std::numeric_limits<std::uint64_t>::max());
+  pending.add("/a", 1);
+  EXPECT_EQ(pending.totals().bytes, std::numeric_limits<std::uint64_t>::max());
+  pending.remove("/b");
+  pending.endScan("/c", pending.beginScan());
+  EXPECT_EQ(pending.totals().bytes, 8U);
+}
+
+TEST(PendingFilesTest, AVisitComesToEachFileAndMayUseTheList) {
+  PendingFiles pending;
+  for (int file = 0; file < 2'500; ++file) {
+    pending.add("/d/" + std::to_string(file), 1);
+  }
+  std::set<std::string> seen;
+  pending.visit([&](const PendingFiles::File& file) {
+    EXPECT_TRUE(pending.contains(file.path));
+    return seen.insert(file.path).second;
+  });
+  EXPECT_EQ(seen.size(), 2'500U);
+  int visits = 0;
+  pending.visit([&](const PendingFiles::File&) { return ++visits < 3; });
+  EXPECT_EQ(visits, 3);
 }
 
 TEST(PendingFilesTest, PreferredFilesComeInTheirOrder) {

@@ -58,6 +58,57 @@ TEST_F(RuleBookTest, ThePolicyCannotBeOverruled) {
   }
 }
 
+TEST_F(RuleBookTest, ExplainsRuleByRuleTheDecidingOneFirst) {
+  using Kind = Reason::Kind;
+  const auto explained = [&](const std::string& path, bool isFolder = false) {
+    std::string text;
+    for (const Reason& reason : rules_.explain(path, isFolder)) {
+      text +=
+          std::to_string(static_cast<int>(reason.kind)) + (reason.includes ? "+" : "-") + reason.rule + " ";
+    }
+    return text;
+  };
+  const auto expected = [](Kind kind, const std::string& rest) {
+    return std::to_string(static_cast<int>(kind)) + rest + " ";
+  };
+  EXPECT_EQ(explained("/home/a"), expected(Kind::none, "-"));
+  EXPECT_EQ(explained("/etc/x"), expected(Kind::root, "-/home"));
+  rules_.setRule("/home/cache/x", true);
+  EXPECT_EQ(explained("/home/cache/x"),
+            expected(Kind::policy, "-/home/cache") + expected(Kind::own, "+/home/cache/x"));
+  rules_.barRepository("/home/repository");
+  EXPECT_EQ(explained("/home/repository/data"), expected(Kind::policy, "-/home/repository"));
+  EXPECT_EQ(explained("/home/d/.keldane-restore-1/x/y"),
+            expected(Kind::policy, "-/home/d/.keldane-restore-1"));
+  rules_.setRule("/home", true);
+  rules_.setRule("/home/a", false);
+  rules_.setRule("/home/a/x.tmp", true);
+  rules_.setType(".tmp", kTypeExclude);
+  const std::string folders = expected(Kind::folder, "-/home/a") + expected(Kind::folder, "+/home");
+  EXPECT_EQ(explained("/home/a/x.tmp"),
+            expected(Kind::own, "+/home/a/x.tmp") + expected(Kind::type, "-.tmp") + folders);
+  EXPECT_EQ(explained("/home/a/b/y.tmp"), expected(Kind::type, "-.tmp") + folders);
+  EXPECT_EQ(explained("/home/a/b/y.tmp", true), folders) << "types are for files";
+}
+
+TEST_F(RuleBookTest, AnExplanationAgreesWithTheDecision) {
+  rules_.setRule("/home", true);
+  rules_.setRule("/home/a", false);
+  rules_.setRule("/home/a/b", true);
+  rules_.setType(".tmp", kTypeExclude);
+  rules_.setType(".doc", kTypeBackup);
+  for (const char* path : {"/", "/home", "/home/x", "/home/a", "/home/a/x.doc", "/home/a/b/x.tmp",
+                           "/home/cache", "/home/cache/x.doc", "/etc/x.doc", "/home/.keldane-restore-2"}) {
+    for (const bool isFolder : {false, true}) {
+      const Decision decision = rules_.decide(path, isFolder);
+      const Reason first = rules_.explain(path, isFolder).at(0);
+      EXPECT_EQ(first.includes, decision.selected) << path;
+      EXPECT_EQ(first.kind == Reason::Kind::root || first.kind == Reason::Kind::policy, decision.barred)
+          << path;
+    }
+  }
+}
+
 TEST_F(RuleBookTest, KnowsOfRulesBelow) {
   rules_.setRule("/home/a/b/c", true);
   EXPECT_TRUE(rules_.decide("/home/a", true).rulesBelow);

@@ -88,7 +88,7 @@ TEST_F(DaemonServerTest, EachStandingHasItsText) {
   EXPECT_NE(node(docs("a.txt"))["backupFlags"].unsignedIntValue() & backup_flags::kMissing, 0U);
   (*client_)->addFileToBackup(docs());
   folder_.write("home/docs/new.txt", "");
-  EXPECT_TRUE(state(docs("new.txt")) == "New" || state(docs("new.txt")) == "Waiting to be backed up");
+  EXPECT_TRUE(eventually([&] { return node(docs("new.txt"))["backupColor"].intValue() == 3; }));
   EXPECT_TRUE(node(docs("never")).isAbsent());
 }
 
@@ -153,6 +153,9 @@ TEST_F(DaemonServerTest, AnswersEveryMethodOfTheTable) {
   EXPECT_EQ(client->serviceState(), 1U);
   client->setServiceState(4U);
   EXPECT_EQ(client->serviceState(), 4U);
+  client->setServiceState(0U);
+  EXPECT_EQ(client->serviceState(), 0U) << "which is not the same as never set";
+  EXPECT_EQ(client->daemonState()["serviceState"].unsignedIntValue(), 0U);
   EXPECT_EQ(client->serverURL().string(), "");
   client->setValueForProfileKey("ServerURL", "https://backup");
   client->setValueForProfileKey("UserEmail", "a@b");

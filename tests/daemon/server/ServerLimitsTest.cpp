@@ -232,13 +232,13 @@ TEST_F(ServerLimitsTest, ALongSelectionIsOneRequest) {
   again();
   PropertyList::Array paths;
   for (int i = 0; i < 10'000; ++i) {
-    paths.emplace_back(
-        folder_ / ("home/none/a folder with quite a long name/and a file with one/" + std::to_string(i)));
+    paths.emplace_back(folder_.write(
+        "home/many/a folder with quite a long name/and a file with one/" + std::to_string(i), ""));
   }
   (*client_)->setPausedMinutes(5U);
   (*client_)->addFilesToBackup(PropertyList::array(paths));
   EXPECT_EQ((*client_)->backupColorsForFiles(PropertyList::array(paths)).count(), 10'000U);
-  EXPECT_EQ(daemon_->rules().rulesBelow(folder_ / "home/none").size(), 10'000U);
+  EXPECT_EQ(daemon_->rules().rulesBelow(folder_ / "home/many").size(), 10'000U);
 }
 
 TEST_F(ServerLimitsTest, AListThatIsTooLongIsNotCarriedOutInPart) {

@@ -1,3 +1,5 @@
+#include <limits>
+
 #include "tests/daemon/store/StoreFixture.h"
 
 namespace keldane {
@@ -115,6 +117,40 @@ TEST_F(StoreRecords, TotalsAreOfWhatIsThere) {
   addPartial(20, {"/a"});
   EXPECT_EQ(store.totals().bytes, 31U);
   EXPECT_EQ(Store(folder / "s").totals().bytes, 31U) << "and in the next life";
+}
+
+TEST_F(StoreRecords, NobodysSizesSpoilTheTotals) {
+  constexpr std::uint64_t kLargest = std::numeric_limits<std::int64_t>::max();  // that a file can have
+  addPartial(10, {"/small"});
+  store.addSnapshot(snapshot(11, false), {{"/a", {kLargest, 1, 1}}, {"/b", {kLargest - 100, 1, 1}}}, {});
+  EXPECT_EQ(store.totals().files, 3U);
+  EXPECT_EQ(store.totals().bytes, 2 * kLargest - 90);
+  store.addSnapshot(snapshot(12, false), {{"/c", {kLargest, 1, 1}}}, {});
+  EXPECT_EQ(store.totals().bytes, std::numeric_limits<std::uint64_t>::max());
+  for (const char* path : {"/a", "/b", "/c"}) {
+    store.setRemoved(path, true, 5);
+  }
+  EXPECT_EQ(store.totals().bytes, 10U) << "to the byte";
+  store.setRemoved("/b", false, 6);
+  store.addSnapshot(snapshot(13, false), {{"/b", {kLargest - 2, 2, 2}}}, {});
+  EXPECT_EQ(store.totals().bytes, kLargest - 2 + 10);
+  EXPECT_EQ(Store(folder / "s").totals().bytes, kLargest - 2 + 10) << "and in the next life";
+}
+
+TEST_F(StoreRecords, AnImpossibleSizeIsTheLargest) {
+  store.addSnapshot(snapshot(1, false), {{"/a", {std::numeric_limits<std::uint64_t>::max(), 1, 1}}}, {});
+  EXPECT_EQ(store.totals().bytes, static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()));
+}
+
+TEST_F(StoreRecords, AFolderIsKnownByWhatLiesBelowIt) {
+  addPartial(1, {"/d/e/a", "/f"});
+  store.setRemoved("/d", true, 5);
+  EXPECT_TRUE(store.hasRecordBelow("/d"));
+  EXPECT_TRUE(store.hasRecordBelow("/d/e"));
+  EXPECT_TRUE(store.hasRecordBelow("/"));
+  EXPECT_FALSE(store.hasRecordBelow("/d/e/a"));
+  EXPECT_FALSE(store.hasRecordBelow("/f"));
+  EXPECT_FALSE(store.hasRecordBelow("/e"));
 }
 
 }  // namespace

@@ -1,10 +1,15 @@
 #include "daemon/store/Store.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
+#include <limits>
+
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/Wait.h"
 
 namespace keldane {
 namespace {
@@ -73,11 +78,79 @@ TEST(Store, AnOldFileKeepsItsRulesAndLosesItsRecords) {
   EXPECT_FALSE(database.tableExists("records"));
 }
 
+// As the second format was, after two files of 8 EiB had been stored and removed.
+void makeFileOfSecondFormat(const std::string& path) {
+  { Store store(path); }
+  SQLite::Database database(path, SQLite::OPEN_READWRITE);
+  database.exec(R"(DROP TRIGGER file_added; DROP TRIGGER file_dropped; DROP TRIGGER file_changed;
+ALTER TABLE counters DROP COLUMN large;
+CREATE TRIGGER file_added AFTER INSERT ON files WHEN new.removed IS NULL BEGIN
+  UPDATE counters SET files = files + 1, bytes = bytes + new.size; END;
+CREATE TRIGGER file_dropped AFTER DELETE ON files WHEN old.removed IS NULL BEGIN
+  UPDATE counters SET files = files - 1, bytes = bytes - old.size; END;
+CREATE TRIGGER file_changed AFTER UPDATE OF size, removed ON files
+  WHEN old.size <> new.size OR (old.removed IS NULL) <> (new.removed IS NULL) BEGIN
+  UPDATE counters SET files = files + (new.removed IS NULL) - (old.removed IS NULL),
+    bytes = bytes + new.size * (new.removed IS NULL) - old.size * (old.removed IS NULL); END;
+INSERT INTO files VALUES('/a', 1, 1, 9223372036854775807, 1, 1, 1, 0, NULL, NULL, NULL);
+INSERT INTO files VALUES('/b', 2, 1, 9223372036854775807, 1, 1, 1, 0, NULL, NULL, NULL);
+INSERT INTO files VALUES('/c', 3, 1, 1234567890123, 1, 1, 1, 0, NULL, NULL, NULL);
+UPDATE files SET removed = 1 WHERE size > 1234567890123;
+PRAGMA user_version=2;)");
+}
+
+TEST(Store, AFileOfTheSecondFormatKeepsItsRecordsAndIsCountedAnew) {
+  const TemporaryFolder folder;
+  makeFileOfSecondFormat(folder / "s");
+  {
+    SQLite::Database database(folder / "s", SQLite::OPEN_READONLY);
+    EXPECT_NE(database.execAndGet("SELECT bytes FROM counters").getInt64(), 1234567890123)
+        << "it had lost count";
+  }
+  for (int life = 0; life < 2; ++life) {
+    Store store(folder / "s");
+    EXPECT_EQ(store.totals().files, 1U);
+    EXPECT_EQ(store.totals().bytes, 1234567890123U);
+    EXPECT_EQ(store.record("/a")->version, 1U);
+  }
+  Store store(folder / "s");
+  store.setRemoved("/a", false, 0);
+  store.setRemoved("/b", false, 0);
+  EXPECT_EQ(store.totals().bytes, std::numeric_limits<std::uint64_t>::max());
+}
+
+TEST(Store, TellsThatItCannotBeWrittenUntilItCan) {
+  const TemporaryFolder folder;
+  Store store(folder / "s");
+  store.setRule("/a", true);
+  EXPECT_EQ(store.trouble(), std::nullopt);
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+  const rlimit nothing{0, before.rlim_max};
+  for (const bool waitsForItself : {false, true}) {
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &nothing), 0);
+    EXPECT_THROW(store.setRule("/b", true), SQLite::Exception);
+    const std::optional<std::string> trouble = store.trouble();
+    setrlimit(RLIMIT_FSIZE, &before);
+    ASSERT_TRUE(trouble);
+    EXPECT_NE(trouble->find(folder / "s"), std::string::npos) << *trouble;
+    if (waitsForItself) {
+      EXPECT_TRUE(testing::eventually([&] { return !store.trouble(); }));
+    } else {
+      store.setRule("/c", true);
+      EXPECT_EQ(store.trouble(), std::nullopt);
+    }
+  }
+  std::signal(SIGXFSZ, handler);
+  EXPECT_EQ(store.rules().size(), 2U);
+}
+
 TEST(Store, AFileOfANewerFormatIsLeftAsItIs) {
   const TemporaryFolder folder;
   {
     SQLite::Database(folder / "s", SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE)
-        .exec("PRAGMA user_version=3");
+        .exec("PRAGMA user_version=4");
   }
   const std::string before = testing::readWhole(folder / "s");
   try {

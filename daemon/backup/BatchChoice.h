@@ -1,0 +1,56 @@
+// Which of the files that wait go into the next batch.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "daemon/backup/FairShare.h"
+#include "daemon/backup/PendingFiles.h"
+
+namespace keldane {
+
+/// A file of this size takes so long that it is stored by itself, so that no other file waits for it.
+inline constexpr std::uint64_t kLargeFile = std::uint64_t{1} << 30;
+
+/// A large file that waits.
+struct LargeFile {
+  std::string path;
+  uid_t owner = 0;
+  bool isPreferred = false;
+};
+
+/// Divides the batches among the owners of the files. Each of the operations is called by one thread at a
+/// time.
+class BatchChoice {
+ public:
+  using OwnerOf = std::function<uid_t(const std::string& path)>;
+  BatchChoice(const PendingFiles& pending, OwnerOf ownerOf)
+      : pending_(pending), ownerOf_(std::move(ownerOf)) {}
+
+  struct Choice {
+    std::vector<PendingFiles::File> files;  ///< at least one, if any waits that is not large
+    std::vector<LargeFile> large;           ///< all that wait
+  };
+  /// Of what is not preferred: each owner's files in the order of the list.
+  Choice ordinary(const BatchBounds& bounds);
+  /// Of what is preferred: each owner's files in the order in which they were preferred.
+  Choice preferred(const BatchBounds& bounds);
+  /// The preferred files that are large, in their order.
+  std::vector<LargeFile> preferredLarge() const;
+
+ private:
+  const PendingFiles& pending_;
+  const OwnerOf ownerOf_;
+  FairShare ordinaryShare_, preferredShare_;
+};
+
+/// Looks up who owns a file, 0 for one that is gone. A daemon that is not root's works for one user, whoever
+/// the files belong to, and has nothing to look up.
+BatchChoice::OwnerOf ownersOnDisk();
+
+}  // namespace keldane
