@@ -156,8 +156,7 @@ class Usage(unittest.TestCase):
         for name in filter(lambda name: name.endswith(".md"), os.listdir(source)):
             with open(os.path.join(docs, "protocol", name), encoding="utf-8") as stream:
                 text = stream.read()
-            with open(os.path.join(source, name), encoding="utf-8") as stream:
-                self.assertEqual(text.replace("../examples/", "../../examples/"), stream.read())
+            self.assertNotIn("../../", text, name)
             for link in re.findall(r"\]\(((?:\.\./examples/)?[\w.-]+)[)#]", text):
                 self.assertTrue(os.path.isfile(os.path.join(docs, "protocol", link)), f"{name}: {link}")
 
