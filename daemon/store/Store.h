@@ -103,6 +103,10 @@ class Store {
   std::optional<std::string> value(Table table, const std::string& key);
   void setValue(Table table, const std::string& key, const std::string& value);
   std::map<std::string, std::string> values(Table table);
+  /// From now on `value` answers this one, if nothing was set, or always, if it is fixed: then `setValue`
+  /// leaves all as it is. Not kept in the file. Before any other thread uses the store.
+  void administer(Table table, const std::string& key, const std::string& value, bool fixed);
+  bool isFixed(Table table, const std::string& key) const;
 
   // --- What is stored ---
 
@@ -245,7 +249,13 @@ class Store {
   template <class OnFile, class OnFolder>
   void visitChildren(const std::string& folder, const OnFile& onFile, const OnFolder& onFolder);
 
+  struct Administered {
+    std::string value;
+    bool fixed = false;
+  };
+
   const std::string path_;
+  std::map<std::pair<Table, std::string>, Administered> administered_;  // does not change once threads use it
   Mutex mutex_{{.name = "Store.mutex"}};
   SQLite::Database database_ KELDANE_GUARDED_BY(mutex_);
   Mutex readMutex_{{.name = "Store.readMutex", .leaf = true}};
