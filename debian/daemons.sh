@@ -1,15 +1,9 @@
 # What the maintainer scripts do with daemons that run, for users and for the computer as a whole. Those of users are
 # asked through each user's own systemd; where there is none, through the program that keeps the daemon running.
 
-# tell_users VERB: to the unit of every user whose systemd runs.
+# tell_users VERB: to the unit of every user whose systemd runs and has not masked it.
 tell_users() {
-  [ -d /run/systemd/system ] || return 0
-  systemctl list-units --plain --no-legend --state=active 'user@*.service' 2>/dev/null |
-    sed -n 's/^user@\([0-9]*\)\.service .*/\1/p' |
-    while read -r user; do
-      systemctl --user --machine="$user@.host" daemon-reload >/dev/null 2>&1 </dev/null || true
-      systemctl --user --machine="$user@.host" "$1" keldaned.service >/dev/null 2>&1 </dev/null || true
-    done
+  [ ! -d /run/systemd/system ] || deb-systemd-invoke --user "$1" keldaned.service >/dev/null || true
 }
 
 # processes_of PROGRAM: whatever runs it in this root, the file that was replaced included.
