@@ -18,6 +18,9 @@ namespace {
 // Settings that are 1 until somebody sets them.
 constexpr std::string_view kOneByDefault[] = {"enabled", "automaticMode", "serviceState"};
 
+// Set once the administrator's default rules were taken over.
+constexpr char kHasDefaultRules[] = "hasDefaultRules";
+
 // Values of "backupState".
 enum BackupStateNumber : std::uint32_t { kIdle = 0, kBackingUp = 1, kPaused = 2, kOff = 3 };
 
@@ -34,6 +37,9 @@ std::vector<std::string> policyFor(const DaemonOptions& options, const DataFolde
   for (const std::string& own : {data.configuration(), data.key(), data.environment(), data.localRepository(),
                                  data.cache(), data.work(), data.manifests(), data.setAside()}) {
     policy.push_back(own);
+  }
+  for (const std::string& fixed : options.config.list("exclude", true)) {
+    policy.push_back(fixed);
   }
   return policy;
 }
@@ -58,6 +64,7 @@ std::string filesText(std::uint64_t count) {
 
 Daemon::Daemon(const DaemonOptions& options, const EngineFactory& engine, std::function<void()> terminate)
     : verbose_(options.verbose),
+      config_(options.config),
       terminate_(std::move(terminate)),
       store_(options.store),
       files_(dataFolderOf(options)),
@@ -79,6 +86,7 @@ Daemon::Daemon(const DaemonOptions& options, const EngineFactory& engine, std::f
                 }),
       nodes_(store_, rules_, worker_),
       age_(store_, rules_, [this](const std::string& sentence) { raiseAlert("age", sentence); }) {
+  takeConfiguration();
   care_.lostFiles = [this] { worker_.reconsiderAll(); };
   care_.holdStill = [this](const EngineJob& job) {
     return std::make_shared<BackupWorker::Stillness>(worker_.holdStill(&job));
@@ -99,6 +107,44 @@ void Daemon::stop() {
   age_.stop();
   restores_.stop();
   worker_.stop();
+}
+
+// A fixed value and a default stand before and behind what the user has set. The default rules are the user's
+// to change, so they are set once.
+void Daemon::takeConfiguration() {
+  struct Setting {
+    const char* name;
+    Store::Table table;
+    const char* key;
+  };
+  static constexpr Setting kSettings[] = {
+      {"keep-deleted-days", Store::Table::settings, "keepDeletedDays"},
+      {"quota-mb", Store::Table::profile, "QuotaMB"},
+      {"alert-days", Store::Table::settings, "alertDays"},
+      {"automatic", Store::Table::settings, "automaticMode"},
+      {"low-priority", Store::Table::settings, "lowerPriorityMode"},
+  };
+  for (const ConfigProblem& problem : config_.problems()) {
+    systemLog("%s, line %u: %@", SystemConfig::kUsualFile, problem.line, problem.sentence);
+  }
+  for (const Setting& setting : kSettings) {
+    if (const std::optional<ConfigValue> value = config_.value(setting.name)) {
+      store_.administer(setting.table, setting.key, value->text, value->fixed);
+    }
+  }
+  const std::optional<ConfigValue> location = config_.value("location");
+  care_.firstLocation = location ? location->text : std::string();
+  if (store_.value(Store::Table::settings, kHasDefaultRules)) {
+    return;
+  }
+  for (const bool included : {true, false}) {
+    for (const std::string& path : config_.list(included ? "include" : "exclude", false)) {
+      if (!rules_.decide(path, true).ownRule) {
+        rules_.setRule(path, included);
+      }
+    }
+  }
+  store_.setValue(Store::Table::settings, kHasDefaultRules, "1");
 }
 
 void Daemon::setAnnounce(Announce announce) {

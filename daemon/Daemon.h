@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "config/SystemConfig.h"
 #include "daemon/backup/BackupAge.h"
 #include "daemon/backup/BackupWorker.h"
 #include "daemon/backup/RepositoryCare.h"
@@ -25,12 +26,12 @@
 namespace keldane {
 
 struct DaemonOptions {
-  std::string socket = "/run/keldane/keldaned.sock";
-  std::string store = "/var/lib/keldane/store.sqlite";
+  std::string socket, store;       ///< see DefaultPlaces.h for the usual ones
   std::string data;                ///< the daemon's own folder; empty: that of the store
   std::string root = "/";          ///< what lies outside is barred from the backup
   bool allowSharedFolder = false;  ///< socket and store may lie where others can write
   bool verbose = false;
+  SystemConfig config;  ///< what the administrator wants
   BackupWorker::Timing timing;
 };
 
@@ -58,6 +59,7 @@ class Daemon {
   const NodeBuilder& nodes() const { return nodes_; }
   bool verbose() const { return verbose_; }
   void terminate() const { terminate_(); }
+  const SystemConfig& config() const { return config_; }
   /// Ends every call of the engine, and the threads.
   void stop();
 
@@ -87,6 +89,7 @@ class Daemon {
 
  private:
   void raiseAlert(const std::string& kind, const std::string& sentence) const;
+  void takeConfiguration();
   void goOnWithPause();
   void tellWorker();
   const char* restReason(const BackupWorker::Progress& progress);
@@ -94,6 +97,7 @@ class Daemon {
                         std::uint64_t failures);
 
   const bool verbose_;
+  const SystemConfig config_;
   const std::function<void()> terminate_;
   mutable std::mutex announceMutex_;
   Announce announce_;  // guarded by announceMutex_

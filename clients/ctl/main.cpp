@@ -41,6 +41,8 @@ int run(int argc, char** argv) {
   addRuleCommands(app, globals);
   addListCommands(app, globals);
   addSelectCommand(app, globals);
+  addServiceCommands(app, globals);
+  addAdministrationCommands(app, globals);
   addCompletionCommand(app);
   try {
     app.parse(argc, argv);

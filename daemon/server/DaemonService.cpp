@@ -75,7 +75,9 @@ bool DaemonService::mayChangeSettings(const char* what) const {
 }
 
 void DaemonService::setNumber(const char* key, std::uint32_t value) {
-  if (mayChangeSettings(key)) {
+  if (daemon_->store().isFixed(Store::Table::settings, key)) {
+    systemLog("uid %u may not change %s: the administrator has fixed it", sight_.peer().uid, key);
+  } else if (mayChangeSettings(key)) {
     daemon_->setSetting(key, value);
   }
 }

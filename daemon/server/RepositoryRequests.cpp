@@ -183,15 +183,22 @@ PropertyList RepositoryRequests::settings(const PropertyList& request) {
   Store& store = daemon_->store();
   struct Setting {
     const char* key;
+    const char* name;  ///< the administrator's
     Store::Table table;
     const char* storedAs;
     std::uint64_t usual;
   };
   static constexpr Setting kSettings[] = {
-      {"keepDeletedDays", Store::Table::settings, "keepDeletedDays", 90},
-      {"quotaMB", Store::Table::profile, "QuotaMB", 0},
-      {"alertDays", Store::Table::settings, "alertDays", 3},
+      {"keepDeletedDays", "keep-deleted-days", Store::Table::settings, "keepDeletedDays", 90},
+      {"quotaMB", "quota-mb", Store::Table::profile, "QuotaMB", 0},
+      {"alertDays", "alert-days", Store::Table::settings, "alertDays", 3},
   };
+  for (const Setting& setting : kSettings) {
+    if (request[setting.key] && store.isFixed(setting.table, setting.storedAs)) {
+      return errorAnswer(std::string("The administrator of this computer has fixed \"") + setting.name +
+                         "\".");
+    }
+  }
   PropertyList::Entries answer;
   for (const Setting& setting : kSettings) {
     if (const PropertyList value = request[setting.key]) {

@@ -43,6 +43,7 @@ class RepositoryRequests final : public OwnerRequests {
   class Call;
   class Trial;
 
+  std::optional<PropertyList> refusedPlace(const PropertyList& request) const;
   EngineAnswer tryKey(const std::string& key);
   void takeOver(const Trial& trial, bool isRecovery);
   PropertyList computersIn(const std::vector<Snapshot>& snapshots) const;

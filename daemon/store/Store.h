@@ -105,6 +105,10 @@ class Store {
   std::optional<std::string> value(Table table, const std::string& key);
   void setValue(Table table, const std::string& key, const std::string& value);
   std::map<std::string, std::string> values(Table table);
+  /// From now on `value` answers this one, if nothing was set, or always, if it is fixed: then `setValue`
+  /// leaves all as it is. Not kept in the file. Before any other thread uses the store.
+  void administer(Table table, const std::string& key, const std::string& value, bool fixed);
+  bool isFixed(Table table, const std::string& key) const;
 
   /// Why rules and settings cannot be written, a sentence for people; absent while all is well. When the last
   /// change could not be written this tries a small one itself, at most every two seconds, so that it is over
@@ -257,7 +261,13 @@ class Store {
   template <class OnFile, class OnFolder>
   void visitChildren(const std::string& folder, const OnFile& onFile, const OnFolder& onFolder);
 
+  struct Administered {
+    std::string value;
+    bool fixed = false;
+  };
+
   const std::string path_;
+  std::map<std::pair<Table, std::string>, Administered> administered_;  // does not change once threads use it
   Mutex mutex_{{.name = "Store.mutex"}};
   SQLite::Database database_ KELDANE_GUARDED_BY(mutex_);
   std::atomic<bool> hasTrouble_ = false;

@@ -33,6 +33,10 @@ void addRepositoryCommands(CLI::App& app, Globals& globals);
 /// key export, import, sheet, verify, passphrase.
 void addKeyCommands(CLI::App& app, Globals& globals);
 void addRecoverCommand(CLI::App& app, Globals& globals);
+/// service, log.
+void addServiceCommands(CLI::App& app, Globals& globals);
+/// config, metrics.
+void addAdministrationCommands(CLI::App& app, Globals& globals);
 void addCompletionCommand(CLI::App& app);
 
 }  // namespace keldane
