@@ -5,25 +5,26 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "daemon/backup/BatchRun.h"
+#include "daemon/backup/LookList.h"
 #include "daemon/backup/PendingFiles.h"
+#include "daemon/backup/QuietLook.h"
 #include "daemon/backup/RepositoryWatch.h"
 #include "daemon/backup/Scanner.h"
 #include "daemon/engine/BackupEngine.h"
 #include "daemon/engine/RepositoryConfig.h"
 #include "daemon/rules/RuleBook.h"
 #include "daemon/store/Store.h"
+#include "daemon/watch/Watcher.h"
 
 namespace keldane {
 
@@ -47,19 +48,20 @@ class RepositoryKeeper {
 };
 
 /// Keeps the list of pending files and works through it in batches, files that a person prefers in batches of
-/// their own that start at once. One thread looks at the disk, one stores what waits, one stores what is
-/// preferred. Files are looked for when a rule changes and in intervals. Any thread may call; the mutex
-/// guards the lists, and no lock is held while a file is read or the engine runs.
+/// their own that start at once. One thread is told what changes, one looks at it, one stores what waits, one
+/// stores what is preferred. Files are looked for when the kernel tells of a change and when a rule changes,
+/// and everywhere after a start, after a suspend and every few hours. Any thread may call; the mutex guards
+/// the lists, and no lock is held while a file is read or the engine runs.
 class BackupWorker {
  public:
   struct Timing {
     /// From the first noticed change to the batch that takes it, so that one batch takes many changes.
     std::chrono::milliseconds batchDelay = std::chrono::seconds(45);
-    std::chrono::milliseconds scanInterval = std::chrono::seconds(60);
+    QuietLook::Timing looks = {};
     std::chrono::seconds fullInterval = std::chrono::hours(24);
   };
 
-  BackupWorker(Store& store, const RuleBook& rules, BackupEngine& engine, const RepositoryFiles& files,
+  BackupWorker(Store& store, RuleBook& rules, BackupEngine& engine, const RepositoryFiles& files,
                RepositoryWatch& watch, RepositoryKeeper& keeper, const Timing& timing);
   ~BackupWorker();
   BackupWorker(const BackupWorker&) = delete;
@@ -70,7 +72,7 @@ class BackupWorker {
   void stop();
 
   /// Looks again at a path whose rule changed: a file at once, a folder on the scanning thread. What is found
-  /// is stored without the delay.
+  /// is stored without the delay, and what the rules exclude now waits no longer when this returns.
   void reconsider(const std::string& path);
   /// Looks again everywhere.
   void reconsiderAll();
@@ -101,13 +103,15 @@ class BackupWorker {
   struct Progress {
     std::uint64_t pendingFiles = 0, pendingBytes = 0;  ///< less what is done of the batches that run
     std::string currentFile;                           ///< empty when none
-    std::size_t placesToScan = 0;                      ///< the one at hand included
+    std::size_t placesToScan = 0;                      ///< files and folders, the one at hand included
     bool isStoring = false;                            ///< a batch runs
     bool isReady = false;                              ///< the repository was made ready since the start
   };
   Progress progress() const;
   bool isPending(const std::string& path) const { return pending_.contains(path); }
   bool isPendingBelow(const std::string& folder) const;
+  /// Whether a path lies on a disk that held stored files and is not connected.
+  bool isNotConnected(const std::string& path) const { return scanner_.isHidden(path); }
   bool isPrioritized(const std::string& path) const { return pending_.isPreferred(path); }
 
  private:
@@ -125,6 +129,13 @@ class BackupWorker {
   };
 
   void runScanner();
+  bool lookAtNext();
+  bool lookAtChange();
+  bool lookAtTree();
+  std::chrono::milliseconds lookQuietly();
+  void noteLook(bool news);
+  void filesChanged(const std::vector<Change>& changes);
+  void dropExcluded(const std::string& path);
   void runLane(Lane& lane, bool preferredOnly);
   bool step(Lane& lane, bool preferredOnly);
   bool prepare(Lane& lane);
@@ -139,18 +150,18 @@ class BackupWorker {
   void noteRest(const Batch& batch);
   bool waitForWork(std::chrono::milliseconds time);
   void willScan(const std::string& place, bool urgent);
-  std::optional<std::string> nextPlace();
   bool mayWork(bool preferred) const;
   void cancelWhatMayNotRun();
   void endAfterSuspend();
 
   Store& store_;
-  const RuleBook& rules_;
+  RuleBook& rules_;
   BackupEngine& engine_;
   RepositoryWatch& watch_;
   RepositoryKeeper& keeper_;
   const Timing timing_;
   PendingFiles pending_;
+  Watcher watcher_;
   Scanner scanner_;
   BatchRun run_;
 
@@ -158,9 +169,9 @@ class BackupWorker {
   std::condition_variable changed_;
   // Guarded by mutex_:
   Modes modes_;
-  std::deque<std::string> toScan_;  // each once
-  std::set<std::string> toBeScanned_;
-  std::string scanned_;  // empty when none
+  LookList toScan_;
+  std::string scanned_;           // the place that is at hand; empty when none
+  bool placesMayChange_ = false;  // the watcher is to be told which they are
   std::optional<std::chrono::steady_clock::time_point>
       noticed_;         // the first change since the last batch began
   bool urgent_ = true;  // a person waits for it
@@ -182,6 +193,9 @@ class BackupWorker {
   std::mutex preparing_;  // the repository is made ready by one lane
   Lane ordinary_, preferred_;
   std::thread scanning_;
+  // Of the scanning thread:
+  std::optional<Scanner::Walk> walk_;  // of scanned_
+  QuietLook quiet_;
 };
 
 }  // namespace keldane

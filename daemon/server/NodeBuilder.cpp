@@ -193,6 +193,9 @@ PropertyList NodeBuilder::build(const Sight& sight, const std::string& path, con
 
 // A file that failed says why.
 std::string NodeBuilder::stateText(Standing standing, const std::string& path) const {
+  if (standing == Standing::missing && worker_.isNotConnected(path)) {
+    return "On a disk that is not connected";
+  }
   const std::string text = factsOf(standing).state;
   const std::optional<std::string> reason =
       standing == Standing::failed ? store_.failure(path) : std::nullopt;
