@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "daemon/backup/FileFacts.h"
+#include "platform/files/Path.h"
 
 namespace keldane {
 
@@ -121,12 +122,12 @@ bool FolderEntries::hasValidTag() const {
 }
 
 // The path is resolved anew only where the kernel knows no shorter way.
-bool FolderEntries::isMarked(std::string_view name, const std::string& path) const {
+bool FolderEntries::isMarked(std::string_view name, const std::string& folder) const {
   static const bool isOld = [] {
     return syscall(kGetAttributeAt, -1, "", 0, "", nullptr, 0) == -1 && (errno == ENOSYS || errno == EPERM);
   }();
   if (isOld) {
-    return hasNoBackupAttribute(path);
+    return hasNoBackupAttribute(appendPathComponent(folder, name));
   }
   char value[8];
   AttributeRequest request;

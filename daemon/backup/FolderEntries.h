@@ -32,9 +32,9 @@ class FolderEntries {
   const std::vector<std::string_view>& folders() const { return folders_; }  ///< by name
   /// What the folder itself says against being backed up.
   Mark mark() const { return mark_; }
-  /// Whether a file of files(), whose path this is, has the attribute that speaks against its backup. The
-  /// folder is open.
-  bool isMarked(std::string_view name, const std::string& path) const;
+  /// Whether a file of files() has the attribute that speaks against its backup. The folder, whose path this
+  /// is, is open.
+  bool isMarked(std::string_view name, const std::string& folder) const;
 
  private:
   struct Found {

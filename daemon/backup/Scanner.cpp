@@ -170,27 +170,29 @@ void Scanner::compare(Folder& folder, const FolderEntries::File& file, const Bac
   if (isSame || folder.selected == false) {
     return;
   }
-  const std::string path = appendPathComponent(folder.path, file.name);
-  if (isWanted(folder, file, path)) {
+  if (isWanted(folder, file)) {
     folder.waiting.push_back({file.name, file.state.size});
   }
 }
 
-bool Scanner::isWanted(Folder& folder, const FolderEntries::File& file, const std::string& path) {
+// Of most files no path is made, which would take as long as to ask the disk for them.
+bool Scanner::isWanted(Folder& folder, const FolderEntries::File& file) {
+  const auto path = [&] { return appendPathComponent(folder.path, file.name); };
   if (folder.heedsAttribute) {
-    const bool isMarked = entries_.isMarked(file.name, path);
-    if (rules_.setMark(path, isMarked ? Mark::attribute : Mark::none) || isMarked) {
+    const bool isMarked = entries_.isMarked(file.name, folder.path);
+    if (isMarked || !folder.selected) {  // else nothing below the folder is marked
+      rules_.setMark(path(), isMarked ? Mark::attribute : Mark::none);
       folder.selected.reset();
     }
   }
-  if (!folder.selected.value_or(false) && !rules_.decide(path, false).selected) {
+  if (!folder.selected.value_or(false) && !rules_.decide(path(), false).selected) {
     return false;
   }
-  const bool isTooLong = path.size() >= PATH_MAX;
+  const bool isTooLong = folder.path.size() + 1 + file.name.size() >= PATH_MAX;
   if (isTooLong) {
-    noteFailure(path, kTooLong);
+    noteFailure(path(), kTooLong);
   }
-  if (isTooLong || isPutOff(path, file.state)) {
+  if (isTooLong || (hasDelays_ && isPutOff(path(), file.state))) {
     folder.failing.emplace(file.name);
     return false;
   }
@@ -378,9 +380,6 @@ void Scanner::forgetDelays() {
 }
 
 bool Scanner::isPutOff(const std::string& path, const FileState& state) {
-  if (!hasDelays_) {
-    return false;
-  }
   const std::lock_guard guard(delaysMutex_);
   const auto delay = delays_.find(path);
   if (delay == delays_.end()) {

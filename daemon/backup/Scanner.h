@@ -82,7 +82,7 @@ class Scanner {
   bool lookAt(const std::string& path, std::vector<std::string>& below, bool& isChanged);
   void compareFiles(Folder& folder);
   void compare(Folder& folder, const FolderEntries::File& file, const BackupRecord* record);
-  bool isWanted(Folder& folder, const FolderEntries::File& file, const std::string& path);
+  bool isWanted(Folder& folder, const FolderEntries::File& file);
   void findBelow(const Folder& folder, std::vector<std::string>& below);
   void noteMissing(const Folder& folder);
   void couldNotRead(const std::string& path, int error);

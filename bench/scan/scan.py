@@ -23,7 +23,7 @@ import tempfile
 import threading
 import time
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 sys.path.insert(0, str(ROOT / "tests" / "end-to-end"))
 
 from daemon_client import DaemonClient, Gone  # noqa: E402
@@ -70,7 +70,7 @@ def looked(build, tree, kind):
     with tempfile.TemporaryDirectory() as place:
         result = subprocess.run([str(build / "bench" / "bench-scan"), f"{place}/store", str(tree), kind], check=True,
                                 capture_output=True, text=True)
-    seconds, files, each = result.stdout.split()
+    seconds, _, files, each = result.stdout.split()
     return float(seconds), int(files), float(each)
 
 

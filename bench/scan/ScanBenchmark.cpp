@@ -1,9 +1,10 @@
 // Looks at a folder as the daemon does, and says what that takes.
 //   bench-scan STORE FOLDER fresh|unchanged
 // STORE is a file to be made. "fresh": nothing is stored, so everything comes to wait. "unchanged":
-// everything is noted as stored first, which is not timed. Prints the seconds, the files that wait and the
-// bytes each of them takes.
+// everything is noted as stored first, which is not timed. Prints the seconds, those of the processor, the
+// files that wait and the bytes each of them takes.
 #include <malloc.h>
+#include <sys/resource.h>
 
 #include <chrono>
 #include <cstdio>
@@ -18,9 +19,18 @@ using Clock = std::chrono::steady_clock;
 
 struct Look {
   double seconds = 0;
-  std::size_t bytes = 0;
+  double processor = 0;
   PendingFiles::Totals waiting;
 };
+
+double processorSeconds() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  const auto seconds = [](const timeval& time) {
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+  };
+  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
 
 Look lookAt(Store& store, RuleBook& rules, const std::string& folder, PendingFiles& pending) {
   Watcher watcher([](const std::vector<Change>&) {});
@@ -28,9 +38,11 @@ Look lookAt(Store& store, RuleBook& rules, const std::string& folder, PendingFil
   watcher.start();
   Scanner scanner(store, rules, pending, &watcher);
   const std::atomic<bool> never = false;
+  const double before = processorSeconds();
   const auto begin = Clock::now();
   scanner.scan(folder, never);
-  return {std::chrono::duration<double>(Clock::now() - begin).count(), 0, pending.totals()};
+  const std::chrono::duration<double> took = Clock::now() - begin;
+  return {took.count(), processorSeconds() - before, pending.totals()};
 }
 
 void storeAll(Store& store, const PendingFiles& pending) {
@@ -51,15 +63,13 @@ int run(const std::string& file, const std::string& folder, bool isUnchanged) {
     storeAll(store, pending);
   }
   PendingFiles pending;
-  Look look = lookAt(store, rules, folder, pending);
-  malloc_trim(0);
+  const Look look = lookAt(store, rules, folder, pending);
   const std::size_t before = mallinfo2().uordblks;
   pending.endScan("/", ~std::uint32_t{0});
-  look.bytes = before - mallinfo2().uordblks;
-  std::printf("%.3f %llu %.1f\n", look.seconds, static_cast<unsigned long long>(look.waiting.files),
-              look.waiting.files == 0
-                  ? 0.0
-                  : static_cast<double>(look.bytes) / static_cast<double>(look.waiting.files));
+  const auto freed = static_cast<double>(before - mallinfo2().uordblks);
+  const auto files = look.waiting.files;
+  std::printf("%.3f %.3f %llu %.1f\n", look.seconds, look.processor, static_cast<unsigned long long>(files),
+              files == 0 ? 0.0 : freed / static_cast<double>(files));
   return 0;
 }
 
