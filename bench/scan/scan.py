@@ -138,6 +138,15 @@ class Daemon:
                 sys.exit(f"{what} did not come about: {self.state()}")
             time.sleep(0.1)
 
+    def wait_for_rest(self):
+        """Until it has hardly worked for some seconds: a full snapshot follows the last batch."""
+        end = time.monotonic() + PATIENCE
+        while time.monotonic() < end:
+            before = self.processor_seconds()
+            time.sleep(5)
+            if self.processor_seconds() - before <= 0.02:
+                return
+
     def stop(self):
         self.process.terminate()
         self.process.wait(PATIENCE)
@@ -197,8 +206,7 @@ def with_daemon(build, place, tree, files):
     daemon.client.send("setAutomaticMode:", ("c", 1))
     daemon.wait_until(lambda state: state["backedUpFileCount"] == files and state["pendingFileCount"] == 0, "The backup")
     figures["backup"] = questions.late()
-    daemon.wait_until(lambda state: not state["isBackupNeeded"], "Quiet")
-    time.sleep(5)
+    daemon.wait_for_rest()
     figures["idle ms"] = processor_of(daemon, IDLE_SECONDS) * 1e3
     figures["most MiB"], figures["idle MiB"] = daemon.memory()
     begin = time.monotonic()

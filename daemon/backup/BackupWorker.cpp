@@ -1,5 +1,7 @@
 #include "daemon/backup/BackupWorker.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <limits>
 
@@ -348,8 +350,18 @@ void BackupWorker::noteLook(bool news) {
   }
 }
 
+// A large batch leaves much memory behind that the system may use otherwise.
+void BackupWorker::giveMemoryBack() {
+  const bool isStoring = progress().isStoring;
+  if (wasStoring_ && !isStoring) {
+    malloc_trim(0);
+  }
+  wasStoring_ = isStoring;
+}
+
 /// What nothing has asked for. Answers how long it may rest.
 std::chrono::milliseconds BackupWorker::lookQuietly() {
+  giveMemoryBack();
   const QuietLook::Step step = quiet_.step();
   const std::vector<std::string> due = scanner_.dueAgain();
   const std::lock_guard guard(mutex_);

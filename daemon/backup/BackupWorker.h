@@ -133,6 +133,7 @@ class BackupWorker {
   bool lookAtChange();
   bool lookAtTree();
   std::chrono::milliseconds lookQuietly();
+  void giveMemoryBack();
   void noteLook(bool news);
   void filesChanged(const std::vector<Change>& changes);
   void dropExcluded(const std::string& path);
@@ -195,6 +196,7 @@ class BackupWorker {
   std::thread scanning_;
   // Of the scanning thread:
   std::optional<Scanner::Walk> walk_;  // of scanned_
+  bool wasStoring_ = false;
   QuietLook quiet_;
 };
 

@@ -24,6 +24,22 @@ constexpr std::chrono::milliseconds kPause(100), kShortPause(2), kLongest = std:
 constexpr auto kNever = steady_clock::time_point::max();
 constexpr std::size_t kMuchBytes = std::size_t{64} << 10;
 
+using PlaceSet = std::set<std::string, std::less<>>;
+
+/// Whether a path is at or below a place.
+bool isInOne(const PlaceSet& places, std::string_view path) {
+  while (!places.contains(path) && path.size() > 1) {
+    path = parentPath(path);
+  }
+  return places.contains(path);
+}
+
+/// Whether a place is at or below a path.
+bool leadsToOne(const PlaceSet& places, const std::string& path) {
+  const auto below = places.lower_bound(path == "/" ? path : path + '/');
+  return places.contains(path) || (below != places.end() && isAtOrBelow(*below, path));
+}
+
 bool isFolder(const std::string& path) {
   struct stat status {};
   return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
@@ -60,9 +76,9 @@ void Watcher::stop() {
 void Watcher::setPlaces(const Places& places) {
   const ScopedLock guard(mutex_);
   const std::vector<std::string> now = places();
-  places_ = {now.begin(), now.end()};
-  watches_.dropUnless([&](const std::string& folder)
-                          KELDANE_REQUIRES(mutex_) { return isInPlace(folder) || leadsToPlace(folder); });
+  const PlaceSet& set = places_ = {now.begin(), now.end()};
+  watches_.dropUnless(
+      [&set](const std::string& folder) { return isInOne(set, folder) || leadsToOne(set, folder); });
   for (const std::string& place : places_) {
     watchAbove(place);
   }
@@ -139,22 +155,9 @@ Watcher::Counts Watcher::counts() const {
   return {watches_.watched(), watches_.unwatched()};
 }
 
-bool Watcher::isInPlace(const std::string& path) const {
-  for (std::string_view above = path;; above = parentPath(above)) {
-    if (places_.contains(above)) {
-      return true;
-    }
-    if (above.size() <= 1) {
-      return false;
-    }
-  }
-}
+bool Watcher::isInPlace(const std::string& path) const { return isInOne(places_, path); }
 
-// Whether a place is at or below it.
-bool Watcher::leadsToPlace(const std::string& path) const {
-  const auto below = places_.lower_bound(path == "/" ? path : path + '/');
-  return places_.contains(path) || (below != places_.end() && isAtOrBelow(*below, path));
-}
+bool Watcher::leadsToPlace(const std::string& path) const { return leadsToOne(places_, path); }
 
 // --- What changes ---
 
