@@ -285,6 +285,9 @@ PropertyList DaemonService::backupColorsForFiles(const PropertyList& paths) {
 }
 
 PropertyList DaemonService::stringValueForProfileKey(const PropertyList& key) {
+  if (textOf(key) == kIgnoredKey) {
+    return daemon_->rules().ignored();
+  }
   const std::optional<std::string> value = daemon_->store().value(Store::Table::profile, textOf(key));
   return value ? PropertyList(*value) : PropertyList();
 }
@@ -292,7 +295,12 @@ PropertyList DaemonService::stringValueForProfileKey(const PropertyList& key) {
 void DaemonService::setValueForProfileKey(const PropertyList& key, const PropertyList& withString) {
   if (isShortText(key) && withString.isString() && withString.string().size() <= kLongestText &&
       mayChangeSettings("the profile")) {
-    daemon_->store().setValue(Store::Table::profile, textOf(key), textOf(withString));
+    if (textOf(key) == kIgnoredKey) {
+      daemon_->rules().setIgnored(textOf(withString));
+      daemon_->worker().reconsiderAll();
+    } else {
+      daemon_->store().setValue(Store::Table::profile, textOf(key), textOf(withString));
+    }
   }
 }
 

@@ -84,6 +84,9 @@ class Store {
   /// settings and profile; its records knew of nothing that was stored and go.
   explicit Store(const std::string& file);
 
+  /// The file, without symbolic links.
+  const std::string& path() const { return path_; }
+
   // --- Rules and settings ---
 
   /// Whether a path is included, by path.
@@ -129,6 +132,8 @@ class Store {
   std::vector<std::string> foldersWithRecordsIn(const std::string& folder);
   /// Whether something below a folder is stored, removed files included.
   bool hasRecordBelow(const std::string& folder);
+  /// Whether a file that was not removed is stored at or below a path.
+  bool holdsFiles(const std::string& path);
   /// Called with each record at or below a path, in the order of the paths; false ends it. No lock is held
   /// during the call, so it may use the store.
   using VisitRecord = std::function<bool(const std::string& path, const BackupRecord& record)>;
@@ -209,7 +214,12 @@ class Store {
   /// In the order of the paths.
   std::vector<FailureRecord> failures(std::size_t most = 1000);
   std::uint64_t failureCount();
+  /// Whether something failed at a folder or below it.
   bool hasFailureBelow(const std::string& folder);
+  /// The failures at or below a path, by path, with their reasons.
+  std::map<std::string, std::string> failuresBelow(const std::string& path);
+  /// Drops what failed at a path and below it.
+  void clearFailuresBelow(const std::string& path);
 
   // --- Making the catalogue anew ---
 

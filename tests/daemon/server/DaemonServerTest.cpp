@@ -112,6 +112,17 @@ TEST_F(DaemonServerTest, TypesHaveRules) {
   EXPECT_EQ((*client_)->getFileTypeToggle(".txt"), 7U) << "no such toggle";
 }
 
+TEST_F(DaemonServerTest, WhatIsIgnoredCanBeSeenAndChanged) {
+  (*client_)->addFileToBackup(docs());
+  ASSERT_TRUE(becomes(docs("a.txt"), "Backed up"));
+  EXPECT_NE((*client_)->stringValueForProfileKey("Ignored").string().find("@cache-tag"), std::string::npos);
+  (*client_)->setValueForProfileKey("Ignored", "a.*\n");
+  EXPECT_TRUE(becomes(docs("a.txt"), "Not selected for backup"));
+  EXPECT_EQ((*client_)->stringValueForProfileKey("Ignored").string(), "a.*\n");
+  (*client_)->addFileToBackup(docs("a.txt"));
+  EXPECT_TRUE(becomes(docs("a.txt"), "Backed up")) << "a person's rule outranks the list";
+}
+
 TEST_F(DaemonServerTest, TheStateHasEveryKeyAndMoves) {
   PropertyList value = (*client_)->daemonState();
   for (const char* key : {"backedUpFileCount", "backedupFileSize", "backupState", "currentBackupFile",
