@@ -168,6 +168,8 @@ void Daemon::barRepository() {
   try {
     const std::optional<RepositoryConfig> configuration = files_.configuration();
     rules_.barRepository(configuration ? configuration->localFolder().value_or("") : "");
+    isRemote_ = configuration && !configuration->localFolder();
+    tellWorker();
   } catch (const std::exception& error) {
     systemLog("The configuration of the repository cannot be read: %s", error.what());
   }
@@ -227,7 +229,30 @@ void Daemon::tellWorker() {
   modes.automatic = setting("automaticMode") != 0;
   modes.lowerPriority = setting("lowerPriorityMode") != 0;
   modes.pausedUntil = pausedUntil_;
+  modes.restsUntil = surroundings_.restsUntil(restRules(), isRemote_, secondsSinceBoot());
   worker_.setModes(modes);
+}
+
+Surroundings::Rules Daemon::restRules() {
+  Surroundings::Rules rules;
+  const auto kept = [this](const char* key, std::uint64_t usual) {
+    const std::optional<std::string> value = store_.value(Store::Table::settings, key);
+    return value ? numberFrom(value) : usual;
+  };
+  rules.restBelowPercent = static_cast<std::uint32_t>(kept("restBelowPercent", rules.restBelowPercent));
+  rules.restOnMetered = kept("restOnMetered", rules.restOnMetered ? 1 : 0) != 0;
+  rules.restInPowerSaver = kept("restInPowerSaver", rules.restInPowerSaver ? 1 : 0) != 0;
+  return rules;
+}
+
+void Daemon::tellSurroundings(const Surroundings::Report& report) {
+  surroundings_.tell(report, secondsSinceBoot());
+  tellWorker();
+}
+
+std::string Daemon::restingBecause() {
+  const std::int64_t now = secondsSinceBoot();
+  return surroundings_.holds(now) ? surroundings_.reason(restRules(), isRemote_, now) : "";
 }
 
 // Why nothing of what waits is stored now, a word for clients; empty when something is or will be.
@@ -241,9 +266,10 @@ const char* Daemon::restReason(const BackupWorker::Progress& progress) {
   if (care_.isRecovering()) {
     return "recovering";
   }
-  const bool isAutomatic = setting("automaticMode") != 0;
-  const bool isMore = progress.hasPreferred || progress.placesToScan > 0 || progress.pendingFiles == 0;
-  return isAutomatic || isMore ? "" : "manual";
+  if (progress.hasPreferred || progress.placesToScan > 0 || progress.pendingFiles == 0) {
+    return "";
+  }
+  return setting("automaticMode") == 0 ? "manual" : restingBecause().empty() ? "" : "surroundings";
 }
 
 std::string Daemon::statusFor(const std::string& rest, const BackupWorker::Progress& progress,
@@ -274,6 +300,9 @@ std::string Daemon::statusFor(const std::string& rest, const BackupWorker::Progr
     return "Automatic backup is off: " + filesText(progress.pendingFiles) +
            (progress.pendingFiles == 1 ? " waits" : " wait");
   }
+  if (rest == "surroundings") {
+    return "Resting: " + restingBecause() + "; " + filesText(progress.pendingFiles) + " to go";
+  }
   if (progress.placesToScan > 0) {
     return progress.pendingFiles == 0
                ? "Looking for what is to be backed up"
@@ -303,6 +332,7 @@ PropertyList Daemon::state(const Sight& sight) {
   };
   const EngineAnswer standing = watch_.standing();
   const std::optional<double> lastGood = age_.lastGood();
+  const std::string because = restingBecause();
   return PropertyList::dictionary({
       {"backedUpFileCount", totals.files},
       {"backedupFileSize", totals.bytes},
@@ -326,6 +356,7 @@ PropertyList Daemon::state(const Sight& sight) {
       {"repositorySize", care_.repositorySize()},
       {"failureCount", failures},
       {"lastGoodBackup", lastGood ? PropertyList(Date::fromUnixTime(*lastGood)) : PropertyList()},
+      {"restingBecause", because.empty() ? PropertyList() : PropertyList(because)},
       {"restReason", rest},
       {"storeTrouble", store_.trouble().value_or("")},
   });

@@ -14,6 +14,7 @@
 #include "daemon/backup/BackupWorker.h"
 #include "daemon/backup/RepositoryCare.h"
 #include "daemon/backup/RepositoryWatch.h"
+#include "daemon/backup/Surroundings.h"
 #include "daemon/engine/BackupEngine.h"
 #include "daemon/engine/RepositoryConfig.h"
 #include "daemon/restore/RestoreJobs.h"
@@ -69,6 +70,13 @@ class Daemon {
   /// This computer's number in the repository; 0 before there is one.
   std::uint32_t computerNumber() const;
 
+  /// Takes how power and network stand, which decides whether the worker rests.
+  void tellSurroundings(const Surroundings::Report& report);
+  /// Tells the worker of the settings that concern it; called when one has changed.
+  void tellWorker();
+  /// Why the worker rests, a sentence without its full stop; empty when it does not.
+  std::string restingBecause();
+
   /// Bars the folder of a repository of this machine from the backup; called when it has changed.
   void barRepository();
 
@@ -91,7 +99,7 @@ class Daemon {
   void raiseAlert(const std::string& kind, const std::string& sentence) const;
   void takeConfiguration();
   void goOnWithPause();
-  void tellWorker();
+  Surroundings::Rules restRules();
   const char* restReason(const BackupWorker::Progress& progress);
   std::string statusFor(const std::string& rest, const BackupWorker::Progress& progress,
                         std::uint64_t failures);
@@ -102,6 +110,7 @@ class Daemon {
   mutable std::mutex announceMutex_;
   Announce announce_;  // guarded by announceMutex_
   Store store_;
+  Surroundings surroundings_;
   RepositoryFiles files_;
   RuleBook rules_;
   const std::unique_ptr<BackupEngine> engine_;
@@ -111,6 +120,7 @@ class Daemon {
   RestoreJobs restores_;
   NodeBuilder nodes_;
   BackupAge age_;
+  std::atomic<bool> isRemote_ = false;         // the repository is reached over the network
   std::atomic<std::int64_t> pausedUntil_ = 0;  // seconds since boot; 0: no pause
 };
 

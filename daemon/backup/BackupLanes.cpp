@@ -109,7 +109,8 @@ bool BackupWorker::prepare(Lane& lane) {
 }
 
 bool BackupWorker::mayWork(bool preferred) const {
-  return modes_.enabled && modes_.pausedUntil <= secondsSinceBoot() && (modes_.automatic || preferred);
+  return modes_.enabled && modes_.pausedUntil <= secondsSinceBoot() &&
+         (preferred || (modes_.automatic && modes_.restsUntil <= secondsSinceBoot()));
 }
 
 bool BackupWorker::isBatchDue() const {

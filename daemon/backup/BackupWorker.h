@@ -122,6 +122,7 @@ class BackupWorker {
     bool automatic = true;
     bool lowerPriority = false;
     std::int64_t pausedUntil = 0;  ///< seconds since boot
+    std::int64_t restsUntil = 0;   ///< the same; preferred files are stored meanwhile
   };
   void setModes(const Modes& modes);
 

@@ -251,6 +251,12 @@ void RuleBook::removeRule(const std::string& path) {
 }
 
 void RuleBook::setType(const std::string& type, std::uint32_t toggle) {
+  if (toggle == kTypeNone) {
+    store_.removeType(type);
+    const ScopedLock guard(mutex_);
+    types_.erase(type);
+    return;
+  }
   store_.setType(type, toggle);
   const ScopedLock guard(mutex_);
   types_[type] = toggle;

@@ -15,9 +15,10 @@
 
 namespace keldane {
 
-/// What a client sets for a file type.
+/// What a client sets for a file type; the last takes its rule away.
 inline constexpr std::uint32_t kTypeBackup = 6;
 inline constexpr std::uint32_t kTypeExclude = 7;
+inline constexpr std::uint32_t kTypeNone = 0;
 
 /// The answer for one path.
 struct Decision {

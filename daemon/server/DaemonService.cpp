@@ -124,7 +124,8 @@ std::uint32_t DaemonService::changeRule(const PropertyList& path, std::optional<
     }
     return path.isString() ? EACCES : EINVAL;
   }
-  if (daemon_->rules().decide(*asked, item->status && S_ISDIR(item->status->st_mode)).barred) {
+  // A rule from the time before it was barred can still be taken away.
+  if (included && daemon_->rules().decide(*asked, item->status && S_ISDIR(item->status->st_mode)).barred) {
     return EPERM;
   }
   // There is no end to what is not there. Something of it may be in the backup, though.
@@ -190,11 +191,12 @@ void DaemonService::setFileTypeToggle(const PropertyList& type, std::uint32_t to
   if (!type.isString() || !mayChangeSettings("a file type's rule")) {
     return;
   }
-  if (!isFileType(textOf(type)) || (toggle != kTypeBackup && toggle != kTypeExclude)) {
+  const bool isRule = toggle == kTypeBackup || toggle == kTypeExclude;
+  if (toggle != kTypeNone && (!isRule || !isFileType(textOf(type)))) {
     systemLog("No rule can be kept for the file type \"%@\": %s", textOf(type).substr(0, kLongestName),
-              toggle != kTypeBackup && toggle != kTypeExclude ? "there is no such rule"
-              : textOf(type).size() > kLongestName            ? "no file's name is that long"
-                                                              : "no file has that type");
+              !isRule                              ? "there is no such rule"
+              : textOf(type).size() > kLongestName ? "no file's name is that long"
+                                                   : "no file has that type");
     return;
   }
   const BackupWorker::Intention intention(daemon_->worker());

@@ -31,6 +31,7 @@ class RepositoryRequests final : public OwnerRequests {
   PropertyList find(const PropertyList& request) override;
   PropertyList failures(const PropertyList& request) override;
   PropertyList settings(const PropertyList& request) override;
+  PropertyList surroundings(const PropertyList& request) override;
   PropertyList restore(const PropertyList& request) override;
   PropertyList restoreReport(const PropertyList& request) override;
   PropertyList cancelRestore(const PropertyList& request) override;

@@ -91,6 +91,8 @@ void Store::setType(const std::string& type, std::uint32_t toggle) {
   execute("INSERT OR REPLACE INTO types VALUES(?, ?)", type, toggle);
 }
 
+void Store::removeType(const std::string& type) { execute("DELETE FROM types WHERE type = ?", type); }
+
 std::map<std::string, std::int64_t> Store::priorities() {
   const ScopedLock guard(readMutex_);
   std::map<std::string, std::int64_t> priorities;

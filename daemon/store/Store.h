@@ -97,6 +97,7 @@ class Store {
   /// The toggle of a file type, by type.
   std::map<std::string, std::uint32_t> types();
   void setType(const std::string& type, std::uint32_t toggle);
+  void removeType(const std::string& type);
 
   /// When a path was given priority, as a growing number, by path.
   std::map<std::string, std::int64_t> priorities();

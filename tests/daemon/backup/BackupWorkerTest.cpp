@@ -130,6 +130,21 @@ TEST_F(BackupWorkerTest, StoresPreferredFilesByThemselves) {
   EXPECT_TRUE(eventually([&] { return store_.totals().files == 3; }));
 }
 
+TEST_F(BackupWorkerTest, WhileItRestsPreferredFilesAloneAreStoredAndThenTheOthers) {
+  BackupWorker::Modes modes;
+  modes.restsUntil = secondsSinceBoot() + 3600;
+  worker_.setModes(modes);
+  rules_.setRule(folder_ / "files", true);
+  worker_.start();
+  ASSERT_TRUE(eventually([&] { return worker_.progress().pendingFiles == 3; }));
+  worker_.prioritize(file("b"));
+  ASSERT_TRUE(eventually([&] { return isStored("b"); }));
+  EXPECT_EQ(store_.totals().files, 1U);
+  modes.restsUntil = secondsSinceBoot() + 1;  // and nobody says anything any more
+  worker_.setModes(modes);
+  EXPECT_TRUE(eventually([&] { return store_.totals().files == 3; }));
+}
+
 TEST_F(BackupWorkerTest, AFailureOfTheRepositoryKeepsEverythingPending) {
   engine_.answerWith(unreachable);
   rules_.setRule(folder_ / "files", true);

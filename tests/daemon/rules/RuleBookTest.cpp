@@ -49,6 +49,15 @@ TEST_F(RuleBookTest, APathsOwnRuleComesBeforeItsTypes) {
   EXPECT_FALSE(rules_.decide("/home/elsewhere/folder.doc", true).selected) << "types are for files";
 }
 
+TEST_F(RuleBookTest, ATypesRuleCanBeTakenAwayForGood) {
+  rules_.setRule("/home/a", true);
+  rules_.setType(".tmp", kTypeExclude);
+  rules_.setType(".tmp", kTypeNone);
+  EXPECT_TRUE(selected("/home/a/x.tmp"));
+  EXPECT_EQ(rules_.type(".tmp"), kTypeNone);
+  EXPECT_TRUE(store_.types().empty());
+}
+
 TEST_F(RuleBookTest, ThePolicyCannotBeOverruled) {
   rules_.setRule("/home/cache/x", true);
   rules_.setRule("/etc/x", true);

@@ -225,6 +225,32 @@ TEST_F(DaemonServerTest, AnswersEveryMethodOfTheTable) {
   EXPECT_TRUE(eventually([&] { return terminated_.load(); }));
 }
 
+TEST_F(DaemonServerTest, WhatLeavesTheBackupIsNotPreferredWhenItComesBack) {
+  (*client_)->setAutomaticMode(0);
+  (*client_)->setPausedMinutes(5U);
+  const auto isPreferred = [&] {
+    return ((*client_)->dictionaryForPath(docs("a.txt"))["backupFlags"].unsignedIntValue() & 15U) != 0;
+  };
+  const auto prefer = [&] {
+    (*client_)->addFileToBackup(docs("a.txt"));
+    EXPECT_FALSE(isPreferred());
+    (*client_)->setPriorityBackup(docs("a.txt"));
+    EXPECT_TRUE(isPreferred());
+  };
+  prefer();
+  EXPECT_EQ((*client_)->excludeFileFromBackup(docs("a.txt")), 0U);
+  EXPECT_FALSE(isPreferred());
+  prefer();
+  EXPECT_EQ((*client_)->unexcludeFileFromBackup(docs("a.txt")), 0U);
+  prefer();
+  (*client_)->unexcludeFileFromBackup(docs("a.txt"));
+  (*client_)->addFileToBackup(docs());
+  prefer();
+  (*client_)->unexcludeFileFromBackup(docs("a.txt"));
+  (*client_)->excludeFileFromBackup(docs());
+  prefer();
+}
+
 TEST_F(DaemonServerTest, WhatIsNoPathIsAnsweredWithNothing) {
   for (const PropertyList& path :
        {PropertyList(5), PropertyList("relative"), PropertyList(std::string("/a\0b", 4)),
