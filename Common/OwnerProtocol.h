@@ -19,6 +19,7 @@
   METHOD("find:",            find)            \
   METHOD("failures:",        failures)        \
   METHOD("settings:",        settings)        \
+  METHOD("surroundings:",    surroundings)    \
   METHOD("restore:",         restore)         \
   METHOD("restoreReport:",   restoreReport)   \
   METHOD("cancelRestore:",   cancelRestore)

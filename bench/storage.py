@@ -182,11 +182,6 @@ class Benchmark:
             self._change(others, [file_at(self.tree, number * step + turn + 1) for number in range(CHANGED)])
         self.add(f"{CHANGED:,} changed files, processor time, s", same, most=1.3)
         self.add("the same with those that changed earlier in the hour, which go along, s", others)
-        self.daemon.wait_for_quiet()
-        before = self.daemon.processor_seconds()
-        time.sleep(60)
-        self.add_fact(f"processor time of looking at {COUNT:,} files, each minute",
-                      f"{self.daemon.processor_seconds() - before:.2f} s")
         usage = subprocess.run([str(self.build / "bin" / "keldaned"), "--help"], check=True, capture_output=True,
                                text=True).stdout
         delay = float(re.search(r"--batch-delay .*=(\d+)", usage)[1])

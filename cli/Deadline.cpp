@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <iostream>
 
 namespace keldane {
@@ -9,7 +10,9 @@ namespace keldane {
 Deadline::Deadline(double seconds, std::string sentence, int status)
     : sentence_(std::move(sentence)), status_(status) {
   if (seconds > 0) {
-    watcher_ = std::thread([this, seconds] { watch(std::chrono::duration<double>(seconds)); });
+    // What a clock cannot count up to would be over at once.
+    const double limit = std::min(seconds, static_cast<double>(kLongestDeadline));
+    watcher_ = std::thread([this, limit] { watch(std::chrono::duration<double>(limit)); });
   }
 }
 

@@ -31,7 +31,7 @@ function(keldane_host name packages variable)
   set_target_properties(keldane-${name} PROPERTIES
     PREFIX "lib"
     LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/hosts/${name}
-    INSTALL_RPATH ${CMAKE_INSTALL_FULL_LIBDIR})
+    INSTALL_RPATH ${KELDANE_FULL_PRIVATE_LIBDIR})
   list(GET packages 0 package)
   pkg_get_variable(folder ${package} ${variable})
   set(KELDANE_HOST_${upper}_FOLDER "${folder}" CACHE PATH "Where ${name} looks for extensions")

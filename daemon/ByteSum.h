@@ -16,8 +16,16 @@ inline std::uint64_t saturatedSum(std::uint64_t one, std::uint64_t other) {
 class ByteSum {
  public:
   void add(std::uint64_t bytes) { high_ += __builtin_add_overflow(low_, bytes, &low_) ? 1 : 0; }
+  void add(const ByteSum& other) {
+    add(other.low_);
+    high_ += other.high_;
+  }
   /// Takes away what was added before.
   void take(std::uint64_t bytes) { high_ -= __builtin_sub_overflow(low_, bytes, &low_) ? 1 : 0; }
+  void take(const ByteSum& other) {
+    take(other.low_);
+    high_ -= other.high_;
+  }
   /// The sum, or the largest number where that is too small for it.
   std::uint64_t value() const { return high_ == 0 ? low_ : std::numeric_limits<std::uint64_t>::max(); }
 

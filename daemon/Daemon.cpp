@@ -18,6 +18,9 @@ namespace {
 // Settings that are 1 until somebody sets them.
 constexpr std::string_view kOneByDefault[] = {"enabled", "automaticMode", "serviceState"};
 
+// Set once the administrator's default rules were taken over.
+constexpr char kHasDefaultRules[] = "hasDefaultRules";
+
 // Values of "backupState".
 enum BackupStateNumber : std::uint32_t { kIdle = 0, kBackingUp = 1, kPaused = 2, kOff = 3 };
 
@@ -34,6 +37,9 @@ std::vector<std::string> policyFor(const DaemonOptions& options, const DataFolde
   for (const std::string& own : {data.configuration(), data.key(), data.environment(), data.localRepository(),
                                  data.cache(), data.work(), data.manifests(), data.setAside()}) {
     policy.push_back(own);
+  }
+  for (const std::string& fixed : options.config.list("exclude", true)) {
+    policy.push_back(fixed);
   }
   return policy;
 }
@@ -58,6 +64,7 @@ std::string filesText(std::uint64_t count) {
 
 Daemon::Daemon(const DaemonOptions& options, const EngineFactory& engine, std::function<void()> terminate)
     : verbose_(options.verbose),
+      config_(options.config),
       terminate_(std::move(terminate)),
       store_(options.store),
       files_(dataFolderOf(options)),
@@ -79,6 +86,7 @@ Daemon::Daemon(const DaemonOptions& options, const EngineFactory& engine, std::f
                 }),
       nodes_(store_, rules_, worker_),
       age_(store_, rules_, [this](const std::string& sentence) { raiseAlert("age", sentence); }) {
+  takeConfiguration();
   care_.lostFiles = [this] { worker_.reconsiderAll(); };
   care_.holdStill = [this](const EngineJob& job) {
     return std::make_shared<BackupWorker::Stillness>(worker_.holdStill(&job));
@@ -99,6 +107,44 @@ void Daemon::stop() {
   age_.stop();
   restores_.stop();
   worker_.stop();
+}
+
+// A fixed value and a default stand before and behind what the user has set. The default rules are the user's
+// to change, so they are set once.
+void Daemon::takeConfiguration() {
+  struct Setting {
+    const char* name;
+    Store::Table table;
+    const char* key;
+  };
+  static constexpr Setting kSettings[] = {
+      {"keep-deleted-days", Store::Table::settings, "keepDeletedDays"},
+      {"quota-mb", Store::Table::profile, "QuotaMB"},
+      {"alert-days", Store::Table::settings, "alertDays"},
+      {"automatic", Store::Table::settings, "automaticMode"},
+      {"low-priority", Store::Table::settings, "lowerPriorityMode"},
+  };
+  for (const ConfigProblem& problem : config_.problems()) {
+    systemLog("%s, line %u: %@", SystemConfig::kUsualFile, problem.line, problem.sentence);
+  }
+  for (const Setting& setting : kSettings) {
+    if (const std::optional<ConfigValue> value = config_.value(setting.name)) {
+      store_.administer(setting.table, setting.key, value->text, value->fixed);
+    }
+  }
+  const std::optional<ConfigValue> location = config_.value("location");
+  care_.firstLocation = location ? location->text : std::string();
+  if (store_.value(Store::Table::settings, kHasDefaultRules)) {
+    return;
+  }
+  for (const bool included : {true, false}) {
+    for (const std::string& path : config_.list(included ? "include" : "exclude", false)) {
+      if (!rules_.decide(path, true).ownRule) {
+        rules_.setRule(path, included);
+      }
+    }
+  }
+  store_.setValue(Store::Table::settings, kHasDefaultRules, "1");
 }
 
 void Daemon::setAnnounce(Announce announce) {
@@ -122,6 +168,8 @@ void Daemon::barRepository() {
   try {
     const std::optional<RepositoryConfig> configuration = files_.configuration();
     rules_.barRepository(configuration ? configuration->localFolder().value_or("") : "");
+    isRemote_ = configuration && !configuration->localFolder();
+    tellWorker();
   } catch (const std::exception& error) {
     systemLog("The configuration of the repository cannot be read: %s", error.what());
   }
@@ -181,7 +229,30 @@ void Daemon::tellWorker() {
   modes.automatic = setting("automaticMode") != 0;
   modes.lowerPriority = setting("lowerPriorityMode") != 0;
   modes.pausedUntil = pausedUntil_;
+  modes.restsUntil = surroundings_.restsUntil(restRules(), isRemote_, secondsSinceBoot());
   worker_.setModes(modes);
+}
+
+Surroundings::Rules Daemon::restRules() {
+  Surroundings::Rules rules;
+  const auto kept = [this](const char* key, std::uint64_t usual) {
+    const std::optional<std::string> value = store_.value(Store::Table::settings, key);
+    return value ? numberFrom(value) : usual;
+  };
+  rules.restBelowPercent = static_cast<std::uint32_t>(kept("restBelowPercent", rules.restBelowPercent));
+  rules.restOnMetered = kept("restOnMetered", rules.restOnMetered ? 1 : 0) != 0;
+  rules.restInPowerSaver = kept("restInPowerSaver", rules.restInPowerSaver ? 1 : 0) != 0;
+  return rules;
+}
+
+void Daemon::tellSurroundings(const Surroundings::Report& report) {
+  surroundings_.tell(report, secondsSinceBoot());
+  tellWorker();
+}
+
+std::string Daemon::restingBecause() {
+  const std::int64_t now = secondsSinceBoot();
+  return surroundings_.holds(now) ? surroundings_.reason(restRules(), isRemote_, now) : "";
 }
 
 // Why nothing of what waits is stored now, a word for clients; empty when something is or will be.
@@ -195,9 +266,10 @@ const char* Daemon::restReason(const BackupWorker::Progress& progress) {
   if (care_.isRecovering()) {
     return "recovering";
   }
-  const bool isAutomatic = setting("automaticMode") != 0;
-  const bool isMore = progress.hasPreferred || progress.placesToScan > 0 || progress.pendingFiles == 0;
-  return isAutomatic || isMore ? "" : "manual";
+  if (progress.hasPreferred || progress.placesToScan > 0 || progress.pendingFiles == 0) {
+    return "";
+  }
+  return setting("automaticMode") == 0 ? "manual" : restingBecause().empty() ? "" : "surroundings";
 }
 
 std::string Daemon::statusFor(const std::string& rest, const BackupWorker::Progress& progress,
@@ -228,6 +300,9 @@ std::string Daemon::statusFor(const std::string& rest, const BackupWorker::Progr
     return "Automatic backup is off: " + filesText(progress.pendingFiles) +
            (progress.pendingFiles == 1 ? " waits" : " wait");
   }
+  if (rest == "surroundings") {
+    return "Resting: " + restingBecause() + "; " + filesText(progress.pendingFiles) + " to go";
+  }
   if (progress.placesToScan > 0) {
     return progress.pendingFiles == 0
                ? "Looking for what is to be backed up"
@@ -257,6 +332,7 @@ PropertyList Daemon::state(const Sight& sight) {
   };
   const EngineAnswer standing = watch_.standing();
   const std::optional<double> lastGood = age_.lastGood();
+  const std::string because = restingBecause();
   return PropertyList::dictionary({
       {"backedUpFileCount", totals.files},
       {"backedupFileSize", totals.bytes},
@@ -280,6 +356,7 @@ PropertyList Daemon::state(const Sight& sight) {
       {"repositorySize", care_.repositorySize()},
       {"failureCount", failures},
       {"lastGoodBackup", lastGood ? PropertyList(Date::fromUnixTime(*lastGood)) : PropertyList()},
+      {"restingBecause", because.empty() ? PropertyList() : PropertyList(because)},
       {"restReason", rest},
       {"storeTrouble", store_.trouble().value_or("")},
   });

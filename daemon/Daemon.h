@@ -9,10 +9,12 @@
 #include <string>
 #include <vector>
 
+#include "config/SystemConfig.h"
 #include "daemon/backup/BackupAge.h"
 #include "daemon/backup/BackupWorker.h"
 #include "daemon/backup/RepositoryCare.h"
 #include "daemon/backup/RepositoryWatch.h"
+#include "daemon/backup/Surroundings.h"
 #include "daemon/engine/BackupEngine.h"
 #include "daemon/engine/RepositoryConfig.h"
 #include "daemon/restore/RestoreJobs.h"
@@ -25,12 +27,12 @@
 namespace keldane {
 
 struct DaemonOptions {
-  std::string socket = "/run/keldane/keldaned.sock";
-  std::string store = "/var/lib/keldane/store.sqlite";
+  std::string socket, store;       ///< see DefaultPlaces.h for the usual ones
   std::string data;                ///< the daemon's own folder; empty: that of the store
   std::string root = "/";          ///< what lies outside is barred from the backup
   bool allowSharedFolder = false;  ///< socket and store may lie where others can write
   bool verbose = false;
+  SystemConfig config;  ///< what the administrator wants
   BackupWorker::Timing timing;
 };
 
@@ -58,6 +60,7 @@ class Daemon {
   const NodeBuilder& nodes() const { return nodes_; }
   bool verbose() const { return verbose_; }
   void terminate() const { terminate_(); }
+  const SystemConfig& config() const { return config_; }
   /// Ends every call of the engine, and the threads.
   void stop();
 
@@ -66,6 +69,13 @@ class Daemon {
   void setSetting(const std::string& key, std::uint32_t value);
   /// This computer's number in the repository; 0 before there is one.
   std::uint32_t computerNumber() const;
+
+  /// Takes how power and network stand, which decides whether the worker rests.
+  void tellSurroundings(const Surroundings::Report& report);
+  /// Tells the worker of the settings that concern it; called when one has changed.
+  void tellWorker();
+  /// Why the worker rests, a sentence without its full stop; empty when it does not.
+  std::string restingBecause();
 
   /// Bars the folder of a repository of this machine from the backup; called when it has changed.
   void barRepository();
@@ -87,17 +97,20 @@ class Daemon {
 
  private:
   void raiseAlert(const std::string& kind, const std::string& sentence) const;
+  void takeConfiguration();
   void goOnWithPause();
-  void tellWorker();
+  Surroundings::Rules restRules();
   const char* restReason(const BackupWorker::Progress& progress);
   std::string statusFor(const std::string& rest, const BackupWorker::Progress& progress,
                         std::uint64_t failures);
 
   const bool verbose_;
+  const SystemConfig config_;
   const std::function<void()> terminate_;
   mutable std::mutex announceMutex_;
   Announce announce_;  // guarded by announceMutex_
   Store store_;
+  Surroundings surroundings_;
   RepositoryFiles files_;
   RuleBook rules_;
   const std::unique_ptr<BackupEngine> engine_;
@@ -107,6 +120,7 @@ class Daemon {
   RestoreJobs restores_;
   NodeBuilder nodes_;
   BackupAge age_;
+  std::atomic<bool> isRemote_ = false;         // the repository is reached over the network
   std::atomic<std::int64_t> pausedUntil_ = 0;  // seconds since boot; 0: no pause
 };
 

@@ -14,6 +14,7 @@
 #include <iostream>
 
 #include "daemon/Daemon.h"
+#include "daemon/DefaultPlaces.h"
 #include "daemon/server/DaemonServer.h"
 #include "daemon/server/FolderSafety.h"
 #include "daemon/server/OwnerServer.h"
@@ -158,26 +159,34 @@ int serve(const DaemonOptions& options, const EngineFactory& engine, Readiness& 
   return kDone;
 }
 
-int run(int argc, char** argv, const EngineFactory& engine) {
+struct CommandLine {
   DaemonOptions options;
+  std::string configFile = SystemConfig::kUsualFile;
+  double batchDelay = 45;
+  bool system = false;
   bool foreground = false;
-  CLI::App app(
-      "Serves the clients of the backup on this computer.\n\n"
-      "Exit status: 0 it ended on request, 1 the socket or the store cannot be used, 2 usage.",
-      "keldaned");
+};
+
+void addOptions(CLI::App& app, CommandLine& line) {
+  DaemonOptions& options = line.options;
   app.set_version_flag("--version", "keldaned " KELDANE_VERSION);
-  app.add_option("--socket", options.socket, "Where the clients connect")
-      ->type_name("PATH")
-      ->capture_default_str();
-  app.add_option("--store", options.store, "Where rules and records are kept")
-      ->type_name("FILE")
-      ->capture_default_str();
+  app.add_flag("--system", line.system,
+               "Serve all users: socket in /run/keldane, store in /var/lib/keldane, unless they are named");
+  app.add_option("--socket", options.socket,
+                 "Where the clients connect; else keldane/keldaned.sock in $XDG_RUNTIME_DIR")
+      ->type_name("PATH");
+  app.add_option(
+         "--store", options.store,
+         "Where rules and records are kept; else keldane/store.sqlite in $XDG_DATA_HOME or ~/.local/share")
+      ->type_name("FILE");
   app.add_option(
          "--data", options.data,
          "Where the key, the local repository and what the daemon works with lie; else the store's folder")
       ->type_name("DIR");
-  double batchDelay = 45;
-  app.add_option("--batch-delay", batchDelay,
+  app.add_option("--config", line.configFile, "What the administrator wants")
+      ->type_name("FILE")
+      ->capture_default_str();
+  app.add_option("--batch-delay", line.batchDelay,
                  "How long a change waits for others that go into the same backup")
       ->type_name("SECONDS")
       ->check(CLI::Range(0.0, 60.0))
@@ -187,16 +196,29 @@ int run(int argc, char** argv, const EngineFactory& engine) {
       ->capture_default_str();
   app.add_flag("--allow-shared-folder", options.allowSharedFolder,
                "Keep socket and store even in folders where other users can write");
-  app.add_flag("--foreground", foreground, "Do not leave the terminal");
+  app.add_flag("--foreground", line.foreground, "Do not leave the terminal");
   app.add_flag("--verbose", options.verbose, "Log each call");
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::Success& done) {
-    return app.exit(done);
-  } catch (const CLI::ParseError& error) {
-    return fail(kUsage, std::string(error.what()) + " (keldaned --help tells more)");
+}
+
+/// What was not said on the command line: the administrator's values, and the usual places. Answers the exit
+/// status when a path cannot be used.
+std::optional<int> complete(CommandLine& line, const CLI::App& app) {
+  DaemonOptions& options = line.options;
+  options.config = SystemConfig::read(line.configFile);
+  const std::optional<ConfigValue> delay = options.config.value("batch-delay-seconds");
+  const double seconds = delay && app.count("--batch-delay") == 0 ? std::stod(delay->text) : line.batchDelay;
+  options.timing.batchDelay = std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
+  const DefaultPlaces usual = line.system ? placesOfSystem() : placesOfUser();
+  if (app.count("--socket") == 0) {
+    options.socket = usual.socket;
+    if (options.socket.empty()) {
+      return fail(kEnvironment,
+                  "Others can write to the folder for this user's sockets; --socket names another place.");
+    }
   }
-  options.timing.batchDelay = std::chrono::milliseconds(static_cast<std::int64_t>(batchDelay * 1000));
+  if (app.count("--store") == 0) {
+    options.store = usual.store;
+  }
   if (options.data.empty()) {
     options.data = std::filesystem::absolute(options.store).parent_path().string();
   }
@@ -211,13 +233,33 @@ int run(int argc, char** argv, const EngineFactory& engine) {
   if (!std::filesystem::is_directory(options.root)) {
     return fail(kEnvironment, "The root " + options.root + " is no folder.");
   }
+  return std::nullopt;
+}
+
+int run(int argc, char** argv, const EngineFactory& engine) {
+  CommandLine line;
+  CLI::App app(
+      "Serves the clients of the backup on this computer.\n\n"
+      "Exit status: 0 it ended on request, 1 the socket or the store cannot be used, 2 usage.",
+      "keldaned");
+  addOptions(app, line);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Success& done) {
+    return app.exit(done);
+  } catch (const CLI::ParseError& error) {
+    return fail(kUsage, std::string(error.what()) + " (keldaned --help tells more)");
+  }
+  if (const std::optional<int> status = complete(line, app)) {
+    return *status;
+  }
   Readiness readiness;
-  if (!foreground) {
+  if (!line.foreground) {
     if (const std::optional<int> status = detach(readiness)) {
       return *status;
     }
   }
-  return serve(options, engine, readiness);
+  return serve(line.options, engine, readiness);
 }
 
 }  // namespace

@@ -22,11 +22,16 @@ std::shared_ptr<Bundle> bundleNamed(const std::string& path) {
 
 DaemonBundle findDaemonBundle(const std::string& path) {
   DaemonBundle found{bundleNamed(path), {}};
-  if (found.bundle) {
-    found.socketPath = found.bundle->objectForInfoDictionaryKey("DaemonPath").string();
+  if (!found.bundle) {
+    throw NoDaemonBundle(path + " is no bundle, so it does not say where the daemon is.");
   }
+  found.socketPath = found.bundle->objectForInfoDictionaryKey("DaemonPath").string();
   if (found.socketPath.empty()) {
-    throw NoDaemonBundle(path + " does not say where the daemon is.");
+    const std::string written(found.bundle->infoDictionary()["DaemonPath"].string());
+    throw NoDaemonBundle(found.bundle->bundlePath().string() +
+                         (written.empty() ? " does not say where the daemon is."
+                                          : " says that the daemon is at " + written +
+                                                ", and a variable in it has no value."));
   }
   return found;
 }

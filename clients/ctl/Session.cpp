@@ -1,13 +1,40 @@
 #include "clients/ctl/Session.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <iostream>
 #include <sstream>
 
+#include "Common/OwnerProtocol.h"
 #include "clients/core/DaemonBundle.h"
+#include "clients/core/FolderTree.h"
+#include "clients/core/Printable.h"
+#include "platform/plist/Unicode.h"
 
 namespace keldane {
 
 void complain(const std::string& sentence) { std::cerr << "keldanectl: " << sentence << std::endl; }
+
+std::string nothingKnownOf(const std::string& path) {
+  if (!isValidUtf8(path)) {
+    return "The name of " + printable(path) +
+           " is not UTF-8. The daemon cannot be asked about it alone: it goes with the folder that it is in.";
+  }
+  struct stat status {};
+  const bool isAbsent = lstat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
+  return "The daemon knows nothing of " + printable(path) +
+         (isAbsent ? ": nothing is there." : ", or may not tell you.");
+}
+
+std::string askablePath(const std::string& given) {
+  const std::string path = pathNamed(given);
+  if (!isValidUtf8(path)) {
+    throw CommandFailure(kNotTaken, nothingKnownOf(path));
+  }
+  return path;
+}
 
 Session::Session(const Globals& globals) : seconds_(globals.deadline) {
   try {
@@ -42,6 +69,17 @@ void Session::checkDaemon() {
   if (!link || link->isLinkAtEnd()) {
     throw unreachable();
   }
+}
+
+bool Session::mayChangeAll() const {
+  return access(ownerSocketPath(socketPath_).c_str(), W_OK) == 0 || errno != EACCES;
+}
+
+CommandFailure Session::refusal() const {
+  return {kNotTaken, mayChangeAll() ? "The daemon did not take it. Perhaps it cannot write to its store "
+                                      "because the disk is full; its log tells."
+                                    : "The daemon did not take it: only root and the daemon's own user may "
+                                      "change this."};
 }
 
 CommandFailure Session::unreachable() const {

@@ -33,6 +33,12 @@ class CommandFailure : public std::runtime_error {
 /// One sentence to standard error, after the program's name.
 void complain(const std::string& sentence);
 
+/// Why nothing can be asked, or was answered, about a path; a sentence.
+std::string nothingKnownOf(const std::string& path);
+/// The absolute path that a person means. Throws CommandFailure for one that is not UTF-8: the protocol has
+/// no place for it.
+std::string askablePath(const std::string& given);
+
 /// The link to the daemon for the time of one command. Throws CommandFailure when no bundle says where it is.
 class Session {
  public:
@@ -53,6 +59,11 @@ class Session {
   /// Throws CommandFailure when the daemon has gone meanwhile, so that its silence is not taken for an
   /// answer.
   void checkDaemon();
+  /// Whether this is root or the daemon's own user; not known of a daemon without a second socket, and true.
+  bool mayChangeAll() const;
+  /// Why a daemon that answers did not do what only root and its own user may have done, as far as can be
+  /// told.
+  CommandFailure refusal() const;
   /// Before each of many questions.
   void renewDeadline() { deadline_->renew(); }
 

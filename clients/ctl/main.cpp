@@ -2,6 +2,7 @@
 #include <clocale>
 #include <iostream>
 
+#include "cli/NumberRange.h"
 #include "clients/ctl/commands/Commands.h"
 #include "clients/ctl/terminal/Terminal.h"
 
@@ -25,7 +26,7 @@ int run(int argc, char** argv) {
   app.add_option("--deadline", globals.deadline,
                  "Give up when the daemon has not answered for this time; 0 waits for ever (30)")
       ->type_name("SECONDS")
-      ->check(CLI::NonNegativeNumber);
+      ->check(numberFrom(0, kLongestDeadline));
   app.require_subcommand(1);
   app.fallthrough();
   addStatusCommand(app, globals);
@@ -39,8 +40,11 @@ int run(int argc, char** argv) {
   addRecoverCommand(app, globals);
   addSettingCommands(app, globals);
   addRuleCommands(app, globals);
+  addTypeCommand(app, globals);
   addListCommands(app, globals);
   addSelectCommand(app, globals);
+  addServiceCommands(app, globals);
+  addAdministrationCommands(app, globals);
   addCompletionCommand(app);
   try {
     app.parse(argc, argv);

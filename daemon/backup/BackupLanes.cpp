@@ -109,7 +109,8 @@ bool BackupWorker::prepare(Lane& lane) {
 }
 
 bool BackupWorker::mayWork(bool preferred) const {
-  return modes_.enabled && modes_.pausedUntil <= secondsSinceBoot() && (modes_.automatic || preferred);
+  return modes_.enabled && modes_.pausedUntil <= secondsSinceBoot() &&
+         (preferred || (modes_.automatic && modes_.restsUntil <= secondsSinceBoot()));
 }
 
 bool BackupWorker::isBatchDue() const {
@@ -309,8 +310,13 @@ bool BackupWorker::learnFrom(const Lane& lane, const Batch& batch, const BatchEn
     changedSinceFull_ = true;
     hour_.number = hourNow();
     hour_.parent = end.snapshot.id;
-    for (const StoredFile& file : end.stored) {
-      hour_.files[file.path] = {file.path, file.state, false, end.snapshot.number, end.snapshot.time};
+    if (end.stored.size() > kMostAgain) {
+      hour_ = {};  // too many to go along, and they would take much memory
+      hour_.number = hourNow();
+    } else {
+      for (const StoredFile& file : end.stored) {
+        hour_.files[file.path] = {file.path, file.state, false, end.snapshot.number, end.snapshot.time};
+      }
     }
   }
   const double seconds = std::chrono::duration<double>(took).count();

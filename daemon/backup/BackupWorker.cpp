@@ -1,10 +1,14 @@
 #include "daemon/backup/BackupWorker.h"
 
+#include <malloc.h>
+
 #include <algorithm>
+#include <limits>
 
 #include "daemon/ByteSum.h"
 #include "daemon/Clock.h"
 #include "daemon/backup/FileFacts.h"
+#include "platform/files/Path.h"
 #include "platform/syslog/SystemLog.h"
 
 namespace keldane {
@@ -19,12 +23,14 @@ constexpr std::uint64_t kFirstMostBytes = std::uint64_t{20} << 30;
 // A clock that jumped by more than this while the computer ran: it slept.
 constexpr std::int64_t kShortestSleep = 5;
 constexpr char kBytesLost[] = "bytesLost";
+// Folders of a tree between which other changes are looked at, so that these are found within a second.
+constexpr std::size_t kFoldersAtOnce = 64;
+constexpr std::uint32_t kEveryScan = std::numeric_limits<std::uint32_t>::max();
 
 }  // namespace
 
-BackupWorker::BackupWorker(Store& store, const RuleBook& rules, BackupEngine& engine,
-                           const RepositoryFiles& files, RepositoryWatch& watch, RepositoryKeeper& keeper,
-                           const Timing& timing)
+BackupWorker::BackupWorker(Store& store, RuleBook& rules, BackupEngine& engine, const RepositoryFiles& files,
+                           RepositoryWatch& watch, RepositoryKeeper& keeper, const Timing& timing)
     : store_(store),
       rules_(rules),
       engine_(engine),
@@ -32,12 +38,14 @@ BackupWorker::BackupWorker(Store& store, const RuleBook& rules, BackupEngine& en
       keeper_(keeper),
       timing_(timing),
       choice_(pending_, ownersOnDisk()),
-      scanner_(store, rules, pending_),
+      watcher_([this](const std::vector<Change>& changes) { filesChanged(changes); }),
+      scanner_(store, rules, pending_, &watcher_),
       run_(store, rules, engine, files, scanner_, pending_),
       lostBytes_(store.value(Store::Table::settings, kBytesLost) == "1"),
       mostFiles_(kFirstMostFiles),
       mostBytes_(kFirstMostBytes),
-      suspended_(secondsAsleep()) {
+      suspended_(secondsAsleep()),
+      quiet_(scanner_, rules, watcher_, timing.looks) {
   for (const auto& [path, order] : store.priorities()) {
     pending_.prefer(path, order);
   }
@@ -47,6 +55,7 @@ BackupWorker::~BackupWorker() { stop(); }
 
 void BackupWorker::start() {
   reconsiderAll();
+  watcher_.start();
   scanning_ = std::thread([this] { runScanner(); });
   for (Lane* lane : lanes_) {
     lane->thread = std::thread([this, lane] { runLane(*lane); });
@@ -62,6 +71,7 @@ void BackupWorker::stop() {
     }
   }
   changed_.notify_all();
+  watcher_.stop();
   if (scanning_.joinable()) {
     scanning_.join();
   }
@@ -76,7 +86,12 @@ void BackupWorker::reconsider(const std::string& path) {
   const std::optional<struct stat> status = statusOf(path);
   const bool isFile = status && isStorable(*status);
   if (isFile) {
+    if (rules_.decide(path, false).selected) {
+      watcher_.addPlace(path);
+    }
     scanner_.consider(path);
+  } else {
+    dropExcluded(path);
   }
   forgetFailuresBelow(path);
   {
@@ -86,6 +101,7 @@ void BackupWorker::reconsider(const std::string& path) {
       noticed_ = noticed_.value_or(steady_clock::now());
       ++wakes_;
     } else {
+      placesMayChange_ = true;
       willScan(path, true);
     }
     for (Lane* lane : lanes_) {
@@ -118,10 +134,23 @@ void BackupWorker::addIntention(int change) {
   intentions_ += change;
 }
 
+// What waits is asked for one by one only where something of it may still be selected.
+void BackupWorker::dropExcluded(const std::string& path) {
+  const Decision decision = rules_.decide(path, true);
+  if (!decision.selected && !decision.mayHold) {
+    pending_.endScan(path, kEveryScan);
+    pending_.remove(path);
+  } else if (!decision.selected) {
+    pending_.removeUnless(path,
+                          [this](const std::string& file) { return rules_.decide(file, false).selected; });
+  }
+}
+
 void BackupWorker::reconsiderAll() {
   const std::vector<std::string> places = rules_.places();
   {
     const std::lock_guard guard(mutex_);
+    placesMayChange_ = true;
     for (const std::string& path : pending_.preferred()) {
       willScan(path, false);
     }
@@ -136,22 +165,22 @@ void BackupWorker::reconsiderAll() {
 void BackupWorker::willScan(const std::string& place, bool urgent) {
   urgent_ = urgent_ || urgent;
   ++wakes_;
-  if (toBeScanned_.insert(place).second) {
-    toScan_.push_back(place);
-  }
+  toScan_.addTree(place);
 }
 
-std::optional<std::string> BackupWorker::nextPlace() {
-  const std::lock_guard guard(mutex_);
-  if (scanned_.empty()) {  // else it could not be done to its end
-    if (toScan_.empty()) {
-      return std::nullopt;
+// Whether a folder is a cache is seen by its tag, so the tag stands for the folder.
+void BackupWorker::filesChanged(const std::vector<Change>& changes) {
+  {
+    const std::lock_guard guard(mutex_);
+    for (const Change& change : changes) {
+      if (change.extent == Change::Extent::entry && lastPathComponent(change.path) == kCacheTagName) {
+        toScan_.addTree(std::string(parentPath(change.path)));
+      }
+      toScan_.add(change);
     }
-    scanned_ = std::move(toScan_.front());  // so that it still counts as pending
-    toScan_.pop_front();
-    toBeScanned_.erase(scanned_);
+    ++wakes_;
   }
-  return scanned_;
+  changed_.notify_all();
 }
 
 void BackupWorker::prioritize(const std::string& path) {
@@ -287,24 +316,13 @@ bool BackupWorker::isPendingBelow(const std::string& folder) const {
   if (pending_.containsBelow(folder)) {
     return true;
   }
-  const std::string below = folder == "/" ? folder : folder + '/';
   const std::lock_guard guard(mutex_);
-  const auto place = toBeScanned_.lower_bound(below);
-  return toBeScanned_.contains(folder) || (place != toBeScanned_.end() && isAtOrBelow(*place, folder)) ||
-         (!scanned_.empty() && isAtOrBelow(scanned_, folder));
+  return toScan_.hasBelow(folder) || (!scanned_.empty() && isAtOrBelow(scanned_, folder));
 }
 
 bool BackupWorker::isToBeScanned(const std::string& path) const {
   const std::lock_guard guard(mutex_);
-  if (!scanned_.empty() && isAtOrBelow(path, scanned_)) {
-    return true;
-  }
-  bool isFound = !toBeScanned_.empty() && toBeScanned_.contains(path);
-  for (std::string above = path; !toBeScanned_.empty() && !isFound && above.size() > 1;) {
-    above.resize(std::max<std::size_t>(above.rfind('/'), 1));
-    isFound = toBeScanned_.contains(above);
-  }
-  return isFound;
+  return (!scanned_.empty() && isAtOrBelow(path, scanned_)) || toScan_.covers(path);
 }
 
 std::optional<double> BackupWorker::partStored(const std::string& path) const {
@@ -332,32 +350,119 @@ bool BackupWorker::waitForWork(std::chrono::milliseconds time) {
 }
 
 void BackupWorker::runScanner() {
-  auto nextScan = steady_clock::now() + timing_.scanInterval;
   while (!stopping_) {
+    auto pause = std::chrono::milliseconds(1000);
     try {
-      if (const std::optional<std::string> place = nextPlace()) {
-        const bool news = scanner_.scan(*place, stopping_);
-        const std::lock_guard guard(mutex_);
-        scanned_.clear();
-        ++wakes_;
-        if (news || urgent_) {
-          noticed_ = noticed_.value_or(steady_clock::now());
-        }
-        changed_.notify_all();
+      if (lookAtNext()) {
         continue;
       }
-      if (steady_clock::now() > nextScan) {
-        nextScan = steady_clock::now() + timing_.scanInterval;
-        reconsiderAll();
-        continue;
-      }
+      pause = std::min(pause, lookQuietly());
     } catch (const std::exception& error) {
       systemLog("The scanner could not go on with its work: %s", error.what());
     }
-    waitForWork(std::min<std::chrono::milliseconds>(timing_.scanInterval, std::chrono::seconds(1)));
+    waitForWork(pause);
     const std::lock_guard guard(mutex_);
     endAfterSuspend();
   }
+}
+
+/// False when nothing is to be looked at.
+bool BackupWorker::lookAtNext() {
+  bool mayChange = false;
+  {
+    const std::lock_guard guard(mutex_);
+    std::swap(mayChange, placesMayChange_);
+  }
+  if (mayChange) {
+    watcher_.setPlaces([this] { return rules_.places(); });
+  }
+  return lookAtChange() || lookAtTree();
+}
+
+/// One file, or one folder with its direct entries.
+bool BackupWorker::lookAtChange() {
+  std::string path;
+  {
+    const std::lock_guard guard(mutex_);
+    const Change* change = toScan_.takeSmall();
+    if (change == nullptr) {
+      return false;
+    }
+    path = change->path;
+  }
+  std::vector<std::string> below;
+  const std::optional<struct stat> status = statusOf(path);
+  const bool news = status && S_ISDIR(status->st_mode) ? scanner_.look(path, below) : scanner_.consider(path);
+  const std::lock_guard guard(mutex_);
+  toScan_.smallIsDone();
+  for (const std::string& place : below) {
+    toScan_.addTree(place);
+  }
+  noteLook(news);
+  return true;
+}
+
+/// A few folders of the place at hand.
+bool BackupWorker::lookAtTree() {
+  {
+    const std::lock_guard guard(mutex_);
+    if (scanned_.empty()) {
+      scanned_ = toScan_.takeTree().value_or("");
+    }
+    if (scanned_.empty()) {
+      return false;
+    }
+  }
+  if (!walk_ || walk_->place != scanned_) {
+    walk_ = scanner_.begin(scanned_);
+  }
+  scanner_.step(*walk_, kFoldersAtOnce);
+  if (walk_->isDone) {
+    const bool news = walk_->news;
+    walk_.reset();
+    const std::lock_guard guard(mutex_);
+    scanned_.clear();
+    noteLook(news);
+  }
+  return true;
+}
+
+// With the mutex held.
+void BackupWorker::noteLook(bool news) {
+  if (news || urgent_) {
+    noticed_ = noticed_.value_or(steady_clock::now());
+  }
+  if (toScan_.empty() && scanned_.empty()) {
+    ++wakes_;
+    changed_.notify_all();
+  }
+}
+
+// A large batch leaves much memory behind that the system may use otherwise.
+void BackupWorker::giveMemoryBack() {
+  const bool isStoring = progress().isStoring;
+  if (wasStoring_ && !isStoring) {
+    malloc_trim(0);
+  }
+  wasStoring_ = isStoring;
+}
+
+/// What nothing has asked for. Answers how long it may rest.
+std::chrono::milliseconds BackupWorker::lookQuietly() {
+  giveMemoryBack();
+  const QuietLook::Step step = quiet_.step();
+  const std::vector<std::string> due = scanner_.dueAgain();
+  const std::lock_guard guard(mutex_);
+  for (const std::string& place : step.below) {
+    toScan_.addTree(place);
+  }
+  for (const std::string& file : due) {
+    toScan_.add({Change::Extent::entry, file});
+  }
+  if (step.news) {
+    noteLook(true);
+  }
+  return due.empty() && step.below.empty() ? step.pause : std::chrono::milliseconds(0);
 }
 
 }  // namespace keldane

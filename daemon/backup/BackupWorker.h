@@ -6,26 +6,27 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "daemon/backup/BatchChoice.h"
 #include "daemon/backup/BatchRun.h"
+#include "daemon/backup/LookList.h"
 #include "daemon/backup/PendingFiles.h"
+#include "daemon/backup/QuietLook.h"
 #include "daemon/backup/RepositoryWatch.h"
 #include "daemon/backup/Scanner.h"
 #include "daemon/engine/BackupEngine.h"
 #include "daemon/engine/RepositoryConfig.h"
 #include "daemon/rules/RuleBook.h"
 #include "daemon/store/Store.h"
+#include "daemon/watch/Watcher.h"
 
 namespace keldane {
 
@@ -51,24 +52,25 @@ class RepositoryKeeper {
 };
 
 /// Keeps the list of pending files and works through it in batches, files that a person prefers in batches of
-/// their own that start at once. One thread looks at the disk, one stores what waits, one stores what is
-/// preferred, and one stores large files, one at a time, so that nothing else waits for them. The owners of
-/// the files have equal shares of each batch; owners of large files take turns. Files are looked for when a
-/// rule changes and in intervals. Any thread may call; the mutex guards the lists, and no lock is held while
+/// their own that start at once. One thread is told what changes, one looks at it, one stores what waits, one
+/// stores what is preferred, and one stores large files, one at a time, so that nothing else waits for them.
+/// The owners of the files have equal shares of each batch; owners of large files take turns. Files are
+/// looked for when the kernel tells of a change and when a rule changes, and everywhere after a start, after
+/// a suspend and every few hours. Any thread may call; the mutex guards the lists, and no lock is held while
 /// a file is read or the engine runs.
 class BackupWorker {
  public:
   struct Timing {
     /// From the first noticed change to the batch that takes it, so that one batch takes many changes.
     std::chrono::milliseconds batchDelay = std::chrono::seconds(45);
-    std::chrono::milliseconds scanInterval = std::chrono::seconds(60);
+    QuietLook::Timing looks = {};
     std::chrono::seconds fullInterval = std::chrono::hours(24);
     /// For how long one owner's large file keeps another's waiting. A file that was left for that reason has
     /// twice as long the next time, so that it is done in the end.
     std::chrono::milliseconds turn = std::chrono::minutes(10);
   };
 
-  BackupWorker(Store& store, const RuleBook& rules, BackupEngine& engine, const RepositoryFiles& files,
+  BackupWorker(Store& store, RuleBook& rules, BackupEngine& engine, const RepositoryFiles& files,
                RepositoryWatch& watch, RepositoryKeeper& keeper, const Timing& timing);
   ~BackupWorker();
   BackupWorker(const BackupWorker&) = delete;
@@ -79,7 +81,8 @@ class BackupWorker {
   void stop();
 
   /// Looks again at a path whose rule changed: a file at once, a folder on the scanning thread. What is found
-  /// is stored without the delay. A batch that is about to store what no rule includes any more is ended.
+  /// is stored without the delay, and what the rules exclude now waits no longer when this returns. A batch
+  /// that is about to store what no rule includes any more is ended.
   void reconsider(const std::string& path);
   /// While it lives, somebody is about to change a rule and to have its path looked at again, and something
   /// counts as about to be scanned.
@@ -119,6 +122,7 @@ class BackupWorker {
     bool automatic = true;
     bool lowerPriority = false;
     std::int64_t pausedUntil = 0;  ///< seconds since boot
+    std::int64_t restsUntil = 0;   ///< the same; preferred files are stored meanwhile
   };
   void setModes(const Modes& modes);
 
@@ -139,6 +143,8 @@ class BackupWorker {
   bool isToBeScanned(const std::string& path) const;
   /// How much of a file has been read, 0 to 1, about; absent unless it is being stored now.
   std::optional<double> partStored(const std::string& path) const;
+  /// Whether a path lies on a disk that held stored files and is not connected.
+  bool isNotConnected(const std::string& path) const { return scanner_.isHidden(path); }
   bool isPrioritized(const std::string& path) const { return pending_.isPreferred(path); }
 
  private:
@@ -163,6 +169,14 @@ class BackupWorker {
   };
 
   void runScanner();
+  bool lookAtNext();
+  bool lookAtChange();
+  bool lookAtTree();
+  std::chrono::milliseconds lookQuietly();
+  void giveMemoryBack();
+  void noteLook(bool news);
+  void filesChanged(const std::vector<Change>& changes);
+  void dropExcluded(const std::string& path);
   void runLane(Lane& lane);
   bool step(Lane& lane);
   bool prepare(Lane& lane);
@@ -187,19 +201,19 @@ class BackupWorker {
   void noteRest(const Batch& batch);
   bool waitForWork(std::chrono::milliseconds time);
   void willScan(const std::string& place, bool urgent);
-  std::optional<std::string> nextPlace();
   bool mayWork(bool preferred) const;
   void cancelWhatMayNotRun();
   void endAfterSuspend();
 
   Store& store_;
-  const RuleBook& rules_;
+  RuleBook& rules_;
   BackupEngine& engine_;
   RepositoryWatch& watch_;
   RepositoryKeeper& keeper_;
   const Timing timing_;
   PendingFiles pending_;
   BatchChoice choice_;
+  Watcher watcher_;
   Scanner scanner_;
   BatchRun run_;
 
@@ -207,9 +221,9 @@ class BackupWorker {
   std::condition_variable changed_;
   // Guarded by mutex_:
   Modes modes_;
-  std::deque<std::string> toScan_;  // each once
-  std::set<std::string> toBeScanned_;
-  std::string scanned_;  // empty when none
+  LookList toScan_;
+  std::string scanned_;           // the place that is at hand; empty when none
+  bool placesMayChange_ = false;  // the watcher is to be told which they are
   int intentions_ = 0;
   bool isCaring_ = false;  // the repository is being looked after, perhaps under a lock
   std::optional<std::chrono::steady_clock::time_point>
@@ -242,6 +256,10 @@ class BackupWorker {
   Lane ordinary_{Work::ordinary}, preferred_{Work::preferred}, large_{Work::large};
   const std::array<Lane*, 3> lanes_ = {&ordinary_, &preferred_, &large_};
   std::thread scanning_;
+  // Of the scanning thread:
+  std::optional<Scanner::Walk> walk_;  // of scanned_
+  bool wasStoring_ = false;
+  QuietLook quiet_;
 };
 
 }  // namespace keldane

@@ -8,10 +8,10 @@
 #include <unordered_set>
 
 #include "daemon/Clock.h"
+#include "daemon/backup/LookAlikes.h"
 #include "daemon/backup/Manifest.h"
 #include "daemon/backup/Targets.h"
 #include "platform/files/Descriptor.h"
-#include "platform/plist/Unicode.h"
 #include "platform/syslog/SystemLog.h"
 
 namespace keldane {
@@ -21,19 +21,31 @@ namespace {
 // A list of more files than this would make the snapshot itself large, because it keeps the list.
 constexpr std::size_t kMostListedFiles = 20'000;
 
-// A name as the engine tells it: what is no UTF-8 comes back as replacement characters.
-std::string asTold(const std::string& path) { return isValidUtf8(path) ? path : validUtf8(path); }
-
 }  // namespace
 
 struct BatchRun::Taken {
   std::unordered_set<std::string> paths;
   std::map<std::string, std::string> failed;  // reason by path
+  LookAlikes lookAlikes;
+  EngineAnswer lookAlikesAnswer;
 
-  bool has(const std::string& path) const { return paths.contains(asTold(path)); }
+  bool has(const std::string& path) const {
+    const LookAlikes::Word word = lookAlikes.wordOn(path);
+    return word == LookAlikes::Word::engines ? paths.contains(asTold(path))
+                                             : word == LookAlikes::Word::stored;
+  }
+  /// Absent when it did not fail.
+  const std::string* failureOf(const std::string& path) const {
+    const auto found = failed.find(asTold(path));
+    return found == failed.end() || lookAlikes.wordOn(path) == LookAlikes::Word::stored ? nullptr
+                                                                                        : &found->second;
+  }
+  bool isUnknown(const std::string& path) const {
+    return lookAlikes.wordOn(path) == LookAlikes::Word::unknown;
+  }
 };
 
-std::string BatchRun::manifestFor(const Batch& batch, std::uint32_t number, double date) const {
+std::string BatchRun::manifestFor(const Batch& batch, std::uint32_t number, double date, Taken& taken) const {
   ManifestHead head;
   const std::optional<RepositoryConfig> configuration = files_.configuration();
   head.computerNumber = configuration ? configuration->computerNumber : 0;
@@ -47,11 +59,13 @@ std::string BatchRun::manifestFor(const Batch& batch, std::uint32_t number, doub
   const std::string file = files_.folder().manifests() + "/" + std::to_string(number) + "/" + kManifestName;
   writeManifest(file, head, [&](const std::function<void(const ManifestFile&)>& write) {
     for (const BatchFile& again : batch.again) {
+      taken.lookAlikes.add(again.path);
       write({again.path, again.state, again.version, again.date});
     }
     if (batch.full) {
       store_.visitRecords("/", [&](const std::string& path, const BackupRecord& record) {
         if (!record.removed && !record.damaged) {
+          taken.lookAlikes.add(path);
           write({path, record, record.version, record.date});
         }
         return true;
@@ -89,8 +103,9 @@ BatchEnd BatchRun::run(const Batch& batch, EngineJob& job, const Progress& progr
   const std::uint32_t number = store_.takeNumber();
   std::string manifest;
   StoreRequest request;
+  Taken taken;
   try {
-    manifest = manifestFor(batch, number, date);
+    manifest = manifestFor(batch, number, date, taken);
     request.targets = targetsOf(batch);
   } catch (const std::exception& error) {
     end.answer = {Health::failed, error.what()};
@@ -99,7 +114,6 @@ BatchEnd BatchRun::run(const Batch& batch, EngineJob& job, const Progress& progr
   request.targets.push_back(manifest);
   request.tags = {"keldane", "number:" + std::to_string(number), batch.full ? "full" : "part"};
   request.parent = batch.parent;
-  Taken taken;
   StoreObserver observer;
   observer.took = [&](const std::string& path, bool) { taken.paths.insert(path); };
   observer.couldNotRead = [&](const std::string& path, const std::string& reason) {
@@ -113,6 +127,14 @@ BatchEnd BatchRun::run(const Batch& batch, EngineJob& job, const Progress& progr
   end.bytesAdded = answer.bytesAdded;
   if (answer && !answer.snapshot.empty()) {
     end.snapshot = {number, answer.snapshot, date, batch.full, {}};
+    for (const BatchFile& file : batch.files) {
+      if (!file.isLink) {
+        taken.lookAlikes.add(file.path);
+      }
+    }
+    taken.lookAlikesAnswer = taken.lookAlikes.settle(
+        engine_, answer.snapshot, [&](const std::string& name) { return taken.paths.contains(name); },
+        [&](const std::string& name) { return taken.failed.contains(name); }, job);
     settle(batch, taken, end, job);
   }
   return end;
@@ -131,17 +153,18 @@ void BatchRun::settle(const Batch& batch, Taken& taken, BatchEnd& end, EngineJob
     if (!rules_.decide(file.path, false).selected) {
       continue;  // it was excluded meanwhile, and what the snapshot has of it is not told
     }
-    const auto failed = taken.failed.find(asTold(file.path));
+    const std::string* failed = taken.failureOf(file.path);
     const bool isNamed = taken.has(file.path);
     const std::optional<struct stat> now = isNamed && !file.isLink ? std::nullopt : statusOf(file.path);
     // The engine does not name links. One that is the same before and after was there to be seen.
     const bool isStored = file.isLink ? now && fileStateOf(*now) == file.state : isNamed;
-    const bool hasFailed = failed != taken.failed.end();
-    const EngineAnswer fetched = isStored && !hasFailed && !file.isLink && damaged.contains(file.path)
+    const EngineAnswer fetched = isStored && failed == nullptr && !file.isLink && damaged.contains(file.path)
                                      ? fetchedOnce(file, end.snapshot, job)
                                      : EngineAnswer();
-    if (hasFailed) {
-      couldNotStore(file, failed->second);
+    if (!file.isLink && taken.isUnknown(file.path)) {
+      end.answer = taken.lookAlikesAnswer;  // it goes on waiting
+    } else if (failed != nullptr) {
+      couldNotStore(file, *failed);
     } else if (fetched.health == Health::damaged) {
       couldNotStore(file, "What the repository has of it is damaged, and could not be stored anew.");
     } else if (!fetched) {

@@ -53,7 +53,7 @@ class BatchRun {
 
  private:
   struct Taken;
-  std::string manifestFor(const Batch& batch, std::uint32_t number, double date) const;
+  std::string manifestFor(const Batch& batch, std::uint32_t number, double date, Taken& taken) const;
   std::vector<std::string> targetsOf(const Batch& batch) const;
   void settle(const Batch& batch, Taken& taken, BatchEnd& end, EngineJob& job);
   EngineAnswer fetchedOnce(const BatchFile& file, const SnapshotRecord& snapshot, EngineJob& job);

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 
@@ -11,9 +12,15 @@
 
 namespace keldane {
 
-/// Nanoseconds since the UNIX epoch.
+/// Nanoseconds since the UNIX epoch. A date that they do not reach, before 1677 or after 2262, is the first
+/// or the last that they do, as the engine's is.
 inline std::int64_t nanoseconds(const timespec& time) {
-  return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+  constexpr std::int64_t kBillion = 1'000'000'000;
+  using Limits = std::numeric_limits<std::int64_t>;
+  const auto seconds = std::int64_t{time.tv_sec};
+  return seconds >= Limits::max() / kBillion    ? Limits::max()
+         : seconds <= -Limits::max() / kBillion ? Limits::min()
+                                                : seconds * kBillion + time.tv_nsec;
 }
 
 /// Absent when nothing is there. A final symbolic link is not followed.

@@ -216,7 +216,12 @@ void Reconciliation::takeRules(const ManifestHead& head) {
     }
   }
   for (const auto& [key, value] : head.profile) {
-    if (!store_.value(Store::Table::profile, key)) {
+    if (store_.value(Store::Table::profile, key)) {
+      continue;
+    }
+    if (key == kIgnoredKey) {
+      rules_.setIgnored(value);
+    } else {
       store_.setValue(Store::Table::profile, key, value);
     }
   }

@@ -82,7 +82,7 @@ EngineAnswer RepositoryCare::setUpHere(EngineJob& job) {
       files_.makeKey();
     }
     RepositoryConfig configuration = newComputer();
-    configuration.location = files_.folder().localRepository();
+    configuration.location = firstLocation.empty() ? files_.folder().localRepository() : firstLocation;
     files_.setConfiguration(configuration);
   }
   return engine_.initialize(job);

@@ -41,6 +41,10 @@ class RepositoryCare final : public RepositoryKeeper {
                  RepositoryWatch& watch, const CareTimes& times = {})
       : store_(store), rules_(rules), engine_(engine), files_(files), watch_(watch), times_(times) {}
 
+  /// Where a daemon that has no repository yet makes one; empty: in its own folder. Set before the first
+  /// call.
+  std::string firstLocation;
+
   /// Called on the thread at hand when files that counted as stored no longer do.
   std::function<void()> lostFiles = [] {};
   /// The same when stored bytes turned out to be damaged, before `lostFiles`: no snapshot is a parent to go

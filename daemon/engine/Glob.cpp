@@ -6,6 +6,9 @@
 namespace keldane {
 namespace {
 
+// U+FFFD, as which a byte that is no UTF-8 is told.
+constexpr std::string_view kToldByte = "\xEF\xBF\xBD";
+
 /// Length of the UTF-8 sequence at the beginning; 0 when there is none.
 std::size_t sequenceLength(std::string_view text) {
   const auto byte = [&](std::size_t i) { return static_cast<std::uint8_t>(text[i]); };
@@ -121,7 +124,13 @@ bool matchesFolders(std::string_view pattern, std::string_view path) {
 
 std::string escapedPattern(std::string_view text) {
   std::string pattern;
-  for (const char letter : text) {
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text.substr(i).starts_with(kToldByte)) {
+      pattern.push_back('?');
+      i += kToldByte.size() - 1;
+      continue;
+    }
+    const char letter = text[i];
     if (std::string_view("*?[\\").find(letter) != std::string_view::npos) {
       pattern.push_back('\\');
     }

@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <charconv>
 #include <set>
+#include <vector>
+
+#include "platform/plist/Unicode.h"
 
 namespace keldane {
 
@@ -232,6 +235,15 @@ EngineAnswer RestorePlanner::readOwners(std::uint32_t source, const PlannedItem&
                                         RestorePlan& plan) {
   const RestoreSource& from = plan.sources[source];
   bool isAllTheirs = true;
+  // Names that are no text are told with replacement characters, so that several can be told as one. They are
+  // this user's when all that are told so are.
+  std::map<std::string, std::vector<WantedFile*>> lookAlikes;
+  std::map<std::string, bool> areTheirs;
+  for (auto& [path, file] : plan.files) {
+    if (file.source == source && !isValidUtf8(path)) {
+      lookAlikes[validUtf8(path)].push_back(&file);
+    }
+  }
   const EngineAnswer answer = engine_.list(
       from.snapshot, from.prefix + item.path,
       [&](const StoredEntry& entry) {
@@ -240,12 +252,21 @@ EngineAnswer RestorePlanner::readOwners(std::uint32_t source, const PlannedItem&
           return;  // folders on the way
         }
         isAllTheirs = isAllTheirs && entry.owner == owner;
-        const auto file = plan.files.find(entry.path.substr(from.prefix.size()));
+        const std::string path = entry.path.substr(from.prefix.size());
+        const auto file = plan.files.find(path);
+        if (lookAlikes.contains(path)) {
+          areTheirs.try_emplace(path, true).first->second &= entry.owner == owner;
+        }
         if (entry.owner == owner && file != plan.files.end() && file->second.source == source) {
           file->second.state = WantedFile::staged;
         }
       },
       job_);
+  for (const auto& [path, isTheirs] : areTheirs) {
+    for (WantedFile* file : lookAlikes[path]) {
+      file->state = isTheirs ? WantedFile::staged : file->state;
+    }
+  }
   for (PlannedItem& planned : plan.items) {
     if (planned.path == item.path && planned.base == source && !isAllTheirs) {
       planned.base.reset();

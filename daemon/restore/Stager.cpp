@@ -11,6 +11,7 @@
 #include "daemon/restore/PlaceItem.h"
 #include "daemon/restore/Placer.h"
 #include "platform/files/Path.h"
+#include "platform/plist/Unicode.h"
 
 namespace keldane {
 
@@ -214,9 +215,17 @@ void Stager::filter(const Part& part, RestorePlan& plan) {
 
 bool Stager::stays(std::uint32_t source, int folder, const std::string& name, const std::string& path,
                    const struct stat& status, RestorePlan& plan) {
-  const auto found = plan.files.find(path);
+  auto found = plan.files.find(path);
+  if (found == plan.files.end()) {
+    found = plan.files.find(validUtf8(path));
+  }
+  // A catalogue that was made anew has names that are no text as the engine tells them, with replacement
+  // characters, and those that look alike once.
+  const bool isForSeveral =
+      found != plan.files.end() && found->first.find("\xEF\xBF\xBD") != std::string::npos;
   const bool isWanted = found != plan.files.end() && found->second.source == source &&
-                        found->second.state == WantedFile::missing;
+                        (found->second.state == WantedFile::missing ||
+                         (isForSeveral && found->second.state == WantedFile::staged));
   if (options_.owner && status.st_uid != *options_.owner) {
     if (isWanted) {
       found->second.state = WantedFile::failed;
@@ -229,7 +238,7 @@ bool Stager::stays(std::uint32_t source, int folder, const std::string& name, co
       return false;
     }
     const auto size = static_cast<std::uint64_t>(status.st_size);
-    if (size != found->second.size) {
+    if (size != found->second.size && !isForSeveral) {
       found->second.state = WantedFile::failed;
       options_.problem(path + " is not restored: it has " + std::to_string(size) + " bytes, and " +
                        std::to_string(found->second.size) + " were stored.");

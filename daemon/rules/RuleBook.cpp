@@ -9,10 +9,11 @@
 
 namespace keldane {
 
-bool isAtOrBelow(std::string_view path, std::string_view folder) {
-  return folder == "/" ||
-         (path.starts_with(folder) && (path.size() == folder.size() || path[folder.size()] == '/'));
-}
+namespace {
+
+const std::string kRestoreFolder = "/" + std::string(kRestoreFolderPrefix);
+
+}  // namespace
 
 std::optional<std::string> normalizedPath(std::string_view path) {
   if (path.size() >= PATH_MAX || !path.starts_with('/') || path.find('\0') != std::string_view::npos ||
@@ -33,12 +34,17 @@ RuleBook::RuleBook(Store& store, std::string root, std::vector<std::string> poli
       root_(std::move(root)),
       policy_(std::move(policy)),
       mostRules_(mostRules),
-      rules_(store.rules()),
-      types_(store.types()) {}
+      types_(store.types()) {
+  const std::map<std::string, bool> rules = store.rules();
+  rules_ = Rules(rules.begin(), rules.end());
+  if (const std::optional<std::string> text = store.value(Store::Table::profile, kIgnoredKey)) {
+    ignored_ = IgnoreList(*text);
+  }
+}
 
 bool RuleBook::isBarred(const std::string& path) const {
   return !isAtOrBelow(path, root_) || (!repository_.empty() && isAtOrBelow(path, repository_)) ||
-         path.find("/" + std::string(kRestoreFolderPrefix)) != std::string::npos ||
+         path.find(kRestoreFolder) != std::string::npos ||
          std::any_of(policy_.begin(), policy_.end(),
                      [&](const std::string& barred) { return isAtOrBelow(path, barred); });
 }
@@ -58,10 +64,14 @@ void RuleBook::barRepository(const std::string& folder) {
 }
 
 Decision RuleBook::decide(const std::string& path, bool isDirectory) const {
-  Decision decision;
   const ScopedLock guard(mutex_);
+  return decideUnderLock(path, isDirectory);
+}
+
+Decision RuleBook::decideUnderLock(const std::string& path, bool isDirectory) const {
+  Decision decision;
   decision.barred = isBarred(path);
-  if (!isDirectory) {
+  if (!isDirectory && !types_.empty()) {
     const auto type = types_.find(fileType(path));
     decision.typeToggle = type == types_.end() ? 0 : type->second;
   }
@@ -70,31 +80,32 @@ Decision RuleBook::decide(const std::string& path, bool isDirectory) const {
   if (decision.barred) {
     return decision;
   }
-  const auto own = rules_.find(path);
-  if (own != rules_.end()) {
+  if (const auto own = rules_.find(path); own != rules_.end()) {
     decision.ownRule = own->second;
     decision.selected = own->second;
-    return decision;
-  }
-  if (decision.typeToggle == kTypeBackup || decision.typeToggle == kTypeExclude) {
-    decision.selected = decision.typeToggle == kTypeBackup;
-    return decision;
-  }
-  for (std::string above = path; above.size() > 1;) {
-    const std::size_t slash = above.rfind('/');
-    above.resize(std::max<std::size_t>(slash, 1));
-    const auto rule = rules_.find(above);
-    if (rule != rules_.end()) {
-      decision.selected = rule->second;
-      break;
+  } else {
+    bool isIgnored = ignore(path, isDirectory, decision);
+    for (std::string_view above = path; !isIgnored && above.size() > 1;) {
+      above = parentPath(above);
+      const auto rule = rules_.find(above);
+      if (rule != rules_.end()) {
+        decision.selected = rule->second;
+        break;
+      }
+      isIgnored = ignore(above, true, decision);
+    }
+    if (!isIgnored && (decision.typeToggle == kTypeBackup || decision.typeToggle == kTypeExclude)) {
+      decision.selected = decision.typeToggle == kTypeBackup;
     }
   }
+  decision.mayHold = isDirectory && (decision.selected || decision.rulesBelow ||
+                                     (decision.ignoredAt.empty() && selectsTypes()));
   return decision;
 }
 
 std::optional<Reason> RuleBook::bar(const std::string& path) const {
   if (!isAtOrBelow(path, root_)) {
-    return Reason{Reason::Kind::root, root_, false};
+    return Reason{Reason::Kind::root, root_, false, {}};
   }
   std::string barred;
   if (!repository_.empty() && isAtOrBelow(path, repository_)) {
@@ -108,7 +119,7 @@ std::optional<Reason> RuleBook::bar(const std::string& path) const {
       folder != std::string::npos && barred.empty()) {
     barred = path.substr(0, path.find('/', folder + 1));
   }
-  return barred.empty() ? std::nullopt : std::optional(Reason{Reason::Kind::policy, barred, false});
+  return barred.empty() ? std::nullopt : std::optional(Reason{Reason::Kind::policy, barred, false, {}});
 }
 
 std::vector<Reason> RuleBook::explain(const std::string& path, bool isDirectory) const {
@@ -119,13 +130,21 @@ std::vector<Reason> RuleBook::explain(const std::string& path, bool isDirectory)
   }
   const auto addRule = [&](Reason::Kind kind, const std::string& place) KELDANE_REQUIRES(mutex_) {
     if (const auto rule = rules_.find(place); rule != rules_.end()) {
-      reasons.push_back({kind, place, rule->second});
+      reasons.push_back({kind, place, rule->second, {}});
     }
   };
+  const Decision decision = decideUnderLock(path, isDirectory);
+  if (!decision.ignoring.empty()) {
+    reasons.push_back({Reason::Kind::ignored, decision.ignoredAt, false, decision.ignoring});
+  }
+  const Decision decision = decideUnderLock(path, isDirectory);
+  if (!decision.ignoring.empty()) {
+    reasons.push_back({Reason::Kind::ignored, decision.ignoredAt, false, decision.ignoring});
+  }
   addRule(Reason::Kind::own, path);
   const auto type = isDirectory ? types_.end() : types_.find(fileType(path));
   if (type != types_.end() && (type->second == kTypeBackup || type->second == kTypeExclude)) {
-    reasons.push_back({Reason::Kind::type, type->first, type->second == kTypeBackup});
+    reasons.push_back({Reason::Kind::type, type->first, type->second == kTypeBackup, {}});
   }
   for (std::string above = path; above.size() > 1;) {
     above.resize(std::max<std::size_t>(above.rfind('/'), 1));
@@ -135,6 +154,81 @@ std::vector<Reason> RuleBook::explain(const std::string& path, bool isDirectory)
     reasons.push_back({});
   }
   return reasons;
+}
+
+bool RuleBook::ignore(std::string_view path, bool isDirectory, Decision& decision) const {
+  const auto mark = marks_.find(path);
+  decision.ignoring = mark != marks_.end() && ignored_.heeds(mark->second)
+                          ? lineOf(mark->second)
+                          : ignored_.match(path, isDirectory);
+  if (!decision.ignoring.empty()) {
+    decision.ignoredAt = path;
+  }
+  return !decision.ignoring.empty();
+}
+
+bool RuleBook::selectsTypes() const {
+  return std::any_of(types_.begin(), types_.end(),
+                     [](const auto& entry) { return entry.second == kTypeBackup; });
+}
+
+std::optional<bool> RuleBook::decideFiles(const std::string& folder) const {
+  const ScopedLock guard(mutex_);
+  const std::string below = folder == "/" ? folder : folder + '/';
+  const auto isBelow = [&](const std::string& path) { return path.starts_with(below); };
+  const auto rule = firstBelow(folder);
+  const auto mark = marks_.lower_bound(below);
+  if (!types_.empty() || ignored_.isForFiles() || isBelow(repository_) ||
+      (rule != rules_.end() && isBelow(rule->first)) || (mark != marks_.end() && isBelow(mark->first)) ||
+      std::any_of(policy_.begin(), policy_.end(), isBelow) || isBelow(root_)) {
+    return std::nullopt;
+  }
+  return decideUnderLock(folder, true).selected;
+}
+
+std::string RuleBook::ignored() const {
+  const ScopedLock guard(mutex_);
+  return ignored_.text();
+}
+
+void RuleBook::setIgnored(const std::string& text) {
+  store_.setValue(Store::Table::profile, kIgnoredKey, text);
+  const ScopedLock guard(mutex_);
+  ignored_ = IgnoreList(text);
+}
+
+bool RuleBook::heeds(Mark mark) const {
+  const ScopedLock guard(mutex_);
+  return ignored_.heeds(mark);
+}
+
+bool RuleBook::setMark(const std::string& path, Mark mark) {
+  const ScopedLock guard(mutex_);
+  const auto known = marks_.find(path);
+  if (known == marks_.end() ? mark == Mark::none : mark == known->second) {
+    return false;
+  }
+  if (mark == Mark::none) {
+    marks_.erase(known);
+  } else {
+    marks_[path] = mark;
+  }
+  return true;
+}
+
+bool RuleBook::isMarked(const std::string& path, Mark mark) const {
+  const ScopedLock guard(mutex_);
+  const auto known = marks_.find(path);
+  return known != marks_.end() && known->second == mark;
+}
+
+void RuleBook::dropMarks(const std::string& path) {
+  const ScopedLock guard(mutex_);
+  marks_.erase(path);
+  const std::string below = path == "/" ? path : path + '/';
+  for (auto mark = marks_.lower_bound(below); mark != marks_.end() && mark->first.starts_with(below);) {
+    mark = marks_.erase(mark);
+  }
 }
 
 bool RuleBook::setRule(const std::string& path, bool included) {
@@ -157,6 +251,12 @@ void RuleBook::removeRule(const std::string& path) {
 }
 
 void RuleBook::setType(const std::string& type, std::uint32_t toggle) {
+  if (toggle == kTypeNone) {
+    store_.removeType(type);
+    const ScopedLock guard(mutex_);
+    types_.erase(type);
+    return;
+  }
   store_.setType(type, toggle);
   const ScopedLock guard(mutex_);
   types_[type] = toggle;
@@ -175,8 +275,7 @@ bool RuleBook::isEmpty() const {
 
 std::vector<std::string> RuleBook::places() const {
   const ScopedLock guard(mutex_);
-  if (std::any_of(types_.begin(), types_.end(),
-                  [](const auto& entry) { return entry.second == kTypeBackup; })) {
+  if (selectsTypes()) {
     return {root_};  // a type that is backed up may be anywhere
   }
   std::vector<std::string> places;
@@ -188,7 +287,7 @@ std::vector<std::string> RuleBook::places() const {
   return places;
 }
 
-std::map<std::string, bool>::const_iterator RuleBook::firstBelow(const std::string& path) const {
+RuleBook::Rules::const_iterator RuleBook::firstBelow(const std::string& path) const {
   return rules_.upper_bound(path == "/" ? path : path + '/');
 }
 

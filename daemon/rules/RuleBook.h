@@ -8,14 +8,17 @@
 #include <string_view>
 #include <vector>
 
+#include "daemon/rules/IgnoreList.h"
 #include "daemon/store/Store.h"
+#include "platform/files/Path.h"
 #include "platform/threads/Mutex.h"
 
 namespace keldane {
 
-/// What a client sets for a file type.
+/// What a client sets for a file type; the last takes its rule away.
 inline constexpr std::uint32_t kTypeBackup = 6;
 inline constexpr std::uint32_t kTypeExclude = 7;
+inline constexpr std::uint32_t kTypeNone = 0;
 
 /// The answer for one path.
 struct Decision {
@@ -24,29 +27,42 @@ struct Decision {
   std::optional<bool> ownRule;  ///< the rule on the path itself
   bool rulesBelow = false;      ///< rules on something below it
   std::uint32_t typeToggle = 0;
+  bool mayHold = false;   ///< a folder in which something may be selected
+  std::string ignoredAt;  ///< the path, itself or above, for whose sake it is left out; else empty
+  std::string ignoring;   ///< the line of the list of ignored things that says so
 };
 
 /// One of the rules that a path comes under.
 struct Reason {
   enum class Kind {
-    root,    ///< the path lies outside of the only folder that belongs to the backup, which `rule` names
-    policy,  ///< the path lies at or below what is barred; `rule` names it
-    own,     ///< a person's rule on the path itself
-    type,    ///< the rule for its type
-    folder,  ///< the rule of a folder above
-    none     ///< there is no rule
+    root,     ///< the path lies outside of the only folder that belongs to the backup, which `rule` names
+    policy,   ///< the path lies at or below what is barred; `rule` names it
+    own,      ///< a person's rule on the path itself
+    type,     ///< the rule for its type
+    folder,   ///< the rule of a folder above
+    ignored,  ///< it is, or lies in, what the list of ignored things leaves out; `rule` is that thing
+    ignored,  ///< it is, or lies in, what the list of ignored things leaves out; `rule` is that thing
+    none      ///< there is no rule
   };
   Kind kind = Kind::none;
   std::string rule;       ///< a path or a type
   bool includes = false;  ///< what the rule says
+  std::string line;       ///< of ignored: the line of the list
+  std::string line;       ///< of ignored: the line of the list
 };
+
+/// The profile value that holds the list of ignored things.
+inline constexpr const char* kIgnoredKey = "Ignored";
 
 /// The folder in which a restore prepares what it puts in its place begins with this name.
 inline constexpr std::string_view kRestoreFolderPrefix = ".keldane-restore-";
 
-/// The rules, in memory and in the store. A path's own rule decides; then, for a file, the rule for its type;
-/// then the rule of the nearest folder above. Without any a path is not in the backup. Paths outside the
-/// root, those on the policy list, the repository and unfinished restores are barred. Any thread.
+/// The rules, in memory and in the store. A path's own rule decides. Then a path is left out when it, or a
+/// folder between it and the nearest folder with a rule, is to be ignored. Then the rule for a file's type
+/// decides, then the rule of the nearest folder above. Without any a path is not in the backup. Paths outside
+/// the root, those on the policy list, the repository and unfinished restores are barred. What is found on
+/// the disk that speaks against a backup is in memory only, put there by whoever looks at the disk. Any
+/// thread.
 class RuleBook {
  public:
   static constexpr std::size_t kMostRules = 250'000;
@@ -59,11 +75,24 @@ class RuleBook {
   /// Why that is decided: every rule that a path comes under, the one that decides first, then those that it
   /// outranks, in their order. Never empty.
   std::vector<Reason> explain(const std::string& path, bool isDirectory) const;
+  /// Whether all files directly in a folder are selected, or none; absent when each has to be asked about.
+  std::optional<bool> decideFiles(const std::string& folder) const;
 
   /// False when there are as many rules as can be kept.
   bool setRule(const std::string& path, bool included);
   void removeRule(const std::string& path);
   void setType(const std::string& type, std::uint32_t toggle);
+  /// The list of what is ignored, as text.
+  std::string ignored() const;
+  void setIgnored(const std::string& text);
+  /// Whether a mark is to be looked for.
+  bool heeds(Mark mark) const;
+  /// Notes what was found at a path. Answers whether that is new.
+  bool setMark(const std::string& path, Mark mark);
+  bool isMarked(const std::string& path, Mark mark) const;
+  /// Drops what was found at a path and below it.
+  void dropMarks(const std::string& path);
+
   /// Whether there is neither a rule for a path nor for a type.
   bool isEmpty() const;
   std::uint32_t type(const std::string& type) const;
@@ -83,8 +112,11 @@ class RuleBook {
  private:
   bool isBarred(const std::string& path) const KELDANE_REQUIRES(mutex_);
   std::optional<Reason> bar(const std::string& path) const KELDANE_REQUIRES(mutex_);
-  std::map<std::string, bool>::const_iterator firstBelow(const std::string& path) const
-      KELDANE_REQUIRES(mutex_);
+  using Rules = std::map<std::string, bool, std::less<>>;
+  Decision decideUnderLock(const std::string& path, bool isDirectory) const KELDANE_REQUIRES(mutex_);
+  bool ignore(std::string_view path, bool isDirectory, Decision& decision) const KELDANE_REQUIRES(mutex_);
+  bool selectsTypes() const KELDANE_REQUIRES(mutex_);
+  Rules::const_iterator firstBelow(const std::string& path) const KELDANE_REQUIRES(mutex_);
 
   Store& store_;
   const std::string root_;
@@ -92,12 +124,11 @@ class RuleBook {
   const std::size_t mostRules_;
   mutable Mutex mutex_{{.name = "RuleBook.mutex"}};
   std::string repository_ KELDANE_GUARDED_BY(mutex_);
-  std::map<std::string, bool> rules_ KELDANE_GUARDED_BY(mutex_);
+  Rules rules_ KELDANE_GUARDED_BY(mutex_);
+  IgnoreList ignored_ KELDANE_GUARDED_BY(mutex_);
+  std::map<std::string, Mark, std::less<>> marks_ KELDANE_GUARDED_BY(mutex_);
   std::map<std::string, std::uint32_t> types_ KELDANE_GUARDED_BY(mutex_);
 };
-
-/// Whether `path` is `folder` or lies below it.
-bool isAtOrBelow(std::string_view path, std::string_view folder);
 
 /// An absolute path without "." and "..", resolved as text and not through links; absent for anything else
 /// that a client may send, a path longer than the system knows included.

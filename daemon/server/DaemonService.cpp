@@ -75,7 +75,9 @@ bool DaemonService::mayChangeSettings(const char* what) const {
 }
 
 void DaemonService::setNumber(const char* key, std::uint32_t value) {
-  if (mayChangeSettings(key)) {
+  if (daemon_->store().isFixed(Store::Table::settings, key)) {
+    systemLog("uid %u may not change %s: the administrator has fixed it", sight_.peer().uid, key);
+  } else if (mayChangeSettings(key)) {
     daemon_->setSetting(key, value);
   }
 }
@@ -122,7 +124,8 @@ std::uint32_t DaemonService::changeRule(const PropertyList& path, std::optional<
     }
     return path.isString() ? EACCES : EINVAL;
   }
-  if (daemon_->rules().decide(*asked, item->status && S_ISDIR(item->status->st_mode)).barred) {
+  // A rule from the time before it was barred can still be taken away.
+  if (included && daemon_->rules().decide(*asked, item->status && S_ISDIR(item->status->st_mode)).barred) {
     return EPERM;
   }
   // There is no end to what is not there. Something of it may be in the backup, though.
@@ -188,11 +191,12 @@ void DaemonService::setFileTypeToggle(const PropertyList& type, std::uint32_t to
   if (!type.isString() || !mayChangeSettings("a file type's rule")) {
     return;
   }
-  if (!isFileType(textOf(type)) || (toggle != kTypeBackup && toggle != kTypeExclude)) {
+  const bool isRule = toggle == kTypeBackup || toggle == kTypeExclude;
+  if (toggle != kTypeNone && (!isRule || !isFileType(textOf(type)))) {
     systemLog("No rule can be kept for the file type \"%@\": %s", textOf(type).substr(0, kLongestName),
-              toggle != kTypeBackup && toggle != kTypeExclude ? "there is no such rule"
-              : textOf(type).size() > kLongestName            ? "no file's name is that long"
-                                                              : "no file has that type");
+              !isRule                              ? "there is no such rule"
+              : textOf(type).size() > kLongestName ? "no file's name is that long"
+                                                   : "no file has that type");
     return;
   }
   const BackupWorker::Intention intention(daemon_->worker());
@@ -283,6 +287,9 @@ PropertyList DaemonService::backupColorsForFiles(const PropertyList& paths) {
 }
 
 PropertyList DaemonService::stringValueForProfileKey(const PropertyList& key) {
+  if (textOf(key) == kIgnoredKey) {
+    return daemon_->rules().ignored();
+  }
   const std::optional<std::string> value = daemon_->store().value(Store::Table::profile, textOf(key));
   return value ? PropertyList(*value) : PropertyList();
 }
@@ -290,7 +297,12 @@ PropertyList DaemonService::stringValueForProfileKey(const PropertyList& key) {
 void DaemonService::setValueForProfileKey(const PropertyList& key, const PropertyList& withString) {
   if (isShortText(key) && withString.isString() && withString.string().size() <= kLongestText &&
       mayChangeSettings("the profile")) {
-    daemon_->store().setValue(Store::Table::profile, textOf(key), textOf(withString));
+    if (textOf(key) == kIgnoredKey) {
+      daemon_->rules().setIgnored(textOf(withString));
+      daemon_->worker().reconsiderAll();
+    } else {
+      daemon_->store().setValue(Store::Table::profile, textOf(key), textOf(withString));
+    }
   }
 }
 

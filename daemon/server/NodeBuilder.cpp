@@ -229,6 +229,9 @@ PropertyList NodeBuilder::build(const Sight& sight, const Subject& subject, bool
 
 // A file that failed says why, and one that is being stored how far it has come.
 std::string NodeBuilder::stateText(Standing standing, const Subject& subject) const {
+  if (standing == Standing::missing && worker_.isNotConnected(subject.path)) {
+    return "On a disk that is not connected";
+  }
   const std::string text = factsOf(standing).state;
   if (standing == Standing::failed) {
     const std::optional<std::string> reason = store_.failure(subject.path);

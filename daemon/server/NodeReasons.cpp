@@ -21,6 +21,9 @@ std::pair<const char*, std::string> wordsFor(const Reason& reason) {
                           includes};
     case Reason::Kind::folder:
       return {"folder", "The rule of the folder " + reason.rule + includes};
+    case Reason::Kind::ignored:
+      return {"ignored", "The list of what is ignored leaves out " + reason.rule + ", by its line \"" +
+                             reason.line + "\"."};
     case Reason::Kind::none:
       break;
   }

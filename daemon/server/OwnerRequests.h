@@ -55,9 +55,14 @@ class OwnerRequests {
   /// {"most": entries} -> {"entries": [{"path", "reason", "since" (date)}], "count": of all}
   virtual PropertyList failures(const PropertyList& request) = 0;
 
-  /// {"keepDeletedDays", "quotaMB", "alertDays": new values, each only if it is to change} -> all three as
+  /// {"keepDeletedDays", "quotaMB", "alertDays", "restBelowPercent" (of the battery; 0: never),
+  /// "restOnMetered" and "restInPowerSaver" (0 or 1): new values, each only if it is to change} -> all as
   /// they are now
   virtual PropertyList settings(const PropertyList& request) = 0;
+  /// {"batteryPercent" (absent: not on battery), "metered" and "powerSaver" bool: how power and network
+  /// stand}
+  /// -> {"holdsFor" (seconds): what was told is forgotten then unless it is told again}
+  virtual PropertyList surroundings(const PropertyList& request) = 0;
 
   /// {"items" [{"path", "version" (0 or absent: the newest)}] must be there, "target": a folder, "exactPath":
   /// of a single item, "conflict": "keepBoth" (when absent), "replace" or "skip", "before" (date)} -> {"job":

@@ -7,7 +7,20 @@
 
 namespace keldane {
 
+// Where the administrator has fixed the place of the backup, no other is set up.
+std::optional<PropertyList> RepositoryRequests::refusedPlace(const PropertyList& request) const {
+  const std::optional<ConfigValue> location = daemon_->config().value("location");
+  if (!location || !location->fixed || request["location"].string() == location->text) {
+    return std::nullopt;
+  }
+  return errorAnswer(
+      "The administrator of this computer has fixed the place of the backup: " + location->text + ".");
+}
+
 PropertyList RepositoryRequests::setUpRepository(const PropertyList& request) {
+  if (const std::optional<PropertyList> refusal = refusedPlace(request)) {
+    return *refusal;
+  }
   const std::lock_guard changing(changing_);
   Call call(*this);
   try {
@@ -54,6 +67,9 @@ PropertyList RepositoryRequests::computersIn(const std::vector<Snapshot>& snapsh
 }
 
 PropertyList RepositoryRequests::recover(const PropertyList& request) {
+  if (const std::optional<PropertyList> refusal = refusedPlace(request)) {
+    return *refusal;
+  }
   const std::lock_guard changing(changing_);
   Call call(*this);
   try {

@@ -7,6 +7,8 @@
 
 #include "daemon/server/RepositoryCall.h"
 #include "daemon/server/RestoreChoices.h"
+#include "platform/plist/Unicode.h"
+#include "platform/syslog/Format.h"
 
 namespace keldane {
 
@@ -35,8 +37,27 @@ PropertyList textFrom(const std::optional<std::string>& text) {
   return text ? PropertyList(*text) : PropertyList();
 }
 
+/// A path for people: bytes that are no text, for which an answer has no place, as escapes ("\xe9").
+std::string readable(const std::string& path) {
+  std::string text;
+  for (std::size_t at = 0; at < path.size();) {
+    const std::size_t start = at;
+    bool valid = true;
+    nextCharacter(path, at, valid);
+    text += valid
+                ? path.substr(start, at - start)
+                : stringWithFormat("\\x%02x", static_cast<unsigned>(static_cast<unsigned char>(path[start])));
+  }
+  return text;
+}
+
 PropertyList pathsFrom(const std::vector<std::string>& paths) {
-  return PropertyList::array({paths.begin(), paths.end()});
+  PropertyList::Array readablePaths;
+  readablePaths.reserve(paths.size());
+  for (const std::string& path : paths) {
+    readablePaths.emplace_back(readable(path));
+  }
+  return PropertyList::array(std::move(readablePaths));
 }
 
 const char* wordFor(RestoreStatus status) {
@@ -156,7 +177,7 @@ PropertyList RepositoryRequests::find(const PropertyList& request) {
     }
     more = entries.size() >= most;
     if (!more) {
-      entries.push_back(PropertyList::dictionary({{"path", path},
+      entries.push_back(PropertyList::dictionary({{"path", readable(path)},
                                                   {"version", record.version},
                                                   {"backupDate", Date::fromUnixTime(record.date)},
                                                   {"size", record.size},
@@ -172,8 +193,9 @@ PropertyList RepositoryRequests::failures(const PropertyList& request) {
   PropertyList::Array entries;
   for (const FailureRecord& failure :
        daemon_->store().failures(asked == 0 ? kUsualFound : std::min<std::uint64_t>(asked, kMostFound))) {
-    entries.push_back(PropertyList::dictionary(
-        {{"path", failure.path}, {"reason", failure.reason}, {"since", Date::fromUnixTime(failure.since)}}));
+    entries.push_back(PropertyList::dictionary({{"path", readable(failure.path)},
+                                                {"reason", failure.reason},
+                                                {"since", Date::fromUnixTime(failure.since)}}));
   }
   return PropertyList::dictionary(
       {{"entries", PropertyList::array(std::move(entries))}, {"count", daemon_->store().failureCount()}});
@@ -183,15 +205,29 @@ PropertyList RepositoryRequests::settings(const PropertyList& request) {
   Store& store = daemon_->store();
   struct Setting {
     const char* key;
+    const char* name;  ///< the administrator's
     Store::Table table;
     const char* storedAs;
     std::uint64_t usual;
   };
+  static constexpr Surroundings::Rules kRest;
   static constexpr Setting kSettings[] = {
-      {"keepDeletedDays", Store::Table::settings, "keepDeletedDays", 90},
-      {"quotaMB", Store::Table::profile, "QuotaMB", 0},
-      {"alertDays", Store::Table::settings, "alertDays", 3},
+      {"keepDeletedDays", "keep-deleted-days", Store::Table::settings, "keepDeletedDays", 90},
+      {"quotaMB", "quota-mb", Store::Table::profile, "QuotaMB", 0},
+      {"alertDays", "alert-days", Store::Table::settings, "alertDays", 3},
+      {"restBelowPercent", "rest-below-percent", Store::Table::settings, "restBelowPercent",
+       kRest.restBelowPercent},
+      {"restOnMetered", "rest-on-metered", Store::Table::settings, "restOnMetered",
+       kRest.restOnMetered ? 1 : 0},
+      {"restInPowerSaver", "rest-in-power-saver", Store::Table::settings, "restInPowerSaver",
+       kRest.restInPowerSaver ? 1 : 0},
   };
+  for (const Setting& setting : kSettings) {
+    if (request[setting.key] && store.isFixed(setting.table, setting.storedAs)) {
+      return errorAnswer(std::string("The administrator of this computer has fixed \"") + setting.name +
+                         "\".");
+    }
+  }
   PropertyList::Entries answer;
   for (const Setting& setting : kSettings) {
     if (const PropertyList value = request[setting.key]) {
@@ -201,8 +237,19 @@ PropertyList RepositoryRequests::settings(const PropertyList& request) {
     answer.emplace_back(setting.key, kept ? kept : PropertyList(setting.usual));
   }
   daemon_->watch().tryNow();
-  daemon_->worker().wake();
+  daemon_->tellWorker();
   return PropertyList::dictionary(std::move(answer));
+}
+
+PropertyList RepositoryRequests::surroundings(const PropertyList& request) {
+  Surroundings::Report report;
+  if (const PropertyList percent = request["batteryPercent"]) {
+    report.batteryPercent = percent.unsignedIntValue();
+  }
+  report.metered = request["metered"].boolValue();
+  report.powerSaver = request["powerSaver"].boolValue();
+  daemon_->tellSurroundings(report);
+  return PropertyList::dictionary({{"holdsFor", Surroundings::kHolds}});
 }
 
 PropertyList RepositoryRequests::restore(const PropertyList& request) {

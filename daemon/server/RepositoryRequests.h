@@ -31,6 +31,7 @@ class RepositoryRequests final : public OwnerRequests {
   PropertyList find(const PropertyList& request) override;
   PropertyList failures(const PropertyList& request) override;
   PropertyList settings(const PropertyList& request) override;
+  PropertyList surroundings(const PropertyList& request) override;
   PropertyList restore(const PropertyList& request) override;
   PropertyList restoreReport(const PropertyList& request) override;
   PropertyList cancelRestore(const PropertyList& request) override;
@@ -43,6 +44,7 @@ class RepositoryRequests final : public OwnerRequests {
   class Call;
   class Trial;
 
+  std::optional<PropertyList> refusedPlace(const PropertyList& request) const;
   EngineAnswer tryKey(const std::string& key);
   void takeOver(const Trial& trial, bool isRecovery);
   PropertyList computersIn(const std::vector<Snapshot>& snapshots) const;

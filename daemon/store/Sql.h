@@ -121,6 +121,17 @@ inline FileState stateAt(SQLite::Statement& row, int column) {
           row.getColumn(column + 2).getInt64()};
 }
 
+/// Reads version, size, modified, changed, date, damaged and whether it was removed from seven columns.
+inline BackupRecord recordAt(SQLite::Statement& row, int column) {
+  BackupRecord record;
+  static_cast<FileState&>(record) = stateAt(row, column + 1);
+  record.version = row.getColumn(column).getUInt();
+  record.date = row.getColumn(column + 4).getDouble();
+  record.damaged = row.getColumn(column + 5).getInt() != 0;
+  record.removed = row.getColumn(column + 6).getInt() != 0;
+  return record;
+}
+
 /// The paths below a folder: those from `from` on, inclusive, up to `to`, exclusive. Bytes are compared, and
 /// '0' is the byte after '/'.
 struct Below {

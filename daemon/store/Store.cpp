@@ -91,6 +91,8 @@ void Store::setType(const std::string& type, std::uint32_t toggle) {
   execute("INSERT OR REPLACE INTO types VALUES(?, ?)", type, toggle);
 }
 
+void Store::removeType(const std::string& type) { execute("DELETE FROM types WHERE type = ?", type); }
+
 std::map<std::string, std::int64_t> Store::priorities() {
   const ScopedLock guard(readMutex_);
   std::map<std::string, std::int64_t> priorities;
@@ -108,15 +110,34 @@ void Store::removePriority(const std::string& path) {
   execute("DELETE FROM priorities WHERE path = ?", path);
 }
 
+void Store::administer(Table table, const std::string& key, const std::string& value, bool fixed) {
+  administered_[{table, key}] = {value, fixed};
+}
+
+bool Store::isFixed(Table table, const std::string& key) const {
+  const auto found = administered_.find({table, key});
+  return found != administered_.end() && found->second.fixed;
+}
+
 std::optional<std::string> Store::value(Table table, const std::string& key) {
+  const auto administered = administered_.find({table, key});
+  if (administered != administered_.end() && administered->second.fixed) {
+    return administered->second.value;
+  }
   const ScopedLock guard(readMutex_);
   SQLite::Statement row(reader_, table == Table::settings ? "SELECT value FROM settings WHERE key = ?"
                                                           : "SELECT value FROM profile WHERE key = ?");
   row.bind(1, key);
-  return row.executeStep() ? std::optional(row.getColumn(0).getString()) : std::nullopt;
+  if (row.executeStep()) {
+    return row.getColumn(0).getString();
+  }
+  return administered != administered_.end() ? std::optional(administered->second.value) : std::nullopt;
 }
 
 void Store::setValue(Table table, const std::string& key, const std::string& value) {
+  if (isFixed(table, key)) {
+    return;
+  }
   execute(table == Table::settings ? "INSERT OR REPLACE INTO settings VALUES(?, ?)"
                                    : "INSERT OR REPLACE INTO profile VALUES(?, ?)",
           key, value);

@@ -84,6 +84,9 @@ class Store {
   /// settings and profile; its records knew of nothing that was stored and go.
   explicit Store(const std::string& file);
 
+  /// The file, without symbolic links.
+  const std::string& path() const { return path_; }
+
   // --- Rules and settings ---
 
   /// Whether a path is included, by path.
@@ -94,6 +97,7 @@ class Store {
   /// The toggle of a file type, by type.
   std::map<std::string, std::uint32_t> types();
   void setType(const std::string& type, std::uint32_t toggle);
+  void removeType(const std::string& type);
 
   /// When a path was given priority, as a growing number, by path.
   std::map<std::string, std::int64_t> priorities();
@@ -105,6 +109,10 @@ class Store {
   std::optional<std::string> value(Table table, const std::string& key);
   void setValue(Table table, const std::string& key, const std::string& value);
   std::map<std::string, std::string> values(Table table);
+  /// From now on `value` answers this one, if nothing was set, or always, if it is fixed: then `setValue`
+  /// leaves all as it is. Not kept in the file. Before any other thread uses the store.
+  void administer(Table table, const std::string& key, const std::string& value, bool fixed);
+  bool isFixed(Table table, const std::string& key) const;
 
   /// Why rules and settings cannot be written, a sentence for people; absent while all is well. When the last
   /// change could not be written this tries a small one itself, at most every two seconds, so that it is over
@@ -125,6 +133,8 @@ class Store {
   std::vector<std::string> foldersWithRecordsIn(const std::string& folder);
   /// Whether something below a folder is stored, removed files included.
   bool hasRecordBelow(const std::string& folder);
+  /// Whether a file that was not removed is stored at or below a path.
+  bool holdsFiles(const std::string& path);
   /// Called with each record at or below a path, in the order of the paths; false ends it. No lock is held
   /// during the call, so it may use the store.
   using VisitRecord = std::function<bool(const std::string& path, const BackupRecord& record)>;
@@ -205,7 +215,12 @@ class Store {
   /// In the order of the paths.
   std::vector<FailureRecord> failures(std::size_t most = 1000);
   std::uint64_t failureCount();
+  /// Whether something failed at a folder or below it.
   bool hasFailureBelow(const std::string& folder);
+  /// The failures at or below a path, by path, with their reasons.
+  std::map<std::string, std::string> failuresBelow(const std::string& path);
+  /// Drops what failed at a path and below it.
+  void clearFailuresBelow(const std::string& path);
 
   // --- Making the catalogue anew ---
 
@@ -257,7 +272,13 @@ class Store {
   template <class OnFile, class OnFolder>
   void visitChildren(const std::string& folder, const OnFile& onFile, const OnFolder& onFolder);
 
+  struct Administered {
+    std::string value;
+    bool fixed = false;
+  };
+
   const std::string path_;
+  std::map<std::pair<Table, std::string>, Administered> administered_;  // does not change once threads use it
   Mutex mutex_{{.name = "Store.mutex"}};
   SQLite::Database database_ KELDANE_GUARDED_BY(mutex_);
   std::atomic<bool> hasTrouble_ = false;

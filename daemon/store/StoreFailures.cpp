@@ -44,8 +44,29 @@ std::uint64_t Store::failureCount() {
 bool Store::hasFailureBelow(const std::string& folder) {
   const sql::Below below(folder);
   const ScopedLock guard(readMutex_);
-  return sql::numberOf(reader_, "SELECT EXISTS(SELECT 1 FROM failures WHERE path >= ? AND path < ?)",
-                       below.from, below.to) != 0;
+  return sql::numberOf(reader_,
+                       "SELECT EXISTS(SELECT 1 FROM failures WHERE path = ?1 OR (path >= ?2 AND path < ?3))",
+                       folder, below.from, below.to) != 0;
+}
+
+std::map<std::string, std::string> Store::failuresBelow(const std::string& path) {
+  const sql::Below below(path);
+  const ScopedLock guard(readMutex_);
+  std::map<std::string, std::string> failures;
+  SQLite::Statement row(reader_,
+                        "SELECT path, reason FROM failures WHERE path = ?1 OR (path >= ?2 AND path < ?3)");
+  sql::bindAll(row, path, below.from, below.to);
+  while (row.executeStep()) {
+    failures.emplace(row.getColumn(0).getString(), row.getColumn(1).getString());
+  }
+  return failures;
+}
+
+void Store::clearFailuresBelow(const std::string& path) {
+  const sql::Below below(path);
+  const ScopedLock guard(mutex_);
+  sql::runOnce(database_, "DELETE FROM failures WHERE path = ?1 OR (path >= ?2 AND path < ?3)", path,
+               below.from, below.to);
 }
 
 }  // namespace keldane

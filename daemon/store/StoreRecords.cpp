@@ -18,15 +18,7 @@ namespace {
 // The columns of a BackupRecord; in a query, the path stands before them.
 #define KELDANE_RECORD "version, size, modified, changed, date, damaged, removed IS NOT NULL"
 
-BackupRecord recordAt(SQLite::Statement& row, int column) {
-  BackupRecord record;
-  static_cast<FileState&>(record) = sql::stateAt(row, column + 1);
-  record.version = row.getColumn(column).getUInt();
-  record.date = row.getColumn(column + 4).getDouble();
-  record.damaged = row.getColumn(column + 5).getInt() != 0;
-  record.removed = row.getColumn(column + 6).getInt() != 0;
-  return record;
-}
+using sql::recordAt;
 
 }  // namespace
 
@@ -115,6 +107,15 @@ bool Store::hasRecordBelow(const std::string& folder) {
   const ScopedLock guard(readMutex_);
   return sql::numberOf(reader_, "SELECT EXISTS(SELECT 1 FROM files WHERE path >= ? AND path < ?)", below.from,
                        below.to) != 0;
+}
+
+bool Store::holdsFiles(const std::string& path) {
+  const sql::Below below(path);
+  const ScopedLock guard(readMutex_);
+  return sql::numberOf(reader_,
+                       "SELECT EXISTS(SELECT 1 FROM files WHERE path = ? AND removed IS NULL) OR"
+                       " EXISTS(SELECT 1 FROM files WHERE path >= ? AND path < ? AND removed IS NULL)",
+                       path, below.from, below.to) != 0;
 }
 
 void Store::visitRecords(const std::string& path, const VisitRecord& visit) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/bundle/Languages.h"
+#include "platform/bundle/Variables.h"
 #include "platform/files/FileContents.h"
 #include "platform/plist/PropertyListSerialization.h"
 #include "platform/syslog/SystemLog.h"
@@ -128,7 +129,7 @@ std::shared_ptr<Bundle> Bundle::bundleForClass(const void* addressInClass) {
 }
 
 fs::path Bundle::executablePath() const {
-  const PropertyList name = objectForInfoDictionaryKey("CFBundleExecutable");
+  const PropertyList name = infoDictionary()["CFBundleExecutable"];
   const fs::path file(name.string());
   // A plain name: the module lies in the bundle and nowhere else.
   return file.empty() || file != file.filename() || file == ".." ? fs::path()
@@ -148,7 +149,14 @@ PropertyList Bundle::infoDictionary() const {
   return info_;
 }
 
-PropertyList Bundle::objectForInfoDictionaryKey(std::string_view key) const { return infoDictionary()[key]; }
+PropertyList Bundle::objectForInfoDictionaryKey(std::string_view key) const {
+  const PropertyList value = infoDictionary()[key];
+  if (!value.isString() || value.string().find("${") == std::string_view::npos) {
+    return value;
+  }
+  const std::optional<std::string> expanded = withVariables(value.string());
+  return expanded ? PropertyList(*expanded) : PropertyList();
+}
 
 PropertyList Bundle::table(const std::string& name) const {
   for (const std::string& language : preferredLanguages()) {

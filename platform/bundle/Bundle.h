@@ -36,7 +36,11 @@ class Bundle {
   const std::filesystem::path& bundlePath() const { return path_; }
   /// Path of the module that "CFBundleExecutable" names.
   std::filesystem::path executablePath() const;
+  /// As it stands in the file.
   PropertyList infoDictionary() const;
+  /// A value of the dictionary. Variables of the environment in a text, such as "${XDG_RUNTIME_DIR}", are
+  /// expanded, so that one installed bundle serves every user; absent when one is missing (see
+  /// `withVariables`).
   PropertyList objectForInfoDictionaryKey(std::string_view key) const;
   /// The text for `key` in the user's language (LC_ALL, LC_MESSAGES, LANG, then English), from the table of
   /// that name

@@ -1,5 +1,7 @@
 #include "platform/files/Path.h"
 
+#include <algorithm>
+
 namespace keldane {
 
 std::vector<std::string> pathComponents(std::string_view path) {
@@ -33,7 +35,9 @@ std::string appendPathComponent(std::string_view path, std::string_view componen
   }
   const std::size_t end = path.find_last_not_of('/');
   const std::size_t start = component.find_first_not_of('/');
-  std::string joined(path.substr(0, end == std::string_view::npos ? 0 : end + 1));
+  std::string joined;
+  joined.reserve(path.size() + component.size() + 1);
+  joined.append(path, 0, end == std::string_view::npos ? 0 : end + 1);
   if (start == std::string_view::npos) {
     return joined.empty() ? "/" : joined;
   }
@@ -46,6 +50,15 @@ std::string pathExtension(std::string_view path) {
   const std::string name = lastPathComponent(path);
   const std::size_t point = name.rfind('.');
   return point == std::string::npos || point == 0 ? std::string() : name.substr(point + 1);
+}
+
+bool isAtOrBelow(std::string_view path, std::string_view folder) {
+  return folder == "/" ||
+         (path.starts_with(folder) && (path.size() == folder.size() || path[folder.size()] == '/'));
+}
+
+std::string_view parentPath(std::string_view path) {
+  return path.substr(0, std::max<std::size_t>(path.rfind('/'), 1));
 }
 
 }  // namespace keldane

@@ -1,6 +1,7 @@
 #include "platform/files/UserFolders.h"
 
 #include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -17,6 +18,8 @@ fs::path absoluteFromEnvironment(const char* name) {
   const char* value = std::getenv(name);
   return value != nullptr && *value == '/' ? fs::path(value) : fs::path();
 }
+
+constexpr mode_t kPermissions = 07777;
 
 }  // namespace
 
@@ -52,6 +55,26 @@ std::vector<fs::path> dataFolders() {
     list.remove_prefix(std::min(end + 1, list.size()));
   }
   return folders;
+}
+
+fs::path stateFolder() {
+  const fs::path folder = absoluteFromEnvironment("XDG_STATE_HOME");
+  return folder.empty() ? homeFolder() / ".local" / "state" : folder;
+}
+
+std::optional<fs::path> runtimeFolder(const fs::path& fallbacks) {
+  struct stat status {};
+  const fs::path given = absoluteFromEnvironment("XDG_RUNTIME_DIR");
+  if (!given.empty() && lstat(given.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
+      status.st_uid == geteuid() && (status.st_mode & kPermissions) == S_IRWXU) {
+    return given;
+  }
+  const fs::path usual = fallbacks / std::to_string(geteuid());
+  if (lstat(usual.c_str(), &status) != 0) {
+    return usual;
+  }
+  const bool isOwn = S_ISDIR(status.st_mode) && status.st_uid == geteuid();
+  return isOwn && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0 ? std::optional(usual) : std::nullopt;
 }
 
 }  // namespace keldane

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <vector>
 
 namespace keldane {
@@ -11,6 +12,13 @@ namespace keldane {
 std::filesystem::path homeFolder();           ///< $HOME, else what the user database says
 std::filesystem::path configurationFolder();  ///< $XDG_CONFIG_HOME, else ~/.config
 std::vector<std::filesystem::path>
-dataFolders();  ///< $XDG_DATA_HOME or ~/.local/share, then each of $XDG_DATA_DIRS
+dataFolders();                        ///< $XDG_DATA_HOME or ~/.local/share, then each of $XDG_DATA_DIRS
+std::filesystem::path stateFolder();  ///< $XDG_STATE_HOME, else ~/.local/state
+
+/// The folder for the sockets of the effective user. $XDG_RUNTIME_DIR counts only if it is absolute and names
+/// a folder, not a link, that belongs to the effective user and has mode 0700: what another user's session
+/// left in the environment (sudo, su) is passed over. Otherwise it is `fallbacks`, by default /run/user, and
+/// the user's number, whether or not that is there. Absent when others could write to it.
+std::optional<std::filesystem::path> runtimeFolder(const std::filesystem::path& fallbacks = "/run/user");
 
 }  // namespace keldane

@@ -10,9 +10,9 @@ namespace {
 
 // The wire protocol once more, so that no row changes by accident.
 constexpr std::string_view kExpectedSelectors[] = {
-    "repository:", "setUpRepository:", "recover:",       "exportKey:",    "importKey:",
-    "verifyKey:",  "addPassphrase:",   "check:",         "find:",         "failures:",
-    "settings:",   "restore:",         "restoreReport:", "cancelRestore:"};
+    "repository:", "setUpRepository:", "recover:", "exportKey:",     "importKey:",
+    "verifyKey:",  "addPassphrase:",   "check:",   "find:",          "failures:",
+    "settings:",   "surroundings:",    "restore:", "restoreReport:", "cancelRestore:"};
 
 TEST(OwnerProtocol, IsExactlyItsFourteenMethods) {
   ASSERT_EQ(KeldaneOwnerProtocol.methods.size(), std::size(kExpectedSelectors));

@@ -22,6 +22,17 @@ TEST(Deadline, DoesNothingOnceItIsGone) {
   }
 }
 
+TEST(DeadlineDeathTest, MoreThanAClockCountsIsNotOverAtOnce) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        const Deadline deadline(1e10, "It took too long.", 7);
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        _exit(0);
+      },
+      ::testing::ExitedWithCode(0), "");
+}
+
 TEST(Deadline, NoSecondsAreNoLimit) {
   Deadline deadline(0, "", 1);
   deadline.renew();

@@ -7,6 +7,7 @@ import plistlib
 import pty
 import re
 import select
+import shutil
 import signal
 import socket
 import struct
@@ -73,8 +74,10 @@ class Terminal:
 
 
 class CtlCase(Case):
+    program = CTL
+
     def command(self, *arguments):
-        return [CTL, "--bundle", self.bundle, *arguments]
+        return [self.program, "--bundle", self.bundle, *arguments]
 
     def run_ctl(self, *arguments, **options):
         options.setdefault("stdin", subprocess.DEVNULL)
@@ -200,11 +203,23 @@ class WithTheDaemon(CtlCase):
         self.assertEqual(self.ctl("stop", "--yes"), "The daemon has stopped.\n")
         self.assertEqual(self.keldaned.process.wait(PATIENCE), 0)
 
+    def program_for_others(self):
+        """A copy of the program and its libraries where other users can run it, and what the loader must know."""
+        programs = os.path.join(self.place, "programs")
+        os.mkdir(programs)
+        listed = subprocess.run(["ldd", CTL], capture_output=True, check=True, text=True).stdout
+        for path in [CTL, *re.findall(r"=> (/\S+)", listed)]:
+            if not path.startswith(("/lib", "/usr/lib")):
+                shutil.copy(path, programs)
+        return os.path.join(programs, os.path.basename(CTL)), {"LD_LIBRARY_PATH": programs}
+
     @unittest.skipUnless(os.geteuid() == 0, "only root can be somebody else")
     def test_what_another_user_may_not_do_is_said(self):
         os.chmod(self.place, 0o755)
         os.chmod(self.socket, 0o777)
         other = {"user": NOBODY, "group": NOBODY, "extra_groups": []}
+        self.program, loader = self.program_for_others()
+        self.environment.update(loader)
         for command in (["pause", "5"], ["automatic", "off"], ["low-priority", "on"], ["recover", "on"],
                         ["profile", "set", "a", "b"], ["type", "x", "backup"]):
             self.assertIn("did not take it", self.refusal(*command, **other))
@@ -473,7 +488,7 @@ class WithoutADaemon(CtlCase):
     def test_each_command_has_help(self):
         text = self.ctl("--help")
         for command in ("status", "watch", "pause", "resume", "automatic", "low-priority", "recover", "profile", "type",
-                        "add", "remove", "asap", "stop", "ls", "tree", "select", "completion"):
+                        "add", "remove", "asap", "inherit", "stop", "ls", "tree", "select", "completion"):
             self.assertIn(command, text)
             self.assertIn("Usage: keldanectl " + command, self.ctl(command, "--help"))
         self.assertRegex(self.ctl("--version"), r"^keldanectl \d+\.\d+")

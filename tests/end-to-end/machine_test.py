@@ -290,6 +290,13 @@ class Disk(Machine):
         self.assertIsNone(own_rule(self.node(client, refused)))
         self.assertIsNone(client.ask("stringValueForProfileKey:", "k"))
         self.assertIn("The rule of " + refused + " cannot be kept: ", self.log())
+        for command in (["pause", "5"], ["profile", "set", "k", "v"], ["type", "txt", "exclude"], ["automatic", "off"],
+                        ["add", refused], ["remove", kept]):
+            result = subprocess.run([CONTROL, "--bundle", self.bundle, *command], env=self.environment, text=True,
+                                    capture_output=True, timeout=PATIENCE, check=False)
+            self.assertEqual(result.returncode, 1, command)
+            self.assertRegex(result.stderr, "erhaps (it cannot write to its store because )?the disk is full")
+            self.assertNotIn("only root", result.stderr)
         self.assertIn("The store cannot be used for setValueForProfileKey:withString:: ", self.log())
         state = client.ask("daemonState")
         self.assertIn("ules and settings", state["statusString"])

@@ -255,6 +255,13 @@ class Repository(OwnerCase):
         self.assertEqual(self.asked("settings")[-1], {"keepDeletedDays": 30, "quotaMB": 2048, "alertDays": 1})
         for part in ("30 days", "2.0 GiB", "1 day without"):
             self.assertIn(part, text)
+        self.assertNotIn("Rests", text, "an older daemon never rests")
+        values.update(restBelowPercent=30, restOnMetered=1, restInPowerSaver=0)
+        text = self.ctl("settings", "--rest-below", "0", "--rest-on-metered", "off", "--rest-in-power-saver", "on")
+        self.assertEqual(self.asked("settings")[-1], {"restBelowPercent": 0, "restOnMetered": 0, "restInPowerSaver": 1})
+        for part in ("battery below +never", "metered network +no", "power-saver mode +yes"):
+            self.assertRegex(text, part)
+        self.assertEqual(self.run_ctl("settings", "--rest-below", "101").returncode, USAGE)
         self.ctl("settings", "--quota", "0")
         self.assertEqual(self.asked("settings")[-1], {"quotaMB": 0})
         self.assertEqual(self.run_ctl("settings", "--quota", "much").returncode, USAGE)

@@ -129,9 +129,8 @@ class Shipping(unittest.TestCase):
     def unit(self):
         """The installed unit, with a program that is there and no page that is not."""
         found = [os.path.join(folder, name) for folder, _, names in os.walk(self.place) for name in names
-                 if name == "keldaned.service"]
+                 if name == "keldaned.service" and folder.endswith("/lib/systemd/user")]
         self.assertEqual(len(found), 1)
-        self.assertTrue(found[0].endswith("/lib/systemd/user/keldaned.service"))
         with open(found[0], encoding="utf-8") as stream:
             text = stream.read()
         self.assertRegex(text, r"ExecStart=/\S+/bin/keldaned --foreground")

@@ -297,7 +297,7 @@ class OfAFile(Failures):
         one.becomes(open_, BACKED_UP)
         one.becomes(closed, FAILED)
         self.assertRegex(one.status(closed), "(?i)permission denied")
-        self.assertEqual(one.state()["statusString"], "Up to date, but 1 files could not be backed up")
+        self.assertEqual(one.state()["statusString"], "Up to date, but 1 file could not be backed up")
         self.assertEqual(one.state()["health"], "ready")
         failures = one.owner("failures:")
         self.assertEqual([entry["path"] for entry in failures["entries"]], [closed])

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -13,6 +14,8 @@
 #include <thread>
 
 #include "daemon/backup/FileFacts.h"
+#include "daemon/backup/LookAlikes.h"
+#include "daemon/rules/RuleBook.h"
 #include "platform/files/Descriptor.h"
 
 namespace keldane::testing {
@@ -81,6 +84,7 @@ StoreAnswer RecordingEngine::store(const StoreRequest& request, const StoreObser
   StoreAnswer answer;
   std::uint64_t files = 0;
   std::uint64_t bytes = 0;
+  std::vector<std::string> lookAlikes;
   const auto take = [&](const std::string& path) {
     observer.progress(files, bytes, path);
     if (job.lowPriority) {
@@ -92,9 +96,12 @@ StoreAnswer RecordingEngine::store(const StoreRequest& request, const StoreObser
     }
     if (end == ReadEnd::whole) {
       ++files;
-      observer.took(path, false);
+      observer.took(asTold(path), false);
+      if (canLookLikeAnother(path)) {
+        lookAlikes.push_back(path);
+      }
     } else if (statusOf(path)) {
-      observer.couldNotRead(path, "It cannot be read.");
+      observer.couldNotRead(asTold(path), "It cannot be read.");
       answer.someUnreadable = true;
     }
     return true;
@@ -127,6 +134,9 @@ StoreAnswer RecordingEngine::store(const StoreRequest& request, const StoreObser
   }
   answer.bytesAdded = bytes;
   answer.snapshot = std::string(64 - number.size(), 'a') + number;
+  if (!lookAlikes.empty()) {
+    lookAlikes_[answer.snapshot] = std::move(lookAlikes);
+  }
   return answer;
 }
 
@@ -148,12 +158,22 @@ EngineAnswer RecordingEngine::snapshots(bool, std::vector<Snapshot>& found, Engi
   return {};
 }
 
-EngineAnswer RecordingEngine::list(const std::string&, const std::string&, const Visit&, EngineJob&) {
+EngineAnswer RecordingEngine::list(const std::string& snapshot, const std::string& path, const Visit& visit,
+                                   EngineJob&) {
+  const std::lock_guard guard(mutex_);
+  for (const std::string& stored : lookAlikes_[snapshot]) {
+    if (isAtOrBelow(stored, path)) {
+      visit({asTold(stored), EntryKind::file});
+    }
+  }
   return {};
 }
 EngineAnswer RecordingEngine::find(const std::string&, std::vector<FoundEntry>&, EngineJob&) { return {}; }
-EngineAnswer RecordingEngine::fetch(const std::string&, const std::string&, int, EngineJob&) {
-  return {Health::failed, "This engine keeps no contents."};
+EngineAnswer RecordingEngine::fetch(const std::string& snapshot, const std::string& path, int, EngineJob&) {
+  const std::lock_guard guard(mutex_);
+  return std::ranges::count(lookAlikes_[snapshot], path) > 0
+             ? EngineAnswer()
+             : EngineAnswer{Health::failed, "This engine keeps no contents."};
 }
 EngineAnswer RecordingEngine::restore(const std::string&, const std::vector<std::string>&, const std::string&,
                                       std::vector<std::string>&, EngineJob&) {

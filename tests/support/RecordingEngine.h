@@ -5,6 +5,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "daemon/engine/BackupEngine.h"
 #include "daemon/engine/RepositoryConfig.h"
@@ -12,7 +13,8 @@
 namespace keldane::testing {
 
 /// Reads each file that it is to store and says that it has it. Nothing is kept but which snapshots there
-/// were, so nothing can be had back. Any thread.
+/// were, so nothing can be had back; of files whose names can look alike it lists and fetches the names,
+/// which decide whether they count as stored. Any thread.
 class RecordingEngine : public BackupEngine {
  public:
   explicit RecordingEngine(RepositoryFiles files) : files_(std::move(files)) {}
@@ -43,6 +45,7 @@ class RecordingEngine : public BackupEngine {
  private:
   const RepositoryFiles files_;
   std::mutex mutex_;
+  std::map<std::string, std::vector<std::string>> lookAlikes_;  // by snapshot; names that can look alike
 };
 
 }  // namespace keldane::testing

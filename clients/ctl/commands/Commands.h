@@ -18,8 +18,9 @@ void addWatchCommand(CLI::App& app, Globals& globals);
 void addSettingCommands(CLI::App& app, Globals& globals);
 /// What "recover on" and "recover off" do.
 void turnRecoverMode(const Globals& globals, bool on);
-/// add, remove, asap, type.
+/// add, remove, asap, inherit.
 void addRuleCommands(CLI::App& app, Globals& globals);
+void addTypeCommand(CLI::App& app, Globals& globals);
 /// ls, tree.
 void addListCommands(CLI::App& app, Globals& globals);
 void addSelectCommand(CLI::App& app, Globals& globals);
@@ -33,6 +34,10 @@ void addRepositoryCommands(CLI::App& app, Globals& globals);
 /// key export, import, sheet, verify, passphrase.
 void addKeyCommands(CLI::App& app, Globals& globals);
 void addRecoverCommand(CLI::App& app, Globals& globals);
+/// service, log.
+void addServiceCommands(CLI::App& app, Globals& globals);
+/// config, metrics.
+void addAdministrationCommands(CLI::App& app, Globals& globals);
 void addCompletionCommand(CLI::App& app);
 
 }  // namespace keldane

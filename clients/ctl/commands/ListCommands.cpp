@@ -1,8 +1,11 @@
+#include <algorithm>
 #include <iostream>
 #include <limits>
 
 #include "cli/Json.h"
+#include "cli/NumberRange.h"
 #include "clients/core/FolderTree.h"
+#include "clients/core/Printable.h"
 #include "clients/ctl/commands/Commands.h"
 #include "clients/ctl/terminal/NodeColumns.h"
 
@@ -12,8 +15,6 @@ namespace {
 
 using Node = KeldaneFileNode;
 using Json = nlohmann::ordered_json;
-
-constexpr int kDateNeedsColumns = 90;  // a narrower terminal shows no dates, so that names find room
 
 struct ListOptions {
   std::string path = ".";
@@ -44,12 +45,14 @@ class Listing {
   Listing(const Globals& globals, const ListOptions& options) : options_(options), session_(globals) {
     session_.requireDaemon();
     style_.allFlags = options.flags;
-    style_.withDate = !terminal_.isTerminal() || terminal_.width() >= kDateNeedsColumns;
-    const std::string path = pathNamed(options.path);
+    // The last column stays free: a character there would begin the next line on some terminals.
+    style_.columns =
+        terminal_.isTerminal() ? static_cast<std::size_t>(std::max(2, terminal_.width())) - 1 : 0;
+    const std::string path = askablePath(options.path);
     top_ = Node::fileNodeForPath(path, session_.proxy().get());
     session_.checkDaemon();
     if (!top_) {
-      throw CommandFailure(kNotTaken, "The daemon knows nothing of " + path + ", or may not tell you.");
+      throw CommandFailure(kNotTaken, nothingKnownOf(path));
     }
   }
 
@@ -68,7 +71,7 @@ class Listing {
       walk(
           [&](Node& folder) {
             if (options_.recursive) {
-              std::cout << (first ? "" : "\n") << terminal_.bold(*folder.path()) << ":\n";
+              std::cout << (first ? "" : "\n") << terminal_.bold(printable(*folder.path())) << ":\n";
               first = false;
             }
           },
@@ -90,6 +93,7 @@ class Listing {
   void load(const Node::Pointer& folder) {
     session_.renewDeadline();
     loadChildren(folder, session_.proxy());
+    addNamesThatAreNoText(folder);
     session_.checkDaemon();
     folder->sortUsingDescriptors({{"fileName"}});
   }
@@ -108,13 +112,13 @@ class Listing {
         }
       }
       if (options_.recursive) {
-        std::vector<std::string> below;
+        std::vector<Node::Pointer> below;
         for (const Node::Pointer& child : foldersIn(folder)) {
-          below.push_back(*child->path());
+          below.push_back(folderAt(*child->path(), session_.proxy()));
+          below.back()->setBackupFlags(child->backupFlags());
+          below.back()->setBackupColor(child->backupColor());
         }
-        for (auto path = below.rbegin(); path != below.rend(); ++path) {
-          folders.push_back(folderAt(*path, session_.proxy()));
-        }
+        folders.insert(folders.end(), below.rbegin(), below.rend());
       }
     }
   }
@@ -219,7 +223,7 @@ void addListCommands(CLI::App& app, Globals& globals) {
   addCommonOptions(*command, options);
   command->add_option("--depth", options->depth, "How many levels")
       ->type_name("N")
-      ->check(CLI::PositiveNumber);
+      ->check(numberFrom(1, 1'000'000));
   command->callback([&globals, options] { Listing(globals, *options).tree(); });
 }
 

@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "cli/Json.h"
+#include "cli/NumberRange.h"
 #include "clients/core/HealthText.h"
 #include "clients/core/Units.h"
 #include "clients/ctl/OwnerSession.h"
@@ -142,7 +143,8 @@ void checkRepository(Globals& globals, const CheckOptions& options) {
 }
 
 struct KeepingOptions {
-  std::optional<std::uint32_t> keepDeletedDays, quotaMegabytes, alertDays;
+  std::optional<std::uint32_t> keepDeletedDays, quotaMegabytes, alertDays, restBelowPercent;
+  std::string restOnMetered, restInPowerSaver;  // "on", "off", or empty
 };
 
 std::string daysText(std::uint64_t days) { return countText(days) + (days == 1 ? " day" : " days"); }
@@ -158,6 +160,14 @@ void changeKeeping(const Globals& globals, const KeepingOptions& options, bool j
   add("keepDeletedDays", options.keepDeletedDays);
   add("quotaMB", options.quotaMegabytes);
   add("alertDays", options.alertDays);
+  add("restBelowPercent", options.restBelowPercent);
+  const auto addSwitch = [&](const char* key, const std::string& position) {
+    if (!position.empty()) {
+      request.emplace_back(key, position == "on" ? 1 : 0);
+    }
+  };
+  addSwitch("restOnMetered", options.restOnMetered);
+  addSwitch("restInPowerSaver", options.restInPowerSaver);
   const PropertyList answer = session.ask("settings:", std::move(request));
   if (json) {
     std::cout << jsonLine(jsonValue(answer)) << '\n';
@@ -170,6 +180,15 @@ void changeKeeping(const Globals& globals, const KeepingOptions& options, bool j
             << (quota == 0 ? "as much as there is" : bytesText(quota << 20)) << '\n'
             << padded("An alert comes after", kSettingLabel)
             << daysText(answer["alertDays"].unsignedLongLongValue()) << " without a good backup\n";
+  if (const PropertyList percent = answer["restBelowPercent"]) {  // older daemons never rest
+    const auto yesNo = [&](const char* key) { return answer[key].boolValue() ? "yes\n" : "no\n"; };
+    std::cout << padded("Rests on battery below", kSettingLabel)
+              << (percent.unsignedIntValue() == 0 ? "never"
+                                                  : std::to_string(percent.unsignedIntValue()) + " %")
+              << '\n'
+              << padded("Rests on a metered network", kSettingLabel) << yesNo("restOnMetered")
+              << padded("Rests in power-saver mode", kSettingLabel) << yesNo("restInPowerSaver");
+  }
 }
 
 }  // namespace
@@ -188,11 +207,12 @@ void addRepositoryCommands(CLI::App& app, Globals& globals) {
   mode->require_option(0, 1);
   command->add_option("--sample", check->sample, "Files of a drill (100)")
       ->type_name("N")
-      ->check(CLI::PositiveNumber);
+      ->check(numberFrom(1, UINT32_MAX));
   command->add_flag("--json", check->json, "Print JSON instead of text");
   command->callback([&globals, check] { checkRepository(globals, *check); });
 
-  command = app.add_subcommand("settings", "Show or change how long and how much is kept");
+  command = app.add_subcommand("settings",
+                               "Show or change how long and how much is kept, and when the backup rests");
   auto keeping = std::make_shared<KeepingOptions>();
   command->add_option("--keep-deleted", keeping->keepDeletedDays, "Keep what is deleted here for so long")
       ->type_name("DAYS");
@@ -202,6 +222,23 @@ void addRepositoryCommands(CLI::App& app, Globals& globals) {
       ->type_name("MB");
   command->add_option("--alert-after", keeping->alertDays, "Tell when there was no good backup for so long")
       ->type_name("DAYS");
+  command
+      ->add_option("--rest-below", keeping->restBelowPercent,
+                   "On battery, rest below so much of its charge; 0 for never")
+      ->type_name("PERCENT")
+      ->check(numberFrom(0, 100));
+  command
+      ->add_option(
+          "--rest-on-metered", keeping->restOnMetered,
+          "Rest on a network that is paid for by what goes over it, unless the repository is on this "
+          "computer: on or off")
+      ->type_name("STATE")
+      ->check(CLI::IsMember({"on", "off"}));
+  command
+      ->add_option("--rest-in-power-saver", keeping->restInPowerSaver,
+                   "Rest while the computer is set to save power: on or off")
+      ->type_name("STATE")
+      ->check(CLI::IsMember({"on", "off"}));
   json = addFlag(*command, "--json", "Print JSON instead of text");
   command->callback([&globals, keeping, json] { changeKeeping(globals, *keeping, !json->empty()); });
 }

@@ -2,6 +2,7 @@
 #include <iostream>
 
 #include "cli/Json.h"
+#include "cli/NumberRange.h"
 #include "clients/core/BackupProgress.h"
 #include "clients/core/DateWords.h"
 #include "clients/core/FolderTree.h"
@@ -29,14 +30,14 @@ struct RestoreOptions {
 PropertyList::Entries requestFor(const RestoreOptions& options) {
   PropertyList::Array items;
   for (const std::string& path : options.paths) {
-    items.push_back(PropertyList::dictionary({{"path", pathNamed(path)}, {"version", options.version}}));
+    items.push_back(PropertyList::dictionary({{"path", askablePath(path)}, {"version", options.version}}));
   }
   PropertyList::Entries request = {{"items", PropertyList::array(std::move(items))},
                                    {"conflict", options.replace ? "replace"
                                                 : options.skip  ? "skip"
                                                                 : "keepBoth"}};
   if (!options.target.empty()) {
-    request.emplace_back("target", pathNamed(options.target));
+    request.emplace_back("target", askablePath(options.target));
   }
   if (!options.before.empty()) {
     const std::optional<std::int64_t> time = timeNamed(options.before, std::time(nullptr));
@@ -167,7 +168,7 @@ void addRestoreCommand(CLI::App& app, Globals& globals) {
   CLI::Option* version =
       command->add_option("--version", options->version, "The state as of this version (keldanectl versions)")
           ->type_name("N")
-          ->check(CLI::PositiveNumber);
+          ->check(numberFrom(1, UINT32_MAX));
   command
       ->add_option("--before", options->before,
                    "The state as of this time: 2026-11-20, \"2026-11-20 14:00\", yesterday, \"2 days ago\"")

@@ -1,93 +1,146 @@
-#include <array>
+#include <unistd.h>
+
+#include <cerrno>
 #include <iostream>
 
 #include "Common/FileNode.h"
-#include "cli/Json.h"
 #include "clients/core/FolderTree.h"
+#include "clients/core/Printable.h"
 #include "clients/ctl/commands/Commands.h"
-#include "clients/ctl/terminal/Text.h"
+#include "platform/plist/Unicode.h"
 
 namespace keldane {
 
 namespace {
 
-/// What may be done with a path: what is sent, and by which flags of the daemon's next answer one sees that
-/// it was taken.
+using Node = KeldaneFileNode;
+
+enum class Wish { include, exclude, prefer, inherit };
+
 struct PathCommand {
   const char* name;
   const char* description;
-  bool include;
-  bool prefer;
+  Wish wish;
 };
 
 constexpr PathCommand kPathCommands[] = {
-    {"add", "Back these files and folders up", true, false},
-    {"remove", "Do not back these files and folders up", false, false},
-    {"asap", "Back these files up before all others", true, true},
+    {"add", "Back these files and folders up", Wish::include},
+    {"remove", "Do not back these files and folders up", Wish::exclude},
+    {"asap", "Back these files up before all others", Wish::prefer},
+    {"inherit", "Take back what add or remove said of these: their folder's rule is theirs again",
+     Wish::inherit},
 };
 
-bool wasTaken(const KeldaneFileNode& node, bool include) {
-  using namespace backup_flags;
-  return (node.backupFlags() & (include ? kInclude | kFolderInclude : kExclude | kNoFolder)) != 0;
+/// What the daemon's numbers for a change of a rule say.
+std::string reasonFor(std::uint32_t error) {
+  switch (error) {
+    case EPERM:
+      return "the policy keeps it out of the backup";
+    case EACCES:
+    case EINVAL:
+      return "only root, the daemon's own user and its owner may change its rule";
+    case ENOENT:
+      return "nothing is there";
+    case ENOSPC:
+      return "it keeps as many rules as it can already";
+    case EIO:
+      return "it cannot write to its store; perhaps the disk is full";
+    default:
+      return "error " + std::to_string(error);
+  }
 }
 
-void tell(BackupState& state, const PathCommand& which, const std::string& path) {
-  if (!which.include) {
-    state.removeFileFromBackup(path);
-    return;
-  }
-  state.addFileToBackup(path);
-  if (which.prefer) {
-    state.setPriorityBackup(path);
-  }
-}
+class RuleChange {
+ public:
+  RuleChange(Session& session, const std::string& path) : session_(session), path_(path) { look(); }
 
-void changeRules(Globals& globals, const PathCommand& which, const std::vector<std::string>& paths) {
-  Session session(globals);
-  session.requireDaemon();
-  for (const std::string& given : paths) {
-    const std::string path = pathNamed(given);
-    session.renewDeadline();
-    tell(session.state(), which, path);
-    const KeldaneFileNode::Pointer node = KeldaneFileNode::fileNodeForPath(path, session.proxy().get());
-    session.checkDaemon();
-    if (!node) {
-      complain("The daemon knows nothing of " + printable(path) + ", or may not tell you.");
-      globals.status = kNotTaken;
-    } else if (!wasTaken(*node, which.include)) {
-      complain("The daemon did not take " + printable(path) + ": " + printable(node->state().string()) + ".");
-      globals.status = kNotTaken;
-    } else {
-      std::cout << printable(path) << ": " << printable(node->state().string()) << '\n';
+  /// Empty when the daemon has taken it, otherwise a sentence.
+  std::string make(Wish wish) {
+    if (!isValidUtf8(path_) || (!node_ && wish != Wish::inherit)) {
+      return nothingKnownOf(path_) + (isValidUtf8(path_) ? " No rule was made." : "");
     }
+    switch (wish) {
+      case Wish::include:
+        session_.state().addFileToBackup(path_);
+        look();
+        return has(backup_flags::kInclude | backup_flags::kFolderInclude) ? "" : notTaken();
+      case Wish::exclude:
+        return changed(session_.proxy()->excludeFileFromBackup(path_));
+      case Wish::prefer:
+        return prefer();
+      case Wish::inherit:
+        return changed(session_.proxy()->unexcludeFileFromBackup(path_));
+    }
+    return {};
   }
-}
 
-constexpr std::uint32_t kTypeBackup = 6, kTypeExclude = 7;
+  std::string state() const {
+    return node_ ? printable(node_->state().string()) : "Nothing is there, and no rule is about it";
+  }
 
-const char* wordFor(std::uint32_t toggle) {
-  return toggle == kTypeBackup ? "backup" : toggle == kTypeExclude ? "exclude" : "none";
-}
+ private:
+  void look() {
+    node_ = isValidUtf8(path_) ? Node::fileNodeForPath(path_, session_.proxy().get()) : nullptr;
+    session_.checkDaemon();
+  }
 
-void changeType(const Globals& globals, const std::string& extension, const std::string& rule, bool json) {
-  const std::string type = extension.starts_with('.') ? extension : '.' + extension;
+  bool has(std::uint32_t flags) const { return node_ && (node_->backupFlags() & flags) != 0; }
+
+  bool isStored() const { return static_cast<BackupColor>(node_->backupColor()) == BackupColor::green; }
+
+  std::string prefer() {
+    if (node_->isDirectory()) {
+      return printable(path_) + " is a folder. Only a file can be put before all others.";
+    }
+    if (!has(backup_flags::kBackup)) {
+      session_.state().addFileToBackup(path_);
+    }
+    session_.state().setPriorityBackup(path_);
+    look();
+    if (!has(backup_flags::kBackup)) {
+      return notTaken();
+    }
+    return node_->backupPriority() != 0 || isStored()
+               ? ""
+               : printable(path_) + " was not put before the others: " + state() + ".";
+  }
+
+  std::string changed(std::uint32_t error) {
+    look();
+    return error == 0 ? "" : "The daemon did not take " + printable(path_) + ": " + reasonFor(error) + ".";
+  }
+
+  std::string notTaken() const {
+    const std::string what = "The daemon did not take " + printable(path_) + ": ";
+    if (!node_ || has(backup_flags::kSystem)) {
+      return what + state() + ".";
+    }
+    return what + reasonFor(session_.mayChangeAll() || node_->uid() == geteuid() ? EIO : EACCES) + ".";
+  }
+
+  Session& session_;
+  const std::string path_;
+  Node::Pointer node_;
+};
+
+void changeRules(Globals& globals, const PathCommand& which, const std::vector<std::string>& given) {
+  std::vector<std::string> paths;
+  paths.reserve(given.size());
+  for (const std::string& path : given) {
+    paths.push_back(pathNamed(path));  // before anything is done
+  }
   Session session(globals);
   session.requireDaemon();
-  BackupState& state = session.state();
-  const std::uint32_t wanted = rule == "backup" ? kTypeBackup : kTypeExclude;
-  if (rule != "show") {
-    state.setFileTypeToggle(type, wanted);
-  }
-  const std::uint32_t toggle = state.getFileTypeToggle(type);
-  session.checkDaemon();
-  if (rule != "show" && toggle != wanted) {
-    throw CommandFailure(kNotTaken,
-                         "The daemon did not take it: only root and the daemon's own user may change this.");
-  }
-  if (json) {
-    std::cout << jsonLine({{"type", type}, {"rule", wordFor(toggle)}, {"toggle", toggle}}) << '\n';
-  } else {
-    std::cout << printable(type) << ": " << wordFor(toggle) << '\n';
+  for (const std::string& path : paths) {
+    session.renewDeadline();
+    RuleChange change(session, path);
+    const std::string problem = change.make(which.wish);
+    if (problem.empty()) {
+      std::cout << printable(path) << ": " << change.state() << '\n';
+    } else {
+      complain(problem);
+      globals.status = kNotTaken;
+    }
   }
 }
 
@@ -100,17 +153,6 @@ void addRuleCommands(CLI::App& app, Globals& globals) {
     command->add_option("PATH", *paths, "Files and folders")->required();
     command->callback([&globals, &which, paths] { changeRules(globals, which, *paths); });
   }
-
-  CLI::App* command = app.add_subcommand("type", "Set or show the rule for a type of file");
-  auto extension = std::make_shared<std::string>();
-  auto rule = std::make_shared<std::string>();
-  command->add_option("EXT", *extension, "The extension, with or without its dot")->required();
-  command->add_option("RULE", *rule, "backup, exclude or show")
-      ->required()
-      ->check(CLI::IsMember({"backup", "exclude", "show"}));
-  CLI::Option* json = addFlag(*command, "--json", "Print JSON instead of text");
-  command->callback(
-      [&globals, extension, rule, json] { changeType(globals, *extension, *rule, !json->empty()); });
 }
 
 }  // namespace keldane

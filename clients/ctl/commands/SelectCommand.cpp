@@ -47,6 +47,10 @@ class Selection {
     }
     session_.requireDaemon();
     root_ = folderAt(folderAround(paths_), session_.proxy());
+    if (const Node::Pointer known = Node::fileNodeForPath(*root_->path(), session_.proxy().get())) {
+      root_->setBackupFlags(known->backupFlags());
+      root_->setBackupColor(known->backupColor());
+    }
   }
 
   void print() {
@@ -96,8 +100,7 @@ class Selection {
     if (node) {
       nodes.push_back(node);
     } else {
-      complain(isThere ? "The daemon knows nothing of " + printable(path) + ", or may not tell you."
-                       : printable(path) + " is not among what could be selected.");
+      complain(isThere ? nothingKnownOf(path) : printable(path) + " is not among what could be selected.");
       globals_.status = kNotTaken;
     }
   }

@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "cli/Json.h"
+#include "cli/NumberRange.h"
 #include "clients/core/Units.h"
 #include "clients/ctl/commands/Commands.h"
 #include "clients/ctl/terminal/Text.h"
@@ -17,8 +18,7 @@ namespace {
 void confirm(Session& session, bool taken) {
   session.checkDaemon();
   if (!taken) {
-    throw CommandFailure(kNotTaken,
-                         "The daemon did not take it: only root and the daemon's own user may change this.");
+    throw session.refusal();
   }
 }
 
@@ -126,7 +126,7 @@ void addSettingCommands(CLI::App& app, Globals& globals) {
   auto minutes = std::make_shared<std::int32_t>();
   command->add_option("MINUTES", *minutes, "For how long, from now")
       ->required()
-      ->check(CLI::Range(1, 525600));
+      ->check(numberFrom(1, 525600));
   command->callback([&globals, minutes] { pause(globals, *minutes); });
 
   command = app.add_subcommand("resume", "End the pause, or the time for looking over a recovery");

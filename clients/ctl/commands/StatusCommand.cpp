@@ -39,6 +39,7 @@ constexpr std::array kShownKeys = {"backedUpFileCount",
                                    "backupControlFlags",
                                    "health",
                                    "lastGoodBackup",
+                                   "restingBecause",
                                    "failureCount",
                                    "restReason",
                                    "storeTrouble"};
@@ -87,6 +88,9 @@ class StatusPage {
                             state_.backedupFileSizeAvailable(), state_.backedupFileSize()));
     row("Pending", amount(state_.pendingFileCountAvailable(), state_.pendingFileCount(),
                           state_.pendingFileSizeAvailable(), state_.pendingFileSize()));
+    if (const PropertyList reason = state_.daemonState()["restingBecause"]) {
+      row("Resting", terminal_.colored(Color::yellow, text(reason)));
+    }
     row("Backup needed", yesNo(state_.isBackupNeeded()));
     row("Current file", text(state_.currentBackupFile()));
     row("Restoring", state_.currentRestoreJob() == 0 ? "-"

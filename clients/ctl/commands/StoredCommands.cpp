@@ -2,6 +2,7 @@
 #include <iostream>
 
 #include "cli/Json.h"
+#include "cli/NumberRange.h"
 #include "clients/core/FolderTree.h"
 #include "clients/core/Units.h"
 #include "clients/ctl/OwnerSession.h"
@@ -22,14 +23,13 @@ std::string versionColumns(const PropertyList& version) {
 }
 
 void showVersions(const Globals& globals, const std::string& given, bool json) {
-  const std::string path = pathNamed(given);
+  const std::string path = askablePath(given);
   Session session(globals);
   session.requireDaemon();
   const PropertyList node = session.state().dictionaryForPath(path);
   session.checkDaemon();
   if (!node) {
-    throw CommandFailure(kNotTaken,
-                         "The daemon knows nothing of " + printable(path) + ", or may not tell you.");
+    throw CommandFailure(kNotTaken, nothingKnownOf(path));
   }
   const PropertyList versions = node["versions"];
   if (json) {
@@ -102,7 +102,9 @@ void addStoredCommands(CLI::App& app, Globals& globals) {
   auto pattern = std::make_shared<std::string>();
   auto most = std::make_shared<std::uint32_t>(kUsualMost);
   command->add_option("PATTERN", *pattern, "A part of the name, or a pattern with * and ?")->required();
-  command->add_option("--most", *most, "How many to show (1000)")->type_name("N")->check(CLI::PositiveNumber);
+  command->add_option("--most", *most, "How many to show (1000)")
+      ->type_name("N")
+      ->check(numberFrom(1, UINT32_MAX));
   json = addFlag(*command, "--json", "Print JSON instead of text");
   command->callback(
       [&globals, pattern, most, json] { findStored(globals, *pattern, *most, !json->empty()); });

@@ -1,6 +1,11 @@
 #include "clients/ctl/terminal/NodeColumns.h"
 
+#include <algorithm>
+#include <limits>
+#include <string_view>
+
 #include "cli/Json.h"
+#include "clients/core/FolderTree.h"
 #include "clients/core/Units.h"
 #include "clients/ctl/terminal/Text.h"
 
@@ -8,7 +13,31 @@ namespace keldane {
 
 namespace {
 
-constexpr std::size_t kStateColumns = 26, kSizeColumns = 8, kDateColumns = 16;
+constexpr std::size_t kFlagColumns = 8, kStateColumns = 26, kSizeColumns = 8, kDateColumns = 16;
+constexpr std::string_view kGap = "  ";
+constexpr std::size_t kRoomForName = 23;  // columns are left out rather than that it has less
+
+/// The columns that leave room for a name, those that tell most first.
+struct ColumnsShown {
+  explicit ColumnsShown(std::size_t columns)
+      : left_(columns == 0 ? std::numeric_limits<std::size_t>::max()
+                           : columns - std::min(columns, kRoomForName)),
+        state(fits(kStateColumns)),
+        flags(fits(kFlagColumns)),
+        size(fits(kSizeColumns)),
+        date(fits(kDateColumns)) {}
+
+ private:
+  bool fits(std::size_t columns) {
+    const bool does = columns + kGap.size() <= left_;
+    left_ -= does ? columns + kGap.size() : 0;
+    return does;
+  }
+  std::size_t left_;
+
+ public:
+  const bool state, flags, size, date;
+};
 
 Color colorOf(const KeldaneFileNode& node) {
   switch (static_cast<BackupColor>(node.backupColor())) {
@@ -29,6 +58,15 @@ Color colorOf(const KeldaneFileNode& node) {
 
 // A folder's size is what is loaded of it, so it says nothing in a listing that loads as it goes.
 std::string sizeText(KeldaneFileNode& node) { return node.isDirectory() ? "-" : bytesText(node.sizeValue()); }
+
+std::string fittedName(const KeldaneFileNode& node, const std::string& lead, const std::string& name,
+                       std::size_t columns, const Terminal& terminal) {
+  const std::string before = lastColumns(lead, columns - std::min(columns, kRoomForName / 2));
+  const std::string whole = printable(name) + (node.isDirectory() && name != "/" ? "/" : "");
+  const std::size_t room = columns - std::min(columns, columnsOf(before));
+  return before + (columnsOf(whole) <= room ? coloredName(name, node, terminal)
+                                            : terminal.colored(colorOf(node), lastColumns(whole, room)));
+}
 
 }  // namespace
 
@@ -54,23 +92,39 @@ std::string coloredName(const std::string& name, const KeldaneFileNode& node, co
 
 std::string row(KeldaneFileNode& node, const std::string& lead, const std::string& name,
                 const RowStyle& style, const Terminal& terminal) {
-  const std::string state = printable(node.state().string());
-  std::string text =
-      shortFlags(node) + "  " +
-      terminal.colored(colorOf(node), padded(lastColumns(state, kStateColumns), kStateColumns)) + "  " +
-      rightAligned(sizeText(node), kSizeColumns);
-  if (style.withDate) {
-    const std::string date = dateText(node.backupDate());
-    text += "  " + padded(date.empty() ? "-" : date, kDateColumns);
-  }
-  text += "  " + lead + coloredName(name, node, terminal);
-  return style.allFlags ? text + "  " + node.backupFlagsString() : text;
+  const ColumnsShown shown(style.columns);
+  std::string text;
+  std::size_t taken = 0;
+  const auto add = [&](bool isShown, std::size_t columns, const std::string& value) {
+    if (isShown) {
+      text += value;
+      text += kGap;
+      taken += columns + kGap.size();
+    }
+  };
+  const std::string state = lastColumns(printable(node.state().string()), kStateColumns);
+  const std::string date = hasNameThatIsNoText(node) ? "" : dateText(node.backupDate());
+  add(shown.flags, kFlagColumns, shortFlags(node));
+  add(shown.state, kStateColumns, terminal.colored(colorOf(node), padded(state, kStateColumns)));
+  add(shown.size, kSizeColumns, rightAligned(sizeText(node), kSizeColumns));
+  add(shown.date, kDateColumns, padded(date.empty() ? "-" : date, kDateColumns));
+  text += style.columns == 0 ? lead + coloredName(name, node, terminal)
+                             : fittedName(node, lead, name, style.columns - taken, terminal);
+  return style.allFlags ? text + std::string(kGap) + node.backupFlagsString() : text;
 }
 
 nlohmann::ordered_json nodeJson(KeldaneFileNode& node) {
   nlohmann::ordered_json json = jsonValue(node.dictionary());
-  json["path"] = node.path() ? nlohmann::ordered_json(*node.path()) : nlohmann::ordered_json();
+  const std::optional<std::string> path = node.path();
+  json["path"] = path ? nlohmann::ordered_json(*path) : nlohmann::ordered_json();
   json["backupFlagsText"] = node.backupFlagsString();
+  if (path && hasNameThatIsNoText(node)) {
+    json["fileName"] = json["displayName"] = printable(node.fileName().string());
+    json["path"] = printable(*path);
+    json["pathBytes"] =
+        jsonValue(PropertyList::data({reinterpret_cast<const std::uint8_t*>(path->data()), path->size()}));
+    json.erase("backupDate");
+  }
   return json;
 }
 

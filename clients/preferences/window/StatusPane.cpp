@@ -19,6 +19,14 @@ std::string files(std::uint64_t count) {
 
 std::string percent(double fraction) { return std::to_string(static_cast<int>(fraction * 100)) + " %"; }
 
+/// What the daemon would refuse is shown and not offered.
+void leaveFixed(Gtk::Widget& widget, bool isFixed) {
+  if (isFixed) {
+    widget.set_sensitive(false);
+    widget.set_tooltip_text(tr("The administrator of this computer has fixed this."));
+  }
+}
+
 }  // namespace
 
 StatusPane::StatusPane(Wishes wishes)
@@ -176,6 +184,8 @@ void StatusPane::showControls(const StatusSnapshot& snapshot) {
   for (Gtk::Widget* widget : std::initializer_list<Gtk::Widget*>{&controls_, &automatic_, &lowPriority_}) {
     widget->set_sensitive(true);
   }
+  leaveFixed(automatic_, config_.isFixed("automatic"));
+  leaveFixed(lowPriority_, config_.isFixed("low-priority"));
   if (snapshot.settingsMade != wished_) {
     return;
   }

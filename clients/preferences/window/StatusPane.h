@@ -14,6 +14,7 @@
 #include <string>
 
 #include "clients/preferences/worker/StatusSnapshot.h"
+#include "config/SystemConfig.h"
 
 namespace keldane {
 
@@ -43,6 +44,7 @@ class StatusPane : public Gtk::Box {
   void pause(std::int32_t minutes);
 
   const Wishes wishes_;
+  const SystemConfig config_ = SystemConfig::read();
   std::uint32_t wished_ = 0;  // how many settings
   bool showing_ = false;      // so that what the daemon says is not taken for the user's wish
   Gtk::Label status_, details_, file_, pausedFor_;

@@ -130,6 +130,21 @@ TEST_F(BackupWorkerTest, StoresPreferredFilesByThemselves) {
   EXPECT_TRUE(eventually([&] { return store_.totals().files == 3; }));
 }
 
+TEST_F(BackupWorkerTest, WhileItRestsPreferredFilesAloneAreStoredAndThenTheOthers) {
+  BackupWorker::Modes modes;
+  modes.restsUntil = secondsSinceBoot() + 3600;
+  worker_.setModes(modes);
+  rules_.setRule(folder_ / "files", true);
+  worker_.start();
+  ASSERT_TRUE(eventually([&] { return worker_.progress().pendingFiles == 3; }));
+  worker_.prioritize(file("b"));
+  ASSERT_TRUE(eventually([&] { return isStored("b"); }));
+  EXPECT_EQ(store_.totals().files, 1U);
+  modes.restsUntil = secondsSinceBoot() + 1;  // and nobody says anything any more
+  worker_.setModes(modes);
+  EXPECT_TRUE(eventually([&] { return store_.totals().files == 3; }));
+}
+
 TEST_F(BackupWorkerTest, AFailureOfTheRepositoryKeepsEverythingPending) {
   engine_.answerWith(unreachable);
   rules_.setRule(folder_ / "files", true);
@@ -353,6 +368,48 @@ TEST_F(BackupWorkerTest, APlaceThatIsAskedForAThousandTimesIsLookedAtOnce) {
   EXPECT_TRUE(worker_.isPendingBelow(folder_ / "files"));
   EXPECT_TRUE(worker_.isPendingBelow("/"));
   EXPECT_FALSE(worker_.isPendingBelow(folder_ / "file"));
+}
+
+TEST_F(BackupWorkerTest, WhatChangesIsStoredWithoutBeingAskedFor) {
+  rules_.setRule(folder_ / "files", true);
+  worker_.start();
+  ASSERT_TRUE(eventually([&] { return store_.totals().files == 3; }));
+  ASSERT_TRUE(waitUntilDone());
+  folder_.write("files/a", "changed");
+  folder_.write("files/new/deep/d", "new");
+  EXPECT_TRUE(eventually([&] { return store_.record(file("a"))->size == 7 && isStored("new/deep/d"); }));
+  std::filesystem::rename(file("new"), file("moved"));
+  EXPECT_TRUE(
+      eventually([&] { return isStored("moved/deep/d") && store_.record(file("new/deep/d"))->removed; }));
+  std::filesystem::remove(file("b"));
+  EXPECT_TRUE(eventually([&] { return store_.record(file("b"))->removed; }));
+}
+
+TEST_F(BackupWorkerTest, AFolderThatBecomesACacheWaitsNoLonger) {
+  pause();
+  folder_.write("files/build/d", "x");
+  rules_.setRule(folder_ / "files", true);
+  worker_.start();
+  ASSERT_TRUE(eventually([&] { return worker_.progress().pendingFiles == 4; }));
+  folder_.write("files/build/CACHEDIR.TAG", "Signature: 8a477f597d28d172789f06886806bc55");
+  EXPECT_TRUE(eventually([&] { return worker_.progress().pendingFiles == 3; }));
+  std::filesystem::remove(file("build/CACHEDIR.TAG"));
+  EXPECT_TRUE(eventually([&] { return worker_.progress().pendingFiles == 4; }));
+}
+
+TEST_F(BackupWorkerTest, WhatIsExcludedWaitsNoLongerAtOnce) {
+  pause();
+  folder_.write("files/sub/d", "x");
+  rules_.setRule(folder_ / "files", true);
+  worker_.start();
+  ASSERT_TRUE(eventually([&] { return worker_.progress().pendingFiles == 4; }));
+  rules_.setRule(file("sub"), false);
+  worker_.reconsider(file("sub"));
+  EXPECT_EQ(worker_.progress().pendingFiles, 3U);
+  rules_.setRule(file("a"), true);
+  rules_.setRule(folder_ / "files", false);
+  worker_.reconsider(folder_ / "files");
+  EXPECT_EQ(worker_.progress().pendingFiles, 1U) << "one has a rule of its own";
 }
 
 }  // namespace

@@ -1,6 +1,10 @@
 #include "daemon/backup/PendingFiles.h"
 
 #include <gtest/gtest.h>
+#include <malloc.h>
+
+#include <iostream>
+#include <limits>
 
 #include <limits>
 #include <set>
@@ -90,6 +94,122 @@ TEST(PendingFilesTest, KnowsWhetherSomethingWaitsBelowAFolder) {
   EXPECT_FALSE(pending.containsBelow("/d/x"));
   EXPECT_FALSE(pending.containsBelow("/c"));
 }
+
+TEST(PendingFilesTest, AFolderThatWasLookedAtHasWhatTheLookFound) {
+  PendingFiles pending;
+  pending.add("/d/gone", 1);
+  const std::uint32_t scan = pending.beginScan();
+  std::vector<WaitingName> files = {{"b", 2}, {"a", 1}};
+  EXPECT_TRUE(pending.setFolder("/d", files, scan));
+  EXPECT_FALSE(pending.contains("/d/gone"));
+  EXPECT_TRUE(pending.contains("/d/a"));
+  EXPECT_EQ(pending.totals().bytes, 3U);
+  EXPECT_FALSE(pending.setFolder("/d", files, pending.beginScan())) << "both waited already";
+  files.clear();
+  EXPECT_FALSE(pending.setFolder("/d", files, pending.beginScan()));
+  EXPECT_FALSE(pending.containsBelow("/d"));
+}
+
+TEST(PendingFilesTest, ALookDoesNotUndoWhatHappenedAfterItBegan) {
+  PendingFiles pending;
+  pending.add("/d/stored", 1);
+  pending.add("/d/other", 1);
+  const std::uint32_t scan = pending.beginScan();
+  pending.remove("/d/stored");
+  pending.add("/d/new", 5);
+  std::vector<WaitingName> files = {{"stored", 1}, {"x", 1}};
+  pending.setFolder("/d", files, scan);
+  EXPECT_FALSE(pending.contains("/d/stored"));
+  EXPECT_TRUE(pending.contains("/d/new"));
+  EXPECT_EQ(pending.totals().files, 2U);
+  EXPECT_EQ(pending.totals().bytes, 6U);
+}
+
+TEST(PendingFilesTest, FoldersThatAScanDidNotComeToHaveNothing) {
+  PendingFiles pending;
+  for (const char* path : {"/d/a/x", "/d/b/x", "/d!/x", "/e/x"}) {
+    pending.add(path, 1);
+  }
+  const std::uint32_t scan = pending.beginScan();
+  std::vector<WaitingName> files = {{"x", 1}};
+  pending.setFolder("/d/a", files, scan);
+  pending.endScan("/d", scan);
+  EXPECT_TRUE(pending.contains("/d/a/x"));
+  EXPECT_FALSE(pending.contains("/d/b/x"));
+  EXPECT_TRUE(pending.contains("/d!/x"));
+  EXPECT_TRUE(pending.contains("/e/x"));
+}
+
+TEST(PendingFilesTest, SizesOfAnyNumberOfBytesAddUp) {
+  PendingFiles pending;
+  constexpr std::uint64_t kHuge = std::numeric_limits<std::int64_t>::max();
+  for (const char* path : {"/a", "/b", "/c", "/d"}) {
+    pending.add(path, kHuge);
+  }
+  EXPECT_EQ(pending.totals().bytes, kHuge) << "more than can be said";
+  pending.add("/e", 7);
+  for (const char* path : {"/a", "/b", "/c", "/d"}) {
+    pending.remove(path);
+  }
+  EXPECT_EQ(pending.totals().bytes, 7U);
+}
+
+TEST(PendingFilesTest, WhatIsExcludedIsTakenOutAtOnce) {
+  PendingFiles pending;
+  for (const char* path : {"/d/keep", "/d/go", "/d/e/go", "/d.txt", "/d!/go"}) {
+    pending.add(path, 1);
+  }
+  pending.removeUnless("/d", [](const std::string& path) { return path.ends_with("keep"); });
+  EXPECT_TRUE(pending.contains("/d/keep"));
+  EXPECT_FALSE(pending.contains("/d/go"));
+  EXPECT_FALSE(pending.contains("/d/e/go"));
+  EXPECT_TRUE(pending.contains("/d.txt"));
+  EXPECT_TRUE(pending.contains("/d!/go"));
+}
+
+TEST(PendingFilesTest, RemovingMostOfALargeFolderLeavesTheRest) {
+  PendingFiles pending;
+  for (int i = 0; i < 1000; ++i) {
+    pending.add("/d/" + std::to_string(i), 1);
+  }
+  for (int i = 0; i < 1000; i += i % 10 == 8 ? 2 : 1) {
+    pending.remove("/d/" + std::to_string(i));
+  }
+  EXPECT_EQ(pending.totals().files, 100U);
+  EXPECT_TRUE(pending.contains("/d/9"));
+  EXPECT_FALSE(pending.contains("/d/8"));
+  EXPECT_TRUE(pending.add("/d/8", 1)) << "it comes again";
+  std::size_t visited = 0;
+  pending.visit([&](const PendingFiles::File&) { return ++visited > 0; });
+  EXPECT_EQ(visited, 101U);
+}
+
+// What the standard library's allocator hands out; sanitizers have one of their own.
+#if !defined(KELDANE_SANITIZED)
+TEST(PendingFilesTest, AFileTakesAtMost120BytesWhenPathsHave60) {
+  constexpr std::size_t kFolders = 5'000, kFiles = 20;
+  const auto before = mallinfo2().uordblks;
+  PendingFiles pending;
+  std::vector<std::string> names;
+  for (std::size_t file = 0; file < kFiles; ++file) {
+    names.push_back("Quarterly report " + std::to_string(100 + file) + ".odt");  // 24
+  }
+  for (std::size_t folder = 0; folder < kFolders; ++folder) {
+    const std::string path = "/home/somebody/Documents/year/" + std::to_string(10'000 + folder);  // 35
+    std::vector<WaitingName> files;
+    for (const std::string& name : names) {
+      files.push_back({name, 2048});
+    }
+    pending.setFolder(path, files, pending.beginScan());
+  }
+  EXPECT_EQ(pending.totals().files, kFolders * kFiles);
+  const auto each = (mallinfo2().uordblks - before) / (kFolders * kFiles);
+  EXPECT_GT(each, 20U) << "the measure measures";
+  EXPECT_LE(each, 120U);
+  RecordProperty("bytes", std::to_string(each));
+  std::cout << each << " bytes a file\n";
+}
+#endif
 
 }  // namespace
 }  // namespace keldane

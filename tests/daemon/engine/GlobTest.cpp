@@ -8,6 +8,8 @@ namespace {
 TEST(GlobTest, EscapesWhatMeansSomething) {
   EXPECT_EQ(escapedPattern("/a/*?[b]\\c"), "/a/\\*\\?\\[b]\\\\c");
   EXPECT_TRUE(matchesName(escapedPattern("*?[\\]^-"), "*?[\\]^-"));
+  EXPECT_TRUE(matchesName(escapedPattern("caf\xEF\xBF\xBD"), "caf\xE9")) << "as which that byte was told";
+  EXPECT_TRUE(matchesName(escapedPattern("caf\xEF\xBF\xBD"), "caf\xEF\xBF\xBD"));
 }
 
 TEST(GlobTest, MatchesNames) {

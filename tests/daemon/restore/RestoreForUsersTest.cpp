@@ -86,6 +86,17 @@ TEST_F(RestoreForUsersTest, LeavesOutWhatBelongsToOthersAndDoesNotNameIt) {
   EXPECT_THAT(report.problems, ElementsAre("What belongs to other users is left out."));
 }
 
+TEST_F(RestoreForUsersTest, RestoresNamesThatAreNoTextUnlessAnotherHasOneThatLooksAlike) {
+  writeFor(kUser, "shared/mine\xe9", "mine");
+  writeFor(kUser, "shared/both \xe9", "mine");
+  writeFor(kOther, "shared/both \xe8", "secret");
+  backUp();
+  const RestoreReport report = restore(requestOfUser({"shared"}));
+  EXPECT_THAT(contentsOf(target()), ElementsAre("shared", "shared/mine\xe9"));
+  EXPECT_EQ(readWhole(target() + "/shared/mine\xe9"), "mine");
+  EXPECT_THAT(report.problems, ElementsAre("What belongs to other users is left out."));
+}
+
 TEST_F(RestoreForUsersTest, RestoresNoVersionThatBelongedToAnother) {
   writeFor(kOther, "a.txt", "of another");
   const std::uint32_t one = backUp();

@@ -49,6 +49,15 @@ TEST_F(RuleBookTest, APathsOwnRuleComesBeforeItsTypes) {
   EXPECT_FALSE(rules_.decide("/home/elsewhere/folder.doc", true).selected) << "types are for files";
 }
 
+TEST_F(RuleBookTest, ATypesRuleCanBeTakenAwayForGood) {
+  rules_.setRule("/home/a", true);
+  rules_.setType(".tmp", kTypeExclude);
+  rules_.setType(".tmp", kTypeNone);
+  EXPECT_TRUE(selected("/home/a/x.tmp"));
+  EXPECT_EQ(rules_.type(".tmp"), kTypeNone);
+  EXPECT_TRUE(store_.types().empty());
+}
+
 TEST_F(RuleBookTest, ThePolicyCannotBeOverruled) {
   rules_.setRule("/home/cache/x", true);
   rules_.setRule("/etc/x", true);
@@ -169,6 +178,73 @@ TEST(RuleBook, KeepsSoManyRulesAndNoMore) {
 TEST(RuleBook, KnowsNoPathThatIsLongerThanTheSystems) {
   EXPECT_TRUE(normalizedPath("/" + std::string(4094, 'x')));
   EXPECT_FALSE(normalizedPath("/" + std::string(4095, 'x')));
+}
+
+TEST_F(RuleBookTest, WhatIsIgnoredSaysWhyAndARuleAtOrBelowItOutranksIt) {
+  rules_.setRule("/home/me", true);
+  rules_.setMark("/home/me/build", Mark::cacheTag);
+  EXPECT_TRUE(selected("/home/me/x"));
+  EXPECT_FALSE(selected("/home/me/build/deep/x"));
+  const Decision decision = rules_.decide("/home/me/build/deep/x", false);
+  EXPECT_EQ(decision.ignoredAt, "/home/me/build");
+  EXPECT_EQ(decision.ignoring, "@cache-tag");
+  EXPECT_FALSE(rules_.decide("/home/me/build", true).mayHold);
+  rules_.setRule("/home/me/build/deep", true);
+  EXPECT_TRUE(selected("/home/me/build/deep/x"));
+  EXPECT_FALSE(selected("/home/me/build/x"));
+  EXPECT_TRUE(rules_.decide("/home/me/build", true).mayHold) << "something below it is selected";
+  rules_.setRule("/home/me/build", true);
+  EXPECT_TRUE(selected("/home/me/build/x"));
+  EXPECT_FALSE(selected("/home/me/.cache/x"));
+  rules_.setRule("/home/me/.cache/x", true);
+  EXPECT_TRUE(selected("/home/me/.cache/x"));
+}
+
+TEST_F(RuleBookTest, ATypeDoesNotOutrankWhatIsIgnored) {
+  rules_.setRule("/home/me", true);
+  rules_.setType(".doc", kTypeBackup);
+  EXPECT_FALSE(selected("/home/me/.cache/x.doc"));
+  EXPECT_TRUE(selected("/home/you/x.doc"));
+}
+
+TEST_F(RuleBookTest, TheListOfWhatIsIgnoredIsKept) {
+  rules_.setRule("/home/me", true);
+  rules_.setMark("/home/me/a", Mark::attribute);
+  rules_.setIgnored("*.iso");
+  EXPECT_FALSE(selected("/home/me/x.iso"));
+  EXPECT_TRUE(selected("/home/me/a/x")) << "marks are not on the list";
+  EXPECT_TRUE(selected("/home/me/.cache/x"));
+  const RuleBook again(store_, "/home", {});
+  EXPECT_EQ(again.ignored(), "*.iso");
+  EXPECT_FALSE(again.decide("/home/me/x.iso", false).selected);
+}
+
+TEST_F(RuleBookTest, MarksGoWithTheirFolders) {
+  EXPECT_TRUE(rules_.setMark("/home/me/a/b", Mark::cacheTag));
+  EXPECT_FALSE(rules_.setMark("/home/me/a/b", Mark::cacheTag)) << "it is known";
+  EXPECT_TRUE(rules_.setMark("/home/me/ab", Mark::cacheTag));
+  rules_.dropMarks("/home/me/a");
+  EXPECT_FALSE(rules_.isMarked("/home/me/a/b", Mark::cacheTag));
+  EXPECT_TRUE(rules_.isMarked("/home/me/ab", Mark::cacheTag));
+  EXPECT_TRUE(rules_.setMark("/home/me/ab", Mark::none));
+  EXPECT_FALSE(rules_.setMark("/home/me/ab", Mark::none));
+}
+
+TEST_F(RuleBookTest, AllFilesOfAFolderAreDecidedAtOnceUnlessOneMayDiffer) {
+  rules_.setRule("/home/me", true);
+  EXPECT_EQ(rules_.decideFiles("/home/me/a"), true);
+  EXPECT_EQ(rules_.decideFiles("/home/you"), false);
+  EXPECT_EQ(rules_.decideFiles("/home/me/.cache/x"), false);
+  EXPECT_EQ(rules_.decideFiles("/home/cache/x"), false) << "barred";
+  EXPECT_EQ(rules_.decideFiles("/home"), std::nullopt) << "the policy bars something in it";
+  rules_.setRule("/home/me/a/x", false);
+  EXPECT_EQ(rules_.decideFiles("/home/me/a"), std::nullopt);
+  EXPECT_EQ(rules_.decideFiles("/home/me/b"), true);
+  rules_.setMark("/home/me/b/x", Mark::attribute);
+  EXPECT_EQ(rules_.decideFiles("/home/me/b"), std::nullopt);
+  EXPECT_EQ(rules_.decideFiles("/home/me/c"), true);
+  rules_.setType(".doc", kTypeExclude);
+  EXPECT_EQ(rules_.decideFiles("/home/me/c"), std::nullopt);
 }
 
 }  // namespace

@@ -112,6 +112,17 @@ TEST_F(DaemonServerTest, TypesHaveRules) {
   EXPECT_EQ((*client_)->getFileTypeToggle(".txt"), 7U) << "no such toggle";
 }
 
+TEST_F(DaemonServerTest, WhatIsIgnoredCanBeSeenAndChanged) {
+  (*client_)->addFileToBackup(docs());
+  ASSERT_TRUE(becomes(docs("a.txt"), "Backed up"));
+  EXPECT_NE((*client_)->stringValueForProfileKey("Ignored").string().find("@cache-tag"), std::string::npos);
+  (*client_)->setValueForProfileKey("Ignored", "a.*\n");
+  EXPECT_TRUE(becomes(docs("a.txt"), "Not selected for backup"));
+  EXPECT_EQ((*client_)->stringValueForProfileKey("Ignored").string(), "a.*\n");
+  (*client_)->addFileToBackup(docs("a.txt"));
+  EXPECT_TRUE(becomes(docs("a.txt"), "Backed up")) << "a person's rule outranks the list";
+}
+
 TEST_F(DaemonServerTest, TheStateHasEveryKeyAndMoves) {
   PropertyList value = (*client_)->daemonState();
   for (const char* key : {"backedUpFileCount", "backedupFileSize", "backupState", "currentBackupFile",
@@ -212,6 +223,32 @@ TEST_F(DaemonServerTest, AnswersEveryMethodOfTheTable) {
   client->endAlertHandler();
   client->terminate();
   EXPECT_TRUE(eventually([&] { return terminated_.load(); }));
+}
+
+TEST_F(DaemonServerTest, WhatLeavesTheBackupIsNotPreferredWhenItComesBack) {
+  (*client_)->setAutomaticMode(0);
+  (*client_)->setPausedMinutes(5U);
+  const auto isPreferred = [&] {
+    return ((*client_)->dictionaryForPath(docs("a.txt"))["backupFlags"].unsignedIntValue() & 15U) != 0;
+  };
+  const auto prefer = [&] {
+    (*client_)->addFileToBackup(docs("a.txt"));
+    EXPECT_FALSE(isPreferred());
+    (*client_)->setPriorityBackup(docs("a.txt"));
+    EXPECT_TRUE(isPreferred());
+  };
+  prefer();
+  EXPECT_EQ((*client_)->excludeFileFromBackup(docs("a.txt")), 0U);
+  EXPECT_FALSE(isPreferred());
+  prefer();
+  EXPECT_EQ((*client_)->unexcludeFileFromBackup(docs("a.txt")), 0U);
+  prefer();
+  (*client_)->unexcludeFileFromBackup(docs("a.txt"));
+  (*client_)->addFileToBackup(docs());
+  prefer();
+  (*client_)->unexcludeFileFromBackup(docs("a.txt"));
+  (*client_)->excludeFileFromBackup(docs());
+  prefer();
 }
 
 TEST_F(DaemonServerTest, WhatIsNoPathIsAnsweredWithNothing) {

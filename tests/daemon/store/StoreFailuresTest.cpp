@@ -23,5 +23,20 @@ TEST_F(StoreFailures, AFailureKeepsItsFirstDateAndItsLastReason) {
   EXPECT_EQ(Store(folder / "s").failureCount(), 1U);
 }
 
+TEST_F(StoreFailures, AFolderKnowsWhatFailedAtItAndBelowIt) {
+  for (const char* path : {"/d", "/d/a", "/d/e/b", "/d!"}) {
+    store.setFailure(path, "denied", 10);
+  }
+  EXPECT_EQ(store.failuresBelow("/d"),
+            (std::map<std::string, std::string>{{"/d", "denied"}, {"/d/a", "denied"}, {"/d/e/b", "denied"}}));
+  EXPECT_EQ(store.failuresBelow("/").size(), 4U);
+  store.clearFailuresBelow("/d/e");
+  EXPECT_FALSE(store.hasFailureBelow("/d/e"));
+  EXPECT_TRUE(store.hasFailureBelow("/d/a"));
+  store.clearFailuresBelow("/d");
+  EXPECT_EQ(store.failureCount(), 1U);
+  EXPECT_TRUE(store.hasFailureBelow("/d!"));
+}
+
 }  // namespace
 }  // namespace keldane

@@ -41,6 +41,26 @@ TEST(Store, KeepsEverythingAcrossALife) {
   EXPECT_EQ(store.values(Store::Table::profile), (std::map<std::string, std::string>{{"k", "profile"}}));
 }
 
+TEST(Store, AnswersWithWhatAnAdministratorWants) {
+  const TemporaryFolder folder;
+  {
+    Store store(folder / "s");
+    store.setValue(Store::Table::settings, "fixed", "own");
+    store.administer(Store::Table::settings, "fixed", "theirs", true);
+    store.administer(Store::Table::settings, "default", "theirs", false);
+    EXPECT_EQ(store.value(Store::Table::settings, "fixed"), "theirs");
+    EXPECT_EQ(store.value(Store::Table::settings, "default"), "theirs");
+    EXPECT_EQ(store.value(Store::Table::profile, "default"), std::nullopt) << "another table";
+    store.setValue(Store::Table::settings, "fixed", "another");
+    store.setValue(Store::Table::settings, "default", "own");
+    EXPECT_EQ(store.value(Store::Table::settings, "fixed"), "theirs");
+    EXPECT_EQ(store.value(Store::Table::settings, "default"), "own");
+    EXPECT_TRUE(store.isFixed(Store::Table::settings, "fixed"));
+    EXPECT_FALSE(store.isFixed(Store::Table::settings, "default"));
+  }
+  EXPECT_EQ(Store(folder / "s").value(Store::Table::settings, "fixed"), "own") << "what the user set is kept";
+}
+
 // As the first format was.
 void makeOldFile(const std::string& path) {
   SQLite::Database database(path, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);

@@ -186,5 +186,73 @@ TEST(UserFolders, FollowTheConventions) {
   EXPECT_TRUE(homeFolder().is_absolute());
 }
 
+TEST(UserFolders, HaveOneForState) {
+  setenv("HOME", "/home/somebody", 1);
+  unsetenv("XDG_STATE_HOME");
+  EXPECT_EQ(stateFolder(), "/home/somebody/.local/state");
+  setenv("XDG_STATE_HOME", "/s", 1);
+  EXPECT_EQ(stateFolder(), "/s");
+  setenv("XDG_STATE_HOME", "s", 1);
+  EXPECT_EQ(stateFolder(), "/home/somebody/.local/state");
+}
+
+/// A runtime folder as a session would make it, and the folder of those that are used without one.
+class RuntimeFolder : public ::testing::Test {
+ protected:
+  RuntimeFolder() {
+    std::filesystem::create_directory(session_);
+    setMode(session_, 0700);
+    setenv("XDG_RUNTIME_DIR", session_.c_str(), 1);
+  }
+  static void setMode(const std::string& path, mode_t mode) { ASSERT_EQ(chmod(path.c_str(), mode), 0); }
+  std::optional<std::filesystem::path> answer() const { return runtimeFolder(folder_ / "user"); }
+
+  const testing::TemporaryFolder folder_;
+  const std::string session_ = folder_ / "session";
+  const std::string fallback_ = folder_ / ("user/" + std::to_string(geteuid()));
+};
+
+TEST_F(RuntimeFolder, IsTheSessionsIfItIsTheUsersAlone) { EXPECT_EQ(answer(), session_); }
+
+TEST_F(RuntimeFolder, IsAnotherIfTheSessionsIsOpenOrMissingOrNoFolder) {
+  for (const mode_t mode : {0750U, 0701U, 0770U, 0500U, 01700U}) {
+    setMode(session_, mode);
+    EXPECT_EQ(answer(), fallback_) << mode;
+  }
+  setMode(session_, 0700);
+  std::filesystem::create_directory_symlink(session_, folder_ / "link");
+  for (const std::string& value : {std::string(), std::string("session"), folder_ / "none",
+                                   folder_.write("file", ""), folder_ / "link"}) {
+    setenv("XDG_RUNTIME_DIR", value.c_str(), 1);
+    EXPECT_EQ(answer(), fallback_) << value;
+  }
+  unsetenv("XDG_RUNTIME_DIR");
+  EXPECT_EQ(answer(), fallback_);
+}
+
+TEST_F(RuntimeFolder, IsAnotherIfTheSessionIsAnotherUsers) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root can give a folder away";
+  }
+  ASSERT_EQ(chown(session_.c_str(), 12345, 12345), 0);
+  EXPECT_EQ(answer(), fallback_);
+}
+
+TEST_F(RuntimeFolder, IsNoneIfOthersCouldWriteToIt) {
+  unsetenv("XDG_RUNTIME_DIR");
+  std::filesystem::create_directories(fallback_);
+  setMode(fallback_, 0755);
+  EXPECT_EQ(answer(), fallback_);
+  for (const mode_t mode : {0775U, 0757U, 01777U}) {
+    setMode(fallback_, mode);
+    EXPECT_EQ(answer(), std::nullopt) << mode;
+  }
+  setMode(fallback_, 0700);
+  if (geteuid() == 0) {
+    ASSERT_EQ(chown(fallback_.c_str(), 12345, 12345), 0);
+    EXPECT_EQ(answer(), std::nullopt);
+  }
+}
+
 }  // namespace
 }  // namespace keldane

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "clients/ctl/terminal/Text.h"
+
 namespace keldane {
 namespace {
 
@@ -39,18 +41,40 @@ TEST(NodeRow, HasAColumnForEachAndTheNameLast) {
   const KeldaneFileNode::Pointer node = KeldaneFileNode::create("a\nb", false);
   node->setState("Backed up");
   node->setSizeValue(2048);
-  EXPECT_EQ(row(*node, "|-- ", "a\nb", {false, true}, terminal),
+  EXPECT_EQ(row(*node, "|-- ", "a\nb", {.allFlags = false, .columns = 0}, terminal),
             "--------  Backed up                    2.0 KiB  -                 |-- a\\nb");
-  EXPECT_EQ(row(*node, "", "a\nb", {true, false}, terminal),
+  EXPECT_EQ(row(*node, "", "a\nb", {.allFlags = true, .columns = 80}, terminal),
             "--------  Backed up                    2.0 KiB  a\\nb  0x00000000 : Backup_Undefined");
+}
+
+TEST(NodeRow, LeavesColumnsOutWhereThereIsNoRoomForTheName) {
+  const Terminal terminal;
+  const KeldaneFileNode::Pointer node = KeldaneFileNode::create("name", true);
+  node->setState("Backed up");
+  const auto rowIn = [&](std::size_t columns) {
+    return row(*node, "`-- ", "name of many characters", {.allFlags = false, .columns = columns}, terminal);
+  };
+  EXPECT_EQ(rowIn(0),
+            "d-------  Backed up                          -  -                 "
+            "`-- name of many characters/");
+  EXPECT_EQ(rowIn(90),
+            "d-------  Backed up                          -  -                 `-- <of many characters/");
+  EXPECT_EQ(rowIn(62), "d-------  Backed up                   `-- <of many characters/");
+  EXPECT_EQ(rowIn(40), "d-------  `-- name of many characters/");
+  EXPECT_EQ(rowIn(20), "`-- <any characters/");
+  EXPECT_EQ(rowIn(3), "<s/");
+  EXPECT_EQ(rowIn(1), "<");
+  for (std::size_t columns = 1; columns < 120; ++columns) {
+    EXPECT_LE(columnsOf(rowIn(columns)), columns);
+  }
 }
 
 TEST(NodeRow, AFolderHasASlashAndNoSize) {
   const Terminal terminal;
   const KeldaneFileNode::Pointer node = KeldaneFileNode::create("d", true);
-  EXPECT_EQ(row(*node, "", "d", {false, false}, terminal),
+  EXPECT_EQ(row(*node, "", "d", {.allFlags = false, .columns = 80}, terminal),
             "d-------                                     -  d/");
-  EXPECT_EQ(row(*node, "", "/", {false, false}, terminal),
+  EXPECT_EQ(row(*node, "", "/", {.allFlags = false, .columns = 80}, terminal),
             "d-------                                     -  /");
 }
 

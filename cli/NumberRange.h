@@ -1,0 +1,25 @@
+// Numbers on a command line, within bounds that are told in plain digits.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <charconv>
+#include <cstdint>
+#include <string>
+
+namespace keldane {
+
+/// Takes a number from `least` to `most`, both included.
+inline CLI::Validator numberFrom(std::int64_t least, std::int64_t most) {
+  return CLI::Validator(
+      [=](const std::string& text) {
+        double number = 0;
+        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+        const bool isNumber = error == std::errc() && end == text.data() + text.size();
+        return isNumber && number >= static_cast<double>(least) && number <= static_cast<double>(most)
+                   ? std::string()
+                   : text + " is not a number from " + std::to_string(least) + " to " + std::to_string(most);
+      },
+      "");
+}
+
+}  // namespace keldane

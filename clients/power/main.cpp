@@ -1,0 +1,173 @@
+// keldane-power: tells the backup daemon how power and network stand, so that the daemon needs no D-Bus.
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <csignal>
+#include <ctime>
+#include <iostream>
+#include <optional>
+
+#include "clients/core/DaemonBundle.h"
+#include "clients/core/OwnerLink.h"
+#include "clients/power/SystemBus.h"
+
+namespace keldane {
+
+namespace {
+
+using std::chrono::steady_clock;
+
+constexpr std::chrono::seconds kUsualInterval(60);
+constexpr std::chrono::seconds kRetry(5);
+
+volatile std::sig_atomic_t isEnding = 0;
+extern "C" void endSoon(int /*number*/) { isEnding = 1; }
+
+void say(const std::string& sentence) { std::cerr << "keldane-power: " << sentence << std::endl; }
+
+/// Says a sentence when it is another than the last one; an empty one is what nobody needs to hear.
+class Complaint {
+ public:
+  void set(const std::string& sentence) {
+    if (sentence != last_ && !sentence.empty()) {
+      say(sentence);
+    }
+    last_ = sentence;
+  }
+
+ private:
+  std::string last_;
+};
+
+PropertyList requestFor(const PowerAndNetwork& state) {
+  return PropertyList::dictionary(
+      {{"batteryPercent", state.batteryPercent ? PropertyList(*state.batteryPercent) : PropertyList()},
+       {"metered", state.metered},
+       {"powerSaver", state.powerSaver}});
+}
+
+/// Tells the daemon, and for how long it believes it; absent when the daemon cannot be told.
+std::optional<std::chrono::seconds> tell(const std::string& socketPath, const PowerAndNetwork& state) {
+  OwnerLink link(socketPath);
+  if (!link.connect()) {
+    return std::nullopt;
+  }
+  const PropertyList answer = link.surroundings(requestFor(state));
+  const std::int64_t seconds = answer["holdsFor"].longLongValue();
+  return seconds > 0 ? std::optional(std::chrono::seconds(seconds)) : std::nullopt;
+}
+
+class Watcher {
+ public:
+  explicit Watcher(std::string socketPath) : socketPath_(std::move(socketPath)) {}
+
+  void run() {
+    while (isEnding == 0) {
+      const PowerAndNetwork state = look();
+      if (!told_ || state != *told_ || steady_clock::now() >= next_) {
+        report(state);
+      }
+      wait();
+    }
+    tell(socketPath_, {});  // nobody will say when it is over
+  }
+
+ private:
+  PowerAndNetwork look() {
+    try {
+      if (!bus_) {
+        bus_.emplace();
+      }
+      const PowerAndNetwork state = bus_->read();
+      busComplaint_.set("");
+      return state;
+    } catch (const NoSystemBus& gone) {
+      bus_.reset();
+      busComplaint_.set(gone.what());
+      return {};
+    }
+  }
+
+  void report(const PowerAndNetwork& state) {
+    const std::optional<std::chrono::seconds> holds = tell(socketPath_, state);
+    daemonComplaint_.set(holds ? ""
+                               : "The backup daemon cannot be told at " + socketPath_ + "; trying again.");
+    told_ = holds ? std::optional(state) : std::nullopt;
+    next_ = steady_clock::now() + (holds ? std::min(*holds / 3, kUsualInterval) : kRetry);
+  }
+
+  void wait() {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(next_ - steady_clock::now());
+    const auto time = std::max(left, std::chrono::milliseconds(10));
+    try {
+      if (bus_) {
+        bus_->waitForNews(time);
+        return;
+      }
+    } catch (const NoSystemBus& gone) {
+      bus_.reset();
+      busComplaint_.set(gone.what());
+    }
+    const auto rest =
+        std::chrono::duration_cast<std::chrono::seconds>(std::min<std::chrono::milliseconds>(time, kRetry));
+    const timespec sleep{rest.count(), 10'000'000};
+    nanosleep(&sleep, nullptr);  // a signal ends it
+  }
+
+  const std::string socketPath_;
+  std::optional<SystemBus> bus_;
+  std::optional<PowerAndNetwork> told_;  // absent: the daemon does not know
+  steady_clock::time_point next_;
+  Complaint busComplaint_, daemonComplaint_;
+};
+
+int show() {
+  const PowerAndNetwork state = SystemBus().read();
+  std::cout << "On battery        "
+            << (state.batteryPercent ? std::to_string(*state.batteryPercent) + " %" : std::string("no"))
+            << '\n'
+            << "Metered network   " << (state.metered ? "yes" : "no") << '\n'
+            << "Power-saver mode  " << (state.powerSaver ? "yes" : "no") << '\n';
+  return 0;
+}
+
+void onSignals() {
+  struct sigaction action {};
+  action.sa_handler = endSoon;  // without SA_RESTART, so that waiting ends
+  sigaction(SIGTERM, &action, nullptr);
+  sigaction(SIGINT, &action, nullptr);
+}
+
+int run(int argc, char** argv) {
+  CLI::App app(
+      "Tells the backup daemon how power and network stand: the charge of the battery, a metered network, "
+      "and\n"
+      "power-saver mode. keldanectl settings says at which of these the backup rests.",
+      "keldane-power");
+  std::string bundle;
+  app.set_version_flag("--version", "keldane-power " KELDANE_VERSION);
+  app.add_option("--bundle", bundle,
+                 "The bundle that says where the daemon is; else the first that is installed")
+      ->type_name("DIR");
+  bool showing = false;
+  app.add_flag("--show", showing, "Print how power and network stand, and end");
+  CLI11_PARSE(app, argc, argv);
+  if (showing) {
+    return show();
+  }
+  onSignals();
+  Watcher(findDaemonBundle(bundle).socketPath).run();
+  return 0;
+}
+
+}  // namespace
+
+}  // namespace keldane
+
+int main(int argc, char** argv) {
+  try {
+    return keldane::run(argc, argv);
+  } catch (const std::exception& error) {
+    keldane::say(error.what());
+    return 1;
+  }
+}

@@ -1,0 +1,63 @@
+// What lies directly in a folder, as the disk has it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "daemon/rules/IgnoreList.h"
+#include "daemon/store/Store.h"
+#include "platform/files/Descriptor.h"
+
+namespace keldane {
+
+/// Reads one folder after the other, and keeps the room for the next one. Files and links come with their
+/// state, folders with their names; sockets, pipes and devices are passed over. One thread.
+class FolderEntries {
+ public:
+  struct File {
+    std::string_view name;  ///< of this object, until the next folder is read; a zero byte comes after it
+    FileState state;
+  };
+
+  /// Reads a folder, which stays open until close(); a final symbolic link is not followed. Answers 0 or the
+  /// error's number. `cacheTag` and `attribute` say which marks are looked for.
+  int read(const std::string& folder, bool cacheTag, bool attribute);
+  /// Lets the folder go, whose file system could not be unmounted otherwise.
+  void close() { folder_ = Descriptor(); }
+
+  const std::vector<File>& files() const { return files_; }                  ///< by name
+  const std::vector<std::string_view>& folders() const { return folders_; }  ///< by name
+  /// What the folder itself says against being backed up.
+  Mark mark() const { return mark_; }
+  /// Whether a file of files() has the attribute that speaks against its backup. The folder, whose path this
+  /// is, is open.
+  bool isMarked(std::string_view name, const std::string& folder) const;
+
+ private:
+  struct Found {
+    std::size_t offset = 0;  // of the name
+    std::size_t length = 0;
+    bool isFolder = false;
+    FileState state;
+  };
+  int readEntries(bool cacheTag);
+  void sort();
+  bool hasValidTag() const;
+
+  Descriptor folder_;
+  std::string names_;
+  std::vector<Found> found_;
+  std::vector<File> files_;
+  std::vector<std::string_view> folders_;
+  Mark mark_ = Mark::none;
+};
+
+/// Whether an item has the attribute that speaks against its backup. A link has none.
+bool hasNoBackupAttribute(const std::string& path);
+
+inline constexpr std::string_view kCacheTagName = "CACHEDIR.TAG";
+
+}  // namespace keldane

@@ -1,0 +1,124 @@
+#include "daemon/watch/FolderWatches.h"
+
+#include <sys/inotify.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include "platform/files/Path.h"
+
+namespace keldane {
+
+namespace {
+
+constexpr std::uint32_t kNames =
+    IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF;
+constexpr std::uint32_t kFiles = kNames | IN_MODIFY | IN_CLOSE_WRITE | IN_ATTRIB;
+// A link is not followed: what it leads to is watched if it belongs to a place itself.
+constexpr std::uint32_t kHow = IN_ONLYDIR | IN_DONT_FOLLOW | IN_EXCL_UNLINK;
+
+}  // namespace
+
+FolderWatches::FolderWatches() : inotify_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {}
+
+FolderWatches::Outcome FolderWatches::add(const std::string& folder, Depth depth) {
+  const auto known = watches_.find(folder);
+  if (known != watches_.end()) {
+    depth = std::max(depth, known->second.depth);
+  }
+  // What is asked for is added, so that a folder that is reached by two paths tells what both want to know.
+  const std::uint32_t mask = (depth == Depth::names ? kNames : kFiles) | kHow | IN_MASK_ADD;
+  const int number = inotify_add_watch(inotify_.get(), folder.c_str(), mask);
+  const int reason = number < 0 ? errno : 0;
+  if (reason == ENOENT || reason == ENOTDIR || reason == ELOOP || reason == ENAMETOOLONG) {
+    return Outcome::notThere;
+  }
+  const auto watch = watches_.try_emplace(folder).first;
+  watch->second.depth = depth;
+  connect(watch, number);
+  // A folder that may not be read tells nothing either way, and whoever reads it says so.
+  return number >= 0 || reason == EACCES ? Outcome::watched : Outcome::noneLeft;
+}
+
+void FolderWatches::addUnwatched(const std::string& folder) {
+  const auto watch = watches_.try_emplace(folder).first;
+  watch->second.depth = Depth::whole;
+  connect(watch, -1);
+}
+
+bool FolderWatches::isWatched(const std::string& folder, Depth depth) const {
+  const auto watch = watches_.find(folder);
+  return watch != watches_.end() && watch->second.number >= 0 && watch->second.depth >= depth;
+}
+
+bool FolderWatches::isWhole(const std::string& folder) const {
+  const auto watch = watches_.find(folder);
+  return watch != watches_.end() && watch->second.depth == Depth::whole;
+}
+
+void FolderWatches::connect(Watches::iterator watch, int number) {
+  if (watch->second.number != number) {
+    disconnect(watch);
+    watch->second.number = number;
+    if (number >= 0) {
+      byNumber_.emplace(number, &watch->first);
+    }
+  }
+}
+
+// The kernel's watch ends with the last path that it stands for.
+void FolderWatches::disconnect(Watches::iterator watch) {
+  const int number = std::exchange(watch->second.number, -1);
+  const auto [first, last] = byNumber_.equal_range(number);
+  const auto own = std::find_if(first, last, [&](const auto& path) { return path.second == &watch->first; });
+  if (own != last) {
+    byNumber_.erase(own);
+    if (!byNumber_.contains(number)) {
+      inotify_rm_watch(inotify_.get(), number);
+    }
+  }
+}
+
+FolderWatches::Watches::iterator FolderWatches::erase(Watches::iterator watch) {
+  disconnect(watch);
+  return watches_.erase(watch);
+}
+
+void FolderWatches::drop(const std::string& folder) {
+  if (const auto own = watches_.find(folder); own != watches_.end()) {
+    erase(own);
+  }
+  const std::string below = folder == "/" ? folder : folder + '/';
+  for (auto watch = watches_.lower_bound(below);
+       watch != watches_.end() && watch->first.starts_with(below);) {
+    watch = erase(watch);
+  }
+}
+
+void FolderWatches::forget(int watch) {
+  for (const std::string& folder : foldersOf(watch)) {
+    erase(watches_.find(folder));
+  }
+}
+
+std::vector<std::string> FolderWatches::foldersOf(int watch) const {
+  std::vector<std::string> folders;
+  const auto [first, last] = byNumber_.equal_range(watch);
+  for (auto path = first; path != last; ++path) {
+    folders.push_back(*path->second);
+  }
+  return folders;
+}
+
+std::vector<std::string> FolderWatches::unwatchedAfter(std::string_view last, std::size_t most) const {
+  std::vector<std::string> folders;
+  for (auto watch = watches_.upper_bound(last); watch != watches_.end() && folders.size() < most; ++watch) {
+    if (watch->second.number < 0 && watch->second.depth == Depth::whole) {
+      folders.push_back(watch->first);
+    }
+  }
+  return folders;
+}
+
+}  // namespace keldane

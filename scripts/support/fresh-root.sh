@@ -1,0 +1,39 @@
+# A fresh root of a release, for a script that sources this. Root only.
+
+# make_root RELEASE FOLDER [MIRROR]
+make_root() {
+  debootstrap --variant=minbase "$1" "$2" ${3:+"$3"} >"$2.log" 2>&1 || {
+    tail -n 20 "$2.log" >&2
+    return 1
+  }
+  rm -f "$2.log"
+  mount -t proc proc "$2/proc"
+  mkdir -p "$2/dev/shm"
+  mount -t tmpfs tmpfs "$2/dev/shm"
+  # Nothing is started in it by itself.
+  printf '#!/bin/sh\nexit 101\n' >"$2/usr/sbin/policy-rc.d"
+  chmod 755 "$2/usr/sbin/policy-rc.d"
+}
+
+# in_root FOLDER COMMAND...
+in_root() {
+  local root=$1
+  shift
+  chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive "$@"
+}
+
+# remove_root FOLDER: with whatever still runs in it.
+remove_root() {
+  local process
+  for process in /proc/[0-9]*; do
+    if [[ $(readlink "$process/root" 2>/dev/null) == "$1" ]]; then
+      kill -KILL "${process#/proc/}" 2>/dev/null || true
+    fi
+  done
+  for mounted in dev/shm proc; do
+    while mountpoint -q "$1/$mounted"; do
+      umount "$1/$mounted" 2>/dev/null || sleep 0.2
+    done
+  done
+  rm -rf --one-file-system "$1"
+}
