@@ -184,8 +184,9 @@ void Daemon::tellWorker() {
   worker_.setModes(modes);
 }
 
-// Why nothing of what waits is stored now, a word for clients; empty when something is or will be.
-const char* Daemon::restReason(const BackupWorker::Progress& progress) {
+// What keeps all that waits from being stored until a person acts or a pause ends, a word for clients; empty
+// when nothing does.
+const char* Daemon::heldBy(const BackupWorker::Progress& progress) {
   if (setting("enabled") == 0) {
     return "off";
   }
@@ -200,15 +201,15 @@ const char* Daemon::restReason(const BackupWorker::Progress& progress) {
   return isAutomatic || isMore ? "" : "manual";
 }
 
-std::string Daemon::statusFor(const std::string& rest, const BackupWorker::Progress& progress,
+std::string Daemon::statusFor(const std::string& held, const BackupWorker::Progress& progress,
                               std::uint64_t failures) {
   if (const std::optional<std::string> trouble = store_.trouble()) {
     return *trouble;
   }
-  if (rest == "off") {
+  if (held == "off") {
     return "Backup is switched off";
   }
-  if (rest == "paused") {
+  if (held == "paused") {
     return "Paused";
   }
   if (care_.snapshotsToRead() > 0) {
@@ -218,13 +219,13 @@ std::string Daemon::statusFor(const std::string& rest, const BackupWorker::Progr
   if (const EngineAnswer standing = watch_.standing(); !standing) {
     return standing.detail.empty() ? "The repository cannot be used" : standing.detail;
   }
-  if (rest == "recovering") {
+  if (held == "recovering") {
     return "Recovered: nothing is backed up or forgotten until you resume";
   }
   if (const std::optional<std::string> complaint = age_.complaint(timeOfDay())) {
     return *complaint;
   }
-  if (rest == "manual") {
+  if (held == "manual") {
     return "Automatic backup is off: " + filesText(progress.pendingFiles) +
            (progress.pendingFiles == 1 ? " waits" : " wait");
   }
@@ -244,12 +245,12 @@ PropertyList Daemon::state(const Sight& sight) {
   const bool isNeeded = progress.pendingFiles > 0 || progress.placesToScan > 0;
   const Store::Totals totals = store_.totals();
   const std::uint64_t failures = store_.failureCount();
-  const std::string rest = restReason(progress);
+  const std::string held = heldBy(progress);
   const std::uint64_t quota = care_.quotaBytes();
   const bool overQuota = setting("overQuotaTest") != 0 || (quota > 0 && care_.repositorySize() > quota);
-  const std::uint32_t number = rest == "off"              ? kOff
-                               : rest == "paused"         ? kPaused
-                               : isNeeded && rest.empty() ? kBackingUp
+  const std::uint32_t number = held == "off"              ? kOff
+                               : held == "paused"         ? kPaused
+                               : isNeeded && held.empty() ? kBackingUp
                                                           : kIdle;
   const std::string restored = restores_.currentFile();
   const auto seen = [&sight](const std::string& path) {
@@ -271,7 +272,7 @@ PropertyList Daemon::state(const Sight& sight) {
       {"pendingFileSize", progress.pendingBytes},
       {"recoverMode", setting("recoverMode") != 0},
       {"serviceState", setting("serviceState")},
-      {"statusString", statusFor(rest, progress, failures)},
+      {"statusString", statusFor(held, progress, failures)},
       {"isQuotaLimited", quota > 0},
       {"isOverQuota", overQuota},
       {"quotaMB", quota >> 20},
@@ -280,7 +281,7 @@ PropertyList Daemon::state(const Sight& sight) {
       {"repositorySize", care_.repositorySize()},
       {"failureCount", failures},
       {"lastGoodBackup", lastGood ? PropertyList(Date::fromUnixTime(*lastGood)) : PropertyList()},
-      {"restReason", rest},
+      {"heldBy", held},
       {"storeTrouble", store_.trouble().value_or("")},
   });
 }

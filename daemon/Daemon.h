@@ -89,8 +89,8 @@ class Daemon {
   void raiseAlert(const std::string& kind, const std::string& sentence) const;
   void goOnWithPause();
   void tellWorker();
-  const char* restReason(const BackupWorker::Progress& progress);
-  std::string statusFor(const std::string& rest, const BackupWorker::Progress& progress,
+  const char* heldBy(const BackupWorker::Progress& progress);
+  std::string statusFor(const std::string& held, const BackupWorker::Progress& progress,
                         std::uint64_t failures);
 
   const bool verbose_;

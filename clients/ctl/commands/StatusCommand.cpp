@@ -40,7 +40,7 @@ constexpr std::array kShownKeys = {"backedUpFileCount",
                                    "health",
                                    "lastGoodBackup",
                                    "failureCount",
-                                   "restReason",
+                                   "heldBy",
                                    "storeTrouble"};
 
 const char* yesNo(bool value) { return value ? "yes" : "no"; }
