@@ -255,8 +255,9 @@ std::string Daemon::restingBecause() {
   return surroundings_.holds(now) ? surroundings_.reason(restRules(), isRemote_, now) : "";
 }
 
-// Why nothing of what waits is stored now, a word for clients; empty when something is or will be.
-const char* Daemon::restReason(const BackupWorker::Progress& progress) {
+// What keeps all that waits from being stored until a person acts or a pause ends, a word for clients; empty
+// when nothing does.
+const char* Daemon::heldBy(const BackupWorker::Progress& progress) {
   if (setting("enabled") == 0) {
     return "off";
   }
@@ -266,21 +267,23 @@ const char* Daemon::restReason(const BackupWorker::Progress& progress) {
   if (care_.isRecovering()) {
     return "recovering";
   }
-  if (progress.hasPreferred || progress.placesToScan > 0 || progress.pendingFiles == 0) {
-    return "";
-  }
-  return setting("automaticMode") == 0 ? "manual" : restingBecause().empty() ? "" : "surroundings";
+  return setting("automaticMode") == 0 && isAtRest(progress) ? "manual" : "";
 }
 
-std::string Daemon::statusFor(const std::string& rest, const BackupWorker::Progress& progress,
+// Whether what waits is stored later, if power and network let the backup rest.
+bool Daemon::isAtRest(const BackupWorker::Progress& progress) {
+  return !progress.hasPreferred && progress.placesToScan == 0 && progress.pendingFiles > 0;
+}
+
+std::string Daemon::statusFor(const std::string& held, const BackupWorker::Progress& progress,
                               std::uint64_t failures) {
   if (const std::optional<std::string> trouble = store_.trouble()) {
     return *trouble;
   }
-  if (rest == "off") {
+  if (held == "off") {
     return "Backup is switched off";
   }
-  if (rest == "paused") {
+  if (held == "paused") {
     return "Paused";
   }
   if (care_.snapshotsToRead() > 0) {
@@ -290,18 +293,18 @@ std::string Daemon::statusFor(const std::string& rest, const BackupWorker::Progr
   if (const EngineAnswer standing = watch_.standing(); !standing) {
     return standing.detail.empty() ? "The repository cannot be used" : standing.detail;
   }
-  if (rest == "recovering") {
+  if (held == "recovering") {
     return "Recovered: nothing is backed up or forgotten until you resume";
   }
   if (const std::optional<std::string> complaint = age_.complaint(timeOfDay())) {
     return *complaint;
   }
-  if (rest == "manual") {
+  if (held == "manual") {
     return "Automatic backup is off: " + filesText(progress.pendingFiles) +
            (progress.pendingFiles == 1 ? " waits" : " wait");
   }
-  if (rest == "surroundings") {
-    return "Resting: " + restingBecause() + "; " + filesText(progress.pendingFiles) + " to go";
+  if (const std::string because = restingBecause(); !because.empty() && isAtRest(progress)) {
+    return "Resting: " + because + "; " + filesText(progress.pendingFiles) + " to go";
   }
   if (progress.placesToScan > 0) {
     return progress.pendingFiles == 0
@@ -319,20 +322,21 @@ PropertyList Daemon::state(const Sight& sight) {
   const bool isNeeded = progress.pendingFiles > 0 || progress.placesToScan > 0;
   const Store::Totals totals = store_.totals();
   const std::uint64_t failures = store_.failureCount();
-  const std::string rest = restReason(progress);
+  const std::string held = heldBy(progress);
+  const std::string because = restingBecause();
+  const bool isWorking = isNeeded && held.empty() && (because.empty() || !isAtRest(progress));
   const std::uint64_t quota = care_.quotaBytes();
   const bool overQuota = setting("overQuotaTest") != 0 || (quota > 0 && care_.repositorySize() > quota);
-  const std::uint32_t number = rest == "off"              ? kOff
-                               : rest == "paused"         ? kPaused
-                               : isNeeded && rest.empty() ? kBackingUp
-                                                          : kIdle;
+  const std::uint32_t number = held == "off"      ? kOff
+                               : held == "paused" ? kPaused
+                               : isWorking        ? kBackingUp
+                                                  : kIdle;
   const std::string restored = restores_.currentFile();
   const auto seen = [&sight](const std::string& path) {
     return !path.empty() && sight.sees(path) ? path : std::string();
   };
   const EngineAnswer standing = watch_.standing();
   const std::optional<double> lastGood = age_.lastGood();
-  const std::string because = restingBecause();
   return PropertyList::dictionary({
       {"backedUpFileCount", totals.files},
       {"backedupFileSize", totals.bytes},
@@ -347,7 +351,7 @@ PropertyList Daemon::state(const Sight& sight) {
       {"pendingFileSize", progress.pendingBytes},
       {"recoverMode", setting("recoverMode") != 0},
       {"serviceState", setting("serviceState")},
-      {"statusString", statusFor(rest, progress, failures)},
+      {"statusString", statusFor(held, progress, failures)},
       {"isQuotaLimited", quota > 0},
       {"isOverQuota", overQuota},
       {"quotaMB", quota >> 20},
@@ -357,7 +361,7 @@ PropertyList Daemon::state(const Sight& sight) {
       {"failureCount", failures},
       {"lastGoodBackup", lastGood ? PropertyList(Date::fromUnixTime(*lastGood)) : PropertyList()},
       {"restingBecause", because.empty() ? PropertyList() : PropertyList(because)},
-      {"restReason", rest},
+      {"heldBy", held},
       {"storeTrouble", store_.trouble().value_or("")},
   });
 }

@@ -100,8 +100,9 @@ class Daemon {
   void takeConfiguration();
   void goOnWithPause();
   Surroundings::Rules restRules();
-  const char* restReason(const BackupWorker::Progress& progress);
-  std::string statusFor(const std::string& rest, const BackupWorker::Progress& progress,
+  static bool isAtRest(const BackupWorker::Progress& progress);
+  const char* heldBy(const BackupWorker::Progress& progress);
+  std::string statusFor(const std::string& held, const BackupWorker::Progress& progress,
                         std::uint64_t failures);
 
   const bool verbose_;

@@ -41,7 +41,7 @@ constexpr std::array kShownKeys = {"backedUpFileCount",
                                    "lastGoodBackup",
                                    "restingBecause",
                                    "failureCount",
-                                   "restReason",
+                                   "heldBy",
                                    "storeTrouble"};
 
 const char* yesNo(bool value) { return value ? "yes" : "no"; }

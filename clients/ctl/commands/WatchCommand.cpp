@@ -130,16 +130,16 @@ class Watcher {
       }
     }
     const bool isAllDone = !state_.isBackupNeeded() && state_.pendingFileCount() == 0;
-    if (options_.untilDone && state_.daemonState() && (isAllDone || restsForGood())) {
+    if (options_.untilDone && state_.daemonState() && (isAllDone || isHeldForGood())) {
       done_ = true;
       RunLoop::current().stop();
     }
   }
 
   // A pause ends by itself; the others end when somebody sees to it.
-  bool restsForGood() const {
-    const std::string_view rest = state_.daemonState()["restReason"].string();
-    return rest == "off" || rest == "recovering" || rest == "manual";
+  bool isHeldForGood() const {
+    const PropertyList held = state_.daemonState()["heldBy"];
+    return held.string() == "off" || held.string() == "recovering" || held.string() == "manual";
   }
 
   // What has failed is listed to those who may ask for it.
@@ -215,7 +215,7 @@ class Watcher {
 
   void draw() {
     FittedLine fitted(terminal_);
-    if (state_.pendingFileCount() == 0 || restsForGood()) {
+    if (state_.pendingFileCount() == 0 || isHeldForGood()) {
       fitted.add(lastColumns(statusText(), fitted.columnsLeft()));
     } else {
       fitted.addBar(progress_.fraction());

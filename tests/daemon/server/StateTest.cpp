@@ -82,25 +82,25 @@ TEST_F(StateTest, SaysThatFilesWaitBecauseAutomaticBackupIsOff) {
   const PropertyList state = daemonState();
   EXPECT_EQ(state["backupState"].intValue(), 0) << "nothing is being backed up";
   EXPECT_TRUE(state["isBackupNeeded"].boolValue());
-  EXPECT_EQ(state["restReason"].string(), "manual");
+  EXPECT_EQ(state["heldBy"].string(), "manual");
   (*client_)->setPriorityBackup(docs("a.txt"));
   EXPECT_TRUE(becomesState("Automatic backup is off: 1 file waits"));
   EXPECT_EQ(this->state(docs("a.txt")), "Backed up");
   (*client_)->setAutomaticMode(1);
   EXPECT_TRUE(becomesState("Up to date"));
-  EXPECT_EQ(daemonState()["restReason"].string(), "");
+  EXPECT_EQ(daemonState()["heldBy"].string(), "");
 }
 
 TEST_F(StateTest, SaysWhyItRests) {
   (*client_)->setPausedMinutes(10U);
-  EXPECT_EQ(daemonState()["restReason"].string(), "paused");
+  EXPECT_EQ(daemonState()["heldBy"].string(), "paused");
   (*client_)->setEnabled(0);
-  EXPECT_EQ(daemonState()["restReason"].string(), "off");
+  EXPECT_EQ(daemonState()["heldBy"].string(), "off");
   EXPECT_EQ(daemonState()["backupState"].intValue(), 3);
   (*client_)->setEnabled(1);
   (*client_)->setPausedMinutes(0U);
   (*client_)->setRecoverMode(1);
-  EXPECT_EQ(daemonState()["restReason"].string(), "recovering");
+  EXPECT_EQ(daemonState()["heldBy"].string(), "recovering");
 }
 
 TEST_F(StateTest, CountsOneFileAsOne) {
