@@ -20,7 +20,7 @@ eventually() {
 processes_with() {
   local process
   for process in /proc/[0-9]*; do
-    if [[ ${process#/proc/} != "$$" && $(tr '\0' ' ' <"$process/cmdline" 2>/dev/null) == *"$1"* ]]; then
+    if [[ ${process#/proc/} != "$$" && $({ tr '\0' ' ' <"$process/cmdline"; } 2>/dev/null) == *"$1"* && "$process/root" -ef / ]]; then
       echo "${process#/proc/}"
     fi
   done
@@ -111,8 +111,10 @@ as_person keldanectl service start
 eventually test -S "/run/user/$user/keldane/keldaned.sock"
 apt-get remove -y keldane >/packages/removal 2>&1
 grep -q "~/.local/share/keldane" /packages/removal || fail "nobody says where the data is"
-[[ -z $(processes_with /usr/bin/keldaned) ]] || fail "a daemon goes on"
-[[ -z $(processes_with "service supervise") ]] || fail "something would start it again"
+# Each of them may take a moment to end.
+is_gone() { [[ -z $(processes_with "$1") ]]; }
+eventually is_gone keldaned
+eventually is_gone "service supervise"
 [[ $(sha256sum "$data/key") == "$key" && -e /var/lib/keldane/store.sqlite ]] || fail "data is lost"
 kill -0 "$host" || fail "the removal ended the file manager"
 examine >/dev/null
