@@ -16,6 +16,16 @@ eventually() {
   fail "\"$*\" did not come about."
 }
 
+# processes_with WORDS: whose command line has them, this shell's own aside.
+processes_with() {
+  local process
+  for process in /proc/[0-9]*; do
+    if [[ ${process#/proc/} != "$$" && $({ tr '\0' ' ' <"$process/cmdline"; } 2>/dev/null) == *"$1"* && "$process/root" -ef / ]]; then
+      echo "${process#/proc/}"
+    fi
+  done
+}
+
 say "installing"
 apt-get update -qq
 apt-get install -y -qq --no-install-recommends /packages/first/keldane_*.deb >/dev/null
@@ -50,18 +60,18 @@ say "a file manager that has the plug-in loaded"
 mkfifo /packages/steps
 as_person keldane-menu script </packages/steps >/packages/answers 2>/packages/errors &
 exec 9>/packages/steps
-eventually pgrep -f 'keldane-menu script'
-host=$(pgrep -n -f 'keldane-menu script')
+plugin_is_loaded() { grep -l '/usr/lib/.*/KeldaneCMM.so' /proc/[0-9]*/maps 2>/dev/null || true; }
 examine() {
   local before
   before=$(wc -l </packages/answers)
-  echo '{"do":"examine","paths":["/home/person/letter.txt"]}' >&9
-  eventually sh -c "[ \$(wc -l </packages/answers) -gt $before ]"
-  tail -n 1 /packages/answers
+  printf '%s\n' '{"do":"examine","paths":["/home/person/letter.txt"]}' '{"do":"cleanup"}' >&9
+  eventually sh -c "[ \$(wc -l </packages/answers) -ge $((before + 2)) ]"
+  tail -n 2 /packages/answers
 }
 echo '{"do":"load"}' >&9
 examine | grep -q "Backed up" || fail "the file manager shows no menu"
-grep -q KeldaneCMM.so "/proc/$host/maps" || fail "the plug-in is not mapped"
+host=$(plugin_is_loaded | tr -dc 0-9)
+[[ -n $host ]] || fail "the plug-in is not mapped"
 
 say "upgrading"
 apt-get install -y -qq --no-install-recommends /packages/second/keldane_*.deb >/dev/null
@@ -79,7 +89,7 @@ examine | grep -q "Backed up" || fail "the file manager found no way back to the
 
 say "a daemon for all users"
 as_person keldanectl service stop
-keldaned --system
+keldaned --system  # leaves the terminal
 sed -i 's|${XDG_RUNTIME_DIR}|/run|' /etc/keldane/Keldane.plist
 keldanectl status >/dev/null || fail "root does not reach it"
 as_person keldanectl status >/dev/null || fail "the user does not reach it"
@@ -101,8 +111,10 @@ as_person keldanectl service start
 eventually test -S "/run/user/$user/keldane/keldaned.sock"
 apt-get remove -y keldane >/packages/removal 2>&1
 grep -q "~/.local/share/keldane" /packages/removal || fail "nobody says where the data is"
-! pgrep -x keldaned || fail "a daemon goes on"
-! pgrep -f 'keldanectl service supervise' || fail "something would start it again"
+# Each of them may take a moment to end.
+is_gone() { [[ -z $(processes_with "$1") ]]; }
+eventually is_gone keldaned
+eventually is_gone "service supervise"
 [[ $(sha256sum "$data/key") == "$key" && -e /var/lib/keldane/store.sqlite ]] || fail "data is lost"
 kill -0 "$host" || fail "the removal ended the file manager"
 examine >/dev/null

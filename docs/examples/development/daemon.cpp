@@ -28,7 +28,7 @@ class Service final : public InvocationTarget {
       invocation.result =
           RawValue::decoded(PropertyList::dictionary({{"fileName", path.substr(path.rfind('/') + 1)},
                                                       {"state", "Known to the example"},
-                                                      {"simpleFlags", 0x40}}),
+                                                      {"simpleFlags", 2}}),
                             type);
     } else if (invocation.signature.returnCode != 'v') {
       invocation.result = RawValue::decoded({}, type);

@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "hosts/core/MenuHost.h"
+#include "platform/host/Host.h"
 
 namespace {
 
@@ -21,6 +22,10 @@ int main(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
     selection.paths.push_back(std::filesystem::absolute(argv[i]).lexically_normal());
   }
+  // The plug-in shows its menu to a file manager alone.
+  keldane::Host& process = keldane::Host::shared();
+  process.declareMainThread();
+  process.setProcess(keldane::fourCharCode("MACS"), keldane::fourCharCode("FNDR"));
   keldane::MenuHost host;
   std::string error;
   if (!host.load("", &error)) {  // the bundle that is installed
