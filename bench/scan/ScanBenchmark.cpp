@@ -47,9 +47,10 @@ Look lookAt(Store& store, RuleBook& rules, const std::string& folder, PendingFil
 
 void storeAll(Store& store, const PendingFiles& pending) {
   std::vector<StoredFile> stored;
-  for (const PendingFiles::File& file : pending.first(pending.totals().files, ~std::uint64_t{0} >> 1)) {
+  pending.visit([&](const PendingFiles::File& file) {
     stored.push_back({file.path, fileStateOf(*statusOf(file.path))});
-  }
+    return true;
+  });
   store.addSnapshot({store.takeNumber(), "a snapshot", 1000, true, {}}, stored, {});
 }
 
