@@ -137,10 +137,6 @@ std::vector<Reason> RuleBook::explain(const std::string& path, bool isDirectory)
   if (!decision.ignoring.empty()) {
     reasons.push_back({Reason::Kind::ignored, decision.ignoredAt, false, decision.ignoring});
   }
-  const Decision decision = decideUnderLock(path, isDirectory);
-  if (!decision.ignoring.empty()) {
-    reasons.push_back({Reason::Kind::ignored, decision.ignoredAt, false, decision.ignoring});
-  }
   addRule(Reason::Kind::own, path);
   const auto type = isDirectory ? types_.end() : types_.find(fileType(path));
   if (type != types_.end() && (type->second == kTypeBackup || type->second == kTypeExclude)) {

@@ -41,13 +41,11 @@ struct Reason {
     type,     ///< the rule for its type
     folder,   ///< the rule of a folder above
     ignored,  ///< it is, or lies in, what the list of ignored things leaves out; `rule` is that thing
-    ignored,  ///< it is, or lies in, what the list of ignored things leaves out; `rule` is that thing
     none      ///< there is no rule
   };
   Kind kind = Kind::none;
   std::string rule;       ///< a path or a type
   bool includes = false;  ///< what the rule says
-  std::string line;       ///< of ignored: the line of the list
   std::string line;       ///< of ignored: the line of the list
 };
 
