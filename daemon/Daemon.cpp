@@ -359,10 +359,11 @@ PropertyList Daemon::state(const Sight& sight) {
       {"health", healthWord(standing.health)},
       {"repositorySize", care_.repositorySize()},
       {"failureCount", failures},
-      {"lastGoodBackup", lastGood ? PropertyList(Date::fromUnixTime(*lastGood)) : PropertyList()},
-      {"restingBecause", because.empty() ? PropertyList() : PropertyList(because)},
       {"heldBy", held},
       {"storeTrouble", store_.trouble().value_or("")},
+      // These two may be absent. No key stands behind them, as clients number the keys.
+      {"lastGoodBackup", lastGood ? PropertyList(Date::fromUnixTime(*lastGood)) : PropertyList()},
+      {"restingBecause", because.empty() ? PropertyList() : PropertyList(because)},
   });
 }
 
