@@ -23,6 +23,7 @@ FAULTS = os.environ["KELDANE_MACHINE_FAULTS_LIBRARY"]
 SUPPORT = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "support")
 
 NEW, CHANGED, WAITING, BACKED_UP = "New", "Changed since last backup", "Waiting to be backed up", "Backed up"
+UNSEEN, STORING = "Waiting to be looked at", "Being backed up: "
 DELETED, FAILED = "Deleted here, still in the backup", "Could not be backed up"
 
 # Whatever is waited for happens within this time, on a busy machine too.
@@ -347,7 +348,7 @@ class Computer:
 
     def is_quiet(self):
         state = self.state()
-        return state["pendingFileCount"] == 0 and state["health"] == "ready" and self.status(self.files) != WAITING
+        return not state["isBackupNeeded"] and state["health"] == "ready"
 
     def quiet(self):
         self.eventually(self.is_quiet, "quiet")

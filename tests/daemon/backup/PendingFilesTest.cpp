@@ -49,7 +49,7 @@ TEST(PendingFilesTest, NobodysSizesSpoilTheSum) {
   pending.add("/a", 1);
   EXPECT_EQ(pending.totals().bytes, std::numeric_limits<std::uint64_t>::max());
   pending.remove("/b");
-  pending.endScan("/c", pending.beginScan());
+  pending.remove("/c");
   EXPECT_EQ(pending.totals().bytes, 8U);
 }
 
@@ -146,7 +146,7 @@ TEST(PendingFilesTest, SizesOfAnyNumberOfBytesAddUp) {
   for (const char* path : {"/a", "/b", "/c", "/d"}) {
     pending.add(path, kHuge);
   }
-  EXPECT_EQ(pending.totals().bytes, kHuge) << "more than can be said";
+  EXPECT_EQ(pending.totals().bytes, std::numeric_limits<std::uint64_t>::max()) << "more than can be said";
   pending.add("/e", 7);
   for (const char* path : {"/a", "/b", "/c", "/d"}) {
     pending.remove(path);
