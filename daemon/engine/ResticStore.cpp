@@ -1,14 +1,22 @@
 // Storing.
+#include <chrono>
+#include <filesystem>
+#include <optional>
 #include <stdexcept>
+#include <system_error>
 
 #include "daemon/engine/ResticEngine.h"
 #include "daemon/engine/ResticFailure.h"
 #include "daemon/engine/ResticLines.h"
+#include "daemon/engine/Standstill.h"
 
 namespace keldane {
 namespace {
 
 constexpr int kSomeUnreadable = 3;
+
+/// Ends the storage program: it waits for itself, as the disk was full.
+struct StandsStill {};
 
 std::string listOf(const std::vector<std::string>& targets) {
   std::string list;
@@ -39,6 +47,12 @@ std::vector<std::string> argumentsFor(const StoreRequest& request, const ResticS
   return arguments;
 }
 
+bool hasRoomFor(const std::string& folder, std::uint64_t bytes) {
+  std::error_code error;
+  const std::filesystem::space_info space = std::filesystem::space(folder, error);
+  return error || space.available >= bytes;
+}
+
 StoreAnswer storeAnswer(EngineAnswer answer) {
   StoreAnswer stored;
   stored.health = answer.health;
@@ -61,9 +75,22 @@ StoreAnswer ResticEngine::store(const StoreRequest& request, const StoreObserver
   }
   BackupReader reader(observer);
   RunOutput output;
-  output.outputLine = [&](std::string_view line) { reader.outputLine(line); };
+  const std::optional<std::string> folder = session.configuration().localFolder();
+  Standstill standstill;
+  output.outputLine = [&](std::string_view line) {
+    reader.outputLine(line);
+    if (folder && standstill.isSeenIn(line, std::chrono::steady_clock::now()) &&
+        !hasRoomFor(*folder, standstill.totalBytes())) {
+      throw StandsStill();
+    }
+  };
   output.errorLine = [&](std::string_view line) { return reader.errorLine(line); };
-  const RunEnd run = session.run(argumentsFor(request, session, list->path()), output);
+  RunEnd run;
+  try {
+    run = session.run(argumentsFor(request, session, list->path()), output);
+  } catch (const StandsStill&) {
+    return storeAnswer(answerFor(Health::full, "the storage program stands still"));
+  }
   // Without any of the files there is nothing to make a snapshot of, and nothing is wrong with the
   // repository.
   const bool allGone = run.exitStatus == 1 &&

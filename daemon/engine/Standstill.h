@@ -1,0 +1,28 @@
+// Tells when the storage program waits for itself.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace keldane {
+
+/// Version 0.14 of restic can wait for itself for ever when a write into a folder has failed because the disk
+/// is full. It goes on to print a status each second, always with the same numbers. One thread.
+class Standstill {
+ public:
+  using Moment = std::chrono::steady_clock::time_point;
+
+  /// Takes a line of the program's output. Answers whether its statuses have been the same for a minute.
+  bool isSeenIn(std::string_view line, Moment now);
+  /// How many bytes the files of the backup have, as the last status told.
+  std::uint64_t totalBytes() const { return totalBytes_; }
+
+ private:
+  std::string status_;  // without the time that has passed
+  Moment since_;
+  std::uint64_t totalBytes_ = 0;
+};
+
+}  // namespace keldane
