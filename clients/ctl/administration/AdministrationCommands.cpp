@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -95,7 +96,7 @@ void writeWhole(const std::string& file, const std::string& text) {
 
 void printMetrics(const Globals& globals, const std::string& file) {
   PropertyList repository, state;
-  std::optional<CommandFailure> failure;
+  std::exception_ptr failure;
   try {
     OwnerSession owner(globals);
     repository = owner.ask("repository:");
@@ -104,8 +105,8 @@ void printMetrics(const Globals& globals, const std::string& file) {
     session.state().updateDaemonState();
     session.checkDaemon();
     state = session.state().daemonState();
-  } catch (const CommandFailure& thrown) {
-    failure = thrown;
+  } catch (const CommandFailure&) {
+    failure = std::current_exception();
     repository = PropertyList();
   }
   const double now =
@@ -117,7 +118,7 @@ void printMetrics(const Globals& globals, const std::string& file) {
     writeWhole(file, text);
   }
   if (failure) {
-    throw *failure;
+    std::rethrow_exception(failure);
   }
 }
 
