@@ -14,7 +14,8 @@ namespace {
 using std::chrono::steady_clock;
 
 constexpr double kBatchSeconds = 600;  // what a batch is to last
-constexpr std::size_t kFewestFiles = 1'000, kMostFiles = 1'000'000;
+// More files would make a batch take more memory than a desktop's daemon should have: some 300 bytes a file.
+constexpr std::size_t kFewestFiles = 1'000, kMostFiles = 250'000;
 constexpr std::uint64_t kFewestBytes = std::uint64_t{64} << 20, kMostBytes = std::uint64_t{1} << 40;
 constexpr std::size_t kShortBatch = 100;  // files
 constexpr std::uint64_t kShortBatchBytes = std::uint64_t{64} << 20;
