@@ -51,6 +51,7 @@ std::string readAll(int descriptor) {
 
 std::vector<char*> argumentPointers(const std::vector<std::string>& arguments) {
   std::vector<char*> pointers;
+  pointers.reserve(arguments.size() + 1);
   for (const std::string& argument : arguments) {
     pointers.push_back(const_cast<char*>(argument.c_str()));  // the interface predates const
   }
