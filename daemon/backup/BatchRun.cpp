@@ -119,7 +119,9 @@ BatchEnd BatchRun::run(const Batch& batch, EngineJob& job, const Progress& progr
   observer.couldNotRead = [&](const std::string& path, const std::string& reason) {
     taken.failed.emplace(path, reason);
   };
-  observer.progress = progress;
+  observer.progress = [&](std::uint64_t files, std::uint64_t bytes, const std::string& current) {
+    progress(files, bytes, current == manifest ? std::string() : current);  // it is nobody's file
+  };
   const StoreAnswer answer = engine_.store(request, observer, job);
   std::error_code ignored;
   std::filesystem::remove_all(std::filesystem::path(manifest).parent_path(), ignored);
