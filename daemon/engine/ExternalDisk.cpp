@@ -5,25 +5,10 @@
 #include <sstream>
 #include <string_view>
 
+#include "daemon/MountText.h"
+
 namespace keldane {
 namespace {
-
-/// The system writes blanks and backslashes in a path as "\040" and so on.
-std::string unescaped(std::string_view text) {
-  const auto isOctal = [](char letter) { return letter >= '0' && letter <= '7'; };
-  std::string plain;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '\\' && i + 3 < text.size() && isOctal(text[i + 1]) && isOctal(text[i + 2]) &&
-        isOctal(text[i + 3])) {
-      plain.push_back(
-          static_cast<char>((text[i + 1] - '0') * 64 + (text[i + 2] - '0') * 8 + (text[i + 3] - '0')));
-      i += 3;
-    } else {
-      plain.push_back(text[i]);
-    }
-  }
-  return plain;
-}
 
 bool isAtOrBelow(std::string_view path, std::string_view folder) {
   return folder == "/" ||
@@ -48,11 +33,11 @@ std::string deviceOf(const std::string& path, const std::string& mounts) {
     }
     std::string source;
     fields >> field >> source;
-    point = unescaped(point);
+    point = unescapedMountText(point);
     // What was mounted last at one point hides what was there.
     if (fields && point.size() >= longest && isAtOrBelow(wanted, point)) {
       longest = point.size();
-      device = unescaped(source);
+      device = unescapedMountText(source);
     }
   }
   if (!device.starts_with('/')) {

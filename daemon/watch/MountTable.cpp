@@ -5,28 +5,12 @@
 #include <fstream>
 #include <sstream>
 
+#include "daemon/MountText.h"
 #include "platform/files/Path.h"
 
 namespace keldane {
 
 namespace {
-
-/// The kernel writes space, tab, line feed and backslash as "\040".
-std::string unescaped(std::string_view text) {
-  const auto isOctal = [](char letter) { return letter >= '0' && letter <= '7'; };
-  std::string plain;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '\\' && i + 3 < text.size() && isOctal(text[i + 1]) && isOctal(text[i + 2]) &&
-        isOctal(text[i + 3])) {
-      plain.push_back(
-          static_cast<char>((text[i + 1] - '0') * 64 + (text[i + 2] - '0') * 8 + (text[i + 3] - '0')));
-      i += 3;
-    } else {
-      plain.push_back(text[i]);
-    }
-  }
-  return plain;
-}
 
 // Served by another computer, by a program, or by the kernel itself, whose files are no user's.
 constexpr std::array<std::string_view, 40> kNotLocal = {
@@ -52,8 +36,8 @@ MountTable MountTable::read(const std::string& file) {
     }
     fields >> mount.type >> mount.source;
     if (fields) {
-      mount.source = unescaped(mount.source);
-      table.mounts_[unescaped(point)] = std::move(mount);
+      mount.source = unescapedMountText(mount.source);
+      table.mounts_[unescapedMountText(point)] = std::move(mount);
     }
   }
   return table;
