@@ -11,7 +11,9 @@ namespace keldane {
 
 namespace {
 
-const std::string kRestoreFolder = "/" + std::string(kRestoreFolderPrefix);
+// A constant without a destructor: peers' threads may still ask while the process ends.
+constexpr std::string_view kRestoreFolder = "/.keldane-restore-";
+static_assert(kRestoreFolder.substr(1) == kRestoreFolderPrefix);
 
 }  // namespace
 
@@ -115,8 +117,7 @@ std::optional<Reason> RuleBook::bar(const std::string& path) const {
     barred = isAtOrBelow(path, policy) ? policy : barred;
   }
   // The folder of a restore that is not finished.
-  if (const std::size_t folder = path.find("/" + std::string(kRestoreFolderPrefix));
-      folder != std::string::npos && barred.empty()) {
+  if (const std::size_t folder = path.find(kRestoreFolder); folder != std::string::npos && barred.empty()) {
     barred = path.substr(0, path.find('/', folder + 1));
   }
   return barred.empty() ? std::nullopt : std::optional(Reason{Reason::Kind::policy, barred, false, {}});

@@ -39,7 +39,10 @@ class DaemonServerTest : public ::testing::Test {
       server_->stop();
       server_.reset();
     }
-    daemon_.reset();
+    if (daemon_) {
+      daemon_->stop();  // a peer's thread may hold the daemon for a moment longer
+      daemon_.reset();
+    }
   }
   std::string docs(const std::string& name = {}) const {
     return folder_ / ("home/docs" + (name.empty() ? "" : "/" + name));
