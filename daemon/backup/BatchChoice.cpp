@@ -1,11 +1,8 @@
 #include "daemon/backup/BatchChoice.h"
 
-#include <unistd.h>
-
 #include <map>
 
 #include "daemon/ByteSum.h"
-#include "daemon/backup/FileFacts.h"
 
 namespace keldane {
 
@@ -16,12 +13,12 @@ class Candidates {
  public:
   explicit Candidates(const BatchBounds& bounds) : bounds_(bounds) {}
 
-  void add(uid_t owner, const PendingFiles::File& file) {
-    std::vector<PendingFiles::File>& files = files_[owner];
-    std::uint64_t& sum = sums_[owner];
+  void add(const PendingFiles::File& file) {
+    std::vector<PendingFiles::File>& files = files_[file.owner];
+    std::uint64_t& sum = sums_[file.owner];
     if (files.size() < bounds_.files && sum <= bounds_.bytes) {
       files.push_back(file);
-      sizes_[owner].push_back(file.bytes);
+      sizes_[file.owner].push_back(file.bytes);
       sum = saturatedSum(sum, file.bytes);
     }
   }
@@ -50,9 +47,9 @@ BatchChoice::Choice BatchChoice::ordinary(const BatchBounds& bounds) {
   Candidates candidates(bounds);
   pending_.visit([&](const PendingFiles::File& file) {
     if (file.bytes >= kLargeFile) {
-      choice.large.push_back({file.path, ownerOf_(file.path), false});
+      choice.large.push_back({file.path, file.owner, false});
     } else if (!pending_.isPreferred(file.path)) {
-      candidates.add(ownerOf_(file.path), file);
+      candidates.add(file);
     }
     return true;
   });
@@ -64,7 +61,7 @@ BatchChoice::Choice BatchChoice::preferred(const BatchBounds& bounds) {
   Candidates candidates(bounds);
   for (const PendingFiles::File& file : pending_.waitingPreferred()) {
     if (file.bytes < kLargeFile) {
-      candidates.add(ownerOf_(file.path), file);
+      candidates.add(file);
     }
   }
   return {candidates.divide(preferredShare_), {}};
@@ -74,20 +71,10 @@ std::vector<LargeFile> BatchChoice::preferredLarge() const {
   std::vector<LargeFile> large;
   for (const PendingFiles::File& file : pending_.waitingPreferred()) {
     if (file.bytes >= kLargeFile) {
-      large.push_back({file.path, ownerOf_(file.path), true});
+      large.push_back({file.path, file.owner, true});
     }
   }
   return large;
-}
-
-BatchChoice::OwnerOf ownersOnDisk() {
-  if (geteuid() != 0) {
-    return [](const std::string&) { return uid_t{0}; };
-  }
-  return [](const std::string& path) {
-    const std::optional<struct stat> status = statusOf(path);
-    return status ? status->st_uid : uid_t{0};
-  };
 }
 
 }  // namespace keldane

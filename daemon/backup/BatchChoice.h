@@ -4,9 +4,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
-#include <functional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "daemon/backup/FairShare.h"
@@ -28,9 +26,7 @@ struct LargeFile {
 /// time.
 class BatchChoice {
  public:
-  using OwnerOf = std::function<uid_t(const std::string& path)>;
-  BatchChoice(const PendingFiles& pending, OwnerOf ownerOf)
-      : pending_(pending), ownerOf_(std::move(ownerOf)) {}
+  explicit BatchChoice(const PendingFiles& pending) : pending_(pending) {}
 
   struct Choice {
     std::vector<PendingFiles::File> files;  ///< at least one, if any waits that is not large
@@ -45,12 +41,7 @@ class BatchChoice {
 
  private:
   const PendingFiles& pending_;
-  const OwnerOf ownerOf_;
   FairShare ordinaryShare_, preferredShare_;
 };
-
-/// Looks up who owns a file, 0 for one that is gone. A daemon that is not root's works for one user, whoever
-/// the files belong to, and has nothing to look up.
-BatchChoice::OwnerOf ownersOnDisk();
 
 }  // namespace keldane

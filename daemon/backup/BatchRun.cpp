@@ -3,6 +3,7 @@
 #include <fcntl.h>
 
 #include <filesystem>
+#include <future>
 #include <map>
 #include <set>
 #include <unordered_set>
@@ -20,6 +21,19 @@ namespace {
 
 // A list of more files than this would make the snapshot itself large, because it keeps the list.
 constexpr std::size_t kMostListedFiles = 20'000;
+
+enum class Now : std::uint8_t { same, other, gone };
+
+/// How the files stand to what the batch knows of them.
+std::vector<Now> standings(const std::vector<BatchFile>& files) {
+  std::vector<Now> now;
+  now.reserve(files.size());
+  for (const BatchFile& file : files) {
+    const std::optional<struct stat> status = statusOf(file.path);
+    now.push_back(!status ? Now::gone : fileStateOf(*status) == file.state ? Now::same : Now::other);
+  }
+  return now;
+}
 
 }  // namespace
 
@@ -114,6 +128,7 @@ BatchEnd BatchRun::run(const Batch& batch, EngineJob& job, const Progress& progr
   request.targets.push_back(manifest);
   request.tags = {"keldane", "number:" + std::to_string(number), batch.full ? "full" : "part"};
   request.parent = batch.parent;
+  taken.paths.reserve(batch.files.size());
   StoreObserver observer;
   observer.took = [&](const std::string& path, bool) { taken.paths.insert(path); };
   observer.couldNotRead = [&](const std::string& path, const std::string& reason) {
@@ -177,18 +192,23 @@ void BatchRun::settle(const Batch& batch, Taken& taken, BatchEnd& end, EngineJob
       couldNotStore(file, "The storage program passed it over.");
     }
   }
+  // Looking at the files takes about as long as writing the catalogue, so both are done at once. What changes
+  // after it was looked at is noted as waiting, and stays so.
+  const std::uint32_t scan = pending_.beginScan();
+  std::future<std::vector<Now>> look = std::async([&batch] { return standings(batch.files); });
   store_.addSnapshot(end.snapshot, end.stored, confirmed(batch, taken));
+  const std::vector<Now> now = look.get();
   auto stored = end.stored.begin();  // in the order of the batch
-  for (const BatchFile& file : batch.files) {
+  for (std::size_t i = 0; i < batch.files.size(); ++i) {
+    const BatchFile& file = batch.files[i];
     const bool isStored = stored != end.stored.end() && stored->path == file.path;
-    const std::optional<struct stat> now = statusOf(file.path);
     if (isStored) {
       endPreference(file.path);
       ++stored;
     }
-    if (isStored && now && fileStateOf(*now) == file.state) {
-      pending_.remove(file.path);  // the catalogue need not be asked
-    } else if (isStored || !now || !rules_.decide(file.path, false).selected) {
+    if (isStored && now[i] == Now::same) {
+      pending_.removeIfOlder(file.path, scan);  // the catalogue need not be asked
+    } else if (isStored || now[i] == Now::gone || !rules_.decide(file.path, false).selected) {
       scanner_.consider(file.path);  // it has changed meanwhile, is gone, or was excluded
     }
   }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <limits>
@@ -27,6 +28,13 @@ inline std::int64_t nanoseconds(const timespec& time) {
 inline std::optional<struct stat> statusOf(const std::string& path) {
   struct stat status {};
   return lstat(path.c_str(), &status) == 0 ? std::optional(status) : std::nullopt;
+}
+
+/// Whose share of the batches a file counts in. A daemon that is not root's works for one user, whoever the
+/// files belong to.
+inline uid_t ownerOf(const struct stat& status) {
+  static const bool isForAll = geteuid() == 0;
+  return isForAll ? status.st_uid : 0;
 }
 
 /// What has a version of its own: files, and links, whose text is their content.

@@ -77,7 +77,7 @@ int FolderEntries::readEntries(bool cacheTag) {
       if (name == "." || name == "..") {
         continue;
       }
-      Found found{names_.size(), name.size(), entry->d_type == DT_DIR, {}};
+      Found found{names_.size(), name.size(), entry->d_type == DT_DIR, {}, 0};
       if (entry->d_type == DT_REG || entry->d_type == DT_LNK || entry->d_type == DT_UNKNOWN) {
         struct stat status {};
         if (fstatat(folder_.get(), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
@@ -88,6 +88,7 @@ int FolderEntries::readEntries(bool cacheTag) {
           continue;
         }
         found.state = fileStateOf(status);
+        found.owner = ownerOf(status);
       } else if (!found.isFolder) {
         continue;
       }
@@ -106,7 +107,7 @@ void FolderEntries::sort() {
     if (found.isFolder) {
       folders_.push_back(name);
     } else {
-      files_.push_back({name, found.state});
+      files_.push_back({name, found.state, found.owner});
     }
   }
   std::sort(folders_.begin(), folders_.end());

@@ -20,6 +20,7 @@ class FolderEntries {
   struct File {
     std::string_view name;  ///< of this object, until the next folder is read; a zero byte comes after it
     FileState state;
+    uid_t owner = 0;  ///< as ownerOf() has it
   };
 
   /// Reads a folder, which stays open until close(); a final symbolic link is not followed. Answers 0 or the
@@ -42,6 +43,7 @@ class FolderEntries {
     std::size_t length = 0;
     bool isFolder = false;
     FileState state;
+    uid_t owner = 0;
   };
   int readEntries(bool cacheTag);
   void sort();

@@ -1,6 +1,7 @@
 #include "daemon/backup/PendingFiles.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "platform/files/Path.h"
 
@@ -78,21 +79,25 @@ void PendingFiles::endScan(const std::string& place, std::uint32_t scan) {
   }
 }
 
-bool PendingFiles::add(const std::string& path, std::uint64_t bytes) {
+bool PendingFiles::add(const std::string& path, std::uint64_t bytes, uid_t owner) {
   const std::lock_guard guard(mutex_);
   WaitingNames& names = folders_[std::string(parentPath(path))];
   count(names, -1);
-  const bool isNew = names.add(nameIn(path), bytes, scan_);
+  const bool isNew = names.add({nameIn(path), bytes, owner}, scan_);
   count(names, 1);
   return isNew;
 }
 
 void PendingFiles::remove(const std::string& path) {
+  removeIfOlder(path, std::numeric_limits<std::uint32_t>::max());
+}
+
+void PendingFiles::removeIfOlder(const std::string& path, std::uint32_t scan) {
   const std::lock_guard guard(mutex_);
   const auto folder = folders_.find(parentPath(path));
   if (folder != folders_.end()) {
     count(folder->second, -1);
-    folder->second.remove(nameIn(path), scan_);
+    folder->second.removeIfOlder(nameIn(path), scan, scan_);
     count(folder->second, 1);
     dropIfEmpty(folder);
   }
@@ -117,8 +122,8 @@ void PendingFiles::removeUnless(const std::string& path,
         return;
       }
       folder = entry->first;
-      entry->second.visit([&](std::string_view name, std::uint64_t) {
-        names.emplace_back(name);
+      entry->second.visit([&](const WaitingName& file) {
+        names.emplace_back(file.name);
         return true;
       });
     }
@@ -133,7 +138,7 @@ void PendingFiles::removeUnless(const std::string& path,
 }
 
 // With the mutex held.
-std::optional<std::uint64_t> PendingFiles::find(std::string_view path) const {
+std::optional<WaitingName> PendingFiles::find(std::string_view path) const {
   const auto folder = folders_.find(parentPath(path));
   return folder == folders_.end() ? std::nullopt : folder->second.find(nameIn(path));
 }
@@ -195,8 +200,8 @@ std::vector<PendingFiles::File> PendingFiles::waitingPreferred() const {
   std::map<std::int64_t, File> inOrder;
   const std::lock_guard guard(mutex_);
   for (const auto& [path, order] : preferences_) {
-    if (const std::optional<std::uint64_t> bytes = find(path)) {
-      inOrder[order] = {path, *bytes};
+    if (const std::optional<WaitingName> file = find(path)) {
+      inOrder[order] = {path, file->bytes, file->owner};
     }
   }
   std::vector<File> files;
@@ -216,8 +221,8 @@ void PendingFiles::visit(const std::function<bool(const File& file)>& visitor) c
       const std::lock_guard guard(mutex_);
       auto folder = folders_.lower_bound(next);
       for (; folder != folders_.end() && files.size() < kFilesAtOnce; ++folder) {
-        folder->second.visit([&](std::string_view name, std::uint64_t size) {
-          files.push_back({appendPathComponent(folder->first, name), size});
+        folder->second.visit([&](const WaitingName& file) {
+          files.push_back({appendPathComponent(folder->first, file.name), file.bytes, file.owner});
           return true;
         });
         next = folder->first + '\0';

@@ -16,8 +16,8 @@
 
 namespace keldane {
 
-/// The pending files, folder by folder, with their sizes and, for those that a person prefers, their order. A
-/// file takes some 45 bytes more than a third of its path. Any thread; the mutex is a leaf.
+/// The pending files, folder by folder, with their sizes and owners and, for those that a person prefers,
+/// their order. A file takes some 53 bytes more than a third of its path. Any thread; the mutex is a leaf.
 class PendingFiles {
  public:
   struct Totals {
@@ -33,9 +33,11 @@ class PendingFiles {
   /// not added, since that scan began.
   void endScan(const std::string& place, std::uint32_t scan);
 
-  /// Notes a file that waits, or its new size. True when it was not waiting before.
-  bool add(const std::string& path, std::uint64_t bytes);
+  /// Notes a file that waits, or its new size and owner. True when it was not waiting before.
+  bool add(const std::string& path, std::uint64_t bytes, uid_t owner = 0);
   void remove(const std::string& path);
+  /// Takes out a file that was not added since that look at the disk began.
+  void removeIfOlder(const std::string& path, std::uint32_t scan);
   /// Takes out the files at or below a path that are not to be kept. The mutex is not held meanwhile for
   /// longer than a folder takes.
   void removeUnless(const std::string& path, const std::function<bool(const std::string& path)>& keep);
@@ -55,6 +57,7 @@ class PendingFiles {
   struct File {
     std::string path;
     std::uint64_t bytes = 0;
+    uid_t owner = 0;
   };
   /// The preferred files that wait, in the order in which they were preferred.
   std::vector<File> waitingPreferred() const;
@@ -65,7 +68,7 @@ class PendingFiles {
  private:
   using Folders = std::map<std::string, WaitingNames, std::less<>>;
 
-  std::optional<std::uint64_t> find(std::string_view path) const;
+  std::optional<WaitingName> find(std::string_view path) const;
   void count(const WaitingNames& names, int sign);
   Folders::iterator dropIfEmpty(Folders::iterator folder);
 

@@ -171,7 +171,7 @@ void Scanner::compare(Folder& folder, const FolderEntries::File& file, const Bac
     return;
   }
   if (isWanted(folder, file)) {
-    folder.waiting.push_back({file.name, file.state.size});
+    folder.waiting.push_back({file.name, file.state.size, file.owner});
   }
 }
 
@@ -342,7 +342,7 @@ bool Scanner::consider(const std::string& path, const struct stat* status, const
   }
   const bool isSelected = isNew && rules_.decide(path, false).selected;
   if (isSelected && !isPutOff(path, fileStateOf(*status))) {
-    return pending_.add(path, static_cast<std::uint64_t>(status->st_size));
+    return pending_.add(path, static_cast<std::uint64_t>(status->st_size), ownerOf(*status));
   }
   pending_.remove(path);
   if (status == nullptr) {

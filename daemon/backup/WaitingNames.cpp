@@ -18,10 +18,10 @@ std::vector<WaitingNames::Entry>::const_iterator WaitingNames::lowerBound(std::s
       [this](const Entry& entry, std::string_view wanted) { return nameOf(entry) < wanted; });
 }
 
-bool WaitingNames::add(std::string_view name, std::uint64_t bytes, std::uint32_t scan) {
-  bytes = std::min(bytes, kGone - 1);
-  const auto found = lowerBound(name);
-  if (found != entries_.end() && nameOf(*found) == name) {
+bool WaitingNames::add(const WaitingName& file, std::uint32_t scan) {
+  const std::uint64_t bytes = std::min(file.bytes, kGone - 1);
+  const auto found = lowerBound(file.name);
+  if (found != entries_.end() && nameOf(*found) == file.name) {
     Entry& entry = entries_[static_cast<std::size_t>(found - entries_.begin())];
     const bool isNew = entry.bytes == kGone;
     if (isNew) {
@@ -31,18 +31,23 @@ bool WaitingNames::add(std::string_view name, std::uint64_t bytes, std::uint32_t
     }
     entry.bytes = bytes;
     entry.scan = scan;
+    entry.owner = file.owner;
     bytes_.add(bytes);
     return isNew;
   }
-  entries_.insert(found, {bytes, static_cast<std::uint32_t>(names_.size()), scan});
-  names_.append(name).push_back('\0');
+  entries_.insert(found, {bytes, static_cast<std::uint32_t>(names_.size()), scan, file.owner});
+  names_.append(file.name).push_back('\0');
   bytes_.add(bytes);
   return true;
 }
 
 void WaitingNames::remove(std::string_view name, std::uint32_t scan) {
+  removeIfOlder(name, std::numeric_limits<std::uint32_t>::max(), scan);
+}
+
+void WaitingNames::removeIfOlder(std::string_view name, std::uint32_t since, std::uint32_t scan) {
   const auto found = lowerBound(name);
-  if (found == entries_.end() || nameOf(*found) != name || found->bytes == kGone) {
+  if (found == entries_.end() || nameOf(*found) != name || found->bytes == kGone || found->scan >= since) {
     return;
   }
   Entry& entry = entries_[static_cast<std::size_t>(found - entries_.begin())];
@@ -54,17 +59,18 @@ void WaitingNames::remove(std::string_view name, std::uint32_t scan) {
   }
 }
 
-std::optional<std::uint64_t> WaitingNames::find(std::string_view name) const {
+std::optional<WaitingName> WaitingNames::find(std::string_view name) const {
   const auto found = lowerBound(name);
   return found != entries_.end() && nameOf(*found) == name && found->bytes != kGone
-             ? std::optional(found->bytes)
+             ? std::optional<WaitingName>({name, found->bytes, found->owner})
              : std::nullopt;
 }
 
 // With all names before it in the order already there.
-void WaitingNames::append(std::string_view name, std::uint64_t bytes, std::uint32_t scan) {
-  entries_.push_back({bytes, static_cast<std::uint32_t>(names_.size()), scan});
-  names_.append(name).push_back('\0');
+void WaitingNames::append(const WaitingName& file, std::uint32_t scan) {
+  const std::uint64_t bytes = std::min(file.bytes, kGone - 1);
+  entries_.push_back({bytes, static_cast<std::uint32_t>(names_.size()), scan, file.owner});
+  names_.append(file.name).push_back('\0');
   bytes_.add(bytes);
 }
 
@@ -84,7 +90,7 @@ bool WaitingNames::replace(const std::vector<WaitingName>& files, std::uint32_t 
   const auto keepUpTo = [&](const WaitingName* file) {
     for (; old != end && (file == nullptr || before.nameOf(*old) < file->name); ++old) {
       if (old->scan >= scan && old->bytes != kGone) {
-        append(before.nameOf(*old), old->bytes, old->scan);
+        append(before.fileOf(*old), old->scan);
       }
     }
   };
@@ -93,9 +99,9 @@ bool WaitingNames::replace(const std::vector<WaitingName>& files, std::uint32_t 
     const bool isKnown = old != end && before.nameOf(*old) == file.name;
     const bool isNewer = isKnown && old->scan >= scan;
     if (isNewer && old->bytes != kGone) {
-      append(file.name, old->bytes, old->scan);
+      append(before.fileOf(*old), old->scan);
     } else if (!isNewer) {
-      append(file.name, std::min(file.bytes, kGone - 1), scan);
+      append(file, scan);
       isNews = isNews || !isKnown || old->bytes == kGone;
     }
     old += isKnown ? 1 : 0;
@@ -109,7 +115,7 @@ void WaitingNames::removeOlder(std::uint32_t scan) {
   scan_ = before.scan_;
   for (const Entry& entry : before.entries_) {
     if (entry.bytes != kGone && entry.scan >= scan) {
-      append(before.nameOf(entry), entry.bytes, entry.scan);
+      append(before.fileOf(entry), entry.scan);
     }
   }
 }
@@ -119,7 +125,7 @@ void WaitingNames::compact() {
   scan_ = before.scan_;
   for (const Entry& entry : before.entries_) {
     if (entry.bytes != kGone) {
-      append(before.nameOf(entry), entry.bytes, entry.scan);
+      append(before.fileOf(entry), entry.scan);
     }
   }
 }

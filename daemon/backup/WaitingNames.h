@@ -1,6 +1,8 @@
 // The files of one folder that wait, in little room.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -16,24 +18,28 @@ namespace keldane {
 struct WaitingName {
   std::string_view name;
   std::uint64_t bytes = 0;
+  uid_t owner = 0;
 };
 
-/// Names with sizes, in the order of their bytes. Each keeps the number of the look at the disk during which
-/// it was added or removed, so that a look that began earlier does not undo that. A file takes 17 bytes and
-/// its name. One thread at a time.
+/// Names with sizes and owners, in the order of the names' bytes. Each keeps the number of the look at the
+/// disk during which it was added or removed, so that a look that began earlier does not undo that. A file
+/// takes 25 bytes and its name. One thread at a time.
 class WaitingNames {
  public:
   /// True when it was not waiting before.
-  bool add(std::string_view name, std::uint64_t bytes, std::uint32_t scan);
+  bool add(const WaitingName& file, std::uint32_t scan);
   void remove(std::string_view name, std::uint32_t scan);
-  std::optional<std::uint64_t> find(std::string_view name) const;
+  /// The same for what was not added since `since` began.
+  void removeIfOlder(std::string_view name, std::uint32_t since, std::uint32_t scan);
+  /// The name lives as long as the argument's.
+  std::optional<WaitingName> find(std::string_view name) const;
   /// Replaces everything by `files`, in the order of their names, but for what was added or removed since
   /// `scan` began. Answers whether a file waits that did not.
   bool replace(const std::vector<WaitingName>& files, std::uint32_t scan);
   /// Takes out what was not added since `scan` began.
   void removeOlder(std::uint32_t scan);
 
-  /// Calls `visit(name, bytes)` until it answers false.
+  /// Calls `visit(const WaitingName&)` until it answers false.
   template <class Visit>
   bool visit(const Visit& visit) const;
   std::size_t files() const { return entries_.size() - gone_; }
@@ -47,10 +53,12 @@ class WaitingNames {
     std::uint64_t bytes = 0;   // kGone: it was removed
     std::uint32_t offset = 0;  // in names_
     std::uint32_t scan = 0;
+    uid_t owner = 0;
   };
   std::string_view nameOf(const Entry& entry) const { return names_.c_str() + entry.offset; }
   std::vector<Entry>::const_iterator lowerBound(std::string_view name) const;
-  void append(std::string_view name, std::uint64_t bytes, std::uint32_t scan);
+  WaitingName fileOf(const Entry& entry) const { return {nameOf(entry), entry.bytes, entry.owner}; }
+  void append(const WaitingName& file, std::uint32_t scan);
   void compact();
 
   std::vector<Entry> entries_;  // by name
@@ -63,7 +71,7 @@ class WaitingNames {
 template <class Visit>
 bool WaitingNames::visit(const Visit& visit) const {
   for (const Entry& entry : entries_) {
-    if (entry.bytes != kGone && !visit(nameOf(entry), entry.bytes)) {
+    if (entry.bytes != kGone && !visit(fileOf(entry))) {
       return false;
     }
   }

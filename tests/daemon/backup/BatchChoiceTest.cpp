@@ -8,7 +8,9 @@ namespace {
 class BatchChoiceTest : public ::testing::Test {
  protected:
   // The files of "/1…" are those of the user 1.
-  static uid_t ownerIn(const std::string& path) { return static_cast<uid_t>(path[1] - '0'); }
+  void add(const std::string& path, std::uint64_t bytes) {
+    pending_.add(path, bytes, static_cast<uid_t>(path[1] - '0'));
+  }
   static std::string pathsOf(const std::vector<PendingFiles::File>& files) {
     std::string text;
     for (const PendingFiles::File& file : files) {
@@ -18,21 +20,21 @@ class BatchChoiceTest : public ::testing::Test {
   }
   static constexpr BatchBounds kAll = {100, kLargeFile};
   PendingFiles pending_;
-  BatchChoice choice_{pending_, ownerIn};
+  BatchChoice choice_{pending_};
 };
 
 TEST_F(BatchChoiceTest, TakesOfEachOwnerTheFirstFiles) {
   for (const char* path : {"/1/a", "/1/b", "/1/c", "/1/d", "/2/a", "/2/b", "/2/c"}) {
-    pending_.add(path, 1);
+    add(path, 1);
   }
   EXPECT_EQ(pathsOf(choice_.ordinary({4, 100}).files), "/1/a /1/b /2/a /2/b");
   EXPECT_EQ(pathsOf(choice_.ordinary(kAll).files), "/1/a /1/b /1/c /1/d /2/a /2/b /2/c");
 }
 
 TEST_F(BatchChoiceTest, LargeFilesGoByThemselves) {
-  pending_.add("/1/large", kLargeFile);
-  pending_.add("/1/small", kLargeFile - 1);
-  pending_.add("/2/large", kLargeFile * 2);
+  add("/1/large", kLargeFile);
+  add("/1/small", kLargeFile - 1);
+  add("/2/large", kLargeFile * 2);
   const BatchChoice::Choice choice = choice_.ordinary(kAll);
   EXPECT_EQ(pathsOf(choice.files), "/1/small");
   ASSERT_EQ(choice.large.size(), 2U);
@@ -43,9 +45,9 @@ TEST_F(BatchChoiceTest, LargeFilesGoByThemselves) {
 
 TEST_F(BatchChoiceTest, PreferredFilesComeInTheirOrderAndNotAmongTheOthers) {
   for (const char* path : {"/1/a", "/1/b", "/1/c", "/2/z"}) {
-    pending_.add(path, 1);
+    add(path, 1);
   }
-  pending_.add("/2/large", kLargeFile);
+  add("/2/large", kLargeFile);
   for (const char* path : {"/1/c", "/1/a", "/2/z", "/2/large", "/not-pending"}) {
     pending_.preferNext(path);
   }

@@ -6,7 +6,7 @@
 #include <iostream>
 #include <limits>
 
-#include <limits>
+#include <map>
 #include <set>
 
 namespace keldane {
@@ -36,6 +36,38 @@ TEST(PendingFilesTest, AScanDropsWhatItDidNotSeeBelowItsPlace) {
   EXPECT_FALSE(pending.contains("/d/b"));
   EXPECT_TRUE(pending.contains("/da")) << "it lies elsewhere";
   EXPECT_EQ(pending.totals().bytes, 2U);
+}
+
+TEST(PendingFilesTest, WhatWasAddedMeanwhileStays) {
+  PendingFiles pending;
+  pending.add("/d/before", 1);
+  pending.add("/d/again", 1);
+  const std::uint32_t scan = pending.beginScan();
+  pending.add("/d/again", 2);
+  for (const char* path : {"/d/before", "/d/again", "/d/unknown"}) {
+    pending.removeIfOlder(path, scan);
+  }
+  EXPECT_FALSE(pending.contains("/d/before"));
+  EXPECT_TRUE(pending.contains("/d/again"));
+  pending.remove("/d/again");
+  EXPECT_EQ(pending.totals().files, 0U);
+}
+
+TEST(PendingFilesTest, KeepsWhoseEachFileIs) {
+  PendingFiles pending;
+  pending.add("/d/a", 1, 7);
+  pending.add("/d/b", 1, 7);
+  pending.add("/d/b", 1, 8);
+  std::vector<WaitingName> found = {{"c", 1, 9}};
+  pending.setFolder("/e", found, pending.beginScan());
+  pending.preferNext("/d/b");
+  std::map<std::string, uid_t> owners;
+  pending.visit([&](const PendingFiles::File& file) {
+    owners[file.path] = file.owner;
+    return true;
+  });
+  EXPECT_EQ(owners, (std::map<std::string, uid_t>{{"/d/a", 7}, {"/d/b", 8}, {"/e/c", 9}}));
+  EXPECT_EQ(pending.waitingPreferred().at(0).owner, 8U);
 }
 
 TEST(PendingFilesTest, NobodysSizesSpoilTheSum) {
