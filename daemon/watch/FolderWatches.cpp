@@ -1,9 +1,12 @@
 #include "daemon/watch/FolderWatches.h"
 
 #include <sys/inotify.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <fstream>
+#include <limits>
 #include <utility>
 
 #include "platform/files/Path.h"
@@ -18,9 +21,22 @@ constexpr std::uint32_t kFiles = kNames | IN_MODIFY | IN_CLOSE_WRITE | IN_ATTRIB
 // A link is not followed: what it leads to is watched if it belongs to a place itself.
 constexpr std::uint32_t kHow = IN_ONLYDIR | IN_DONT_FOLLOW | IN_EXCL_UNLINK;
 
+/// Why a folder could not be watched if there were watches: what it lacks itself, or that none is left.
+int reasonAgainst(const std::string& folder) {
+  struct stat status {};
+  return lstat(folder.c_str(), &status) != 0 ? errno : S_ISDIR(status.st_mode) ? ENOSPC : ENOTDIR;
+}
+
 }  // namespace
 
-FolderWatches::FolderWatches() : inotify_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {}
+FolderWatches::FolderWatches(std::size_t most)
+    : most_(most), inotify_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {}
+
+std::size_t FolderWatches::shareOfWatches() {
+  std::size_t all = std::numeric_limits<std::size_t>::max();  // where the system does not say it
+  std::ifstream("/proc/sys/fs/inotify/max_user_watches") >> all;
+  return all - all / 10;
+}
 
 FolderWatches::Outcome FolderWatches::add(const std::string& folder, Depth depth) {
   const auto known = watches_.find(folder);
@@ -29,14 +45,15 @@ FolderWatches::Outcome FolderWatches::add(const std::string& folder, Depth depth
   }
   // What is asked for is added, so that a folder that is reached by two paths tells what both want to know.
   const std::uint32_t mask = (depth == Depth::names ? kNames : kFiles) | kHow | IN_MASK_ADD;
-  const int number = inotify_add_watch(inotify_.get(), folder.c_str(), mask);
-  const int reason = number < 0 ? errno : 0;
+  const bool isLeft = byNumber_.size() < most_ || (known != watches_.end() && known->second.number >= 0);
+  const int number = isLeft ? inotify_add_watch(inotify_.get(), folder.c_str(), mask) : -1;
+  const int reason = number >= 0 ? 0 : isLeft ? errno : reasonAgainst(folder);
   if (reason == ENOENT || reason == ENOTDIR || reason == ELOOP || reason == ENAMETOOLONG) {
     return Outcome::notThere;
   }
   const auto watch = watches_.try_emplace(folder).first;
   watch->second.depth = depth;
-  connect(watch, number);
+  connect(watch, number >= 0 ? number : kNone);
   // A folder that may not be read tells nothing either way, and whoever reads it says so.
   return number >= 0 || reason == EACCES ? Outcome::watched : Outcome::noneLeft;
 }
@@ -44,7 +61,13 @@ FolderWatches::Outcome FolderWatches::add(const std::string& folder, Depth depth
 void FolderWatches::addUnwatched(const std::string& folder) {
   const auto watch = watches_.try_emplace(folder).first;
   watch->second.depth = Depth::whole;
-  connect(watch, -1);
+  connect(watch, kNone);
+}
+
+void FolderWatches::addTold(const std::string& folder) {
+  const auto watch = watches_.try_emplace(folder).first;
+  watch->second.depth = Depth::whole;
+  connect(watch, kTold);
 }
 
 bool FolderWatches::isWatched(const std::string& folder, Depth depth) const {
@@ -61,6 +84,7 @@ void FolderWatches::connect(Watches::iterator watch, int number) {
   if (watch->second.number != number) {
     disconnect(watch);
     watch->second.number = number;
+    told_ += number == kTold ? 1 : 0;
     if (number >= 0) {
       byNumber_.emplace(number, &watch->first);
     }
@@ -69,7 +93,8 @@ void FolderWatches::connect(Watches::iterator watch, int number) {
 
 // The kernel's watch ends with the last path that it stands for.
 void FolderWatches::disconnect(Watches::iterator watch) {
-  const int number = std::exchange(watch->second.number, -1);
+  const int number = std::exchange(watch->second.number, kNone);
+  told_ -= number == kTold ? 1 : 0;
   const auto [first, last] = byNumber_.equal_range(number);
   const auto own = std::find_if(first, last, [&](const auto& path) { return path.second == &watch->first; });
   if (own != last) {
@@ -114,7 +139,7 @@ std::vector<std::string> FolderWatches::foldersOf(int watch) const {
 std::vector<std::string> FolderWatches::unwatchedAfter(std::string_view last, std::size_t most) const {
   std::vector<std::string> folders;
   for (auto watch = watches_.upper_bound(last); watch != watches_.end() && folders.size() < most; ++watch) {
-    if (watch->second.number < 0 && watch->second.depth == Depth::whole) {
+    if (watch->second.number == kNone && watch->second.depth == Depth::whole) {
       folders.push_back(watch->first);
     }
   }

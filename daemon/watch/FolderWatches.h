@@ -19,7 +19,10 @@ namespace keldane {
 /// at a time.
 class FolderWatches {
  public:
-  FolderWatches();
+  /// Takes at most so many watches of the kernel.
+  explicit FolderWatches(std::size_t most = shareOfWatches());
+  /// What the system gives a user, less a tenth that is left for other programs.
+  static std::size_t shareOfWatches();
 
   /// To wait for and to read events from; below 0 when the system gave none.
   int descriptor() const { return inotify_.get(); }
@@ -35,6 +38,8 @@ class FolderWatches {
   Outcome add(const std::string& folder, Depth depth);
   /// Keeps a folder in mind that is not to be watched.
   void addUnwatched(const std::string& folder);
+  /// Keeps a folder in mind of which somebody else tells.
+  void addTold(const std::string& folder);
 
   /// Whether a folder is watched at least that well.
   bool isWatched(const std::string& folder, Depth depth) const;
@@ -53,11 +58,12 @@ class FolderWatches {
   /// Folders that are known and not watched, in the order of their paths after `last`, at most `most`.
   std::vector<std::string> unwatchedAfter(std::string_view last, std::size_t most) const;
   std::size_t watched() const { return byNumber_.size(); }
-  std::size_t unwatched() const { return watches_.size() - byNumber_.size(); }
+  std::size_t unwatched() const { return watches_.size() - byNumber_.size() - told_; }
 
  private:
+  static constexpr int kNone = -1, kTold = -2;
   struct Watch {
-    int number = -1;  // of the kernel; -1: it is not watched
+    int number = kNone;  // of the kernel
     Depth depth = Depth::names;
   };
   using Watches = std::map<std::string, Watch, std::less<>>;
@@ -66,9 +72,11 @@ class FolderWatches {
   void disconnect(Watches::iterator watch);
   Watches::iterator erase(Watches::iterator watch);
 
+  const std::size_t most_;
   Descriptor inotify_;
   Watches watches_;
   std::unordered_multimap<int, const std::string*> byNumber_;  // keys of watches_
+  std::size_t told_ = 0;                                       // those of kTold
 };
 
 template <class Keep>

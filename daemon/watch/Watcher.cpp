@@ -47,11 +47,13 @@ bool isFolder(const std::string& path) {
 
 }  // namespace
 
-Watcher::Watcher(Tell tell)
+Watcher::Watcher(Tell tell, std::size_t mostWatches)
     : tell_(std::move(tell)),
       wake_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
+      watches_(mostWatches),
       mounts_(MountTable::read()),
-      events_(watches_.descriptor()) {}
+      folderEvents_(watches_.descriptor()),
+      fileSystemEvents_(fileSystems_.descriptor()) {}
 
 Watcher::~Watcher() { stop(); }
 
@@ -103,9 +105,20 @@ void Watcher::watchAbove(const std::string& place) {
     const bool holdsFile = std::next(folder) == above.rend() && !isFolder(place);
     const auto depth = holdsFile ? FolderWatches::Depth::files : FolderWatches::Depth::names;
     if (!watches_.isWatched(*folder, depth)) {
-      watches_.add(*folder, depth);
+      add(*folder, depth);
     }
   }
+}
+
+FolderWatches::Outcome Watcher::add(const std::string& folder, FolderWatches::Depth depth) {
+  const FolderWatches::Outcome outcome = watches_.add(folder, depth);
+  if (outcome != FolderWatches::Outcome::noneLeft || !fileSystems_.add(folder, mounts_.pointOf(folder))) {
+    return outcome;
+  }
+  if (watches_.isWhole(folder)) {
+    watches_.addTold(folder);
+  }
+  return FolderWatches::Outcome::watched;
 }
 
 bool Watcher::watch(const std::string& folder) {
@@ -117,11 +130,10 @@ bool Watcher::watch(const std::string& folder) {
     sayOnce(saidRemote_,
             "File systems of other computers and of programs cannot be watched. Included folders there are "
             "looked at from time to time.");
-  } else if (watches_.add(folder, FolderWatches::Depth::whole) == FolderWatches::Outcome::noneLeft) {
+  } else if (add(folder, FolderWatches::Depth::whole) == FolderWatches::Outcome::noneLeft) {
     sayOnce(saidNoneLeft_,
             "The system gives no more watches (fs.inotify.max_user_watches and max_user_instances). The "
-            "folders that are left are "
-            "looked at from time to time.");
+            "folders that are left are looked at from time to time.");
   }
   return wasKnown;
 }
@@ -186,10 +198,14 @@ void Watcher::everythingChanged() {
   }
 }
 
+void Watcher::overflowed() {
+  everythingChanged();
+  sayOnce(saidOverflow_, "Files change faster than the system can tell. Everything is looked at again.");
+}
+
 void Watcher::handle(const inotify_event& event, std::string_view name) {
   if ((event.mask & IN_Q_OVERFLOW) != 0) {
-    everythingChanged();
-    sayOnce(saidOverflow_, "Files change faster than the system can tell. Everything is looked at again.");
+    overflowed();
     return;
   }
   if ((event.mask & (IN_IGNORED | IN_UNMOUNT)) != 0) {  // the table of mounts tells of the second one
@@ -241,16 +257,33 @@ void Watcher::readMounts() {
   mounts_ = std::move(now);
 }
 
-void Watcher::readEvents() {
+void Watcher::readFolders() {
   alignas(inotify_event) char buffer[std::size_t{256} << 10];
-  const ssize_t got = read(events_, buffer, sizeof(buffer));
-  lastRead_ = got < 0 ? 0 : static_cast<std::size_t>(got);
+  const ssize_t got = read(folderEvents_, buffer, sizeof(buffer));
+  const std::size_t size = got < 0 ? 0 : static_cast<std::size_t>(got);
+  lastRead_ += size;
   const ScopedLock guard(mutex_);
-  for (std::size_t at = 0; at < lastRead_;) {
+  for (std::size_t at = 0; at < size;) {
     const auto* event = reinterpret_cast<const inotify_event*>(buffer + at);
     handle(*event, event->len > 0 ? std::string_view(event->name) : std::string_view());
     at += sizeof(inotify_event) + event->len;
   }
+}
+
+void Watcher::readFileSystems() {
+  const ScopedLock guard(mutex_);
+  lastRead_ += fileSystems_.read([this](const std::string& folder, std::string_view name, std::uint32_t mask)
+                                     KELDANE_REQUIRES(mutex_) {
+                                       if ((mask & IN_Q_OVERFLOW) != 0) {
+                                         overflowed();
+                                       } else if (watches_.isWatched(folder, FolderWatches::Depth::names)) {
+                                         return;  // its own watch tells
+                                       } else if (!name.empty()) {
+                                         handleNamed(folder, name, mask);
+                                       } else if (watches_.isWhole(folder)) {
+                                         changes_.addFolder(folder);  // its mode or attributes
+                                       }
+                                     });
 }
 
 int Watcher::millisecondsUntil(steady_clock::time_point until, bool isPausing) const {
@@ -264,8 +297,10 @@ void Watcher::run() {
   auto tellAt = kNever;
   bool isPausing = false;
   for (;;) {
-    pollfd polled[] = {
-        {wake_.get(), POLLIN, 0}, {mountsFile_.get(), POLLPRI, 0}, {isPausing ? -1 : events_, POLLIN, 0}};
+    pollfd polled[] = {{wake_.get(), POLLIN, 0},
+                       {mountsFile_.get(), POLLPRI, 0},
+                       {isPausing ? -1 : folderEvents_, POLLIN, 0},
+                       {isPausing ? -1 : fileSystemEvents_, POLLIN, 0}};
     poll(polled, std::size(polled), millisecondsUntil(tellAt, isPausing));
     if (polled[0].revents != 0) {
       return;
@@ -274,9 +309,13 @@ void Watcher::run() {
       if (polled[1].revents != 0) {
         readMounts();
       }
-      isPausing = polled[2].revents != 0;
-      if (isPausing) {
-        readEvents();
+      isPausing = polled[2].revents != 0 || polled[3].revents != 0;
+      lastRead_ = 0;
+      if (polled[2].revents != 0) {
+        readFolders();
+      }
+      if (polled[3].revents != 0) {
+        readFileSystems();
       }
       std::vector<Change> changes;
       {

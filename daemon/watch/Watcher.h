@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "daemon/watch/ChangeList.h"
+#include "daemon/watch/FileSystemWatches.h"
 #include "daemon/watch/FolderWatches.h"
 #include "daemon/watch/MountTable.h"
 #include "platform/files/Descriptor.h"
@@ -22,7 +23,8 @@ namespace keldane {
 
 /// Watches folders for somebody who walks through *places*: paths whose contents matter. Whoever walks calls
 /// watch() for each folder before reading it, so nothing that happens later is missed. The folders above the
-/// places are watched by themselves, so that a place may appear, go, be moved or be replaced by a mount.
+/// places are watched by themselves, so that a place may appear, go, be moved or be replaced by a mount. When
+/// no watches are left for single folders, file systems are watched as wholes, if the process has the rights.
 ///
 /// A change is told within about half a second. Changes of what is mapped into memory are not told, nor what
 /// other computers do on a network file system. Any thread; the callback comes on the watcher's own thread,
@@ -30,7 +32,8 @@ namespace keldane {
 class Watcher {
  public:
   using Tell = std::function<void(const std::vector<Change>& changes)>;
-  explicit Watcher(Tell tell);
+  /// Takes at most so many watches of the kernel.
+  explicit Watcher(Tell tell, std::size_t mostWatches = FolderWatches::shareOfWatches());
   ~Watcher();
   Watcher(const Watcher&) = delete;
   Watcher& operator=(const Watcher&) = delete;
@@ -61,7 +64,10 @@ class Watcher {
  private:
   void run();
   int millisecondsUntil(std::chrono::steady_clock::time_point until, bool isPausing) const;
-  void readEvents();
+  void readFolders();
+  void readFileSystems();
+  FolderWatches::Outcome add(const std::string& folder, FolderWatches::Depth depth) KELDANE_REQUIRES(mutex_);
+  void overflowed() KELDANE_REQUIRES(mutex_);
   void handle(const inotify_event& event, std::string_view name) KELDANE_REQUIRES(mutex_);
   void handleNamed(const std::string& folder, std::string_view name, std::uint32_t mask)
       KELDANE_REQUIRES(mutex_);
@@ -78,6 +84,7 @@ class Watcher {
   Descriptor mountsFile_;
   mutable Mutex mutex_{{.name = "Watcher.mutex"}};
   FolderWatches watches_ KELDANE_GUARDED_BY(mutex_);
+  FileSystemWatches fileSystems_ KELDANE_GUARDED_BY(mutex_);  // for folders that get no watch of their own
   ChangeList changes_ KELDANE_GUARDED_BY(mutex_);
   std::set<std::string, std::less<>> places_ KELDANE_GUARDED_BY(mutex_);
   MountTable mounts_ KELDANE_GUARDED_BY(mutex_);
@@ -85,7 +92,7 @@ class Watcher {
   bool saidRemote_ KELDANE_GUARDED_BY(mutex_) = false;
   bool saidOverflow_ KELDANE_GUARDED_BY(mutex_) = false;
   std::size_t lastRead_ = 0;  // bytes; of the watcher's thread
-  const int events_;
+  const int folderEvents_, fileSystemEvents_;
   std::thread thread_;
 };
 

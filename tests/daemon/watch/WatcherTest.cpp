@@ -29,6 +29,14 @@ constexpr auto kTree = Change::Extent::tree;
 
 class WatcherTest : public ::testing::Test {
  protected:
+  WatcherTest() : WatcherTest(FolderWatches::shareOfWatches()) {}
+  explicit WatcherTest(std::size_t mostWatches)
+      : watcher_(
+            [this](const std::vector<Change>& changes) {
+              const std::lock_guard guard(mutex_);
+              told_.insert(told_.end(), changes.begin(), changes.end());
+            },
+            mostWatches) {}
   void begin(const std::vector<std::string>& places) {
     watcher_.setPlaces([&] { return places; });
     for (const std::string& place : places) {
@@ -69,10 +77,23 @@ class WatcherTest : public ::testing::Test {
   TemporaryFolder folder_;
   std::mutex mutex_;
   std::vector<Change> told_;
-  Watcher watcher_{[this](const std::vector<Change>& changes) {
-    const std::lock_guard guard(mutex_);
-    told_.insert(told_.end(), changes.begin(), changes.end());
-  }};
+  Watcher watcher_;
+};
+
+/// With a watcher that has a watch for the folder above its place and none for those below.
+class WithoutWatchesTest : public WatcherTest {
+ protected:
+  WithoutWatchesTest() : WatcherTest(0) {}
+  /// On a file system of its own, which can tell as a whole. False where this user may not mount.
+  bool beginOnDisk() {
+    fs::create_directory(folder_ / "f");
+    if (!hasPrivateMounts() || !mountMemory(folder_ / "f")) {
+      return false;
+    }
+    folder_.write("f/sub/a", "1");
+    begin({folder_ / "f"});
+    return true;
+  }
 };
 
 TEST_F(WatcherTest, TellsOfFilesThatAreMadeChangedTouchedMovedAndDeleted) {
@@ -256,6 +277,92 @@ TEST_F(WatcherTest, WhatTheKernelCannotTellIsKeptAndSaidOnce) {
   EXPECT_EQ(watcher_.unwatchedAfter("", 10), (std::vector<std::string>{"/proc/self", "/proc/sys"}));
   EXPECT_EQ(watcher_.unwatchedAfter("/proc/self", 10), std::vector<std::string>{"/proc/sys"});
   EXPECT_EQ(log.lines().size(), 1U);
+}
+
+TEST_F(WithoutWatchesTest, AWholeFileSystemTellsOfFilesAndFolders) {
+  if (!beginOnDisk()) {
+    GTEST_SKIP() << "this user may not mount";
+  }
+  EXPECT_TRUE(watcher_.unwatchedAfter("", 10).empty());
+  folder_.write("f/sub/b", "1");
+  EXPECT_TRUE(isTold(kEntry, folder_ / "f/sub/b"));
+  forgetTold();
+  chmod((folder_ / "f/sub/a").c_str(), 0600);
+  EXPECT_TRUE(isTold(kEntry, folder_ / "f/sub/a"));
+  chmod((folder_ / "f/sub").c_str(), 0700);
+  EXPECT_TRUE(isTold(kFolder, folder_ / "f/sub"));
+  fs::create_directories(folder_ / "f/new/deep");
+  ASSERT_TRUE(isTold(kTree, folder_ / "f/new"));
+  watchAll(folder_ / "f/new");
+  forgetTold();
+  folder_.write("f/new/deep/x", "1");
+  EXPECT_TRUE(isTold(kEntry, folder_ / "f/new/deep/x"));
+  fs::rename(folder_ / "f/new", folder_ / "f/moved");
+  EXPECT_TRUE(isTold(kTree, folder_ / "f/new"));
+  EXPECT_TRUE(isTold(kTree, folder_ / "f/moved"));
+  fs::remove_all(folder_ / "f/sub");
+  EXPECT_TRUE(isTold(kTree, folder_ / "f/sub"));
+}
+
+TEST_F(WithoutWatchesTest, AFileSystemThatIsToldOfCanBeUnmountedAndComeBack) {
+  if (!beginOnDisk()) {
+    GTEST_SKIP() << "this user may not mount";
+  }
+  folder_.write("f/sub/b", "1");
+  ASSERT_TRUE(isTold(kEntry, folder_ / "f/sub/b"));
+  ASSERT_EQ(umount((folder_ / "f").c_str()), 0);
+  ASSERT_TRUE(isTold(kTree, folder_ / "f"));
+  forgetTold();
+  ASSERT_TRUE(mountMemory(folder_ / "f"));
+  ASSERT_TRUE(isTold(kTree, folder_ / "f"));
+  watchAll(folder_ / "f");
+  folder_.write("f/c", "1");
+  EXPECT_TRUE(isTold(kEntry, folder_ / "f/c"));
+}
+
+TEST_F(WithoutWatchesTest, AQueueOfAFileSystemThatOverflowsHasEverythingLookedAt) {
+  if (!hasPrivateMounts()) {
+    GTEST_SKIP() << "this user may not mount";
+  }
+  const testing::LogCapture log;
+  fs::create_directory(folder_ / "f");
+  ASSERT_TRUE(mountMemory(folder_ / "f"));
+  folder_.write("f/a", "1");
+  watcher_.setPlaces([&] { return std::vector<std::string>{folder_ / "f"}; });
+  watchAll(folder_ / "f");
+  std::size_t most = 0;
+  std::ifstream("/proc/sys/fs/fanotify/max_queued_events") >> most;
+  for (std::size_t i = 0; i < most + 10; ++i) {  // nobody reads yet
+    const std::string name = folder_ / ("f/" + std::to_string(i));
+    ASSERT_EQ(link((folder_ / "f/a").c_str(), name.c_str()), 0);
+    ASSERT_EQ(unlink(name.c_str()), 0);
+  }
+  watcher_.start();
+  EXPECT_TRUE(isTold(kTree, folder_ / "f"));
+  EXPECT_TRUE(log.hasPart("faster than the system can tell"));
+}
+
+TEST_F(WithoutWatchesTest, WhoHasNoRightsIsToldWhichFoldersAreLeft) {
+  if (getuid() != 0) {
+    GTEST_SKIP() << "only root has rights to give up";
+  }
+  const testing::LogCapture log;
+  folder_.write("f/sub/a", "1");
+  const auto left = [&] {
+    Watcher watcher([](const std::vector<Change>&) {}, 0);
+    watcher.setPlaces([&] { return std::vector<std::string>{folder_ / "f"}; });
+    watcher.watch(folder_ / "f");
+    watcher.watch(folder_ / "f/sub");
+    watcher.watch(folder_ / "f/sub/a");
+    watcher.watch(folder_ / "f/gone");
+    return watcher.unwatchedAfter("", 10);
+  };
+  ASSERT_EQ(chmod((folder_ / "").c_str(), 0755), 0);
+  ASSERT_EQ(seteuid(65534), 0);
+  const std::vector<std::string> folders = left();
+  ASSERT_EQ(seteuid(0), 0);
+  EXPECT_EQ(folders, (std::vector<std::string>{folder_ / "f", folder_ / "f/sub"}));
+  EXPECT_TRUE(log.hasPart("The system gives no more watches"));
 }
 
 }  // namespace

@@ -1,0 +1,149 @@
+#include "daemon/watch/FileSystemWatches.h"
+
+#include <fcntl.h>
+#include <sys/fanotify.h>
+#include <sys/inotify.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstring>
+#include <optional>
+#include <vector>
+
+namespace keldane {
+
+namespace {
+
+constexpr std::uint64_t kEvents = FAN_CREATE | FAN_DELETE | FAN_MOVED_FROM | FAN_MOVED_TO | FAN_MODIFY |
+                                  FAN_CLOSE_WRITE | FAN_ATTRIB | FAN_ONDIR;
+
+static_assert(FAN_CREATE == IN_CREATE && FAN_DELETE == IN_DELETE && FAN_MOVED_FROM == IN_MOVED_FROM &&
+              FAN_MOVED_TO == IN_MOVED_TO && FAN_MODIFY == IN_MODIFY && FAN_CLOSE_WRITE == IN_CLOSE_WRITE &&
+              FAN_ATTRIB == IN_ATTRIB && FAN_ONDIR == IN_ISDIR && FAN_Q_OVERFLOW == IN_Q_OVERFLOW);
+
+/// The number that events have for the file system of an open file.
+std::optional<FileSystemWatches::FileSystem> fileSystemOf(const Descriptor& file) {
+  struct statfs status {};
+  if (!file || fstatfs(file.get(), &status) != 0) {
+    return std::nullopt;
+  }
+  FileSystemWatches::FileSystem number;
+  static_assert(sizeof(number) == sizeof(status.f_fsid));
+  std::memcpy(number.data(), &status.f_fsid, sizeof(number));
+  return number;
+}
+
+/// Whether the folders of such a file system can be found by what events say of them: not every file system
+/// allows it, and it needs a right of its own.
+bool canFindFoldersFrom(const Descriptor& folder) {
+  alignas(file_handle) std::byte room[sizeof(file_handle) + MAX_HANDLE_SZ];
+  auto* handle = reinterpret_cast<file_handle*>(room);
+  handle->handle_bytes = MAX_HANDLE_SZ;
+  int mount = 0;
+  return name_to_handle_at(folder.get(), "", handle, &mount, AT_EMPTY_PATH) == 0 &&
+         Descriptor(open_by_handle_at(folder.get(), handle, O_PATH | O_CLOEXEC));
+}
+
+/// The name that the kernel has for an open folder; absent for one that no path leads to.
+std::optional<std::string> pathOf(const Descriptor& folder) {
+  char path[PATH_MAX];
+  const std::string link = "/proc/self/fd/" + std::to_string(folder.get());
+  const ssize_t length = readlink(link.c_str(), path, sizeof(path));
+  constexpr std::string_view kGone = " (deleted)";
+  const std::string_view text(path, length < 0 ? 0 : static_cast<std::size_t>(length));
+  return text.starts_with('/') && !text.ends_with(kGone) ? std::optional<std::string>(text) : std::nullopt;
+}
+
+}  // namespace
+
+/// Remembers, while one part of the queue is read, where the folders of its events lie. It holds no file
+/// system for longer, which could not be unmounted otherwise.
+class FileSystemWatches::FolderFinder {
+ public:
+  explicit FolderFinder(const FileSystemWatches& watches) : watches_(watches) {}
+
+  const std::set<std::string>& pathsOf(const fanotify_event_info_fid& event) {
+    const auto* handle = reinterpret_cast<const file_handle*>(event.handle);
+    const std::string key(reinterpret_cast<const char*>(&event.fsid),
+                          sizeof(event.fsid) + sizeof(file_handle) + handle->handle_bytes);
+    const auto [found, isNew] = known_.try_emplace(key);
+    const FileSystem fileSystem = {event.fsid.val[0], event.fsid.val[1]};
+    const auto anchors = watches_.anchors_.find(fileSystem);
+    if (isNew && anchors != watches_.anchors_.end()) {
+      for (const std::string& anchor : anchors->second) {
+        add(anchor, fileSystem, handle, found->second);
+      }
+    }
+    return found->second;
+  }
+
+ private:
+  void add(const std::string& anchor, const FileSystem& fileSystem, const file_handle* handle,
+           std::set<std::string>& paths) {
+    const auto [mount, isNew] = mounts_.try_emplace(anchor);
+    if (isNew) {
+      mount->second = Descriptor(open(anchor.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    }
+    if (fileSystemOf(mount->second) != fileSystem) {
+      return;  // it was unmounted meanwhile
+    }
+    // The call wants a handle that it may change.
+    std::vector<std::byte> copy(sizeof(file_handle) + handle->handle_bytes);
+    std::memcpy(copy.data(), handle, copy.size());
+    const Descriptor folder(open_by_handle_at(
+        mount->second.get(), reinterpret_cast<file_handle*>(copy.data()), O_PATH | O_CLOEXEC));
+    if (std::optional<std::string> path = folder ? pathOf(folder) : std::nullopt) {
+      paths.insert(*std::move(path));
+    }
+  }
+
+  const FileSystemWatches& watches_;
+  std::map<std::string, Descriptor> mounts_;
+  std::map<std::string, std::set<std::string>> known_;  // paths by file system and handle
+};
+
+FileSystemWatches::FileSystemWatches()
+    : events_(fanotify_init(FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_NONBLOCK | FAN_REPORT_DFID_NAME, 0)) {}
+
+// The mark is made each time: one that was made before is gone when the file system was unmounted.
+bool FileSystemWatches::add(const std::string& folder, const std::string& mountPoint) {
+  const Descriptor place(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  const std::optional<FileSystem> fileSystem = fileSystemOf(place);
+  constexpr unsigned kHow = FAN_MARK_ADD | FAN_MARK_FILESYSTEM | FAN_MARK_ONLYDIR;
+  if (!events_ || !fileSystem || !canFindFoldersFrom(place) ||
+      fanotify_mark(events_.get(), kHow, kEvents, AT_FDCWD, folder.c_str()) != 0) {
+    return false;
+  }
+  // A mount point that was told before something else was mounted leads elsewhere.
+  const Descriptor mount(open(mountPoint.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  anchors_[*fileSystem].insert(fileSystemOf(mount) == fileSystem ? mountPoint : folder);
+  return true;
+}
+
+std::size_t FileSystemWatches::read(const Tell& tell) {
+  alignas(fanotify_event_metadata) char buffer[std::size_t{64} << 10];
+  const ssize_t got = ::read(events_.get(), buffer, sizeof(buffer));
+  FolderFinder finder(*this);
+  ssize_t left = got;
+  for (const auto* event = reinterpret_cast<const fanotify_event_metadata*>(buffer);
+       FAN_EVENT_OK(event, left); event = FAN_EVENT_NEXT(event, left)) {
+    const auto mask = static_cast<std::uint32_t>(event->mask);
+    if ((mask & FAN_Q_OVERFLOW) != 0) {
+      tell({}, {}, mask);
+      continue;
+    }
+    const auto* where = reinterpret_cast<const fanotify_event_info_fid*>(event + 1);
+    if (event->event_len <= event->metadata_len || where->hdr.info_type != FAN_EVENT_INFO_TYPE_DFID_NAME) {
+      continue;
+    }
+    const auto* handle = reinterpret_cast<const file_handle*>(where->handle);
+    const std::string_view name = reinterpret_cast<const char*>(handle->f_handle) + handle->handle_bytes;
+    for (const std::string& folder : finder.pathsOf(*where)) {
+      tell(folder, name == "." ? std::string_view() : name, mask);
+    }
+  }
+  return got < 0 ? 0 : static_cast<std::size_t>(got);
+}
+
+}  // namespace keldane
