@@ -317,7 +317,7 @@ std::string Daemon::statusFor(const std::string& held, const BackupWorker::Progr
   return failures == 0 ? "Up to date" : "Up to date, but " + filesText(failures) + " could not be backed up";
 }
 
-PropertyList Daemon::state(const Sight& sight) {
+PropertyList Daemon::state(const PeerAccess& access) {
   const BackupWorker::Progress progress = worker_.progress();  // first: what is done by then is told below
   const bool isNeeded = progress.pendingFiles > 0 || progress.placesToScan > 0;
   const Store::Totals totals = store_.totals();
@@ -332,8 +332,8 @@ PropertyList Daemon::state(const Sight& sight) {
                                : isWorking        ? kBackingUp
                                                   : kIdle;
   const std::string restored = restores_.currentFile();
-  const auto seen = [&sight](const std::string& path) {
-    return !path.empty() && sight.sees(path) ? path : std::string();
+  const auto seen = [&access](const std::string& path) {
+    return !path.empty() && access.sees(path) ? path : std::string();
   };
   const EngineAnswer standing = watch_.standing();
   const std::optional<double> lastGood = age_.lastGood();
@@ -342,7 +342,7 @@ PropertyList Daemon::state(const Sight& sight) {
       {"backedupFileSize", totals.bytes},
       {"backupState", number},
       {"currentBackupFile", seen(progress.currentFile)},
-      {"currentRestoreFile", sight.isPrivileged() ? restored : seen(restored)},
+      {"currentRestoreFile", access.isPrivileged() ? restored : seen(restored)},
       {"currentRestoreJob", restores_.current()},
       {"isBackupNeeded", isNeeded},
       {"lowerPriorityMode", setting("lowerPriorityMode") != 0},

@@ -10,11 +10,11 @@
 #include <vector>
 
 #include "config/SystemConfig.h"
-#include "daemon/backup/BackupAge.h"
 #include "daemon/backup/BackupWorker.h"
-#include "daemon/backup/RepositoryCare.h"
 #include "daemon/backup/RepositoryWatch.h"
 #include "daemon/backup/Surroundings.h"
+#include "daemon/care/BackupAge.h"
+#include "daemon/care/RepositoryCare.h"
 #include "daemon/engine/BackupEngine.h"
 #include "daemon/engine/RepositoryConfig.h"
 #include "daemon/restore/RestoreJobs.h"
@@ -88,7 +88,7 @@ class Daemon {
 
   /// Every key of the state that clients poll. The files that are being backed up and restored are named to
   /// those who may see them.
-  PropertyList state(const Sight& sight);
+  PropertyList state(const PeerAccess& access);
 
   /// Takes what peers with an alert handler are told: a selector and its dictionary. Called on any thread.
   using Announce = std::function<void(const std::string& selector, const PropertyList& dictionary)>;

@@ -15,10 +15,10 @@
 
 #include "daemon/Daemon.h"
 #include "daemon/DefaultPlaces.h"
+#include "daemon/owner/OwnerServer.h"
+#include "daemon/owner/RepositoryRequests.h"
 #include "daemon/server/DaemonServer.h"
 #include "daemon/server/FolderSafety.h"
-#include "daemon/server/OwnerServer.h"
-#include "daemon/server/RepositoryRequests.h"
 #include "platform/files/Descriptor.h"
 
 namespace keldane {

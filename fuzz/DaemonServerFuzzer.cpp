@@ -102,7 +102,7 @@ void askAsNobody(const std::shared_ptr<Daemon>& daemon, BytesView request) {
   const PropertyList before = settings(*daemon);
   static const auto share =
       std::make_shared<UserShare>(std::make_shared<WalkTurns>(1, 1), 0, nullptr, 0, nullptr);
-  const auto service = std::make_shared<DaemonService>(daemon, Sight({65534, 65534, {}}), share,
+  const auto service = std::make_shared<DaemonService>(daemon, PeerAccess({65534, 65534, {}}), share,
                                                        [](DaemonService::Subject, bool) {});
   const std::shared_ptr<KeldaneProxy> proxy = KeldaneProxy::create();
   proxy->setDelegate(service);

@@ -10,7 +10,7 @@
 #include <cstdio>
 #include <string>
 
-#include "daemon/backup/Scanner.h"
+#include "daemon/scan/Scanner.h"
 
 namespace keldane {
 namespace {

@@ -4,7 +4,7 @@
 #include "daemon/ByteSum.h"
 #include "daemon/Clock.h"
 #include "daemon/backup/BackupWorker.h"
-#include "daemon/backup/FileFacts.h"
+#include "daemon/scan/FileFacts.h"
 #include "platform/syslog/SystemLog.h"
 
 namespace keldane {
@@ -68,7 +68,7 @@ bool BackupWorker::step(Lane& lane) {
     bool rests = false;
     {
       const std::lock_guard guard(mutex_);
-      rests = !mayWork(false) || !toScan_.empty() || !scanned_.empty();
+      rests = !mayWork(false) || !looksWaiting_.empty() || !placeScanned_.empty();
       isCaring_ = !rests;
     }
     if (const auto answer = rests ? std::nullopt : keeper_.lookAfter(lane.job)) {
@@ -115,13 +115,13 @@ bool BackupWorker::mayWork(bool preferred) const {
 }
 
 bool BackupWorker::isBatchDue() const {
-  return mayWork(false) && toScan_.empty() && scanned_.empty() &&
+  return mayWork(false) && looksWaiting_.empty() && placeScanned_.empty() &&
          (urgent_ || !noticed_ || steady_clock::now() >= *noticed_ + timing_.batchDelay);
 }
 
 bool BackupWorker::isFullDue() const {
   const double age = timeOfDay() - lastFull_.time;
-  return mayWork(false) && toScan_.empty() && scanned_.empty() && changedSinceFull_ &&
+  return mayWork(false) && looksWaiting_.empty() && placeScanned_.empty() && changedSinceFull_ &&
          // A clock that was set back makes the age negative; a full snapshot too many does no harm.
          (lastFull_.id.empty() || age < 0 || age >= static_cast<double>(timing_.fullInterval.count()));
 }

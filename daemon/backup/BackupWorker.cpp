@@ -1,15 +1,12 @@
 #include "daemon/backup/BackupWorker.h"
 
-#include <malloc.h>
-
 #include <algorithm>
 #include <limits>
 
 #include "daemon/ByteSum.h"
 #include "daemon/Clock.h"
-#include "daemon/backup/FileFacts.h"
+#include "daemon/scan/FileFacts.h"
 #include "platform/files/Path.h"
-#include "platform/syslog/SystemLog.h"
 
 namespace keldane {
 
@@ -23,8 +20,6 @@ constexpr std::uint64_t kFirstMostBytes = std::uint64_t{20} << 30;
 // A clock that jumped by more than this while the computer ran: it slept.
 constexpr std::int64_t kShortestSleep = 5;
 constexpr char kBytesLost[] = "bytesLost";
-// Folders of a tree between which other changes are looked at, so that these are found within a second.
-constexpr std::size_t kFoldersAtOnce = 64;
 constexpr std::uint32_t kEveryScan = std::numeric_limits<std::uint32_t>::max();
 
 }  // namespace
@@ -165,7 +160,7 @@ void BackupWorker::reconsiderAll() {
 void BackupWorker::willScan(const std::string& place, bool urgent) {
   urgent_ = urgent_ || urgent;
   ++wakes_;
-  toScan_.addTree(place);
+  looksWaiting_.addTree(place);
 }
 
 // Whether a folder is a cache is seen by its tag, so the tag stands for the folder.
@@ -174,9 +169,9 @@ void BackupWorker::filesChanged(const std::vector<Change>& changes) {
     const std::lock_guard guard(mutex_);
     for (const Change& change : changes) {
       if (change.extent == Change::Extent::entry && lastPathComponent(change.path) == kCacheTagName) {
-        toScan_.addTree(std::string(parentPath(change.path)));
+        looksWaiting_.addTree(std::string(parentPath(change.path)));
       }
-      toScan_.add(change);
+      looksWaiting_.add(change);
     }
     ++wakes_;
   }
@@ -292,7 +287,8 @@ BackupWorker::Progress BackupWorker::progress() const {
   // What a scan has found is on the list before the scan counts as done, so the list is asked last.
   const std::lock_guard guard(mutex_);
   Progress progress;
-  progress.placesToScan = toScan_.size() + (scanned_.empty() ? 0 : 1) + static_cast<std::size_t>(intentions_);
+  progress.placesToScan =
+      looksWaiting_.size() + (placeScanned_.empty() ? 0 : 1) + static_cast<std::size_t>(intentions_);
   const PendingFiles::Totals totals = pending_.totals();
   progress.hasPreferred = pending_.hasPreferred();
   std::uint64_t files = 0;
@@ -317,12 +313,12 @@ bool BackupWorker::isPendingBelow(const std::string& folder) const {
     return true;
   }
   const std::lock_guard guard(mutex_);
-  return toScan_.hasBelow(folder) || (!scanned_.empty() && isAtOrBelow(scanned_, folder));
+  return looksWaiting_.hasBelow(folder) || (!placeScanned_.empty() && isAtOrBelow(placeScanned_, folder));
 }
 
 bool BackupWorker::isToBeScanned(const std::string& path) const {
   const std::lock_guard guard(mutex_);
-  return (!scanned_.empty() && isAtOrBelow(path, scanned_)) || toScan_.covers(path);
+  return (!placeScanned_.empty() && isAtOrBelow(path, placeScanned_)) || looksWaiting_.covers(path);
 }
 
 std::optional<double> BackupWorker::partStored(const std::string& path) const {
@@ -340,129 +336,6 @@ std::optional<double> BackupWorker::partStored(const std::string& path) const {
     }
   }
   return std::nullopt;
-}
-
-bool BackupWorker::waitForWork(std::chrono::milliseconds time) {
-  std::unique_lock guard(mutex_);
-  const std::uint64_t seen = wakes_;
-  changed_.wait_for(guard, time, [&] { return stopping_ || wakes_ != seen; });
-  return !stopping_;
-}
-
-void BackupWorker::runScanner() {
-  while (!stopping_) {
-    auto pause = std::chrono::milliseconds(1000);
-    try {
-      if (lookAtNext()) {
-        continue;
-      }
-      pause = std::min(pause, lookQuietly());
-    } catch (const std::exception& error) {
-      systemLog("The scanner could not go on with its work: %s", error.what());
-    }
-    waitForWork(pause);
-    const std::lock_guard guard(mutex_);
-    endAfterSuspend();
-  }
-}
-
-/// False when nothing is to be looked at.
-bool BackupWorker::lookAtNext() {
-  bool mayChange = false;
-  {
-    const std::lock_guard guard(mutex_);
-    std::swap(mayChange, placesMayChange_);
-  }
-  if (mayChange) {
-    watcher_.setPlaces([this] { return rules_.places(); });
-  }
-  return lookAtChange() || lookAtTree();
-}
-
-/// One file, or one folder with its direct entries.
-bool BackupWorker::lookAtChange() {
-  std::string path;
-  {
-    const std::lock_guard guard(mutex_);
-    const Change* change = toScan_.takeSmall();
-    if (change == nullptr) {
-      return false;
-    }
-    path = change->path;
-  }
-  std::vector<std::string> below;
-  const std::optional<struct stat> status = statusOf(path);
-  const bool news = status && S_ISDIR(status->st_mode) ? scanner_.look(path, below) : scanner_.consider(path);
-  const std::lock_guard guard(mutex_);
-  toScan_.smallIsDone();
-  for (const std::string& place : below) {
-    toScan_.addTree(place);
-  }
-  noteLook(news);
-  return true;
-}
-
-/// A few folders of the place at hand.
-bool BackupWorker::lookAtTree() {
-  {
-    const std::lock_guard guard(mutex_);
-    if (scanned_.empty()) {
-      scanned_ = toScan_.takeTree().value_or("");
-    }
-    if (scanned_.empty()) {
-      return false;
-    }
-  }
-  if (!walk_ || walk_->place != scanned_) {
-    walk_ = scanner_.begin(scanned_);
-  }
-  scanner_.step(*walk_, kFoldersAtOnce);
-  if (walk_->isDone) {
-    const bool news = walk_->news;
-    walk_.reset();
-    const std::lock_guard guard(mutex_);
-    scanned_.clear();
-    noteLook(news);
-  }
-  return true;
-}
-
-// With the mutex held.
-void BackupWorker::noteLook(bool news) {
-  if (news || urgent_) {
-    noticed_ = noticed_.value_or(steady_clock::now());
-  }
-  if (toScan_.empty() && scanned_.empty()) {
-    ++wakes_;
-    changed_.notify_all();
-  }
-}
-
-// A large batch leaves much memory behind that the system may use otherwise.
-void BackupWorker::giveMemoryBack() {
-  const bool isStoring = progress().isStoring;
-  if (wasStoring_ && !isStoring) {
-    malloc_trim(0);
-  }
-  wasStoring_ = isStoring;
-}
-
-/// What nothing has asked for. Answers how long it may rest.
-std::chrono::milliseconds BackupWorker::lookQuietly() {
-  giveMemoryBack();
-  const QuietLook::Step step = quiet_.step();
-  const std::vector<std::string> due = scanner_.dueAgain();
-  const std::lock_guard guard(mutex_);
-  for (const std::string& place : step.below) {
-    toScan_.addTree(place);
-  }
-  for (const std::string& file : due) {
-    toScan_.add({Change::Extent::entry, file});
-  }
-  if (step.news) {
-    noteLook(true);
-  }
-  return due.empty() && step.below.empty() ? step.pause : std::chrono::milliseconds(0);
 }
 
 }  // namespace keldane

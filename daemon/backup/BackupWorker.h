@@ -17,39 +17,19 @@
 
 #include "daemon/backup/BatchChoice.h"
 #include "daemon/backup/BatchRun.h"
-#include "daemon/backup/LookList.h"
-#include "daemon/backup/PendingFiles.h"
-#include "daemon/backup/QuietLook.h"
+#include "daemon/backup/RepositoryKeeper.h"
 #include "daemon/backup/RepositoryWatch.h"
-#include "daemon/backup/Scanner.h"
 #include "daemon/engine/BackupEngine.h"
 #include "daemon/engine/RepositoryConfig.h"
 #include "daemon/rules/RuleBook.h"
+#include "daemon/scan/LookList.h"
+#include "daemon/scan/PendingFiles.h"
+#include "daemon/scan/QuietLook.h"
+#include "daemon/scan/Scanner.h"
 #include "daemon/store/Store.h"
 #include "daemon/watch/Watcher.h"
 
 namespace keldane {
-
-/// What happens between batches when nothing waits: making the repository ready, looking after it.
-class RepositoryKeeper {
- public:
-  virtual ~RepositoryKeeper() = default;
-  /// Makes the repository usable: sets it up at the first start, and brings the catalogue up to what the
-  /// repository holds. Called before the first batch and again after each change of the repository.
-  virtual EngineAnswer makeReady(EngineJob& job) = 0;
-  /// Does what is due (forget, prune, check, drill) and answers how it went; absent when nothing was.
-  virtual std::optional<EngineAnswer> lookAfter(EngineJob& job) = 0;
-  /// Whether the repository is to be left as it is until a person says otherwise.
-  virtual bool isRecovering() = 0;
-  /// Whether the quota leaves room, with a sentence when it does not.
-  virtual EngineAnswer mayGrow() = 0;
-  /// Tells of a finished batch.
-  virtual void grew(std::uint64_t bytes) = 0;
-  /// Nothing waits and the repository answers, or a batch went well.
-  virtual void noteGood() = 0;
-  /// After stored bytes were lost, every file has been read and stored again.
-  virtual void storedAnew() {}
-};
 
 /// Keeps the list of pending files and works through it in batches, files that a person prefers in batches of
 /// their own that start at once. One thread is told what changes, one looks at it, one stores what waits, one
@@ -221,8 +201,8 @@ class BackupWorker {
   std::condition_variable changed_;
   // Guarded by mutex_:
   Modes modes_;
-  LookList toScan_;
-  std::string scanned_;           // the place that is at hand; empty when none
+  LookList looksWaiting_;
+  std::string placeScanned_;      // the tree that is looked at now; empty when none is
   bool placesMayChange_ = false;  // the watcher is to be told which they are
   int intentions_ = 0;
   bool isCaring_ = false;  // the repository is being looked after, perhaps under a lock
@@ -257,7 +237,7 @@ class BackupWorker {
   const std::array<Lane*, 3> lanes_ = {&ordinary_, &preferred_, &large_};
   std::thread scanning_;
   // Of the scanning thread:
-  std::optional<Scanner::Walk> walk_;  // of scanned_
+  std::optional<Scanner::Walk> walk_;  // of placeScanned_
   bool wasStoring_ = false;
   QuietLook quiet_;
 };

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "daemon/backup/FairShare.h"
-#include "daemon/backup/PendingFiles.h"
+#include "daemon/scan/PendingFiles.h"
 
 namespace keldane {
 

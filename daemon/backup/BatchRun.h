@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "daemon/backup/PendingFiles.h"
-#include "daemon/backup/Scanner.h"
 #include "daemon/engine/BackupEngine.h"
 #include "daemon/engine/RepositoryConfig.h"
 #include "daemon/rules/RuleBook.h"
+#include "daemon/scan/PendingFiles.h"
+#include "daemon/scan/Scanner.h"
 #include "daemon/store/Store.h"
 
 namespace keldane {

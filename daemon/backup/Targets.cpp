@@ -4,7 +4,7 @@
 
 #include <memory>
 
-#include "daemon/backup/FileFacts.h"
+#include "daemon/scan/FileFacts.h"
 #include "platform/files/Path.h"
 
 namespace keldane {

@@ -3,17 +3,12 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <string_view>
 
 #include "daemon/MountText.h"
+#include "platform/files/Path.h"
 
 namespace keldane {
 namespace {
-
-bool isAtOrBelow(std::string_view path, std::string_view folder) {
-  return folder == "/" ||
-         (path.starts_with(folder) && (path.size() == folder.size() || path[folder.size()] == '/'));
-}
 
 /// The device whose file system the path is on; empty when it has none.
 std::string deviceOf(const std::string& path, const std::string& mounts) {

@@ -5,6 +5,7 @@
 #include <set>
 #include <vector>
 
+#include "platform/files/Path.h"
 #include "platform/plist/Unicode.h"
 
 namespace keldane {
@@ -62,11 +63,6 @@ void dropOlderKind(const std::string& path, std::vector<std::pair<std::string, V
 }
 
 }  // namespace
-
-bool isAtOrBelow(const std::string& path, const std::string& folder) {
-  return folder == "/" ||
-         (path.starts_with(folder) && (path.size() == folder.size() || path[folder.size()] == '/'));
-}
 
 std::uint64_t RestorePlan::bytes() const {
   std::uint64_t bytes = 0;

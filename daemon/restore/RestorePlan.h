@@ -48,9 +48,6 @@ struct RestorePlan {
   std::uint64_t bytes() const;
 };
 
-/// Whether a path is a folder or lies in it.
-bool isAtOrBelow(const std::string& path, const std::string& folder);
-
 /// Asks the catalogue, and the repository itself for what the catalogue does not know. One thread.
 class RestorePlanner {
  public:

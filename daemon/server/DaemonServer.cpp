@@ -117,7 +117,7 @@ void DaemonServer::socketCreated(const std::shared_ptr<KeldaneSocket>& child) {
   PeerLink link;
   link.share = share;
   link.service = std::make_shared<DaemonService>(
-      daemon_, Sight(peerOf(credentials->uid, credentials->gid)), share,
+      daemon_, PeerAccess(peerOf(credentials->uid, credentials->gid)), share,
       [weak = weak_from_this(), key](DaemonService::Subject subject, bool on) {
         if (const std::shared_ptr<DaemonServer> self = weak.lock()) {
           self->subscribe(key, subject, on);
@@ -194,7 +194,7 @@ void DaemonServer::keepAlert(const std::string& selector, const PropertyList& di
     const std::lock_guard guard(mutex_);
     for (auto& [key, peer] : peers_) {
       PeerLink& link = peer.second;
-      if (!link.wantsAlerts || (user && link.service->sight().peer().uid != user.unsignedIntValue())) {
+      if (!link.wantsAlerts || (user && link.service->access().peer().uid != user.unsignedIntValue())) {
         continue;
       }
       if (link.alerts.size() >= kMostAlerts) {
@@ -272,9 +272,9 @@ void DaemonServer::tellState() {
   }
   std::map<uid_t, PropertyList> states;
   for (const auto& [key, link] : toTell) {
-    PropertyList& state = states[link.service->sight().peer().uid];
+    PropertyList& state = states[link.service->access().peer().uid];
     if (!state) {
-      state = daemon_->state(link.service->sight());
+      state = daemon_->state(link.service->access());
     }
     if (state != link.told && link.proxy->callWithoutWaiting("stateChanged:", {RawValue::of<'@'>(state)})) {
       const std::lock_guard guard(mutex_);

@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <charconv>
 
-#include "daemon/backup/FileFacts.h"
+#include "daemon/scan/FileFacts.h"
 #include "daemon/server/RestoreChoices.h"
 #include "platform/syslog/SystemLog.h"
 
@@ -44,7 +44,7 @@ void DaemonService::invoke(Invocation& invocation) {
     for (const RawValue& argument : invocation.arguments) {
       arguments.push_back(argument.encoded());
     }
-    systemLog("uid %u: %@ %@", sight_.peer().uid, invocation.signature.selector,
+    systemLog("uid %u: %@ %@", access_.peer().uid, invocation.signature.selector,
               PropertyList::array(std::move(arguments)));
   }
   try {
@@ -61,22 +61,22 @@ std::optional<std::string> DaemonService::pathFrom(const PropertyList& value) {
 // A longer one is not carried out in part.
 bool DaemonService::isShortList(const PropertyList& paths) const {
   if (paths.count() > kMostPaths) {
-    systemLog("uid %u sent a list of %llu paths", sight_.peer().uid, std::uint64_t{paths.count()});
+    systemLog("uid %u sent a list of %llu paths", access_.peer().uid, std::uint64_t{paths.count()});
     return false;
   }
   return true;
 }
 
 bool DaemonService::mayChangeSettings(const char* what) const {
-  if (!sight_.isPrivileged()) {
-    systemLog("uid %u may not change %s", sight_.peer().uid, what);
+  if (!access_.isPrivileged()) {
+    systemLog("uid %u may not change %s", access_.peer().uid, what);
   }
-  return sight_.isPrivileged();
+  return access_.isPrivileged();
 }
 
 void DaemonService::setNumber(const char* key, std::uint32_t value) {
   if (daemon_->store().isFixed(Store::Table::settings, key)) {
-    systemLog("uid %u may not change %s: the administrator has fixed it", sight_.peer().uid, key);
+    systemLog("uid %u may not change %s: the administrator has fixed it", access_.peer().uid, key);
   } else if (mayChangeSettings(key)) {
     daemon_->setSetting(key, value);
   }
@@ -95,15 +95,15 @@ PropertyList DaemonService::profileText(const char* key) {
 PropertyList DaemonService::dictionaryForPath(const PropertyList& path, signed char withDirSizes) {
   const std::optional<std::string> asked = pathFrom(path);
   if (!asked || withDirSizes == 0) {
-    return asked ? daemon_->nodes().node(sight_, *asked, false) : PropertyList();
+    return asked ? daemon_->nodes().node(access_, *asked, false) : PropertyList();
   }
   const WalkTurns::Turn mine = turn();
-  return mine ? daemon_->nodes().node(sight_, *asked, true) : PropertyList();
+  return mine ? daemon_->nodes().node(access_, *asked, true) : PropertyList();
 }
 
 PropertyList DaemonService::dictionaryForPath(const PropertyList& path) {
   const std::optional<std::string> asked = pathFrom(path);
-  return asked ? daemon_->nodes().nodeWithVersions(sight_, *asked) : PropertyList();
+  return asked ? daemon_->nodes().nodeWithVersions(access_, *asked) : PropertyList();
 }
 
 PropertyList DaemonService::childrenDictionariesForPath(const PropertyList& path) {
@@ -112,15 +112,15 @@ PropertyList DaemonService::childrenDictionariesForPath(const PropertyList& path
     return {};
   }
   const WalkTurns::Turn mine = turn();
-  return mine ? daemon_->nodes().children(sight_, *asked) : PropertyList();
+  return mine ? daemon_->nodes().children(access_, *asked) : PropertyList();
 }
 
 std::uint32_t DaemonService::changeRule(const PropertyList& path, std::optional<bool> included) {
   const std::optional<std::string> asked = pathFrom(path);
-  const std::optional<Sight::Item> item = asked ? sight_.look(*asked) : std::nullopt;
-  if (!item || !sight_.mayChange(*item)) {
+  const std::optional<PeerAccess::Item> item = asked ? access_.look(*asked) : std::nullopt;
+  if (!item || !access_.mayChange(*item)) {
     if (asked) {
-      systemLog("uid %u may not change the rule of %@", sight_.peer().uid, *asked);
+      systemLog("uid %u may not change the rule of %@", access_.peer().uid, *asked);
     }
     return path.isString() ? EACCES : EINVAL;
   }
@@ -159,8 +159,8 @@ void DaemonService::addFilesToBackup(const PropertyList& paths) {
 
 void DaemonService::setPriorityBackup(const PropertyList& path) {
   const std::optional<std::string> asked = pathFrom(path);
-  const std::optional<Sight::Item> item = asked ? sight_.look(*asked) : std::nullopt;
-  if (item && item->status && isStorable(*item->status) && sight_.mayChange(*item) &&
+  const std::optional<PeerAccess::Item> item = asked ? access_.look(*asked) : std::nullopt;
+  if (item && item->status && isStorable(*item->status) && access_.mayChange(*item) &&
       daemon_->rules().decide(*asked, false).selected) {
     daemon_->worker().prioritize(*asked);
   }
@@ -173,14 +173,14 @@ PropertyList DaemonService::policyExcludeList() {
 
 PropertyList DaemonService::excludedFiles(const PropertyList& path) {
   const std::optional<std::string> asked = pathFrom(path);
-  if (!asked || !sight_.sees(*asked)) {
+  if (!asked || !access_.sees(*asked)) {
     return {};
   }
   const WalkTurns::Turn mine = turn();
   PropertyList::Array excluded;
   for (const std::string& rulePath :
        mine ? daemon_->rules().excludedAt(*asked) : std::vector<std::string>()) {
-    if (sight_.sees(rulePath)) {
+    if (access_.sees(rulePath)) {
       excluded.emplace_back(rulePath);
     }
   }
@@ -210,13 +210,13 @@ std::uint32_t DaemonService::getFileTypeToggle(const PropertyList& type) {
 }
 
 std::uint32_t DaemonService::addRestore(RestoreRequest request) {
-  request.user = sight_.peer().uid;
-  request.group = sight_.peer().gid;
-  request.groups = sight_.peer().groups;
+  request.user = access_.peer().uid;
+  request.group = access_.peer().gid;
+  request.groups = access_.peer().groups;
   std::string refusal;
   const std::uint32_t job = daemon_->restores().add(request, &refusal);
   if (job == 0) {
-    systemLog("uid %u cannot restore: %@", sight_.peer().uid, refusal);
+    systemLog("uid %u cannot restore: %@", access_.peer().uid, refusal);
   }
   return job;
 }
@@ -228,7 +228,7 @@ std::uint32_t DaemonService::restoreFile(const PropertyList& path, const Propert
   const bool hasTarget = toPath.isString() && !toPath.string().empty();
   const std::optional<std::string> target = hasTarget ? pathFrom(toPath) : std::nullopt;
   if (!asked || (hasTarget && !target)) {
-    systemLog("uid %u asked for a restore without a usable path", sight_.peer().uid);
+    systemLog("uid %u asked for a restore without a usable path", access_.peer().uid);
     return 0;
   }
   RestoreRequest request;
@@ -243,7 +243,7 @@ std::uint32_t DaemonService::restoreFile(const PropertyList& path, const Propert
 
 std::uint32_t DaemonService::getRestoreJobStatus(std::uint32_t job) {
   const std::optional<uid_t> user = daemon_->restores().userOf(job);
-  const bool mayKnow = user && (sight_.isPrivileged() || *user == sight_.peer().uid);
+  const bool mayKnow = user && (access_.isPrivileged() || *user == access_.peer().uid);
   return static_cast<std::uint32_t>(mayKnow ? daemon_->restores().report(job).status
                                             : RestoreStatus::unknown);
 }
@@ -258,14 +258,14 @@ signed char DaemonService::restoreWithChoices(const PropertyList& choices) {
   std::string refusal;
   std::optional<RestoreRequest> request = restoreRequestFrom(choices, &refusal);
   if (!request || !isShortList(choices["files"])) {
-    systemLog("uid %u asked for a restore that cannot be understood: %@", sight_.peer().uid, refusal);
+    systemLog("uid %u asked for a restore that cannot be understood: %@", access_.peer().uid, refusal);
     return 0;
   }
   return addRestore(std::move(*request)) != 0 ? 1 : 0;
 }
 
 void DaemonService::showRestoreWizard() {
-  daemon_->announce("showRestoreWizard:", PropertyList::dictionary({{"user", sight_.peer().uid}}));
+  daemon_->announce("showRestoreWizard:", PropertyList::dictionary({{"user", access_.peer().uid}}));
 }
 
 PropertyList DaemonService::stringForState(std::uint32_t index) {
@@ -281,7 +281,7 @@ PropertyList DaemonService::backupColorsForFiles(const PropertyList& paths) {
   PropertyList::Array colors;
   for (std::size_t i = 0; i < paths.count(); ++i) {
     const std::optional<std::string> asked = pathFrom(paths[i]);
-    colors.emplace_back(asked ? daemon_->nodes().color(sight_, *asked) : 0);
+    colors.emplace_back(asked ? daemon_->nodes().color(access_, *asked) : 0);
   }
   return PropertyList::array(std::move(colors));
 }

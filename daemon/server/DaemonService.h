@@ -23,14 +23,14 @@ class DaemonService final : public InvocationTarget {
   enum class Subject { state, alerts };
   using Subscribe = std::function<void(Subject subject, bool on)>;
 
-  DaemonService(std::shared_ptr<Daemon> daemon, Sight sight, std::shared_ptr<UserShare> share,
+  DaemonService(std::shared_ptr<Daemon> daemon, PeerAccess access, std::shared_ptr<UserShare> share,
                 Subscribe subscribe)
       : daemon_(std::move(daemon)),
-        sight_(std::move(sight)),
+        access_(std::move(access)),
         share_(std::move(share)),
         subscribe_(std::move(subscribe)) {}
 
-  const Sight& sight() const { return sight_; }
+  const PeerAccess& access() const { return access_; }
 
   const MethodSignature* methodSignatureForSelector(std::string_view selector) const override;
   void invoke(Invocation& invocation) override;
@@ -97,7 +97,7 @@ class DaemonService final : public InvocationTarget {
   static std::optional<std::string> pathFrom(const PropertyList& value);
   bool isShortList(const PropertyList& paths) const;
   WalkTurns::Turn turn() { return {*share_->turns, share_->line}; }
-  PropertyList state() { return daemon_->state(sight_); }
+  PropertyList state() { return daemon_->state(access_); }
   bool mayChangeSettings(const char* what) const;
   std::uint32_t addRestore(RestoreRequest request);
   std::uint32_t changeRule(const PropertyList& path, std::optional<bool> included);
@@ -108,7 +108,7 @@ class DaemonService final : public InvocationTarget {
   PropertyList stateValue(std::uint32_t index) { return state().entry(index).second; }
 
   const std::shared_ptr<Daemon> daemon_;  // a request that is being performed may outlive the server
-  const Sight sight_;
+  const PeerAccess access_;
   const std::shared_ptr<UserShare> share_;
   const Subscribe subscribe_;
 };

@@ -6,7 +6,7 @@
 
 #include "Common/FileNode.h"
 #include "daemon/ByteSum.h"
-#include "daemon/backup/FileFacts.h"
+#include "daemon/scan/FileFacts.h"
 #include "daemon/server/NodeReasons.h"
 #include "platform/files/Path.h"
 #include "platform/plist/Unicode.h"
@@ -119,7 +119,7 @@ struct FolderSize {
   std::uint32_t files = 0;
 };
 
-FolderSize measure(const Sight& sight, const std::string& folder) {
+FolderSize measure(const PeerAccess& access, const std::string& folder) {
   FolderSize size;
   const auto end = std::chrono::steady_clock::now() + kLongestWalk;
   std::vector<std::string> folders = {folder};
@@ -127,7 +127,7 @@ FolderSize measure(const Sight& sight, const std::string& folder) {
   while (goOn && !folders.empty()) {
     const std::string current = std::move(folders.back());
     folders.pop_back();
-    sight.list(current, [&](const std::string& name, const struct stat& status) {
+    access.list(current, [&](const std::string& name, const struct stat& status) {
       if (S_ISDIR(status.st_mode)) {
         folders.push_back(appendPathComponent(current, name));
       } else if (S_ISREG(status.st_mode)) {
@@ -188,19 +188,19 @@ Standing NodeBuilder::standingOf(const Decision& decision, const Subject& subjec
                                        : Standing::changed;
 }
 
-PropertyList NodeBuilder::build(const Sight& sight, const Subject& subject, bool withDirSizes) const {
+PropertyList NodeBuilder::build(const PeerAccess& access, const Subject& subject, bool withDirSizes) const {
   const auto& [path, status, record, isFolder] = subject;
   Decision decision = rules_.decide(path, isFolder);
-  if (decision.rulesBelow && !sight.isPrivileged()) {
+  if (decision.rulesBelow && !access.isPrivileged()) {
     const std::vector<std::string> below = rules_.rulesBelow(path);
     decision.rulesBelow =
-        std::any_of(below.begin(), below.end(), [&](const std::string& rule) { return sight.sees(rule); });
+        std::any_of(below.begin(), below.end(), [&](const std::string& rule) { return access.sees(rule); });
   }
   const bool prioritized = worker_.isPrioritized(path);
   const Standing standing = standingOf(decision, subject);
   FolderSize size;
   if (isFolder && withDirSizes) {
-    size = status != nullptr ? measure(sight, path) : measureStored(store_, path);
+    size = status != nullptr ? measure(access, path) : measureStored(store_, path);
   } else if (!isFolder) {
     size = {status != nullptr   ? static_cast<std::uint64_t>(status->st_size)
             : record != nullptr ? record->size
@@ -244,8 +244,8 @@ std::string NodeBuilder::stateText(Standing standing, const Subject& subject) co
   return text;
 }
 
-PropertyList NodeBuilder::nodeWithVersions(const Sight& sight, const std::string& path) const {
-  const PropertyList plain = node(sight, path, false);
+PropertyList NodeBuilder::nodeWithVersions(const PeerAccess& access, const std::string& path) const {
+  const PropertyList plain = node(access, path, false);
   if (!plain) {
     return plain;
   }
@@ -270,8 +270,8 @@ PropertyList NodeBuilder::nodeWithVersions(const Sight& sight, const std::string
   return PropertyList::dictionary(std::move(entries));
 }
 
-PropertyList NodeBuilder::node(const Sight& sight, const std::string& path, bool withDirSizes) const {
-  const std::optional<Sight::Item> item = sight.look(path);
+PropertyList NodeBuilder::node(const PeerAccess& access, const std::string& path, bool withDirSizes) const {
+  const std::optional<PeerAccess::Item> item = access.look(path);
   if (!item) {
     return {};
   }
@@ -281,13 +281,13 @@ PropertyList NodeBuilder::node(const Sight& sight, const std::string& path, bool
   if (status == nullptr && !record && !isFolder) {
     return {};
   }
-  return build(sight, {path, status, record ? &*record : nullptr, isFolder}, withDirSizes);
+  return build(access, {path, status, record ? &*record : nullptr, isFolder}, withDirSizes);
 }
 
-PropertyList NodeBuilder::children(const Sight& sight, const std::string& folder) const {
+PropertyList NodeBuilder::children(const PeerAccess& access, const std::string& folder) const {
   std::map<std::string, std::optional<struct stat>> entries;
   const auto isFull = [&] { return entries.size() >= kLongestListing; };
-  const bool isFolder = sight.list(folder, [&](const std::string& name, const struct stat& status) {
+  const bool isFolder = access.list(folder, [&](const std::string& name, const struct stat& status) {
     if (isValidUtf8(name)) {  // a name that is no text has no place in a dictionary
       entries.emplace(appendPathComponent(folder, name), status);
     }
@@ -295,12 +295,12 @@ PropertyList NodeBuilder::children(const Sight& sight, const std::string& folder
   });
   std::map<std::string, BackupRecord> records;
   std::vector<std::string> foldersWithRecords;
-  if (isFolder || sight.sees(folder)) {
+  if (isFolder || access.sees(folder)) {
     records = store_.recordsIn(folder, &foldersWithRecords);
   }
   const auto addStored = [&](const std::string& path) {
     if (!isFull() && isValidUtf8(path) && !entries.contains(path)) {
-      if (const std::optional<Sight::Item> item = sight.look(path)) {
+      if (const std::optional<PeerAccess::Item> item = access.look(path)) {
         entries.emplace(path, item->status);
       }
     }
@@ -323,15 +323,15 @@ PropertyList NodeBuilder::children(const Sight& sight, const std::string& folder
     const auto record = records.find(path);
     const bool isStored = record != records.end();
     const bool isChildFolder = status ? S_ISDIR(status->st_mode) : !isStored;
-    children.push_back(
-        build(sight, {path, status ? &*status : nullptr, isStored ? &record->second : nullptr, isChildFolder},
-              false));
+    children.push_back(build(
+        access, {path, status ? &*status : nullptr, isStored ? &record->second : nullptr, isChildFolder},
+        false));
   }
   return PropertyList::array(std::move(children));
 }
 
-std::int32_t NodeBuilder::color(const Sight& sight, const std::string& path) const {
-  return node(sight, path, false)["backupColor"].intValue();
+std::int32_t NodeBuilder::color(const PeerAccess& access, const std::string& path) const {
+  return node(access, path, false)["backupColor"].intValue();
 }
 
 }  // namespace keldane

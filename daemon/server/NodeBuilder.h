@@ -41,16 +41,16 @@ class NodeBuilder {
   /// The dictionary of one path; absent when nothing is there and nothing was ever backed up from there. A
   /// folder that is gone has one as long as something of it is in the backup. With folder sizes, as far as a
   /// walk of a fifth of a second gets.
-  PropertyList node(const Sight& sight, const std::string& path, bool withDirSizes) const;
+  PropertyList node(const PeerAccess& access, const std::string& path, bool withDirSizes) const;
   /// The same without sizes, with the rules that the path comes under as "reasons", and with the stored
   /// versions of a file under "versions", newest first.
-  PropertyList nodeWithVersions(const Sight& sight, const std::string& path) const;
+  PropertyList nodeWithVersions(const PeerAccess& access, const std::string& path) const;
   /// The dictionaries of a folder's entries, sorted by name, those included that are only in the backup,
   /// folders too; absent for what is no folder. Of a folder with more than `kLongestListing` the rest is left
   /// out.
-  PropertyList children(const Sight& sight, const std::string& folder) const;
+  PropertyList children(const PeerAccess& access, const std::string& folder) const;
   /// The status colour of a path; 0 for one that may not be asked about.
-  std::int32_t color(const Sight& sight, const std::string& path) const;
+  std::int32_t color(const PeerAccess& access, const std::string& path) const;
 
   static constexpr std::size_t kLongestListing = 250'000;
 
@@ -62,7 +62,7 @@ class NodeBuilder {
     const BackupRecord* record = nullptr;  // null: it is not stored
     bool isFolder = false;
   };
-  PropertyList build(const Sight& sight, const Subject& subject, bool withDirSizes) const;
+  PropertyList build(const PeerAccess& access, const Subject& subject, bool withDirSizes) const;
   Standing standingOf(const Decision& decision, const Subject& subject) const;
   std::string stateText(Standing standing, const Subject& subject) const;
 

@@ -11,7 +11,7 @@
 #include <cerrno>
 #include <memory>
 
-#include "daemon/backup/FileFacts.h"
+#include "daemon/scan/FileFacts.h"
 #include "daemon/server/FolderSafety.h"
 #include "platform/files/Path.h"
 
@@ -45,12 +45,12 @@ Peer peerOf(uid_t uid, gid_t gid) {
 
 bool isPrivileged(const Peer& peer) { return peer.uid == 0 || peer.uid == geteuid(); }
 
-bool Sight::owns(const struct stat& status) const {
+bool PeerAccess::owns(const struct stat& status) const {
   return peer_.uid == status.st_uid && peer_.uid != kSomebody;
 }
 
 // `place` is a name of the item that leads to it whatever happens to its path meanwhile.
-bool Sight::allows(const std::string& place, const struct stat& status, mode_t wanted) const {
+bool PeerAccess::allows(const std::string& place, const struct stat& status, mode_t wanted) const {
   const auto isIn = [&](gid_t group) { return group == status.st_gid && group != kSomebody; };
   const bool inGroup = isIn(peer_.gid) || std::any_of(peer_.groups.begin(), peer_.groups.end(), isIn);
   // The owner's bits decide for the owner, even when others may do more.
@@ -61,13 +61,13 @@ bool Sight::allows(const std::string& place, const struct stat& status, mode_t w
   return owns(status) || getxattr(place.c_str(), "system.posix_acl_access", nullptr, 0) <= 0;
 }
 
-bool Sight::allows(const Step& step, mode_t wanted) const {
+bool PeerAccess::allows(const Step& step, mode_t wanted) const {
   return allows(placeOf(step.handle.get()), step.status, wanted);
 }
 
 // Absent when the peer may not get there, or when nothing is there; `missing` tells the owner of the folder
 // which.
-std::optional<Sight::Step> Sight::walk(const std::string& path, bool* missing) const {
+std::optional<PeerAccess::Step> PeerAccess::walk(const std::string& path, bool* missing) const {
   *missing = false;
   const std::vector<std::string> components = pathComponents(path);
   Step current{Descriptor(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC)), {}};
@@ -96,7 +96,7 @@ std::optional<Sight::Step> Sight::walk(const std::string& path, bool* missing) c
   return current;
 }
 
-std::optional<Sight::Item> Sight::look(const std::string& path) const {
+std::optional<PeerAccess::Item> PeerAccess::look(const std::string& path) const {
   if (privileged_) {
     return Item{statusOf(path)};
   }
@@ -111,9 +111,11 @@ std::optional<Sight::Item> Sight::look(const std::string& path) const {
   return Item{found->status};
 }
 
-bool Sight::mayChange(const Item& item) const { return privileged_ || !item.status || owns(*item.status); }
+bool PeerAccess::mayChange(const Item& item) const {
+  return privileged_ || !item.status || owns(*item.status);
+}
 
-bool Sight::list(const std::string& folder, const Visit& visit) const {
+bool PeerAccess::list(const std::string& folder, const Visit& visit) const {
   Descriptor handle;
   if (privileged_) {
     handle = Descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));

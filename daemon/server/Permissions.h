@@ -31,9 +31,9 @@ bool isPrivileged(const Peer& peer);
 /// symbolic link on the way is a no, and so is, for anybody but an item's owner, an access control list. Each
 /// step is taken from the folder that was looked at before, so that a path that somebody changes meanwhile
 /// leads nowhere else. Any thread.
-class Sight {
+class PeerAccess {
  public:
-  explicit Sight(Peer peer) : peer_(std::move(peer)), privileged_(keldane::isPrivileged(peer_)) {}
+  explicit PeerAccess(Peer peer) : peer_(std::move(peer)), privileged_(keldane::isPrivileged(peer_)) {}
 
   const Peer& peer() const { return peer_; }
   bool isPrivileged() const { return privileged_; }

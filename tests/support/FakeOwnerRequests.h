@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "Common/OwnerProtocol.h"
-#include "daemon/server/OwnerRequests.h"
+#include "daemon/owner/OwnerRequests.h"
 
 namespace keldane::testing {
 

@@ -13,9 +13,9 @@
 #include <sstream>
 #include <thread>
 
-#include "daemon/backup/FileFacts.h"
 #include "daemon/backup/LookAlikes.h"
 #include "daemon/rules/RuleBook.h"
+#include "daemon/scan/FileFacts.h"
 #include "platform/files/Descriptor.h"
 
 namespace keldane::testing {

@@ -29,14 +29,15 @@ class PermissionsTest : public ::testing::Test {
   }
   void mode(const std::string& name, mode_t mode) { ASSERT_EQ(chmod((folder_ / name).c_str(), mode), 0); }
   bool may(const std::string& name, const Peer& peer = {kStranger, kStranger, {}}) const {
-    return Sight(peer).sees(folder_ / name);
+    return PeerAccess(peer).sees(folder_ / name);
   }
   std::set<std::string> listed(const std::string& name) const {
     std::set<std::string> names;
-    Sight({kStranger, kStranger, {}}).list(folder_ / name, [&](const std::string& each, const struct stat&) {
-      names.insert(each);
-      return true;
-    });
+    PeerAccess({kStranger, kStranger, {}})
+        .list(folder_ / name, [&](const std::string& each, const struct stat&) {
+          names.insert(each);
+          return true;
+        });
     return names;
   }
   testing::TemporaryFolder folder_;
@@ -86,7 +87,7 @@ TEST_F(PermissionsTest, TheOwnerAloneSaysWhatBecomesOfAnItem) {
   if (geteuid() != 0) {
     GTEST_SKIP() << "only root gives files away";
   }
-  const Sight stranger({kStranger, kStranger, {}});
+  const PeerAccess stranger({kStranger, kStranger, {}});
   EXPECT_FALSE(stranger.mayChange(*stranger.look(folder_ / "d/f")));
   ASSERT_EQ(chown((folder_ / "d/f").c_str(), kStranger, kStranger), 0);
   EXPECT_TRUE(stranger.mayChange(*stranger.look(folder_ / "d/f")));
@@ -146,10 +147,10 @@ TEST_F(PermissionsTest, APathThatIsChangedMeanwhileShowsNothingElse) {
       renameat2(AT_FDCWD, (folder_ / "d").c_str(), AT_FDCWD, (folder_ / "link").c_str(), RENAME_EXCHANGE);
     }
   });
-  const Sight stranger({kStranger, kStranger, {}});
+  const PeerAccess stranger({kStranger, kStranger, {}});
   int seen = 0;
   for (int i = 0; i < 3000; ++i) {
-    const std::optional<Sight::Item> item = stranger.look(folder_ / "d/f");
+    const std::optional<PeerAccess::Item> item = stranger.look(folder_ / "d/f");
     seen += item ? 1 : 0;
     ASSERT_TRUE(!item || (item->status && item->status->st_size == 1));
   }

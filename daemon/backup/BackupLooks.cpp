@@ -1,0 +1,143 @@
+// The thread that looks at the disk.
+#include <malloc.h>
+
+#include <algorithm>
+
+#include "daemon/backup/BackupWorker.h"
+#include "daemon/scan/FileFacts.h"
+#include "platform/syslog/SystemLog.h"
+
+namespace keldane {
+
+namespace {
+
+using std::chrono::steady_clock;
+
+// Folders of a tree between which other changes are looked at, so that these are found within a second.
+constexpr std::size_t kFoldersAtOnce = 64;
+
+}  // namespace
+
+bool BackupWorker::waitForWork(std::chrono::milliseconds time) {
+  std::unique_lock guard(mutex_);
+  const std::uint64_t seen = wakes_;
+  changed_.wait_for(guard, time, [&] { return stopping_ || wakes_ != seen; });
+  return !stopping_;
+}
+
+void BackupWorker::runScanner() {
+  while (!stopping_) {
+    auto pause = std::chrono::milliseconds(1000);
+    try {
+      if (lookAtNext()) {
+        continue;
+      }
+      pause = std::min(pause, lookQuietly());
+    } catch (const std::exception& error) {
+      systemLog("The scanner could not go on with its work: %s", error.what());
+    }
+    waitForWork(pause);
+    const std::lock_guard guard(mutex_);
+    endAfterSuspend();
+  }
+}
+
+/// False when nothing is to be looked at.
+bool BackupWorker::lookAtNext() {
+  bool mayChange = false;
+  {
+    const std::lock_guard guard(mutex_);
+    std::swap(mayChange, placesMayChange_);
+  }
+  if (mayChange) {
+    watcher_.setPlaces([this] { return rules_.places(); });
+  }
+  return lookAtChange() || lookAtTree();
+}
+
+/// One file, or one folder with its direct entries.
+bool BackupWorker::lookAtChange() {
+  std::string path;
+  {
+    const std::lock_guard guard(mutex_);
+    const Change* change = looksWaiting_.takeSmall();
+    if (change == nullptr) {
+      return false;
+    }
+    path = change->path;
+  }
+  std::vector<std::string> below;
+  const std::optional<struct stat> status = statusOf(path);
+  const bool news = status && S_ISDIR(status->st_mode) ? scanner_.look(path, below) : scanner_.consider(path);
+  const std::lock_guard guard(mutex_);
+  looksWaiting_.smallIsDone();
+  for (const std::string& place : below) {
+    looksWaiting_.addTree(place);
+  }
+  noteLook(news);
+  return true;
+}
+
+/// A few folders of the place at hand.
+bool BackupWorker::lookAtTree() {
+  {
+    const std::lock_guard guard(mutex_);
+    if (placeScanned_.empty()) {
+      placeScanned_ = looksWaiting_.takeTree().value_or("");
+    }
+    if (placeScanned_.empty()) {
+      return false;
+    }
+  }
+  if (!walk_ || walk_->place != placeScanned_) {
+    walk_ = scanner_.begin(placeScanned_);
+  }
+  scanner_.step(*walk_, kFoldersAtOnce);
+  if (walk_->isDone) {
+    const bool news = walk_->news;
+    walk_.reset();
+    const std::lock_guard guard(mutex_);
+    placeScanned_.clear();
+    noteLook(news);
+  }
+  return true;
+}
+
+// With the mutex held.
+void BackupWorker::noteLook(bool news) {
+  if (news || urgent_) {
+    noticed_ = noticed_.value_or(steady_clock::now());
+  }
+  if (looksWaiting_.empty() && placeScanned_.empty()) {
+    ++wakes_;
+    changed_.notify_all();
+  }
+}
+
+// A large batch leaves much memory behind that the system may use otherwise.
+void BackupWorker::giveMemoryBack() {
+  const bool isStoring = progress().isStoring;
+  if (wasStoring_ && !isStoring) {
+    malloc_trim(0);
+  }
+  wasStoring_ = isStoring;
+}
+
+/// What nothing has asked for. Answers how long it may rest.
+std::chrono::milliseconds BackupWorker::lookQuietly() {
+  giveMemoryBack();
+  const QuietLook::Step step = quiet_.step();
+  const std::vector<std::string> due = scanner_.dueAgain();
+  const std::lock_guard guard(mutex_);
+  for (const std::string& place : step.below) {
+    looksWaiting_.addTree(place);
+  }
+  for (const std::string& file : due) {
+    looksWaiting_.add({Change::Extent::entry, file});
+  }
+  if (step.news) {
+    noteLook(true);
+  }
+  return due.empty() && step.below.empty() ? step.pause : std::chrono::milliseconds(0);
+}
+}  // namespace keldane

@@ -1,0 +1,121 @@
+#include "daemon/owner/OwnerServer.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+#include "Common/OwnerProtocol.h"
+#include "daemon/owner/OwnerService.h"
+#include "daemon/server/Permissions.h"
+#include "platform/syslog/SystemLog.h"
+
+namespace keldane {
+
+namespace {
+
+constexpr mode_t kOwnerSocketMode = 0600;
+
+// The daemon asks its peers nothing here, so a proxy drops an answer that nobody waits for.
+constinit const Protocol kNothingToAsk = {"KeldaneOwnerClientProtocol", {}};
+
+}  // namespace
+
+void OwnerServer::PeerLink::close() const {
+  proxy->close();
+  socket->close();
+}
+
+OwnerServer::OwnerServer(std::shared_ptr<OwnerRequests> requests, const std::string& socket,
+                         bool allowSharedFolder, const ServerLimits& limits)
+    : requests_(std::move(requests)),
+      path_(ownerSocketPath(socket), allowSharedFolder),
+      limits_(limits),
+      received_(std::make_shared<ByteBudget>(limits.requestBytesOfUser)),
+      unread_(std::make_shared<ByteBudget>(limits.answerBytesOfUser)) {}
+
+OwnerServer::~OwnerServer() { stop(); }
+
+bool OwnerServer::start(std::string* error) {
+  if (!path_.claim(error)) {
+    return false;
+  }
+  listener_ = KeldaneSocket::create();
+  listener_->setSocketDelegate(shared_from_this());
+  errno = 0;
+  if (!listener_->listenAtPath(path_.text(), kOwnerSocketMode)) {
+    *error =
+        "The socket " + path_.text() + " cannot be made: " + std::generic_category().message(errno) + ".";
+    return false;
+  }
+  return true;
+}
+
+void OwnerServer::stop() {
+  if (!listener_) {
+    return;
+  }
+  decltype(peers_) peers;
+  {
+    const std::lock_guard guard(mutex_);
+    stopping_ = true;
+    peers.swap(peers_);
+  }
+  listener_->close();
+  for (const auto& [key, peer] : peers) {
+    peer.close();
+  }
+  ::unlink(path_.text().c_str());  // a listener that nobody ever called leaves its file
+  listener_.reset();
+}
+
+// The mode keeps others away already. This holds even where somebody has widened it.
+bool OwnerServer::socketAccepted(const std::shared_ptr<KeldaneSocket>& child) {
+  const std::optional<PeerCredentials> credentials = child->peerCredentials();
+  if (!credentials || !isPrivileged({credentials->uid, credentials->gid, {}})) {
+    systemLog("uid %u was turned away from %@", credentials ? credentials->uid : uid_t(-1), path_.text());
+    return false;
+  }
+  {
+    const std::lock_guard guard(mutex_);
+    if (peers_.size() >= kMostPeers) {
+      return false;
+    }
+  }
+  child->setLimits({limits_.longestRequest, limits_.requestTime, limits_.stallTime, limits_.answerTime,
+                    received_, unread_});
+  return true;
+}
+
+void OwnerServer::socketCreated(const std::shared_ptr<KeldaneSocket>& child) {
+  PeerLink link{child, KeldaneProxy::create(), std::make_shared<OwnerService>(requests_)};
+  link.proxy->setProtocol(&kNothingToAsk);
+  link.proxy->setDelegate(link.service);
+  const std::shared_ptr<KeldaneProxy> proxy = link.proxy;
+  {
+    const std::lock_guard guard(mutex_);
+    if (stopping_) {
+      return;
+    }
+    peers_.insert_or_assign(child.get(), std::move(link));
+  }
+  child->setSocketDelegate(shared_from_this());
+  proxy->setSocket(child);  // from here on the peer's messages are heard
+}
+
+void OwnerServer::socketFailed(const std::shared_ptr<KeldaneSocket>& child) {
+  PeerLink gone;
+  {
+    const std::lock_guard guard(mutex_);
+    const auto found = peers_.find(child.get());
+    if (found == peers_.end()) {
+      return;
+    }
+    gone = std::move(found->second);
+    peers_.erase(found);
+  }
+  gone.close();
+}
+
+}  // namespace keldane

@@ -1,0 +1,37 @@
+// What the files of RepositoryRequests share.
+#pragma once
+
+#include <mutex>
+#include <string>
+
+#include "daemon/owner/RepositoryRequests.h"
+
+namespace keldane {
+
+/// A call of the engine that stop() can end: registers its job for as long as it lives.
+class RepositoryRequests::Call {
+ public:
+  explicit Call(RepositoryRequests& requests) : requests_(requests) {
+    const std::lock_guard guard(requests_.callsMutex_);
+    requests_.calls_.insert(&job);
+    job.cancelled = requests_.stopping_;
+  }
+  ~Call() {
+    const std::lock_guard guard(requests_.callsMutex_);
+    requests_.calls_.erase(&job);
+  }
+  Call(const Call&) = delete;
+  Call& operator=(const Call&) = delete;
+
+  EngineJob job;
+
+ private:
+  RepositoryRequests& requests_;
+};
+
+/// The answer that tells why nothing was done.
+inline PropertyList errorAnswer(const std::string& sentence) {
+  return PropertyList::dictionary({{"error", sentence.empty() ? std::string("It did not work.") : sentence}});
+}
+
+}  // namespace keldane

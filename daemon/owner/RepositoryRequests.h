@@ -1,0 +1,60 @@
+// What the daemon's own user may ask of the repository, done on the daemon's parts.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+
+#include "daemon/Daemon.h"
+#include "daemon/owner/OwnerRequests.h"
+
+namespace keldane {
+
+/// Performs the requests of the second socket. Set-up, recovery and keys take turns. Another repository is
+/// tried out in a folder of its own and takes the place of the one in use only when it works; what was in use
+/// is set aside, not lost.
+class RepositoryRequests final : public OwnerRequests {
+ public:
+  RepositoryRequests(std::shared_ptr<Daemon> daemon, EngineFactory engine)
+      : daemon_(std::move(daemon)), engine_(std::move(engine)) {}
+
+  PropertyList repository(const PropertyList& request) override;
+  PropertyList setUpRepository(const PropertyList& request) override;
+  PropertyList recover(const PropertyList& request) override;
+  PropertyList exportKey(const PropertyList& request) override;
+  PropertyList importKey(const PropertyList& request) override;
+  PropertyList verifyKey(const PropertyList& request) override;
+  PropertyList addPassphrase(const PropertyList& request) override;
+  PropertyList check(const PropertyList& request) override;
+  PropertyList find(const PropertyList& request) override;
+  PropertyList failures(const PropertyList& request) override;
+  PropertyList settings(const PropertyList& request) override;
+  PropertyList surroundings(const PropertyList& request) override;
+  PropertyList restore(const PropertyList& request) override;
+  PropertyList restoreReport(const PropertyList& request) override;
+  PropertyList cancelRestore(const PropertyList& request) override;
+
+  /// Ends the calls of the engine that are under way.
+  void stop();
+
+ private:
+  /// A call of the engine that stop() can end.
+  class Call;
+  class Trial;
+
+  std::optional<PropertyList> refusedPlace(const PropertyList& request) const;
+  EngineAnswer tryKey(const std::string& key);
+  void takeOver(const Trial& trial, bool isRecovery);
+  PropertyList computersIn(const std::vector<Snapshot>& snapshots) const;
+
+  const std::shared_ptr<Daemon> daemon_;
+  const EngineFactory engine_;
+  std::mutex changing_;  // the repository is changed by one request at a time
+  std::mutex callsMutex_;
+  std::set<EngineJob*> calls_;  // guarded by callsMutex_
+  bool stopping_ = false;       // guarded by callsMutex_
+};
+
+}  // namespace keldane

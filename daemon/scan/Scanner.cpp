@@ -1,0 +1,395 @@
+#include "daemon/scan/Scanner.h"
+
+#include <cerrno>
+#include <climits>
+#include <system_error>
+
+#include "daemon/Clock.h"
+#include "platform/files/Path.h"
+#include "platform/syslog/SystemLog.h"
+
+namespace keldane {
+
+namespace {
+
+constexpr std::chrono::hours kRetryUnreadable(1);
+
+/// A folder that is left out for what lies in it is watched for the end of that.
+bool isWorthALook(const Decision& decision, const std::string& folder) {
+  return decision.mayHold || (decision.ignoredAt == folder && (decision.ignoring == lineOf(Mark::cacheTag) ||
+                                                               decision.ignoring == lineOf(Mark::attribute)));
+}
+
+constexpr const char* kTooLong = "Its path is longer than the system allows.";
+
+}  // namespace
+
+Scanner::Scanner(Store& store, RuleBook& rules, PendingFiles& pending, Watcher* watcher)
+    : store_(store),
+      rules_(rules),
+      pending_(pending),
+      watcher_(watcher),
+      knownMounts_(store),
+      records_(store) {}
+
+Scanner::Walk Scanner::begin(const std::string& place) {
+  mounts_ = knownMounts_.refresh();
+  Walk walk{place, pending_.beginScan(), {}, false, false};
+  const std::optional<struct stat> status = statusOf(place);
+  if (!status) {
+    rules_.dropMarks(place);
+    pending_.remove(place);
+    noteRemoved(place);
+  } else if (!S_ISDIR(status->st_mode)) {
+    walk.news = consider(place);
+  } else {
+    noteOtherFileSystem(place);
+    const Decision decision = rules_.decide(place, true);
+    if (isWorthALook(decision, place) || (!decision.barred && store_.holdsFiles(place))) {
+      walk.folders.push_back(place);
+    } else if (watcher_ != nullptr) {
+      watcher_->forget(place);
+    }
+    if (decision.mayHold) {
+      knownMounts_.remember(place);
+    }
+  }
+  return walk;
+}
+
+void Scanner::step(Walk& walk, std::size_t folders) {
+  if (failuresOf_ != walk.scan) {
+    loadFailures(walk.place);
+    failuresOf_ = walk.scan;
+  }
+  bool isChanged = false;
+  for (; folders > 0 && !walk.folders.empty(); --folders) {
+    const std::string folder = std::move(walk.folders.back());
+    walk.folders.pop_back();
+    walk.news = lookAt(folder, walk.folders, isChanged) || walk.news;
+  }
+  if (walk.folders.empty()) {
+    pending_.endScan(walk.place, walk.scan);
+    walk.isDone = true;
+  }
+}
+
+bool Scanner::scan(const std::string& place, const std::atomic<bool>& cancelled) {
+  Walk walk = begin(place);
+  while (!walk.isDone && !cancelled) {
+    step(walk, 64);
+  }
+  return walk.news;
+}
+
+bool Scanner::look(const std::string& folder, std::vector<std::string>& below) {
+  const bool wasKnown = watcher_ == nullptr || watcher_->isKnown(folder);
+  mounts_ = knownMounts_.refresh();
+  loadFailures(folder);
+  std::vector<std::string> folders;
+  bool isChanged = false;
+  const bool isNews = lookAt(folder, folders, isChanged);
+  if (isChanged || !wasKnown) {
+    below.push_back(folder);
+  } else {
+    for (std::string& path : folders) {
+      if (watcher_ != nullptr && !watcher_->isKnown(path)) {
+        below.push_back(std::move(path));
+      }
+    }
+  }
+  return isNews;
+}
+
+void Scanner::loadFailures(const std::string& place) {
+  failures_.clear();
+  failuresOf_ = 0;
+  if (store_.failureCount() > 0) {
+    failures_ = store_.failuresBelow(place);
+  }
+}
+
+/// One folder, without what is below. `isChanged` becomes true when it is to be ignored from now on, or no
+/// longer.
+bool Scanner::lookAt(const std::string& path, std::vector<std::string>& below, bool& isChanged) {
+  if (watcher_ != nullptr) {
+    watcher_->watch(path);
+  }
+  const std::uint32_t scan = pending_.beginScan();
+  if (const int error = entries_.read(path, rules_.heeds(Mark::cacheTag), rules_.heeds(Mark::attribute))) {
+    entries_.close();
+    couldNotRead(path, error);
+    return false;
+  }
+  // That it lies on another file system is known from outside and outranks what is found inside.
+  if (mounts_.isMountPoint(path) && noteOtherFileSystem(path)) {
+    isChanged = true;
+  } else if (!rules_.isMarked(path, Mark::otherFileSystem)) {
+    isChanged = rules_.setMark(path, entries_.mark()) || isChanged;
+  }
+  Folder folder{path, rules_.decideFiles(path), rules_.heeds(Mark::attribute), {}, {}, {}, {}};
+  compareFiles(folder);
+  const bool isNews = pending_.setFolder(path, folder.waiting, scan);
+  findBelow(folder, below);
+  if (!failures_.empty()) {
+    settleFailures(folder);
+  }
+  entries_.close();
+  noteMissing(folder);
+  return isNews;
+}
+
+void Scanner::compareFiles(Folder& folder) {
+  auto file = entries_.files().begin();
+  const auto end = entries_.files().end();
+  records_.visit(
+      folder.path,
+      [&](std::string_view name, const BackupRecord& record) {
+        for (; file != end && file->name < name; ++file) {
+          compare(folder, *file, nullptr);
+        }
+        if (file != end && file->name == name) {
+          compare(folder, *file++, &record);
+        } else if (!record.removed) {
+          folder.missing.emplace_back(name);
+        }
+      },
+      [&](std::string_view name) { folder.withRecords.emplace(name); });
+  for (; file != end; ++file) {
+    compare(folder, *file, nullptr);
+  }
+}
+
+// What the rules say is asked last: mostly a file is as it was, and then they need not be asked.
+void Scanner::compare(Folder& folder, const FolderEntries::File& file, const BackupRecord* record) {
+  if (record != nullptr && record->removed) {
+    store_.setRemoved(appendPathComponent(folder.path, file.name), false, 0);
+  }
+  const bool isSame =
+      record != nullptr && !record->damaged && file.state == static_cast<const FileState&>(*record);
+  if (isSame || folder.selected == false) {
+    return;
+  }
+  if (isWanted(folder, file)) {
+    folder.waiting.push_back({file.name, file.state.size, file.owner});
+  }
+}
+
+// Of most files no path is made, which would take as long as to ask the disk for them.
+bool Scanner::isWanted(Folder& folder, const FolderEntries::File& file) {
+  const auto path = [&] { return appendPathComponent(folder.path, file.name); };
+  if (folder.heedsAttribute) {
+    const bool isMarked = entries_.isMarked(file.name, folder.path);
+    if (isMarked || !folder.selected) {  // else nothing below the folder is marked
+      rules_.setMark(path(), isMarked ? Mark::attribute : Mark::none);
+      folder.selected.reset();
+    }
+  }
+  if (!folder.selected.value_or(false) && !rules_.decide(path(), false).selected) {
+    return false;
+  }
+  const bool isTooLong = folder.path.size() + 1 + file.name.size() >= PATH_MAX;
+  if (isTooLong) {
+    noteFailure(path(), kTooLong);
+  }
+  if (isTooLong || (hasDelays_ && isPutOff(path(), file.state))) {
+    folder.failing.emplace(file.name);
+    return false;
+  }
+  return true;
+}
+
+// A folder that is not selected is looked at for the sake of what is stored from it.
+void Scanner::findBelow(const Folder& folder, std::vector<std::string>& below) {
+  const bool hasMounts = mounts_.hasMountsBelow(folder.path);
+  for (const std::string_view name : entries_.folders()) {
+    std::string path = appendPathComponent(folder.path, name);
+    const bool isMount = hasMounts && mounts_.isMountPoint(path);
+    if (isMount || rules_.isMarked(path, Mark::otherFileSystem)) {
+      noteOtherFileSystem(path);
+    }
+    const Decision decision = rules_.decide(path, true);
+    if (isWorthALook(decision, path) || (!decision.barred && folder.withRecords.contains(name))) {
+      if (isMount && decision.mayHold) {
+        knownMounts_.remember(path);
+      }
+      below.push_back(std::move(path));
+    } else if (watcher_ != nullptr) {
+      watcher_->forget(path);
+    }
+  }
+}
+
+/// Answers whether that is new.
+bool Scanner::noteOtherFileSystem(const std::string& path) {
+  const Mount* mount = mounts_.at(path);
+  if (mount == nullptr || isLocal(*mount)) {
+    return rules_.isMarked(path, Mark::otherFileSystem) && rules_.setMark(path, Mark::none);
+  }
+  return rules_.setMark(path, Mark::otherFileSystem);
+}
+
+void Scanner::noteMissing(const Folder& folder) {
+  for (const std::string& name : folder.missing) {
+    const std::string path = appendPathComponent(folder.path, name);
+    if (!statusOf(path)) {
+      noteRemoved(path);
+    }
+  }
+  for (const std::string& name : folder.withRecords) {
+    const std::string path = appendPathComponent(folder.path, name);
+    if (!statusOf(path)) {
+      rules_.dropMarks(path);
+      noteRemoved(path);
+    }
+  }
+}
+
+// What a disk that is not connected holds is not deleted.
+void Scanner::noteRemoved(const std::string& path) {
+  if (knownMounts_.isHidden(path)) {
+    return;
+  }
+  if (!knownMounts_.hidesBelow(path)) {
+    store_.setRemoved(path, true, timeOfDay());
+    return;
+  }
+  store_.visitRecords(path, [this](const std::string& file, const BackupRecord& record) {
+    if (!record.removed && !knownMounts_.isHidden(file)) {
+      store_.setRemoved(file, true, timeOfDay());
+    }
+    return true;
+  });
+}
+
+// --- What cannot be read ---
+
+// A folder that cannot be opened tells nothing of what lies in it, so nothing is noted as removed then.
+void Scanner::couldNotRead(const std::string& path, int error) {
+  if (error == ENOENT || error == ENOTDIR || error == ELOOP) {
+    if (!statusOf(path)) {
+      rules_.dropMarks(path);
+      noteRemoved(path);
+    }
+    return;
+  }
+  if (rules_.decide(path, true).selected) {
+    noteFailure(path, error == ENAMETOOLONG
+                          ? std::string(kTooLong)
+                          : "The folder cannot be read: " + std::generic_category().message(error) + ".");
+  }
+}
+
+void Scanner::noteFailure(const std::string& path, const std::string& reason) {
+  const auto known = failures_.find(path);
+  if (known == failures_.end() || known->second != reason) {
+    systemLog("%@ cannot be backed up: %@", path, reason);
+    store_.setFailure(path, reason, timeOfDay());
+    failures_[path] = reason;
+  }
+}
+
+// The folder was read. Of what failed in it, what is gone or not wanted any more has not failed.
+void Scanner::settleFailures(const Folder& folder) {
+  if (failures_.erase(folder.path) > 0) {
+    store_.clearFailure(folder.path);
+  }
+  const std::string below = folder.path == "/" ? folder.path : folder.path + '/';
+  std::string last;
+  for (auto failure = failures_.lower_bound(below);
+       failure != failures_.end() && failure->first.starts_with(below); ++failure) {
+    const std::string_view rest = std::string_view(failure->first).substr(below.size());
+    const std::string name(rest.substr(0, rest.find('/')));
+    if (name == last) {
+      continue;
+    }
+    last = name;
+    const auto& folders = entries_.folders();
+    const auto byName = [](const WaitingName& waiting, const std::string& wanted) {
+      return waiting.name < wanted;
+    };
+    const auto waits = std::lower_bound(folder.waiting.begin(), folder.waiting.end(), name, byName);
+    const std::string path = appendPathComponent(folder.path, name);
+    const bool isFolder = std::binary_search(folders.begin(), folders.end(), std::string_view(name));
+    const bool stays =
+        isFolder ? rules_.decide(path, true).mayHold
+                 : folder.failing.contains(name) || (waits != folder.waiting.end() && waits->name == name);
+    if (!stays) {
+      store_.clearFailuresBelow(path);
+    }
+  }
+}
+
+// --- Single files ---
+
+bool Scanner::consider(const std::string& path) {
+  const std::optional<struct stat> status = statusOf(path);
+  const std::optional<BackupRecord> record = store_.record(path);
+  if (!status && record && !record->removed) {
+    noteRemoved(path);
+  }
+  return consider(path, status ? &*status : nullptr, record ? &*record : nullptr);
+}
+
+bool Scanner::consider(const std::string& path, const struct stat* status, const BackupRecord* record) {
+  if (status != nullptr && record != nullptr && record->removed) {
+    store_.setRemoved(path, false, 0);
+  }
+  const bool isNew =
+      status != nullptr && isStorable(*status) && !(record != nullptr && isUnchanged(*status, *record));
+  if (isNew && rules_.heeds(Mark::attribute)) {
+    rules_.setMark(path, hasNoBackupAttribute(path) ? Mark::attribute : Mark::none);
+  }
+  const bool isSelected = isNew && rules_.decide(path, false).selected;
+  if (isSelected && !isPutOff(path, fileStateOf(*status))) {
+    return pending_.add(path, static_cast<std::uint64_t>(status->st_size), ownerOf(*status));
+  }
+  pending_.remove(path);
+  if (status == nullptr) {
+    rules_.setMark(path, Mark::none);
+  }
+  if (!isSelected && store_.failure(path)) {
+    store_.clearFailure(path);
+  }
+  return false;
+}
+
+void Scanner::putOff(const std::string& path, const FileState& state) {
+  pending_.remove(path);
+  const std::lock_guard guard(delaysMutex_);
+  delays_[path] = {state, std::chrono::steady_clock::now() + kRetryUnreadable};
+  hasDelays_ = true;
+}
+
+std::vector<std::string> Scanner::dueAgain() {
+  std::vector<std::string> due;
+  const auto now = std::chrono::steady_clock::now();
+  const std::lock_guard guard(delaysMutex_);
+  for (const auto& [path, delay] : delays_) {
+    if (now >= delay.until) {
+      due.push_back(path);
+    }
+  }
+  return due;
+}
+
+void Scanner::forgetDelays() {
+  const std::lock_guard guard(delaysMutex_);
+  delays_.clear();
+  hasDelays_ = false;
+}
+
+bool Scanner::isPutOff(const std::string& path, const FileState& state) {
+  const std::lock_guard guard(delaysMutex_);
+  const auto delay = delays_.find(path);
+  if (delay == delays_.end()) {
+    return false;
+  }
+  if (delay->second.state == state && std::chrono::steady_clock::now() < delay->second.until) {
+    return true;
+  }
+  delays_.erase(delay);
+  return false;
+}
+
+}  // namespace keldane
