@@ -86,6 +86,22 @@ TEST(FileNodeTree, RemovingByPathDetachesOrDoesNothing) {
   EXPECT_EQ(root->count(), 2U);
 }
 
+TEST(FileNodeTree, OneChildMayBeThereTwiceAndGoesAtOnce) {
+  const Node::Pointer child = named("a");
+  const Node::Pointer root = rootOf({child, child, named("b")});
+  EXPECT_EQ(namesOf(root->children()), (Names{"a", "a", "b"}));
+  root->removeChild(child);
+  EXPECT_EQ(namesOf(root->children()), Names{"b"});
+}
+
+TEST(FileNodeTree, RemovingByPathTakesWhatHoldsThatPathFromElsewhere) {
+  const Node::Pointer stale = Node::create();
+  stale->initWithDictionary(PropertyList::dictionary({{"fileName", "b"}, {"path", "/a"}}));
+  const Node::Pointer root = rootOf({named("a"), stale, named("c")});
+  root->removeNodeAtPath("/a");
+  EXPECT_EQ(namesOf(root->children()), Names{"c"}) << "nodes of one path are equal, whatever their names";
+}
+
 TEST(FileNodeTree, WithoutPathsANodeIsEqualToNoneAndRemovedAsItself) {
   const Node::Pointer one = named("a");
   const Node::Pointer parent = folder("f", {one, named("a")});

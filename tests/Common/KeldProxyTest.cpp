@@ -412,6 +412,24 @@ TEST_F(KeldProxyTest, AFailureSignalBeforeTheFirstCallIsForgotten) {
   peer.join();
 }
 
+TEST_F(KeldProxyTest, AFailureSignalAfterCloseReadiesNothing) {
+  std::thread peer = answerNext(1);
+  EXPECT_EQ(proxy_->pausedMinutes(), 1U);
+  peer.join();
+  proxy_->close();
+  proxy_->processData(nullptr, 0);
+  const auto next = KeldaneSocket::create();
+  proxy_->setSocket(next);
+  ASSERT_TRUE(next->connectToPath(peer_.path()));
+  connection_ = peer_.accept();
+  peer = answerNext(2);
+  EXPECT_EQ(proxy_->pausedMinutes(), 2U) << "nothing was there before the answer";
+  peer.join();
+  proxy_->close();
+  next->close();
+  EXPECT_TRUE(eventually([&] { return next.use_count() == 1; }));
+}
+
 TEST_F(KeldProxyTest, CloseDoesNotReleaseACallerThatIsWaiting) {
   std::atomic<bool> returned = false;
   std::atomic<pid_t> thread = 0;
@@ -535,9 +553,30 @@ TEST_F(KeldProxyTest, AnExceptionIsLoggedAndAnsweredWithWhatThereIs) {
       [&] { return log_.has("ERROR: KeldaneProxy processInvocationArgs caught unknown exception."); }));
 }
 
+TEST_F(KeldProxyTest, ARequestIsPerformedDirectlyOnlyWhenNoCallIsOnItsWay) {
+  std::thread caller([&] { EXPECT_EQ(proxy_->pausedMinutes(), 5U); });
+  connection_.readFrame();  // the call is on its way now
+  std::atomic<pid_t> thread = 0;
+  std::atomic<bool> returned = false;
+  std::thread performer([&] {
+    thread = gettid();
+    const Bytes bytes = payload(request("tell:", {"@", "word"}));
+    proxy_->processData(&bytes, 1);
+    returned = true;
+  });
+  EXPECT_TRUE(eventually([&] { return testing::isAsleep(thread); }));
+  EXPECT_FALSE(returned);
+  EXPECT_TRUE(target_->all().empty());
+  connection_.answer(5);
+  caller.join();
+  performer.join();
+  EXPECT_EQ(target_->all(), std::vector<std::string>{"word"});
+}
+
 TEST_F(KeldProxyTest, RequestsThatAreNoneAreIgnored) {
   const std::size_t before = log_.lines().size();
   sendRequest(PropertyList::array({0U, "v", "tell:"}));
+  sendRequest(PropertyList::array({4U, "i", "add:to:"}));
   sendRequest(PropertyList("no array"));
   sendRequest(PropertyList::dictionary({{"a", 1}, {"b", 2}, {"c", 3}, {"d", 4}}));
   sendRequest(request("unknown:", {"@", "x"}));

@@ -1,4 +1,6 @@
 #include <fcntl.h>
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 
 #include <csignal>
@@ -255,6 +257,72 @@ TEST_F(KeldSocketThreadsTest, APayloadOfWhichNothingComesIsAFailure) {
   ASSERT_TRUE(data_->waitFor(1));
   EXPECT_EQ(data_->all()[0], (Message{0, "(none)"}));
   EXPECT_LT(secondsToLeave(), kSoon);
+}
+
+// The other end of a descriptor whose reads do not wait, and what is there when the receive thread starts.
+class ReadsThatWouldBlock : public KeldSocketThreadsTest {
+ protected:
+  void startWith(const std::string& bytes) {
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends), 0);
+    other_ = RawConnection(ends[1]);
+    socket_->setDataDelegate(data_);
+    socket_->setSocket(ends[0]);
+    other_.write(bytes);
+    ASSERT_TRUE(socket_->start());
+  }
+  /// Until the thread has taken all that was written.
+  void waitUntilTaken() {
+    EXPECT_TRUE(eventually([&] {
+      int left = 0;
+      return ioctl(other_.descriptor(), SIOCOUTQ, &left) == 0 && left == 0;
+    }));
+  }
+  const std::string marker_{testing::kMarkerText};
+  RawConnection other_{-1};
+};
+
+TEST_F(ReadsThatWouldBlock, AfterOneByteOfAMarkerBeginItAnew) {
+  startWith("8");
+  waitUntilTaken();
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  other_.writeFrame(1, "whole");
+  ASSERT_TRUE(data_->waitFor(1));
+  EXPECT_EQ(data_->all(), (Messages{{1, "whole"}}));
+  EXPECT_FALSE(log_.has("KeldaneSocket Expecting a UUID, got something else..."));
+}
+
+TEST_F(ReadsThatWouldBlock, AfterMoreBytesOfAMarkerCompareWhatThereIs) {
+  std::size_t wrong = 0;
+  startWith("");
+  for (const std::size_t size : {2U, 35U}) {
+    other_.write(marker_.substr(0, size));
+    ++wrong;
+    EXPECT_TRUE(eventually(
+        [&] { return log_.count("KeldaneSocket Expecting a UUID, got something else...") == wrong; }))
+        << size;
+  }
+  other_.writeFrame(1, "whole");
+  ASSERT_TRUE(data_->waitFor(1));
+  EXPECT_EQ(data_->all(), (Messages{{1, "whole"}}));
+}
+
+TEST_F(ReadsThatWouldBlock, AreAFailureWhereATypeBegins) {
+  startWith(marker_);
+  ASSERT_TRUE(data_->waitFor(1));
+  EXPECT_EQ(data_->all()[0], (Message{0, "(none)"}));
+}
+
+TEST_F(ReadsThatWouldBlock, AreAFailureWhereALengthBegins) {
+  startWith(marker_ + std::string("\1\0\0\0", 4));
+  ASSERT_TRUE(data_->waitFor(1));
+  EXPECT_EQ(data_->all()[0], (Message{0, "(none)"}));
+}
+
+TEST_F(ReadsThatWouldBlock, LeaveTheRestOfALengthZero) {
+  startWith(marker_ + std::string("\1\0\0\0\0", 5));
+  ASSERT_TRUE(data_->waitFor(1));
+  EXPECT_EQ(data_->all()[0], (Message{1, "(none)"}));
 }
 
 TEST_F(KeldSocketThreadsTest, ReceivesAgainWhenItIsConnectedAgain) {

@@ -164,6 +164,18 @@ TEST_F(BackupStateTest, LeavesNoObserverAndNoTimer) {
   EXPECT_EQ(timers(), 0U);
 }
 
+TEST(BackupStateByDefault, AsksTheProcesssMainBundle) {
+  const ClientBundle bundle;
+  FakeDaemon daemon(bundle.daemonPath());
+  Bundle::setMainBundle(bundle.bundle());
+  BackupState state;
+  state.disableConnectTimer();
+  state.onBegin();
+  EXPECT_TRUE(state.connected());
+  state.onEnd();
+  Bundle::setMainBundle(nullptr);
+}
+
 class ManyConnections : public BackupStateTest,
                         public ::testing::WithParamInterface<testing::Labelled<bool>> {};
 
@@ -461,14 +473,13 @@ TEST_P(RememberedText, IsTheDaemonsAndIsWrittenOnceWhenItDiffers) {
   user_.store({{GetParam().key, "old"}, {"other", 1}});
   connect();
   daemon_->answer(GetParam().method, "new");
-  const ino_t before = user_.writeMark();
+  testing::Writes writes(user_);
   EXPECT_EQ(read(), PropertyList("new"));
-  const ino_t after = user_.writeMark();
-  EXPECT_NE(after, before);
+  EXPECT_EQ(writes.count(), 1U);
   EXPECT_EQ(user_.stored()[GetParam().key], PropertyList("new"));
   EXPECT_EQ(user_.stored()["other"], PropertyList(1));
   EXPECT_EQ(read(), PropertyList("new"));
-  EXPECT_EQ(user_.writeMark(), after);
+  EXPECT_EQ(writes.count(), 1U);
   state_.onEnd();
   EXPECT_EQ(read(), PropertyList("new"));
 }
@@ -542,7 +553,9 @@ TEST_F(BackupStateTest, TheComputersNumberIsWrittenOnlyWhenItDiffers) {
   EXPECT_EQ(state_.computerNumber(), PropertyList(7));
   EXPECT_EQ(user_.writeMark(), before);
   daemon_->answer("computerNumber", 8);
+  testing::Writes writes(user_);
   EXPECT_EQ(state_.computerNumber(), PropertyList(8));
+  EXPECT_EQ(writes.count(), 1U);
   EXPECT_EQ(user_.stored()["lastComputerNumberInt"], PropertyList(8));
 }
 
@@ -586,6 +599,20 @@ TEST_F(BackupStateTest, TheQuotasLimitIsTheStoredOneWhileTheDaemonIsAway) {
     DefaultsDB::setIntProperty(stored, "isQuotaLimited");
     EXPECT_EQ(state_.isQuotaLimited(), stored == 1) << stored;
   }
+}
+
+TEST_F(BackupStateTest, AStoredQuotasLimitOfAnyOtherNumberIsANoAlready) {
+  connect();
+  DefaultsDB::setIntProperty(2, "isQuotaLimited");
+  testing::Writes writes(user_);
+  EXPECT_FALSE(state_.isQuotaLimited());
+  EXPECT_EQ(writes.count(), 0U);
+  EXPECT_EQ(user_.stored()["isQuotaLimited"], PropertyList(2));
+  DefaultsDB::setIntProperty(1, "isQuotaLimited");
+  testing::Writes change(user_);
+  EXPECT_FALSE(state_.isQuotaLimited());
+  EXPECT_EQ(change.count(), 1U);
+  EXPECT_EQ(user_.stored()["isQuotaLimited"], PropertyList(0));
 }
 
 TEST_F(BackupStateTest, TheQuotasLimitIsRememberedWhenItChanges) {

@@ -74,6 +74,28 @@ TEST(SelectionToPaths, LeavesOutPathsThatAreNotText) {
   EXPECT_TRUE(pathsOf({"/b\xC3"}).empty());
 }
 
+TEST(SelectionToPaths, LeavesOutAnItemThatCannotBeReadAndGoesOn) {
+  const Selection selection({"/1", "/2", "/3"});
+  for (const char* function : {"AEGetNthDesc", "AECoerceDesc"}) {
+    testing::failCall(function, 2, errAECoercionFail);
+    EXPECT_EQ(AEDescToNSArray(&selection.desc), (Paths{"/1", "/3"})) << function;
+    EXPECT_TRUE(testing::stopFailing()) << function;
+  }
+  const Selection single({"/1"});
+  testing::failCall("AECoerceDesc", 1, errAECoercionFail);
+  EXPECT_TRUE(AEDescToNSArray(&single.desc).empty());
+  EXPECT_TRUE(testing::stopFailing());
+}
+
+TEST(SelectionToPaths, ThrowsRatherThanLeaveOutWhatThereIsNoMemoryFor) {
+  const Selection selection({"/1", "/2", "/3"});
+  for (const char* function : {"AEGetNthDesc", "AECoerceDesc"}) {
+    testing::failCall(function, 2, memFullErr);
+    EXPECT_THROW(AEDescToNSArray(&selection.desc), std::bad_alloc) << function;
+    EXPECT_TRUE(testing::stopFailing()) << function;
+  }
+}
+
 TEST(SelectionToPaths, LogsThePaths) {
   const testing::LogSwitchedOn log;
   pathsOf({"/a", "/b"});
