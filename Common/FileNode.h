@@ -243,6 +243,7 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   using std::enable_shared_from_this<KeldaneFileNode>::shared_from_this;  // gives links
 
   PropertyList readFields(PropertyList dictionary);
+  [[noreturn]] static void failForPathOfChild();
   static void takeApart(std::unique_ptr<ChildList> list);
   void setParentLink(const Link& parent);
   Link parentLink() const { return parent_.lock(); }

@@ -139,7 +139,7 @@ KeldaneFileNode::Pointer KeldaneFileNode::fileNodeForPath(const std::string& pat
 
 KeldaneFileNode::Pointer KeldaneFileNode::fileNodeForPath(const std::string& path, bool withDirSizes,
                                                           KeldaneProxy* fromProxy) {
-  const PropertyList answer = send(
+  const PropertyList answer = sendTo(
       fromProxy, [&](KeldaneProxy& proxy) { return proxy.dictionaryForPath(path, withDirSizes ? 1 : 0); });
   if (!answer) {
     return nullptr;

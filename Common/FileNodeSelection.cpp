@@ -44,7 +44,7 @@ void KeldaneFileNode::setSelected(std::int32_t selected) {
   } else {
     deselect();
   }
-  send(parentLink(), &KeldaneFileNode::checkSelections);
+  sendTo(parentLink(), &KeldaneFileNode::checkSelections);
 }
 
 // What was never backed up refuses the selection, and the folder around it is marked as selected all the

@@ -6,7 +6,7 @@
 #include <cerrno>
 
 #include "Common/FileNode.h"
-#include "platform/syslog/Format.h"
+#include "platform/text/Format.h"
 
 namespace keldane {
 

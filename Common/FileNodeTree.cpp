@@ -225,7 +225,7 @@ KeldaneFileNode::Pointer KeldaneFileNode::nodeAtPath(std::string_view path) {
 
 void KeldaneFileNode::removeNodeAtPath(std::string_view path) {
   const Pointer node = nodeAtPath(path);
-  send(send(node, &KeldaneFileNode::parent), &KeldaneFileNode::removeChild, node);
+  sendTo(sendTo(node, &KeldaneFileNode::parent), &KeldaneFileNode::removeChild, node);
 }
 
 void KeldaneFileNode::hasChildDirectories(bool& directories, bool& andFiles) {

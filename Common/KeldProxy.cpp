@@ -16,6 +16,10 @@ namespace {
 
 constexpr std::uint32_t kPerformQueuedCalls = 1;
 
+// The lines that the assertions of this class show.
+constexpr int kNoDelegateLine = 187;
+constexpr int kValueOnMainThreadLine = 185;
+
 // Where a request's argument pairs begin: width, type, selector and count come first.
 constexpr std::uint32_t kFirstArgument = 4;
 
@@ -80,7 +84,7 @@ std::shared_ptr<KeldaneProxy> KeldaneProxy::create() {
   const std::shared_ptr<KeldaneProxy> proxy(new KeldaneProxy);
   proxy->invocationPort_ =
       RunLoop::current().openPort([weak = std::weak_ptr<KeldaneProxy>(proxy)](std::uint32_t messageId) {
-        send(weak.lock(), &KeldaneProxy::handlePortMessage, messageId);
+        sendTo(weak.lock(), &KeldaneProxy::handlePortMessage, messageId);
       });
   return proxy;
 }
@@ -98,13 +102,13 @@ bool KeldaneProxy::isLinkAtEnd() const {
 }
 
 void KeldaneProxy::setSocket(const std::shared_ptr<KeldaneSocket>& socket) {
-  send(this->socket(), &KeldaneSocket::close);
+  sendTo(this->socket(), &KeldaneSocket::close);
   std::shared_ptr<KeldaneSocket> old = socket;
   {
     const ScopedLock guard(membersMutex_);
     old.swap(socket_);
   }
-  send(socket, &KeldaneSocket::setDataDelegate, shared_from_this());
+  sendTo(socket, &KeldaneSocket::setDataDelegate, shared_from_this());
 }
 
 void KeldaneProxy::setProtocol(const Protocol* protocol) { protocol_ = protocol; }
@@ -241,12 +245,12 @@ template <class Payload>
 void KeldaneProxy::sendFrame(std::int32_t type, const Payload& payloadOf) {
   const std::shared_ptr<KeldaneSocket> target = socket();
   const ScopedLock guard(socketLock_);
-  send(target, &KeldaneSocket::sendString, kFrameMarker.data());
-  send(target, &KeldaneSocket::sendInt, type);
+  sendTo(target, &KeldaneSocket::sendString, kFrameMarker.data());
+  sendTo(target, &KeldaneSocket::sendInt, type);
   const std::optional<Bytes> payload = payloadOf();
-  send(target, &KeldaneSocket::sendInt, payload ? static_cast<std::int32_t>(payload->size()) : 0);
+  sendTo(target, &KeldaneSocket::sendInt, payload ? static_cast<std::int32_t>(payload->size()) : 0);
   if (payload && !payload->empty()) {
-    send(target, &KeldaneSocket::sendData, BytesView(*payload));
+    sendTo(target, &KeldaneSocket::sendData, BytesView(*payload));
   }
 }
 
@@ -318,7 +322,7 @@ void KeldaneProxy::processInvocationArgs(const PropertyList& request) {
   }
   constexpr char kMethod[] = "-[KeldaneProxy processInvocationArgs:]";
   if (!target) {
-    throw AssertionFailure(kMethod, "Common/KeldProxy", 187, "delegate is NULL");
+    throw AssertionFailure(kMethod, "Common/KeldProxy", kNoDelegateLine, "delegate is NULL");
   }
   const PropertyList selector = request[2];
   const MethodSignature* method = target->methodSignatureForSelector(selector.string());
@@ -345,7 +349,7 @@ void KeldaneProxy::processInvocationArgs(const PropertyList& request) {
   }
   const char returnType[] = {method->returnCode, '\0'};
   if (widthOfType(returnType) != 0) {
-    throw AssertionFailure(kMethod, "Common/KeldProxy", 185,
+    throw AssertionFailure(kMethod, "Common/KeldProxy", kValueOnMainThreadLine,
                            "invocation on main thread not allowed for methods with non-zero return size");
   }
   const ScopedLock guard(invocationLock_);
@@ -402,7 +406,7 @@ void KeldaneProxy::handlePortMessage(std::uint32_t messageId) {
       invocationQueue_.pop_front();
     }
     try {
-      send(call.target.lock(), &InvocationTarget::invoke, call.invocation);
+      sendTo(call.target.lock(), &InvocationTarget::invoke, call.invocation);
     } catch (...) {
       // The run loop logs it and ends this pass. What is still queued needs a wake-up of its own.
       invocationPort_->send(kPerformQueuedCalls);

@@ -29,6 +29,10 @@ namespace {
 constexpr std::size_t kLongestPath = 103;
 constexpr int kBacklog = 10;
 
+// The lines that the assertions of this class show.
+constexpr int kNoSocketDelegateLine = 559;
+constexpr int kNoDataDelegateLine = 575;
+
 // Where there are limits, a send is cut into pieces of this size, so that the time is looked at between them.
 constexpr std::uint32_t kSendStep = 256 * 1024;
 
@@ -152,20 +156,20 @@ bool KeldaneSocket::listenAtPath(const std::string& path, mode_t mode) {
 
 void KeldaneSocket::setSocketDelegate(std::shared_ptr<KeldSocketDelegate> delegate) {
   if (!delegate) {
-    throw AssertionFailure("-[KeldaneSocket setSocketDelegate:]", "Common/KeldSocket", 559,
+    throw AssertionFailure("-[KeldaneSocket setSocketDelegate:]", "Common/KeldSocket", kNoSocketDelegateLine,
                            "Setting delegate to NULL");
   }
   const ScopedLock guard(monitor_);
   if (delegate != socketDelegate_) {
     const std::shared_ptr<KeldSocketDelegate> old = socketDelegate_;  // which may close this socket
-    send(old, &KeldSocketDelegate::socketFailed, shared_from_this());
+    sendTo(old, &KeldSocketDelegate::socketFailed, shared_from_this());
     socketDelegate_.swap(delegate);
   }
 }
 
 void KeldaneSocket::setDataDelegate(std::shared_ptr<KeldaneSocketDelegate> delegate) {
   if (!delegate) {
-    throw AssertionFailure("-[KeldaneSocket setDataDelegate:]", "Common/KeldSocket", 575,
+    throw AssertionFailure("-[KeldaneSocket setDataDelegate:]", "Common/KeldSocket", kNoDataDelegateLine,
                            "Setting result delegate to NULL");
   }
   if (delegate == dataDelegate()) {
@@ -216,7 +220,7 @@ bool KeldaneSocket::sendBytes(const void* bytes, std::uint32_t length) {
     const ScopedLock guard(monitor_);
     KeldaneCLog("KeldaneSocket write to socket failed");
     const std::shared_ptr<KeldSocketDelegate> delegate = socketDelegate_;
-    keldane::send(delegate, &KeldSocketDelegate::socketFailed, shared_from_this());
+    sendTo(delegate, &KeldSocketDelegate::socketFailed, shared_from_this());
   }
   return sent;
 }
@@ -304,8 +308,8 @@ bool KeldaneSocket::start() {
     startsAgain_ = isRunning;
   }
   if (isRunning) {  // the thread of the former link, which goes on for this one when it has left that
-    const std::lock_guard guard(closedMutex_);
-    closed_.notify_all();
+    const ScopedLock guard(closedMutex_);
+    closed_.notifyAll();
     return true;
   }
   try {
@@ -418,10 +422,10 @@ void KeldaneSocket::close() {
     const ScopedLock guard(sendMutex_);  // nobody is inside a send any more
     sendHandle_.reset();
   }
-  send(dataDelegate(), &KeldaneSocketDelegate::socketClosing);
+  sendTo(dataDelegate(), &KeldaneSocketDelegate::socketClosing);
   {
-    const std::lock_guard guard(closedMutex_);
-    closed_.notify_all();
+    const ScopedLock guard(closedMutex_);
+    closed_.notifyAll();
   }
   dataDelegateLock_.wake();
   if (queued) {  // the first mention of the main run loop makes it, which takes descriptors and may throw

@@ -7,10 +7,8 @@
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -223,8 +221,9 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   // pieces, which have mostly all been sent when the first one has woken the thread.
   std::array<char, 4096> aheadBuffer_;
   std::span<const char> ahead_;
-  std::mutex closedMutex_;
-  std::condition_variable closed_;
+  // Held for moments by those who wait for `close` or `start`, and by those two.
+  Mutex closedMutex_{{.name = "KeldaneSocket.closedMutex", .leaf = true}};
+  Condition closed_;
 };
 
 }  // namespace keldane

@@ -186,8 +186,8 @@ void KeldaneSocket::reportReadFailure() {
 
 template <class Condition>
 void KeldaneSocket::waitUnless(const Condition& condition, std::chrono::milliseconds duration) {
-  std::unique_lock guard(closedMutex_);
-  closed_.wait_for(guard, duration, condition);
+  const ScopedLock guard(closedMutex_);
+  closed_.waitFor(closedMutex_, duration, condition);
 }
 
 void KeldaneSocket::tellSocketDelegate(DelegateCall call, const char* logLine) {
@@ -259,7 +259,7 @@ bool KeldaneSocket::adopt(const std::shared_ptr<KeldaneSocket>& child) {
     return false;
   }
   children_.push_back(child);
-  send(delegate, &KeldSocketDelegate::socketCreated, child);
+  sendTo(delegate, &KeldSocketDelegate::socketCreated, child);
   return true;
 }
 

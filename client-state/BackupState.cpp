@@ -47,7 +47,7 @@ void BackupState::onEnd() {
   };
   try {
     // Still registered: who watches this object learns of the end.
-    send(connection_, &ConnectionController::stop);
+    sendTo(connection_, &ConnectionController::stop);
   } catch (...) {  // somebody's observer; the centre must not go on to tell an object that is gone
     unregister();
     throw;
@@ -55,7 +55,7 @@ void BackupState::onEnd() {
   unregister();
 }
 
-bool BackupState::connected() const { return send(connection_, &ConnectionController::connected); }
+bool BackupState::connected() const { return sendTo(connection_, &ConnectionController::connected); }
 
 std::shared_ptr<KeldaneProxy> BackupState::proxy() const {
   return connected() ? connection_->proxy() : nullptr;
@@ -76,7 +76,7 @@ void BackupState::daemonConnectionChangedNotification() {
 }
 
 void BackupState::stopStatusTimer() {
-  send(statusTimer_, &Timer::invalidate);
+  sendTo(statusTimer_, &Timer::invalidate);
   statusTimer_.reset();
 }
 
@@ -108,7 +108,7 @@ std::optional<PropertyList> BackupState::performSelector(std::string_view method
   if (method.find(':') != std::string_view::npos && argument) {
     arguments.push_back(RawValue::of<'@'>(argument));
   }
-  const RawValue answer = send(proxy(), &KeldaneProxy::call, method, std::move(arguments));
+  const RawValue answer = sendTo(proxy(), &KeldaneProxy::call, method, std::move(arguments));
   return answer.code() == '@' ? std::optional(answer.as<'@'>()) : std::nullopt;
 }
 

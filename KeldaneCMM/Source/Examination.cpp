@@ -12,7 +12,7 @@
 #include "log/KeldaneLog.h"
 #include "platform/files/FileManager.h"
 #include "platform/host/Host.h"
-#include "platform/plist/Unicode.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane {
 
@@ -148,14 +148,14 @@ OSErr appendSubmenu(AERecord* parent, const AEDescList* items, AEDescList* comma
 
 OSStatus buildMenu(const KeldaneCMM& module, const std::vector<std::string>& paths, const Findings& findings,
                    AEDescList* commandList) {
-  OwnedDesc items;
-  OwnedDesc parent;
-  OSErr error = AECreateList(nullptr, 0, false, &items.desc);
+  OwnedDescriptor items;
+  OwnedDescriptor parent;
+  OSErr error = AECreateList(nullptr, 0, false, items.get());
   if (error == kNoErr) {
-    addItems(&items.desc, module, paths, findings);
-    error = AECreateList(nullptr, 0, true, &parent.desc);
+    addItems(items.get(), module, paths, findings);
+    error = AECreateList(nullptr, 0, true, parent.get());
   }
-  return error == kNoErr ? appendSubmenu(&parent.desc, &items.desc, commandList) : error;
+  return error == kNoErr ? appendSubmenu(parent.get(), items.get(), commandList) : error;
 }
 
 OSStatus examineContext(KeldanePluginInstance& instance, const AEDesc& context, AEDescList* commandList) {

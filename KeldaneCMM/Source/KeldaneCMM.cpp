@@ -9,15 +9,14 @@
 #include "platform/notifications/NotificationCenter.h"
 #include "platform/objects/Absent.h"
 #include "platform/objects/Exceptions.h"
-#include "platform/plist/Unicode.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane {
 
 namespace {
 
-// The daemon's toggles for a file type.
-constexpr std::uint32_t kBackupType = 6;
-constexpr std::uint32_t kExcludeType = 7;
+// The line that the assertion of `addBackupFlag` shows.
+constexpr int kNoFlagsLine = 111;
 
 constexpr OSType kBlankTypeCode = fourCharCode("    ");
 constexpr OSType kUnknownTypeCode = fourCharCode("\?\?\?\?");
@@ -77,8 +76,8 @@ bool KeldaneCMM::isPathExcludedFromBackup(const std::string& path) const {
 
 void KeldaneCMM::addBackupFlag(std::uint32_t* flags, const std::string& forPath) const {
   if (flags == nullptr) {
-    throw AssertionFailure("-[KeldaneCMM addBackupFlag:forPath:]", "KeldaneCMM/Source/KeldaneCMM", 111,
-                           "flags");
+    throw AssertionFailure("-[KeldaneCMM addBackupFlag:forPath:]", "KeldaneCMM/Source/KeldaneCMM",
+                           kNoFlagsLine, "flags");
   }
   const KeldaneFileNode::Pointer node = nodeForPath(forPath);
   if (!node) {
@@ -98,13 +97,13 @@ void KeldaneCMM::addBackupFlag(std::uint32_t* flags, const std::string& forPath)
 }
 
 bool KeldaneCMM::isPathInBackup(const std::string& path) const {
-  const std::uint32_t flags = send(nodeForPath(path), &KeldaneFileNode::backupFlags);
+  const std::uint32_t flags = sendTo(nodeForPath(path), &KeldaneFileNode::backupFlags);
   return (flags & (backup_flags::kInclude | backup_flags::kFolderInclude)) != 0 &&
          !has(flags, backup_flags::kExclude) && !has(flags, backup_flags::kNoFolder);
 }
 
 PropertyList KeldaneCMM::stateForPath(const std::string& path) const {
-  return send(nodeForPath(path), &KeldaneFileNode::state);
+  return sendTo(nodeForPath(path), &KeldaneFileNode::state);
 }
 
 bool KeldaneCMM::addPathToBackup(const std::string& path) const {
@@ -140,16 +139,16 @@ bool KeldaneCMM::setTypeToggle(const std::string& path, std::uint32_t toggle) co
   return true;
 }
 
-bool KeldaneCMM::backupFileType(const std::string& path) const { return setTypeToggle(path, kBackupType); }
+bool KeldaneCMM::backupFileType(const std::string& path) const { return setTypeToggle(path, kTypeBackup); }
 
-bool KeldaneCMM::excludeFileType(const std::string& path) const { return setTypeToggle(path, kExcludeType); }
+bool KeldaneCMM::excludeFileType(const std::string& path) const { return setTypeToggle(path, kTypeExclude); }
 
 std::int32_t KeldaneCMM::getTypeToggleForPath(const std::string& path) const {
   return static_cast<std::int32_t>(backupState_->getFileTypeToggle(fileTypeForPath(path)));
 }
 
 bool KeldaneCMM::getSetPriorityForPath(const std::string& path) const {
-  const std::uint32_t flags = send(nodeForPath(path), &KeldaneFileNode::simpleFlags);
+  const std::uint32_t flags = sendTo(nodeForPath(path), &KeldaneFileNode::simpleFlags);
   return has(flags, simple_flags::kPriorityEnabled | simple_flags::kPriorityVisible) &&
          !has(flags, simple_flags::kPriorityChecked);
 }

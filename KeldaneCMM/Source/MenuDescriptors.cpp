@@ -4,7 +4,7 @@
 
 #include "KeldaneCMM/Source/KeldanePlugin.h"
 #include "log/KeldaneLog.h"
-#include "platform/events/FileDescriptors.h"
+#include "platform/events/PathDescriptors.h"
 #include "platform/plugin/ContextualMenu.h"
 
 namespace keldane {
@@ -38,9 +38,9 @@ std::vector<std::string> AEDescToNSArray(const AEDesc* desc) {
   } else {
     paths.reserve(static_cast<std::size_t>(count));
     for (std::int32_t i = 1; i <= count; ++i) {
-      OwnedDesc item;
-      if (isRead(AEGetNthDesc(desc, i, typeWildCard, nullptr, &item.desc))) {
-        addPath(paths, item.desc);
+      OwnedDescriptor item;
+      if (isRead(AEGetNthDesc(desc, i, typeWildCard, nullptr, item.get()))) {
+        addPath(paths, *item.get());
       }
     }
   }
@@ -51,11 +51,11 @@ std::vector<std::string> AEDescToNSArray(const AEDesc* desc) {
 }
 
 std::optional<std::string> AEDescToPath(const AEDesc* desc) {
-  AEDesc url{typeNull, nullptr};
-  if (!isRead(AECoerceDesc(desc, typeFileURL, &url))) {
+  OwnedDescriptor url;
+  if (!isRead(AECoerceDesc(desc, typeFileURL, url.get()))) {
     return std::nullopt;
   }
-  const std::optional<std::string> text = AppleEventDescriptor(url).stringValue();
+  const std::optional<std::string> text = stringValue(*url.get());
   // The text of a file's descriptor is an HFS path, in which ':' parts the names.
   const std::optional<FileURL> file =
       text ? FileURL::withFileSystemPath(*text, PathStyle::hfs, true) : std::nullopt;

@@ -5,7 +5,7 @@
 #include <set>
 #include <vector>
 
-#include "platform/plist/Unicode.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane {
 

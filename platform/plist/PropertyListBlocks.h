@@ -1,4 +1,4 @@
-// Memory for the many small nodes of a value that is read from bytes; for the files of this folder only.
+// Memory for the many small nodes of a value that is read from bytes; for this folder only.
 #pragma once
 
 #include <atomic>

@@ -1,4 +1,4 @@
-// How property-list values lie in memory; for the files of this folder only.
+// How property-list values lie in memory; for this folder only.
 #pragma once
 
 #include <atomic>
@@ -66,12 +66,14 @@ struct PropertyListNode {
   std::uint16_t placeInBlock = 0;
   /// Elements, entries, or bytes of text or data.
   const std::size_t count;
-  union {
+  /// The value of a scalar. It is mutable for the sake of the last two members, which are no part of the
+  /// value.
+  mutable union {
     std::int64_t signedInteger;
     std::uint64_t unsignedInteger;
     double real;
-    std::uint64_t marks;  ///< of text and data: the writer's, 0 until it was there
-    PropertyListNode* nextDead;
+    std::uint64_t marks;  ///< for text and data: what the writer keeps; 0 until then
+    const PropertyListNode* nextDead;
   } scalar = {0};
 };
 

@@ -298,9 +298,9 @@ TEST_F(ReadsThatWouldBlock, AfterMoreBytesOfAMarkerCompareWhatThereIs) {
   for (const std::size_t size : {2U, 35U}) {
     other_.write(marker_.substr(0, size));
     ++wrong;
-    EXPECT_TRUE(eventually(
-        [&] { return log_.count("KeldaneSocket Expecting a UUID, got something else...") == wrong; }))
-        << size;
+    EXPECT_TRUE(eventually([&] {
+      return log_.count("KeldaneSocket Expecting a UUID, got something else...") == wrong;
+    })) << size;
   }
   other_.writeFrame(1, "whole");
   ASSERT_TRUE(data_->waitFor(1));
