@@ -32,7 +32,7 @@ void ConnectionController::start() {
   } else {
     startConnectTimer();
   }
-  // At once in either case, though only one of them says so.
+  // The first attempt is made at once in either case, though only one of them logs it.
   connectTimer();
 }
 
@@ -88,15 +88,15 @@ void ConnectionController::closeSocket() {
 }
 
 void ConnectionController::socketConnected(const std::shared_ptr<KeldaneSocket>& /*socket*/) {
-  // The result of the attempt has already said so.
+  // Nothing to do: `connectToPath` has already returned true.
   KeldaneCLog("ConnectionController::socketConnected:");
 }
 
 void ConnectionController::socketFailed(const std::shared_ptr<KeldaneSocket>& /*socket*/) {
   KeldaneCLog("ConnectionController::socketFailed:");
   closeSocket();
-  // Whatever disableConnectTimer says: who wanted no retries at the start still wants back what was lost.
-  // Kept on purpose.
+  // disableConnectTimer only concerns the start: a connection that was lost is always retried. Kept on
+  // purpose.
   startConnectTimer();
 }
 

@@ -23,8 +23,8 @@ constexpr OSType kUnknownTypeCode = fourCharCode("\?\?\?\?");
 
 bool has(std::uint32_t flags, std::uint32_t bits) { return (flags & bits) == bits; }
 
-// The code's bytes as they lie in memory, so the characters come out in reverse order: 'TEXT' gives "TXET".
-// The daemon's rules know the types by these names; kept.
+// The code's bytes in the order of the memory, which reverses the characters: 'TEXT' gives "TXET". Kept,
+// because the daemon's rules know the types by these names.
 std::string typeCodeText(OSType code) {
   char bytes[sizeof(code) + 1] = {};
   std::memcpy(bytes, &code, sizeof(code));
@@ -51,7 +51,7 @@ std::shared_ptr<KeldaneCMM> KeldaneCMM::init() {
   return module;
 }
 
-// Nothing may be thrown here, though anybody's observer may try.
+// An observer may throw, but a destructor may not.
 KeldaneCMM::~KeldaneCMM() {
   NotificationCenter::defaultCenter().removeObserver(this, KeldaneBackupStateConnectionChangedNotification,
                                                      backupState_.get());

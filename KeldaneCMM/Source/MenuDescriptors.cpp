@@ -11,8 +11,8 @@ namespace keldane {
 
 namespace {
 
-/// An item that cannot be read is left out. One for which there is no memory must not be: the menu would be
-/// that of another selection.
+/// False for an item that cannot be read, which is left out. An item for which there is no memory must not be
+/// left out: the menu would be that of another selection.
 bool isRead(OSErr error) {
   if (error == memFullErr) {
     throw std::bad_alloc();
@@ -66,7 +66,7 @@ OSErr putTitle(AERecord* record, CFStringRef title) {
   CFRetain(title);
   const OSErr error = AEPutParamPtr(record, keyAEName, typeCFStringRef, &title, sizeof(title));
   if (error != kNoErr) {
-    CFRelease(title);  // nobody took it over
+    CFRelease(title);  // the record did not take it over
   }
   return error;
 }

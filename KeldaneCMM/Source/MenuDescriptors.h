@@ -1,4 +1,4 @@
-// Between descriptors and what the menu works with: selections to paths, menu items to records.
+// Conversions between descriptors and the menu's own types: selections to paths, menu items to records.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// Files as descriptors: how a host describes a path, and how a plug-in gets it back.
+// Paths as descriptors: how a host describes a path, and how a plug-in gets it back.
 #pragma once
 
 #include <optional>

@@ -19,8 +19,8 @@ namespace {
 
 using Node = PropertyListNode;
 
-// Frees a node whose last reference went, and all that only it kept. A list threaded through the dead nodes
-// takes the place of recursion, so that a hostile nesting cannot exhaust the stack.
+// Frees a node whose last reference is gone, and all nodes that only it kept. A list through the dead nodes
+// takes the place of recursion, so that hostile nesting cannot exhaust the stack.
 void freeNodes(const Node* first) noexcept {
   PropertyListBlocks::Reclaimer reclaimer;
   const Node* dead = first;

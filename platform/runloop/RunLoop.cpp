@@ -157,7 +157,8 @@ void RunLoop::State::setClock() {
   timerfd_settime(clock.get(), TFD_TIMER_ABSTIME, &setting, nullptr);
 }
 
-/// The ids that were sent and not yet handled; the loop's work holds it, so that a port may go at any time.
+/// The ids that were sent and not yet handled are kept apart from the port, in an object that the loop's work
+/// shares, so that a port may go at any time.
 struct RunLoop::State::Port : MessagePort {
   struct Shared {
     Mutex mutex{{.name = "MessagePort", .innermost = true}};
@@ -180,14 +181,15 @@ struct RunLoop::State::Port : MessagePort {
     if (!loop) {
       return;
     }
-    // Made before anything is noted, so that without memory the next message sends the wake-up.
+    // Made before anything is recorded, so that the next message sends the wake-up when there is no memory
+    // now.
     std::list<Work> wakeUp;
     wakeUp.push_back({[messages = shared] { deliver(*messages); }, shared.get()});
     {
       const ScopedLock guard(shared->mutex);
       const bool waiting = !shared->pending.empty();
       if (!shared->handler || !shared->pending.insert(messageId).second || waiting) {
-        return;  // rides on the wake-up that was already sent
+        return;  // a wake-up was already sent
       }
     }
     const ScopedLock guard(loop->mutex);
@@ -266,7 +268,7 @@ bool RunLoop::runDue() {
   const std::shared_ptr<State> state = state_;
   bool ran = false;
 
-  // What is queued from here on belongs to the next pass, so that a pass always ends.
+  // Work that is queued from here on belongs to the next pass, so that every pass ends.
   std::size_t pieces = 0;
   {
     const ScopedLock guard(state->mutex);
@@ -369,7 +371,8 @@ void RunLoop::perform(std::function<void()> work, const void* owner) {
 }
 
 void RunLoop::cancel(const void* owner) {
-  std::list<State::Work> dropped;  // what the work holds may call back here as it goes
+  std::list<State::Work>
+      dropped;  // its destructors may call back here, so they run after the lock is released
   const ScopedLock guard(state_->mutex);
   for (auto at = state_->work.begin(); at != state_->work.end();) {
     const auto piece = at++;
