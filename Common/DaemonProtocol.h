@@ -7,6 +7,16 @@
 
 #include "Common/Invocation.h"
 
+namespace keldane {
+
+/// What `setFileTypeToggle:toggle:` sets for a file type and `getFileTypeToggle:` answers. Any other number
+/// is no rule.
+inline constexpr std::uint32_t kTypeNone = 0;
+inline constexpr std::uint32_t kTypeBackup = 6;
+inline constexpr std::uint32_t kTypeExclude = 7;
+
+}  // namespace keldane
+
 // METHOD(selector, operation, return code, argument codes…). Selectors, order of arguments and codes are the
 // wire protocol. The selectors setBackupControl:turnOff:, intValueForProfileKey: and
 // setValueForProfileKey:withUnsigned: are missing on purpose: the facade sends them, nobody can describe

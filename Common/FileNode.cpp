@@ -45,10 +45,15 @@ std::optional<std::string> KeldaneFileNode::path() {
 
 void KeldaneFileNode::setPath(const std::string& path) {
   if (!parent_.expired()) {
-    throw AssertionFailure("-[KeldaneFileNode setPath:]", "Common/FileNode", 1073,
-                           "You cannot set the path string of a node in a real hierarchy");
+    failForPathOfChild();
   }
   path_ = path;
+}
+
+void KeldaneFileNode::failForPathOfChild() {
+  constexpr int kPathOfChildLine = 1073;
+  throw AssertionFailure("-[KeldaneFileNode setPath:]", "Common/FileNode", kPathOfChildLine,
+                         "You cannot set the path string of a node in a real hierarchy");
 }
 
 bool KeldaneFileNode::isEqual(KeldaneFileNode* other) {
@@ -61,7 +66,7 @@ bool KeldaneFileNode::isBundle() { return childWithName("Contents") != nullptr; 
 bool KeldaneFileNode::showInRestoreBrowser() {
   const std::optional<std::string> where = path();
   if (!where && !parent_.expired()) {
-    setPath({});  // which a node with a parent refuses: the tree above it has no path
+    failForPathOfChild();  // the tree above this node has no path; one for the node alone cannot be set
   }
   if (where && FileManager::fileExistsAtPath(*where) && !FileManager::isReadableFileAtPath(*where)) {
     return false;

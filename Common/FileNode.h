@@ -54,17 +54,17 @@ enum class BackupColor : std::int32_t { undefined, none, green, yellow, gray, bl
 /// A file or folder: names, flags, colour, dates, sizes, owner, and its children. A new node has every field
 /// zero or absent.
 ///
-/// Child and parent own each other. A `Pointer` holds its node and, through it, everything above; a child
-/// list holds what is below. So a tree lives as long as anybody holds a Pointer to any node of it and goes,
-/// whole, with the last one: there is nothing to call and no cycle that could stay behind. Going through a
-/// child list gives references, which are good while the tree is held and the list is not changed; `pointer`
-/// makes one a Pointer. A node that only the child list of another node than its parent holds (of a copy, or
-/// because it was moved) does not hold its parent and has none once that is gone. What would make a node its
-/// own ancestor or descendant is refused.
+/// A `Pointer` keeps its node and all nodes above it alive, and a child list keeps the nodes below. So a tree
+/// lives as long as there is a Pointer to any of its nodes, and goes as a whole with the last one. Nothing
+/// has to be called, and no cycle can remain. Iterating over a child list gives references. They are valid
+/// while the tree is held and the list is not changed; `pointer` makes a Pointer of one. A node may stand in
+/// the child list of a node that is not its parent, because that is a copy or because the node was moved.
+/// When only such a list holds it, it does not hold its parent, and has none once the parent is gone.
+/// Whatever would make a node its own ancestor or descendant is refused.
 ///
-/// Absent-able fields are property-list values, taken from the daemon's dictionary as they stand: one of an
-/// unexpected kind prints as what it is and reads as empty text. No operation uses the stack in proportion to
-/// a tree's depth. Not locked: a tree is used from one thread at a time.
+/// Fields that may be absent are property-list values and are taken from the daemon's dictionary unchanged. A
+/// value of an unexpected kind prints as what it is and reads as empty text. No operation uses the stack in
+/// proportion to the depth of the tree. A tree is not locked: one thread at a time uses it.
 class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
  protected:
   /// Nodes are made by `create` and its kin alone.
@@ -99,12 +99,12 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
 
   /// Holds this node and what is above it.
   Pointer pointer();
-  /// Overwrites the node with what the dictionary holds. An existing child list stays when the dictionary has
-  /// no "children". `selected`, `parent` and `inPolicy` stay.
+  /// Overwrites the node with the values of the dictionary. An existing child list stays when the dictionary
+  /// has no "children". `selected`, `parent` and `inPolicy` stay.
   void initWithDictionary(const PropertyList& dictionary);
   /// The node's own fields, without "children".
   PropertyList dictionary() const;
-  /// The same with "children", all the way down, wherever a child list exists.
+  /// The same with "children" for every node below that has a child list.
   PropertyList recursiveDictionary();
   /// A node of the same class beside this one: the same parent, names, dates, state, sizes and selection, and
   /// a child list of its own with the same children in it, which cannot be changed unless it is empty. A copy
@@ -181,7 +181,7 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   /// Sorts the child list and those of all below; without a child list it does nothing. Throws
   /// InvalidArgument for an unknown key, and for a copy that has children.
   void sortUsingDescriptors(const std::vector<SortDescriptor>& descriptors);
-  /// What an accessor answers that answers a text, number, boolean or date, by the accessor's name. Throws
+  /// The result of the accessor of that name, which answers a text, number, boolean or date. Throws
   /// InvalidArgument for any other name, such as that of the parent, the children and the image.
   PropertyList valueForKey(std::string_view key);
   /// Whether any child is a folder, and whether any is not.
@@ -191,13 +191,13 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
 
   /// 1 selected, 0 not, -1 partly: some child is selected or partly selected, but not every one fully.
   std::int32_t selected() const { return selected_; }
-  /// Selects or deselects the node and all below, and derives anew what is above. What is neither a folder
-  /// nor ever was backed up cannot be selected.
+  /// Selects or deselects the node and all nodes below, and derives the selection of the nodes above. A node
+  /// that is no folder and was never backed up cannot be selected.
   void setSelected(std::int32_t selected);
-  /// What the selection below comes down to: its files, and the deepest of its folders.
+  /// The selected files below, and the deepest of the selected folders.
   std::vector<Pointer> deepestFullSelections();
-  /// The topmost nodes below that are fully selected; with `expand`, what is in the folders among them
-  /// instead.
+  /// The topmost nodes below that are fully selected. With `expand`, a folder among them is replaced by what
+  /// it holds.
   std::vector<Pointer> selectedChildren(bool expand);
 
   std::uint32_t backupPriority() const { return backupFlags_ & backup_flags::kPriorityMask; }
@@ -209,8 +209,8 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   bool isMissing() const { return (backupFlags_ & backup_flags::kMissing) != 0; }
   /// Whether a child is named "Contents".
   bool isBundle();
-  /// Whether a restore browser lists the node. What exists here and cannot be read is hidden, even when it is
-  /// backed up.
+  /// Whether a restore browser lists the node. An item that exists here and cannot be read is hidden, even
+  /// when it is backed up.
   bool showInRestoreBrowser();
 
   std::string backupFlagsString() const;
@@ -224,7 +224,7 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   std::string description() const;
 
  protected:
-  /// A node as a child list holds it: without what is above.
+  /// A node as a child list holds it: without the nodes above.
   using Link = std::shared_ptr<KeldaneFileNode>;
   template <class Node>
   static std::shared_ptr<Node> make() {
@@ -232,7 +232,7 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   }
   virtual Link newOfSameClass() const { return make<KeldaneFileNode>(); }
   virtual const char* className() const { return "KeldaneFileNode"; }
-  /// What `addChild` does once nothing speaks against it.
+  /// The work of `addChild` after its checks.
   virtual void attach(const Link& child);
   /// Puts a new, empty child list in place of what there was.
   void renewChildren();
@@ -243,6 +243,7 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   using std::enable_shared_from_this<KeldaneFileNode>::shared_from_this;  // gives links
 
   PropertyList readFields(PropertyList dictionary);
+  [[noreturn]] static void failForPathOfChild();
   static void takeApart(std::unique_ptr<ChildList> list);
   void setParentLink(const Link& parent);
   Link parentLink() const { return parent_.lock(); }
@@ -265,7 +266,7 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   PropertyList state_;
   PropertyList path_;
   std::shared_ptr<const void> image_;
-  std::uint64_t size_ = 0;  // bytes of this item alone
+  std::uint64_t size_ = 0;  // bytes of this item without what is below
   std::int32_t selected_ = 0;
   std::uint32_t backupFlags_ = 0;
   std::uint32_t simpleFlags_ = 0;
@@ -310,9 +311,9 @@ class KeldaneFileNode::ChildList {
  private:
   friend class KeldaneFileNode;
   std::vector<Link> nodes_;
-  std::weak_ptr<KeldaneFileNode> original_;  // whose children these are, if the list is a copy's
+  std::weak_ptr<KeldaneFileNode> original_;  // in the list of a copy: the node whose children these are
   bool changeable_ = true;
-  std::unique_ptr<ChildList> next_;  // while trees are taken apart: the list to go on with
+  std::unique_ptr<ChildList> next_;  // while a tree is taken apart: the next list
 };
 
 }  // namespace keldane

@@ -10,8 +10,8 @@
 namespace keldane {
 
 void KeldaneFileNode::initWithDictionary(const PropertyList& dictionary) {
-  // Children within children may be nested deeper than a stack allows, so the nodes on the way down wait in a
-  // list. Each is attached to its parent when all of it was read.
+  // Children may be nested deeper than the stack allows, so the nodes on the way down wait in a list. Each is
+  // attached to its parent after it was read with all that is below it.
   struct Level {
     Link node;
     PropertyList children;
@@ -36,7 +36,7 @@ void KeldaneFileNode::initWithDictionary(const PropertyList& dictionary) {
   }
 }
 
-// Answers the children's dictionaries, and makes the list for them; absent when there is none.
+// Answers the dictionaries of the children, for which it makes the list; absent when there are none.
 PropertyList KeldaneFileNode::readFields(PropertyList dictionary) {
   PropertyList::LookUp values(std::move(dictionary));
   cleanup();
@@ -79,8 +79,8 @@ PropertyList KeldaneFileNode::dictionary() const {
 }
 
 PropertyList KeldaneFileNode::recursiveDictionary() {
-  // Nodes in an order in which children come after their parent; made from the back, each finds its children
-  // made.
+  // The nodes are listed with children after their parent. The dictionaries are made from the back, so that
+  // those of the children are there first.
   struct Step {
     KeldaneFileNode* node;
     std::size_t parent;
@@ -139,7 +139,7 @@ KeldaneFileNode::Pointer KeldaneFileNode::fileNodeForPath(const std::string& pat
 
 KeldaneFileNode::Pointer KeldaneFileNode::fileNodeForPath(const std::string& path, bool withDirSizes,
                                                           KeldaneProxy* fromProxy) {
-  const PropertyList answer = send(
+  const PropertyList answer = sendTo(
       fromProxy, [&](KeldaneProxy& proxy) { return proxy.dictionaryForPath(path, withDirSizes ? 1 : 0); });
   if (!answer) {
     return nullptr;

@@ -51,7 +51,7 @@ KeldaneFileNode::Pointer KeldaneFileNodeProxy::addPath(std::string_view path) {
     if (!child) {
       child = KeldaneFileNode::create(components[i], i + 1 < components.size() || isFolder);
       node->addChild(child);
-      const PropertyList answer = send(proxy(), [&](KeldaneProxy& daemon) {
+      const PropertyList answer = sendTo(proxy(), [&](KeldaneProxy& daemon) {
         const std::optional<std::string> where = child->path();
         return daemon.dictionaryForPath(where ? PropertyList(*where) : PropertyList());
       });
@@ -69,7 +69,7 @@ void KeldaneFileNodeProxy::refreshPath(std::string_view path) {
   const std::string full =
       fileName().string() == "/" ? std::string(path) : appendPathComponent(fileName().string(), path);
   const PropertyList answer =
-      send(proxy(), [&](KeldaneProxy& daemon) { return daemon.dictionaryForPath(PropertyList(full)); });
+      sendTo(proxy(), [&](KeldaneProxy& daemon) { return daemon.dictionaryForPath(PropertyList(full)); });
   KeldaneCLog("refreshPath: %@\n%@", full, answer);
   if (!answer) {
     removeNodeAtPath(path);

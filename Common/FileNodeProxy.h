@@ -5,12 +5,12 @@
 
 namespace keldane {
 
-/// The root of a tree that grows as it is looked at: asks the daemon for its children when they are first
-/// wanted, and adds or refreshes single paths. The levels below it are plain nodes, which hold what the
-/// daemon's answers brought and what `addPath` adds. Without a daemon it behaves as a plain node.
+/// The root of a tree that is loaded on demand. It asks the daemon for its children when they are first
+/// needed, and adds or refreshes single paths. The nodes below it are plain nodes, with what the daemon's
+/// answers held and what `addPath` added. Without a daemon it behaves as a plain node.
 ///
-/// The proxy is not owned: once it is gone the daemon is absent. Calls wait for the daemon on the thread of
-/// the caller, without a time limit; ownership and threads are otherwise those of every node.
+/// The proxy is not owned: once it is gone, there is no daemon. Calls wait for the daemon on the caller's
+/// thread, without a time limit. Ownership and threads are otherwise those of every node.
 class KeldaneFileNodeProxy final : public KeldaneFileNode {
  public:
   using Pointer = std::shared_ptr<KeldaneFileNodeProxy>;
@@ -21,15 +21,15 @@ class KeldaneFileNodeProxy final : public KeldaneFileNode {
   std::shared_ptr<KeldaneProxy> proxy() const { return proxy_.lock(); }
   void setProxy(std::weak_ptr<KeldaneProxy> proxy) { proxy_ = std::move(proxy); }
 
-  /// Asks the daemon the first time. What was added before is dropped when it answers and kept when it does
-  /// not; it is asked again after `flush` only.
+  /// Asks the daemon the first time, and again only after `flush`. Its answer replaces the children that were
+  /// added before; without an answer they stay.
   const ChildList* children() override;
   void flush() override;
-  /// The node for a path, made with all that is missing on the way from the root; new nodes are filled from
-  /// the daemon's answers. Whether the last one is a folder is taken from the local file system first.
+  /// The node for a path. Missing nodes on the way from the root are made and filled from the daemon's
+  /// answers. Until then the local file system says whether the last one is a folder.
   KeldaneFileNode::Pointer addPath(std::string_view path);
   /// Reads one path anew from the daemon: updates or adds its node, or removes it when the daemon does not
-  /// know it. The path counts from the root, for which the receiver's file name stands.
+  /// know the path. The path begins at the root; the daemon is asked for it below the receiver's file name.
   void refreshPath(std::string_view path);
 
  private:

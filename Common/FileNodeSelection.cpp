@@ -44,11 +44,12 @@ void KeldaneFileNode::setSelected(std::int32_t selected) {
   } else {
     deselect();
   }
-  send(parentLink(), &KeldaneFileNode::checkSelections);
+  sendTo(parentLink(), &KeldaneFileNode::checkSelections);
 }
 
-// What was never backed up refuses the selection, and the folder around it is marked as selected all the
-// same: it is not derived from its children until a later change below climbs through it. Kept on purpose.
+// A file that was never backed up refuses the selection, but its folder is marked as selected all the same:
+// the folder's selection is derived from its children only when a later change below passes through it. Kept
+// on purpose.
 void KeldaneFileNode::select() {
   const auto selectOne = [](KeldaneFileNode& node) {
     const bool can = node.backupDate_ || node.isDirectory_;
@@ -79,7 +80,7 @@ void KeldaneFileNode::checkSelections() {
         partial += child.selected_ == -1 ? 1U : 0U;
       }
     }
-    // Counts are compared, so a node without children becomes fully selected. Kept on purpose.
+    // The counts of a node without children are equal too, so it becomes fully selected. Kept on purpose.
     if (full == (node->children_ ? node->children_->size() : 0)) {
       node->selected_ = 1;
     } else {

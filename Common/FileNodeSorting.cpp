@@ -1,4 +1,4 @@
-// Nodes by the values of their accessors.
+// Sorting, and the accessors by their names.
 #include <algorithm>
 
 #include "Common/FileNode.h"
@@ -80,7 +80,7 @@ void KeldaneFileNode::sortUsingDescriptors(const std::vector<SortDescriptor>& de
   for (const SortDescriptor& descriptor : descriptors) {
     accessors.push_back(accessorFor(descriptor.key));
   }
-  // Each value is asked for once, not once a comparison.
+  // Each value is read once, instead of once for each comparison.
   struct Row {
     std::vector<PropertyList> values;
     Link node;

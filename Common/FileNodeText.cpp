@@ -6,7 +6,7 @@
 #include <cerrno>
 
 #include "Common/FileNode.h"
-#include "platform/syslog/Format.h"
+#include "platform/text/Format.h"
 
 namespace keldane {
 
@@ -64,7 +64,8 @@ std::string flagText(std::uint32_t flags, const std::string& body) {
   return stringWithFormat("0x%8.8lx : %@", flags, body);
 }
 
-/// The name that one of the account look-ups finds, which want a buffer and say when it is too small.
+/// The name that one of the account look-ups finds, or the number. The look-ups need a buffer and say when it
+/// is too small.
 template <class Entry, class LookUp>
 std::string accountName(std::uint32_t id, LookUp lookUp, char* Entry::*name) {
   constexpr std::size_t kLargestBuffer = std::size_t{1} << 20;
@@ -101,8 +102,8 @@ PropertyList KeldaneFileNode::backupColorString() const {
   return backupColor_ >= 0 && color < kColorNames.size() ? PropertyList(kColorNames[color]) : PropertyList();
 }
 
-// The key of a user's date format is handed over where the format itself belongs. It holds no conversion, so
-// every date reads as the key; kept as it stands.
+// The format is the key of a user's date format, not that format itself. The key has no conversion in it, so
+// every date reads as the key. Kept on purpose.
 std::string KeldaneFileNode::backupDateString() const {
   return backupDate_ ? "NSTimeDateFormatString" : "Never";
 }

@@ -8,15 +8,15 @@
 
 namespace keldane {
 
-/// What a Pointer stands on: it holds a node and, by the holds of what is above, all of these. Every Pointer
-/// to one node shares one hold, which the node knows weakly, and lists hold nodes without their holds; so
-/// holds refer upwards only, lists downwards only, and neither can close a circle.
+/// What a Pointer owns: the node, and the holds of the nodes above. All Pointers to one node share one hold,
+/// which the node knows weakly. Holds refer upwards only and child lists downwards only, so neither can close
+/// a cycle.
 struct KeldaneFileNode::Hold {
   Hold() = default;
   Hold(const Hold&) = delete;
   Hold& operator=(const Hold&) = delete;
   ~Hold() {
-    // One ancestor after another, as the last who holds it: a deep tree must not use a host's stack.
+    // Frees one ancestor after the other, without recursion: a deep tree must not use the host's stack.
     for (std::shared_ptr<Hold> above = std::move(parent); above.use_count() == 1;) {
       std::shared_ptr<Hold> next = std::move(above->parent);
       above = std::move(next);
@@ -30,8 +30,8 @@ struct KeldaneFileNode::Hold {
 
 KeldaneFileNode::~KeldaneFileNode() { takeApart(std::move(children_)); }
 
-/// Lets go of a list and of all below it that nobody else holds, list by list: without using the stack in
-/// proportion to the depth, and without asking for memory.
+/// Frees a list, and all lists below it that nobody else holds, one after the other. It uses no stack in
+/// proportion to the depth and asks for no memory.
 void KeldaneFileNode::takeApart(std::unique_ptr<ChildList> list) {
   while (list) {
     if (list->nodes_.empty()) {
@@ -84,7 +84,8 @@ KeldaneFileNode::Link KeldaneFileNode::originalOfChildren() const {
   return children_ ? children_->original_.lock() : nullptr;
 }
 
-/// Whether the other would hold this node: by way of its parents, or of the nodes whose children were copied.
+/// Whether a Pointer to the other node keeps this one alive: through its parents, or through the nodes whose
+/// children were copied.
 bool KeldaneFileNode::isAbove(const KeldaneFileNode& other) const {
   if (this == &other) {
     return true;
@@ -111,7 +112,7 @@ bool KeldaneFileNode::isAbove(const KeldaneFileNode& other) const {
 /// Whether the other's child lists lead to this node.
 bool KeldaneFileNode::isBelow(const KeldaneFileNode& other) const {
   if (!other.children_ || weak_from_this().use_count() == (hold_.expired() ? 0 : 1)) {
-    return false;  // at most its hold has it, so it is in no list
+    return false;  // nobody but its hold owns it, so it is in no list
   }
   std::vector<const KeldaneFileNode*> nodes = {&other};
   while (!nodes.empty()) {
@@ -225,7 +226,7 @@ KeldaneFileNode::Pointer KeldaneFileNode::nodeAtPath(std::string_view path) {
 
 void KeldaneFileNode::removeNodeAtPath(std::string_view path) {
   const Pointer node = nodeAtPath(path);
-  send(send(node, &KeldaneFileNode::parent), &KeldaneFileNode::removeChild, node);
+  sendTo(sendTo(node, &KeldaneFileNode::parent), &KeldaneFileNode::removeChild, node);
 }
 
 void KeldaneFileNode::hasChildDirectories(bool& directories, bool& andFiles) {

@@ -57,8 +57,8 @@ class RawValue {
   /// 'v' when there is no value: the result of a call that returns none, or that was never answered.
   char code() const { return code_; }
 
-  /// The value as the type of `Code`: a request carries the sender's type codes, not the method's, so what
-  /// another one meant is converted. No value at all reads as zero or absent.
+  /// The value as the type of `Code`. A request carries the sender's type codes, not the method's, so a value
+  /// of another type is converted. No value reads as zero or absent.
   template <char Code>
   RawType<Code> as() const {
     if constexpr (Code == '@') {
@@ -94,8 +94,8 @@ struct Invocation {
   RawValue result;
 };
 
-/// Who performs incoming calls. The proxy asks from its receive thread, and performs on the thread it was
-/// told to.
+/// Performs incoming calls. The proxy asks for signatures on its receive thread, and invokes on the thread
+/// that it was told to use.
 class InvocationTarget {
  public:
   virtual ~InvocationTarget() = default;

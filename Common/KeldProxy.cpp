@@ -16,6 +16,10 @@ namespace {
 
 constexpr std::uint32_t kPerformQueuedCalls = 1;
 
+// The lines that the assertions of this class show.
+constexpr int kNoDelegateLine = 187;
+constexpr int kValueOnMainThreadLine = 185;
+
 // Where a request's argument pairs begin: width, type, selector and count come first.
 constexpr std::uint32_t kFirstArgument = 4;
 
@@ -54,7 +58,7 @@ PropertyList::Array makeEmptyRequest(const MethodSignature& method) {
   return request;
 }
 
-/// Whether each argument is there and holds no others, of which one might not be.
+/// Whether no argument is absent, and none is a container, which might hold an absent value.
 bool canAlwaysBeWritten(const Arguments& arguments) {
   return std::all_of(arguments.begin(), arguments.end(), [](const RawValue& argument) {
     const PropertyList object = argument.code() == '@' ? argument.as<'@'>() : argument.encoded();
@@ -80,7 +84,7 @@ std::shared_ptr<KeldaneProxy> KeldaneProxy::create() {
   const std::shared_ptr<KeldaneProxy> proxy(new KeldaneProxy);
   proxy->invocationPort_ =
       RunLoop::current().openPort([weak = std::weak_ptr<KeldaneProxy>(proxy)](std::uint32_t messageId) {
-        send(weak.lock(), &KeldaneProxy::handlePortMessage, messageId);
+        sendTo(weak.lock(), &KeldaneProxy::handlePortMessage, messageId);
       });
   return proxy;
 }
@@ -98,13 +102,13 @@ bool KeldaneProxy::isLinkAtEnd() const {
 }
 
 void KeldaneProxy::setSocket(const std::shared_ptr<KeldaneSocket>& socket) {
-  send(this->socket(), &KeldaneSocket::close);
+  sendTo(this->socket(), &KeldaneSocket::close);
   std::shared_ptr<KeldaneSocket> old = socket;
   {
     const ScopedLock guard(membersMutex_);
     old.swap(socket_);
   }
-  send(socket, &KeldaneSocket::setDataDelegate, shared_from_this());
+  sendTo(socket, &KeldaneSocket::setDataDelegate, shared_from_this());
 }
 
 void KeldaneProxy::setProtocol(const Protocol* protocol) { protocol_ = protocol; }
@@ -161,7 +165,7 @@ bool KeldaneProxy::callWithoutWaiting(std::string_view selector, Arguments argum
   const std::shared_ptr<KeldaneProxy> self = shared_from_this();  // see forwardInvocation
   const Invocation invocation = invocationFor(selector, std::move(arguments));
   const std::shared_ptr<KeldaneSocket> link = socket();
-  // Whoever sends holds this lock, so what there is room for now there is room for below.
+  // Every sender holds this lock, so the room that is there now is still there below.
   if (!link || !forwardingLock_.try_lock()) {
     return false;
   }
@@ -194,7 +198,8 @@ void KeldaneProxy::forwardInvocation(Invocation& invocation) {
   const char returnType[] = {invocation.signature.returnCode, '\0'};
   const bool returnsValue = widthOfType(returnType) != 0;
   if (returnsValue) {
-    waitingOnResult_ = true;  // before the peer knows, whose failure signal may be quicker than this thread
+    waitingOnResult_ =
+        true;  // before the request is sent: the failure signal may come before this thread goes on
   }
   // Made when the first pieces are sent, which wake the peer's receive thread, and that takes longer. When
   // there is no memory for it, the message ends without a payload, and the peer takes no notice of it.
@@ -218,11 +223,11 @@ void KeldaneProxy::forwardInvocation(Invocation& invocation) {
   if (!returnsValue) {
     return;
   }
-  request = {};  // while the peer is busy with it
+  request = {};  // freed while the peer works on it
   const std::shared_ptr<KeldaneSocket> link = socket();
   if (!link || !link->isReceiving()) {
-    // There never was a link, or the write failed and it was taken down on this thread: no answer and no
-    // failure signal will ever come.
+    // There never was a link, or the write failed and this thread took the link down. Neither an answer nor a
+    // failure signal will come.
     waitingOnResult_ = false;
     invocation.result = {};
     return;
@@ -231,7 +236,7 @@ void KeldaneProxy::forwardInvocation(Invocation& invocation) {
   const std::optional<PropertyList> result = std::exchange(resultObject_, std::nullopt);
   resultCond_.unlockWithCondition(0);
   if (!result && link->ranOutOfMemory()) {
-    throw std::bad_alloc();  // the answer came; to go on as if there were none would be to give a wrong one
+    throw std::bad_alloc();  // the answer came but could not be stored; to return nothing would be wrong
   }
   invocation.result = result ? RawValue::decoded(*result, returnType) : RawValue();
 }
@@ -241,12 +246,12 @@ template <class Payload>
 void KeldaneProxy::sendFrame(std::int32_t type, const Payload& payloadOf) {
   const std::shared_ptr<KeldaneSocket> target = socket();
   const ScopedLock guard(socketLock_);
-  send(target, &KeldaneSocket::sendString, kFrameMarker.data());
-  send(target, &KeldaneSocket::sendInt, type);
+  sendTo(target, &KeldaneSocket::sendString, kFrameMarker.data());
+  sendTo(target, &KeldaneSocket::sendInt, type);
   const std::optional<Bytes> payload = payloadOf();
-  send(target, &KeldaneSocket::sendInt, payload ? static_cast<std::int32_t>(payload->size()) : 0);
+  sendTo(target, &KeldaneSocket::sendInt, payload ? static_cast<std::int32_t>(payload->size()) : 0);
   if (payload && !payload->empty()) {
-    send(target, &KeldaneSocket::sendData, BytesView(*payload));
+    sendTo(target, &KeldaneSocket::sendData, BytesView(*payload));
   }
 }
 
@@ -265,7 +270,7 @@ bool KeldaneProxy::processData(const Bytes* payload, std::int32_t type) {
         processFailure();
     }
   } catch (const std::bad_alloc&) {
-    throw;  // fails the link: a message that is dropped may be waited for
+    throw;  // fails the link: somebody may wait for the message that is lost
   } catch (const Exception& exception) {
     KeldaneCLog("ERROR: KeldaneProxy processData caught exception: %@.", exception.what());
   } catch (...) {
@@ -277,9 +282,9 @@ bool KeldaneProxy::processData(const Bytes* payload, std::int32_t type) {
 void KeldaneProxy::processResponse(const Bytes* payload) {
   const Protocol* protocol = protocol_;
   if (protocol != nullptr && !protocol->hasAnswers()) {
-    return;  // no call will ever take it, and all that the peer sends next would wait for one that does
+    return;  // no call will take it, and everything that the peer sends next would have to wait
   }
-  resultCond_.wake();  // it takes the caller longer to wake than this thread to read a short answer
+  resultCond_.wake();  // waking the caller takes longer than reading a short answer
   PropertyList result;
   if (payload != nullptr) {
     const ScopedLock guard(answerKeysMutex_);
@@ -296,9 +301,9 @@ void KeldaneProxy::processFailure() {
   if (!resultCond_.lockWhenCondition(0, [this] { return closing_.load(); })) {
     return;
   }
-  // Set by the first call that waited and cleared by `close` only. So a failure signal that comes when nobody
-  // waits readies a result too, which the next call takes at once, and the answers are one late from then on;
-  // kept on purpose: a link that failed is closed.
+  // The first call that waits sets the flag, and only `close` clears it. So a failure signal that comes while
+  // nobody waits readies a result too. The next call takes it at once, and from then on each call gets the
+  // answer of the call before it. This is kept on purpose: a link that failed is closed.
   const bool waiting = waitingOnResult_;
   if (waiting) {
     KeldaneCLog("KeldProxy detected error while waiting on result");
@@ -318,17 +323,17 @@ void KeldaneProxy::processInvocationArgs(const PropertyList& request) {
   }
   constexpr char kMethod[] = "-[KeldaneProxy processInvocationArgs:]";
   if (!target) {
-    throw AssertionFailure(kMethod, "Common/KeldProxy", 187, "delegate is NULL");
+    throw AssertionFailure(kMethod, "Common/KeldProxy", kNoDelegateLine, "delegate is NULL");
   }
   const PropertyList selector = request[2];
   const MethodSignature* method = target->methodSignatureForSelector(selector.string());
   if (method == nullptr) {
-    return;  // and the peer, if it waits for a value, goes on waiting
+    return;  // a peer that waits for a value goes on waiting
   }
 
   Invocation invocation{*method, {}, {}};
   invocation.arguments.reserve(method->argumentCodes.size());
-  // In 32 bits, so a count that wraps around reads fewer arguments than it says.
+  // The count is computed in 32 bits, so a count that wraps around reads fewer arguments than it says.
   const std::uint32_t end = static_cast<std::uint32_t>(request[3].unsignedLongValue()) * 2 + kFirstArgument;
   for (std::uint32_t i = kFirstArgument; i < end; i += 2) {
     if (std::size_t{i} + 1 >= request.count()) {
@@ -345,11 +350,11 @@ void KeldaneProxy::processInvocationArgs(const PropertyList& request) {
   }
   const char returnType[] = {method->returnCode, '\0'};
   if (widthOfType(returnType) != 0) {
-    throw AssertionFailure(kMethod, "Common/KeldProxy", 185,
+    throw AssertionFailure(kMethod, "Common/KeldProxy", kValueOnMainThreadLine,
                            "invocation on main thread not allowed for methods with non-zero return size");
   }
   const ScopedLock guard(invocationLock_);
-  if (invocationQueue_.empty()) {  // calls behind others are performed by the same wake-up
+  if (invocationQueue_.empty()) {  // a call behind others needs no wake-up of its own
     invocationPort_->send(kPerformQueuedCalls);
   }
   invocationQueue_.push_back({target, std::move(invocation)});
@@ -360,7 +365,7 @@ void KeldaneProxy::performDirectly(InvocationTarget& target, Invocation& invocat
   try {
     target.invoke(invocation);
   } catch (const std::bad_alloc&) {
-    throw;  // fails the link: any answer would be a wrong one
+    throw;  // fails the link: any answer would be wrong
   } catch (const Exception& exception) {
     KeldaneCLog("ERROR: KeldaneProxy processInvocationArgs caught exception: %@.", exception.what());
   } catch (...) {
@@ -402,9 +407,10 @@ void KeldaneProxy::handlePortMessage(std::uint32_t messageId) {
       invocationQueue_.pop_front();
     }
     try {
-      send(call.target.lock(), &InvocationTarget::invoke, call.invocation);
+      sendTo(call.target.lock(), &InvocationTarget::invoke, call.invocation);
     } catch (...) {
-      // The run loop logs it and ends this pass. What is still queued needs a wake-up of its own.
+      // The run loop logs the exception and ends this pass. The calls that are still queued need a new
+      // wake-up.
       invocationPort_->send(kPerformQueuedCalls);
       throw;
     }

@@ -1,5 +1,4 @@
-// Makes the daemon's interface callable as if it were a local object, and performs the calls that the daemon
-// makes back.
+// The remote-call proxy: calls the methods of a peer, and performs the calls that the peer makes.
 #pragma once
 
 #include <atomic>
@@ -41,13 +40,13 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
   /// Closes the socket it had, keeps the new one and becomes its data delegate. A proxy is made for one
   /// connection: after a first socket was closed, an answer that nobody waits for is no longer kept.
   void setSocket(const std::shared_ptr<KeldaneSocket>& socket);
-  /// Not owned; the tables are constants.
+  /// The table of the peer's methods. It is not owned; the tables are constants.
   void setProtocol(const Protocol* protocol);
-  /// Not owned.
+  /// Who performs incoming requests; not owned.
   void setDelegate(std::weak_ptr<InvocationTarget> delegate);
   void setCallDelegateOnMainThread(bool onMainThread);
 
-  /// The row of the bound table; throws InvalidArgument when it has none, before any lock is taken.
+  /// The row of the bound table. Throws InvalidArgument when there is none, before any lock is taken.
   const MethodSignature& methodSignatureForSelector(std::string_view selector) const;
   /// Sends the call and, if it returns a value, waits for the result. The arguments are converted to the
   /// codes of the table.
@@ -56,14 +55,15 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
   /// is on its way; false, and nothing is sent, otherwise.
   bool callWithoutWaiting(std::string_view selector, Arguments arguments);
 
-  /// Whether the link has ended, so that a call which came back with nothing was not answered with nothing.
+  /// Whether the link has ended. A call that returned nothing was then not answered, as opposed to answered
+  /// with nothing.
   bool isLinkAtEnd() const;
 
   bool processData(const Bytes* payload, std::int32_t type) override;
   void socketClosing() override;
 
-  /// Lets go of the socket, which it does not close, and of a receive thread that waits to hand over a
-  /// result. A caller that is waiting goes on waiting: only an answer or the failure signal releases it.
+  /// Releases the socket, which it does not close, and a receive thread that waits to hand over a result. A
+  /// caller that is waiting goes on waiting: only an answer or the failure signal ends that.
   void close();
 
  private:
@@ -85,32 +85,32 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
   void performDirectly(InvocationTarget& target, Invocation& invocation);
   void handlePortMessage(std::uint32_t messageId);
 
-  // Held for copying a member only.
+  // Held only while a member is copied.
   mutable Mutex membersMutex_{{.name = "KeldaneProxy.membersMutex", .leaf = true}};
   std::shared_ptr<KeldaneSocket> socket_ KELDANE_GUARDED_BY(membersMutex_);
   std::atomic<const Protocol*> protocol_ = nullptr;
   Mutex socketLock_{{.name = "KeldaneProxy.socketLock"}};  // keeps the four pieces of a message together
-  // 1: a result, or a failure, waits for the caller
+  // 1: a result or a failure is ready for the caller
   ConditionLock resultCond_{0, {.name = "KeldaneProxy.resultCond", .leaf = true}};
   std::atomic<bool> waitingOnResult_ = false;
-  // None after a failure; an answer may hold an absent value.
+  // Nothing after a failure; an answer may be an absent value.
   std::optional<PropertyList> resultObject_ KELDANE_GUARDED_BY(resultCond_);
-  // Of the dictionaries that were answered, which mostly have the same. A new socket's thread may be here
-  // while the old one's has not left.
+  // The key set of the latest response, reused by the next, which mostly has the same keys. Guarded because
+  // the receive threads of an old and a new socket may overlap.
   Mutex answerKeysMutex_{{.name = "KeldaneProxy.answerKeysMutex", .leaf = true}};
   PropertyList::Keys answerKeys_ KELDANE_GUARDED_BY(answerKeysMutex_);
   std::weak_ptr<InvocationTarget> delegate_ KELDANE_GUARDED_BY(membersMutex_);
   std::atomic<bool> callDelegateOnMainThread_ = false;
   // One outgoing call at a time, and none while a request is performed directly.
   Mutex forwardingLock_{{.name = "KeldaneProxy.forwardingLock", .heldWhileWaiting = true}};
-  // Of each method that was called: its request without the arguments.
+  // One request per method, kept without its arguments.
   std::vector<std::pair<MethodSignature, PropertyList::Array>> emptyRequests_
       KELDANE_GUARDED_BY(forwardingLock_);
   std::deque<QueuedCall> invocationQueue_ KELDANE_GUARDED_BY(invocationLock_);
   // Never held while a queued call is performed.
   Mutex invocationLock_{{.name = "KeldaneProxy.invocationLock", .leaf = true}};
   std::unique_ptr<MessagePort> invocationPort_;
-  std::atomic<bool> closing_ = false;  // for good: a proxy is made for one connection
+  std::atomic<bool> closing_ = false;  // never cleared: a proxy is made for one connection
 };
 
 }  // namespace keldane

@@ -25,11 +25,15 @@ namespace keldane {
 
 namespace {
 
-// The last byte of the path field of the address stays NUL on every system that the clients know.
+// The address's path field holds one byte more, which stays NUL.
 constexpr std::size_t kLongestPath = 103;
 constexpr int kBacklog = 10;
 
-// Where there are limits, a send is cut into pieces of this size, so that the time is looked at between them.
+// The lines that the assertions of this class show.
+constexpr int kNoSocketDelegateLine = 559;
+constexpr int kNoDataDelegateLine = 575;
+
+// With limits, a send is cut into pieces of this size, and the time is checked between them.
 constexpr std::uint32_t kSendStep = 256 * 1024;
 
 std::string errorText(int error) { return std::generic_category().message(error); }
@@ -47,7 +51,8 @@ bool isReadableBefore(int descriptor, std::chrono::steady_clock::time_point end)
   }
 }
 
-/// The threads take no signals: they are the host's, and one that arrived here would end a read.
+/// Blocks all signals for threads that are started in its scope: signals are for the host, and one that
+/// arrived on such a thread would interrupt a read.
 class SignalsBlocked {
  public:
   SignalsBlocked() {
@@ -152,20 +157,20 @@ bool KeldaneSocket::listenAtPath(const std::string& path, mode_t mode) {
 
 void KeldaneSocket::setSocketDelegate(std::shared_ptr<KeldSocketDelegate> delegate) {
   if (!delegate) {
-    throw AssertionFailure("-[KeldaneSocket setSocketDelegate:]", "Common/KeldSocket", 559,
+    throw AssertionFailure("-[KeldaneSocket setSocketDelegate:]", "Common/KeldSocket", kNoSocketDelegateLine,
                            "Setting delegate to NULL");
   }
   const ScopedLock guard(monitor_);
   if (delegate != socketDelegate_) {
     const std::shared_ptr<KeldSocketDelegate> old = socketDelegate_;  // which may close this socket
-    send(old, &KeldSocketDelegate::socketFailed, shared_from_this());
+    sendTo(old, &KeldSocketDelegate::socketFailed, shared_from_this());
     socketDelegate_.swap(delegate);
   }
 }
 
 void KeldaneSocket::setDataDelegate(std::shared_ptr<KeldaneSocketDelegate> delegate) {
   if (!delegate) {
-    throw AssertionFailure("-[KeldaneSocket setDataDelegate:]", "Common/KeldSocket", 575,
+    throw AssertionFailure("-[KeldaneSocket setDataDelegate:]", "Common/KeldSocket", kNoDataDelegateLine,
                            "Setting result delegate to NULL");
   }
   if (delegate == dataDelegate()) {
@@ -212,11 +217,12 @@ bool KeldaneSocket::sendBytes(const void* bytes, std::uint32_t length) {
     }
   }
   if (!sent) {
-    // On this thread, whatever was asked for the receive side: the caller is to know before it goes on.
+    // Reported on this thread, even when the receive side reports on the main thread: the caller shall know
+    // before it goes on.
     const ScopedLock guard(monitor_);
     KeldaneCLog("KeldaneSocket write to socket failed");
     const std::shared_ptr<KeldSocketDelegate> delegate = socketDelegate_;
-    keldane::send(delegate, &KeldSocketDelegate::socketFailed, shared_from_this());
+    sendTo(delegate, &KeldSocketDelegate::socketFailed, shared_from_this());
   }
   return sent;
 }
@@ -278,7 +284,7 @@ void KeldaneSocket::dropReceived() {
   messageEnd_.reset();
 }
 
-// What one read gives; 0 when the read would block, -1 at the end or after an error.
+// The result of one read: 0 when it would block, -1 at the end or after an error.
 ssize_t KeldaneSocket::readSome(char* buffer, std::size_t size) {
   if (messageEnd_ && !isReadableBefore(receiveHandle_->get(), *messageEnd_)) {
     return -1;
@@ -288,8 +294,8 @@ ssize_t KeldaneSocket::readSome(char* buffer, std::size_t size) {
 }
 
 bool KeldaneSocket::start() {
-  // What nobody will receive must not be waited for; and the descriptor is connected already, which the next
-  // try could not undo.
+  // Without a receive thread nobody may wait for an answer. The descriptor goes too: it is connected, and the
+  // next try needs one that is not.
   const auto giveUp = [this] {
     rcvThreadRun_ = false;
     setHandle(nullptr);
@@ -303,9 +309,9 @@ bool KeldaneSocket::start() {
     std::swap(isRunning, rcvThreadRunning_);
     startsAgain_ = isRunning;
   }
-  if (isRunning) {  // the thread of the former link, which goes on for this one when it has left that
-    const std::lock_guard guard(closedMutex_);
-    closed_.notify_all();
+  if (isRunning) {  // the thread of the former link serves this one as soon as it has noticed the change
+    const ScopedLock guard(closedMutex_);
+    closed_.notifyAll();
     return true;
   }
   try {
@@ -383,21 +389,21 @@ bool KeldaneSocket::isAtEnd() const {
 }
 
 void KeldaneSocket::close() {
-  // What is let go here may call back, so it goes when no lock is held.
+  // The destructors of these may call back, so they run when no lock is held.
   Handle descriptor;
   std::shared_ptr<KeldSocketDelegate> socketDelegate;
   std::vector<std::shared_ptr<KeldaneSocket>> children;
   bool queued = false;
   {
     const ScopedLock guard(monitor_);
-    zombie_ = true;  // before the descriptor goes: whoever cannot send any more must not wait for an answer
+    zombie_ = true;  // before the descriptor goes: a caller that cannot send must not wait for an answer
     {
       const ScopedLock membersGuard(membersMutex_);
       descriptor.swap(socketfd_);
       currentDescriptor_ = nullptr;
     }
     if (descriptor) {
-      ::shutdown(descriptor->get(), SHUT_RDWR);  // wakes whoever is inside a call; the last one out closes
+      ::shutdown(descriptor->get(), SHUT_RDWR);  // wakes threads inside a call; the last of them closes it
     }
     socketDelegate.swap(socketDelegate_);
     if (!children_.empty()) {
@@ -418,13 +424,13 @@ void KeldaneSocket::close() {
     const ScopedLock guard(sendMutex_);  // nobody is inside a send any more
     sendHandle_.reset();
   }
-  send(dataDelegate(), &KeldaneSocketDelegate::socketClosing);
+  sendTo(dataDelegate(), &KeldaneSocketDelegate::socketClosing);
   {
-    const std::lock_guard guard(closedMutex_);
-    closed_.notify_all();
+    const ScopedLock guard(closedMutex_);
+    closed_.notifyAll();
   }
   dataDelegateLock_.wake();
-  if (queued) {  // the first mention of the main run loop makes it, which takes descriptors and may throw
+  if (queued) {  // otherwise this might create the main run loop, which takes descriptors and may throw
     RunLoop::main().cancel(this);
   }
   for (const std::shared_ptr<KeldaneSocket>& child : children) {

@@ -7,16 +7,15 @@
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "Common/Frame.h"
 #include "Common/SocketLimits.h"
 #include "platform/files/Descriptor.h"
 #include "platform/plist/PropertyList.h"
@@ -27,36 +26,28 @@ namespace keldane {
 
 class KeldaneSocket;
 
-/// Frame types on the wire. The receive thread also hands type 0 to the data delegate to say that the link
-/// failed; 0 is never written.
-inline constexpr std::int32_t kLinkFailed = 0;
-inline constexpr std::int32_t kRequestFrame = 1;
-inline constexpr std::int32_t kResponseFrame = 2;
-
-/// The 36 characters that begin every message.
-inline constexpr std::string_view kFrameMarker = "8A2E4C19-5D73-4B8F-A0E6-C93B17F52D04";
-
-/// Socket delegate: told when the link comes up, breaks, or has a new peer. What it does not override it does
-/// not implement. `socketCreated` comes on the accept thread; the others on the receive thread, or on the
-/// main thread when the socket was told so; the `socketFailed` of a failed write always on the writer's
+/// Socket delegate: is told when the link comes up, breaks, or has a new peer. A method that it does not
+/// override does nothing. `socketCreated` comes on the accept thread; the others on the receive thread, or on
+/// the main thread when the socket was told so; the `socketFailed` of a failed write always on the writer's
 /// thread.
 class KeldSocketDelegate {
  public:
   virtual ~KeldSocketDelegate() = default;
   virtual void socketConnected(const std::shared_ptr<KeldaneSocket>&) {}
   virtual void socketFailed(const std::shared_ptr<KeldaneSocket>&) {}
-  /// A new peer, on the accept thread, of which nothing was read yet; false turns it away.
+  /// A new peer, from which nothing was read yet. Called on the accept thread; false turns the peer away.
   virtual bool socketAccepted(const std::shared_ptr<KeldaneSocket>& /*child*/) { return true; }
   virtual void socketCreated(const std::shared_ptr<KeldaneSocket>& /*child*/) {}
 };
 
 /// Data delegate: receives each message on the receive thread, with the socket's data-delegate lock held. An
-/// absent payload is a message of length 0. What it throws is logged; std::bad_alloc fails the link.
+/// absent payload is a message of length 0. An exception that it throws is logged; std::bad_alloc fails the
+/// link.
 class KeldaneSocketDelegate {
  public:
   virtual ~KeldaneSocketDelegate() = default;
   virtual bool processData(const Bytes* payload, std::int32_t type) = 0;
-  /// The socket is being closed: give up any wait inside `processData`, so that the receive thread can leave.
+  /// The socket is being closed: end any wait inside `processData`, so that the receive thread can leave.
   virtual void socketClosing() {}
 };
 
@@ -71,11 +62,11 @@ struct PeerCredentials {
 /// a listener.
 ///
 /// Always held by shared pointers: its owner, its threads, its listener and the proxy hold it, and it retains
-/// its two delegates, the socket delegate until `close`. Any thread may call any operation. The object's
-/// monitor guards `close`, the socket delegate and the delivery of its calls; `sendMutex_` keeps one send
-/// whole; the data-delegate lock is held while a message is processed. Order: the data-delegate lock before
-/// the monitor, which a write takes that fails while a message is processed. No operation waits for the
-/// data-delegate lock while it holds the monitor, so `close` always gets through.
+/// its two delegates, the socket delegate until `close`. Any thread may call any operation but `readBytes`.
+/// The object's monitor guards `close`, the socket delegate and the delivery of its calls; `sendMutex_` keeps
+/// one send whole; the data-delegate lock is held while a message is processed. Order: the data-delegate lock
+/// before the monitor, which a write takes that fails while a message is processed. No operation waits for
+/// the data-delegate lock while it holds the monitor, so `close` always gets through.
 ///
 /// The descriptor is shut down first and closed when the last thread that uses it has let go of it, so that a
 /// number that the process uses again is never read or written here. Threads are detached and keep the
@@ -132,8 +123,8 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   /// Whether the link failed because there was no memory for what came.
   bool ranOutOfMemory() const { return ranOutOfMemory_.load(std::memory_order_relaxed); }
   std::optional<PeerCredentials> peerCredentials() const;
-  /// What the peer of an accepted connection is allowed; without it, as a client, everything. Within
-  /// `socketAccepted`.
+  /// What the peer of an accepted connection is allowed. Without limits, as in a client, everything is
+  /// allowed. To be called within `socketAccepted`.
   void setLimits(const SocketLimits& limits);
   /// Whether a short message can be sent now without waiting for the peer.
   bool isReadyToSend() const;
@@ -152,11 +143,11 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
 
   Handle handle() const;
   void setHandle(Handle handle);
-  /// Makes what somebody keeps, to use it again and again, the descriptor as it is now.
+  /// Replaces a descriptor that a thread keeps by the current one, if that is another.
   void renew(Handle& kept) const;
   bool openHandle();
   std::shared_ptr<KeldaneSocketDelegate> dataDelegate() const;
-  /// For who holds the lock without which it is not replaced.
+  /// The caller holds dataDelegateLock_, so the delegate cannot be replaced meanwhile.
   KeldaneSocketDelegate& lockedDataDelegate() const
       KELDANE_REQUIRES(dataDelegateLock_) KELDANE_NO_THREAD_SAFETY_ANALYSIS {
     return *dataDelegate_;
@@ -165,11 +156,11 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   bool startThread(void (KeldaneSocket::*loop)());
   bool fillAddress(const std::string& path);
 
-  /// Of the receive thread: whether it is still that of the link at hand.
+  /// Whether the receive thread, which calls this, still receives for the current link.
   bool goesOnReceiving() const { return isReceiving() && !startsAgain_.load(std::memory_order_relaxed); }
   void rcvThread();
   bool beginsAnew();
-  /// Of the receive thread: forgets the descriptor, and what came from it.
+  /// Forgets the descriptor and the bytes that were read from it. Called on the receive thread.
   void dropReceived();
   bool receiveMessage();
   bool receiveMarker();
@@ -177,7 +168,7 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   void deliver(const Bytes* payload, std::int32_t type);
   void failForWantOfMemory();
   void reportReadFailure();
-  /// Waits until the condition holds, of which `close` and `start` tell, and at most that long.
+  /// Waits until the condition holds, but no longer than `duration`. `close` and `start` make it look again.
   template <class Condition>
   void waitUnless(const Condition& condition, std::chrono::milliseconds duration);
   using DelegateCall = void (KeldSocketDelegate::*)(const std::shared_ptr<KeldaneSocket>&);
@@ -188,27 +179,27 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
 
   Monitor monitor_{{.name = "KeldaneSocket.monitor"}};
   sockaddr_un socketAddress_{};
-  // Held for copying a member only.
+  // Held only while a member is copied.
   mutable Mutex membersMutex_{{.name = "KeldaneSocket.membersMutex", .leaf = true}};
   Handle socketfd_ KELDANE_GUARDED_BY(membersMutex_);  // null: no descriptor
-  // What it points to, for who only asks whether it is still the same.
+  // The address of socketfd_'s descriptor, to see without a lock whether it is still the same.
   std::atomic<const Descriptor*> currentDescriptor_ = nullptr;
-  // The one that was handed in. Others may read from it, too.
+  // The descriptor that `setSocket` took over. Others may read from it too, so nothing is read ahead.
   std::atomic<const Descriptor*> foreignDescriptor_ = nullptr;
   Mutex sendMutex_{{.name = "KeldaneSocket.sendMutex"}};
   Handle sendHandle_ KELDANE_GUARDED_BY(sendMutex_);
-  Handle receiveHandle_;  // of the receive thread
+  Handle receiveHandle_;  // used by the receive thread only
   std::shared_ptr<KeldSocketDelegate> socketDelegate_ KELDANE_GUARDED_BY(monitor_);
   std::atomic<bool> callDelegateOnMainThread_ = false;
-  bool queuedOnMainThread_ KELDANE_GUARDED_BY(monitor_) = false;  // once for a call of the delegate
+  bool queuedOnMainThread_ KELDANE_GUARDED_BY(monitor_) = false;  // whether a delegate's call was ever queued
   // 1: there is a data delegate
   ConditionLock dataDelegateLock_{0, {.name = "KeldaneSocket.dataDelegateLock", .heldWhileWaiting = true}};
-  // Replaced only with dataDelegateLock_, so never while it processes a message.
+  // Replaced only while dataDelegateLock_ is held, so never while it processes a message.
   std::shared_ptr<KeldaneSocketDelegate> dataDelegate_ KELDANE_GUARDED_BY(membersMutex_);
   std::atomic<bool> rcvThreadRun_ = false;
   Mutex receiverMutex_{{.name = "KeldaneSocket.receiverMutex", .leaf = true}};
   bool rcvThreadRunning_ KELDANE_GUARDED_BY(receiverMutex_) = false;  // from `start` until the thread leaves
-  std::atomic<bool> startsAgain_ = false;  // the thread that runs is to receive for a new link
+  std::atomic<bool> startsAgain_ = false;  // the thread that still runs shall receive for a new link
   std::atomic<bool> ranOutOfMemory_ = false;
   std::string listenPath_ KELDANE_GUARDED_BY(monitor_);
   std::atomic<bool> acceptThreadRunning_ = false;
@@ -216,15 +207,18 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   std::vector<std::shared_ptr<KeldaneSocket>> children_ KELDANE_GUARDED_BY(monitor_);
   std::weak_ptr<KeldaneSocket> parent_ KELDANE_GUARDED_BY(monitor_);
   std::atomic<bool> zombie_ = false;
-  std::optional<SocketLimits> limits_;  // of a server's child; set before it is read or written
-  // Of the receive thread: when the message that has begun must be whole. Nothing between two messages.
+  std::optional<SocketLimits> limits_;  // for a server's child; set before anything is read or written
+  // When the message that has begun must be whole; nothing between two messages. Used by the receive thread
+  // only.
   std::optional<std::chrono::steady_clock::time_point> messageEnd_;
-  // Of the receive thread: what came with an earlier read and was not asked for yet. A message comes in four
-  // pieces, which have mostly all been sent when the first one has woken the thread.
+  // The bytes that came with an earlier read and were not asked for yet. A message is sent in four pieces,
+  // and mostly all of them are there when the first one has woken the thread. Used by the receive thread
+  // only.
   std::array<char, 4096> aheadBuffer_;
   std::span<const char> ahead_;
-  std::mutex closedMutex_;
-  std::condition_variable closed_;
+  // Held for moments by those who wait for `close` or `start`, and by those two.
+  Mutex closedMutex_{{.name = "KeldaneSocket.closedMutex", .leaf = true}};
+  Condition closed_;
 };
 
 }  // namespace keldane

@@ -15,13 +15,14 @@ namespace keldane {
 
 namespace {
 
-// Between the end of a link and the word of it, so that a daemon that restarts is there again when the
+// The pause between the end of a link and its report, so that a daemon that restarts is there again when the
 // clients try.
 constexpr auto kFailureDelay = std::chrono::seconds(1);
 
 constexpr auto kPause = std::chrono::milliseconds(100);
 
-// Whatever were thrown out of a thread would end the host. False when something was thrown.
+// Runs the work and logs what it throws: an exception that left the thread would end the host. False when
+// something was thrown.
 template <class Work>
 bool guarded(const Work& work) {
   try {
@@ -108,8 +109,8 @@ bool KeldaneSocket::receiveMarker() {
   return true;
 }
 
-// A peer announces any length up to 4 GiB; memory is taken as bytes arrive. A payload of which some bytes
-// came is whole: those that are missing because a read would have blocked are zero.
+// A peer may announce any length up to 4 GiB, so memory is taken as bytes arrive. A payload is accepted when
+// any of its bytes came: bytes that are missing because a read would have blocked are zero.
 bool KeldaneSocket::receivePayload(std::uint32_t length, Bytes& payload, ByteBudget::Share& share) {
   if (limits_ && length > limits_->longestMessage) {
     KeldaneCLog("KeldaneSocket A message is too long");
@@ -160,8 +161,9 @@ void KeldaneSocket::deliver(const Bytes* payload, std::int32_t type) {
   }
 }
 
-// What came is lost, and perhaps the stream out of step: were the link kept, an answer could be waited for
-// without end. Whoever waits is told at once; the end of the stream then takes its usual way.
+// The message is lost, and perhaps the stream is out of step. If the link were kept, somebody could wait for
+// an answer forever. So the caller that waits is told at once, and the end of the stream is then reported as
+// usual.
 void KeldaneSocket::failForWantOfMemory() {
   ranOutOfMemory_ = true;
   if (const Handle descriptor = handle()) {
@@ -173,7 +175,8 @@ void KeldaneSocket::failForWantOfMemory() {
 }
 
 void KeldaneSocket::reportReadFailure() {
-  if (!limits_) {  // a server waits for nobody's return, and who left should not count for a second more
+  if (!limits_) {  // a server expects nobody back, and a peer that left shall not be counted for a second
+                   // more
     waitUnless([this] { return !goesOnReceiving(); }, kFailureDelay);
   }
   if (goesOnReceiving()) {
@@ -186,8 +189,8 @@ void KeldaneSocket::reportReadFailure() {
 
 template <class Condition>
 void KeldaneSocket::waitUnless(const Condition& condition, std::chrono::milliseconds duration) {
-  std::unique_lock guard(closedMutex_);
-  closed_.wait_for(guard, duration, condition);
+  const ScopedLock guard(closedMutex_);
+  closed_.waitFor(closedMutex_, duration, condition);
 }
 
 void KeldaneSocket::tellSocketDelegate(DelegateCall call, const char* logLine) {
@@ -234,8 +237,8 @@ void KeldaneSocket::acceptThread() {
   acceptThreadRunning_ = false;
 }
 
-// A peer that cannot be served, because the system has no thread or no memory to give, is not kept: it would
-// wait for answers without end.
+// A peer that cannot be served, because the system has no thread or memory for it, is not kept: it would wait
+// for answers forever.
 void KeldaneSocket::makeChild(Descriptor descriptor) {
   const std::shared_ptr<KeldaneSocket> child = create();
   child->setHandle(std::make_shared<const Descriptor>(std::move(descriptor)));
@@ -254,12 +257,12 @@ bool KeldaneSocket::adopt(const std::shared_ptr<KeldaneSocket>& child) {
   }
   std::erase_if(children_, [](const std::shared_ptr<KeldaneSocket>& other) { return other->isZombie(); });
   const std::shared_ptr<KeldSocketDelegate> delegate = socketDelegate_;
-  // Without a thread nobody would ever read what it sends, or see it leave.
+  // Without a thread nobody would read what the peer sends, or notice that it leaves.
   if ((delegate && !delegate->socketAccepted(child)) || !child->start()) {
     return false;
   }
   children_.push_back(child);
-  send(delegate, &KeldSocketDelegate::socketCreated, child);
+  sendTo(delegate, &KeldSocketDelegate::socketCreated, child);
   return true;
 }
 

@@ -1,5 +1,5 @@
-// What a server allows the peer of one connection. A client sets no limits: it trusts its daemon to answer in
-// its time.
+// What a server allows the peer of one connection. A client sets no limits: it waits for its daemon without
+// one.
 #pragma once
 
 #include <chrono>
@@ -15,8 +15,7 @@ namespace keldane {
 /// Messages up to this size draw on no budget, so that it is always possible to ask for a menu.
 inline constexpr std::uint32_t kSmallPayload = 64 * 1024;
 
-/// A number of bytes that several connections share, in turn part of a larger one when there is one. Any
-/// thread.
+/// A number of bytes that several connections share. It may be part of a larger budget. Any thread.
 class ByteBudget {
  public:
   explicit ByteBudget(std::size_t bytes, std::shared_ptr<ByteBudget> whole = nullptr)
@@ -24,15 +23,15 @@ class ByteBudget {
   ByteBudget(const ByteBudget&) = delete;
   ByteBudget& operator=(const ByteBudget&) = delete;
 
-  /// False, and nothing is taken, when there is not as much left here and in the whole.
+  /// False, and nothing is taken, when this budget or the larger one has less left.
   bool take(std::size_t bytes);
   void giveBack(std::size_t bytes);
   std::size_t left() const;
 
-  /// What one message holds of a budget, given back when the message is done.
+  /// The part of a budget that one message takes. It is given back when the message is done.
   class Share {
    public:
-    /// Without a budget there is always enough.
+    /// Without a budget, `grow` always succeeds.
     explicit Share(std::shared_ptr<ByteBudget> budget) : budget_(std::move(budget)) {}
     ~Share();
     Share(const Share&) = delete;
@@ -45,19 +44,19 @@ class ByteBudget {
   };
 
  private:
-  mutable Mutex mutex_;  // before the whole's own
+  mutable Mutex mutex_;  // taken before the mutex of the larger budget
   std::size_t left_ KELDANE_GUARDED_BY(mutex_);
   const std::shared_ptr<ByteBudget> whole_;
 };
 
 /// A peer that goes beyond one of these loses its link.
 struct SocketLimits {
-  std::uint32_t longestMessage = 0;       ///< bytes of a payload that comes in
-  std::chrono::milliseconds messageTime;  ///< from the first byte of a message that comes in to its last
-  std::chrono::milliseconds stallTime;    ///< that a send may wait for a peer that reads nothing
-  std::chrono::milliseconds sendTime;     ///< that one piece of a message may take to be read in all
-  std::shared_ptr<ByteBudget> received;   ///< for payloads that come in, beyond what a small one needs
-  std::shared_ptr<ByteBudget> unread;     ///< for what waits to be read, likewise
+  std::uint32_t longestMessage = 0;       ///< bytes of an incoming payload
+  std::chrono::milliseconds messageTime;  ///< from the first byte of an incoming message to its last
+  std::chrono::milliseconds stallTime;    ///< how long a send may wait while the peer reads nothing
+  std::chrono::milliseconds sendTime;     ///< how long the peer may take to read one piece of a message
+  std::shared_ptr<ByteBudget> received;   ///< for incoming payloads, beyond the size of a small one
+  std::shared_ptr<ByteBudget> unread;     ///< for outgoing bytes that the peer has not read, likewise
 };
 
 }  // namespace keldane

@@ -8,14 +8,15 @@
 
 namespace keldane {
 
-/// Negative, zero or positive as the first value comes before, beside or after the second. A strict weak
-/// order.
+/// Negative, zero or positive when the first value comes before the second, equals it or comes after it. The
+/// order is a strict weak one.
 using Comparison = std::function<int(const PropertyList& first, const PropertyList& second)>;
 
 /// Absent values come first; strings by their bytes, numbers by value, dates by time, arrays and dictionaries
 /// by their counts. Values of different kinds are ordered by kind.
 int compare(const PropertyList& first, const PropertyList& second);
-/// The same, strings by the order of the process's locale; equal ones by their bytes.
+/// The same with strings in the order of the process's locale. Strings that are equal there are ordered by
+/// their bytes.
 int localizedCompare(const PropertyList& first, const PropertyList& second);
 
 /// One key to sort by; the first of a list decides, later ones break ties.

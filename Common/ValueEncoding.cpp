@@ -11,6 +11,10 @@ namespace {
 constexpr char kEncodeMethod[] = "+[KeldaneProxy encodeType:inBuffer:resultSize:]";
 constexpr char kDecodeMethod[] = "+[KeldaneProxy decodeObject:toType:inBuffer:]";
 
+// The lines that the assertions of these two show.
+constexpr int kEncodeLine = 489;
+constexpr int kDecodeLine = 563;
+
 [[noreturn]] void unknownType(const char* method, int line, char code) {
   const std::string shown = code == '\0' ? std::string() : std::string(1, code);
   throw AssertionFailure(method, "Common/KeldProxy", line, "Unknown argument type specifier: " + shown);
@@ -87,7 +91,7 @@ PropertyList encodeType(const char* type, const void* buffer, std::uint32_t* res
     case '*':
       return encodeRaw<const char*>(buffer, resultSize);
     default:
-      unknownType(kEncodeMethod, 489, type[0]);
+      unknownType(kEncodeMethod, kEncodeLine, type[0]);
   }
 }
 
@@ -125,7 +129,7 @@ void decodeObject(const PropertyList& object, const char* type, void* buffer) {
     case '*':
       return store(buffer, object.isString() ? object.string().data() : nullptr);
     default:
-      unknownType(kDecodeMethod, 563, type[0]);
+      unknownType(kDecodeMethod, kDecodeLine, type[0]);
   }
 }
 

@@ -46,16 +46,16 @@ void BackupState::onEnd() {
     connection_.reset();
   };
   try {
-    // Still registered: who watches this object learns of the end.
-    send(connection_, &ConnectionController::stop);
-  } catch (...) {  // somebody's observer; the centre must not go on to tell an object that is gone
+    // This object is still registered, so that its own observers are told of the end.
+    sendTo(connection_, &ConnectionController::stop);
+  } catch (...) {  // thrown by an observer; the notification centre must not keep an object that is gone
     unregister();
     throw;
   }
   unregister();
 }
 
-bool BackupState::connected() const { return send(connection_, &ConnectionController::connected); }
+bool BackupState::connected() const { return sendTo(connection_, &ConnectionController::connected); }
 
 std::shared_ptr<KeldaneProxy> BackupState::proxy() const {
   return connected() ? connection_->proxy() : nullptr;
@@ -76,7 +76,7 @@ void BackupState::daemonConnectionChangedNotification() {
 }
 
 void BackupState::stopStatusTimer() {
-  send(statusTimer_, &Timer::invalidate);
+  sendTo(statusTimer_, &Timer::invalidate);
   statusTimer_.reset();
 }
 
@@ -100,15 +100,15 @@ void BackupState::updateDaemonState() {
   NotificationCenter::defaultCenter().post(KeldaneBackupStateChangedNotification, this, daemonState_);
 }
 
-// A name without a colon is sent without an argument, even when one is given. Nothing when the link failed
-// before the daemon had answered, which is another thing than an answer that is absent.
+// A name without a colon is sent without an argument, even when one is given. The answer is nothing when the
+// link failed before the daemon answered, and an absent value when the daemon answered with one.
 std::optional<PropertyList> BackupState::performSelector(std::string_view method,
                                                          const PropertyList& argument) const {
   Arguments arguments;
   if (method.find(':') != std::string_view::npos && argument) {
     arguments.push_back(RawValue::of<'@'>(argument));
   }
-  const RawValue answer = send(proxy(), &KeldaneProxy::call, method, std::move(arguments));
+  const RawValue answer = sendTo(proxy(), &KeldaneProxy::call, method, std::move(arguments));
   return answer.code() == '@' ? std::optional(answer.as<'@'>()) : std::nullopt;
 }
 
@@ -119,9 +119,9 @@ PropertyList BackupState::proxyOrCacheStringWithArg(std::string_view method, con
     const PropertyList stored = DefaultsDB::stringProperty(forItem);
     return stored ? stored : PropertyList("");
   }
-  // An answer of another kind is none: what goes into the shared preferences is text.
+  // An answer of another kind counts as empty: the shared preferences hold text here.
   const PropertyList result = answer->isString() ? *answer : PropertyList("");
-  // Compared first, so that the shared preferences are written only when something changed.
+  // The values are compared first, so that the shared preferences are written only for a change.
   const PropertyList stored = DefaultsDB::stringProperty(forItem);
   if (!DefaultsDB::lastReadOK() || stored != result) {
     DefaultsDB::setStringProperty(result, forItem);
@@ -146,7 +146,7 @@ bool BackupState::isQuotaLimited() const {
   const std::int32_t stored = DefaultsDB::intProperty(kQuotaLimitedKey);
   const bool wasStored = DefaultsDB::lastReadOK();
   if (!connected()) {
-    return wasStored && stored == 1;  // exactly 1: any other number is no yes
+    return wasStored && stored == 1;  // any other number means no
   }
   const bool limited = state(kQuotaLimitedKey).boolValue();
   if (!wasStored || (stored == 1) != limited) {

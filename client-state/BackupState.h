@@ -29,19 +29,19 @@ extern const char LAST_SKIN_ID_STRING[];
 
 namespace keldane {
 
-/// Through this every question and command to the daemon passes: it owns the connection between `onBegin` and
-/// `onEnd`, polls the daemon's state when asked to, answers from the last state, forwards calls, and
-/// remembers account values for when the daemon is away. While there is no connection a forwarded call does
-/// nothing and yields zero, false or absent.
+/// Every question and command to the daemon passes through this class. It owns the connection between
+/// `onBegin` and `onEnd`, polls the daemon's state when asked to, answers from the last state, forwards
+/// calls, and remembers account values for when the daemon is away. Without a connection a forwarded call
+/// does nothing and yields zero, false or absent.
 ///
-/// Owned by one client. `onEnd` before it goes. Main thread only; takes no locks.
+/// One client owns it and calls `onEnd` before it deletes it. Main thread only; takes no locks.
 class BackupState {
  public:
   BackupState() : bundle_(Bundle::mainBundle()) {}
   BackupState(const BackupState&) = delete;
   BackupState& operator=(const BackupState&) = delete;
 
-  /// Whose "DaemonPath" names the daemon's socket. Before `onBegin`.
+  /// The bundle whose "DaemonPath" names the daemon's socket. To be called before `onBegin`.
   void setBundle(std::shared_ptr<Bundle> bundle) { bundle_ = std::move(bundle); }
   /// Who receives the daemon's calls; not owned.
   void setProxyDelegate(std::weak_ptr<InvocationTarget> delegate) { proxyDelegate_ = std::move(delegate); }
@@ -59,7 +59,7 @@ class BackupState {
   bool daemonReady() const { return connected(); }
   /// The proxy while connected, else absent.
   std::shared_ptr<KeldaneProxy> proxy() const;
-  /// Asks the daemon for its state now. The last one stays when the link fails meanwhile.
+  /// Asks the daemon for its state now. The last state stays when the link fails meanwhile.
   void updateDaemonState();
 
   /// The last state; absent before the first update.
@@ -128,8 +128,8 @@ class BackupState {
   void setStateHandler() const;
   void endStateHandler() const;
 
-  // The daemon's method table lacks what these send, on purpose: while connected each throws InvalidArgument
-  // and nothing reaches the daemon.
+  // The daemon's method table lacks the selectors that these send, on purpose: while connected each of them
+  // throws InvalidArgument, and nothing reaches the daemon.
   std::uint32_t intValueForProfileKey(const PropertyList& key) const;
   /// Writes a line to the system log first, whether or not the diagnostic log is on.
   void setValueForProfileKey(const PropertyList& key, std::uint32_t withUnsigned) const;

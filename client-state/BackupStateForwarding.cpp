@@ -6,117 +6,118 @@
 namespace keldane {
 
 void BackupState::setLowerPriorityMode(bool on) const {
-  send(proxy(), [&](KeldaneProxy& daemon) { daemon.setLowerPriorityMode(on); });
+  sendTo(proxy(), [&](KeldaneProxy& daemon) { daemon.setLowerPriorityMode(on); });
 }
 
 bool BackupState::automaticMode() const {
-  return send(proxy(), [](KeldaneProxy& daemon) { return daemon.automaticMode(); }) != 0;
+  return sendTo(proxy(), [](KeldaneProxy& daemon) { return daemon.automaticMode(); }) != 0;
 }
 
 void BackupState::setAutomaticMode(bool on) const {
-  send(proxy(), [&](KeldaneProxy& daemon) { daemon.setAutomaticMode(on); });
+  sendTo(proxy(), [&](KeldaneProxy& daemon) { daemon.setAutomaticMode(on); });
 }
 
 std::uint32_t BackupState::pausedMinutes() const {
-  return send(proxy(), [](KeldaneProxy& daemon) { return daemon.pausedMinutes(); });
+  return sendTo(proxy(), [](KeldaneProxy& daemon) { return daemon.pausedMinutes(); });
 }
 
 void BackupState::setPausedMinutes(std::int32_t minutes) const {
-  send(proxy(), [&](KeldaneProxy& daemon) { daemon.setPausedMinutes(static_cast<std::uint32_t>(minutes)); });
+  sendTo(proxy(),
+         [&](KeldaneProxy& daemon) { daemon.setPausedMinutes(static_cast<std::uint32_t>(minutes)); });
 }
 
 void BackupState::setRecoverMode(bool on) const {
-  send(proxy(), [&](KeldaneProxy& daemon) { daemon.setRecoverMode(on); });
+  sendTo(proxy(), [&](KeldaneProxy& daemon) { daemon.setRecoverMode(on); });
 }
 
 PropertyList BackupState::marketingMessage() const {
-  return send(proxy(), [](KeldaneProxy& daemon) { return daemon.marketingMessage(); });
+  return sendTo(proxy(), [](KeldaneProxy& daemon) { return daemon.marketingMessage(); });
 }
 
 void BackupState::setAccountOverQuotaTestingFlag(bool on) const {
-  send(proxy(), [&](KeldaneProxy& daemon) { daemon.setAccountOverQuotaTestingFlag(on); });
+  sendTo(proxy(), [&](KeldaneProxy& daemon) { daemon.setAccountOverQuotaTestingFlag(on); });
 }
 
 void BackupState::clearAccountOverQuotaTestingFlag() const {
-  send(proxy(), [](KeldaneProxy& daemon) { daemon.clearAccountOverQuotaTestingFlag(); });
+  sendTo(proxy(), [](KeldaneProxy& daemon) { daemon.clearAccountOverQuotaTestingFlag(); });
 }
 
 PropertyList BackupState::dictionaryForPath(const PropertyList& path) const {
-  return send(proxy(), [&](KeldaneProxy& daemon) { return daemon.dictionaryForPath(path); });
+  return sendTo(proxy(), [&](KeldaneProxy& daemon) { return daemon.dictionaryForPath(path); });
 }
 
 PropertyList BackupState::dictionaryForPath(const PropertyList& path, bool withDirSizes) const {
-  return send(proxy(), [&](KeldaneProxy& daemon) { return daemon.dictionaryForPath(path, withDirSizes); });
+  return sendTo(proxy(), [&](KeldaneProxy& daemon) { return daemon.dictionaryForPath(path, withDirSizes); });
 }
 
 PropertyList BackupState::childrenDictionariesForPath(const PropertyList& path) const {
-  return send(proxy(), [&](KeldaneProxy& daemon) { return daemon.childrenDictionariesForPath(path); });
+  return sendTo(proxy(), [&](KeldaneProxy& daemon) { return daemon.childrenDictionariesForPath(path); });
 }
 
 PropertyList BackupState::stringValueForProfileKey(const PropertyList& key) const {
-  return send(proxy(), [&](KeldaneProxy& daemon) { return daemon.stringValueForProfileKey(key); });
+  return sendTo(proxy(), [&](KeldaneProxy& daemon) { return daemon.stringValueForProfileKey(key); });
 }
 
 void BackupState::setValueForProfileKey(const PropertyList& key, const PropertyList& withString) const {
-  send(proxy(), [&](KeldaneProxy& daemon) { daemon.setValueForProfileKey(key, withString); });
+  sendTo(proxy(), [&](KeldaneProxy& daemon) { daemon.setValueForProfileKey(key, withString); });
 }
 
 void BackupState::terminateDaemon() const {
-  send(proxy(), [](KeldaneProxy& daemon) { daemon.terminate(); });
+  sendTo(proxy(), [](KeldaneProxy& daemon) { daemon.terminate(); });
 }
 
 void BackupState::addFileToBackup(const PropertyList& path) const {
-  send(proxy(), [&](KeldaneProxy& daemon) { daemon.addFileToBackup(path); });
+  sendTo(proxy(), [&](KeldaneProxy& daemon) { daemon.addFileToBackup(path); });
 }
 
 void BackupState::removeFileFromBackup(const PropertyList& path) const {
-  send(proxy(), [&](KeldaneProxy& daemon) { daemon.removeFileFromBackup(path); });
+  sendTo(proxy(), [&](KeldaneProxy& daemon) { daemon.removeFileFromBackup(path); });
 }
 
 void BackupState::setPriorityBackup(const PropertyList& path) const {
-  send(proxy(), [&](KeldaneProxy& daemon) { daemon.setPriorityBackup(path); });
+  sendTo(proxy(), [&](KeldaneProxy& daemon) { daemon.setPriorityBackup(path); });
 }
 
 void BackupState::setFileTypeToggle(const PropertyList& type, std::uint32_t toggle) const {
-  send(proxy(), [&](KeldaneProxy& daemon) { daemon.setFileTypeToggle(type, toggle); });
+  sendTo(proxy(), [&](KeldaneProxy& daemon) { daemon.setFileTypeToggle(type, toggle); });
 }
 
 std::uint32_t BackupState::getFileTypeToggle(const PropertyList& type) const {
-  return send(proxy(), [&](KeldaneProxy& daemon) { return daemon.getFileTypeToggle(type); });
+  return sendTo(proxy(), [&](KeldaneProxy& daemon) { return daemon.getFileTypeToggle(type); });
 }
 
 void BackupState::setAlertHandler() const {
-  send(proxy(), [](KeldaneProxy& daemon) { daemon.setAlertHandler(); });
+  sendTo(proxy(), [](KeldaneProxy& daemon) { daemon.setAlertHandler(); });
 }
 
 void BackupState::endAlertHandler() const {
-  send(proxy(), [](KeldaneProxy& daemon) { daemon.endAlertHandler(); });
+  sendTo(proxy(), [](KeldaneProxy& daemon) { daemon.endAlertHandler(); });
 }
 
 void BackupState::setStateHandler() const {
-  send(proxy(), [](KeldaneProxy& daemon) { daemon.setStateHandler(); });
+  sendTo(proxy(), [](KeldaneProxy& daemon) { daemon.setStateHandler(); });
 }
 
 void BackupState::endStateHandler() const {
-  send(proxy(), [](KeldaneProxy& daemon) { daemon.endStateHandler(); });
+  sendTo(proxy(), [](KeldaneProxy& daemon) { daemon.endStateHandler(); });
 }
 
 std::uint32_t BackupState::intValueForProfileKey(const PropertyList& key) const {
-  return send(proxy(), [&](KeldaneProxy& daemon) {
+  return sendTo(proxy(), [&](KeldaneProxy& daemon) {
     return daemon.call("intValueForProfileKey:", {RawValue::of<'@'>(key)}).as<'I'>();
   });
 }
 
 void BackupState::setValueForProfileKey(const PropertyList& key, std::uint32_t withUnsigned) const {
   systemLog("%s: %@ = %u", "-[BackupState setValueForProfileKey:withUnsigned:]", key, withUnsigned);
-  send(proxy(), [&](KeldaneProxy& daemon) {
+  sendTo(proxy(), [&](KeldaneProxy& daemon) {
     daemon.call("setValueForProfileKey:withUnsigned:",
                 {RawValue::of<'@'>(key), RawValue::of<'I'>(withUnsigned)});
   });
 }
 
 void BackupState::setBackupControl(std::uint32_t flags, std::uint32_t turnOff) const {
-  send(proxy(), [&](KeldaneProxy& daemon) {
+  sendTo(proxy(), [&](KeldaneProxy& daemon) {
     daemon.call("setBackupControl:turnOff:", {RawValue::of<'I'>(flags), RawValue::of<'I'>(turnOff)});
   });
 }

@@ -32,7 +32,7 @@ void ConnectionController::start() {
   } else {
     startConnectTimer();
   }
-  // At once in either case, though only one of them says so.
+  // The first attempt is made at once in either case, though only one of them logs it.
   connectTimer();
 }
 
@@ -40,12 +40,12 @@ void ConnectionController::stop() { closeSocket(); }
 
 void ConnectionController::startConnectTimer() {
   connectTimer_ = RunLoop::current().scheduleTimer(kRetryInterval, true, [weak = weak_from_this()](Timer&) {
-    send(weak.lock(), &ConnectionController::connectTimer);
+    sendTo(weak.lock(), &ConnectionController::connectTimer);
   });
 }
 
 void ConnectionController::stopConnectTimer() {
-  send(connectTimer_, &Timer::invalidate);
+  sendTo(connectTimer_, &Timer::invalidate);
   connectTimer_.reset();
 }
 
@@ -64,7 +64,7 @@ void ConnectionController::connectTimer() {
     proxy_->setDelegate(proxyDelegate_);
   }
   const PropertyList path =
-      send(bundle_, [](const Bundle& bundle) { return bundle.objectForInfoDictionaryKey("DaemonPath"); });
+      sendTo(bundle_, [](const Bundle& bundle) { return bundle.objectForInfoDictionaryKey("DaemonPath"); });
   if (!socket_->connectToPath(path.isString() ? std::optional(std::string(path.string())) : std::nullopt)) {
     KeldaneCLog("ConnectionController: unable to connect to daemon, will try again...");
     return;
@@ -80,23 +80,23 @@ void ConnectionController::closeSocket() {
       shared_from_this();  // the socket may hold the last reference
   connected_ = false;
   stopConnectTimer();
-  send(proxy_, &KeldaneProxy::close);
+  sendTo(proxy_, &KeldaneProxy::close);
   proxy_.reset();
-  send(socket_, &KeldaneSocket::close);
+  sendTo(socket_, &KeldaneSocket::close);
   socket_.reset();
   NotificationCenter::defaultCenter().post(KeldaneConnectionReadyChangedNotification, this);
 }
 
 void ConnectionController::socketConnected(const std::shared_ptr<KeldaneSocket>& /*socket*/) {
-  // The result of the attempt has already said so.
+  // Nothing to do: `connectToPath` has already returned true.
   KeldaneCLog("ConnectionController::socketConnected:");
 }
 
 void ConnectionController::socketFailed(const std::shared_ptr<KeldaneSocket>& /*socket*/) {
   KeldaneCLog("ConnectionController::socketFailed:");
   closeSocket();
-  // Whatever disableConnectTimer says: who wanted no retries at the start still wants back what was lost.
-  // Kept on purpose.
+  // disableConnectTimer only concerns the start: a connection that was lost is always retried. Kept on
+  // purpose.
   startConnectTimer();
 }
 

@@ -29,7 +29,8 @@ class ConnectionController final : public KeldSocketDelegate,
   ConnectionController(const ConnectionController&) = delete;
   ConnectionController& operator=(const ConnectionController&) = delete;
 
-  /// Whose "DaemonPath" names the daemon's socket; the process's main bundle unless set. Before `start`.
+  /// The bundle whose "DaemonPath" names the daemon's socket; the process's main bundle unless set. To be
+  /// called before `start`.
   void setBundle(std::shared_ptr<Bundle> bundle) { bundle_ = std::move(bundle); }
   /// One immediate attempt and no timer at `start`. A link that was up and is lost is retried every second
   /// all the same.
@@ -39,7 +40,8 @@ class ConnectionController final : public KeldSocketDelegate,
   /// Announces the change also when there never was a connection.
   void stop();
   bool connected() const { return connected_; }
-  /// Null before the first attempt and after `stop`; there, but of no use, after an attempt that failed.
+  /// Null before the first attempt and after `stop`. After an attempt that failed there is one, which cannot
+  /// call.
   const std::shared_ptr<KeldaneProxy>& proxy() const { return proxy_; }
 
   void socketConnected(const std::shared_ptr<KeldaneSocket>& socket) override;

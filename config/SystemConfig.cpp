@@ -14,7 +14,7 @@
 
 #include "platform/files/FileContents.h"
 #include "platform/files/UserFolders.h"
-#include "platform/plist/Unicode.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane {
 

@@ -8,8 +8,8 @@
 
 #include "Common/OwnerProtocol.h"
 #include "daemon/Clock.h"
-#include "platform/syslog/Format.h"
 #include "platform/syslog/SystemLog.h"
+#include "platform/text/Format.h"
 
 namespace keldane {
 

@@ -5,7 +5,7 @@
 #include <array>
 
 #include "fuzz/Fuzzing.h"
-#include "platform/events/FileDescriptors.h"
+#include "platform/events/PathDescriptors.h"
 #include "platform/objects/CFObjects.h"
 
 using namespace keldane;

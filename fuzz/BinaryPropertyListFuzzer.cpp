@@ -1,5 +1,5 @@
 // The reader of binary property lists.
-#include "platform/plist/BinaryPropertyListReader.h"
+#include "platform/plist/binary/BinaryPropertyListReader.h"
 
 #include "fuzz/PropertyLists.h"
 #include "platform/plist/PropertyListError.h"

@@ -1,5 +1,5 @@
 // Formats of log lines and their arguments.
-#include "platform/syslog/Format.h"
+#include "platform/text/Format.h"
 
 #include <vector>
 

@@ -10,7 +10,7 @@
 #include <string_view>
 
 #include "platform/plist/PropertyListSerialization.h"
-#include "platform/plist/Unicode.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane::fuzzing {
 

@@ -115,7 +115,7 @@ int main(int argc, char** argv) {
   }
   for (const char* path :
        {"/home/anna/a:b.txt", "Linux:home:anna:a/b", "file:///home/anna/a%20b/", "/a//b/../c/"}) {
-    seeds.add("FileDescriptors", "", std::string_view(path));
+    seeds.add("PathDescriptors", "", std::string_view(path));
   }
   for (const char* format : {"%@ : %d of %lu", "0x%8.8lx %-10s|%5.2f %c%%", "KeldProxy %s: %@."}) {
     seeds.add("Format", std::string("\1") + static_cast<char>(std::strlen(format)),

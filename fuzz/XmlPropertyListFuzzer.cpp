@@ -1,5 +1,5 @@
 // The reader of XML property lists.
-#include "platform/plist/XmlPropertyListReader.h"
+#include "platform/plist/xml/XmlPropertyListReader.h"
 
 #include "fuzz/PropertyLists.h"
 #include "platform/plist/PropertyListError.h"

@@ -10,8 +10,8 @@
 
 namespace keldane {
 
-/// Runs the body of an entry. Nothing is thrown at the host: what comes out is logged under the entry's name,
-/// and the entry answers `otherwise`.
+/// Runs the body of an entry. No exception reaches the host: it is logged under the entry's name, and the
+/// entry answers `otherwise`.
 template <class Result, class Body>
 Result guardedEntry(const char* name, Result otherwise, const Body& body) noexcept {
   try {
@@ -26,8 +26,8 @@ Result guardedEntry(const char* name, Result otherwise, const Body& body) noexce
   return otherwise;
 }
 
-/// The same for an examination, which answers a status: 0 when something came out that had nothing to do with
-/// memory, memFullErr when memory ran out.
+/// The same for an examination, which answers a status: memFullErr when memory ran out, 0 for any other
+/// exception.
 template <class Body>
 OSStatus guardedStatus(const char* name, const Body& body) noexcept {
   return guardedEntry<OSStatus>(name, kNoErr, [&]() -> OSStatus {

@@ -1,5 +1,5 @@
-// What happens when a menu is about to be shown: whether there is anything to show, the questions about the
-// selection, the submenu.
+// The examination of a selection when a menu is about to be shown: whether there is anything to show, the
+// questions to the daemon, the submenu.
 #include <new>
 #include <string>
 #include <vector>
@@ -12,7 +12,7 @@
 #include "log/KeldaneLog.h"
 #include "platform/files/FileManager.h"
 #include "platform/host/Host.h"
-#include "platform/plist/Unicode.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane {
 
@@ -22,7 +22,7 @@ namespace {
 
 using Module = std::shared_ptr<KeldaneCMM>;
 
-/// What the questions about a selection came to.
+/// The results of the questions about a selection.
 struct Findings {
   std::uint32_t offers = 0;
   bool someItemBarred = false;
@@ -66,8 +66,8 @@ bool isServiceThere() {
 
 void examinePath(const KeldaneCMM& module, const std::string& path, Findings& findings) {
   findings.someItemBarred |= module.isPathExcludedFromBackup(path);
-  // The answers to these two are not used, but the daemon sees the questions; kept, so that it sees what it
-  // always saw: four look-ups and one type for each file, three look-ups for a folder.
+  // The answers to these two questions are not used. They are kept so that the daemon sees the calls that it
+  // has always seen: four look-ups and one type for each file, three look-ups for a folder.
   module.isPathInBackup(path);
   bool isDirectory = false;
   if (FileManager::fileExistsAtPath(path, &isDirectory) && !isDirectory) {
@@ -83,8 +83,8 @@ std::string localized(const char* key, const char* value) {
   return KeldaneCMM::bundle()->localizedStringForKey(key, value);
 }
 
-/// Text from the strings tables and the daemon may hold anything; a title is text. Never null: no menu is
-/// better than one with an item that says nothing.
+/// A title is text, while the strings tables and the daemon may give any bytes. The answer is never null: no
+/// menu is better than one with an empty item.
 CFOwner<CFStringRef> titleFrom(const std::string& text) {
   const std::string valid = validUtf8(text);
   CFOwner<CFStringRef> title(CFStringCreateWithBytes(kCFAllocatorSystemDefault, valid.data(), valid.size()));
@@ -126,10 +126,11 @@ void addItems(AEDescList* items, const KeldaneCMM& module, const std::vector<std
   addItem(items, localized("Prefs", "Open Keldane Preferences…"), kCommandPreferences);
 }
 
-/// The submenu's parent item around the items, appended to the host's list. The first step that fails
-/// decides.
+/// Appends the submenu's parent item with the items to the host's list. The answer is the error of the first
+/// step that fails.
 OSErr appendSubmenu(AERecord* parent, const AEDescList* items, AEDescList* commandList) {
-  // A native long, 8 bytes where the items' numbers have 4: hosts read it by its size. Kept as it stands.
+  // A native long of 8 bytes, while the numbers of the items have 4: hosts read it by its size. Kept on
+  // purpose.
   const long command = kCommandSubmenu;
   const MenuItemAttributes attributes = kMenuItemAttrSubmenuParentChoosable;
   OSErr error = putTitle(parent, titleFrom(localized("Menu Title", "Keldane")).get());
@@ -148,14 +149,14 @@ OSErr appendSubmenu(AERecord* parent, const AEDescList* items, AEDescList* comma
 
 OSStatus buildMenu(const KeldaneCMM& module, const std::vector<std::string>& paths, const Findings& findings,
                    AEDescList* commandList) {
-  OwnedDesc items;
-  OwnedDesc parent;
-  OSErr error = AECreateList(nullptr, 0, false, &items.desc);
+  OwnedDescriptor items;
+  OwnedDescriptor parent;
+  OSErr error = AECreateList(nullptr, 0, false, items.get());
   if (error == kNoErr) {
-    addItems(&items.desc, module, paths, findings);
-    error = AECreateList(nullptr, 0, true, &parent.desc);
+    addItems(items.get(), module, paths, findings);
+    error = AECreateList(nullptr, 0, true, parent.get());
   }
-  return error == kNoErr ? appendSubmenu(&parent.desc, &items.desc, commandList) : error;
+  return error == kNoErr ? appendSubmenu(parent.get(), items.get(), commandList) : error;
 }
 
 OSStatus examineContext(KeldanePluginInstance& instance, const AEDesc& context, AEDescList* commandList) {

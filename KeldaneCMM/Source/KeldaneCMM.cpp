@@ -9,23 +9,22 @@
 #include "platform/notifications/NotificationCenter.h"
 #include "platform/objects/Absent.h"
 #include "platform/objects/Exceptions.h"
-#include "platform/plist/Unicode.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane {
 
 namespace {
 
-// The daemon's toggles for a file type.
-constexpr std::uint32_t kBackupType = 6;
-constexpr std::uint32_t kExcludeType = 7;
+// The line that the assertion of `addBackupFlag` shows.
+constexpr int kNoFlagsLine = 111;
 
 constexpr OSType kBlankTypeCode = fourCharCode("    ");
 constexpr OSType kUnknownTypeCode = fourCharCode("\?\?\?\?");
 
 bool has(std::uint32_t flags, std::uint32_t bits) { return (flags & bits) == bits; }
 
-// The code's bytes as they lie in memory, so the characters come out in reverse order: 'TEXT' gives "TXET".
-// The daemon's rules know the types by these names; kept.
+// The code's bytes in the order of the memory, which reverses the characters: 'TEXT' gives "TXET". Kept,
+// because the daemon's rules know the types by these names.
 std::string typeCodeText(OSType code) {
   char bytes[sizeof(code) + 1] = {};
   std::memcpy(bytes, &code, sizeof(code));
@@ -52,7 +51,7 @@ std::shared_ptr<KeldaneCMM> KeldaneCMM::init() {
   return module;
 }
 
-// Nothing may be thrown here, though anybody's observer may try.
+// An observer may throw, but a destructor may not.
 KeldaneCMM::~KeldaneCMM() {
   NotificationCenter::defaultCenter().removeObserver(this, KeldaneBackupStateConnectionChangedNotification,
                                                      backupState_.get());
@@ -77,8 +76,8 @@ bool KeldaneCMM::isPathExcludedFromBackup(const std::string& path) const {
 
 void KeldaneCMM::addBackupFlag(std::uint32_t* flags, const std::string& forPath) const {
   if (flags == nullptr) {
-    throw AssertionFailure("-[KeldaneCMM addBackupFlag:forPath:]", "KeldaneCMM/Source/KeldaneCMM", 111,
-                           "flags");
+    throw AssertionFailure("-[KeldaneCMM addBackupFlag:forPath:]", "KeldaneCMM/Source/KeldaneCMM",
+                           kNoFlagsLine, "flags");
   }
   const KeldaneFileNode::Pointer node = nodeForPath(forPath);
   if (!node) {
@@ -98,13 +97,13 @@ void KeldaneCMM::addBackupFlag(std::uint32_t* flags, const std::string& forPath)
 }
 
 bool KeldaneCMM::isPathInBackup(const std::string& path) const {
-  const std::uint32_t flags = send(nodeForPath(path), &KeldaneFileNode::backupFlags);
+  const std::uint32_t flags = sendTo(nodeForPath(path), &KeldaneFileNode::backupFlags);
   return (flags & (backup_flags::kInclude | backup_flags::kFolderInclude)) != 0 &&
          !has(flags, backup_flags::kExclude) && !has(flags, backup_flags::kNoFolder);
 }
 
 PropertyList KeldaneCMM::stateForPath(const std::string& path) const {
-  return send(nodeForPath(path), &KeldaneFileNode::state);
+  return sendTo(nodeForPath(path), &KeldaneFileNode::state);
 }
 
 bool KeldaneCMM::addPathToBackup(const std::string& path) const {
@@ -140,16 +139,16 @@ bool KeldaneCMM::setTypeToggle(const std::string& path, std::uint32_t toggle) co
   return true;
 }
 
-bool KeldaneCMM::backupFileType(const std::string& path) const { return setTypeToggle(path, kBackupType); }
+bool KeldaneCMM::backupFileType(const std::string& path) const { return setTypeToggle(path, kTypeBackup); }
 
-bool KeldaneCMM::excludeFileType(const std::string& path) const { return setTypeToggle(path, kExcludeType); }
+bool KeldaneCMM::excludeFileType(const std::string& path) const { return setTypeToggle(path, kTypeExclude); }
 
 std::int32_t KeldaneCMM::getTypeToggleForPath(const std::string& path) const {
   return static_cast<std::int32_t>(backupState_->getFileTypeToggle(fileTypeForPath(path)));
 }
 
 bool KeldaneCMM::getSetPriorityForPath(const std::string& path) const {
-  const std::uint32_t flags = send(nodeForPath(path), &KeldaneFileNode::simpleFlags);
+  const std::uint32_t flags = sendTo(nodeForPath(path), &KeldaneFileNode::simpleFlags);
   return has(flags, simple_flags::kPriorityEnabled | simple_flags::kPriorityVisible) &&
          !has(flags, simple_flags::kPriorityChecked);
 }

@@ -4,15 +4,15 @@
 
 #include "KeldaneCMM/Source/KeldanePlugin.h"
 #include "log/KeldaneLog.h"
-#include "platform/events/FileDescriptors.h"
+#include "platform/events/PathDescriptors.h"
 #include "platform/plugin/ContextualMenu.h"
 
 namespace keldane {
 
 namespace {
 
-/// An item that cannot be read is left out. One for which there is no memory must not be: the menu would be
-/// that of another selection.
+/// False for an item that cannot be read, which is left out. An item for which there is no memory must not be
+/// left out: the menu would be that of another selection.
 bool isRead(OSErr error) {
   if (error == memFullErr) {
     throw std::bad_alloc();
@@ -38,9 +38,9 @@ std::vector<std::string> AEDescToNSArray(const AEDesc* desc) {
   } else {
     paths.reserve(static_cast<std::size_t>(count));
     for (std::int32_t i = 1; i <= count; ++i) {
-      OwnedDesc item;
-      if (isRead(AEGetNthDesc(desc, i, typeWildCard, nullptr, &item.desc))) {
-        addPath(paths, item.desc);
+      OwnedDescriptor item;
+      if (isRead(AEGetNthDesc(desc, i, typeWildCard, nullptr, item.get()))) {
+        addPath(paths, *item.get());
       }
     }
   }
@@ -51,11 +51,11 @@ std::vector<std::string> AEDescToNSArray(const AEDesc* desc) {
 }
 
 std::optional<std::string> AEDescToPath(const AEDesc* desc) {
-  AEDesc url{typeNull, nullptr};
-  if (!isRead(AECoerceDesc(desc, typeFileURL, &url))) {
+  OwnedDescriptor url;
+  if (!isRead(AECoerceDesc(desc, typeFileURL, url.get()))) {
     return std::nullopt;
   }
-  const std::optional<std::string> text = AppleEventDescriptor(url).stringValue();
+  const std::optional<std::string> text = stringValue(*url.get());
   // The text of a file's descriptor is an HFS path, in which ':' parts the names.
   const std::optional<FileURL> file =
       text ? FileURL::withFileSystemPath(*text, PathStyle::hfs, true) : std::nullopt;
@@ -66,7 +66,7 @@ OSErr putTitle(AERecord* record, CFStringRef title) {
   CFRetain(title);
   const OSErr error = AEPutParamPtr(record, keyAEName, typeCFStringRef, &title, sizeof(title));
   if (error != kNoErr) {
-    CFRelease(title);  // nobody took it over
+    CFRelease(title);  // the record did not take it over
   }
   return error;
 }

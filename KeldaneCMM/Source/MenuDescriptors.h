@@ -1,4 +1,4 @@
-// Between descriptors and what the menu works with: selections to paths, menu items to records.
+// Conversions between descriptors and the menu's own types: selections to paths, menu items to records.
 #pragma once
 
 #include <cstdint>
@@ -7,20 +7,12 @@
 #include <vector>
 
 #include "platform/events/AppleEvents.h"
+#include "platform/events/OwnedDescriptor.h"
 #include "platform/objects/CFObjects.h"
 
 namespace keldane {
 
 using MenuItemAttributes = std::uint32_t;
-
-/// A descriptor of the plug-in's own, given back at the end of the scope.
-struct OwnedDesc {
-  OwnedDesc() = default;
-  ~OwnedDesc() { AEDisposeDesc(&desc); }
-  OwnedDesc(const OwnedDesc&) = delete;
-  OwnedDesc& operator=(const OwnedDesc&) = delete;
-  AEDesc desc{typeNull, nullptr};
-};
 
 /// The POSIX paths of a selection, in order. A descriptor that is no list counts as one item; an item without
 /// a path is left out. Throws std::bad_alloc rather than leave out what there is no memory for.

@@ -9,7 +9,7 @@
 
 #include "cli/AbsolutePath.h"
 #include "platform/files/Path.h"
-#include "platform/plist/Unicode.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane {
 

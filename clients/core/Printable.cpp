@@ -1,7 +1,7 @@
 #include "clients/core/Printable.h"
 
-#include "platform/plist/Unicode.h"
-#include "platform/syslog/Format.h"
+#include "platform/text/Format.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane {
 

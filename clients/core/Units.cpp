@@ -4,7 +4,7 @@
 #include <cmath>
 #include <ctime>
 
-#include "platform/syslog/Format.h"
+#include "platform/text/Format.h"
 
 namespace keldane {
 

@@ -11,7 +11,7 @@
 #include "clients/core/DaemonBundle.h"
 #include "clients/core/FolderTree.h"
 #include "clients/core/Printable.h"
-#include "platform/plist/Unicode.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane {
 

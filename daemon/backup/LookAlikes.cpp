@@ -6,7 +6,7 @@
 #include <set>
 
 #include "platform/files/Descriptor.h"
-#include "platform/plist/Unicode.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane {
 

@@ -9,7 +9,7 @@
 #include <stdexcept>
 
 #include "platform/files/Descriptor.h"
-#include "platform/plist/Unicode.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane {
 

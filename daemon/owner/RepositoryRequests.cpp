@@ -7,8 +7,8 @@
 
 #include "daemon/owner/RepositoryCall.h"
 #include "daemon/server/RestoreChoices.h"
-#include "platform/plist/Unicode.h"
-#include "platform/syslog/Format.h"
+#include "platform/text/Format.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane {
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "platform/files/Path.h"
-#include "platform/plist/Unicode.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane {
 

@@ -1,8 +1,8 @@
 #include "daemon/restore/RestoreRecords.h"
 
-#include "platform/plist/BinaryPropertyListReader.h"
-#include "platform/plist/BinaryPropertyListWriter.h"
 #include "platform/plist/PropertyListError.h"
+#include "platform/plist/binary/BinaryPropertyListReader.h"
+#include "platform/plist/binary/BinaryPropertyListWriter.h"
 
 namespace keldane {
 

@@ -11,7 +11,7 @@
 #include "daemon/restore/PlaceItem.h"
 #include "daemon/restore/Placer.h"
 #include "platform/files/Path.h"
-#include "platform/plist/Unicode.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane {
 

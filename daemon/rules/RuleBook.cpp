@@ -5,7 +5,7 @@
 #include <filesystem>
 
 #include "platform/files/Path.h"
-#include "platform/plist/Unicode.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane {
 

@@ -8,17 +8,13 @@
 #include <string_view>
 #include <vector>
 
+#include "Common/DaemonProtocol.h"
 #include "daemon/rules/IgnoreList.h"
 #include "daemon/store/Store.h"
 #include "platform/files/Path.h"
 #include "platform/threads/Mutex.h"
 
 namespace keldane {
-
-/// What a client sets for a file type; the last takes its rule away.
-inline constexpr std::uint32_t kTypeBackup = 6;
-inline constexpr std::uint32_t kTypeExclude = 7;
-inline constexpr std::uint32_t kTypeNone = 0;
 
 /// The answer for one path.
 struct Decision {

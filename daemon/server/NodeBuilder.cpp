@@ -9,8 +9,8 @@
 #include "daemon/scan/FileFacts.h"
 #include "daemon/server/NodeReasons.h"
 #include "platform/files/Path.h"
-#include "platform/plist/Unicode.h"
 #include "platform/syslog/SystemLog.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane {
 

@@ -1,5 +1,5 @@
 // The Caja extension.
-#include "hosts/family/FileManager.h"
+#include "hosts/family/FamilyHost.h"
 #include "hosts/gtk/MenuTouchUp.h"
 
 namespace keldane {

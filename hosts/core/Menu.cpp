@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "hosts/core/OwnedDescriptor.h"
+#include "platform/events/OwnedDescriptor.h"
 #include "platform/plugin/ContextualMenu.h"
 
 namespace keldane {

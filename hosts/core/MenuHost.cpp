@@ -1,7 +1,7 @@
 #include "hosts/core/MenuHost.h"
 
-#include "hosts/core/OwnedDescriptor.h"
-#include "platform/events/FileDescriptors.h"
+#include "platform/events/OwnedDescriptor.h"
+#include "platform/events/PathDescriptors.h"
 
 namespace keldane {
 

@@ -1,18 +1,18 @@
 #include "hosts/core/MenuService.h"
 
 #include <charconv>
-#include <condition_variable>
 #include <cstdlib>
-#include <mutex>
 #include <optional>
 #include <string_view>
 #include <thread>
+#include <utility>
 
 #include "hosts/core/MenuHost.h"
 #include "platform/bundle/Bundle.h"
 #include "platform/host/Host.h"
 #include "platform/runloop/RunLoop.h"
 #include "platform/syslog/SystemLog.h"
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -20,9 +20,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// Toolkits drop their items and ask again for the same menu; only items that stay away end the cycle.
+/// A menu that nobody holds stays open for so long: toolkits drop their items and ask again for the same
+/// menu.
 constexpr RunLoop::Seconds kLinger{1.0};
-/// How long a menu that came late is good for the next that is opened.
+/// A menu that came late is kept for so long for the next opening.
 constexpr RunLoop::Seconds kUnseenLife{30.0};
 constexpr auto kLongestFarewell = std::chrono::milliseconds(200);
 constexpr RunLoop::Seconds kLongTime{3600.0};
@@ -31,65 +32,80 @@ constexpr char kNotResponding[] = "Keldane is not responding";
 
 }  // namespace
 
-/// The plug-in's thread and what it shares with the window's. The mutex guards all of the first group; the
-/// second belongs to the plug-in's thread alone.
+/// The plug-in's thread, and what it shares with the window's thread under the mutex. Three things have
+/// states:
+///
+/// - The thread (`thread_`): stopped → starting → running, when its run loop is known → ending, when the
+/// service goes
+///   → stopped. A thread that an exception ended is stopped too, and the next question starts it again.
+/// - The examinations: one may be under way (`current_`), and one more may wait for it (`next_`), for which
+/// the run loop
+///   has been told to call `examineNext`. A newer selection takes the place of the one that waits.
+/// - The menu that is remembered (`offered_`): whoever shows it has a lease. It is unseen while it came too
+/// late for the
+///   question that it answers and no later opening has used it (`unseenUntil_`). The plug-in's cycle of this
+///   menu ends a moment after the last lease, unless the menu is unseen.
 class MenuService::Worker : public std::enable_shared_from_this<MenuService::Worker> {
  public:
   Worker(std::string bundle, Patience patience) : bundle_(std::move(bundle)), patience_(patience) {}
 
-  /// A system that has no thread or no descriptors to give now may have them for the next menu, which tries
-  /// again.
+  /// Returns when the thread runs, or could not be started: the system may have a thread and descriptors for
+  /// the next menu, which tries again.
   void start() {
-    std::unique_lock guard(mutex_);
-    ended_ = !guarded([this] { std::thread([self = shared_from_this()] { self->run(); }).detach(); });
-    changed_.wait(guard, [this] { return loop_ != nullptr || ended_; });
+    const ScopedLock guard(mutex_);
+    thread_ = ThreadState::starting;
+    if (!guarded([this] { std::thread([self = shared_from_this()] { self->run(); }).detach(); })) {
+      thread_ = ThreadState::stopped;
+    }
+    changed_.wait(mutex_, [this]() KELDANE_REQUIRES(mutex_) { return thread_ != ThreadState::starting; });
   }
 
-  // A thread that is stuck is not waited for.
+  /// A thread that is stuck in the plug-in is not waited for.
   void end() {
-    std::unique_lock guard(mutex_);
-    ending_ = true;
+    const ScopedLock guard(mutex_);
     listener_ = nullptr;
-    if (loop_ != nullptr) {
+    if (thread_ == ThreadState::running) {
+      thread_ = ThreadState::ending;
       loop_->perform([] { RunLoop::current().stop(); });
     }
-    changed_.wait_for(guard, kLongestFarewell, [this] { return ended_; });
+    changed_.waitFor(mutex_, kLongestFarewell,
+                     [this]() KELDANE_REQUIRES(mutex_) { return thread_ == ThreadState::stopped; });
   }
 
   void setListener(std::function<void()> listener) {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     listener_ = std::move(listener);
   }
 
   std::shared_ptr<const OfferedMenu> ask(const std::vector<std::string>& paths) {
-    if (hasEnded()) {
+    if (threadState() == ThreadState::stopped) {
       start();
     }
-    std::unique_lock guard(mutex_);
-    if (loop_ == nullptr) {
+    const ScopedLock guard(mutex_);
+    if (thread_ != ThreadState::running) {
       return nullptr;
     }
-    if (std::shared_ptr<const OfferedMenu> known = handOut(paths)) {
+    if (std::shared_ptr<const OfferedMenu> known = leaseOf(paths)) {
       return known;
     }
     const std::uint64_t number = request(paths);
-    // Whoever found the plug-in stuck before has waited enough.
+    // The window has waited for a plug-in that is stuck once already.
     const bool isStuck = current_ && Clock::now() - currentSince_ > patience_;
-    const auto isThere = [&] { return offered_ && offered_->number >= number; };
-    if (!isStuck && changed_.wait_for(guard, patience_, isThere)) {
-      return handOut(paths);
+    const auto isThere = [&]() KELDANE_REQUIRES(mutex_) { return offered_ && offered_->number >= number; };
+    if (!isStuck && changed_.waitFor(mutex_, patience_, isThere)) {
+      return leaseOf(paths);
     }
     awaited_ = number;
     return nullptr;
   }
 
   std::shared_ptr<const OfferedMenu> remembered(const std::vector<std::string>& paths) {
-    const std::lock_guard guard(mutex_);
-    return handOut(paths);
+    const ScopedLock guard(mutex_);
+    return leaseOf(paths);
   }
 
   void forget() {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     if (!isUnseen()) {
       offered_.reset();
     }
@@ -97,55 +113,74 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
   }
 
   void choose(const OfferedMenu& menu, std::uint32_t command) {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     if (loop_ != nullptr) {
       loop_->perform([this, menu, command] { carryOut(menu, command); });
     }
   }
 
   std::string notRespondingTitle() {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     return notRespondingTitle_;
   }
 
  private:
-  // --- Either thread, under the mutex ---
+  enum class ThreadState { stopped, starting, running, ending };
 
-  /// A holder of the remembered menu, if it is that of these paths.
-  std::shared_ptr<const OfferedMenu> handOut(const std::vector<std::string>& paths) {
+  /// Held by whoever shows a menu, for as long as its items can be chosen.
+  struct Lease {
+    Lease(std::shared_ptr<Worker> lender, std::shared_ptr<const OfferedMenu> leased)
+        : worker(std::move(lender)), menu(std::move(leased)) {}
+    ~Lease() { worker->endLease(); }
+    Lease(const Lease&) = delete;
+    Lease& operator=(const Lease&) = delete;
+    const std::shared_ptr<Worker> worker;
+    const std::shared_ptr<const OfferedMenu> menu;
+  };
+
+  // --- Either thread ---
+
+  /// The remembered menu with a lease, if it is that of these paths.
+  std::shared_ptr<const OfferedMenu> leaseOf(const std::vector<std::string>& paths) KELDANE_REQUIRES(mutex_) {
     if (!offered_ || offered_->paths != paths) {
       return nullptr;
     }
-    const std::shared_ptr<const OfferedMenu> menu = offered_;
-    ++holders_;
-    return {menu.get(), [self = shared_from_this(), menu](const OfferedMenu*) { self->letGo(); }};
+    const auto lease = std::make_shared<const Lease>(shared_from_this(), offered_);
+    ++leases_;
+    return {lease, lease->menu.get()};
   }
 
   /// Whether the remembered menu came late, and the next opening may still show it.
-  bool isUnseen() const { return offered_ && unseenUntil_ && Clock::now() < *unseenUntil_; }
+  bool isUnseen() const KELDANE_REQUIRES(mutex_) {
+    return offered_ && unseenUntil_ && Clock::now() < *unseenUntil_;
+  }
 
   /// The number of the examination that will answer: the one under way or the next.
-  std::uint64_t request(const std::vector<std::string>& paths) {
+  std::uint64_t request(const std::vector<std::string>& paths) KELDANE_REQUIRES(mutex_) {
     if (current_ && !next_ && current_->paths == paths) {
       return current_->number;
+    }
+    if (!next_) {
+      loop_->perform([this] { examineNext(); });
     }
     if (!next_ || next_->paths != paths) {
       next_ = std::make_shared<OfferedMenu>();
       next_->number = ++lastNumber_;
       next_->paths = paths;
     }
-    if (!scheduled_) {
-      scheduled_ = true;
-      loop_->perform([this] { examineNext(); });
-    }
     return next_->number;
+  }
+
+  ThreadState threadState() {
+    const ScopedLock guard(mutex_);
+    return thread_;
   }
 
   // --- The window's thread ---
 
-  void letGo() {
-    const std::lock_guard guard(mutex_);
-    if (--holders_ == 0 && !ending_ && loop_ != nullptr) {
+  void endLease() {
+    const ScopedLock guard(mutex_);
+    if (--leases_ == 0 && thread_ == ThreadState::running) {
       loop_->perform([this] { endCycleIn(kLinger); });
     }
   }
@@ -155,11 +190,11 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
   void run() {
     guarded([this] { serve(); });
     {
-      const std::lock_guard guard(mutex_);
+      const ScopedLock guard(mutex_);
       loop_ = nullptr;
-      ended_ = true;
+      thread_ = ThreadState::stopped;
     }
-    changed_.notify_all();
+    changed_.notifyAll();
   }
 
   void serve() {
@@ -169,45 +204,35 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
     host.setContextualMenuAttributes(gestaltContextualMenuHasAttributeAndModifierKeys);
     RunLoop& loop = RunLoop::current();
     {
-      const std::lock_guard guard(mutex_);
+      const ScopedLock guard(mutex_);
       loop_ = &loop;
+      thread_ = ThreadState::running;
     }
-    changed_.notify_all();
-    while (!isEnding()) {
+    changed_.notifyAll();
+    while (threadState() != ThreadState::ending) {
       loop.run(kLongTime);
     }
     plugIn_.reset();
   }
 
-  bool hasEnded() {
-    const std::lock_guard guard(mutex_);
-    return ended_;
-  }
-
-  bool isEnding() {
-    const std::lock_guard guard(mutex_);
-    return ending_;
-  }
-
   void examineNext() {
     std::shared_ptr<OfferedMenu> menu;
     {
-      const std::lock_guard guard(mutex_);
-      scheduled_ = false;
+      const ScopedLock guard(mutex_);
       menu = current_ = std::exchange(next_, nullptr);
       currentSince_ = Clock::now();
     }
-    if (!menu || isEnding()) {
+    if (!menu || threadState() == ThreadState::ending) {
       return;
     }
     std::vector<MenuItem> items = examine(*menu);
     std::function<void()> listener;
     bool isLate = false;
     {
-      const std::lock_guard guard(mutex_);
+      const ScopedLock guard(mutex_);
       menu->items = std::move(items);
       current_.reset();
-      if (!next_) {  // else it is out of date
+      if (!next_) {  // otherwise this menu is out of date
         offered_ = menu;
         isLate = awaited_ == menu->number;
         unseenUntil_.reset();
@@ -217,7 +242,7 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
         listener = listener_;
       }
     }
-    changed_.notify_all();
+    changed_.notifyAll();
     if (isLate) {
       endCycleIn(kUnseenLife);
     }
@@ -253,7 +278,7 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
     endCycle(menu.number);
   }
 
-  /// The host lives, whatever a menu costs. False when something was thrown.
+  /// Nothing that the plug-in throws reaches the host. False when something was thrown.
   template <class Work>
   static bool guarded(const Work& work) {
     try {
@@ -265,7 +290,8 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
     }
   }
 
-  /// Unless somebody holds its menu then, or is still to see it. The main run loop may outlive this.
+  /// Ends the open cycle after the delay, unless somebody has a lease then or is still to see the menu. The
+  /// main run loop may outlive this object.
   void endCycleIn(RunLoop::Seconds delay) {
     RunLoop::current().scheduleTimer(delay, false, [weak = weak_from_this(), number = open_](Timer&) {
       if (const std::shared_ptr<Worker> self = weak.lock(); self && !self->isWanted()) {
@@ -275,13 +301,13 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
   }
 
   bool isWanted() {
-    const std::lock_guard guard(mutex_);
-    return holders_ > 0 || isUnseen();
+    const ScopedLock guard(mutex_);
+    return leases_ > 0 || isUnseen();
   }
 
   void endCycle(std::uint64_t number) {
     {
-      const std::lock_guard guard(mutex_);
+      const ScopedLock guard(mutex_);
       if (offered_ && offered_->number == number) {
         offered_.reset();
       }
@@ -292,7 +318,7 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
     }
   }
 
-  /// False when there is no plug-in, which is said once and tried again with the next menu.
+  /// False when there is no plug-in. That is logged once, and the next menu tries again.
   bool load() {
     if (plugIn_) {
       return true;
@@ -308,7 +334,7 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
     }
     plugIn_ = std::move(plugIn);
     const std::string title = plugIn_->bundle()->localizedStringForKey(kNotResponding, kNotResponding);
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     notRespondingTitle_ = title;
     return true;
   }
@@ -322,23 +348,26 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
   const std::string bundle_;
   const Patience patience_;
 
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  RunLoop* loop_ = nullptr;
-  bool ending_ = false, ended_ = false;
-  bool scheduled_ = false;
-  std::shared_ptr<OfferedMenu> next_;     // to be examined
-  std::shared_ptr<OfferedMenu> current_;  // being examined
-  Clock::time_point currentSince_;
-  std::shared_ptr<const OfferedMenu> offered_;    // remembered
-  std::optional<Clock::time_point> unseenUntil_;  // when it came late
-  std::uint64_t lastNumber_ = 0, awaited_ = 0;
-  std::size_t holders_ = 0;  // of what was handed out
-  std::function<void()> listener_;
-  std::string notRespondingTitle_ = kNotResponding;
+  Mutex mutex_{{.name = "MenuService.mutex"}};
+  Condition changed_;  // the thread's state, or the remembered menu
+  ThreadState thread_ KELDANE_GUARDED_BY(mutex_) = ThreadState::stopped;
+  RunLoop* loop_ KELDANE_GUARDED_BY(mutex_) = nullptr;  // while the thread is running or ending
+  std::shared_ptr<OfferedMenu> next_ KELDANE_GUARDED_BY(mutex_);
+  std::shared_ptr<OfferedMenu> current_ KELDANE_GUARDED_BY(mutex_);
+  Clock::time_point currentSince_ KELDANE_GUARDED_BY(mutex_);
+  std::uint64_t lastNumber_ KELDANE_GUARDED_BY(mutex_) = 0;
+  std::uint64_t awaited_ KELDANE_GUARDED_BY(mutex_) =
+      0;  // the last examination that was not waited for to the end
+  std::shared_ptr<const OfferedMenu> offered_ KELDANE_GUARDED_BY(mutex_);
+  std::optional<Clock::time_point> unseenUntil_ KELDANE_GUARDED_BY(mutex_);
+  std::size_t leases_ KELDANE_GUARDED_BY(mutex_) = 0;
+  std::function<void()> listener_ KELDANE_GUARDED_BY(mutex_);
+  std::string notRespondingTitle_ KELDANE_GUARDED_BY(mutex_) = kNotResponding;
 
+  // The plug-in's thread alone uses these.
   std::unique_ptr<MenuHost> plugIn_;
-  std::uint64_t open_ = 0, chosen_ = 0;  // the menu whose cycle is open, and the last that was chosen from
+  std::uint64_t open_ = 0;    // the menu whose cycle is open
+  std::uint64_t chosen_ = 0;  // the menu that a command was last chosen from
   bool complained_ = false;
 };
 

@@ -2,7 +2,7 @@
 
 #include <optional>
 
-#include "hosts/gtk/MenuIsComing.h"
+#include "hosts/gtk/MenuRequest.h"
 
 namespace keldane {
 
@@ -10,7 +10,7 @@ namespace {
 
 /// Milliseconds between the event that opens a menu and the last of the questions for its items, if the file
 /// manager has nothing else to do. With thousands of files it has, for longer than that.
-constexpr guint kComing = 1000;
+constexpr guint kRequestLifetime = 1000;
 
 /// Never taken down: the thread of the plug-in may be stuck when the file manager ends.
 MenuService& menuService() {
@@ -23,26 +23,26 @@ std::function<void()>& itemsChangedCall() {
   return *call;
 }
 
-guint gComing = 0;  // a source that ends it, behind all that is more urgent
+guint gRequestSource = 0;  // a source that ends it, behind all that is more urgent
 
-void aMenuIsComing() {
-  if (gComing == 0) {
+void menuRequested() {
+  if (gRequestSource == 0) {
     menuService().forget();
   } else {
-    g_source_remove(gComing);  // one opening may be several events
+    g_source_remove(gRequestSource);  // one opening may be several events
   }
-  const auto itCame = [](gpointer) -> gboolean {
-    gComing = 0;
+  const auto requestIsOver = [](gpointer) -> gboolean {
+    gRequestSource = 0;
     return G_SOURCE_REMOVE;
   };
-  gComing = g_timeout_add_full(G_PRIORITY_LOW, kComing, itCame, nullptr, nullptr);
+  gRequestSource = g_timeout_add_full(G_PRIORITY_LOW, kRequestLifetime, requestIsOver, nullptr, nullptr);
   if (itemsChangedCall()) {
     itemsChangedCall()();
   }
 }
 
 // On the plug-in's thread; the window's goes on from there.
-void aMenuCameLate() {
+void lateMenuArrived() {
   g_idle_add(
       [](gpointer) -> gboolean {
         itemsChangedCall()();
@@ -99,9 +99,9 @@ std::string labelFor(const std::string& title) {
 
 void beginHost(std::function<void()> itemsChanged) {
   itemsChangedCall() = std::move(itemsChanged);
-  whenAMenuIsComing(aMenuIsComing);
+  onMenuRequest(menuRequested);
   if (itemsChangedCall()) {
-    menuService().setLateListener(aMenuCameLate);
+    menuService().setLateListener(lateMenuArrived);
   }
 }
 
@@ -113,7 +113,7 @@ Menu menuToShow(const std::vector<GFile*>& files) {
   if (Menu known = menuService().rememberedMenuFor(*paths)) {
     return known;
   }
-  if (gComing == 0) {
+  if (gRequestSource == 0) {
     return nullptr;
   }
   Menu menu = menuService().menuFor(*paths);

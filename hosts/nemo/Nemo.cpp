@@ -1,5 +1,5 @@
 // The Nemo extension.
-#include "hosts/family/FileManager.h"
+#include "hosts/family/FamilyHost.h"
 
 namespace keldane {
 

@@ -20,8 +20,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// A dictionary from a file; empty when there is none, with a log line when there is one that cannot be used.
-/// `forGood` becomes false when that is for what the process lacks now and may have later.
+/// The dictionary in a file. It is empty when there is no such file, and, with a log line, when the file
+/// cannot be used. `forGood` becomes false when the process lacks something now that it may have later, such
+/// as descriptors.
 PropertyList readDictionary(const fs::path& file, bool* forGood) {
   int error = 0;
   const std::optional<Bytes> bytes = readFile(file.string(), &error);
@@ -43,11 +44,11 @@ PropertyList readDictionary(const fs::path& file, bool* forGood) {
 }
 
 struct Registry {
-  std::mutex mutex;
-  std::map<fs::path, std::shared_ptr<Bundle>> bundles;  // guarded by mutex
-  std::shared_ptr<Bundle> main;                         // guarded by mutex; null until asked for or set
-  // By where a module lies in memory and the name under which it was loaded; guarded by mutex.
-  std::map<std::pair<const void*, std::string>, std::shared_ptr<Bundle>> modules;
+  Mutex mutex{{.name = "Bundle registry", .innermost = true}};
+  std::map<fs::path, std::shared_ptr<Bundle>> bundles KELDANE_GUARDED_BY(mutex);
+  std::shared_ptr<Bundle> main KELDANE_GUARDED_BY(mutex);  // null until it is asked for or set
+  // The bundles of modules by the address and the file name of the module.
+  std::map<std::pair<const void*, std::string>, std::shared_ptr<Bundle>> modules KELDANE_GUARDED_BY(mutex);
 };
 
 Registry& registry() {
@@ -71,8 +72,9 @@ std::shared_ptr<Bundle> Bundle::bundleWithPath(const fs::path& path) {
   if (error || !fs::is_directory(canonical, error)) {
     return nullptr;
   }
-  const std::lock_guard guard(registry().mutex);
-  std::shared_ptr<Bundle>& bundle = registry().bundles[canonical];
+  Registry& all = registry();
+  const ScopedLock guard(all.mutex);
+  std::shared_ptr<Bundle>& bundle = all.bundles[canonical];
   if (!bundle) {
     bundle.reset(new Bundle(canonical));
   }
@@ -80,10 +82,11 @@ std::shared_ptr<Bundle> Bundle::bundleWithPath(const fs::path& path) {
 }
 
 std::shared_ptr<Bundle> Bundle::mainBundle() {
+  Registry& all = registry();
   {
-    const std::lock_guard guard(registry().mutex);
-    if (registry().main) {
-      return registry().main;
+    const ScopedLock guard(all.mutex);
+    if (all.main) {
+      return all.main;
     }
   }
   std::error_code error;
@@ -93,35 +96,37 @@ std::shared_ptr<Bundle> Bundle::mainBundle() {
   if (!bundle) {
     bundle.reset(new Bundle(fs::path()));  // an executable whose folder is gone has an empty bundle
   }
-  const std::lock_guard guard(registry().mutex);
-  if (!registry().main) {
-    registry().main = std::move(bundle);
+  const ScopedLock guard(all.mutex);
+  if (!all.main) {
+    all.main.swap(bundle);
   }
-  return registry().main;
+  return all.main;
 }
 
 void Bundle::setMainBundle(std::shared_ptr<Bundle> bundle) {
-  const std::lock_guard guard(registry().mutex);
-  registry().main = std::move(bundle);
+  Registry& all = registry();
+  const ScopedLock guard(all.mutex);
+  all.main.swap(bundle);
 }
 
 std::shared_ptr<Bundle> Bundle::bundleForClass(const void* addressInClass) {
+  Registry& all = registry();
   Dl_info info{};
   if (dladdr(addressInClass, &info) != 0 && info.dli_fname != nullptr) {
-    // A menu asks ten times, and the name is looked up step by step.
+    // One menu asks ten times, and resolving the name means a system call for each of its components.
     const std::pair<const void*, std::string> module(info.dli_fbase, info.dli_fname);
     {
-      const std::lock_guard guard(registry().mutex);
-      const auto known = registry().modules.find(module);
-      if (known != registry().modules.end()) {
+      const ScopedLock guard(all.mutex);
+      const auto known = all.modules.find(module);
+      if (known != all.modules.end()) {
         return known->second;
       }
     }
     std::error_code error;
     const fs::path around = bundleAround(fs::canonical(info.dli_fname, error));
     if (std::shared_ptr<Bundle> bundle = around.empty() ? nullptr : bundleWithPath(around)) {
-      const std::lock_guard guard(registry().mutex);
-      registry().modules.emplace(module, bundle);
+      const ScopedLock guard(all.mutex);
+      all.modules.emplace(module, bundle);
       return bundle;
     }
   }
@@ -137,7 +142,7 @@ fs::path Bundle::executablePath() const {
 }
 
 PropertyList Bundle::infoDictionary() const {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   if (!infoRead_) {
     bool forGood = true;
     info_ = readDictionary(path_ / "Contents" / "Info.plist", &forGood);
@@ -161,7 +166,7 @@ PropertyList Bundle::objectForInfoDictionaryKey(std::string_view key) const {
 PropertyList Bundle::table(const std::string& name) const {
   for (const std::string& language : preferredLanguages()) {
     const fs::path file = path_ / "Contents" / "Resources" / (language + ".lproj") / (name + ".strings");
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     const auto found = tables_.find(file.string());
     if (found != tables_.end()) {
       return found->second;

@@ -3,12 +3,12 @@
 
 #include <filesystem>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 
 #include "platform/plist/PropertyList.h"
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -53,10 +53,10 @@ class Bundle {
   PropertyList table(const std::string& name) const;
 
   std::filesystem::path path_;
-  mutable std::mutex mutex_;
-  mutable bool infoRead_ = false;
-  mutable PropertyList info_;
-  mutable std::unordered_map<std::string, PropertyList> tables_;
+  mutable Mutex mutex_{{.name = "Bundle"}};
+  mutable bool infoRead_ KELDANE_GUARDED_BY(mutex_) = false;
+  mutable PropertyList info_ KELDANE_GUARDED_BY(mutex_);
+  mutable std::unordered_map<std::string, PropertyList> tables_ KELDANE_GUARDED_BY(mutex_);
 };
 
 }  // namespace keldane

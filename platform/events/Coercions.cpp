@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cstring>
 
-#include "platform/events/FileDescriptors.h"
 #include "platform/events/FileReference.h"
-#include "platform/plist/Unicode.h"
+#include "platform/events/PathDescriptors.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane {
 

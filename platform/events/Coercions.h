@@ -1,4 +1,4 @@
-// From one descriptor type to another; for the files of this folder only.
+// From one descriptor type to another; for this folder only.
 #pragma once
 
 #include "platform/events/DescriptorContent.h"

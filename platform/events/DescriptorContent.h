@@ -1,4 +1,4 @@
-// What lies behind a descriptor's handle; for the files of this folder only.
+// What lies behind a descriptor's handle; for this folder only.
 #pragma once
 
 #include <memory>

@@ -1,4 +1,4 @@
-// The records of an alias and of a file reference; for the files of this folder only.
+// The records of an alias and of a file reference; for this folder only.
 #pragma once
 
 #include <optional>

@@ -4,7 +4,8 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <mutex>
+
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -16,8 +17,8 @@ struct Host::State {
   std::atomic<OSStatus> gestaltError = kNoErr;
   std::atomic<bool> applicationAvailable = true;
   std::atomic<pid_t> mainThread = getpid();  // the first thread's ID is the process's
-  mutable std::mutex mutex;
-  FileOpener opener;  // guarded by mutex
+  mutable Mutex mutex{{.name = "Host", .innermost = true}};
+  FileOpener opener KELDANE_GUARDED_BY(mutex);
 };
 
 Host::Host() : state_(std::make_unique<State>()) {}
@@ -46,7 +47,7 @@ bool Host::isMainThread() const {
 }
 
 void Host::setFileOpener(FileOpener opener) {
-  const std::lock_guard guard(state_->mutex);
+  const ScopedLock guard(state_->mutex);
   state_->opener.swap(opener);
 }
 
@@ -58,7 +59,7 @@ OSStatus Host::gestaltError() const { return state_->gestaltError; }
 bool Host::applicationAvailable() const { return state_->applicationAvailable; }
 
 Host::FileOpener Host::fileOpener() const {
-  const std::lock_guard guard(state_->mutex);
+  const ScopedLock guard(state_->mutex);
   return state_->opener;
 }
 

@@ -4,8 +4,9 @@
 #include <cstdint>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <optional>
+
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -18,10 +19,11 @@ struct NotificationCenter::State {
     std::uint64_t number = 0;
   };
 
-  mutable std::mutex mutex;
-  // Guarded by mutex; a list, from which what is removed is moved out without asking for memory.
-  std::list<std::shared_ptr<const Registration>> registrations;  // by number
-  std::uint64_t lastNumber = 0;
+  mutable Mutex mutex{{.name = "NotificationCenter", .innermost = true}};
+  // Ordered by number. It is a list, so that what is removed can be moved out of it without asking for
+  // memory.
+  std::list<std::shared_ptr<const Registration>> registrations KELDANE_GUARDED_BY(mutex);
+  std::uint64_t lastNumber KELDANE_GUARDED_BY(mutex) = 0;
 };
 
 NotificationCenter::NotificationCenter() : state_(std::make_unique<State>()) {}
@@ -40,7 +42,7 @@ void NotificationCenter::addObserver(const void* observer, std::string_view name
   registration->name = name;
   registration->sender = sender;
   registration->handler = std::move(handler);
-  const std::lock_guard guard(state_->mutex);
+  const ScopedLock guard(state_->mutex);
   registration->number = state_->lastNumber + 1;
   state_->registrations.push_back(std::move(registration));
   ++state_->lastNumber;
@@ -48,7 +50,7 @@ void NotificationCenter::addObserver(const void* observer, std::string_view name
 
 void NotificationCenter::removeObserver(const void* observer, std::string_view name, const void* sender) {
   std::list<std::shared_ptr<const State::Registration>> removed;  // handlers are freed outside the lock
-  const std::lock_guard guard(state_->mutex);
+  const ScopedLock guard(state_->mutex);
   auto& registrations = state_->registrations;
   for (auto at = registrations.begin(); at != registrations.end();) {
     const auto registration = at++;
@@ -62,14 +64,14 @@ void NotificationCenter::removeObserver(const void* observer, std::string_view n
 }
 
 void NotificationCenter::post(std::string_view name, const void* sender, PropertyList userInfo) {
-  // Asks for no memory: that a connection has ended is told in whatever state the process is.
+  // Asks for no memory, so that the end of a connection is announced even when memory has run out.
   const Notification notification{name, sender, std::move(userInfo)};
   std::uint64_t told = 0;
-  std::optional<std::uint64_t> last;  // who is added meanwhile has a higher number
+  std::optional<std::uint64_t> last;  // observers that are added meanwhile have higher numbers
   for (;;) {
     std::shared_ptr<const State::Registration> next;
     {
-      const std::lock_guard guard(state_->mutex);
+      const ScopedLock guard(state_->mutex);
       last = last.value_or(state_->lastNumber);
       const auto found =
           std::find_if(state_->registrations.begin(), state_->registrations.end(), [&](const auto& other) {
@@ -87,7 +89,7 @@ void NotificationCenter::post(std::string_view name, const void* sender, Propert
 }
 
 std::size_t NotificationCenter::observerCount() const {
-  const std::lock_guard guard(state_->mutex);
+  const ScopedLock guard(state_->mutex);
   return state_->registrations.size();
 }
 

@@ -7,11 +7,11 @@
 
 namespace keldane {
 
-/// Sends an operation to an object that may be absent: `send(node, &KeldaneFileNode::state)`. An operation on
-/// an absent object does nothing and yields zero, false or absent, which is how this whole system treats a
+/// Sends an operation to an object that may be absent: `sendTo(node, &KeldaneFileNode::state)`. An operation
+/// on an absent object does nothing and yields zero, false or absent, which is how this whole system treats a
 /// daemon that is not there. `receiver` is a raw or smart pointer.
 template <class Pointer, class Operation, class... Arguments>
-auto send(const Pointer& receiver, Operation operation, Arguments&&... arguments) {
+auto sendTo(const Pointer& receiver, Operation operation, Arguments&&... arguments) {
   using Result =
       std::decay_t<decltype(std::invoke(operation, *receiver, std::forward<Arguments>(arguments)...))>;
   if constexpr (std::is_void_v<Result>) {

@@ -3,11 +3,11 @@
 #include <atomic>
 #include <cstring>
 #include <map>
-#include <mutex>
 #include <new>
 #include <string>
 
-#include "platform/plist/Unicode.h"
+#include "platform/text/Unicode.h"
+#include "platform/threads/Mutex.h"
 
 namespace {
 
@@ -177,9 +177,9 @@ CFUUIDRef CFUUIDGetConstantUUIDWithBytes(CFAllocatorRef /*allocator*/, std::uint
                                          std::uint8_t b13, std::uint8_t b14, std::uint8_t b15) {
   const CFUUIDBytes bytes = {{b0, b1, b2, b3, b4, b5, b6, b7, b8, b9, b10, b11, b12, b13, b14, b15}};
   return orNull([&] {
-    static std::mutex& mutex = *new std::mutex;
+    static keldane::Mutex& mutex = *new keldane::Mutex({.name = "CFUUID constants", .innermost = true});
     static std::map<std::string, CFUUIDRef>& constants = *new std::map<std::string, CFUUIDRef>;
-    const std::lock_guard guard(mutex);
+    const keldane::ScopedLock guard(mutex);
     CFUUIDRef& constant =
         constants[std::string(reinterpret_cast<const char*>(bytes.bytes), sizeof(bytes.bytes))];
     if (constant == nullptr) {

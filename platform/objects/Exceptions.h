@@ -22,8 +22,9 @@ class Exception : public std::runtime_error {
   std::string name_, reason_;
 };
 
-/// An assertion of the system's own that failed: a bug at the place of call. `file` is without an extension,
-/// as the messages have it.
+/// An assertion of the system's own that failed: a bug at the place of call. File and line are part of the
+/// text that the system shows, so they are fixed: `file` has no extension, and `line` is a number with a name
+/// where it is used, not the line of the code as it stands today.
 class AssertionFailure : public Exception {
  public:
   AssertionFailure(const std::string& method, const std::string& file, int line,

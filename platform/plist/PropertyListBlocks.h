@@ -1,4 +1,4 @@
-// Memory for the many small nodes of a value that is read from bytes; for the files of this folder only.
+// Memory for the many small nodes of a value that is read from bytes; for this folder only.
 #pragma once
 
 #include <atomic>
@@ -9,9 +9,9 @@
 
 namespace keldane {
 
-/// Lays nodes side by side in blocks. A block goes when the last node in it has gone: what outlives its
-/// neighbours keeps no more than one block of them, which is no larger than `kBlockSize`, nor than what is
-/// expected. One thread; the nodes are then like any others.
+/// Allocates nodes side by side in blocks. A block is freed with the last node in it, so a node that outlives
+/// the others keeps one block, which is no larger than `kBlockSize`, nor than the expected bytes. One thread
+/// uses it; the nodes are like any others.
 class PropertyListBlocks {
  public:
   PropertyListBlocks() = default;
@@ -27,16 +27,17 @@ class PropertyListBlocks {
   static constexpr std::size_t kAlignment = alignof(PropertyListNode);
 
   struct alignas(kAlignment) Block {
-    std::atomic<std::uint32_t> users = 1;  // the nodes in it, and whoever fills it
+    std::atomic<std::uint32_t> users = 1;  // the nodes in it, and the PropertyListBlocks that fills it
   };
 
  public:
-  /// What a node takes of a block.
+  /// How many bytes of a block a node takes.
   static constexpr std::size_t sizeFor(std::size_t payload) {
     return (sizeof(PropertyListNode) + payload + kAlignment - 1) / kAlignment * kAlignment;
   }
 
-  /// Takes nodes that are dead, one after the other. Neighbours are counted together.
+  /// Frees dead nodes, one after the other. Nodes of one block that follow each other are counted down at
+  /// once.
   class Reclaimer {
    public:
     Reclaimer() = default;

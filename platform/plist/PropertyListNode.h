@@ -1,4 +1,4 @@
-// How property-list values lie in memory; for the files of this folder only.
+// How property-list values lie in memory; for this folder only.
 #pragma once
 
 #include <atomic>
@@ -8,9 +8,9 @@
 
 namespace keldane {
 
-/// The shared part of a value that does not fit the handle. Counted; freed when the last reference goes. What
-/// follows the header in the same allocation depends on the kind: text and a NUL, bytes, the handles of the
-/// elements, or the handle of the keys and those of the values.
+/// The shared part of a value that does not fit the handle. References are counted, and the node is freed
+/// with the last one. The bytes behind the header, in the same allocation, depend on the kind: text and a
+/// NUL, data, the handles of the elements, or the handle of the keys and those of the values.
 ///
 /// The keys are an array node of their own, so that dictionaries with the same keys share them. Behind the
 /// handles of keys that are too many to be searched one by one lie their positions in their order.
@@ -29,7 +29,8 @@ struct PropertyListNode {
   void addUnpublishedReference() const noexcept {
     references.store(references.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
   }
-  /// Whether that was the last one. Whoever holds the only one need not take it away from the others.
+  /// Whether that was the last one. The only reference is not counted down, because nobody else can see the
+  /// count.
   bool dropReference() const noexcept {
     return references.load(std::memory_order_acquire) == 1 ||
            references.fetch_sub(1, std::memory_order_acq_rel) == 1;
@@ -51,7 +52,7 @@ struct PropertyListNode {
   const PropertyList* members() const noexcept {
     return kind == PropertyList::Kind::array ? handles() : values();
   }
-  /// Of keys, when they are many.
+  /// For keys that are too many to be searched one by one: their positions in their order.
   std::uint32_t* order() noexcept { return reinterpret_cast<std::uint32_t*>(handles() + count); }
   const std::uint32_t* order() const noexcept {
     return reinterpret_cast<const std::uint32_t*>(handles() + count);
@@ -62,16 +63,18 @@ struct PropertyListNode {
   mutable std::atomic<std::uint32_t> references = 1;
   const PropertyList::Kind kind;
   PropertyList::NumberKind numberKind = PropertyList::NumberKind::boolean;
-  /// Where in a block it lies, in steps of its alignment; 0: it has an allocation of its own.
+  /// Where in a block the node lies, in steps of its alignment; 0 for a node with an allocation of its own.
   std::uint16_t placeInBlock = 0;
   /// Elements, entries, or bytes of text or data.
   const std::size_t count;
-  union {
+  /// The value of a scalar. It is mutable for the sake of the last two members, which are no part of the
+  /// value.
+  mutable union {
     std::int64_t signedInteger;
     std::uint64_t unsignedInteger;
     double real;
-    std::uint64_t marks;  ///< of text and data: the writer's, 0 until it was there
-    PropertyListNode* nextDead;
+    std::uint64_t marks;  ///< for text and data: what the writer keeps; 0 until then
+    const PropertyListNode* nextDead;
   } scalar = {0};
 };
 
@@ -87,7 +90,7 @@ class PropertyListAccess {
   static const PropertyListNode* node(const PropertyList& value) noexcept {
     return isInline(value) ? nullptr : reinterpret_cast<const PropertyListNode*>(value.bits_);
   }
-  /// What two handles of one value have in common; no reference.
+  /// The handle's word, which is the same for all handles of one value. It counts as no reference.
   static std::uintptr_t bits(const PropertyList& value) noexcept { return value.bits_; }
   /// Another handle of the value.
   static PropertyList share(std::uintptr_t bits) noexcept {

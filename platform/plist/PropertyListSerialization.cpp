@@ -2,13 +2,14 @@
 
 #include <algorithm>
 
-#include "platform/plist/BinaryPropertyListReader.h"
-#include "platform/plist/BinaryPropertyListWriter.h"
 #include "platform/plist/PropertyListError.h"
 #include "platform/plist/TextPropertyListReader.h"
-#include "platform/plist/Unicode.h"
-#include "platform/plist/XmlPropertyListReader.h"
-#include "platform/plist/XmlPropertyListWriter.h"
+#include "platform/plist/binary/BinaryPropertyListReader.h"
+#include "platform/plist/binary/BinaryPropertyListWriter.h"
+#include "platform/plist/binary/Format.h"
+#include "platform/plist/xml/XmlPropertyListReader.h"
+#include "platform/plist/xml/XmlPropertyListWriter.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane {
 

@@ -2,7 +2,7 @@
 
 #include "platform/plist/PropertyListError.h"
 #include "platform/plist/PropertyListSerialization.h"
-#include "platform/plist/Unicode.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane {
 

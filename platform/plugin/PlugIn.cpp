@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <array>
 #include <map>
-#include <mutex>
 
 #include "platform/files/UserFolders.h"
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -53,8 +53,9 @@ struct InstanceRegistry {
 
   static Key keyOf(CFUUIDRef factory) { return std::to_array(CFUUIDGetUUIDBytes(factory).bytes); }
 
-  std::mutex mutex;
-  std::map<Key, long> counts;  // guarded by mutex; a factory that was counted once stays, with 0 at last
+  Mutex mutex{{.name = "plug-in instances", .innermost = true}};
+  // A factory that was counted once stays, with a count of 0 in the end.
+  std::map<Key, long> counts KELDANE_GUARDED_BY(mutex);
 };
 
 InstanceRegistry& instances() {
@@ -169,7 +170,7 @@ extern "C" {
 
 void CFPlugInAddInstanceForFactory(CFUUIDRef factoryID) {
   keldane::InstanceRegistry& registry = keldane::instances();
-  const std::lock_guard guard(registry.mutex);
+  const keldane::ScopedLock guard(registry.mutex);
   try {
     ++registry.counts[keldane::InstanceRegistry::keyOf(factoryID)];
   } catch (const std::bad_alloc&) {  // the instance works uncounted; nothing is thrown at a C caller
@@ -178,7 +179,7 @@ void CFPlugInAddInstanceForFactory(CFUUIDRef factoryID) {
 
 void CFPlugInRemoveInstanceForFactory(CFUUIDRef factoryID) {
   keldane::InstanceRegistry& registry = keldane::instances();
-  const std::lock_guard guard(registry.mutex);
+  const keldane::ScopedLock guard(registry.mutex);
   const auto found = registry.counts.find(keldane::InstanceRegistry::keyOf(factoryID));
   if (found != registry.counts.end() && found->second > 0) {
     --found->second;
@@ -187,7 +188,7 @@ void CFPlugInRemoveInstanceForFactory(CFUUIDRef factoryID) {
 
 long CFPlugInGetInstanceCountForFactory(CFUUIDRef factoryID) {
   keldane::InstanceRegistry& registry = keldane::instances();
-  const std::lock_guard guard(registry.mutex);
+  const keldane::ScopedLock guard(registry.mutex);
   const auto found = registry.counts.find(keldane::InstanceRegistry::keyOf(factoryID));
   return found == registry.counts.end() ? 0 : found->second;
 }

@@ -1,10 +1,10 @@
 #include "platform/preferences/Preferences.h"
 
 #include <map>
-#include <mutex>
 
 #include "platform/files/UserFolders.h"
 #include "platform/preferences/PreferencesFile.h"
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -18,8 +18,8 @@ struct Domain {
 };
 
 struct Store {
-  std::mutex mutex;
-  std::map<std::string, Domain> domains;  // guarded by mutex
+  Mutex mutex{{.name = "Preferences"}};
+  std::map<std::string, Domain> domains KELDANE_GUARDED_BY(mutex);
 };
 
 Store& store() {
@@ -43,8 +43,9 @@ PropertyList Preferences::copyValue(const std::string& key, const std::string& d
   if (!isDomainName(domain)) {
     return {};
   }
-  const std::lock_guard guard(store().mutex);
-  Domain& known = store().domains[domain];
+  Store& all = store();
+  const ScopedLock guard(all.mutex);
+  Domain& known = all.domains[domain];
   const auto pending = known.pending.find(key);
   if (pending != known.pending.end()) {
     return pending->second;
@@ -59,16 +60,18 @@ void Preferences::setValue(const std::string& key, const PropertyList& value, co
   if (!isDomainName(domain)) {
     return;
   }
-  const std::lock_guard guard(store().mutex);
-  store().domains[domain].pending[key] = value;
+  Store& all = store();
+  const ScopedLock guard(all.mutex);
+  all.domains[domain].pending[key] = value;
 }
 
 bool Preferences::synchronize(const std::string& domain) {
   if (!isDomainName(domain)) {
     return false;
   }
-  const std::lock_guard guard(store().mutex);
-  Domain& known = store().domains[domain];
+  Store& all = store();
+  const ScopedLock guard(all.mutex);
+  Domain& known = all.domains[domain];
   PreferencesFile file(fileForDomain(domain));
   if (known.pending.empty()) {
     known.read = file.read(known.stored);
@@ -83,8 +86,9 @@ bool Preferences::synchronize(const std::string& domain) {
 }
 
 void Preferences::forget() {
-  const std::lock_guard guard(store().mutex);
-  store().domains.clear();
+  Store& all = store();
+  const ScopedLock guard(all.mutex);
+  all.domains.clear();
 }
 
 }  // namespace keldane

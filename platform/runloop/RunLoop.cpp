@@ -11,7 +11,6 @@
 #include <cerrno>
 #include <cmath>
 #include <list>
-#include <mutex>
 #include <set>
 #include <system_error>
 #include <vector>
@@ -19,6 +18,7 @@
 #include "platform/files/Descriptor.h"
 #include "platform/host/Host.h"
 #include "platform/syslog/SystemLog.h"
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -91,17 +91,17 @@ struct RunLoop::State {
     [[maybe_unused]] const ssize_t got = read(event.get(), &count, sizeof(count));
   }
 
-  // With the mutex held: the clock's next ringing is that of the earliest timer.
-  void setClock();
+  /// Sets the clock to the time of the earliest timer.
+  void setClock() KELDANE_REQUIRES(mutex);
 
   const Descriptor epoll, event, clock;
-  mutable std::mutex mutex;
-  // Guarded by the mutex:
-  std::list<Work> work;  // a list, from which what is cancelled is moved out without asking for memory
-  std::vector<std::shared_ptr<LoopTimer>> timers;
-  std::size_t ports = 0;
-  bool closed = false;
-  bool stopped = false;
+  mutable Mutex mutex{{.name = "RunLoop", .innermost = true}};
+  // A list, so that what is cancelled can be moved out of it without asking for memory.
+  std::list<Work> work KELDANE_GUARDED_BY(mutex);
+  std::vector<std::shared_ptr<LoopTimer>> timers KELDANE_GUARDED_BY(mutex);
+  std::size_t ports KELDANE_GUARDED_BY(mutex) = 0;
+  bool closed KELDANE_GUARDED_BY(mutex) = false;
+  bool stopped KELDANE_GUARDED_BY(mutex) = false;
 };
 
 struct RunLoop::State::LoopTimer : Timer, std::enable_shared_from_this<LoopTimer> {
@@ -118,7 +118,7 @@ struct RunLoop::State::LoopTimer : Timer, std::enable_shared_from_this<LoopTimer
         released;  // its destructor may run anything, so outside the lock
     const std::shared_ptr<LoopTimer> self = shared_from_this();
     if (const std::shared_ptr<State> loop = state.lock()) {
-      const std::lock_guard guard(loop->mutex);
+      const ScopedLock guard(loop->mutex);
       released = std::move(callback);
       callback = nullptr;
       std::erase(loop->timers, self);
@@ -131,7 +131,7 @@ struct RunLoop::State::LoopTimer : Timer, std::enable_shared_from_this<LoopTimer
     if (!loop) {
       return false;
     }
-    const std::lock_guard guard(loop->mutex);
+    const ScopedLock guard(loop->mutex);
     return callback != nullptr;
   }
 
@@ -157,17 +157,19 @@ void RunLoop::State::setClock() {
   timerfd_settime(clock.get(), TFD_TIMER_ABSTIME, &setting, nullptr);
 }
 
-/// The ids that were sent and not yet handled; the loop's work holds it, so that a port may go at any time.
+/// The ids that were sent and not yet handled are kept apart from the port, in an object that the loop's work
+/// shares, so that a port may go at any time.
 struct RunLoop::State::Port : MessagePort {
   struct Shared {
-    std::mutex mutex;
-    std::set<std::uint32_t> pending;                      // guarded by mutex
-    std::shared_ptr<const MessagePort::Handler> handler;  // guarded by mutex; null once invalid
+    Mutex mutex{{.name = "MessagePort", .innermost = true}};
+    std::set<std::uint32_t> pending KELDANE_GUARDED_BY(mutex);
+    // Null once the port is invalid.
+    std::shared_ptr<const MessagePort::Handler> handler KELDANE_GUARDED_BY(mutex);
   };
 
   Port(const std::shared_ptr<State>& loop, MessagePort::Handler handler) : state(loop) {
     shared->handler = std::make_shared<const MessagePort::Handler>(std::move(handler));
-    const std::lock_guard guard(loop->mutex);
+    const ScopedLock guard(loop->mutex);
     ++loop->ports;
   }
   ~Port() override { Port::invalidate(); }
@@ -179,17 +181,18 @@ struct RunLoop::State::Port : MessagePort {
     if (!loop) {
       return;
     }
-    // Made before anything is noted, so that without memory the next message sends the wake-up.
+    // Made before anything is recorded, so that the next message sends the wake-up when there is no memory
+    // now.
     std::list<Work> wakeUp;
     wakeUp.push_back({[messages = shared] { deliver(*messages); }, shared.get()});
     {
-      const std::lock_guard guard(shared->mutex);
+      const ScopedLock guard(shared->mutex);
       const bool waiting = !shared->pending.empty();
       if (!shared->handler || !shared->pending.insert(messageId).second || waiting) {
-        return;  // rides on the wake-up that was already sent
+        return;  // a wake-up was already sent
       }
     }
-    const std::lock_guard guard(loop->mutex);
+    const ScopedLock guard(loop->mutex);
     if (!loop->closed) {
       loop->work.splice(loop->work.end(), wakeUp);
       loop->signalWork();
@@ -199,7 +202,7 @@ struct RunLoop::State::Port : MessagePort {
   void invalidate() override {
     std::shared_ptr<const MessagePort::Handler> released;
     {
-      const std::lock_guard guard(shared->mutex);
+      const ScopedLock guard(shared->mutex);
       if (!shared->handler) {
         return;
       }
@@ -207,7 +210,7 @@ struct RunLoop::State::Port : MessagePort {
       shared->pending.clear();
     }
     if (const std::shared_ptr<State> loop = state.lock()) {
-      const std::lock_guard guard(loop->mutex);
+      const ScopedLock guard(loop->mutex);
       --loop->ports;
       std::erase_if(loop->work, [&](const Work& piece) { return piece.owner == shared.get(); });
     }
@@ -216,13 +219,13 @@ struct RunLoop::State::Port : MessagePort {
   static void deliver(Shared& messages) {
     std::set<std::uint32_t> ids;
     {
-      const std::lock_guard guard(messages.mutex);
+      const ScopedLock guard(messages.mutex);
       ids.swap(messages.pending);
     }
     for (const std::uint32_t id : ids) {
       std::shared_ptr<const MessagePort::Handler> handler;
       {
-        const std::lock_guard guard(messages.mutex);
+        const ScopedLock guard(messages.mutex);
         handler = messages.handler;
       }
       if (handler) {
@@ -240,7 +243,7 @@ RunLoop::RunLoop() : state_(std::make_shared<State>()) {}
 RunLoop::~RunLoop() {
   std::list<State::Work> work;
   std::vector<std::shared_ptr<State::LoopTimer>> timers;
-  const std::lock_guard guard(state_->mutex);
+  const ScopedLock guard(state_->mutex);
   state_->closed = true;
   work.swap(state_->work);
   timers.swap(state_->timers);
@@ -265,17 +268,17 @@ bool RunLoop::runDue() {
   const std::shared_ptr<State> state = state_;
   bool ran = false;
 
-  // What is queued from here on belongs to the next pass, so that a pass always ends.
+  // Work that is queued from here on belongs to the next pass, so that every pass ends.
   std::size_t pieces = 0;
   {
-    const std::lock_guard guard(state->mutex);
+    const ScopedLock guard(state->mutex);
     pieces = state->work.size();
     state->clearSignal();
   }
   for (; pieces > 0; --pieces) {
     State::Work piece;
     {
-      const std::lock_guard guard(state->mutex);
+      const ScopedLock guard(state->mutex);
       if (state->work.empty()) {
         break;  // cancelled meanwhile
       }
@@ -286,7 +289,7 @@ bool RunLoop::runDue() {
     guarded(piece.run);
   }
   {
-    const std::lock_guard guard(state->mutex);
+    const ScopedLock guard(state->mutex);
     if (!state->work.empty()) {
       state->signalWork();
     }
@@ -297,7 +300,7 @@ bool RunLoop::runDue() {
     std::shared_ptr<State::LoopTimer> timer;
     std::shared_ptr<std::function<void(Timer&)>> callback;
     {
-      const std::lock_guard guard(state->mutex);
+      const ScopedLock guard(state->mutex);
       const auto earliest = std::min_element(state->timers.begin(), state->timers.end(),
                                              [](const auto& a, const auto& b) { return a->due < b->due; });
       if (earliest == state->timers.end() || (*earliest)->due > now) {
@@ -324,13 +327,13 @@ void RunLoop::run(Seconds duration) {
   const std::shared_ptr<State> state = state_;
   const Clock::time_point end = Clock::now() + nanoseconds(duration);
   {
-    const std::lock_guard guard(state->mutex);
+    const ScopedLock guard(state->mutex);
     state->stopped = false;
   }
   for (;;) {
     runDue();
     {
-      const std::lock_guard guard(state->mutex);
+      const ScopedLock guard(state->mutex);
       if (state->stopped) {
         return;
       }
@@ -346,7 +349,7 @@ void RunLoop::run(Seconds duration) {
 }
 
 void RunLoop::stop() {
-  const std::lock_guard guard(state_->mutex);
+  const ScopedLock guard(state_->mutex);
   state_->stopped = true;
   state_->signalWork();
 }
@@ -355,21 +358,22 @@ std::shared_ptr<Timer> RunLoop::scheduleTimer(Seconds interval, bool repeats,
                                               std::function<void(Timer&)> callback) {
   const auto timer = std::make_shared<State::LoopTimer>(
       state_, std::max(nanoseconds(interval), kShortestInterval), repeats, std::move(callback));
-  const std::lock_guard guard(state_->mutex);
+  const ScopedLock guard(state_->mutex);
   state_->timers.push_back(timer);
   state_->setClock();
   return timer;
 }
 
 void RunLoop::perform(std::function<void()> work, const void* owner) {
-  const std::lock_guard guard(state_->mutex);
+  const ScopedLock guard(state_->mutex);
   state_->work.push_back({std::move(work), owner});
   state_->signalWork();
 }
 
 void RunLoop::cancel(const void* owner) {
-  std::list<State::Work> dropped;  // what the work holds may call back here as it goes
-  const std::lock_guard guard(state_->mutex);
+  std::list<State::Work>
+      dropped;  // its destructors may call back here, so they run after the lock is released
+  const ScopedLock guard(state_->mutex);
   for (auto at = state_->work.begin(); at != state_->work.end();) {
     const auto piece = at++;
     if (piece->owner == owner) {
@@ -383,7 +387,7 @@ std::unique_ptr<MessagePort> RunLoop::openPort(MessagePort::Handler handler) {
 }
 
 RunLoop::Load RunLoop::load() const {
-  const std::lock_guard guard(state_->mutex);
+  const ScopedLock guard(state_->mutex);
   return {state_->timers.size(), state_->work.size(), state_->ports};
 }
 

@@ -11,9 +11,9 @@
 #include <cstring>
 #include <ctime>
 #include <memory>
-#include <mutex>
 
 #include "platform/files/Descriptor.h"
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -21,11 +21,14 @@ namespace {
 
 using Receiver = std::function<void(std::string_view)>;
 
-std::mutex receiverMutex;
+struct ReceiverSlot {
+  Mutex mutex{{.name = "log receiver", .innermost = true}};
+  std::shared_ptr<const Receiver> receiver KELDANE_GUARDED_BY(mutex);
+};
 
-std::shared_ptr<const Receiver>& receiverSlot() {
-  static auto& receiver = *new std::shared_ptr<const Receiver>;  // guarded by receiverMutex
-  return receiver;
+ReceiverSlot& receiverSlot() {
+  static ReceiverSlot& slot = *new ReceiverSlot;  // threads may still log while the process ends
+  return slot;
 }
 
 std::string linePrefix() {
@@ -57,7 +60,7 @@ void writeWhole(std::string_view line) {
     if (written > 0) {
       line.remove_prefix(static_cast<std::size_t>(written));
     } else if (written == 0 || errno != EINTR) {
-      return;  // nobody reads it; the line stands in the system log all the same
+      return;  // nobody reads it, but the system log has the line
     }
   }
 }
@@ -67,8 +70,9 @@ void writeWhole(std::string_view line) {
 void logLine(std::string_view text) {
   std::shared_ptr<const Receiver> receiver;
   {
-    const std::lock_guard guard(receiverMutex);
-    receiver = receiverSlot();
+    ReceiverSlot& slot = receiverSlot();
+    const ScopedLock guard(slot.mutex);
+    receiver = slot.receiver;
   }
   if (receiver) {
     (*receiver)(text);
@@ -92,8 +96,9 @@ void sendToSystemLog(std::string_view text, const char* socketPath) {
 
 void setLogReceiver(Receiver receiver) {
   auto next = receiver ? std::make_shared<const Receiver>(std::move(receiver)) : nullptr;
-  const std::lock_guard guard(receiverMutex);
-  receiverSlot().swap(next);
+  ReceiverSlot& slot = receiverSlot();
+  const ScopedLock guard(slot.mutex);
+  slot.receiver.swap(next);
 }
 
 }  // namespace keldane

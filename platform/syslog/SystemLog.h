@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/syslog/Format.h"
+#include "platform/text/Format.h"
 
 namespace keldane {
 

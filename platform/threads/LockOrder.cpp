@@ -118,7 +118,7 @@ void LockRecord::willTake() const {
   {
     const std::lock_guard guard(graph().mutex);
     for (const LockRecord* lock : held()) {
-      if (lock->traits_.leaf) {
+      if (lock->traits_.innermost || (lock->traits_.leaf && !traits_.innermost)) {
         found = std::string("Nothing is to be taken under ") + lock->traits_.name +
                 ", but a thread that holds " + names + " takes " + traits_.name;
       }

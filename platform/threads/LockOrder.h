@@ -10,7 +10,8 @@ namespace keldane {
 /// What the owner of a lock says of it.
 struct LockTraits {
   const char* name = "a lock";
-  bool leaf = false;              ///< nothing is taken while it is held
+  bool leaf = false;              ///< nothing is taken while it is held, but an innermost one
+  bool innermost = false;         ///< a leaf that a service takes for a moment, whatever its caller holds
   bool heldWhileWaiting = false;  ///< a thread may hold it while it waits for the condition of another lock
 };
 
@@ -31,9 +32,9 @@ class LockOrder {
 /// The part of a lock that is noted. Of each thread it keeps the locks that it holds, and of each lock those
 /// that were ever taken while it was held, until one of the two goes. A lock that leads back, over any number
 /// of others, to one that the thread holds is a finding, which names the locks that the threads held on
-/// either way. So is a second acquisition of what is held already, anything taken under a leaf, and a wait
-/// for a condition under a lock that is not made for it. Any thread; noted under one lock for the process, so
-/// that it is built in for tests only.
+/// either way. So is a second acquisition of what is held already, anything taken under a leaf, but an
+/// innermost lock under one that is not innermost itself, and a wait for a condition under a lock that is not
+/// made for it. Any thread; noted under one lock for the process, so that it is built in for tests only.
 class LockRecord {
  public:
   explicit LockRecord(LockTraits traits) : traits_(traits) {}

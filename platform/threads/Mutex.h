@@ -1,7 +1,10 @@
-// std::mutex and its recursive relative with the annotations that clang's thread-safety analysis reads, and
-// with a record of the order in which they are taken where that is built in.
+// The locks of the project: std::mutex and its recursive relative with the annotations that clang's
+// thread-safety analysis reads, and with a record of the order in which they are taken where that is built
+// in.
 #pragma once
 
+#include <chrono>
+#include <condition_variable>
 #include <mutex>
 
 #include "platform/threads/Annotations.h"
@@ -22,7 +25,7 @@ class KELDANE_CAPABILITY("mutex") Mutex {
   bool try_lock() KELDANE_TRY_ACQUIRE(true) {
     const bool isTaken = mutex_.try_lock();
     if (isTaken) {
-      record_.taken();  // who does not wait makes no order
+      record_.taken();  // a thread that does not wait makes no order
     }
     return isTaken;
   }
@@ -33,8 +36,44 @@ class KELDANE_CAPABILITY("mutex") Mutex {
   const LockRecord& record() const { return record_; }
 
  private:
+  friend class Condition;
   std::mutex mutex_;
   [[no_unique_address]] LockRecord record_;
+};
+
+/// A condition variable for a Mutex. A thread holds no other lock while it waits, but one that is made for
+/// that
+/// (`heldWhileWaiting`). The predicates are asked with the mutex held.
+class Condition {
+ public:
+  template <class Predicate>
+  void wait(Mutex& mutex, const Predicate& isTrue) KELDANE_REQUIRES(mutex) {
+    released(mutex, [&](std::unique_lock<std::mutex>& lock) { condition_.wait(lock, isTrue); });
+  }
+  /// Waits no longer than `duration`; answers what the predicate says in the end.
+  template <class Duration, class Predicate>
+  bool waitFor(Mutex& mutex, const Duration& duration, const Predicate& isTrue) KELDANE_REQUIRES(mutex) {
+    bool answer = false;
+    released(mutex, [&](std::unique_lock<std::mutex>& lock) {
+      answer = condition_.wait_for(lock, duration, isTrue);
+    });
+    return answer;
+  }
+  void notifyAll() { condition_.notify_all(); }
+
+ private:
+  /// Takes the mutex out of the record while the work waits.
+  template <class Work>
+  static void released(Mutex& mutex, const Work& work) {
+    std::unique_lock lock(mutex.mutex_, std::adopt_lock);
+    mutex.record_.released();
+    mutex.record_.willWait();
+    work(lock);
+    mutex.record_.taken();
+    lock.release();
+  }
+
+  std::condition_variable condition_;
 };
 
 /// An object's own monitor: the thread that holds it may take it again.

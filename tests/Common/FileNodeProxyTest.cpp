@@ -81,6 +81,47 @@ TEST_F(FileNodeProxyTest, ManyPathsHaveTheNodesThatTheDaemonKnows) {
   EXPECT_EQ(asked("dictionaryForPath:withDirSizes:"), (Paths{"/a.txt", "/b.txt"}));
 }
 
+TEST_F(FileNodeProxyTest, OfManyPathsThoseWithoutAnAnswerAreLeftOut) {
+  daemon_.answer("dictionaryForPath:withDirSizes:", [](const PropertyList::Array& arguments) {
+    return arguments.at(0).string() == "/b" ? PropertyList() : entry("x");
+  });
+  const auto nodes = KeldaneFileNode::fileNodesForPaths({"/a", "/b", "/c"}, proxy_.get());
+  ASSERT_EQ(nodes.size(), 2U);
+  EXPECT_EQ(nodes[0]->path(), "/a");
+  EXPECT_EQ(nodes[1]->path(), "/c");
+}
+
+TEST_F(FileNodeProxyTest, ThePathThatWasGivenStandsWhateverTheAnswerSays) {
+  daemon_.answer("dictionaryForPath:withDirSizes:",
+                 PropertyList::dictionary({{"fileName", "x"}, {"path", "/elsewhere"}}));
+  EXPECT_EQ(KeldaneFileNode::fileNodeForPath("/a", proxy_.get())->path(), "/a");
+}
+
+TEST_F(FileNodeProxyTest, AskedForFolderSizesTheDaemonIsToldSo) {
+  daemon_.answer("dictionaryForPath:withDirSizes:", entry("a"));
+  KeldaneFileNode::fileNodeForPath("/a", true, proxy_.get());
+  KeldaneFileNode::fileNodeForPath("/a", false, proxy_.get());
+  KeldaneFileNode::fileNodeForPath("/a", proxy_.get());
+  std::vector<std::int32_t> sizes;
+  for (const DaemonCall& call : daemon_.calls()) {
+    sizes.push_back(call.arguments.at(1).intValue());
+  }
+  EXPECT_EQ(sizes, (std::vector<std::int32_t>{1, 0, 0}));
+}
+
+TEST_F(FileNodeProxyTest, ReadingADictionaryWithChildrenReplacesTheList) {
+  const KeldaneFileNode::Pointer mine = KeldaneFileNode::create("mine", false);
+  root_->addChild(mine);
+  root_->initWithDictionary(PropertyList::dictionary(
+      {{"fileName", "/"}, {"path", "/"}, {"children", PropertyList::array({entry("Users")})}}));
+  EXPECT_EQ(root_->childWithName("mine"), nullptr);
+  const KeldaneFileNode::Pointer users = root_->childWithName("Users");
+  ASSERT_NE(users, nullptr);
+  const auto* same = dynamic_cast<KeldaneFileNodeProxy*>(users.get());
+  ASSERT_NE(same, nullptr) << "of the same class";
+  EXPECT_EQ(same->proxy(), proxy_);
+}
+
 TEST_F(FileNodeProxyTest, AnAbsentAnswerIsNotAskedForAgainAndKeepsWhatWasThere) {
   EXPECT_EQ(root_->children(), nullptr);
   EXPECT_EQ(root_->children(), nullptr);
@@ -112,6 +153,44 @@ TEST_F(FileNodeProxyTest, WhateverGoesThroughTheChildrenLoadsThem) {
   root_->flush();
   EXPECT_EQ(root_->sizeValue(), 0U);
   EXPECT_EQ(asked("childrenDictionariesForPath:").size(), 4U) << "a size asks only once there is a list";
+}
+
+TEST_F(FileNodeProxyTest, ASizeLoadsTheChildrenOnceThereIsAList) {
+  daemonHas({PropertyList::dictionary({{"fileName", "a"}, {"size", 5}})});
+  root_->addChild(KeldaneFileNode::create("mine", false));
+  EXPECT_EQ(root_->sizeValue(), 5U);
+}
+
+TEST_F(FileNodeProxyTest, DeselectingLoadsTheChildren) {
+  root_->setSelected(0);
+  EXPECT_EQ(asked("childrenDictionariesForPath:").size(), 1U);
+}
+
+TEST_F(FileNodeProxyTest, TheDeepestSelectionsLoadTheChildren) {
+  EXPECT_TRUE(root_->deepestFullSelections().empty());
+  EXPECT_EQ(asked("childrenDictionariesForPath:").size(), 1U);
+}
+
+TEST_F(FileNodeProxyTest, AChangeBelowLoadsTheChildrenThatAreCounted) {
+  const KeldaneFileNode::Pointer child = KeldaneFileNode::create("mine", true);
+  root_->addChild(child);
+  daemonHas({entry("Users")});
+  child->setSelected(1);
+  EXPECT_EQ(asked("childrenDictionariesForPath:").size(), 1U);
+  EXPECT_EQ(root_->selected(), 0) << "of what the daemon has nothing is selected";
+}
+
+TEST_F(FileNodeProxyTest, ACopyOfALoadedNodeIsNotLoaded) {
+  daemonHas({entry("Users")});
+  EXPECT_EQ(root_->count(), 1U);
+  const KeldaneFileNode::Pointer copy = root_->copy();
+  auto* same = dynamic_cast<KeldaneFileNodeProxy*>(copy.get());
+  ASSERT_NE(same, nullptr);
+  same->setProxy(proxy_);
+  daemonHas({entry("Users"), entry("Applications")});
+  same->setPath("/");
+  EXPECT_EQ(copy->count(), 2U) << "asked for anew";
+  EXPECT_EQ(root_->count(), 1U);
 }
 
 TEST_F(FileNodeProxyTest, AddingAPathMakesWhatIsMissingAndAsksForIt) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "platform/objects/Exceptions.h"
@@ -213,10 +214,28 @@ TEST(FileNode, ARestoreBrowserHidesWhatCannotBeReadHere) {
   EXPECT_TRUE(shows(folder / "none", 0x800)) << "an active folder that is not here";
   EXPECT_FALSE(shows(folder / "none", 0xC00)) << "not active";
   EXPECT_TRUE(shows(folder / "none", 0x10));
-  if (geteuid() != 0) {  // root reads everything
-    chmod(file.c_str(), 0);
-    EXPECT_FALSE(shows(file, 0x10));
+}
+
+TEST(FileNode, ARestoreBrowserHidesWhatThisUserCannotRead) {
+  const TemporaryFolder folder;
+  const std::string file = folder.write("a", "");
+  chmod(folder.path().c_str(), 0711);
+  chmod(file.c_str(), 0);
+  const pid_t child = fork();
+  if (child == 0) {  // root, as whom tests may run, reads everything
+    if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) {
+      _exit(2);
+    }
+    const Node::Pointer node = Node::create();
+    node->setPath(file);
+    node->setBackupFlags(0x10);
+    const bool isHidden = !node->showInRestoreBrowser();
+    node->setPath(file + "none");
+    _exit(isHidden && node->showInRestoreBrowser() ? 0 : 1);
   }
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
 }
 
 // --- Dictionaries ---
@@ -230,6 +249,36 @@ TEST(FileNodeDictionary, ANameAloneMakesANode) {
   EXPECT_EQ(node->sizeValue(), 0U);
   EXPECT_EQ(node->backupDateString(), "Never");
   EXPECT_EQ(node->children(), nullptr);
+}
+
+TEST(FileNodeDictionary, ANameAloneMakesEveryNumberZero) {
+  const Node::Pointer node = Node::create();
+  node->setIsDirectory(true);
+  node->setBackupFlags(1);
+  node->setSimpleFlags(2);
+  node->setBackupColor(3);
+  node->setTotalCount(4);
+  node->setUid(5);
+  node->setGid(6);
+  node->setSizeValue(7);
+  node->initWithDictionary(PropertyList::dictionary({{"fileName", "a"}}));
+  EXPECT_FALSE(node->isDirectory());
+  EXPECT_EQ(node->backupFlags(), 0U);
+  EXPECT_EQ(node->simpleFlags(), 0U);
+  EXPECT_EQ(node->backupColor(), 0);
+  EXPECT_EQ(node->totalCount(), 0U);
+  EXPECT_EQ(node->uid(), 0U);
+  EXPECT_EQ(node->gid(), 0U);
+  EXPECT_EQ(node->sizeValue(), 0U);
+}
+
+TEST(FileNodeDictionary, ReadingAgainForgetsWhatNoDictionaryCarries) {
+  const Node::Pointer node = Node::create();
+  node->setPurgeDate(Date{1});
+  node->setImage(std::make_shared<int>(1));
+  node->initWithDictionary(PropertyList::dictionary({{"fileName", "a"}}));
+  EXPECT_TRUE(node->purgeDate().isAbsent());
+  EXPECT_EQ(node->image(), nullptr);
 }
 
 TEST(FileNodeDictionary, AnEmptyNodeHasEightKeys) {
@@ -256,6 +305,12 @@ TEST(FileNodeDictionary, AChildListThatWasEmptiedIsWritten) {
   node->initWithDictionary(PropertyList::dictionary({{"children", PropertyList::array({})}}));
   EXPECT_TRUE(node->recursiveDictionary()["children"].isArray());
   EXPECT_EQ(node->recursiveDictionary()["children"].count(), 0U);
+  const Node::Pointer parent = nodeNamed("f");
+  const Node::Pointer child = nodeNamed("c");
+  parent->addChild(child);
+  parent->removeChild(child);
+  EXPECT_TRUE(parent->recursiveDictionary()["children"].isArray());
+  EXPECT_EQ(parent->recursiveDictionary()["children"].count(), 0U);
 }
 
 PropertyList sample() {
@@ -385,8 +440,21 @@ TEST(FileNodeDictionary, ANodeFromTheFileSystem) {
   EXPECT_EQ(file->path(), folder / "a.txt");
   EXPECT_EQ(file->fileName().string(), "a.txt");
   EXPECT_EQ(file->sizeValue(), 5U);
-  EXPECT_EQ(file->uid(), getuid());
+  EXPECT_EQ(file->displayName().string(), "a.txt");
+  EXPECT_TRUE(file->dictionary()["displayName"].isString()) << "stored, not only derived";
+  ASSERT_EQ(lchown((folder / "a.txt").c_str(), static_cast<uid_t>(-1), geteuid() == 0 ? 4321 : getgid()), 0);
+  const Node::Pointer owned = Node::fileNodeForPath(folder / "a.txt");
+  EXPECT_EQ(owned->uid(), getuid());
+  EXPECT_EQ(owned->gid(), geteuid() == 0 ? 4321 : getgid());
   EXPECT_FALSE(file->isDirectory());
+  std::filesystem::create_symlink("a.txt", folder / "link");
+  const Node::Pointer link = Node::fileNodeForPath(folder / "link");
+  EXPECT_EQ(link->fileName().string(), "link");
+  EXPECT_EQ(link->gid(), getgid()) << "the link's, not the target's";
+  std::filesystem::create_symlink(".", folder / "here");
+  const Node::Pointer here = Node::fileNodeForPath(folder / "here");
+  EXPECT_TRUE(here->isDirectory()) << "as the target is";
+  EXPECT_EQ(here->sizeValue(), 1U) << "the length of the link's own text";
   EXPECT_TRUE(Node::fileNodeForPath(folder.path())->isDirectory());
   const Node::Pointer none = Node::fileNodeForPath(folder / "none");
   EXPECT_EQ(none->path(), folder / "none");

@@ -2,48 +2,20 @@
 
 #include <random>
 
-#include "Common/FileNode.h"
 #include "platform/objects/Exceptions.h"
 #include "platform/plist/PropertyListSerialization.h"
+#include "tests/Common/FileNodes.h"
 
 namespace keldane {
 
-class KeldaneFileNodePrivateMethods {
- public:
-  static void checkSelections(KeldaneFileNode& node) { node.checkSelections(); }
-};
-
 namespace {
 
-using Node = KeldaneFileNode;
-
-Node::Pointer named(const char* name) { return Node::create(name, false); }
-
-Node::Pointer folder(const char* name, const std::vector<Node::Pointer>& children = {}) {
-  const Node::Pointer node = Node::create(name, true);
-  for (const Node::Pointer& child : children) {
-    node->addChild(child);
-  }
-  return node;
-}
-
-Node::Pointer rootOf(const std::vector<Node::Pointer>& children) {
-  const Node::Pointer root = folder("/", children);
-  root->setPath("/");
-  return root;
-}
-
-std::vector<std::string> namesOf(const Node::ChildList* list) {
-  std::vector<std::string> names;
-  if (list != nullptr) {
-    for (const Node& child : *list) {
-      names.emplace_back(child.fileName().string());
-    }
-  }
-  return names;
-}
-
-using Names = std::vector<std::string>;
+using testing::folder;
+using testing::named;
+using testing::Names;
+using testing::namesOf;
+using testing::Node;
+using testing::rootOf;
 
 TEST(FileNodeTree, PathsLeadFromTheRoot) {
   const Node::Pointer x = named("x");
@@ -86,6 +58,22 @@ TEST(FileNodeTree, RemovingByPathDetachesOrDoesNothing) {
   EXPECT_EQ(root->count(), 2U);
 }
 
+TEST(FileNodeTree, OneChildMayBeThereTwiceAndGoesAtOnce) {
+  const Node::Pointer child = named("a");
+  const Node::Pointer root = rootOf({child, child, named("b")});
+  EXPECT_EQ(namesOf(root->children()), (Names{"a", "a", "b"}));
+  root->removeChild(child);
+  EXPECT_EQ(namesOf(root->children()), Names{"b"});
+}
+
+TEST(FileNodeTree, RemovingByPathTakesWhatHoldsThatPathFromElsewhere) {
+  const Node::Pointer stale = Node::create();
+  stale->initWithDictionary(PropertyList::dictionary({{"fileName", "b"}, {"path", "/a"}}));
+  const Node::Pointer root = rootOf({named("a"), stale, named("c")});
+  root->removeNodeAtPath("/a");
+  EXPECT_EQ(namesOf(root->children()), Names{"c"}) << "nodes of one path are equal, whatever their names";
+}
+
 TEST(FileNodeTree, WithoutPathsANodeIsEqualToNoneAndRemovedAsItself) {
   const Node::Pointer one = named("a");
   const Node::Pointer parent = folder("f", {one, named("a")});
@@ -116,8 +104,10 @@ TEST(FileNodeTree, ToldWhetherThereAreFoldersAndFiles) {
 
 TEST(FileNodeTree, AFlushDropsTheSubtree) {
   const Node::Pointer root = rootOf({folder("f", {named("x")})});
+  root->setImage(std::make_shared<int>(1));
   root->flush();
   EXPECT_EQ(root->children(), nullptr);
+  EXPECT_EQ(root->image(), nullptr);
   root->addChild(named("new"));
   EXPECT_EQ(root->count(), 1U);
 }
@@ -387,170 +377,5 @@ TEST(FileNodeTree, ADictionaryCarriesWhatItShouldAndLosesTheRest) {
     ASSERT_NO_FATAL_FAILURE(expectSameButWhatIsLost(*before, *after));
   }
 }
-
-// --- Selection ---
-
-Node::Pointer backedUp(const char* name) {
-  const Node::Pointer node = named(name);
-  node->setBackupDate(Date{1});
-  return node;
-}
-
-TEST(FileNodeSelection, WhatWasNeverBackedUpRefusesButItsParentIsChecked) {
-  const Node::Pointer file = named("a");
-  const Node::Pointer other = backedUp("b");
-  const Node::Pointer parent = folder("f", {file, other});
-  parent->setSelected(1);
-  EXPECT_EQ(parent->selected(), 1) << "not derived anew from the file that refused";
-  file->setSelected(1);
-  EXPECT_EQ(file->selected(), 0);
-  EXPECT_EQ(parent->selected(), -1);
-}
-
-TEST(FileNodeSelection, AFolderStandsAsSelectedUntilAChangeBelowClimbsThroughIt) {
-  const Node::Pointer a = backedUp("a");
-  const Node::Pointer b = named("b");
-  const Node::Pointer f = folder("F", {a, b});
-  f->setSelected(1);
-  EXPECT_EQ(f->selected(), 1);
-  EXPECT_EQ(a->selected(), 1);
-  EXPECT_EQ(b->selected(), 0);
-  a->setSelected(0);
-  EXPECT_EQ(f->selected(), 0);
-  a->setSelected(1);
-  EXPECT_EQ(f->selected(), -1);
-}
-
-TEST(FileNodeSelection, AnyNumberButZeroSelects) {
-  const Node::Pointer a = backedUp("a");
-  a->setSelected(-1);
-  EXPECT_EQ(a->selected(), 1);
-  a->setSelected(0);
-  EXPECT_EQ(a->selected(), 0);
-}
-
-TEST(FileNodeSelection, CheckingAFolderWithoutChildrenSelectsIt) {
-  const Node::Pointer empty = folder("f");
-  KeldaneFileNodePrivateMethods::checkSelections(*empty);
-  EXPECT_EQ(empty->selected(), 1);
-}
-
-TEST(FileNodeSelection, PartlySelectedClimbsToTheRoot) {
-  const Node::Pointer a = backedUp("a");
-  const Node::Pointer root = rootOf({folder("f", {folder("g", {a, backedUp("b")})}), backedUp("c")});
-  a->setSelected(1);
-  EXPECT_EQ(root->selected(), -1);
-  EXPECT_EQ(root->nodeAtPath("/f")->selected(), -1);
-  EXPECT_EQ(root->nodeAtPath("/c")->selected(), 0);
-  root->nodeAtPath("/f/g/b")->setSelected(1);
-  EXPECT_EQ(root->nodeAtPath("/f")->selected(), 1);
-  EXPECT_EQ(root->selected(), -1);
-  root->setSelected(0);
-  EXPECT_EQ(a->selected(), 0);
-}
-
-Names pathsOf(const std::vector<Node::Pointer>& nodes) {
-  Names paths;
-  for (const Node::Pointer& node : nodes) {
-    paths.push_back(node->path().value_or("none"));
-  }
-  return paths;
-}
-
-TEST(FileNodeSelection, ComesDownToItsDeepestFoldersOrItsTopmostNodes) {
-  const Node::Pointer root =
-      rootOf({folder("F", {folder("S", {backedUp("x"), backedUp("y")}), backedUp("c")}), folder("empty"),
-              folder("part", {backedUp("p"), backedUp("q")})});
-  root->nodeAtPath("/F")->setSelected(1);
-  EXPECT_EQ(pathsOf(root->deepestFullSelections()), (Names{"/F/S", "/F/c"}));
-  EXPECT_EQ(pathsOf(root->selectedChildren(false)), Names{"/F"});
-  EXPECT_EQ(pathsOf(root->selectedChildren(true)), (Names{"/F/S/x", "/F/S/y", "/F/c"}));
-  root->nodeAtPath("/empty")->setSelected(1);
-  root->nodeAtPath("/part/q")->setSelected(1);
-  EXPECT_EQ(pathsOf(root->deepestFullSelections()), (Names{"/F/S", "/F/c", "/empty", "/part/q"}));
-  EXPECT_EQ(pathsOf(root->selectedChildren(false)), (Names{"/F", "/empty", "/part/q"}));
-  EXPECT_EQ(pathsOf(root->selectedChildren(true)), (Names{"/F/S/x", "/F/S/y", "/F/c", "/part/q"}))
-      << "an empty folder has nothing in it";
-  EXPECT_TRUE(backedUp("a")->deepestFullSelections().empty());
-  EXPECT_TRUE(backedUp("a")->selectedChildren(false).empty());
-}
-
-// --- Sorting ---
-
-TEST(FileNodeSorting, TheFirstKeyDecidesAndLaterOnesBreakTies) {
-  const auto sized = [](const char* name, std::uint64_t size) {
-    const Node::Pointer node = named(name);
-    node->setSizeValue(size);
-    return node;
-  };
-  const Node::Pointer inner = folder("inner", {named("z"), named("y")});
-  const Node::Pointer root = rootOf({sized("b", 1), sized("c", 2), inner, sized("a", 1)});
-  root->sortUsingDescriptors({{"size", false}, {"fileName"}});
-  EXPECT_EQ(namesOf(root->children()), (Names{"c", "a", "b", "inner"}));
-  EXPECT_EQ(namesOf(inner->children()), (Names{"y", "z"})) << "all the way down";
-  root->sortUsingDescriptors({{"isDirectory", false}, {"fileName", false}});
-  EXPECT_EQ(namesOf(root->children()), (Names{"inner", "c", "b", "a"}));
-  root->sortUsingDescriptors({{"fileName", true, [](const PropertyList& one, const PropertyList& other) {
-                                 return static_cast<int>(one.string().size()) -
-                                        static_cast<int>(other.string().size());
-                               }}});
-  EXPECT_EQ(namesOf(root->children()), (Names{"c", "b", "a", "inner"})) << "equal ones stay in order";
-  root->sortUsingDescriptors({});
-  named("a")->sortUsingDescriptors({{"fileName"}});
-}
-
-TEST(FileNodeSorting, EveryAccessorIsAKeyAndNothingElse) {
-  const Node::Pointer node = rootOf({});
-  for (const char* key : {"fileName",
-                          "displayName",
-                          "isDirectory",
-                          "selected",
-                          "backupFlags",
-                          "backupPriority",
-                          "simpleFlags",
-                          "backupColor",
-                          "backupColorString",
-                          "totalCount",
-                          "count",
-                          "size",
-                          "sizeValue",
-                          "path",
-                          "uid",
-                          "uidString",
-                          "gid",
-                          "gidString",
-                          "inPolicy",
-                          "inPolicyValue",
-                          "isBackup",
-                          "isExcluded",
-                          "isNotActive",
-                          "isFolder",
-                          "isMissing",
-                          "isBundle",
-                          "showInRestoreBrowser",
-                          "backupFlagsString",
-                          "simpleFlagsString",
-                          "backupDateString",
-                          "description"}) {
-    EXPECT_FALSE(node->valueForKey(key).isAbsent()) << key;
-  }
-  for (const char* key : {"backupDate", "version", "purgeDate", "state"}) {
-    EXPECT_TRUE(node->valueForKey(key).isAbsent()) << key;
-  }
-  for (const char* key : {"colour", "parent", "children", "image"}) {
-    EXPECT_THROW(node->valueForKey(key), InvalidArgument) << key;
-  }
-  node->setBackupFlags(0x10 | 0x800);
-  EXPECT_TRUE(node->valueForKey("isBackup").boolValue() && node->valueForKey("isFolder").boolValue());
-  EXPECT_FALSE(node->valueForKey("isMissing").boolValue() || node->valueForKey("isBundle").boolValue());
-  EXPECT_EQ(node->valueForKey("description").string(), node->description());
-}
-
-TEST(FileNodeSorting, AnUnknownKeyIsRefusedWhereThereIsSomethingToSort) {
-  const Node::Pointer childless = named("a");
-  childless->sortUsingDescriptors({{"colour"}});
-  EXPECT_THROW(rootOf({named("a")})->sortUsingDescriptors({{"colour"}}), InvalidArgument);
-}
-
 }  // namespace
 }  // namespace keldane

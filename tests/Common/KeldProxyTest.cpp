@@ -1,113 +1,12 @@
-#include "Common/KeldProxy.h"
-
-#include <gtest/gtest.h>
-
-#include <thread>
-
-#include "log/KeldaneLog.h"
-#include "platform/objects/Exceptions.h"
-#include "tests/support/LogCapture.h"
-#include "tests/support/RawPeer.h"
-#include "tests/support/Wait.h"
+#include "tests/Common/KeldProxyFixture.h"
 
 namespace keldane {
 namespace {
 
 using testing::eventually;
 using testing::Frame;
-using testing::LogCapture;
+using testing::KeldProxyTest;
 using testing::RawConnection;
-using testing::RawPeer;
-
-constexpr MethodSignature kTargetMethods[] = {
-    {"tell:", 'v', "@"}, {"add:to:", 'i', "ii"},  {"fail", 'I', ""},         {"nothing", '@', ""},
-    {"odd", '@', ""},    {"throwOther", 'v', ""}, {"describeBadly", 'v', ""}};
-
-/// What the peer may call here.
-struct Target : InvocationTarget {
-  const MethodSignature* methodSignatureForSelector(std::string_view selector) const override {
-    if (selector == "describeBadly") {
-      throw 7;
-    }
-    return Protocol{"", kTargetMethods}.find(selector);
-  }
-  void invoke(Invocation& invocation) override {
-    const std::string_view selector = invocation.signature.selector;
-    invocation.arguments.resize(invocation.signature.argumentCodes.size());
-    if (selector == "tell:") {
-      {
-        const std::lock_guard guard(mutex);
-        told.push_back(std::string(invocation.arguments[0].as<'@'>().string()));
-        thread = std::this_thread::get_id();
-      }
-      if (const auto next = onTold) {
-        next();
-      }
-    } else if (selector == "add:to:") {
-      invocation.result =
-          RawValue::of<'i'>(invocation.arguments[0].as<'i'>() + invocation.arguments[1].as<'i'>());
-    } else if (selector == "fail") {
-      throw InvalidArgument("broken");
-    } else if (selector == "odd") {
-      invocation.result = RawValue::of<'@'>(PropertyList::array({PropertyList()}));
-    } else if (selector == "throwOther") {
-      throw 7;
-    }
-  }
-  std::vector<std::string> all() {
-    const std::lock_guard guard(mutex);
-    return told;
-  }
-  std::mutex mutex;
-  std::vector<std::string> told;
-  std::thread::id thread;
-  std::function<void()> onTold;  // of the main thread
-};
-
-class KeldProxyTest : public ::testing::Test {
- protected:
-  KeldProxyTest() : connection_(-1) {
-    gLoggingEnabled = true;
-    socket_ = KeldaneSocket::create();
-    proxy_ = KeldaneProxy::create();
-    proxy_->setSocket(socket_);
-    proxy_->setProtocol(&KeldaneDaemonProtocol);
-    proxy_->setDelegate(target_);
-    EXPECT_TRUE(socket_->connectToPath(peer_.path()));
-    connection_ = peer_.accept();
-  }
-  ~KeldProxyTest() override {
-    proxy_->close();
-    socket_->close();
-    EXPECT_TRUE(eventually([&] { return socket_.use_count() == 1; }));
-  }
-  static PropertyList request(const char* selector, PropertyList::Array pairs, int count = -1) {
-    PropertyList::Array elements = {
-        0U, "v", selector,
-        count < 0 ? static_cast<unsigned>(pairs.size() / 2) : static_cast<unsigned>(count)};
-    elements.insert(elements.end(), pairs.begin(), pairs.end());
-    return PropertyList::array(elements);
-  }
-  void sendRequest(const PropertyList& value) { connection_.writeFrame(1, RawConnection::payloadOf(value)); }
-  Bytes payload(const PropertyList& value) {
-    const std::string text = RawConnection::payloadOf(value);
-    return {text.begin(), text.end()};
-  }
-  /// Answers the next request with a value, on another thread.
-  std::thread answerNext(const PropertyList& value) {
-    return std::thread([this, value] {
-      connection_.readFrame();
-      connection_.answer(value);
-    });
-  }
-
-  LogCapture log_;
-  RawPeer peer_;
-  RawConnection connection_;
-  std::shared_ptr<Target> target_ = std::make_shared<Target>();
-  std::shared_ptr<KeldaneSocket> socket_;
-  std::shared_ptr<KeldaneProxy> proxy_;
-};
 
 TEST_F(KeldProxyTest, ARequestIsAnArrayOfFourElementsAndTwoForEachArgument) {
   proxy_->setFileTypeToggle(".txt", 6U);
@@ -412,6 +311,24 @@ TEST_F(KeldProxyTest, AFailureSignalBeforeTheFirstCallIsForgotten) {
   peer.join();
 }
 
+TEST_F(KeldProxyTest, AFailureSignalAfterCloseReadiesNothing) {
+  std::thread peer = answerNext(1);
+  EXPECT_EQ(proxy_->pausedMinutes(), 1U);
+  peer.join();
+  proxy_->close();
+  proxy_->processData(nullptr, 0);
+  const auto next = KeldaneSocket::create();
+  proxy_->setSocket(next);
+  ASSERT_TRUE(next->connectToPath(peer_.path()));
+  connection_ = peer_.accept();
+  peer = answerNext(2);
+  EXPECT_EQ(proxy_->pausedMinutes(), 2U) << "nothing was there before the answer";
+  peer.join();
+  proxy_->close();
+  next->close();
+  EXPECT_TRUE(eventually([&] { return next.use_count() == 1; }));
+}
+
 TEST_F(KeldProxyTest, CloseDoesNotReleaseACallerThatIsWaiting) {
   std::atomic<bool> returned = false;
   std::atomic<pid_t> thread = 0;
@@ -487,218 +404,5 @@ TEST_F(KeldProxyTest, SettingASocketClosesTheOneBefore) {
   EXPECT_TRUE(socket_->isZombie());
   EXPECT_TRUE(connection_.isAtEnd());
 }
-
-// --- What the peer calls here ---
-
-TEST_F(KeldProxyTest, PerformsARequestDirectlyAndAnswers) {
-  sendRequest(request("add:to:", {"i", 40, "i", 2}));
-  const Frame frame = connection_.readFrame();
-  EXPECT_EQ(frame.marker, testing::kMarkerText);
-  EXPECT_EQ(frame.type, 2);
-  EXPECT_TRUE(frame.value().identical(42));
-}
-
-TEST_F(KeldProxyTest, ConvertsTheSendersTypes) {
-  sendRequest(request("add:to:", {"@", "40", "d", 2.9}));
-  EXPECT_EQ(connection_.readFrame().value().intValue(), 42);
-}
-
-TEST_F(KeldProxyTest, AOneWayRequestGetsNoAnswer) {
-  sendRequest(request("tell:", {"@", "hello"}));
-  EXPECT_TRUE(eventually([&] { return target_->all() == std::vector<std::string>{"hello"}; }));
-  sendRequest(request("add:to:", {"i", 1, "i", 1}));
-  EXPECT_EQ(connection_.readFrame().value().intValue(), 2) << "the first thing that came back";
-}
-
-TEST_F(KeldProxyTest, NothingIsAnAnswerOfLengthZero) {
-  sendRequest(request("nothing", {}));
-  const Frame frame = connection_.readFrame();
-  EXPECT_EQ(frame.type, 2);
-  EXPECT_EQ(frame.length, 0U);
-}
-
-TEST_F(KeldProxyTest, AnAnswerThatCannotBeWrittenIsLoggedAndEmpty) {
-  sendRequest(request("odd", {}));
-  EXPECT_EQ(connection_.readFrame().length, 0U);
-  EXPECT_TRUE(log_.hasPart("Failed to serialize response: "));
-}
-
-TEST_F(KeldProxyTest, AnExceptionIsLoggedAndAnsweredWithWhatThereIs) {
-  sendRequest(request("fail", {}));
-  const Frame frame = connection_.readFrame();
-  EXPECT_EQ(frame.type, 2);
-  EXPECT_EQ(frame.value().intValue(), 0);
-  EXPECT_TRUE(log_.hasPart(
-      "ERROR: KeldaneProxy processInvocationArgs caught exception: NSInvalidArgumentException: broken."));
-  sendRequest(request("throwOther", {}));
-  EXPECT_TRUE(eventually(
-      [&] { return log_.has("ERROR: KeldaneProxy processInvocationArgs caught unknown exception."); }));
-}
-
-TEST_F(KeldProxyTest, RequestsThatAreNoneAreIgnored) {
-  const std::size_t before = log_.lines().size();
-  sendRequest(PropertyList::array({0U, "v", "tell:"}));
-  sendRequest(PropertyList("no array"));
-  sendRequest(PropertyList::dictionary({{"a", 1}, {"b", 2}, {"c", 3}, {"d", 4}}));
-  sendRequest(request("unknown:", {"@", "x"}));
-  sendRequest(PropertyList::array({0U, "v", 5, 0U}));
-  connection_.writeFrame(1, "");
-  sendRequest(request("add:to:", {"i", 1, "i", 1}));
-  EXPECT_EQ(connection_.readFrame().value().intValue(), 2);
-  EXPECT_EQ(log_.lines().size(), before);
-}
-
-TEST_F(KeldProxyTest, AnUnreadableRequestIsLogged) {
-  connection_.writeFrame(1, "bplist00 garbage");
-  EXPECT_TRUE(eventually([&] { return log_.hasPart("Failed to unserialize request: "); }));
-}
-
-TEST_F(KeldProxyTest, MoreArgumentsThanThereAreIsALoggedException) {
-  sendRequest(request("tell:", {"@", "x"}, 2));
-  EXPECT_TRUE(eventually(
-      [&] { return log_.hasPart("ERROR: KeldaneProxy processData caught exception: NSRangeException"); }));
-  sendRequest(request("tell:", {"@", "y"}));
-  EXPECT_TRUE(eventually([&] { return target_->all() == std::vector<std::string>{"y"}; }))
-      << "and nothing else";
-}
-
-TEST_F(KeldProxyTest, AnArgumentCountThatWrapsAroundReadsNothing) {
-  sendRequest(PropertyList::array({0U, "v", "tell:", std::uint64_t{0x80000000}, "@", "x"}));
-  EXPECT_TRUE(eventually([&] { return target_->all() == std::vector<std::string>{""}; }));
-}
-
-TEST_F(KeldProxyTest, AnUnknownArgumentTypeIsALoggedException) {
-  sendRequest(request("tell:", {"#", "x"}));
-  EXPECT_TRUE(eventually([&] {
-    return log_.hasPart("ERROR: KeldaneProxy processData caught exception: *** Assertion failure in ") &&
-           log_.hasPart("Unknown argument type specifier: #");
-  }));
-  sendRequest(request("tell:", {7, "x"}));
-  EXPECT_TRUE(eventually([&] { return log_.hasPart("Unknown argument type specifier: ."); }));
-}
-
-TEST_F(KeldProxyTest, AnythingElseThatIsThrownIsLoggedToo) {
-  sendRequest(request("describeBadly", {}));
-  EXPECT_TRUE(
-      eventually([&] { return log_.has("ERROR: KeldaneProxy processData caught unknown exception."); }));
-}
-
-TEST_F(KeldProxyTest, DamagedMessagesDoNoHarm) {
-  proxy_->socketClosing();  // so that results which nobody takes are dropped
-  const std::string good = RawConnection::payloadOf(request("tell:", {"@", "text", "i", 2, "d", 1.5}));
-  std::uint32_t random = 1;
-  for (std::size_t round = 0; round < 5000; ++round) {
-    Bytes damaged(good.begin(), good.end());
-    for (int i = 0; i < 3; ++i) {
-      random = random * 1664525 + 1013904223;
-      damaged[(random >> 8) % damaged.size()] = static_cast<std::uint8_t>(random >> 24);
-    }
-    damaged.resize(round % 4 == 0 ? random % (damaged.size() + 1) : damaged.size());
-    EXPECT_TRUE(proxy_->processData(&damaged, 1));
-    EXPECT_TRUE(proxy_->processData(&damaged, 2));
-  }
-  const std::size_t told = target_->all().size();
-  EXPECT_LT(told, 5000U) << "most of them were refused";
-  const Bytes whole = payload(request("tell:", {"@", "whole"}));
-  EXPECT_TRUE(proxy_->processData(&whole, 1));
-  ASSERT_EQ(target_->all().size(), told + 1);
-  EXPECT_EQ(target_->all().back(), "whole");
-}
-
-TEST_F(KeldProxyTest, NoDelegateIsALoggedAssertionWithoutAnAnswer) {
-  target_.reset();
-  sendRequest(request("add:to:", {"i", 1, "i", 1}));
-  EXPECT_TRUE(eventually([&] { return log_.hasPart("Common/KeldProxy:187: delegate is NULL"); }));
-  EXPECT_FALSE(connection_.isReadable(50));
-}
-
-TEST_F(KeldProxyTest, OnTheMainThreadAValueCannotBeReturned) {
-  proxy_->setCallDelegateOnMainThread(true);
-  sendRequest(request("add:to:", {"i", 1, "i", 1}));
-  EXPECT_TRUE(eventually([&] {
-    return log_.hasPart(
-        "Common/KeldProxy:185: invocation on main thread not allowed for methods with non-zero return size");
-  }));
-  EXPECT_FALSE(connection_.isReadable(50));
-}
-
-TEST_F(KeldProxyTest, QueuedRequestsArePerformedInOrderOnTheMainThreadByOneWakeUp) {
-  proxy_->setCallDelegateOnMainThread(true);
-  for (const char* word : {"a", "b", "c"}) {
-    const Bytes bytes = payload(request("tell:", {"@", word}));
-    proxy_->processData(&bytes, 1);
-  }
-  EXPECT_TRUE(target_->all().empty());
-  EXPECT_EQ(RunLoop::main().load().work, 1U) << "one message for the batch";
-  RunLoop::main().runDue();
-  EXPECT_EQ(target_->all(), (std::vector<std::string>{"a", "b", "c"}));
-  EXPECT_EQ(target_->thread, std::this_thread::get_id());
-}
-
-TEST_F(KeldProxyTest, WhatIsQueuedWhileAQueuedRequestRunsTheRunLoopIsPerformedThere) {
-  proxy_->setCallDelegateOnMainThread(true);
-  const auto queue = [&](const char* word) {
-    const Bytes bytes = payload(request("tell:", {"@", word}));
-    proxy_->processData(&bytes, 1);
-  };
-  target_->onTold = [&] {
-    target_->onTold = {};
-    queue("inner");
-    RunLoop::main().runDue();
-    EXPECT_EQ(target_->all(), (std::vector<std::string>{"outer", "inner"}));
-  };
-  queue("outer");
-  RunLoop::main().runDue();
-  EXPECT_EQ(target_->all(), (std::vector<std::string>{"outer", "inner"}));
-}
-
-TEST_F(KeldProxyTest, AQueuedRequestThatThrowsDoesNotHoldUpTheOthers) {
-  proxy_->setCallDelegateOnMainThread(true);
-  for (const PropertyList& one :
-       {request("tell:", {"@", "a"}), request("throwOther", {}), request("tell:", {"@", "b"})}) {
-    const Bytes bytes = payload(one);
-    proxy_->processData(&bytes, 1);
-  }
-  EXPECT_TRUE(testing::eventuallyRunning([&] {
-    return target_->all() == (std::vector<std::string>{"a", "b"});
-  }));
-  const Bytes bytes = payload(request("tell:", {"@", "c"}));
-  proxy_->processData(&bytes, 1);
-  EXPECT_TRUE(testing::eventuallyRunning([&] { return target_->all().size() == 3; }));
-}
-
-TEST_F(KeldProxyTest, WhatIsQueuedForAProxyThatIsGoneIsDropped) {
-  auto socket = KeldaneSocket::create();
-  auto proxy = KeldaneProxy::create();
-  proxy->setSocket(socket);
-  proxy->setDelegate(target_);
-  proxy->setCallDelegateOnMainThread(true);
-  const Bytes bytes = payload(request("tell:", {"@", "late"}));
-  proxy->processData(&bytes, 1);
-  EXPECT_EQ(RunLoop::main().load().work, 1U);
-  proxy->close();
-  socket->close();
-  proxy.reset();
-  socket.reset();
-  EXPECT_EQ(RunLoop::main().load().work, 0U);
-  RunLoop::main().runDue();
-  EXPECT_TRUE(target_->all().empty());
-}
-
-TEST_F(KeldProxyTest, WhatIsQueuedForADelegateThatIsGoneIsDropped) {
-  proxy_->setCallDelegateOnMainThread(true);
-  bool isTold = false;
-  target_->onTold = [&] { isTold = true; };
-  const Bytes bytes = payload(request("tell:", {"@", "late"}));
-  proxy_->processData(&bytes, 1);
-  const std::weak_ptr<Target> gone = target_;
-  target_.reset();
-  EXPECT_TRUE(gone.expired()) << "the queue does not hold it";
-  EXPECT_EQ(RunLoop::main().load().work, 1U);
-  RunLoop::main().runDue();
-  EXPECT_EQ(RunLoop::main().load().work, 0U);
-  EXPECT_FALSE(isTold);
-}
-
 }  // namespace
 }  // namespace keldane

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include "Common/Invocation.h"
 #include "platform/objects/Exceptions.h"
 
@@ -77,6 +79,31 @@ TEST(ValueEncoding, NumbersAreConvertedByTheirOwnConversions) {
   EXPECT_EQ(small, 44);
   decodeObject(PropertyList::array({}), "i", &integer);
   EXPECT_EQ(integer, 0) << "no number at all";
+}
+
+template <char Code>
+void readsNothingAsZero() {
+  const char type[] = {Code, '\0'};
+  RawType<Code> value{};
+  std::memset(&value, 0x55, sizeof(value));
+  decodeObject({}, type, &value);
+  EXPECT_EQ(value, RawType<Code>{}) << Code;
+}
+
+TEST(ValueEncoding, NothingReadsAsZeroOfEveryNumericCode) {
+  readsNothingAsZero<'c'>();
+  readsNothingAsZero<'i'>();
+  readsNothingAsZero<'s'>();
+  readsNothingAsZero<'l'>();
+  readsNothingAsZero<'q'>();
+  readsNothingAsZero<'C'>();
+  readsNothingAsZero<'I'>();
+  readsNothingAsZero<'S'>();
+  readsNothingAsZero<'L'>();
+  readsNothingAsZero<'Q'>();
+  readsNothingAsZero<'f'>();
+  readsNothingAsZero<'d'>();
+  readsNothingAsZero<'B'>();
 }
 
 TEST(ValueEncoding, NothingReadsAsZeroOrNothing) {

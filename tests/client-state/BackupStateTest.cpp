@@ -2,76 +2,20 @@
 
 #include <gtest/gtest.h>
 
-#include "client-state/DefaultsDB.h"
 #include "log/KeldaneLog.h"
-#include "platform/notifications/NotificationCenter.h"
-#include "tests/support/ClientBundle.h"
-#include "tests/support/FakeDaemon.h"
+#include "tests/client-state/BackupStateFixture.h"
 #include "tests/support/Footprint.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/UserPreferences.h"
 
 namespace keldane {
-
-/// Lets a test at the operations that clients do not see.
-class BackupStatePrivateMethods {
- public:
-  static PropertyList proxyOrCacheStringWithArg(const BackupState& state, std::string_view method,
-                                                const PropertyList& arg, const char* forItem) {
-    return state.proxyOrCacheStringWithArg(method, arg, forItem);
-  }
-};
-
 namespace {
 
+using testing::BackupStateTest;
 using testing::ClientBundle;
 using testing::eventuallyRunning;
 using testing::FakeDaemon;
-
-constexpr char kConnectionChanged[] = "KeldaneBackupStateConnectionChangedNotification";
-constexpr char kStateChanged[] = "KeldaneBackupStateChangedNotification";
-
-class BackupStateTest : public ::testing::Test {
- protected:
-  BackupStateTest() {
-    state_.setBundle(bundle_.bundle());
-    state_.disableConnectTimer();
-    NotificationCenter& center = NotificationCenter::defaultCenter();
-    center.addObserver(this, kConnectionChanged, &state_, [this](const Notification& notice) {
-      EXPECT_TRUE(notice.userInfo.isAbsent());
-      connections_.push_back(state_.connected());
-      EXPECT_EQ(state_.connected(), state_.daemonReady());
-    });
-    center.addObserver(this, kStateChanged, &state_,
-                       [this](const Notification& notice) { states_.push_back(notice.userInfo); });
-  }
-  ~BackupStateTest() override {
-    state_.onEnd();
-    NotificationCenter::defaultCenter().removeObserver(this);
-  }
-
-  void listen() { daemon_ = std::make_unique<FakeDaemon>(bundle_.daemonPath()); }
-  void connect() {
-    listen();
-    state_.onBegin();
-    ASSERT_TRUE(state_.connected());
-    ASSERT_TRUE(daemon_->waitForClients(1));
-  }
-  void diesWhenAsked(const std::string& method) {
-    daemon_->answer(method, [this](const PropertyList::Array&) {
-      daemon_->hangUp();
-      return PropertyList();
-    });
-  }
-  static std::size_t timers() { return RunLoop::main().load().timers; }
-
-  testing::UserPreferences user_;
-  ClientBundle bundle_;
-  std::unique_ptr<FakeDaemon> daemon_;
-  BackupState state_;
-  std::vector<bool> connections_;
-  std::vector<PropertyList> states_;
-};
+using testing::kConnectionChanged;
+using testing::kStateChanged;
 
 TEST(BackupStateConstants, ReadAsTheyAreNamedOrAreThePreferenceKeys) {
   EXPECT_STREQ(KeldaneBackupStateChangedNotification, kStateChanged);
@@ -162,6 +106,18 @@ TEST_F(BackupStateTest, LeavesNoObserverAndNoTimer) {
   state_.onEnd();
   EXPECT_EQ(NotificationCenter::defaultCenter().observerCount(), observers);
   EXPECT_EQ(timers(), 0U);
+}
+
+TEST(BackupStateByDefault, AsksTheProcesssMainBundle) {
+  const ClientBundle bundle;
+  FakeDaemon daemon(bundle.daemonPath());
+  Bundle::setMainBundle(bundle.bundle());
+  BackupState state;
+  state.disableConnectTimer();
+  state.onBegin();
+  EXPECT_TRUE(state.connected());
+  state.onEnd();
+  Bundle::setMainBundle(nullptr);
 }
 
 class ManyConnections : public BackupStateTest,
@@ -433,175 +389,5 @@ TEST_F(StateAccessors, GiveWholeGigabytes) {
     EXPECT_EQ(state_.quotaGB(), gigabytes) << megabytes;
   }
 }
-
-// The account values that are remembered.
-
-struct Remembered {
-  const char* label;
-  const char* method;
-  const char* key;
-  PropertyList (BackupState::*read)() const;
-};
-
-void PrintTo(const Remembered& row, std::ostream* out) { *out << row.label; }
-
-class RememberedText : public BackupStateTest, public ::testing::WithParamInterface<Remembered> {
- protected:
-  PropertyList read() const { return (state_.*GetParam().read)(); }
-};
-
-TEST_P(RememberedText, IsTheStoredOneWhileTheDaemonIsAway) {
-  user_.store({{GetParam().key, "stored"}});
-  EXPECT_EQ(read(), PropertyList("stored"));
-}
-
-TEST_P(RememberedText, IsEmptyWhenNobodyKnows) { EXPECT_EQ(read(), PropertyList("")); }
-
-TEST_P(RememberedText, IsTheDaemonsAndIsWrittenOnceWhenItDiffers) {
-  user_.store({{GetParam().key, "old"}, {"other", 1}});
-  connect();
-  daemon_->answer(GetParam().method, "new");
-  const ino_t before = user_.writeMark();
-  EXPECT_EQ(read(), PropertyList("new"));
-  const ino_t after = user_.writeMark();
-  EXPECT_NE(after, before);
-  EXPECT_EQ(user_.stored()[GetParam().key], PropertyList("new"));
-  EXPECT_EQ(user_.stored()["other"], PropertyList(1));
-  EXPECT_EQ(read(), PropertyList("new"));
-  EXPECT_EQ(user_.writeMark(), after);
-  state_.onEnd();
-  EXPECT_EQ(read(), PropertyList("new"));
-}
-
-TEST_P(RememberedText, IsNotWrittenWhenItIsTheSame) {
-  user_.store({{GetParam().key, "same"}});
-  connect();
-  daemon_->answer(GetParam().method, "same");
-  const ino_t before = user_.writeMark();
-  EXPECT_EQ(read(), PropertyList("same"));
-  EXPECT_EQ(user_.writeMark(), before);
-}
-
-TEST_P(RememberedText, OfADaemonWithoutAnAnswerIsEmptyAndStoredAsSuch) {
-  connect();
-  EXPECT_EQ(read(), PropertyList(""));
-  EXPECT_EQ(user_.stored()[GetParam().key], PropertyList(""));
-}
-
-TEST_P(RememberedText, OfAnotherKindIsEmptyAndStoredAsSuch) {
-  user_.store({{GetParam().key, "stored"}});
-  connect();
-  daemon_->answer(GetParam().method, PropertyList::array({1, "x"}));
-  EXPECT_EQ(read(), PropertyList(""));
-  EXPECT_EQ(user_.stored()[GetParam().key], PropertyList(""));
-}
-
-TEST_P(RememberedText, StaysWhenTheDaemonDiesWhileItIsAsked) {
-  user_.store({{GetParam().key, "stored"}});
-  connect();
-  diesWhenAsked(GetParam().method);
-  EXPECT_EQ(read(), PropertyList("stored"));
-  EXPECT_EQ(user_.stored()[GetParam().key], PropertyList("stored"));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    BackupState, RememberedText,
-    ::testing::Values(Remembered{"ServerURL", "serverURL", "lastServerURLStr", &BackupState::serverURL},
-                      Remembered{"UserEmail", "userEmail", "lastAcctEmailStr", &BackupState::userEmail},
-                      Remembered{"SkinId", "stringValueForProfileKey:", "lastSkinIdStr",
-                                 &BackupState::skinId}),
-    testing::byLabel);
-
-TEST_F(BackupStateTest, AsksForTheSkinByItsProfileKey) {
-  connect();
-  daemon_->answer("stringValueForProfileKey:", "blue");
-  EXPECT_EQ(state_.skinId(), PropertyList("blue"));
-  EXPECT_EQ(daemon_->calls(),
-            (std::vector<testing::DaemonCall>{{"stringValueForProfileKey:", {PropertyList("SkinId")}}}));
-}
-
-TEST_F(BackupStateTest, SendsAMethodWithoutAColonWithoutAnArgument) {
-  connect();
-  daemon_->answer("userEmail", "a@b");
-  EXPECT_EQ(BackupStatePrivateMethods::proxyOrCacheStringWithArg(state_, "userEmail", "argument", "key"),
-            PropertyList("a@b"));
-  EXPECT_EQ(daemon_->calls(), (std::vector<testing::DaemonCall>{{"userEmail", {}}}));
-}
-
-TEST_F(BackupStateTest, TheComputersNumberIsTheStoredOneWhileTheDaemonIsAway) {
-  EXPECT_EQ(state_.computerNumber(), PropertyList(0));
-  DefaultsDB::setIntProperty(7, "lastComputerNumberInt");
-  EXPECT_EQ(state_.computerNumber(), PropertyList(7));
-}
-
-TEST_F(BackupStateTest, TheComputersNumberIsWrittenOnlyWhenItDiffers) {
-  user_.store({{"lastComputerNumberInt", 7}});
-  connect();
-  daemon_->answer("computerNumber", 7);
-  const ino_t before = user_.writeMark();
-  EXPECT_EQ(state_.computerNumber(), PropertyList(7));
-  EXPECT_EQ(user_.writeMark(), before);
-  daemon_->answer("computerNumber", 8);
-  EXPECT_EQ(state_.computerNumber(), PropertyList(8));
-  EXPECT_EQ(user_.stored()["lastComputerNumberInt"], PropertyList(8));
-}
-
-TEST_F(BackupStateTest, TheComputersNumberStaysWhenTheDaemonDiesWhileItIsAsked) {
-  user_.store({{"lastComputerNumberInt", 7}});
-  connect();
-  diesWhenAsked("computerNumber");
-  EXPECT_EQ(state_.computerNumber(), PropertyList(7));
-  EXPECT_EQ(user_.stored()["lastComputerNumberInt"], PropertyList(7));
-}
-
-TEST_F(BackupStateTest, TheStateAndTheQuotasLimitStayWhenTheDaemonDiesWhileItIsAsked) {
-  connect();
-  daemon_->answer("daemonState", PropertyList::dictionary({{"isQuotaLimited", true}}));
-  state_.updateDaemonState();
-  EXPECT_TRUE(state_.isQuotaLimited());
-  diesWhenAsked("daemonState");
-  state_.updateDaemonState();
-  EXPECT_TRUE(state_.daemonState()["isQuotaLimited"].boolValue());
-  EXPECT_TRUE(state_.isQuotaLimited());
-  EXPECT_EQ(user_.stored()["isQuotaLimited"], PropertyList(1));
-}
-
-TEST_F(BackupStateTest, AComputersNumberThatTheDaemonDoesNotKnowIsStoredAsZero) {
-  connect();
-  EXPECT_EQ(state_.computerNumber(), PropertyList(0));
-  EXPECT_EQ(user_.stored()["lastComputerNumberInt"], PropertyList(0));
-}
-
-TEST_F(BackupStateTest, AComputersNumberOfAnotherKindIsANumberAllTheSame) {
-  connect();
-  daemon_->answer("computerNumber", "12");
-  EXPECT_EQ(state_.computerNumber(), PropertyList(12));
-  daemon_->answer("computerNumber", PropertyList::dictionary({{"a", 1}}));
-  EXPECT_EQ(state_.computerNumber(), PropertyList(0));
-}
-
-TEST_F(BackupStateTest, TheQuotasLimitIsTheStoredOneWhileTheDaemonIsAway) {
-  EXPECT_FALSE(state_.isQuotaLimited());
-  for (const std::int32_t stored : {0, 1, 2, -1}) {
-    DefaultsDB::setIntProperty(stored, "isQuotaLimited");
-    EXPECT_EQ(state_.isQuotaLimited(), stored == 1) << stored;
-  }
-}
-
-TEST_F(BackupStateTest, TheQuotasLimitIsRememberedWhenItChanges) {
-  connect();
-  EXPECT_FALSE(state_.isQuotaLimited());
-  EXPECT_EQ(user_.stored()["isQuotaLimited"], PropertyList(0)) << "nothing was stored, so it is written";
-  const ino_t before = user_.writeMark();
-  EXPECT_FALSE(state_.isQuotaLimited());
-  EXPECT_EQ(user_.writeMark(), before);
-  daemon_->answer("daemonState", PropertyList::dictionary({{"isQuotaLimited", true}}));
-  state_.updateDaemonState();
-  EXPECT_TRUE(state_.isQuotaLimited());
-  EXPECT_EQ(user_.stored()["isQuotaLimited"], PropertyList(1));
-  state_.onEnd();
-  EXPECT_TRUE(state_.isQuotaLimited());
-}
-
 }  // namespace
 }  // namespace keldane

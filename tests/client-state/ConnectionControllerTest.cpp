@@ -112,8 +112,10 @@ TEST_F(ConnectionControllerTest, TriesAgainEverySecondWithTheSameObjectsUntilThe
   EXPECT_TRUE(notices_.empty());
 
   FakeDaemon daemon(bundle_.daemonPath());
+  daemon.answer("pausedMinutes", 7);
   EXPECT_TRUE(eventuallyRunning([&] { return controller_->connected(); }));
   EXPECT_EQ(controller_->proxy(), proxy);
+  EXPECT_EQ(proxy->pausedMinutes(), 7U) << "the socket that has connected is still the proxy's";
   EXPECT_EQ(timers(), 0U);
   EXPECT_EQ(notices_, (std::vector<bool>{true}));
 }
@@ -147,6 +149,8 @@ TEST_F(ConnectionControllerTest, IsGoneWhenItTells) {
                                                   controller_.get(), [&](const Notification&) {
                                                     told = true;
                                                     EXPECT_EQ(controller_->proxy(), nullptr);
+                                                    EXPECT_EQ(timers(), 0U);
+                                                    EXPECT_TRUE(daemon.waitForClients(0));
                                                   });
   controller_->stop();
   NotificationCenter::defaultCenter().removeObserver(&told);
@@ -165,6 +169,10 @@ TEST_F(ConnectionControllerTest, StartsAfreshAfterStop) {
   EXPECT_NE(controller_->proxy(), nullptr);
   EXPECT_NE(controller_->proxy(), first);
   EXPECT_EQ(notices_, (std::vector<bool>{true, false, true}));
+  ASSERT_TRUE(daemon.waitForClients(1));
+  daemon.hangUp();
+  EXPECT_TRUE(eventuallyRunning([&] { return log_.has("ConnectionController::socketFailed:"); }))
+      << "the new socket reports to the controller too";
 }
 
 TEST_F(ConnectionControllerTest, TriesEverySecondForALostConnectionWhateverWasAskedFor) {

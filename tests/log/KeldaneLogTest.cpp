@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "tests/support/LogCapture.h"
@@ -11,12 +12,25 @@ namespace {
 
 constexpr char kSwitch[] = "/tmp/keldane_logging";
 
+/// Counts how often it is asked for what it prints as.
+struct Described {
+  operator PropertyList() const {
+    ++count;
+    return "described";
+  }
+  mutable int count = 0;
+};
+
 // One test, because the switch has one place on a machine and the log, once on, stays on.
 TEST(KeldaneLog, IsOffUntilTheSwitchFileIsThereAndOnEverAfter) {
   const testing::LogCapture log;
   EXPECT_FALSE(KeldaneLogEnabled());
   KeldaneCLog("nobody reads %d", 1);
   KeldaneLog(std::string("nor %@"), "this");
+  const Described object;
+  KeldaneCLog("%@", object);
+  KeldaneLog(std::string("%@"), object);
+  EXPECT_EQ(object.count, 0) << "nothing is formatted while the log is off";
   EXPECT_TRUE(log.lines().empty());
 
   const bool wasThere = access(kSwitch, F_OK) == 0;
@@ -35,7 +49,16 @@ TEST(KeldaneLog, IsOffUntilTheSwitchFileIsThereAndOnEverAfter) {
 
   KeldaneCLog("error: %ld.", -609L);
   KeldaneLog(std::string("%@"), PropertyList("object"));
-  EXPECT_EQ(log.lines(), (std::vector<std::string>{"error: -609.", "object"}));
+  KeldaneCLog("%@", object);
+  EXPECT_EQ(object.count, 1);
+  EXPECT_EQ(log.lines(), (std::vector<std::string>{"error: -609.", "object", "described"}));
+
+  if (!wasThere && mkdir(kSwitch, 0700) == 0) {
+    gLoggingEnabled = false;  // as in a new process
+    KeldaneLogStart();
+    rmdir(kSwitch);
+    EXPECT_TRUE(KeldaneLogEnabled()) << "a folder is a switch too";
+  }
 }
 
 }  // namespace

@@ -92,8 +92,8 @@ class CycleFixture : public MenuTest {
   Cycle cycle(std::uint32_t command, const During& during) {
     Cycle result;
     Selection selection({file_});
-    OwnedDesc commands;
-    AECreateList(nullptr, 0, false, &commands.desc);
+    OwnedDescriptor commands;
+    AECreateList(nullptr, 0, false, commands.get());
     void* instance =
         during([] { return KeldanePluginFactory(kCFAllocatorSystemDefault, contextualMenuTypeID()); });
     if (instance == nullptr) {
@@ -107,13 +107,13 @@ class CycleFixture : public MenuTest {
     result.made = interface != nullptr;
     if (result.made) {
       result.examined =
-          during([&] { return table.ExamineContext(instance, &selection.desc, &commands.desc); });
+          during([&] { return table.ExamineContext(instance, selection.get(), commands.get()); });
       result.menu = titlesIn(commands);
       if (result.menu) {
         result.selected = during(
-            [&] { return table.HandleSelection(instance, &selection.desc, static_cast<SInt32>(command)); });
+            [&] { return table.HandleSelection(instance, selection.get(), static_cast<SInt32>(command)); });
       }
-      AEDisposeDesc(&commands.desc);
+      AEDisposeDesc(commands.get());
       during([&] {
         table.PostMenuCleanup(instance);
         return 0;
@@ -127,10 +127,10 @@ class CycleFixture : public MenuTest {
     return cycle(command, [](const auto& work) { return work(); });
   }
 
-  std::optional<Titles> titlesIn(const OwnedDesc& commands) {
-    commands_.desc = commands.desc;
+  std::optional<Titles> titlesIn(const OwnedDescriptor& commands) {
+    *commands_.get() = *commands.get();
     const std::optional<Menu> shown = menu();
-    commands_.desc = {typeNull, nullptr};
+    *commands_.get() = {typeNull, nullptr};
     if (!shown) {
       return std::nullopt;
     }

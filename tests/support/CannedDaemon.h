@@ -42,7 +42,7 @@ class CannedDaemon final : public KeldSocketDelegate,
       proxy = std::exchange(proxies_[child.get()], nullptr);
       proxies_.erase(child.get());
     }
-    send(proxy, &KeldaneProxy::close);
+    sendTo(proxy, &KeldaneProxy::close);
     child->close();
   }
 

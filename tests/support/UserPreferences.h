@@ -1,12 +1,15 @@
 // The preferences of a user of a test's own.
 #pragma once
 
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
+#include "platform/files/Descriptor.h"
 #include "platform/files/FileContents.h"
 #include "platform/plist/PropertyListSerialization.h"
 #include "platform/preferences/Preferences.h"
@@ -44,8 +47,33 @@ class UserPreferences {
     return stat(file().c_str(), &status) == 0 ? status.st_ino : 0;
   }
 
+  const std::filesystem::path& folder() const { return folder_.path(); }
+
  private:
   TemporaryFolder folder_;
+};
+
+/// Counts how often a file is put in place in the preferences' folder, from its construction on.
+class Writes {
+ public:
+  explicit Writes(const UserPreferences& user) : watch_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
+    inotify_add_watch(watch_.get(), user.folder().c_str(), IN_MOVED_TO);
+  }
+  std::size_t count() {
+    alignas(inotify_event) char buffer[4096];
+    for (ssize_t got = 0; (got = read(watch_.get(), buffer, sizeof(buffer))) > 0;) {
+      for (ssize_t at = 0; at < got; ++count_) {
+        inotify_event event{};
+        std::memcpy(&event, buffer + at, sizeof(event));
+        at += static_cast<ssize_t>(sizeof(event) + event.len);
+      }
+    }
+    return count_;
+  }
+
+ private:
+  const Descriptor watch_;
+  std::size_t count_ = 0;
 };
 
 }  // namespace keldane::testing

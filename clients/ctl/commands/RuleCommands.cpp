@@ -7,7 +7,7 @@
 #include "clients/core/FolderTree.h"
 #include "clients/core/Printable.h"
 #include "clients/ctl/commands/Commands.h"
-#include "platform/plist/Unicode.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane {
 

@@ -1,10 +1,11 @@
 #include <array>
 #include <iostream>
 
+#include "Common/DaemonProtocol.h"
 #include "cli/Json.h"
 #include "clients/core/Printable.h"
 #include "clients/ctl/commands/Commands.h"
-#include "platform/plist/Unicode.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane {
 
@@ -15,7 +16,8 @@ struct Rule {
   std::uint32_t toggle;
 };
 
-constexpr std::array<Rule, 3> kRules = {{{"backup", 6}, {"exclude", 7}, {"none", 0}}};
+constexpr std::array<Rule, 3> kRules = {
+    {{"backup", kTypeBackup}, {"exclude", kTypeExclude}, {"none", kTypeNone}}};
 
 // A name has at most 255 bytes, and before the dot stands at least one.
 constexpr std::size_t kLongestExtension = 253;

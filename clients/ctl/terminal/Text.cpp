@@ -5,7 +5,7 @@
 #include <cwchar>
 
 #include "clients/ctl/terminal/Terminal.h"
-#include "platform/plist/Unicode.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane {
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "platform/syslog/Format.h"
+#include "platform/text/Format.h"
 
 namespace keldane {
 

@@ -37,7 +37,7 @@ DaemonSession::DaemonSession(std::shared_ptr<Bundle> bundle, Deliver deliver) : 
 
 DaemonSession::~DaemonSession() {
   NotificationCenter::defaultCenter().removeObserver(this);
-  send(slowTimer_, &Timer::invalidate);
+  sendTo(slowTimer_, &Timer::invalidate);
   RunLoop::current().cancel(this);
   state_.onEnd();
 }

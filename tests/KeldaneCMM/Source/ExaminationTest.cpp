@@ -4,7 +4,6 @@
 
 #include "KeldaneCMM/Source/KeldaneCMM.h"
 #include "platform/notifications/NotificationCenter.h"
-#include "tests/KeldaneCMM/Source/FailingCalls.h"
 #include "tests/KeldaneCMM/Source/MenuFixture.h"
 
 namespace keldane {
@@ -89,7 +88,7 @@ TEST_F(Examination, ShowsNothingForASelectionWithoutPaths) {
   EXPECT_FALSE(menu());
   for (const Titles& texts : {Titles{}, Titles{"/a"}, Titles{"/a", "/b"}}) {
     const Selection selection(texts, testing::createText);
-    EXPECT_EQ(examine(&selection.desc), kNoErr);
+    EXPECT_EQ(examine(selection.get()), kNoErr);
     EXPECT_FALSE(menu());
   }
   EXPECT_EQ(instance_->module, nullptr);
@@ -296,7 +295,7 @@ TEST_F(Examination, CountsASingleDescriptorOfAnyFileKindAsOneItem) {
        {&createFileURLDescriptor, &createAliasDescriptor, &createFileReferenceDescriptor}) {
     for (const bool list : {false, true}) {
       const Selection selection({path}, maker, list);
-      ASSERT_EQ(examine(&selection.desc), kNoErr);
+      ASSERT_EQ(examine(selection.get()), kNoErr);
       EXPECT_EQ(menu()->items.front().title, kStatus);
     }
   }
@@ -304,10 +303,10 @@ TEST_F(Examination, CountsASingleDescriptorOfAnyFileKindAsOneItem) {
 
 TEST_F(Examination, CountsOnlyTheItemsThatHaveAPath) {
   Selection selection({knownFile("a", kEnabled), "/b"});
-  OwnedDesc text;
-  testing::createText("no path", &text.desc);
-  AEPutDesc(&selection.desc, 2, &text.desc);
-  ASSERT_EQ(examine(&selection.desc), kNoErr);
+  OwnedDescriptor text;
+  testing::createText("no path", text.get());
+  AEPutDesc(selection.get(), 2, text.get());
+  ASSERT_EQ(examine(selection.get()), kNoErr);
   EXPECT_EQ(menu()->items.front().title, kStatus);
 }
 
@@ -410,16 +409,16 @@ TEST_F(Examination, UsesTheModuleOfTheSameCycleAgain) {
 
 TEST_F(Examination, AppendsToWhatTheHostHasInItsList) {
   const Selection selection({knownFile("a", kEnabled)});
-  OwnedDesc list;
-  AECreateList(nullptr, 0, false, &list.desc);
+  OwnedDescriptor list;
+  AECreateList(nullptr, 0, false, list.get());
   const std::int32_t other = 5;
-  AEPutPtr(&list.desc, 0, typeLongInteger, &other, sizeof(other));
-  ASSERT_EQ(KeldanePlugin_ExamineContext(instance_, &selection.desc, &list.desc), kNoErr);
+  AEPutPtr(list.get(), 0, typeLongInteger, &other, sizeof(other));
+  ASSERT_EQ(KeldanePlugin_ExamineContext(instance_, selection.get(), list.get()), kNoErr);
   std::int32_t count = 0;
-  AECountItems(&list.desc, &count);
+  AECountItems(list.get(), &count);
   EXPECT_EQ(count, 2);
   DescType type = 0;
-  AESizeOfNthItem(&list.desc, 2, &type, nullptr);
+  AESizeOfNthItem(list.get(), 2, &type, nullptr);
   EXPECT_EQ(type, typeAERecord);
 }
 
@@ -447,69 +446,5 @@ TEST_F(Examination, TakesPathsOfEveryForm) {
   EXPECT_EQ(titles({"/" + std::string(4095, 'y')}), (Titles{kStatus, "-", kBackup, "-", kPreferences}));
   EXPECT_EQ(titles({"/not\xFFtext"}), (Titles{"(none)"}));
 }
-
-// When a step of the building fails.
-
-TEST_F(Examination, AnswersTheErrorOfACommandListThatTakesNothing) {
-  const Selection selection({knownFile("a", kEnabled)});
-  AERecord record{typeNull, nullptr};
-  AECreateList(nullptr, 0, true, &record);
-  const long before = CFGetLiveObjectCount();
-  EXPECT_EQ(KeldanePlugin_ExamineContext(instance_, &selection.desc, &record), errAEWrongDataType);
-  EXPECT_EQ(KeldanePlugin_ExamineContext(instance_, &selection.desc, nullptr), kParamErr);
-  EXPECT_EQ(CFGetLiveObjectCount(), before);
-  AEDisposeDesc(&record);
-}
-
-/// Makes each call of each function fail in turn and looks at what the host gets.
-class FailingStep : public Examination, public ::testing::WithParamInterface<const char*> {};
-
-TEST_P(FailingStep, LeavesOutOneItemOrTheWholeMenuAndLeaksNothing) {
-  const std::string path = know(file("a"), node(0x60006));
-  const Selection selection({path});
-  ASSERT_EQ(examine(&selection.desc), kNoErr);
-  const std::size_t whole = menu()->items.size();
-  AEDisposeDesc(&commands_.desc);
-  const long titlesBefore = CFGetLiveObjectCount();
-
-  constexpr OSErr kError = -1708;
-  int itemsLeftOut = 0;
-  int menusLeftOut = 0;
-  bool failed = true;
-  for (int nth = 1; failed; ++nth) {
-    OwnedDesc list;
-    // The host's own list is made before anything fails.
-    AECreateList(nullptr, 0, false, &list.desc);
-    testing::failCall(GetParam(), nth, kError);
-    const OSStatus status = KeldanePlugin_ExamineContext(instance_, &selection.desc, &list.desc);
-    failed = testing::stopFailing();
-    std::int32_t count = -1;
-    AECountItems(&list.desc, &count);
-    if (status != kNoErr) {
-      EXPECT_EQ(status, kError);
-      EXPECT_EQ(count, 0) << "never half a menu";
-      ++menusLeftOut;
-    } else {
-      ASSERT_EQ(count, 1);
-      std::swap(commands_.desc, list.desc);
-      EXPECT_EQ(menu()->items.size(), failed ? whole - 1 : whole) << nth;
-      itemsLeftOut += failed ? 1 : 0;
-      std::swap(commands_.desc, list.desc);
-    }
-    AEDisposeDesc(&list.desc);
-    EXPECT_EQ(CFGetLiveObjectCount(), titlesBefore) << nth;
-  }
-  const std::map<std::string, std::pair<int, int>> expected = {
-      {"AECreateList", {7, 2}},    // a record an item; the list and the parent's record
-      {"AEPutParamPtr", {17, 3}},  // title and number an item, attributes for three; the same for the parent
-      {"AEPutDesc", {7, 1}},
-      {"AEPutParamDesc", {0, 1}}};
-  EXPECT_EQ(std::make_pair(itemsLeftOut, menusLeftOut), expected.at(GetParam()));
-}
-
-INSTANTIATE_TEST_SUITE_P(Examination, FailingStep,
-                         ::testing::Values("AECreateList", "AEPutParamPtr", "AEPutDesc", "AEPutParamDesc"),
-                         [](const auto& function) { return std::string(function.param); });
-
 }  // namespace
 }  // namespace keldane

@@ -61,6 +61,16 @@ OSErr AEPutDesc(AEDescList* list, std::int32_t index, const AEDesc* desc) {
   return callOrFail("AEPutDesc", &AEPutDesc, list, index, desc);
 }
 
+OSErr AEGetNthDesc(const AEDescList* list, std::int32_t index, DescType desiredType, AEKeyword* keyword,
+                   AEDesc* result) {
+  *result = {keldane::typeNull, nullptr};
+  return callOrFail("AEGetNthDesc", &AEGetNthDesc, list, index, desiredType, keyword, result);
+}
+
+OSErr AECoerceDesc(const AEDesc* desc, DescType toType, AEDesc* result) {
+  return callOrFail("AECoerceDesc", &AECoerceDesc, desc, toType, result);
+}
+
 CFUUIDRef CFUUIDCreateFromString(CFAllocatorRef allocator, CFStringRef string) {
   if (keldane::testing::isTheOneToFail("CFUUIDCreateFromString")) {
     return nullptr;

@@ -8,8 +8,8 @@
 namespace keldane::testing {
 
 /// From now on the `nth` call (from 1) of the function fails with `error`; those before and after it work.
-/// One of AECreateList, AEPutParamPtr, AEPutParamDesc, AEPutDesc and CFUUIDCreateFromString, which fails by
-/// answering null.
+/// One of AECreateList, AEPutParamPtr, AEPutParamDesc, AEPutDesc, AEGetNthDesc, AECoerceDesc and
+/// CFUUIDCreateFromString, which fails by answering null.
 void failCall(const std::string& function, int nth, OSErr error);
 
 /// Whether the call came and failed. Nothing fails any more after this.

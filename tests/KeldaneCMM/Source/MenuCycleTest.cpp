@@ -17,11 +17,11 @@ class MenuCycle : public testing::MenuTest {
  protected:
   void cycle(const std::vector<std::string>& paths, std::uint32_t command) {
     Selection selection(paths);
-    ASSERT_EQ(examine(&selection.desc), kNoErr);
+    ASSERT_EQ(examine(selection.get()), kNoErr);
     ASSERT_TRUE(menu());
-    ASSERT_EQ(KeldanePlugin_HandleSelection(instance_, &selection.desc, static_cast<SInt32>(command)),
+    ASSERT_EQ(KeldanePlugin_HandleSelection(instance_, selection.get(), static_cast<SInt32>(command)),
               kNoErr);
-    AEDisposeDesc(&commands_.desc);
+    AEDisposeDesc(commands_.get());
     cleanup();
   }
   /// One cycle, in which everything is made that is made once in a process.
@@ -77,7 +77,7 @@ TEST_F(MenuCycle, ThatLosesItsDaemonLeavesNothingBehind) {
   daemon_->hangUp();
   // Long enough for the failure to be told and the next connection to be made.
   EXPECT_TRUE(testing::eventuallyRunning([&] { return daemon_->clients() == 1; }));
-  AEDisposeDesc(&commands_.desc);
+  AEDisposeDesc(commands_.get());
   cleanup();
   expectFootprint(before);
 }
@@ -97,15 +97,15 @@ TEST_F(MenuCycle, OfTwoInstancesAtOnceHasAConnectionEach) {
   void* other = KeldanePluginFactory(kCFAllocatorSystemDefault, contextualMenuTypeID());
   ASSERT_EQ(examine({path}), kNoErr);
   const Selection selection({path});
-  OwnedDesc list;
-  AECreateList(nullptr, 0, false, &list.desc);
-  ASSERT_EQ(KeldanePlugin_ExamineContext(other, &selection.desc, &list.desc), kNoErr);
+  OwnedDescriptor list;
+  AECreateList(nullptr, 0, false, list.get());
+  ASSERT_EQ(KeldanePlugin_ExamineContext(other, selection.get(), list.get()), kNoErr);
   EXPECT_TRUE(daemon_->waitForClients(2));
   cleanup();
-  AEDisposeDesc(&list.desc);
-  AECreateList(nullptr, 0, false, &list.desc);
-  EXPECT_EQ(KeldanePlugin_ExamineContext(other, &selection.desc, &list.desc), kNoErr);
-  EXPECT_FALSE(testing::readItems(list.desc).empty());
+  AEDisposeDesc(list.get());
+  AECreateList(nullptr, 0, false, list.get());
+  EXPECT_EQ(KeldanePlugin_ExamineContext(other, selection.get(), list.get()), kNoErr);
+  EXPECT_FALSE(testing::readItems(*list.get()).empty());
   KeldanePlugin_PostMenuCleanup(other);
   EXPECT_EQ(KeldanePlugin_Release(other), 0U);
 }

@@ -15,7 +15,7 @@ using Paths = std::vector<std::string>;
 Paths pathsOf(const std::vector<std::string>& paths, Selection::Maker maker = createFileURLDescriptor,
               bool alwaysAList = false) {
   const Selection selection(paths, maker, alwaysAList);
-  return AEDescToNSArray(&selection.desc);
+  return AEDescToNSArray(selection.get());
 }
 
 TEST(SelectionToPaths, TakesASingleDescriptorOfAnyFileKindAsOneItem) {
@@ -39,13 +39,13 @@ TEST(SelectionToPaths, FindsNoneInWhatIsNoFile) {
 
 TEST(SelectionToPaths, LeavesOutItemsWithoutAPath) {
   Selection selection({"/1", "/2"});
-  OwnedDesc text;
-  createText("/3", &text.desc);
-  AEPutDesc(&selection.desc, 1, &text.desc);  // in place of the first
-  OwnedDesc last;
-  createFileURLDescriptor("/4", &last.desc);
-  AEPutDesc(&selection.desc, 0, &last.desc);
-  EXPECT_EQ(AEDescToNSArray(&selection.desc), (Paths{"/2", "/4"}));
+  OwnedDescriptor text;
+  createText("/3", text.get());
+  AEPutDesc(selection.get(), 1, text.get());  // in place of the first
+  OwnedDescriptor last;
+  createFileURLDescriptor("/4", last.get());
+  AEPutDesc(selection.get(), 0, last.get());
+  EXPECT_EQ(AEDescToNSArray(selection.get()), (Paths{"/2", "/4"}));
 }
 
 TEST(SelectionToPaths, BringsEveryTextPathBack) {
@@ -74,6 +74,28 @@ TEST(SelectionToPaths, LeavesOutPathsThatAreNotText) {
   EXPECT_TRUE(pathsOf({"/b\xC3"}).empty());
 }
 
+TEST(SelectionToPaths, LeavesOutAnItemThatCannotBeReadAndGoesOn) {
+  const Selection selection({"/1", "/2", "/3"});
+  for (const char* function : {"AEGetNthDesc", "AECoerceDesc"}) {
+    testing::failCall(function, 2, errAECoercionFail);
+    EXPECT_EQ(AEDescToNSArray(selection.get()), (Paths{"/1", "/3"})) << function;
+    EXPECT_TRUE(testing::stopFailing()) << function;
+  }
+  const Selection single({"/1"});
+  testing::failCall("AECoerceDesc", 1, errAECoercionFail);
+  EXPECT_TRUE(AEDescToNSArray(single.get()).empty());
+  EXPECT_TRUE(testing::stopFailing());
+}
+
+TEST(SelectionToPaths, ThrowsRatherThanLeaveOutWhatThereIsNoMemoryFor) {
+  const Selection selection({"/1", "/2", "/3"});
+  for (const char* function : {"AEGetNthDesc", "AECoerceDesc"}) {
+    testing::failCall(function, 2, memFullErr);
+    EXPECT_THROW(AEDescToNSArray(selection.get()), std::bad_alloc) << function;
+    EXPECT_TRUE(testing::stopFailing()) << function;
+  }
+}
+
 TEST(SelectionToPaths, LogsThePaths) {
   const testing::LogSwitchedOn log;
   pathsOf({"/a", "/b"});
@@ -83,27 +105,27 @@ TEST(SelectionToPaths, LogsThePaths) {
 }
 
 TEST(DescriptorToPath, IsAbsentForWhatIsNoFile) {
-  OwnedDesc text;
-  createText("/a", &text.desc);
-  EXPECT_EQ(AEDescToPath(&text.desc), std::nullopt);
-  OwnedDesc url;
-  createFileURLDescriptor("/a", &url.desc);
-  EXPECT_EQ(AEDescToPath(&url.desc), "/a");
+  OwnedDescriptor text;
+  createText("/a", text.get());
+  EXPECT_EQ(AEDescToPath(text.get()), std::nullopt);
+  OwnedDescriptor url;
+  createFileURLDescriptor("/a", url.get());
+  EXPECT_EQ(AEDescToPath(url.get()), "/a");
 }
 
 class MenuItems : public ::testing::Test {
  protected:
   MenuItems() {
-    AECreateList(nullptr, 0, false, &list_.desc);
+    AECreateList(nullptr, 0, false, list_.get());
     gHasAttributeAndModifierKeys = true;
   }
   ~MenuItems() override { gHasAttributeAndModifierKeys = false; }
-  std::vector<testing::MenuItem> items() const { return testing::readItems(list_.desc); }
+  std::vector<testing::MenuItem> items() const { return testing::readItems(*list_.get()); }
   OSStatus add(MenuItemAttributes attributes) {
-    return Command_AddToAEDescList(title_.get(), fourCharCode("r2d<"), attributes, &list_.desc);
+    return Command_AddToAEDescList(title_.get(), fourCharCode("r2d<"), attributes, list_.get());
   }
   CFOwner<CFStringRef> title_{CFStringCreateWithBytes(nullptr, "Title", 5)};
-  OwnedDesc list_;
+  OwnedDescriptor list_;
 };
 
 TEST_F(MenuItems, HoldTitleNumberInFourBytesAndAttributes) {
@@ -123,7 +145,7 @@ TEST_F(MenuItems, KeepTheTitleAsLongAsTheList) {
   const long before = CFGetRetainCount(title_.get());
   add(0);
   EXPECT_EQ(CFGetRetainCount(title_.get()), before + 1);
-  AEDisposeDesc(&list_.desc);
+  AEDisposeDesc(list_.get());
   EXPECT_EQ(CFGetRetainCount(title_.get()), before);
 }
 

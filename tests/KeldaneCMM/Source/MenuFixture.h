@@ -14,7 +14,7 @@
 #include "KeldaneCMM/Source/KeldanePlugin.h"
 #include "KeldaneCMM/Source/MenuDescriptors.h"
 #include "log/KeldaneLog.h"
-#include "platform/events/FileDescriptors.h"
+#include "platform/events/PathDescriptors.h"
 #include "platform/host/Host.h"
 #include "tests/support/ClientBundle.h"
 #include "tests/support/FakeDaemon.h"
@@ -34,21 +34,21 @@ class LogSwitchedOn : public LogCapture {
 };
 
 /// A selection as a host hands it over: one path is one descriptor, several are a list.
-class Selection : public OwnedDesc {
+class Selection : public OwnedDescriptor {
  public:
   using Maker = OSErr (*)(std::string_view path, AEDesc* result);
 
   Selection(const std::vector<std::string>& paths, Maker maker = createFileURLDescriptor,
             bool alwaysAList = false) {
     if (paths.size() == 1 && !alwaysAList) {
-      EXPECT_EQ(maker(paths.front(), &desc), kNoErr);
+      EXPECT_EQ(maker(paths.front(), get()), kNoErr);
       return;
     }
-    EXPECT_EQ(AECreateList(nullptr, 0, false, &desc), kNoErr);
+    EXPECT_EQ(AECreateList(nullptr, 0, false, get()), kNoErr);
     for (const std::string& path : paths) {
-      OwnedDesc item;
-      EXPECT_EQ(maker(path, &item.desc), kNoErr);
-      EXPECT_EQ(AEPutDesc(&desc, 0, &item.desc), kNoErr);
+      OwnedDescriptor item;
+      EXPECT_EQ(maker(path, item.get()), kNoErr);
+      EXPECT_EQ(AEPutDesc(get(), 0, item.get()), kNoErr);
     }
   }
 };
@@ -109,10 +109,10 @@ inline std::vector<MenuItem> readItems(const AEDescList& list) {
   std::int32_t count = 0;
   AECountItems(&list, &count);
   for (std::int32_t i = 1; i <= count; ++i) {
-    OwnedDesc record;
-    EXPECT_EQ(AEGetNthDesc(&list, i, typeWildCard, nullptr, &record.desc), kNoErr);
-    EXPECT_EQ(record.desc.descriptorType, typeAERecord);
-    items.push_back(readItem(record.desc));
+    OwnedDescriptor record;
+    EXPECT_EQ(AEGetNthDesc(&list, i, typeWildCard, nullptr, record.get()), kNoErr);
+    EXPECT_EQ(record.get()->descriptorType, typeAERecord);
+    items.push_back(readItem(*record.get()));
   }
   return items;
 }
@@ -184,27 +184,27 @@ class MenuTest : public ::testing::Test {
   }
 
   OSStatus examine(const AEDesc* context) {
-    AEDisposeDesc(&commands_.desc);
-    AECreateList(nullptr, 0, false, &commands_.desc);
-    return KeldanePlugin_ExamineContext(instance_, context, &commands_.desc);
+    AEDisposeDesc(commands_.get());
+    AECreateList(nullptr, 0, false, commands_.get());
+    return KeldanePlugin_ExamineContext(instance_, context, commands_.get());
   }
   OSStatus examine(const std::vector<std::string>& paths) {
     const Selection selection(paths);
-    return examine(&selection.desc);
+    return examine(selection.get());
   }
   /// The menu that the last examination appended.
   std::optional<Menu> menu() const {
-    const std::vector<MenuItem> parents = readItems(commands_.desc);
+    const std::vector<MenuItem> parents = readItems(*commands_.get());
     if (parents.empty()) {
       return std::nullopt;
     }
     EXPECT_EQ(parents.size(), 1U);
-    OwnedDesc parent;
-    OwnedDesc items;
-    EXPECT_EQ(AEGetNthDesc(&commands_.desc, 1, typeWildCard, nullptr, &parent.desc), kNoErr);
-    EXPECT_EQ(AEGetParamDesc(&parent.desc, keyContextualMenuSubmenu, typeWildCard, &items.desc), kNoErr);
-    EXPECT_EQ(items.desc.descriptorType, typeAEList);
-    return Menu{parents.front(), readItems(items.desc)};
+    OwnedDescriptor parent;
+    OwnedDescriptor items;
+    EXPECT_EQ(AEGetNthDesc(commands_.get(), 1, typeWildCard, nullptr, parent.get()), kNoErr);
+    EXPECT_EQ(AEGetParamDesc(parent.get(), keyContextualMenuSubmenu, typeWildCard, items.get()), kNoErr);
+    EXPECT_EQ(items.get()->descriptorType, typeAEList);
+    return Menu{parents.front(), readItems(*items.get())};
   }
   /// The examination's menu as titles, which is what most tests are about. "(none)" without a menu.
   std::vector<std::string> titles(const std::vector<std::string>& paths) {
@@ -221,7 +221,7 @@ class MenuTest : public ::testing::Test {
   ClientBundle bundle_;
   std::unique_ptr<FakeDaemon> daemon_;
   KeldanePluginInstance* instance_ = nullptr;
-  OwnedDesc commands_;
+  OwnedDescriptor commands_;
   std::vector<std::optional<std::string>> opened_;
 
  private:

@@ -25,7 +25,7 @@ class SelectionTest : public testing::MenuTest {
   }
   OSStatus choose(std::uint32_t command, const std::vector<std::string>& paths) {
     Selection selection(paths);
-    return KeldanePlugin_HandleSelection(instance_, &selection.desc, static_cast<SInt32>(command));
+    return KeldanePlugin_HandleSelection(instance_, selection.get(), static_cast<SInt32>(command));
   }
   /// The calls that came of a choice, all of them: what is sent afterwards comes after them.
   std::vector<DaemonCall> callsOf(std::uint32_t command, const std::vector<std::string>& paths) {
@@ -182,7 +182,7 @@ TEST_P(MissingPreferences, ReachTheOpenerAsAbsent) {
   ASSERT_EQ(examine({file("a")}), kNoErr);
   Selection selection({"/a"});
   EXPECT_EQ(
-      KeldanePlugin_HandleSelection(instance_, &selection.desc, static_cast<SInt32>(kCommandPreferences)),
+      KeldanePlugin_HandleSelection(instance_, selection.get(), static_cast<SInt32>(kCommandPreferences)),
       kNoErr);
   EXPECT_EQ(opened_, (std::vector<std::optional<std::string>>{std::nullopt}));
 }

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/plist/PropertyListSerialization.h"
-#include "platform/plist/Unicode.h"
+#include "platform/text/Unicode.h"
 #include "tests/support/FewDescriptors.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TemporaryFolder.h"

@@ -18,18 +18,18 @@ struct Thing {
 
 TEST(Send, ReachesAnObjectThatIsThere) {
   Thing thing;
-  EXPECT_EQ(send(&thing, &Thing::number), 7);
-  EXPECT_EQ(send(std::make_shared<Thing>(), &Thing::name), "thing");
-  send(&thing, &Thing::set, 3);
+  EXPECT_EQ(sendTo(&thing, &Thing::number), 7);
+  EXPECT_EQ(sendTo(std::make_shared<Thing>(), &Thing::name), "thing");
+  sendTo(&thing, &Thing::set, 3);
   EXPECT_EQ(thing.value_, 3);
-  EXPECT_EQ(send(&thing, [](const Thing& it) { return it.value_ + 1; }), 4);
+  EXPECT_EQ(sendTo(&thing, [](const Thing& it) { return it.value_ + 1; }), 4);
 }
 
 TEST(Send, ToAnAbsentObjectDoesNothingAndYieldsNothing) {
   Thing* none = nullptr;
-  EXPECT_EQ(send(none, &Thing::number), 0);
-  EXPECT_EQ(send(std::shared_ptr<Thing>(), &Thing::name), "");
-  send(none, &Thing::set, 3);
+  EXPECT_EQ(sendTo(none, &Thing::number), 0);
+  EXPECT_EQ(sendTo(std::shared_ptr<Thing>(), &Thing::name), "");
+  sendTo(none, &Thing::set, 3);
 }
 
 }  // namespace

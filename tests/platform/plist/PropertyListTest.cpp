@@ -181,6 +181,8 @@ TEST(PropertyList, NumbersAreEqualByValueAndIdenticalBySort) {
   EXPECT_FALSE(PropertyList(1).identical(PropertyList(true)));
   EXPECT_FALSE(PropertyList(1).identical(PropertyList(1.0)));
   EXPECT_NE(PropertyList("1"), PropertyList(1));
+  EXPECT_NE(PropertyList(INT64_MAX), PropertyList(INT64_MAX - 1)) << "though a real has no room for both";
+  EXPECT_NE(PropertyList(UINT64_MAX), PropertyList(UINT64_MAX - 1));
 }
 
 TEST(PropertyList, DictionariesAreEqualInAnyOrder) {
@@ -220,6 +222,16 @@ TEST(PropertyList, DescribesInThePlatformsManner) {
   EXPECT_EQ(PropertyList::data(bytes).description(), "<deadbeef 01>");
   EXPECT_EQ(PropertyList(Date{0}).description(), "2001-01-01 00:00:00 +0000");
   EXPECT_EQ(PropertyList(UINT64_MAX).description(), "18446744073709551615");
+}
+
+TEST(PropertyList, QuotesTextInAContainerUnlessEachCharacterIsPlain) {
+  const std::string plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_$/:.-";
+  EXPECT_EQ(PropertyList::array({plain}).description(), "(\n    " + plain + "\n)");
+  for (char c = 1; c < 127; ++c) {
+    const bool isQuoted =
+        PropertyList::array({std::string(2, c)}).description().find("    \"") != std::string::npos;
+    EXPECT_EQ(isQuoted, plain.find(c) == std::string::npos) << c;
+  }
 }
 
 TEST(PropertyList, DatesBeyondTheCalendarStillPrint) {

@@ -7,6 +7,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <ctime>
+
 #include "platform/files/Descriptor.h"
 #include "platform/files/FileContents.h"
 #include "platform/plist/PropertyListSerialization.h"
@@ -127,6 +129,30 @@ TEST_F(PreferencesTest, ADamagedFileIsSetAsideAndNotLost) {
     EXPECT_TRUE(Preferences::synchronize(kDomain));
     EXPECT_EQ(onDisk()["a"], PropertyList(1));
   }
+}
+
+TEST_F(PreferencesTest, ADamagedFileThatCannotBeSetAsideIsNotOverwritten) {
+  const LogCapture log;
+  const std::string content = "<plist><dict>";
+  folder_.write("com.keldane.preferences.plist", content);
+  // All names that it could get within the next seconds are taken.
+  const std::time_t now = std::time(nullptr);
+  for (std::time_t at = now; at < now + 10; ++at) {
+    std::tm parts{};
+    gmtime_r(&at, &parts);
+    char stamp[32];
+    std::strftime(stamp, sizeof(stamp), "%Y%m%dT%H%M%SZ", &parts);
+    const std::string base = std::string("com.keldane.preferences.plist.damaged-") + stamp;
+    folder_.write(base, "");
+    for (int attempt = 1; attempt < 100; ++attempt) {
+      folder_.write(base + "-" + std::to_string(attempt), "");
+    }
+  }
+  set("a", 1);
+  EXPECT_FALSE(Preferences::synchronize(kDomain));
+  EXPECT_TRUE(log.hasPart("cannot be set aside"));
+  EXPECT_EQ(testing::readWhole(file()), content);
+  EXPECT_EQ(get("a"), PropertyList(1)) << "still to be written";
 }
 
 TEST_F(PreferencesTest, AFolderInThePlaceOfTheFileIsSetAsideToo) {

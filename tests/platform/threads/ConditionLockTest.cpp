@@ -1,10 +1,13 @@
 #include "platform/threads/ConditionLock.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <thread>
 #include <vector>
+
+#include "tests/support/Wait.h"
 
 namespace keldane {
 namespace {
@@ -51,6 +54,24 @@ TEST(ConditionLock, ExcludesOthers) {
     thread.join();
   }
   EXPECT_EQ(value, 4000);
+}
+
+TEST(ConditionLock, WhoHoldsItKeepsItFromAllOthers) {
+  ConditionLock lock(0);
+  lock.lock();
+  std::atomic<pid_t> thread = 0;
+  std::atomic<bool> taken = false;
+  std::thread other([&] {
+    thread = gettid();
+    lock.lockWhenCondition(0);
+    taken = true;
+    lock.unlock();
+  });
+  EXPECT_TRUE(testing::eventually([&] { return testing::isAsleep(thread); }));
+  EXPECT_FALSE(taken);
+  lock.unlock();
+  other.join();
+  EXPECT_TRUE(taken);
 }
 
 TEST(ConditionLock, ACancelledWaiterGoesWithoutTheLock) {

@@ -163,6 +163,32 @@ TEST_F(LockOrderTest, AWaitForAConditionUnderAnotherLockIsFound) {
   EXPECT_THAT(findings_, ElementsAre("A thread waits for a condition of condition while it holds A"));
 }
 
+TEST_F(LockOrderTest, AnInnermostLockMayBeTakenUnderALeafAndNothingUnderIt) {
+  Mutex leaf{{.name = "leaf", .leaf = true}};
+  Mutex inner{{.name = "inner", .innermost = true}};
+  Mutex other{{.name = "other", .innermost = true}};
+  take(leaf, inner);
+  EXPECT_THAT(findings_, IsEmpty());
+  take(inner, other);
+  EXPECT_THAT(findings_,
+              ElementsAre("Nothing is to be taken under inner, but a thread that holds inner takes other"));
+}
+
+TEST_F(LockOrderTest, AConditionVariableIsAWaitAndReleasesItsMutex) {
+  Condition changed;
+  {
+    const ScopedLock guard(b_);
+    changed.waitFor(b_, std::chrono::milliseconds(1), [] { return false; });
+  }
+  EXPECT_THAT(findings_, IsEmpty());
+  {
+    const ScopedLock first(a_);
+    const ScopedLock second(b_);
+    changed.waitFor(b_, std::chrono::milliseconds(1), [] { return false; });
+  }
+  EXPECT_THAT(findings_, ElementsAre("A thread waits for a condition of B while it holds A"));
+}
+
 TEST_F(LockOrderTest, AWaitThatWasGivenUpLeavesNothingHeld) {
   ConditionLock lock(0, {.name = "condition", .leaf = true});
   if (lock.lockWhenCondition(1, [] { return true; })) {

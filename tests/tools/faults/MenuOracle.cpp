@@ -5,7 +5,7 @@
 
 #include "fuzz/FrameStream.h"
 #include "platform/plist/PropertyListSerialization.h"
-#include "platform/plist/Unicode.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane::testing {
 

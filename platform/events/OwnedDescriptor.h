@@ -1,17 +1,20 @@
-// A descriptor that its holder gives back.
+// The one owner of a descriptor.
 #pragma once
 
 #include "platform/events/AppleEvents.h"
 
 namespace keldane {
 
+/// Owns a descriptor, a null one at first, and disposes of it at the end of its scope.
 class OwnedDescriptor {
  public:
   OwnedDescriptor() = default;
   ~OwnedDescriptor() { AEDisposeDesc(&desc_); }
   OwnedDescriptor(const OwnedDescriptor&) = delete;
   OwnedDescriptor& operator=(const OwnedDescriptor&) = delete;
+
   AEDesc* get() { return &desc_; }
+  const AEDesc* get() const { return &desc_; }
 
  private:
   AEDesc desc_{typeNull, nullptr};

@@ -1,5 +1,6 @@
 // Paths of both kinds, file URLs, and files as descriptors.
-#include "platform/events/FileDescriptors.h"
+#include "platform/events/OwnedDescriptor.h"
+#include "platform/events/PathDescriptors.h"
 
 #include <algorithm>
 
@@ -54,11 +55,11 @@ void checkURL(std::string_view text) {
 }
 
 void checkDescriptor(std::string_view path, OSErr (*make)(std::string_view, AEDesc*)) {
-  AEDesc file{};
-  require(make(path, &file) == kNoErr, "any absolute path has a descriptor, whatever its bytes");
-  const OSErr error = AECoerceDesc(&file, typeFileURL, &file);
+  OwnedDescriptor file;
+  require(make(path, file.get()) == kNoErr, "any absolute path has a descriptor, whatever its bytes");
+  const OSErr error = AECoerceDesc(file.get(), typeFileURL, file.get());
   require((error == kNoErr) == isPath(path), "a path is coerced to a URL, nothing else is");
-  const std::optional<std::string> text = AppleEventDescriptor(file).stringValue();
+  const std::optional<std::string> text = stringValue(*file.get());
   require(text == hfsPathFromPOSIXPath(path), "a URL's text is the HFS path");
 }
 

@@ -1,6 +1,6 @@
 #include <gtk/gtk.h>
 
-#include "hosts/gtk/MenuIsComing.h"
+#include "hosts/gtk/MenuRequest.h"
 
 namespace keldane {
 
@@ -60,7 +60,7 @@ void onWindows(GListModel* windows, guint /*position*/, guint /*removed*/, guint
 
 }  // namespace
 
-void whenAMenuIsComing(std::function<void()> callback) {
+void onMenuRequest(std::function<void()> callback) {
   theCallback() = std::move(callback);
   GListModel* windows = gtk_window_get_toplevels();
   g_signal_connect(windows, "items-changed", G_CALLBACK(onWindows), nullptr);

@@ -1,8 +1,10 @@
-#include "platform/events/FileDescriptors.h"
+#include "platform/events/PathDescriptors.h"
 
 #include <gtest/gtest.h>
 
 #include <random>
+
+#include "platform/events/OwnedDescriptor.h"
 
 namespace keldane {
 namespace {
@@ -17,24 +19,23 @@ std::string text(const AEDesc& desc) {
 
 /// The way that a plug-in takes from a descriptor to a path.
 std::optional<std::string> pathThrough(Create create, const std::string& path) {
-  AEDesc desc{typeNull, nullptr};
-  create(path, &desc);
-  AEDesc url{typeNull, nullptr};
-  const OSErr error = AECoerceDesc(&desc, typeFileURL, &url);
-  AEDisposeDesc(&desc);
+  OwnedDescriptor desc;
+  create(path, desc.get());
+  OwnedDescriptor url;
+  const OSErr error = AECoerceDesc(desc.get(), typeFileURL, url.get());
   if (error != kNoErr) {
     EXPECT_EQ(error, errAECoercionFail);
     return std::nullopt;
   }
-  const std::optional<std::string> hfs = AppleEventDescriptor(url).stringValue();
+  const std::optional<std::string> hfs = stringValue(*url.get());
   const std::optional<FileURL> file =
       hfs ? FileURL::withFileSystemPath(*hfs, PathStyle::hfs, true) : std::nullopt;
   return file ? std::optional(file->path()) : std::nullopt;
 }
 
-class FileDescriptorsTest : public ::testing::TestWithParam<Create> {};
+class PathDescriptorsTest : public ::testing::TestWithParam<Create> {};
 
-TEST_P(FileDescriptorsTest, EveryPathSurvives) {
+TEST_P(PathDescriptorsTest, EveryPathSurvives) {
   for (const std::string path :
        {"/", "/a", "/usr/share/doc", "/with blank/50%/x", "/a:b/c:d", "/new\nline", "/tab\tquote\"'",
         "/emoji 😀/日本/ÄÖÜ", "/#?&=+;,@!$()*[]{}|\\^`~<>", "/..x/.hidden"}) {
@@ -44,7 +45,7 @@ TEST_P(FileDescriptorsTest, EveryPathSurvives) {
   EXPECT_EQ(pathThrough(GetParam(), "/a/b/"), "/a/b") << "without a trailing slash";
 }
 
-TEST_P(FileDescriptorsTest, RandomPathsSurvive) {
+TEST_P(PathDescriptorsTest, RandomPathsSurvive) {
   static constexpr const char* kPieces[] = {"a", ":", "::", "%", "%41",  " ", "\n",
                                             "é", "😀", ".",  "-", "file", "?", "#"};
   std::mt19937 random(7);
@@ -60,18 +61,18 @@ TEST_P(FileDescriptorsTest, RandomPathsSurvive) {
   }
 }
 
-TEST_P(FileDescriptorsTest, WhatIsNoPathFails) {
+TEST_P(PathDescriptorsTest, WhatIsNoPathFails) {
   for (const std::string& path :
        {std::string("relative"), std::string(), std::string("/a\xFF"), std::string("/a\0b", 4)}) {
     EXPECT_EQ(pathThrough(GetParam(), path), std::nullopt);
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Forms, FileDescriptorsTest,
+INSTANTIATE_TEST_SUITE_P(Forms, PathDescriptorsTest,
                          ::testing::Values(&createFileURLDescriptor, &createAliasDescriptor,
                                            &createFileReferenceDescriptor));
 
-TEST(FileDescriptors, TextIsNoFile) {
+TEST(PathDescriptors, TextIsNoFile) {
   AEDesc desc{typeNull, nullptr};
   AEDesc url{typeNull, nullptr};
   AECreateDesc(typeUTF8Text, "/etc", 4, &desc);
@@ -80,7 +81,7 @@ TEST(FileDescriptors, TextIsNoFile) {
   EXPECT_EQ(AECoerceDesc(&desc, typeFileURL, &url), errAECoercionFail) << "nor is nothing";
 }
 
-TEST(FileDescriptors, AListOfOneIsThatOne) {
+TEST(PathDescriptors, AListOfOneIsThatOne) {
   AEDesc desc{typeNull, nullptr};
   AEDesc list{typeNull, nullptr};
   AEDesc url{typeNull, nullptr};
@@ -97,7 +98,7 @@ TEST(FileDescriptors, AListOfOneIsThatOne) {
   AEDisposeDesc(&list);
 }
 
-TEST(FileDescriptors, BrokenRecordsFail) {
+TEST(PathDescriptors, BrokenRecordsFail) {
   for (const std::string& bytes :
        {std::string(), std::string("KALS"), std::string("KALS\1\0\0\0\5\0\0\0/etc", 16),
         std::string("KALS\2\0\0\0\4\0\0\0/etc", 16), std::string("NONE\1\0\0\0\4\0\0\0/etc", 16)}) {

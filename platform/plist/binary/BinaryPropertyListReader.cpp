@@ -1,4 +1,4 @@
-#include "platform/plist/BinaryPropertyListReader.h"
+#include "platform/plist/binary/BinaryPropertyListReader.h"
 
 #include <algorithm>
 #include <array>
@@ -13,17 +13,18 @@
 #include "platform/plist/PropertyListError.h"
 #include "platform/plist/PropertyListNode.h"
 #include "platform/plist/PropertyListSerialization.h"
-#include "platform/plist/Unicode.h"
+#include "platform/plist/binary/Format.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane {
 
 namespace {
 
-constexpr std::size_t kTrailerSize = 32;
+using namespace binary_plist;
 
 // Whoever walks a value meets a shared object as often as it is referred to, and a chain of containers that
-// each hold the next one twice doubles at every link. What a value may come to is bounded by its bytes; a
-// short one may share as an encoder that writes each equal dictionary once does.
+// each hold the next one twice doubles at every link. So the number of values in a list is bounded by its
+// bytes. Even a short list may share as much as an encoder does that writes equal dictionaries once.
 constexpr std::uint64_t kMostValues = 65536;
 constexpr std::uint64_t kMostValuesPerByte = 16;
 constexpr std::uint64_t kMostValuesOfAll = std::uint64_t{1} << 31;
@@ -34,7 +35,7 @@ std::uint64_t eightBytes(const std::uint8_t* bytes) {
   return std::endian::native == std::endian::little ? __builtin_bswap64(value) : value;
 }
 
-// Out of the way of what is read.
+// Kept out of line, so that what is always run stays together.
 [[noreturn, gnu::cold, gnu::noinline]] void fail(const char* sentence, std::size_t offset) {
   throw PropertyListError(sentence, offset);
 }
@@ -47,14 +48,14 @@ class BinaryReader {
 
   PropertyList read() { return object(topObject_, 1); }
 
-  /// Once all is read: the keys of the outermost dictionary, when they can be the usual ones of the next
-  /// message; absent when they are so already.
+  /// After `read`: the keys of the outermost dictionary, when they can be the usual ones of the next message.
+  /// Absent when they cannot, and when they are the usual ones already.
   const PropertyList& newUsualKeys() const { return newUsualKeys_; }
 
  private:
-  /// What is known of an object. The value is kept by the container that it was first read for, and nobody
-  /// else knows it before all is read. `height` counts the containers from it downwards, `values` the values
-  /// in it and itself, shared ones as often as they are referred to.
+  /// What is known of an object. The container that it was first read for keeps the value alive, and no other
+  /// thread knows the value before all is read. `height` counts the levels of containers from this object
+  /// downwards. `values` counts the values in it and itself, shared ones as often as they are referred to.
   struct Object {
     enum State : std::uint8_t { unknown, beingRead, whole, usual };  // usual: a whole one that others know
     std::uintptr_t bits = 0;
@@ -63,8 +64,8 @@ class BinaryReader {
     State state = unknown;
   };
 
-  /// The keys of a dictionary and where the references to them lie. One with the same references has the same
-  /// keys.
+  /// The keys of a dictionary and where the references to them lie. Two dictionaries with the same references
+  /// have the same keys.
   struct KnownKeys {
     PropertyList keys;
     std::size_t offset = 0;
@@ -75,29 +76,29 @@ class BinaryReader {
       fail("The binary property list is too short to hold a trailer", bytes_.size());
     }
     const std::size_t trailer = bytes_.size() - kTrailerSize;
-    offsetSize_ = bytes_[trailer + 6];
-    referenceSize_ = bytes_[trailer + 7];
-    const std::uint64_t objects = bigEndian(trailer + 8, 8);
-    topObject_ = bigEndian(trailer + 16, 8);
-    offsetTable_ = bigEndian(trailer + 24, 8);
+    offsetSize_ = bytes_[trailer + kOffsetWidthField];
+    referenceSize_ = bytes_[trailer + kReferenceWidthField];
+    const std::uint64_t objects = bigEndian(trailer + kObjectCountField, 8);
+    topObject_ = bigEndian(trailer + kTopObjectField, 8);
+    offsetTable_ = bigEndian(trailer + kOffsetTableField, 8);
     if (offsetSize_ < 1 || offsetSize_ > 8 || referenceSize_ < 1 || referenceSize_ > 8) {
-      fail("The trailer gives a width that is not between 1 and 8 bytes", trailer + 6);
+      fail("The trailer gives a width that is not between 1 and 8 bytes", trailer + kOffsetWidthField);
     }
     if (offsetTable_ < kBinaryPropertyListMagic.size() || offsetTable_ > trailer) {
-      fail("The trailer puts the offset table outside the property list", trailer + 24);
+      fail("The trailer puts the offset table outside the property list", trailer + kOffsetTableField);
     }
     if (objects == 0 || objects > (trailer - offsetTable_) / offsetSize_) {
-      fail("The trailer counts more objects than the offset table holds", trailer + 8);
+      fail("The trailer counts more objects than the offset table holds", trailer + kObjectCountField);
     }
     if (topObject_ >= objects) {
-      fail("The trailer names a top object that does not exist", trailer + 16);
+      fail("The trailer names a top object that does not exist", trailer + kTopObjectField);
     }
     objects_.resize(objects);
     mostValues_ = std::min(std::max(kMostValues, kMostValuesPerByte * bytes_.size()), kMostValuesOfAll);
     expect(0);
   }
 
-  /// Prepares for all objects but `known` ones, which are not made.
+  /// Says how much memory the objects will take, when `known` of them need not be made.
   void expect(std::size_t known) {
     const std::size_t scalars =
         offsetTable_ - taken_ + (objects_.size() - known) * PropertyListBlocks::sizeFor(0);
@@ -107,7 +108,7 @@ class BinaryReader {
     apart_.expect(containers);
   }
 
-  /// Of up to 8 bytes before the trailer, which follows whatever else is read.
+  /// An integer of up to 8 bytes that begins before the trailer, whose bytes may be read along with it.
   std::uint64_t bigEndian(std::size_t offset, std::size_t width) const {
     return eightBytes(bytes_.data() + offset) >> (64 - 8 * width);
   }
@@ -156,48 +157,48 @@ class BinaryReader {
 
   PropertyList parse(Object& target, const std::size_t start, int depth) {
     const std::uint8_t marker = bytes_[start];
-    const std::uint8_t low = marker & 0x0F;
+    const std::uint8_t low = lowOf(marker);
     std::size_t offset = start + 1;
-    switch (marker >> 4) {
-      case 0x0:
-        if (low != 8 && low != 9) {
+    switch (kindOf(marker)) {
+      case kSimple:
+        if (low != kFalse && low != kTrue) {
           break;
         }
-        return PropertyList::boolean(low == 9);
-      case 0x1:
+        return PropertyList::boolean(low == kTrue);
+      case kInteger:
         return integer(offset, low);
-      case 0x2:
+      case kReal:
         return real(offset, low);
-      case 0x3:
-        if (low != 3) {
+      case kDate:
+        if (low != kEightBytes) {
           break;
         }
         take(offset, 8);
         return scalar(PropertyList::Kind::date, std::bit_cast<double>(bigEndian(offset, 8)));
-      case 0x4: {
+      case kData: {
         const std::size_t length = count(offset, low);
         take(offset, length);
         return data(offset, length);
       }
-      case 0x5: {
+      case kAscii: {
         const std::size_t length = count(offset, low);
         take(offset, length);
         return isAscii(text(offset, length)) ? string(text(offset, length))
                                              : string(replacedAscii(text(offset, length)));
       }
-      case 0x6: {
+      case kUtf16: {
         const std::size_t length = count(offset, low);
         take(offset, length, 2);
         return string(utf8FromUtf16(text(offset, 2 * length), true));
       }
-      case 0x8:
+      case kUid:
         fail("A UID is no property-list value", start);
-      case 0xA:
+      case kArray:
         return readArray(target, start, offset, low, depth);
-      case 0xB:
-      case 0xC:
+      case kOrderedSet:
+      case kSet:
         fail("A set is no property-list value", start);
-      case 0xD:
+      case kDictionary:
         return readDictionary(target, start, offset, low, depth);
       default:
         break;
@@ -205,17 +206,17 @@ class BinaryReader {
     fail("An object has an unknown marker", start);
   }
 
-  /// The count of a container, string or data: in the marker, or in an integer that follows it.
+  /// The count of a container, string or data: the lower half of the marker, or the integer that follows it.
   std::size_t count(std::size_t& offset, std::uint8_t low) {
-    if (low != 0x0F) {
+    if (low != kCountFollows) {
       return low;
     }
     take(offset, 1);
     const std::uint8_t marker = bytes_[offset];
-    if (marker >> 4 != 1 || (marker & 0x0F) > 3) {
+    if (kindOf(marker) != kInteger || lowOf(marker) > kEightBytes) {
       fail("A count is no integer", offset);
     }
-    const std::size_t width = std::size_t{1} << (marker & 0x0F);
+    const std::size_t width = std::size_t{1} << lowOf(marker);
     take(offset + 1, width);
     const std::uint64_t value = bigEndian(offset + 1, width);
     offset += 1 + width;
@@ -257,16 +258,13 @@ class BinaryReader {
   }
 
   PropertyList integer(std::size_t offset, std::uint8_t low) {
-    if (low > 4) {
+    if (low > kSixteenBytes) {
       fail("An integer is wider than 16 bytes", offset - 1);
     }
     const std::size_t width = std::size_t{1} << low;
     take(offset, width);
-    if (width < 8) {
+    if (width <= 8) {
       return PropertyList::integer(static_cast<std::int64_t>(bigEndian(offset, width)));
-    }
-    if (width == 8) {
-      return PropertyList::integer(static_cast<std::int64_t>(bigEndian(offset, 8)));
     }
     const std::uint64_t high = bigEndian(offset, 8);
     const std::uint64_t value = bigEndian(offset + 8, 8);
@@ -282,14 +280,15 @@ class BinaryReader {
   }
 
   PropertyList real(std::size_t offset, std::uint8_t low) {
-    if (low != 2 && low != 3) {
+    if (low != kFourBytes && low != kEightBytes) {
       fail("A real is neither 4 nor 8 bytes wide", offset - 1);
     }
-    take(offset, low == 2 ? 4 : 8);
+    take(offset, low == kFourBytes ? 4 : 8);
     return scalar(
         PropertyList::Kind::number,
-        low == 2 ? static_cast<double>(std::bit_cast<float>(static_cast<std::uint32_t>(bigEndian(offset, 4))))
-                 : std::bit_cast<double>(bigEndian(offset, 8)));
+        low == kFourBytes
+            ? static_cast<double>(std::bit_cast<float>(static_cast<std::uint32_t>(bigEndian(offset, 4))))
+            : std::bit_cast<double>(bigEndian(offset, 8)));
   }
 
   /// A member of the container at `start`, whose height grows by it.
@@ -330,7 +329,7 @@ class BinaryReader {
   void readMembers(Object& target, std::size_t start, std::size_t offset, int depth, PropertyList* members,
                    std::size_t length) {
     for (std::size_t i = 0; i < length; ++i) {
-      // In the place of an absent one, which has nothing to give back.
+      // An absent value is overwritten, which has nothing to release.
       new (&members[i]) PropertyList(member(target, start, offset + i * referenceSize_, depth));
     }
   }
@@ -399,8 +398,8 @@ class BinaryReader {
     return nullptr;
   }
 
-  /// Whether the references at `offset` lead to the usual keys, which then need not be made. So need those
-  /// not that come before the first that is another.
+  /// Whether the references at `offset` lead to the usual keys, which then need not be made. Keys that were
+  /// matched before the first mismatch are not made either.
   bool takeUsualKeys(std::size_t offset, std::size_t length) {
     const PropertyListNode* keys = PropertyListAccess::node(usualKeys_);
     if (keys == nullptr || keys->count != length) {
@@ -431,19 +430,19 @@ class BinaryReader {
 
   /// Whether the object at `offset` is `text`, which is ASCII and so short that its length is in the marker.
   bool isShortText(std::size_t offset, std::string_view text) const {
-    return bytes_[offset] == (0x50 | text.size()) && text.size() < offsetTable_ - offset &&
+    return bytes_[offset] == marker(kAscii, text.size()) && text.size() < offsetTable_ - offset &&
            std::memcmp(&bytes_[offset + 1], text.data(), text.size()) == 0;
   }
 
-  /// Whether they are few, and `isShortText` finds them.
+  /// Whether there are few keys, and `isShortText` can find all of them.
   static bool canBeUsual(const PropertyListNode& keys) {
     return keys.count <= PropertyListNode::kLinearLookUp &&
            std::all_of(keys.handles(), keys.handles() + keys.count, [](const PropertyList& key) {
-             return key.string().size() < 0x0F && isAscii(key.string());
+             return key.string().size() < kCountFollows && isAscii(key.string());
            });
   }
 
-  /// A dictionary with keys that are equal. What it leaves out may be referred to again.
+  /// A dictionary with equal keys, of which the first counts. What is left out may be referred to again.
   PropertyList readRepeated(Object& target, std::size_t start, std::size_t offset, int depth,
                             const PropertyList& keys) {
     const PropertyListNode* names = PropertyListAccess::node(keys);
@@ -463,7 +462,7 @@ class BinaryReader {
   std::uint64_t topObject_ = 0, offsetTable_ = 0;
   std::uint64_t taken_ = 0;
   std::uint64_t mostValues_ = 0;
-  // Those of a message of the usual size; more come from the heap.
+  // Enough for the objects of a message of the usual size; more come from the heap.
   std::array<std::byte, 1024> few_;
   std::pmr::monotonic_buffer_resource memory_{few_.data(), few_.size()};
   std::pmr::vector<Object> objects_{&memory_};
@@ -473,7 +472,8 @@ class BinaryReader {
   std::array<KnownKeys, 4> knownKeys_;
   std::size_t nextKnownKeys_ = 0;
   PropertyList::Array kept_;
-  // Apart, because what is taken out of a dictionary mostly outlives it; but a short message is one block.
+  // Containers have blocks of their own, because a value that is taken out of a dictionary mostly outlives
+  // it. A short message is one block all the same.
   static constexpr std::size_t kShort = 1024;
   PropertyListBlocks scalars_, apart_;
   PropertyListBlocks* containers_ = nullptr;

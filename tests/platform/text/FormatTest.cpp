@@ -1,4 +1,4 @@
-#include "platform/syslog/Format.h"
+#include "platform/text/Format.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 //
 // All three ask for a menu's items whenever the selection changes, several times over, and keep what they
 // got. When a menu is about to be opened they are told that items have changed, and ask once more.
-#include "hosts/family/FileManager.h"
+#include "hosts/family/FamilyHost.h"
 
 #include "hosts/gtk/MenuItems.h"
 

@@ -1,4 +1,4 @@
-#include "platform/plist/Unicode.h"
+#include "platform/text/Unicode.h"
 
 #include <gtest/gtest.h>
 

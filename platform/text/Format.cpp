@@ -1,11 +1,11 @@
-#include "platform/syslog/Format.h"
+#include "platform/text/Format.h"
 
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
 
-#include "platform/plist/Unicode.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane {
 

@@ -1,6 +1,6 @@
 #include <gtk/gtk.h>
 
-#include "hosts/gtk/MenuIsComing.h"
+#include "hosts/gtk/MenuRequest.h"
 
 namespace keldane {
 
@@ -43,7 +43,7 @@ void hook(const char* signal, GSignalEmissionHook function) {
 
 }  // namespace
 
-void whenAMenuIsComing(std::function<void()> callback) {
+void onMenuRequest(std::function<void()> callback) {
   theCallback() = std::move(callback);
   hook("button-press-event", onButton);
   hook("key-press-event", onKey);

@@ -9,6 +9,6 @@ namespace keldane {
 /// see it: a right click, the Menu key, Shift+F10, a touch that may become a long one. For file managers that
 /// ask for a menu's items at every change of the selection: only what is about to be shown is worth a
 /// question to the daemon. Once a process; the toolkit's thread.
-void whenAMenuIsComing(std::function<void()> callback);
+void onMenuRequest(std::function<void()> callback);
 
 }  // namespace keldane

@@ -1,4 +1,4 @@
-#include "platform/plist/XmlPropertyListReader.h"
+#include "platform/plist/xml/XmlPropertyListReader.h"
 
 #include <array>
 #include <charconv>
@@ -8,7 +8,7 @@
 #include "platform/plist/PropertyListError.h"
 #include "platform/plist/PropertyListNode.h"
 #include "platform/plist/PropertyListSerialization.h"
-#include "platform/plist/Unicode.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane {
 

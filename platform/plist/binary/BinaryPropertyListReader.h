@@ -5,8 +5,6 @@
 
 namespace keldane {
 
-inline constexpr std::string_view kBinaryPropertyListMagic = "bplist00";
-
 /// The value in `bytes`; throws PropertyListError. Every offset and count is checked against the bytes that
 /// are there before anything is allocated for it. An object that is referred to from several places is read
 /// once and shared. Refused: reference cycles, nesting beyond the limit, sets and UIDs, null objects, keys

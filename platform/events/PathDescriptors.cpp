@@ -1,9 +1,9 @@
-#include "platform/events/FileDescriptors.h"
+#include "platform/events/PathDescriptors.h"
 
 #include <algorithm>
 
 #include "platform/events/FileReference.h"
-#include "platform/plist/Unicode.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane {
 
@@ -105,13 +105,13 @@ OSErr createFileReferenceDescriptor(std::string_view path, AEDesc* result) {
   return createReference(typeFSRef, path, result);
 }
 
-std::optional<std::string> AppleEventDescriptor::stringValue() const {
-  std::string text(AEGetDescDataSize(&desc_), '\0');
-  AEGetDescData(&desc_, text.data(), text.size());
-  if (desc_.descriptorType == typeUTF8Text || desc_.descriptorType == typeChar) {
+std::optional<std::string> stringValue(const AEDesc& desc) {
+  std::string text(AEGetDescDataSize(&desc), '\0');
+  AEGetDescData(&desc, text.data(), text.size());
+  if (desc.descriptorType == typeUTF8Text || desc.descriptorType == typeChar) {
     return text;
   }
-  if (desc_.descriptorType != typeFileURL) {
+  if (desc.descriptorType != typeFileURL) {
     return std::nullopt;
   }
   const std::optional<FileURL> url = FileURL::withString(text);

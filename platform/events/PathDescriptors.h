@@ -1,4 +1,4 @@
-// Files as descriptors: how a host describes a path, and how a plug-in gets it back.
+// Paths as descriptors: how a host describes a path, and how a plug-in gets it back.
 #pragma once
 
 #include <optional>
@@ -17,22 +17,10 @@ OSErr createFileURLDescriptor(std::string_view path, AEDesc* result);
 OSErr createAliasDescriptor(std::string_view path, AEDesc* result);
 OSErr createFileReferenceDescriptor(std::string_view path, AEDesc* result);
 
-/// A descriptor as an object; owns it.
-class AppleEventDescriptor {
- public:
-  /// Takes over `desc`.
-  explicit AppleEventDescriptor(const AEDesc& desc) : desc_(desc) {}
-  ~AppleEventDescriptor() { AEDisposeDesc(&desc_); }
-  AppleEventDescriptor(const AppleEventDescriptor&) = delete;
-  AppleEventDescriptor& operator=(const AppleEventDescriptor&) = delete;
-
-  /// Of text the text; of a file URL the HFS path: the volume's name, then the components, parted by colons,
-  /// with ':' and '/' exchanged in each name. Absent for anything else.
-  std::optional<std::string> stringValue() const;
-
- private:
-  AEDesc desc_;
-};
+/// What a descriptor says as text. For text it is the text. For a file URL it is the HFS path: the volume's
+/// name and then the components, separated by colons, with ':' and '/' exchanged in each name. Absent for any
+/// other descriptor.
+std::optional<std::string> stringValue(const AEDesc& desc);
 
 /// The HFS path of an absolute POSIX path, and back. The root volume is called "Linux". Absent when the text
 /// is no such path.

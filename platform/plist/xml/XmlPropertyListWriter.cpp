@@ -1,4 +1,4 @@
-#include "platform/plist/XmlPropertyListWriter.h"
+#include "platform/plist/xml/XmlPropertyListWriter.h"
 
 #include <algorithm>
 #include <cmath>
@@ -7,7 +7,7 @@
 #include "platform/plist/PropertyListError.h"
 #include "platform/plist/PropertyListNode.h"
 #include "platform/plist/PropertyListSerialization.h"
-#include "platform/plist/Unicode.h"
+#include "platform/text/Unicode.h"
 
 namespace keldane {
 
@@ -18,7 +18,7 @@ constexpr std::size_t kLongestDocument = std::size_t{1} << 30;
 /// Whether it stands for itself and for nothing else.
 constexpr bool isPlain(char c) { return c >= ' ' && c <= '~' && c != '&' && c != '<' && c != '>'; }
 
-class Writer {
+class XmlWriter {
  public:
   Bytes write(const PropertyList& value) {
     text_ =
@@ -183,6 +183,6 @@ class Writer {
 
 }  // namespace
 
-Bytes writeXmlPropertyList(const PropertyList& value) { return Writer().write(value); }
+Bytes writeXmlPropertyList(const PropertyList& value) { return XmlWriter().write(value); }
 
 }  // namespace keldane
