@@ -162,8 +162,10 @@ TEST_F(ConnectionControllerTest, IsGoneWhenItTells) {
 TEST_F(ConnectionControllerTest, StartsAfreshAfterStop) {
   FakeDaemon daemon(bundle_.daemonPath());
   controller_->start();
+  ASSERT_TRUE(daemon.waitForClients(1));
   const std::shared_ptr<KeldaneProxy> first = controller_->proxy();
   controller_->stop();
+  ASSERT_TRUE(daemon.waitForClients(0));
   controller_->start();
   EXPECT_TRUE(controller_->connected());
   EXPECT_NE(controller_->proxy(), nullptr);

@@ -13,16 +13,16 @@ namespace {
 TEST(Condition, ReleasesTheMutexWhileItWaitsAndHoldsItAfterwards) {
   Mutex mutex;
   Condition changed;
-  int step = 0;
-  std::thread other([&] {
-    const ScopedLock guard(mutex);  // had only while the first thread waits
-    EXPECT_EQ(step, 1);
-    step = 2;
-    changed.notifyAll();
-  });
+  int step = 1;
+  std::thread other;
   {
     const ScopedLock guard(mutex);
-    step = 1;
+    other = std::thread([&] {
+      const ScopedLock others(mutex);  // had only while the first thread waits
+      EXPECT_EQ(step, 1);
+      step = 2;
+      changed.notifyAll();
+    });
     changed.wait(mutex, [&] { return step == 2; });
     EXPECT_FALSE(std::async(std::launch::async, [&] {
                    const bool isFree = mutex.try_lock();
