@@ -4,7 +4,7 @@
 
 #include "clients/core/FolderTree.h"
 #include "clients/ctl/Session.h"
-#include "clients/ctl/setup/Location.h"
+#include "clients/core/place/Location.h"
 #include "clients/ctl/setup/SecretFile.h"
 #include "clients/ctl/terminal/Secret.h"
 
