@@ -1,5 +1,7 @@
 #include "clients/preferences/window/DaemonDesk.h"
 
+#include <thread>
+
 #include "clients/preferences/words/Translation.h"
 
 namespace keldane {
@@ -20,6 +22,10 @@ DaemonDesk::DaemonDesk(const DaemonBundle& daemon, std::function<void(const Upda
              [mailbox = mailbox_](std::function<void()> work) { mailbox->put(std::move(work)); }),
       slow_(daemon.socketPath,
             [mailbox = mailbox_](std::function<void()> work) { mailbox->put(std::move(work)); }) {}
+
+void DaemonDesk::aside(std::function<std::function<void()>()> work) {
+  std::thread([mailbox = mailbox_, work = std::move(work)] { mailbox->put(work()); }).detach();
+}
 
 bool DaemonDesk::end() {
   const bool followerEnded = follower_.end(kFarewell), quickEnded = quick_.end(kFarewell);

@@ -27,6 +27,8 @@ class DaemonDesk {
   void askForLong(std::string_view selector, PropertyList::Entries request, OwnerThread::Then then) {
     slow_.ask(selector, std::move(request), std::move(then));
   }
+  /// Does work that the disk may hold up on a thread of its own, and then what it answers on the window's.
+  void aside(std::function<std::function<void()>()> work);
   /// For how long the daemon has let the first thread wait; see DaemonThread.
   std::chrono::steady_clock::duration silence() const { return follower_.silence(); }
 

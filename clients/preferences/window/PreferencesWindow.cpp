@@ -5,7 +5,9 @@
 
 #include "clients/core/Printable.h"
 #include "clients/preferences/window/Widgets.h"
+#include "clients/preferences/words/RepositoryWords.h"
 #include "clients/preferences/words/Translation.h"
+#include "platform/preferences/Preferences.h"
 
 namespace keldane {
 
@@ -17,6 +19,7 @@ constexpr int kRepositoryInterval = 30;               // of these
 constexpr auto kPatience = std::chrono::seconds(10);  // with a daemon that does not answer
 constexpr char kOverview[] = "overview", kRestore[] = "restore", kStorage[] = "storage",
                kRules[] = "rules";
+constexpr char kDomain[] = "com.keldane.preferences", kSetupOffered[] = "SetupOffered";
 
 }  // namespace
 
@@ -28,7 +31,8 @@ PreferencesWindow::PreferencesWindow(const DaemonBundle& daemon)
                         [this] { go({WindowPlace::Kind::rules, {}}); }}),
       restore_(desk_, [](const std::string&, const std::string&) {}),
       storage_(desk_, [this] { go({WindowPlace::Kind::setUp, {}}); }, [this] { askForRepository(); }),
-      rules_(desk_) {
+      rules_(desk_),
+      setup_(desk_, [this] { askForRepository(); }) {
   set_title(tr("Keldane Preferences"));
   set_icon_name("keldane");
   set_default_size(kWidth, kHeight);
@@ -83,6 +87,9 @@ void PreferencesWindow::go(const WindowPlace& place) {
     case WindowPlace::Kind::missing:
       stack_.set_visible_child(kRestore);
       restore_.showMissing(place.path);
+      break;
+    case WindowPlace::Kind::setUp:
+      showSetup();
       break;
     case WindowPlace::Kind::storage:
       stack_.set_visible_child(kStorage);
@@ -153,8 +160,39 @@ void PreferencesWindow::askForRepository() {
   turnsToRepository_ = kRepositoryInterval;
   desk_.ask("repository:", {}, [this](const OwnerAnswer& answer) {
     asksForRepository_ = false;
-    overview_.showRepository(answer.values);
+    repository_ = answer ? answer.values : PropertyList();
+    overview_.showRepository(repository_);
     storage_.show(answer);
+    offerSetup();
+  });
+}
+
+void PreferencesWindow::showSetup() {
+  setupOffered_ = true;
+  desk_.ask("repository:", {}, [this](const OwnerAnswer& answer) {
+    setup_.set_transient_for(*this);
+    setup_.begin(answer.values);
+    setup_.present();
+  });
+}
+
+// Once in the life of this user's files: who has put it off finds it on the pages.
+void PreferencesWindow::offerSetup() {
+  if (setupOffered_ || !status_ || !status_->connected || !isUntouched(*status_, repository_)) {
+    return;
+  }
+  setupOffered_ = true;
+  desk_.aside([this]() -> std::function<void()> {
+    const bool wasOffered = Preferences::copyValue(kSetupOffered, kDomain).boolValue();
+    if (!wasOffered) {
+      Preferences::setValue(kSetupOffered, PropertyList::boolean(true), kDomain);
+      Preferences::synchronize(kDomain);
+    }
+    return [this, wasOffered] {
+      if (!wasOffered) {
+        showSetup();
+      }
+    };
   });
 }
 

@@ -13,6 +13,7 @@
 #include "clients/preferences/window/overview/OverviewPage.h"
 #include "clients/preferences/window/restore/RestorePage.h"
 #include "clients/preferences/window/rules/RulesPage.h"
+#include "clients/preferences/window/setup/SetupWindow.h"
 #include "clients/preferences/window/storage/StoragePage.h"
 
 namespace keldane {
@@ -50,10 +51,13 @@ class PreferencesWindow : public Gtk::ApplicationWindow {
   void watchDaemon();
   void showStatus();
   void askForRepository();
+  void showSetup();
+  void offerSetup();
 
   DaemonDesk desk_;
   std::optional<StatusSnapshot> status_;
-  bool answers_ = true, asksForRepository_ = false;
+  PropertyList repository_;  // the daemon's last answer about it
+  bool answers_ = true, asksForRepository_ = false, setupOffered_ = false;
   int turnsToRepository_ = 0;
   sigc::connection watch_;
   Gtk::Box content_, pages_;
@@ -65,6 +69,7 @@ class PreferencesWindow : public Gtk::ApplicationWindow {
   RestorePage restore_;
   StoragePage storage_;
   RulesPage rules_;
+  SetupWindow setup_;
 };
 
 }  // namespace keldane

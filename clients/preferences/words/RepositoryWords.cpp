@@ -51,6 +51,15 @@ std::string healthWords(const std::string& health) {
   return printable(health);
 }
 
+bool isUntouched(const StatusSnapshot& status, const PropertyList& repository) {
+  const std::string own = std::string(repository["dataFolder"].string()) + "/repository";
+  const bool isNobodys =
+      repository["health"].string() == "notSetUp" ||
+      (repository["location"].string() == own && repository["files"].unsignedLongLongValue() == 0);
+  return repository && isNobodys && !status.lastGoodBackup && !status.looksForMore && status.pendingFiles == 0 &&
+         status.backedUpFiles.value_or(1) == 0;
+}
+
 std::string repositoryText(const std::string& key, const PropertyList& repository) {
   if (key == "health") {
     const std::string detail = printable(repository["detail"].string());

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "clients/preferences/words/Translation.h"
+#include "clients/preferences/worker/StatusSnapshot.h"
 #include "platform/plist/PropertyList.h"
 
 namespace keldane {
@@ -27,6 +28,9 @@ inline constexpr std::array kRepositoryRows{
 
 /// What a row says; empty when the daemon tells nothing of it.
 std::string repositoryText(const std::string& key, const PropertyList& repository);
+/// Whether nobody has set anything up: nothing is stored or waits, and there is no repository, or only the one
+/// that the daemon has made for itself.
+bool isUntouched(const StatusSnapshot& status, const PropertyList& repository);
 /// How the repository stands, in the user's language.
 std::string healthWords(const std::string& health);
 

@@ -106,6 +106,14 @@ void StatusPane::pause(std::int32_t minutes) {
   wishes_.pause(minutes);
 }
 
+// Each by itself: what reads the window to its user does not know that a box is out of use.
+void StatusPane::setControlsSensitive(bool sensitive) {
+  for (Gtk::Widget* widget :
+       std::initializer_list<Gtk::Widget*>{&pause_, &minutes_, &automatic_, &lowPriority_}) {
+    widget->set_sensitive(sensitive);
+  }
+}
+
 void StatusPane::say(const std::string& sentence) {
   status_.set_text(sentence);
   progress_.set_fraction(0);
@@ -113,9 +121,8 @@ void StatusPane::say(const std::string& sentence) {
   for (Gtk::Label* label : {&details_, &file_, &pausedFor_}) {
     label->set_text("");
   }
-  for (Gtk::Widget* widget : std::initializer_list<Gtk::Widget*>{&controls_, &automatic_, &lowPriority_}) {
-    widget->set_sensitive(false);
-  }
+  setControlsSensitive(false);
+  resume_.set_sensitive(false);
 }
 
 void StatusPane::show(const StatusSnapshot& snapshot) {
@@ -176,9 +183,7 @@ void StatusPane::showQuota(const StatusSnapshot& snapshot) {
 }
 
 void StatusPane::showControls(const StatusSnapshot& snapshot) {
-  for (Gtk::Widget* widget : std::initializer_list<Gtk::Widget*>{&controls_, &automatic_, &lowPriority_}) {
-    widget->set_sensitive(true);
-  }
+  setControlsSensitive(true);
   leaveFixed(automatic_, config_.isFixed("automatic"));
   leaveFixed(lowPriority_, config_.isFixed("low-priority"));
   if (snapshot.settingsMade != wished_) {

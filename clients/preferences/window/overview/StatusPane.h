@@ -37,6 +37,7 @@ class StatusPane : public Gtk::Box {
  private:
   void addRow(int number, const char* title, Gtk::Widget& value);
   void addControls();
+  void setControlsSensitive(bool sensitive);
   void showProgress(const StatusSnapshot& snapshot);
   void showAccount(const StatusSnapshot& snapshot);
   void showQuota(const StatusSnapshot& snapshot);

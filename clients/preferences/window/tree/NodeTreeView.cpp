@@ -187,12 +187,8 @@ void NodeTreeView::addNames() {
                 fillName,
                 [this](NameCell& cell, const Row& row) {
                   cell.set_list_row(row);
-                  const std::weak_ptr<Gtk::TreeListRow> weak = row;
-                  cell.other = row->property_expanded().signal_changed().connect([this, weak] {
-                    if (const Row changed = weak.lock()) {
-                      expansionChanged(changed);
-                    }
-                  });
+                  cell.other = row->property_expanded().signal_changed().connect(
+                      [this, &cell] { expansionChanged(cell.get_list_row()); });
                 }),
             true);
 }
