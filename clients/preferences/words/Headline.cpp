@@ -190,8 +190,9 @@ Headline headline(const StatusSnapshot& status, const PropertyList& repository, 
     return {tr("Nothing is chosen for the backup yet."), false, Remedy::chooseFiles,
             buttonFor(Remedy::chooseFiles)};
   }
-  const std::string all = filled(trn("The only file is backed up", "All %s files are backed up", stored),
-                                 countText(stored));
+  const std::string all = stored == 1 ? tr("The only file is backed up")
+                                      : filled(trn("All %s file is backed up", "All %s files are backed up", stored),
+                                               countText(stored));
   return {(ago.empty() ? all + "." : filled(tr("%s, last %s."), all, ago)) + drillSentence(repository), false,
           Remedy::none, {}};
 }

@@ -45,9 +45,7 @@ void NodeModel::setTop(const TopRow& top) {
 
 void NodeModel::change(const FolderChange& change) {
   if (const Item folder = itemAt(change.folder); folder && folder->children) {
-    for (const AddedRow& added : change.added) {
-      add(folder, added);
-    }
+    addRows(folder, change.added);
     settlePlaceholder(folder);
   }
   for (const NodeRow& row : change.changed) {
@@ -77,15 +75,32 @@ void NodeModel::fill(const Item& item, const NodeRow& row) {
   item->changed.emit();
 }
 
-void NodeModel::add(const Item& folder, const AddedRow& added) {
-  if (const Item known = itemAt(added.row.path)) {
-    fill(known, added.row);
-    return;
+// Rows come from the last to the first. Those that stand side by side are put there at once, because the view
+// looks at all that it shows again after each change.
+void NodeModel::addRows(const Item& folder, const std::vector<AddedRow>& rows) {
+  std::vector<Item> block;  // the last one first
+  std::string before;
+  const auto put = [&] {
+    if (!block.empty()) {
+      lastPlace_ = placeBefore(folder, before);
+      folder->children->splice(lastPlace_, 0, {block.rbegin(), block.rend()});
+      block.clear();
+    }
+  };
+  for (const AddedRow& added : rows) {
+    if (const Item known = itemAt(added.row.path)) {
+      fill(known, added.row);
+      continue;
+    }
+    if (block.empty() || block.back()->row.path != added.before) {
+      put();
+      before = added.before;
+    }
+    const Item item = items_[added.row.path] = NodeItem::create(NodeItem::Kind::node);
+    fill(item, added.row);
+    block.push_back(item);
   }
-  const Item item = items_[added.row.path] = NodeItem::create(NodeItem::Kind::node);
-  fill(item, added.row);
-  lastPlace_ = placeBefore(folder, added.before);
-  folder->children->insert(lastPlace_, item);
+  put();
 }
 
 // Rows come from the last to the first, so the next one stands where the last one was put.

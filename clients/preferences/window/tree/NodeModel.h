@@ -5,6 +5,7 @@
 
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "clients/preferences/window/tree/NodeItem.h"
 #include "clients/preferences/worker/Updates.h"
@@ -31,7 +32,7 @@ class NodeModel {
   using Children = Gio::ListStore<NodeItem>;
 
   void fill(const Item& item, const NodeRow& row);
-  void add(const Item& folder, const AddedRow& added);
+  void addRows(const Item& folder, const std::vector<AddedRow>& rows);
   void remove(const std::string& path);
   void forgetRowsBelow(const Item& item);
   Item itemAt(const std::string& path) const;
