@@ -277,7 +277,7 @@ class WithoutADaemon(PreferencesCase):
     def test_german(self):
         self.open(LC_ALL="de_DE.UTF-8")
         self.shows("Der Sicherungsdienst ist nicht da; es wird auf ihn gewartet.")
-        self.go("Regeln")
+        self.go("Regeln", "Keldane-Einstellungen")
         self.shows("Anderen Ordner öffnen …")
         help_text = subprocess.run([PREFERENCES, "--help"], env={**self.environment, "LANGUAGE": "de"}, check=True,
                                    capture_output=True, text=True, timeout=PATIENCE).stdout

@@ -126,8 +126,8 @@ class PreferencesCase(Case):
         subprocess.run(["xdotool", "mousemove", "--window", self.window(title), str(extents.x + extents.width // 2),
                         str(extents.y + extents.height // 2), "click", "1"], check=True, timeout=PATIENCE)
 
-    def go(self, page):
-        self.click(self.program.find("label", page))
+    def go(self, page, title=TITLE):
+        self.click(self.program.find("label", page), title)
 
     def type(self, title, text):
         subprocess.run(["xdotool", "windowfocus", "--sync", self.window(title), "type", text], check=True, timeout=PATIENCE)
