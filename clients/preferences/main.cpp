@@ -1,4 +1,5 @@
 // keldane-preferences: the backup daemon of this computer, administered in a window.
+#include <giomm/notification.h>
 #include <gtk/gtk.h>
 #include <gtkmm/application.h>
 #include <gtkmm/messagedialog.h>
@@ -22,7 +23,7 @@ namespace keldane {
 namespace {
 
 constexpr int kUsage = 2, kUnreachable = 3;
-constexpr char kApplication[] = "com.keldane.preferences";
+constexpr char kApplication[] = "com.keldane.preferences", kShow[] = "show";
 
 struct Options {
   std::string bundle, page, restore, restoreMissing;
@@ -43,11 +44,12 @@ struct Options {
     return std::nullopt;
   }
 
-  static constexpr std::pair<const char*, WindowPlace::Kind> kPages[] = {{"overview", WindowPlace::Kind::overview},
-                                                                   {"restore", WindowPlace::Kind::restore},
-                                                                   {"storage", WindowPlace::Kind::storage},
-                                                                   {"rules", WindowPlace::Kind::rules},
-                                                                   {"setup", WindowPlace::Kind::setUp}};
+  static constexpr std::pair<const char*, WindowPlace::Kind> kPages[] = {
+      {"overview", WindowPlace::Kind::overview},
+      {"restore", WindowPlace::Kind::restore},
+      {"storage", WindowPlace::Kind::storage},
+      {"rules", WindowPlace::Kind::rules},
+      {"setup", WindowPlace::Kind::setUp}};
 };
 
 void addOptions(CLI::App& app, Options& options) {
@@ -62,10 +64,10 @@ void addOptions(CLI::App& app, Options& options) {
   CLI::Option* const page = app.add_option("--page", options.page, tr("Show this page"))
                                 ->type_name("PAGE")
                                 ->check(CLI::IsMember(pages));
-  CLI::Option* const restore =
-      app.add_option("--restore", options.restore, tr("Show the versions of this file that are in the backup"))
-          ->type_name("PATH")
-          ->excludes(page);
+  CLI::Option* const restore = app.add_option("--restore", options.restore,
+                                              tr("Show the versions of this file that are in the backup"))
+                                   ->type_name("PATH")
+                                   ->excludes(page);
   app.add_option("--restore-missing", options.restoreMissing,
                  tr("Show what was deleted from this folder and is in the backup"))
       ->type_name("FOLDER")
@@ -120,6 +122,12 @@ class Program {
     app_->signal_command_line().connect(
         [this](const Glib::RefPtr<Gio::ApplicationCommandLine>& line) { return open(line); }, false);
     app_->signal_activate().connect([this] { present(std::nullopt); });
+    // What a notification leads to.
+    app_->add_action_with_parameter(kShow, Glib::VARIANT_TYPE_STRING, [this](const Glib::VariantBase& page) {
+      Options wanted;
+      wanted.page = Glib::VariantBase::cast_dynamic<Glib::Variant<Glib::ustring>>(page).get();
+      present(wanted.place());
+    });
   }
 
   int run() {
@@ -151,16 +159,51 @@ class Program {
   void present(const std::optional<WindowPlace>& place) {
     try {
       if (!window_) {
-        window_ = std::make_unique<PreferencesWindow>(findDaemonBundle(options_.bundle));
-        window_->set_hide_on_close(true);  // then the program ends, and with it the window
-        app_->add_window(*window_);
+        makeWindow();
       }
+      app_->add_window(*window_);
+      letGo();
       if (place) {
         window_->go(*place);
       }
       window_->present();
     } catch (const NoDaemonBundle& nothing) {
       tellOfNoBundle(nothing);
+    }
+  }
+
+  void makeWindow() {
+    window_ = std::make_unique<PreferencesWindow>(
+        findDaemonBundle(options_.bundle), [this](const char* title, const std::string& sentence,
+                                                  WindowPlace::Kind kind) { tell(title, sentence, kind); });
+    window_->set_hide_on_close(true);
+    // The program ends with its window, unless there is a restore whose end is to be told.
+    window_->signal_hide().connect([this] {
+      if (!held_ && window_->isRestoring()) {
+        held_ = true;
+        app_->hold();
+      }
+    });
+  }
+
+  void tell(const char* title, const std::string& sentence, WindowPlace::Kind kind) {
+    const auto notification = Gio::Notification::create(title);
+    notification->set_body(sentence);
+    for (const auto& [name, each] : Options::kPages) {
+      if (each == kind) {
+        notification->set_default_action(std::string("app.") + kShow, Glib::ustring(name));
+      }
+    }
+    app_->send_notification(title, notification);
+    if (!window_->get_visible()) {
+      letGo();
+    }
+  }
+
+  void letGo() {
+    if (held_) {
+      held_ = false;
+      app_->release();
     }
   }
 
@@ -182,6 +225,7 @@ class Program {
   std::unique_ptr<PreferencesWindow> window_;
   std::unique_ptr<Gtk::MessageDialog> message_;
   int status_ = EXIT_SUCCESS;
+  bool held_ = false;  // whether the program goes on without a window
 };
 
 int run(int argc, char** argv) {

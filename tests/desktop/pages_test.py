@@ -25,7 +25,7 @@ class PagesCase(PreferencesCase):
         super().setUp()
         self.letter = self.file("home/Documents/letter.txt", "first")
         self.documents = os.path.dirname(self.letter)
-        self.keldaned = StoringKeldaned(self)
+        self.keldaned = StoringKeldaned(self, "--batch-delay", "1")
 
     def back_up(self, *paths):
         self.ctl("add", *paths)
@@ -96,7 +96,7 @@ class Restore(PagesCase):
         self.TREE = "Files and versions"
         self.back_up(self.documents)
         os.unlink(self.letter)
-        eventually(lambda: "Deleted" in self.ctl("ls", self.documents), "a daemon that knows of it")
+        eventually(lambda: "still in the backup" in self.ctl("ls", self.documents), "a daemon that knows of it")
         self.open("--restore-missing", self.documents)
         self.shows(f"Deleted from {self.documents}, and in the backup:")
         self.assertEqual(self.names(), ["letter.txt"])
@@ -114,7 +114,7 @@ class Restore(PagesCase):
         self.file("home/never")
         self.back_up(self.documents)
         os.unlink(self.letter)
-        eventually(lambda: "Deleted" in self.ctl("ls", self.documents), "a daemon that knows of it")
+        eventually(lambda: "still in the backup" in self.ctl("ls", self.documents), "a daemon that knows of it")
         self.open("--page", "restore")
         self.row("Documents")
         self.assertNotIn("never", self.names())
@@ -179,6 +179,8 @@ class Storage(PagesCase):
         self.shows(re.compile(r"\A([A-Z2-7]{4} ){12}[A-Z2-7]{4}\Z"))
         target = os.path.join(self.place, "saved-key")
         act(self.button("Save the Key…"))
+        self.window("Save the Key")
+        self.press("Save the Key", "ctrl+a")
         self.type("Save the Key", target)
         self.press("Save the Key", "Return")
         eventually(lambda: os.path.exists(target), "the key's file")
@@ -227,13 +229,16 @@ class Setup(PagesCase):
         self.shows("Step 4 of 4")
         eventually(lambda: "Backed up" in self.ctl("ls", self.documents), "a file that is stored")
 
+    def place_of_the_backup(self):
+        return re.search(r"(?m)^Location .*$", self.ctl("repository"))[0]
+
     def test_a_place_that_cannot_be_is_told_and_nothing_is_taken(self):
-        before = self.ctl("repository")
+        before = self.place_of_the_backup()
         self.open("--page", "setup")
         self.click(self.program.find("check box", "On a server"), SETUP)
         act(self.button("Next"))
         self.shows("Please fill in all that the server needs.")
-        self.assertEqual(self.ctl("repository"), before)
+        self.assertEqual(self.place_of_the_backup(), before)
         self.shows("Step 1 of 4")
 
 

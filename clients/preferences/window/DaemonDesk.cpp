@@ -37,7 +37,8 @@ std::string problemOf(const OwnerAnswer& answer) {
     case OwnerAnswer::Kind::answered:
       return {};
     case OwnerAnswer::Kind::refused: {
-      const bool isSentence = !answer.problem.empty() && std::string_view(".!?").find(answer.problem.back()) != std::string_view::npos;
+      const bool isSentence = !answer.problem.empty() &&
+                              std::string_view(".!?").find(answer.problem.back()) != std::string_view::npos;
       return isSentence ? answer.problem : answer.problem + '.';
     }
     case OwnerAnswer::Kind::forbidden:

@@ -3,6 +3,8 @@
 #include <glibmm/main.h>
 #include <glibmm/miscutils.h>
 
+#include <ctime>
+
 #include "clients/core/Printable.h"
 #include "clients/preferences/window/Widgets.h"
 #include "clients/preferences/words/RepositoryWords.h"
@@ -17,20 +19,37 @@ constexpr int kWidth = 860, kHeight = 680;
 constexpr unsigned kWatchInterval = 1;                // seconds
 constexpr int kRepositoryInterval = 30;               // of these
 constexpr auto kPatience = std::chrono::seconds(10);  // with a daemon that does not answer
-constexpr char kOverview[] = "overview", kRestore[] = "restore", kStorage[] = "storage",
-               kRules[] = "rules";
+constexpr char kOverview[] = "overview", kRestore[] = "restore", kStorage[] = "storage", kRules[] = "rules";
 constexpr char kDomain[] = "com.keldane.preferences", kSetupOffered[] = "SetupOffered";
 
 }  // namespace
 
-PreferencesWindow::PreferencesWindow(const DaemonBundle& daemon)
-    : desk_(daemon, [this](const Update& update) { receive(update); }),
+PreferencesWindow::PreferencesWindow(const DaemonBundle& daemon, Tell tell)
+    : tell_(std::move(tell)),
+      desk_(daemon, [this](const Update& update) { receive(update); }),
       content_(Gtk::Orientation::VERTICAL),
       pages_(Gtk::Orientation::HORIZONTAL),
-      overview_(desk_, {[this] { go({WindowPlace::Kind::setUp, {}}); }, [this] { go({WindowPlace::Kind::storage, {}}); },
-                        [this] { go({WindowPlace::Kind::rules, {}}); }}),
-      restore_(desk_, [](const std::string&, const std::string&) {}),
-      storage_(desk_, [this] { go({WindowPlace::Kind::setUp, {}}); }, [this] { askForRepository(); }),
+      overview_(desk_, {[this] {
+                          go({WindowPlace::Kind::setUp, {}});
+                        },
+                        [this] {
+                          go({WindowPlace::Kind::storage, {}});
+                        },
+                        [this] {
+                          go({WindowPlace::Kind::rules, {}});
+                        }}),
+      restore_(desk_,
+               [this](const std::string& result, const std::string&) {
+                 if (!is_active()) {
+                   tell_(tr("Restore"), result, WindowPlace::Kind::restore);
+                 }
+               }),
+      storage_(
+          desk_,
+          [this] {
+            go({WindowPlace::Kind::setUp, {}});
+          },
+          [this] { askForRepository(); }),
       rules_(desk_),
       setup_(desk_, [this] { askForRepository(); }) {
   set_title(tr("Keldane Preferences"));
@@ -164,7 +183,18 @@ void PreferencesWindow::askForRepository() {
     overview_.showRepository(repository_);
     storage_.show(answer);
     offerSetup();
+    tellOfTrouble();
   });
+}
+
+// Who looks at the window sees it there.
+void PreferencesWindow::tellOfTrouble() {
+  const std::optional<Headline> shown = overview_.shownHeadline();
+  if (shown && shown->mustBeKnown && !is_active() &&
+      alerts_.mayTell(shown->sentence, static_cast<double>(std::time(nullptr)))) {
+    tell_(tr("The backup needs you"), shown->sentence,
+          shown->remedy == Remedy::showStorage ? WindowPlace::Kind::storage : WindowPlace::Kind::overview);
+  }
 }
 
 void PreferencesWindow::showSetup() {

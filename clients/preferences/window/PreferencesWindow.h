@@ -6,6 +6,7 @@
 #include <gtkmm/stack.h>
 #include <gtkmm/stacksidebar.h>
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -15,6 +16,7 @@
 #include "clients/preferences/window/rules/RulesPage.h"
 #include "clients/preferences/window/setup/SetupWindow.h"
 #include "clients/preferences/window/storage/StoragePage.h"
+#include "clients/preferences/words/AlertLimit.h"
 
 namespace keldane {
 
@@ -29,12 +31,17 @@ struct WindowPlace {
 /// when they get no answer.
 class PreferencesWindow : public Gtk::ApplicationWindow {
  public:
-  explicit PreferencesWindow(const DaemonBundle& daemon);
+  /// What a person is told who does not look at the window: a sentence, and where it leads.
+  using Tell = std::function<void(const char* title, const std::string& sentence, WindowPlace::Kind kind)>;
+
+  PreferencesWindow(const DaemonBundle& daemon, Tell tell);
   ~PreferencesWindow() override;
   PreferencesWindow(const PreferencesWindow&) = delete;
   PreferencesWindow& operator=(const PreferencesWindow&) = delete;
 
   void go(const WindowPlace& place);
+  /// Whether a restore is followed, whose end is told although the window is closed.
+  bool isRestoring() const { return restore_.isRestoring(); }
   /// Ends the dealings with the daemon; false when they hang. Then the process is to be ended at once.
   bool end() { return desk_.end(); }
 
@@ -54,6 +61,10 @@ class PreferencesWindow : public Gtk::ApplicationWindow {
   void showSetup();
   void offerSetup();
 
+  void tellOfTrouble();
+
+  const Tell tell_;
+  AlertLimit alerts_;
   DaemonDesk desk_;
   std::optional<StatusSnapshot> status_;
   PropertyList repository_;  // the daemon's last answer about it

@@ -20,11 +20,11 @@ struct Trouble {
   Remedy remedy;
 };
 
-
 #define marked(text) text
 constexpr std::array kTroubles{
     Trouble{"notSetUp", marked("It is not set up yet where the backup is to be kept."), Remedy::setUp},
-    Trouble{"missing", marked("The backup is gone: there is none any more at its place."), Remedy::showStorage},
+    Trouble{"missing", marked("The backup is gone: there is none any more at its place."),
+            Remedy::showStorage},
     Trouble{"otherRepository", marked("Another computer's backup lies where this one's should be."),
             Remedy::showStorage},
     Trouble{"wrongKey", marked("The key does not open the backup."), Remedy::showStorage},
@@ -35,10 +35,12 @@ constexpr std::array kTroubles{
     Trouble{"locked", marked("Another computer is busy with the backup, or has left it locked."),
             Remedy::lookAgain},
     Trouble{"full", marked("No room is left where the backup is kept."), Remedy::showStorage},
-    Trouble{"damaged", marked("The backup is damaged: what is stored is not what it was."), Remedy::showStorage},
+    Trouble{"damaged", marked("The backup is damaged: what is stored is not what it was."),
+            Remedy::showStorage},
     Trouble{"engineMissing", marked("The program that stores the backup, restic, is not installed."),
             Remedy::lookAgain},
-    Trouble{"engineTooOld", marked("The program that stores the backup, restic, is too old."), Remedy::lookAgain},
+    Trouble{"engineTooOld", marked("The program that stores the backup, restic, is too old."),
+            Remedy::lookAgain},
     Trouble{"failed", marked("The backup could not be stored."), Remedy::lookAgain},
 };
 
@@ -68,8 +70,8 @@ std::string buttonFor(Remedy remedy) {
   return {};
 }
 
-Headline trouble(std::string sentence, Remedy remedy) {
-  return {std::move(sentence), true, remedy, buttonFor(remedy)};
+Headline trouble(std::string sentence, Remedy remedy, bool mustBeKnown = false) {
+  return {std::move(sentence), true, mustBeKnown, remedy, buttonFor(remedy)};
 }
 
 std::optional<Headline> troubleOf(const StatusSnapshot& status) {
@@ -79,7 +81,7 @@ std::optional<Headline> troubleOf(const StatusSnapshot& status) {
   const auto* const found = std::find_if(kTroubles.begin(), kTroubles.end(),
                                          [&](const Trouble& each) { return each.health == status.health; });
   if (found != kTroubles.end()) {
-    return trouble(tr(found->sentence), found->remedy);
+    return trouble(tr(found->sentence), found->remedy, found->remedy == Remedy::showStorage);
   }
   if (!status.health.empty() && status.health != "ready") {
     return trouble(tr("The backup could not be stored."), Remedy::lookAgain);
@@ -101,14 +103,17 @@ std::optional<Headline> pauseOf(const StatusSnapshot& status, const std::string&
   if (status.paused) {
     return Headline{filled(tr("The backup is paused for %s."),
                            durationText(std::chrono::minutes(std::max(1U, status.pausedMinutes)))),
-                    false, Remedy::resume, buttonFor(Remedy::resume)};
+                    false, false, Remedy::resume, buttonFor(Remedy::resume)};
   }
   if (status.heldBy == "manual" && status.pendingFiles > 0) {
-    return Headline{filled(trn("%s waits, because the backup does not run by itself.", "%s wait, because the backup does not run by itself.", status.pendingFiles), waiting), false,
-                    Remedy::backUpByItself, buttonFor(Remedy::backUpByItself)};
+    return Headline{filled(trn("%s waits, because the backup does not run by itself.",
+                               "%s wait, because the backup does not run by itself.", status.pendingFiles),
+                           waiting),
+                    false, false, Remedy::backUpByItself, buttonFor(Remedy::backUpByItself)};
   }
   if (!status.restingBecause.empty()) {
-    return Headline{filled(tr("The backup rests: %s."), status.restingBecause), false, Remedy::none, {}};
+    return Headline{
+        filled(tr("The backup rests: %s."), status.restingBecause), false, false, Remedy::none, {}};
   }
   return std::nullopt;
 }
@@ -155,22 +160,24 @@ Headline headline(const StatusSnapshot& status, const PropertyList& repository, 
     return *found;
   }
   if (repository["drillFailed"].unsignedLongLongValue() > 0) {
-    return trouble(tr("In the last drill files did not come back as they were stored."),
-                   Remedy::showStorage);
+    return trouble(tr("In the last drill files did not come back as they were stored."), Remedy::showStorage,
+                   true);
   }
   const std::uint32_t stored = status.backedUpFiles.value_or(0);
-  const bool isOld =
-      status.lastGoodBackup && now - status.lastGoodBackup.date().unixTime() > kTooOld && status.pendingFiles > 0;
+  const bool isOld = status.lastGoodBackup && now - status.lastGoodBackup.date().unixTime() > kTooOld &&
+                     status.pendingFiles > 0;
   const std::string ago = agoText(status.lastGoodBackup, now);
   if (isOld) {
-    return trouble(filled(trn("%s waits, and the last good backup was %s.", "%s wait, and the last good backup was %s.", status.pendingFiles), filesWords(status.pendingFiles), ago),
-                   Remedy::lookAgain);
+    return trouble(filled(trn("%s waits, and the last good backup was %s.",
+                              "%s wait, and the last good backup was %s.", status.pendingFiles),
+                          filesWords(status.pendingFiles), ago),
+                   Remedy::lookAgain, true);
   }
   if (status.failures > 0) {
-    return trouble(filled(trn("%s file could not be backed up.", "%s files could not be backed up.",
-                              status.failures),
-                          countText(status.failures)),
-                   Remedy::showFailures);
+    return trouble(
+        filled(trn("%s file could not be backed up.", "%s files could not be backed up.", status.failures),
+               countText(status.failures)),
+        Remedy::showFailures);
   }
   if (std::optional<Headline> found = pauseOf(status, filesWords(status.pendingFiles))) {
     return *found;
@@ -178,23 +185,30 @@ Headline headline(const StatusSnapshot& status, const PropertyList& repository, 
   if (status.pendingFiles > 0) {
     return {filled(tr("Backing up: %s of %s are backed up so far."), countText(stored),
                    filesWords(std::uint64_t{stored} + status.pendingFiles)),
-            false, Remedy::none, {}};
+            false,
+            false,
+            Remedy::none,
+            {}};
   }
   if (status.looksForMore) {
-    return {tr("Looking for what is to be backed up."), false, Remedy::none, {}};
+    return {tr("Looking for what is to be backed up."), false, false, Remedy::none, {}};
   }
   if (!status.backedUpFiles) {
-    return {tr("The daemon does not tell what is backed up."), false, Remedy::none, {}};
+    return {tr("The daemon does not tell what is backed up."), false, false, Remedy::none, {}};
   }
   if (stored == 0) {
-    return {tr("Nothing is chosen for the backup yet."), false, Remedy::chooseFiles,
+    return {tr("Nothing is chosen for the backup yet."), false, false, Remedy::chooseFiles,
             buttonFor(Remedy::chooseFiles)};
   }
-  const std::string all = stored == 1 ? tr("The only file is backed up")
-                                      : filled(trn("All %s file is backed up", "All %s files are backed up", stored),
-                                               countText(stored));
-  return {(ago.empty() ? all + "." : filled(tr("%s, last %s."), all, ago)) + drillSentence(repository), false,
-          Remedy::none, {}};
+  const std::string all =
+      stored == 1
+          ? tr("The only file is backed up")
+          : filled(trn("All %s file is backed up", "All %s files are backed up", stored), countText(stored));
+  return {(ago.empty() ? all + "." : filled(tr("%s, last %s."), all, ago)) + drillSentence(repository),
+          false,
+          false,
+          Remedy::none,
+          {}};
 }
 
 }  // namespace keldane

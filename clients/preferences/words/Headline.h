@@ -27,6 +27,7 @@ enum class Remedy {
 struct Headline {
   std::string sentence;
   bool isTrouble = false;
+  bool mustBeKnown = false;  ///< trouble of which a person is told who does not look
   Remedy remedy = Remedy::none;
   std::string button;  ///< what the button that does it says; empty without a remedy
 };

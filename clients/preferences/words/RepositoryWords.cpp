@@ -30,7 +30,8 @@ std::uint64_t countIn(const PropertyList& values, const char* key) {
 }
 
 std::string drillWords(const PropertyList& repository) {
-  return filled(tr("%s compared, %s by their hashes, %s failed"), filesWords(countIn(repository, "drillCompared")),
+  return filled(tr("%s compared, %s by their hashes, %s failed"),
+                filesWords(countIn(repository, "drillCompared")),
                 countText(countIn(repository, "drillHashed")), countText(countIn(repository, "drillFailed")));
 }
 
@@ -56,8 +57,8 @@ bool isUntouched(const StatusSnapshot& status, const PropertyList& repository) {
   const bool isNobodys =
       repository["health"].string() == "notSetUp" ||
       (repository["location"].string() == own && repository["files"].unsignedLongLongValue() == 0);
-  return repository && isNobodys && !status.lastGoodBackup && !status.looksForMore && status.pendingFiles == 0 &&
-         status.backedUpFiles.value_or(1) == 0;
+  return repository && isNobodys && !status.lastGoodBackup && !status.looksForMore &&
+         status.pendingFiles == 0 && status.backedUpFiles.value_or(1) == 0;
 }
 
 std::string repositoryText(const std::string& key, const PropertyList& repository) {

@@ -28,8 +28,8 @@ inline constexpr std::array kRepositoryRows{
 
 /// What a row says; empty when the daemon tells nothing of it.
 std::string repositoryText(const std::string& key, const PropertyList& repository);
-/// Whether nobody has set anything up: nothing is stored or waits, and there is no repository, or only the one
-/// that the daemon has made for itself.
+/// Whether nobody has set anything up: nothing is stored or waits, and there is no repository, or only the
+/// one that the daemon has made for itself.
 bool isUntouched(const StatusSnapshot& status, const PropertyList& repository);
 /// How the repository stands, in the user's language.
 std::string healthWords(const std::string& health);

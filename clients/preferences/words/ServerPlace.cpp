@@ -25,7 +25,8 @@ ServerPlace serverPlace(std::size_t kind, const std::vector<std::string>& fields
                         std::string& problem) {
   problem.clear();
   const std::string first = fields.empty() ? "" : fields[0], second = fields.size() < 2 ? "" : fields[1];
-  if (first.empty() || ((kind == kSftp || kind == kS3) && second.empty()) || (kind == kS3 && secret.empty())) {
+  if (first.empty() || ((kind == kSftp || kind == kS3) && second.empty()) ||
+      (kind == kS3 && secret.empty())) {
     problem = tr("Please fill in all that the server needs.");
     return {};
   }

@@ -33,7 +33,8 @@ inline constexpr std::array kServers{
     ServerKind{marked("S3, or what speaks like it"),
                {marked("Address and bucket (host/bucket)"), marked("Access key ID")},
                marked("Secret access key")},
-    ServerKind{marked("Another one that restic knows"), {marked("Location, as restic takes it"), nullptr}, nullptr},
+    ServerKind{
+        marked("Another one that restic knows"), {marked("Location, as restic takes it"), nullptr}, nullptr},
 };
 
 /// What the fields come to. `problem` is a sentence when something is missing, and empty otherwise.

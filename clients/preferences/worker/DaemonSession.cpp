@@ -14,7 +14,8 @@ constexpr std::int32_t kSwitchedOff = 3;
 
 }  // namespace
 
-DaemonSession::DaemonSession(std::shared_ptr<Bundle> bundle, Deliver deliver) : deliver_(std::move(deliver)), rules_(TreeKind::rules, deliver_), restore_(TreeKind::restore, deliver_) {
+DaemonSession::DaemonSession(std::shared_ptr<Bundle> bundle, Deliver deliver)
+    : deliver_(std::move(deliver)), rules_(TreeKind::rules, deliver_), restore_(TreeKind::restore, deliver_) {
   state_.setBundle(std::move(bundle));
   state_.setWantsStateChangedNotifications();
   NotificationCenter& center = NotificationCenter::defaultCenter();
@@ -124,7 +125,8 @@ void DaemonSession::setEnabled(bool on) {
   if (const std::shared_ptr<KeldaneProxy> daemon = state_.proxy()) {
     daemon->setEnabled(on);
   }
-  settle([](const BackupState& state, std::int32_t wanted) { return (state.backupState() != kSwitchedOff) == (wanted != 0); },
+  settle([](const BackupState& state,
+            std::int32_t wanted) { return (state.backupState() != kSwitchedOff) == (wanted != 0); },
          on ? 1 : 0);
 }
 

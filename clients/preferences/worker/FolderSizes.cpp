@@ -20,7 +20,8 @@ FolderSize sizeOfFolder(const std::string& path) {
     folders.pop_back();
     const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(folder.c_str()), closedir);
     struct stat status {};
-    if (!directory || fstat(dirfd(directory.get()), &status) != 0 || status.st_dev != device.value_or(status.st_dev)) {
+    if (!directory || fstat(dirfd(directory.get()), &status) != 0 ||
+        status.st_dev != device.value_or(status.st_dev)) {
       continue;
     }
     device = status.st_dev;

@@ -46,8 +46,8 @@ class OwnerThread {
   void ask(std::string_view selector, PropertyList::Entries request, Then then);
   /// How many questions have not been answered yet.
   std::size_t waiting() const;
-  /// Ends the thread; false when a question has not been answered within this time. What waits is dropped, and
-  /// nothing is delivered after true.
+  /// Ends the thread; false when a question has not been answered within this time. What waits is dropped,
+  /// and nothing is delivered after true.
   bool end(std::chrono::milliseconds patience);
 
  private:

@@ -88,6 +88,10 @@ void OverviewPage::showRepository(const PropertyList& repository) {
   showHeadline();
 }
 
+std::optional<Headline> OverviewPage::shownHeadline() const {
+  return said_ ? std::nullopt : std::optional(headline(status_, repository_, now()));
+}
+
 void OverviewPage::showHeadline() {
   headlineBox_.set_visible(!said_);
   age_.set_visible(!said_);
@@ -97,13 +101,15 @@ void OverviewPage::showHeadline() {
   const Headline shown = headline(status_, repository_, now());
   remedy_ = shown.remedy;
   headline_.set_text(printable(shown.sentence));
-  icon_.set_from_icon_name(shown.isTrouble ? "dialog-warning-symbolic" : "emblem-ok-symbolic");
+  icon_.set_from_icon_name(shown.isTrouble                ? "dialog-warning-symbolic"
+                           : shown.remedy != Remedy::none ? "dialog-information-symbolic"
+                                                          : "emblem-ok-symbolic");
   mend_.set_visible(remedy_ != Remedy::none);
   mend_.set_label(shown.button);
   const std::string date = dateText(status_.lastGoodBackup);
-  age_.set_text(date.empty() ? tr("There was no good backup yet.")
-                             : filled(tr("Last good backup: %s, %s"), date,
-                                      agoText(status_.lastGoodBackup, now())));
+  age_.set_text(date.empty()
+                    ? tr("There was no good backup yet.")
+                    : filled(tr("Last good backup: %s, %s"), date, agoText(status_.lastGoodBackup, now())));
 }
 
 void OverviewPage::mend() {
@@ -157,7 +163,8 @@ void OverviewPage::showFailures(const OwnerAnswer& answer) {
   }
   const std::uint64_t count = answer.values["count"].unsignedLongLongValue();
   failuresMore_.set_visible(count > entries.count());
-  failuresMore_.set_text(filled(tr("… and %s more."), countText(count - std::min<std::uint64_t>(count, entries.count()))));
+  failuresMore_.set_text(
+      filled(tr("… and %s more."), countText(count - std::min<std::uint64_t>(count, entries.count()))));
   failuresBox_.set_visible(entries.count() > 0);
 }
 

@@ -11,6 +11,7 @@
 #include <gtkmm/separator.h>
 
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "clients/preferences/window/DaemonDesk.h"
@@ -32,6 +33,8 @@ class OverviewPage : public Gtk::ScrolledWindow {
   void show(const StatusSnapshot& snapshot);
   /// A sentence instead of the daemon's own words, for when it has none.
   void say(const std::string& sentence);
+  /// What the page says; absent while it says something instead.
+  std::optional<Headline> shownHeadline() const;
   /// The answer to `repository:`, absent when there is none.
   void showRepository(const PropertyList& repository);
 

@@ -103,8 +103,9 @@ bool ChoicesPane::isComplete() {
   const std::string text = date_.get_text();
   std::string problem;
   if (dateIsOffered_ && !text.empty() && !timeIn(text)) {
-    problem = filled(tr("\"%s\" is no date; 2026-11-20, \"2026-11-20 14:00\", yesterday and \"2 days ago\" are."),
-                     printable(text));
+    problem =
+        filled(tr("\"%s\" is no date; 2026-11-20, \"2026-11-20 14:00\", yesterday and \"2 days ago\" are."),
+               printable(text));
   } else if (into_.get_active() && folder_.empty()) {
     problem = tr("Please choose the folder to restore into.");
   }

@@ -54,9 +54,8 @@ void EntryList::addBoxes() {
       item->ticked = box->get_active();
       selectionChanged_();
     });
-    box->set_data("keldane-toggled", new sigc::connection(toggled), [](void* data) {
-      delete static_cast<sigc::connection*>(data);
-    });
+    box->set_data("keldane-toggled", new sigc::connection(toggled),
+                  [](void* data) { delete static_cast<sigc::connection*>(data); });
   });
   factory->signal_unbind().connect([](const Glib::RefPtr<Gtk::ListItem>& listItem) {
     auto* const box = listItem->get_child();

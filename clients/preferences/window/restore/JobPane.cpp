@@ -27,8 +27,8 @@ std::uint64_t number(const PropertyList& report, const char* key) {
 
 std::string restoreResult(const PropertyList& report) {
   const std::string_view status = report["status"].string();
-  const std::string restored =
-      filled(tr("%s restored, %s."), filesWords(number(report, "restored")), bytesText(number(report, "bytesDone")));
+  const std::string restored = filled(tr("%s restored, %s."), filesWords(number(report, "restored")),
+                                      bytesText(number(report, "bytesDone")));
   const std::uint64_t skipped = number(report, "skipped");
   const std::string left =
       skipped == 0 ? std::string()

@@ -14,8 +14,8 @@
 
 namespace keldane {
 
-/// Follows one job of the daemon to its end. The job goes on without the window; one that runs when the window
-/// opens is followed from there.
+/// Follows one job of the daemon to its end. The job goes on without the window; one that runs when the
+/// window opens is followed from there.
 class JobPane : public Gtk::Box {
  public:
   /// Is told the sentence about each job that has ended, and the folder that it restored to.

@@ -38,10 +38,11 @@ RestorePage::RestorePage(DaemonDesk& desk, JobPane::Finished finished)
       all_(tr("Show All Files")),
       another_(tr("Open Another Folder…")),
       versions_(tr("Show the Versions")),
-      chooser_(tr("Open Another Folder"), Gtk::FileChooser::Action::SELECT_FOLDER,
-               [this](const std::string& path) {
-                 desk_.perform([path](DaemonSession& session) { session.openFolder(path, TreeKind::restore); });
-               }),
+      chooser_(
+          tr("Open Another Folder"), Gtk::FileChooser::Action::SELECT_FOLDER,
+          [this](const std::string& path) {
+            desk_.perform([path](DaemonSession& session) { session.openFolder(path, TreeKind::restore); });
+          }),
       tree_(tr("Files in the backup"), {tr("Restore"), tr("Backed Up On")},
             {
                 [this](const std::string& folder) {
@@ -164,8 +165,8 @@ void RestorePage::showFound(const OwnerAnswer& answer, const std::string& patter
     entries.push_back(std::move(entry));
   }
   const char* const title = answer.values["more"].boolValue()
-                                   ? tr("The first of the files in the backup that fit %s:")
-                                   : tr("Files in the backup that fit %s:");
+                                ? tr("The first of the files in the backup that fit %s:")
+                                : tr("Files in the backup that fit %s:");
   const bool none = entries.empty();
   showList(View::found, filled(none ? tr("Nothing in the backup fits %s.") : title, printable(pattern)),
            std::move(entries));
@@ -237,9 +238,9 @@ void RestorePage::show(const Selection& selection) {
 
 void RestorePage::selectionChanged() {
   const std::size_t count = view_ == View::tree ? paths_.size() : list_.selected().size();
-  selected_.set_text(count == 0 ? tr("Nothing is selected.")
-                                : filled(trn("%s item is selected.", "%s items are selected.", count),
-                                         countText(count)));
+  selected_.set_text(
+      count == 0 ? tr("Nothing is selected.")
+                 : filled(trn("%s item is selected.", "%s items are selected.", count), countText(count)));
   restore_.set_sensitive(count > 0);
 }
 

@@ -37,6 +37,8 @@ class RestorePage : public Gtk::Box {
   /// Follows the restore that the daemon says is running, unless one is followed already.
   void followRunning(std::uint32_t job);
 
+  bool isRestoring() const { return job_.isFollowing(); }
+
   void showTree();
   /// Of a file.
   void showVersions(const std::string& path);
@@ -55,8 +57,8 @@ class RestorePage : public Gtk::Box {
 
   DaemonDesk& desk_;
   View view_ = View::tree;
-  bool opened_ = false;             // whether the tree was asked for
-  std::string wanted_;              // the file, folder or pattern that was asked about
+  bool opened_ = false;  // whether the tree was asked for
+  std::string wanted_;   // the file, folder or pattern that was asked about
   bool answered_ = true;
   std::vector<std::string> paths_;  // selected in the tree
   std::string chosen_;              // the file that the tree's cursor is on

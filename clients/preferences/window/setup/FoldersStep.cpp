@@ -18,8 +18,8 @@ FoldersStep::FoldersStep(DaemonDesk& desk) : Gtk::Box(Gtk::Orientation::VERTICAL
   append(*heading(tr("What should be backed up?")));
   const std::string home = Glib::get_home_dir();
   using Directory = Glib::UserDirectory;
-  for (const Directory directory : {Directory::DOCUMENTS, Directory::PICTURES, Directory::MUSIC, Directory::VIDEOS,
-                                    Directory::DESKTOP, Directory::DOWNLOAD}) {
+  for (const Directory directory : {Directory::DOCUMENTS, Directory::PICTURES, Directory::MUSIC,
+                                    Directory::VIDEOS, Directory::DESKTOP, Directory::DOWNLOAD}) {
     const std::string path = Glib::get_user_special_dir(directory);
     // A folder that is not set up is the home folder itself.
     if (!path.empty() && path != home) {
@@ -29,8 +29,9 @@ FoldersStep::FoldersStep(DaemonDesk& desk) : Gtk::Box(Gtk::Orientation::VERTICAL
   add(home, folders_.empty());
   makeParagraph(sum_);
   append(sum_);
-  append(*paragraph(tr("Waste baskets and caches are left out. Single files and folders can be added and taken out "
-                       "later, on the page Rules and in the file manager.")));
+  append(*paragraph(
+      tr("Waste baskets and caches are left out. Single files and folders can be added and taken out "
+         "later, on the page Rules and in the file manager.")));
   signal_map().connect([this] {
     if (!measuring_) {
       measuring_ = true;
@@ -91,10 +92,10 @@ void FoldersStep::showSum() {
       hasHome = isHome;
     }
   }
-  sum_.set_text(!isAny ? tr("Nothing is chosen: nothing will be backed up.")
-                : isKnown
-                    ? filled(tr("The first backup takes about %s where it is kept, often less."), bytesText(bytes))
-                    : tr("Looking how much it is…"));
+  sum_.set_text(!isAny    ? tr("Nothing is chosen: nothing will be backed up.")
+                : isKnown ? filled(tr("The first backup takes about %s where it is kept, often less."),
+                                   bytesText(bytes))
+                          : tr("Looking how much it is…"));
 }
 
 std::size_t FoldersStep::apply() {

@@ -59,7 +59,8 @@ PlaceStep::~PlaceStep() { timer_.disconnect(); }
 void PlaceStep::addThisDisk() {
   makeParagraph(warning_);
   warning_.set_text(
-      tr("This helps against deleting and changing files by mistake. It does not help when the disk breaks or the "
+      tr("This helps against deleting and changing files by mistake. It does not help when the disk breaks "
+         "or the "
          "computer is lost: the backup goes with it."));
   warning_.set_margin_start(kIndent);
   append(thisDisk_);

@@ -66,9 +66,10 @@ void SetupWindow::addSteps() {
 
 void SetupWindow::addKeyStep() {
   keyStep_.append(*heading(tr("Keep a copy of the key")));
-  keyStep_.append(*paragraph(
-      tr("The backup is encrypted. When this computer is lost, nobody can read it without this key, you neither. "
-         "Print it, or save it to another disk, and keep it apart from this computer.")));
+  keyStep_.append(
+      *paragraph(tr("The backup is encrypted. When this computer is lost, nobody can read it without this "
+                    "key, you neither. "
+                    "Print it, or save it to another disk, and keep it apart from this computer.")));
   keyStep_.append(key_);
   keyStep_.append(withoutCopy_);
   withoutCopy_.signal_toggled().connect([this] { showNext(); });
@@ -91,9 +92,10 @@ void SetupWindow::begin(const PropertyList& repository) {
   place_.setDataFolder(std::string(repository["dataFolder"].string()));
   readyAt_ = repository["health"].string() == "ready" ? repository["location"].string() : std::string_view();
   now_.set_visible(!location.empty());
-  now_.set_text(filled(tr("The backup is kept at %s now (%s). What is there stays there; at another place the backup "
-                          "begins anew."),
-                       location, healthWords(std::string(repository["health"].string()))));
+  now_.set_text(
+      filled(tr("The backup is kept at %s now (%s). What is there stays there; at another place the backup "
+                "begins anew."),
+             location, healthWords(std::string(repository["health"].string()))));
   if (!busy_) {
     go(kPlaceStep);
   }
@@ -128,9 +130,10 @@ void SetupWindow::next() {
       break;
     case kFoldersStep: {
       const std::size_t count = folders_.apply();
-      done_.set_text(count == 0 ? tr("Nothing is chosen yet. Choose files on the page Rules, or in the file manager.")
-                                : tr("The first backup begins now and goes on by itself. The page Overview shows how "
-                                     "far it has come; this window is no longer needed."));
+      done_.set_text(
+          count == 0 ? tr("Nothing is chosen yet. Choose files on the page Rules, or in the file manager.")
+                     : tr("The first backup begins now and goes on by itself. The page Overview shows how "
+                          "far it has come; this window is no longer needed."));
       go(kDoneStep);
       break;
     }

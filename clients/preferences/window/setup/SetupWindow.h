@@ -19,8 +19,8 @@
 
 namespace keldane {
 
-/// Where, the key, what, done. The place is tried when the first step ends, and taken only when the daemon could
-/// store there; nothing is changed before. Closing the window puts off what has not been done yet.
+/// Where, the key, what, done. The place is tried when the first step ends, and taken only when the daemon
+/// could store there; nothing is changed before. Closing the window puts off what has not been done yet.
 class SetupWindow : public Gtk::Window {
  public:
   /// `changed` is called when there is another repository.

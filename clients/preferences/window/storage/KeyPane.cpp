@@ -139,14 +139,16 @@ void KeyPane::print(const KeySheet& sheet) {
 }
 
 void KeyPane::keepInKeyRing(const KeySheet& sheet) {
-  storeInKeyRing(sheet.key, sheet.repositoryId, tr("Key of the Keldane backup"), [this](const std::string& problem) {
-    say(problem.empty() ? tr("The key is in the key ring. That lies on this computer and goes with it: keep "
-                             "another copy elsewhere.")
-                        : filled(tr("The key ring did not take the key: %s"), problem));
-    if (problem.empty()) {
-      kept_();
-    }
-  });
+  storeInKeyRing(
+      sheet.key, sheet.repositoryId, tr("Key of the Keldane backup"), [this](const std::string& problem) {
+        say(problem.empty()
+                ? tr("The key is in the key ring. That lies on this computer and goes with it: keep "
+                     "another copy elsewhere.")
+                : filled(tr("The key ring did not take the key: %s"), problem));
+        if (problem.empty()) {
+          kept_();
+        }
+      });
 }
 
 }  // namespace keldane

@@ -10,17 +10,18 @@ namespace {
 
 using KeyRingThen = std::function<void(const std::string&)>;
 
-const SecretSchema kSchema = {"com.keldane.repository",
-                              SECRET_SCHEMA_NONE,
-                              {{"repository", SECRET_SCHEMA_ATTRIBUTE_STRING}, {nullptr, SecretSchemaAttributeType{}}},
-                              0,
-                              nullptr,
-                              nullptr,
-                              nullptr,
-                              nullptr,
-                              nullptr,
-                              nullptr,
-                              nullptr};
+const SecretSchema kSchema = {
+    "com.keldane.repository",
+    SECRET_SCHEMA_NONE,
+    {{"repository", SECRET_SCHEMA_ATTRIBUTE_STRING}, {nullptr, SecretSchemaAttributeType{}}},
+    0,
+    nullptr,
+    nullptr,
+    nullptr,
+    nullptr,
+    nullptr,
+    nullptr,
+    nullptr};
 
 void stored(GObject*, GAsyncResult* result, gpointer data) {
   const std::unique_ptr<KeyRingThen> then(static_cast<KeyRingThen*>(data));

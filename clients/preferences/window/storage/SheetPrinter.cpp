@@ -13,7 +13,8 @@ namespace {
 constexpr double kCodeWidth = 0.3;  // of the page
 constexpr char kSheetFont[] = "Monospace 9";
 
-void drawCode(const Cairo::RefPtr<Cairo::Context>& cairo, const QrCode& code, double left, double top, double width) {
+void drawCode(const Cairo::RefPtr<Cairo::Context>& cairo, const QrCode& code, double left, double top,
+              double width) {
   const double module = width / static_cast<double>(code.size());
   cairo->set_source_rgb(0, 0, 0);
   for (std::size_t row = 0; row < code.size(); ++row) {

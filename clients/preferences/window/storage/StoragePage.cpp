@@ -86,9 +86,9 @@ void StoragePage::show(const OwnerAnswer& answer) {
 
 void StoragePage::addChecks() {
   content_.append(*heading(tr("Whether it can be restored")));
-  content_.append(*paragraph(
-      tr("Checking looks whether what is stored is whole. Reading everything takes as long as reading the whole "
-         "backup. A trial restores some files and compares them with what is on this computer.")));
+  content_.append(*paragraph(tr(
+      "Checking looks whether what is stored is whole. Reading everything takes as long as reading the whole "
+      "backup. A trial restores some files and compares them with what is on this computer.")));
   const auto add = [this](Gtk::Button& button, const char* mode, const char* saying) {
     button.signal_clicked().connect([this, mode, saying] { check(mode, saying); });
     checks_.append(button);
@@ -140,9 +140,9 @@ void StoragePage::addKey() {
   content_.append(*paragraph(
       tr("Nobody can read the backup without its key, you neither. Keep a copy apart from this computer.")));
   content_.append(key_);
-  content_.append(*paragraph(
-      tr("A passphrase of your own opens the backup too. What is stored is not encrypted anew by that, and the "
-         "key goes on opening it.")));
+  content_.append(*paragraph(tr(
+      "A passphrase of your own opens the backup too. What is stored is not encrypted anew by that, and the "
+      "key goes on opening it.")));
   setAccessibleName(passphrase_, tr("New passphrase"));
   setAccessibleName(again_, tr("The passphrase once more"));
   passphrase_.property_placeholder_text() = tr("New passphrase");
@@ -215,14 +215,15 @@ void StoragePage::applySettings() {
   for (Gtk::SpinButton* button : {&keepDeleted_, &quota_, &alertAfter_}) {
     button->update();
   }
-  desk_.ask("settings:",
-            {{"keepDeletedDays", keepDeleted_.get_value_as_int()},
-             {"quotaMB", quota_.get_value_as_int()},
-             {"alertDays", alertAfter_.get_value_as_int()}},
-            [this](const OwnerAnswer& answer) {
-              showSettings(answer);
-              settingsResult_.set_text(answer ? tr("The settings are as they stand here now.") : problemOf(answer));
-            });
+  desk_.ask(
+      "settings:",
+      {{"keepDeletedDays", keepDeleted_.get_value_as_int()},
+       {"quotaMB", quota_.get_value_as_int()},
+       {"alertDays", alertAfter_.get_value_as_int()}},
+      [this](const OwnerAnswer& answer) {
+        showSettings(answer);
+        settingsResult_.set_text(answer ? tr("The settings are as they stand here now.") : problemOf(answer));
+      });
 }
 
 void StoragePage::showSettings(const OwnerAnswer& answer) {

@@ -16,7 +16,9 @@ class NodeItem : public Glib::Object {
  public:
   enum class Kind { node, asking, empty };
 
-  static Glib::RefPtr<NodeItem> create(Kind kind) { return Glib::make_refptr_for_instance(new NodeItem(kind)); }
+  static Glib::RefPtr<NodeItem> create(Kind kind) {
+    return Glib::make_refptr_for_instance(new NodeItem(kind));
+  }
 
   const Kind kind;
   NodeRow row;

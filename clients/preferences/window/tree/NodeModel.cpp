@@ -23,7 +23,8 @@ Glib::RefPtr<NodeItem> placeholder(NodeItem::Kind kind) {
 
 }  // namespace
 
-NodeModel::NodeModel() : top_(Children::create()), list_(Gtk::TreeListModel::create(top_, sigc::ptr_fun(&childrenOf))) {}
+NodeModel::NodeModel()
+    : top_(Children::create()), list_(Gtk::TreeListModel::create(top_, sigc::ptr_fun(&childrenOf))) {}
 
 NodeModel::Item NodeModel::itemAt(const std::string& path) const {
   const auto found = items_.find(path);
@@ -117,7 +118,8 @@ guint NodeModel::placeBefore(const Item& folder, const std::string& path) const 
   return found ? place : count;
 }
 
-// One row is there that is no file's, or none: it says that the daemon is being asked, or that nothing is there.
+// One row is there that is no file's, or none: it says that the daemon is being asked, or that nothing is
+// there.
 void NodeModel::settlePlaceholder(const Item& folder) {
   const guint count = folder->children->get_n_items();
   if (count == 0) {

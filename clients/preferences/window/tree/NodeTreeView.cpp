@@ -86,7 +86,8 @@ Glib::RefPtr<Gtk::SignalListItemFactory> factoryOf(
 
 // In words too, because not everybody sees how a box is drawn.
 std::string stateOf(const NodeItem& item) {
-  return item.row.checked && item.row.partly ? filled(tr("%s, not all of it"), item.row.state) : item.row.state;
+  return item.row.checked && item.row.partly ? filled(tr("%s, not all of it"), item.row.state)
+                                             : item.row.state;
 }
 
 void fillBox(BoxCell& cell) {

@@ -13,13 +13,13 @@
 
 namespace keldane {
 
-/// A box shows what the daemon's thread says; ticking it asks for a change and changes nothing by itself. Only
-/// the rows that are seen have widgets.
+/// A box shows what the daemon's thread says; ticking it asks for a change and changes nothing by itself.
+/// Only the rows that are seen have widgets.
 class NodeTreeView : public Gtk::ScrolledWindow {
  public:
   /// What the view wants, each with a path.
   struct Wishes {
-    std::function<void(const std::string& folder)> lookInto, close;
+    std::function<void(const std::string&folder)> lookInto, close;
     std::function<void(const std::string& path, bool on)> tick;
     std::function<void(const NodeRow& row)> choose;  ///< a row was selected
   };

@@ -39,7 +39,8 @@ TEST_F(HeadlineTest, TellsOfADrillThatWentWell) {
 }
 
 TEST_F(HeadlineTest, ADrillThatFailedIsTrouble) {
-  repository_ = PropertyList::dictionary({{"lastDrill", before(0)}, {"drillCompared", 30}, {"drillFailed", 1}});
+  repository_ =
+      PropertyList::dictionary({{"lastDrill", before(0)}, {"drillCompared", 30}, {"drillFailed", 1}});
   EXPECT_TRUE(shown().isTrouble);
   EXPECT_EQ(shown().remedy, Remedy::showStorage);
 }
@@ -57,9 +58,9 @@ TEST_F(HeadlineTest, NeverSaysAllWhileSomethingWaits) {
 }
 
 TEST_F(HeadlineTest, EachTroubleOfTheRepositoryHasAWayOut) {
-  for (const char* health : {"notSetUp", "missing", "otherRepository", "wrongKey", "notConnected", "unreachable",
-                             "denied", "locked", "full", "damaged", "engineMissing", "engineTooOld", "failed",
-                             "somethingNew"}) {
+  for (const char* health :
+       {"notSetUp", "missing", "otherRepository", "wrongKey", "notConnected", "unreachable", "denied",
+        "locked", "full", "damaged", "engineMissing", "engineTooOld", "failed", "somethingNew"}) {
     status_.health = health;
     EXPECT_TRUE(shown().isTrouble) << health;
     EXPECT_NE(shown().remedy, Remedy::none) << health;
