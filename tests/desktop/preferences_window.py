@@ -49,10 +49,6 @@ class PreferencesCase(Case):
     def shows(self, name):
         return self.program.shows(name)
 
-    def missing(self, role, name):
-        """Waits until nothing of this name is showing."""
-        eventually(lambda: not self.program.all(role, name), f"the end of {name}")
-
     # --- The tree: five cells a row; the first has a box, the second an icon, a name, and a button before a folder ---
 
     TREE = "Files and folders"
@@ -115,6 +111,12 @@ class PreferencesCase(Case):
         """The number of the window of this title, once it can be seen."""
         return subprocess.run(["xdotool", "search", "--sync", "--onlyvisible", "--name", f"^{title}$"], check=True,
                               capture_output=True, text=True, timeout=PATIENCE).stdout.split()[0]
+
+    @staticmethod
+    def wait_for_end(title):
+        """Until the window cannot be seen any more. Who reads its widgets while GTK 4 takes them apart ends the program."""
+        eventually(lambda: not subprocess.run(["xdotool", "search", "--onlyvisible", "--name", f"^{title}$"], check=False,
+                                              capture_output=True, timeout=PATIENCE).stdout, f"the end of {title}")
 
     def press(self, title, keys):
         subprocess.run(["xdotool", "windowfocus", "--sync", self.window(title), "key", keys], check=True,
