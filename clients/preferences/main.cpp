@@ -1,33 +1,86 @@
 // keldane-preferences: the backup daemon of this computer, administered in a window.
+#include <giomm/notification.h>
+#include <gtk/gtk.h>
 #include <gtkmm/application.h>
 #include <gtkmm/messagedialog.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdlib>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "clients/core/DaemonBundle.h"
+#include "clients/core/FolderTree.h"
 #include "clients/preferences/window/PreferencesWindow.h"
-#include "clients/preferences/window/Translation.h"
+#include "clients/preferences/words/Translation.h"
 
 namespace keldane {
 
 namespace {
 
 constexpr int kUsage = 2, kUnreachable = 3;
-constexpr char kApplication[] = "com.keldane.preferences";
+constexpr char kApplication[] = "com.keldane.preferences", kShow[] = "show";
 
-/// What the arguments ask for; an exit status when that is all.
-std::optional<int> readArguments(int argc, char** argv, std::string& bundle) {
-  CLI::App app(tr("Shows what the backup daemon of this computer does and what it backs up, and changes it."),
-               "keldane-preferences");
+struct Options {
+  std::string bundle, page, restore, restoreMissing;
+
+  /// Where the window is to be; absent when nothing was said.
+  std::optional<WindowPlace> place() const {
+    if (!restore.empty()) {
+      return WindowPlace{WindowPlace::Kind::versions, restore};
+    }
+    if (!restoreMissing.empty()) {
+      return WindowPlace{WindowPlace::Kind::missing, restoreMissing};
+    }
+    for (const auto& [name, kind] : kPages) {
+      if (page == name) {
+        return WindowPlace{kind, {}};
+      }
+    }
+    return std::nullopt;
+  }
+
+  static constexpr std::pair<const char*, WindowPlace::Kind> kPages[] = {
+      {"overview", WindowPlace::Kind::overview},
+      {"restore", WindowPlace::Kind::restore},
+      {"storage", WindowPlace::Kind::storage},
+      {"rules", WindowPlace::Kind::rules},
+      {"setup", WindowPlace::Kind::setUp}};
+};
+
+void addOptions(CLI::App& app, Options& options) {
   app.set_version_flag("--version", "keldane-preferences " KELDANE_VERSION);
-  app.add_option("--bundle", bundle,
+  app.add_option("--bundle", options.bundle,
                  tr("The plug-in bundle that says where the daemon is; else the first that is installed"))
       ->type_name("DIR");
+  std::vector<std::string> pages;
+  for (const auto& [name, kind] : Options::kPages) {
+    pages.emplace_back(name);
+  }
+  CLI::Option* const page = app.add_option("--page", options.page, tr("Show this page"))
+                                ->type_name("PAGE")
+                                ->check(CLI::IsMember(pages));
+  CLI::Option* const restore = app.add_option("--restore", options.restore,
+                                              tr("Show the versions of this file that are in the backup"))
+                                   ->type_name("PATH")
+                                   ->excludes(page);
+  app.add_option("--restore-missing", options.restoreMissing,
+                 tr("Show what was deleted from this folder and is in the backup"))
+      ->type_name("FOLDER")
+      ->excludes(page)
+      ->excludes(restore);
+}
+
+/// What the arguments ask for; an exit status when that is all.
+std::optional<int> readArguments(int argc, char** argv, Options& options) {
+  CLI::App app(tr("Shows what the backup daemon of this computer does and what it backs up, changes it, and "
+                  "restores from the backup."),
+               "keldane-preferences");
+  addOptions(app, options);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& done) {
@@ -36,45 +89,153 @@ std::optional<int> readArguments(int argc, char** argv, std::string& bundle) {
     app.exit(error);
     return kUsage;
   }
+  for (std::string* path : {&options.restore, &options.restoreMissing}) {
+    *path = path->empty() ? std::string() : pathNamed(*path);
+  }
   return std::nullopt;
 }
 
-void tellOfNoBundle(const NoDaemonBundle& nothing) {
-  std::cerr << "keldane-preferences: " << nothing.what() << std::endl;
-  Gtk::MessageDialog dialog(tr("Nothing says where the backup daemon is."), false, Gtk::MESSAGE_ERROR);
-  dialog.set_title(tr("Keldane Preferences"));
-  dialog.set_secondary_text(nothing.what());
-  dialog.run();
+/// The arguments as they are sent to the program that runs already, which may be in another folder.
+std::vector<std::string> wordsFor(const Options& options) {
+  std::vector<std::string> words = {"keldane-preferences"};
+  const auto add = [&](const char* name, const std::string& value) {
+    if (!value.empty()) {
+      words.push_back(std::string(name) + '=' + value);
+    }
+  };
+  add("--page", options.page);
+  add("--restore", options.restore);
+  add("--restore-missing", options.restoreMissing);
+  return words;
 }
 
-int run(int argc, char** argv) {
-  beginTranslation();
-  std::string bundlePath;
-  if (const std::optional<int> status = readArguments(argc, argv, bundlePath)) {
-    return *status;
+/// The program as the desktop sees it: one window, to which later calls lead.
+class Program {
+ public:
+  explicit Program(const Options& options)
+      : options_(options),
+        // A window onto another daemon is no second window onto the same.
+        app_(Gtk::Application::create(kApplication, options.bundle.empty()
+                                                        ? Gio::Application::Flags::HANDLES_COMMAND_LINE
+                                                        : Gio::Application::Flags::HANDLES_COMMAND_LINE |
+                                                              Gio::Application::Flags::NON_UNIQUE)) {
+    app_->signal_command_line().connect(
+        [this](const Glib::RefPtr<Gio::ApplicationCommandLine>& line) { return open(line); }, false);
+    app_->signal_activate().connect([this] { present(std::nullopt); });
+    // What a notification leads to.
+    app_->add_action_with_parameter(kShow, Glib::VARIANT_TYPE_STRING, [this](const Glib::VariantBase& page) {
+      Options wanted;
+      wanted.page = Glib::VariantBase::cast_dynamic<Glib::Variant<Glib::ustring>>(page).get();
+      present(wanted.place());
+    });
   }
-  // A window onto another daemon is no second window onto the same.
-  const auto app = Gtk::Application::create(
-      kApplication, bundlePath.empty() ? Gio::APPLICATION_FLAGS_NONE : Gio::APPLICATION_NON_UNIQUE);
-  std::unique_ptr<PreferencesWindow> window;
-  int status = EXIT_SUCCESS;
-  app->signal_activate().connect([&] {
+
+  int run() {
+    std::vector<std::string> words = wordsFor(options_);
+    std::vector<char*> pointers;
+    for (std::string& word : words) {
+      pointers.push_back(word.data());
+    }
+    const int ran = app_->run(static_cast<int>(pointers.size()), pointers.data());
+    if (window_ && !window_->end()) {
+      std::_Exit(status_);  // a thread that waits for the daemon cannot be ended
+    }
+    return status_ == EXIT_SUCCESS ? ran : status_;
+  }
+
+ private:
+  int open(const Glib::RefPtr<Gio::ApplicationCommandLine>& line) {
+    int count = 0;
+    char** const words = line->get_arguments(count);
+    Options options;
+    const std::optional<int> status = readArguments(count, words, options);
+    g_strfreev(words);
+    if (!status) {
+      present(options.place());
+    }
+    return status.value_or(EXIT_SUCCESS);
+  }
+
+  void present(const std::optional<WindowPlace>& place) {
     try {
-      if (!window) {
-        window = std::make_unique<PreferencesWindow>(findDaemonBundle(bundlePath).bundle);
-        app->add_window(*window);
+      if (!window_) {
+        makeWindow();
       }
-      window->present();
+      app_->add_window(*window_);
+      letGo();
+      if (place) {
+        window_->go(*place);
+      }
+      window_->present();
     } catch (const NoDaemonBundle& nothing) {
       tellOfNoBundle(nothing);
-      status = kUnreachable;
     }
-  });
-  const int ran = app->run();
-  if (window && !window->end()) {
-    std::_Exit(status);  // a thread that waits for the daemon cannot be ended
   }
-  return status == EXIT_SUCCESS ? ran : status;
+
+  void makeWindow() {
+    window_ = std::make_unique<PreferencesWindow>(
+        findDaemonBundle(options_.bundle), [this](const char* title, const std::string& sentence,
+                                                  WindowPlace::Kind kind) { tell(title, sentence, kind); });
+    window_->set_hide_on_close(true);
+    // The program ends with its window, unless there is a restore whose end is to be told.
+    window_->signal_hide().connect([this] {
+      if (!held_ && window_->isRestoring()) {
+        held_ = true;
+        app_->hold();
+      }
+    });
+  }
+
+  void tell(const char* title, const std::string& sentence, WindowPlace::Kind kind) {
+    const auto notification = Gio::Notification::create(title);
+    notification->set_body(sentence);
+    for (const auto& [name, each] : Options::kPages) {
+      if (each == kind) {
+        notification->set_default_action(std::string("app.") + kShow, Glib::ustring(name));
+      }
+    }
+    app_->send_notification(title, notification);
+    if (!window_->get_visible()) {
+      letGo();
+    }
+  }
+
+  void letGo() {
+    if (held_) {
+      held_ = false;
+      app_->release();
+    }
+  }
+
+  void tellOfNoBundle(const NoDaemonBundle& nothing) {
+    std::cerr << "keldane-preferences: " << nothing.what() << std::endl;
+    status_ = kUnreachable;
+    message_ = std::make_unique<Gtk::MessageDialog>(tr("Nothing says where the backup daemon is."), false,
+                                                    Gtk::MessageType::ERROR);
+    message_->set_title(tr("Keldane Preferences"));
+    message_->set_secondary_text(nothing.what());
+    message_->set_hide_on_close(true);
+    message_->signal_response().connect([this](int) { message_->hide(); });
+    app_->add_window(*message_);
+    message_->present();
+  }
+
+  const Options options_;
+  const Glib::RefPtr<Gtk::Application> app_;
+  std::unique_ptr<PreferencesWindow> window_;
+  std::unique_ptr<Gtk::MessageDialog> message_;
+  int status_ = EXIT_SUCCESS;
+  bool held_ = false;  // whether the program goes on without a window
+};
+
+int run(int argc, char** argv) {
+  gtk_disable_setlocale();  // it would try again, and complain
+  beginTranslation();
+  Options options;
+  if (const std::optional<int> status = readArguments(argc, argv, options)) {
+    return *status;
+  }
+  return Program(options).run();
 }
 
 }  // namespace

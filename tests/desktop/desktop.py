@@ -162,6 +162,17 @@ def is_on(node, state):
     return has_state(node, getattr(Atspi.StateType, state.upper()))
 
 
+BY_SIZE = "by size"  # how to tell what is showing of a toolkit that does not say it
+
+
+def has_size(node):
+    try:
+        extents = node.get_extents(Atspi.CoordType.WINDOW)
+    except GLib.Error:
+        return False
+    return extents.width > 0 and extents.height > 0
+
+
 def matches(node, name=None, role=None, showing=True):
     """`name` may be a compiled pattern."""
     try:
@@ -172,6 +183,8 @@ def matches(node, name=None, role=None, showing=True):
             return False
     except GLib.Error:
         return False
+    if showing == BY_SIZE:
+        return has_size(node)
     return not showing or has_state(node, Atspi.StateType.SHOWING)
 
 
@@ -268,7 +281,9 @@ def screenshot(path):
 
 
 class Program:
-    """A program on this desktop, with its output in a file."""
+    """A program on this desktop, with its output in a file. GTK 4 has no state for what is showing."""
+
+    showing = True
 
     def __init__(self, *command, **environment):
         self.log = tempfile.NamedTemporaryFile(dir=_place, prefix=os.path.basename(command[0]), delete=False)
@@ -296,10 +311,10 @@ class Program:
 
     def all(self, role=None, name=None):
         """What is showing, in its order."""
-        return [node for node in walk(self.application()) if matches(node, name, role)]
+        return [node for node in walk(self.application()) if matches(node, name, role, self.showing)]
 
     def find(self, role=None, name=None):
-        return find(self.application(), name, role)
+        return find(self.application(), name, role, self.showing)
 
     def shows(self, name):
         """Waits for a text."""

@@ -1,18 +1,14 @@
 #include "clients/ctl/setup/SecretFile.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <iostream>
 #include <iterator>
 #include <sstream>
 #include <system_error>
 
 #include "clients/core/KeySheet.h"
+#include "clients/core/NewSecretFile.h"
 #include "clients/core/Printable.h"
 #include "clients/ctl/Session.h"
-#include "platform/files/Descriptor.h"
 #include "platform/files/FileContents.h"
 
 namespace keldane {
@@ -27,17 +23,6 @@ bool isName(std::string_view text) {
   return !text.empty() &&
          text.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_") ==
              std::string_view::npos;
-}
-
-bool writeAll(int descriptor, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = write(descriptor, text.data(), text.size());
-    if (written < 0 && errno != EINTR) {
-      return false;
-    }
-    text.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
-  }
-  return fsync(descriptor) == 0;
 }
 
 }  // namespace
@@ -67,16 +52,8 @@ std::string readKeyFile(const std::string& path) {
 }
 
 void writeSecretFile(const std::string& path, std::string_view text) {
-  const Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-  if (!file && errno == EEXIST) {
-    throw CommandFailure(kNotTaken, printable(path) + " is there already and is not overwritten.");
-  }
-  if (!file || !writeAll(file.get(), text)) {
-    const std::string reason = reasonOf(errno);
-    if (file) {
-      unlink(path.c_str());
-    }
-    throw CommandFailure(kNotTaken, "The file " + printable(path) + " cannot be written: " + reason + ".");
+  if (const std::string problem = writeNewSecretFile(path, text); !problem.empty()) {
+    throw CommandFailure(kNotTaken, problem);
   }
 }
 

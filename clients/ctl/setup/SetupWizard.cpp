@@ -6,9 +6,9 @@
 
 #include "clients/core/Printable.h"
 #include "clients/core/Units.h"
+#include "clients/core/place/Location.h"
+#include "clients/core/place/MountedDisks.h"
 #include "clients/ctl/Session.h"
-#include "clients/ctl/setup/Location.h"
-#include "clients/ctl/setup/MountedDisks.h"
 #include "clients/ctl/terminal/Secret.h"
 
 namespace keldane {

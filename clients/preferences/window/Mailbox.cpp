@@ -4,7 +4,7 @@
 
 namespace keldane {
 
-Mailbox::Mailbox(std::function<void(Update)> handler) : handler_(std::move(handler)) {
+Mailbox::Mailbox() {
   arrived_.connect([this] {
     if (!idle_.connected()) {
       idle_ = Glib::signal_idle().connect([this] { return handOver(); });
@@ -14,12 +14,12 @@ Mailbox::Mailbox(std::function<void(Update)> handler) : handler_(std::move(handl
 
 Mailbox::~Mailbox() { idle_.disconnect(); }
 
-void Mailbox::put(Update update) {
+void Mailbox::put(std::function<void()> work) {
   bool wasEmpty = false;
   {
     const std::lock_guard guard(mutex_);
-    wasEmpty = updates_.empty();
-    updates_.push_back(std::move(update));
+    wasEmpty = work_.empty();
+    work_.push_back(std::move(work));
   }
   if (wasEmpty) {
     arrived_.emit();
@@ -27,16 +27,16 @@ void Mailbox::put(Update update) {
 }
 
 bool Mailbox::handOver() {
-  Update update;
+  std::function<void()> work;
   {
     const std::lock_guard guard(mutex_);
-    if (updates_.empty()) {
+    if (work_.empty()) {
       return false;
     }
-    update = std::move(updates_.front());
-    updates_.pop_front();
+    work = std::move(work_.front());
+    work_.pop_front();
   }
-  handler_(std::move(update));
+  work();
   return true;
 }
 

@@ -1,4 +1,4 @@
-// Carries what the daemon's thread delivers to the window's thread.
+// Carries work from the program's other threads to the window's thread.
 #pragma once
 
 #include <glibmm/dispatcher.h>
@@ -7,29 +7,26 @@
 #include <functional>
 #include <mutex>
 
-#include "clients/preferences/worker/Updates.h"
-
 namespace keldane {
 
-/// Made and destroyed on the window's thread; `put` may be called from any. What was put is handed over in
-/// its order, a piece whenever the window has nothing more urgent to do.
+/// Made and destroyed on the window's thread; `put` may be called from any. What was put is done in its
+/// order, a piece whenever the window has nothing more urgent to do.
 class Mailbox {
  public:
-  explicit Mailbox(std::function<void(Update)> handler);
+  Mailbox();
   ~Mailbox();
   Mailbox(const Mailbox&) = delete;
   Mailbox& operator=(const Mailbox&) = delete;
 
-  void put(Update update);
+  void put(std::function<void()> work);
 
  private:
   bool handOver();
 
-  const std::function<void(Update)> handler_;
   Glib::Dispatcher arrived_;
   sigc::connection idle_;
   std::mutex mutex_;
-  std::deque<Update> updates_;  // guarded by the mutex
+  std::deque<std::function<void()>> work_;  // guarded by the mutex
 };
 
 }  // namespace keldane

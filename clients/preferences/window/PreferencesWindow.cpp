@@ -3,64 +3,68 @@
 #include <glibmm/main.h>
 #include <glibmm/miscutils.h>
 
+#include <ctime>
+
 #include "clients/core/Printable.h"
-#include "clients/preferences/window/Spacing.h"
-#include "clients/preferences/window/Translation.h"
+#include "clients/preferences/window/Widgets.h"
+#include "clients/preferences/words/RepositoryWords.h"
+#include "clients/preferences/words/Translation.h"
+#include "platform/preferences/Preferences.h"
 
 namespace keldane {
 
 namespace {
 
-constexpr int kWidth = 780, kHeight = 680;
+constexpr int kWidth = 860, kHeight = 680;
 constexpr unsigned kWatchInterval = 1;                // seconds
+constexpr int kRepositoryInterval = 30;               // of these
 constexpr auto kPatience = std::chrono::seconds(10);  // with a daemon that does not answer
-constexpr auto kFarewell = std::chrono::seconds(1);
+constexpr char kOverview[] = "overview", kRestore[] = "restore", kStorage[] = "storage", kRules[] = "rules";
+constexpr char kDomain[] = "com.keldane.preferences", kSetupOffered[] = "SetupOffered";
 
 }  // namespace
 
-PreferencesWindow::PreferencesWindow(std::shared_ptr<Bundle> bundle)
-    : mailbox_(std::make_shared<Mailbox>([this](const Update& update) { receive(update); })),
-      daemon_(std::move(bundle), [mailbox = mailbox_](Update update) { mailbox->put(std::move(update)); }),
-      content_(Gtk::ORIENTATION_VERTICAL, 2 * kGap),
-      statusPane_({
-          [this](std::int32_t minutes) {
-            daemon_.perform([minutes](DaemonSession& session) { session.pause(minutes); });
+PreferencesWindow::PreferencesWindow(const DaemonBundle& daemon, Tell tell)
+    : tell_(std::move(tell)),
+      desk_(daemon, [this](const Update& update) { receive(update); }),
+      content_(Gtk::Orientation::VERTICAL),
+      pages_(Gtk::Orientation::HORIZONTAL),
+      overview_(desk_, {[this] {
+                          go({WindowPlace::Kind::setUp, {}});
+                        },
+                        [this] {
+                          go({WindowPlace::Kind::storage, {}});
+                        },
+                        [this] {
+                          go({WindowPlace::Kind::rules, {}});
+                        }}),
+      restore_(desk_,
+               [this](const std::string& result, const std::string&) {
+                 if (!is_active()) {
+                   tell_(tr("Restore"), result, WindowPlace::Kind::restore);
+                 }
+               }),
+      storage_(
+          desk_,
+          [this] {
+            go({WindowPlace::Kind::setUp, {}});
           },
-          [this](bool on) { daemon_.perform([on](DaemonSession& session) { session.setAutomatic(on); }); },
-          [this](bool on) { daemon_.perform([on](DaemonSession& session) { session.setLowPriority(on); }); },
-      }),
-      rules_({
-          [this](const std::string& folder) {
-            daemon_.perform([folder](DaemonSession& session) { session.openFolder(folder); });
-          },
-          [this](const std::string& folder) {
-            daemon_.perform([folder](DaemonSession& session) { session.lookInto(folder); });
-          },
-          [this](const std::string& folder) {
-            daemon_.perform([folder](DaemonSession& session) { session.closeFolder(folder); });
-          },
-          [this](const std::string& path, bool included) {
-            daemon_.perform(
-                [path, included](DaemonSession& session) { session.setIncluded(path, included); });
-          },
-      }) {
+          [this] { askForRepository(); }),
+      rules_(desk_),
+      setup_(desk_, [this] { askForRepository(); }) {
   set_title(tr("Keldane Preferences"));
   set_icon_name("keldane");
   set_default_size(kWidth, kHeight);
-  set_border_width(2 * kGap);
-  refusal_.set_message_type(Gtk::MESSAGE_WARNING);
+  refusal_.set_message_type(Gtk::MessageType::WARNING);
   refusal_.set_show_close_button(true);
-  refusal_.signal_response().connect([this](int) { refusal_.hide(); });
-  refusalText_.set_line_wrap(true);
-  refusalText_.set_xalign(0);
-  dynamic_cast<Gtk::Container&>(*refusal_.get_content_area()).add(refusalText_);
-  content_.pack_start(refusal_, false, false);
-  content_.pack_start(statusPane_, false, false);
-  content_.pack_start(separator_, false, false);
-  content_.pack_start(rules_, true, true);
-  add(content_);
-  show_all_children();
-  refusal_.hide();
+  refusal_.signal_response().connect([this](int) { refusal_.set_visible(false); });
+  makeParagraph(refusalText_);
+  refusal_.add_child(refusalText_);
+  refusal_.set_visible(false);
+  content_.append(refusal_);
+  addPages();
+  content_.append(pages_);
+  set_child(content_);
   showStatus();
   watch_ = Glib::signal_timeout().connect_seconds(
       [this] {
@@ -68,20 +72,73 @@ PreferencesWindow::PreferencesWindow(std::shared_ptr<Bundle> bundle)
         return true;
       },
       kWatchInterval);
-  daemon_.perform([home = Glib::get_home_dir()](DaemonSession& session) { session.openFolder(home); });
+  desk_.perform([home = Glib::get_home_dir()](DaemonSession& session) { session.openFolder(home); });
 }
 
 PreferencesWindow::~PreferencesWindow() { watch_.disconnect(); }
 
-bool PreferencesWindow::end() { return daemon_.end(kFarewell); }
+void PreferencesWindow::addPages() {
+  stack_.add(overview_, kOverview, tr("Overview"));
+  stack_.add(restore_, kRestore, tr("Restore"));
+  stack_.add(storage_, kStorage, tr("Storage"));
+  stack_.add(rules_, kRules, tr("Rules"));
+  stack_.set_expand(true);
+  sidebar_.set_stack(stack_);
+  setAccessibleName(sidebar_, tr("Pages"));
+  pages_.append(sidebar_);
+  pages_.append(stack_);
+  pages_.set_vexpand(true);
+}
+
+void PreferencesWindow::go(const WindowPlace& place) {
+  switch (place.kind) {
+    case WindowPlace::Kind::rules:
+      stack_.set_visible_child(kRules);
+      break;
+    case WindowPlace::Kind::restore:
+      stack_.set_visible_child(kRestore);
+      restore_.showTree();
+      break;
+    case WindowPlace::Kind::versions:
+      stack_.set_visible_child(kRestore);
+      restore_.showVersions(place.path);
+      break;
+    case WindowPlace::Kind::missing:
+      stack_.set_visible_child(kRestore);
+      restore_.showMissing(place.path);
+      break;
+    case WindowPlace::Kind::setUp:
+      showSetup();
+      break;
+    case WindowPlace::Kind::storage:
+      stack_.set_visible_child(kStorage);
+      break;
+    default:
+      stack_.set_visible_child(kOverview);
+  }
+}
 
 void PreferencesWindow::receive(const Update& update) {
   std::visit([this](const auto& each) { receive(each); }, update);
 }
 
 void PreferencesWindow::receive(const StatusSnapshot& snapshot) {
+  const bool isAnother = !status_ || status_->connected != snapshot.connected ||
+                         status_->health != snapshot.health || status_->pendingFiles != snapshot.pendingFiles;
   status_ = snapshot;
   showStatus();
+  if (isAnother && snapshot.connected) {
+    askForRepository();
+    restore_.askAgain();
+  }
+}
+
+void PreferencesWindow::receive(const TopRow& top) {
+  top.tree == TreeKind::rules ? rules_.setTop(top) : restore_.setTop(top);
+}
+
+void PreferencesWindow::receive(const FolderChange& change) {
+  change.tree == TreeKind::rules ? rules_.change(change) : restore_.change(change);
 }
 
 void PreferencesWindow::receive(const Refusal& refusal) {
@@ -91,25 +148,97 @@ void PreferencesWindow::receive(const Refusal& refusal) {
           : filled(
                 tr("The daemon did not take %s: %s."), printable(refusal.path),
                 refusal.state.empty() ? tr("it knows nothing of it, or may not tell you") : refusal.state));
-  refusal_.show();
+  refusal_.set_visible(true);
 }
 
+void PreferencesWindow::receive(const Selection& selection) { restore_.show(selection); }
+
+void PreferencesWindow::receive(const PathAnswer& answer) {
+  rules_.show(answer);
+  restore_.show(answer);
+}
+
+void PreferencesWindow::receive(const MissingAnswer& answer) { restore_.show(answer); }
+
 void PreferencesWindow::watchDaemon() {
-  const bool answers = daemon_.silence() < kPatience;
+  const bool answers = desk_.silence() < kPatience;
   if (answers != answers_) {
     answers_ = answers;
     showStatus();
   }
+  if (answers_ && status_ && status_->connected && --turnsToRepository_ <= 0) {
+    askForRepository();
+  }
+}
+
+void PreferencesWindow::askForRepository() {
+  if (asksForRepository_) {
+    return;
+  }
+  asksForRepository_ = true;
+  turnsToRepository_ = kRepositoryInterval;
+  desk_.ask("repository:", {}, [this](const OwnerAnswer& answer) {
+    asksForRepository_ = false;
+    repository_ = answer ? answer.values : PropertyList();
+    overview_.showRepository(repository_);
+    storage_.show(answer);
+    offerSetup();
+    tellOfTrouble();
+  });
+}
+
+// Who looks at the window sees it there.
+void PreferencesWindow::tellOfTrouble() {
+  const std::optional<Headline> shown = overview_.shownHeadline();
+  if (shown && shown->mustBeKnown && !is_active() &&
+      alerts_.mayTell(shown->sentence, static_cast<double>(std::time(nullptr)))) {
+    tell_(tr("The backup needs you"), shown->sentence,
+          shown->remedy == Remedy::showStorage ? WindowPlace::Kind::storage : WindowPlace::Kind::overview);
+  }
+}
+
+void PreferencesWindow::showSetup() {
+  setupOffered_ = true;
+  desk_.ask("repository:", {}, [this](const OwnerAnswer& answer) {
+    setup_.set_transient_for(*this);
+    setup_.begin(answer.values);
+    setup_.present();
+  });
+}
+
+// Once in the life of this user's files: who has put it off finds it on the pages.
+void PreferencesWindow::offerSetup() {
+  if (setupOffered_ || !status_ || !status_->connected || !isUntouched(*status_, repository_)) {
+    return;
+  }
+  setupOffered_ = true;
+  desk_.aside([this]() -> std::function<void()> {
+    const bool wasOffered = Preferences::copyValue(kSetupOffered, kDomain).boolValue();
+    if (!wasOffered) {
+      Preferences::setValue(kSetupOffered, PropertyList::boolean(true), kDomain);
+      Preferences::synchronize(kDomain);
+    }
+    return [this, wasOffered] {
+      if (!wasOffered) {
+        showSetup();
+      }
+    };
+  });
 }
 
 void PreferencesWindow::showStatus() {
-  rules_.set_sensitive(answers_ && status_ && status_->connected);
+  const bool isThere = answers_ && status_ && status_->connected;
+  rules_.set_sensitive(isThere);
+  restore_.set_sensitive(isThere);
+  if (isThere) {
+    restore_.followRunning(status_->restoreJob);
+  }
   if (!answers_) {
-    statusPane_.say(tr("The backup daemon does not answer."));
+    overview_.say(tr("The backup daemon does not answer."));
   } else if (!status_) {
-    statusPane_.say(tr("Looking for the backup daemon…"));
+    overview_.say(tr("Looking for the backup daemon…"));
   } else {
-    statusPane_.show(*status_);
+    overview_.show(*status_);
   }
 }
 

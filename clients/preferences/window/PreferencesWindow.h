@@ -3,51 +3,84 @@
 
 #include <gtkmm/applicationwindow.h>
 #include <gtkmm/infobar.h>
-#include <gtkmm/separator.h>
+#include <gtkmm/stack.h>
+#include <gtkmm/stacksidebar.h>
 
-#include <chrono>
-#include <memory>
+#include <functional>
 #include <optional>
+#include <string>
 
-#include "clients/preferences/window/Mailbox.h"
-#include "clients/preferences/window/RulesPane.h"
-#include "clients/preferences/window/StatusPane.h"
-#include "clients/preferences/worker/DaemonThread.h"
+#include "clients/preferences/window/DaemonDesk.h"
+#include "clients/preferences/window/overview/OverviewPage.h"
+#include "clients/preferences/window/restore/RestorePage.h"
+#include "clients/preferences/window/rules/RulesPage.h"
+#include "clients/preferences/window/setup/SetupWindow.h"
+#include "clients/preferences/window/storage/StoragePage.h"
+#include "clients/preferences/words/AlertLimit.h"
 
 namespace keldane {
 
-/// Shows what the daemon's thread delivers and hands on what the user wants. Never waits for that thread;
-/// says so when it does not answer.
+/// Where in the window a person is led.
+struct WindowPlace {
+  enum class Kind { overview, restore, versions, missing, storage, rules, setUp };
+  Kind kind = Kind::overview;
+  std::string path;  ///< absolute, for `versions` (a file) and `missing` (a folder)
+};
+
+/// Shows what the daemon's threads deliver and hands on what the user wants. Never waits for them; says so
+/// when they get no answer.
 class PreferencesWindow : public Gtk::ApplicationWindow {
  public:
-  explicit PreferencesWindow(std::shared_ptr<Bundle> bundle);
+  /// What a person is told who does not look at the window: a sentence, and where it leads.
+  using Tell = std::function<void(const char* title, const std::string& sentence, WindowPlace::Kind kind)>;
+
+  PreferencesWindow(const DaemonBundle& daemon, Tell tell);
   ~PreferencesWindow() override;
   PreferencesWindow(const PreferencesWindow&) = delete;
   PreferencesWindow& operator=(const PreferencesWindow&) = delete;
 
+  void go(const WindowPlace& place);
+  /// Whether a restore is followed, whose end is told although the window is closed.
+  bool isRestoring() const { return restore_.isRestoring(); }
   /// Ends the dealings with the daemon; false when they hang. Then the process is to be ended at once.
-  bool end();
+  bool end() { return desk_.end(); }
 
  private:
+  void addPages();
   void receive(const Update& update);
   void receive(const StatusSnapshot& snapshot);
-  void receive(const TopRow& top) { rules_.setTop(top); }
-  void receive(const FolderChange& change) { rules_.change(change); }
+  void receive(const TopRow& top);
+  void receive(const FolderChange& change);
   void receive(const Refusal& refusal);
+  void receive(const Selection& selection);
+  void receive(const PathAnswer& answer);
+  void receive(const MissingAnswer& answer);
   void watchDaemon();
   void showStatus();
+  void askForRepository();
+  void showSetup();
+  void offerSetup();
 
-  const std::shared_ptr<Mailbox> mailbox_;
-  DaemonThread daemon_;
+  void tellOfTrouble();
+
+  const Tell tell_;
+  AlertLimit alerts_;
+  DaemonDesk desk_;
   std::optional<StatusSnapshot> status_;
-  bool answers_ = true;
+  PropertyList repository_;  // the daemon's last answer about it
+  bool answers_ = true, asksForRepository_ = false, setupOffered_ = false;
+  int turnsToRepository_ = 0;
   sigc::connection watch_;
-  Gtk::Box content_;
+  Gtk::Box content_, pages_;
   Gtk::InfoBar refusal_;
   Gtk::Label refusalText_;
-  StatusPane statusPane_;
-  Gtk::Separator separator_;
-  RulesPane rules_;
+  Gtk::StackSidebar sidebar_;
+  Gtk::Stack stack_;
+  OverviewPage overview_;
+  RestorePage restore_;
+  StoragePage storage_;
+  RulesPage rules_;
+  SetupWindow setup_;
 };
 
 }  // namespace keldane

@@ -1,7 +1,5 @@
 #include "clients/preferences/worker/DaemonSession.h"
 
-#include <algorithm>
-
 #include "platform/notifications/NotificationCenter.h"
 #include "platform/objects/Absent.h"
 
@@ -12,20 +10,12 @@ namespace {
 // What the state does not hold (the minutes of a pause, the account) is asked for this often.
 constexpr RunLoop::Seconds kSlowInterval{10.0};
 
-// So many rows go to the window at once that it has time for its user in between.
-constexpr std::size_t kMostRows = 100;
-
-template <class Row>
-std::vector<Row> takeFrom(std::vector<Row>& rows) {
-  const auto end = rows.begin() + static_cast<std::ptrdiff_t>(std::min(rows.size(), kMostRows));
-  std::vector<Row> taken(std::make_move_iterator(rows.begin()), std::make_move_iterator(end));
-  rows.erase(rows.begin(), end);
-  return taken;
-}
+constexpr std::int32_t kSwitchedOff = 3;
 
 }  // namespace
 
-DaemonSession::DaemonSession(std::shared_ptr<Bundle> bundle, Deliver deliver) : deliver_(std::move(deliver)) {
+DaemonSession::DaemonSession(std::shared_ptr<Bundle> bundle, Deliver deliver)
+    : deliver_(std::move(deliver)), rules_(TreeKind::rules, deliver_), restore_(TreeKind::restore, deliver_) {
   state_.setBundle(std::move(bundle));
   state_.setWantsStateChangedNotifications();
   NotificationCenter& center = NotificationCenter::defaultCenter();
@@ -52,9 +42,10 @@ void DaemonSession::begin() {
 
 void DaemonSession::connectionChanged() {
   progress_.forgetRates();
-  tree_.setDaemon(state_.proxy());
+  for (TreeFeed* tree : {&rules_, &restore_}) {
+    tree->setDaemon(state_.connected() ? state_.proxy() : nullptr);
+  }
   if (!state_.connected()) {
-    toRefresh_.clear();
     sendAccount();
     return;
   }
@@ -62,7 +53,7 @@ void DaemonSession::connectionChanged() {
   RunLoop::current().perform(
       [this] {
         sendAccount();
-        refreshRules();
+        refreshTrees();
       },
       this);
 }
@@ -73,7 +64,7 @@ void DaemonSession::stateChanged() {
   }
   progress_.update(state_.pendingFileCount(), state_.pendingFileSize(), BackupProgress::Clock::now());
   sendStatus();
-  refreshRules();
+  refreshTrees();
 }
 
 void DaemonSession::sendStatus() {
@@ -130,68 +121,53 @@ void DaemonSession::setLowPriority(bool on) {
          on ? 1 : 0);
 }
 
-void DaemonSession::openFolder(const std::string& path) {
-  toRefresh_.clear();
-  tree_.open(path);
-  sendTop(true);
-}
-
-void DaemonSession::sendTop(bool fresh) {
-  if (std::optional<RuleRow> row = tree_.top()) {
-    deliver_(TopRow{std::move(*row), fresh});
+void DaemonSession::setEnabled(bool on) {
+  if (const std::shared_ptr<KeldaneProxy> daemon = state_.proxy()) {
+    daemon->setEnabled(on);
   }
+  settle([](const BackupState& state,
+            std::int32_t wanted) { return (state.backupState() != kSwitchedOff) == (wanted != 0); },
+         on ? 1 : 0);
 }
 
-void DaemonSession::lookInto(const std::string& folder) { sendChange(tree_.refresh(folder)); }
-
-void DaemonSession::sendChange(FolderChange change) {
-  do {
-    FolderChange part{change.folder, takeFrom(change.added), takeFrom(change.changed),
-                      takeFrom(change.removed)};
-    deliver_(std::move(part));
-  } while (!change.added.empty() || !change.changed.empty() || !change.removed.empty());
+void DaemonSession::endRecoverMode() {
+  state_.setRecoverMode(false);
+  settle([](const BackupState& state, std::int32_t) { return !state.recoverMode(); }, 0);
 }
 
 void DaemonSession::setIncluded(const std::string& path, bool included) {
   included ? state_.addFileToBackup(path) : state_.removeFileFromBackup(path);
-  std::vector<RuleRow> rows = tree_.reread(path);
-  const RuleRow* row = rows.empty() || rows.front().path != path ? nullptr : &rows.front();
-  if (row == nullptr || row->checked != included) {
-    refuse({path, row == nullptr ? std::string() : row->state});
+  const std::optional<NodeRow> row = rules_.reread(path);
+  if (!row || row->checked != included) {
+    refuse({path, row ? row->state : std::string()});
   }
-  FolderChange change;
-  change.changed = std::move(rows);
-  sendChange(std::move(change));
-  refreshRules();
+  refreshTrees();
 }
 
-// One folder at a time, so that what the user wants meanwhile comes in between.
-void DaemonSession::refreshRules() {
-  if (tree_.topPath().empty() || !state_.connected()) {
-    return;
-  }
-  if (tree_.needsOpening()) {
-    openFolder(std::string(tree_.topPath()));
-    return;
-  }
-  const bool underWay = !toRefresh_.empty();
-  toRefresh_ = tree_.openFolders();
-  std::reverse(toRefresh_.begin(), toRefresh_.end());
-  sendTop(false);
-  if (!underWay && !toRefresh_.empty()) {
-    RunLoop::current().perform([this] { refreshNextFolder(); }, this);
+void DaemonSession::refreshTrees() {
+  if (state_.connected()) {
+    rules_.refresh();
+    restore_.refresh();
   }
 }
 
-void DaemonSession::refreshNextFolder() {
-  if (toRefresh_.empty()) {
-    return;
+void DaemonSession::askAbout(const std::string& path) {
+  PropertyList node = state_.dictionaryForPath(path);
+  if (state_.connected()) {
+    deliver_(PathAnswer{path, std::move(node)});
   }
-  const std::string folder = std::move(toRefresh_.back());
-  toRefresh_.pop_back();
-  sendChange(tree_.refresh(folder));
-  if (!toRefresh_.empty()) {
-    RunLoop::current().perform([this] { refreshNextFolder(); }, this);
+}
+
+void DaemonSession::askForMissing(const std::string& folder) {
+  const PropertyList children = state_.childrenDictionariesForPath(folder);
+  PropertyList::Array missing;
+  for (std::size_t i = 0; i < children.count(); ++i) {
+    if ((children[i]["backupFlags"].unsignedIntValue() & backup_flags::kMissing) != 0) {
+      missing.push_back(children[i]);
+    }
+  }
+  if (state_.connected()) {
+    deliver_(MissingAnswer{folder, PropertyList::array(std::move(missing))});
   }
 }
 

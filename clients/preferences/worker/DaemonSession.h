@@ -4,11 +4,10 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "client-state/BackupState.h"
 #include "clients/core/BackupProgress.h"
-#include "clients/preferences/worker/RulesTree.h"
+#include "clients/preferences/worker/TreeFeed.h"
 #include "clients/preferences/worker/Updates.h"
 
 namespace keldane {
@@ -33,11 +32,21 @@ class DaemonSession {
   void setAutomatic(bool on);
   void setLowPriority(bool on);
 
-  /// Shows the rules from this folder down.
-  void openFolder(const std::string& path);
-  void lookInto(const std::string& folder);
-  void closeFolder(const std::string& folder) { tree_.close(folder); }
+  void setEnabled(bool on);
+  /// After a recovery nothing is stored until somebody says that it may be.
+  void endRecoverMode();
+
+  /// Shows a tree from this folder down.
+  void openFolder(const std::string& path, TreeKind tree = TreeKind::rules) { feed(tree).open(path); }
+  void lookInto(const std::string& folder, TreeKind tree = TreeKind::rules) { feed(tree).lookInto(folder); }
+  void closeFolder(const std::string& folder, TreeKind tree = TreeKind::rules) { feed(tree).close(folder); }
   void setIncluded(const std::string& path, bool included);
+  void setSelected(const std::string& path, bool selected) { restore_.select(path, selected); }
+
+  /// Delivers a PathAnswer, unless the daemon is away.
+  void askAbout(const std::string& path);
+  /// Delivers a MissingAnswer, unless the daemon is away.
+  void askForMissing(const std::string& folder);
 
  private:
   void connectionChanged();
@@ -46,19 +55,16 @@ class DaemonSession {
   void sendStatus();
   void sendAccount();
   void refuse(const Refusal& refusal);
-  void sendTop(bool fresh);
-  void sendChange(FolderChange change);
-  void refreshRules();
-  void refreshNextFolder();
+  void refreshTrees();
+  TreeFeed& feed(TreeKind tree) { return tree == TreeKind::rules ? rules_ : restore_; }
 
   const Deliver deliver_;
   BackupState state_;
   BackupProgress progress_;
   Account account_;
   std::uint32_t settingsMade_ = 0;
-  RulesTree tree_;
+  TreeFeed rules_, restore_;
   std::shared_ptr<Timer> slowTimer_;
-  std::vector<std::string> toRefresh_;  // folders, the next one last
 };
 
 }  // namespace keldane

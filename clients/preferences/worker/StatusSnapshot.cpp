@@ -51,6 +51,15 @@ StatusSnapshot statusSnapshot(const BackupState& state, const BackupProgress& pr
   snapshot.automatic = state.automaticMode();
   snapshot.lowPriority = state.lowerPriorityMode();
   snapshot.overQuota = state.isOverQuota();
+  const PropertyList all = state.daemonState();
+  snapshot.health = text(all["health"]);
+  snapshot.heldBy = text(all["heldBy"]);
+  snapshot.restingBecause = text(all["restingBecause"]);
+  snapshot.storeTrouble = text(all["storeTrouble"]);
+  snapshot.looksForMore = state.isBackupNeeded();
+  snapshot.failures = all["failureCount"].unsignedIntValue();
+  snapshot.lastGoodBackup = all["lastGoodBackup"].isDate() ? all["lastGoodBackup"] : PropertyList();
+  snapshot.restoreJob = state.currentRestoreJob();
   snapshot.quotaBytes = std::uint64_t{state.quotaMB()} << 20;
   return snapshot;
 }

@@ -39,6 +39,14 @@ struct StatusSnapshot {
   bool automatic = false, lowPriority = false;
   bool overQuota = false;
   std::uint64_t quotaBytes = 0;
+  std::string health;           ///< the daemon's word for how the repository stands; empty when it tells none
+  std::string heldBy;           ///< what keeps all that waits from being stored, in the daemon's word
+  std::string restingBecause;   ///< why power or network let the backup rest; empty when they do not
+  std::string storeTrouble;     ///< a sentence while the daemon cannot write what it is to keep
+  bool looksForMore = false;    ///< something waits, or is being looked for
+  std::uint32_t failures = 0;   ///< files that could not be stored
+  PropertyList lastGoodBackup;  ///< a date; absent before the first
+  std::uint32_t restoreJob = 0;  ///< the number of the restore that runs; 0 for none
 
   /// Part of the quota that is used, 0 to 1; 1 for a quota of nothing.
   double quotaFraction() const;

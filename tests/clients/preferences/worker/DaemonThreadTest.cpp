@@ -146,7 +146,7 @@ TEST_F(DaemonThreadTest, ARuleIsSentAndWhatTheDaemonMakesOfItToldBack) {
     const std::vector<FolderChange> changes = inbox_.all<FolderChange>();
     return changes.size() >= 2 && !changes[1].changed.empty();
   }));
-  const std::vector<RuleRow> rows = inbox_.all<FolderChange>()[1].changed;
+  const std::vector<NodeRow> rows = inbox_.all<FolderChange>()[1].changed;
   EXPECT_EQ(rows.front().path, "/d/f");
   EXPECT_TRUE(rows.front().checked);
   EXPECT_EQ(rows.back().path, "/d");

@@ -1,0 +1,44 @@
+#include "clients/core/NewSecretFile.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+#include "clients/core/Printable.h"
+#include "platform/files/Descriptor.h"
+
+namespace keldane {
+
+namespace {
+
+bool writeAll(int descriptor, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t written = write(descriptor, text.data(), text.size());
+    if (written < 0 && errno != EINTR) {
+      return false;
+    }
+    text.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
+  }
+  return fsync(descriptor) == 0;
+}
+
+}  // namespace
+
+std::string writeNewSecretFile(const std::string& path, std::string_view text) {
+  const Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!file && errno == EEXIST) {
+    return printable(path) + " is there already and is not overwritten.";
+  }
+  if (!file || !writeAll(file.get(), text)) {
+    const std::string reason = std::generic_category().message(errno);
+    if (file) {
+      unlink(path.c_str());
+    }
+    return "The file " + printable(path) + " cannot be written: " + reason + ".";
+  }
+  return {};
+}
+
+}  // namespace keldane

@@ -1,0 +1,52 @@
+#include "clients/preferences/window/DaemonDesk.h"
+
+#include <thread>
+
+#include "clients/preferences/words/Translation.h"
+
+namespace keldane {
+
+namespace {
+
+constexpr auto kFarewell = std::chrono::milliseconds(1000);
+
+}  // namespace
+
+DaemonDesk::DaemonDesk(const DaemonBundle& daemon, std::function<void(const Update&)> receive)
+    : mailbox_(std::make_shared<Mailbox>()),
+      follower_(daemon.bundle,
+                [mailbox = mailbox_, receive = std::move(receive)](Update update) {
+                  mailbox->put([receive, update = std::move(update)] { receive(update); });
+                }),
+      quick_(daemon.socketPath,
+             [mailbox = mailbox_](std::function<void()> work) { mailbox->put(std::move(work)); }),
+      slow_(daemon.socketPath,
+            [mailbox = mailbox_](std::function<void()> work) { mailbox->put(std::move(work)); }) {}
+
+void DaemonDesk::aside(std::function<std::function<void()>()> work) {
+  std::thread([mailbox = mailbox_, work = std::move(work)] { mailbox->put(work()); }).detach();
+}
+
+bool DaemonDesk::end() {
+  const bool followerEnded = follower_.end(kFarewell), quickEnded = quick_.end(kFarewell);
+  return slow_.end(kFarewell) && followerEnded && quickEnded;
+}
+
+std::string problemOf(const OwnerAnswer& answer) {
+  switch (answer.kind) {
+    case OwnerAnswer::Kind::answered:
+      return {};
+    case OwnerAnswer::Kind::refused: {
+      const bool isSentence = !answer.problem.empty() &&
+                              std::string_view(".!?").find(answer.problem.back()) != std::string_view::npos;
+      return isSentence ? answer.problem : answer.problem + '.';
+    }
+    case OwnerAnswer::Kind::forbidden:
+      return tr("Only root and the daemon's own user may do this.");
+    case OwnerAnswer::Kind::unreachable:
+      break;
+  }
+  return tr("The backup daemon cannot be reached.");
+}
+
+}  // namespace keldane

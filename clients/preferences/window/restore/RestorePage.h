@@ -1,0 +1,78 @@
+// Gets things back from the backup.
+#pragma once
+
+#include <gtkmm/box.h>
+#include <gtkmm/button.h>
+#include <gtkmm/label.h>
+#include <gtkmm/scrolledwindow.h>
+#include <gtkmm/searchentry.h>
+#include <gtkmm/stack.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "clients/preferences/window/DaemonDesk.h"
+#include "clients/preferences/window/FolderChooser.h"
+#include "clients/preferences/window/restore/ChoicesPane.h"
+#include "clients/preferences/window/restore/EntryList.h"
+#include "clients/preferences/window/restore/JobPane.h"
+#include "clients/preferences/window/tree/NodeTreeView.h"
+
+namespace keldane {
+
+/// Shows the backup as a tree, what a search has found, what a folder has lost, or the versions of one file,
+/// and restores what is ticked there.
+class RestorePage : public Gtk::Box {
+ public:
+  RestorePage(DaemonDesk& desk, JobPane::Finished finished);
+
+  void setTop(const TopRow& top) { tree_.setTop(top); }
+  void change(const FolderChange& change) { tree_.change(change); }
+  void show(const Selection& selection);
+  void show(const PathAnswer& answer);
+  void show(const MissingAnswer& answer);
+  /// What was asked for while the daemon was away is asked for again.
+  void askAgain();
+  /// Follows the restore that the daemon says is running, unless one is followed already.
+  void followRunning(std::uint32_t job);
+
+  bool isRestoring() const { return job_.isFollowing(); }
+
+  void showTree();
+  /// Of a file.
+  void showVersions(const std::string& path);
+  /// What was deleted from a folder.
+  void showMissing(const std::string& folder);
+
+ private:
+  enum class View { tree, found, versions, missing };
+
+  void addHeading();
+  void search();
+  void showFound(const OwnerAnswer& answer, const std::string& pattern);
+  void showList(View view, const std::string& title, std::vector<StoredEntry> entries);
+  void selectionChanged();
+  void restore();
+
+  DaemonDesk& desk_;
+  View view_ = View::tree;
+  bool opened_ = false;  // whether the tree was asked for
+  std::string wanted_;   // the file, folder or pattern that was asked about
+  bool answered_ = true;
+  std::vector<std::string> paths_;  // selected in the tree
+  std::string chosen_;              // the file that the tree's cursor is on
+  Gtk::Box heading_, buttons_;
+  Gtk::SearchEntry search_;
+  Gtk::Button all_, another_, versions_;
+  FolderChooser chooser_;
+  Gtk::Label title_, selected_;
+  Gtk::Stack stack_;
+  NodeTreeView tree_;
+  EntryList list_;
+  ChoicesPane choices_;
+  Gtk::Button restore_;
+  JobPane job_;
+};
+
+}  // namespace keldane

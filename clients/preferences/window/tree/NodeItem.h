@@ -1,0 +1,35 @@
+// A row of a tree as the toolkit's lists hold it.
+#pragma once
+
+#include <giomm/liststore.h>
+#include <glibmm/object.h>
+#include <sigc++/signal.h>
+
+#include <string>
+
+#include "clients/preferences/worker/NodeRow.h"
+
+namespace keldane {
+
+/// What is shown of one file or folder. The window's thread.
+class NodeItem : public Glib::Object {
+ public:
+  enum class Kind { node, asking, empty };
+
+  static Glib::RefPtr<NodeItem> create(Kind kind) {
+    return Glib::make_refptr_for_instance(new NodeItem(kind));
+  }
+
+  const Kind kind;
+  NodeRow row;
+  std::string title;  ///< what stands for its name
+  /// What is in the folder; null for anything else. A folder that was not looked into holds one row of the
+  /// kind `asking`.
+  Glib::RefPtr<Gio::ListStore<NodeItem>> children;
+  sigc::signal<void()> changed;
+
+ private:
+  explicit NodeItem(Kind itsKind) : kind(itsKind) {}
+};
+
+}  // namespace keldane

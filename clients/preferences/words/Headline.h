@@ -1,0 +1,44 @@
+// How the backup stands, in one sentence.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "clients/preferences/worker/StatusSnapshot.h"
+
+namespace keldane {
+
+/// What mends what is wrong.
+enum class Remedy {
+  none,
+  setUp,          ///< say where to store
+  lookAgain,      ///< ask the repository itself
+  showStorage,    ///< the page that tells of the repository
+  chooseFiles,    ///< say what belongs into the backup
+  showFailures,   ///< the list of files that could not be stored
+  resume,         ///< end a pause
+  switchOn,       ///< switch the backup on
+  goOn,           ///< end recover mode
+  backUpByItself  ///< switch automatic mode on
+};
+
+/// A sentence that is true at this time, and what mends the trouble that it tells of.
+struct Headline {
+  std::string sentence;
+  bool isTrouble = false;
+  bool mustBeKnown = false;  ///< trouble of which a person is told who does not look
+  Remedy remedy = Remedy::none;
+  std::string button;  ///< what the button that does it says; empty without a remedy
+};
+
+/// `repository` is the daemon's answer to `repository:`, absent when it has none; `now` are seconds since the
+/// UNIX epoch. For a daemon that is connected.
+Headline headline(const StatusSnapshot& status, const PropertyList& repository, double now);
+
+/// "just now", "3 minutes ago", "2 hours ago", "5 days ago"; empty for no date.
+std::string agoText(const PropertyList& date, double now);
+/// "1 file", "1,234 files", in the user's language.
+std::string filesWords(std::uint64_t count);
+
+}  // namespace keldane

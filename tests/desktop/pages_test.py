@@ -1,0 +1,246 @@
+"""The pages of the preferences program in its window, against the real daemon, which stores with restic."""
+
+import os
+import re
+import unittest
+
+from desktop import act, eventually, is_on, set_value, value_of
+from harness import Keldaned
+from preferences_window import PreferencesCase
+
+STORED = os.path.join(os.environ["KELDANE_BUILD"], "bin", "keldaned")
+SETUP = "Set Up the Backup"
+
+
+class StoringKeldaned(Keldaned):
+    """The daemon as it is installed."""
+
+    def start(self):
+        self.command[0] = STORED
+        super().start()
+
+
+class PagesCase(PreferencesCase):
+    def setUp(self):
+        super().setUp()
+        self.letter = self.file("home/Documents/letter.txt", "first")
+        self.documents = os.path.dirname(self.letter)
+        self.keldaned = StoringKeldaned(self, "--batch-delay", "1")
+
+    def back_up(self, *paths):
+        self.ctl("add", *paths)
+        self.ctl("watch", "--until-done")
+
+    def button(self, name):
+        return self.program.find("push button", name)
+
+    def content(self, path):
+        with open(path, encoding="utf-8") as stream:
+            return stream.read()
+
+    def restore(self, result):
+        eventually(lambda: is_on(self.button("Restore"), "sensitive"), "a selection")
+        act(self.button("Restore"))
+        self.shows(re.compile(result))
+
+
+class Overview(PagesCase):
+    def test_it_says_that_all_is_backed_up_when_it_is(self):
+        self.back_up(self.letter)
+        self.open()
+        self.shows(re.compile(r"\AThe only file is backed up, last (just now|1 minute ago)\.\Z"))
+        self.shows(re.compile(r"\ALast good backup: \d{4}-\d\d-\d\d \d\d:\d\d, "))
+
+    def test_nothing_chosen_leads_to_the_rules(self):
+        self.open()
+        self.shows("Nothing is chosen for the backup yet.")
+        act(self.button("Choose Files…"))
+        self.shows("What is ticked is backed up.")
+
+    def test_what_holds_the_backup_up_is_mended_by_its_button(self):
+        self.back_up(self.letter)
+        self.ctl("pause", "10")
+        self.open()
+        self.shows("The backup is paused for 10 min.")
+        act(self.button("Go On Now"))
+        self.shows(re.compile(r"\AThe only file is backed up"))
+        self.assertRegex(self.ctl("status"), r"(?m)^Paused +no$")
+
+    @unittest.skipIf(os.geteuid() == 0, "root can read everything")
+    def test_files_that_cannot_be_stored_are_listed(self):
+        os.chmod(self.letter, 0)
+        self.back_up(self.letter)
+        self.open()
+        self.shows("1 file could not be backed up.")
+        self.shows(re.compile(re.escape(self.letter) + ": "))
+
+
+class Restore(PagesCase):
+    def test_a_version_of_a_file_is_chosen_by_the_option(self):
+        self.TREE = "Files and versions"
+        self.back_up(self.letter)
+        self.file("home/Documents/letter.txt", "second, which is longer")
+        eventually(lambda: self.ctl("versions", self.letter).count("\n") == 2, "a second version")
+        self.open("--restore", self.letter)
+        self.shows(f"Versions of {self.letter} in the backup:")
+        oldest = self.names()[-1]
+        self.tick(oldest)
+        self.restore(r"\A1 file restored, 5 B\.\Z")
+        eventually(lambda: len(os.listdir(self.documents)) == 2, "the restored file beside what is there")
+        other = next(name for name in os.listdir(self.documents) if name != "letter.txt")
+        self.assertEqual(self.content(os.path.join(self.documents, other)), "first")
+        self.assertEqual(self.content(self.letter), "second, which is longer")
+        self.button("Open the Folder")
+
+    def test_what_was_deleted_from_a_folder_is_found_by_the_option(self):
+        self.TREE = "Files and versions"
+        self.back_up(self.documents)
+        os.unlink(self.letter)
+        eventually(lambda: "still in the backup" in self.ctl("ls", self.documents), "a daemon that knows of it")
+        self.open("--restore-missing", self.documents)
+        self.shows(f"Deleted from {self.documents}, and in the backup:")
+        self.assertEqual(self.names(), ["letter.txt"])
+        self.tick("letter.txt")
+        self.restore(r"\A1 file restored, 5 B\.\Z")
+        self.assertEqual(self.content(self.letter), "first")
+
+    def test_nothing_deleted_is_said(self):
+        self.back_up(self.documents)
+        self.open("--restore-missing", self.documents)
+        self.shows(f"Nothing that is in the backup was deleted from {self.documents}.")
+
+    def test_the_tree_shows_the_backup_and_what_is_ticked_there_is_restored(self):
+        self.TREE = "Files in the backup"
+        self.file("home/never")
+        self.back_up(self.documents)
+        os.unlink(self.letter)
+        eventually(lambda: "still in the backup" in self.ctl("ls", self.documents), "a daemon that knows of it")
+        self.open("--page", "restore")
+        self.row("Documents")
+        self.assertNotIn("never", self.names())
+        self.expand("Documents")
+        self.wait_for_state("letter.txt", "Deleted here, still in the backup")
+        self.tick("letter.txt")
+        self.wait_for_box("letter.txt", True)
+        self.shows("1 item is selected.")
+        self.restore(r"\A1 file restored, 5 B\.\Z")
+        self.assertEqual(self.content(self.letter), "first")
+
+    def test_a_folder_is_selected_with_all_in_it_and_partly_with_a_part(self):
+        self.TREE = "Files in the backup"
+        self.file("home/Documents/other")
+        self.back_up(self.documents)
+        self.open("--page", "restore")
+        self.row("Documents")
+        self.tick("Documents")
+        self.wait_for_box("Documents", True)
+        self.expand("Documents")
+        self.wait_for_box("other", True)
+        self.tick("other")
+        self.wait_for_box("other", False)
+        eventually(lambda: is_on(self.box("Documents"), "indeterminate"), "a folder that is selected partly")
+        self.assertIs(self.is_ticked("letter.txt"), True)
+
+    def test_a_search_finds_by_name(self):
+        self.TREE = "Files and versions"
+        self.back_up(self.documents)
+        self.open("--page", "restore")
+        self.click(self.program.find(name="Search the whole backup by name"))
+        self.type("Keldane Preferences", "letter")
+        self.press("Keldane Preferences", "Return")
+        self.shows("Files in the backup that fit letter:")
+        self.assertEqual(self.names(), [self.letter])
+        act(self.button("Show All Files"))
+        self.program.find("tree table", "Files in the backup")
+
+
+class Storage(PagesCase):
+    def test_it_tells_where_and_how_and_checks(self):
+        self.back_up(self.letter)
+        self.open("--page", "storage")
+        self.shows(re.compile(r"/repository\Z"))
+        self.shows("ready")
+        self.shows("1 file in 1 version")
+        act(self.button("Check Now"))
+        self.shows(re.compile(r"\A\d{4}-\d\d-\d\d \d\d:\d\d: "))  # the row of the last check
+
+    def test_the_settings_are_the_daemons(self):
+        self.open("--page", "storage")
+        spin = self.program.find("spin button", "Deleted files are kept for")
+        eventually(lambda: value_of(spin) == 90, "the daemon's own setting")
+        set_value(spin, 30)
+        act(self.button("Apply"))
+        eventually(lambda: "30 days" in self.ctl("settings"), "the setting")
+
+    def test_the_key_is_shown_when_it_is_asked_for_and_saved_to_a_file(self):
+        self.open("--page", "storage")
+        eventually(lambda: os.path.exists(os.path.join(self.place, "key")) or self.ctl("repository"), "a repository")
+        act(self.button("Show the Key"))
+        self.shows(re.compile(r"\A([A-Z2-7]{4} ){12}[A-Z2-7]{4}\Z"))
+        target = os.path.join(self.place, "saved-key")
+        act(self.button("Save the Key…"))
+        self.window("Save the Key")
+        self.press("Save the Key", "ctrl+a")
+        self.type("Save the Key", target)
+        self.press("Save the Key", "Return")
+        eventually(lambda: os.path.exists(target), "the key's file")
+        self.assertEqual(os.stat(target).st_mode & 0o777, 0o600)
+        self.ctl("key", "verify", target)
+
+
+class Rules(PagesCase):
+    def test_why_is_told_of_what_is_selected(self):
+        self.ctl("add", self.documents)
+        self.open("--page", "rules")
+        self.click(self.row("Documents")[2])
+        self.shows("Why: " + self.documents)
+        told = self.ctl("why", self.documents).split("decides", 1)[1].split("\n", 1)[0].strip()
+        self.shows(re.compile("^" + re.escape(told)))
+
+
+class Setup(PagesCase):
+    def test_it_opens_by_itself_once(self):
+        self.remember()
+        self.open()
+        self.shows("Where should the backup be kept?")
+        act(self.button("Later"))
+        self.wait_for_end(SETUP)
+        self.close()
+        self.program.process.wait(60)
+        self.open()
+        self.shows("Nothing is chosen for the backup yet.")
+        self.assertFalse(self.program.all("label", "Where should the backup be kept?"))
+
+    def test_four_steps_set_a_backup_up(self):
+        self.open("--page", "setup")
+        self.shows("Step 1 of 4")
+        self.click(self.program.find("check box", "On this disk"), SETUP)
+        self.shows(re.compile("It does not help when the disk breaks"))
+        act(self.button("Next"))
+        self.shows("Step 2 of 4")
+        self.shows(re.compile(r"\A([A-Z2-7]{4} ){12}[A-Z2-7]{4}\Z"))
+        self.assertFalse(is_on(self.button("Next"), "sensitive"))
+        self.click(self.program.find("check box", "Go on without a copy of the key"), SETUP)
+        eventually(lambda: is_on(self.button("Next"), "sensitive"), "the way on")
+        act(self.button("Next"))
+        self.shows("Step 3 of 4")
+        self.shows("1 file, 5 B")
+        act(self.button("Next"))
+        self.shows("Step 4 of 4")
+        eventually(lambda: "Backed up" in self.ctl("ls", self.documents), "a file that is stored")
+
+    def place_of_the_backup(self):
+        return re.search(r"(?m)^Location .*$", self.ctl("repository"))[0]
+
+    def test_a_place_that_cannot_be_is_told_and_nothing_is_taken(self):
+        before = self.place_of_the_backup()
+        self.open("--page", "setup")
+        self.click(self.program.find("check box", "On a server"), SETUP)
+        act(self.button("Next"))
+        self.shows("Please fill in all that the server needs.")
+        self.assertEqual(self.place_of_the_backup(), before)
+        self.shows("Step 1 of 4")
+
+
+if __name__ == "__main__":
+    unittest.main()
