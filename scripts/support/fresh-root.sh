@@ -8,6 +8,7 @@ make_root() {
   }
   rm -f "$2.log"
   chmod 755 "$2"  # whoever made it may have kept it to himself, and others than root are to live in it
+  echo force-unsafe-io >"$2/etc/dpkg/dpkg.cfg.d/fresh-root"  # what is thrown away need not outlive a power failure
   mount -t proc proc "$2/proc"
   mkdir -p "$2/dev/shm"
   mount -t tmpfs tmpfs "$2/dev/shm"
