@@ -33,6 +33,7 @@ for program in keldaned keldanectl keldane-menu; do
   "$program" --version >/dev/null || fail "$program does not run"
 done
 [[ -e /etc/systemd/user/default.target.wants/keldaned.service ]] || fail "the user unit is not enabled"
+[[ -e /etc/systemd/user/keldaned.service.wants/keldane-power.service ]] || fail "what tells of the power is not enabled"
 [[ ! -e /etc/systemd/system/multi-user.target.wants/keldaned.service ]] || fail "the system unit is enabled"
 [[ $(readlink -f /usr/lib/*/keldane/plugins/Keldane.plugin/Contents/Info.plist) == /etc/keldane/Keldane.plist ]] ||
   fail "the bundle's information does not lie below /etc"
