@@ -73,7 +73,7 @@ class Descriptions(unittest.TestCase):
         pictures = glob.glob(os.path.join(SOURCE, "docs", "*.svg"))
         self.assertGreater(len(pictures), 3)
         for path in pictures:
-            self.assertRegex(read(path), r'<rect width="100%" height="100%" (fill="white"|class="page")/>', path)
+            self.assertIn('<rect width="100%" height="100%" fill="white"/>', read(path), path)
 
     def test_the_example_configuration_is_right(self):
         path = os.path.join(SOURCE, "docs", "examples", "administration", "keldane.conf")
