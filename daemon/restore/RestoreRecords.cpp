@@ -112,7 +112,8 @@ void readState(const PropertyList& list, RestoreState& state) {
     report.problems.push_back(textFrom(problems[i]));
   }
   report.message = textFrom(list["message"]);
-  for (const std::uint8_t done : list["isDone"].data()) {
+  const PropertyList isDone = list["isDone"];
+  for (const std::uint8_t done : isDone.data()) {
     state.isDone.push_back(done != 0);
   }
   state.isDone.resize(state.request.items.size());

@@ -7,9 +7,13 @@ make_root() {
     return 1
   }
   rm -f "$2.log"
+  chmod 755 "$2"  # whoever made it may have kept it to himself, and others than root are to live in it
+  echo force-unsafe-io >"$2/etc/dpkg/dpkg.cfg.d/fresh-root"  # what is thrown away need not outlive a power failure
   mount -t proc proc "$2/proc"
   mkdir -p "$2/dev/shm"
   mount -t tmpfs tmpfs "$2/dev/shm"
+  mkdir -p "$2/dev/pts"
+  mount -t devpts -o newinstance,ptmxmode=0666,mode=0620 devpts "$2/dev/pts"
   # Nothing is started in it by itself.
   printf '#!/bin/sh\nexit 101\n' >"$2/usr/sbin/policy-rc.d"
   chmod 755 "$2/usr/sbin/policy-rc.d"
@@ -30,7 +34,7 @@ remove_root() {
       kill -KILL "${process#/proc/}" 2>/dev/null || true
     fi
   done
-  for mounted in dev/shm proc; do
+  for mounted in dev/pts dev/shm proc; do
     while mountpoint -q "$1/$mounted"; do
       umount "$1/$mounted" 2>/dev/null || sleep 0.2
     done

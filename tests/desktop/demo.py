@@ -51,7 +51,7 @@ def install():
         plistlib.dump({**entries, "DaemonPath": socket, "Prefpane Path": launcher()}, stream)
     icons = os.path.join(os.environ["XDG_DATA_HOME"], "icons", "hicolor", "scalable", "apps")
     os.makedirs(icons)
-    shutil.copy(os.path.join(os.path.dirname(__file__), "..", "..", "clients", "preferences", "keldane.svg"), icons)
+    shutil.copy(os.path.join(os.path.dirname(__file__), "..", "..", "clients", "icons", "keldane.svg"), icons)
 
 
 def fill():

@@ -81,6 +81,7 @@ eventually as_person keldanectl status
 [[ $(readlink "/proc/$(daemon_of "$supervisor")/exe") == /usr/bin/keldaned ]] || fail "the old daemon goes on"
 [[ $(readlink "/proc/$supervisor/exe") == /usr/bin/keldanectl ]] || fail "the old keldanectl goes on"
 [[ $(sha256sum "$data/key") == "$key" ]] || fail "the key has changed"
+[[ -e /etc/systemd/user/keldaned.service.wants/keldane-power.service ]] || fail "what tells of the power is not enabled"
 as_person keldanectl versions /home/person/letter.txt | grep -q 1 || fail "the catalogue is lost"
 as_person keldane-menu show /home/person/letter.txt | grep -q "Backed up" || fail "the rule is lost"
 examine >/dev/null

@@ -68,6 +68,13 @@ class Descriptions(unittest.TestCase):
         result = subprocess.run(["appstreamcli", "validate", "--no-net", path], capture_output=True, text=True, check=False)
         self.assertEqual(result.returncode, 0, result.stdout)
 
+    def test_pictures_have_a_ground_of_their_own(self):
+        # A page may be dark; text in black on no ground could not be read there.
+        pictures = glob.glob(os.path.join(SOURCE, "docs", "*.svg"))
+        self.assertGreater(len(pictures), 3)
+        for path in pictures:
+            self.assertIn('<rect width="100%" height="100%" fill="white"/>', read(path), path)
+
     def test_the_example_configuration_is_right(self):
         path = os.path.join(SOURCE, "docs", "examples", "administration", "keldane.conf")
         result = subprocess.run([os.path.join(BUILD, "bin", "keldanectl"), "config", "check", path], capture_output=True,

@@ -5,6 +5,7 @@ import os
 import platform
 import re
 import shutil
+import struct
 import subprocess
 import sys
 import tempfile
@@ -125,6 +126,17 @@ class Shipping(unittest.TestCase):
                 for folder in folders.split(":"):
                     self.assertRegex(folder, r"^(\$ORIGIN|/)")
                     self.assertFalse(folder.startswith((BUILD, SOURCE)), folder)
+
+    def test_the_icon_is_there_in_the_sizes_of_the_theme(self):
+        (theme,) = (folder for folder, _, _ in os.walk(self.place) if folder.endswith("/share/icons/hicolor"))
+        self.assertTrue(os.path.exists(os.path.join(theme, "scalable", "apps", "keldane.svg")))
+        with open(os.path.join(theme, "symbolic", "apps", "keldane-symbolic.svg"), encoding="utf-8") as stream:
+            self.assertEqual(len(set(re.findall(r'fill="([^"]+)"', stream.read()))), 1)  # the toolkit puts another in its place
+        if not shutil.which("rsvg-convert"):
+            self.skipTest("rsvg-convert is not installed")
+        for size in (16, 22, 24, 32, 48, 64, 128, 256):
+            with open(os.path.join(theme, f"{size}x{size}", "apps", "keldane.png"), "rb") as stream:
+                self.assertEqual(struct.unpack(">8x4x4sII", stream.read(24)), (b"IHDR", size, size))
 
     def unit(self):
         """The installed unit, with a program that is there and no page that is not."""
