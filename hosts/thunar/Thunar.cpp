@@ -8,6 +8,7 @@ G_END_DECLS
 
 #include "hosts/gtk/MenuItems.h"
 #include "hosts/gtk/MenuTouchUp.h"
+#include "hosts/gtk/StatusHost.h"
 
 namespace keldane {
 
@@ -37,6 +38,10 @@ GList* getFileMenuItems(ThunarxMenuProvider* /*provider*/, GtkWidget* /*window*/
   return MenuItems<Library>::forFiles(files);
 }
 
+GList* getFolderMenuItems(ThunarxMenuProvider* /*provider*/, GtkWidget* /*window*/, ThunarxFileInfo* folder) {
+  return MenuItems<Library>::forBackground(folder);
+}
+
 }  // namespace
 
 }  // namespace keldane
@@ -48,15 +53,17 @@ G_MODULE_EXPORT void thunar_extension_initialize(ThunarxProviderPlugin* plugin) 
   gProviderTypes[0] = thunarx_provider_plugin_register_type(plugin, G_TYPE_OBJECT, kMenuProviderName, &type,
                                                             static_cast<GTypeFlags>(0));
   const GInterfaceInfo menus = {[](gpointer interface, gpointer) {
-                                  static_cast<ThunarxMenuProviderIface*>(interface)->get_file_menu_items =
-                                      getFileMenuItems;
+                                  auto* provider = static_cast<ThunarxMenuProviderIface*>(interface);
+                                  provider->get_file_menu_items = getFileMenuItems;
+                                  provider->get_folder_menu_items = getFolderMenuItems;
                                 },
                                 nullptr, nullptr};
   thunarx_provider_plugin_add_interface(plugin, gProviderTypes[0], THUNARX_TYPE_MENU_PROVIDER, &menus);
   touchUpMenus();
+  beginStatus({});
   beginHost(nullptr);
 }
-G_MODULE_EXPORT void thunar_extension_shutdown() {}
+G_MODULE_EXPORT void thunar_extension_shutdown() { keldane::endStatus(); }
 G_MODULE_EXPORT void thunar_extension_list_types(const GType** types, int* count) {
   *types = keldane::gProviderTypes;
   *count = 1;
