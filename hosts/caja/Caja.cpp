@@ -1,5 +1,6 @@
 // The Caja extension.
 #include "hosts/family/FileManager.h"
+#include "hosts/family/PropertyPages.h"
 #include "hosts/gtk/MenuTouchUp.h"
 
 namespace keldane {
@@ -35,6 +36,7 @@ void addInterfaces(GTypeModule* module, GType type, GList* (*fileItems)(GList*),
                                },
                                nullptr, nullptr};
   g_type_module_add_interface(module, type, CAJA_TYPE_MENU_PROVIDER, &info);
+  addPropertyPages(module, type);
   touchUpMenus();
 }
 

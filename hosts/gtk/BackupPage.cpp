@@ -1,6 +1,5 @@
 #include "hosts/gtk/BackupPage.h"
 
-#include <functional>
 #include <map>
 #include <memory>
 
@@ -69,24 +68,6 @@ std::map<unsigned, BackupPage*>& pages() {
 unsigned nextNumber() {
   static unsigned last = 0;
   return ++last;
-}
-
-std::string sizeText(std::uint64_t bytes) {
-  const std::unique_ptr<char, decltype(&g_free)> text(g_format_size_full(bytes, G_FORMAT_SIZE_IEC_UNITS),
-                                                      g_free);
-  return text.get();
-}
-
-/// On the window's thread, when it has nothing else to do.
-void later(std::function<void()> work) {
-  g_idle_add_full(
-      G_PRIORITY_DEFAULT_IDLE,
-      [](gpointer data) -> gboolean {
-        (*static_cast<std::function<void()>*>(data))();
-        return G_SOURCE_REMOVE;
-      },
-      new std::function<void()>(std::move(work)),
-      [](gpointer data) { delete static_cast<std::function<void()>*>(data); });
 }
 
 GtkWidget* makeLabel(const std::string& text) {

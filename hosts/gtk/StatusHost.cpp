@@ -180,6 +180,23 @@ std::optional<FileStatus> statusToShow(GFile* file) {
   return statusService().statusOf(*path);
 }
 
+void later(std::function<void()> work) {
+  g_idle_add_full(
+      G_PRIORITY_DEFAULT_IDLE,
+      [](gpointer data) -> gboolean {
+        (*static_cast<std::function<void()>*>(data))();
+        return G_SOURCE_REMOVE;
+      },
+      new std::function<void()>(std::move(work)),
+      [](gpointer data) { delete static_cast<std::function<void()>*>(data); });
+}
+
+std::string sizeText(std::uint64_t bytes) {
+  const std::unique_ptr<char, decltype(&g_free)> text(g_format_size_full(bytes, G_FORMAT_SIZE_IEC_UNITS),
+                                                      g_free);
+  return text.get();
+}
+
 bool canOpenRestoreWindow() {
   const std::unique_ptr<char, decltype(&g_free)> found(g_find_program_in_path(kProgram), g_free);
   return found != nullptr;

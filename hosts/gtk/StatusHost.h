@@ -3,6 +3,8 @@
 
 #include <gio/gio.h>
 
+#include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -34,6 +36,11 @@ std::optional<std::string> pathOfOwnFile(GFile* file);
 
 /// What is known of a file that is shown; nothing when nothing is to be shown.
 std::optional<FileStatus> statusToShow(GFile* file);
+
+/// Does work on the window's thread, when that has nothing else to do. Any thread.
+void later(std::function<void()> work);
+/// "1.5 KiB", in the toolkit's words.
+std::string sizeText(std::uint64_t bytes);
 
 /// Starts the preferences program with one option and a path.
 void openRestoreWindow(const char* option, const std::string& path);

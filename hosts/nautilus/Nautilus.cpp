@@ -1,4 +1,5 @@
 // The Nautilus extension.
+#include "Properties.h"
 #include "hosts/family/FileManager.h"
 
 namespace keldane {
@@ -32,6 +33,7 @@ void addInterfaces(GTypeModule* module, GType type, GList* (*fileItems)(GList*),
                                },
                                nullptr, nullptr};
   g_type_module_add_interface(module, type, NAUTILUS_TYPE_MENU_PROVIDER, &info);
+  addProperties(module, type);
 }
 
 }  // namespace keldane

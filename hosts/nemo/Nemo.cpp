@@ -1,5 +1,6 @@
 // The Nemo extension.
 #include "hosts/family/FileManager.h"
+#include "hosts/family/PropertyPages.h"
 
 namespace keldane {
 
@@ -35,6 +36,7 @@ void addInterfaces(GTypeModule* module, GType type, GList* (*fileItems)(GList*),
                                 },
                                 nullptr, nullptr};
   g_type_module_add_interface(module, type, NEMO_TYPE_MENU_PROVIDER, &menus);
+  addPropertyPages(module, type);
   // Nemo lists by this what a person may switch off.
   const GInterfaceInfo description = {
       [](gpointer interface, gpointer) {

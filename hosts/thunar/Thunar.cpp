@@ -6,6 +6,7 @@ G_BEGIN_DECLS
 #include <thunarx/thunarx.h>
 G_END_DECLS
 
+#include "hosts/gtk/BackupPage.h"
 #include "hosts/gtk/MenuItems.h"
 #include "hosts/gtk/MenuTouchUp.h"
 #include "hosts/gtk/StatusHost.h"
@@ -42,6 +43,24 @@ GList* getFolderMenuItems(ThunarxMenuProvider* /*provider*/, GtkWidget* /*window
   return MenuItems<Library>::forBackground(folder);
 }
 
+GList* getPages(ThunarxPropertyPageProvider* /*provider*/, GList* files) {
+  std::vector<GFile*> locations;
+  for (GList* file = files; file != nullptr; file = file->next) {
+    locations.push_back(Library::location(file->data));
+  }
+  GtkWidget* content = makeBackupPage(locations);
+  for (GFile* location : locations) {
+    g_object_unref(location);
+  }
+  if (content == nullptr) {
+    return nullptr;
+  }
+  GtkWidget* page = thunarx_property_page_new(kPageTitle);
+  gtk_container_add(GTK_CONTAINER(page), content);
+  gtk_widget_show(page);
+  return g_list_append(nullptr, page);
+}
+
 }  // namespace
 
 }  // namespace keldane
@@ -59,6 +78,13 @@ G_MODULE_EXPORT void thunar_extension_initialize(ThunarxProviderPlugin* plugin) 
                                 },
                                 nullptr, nullptr};
   thunarx_provider_plugin_add_interface(plugin, gProviderTypes[0], THUNARX_TYPE_MENU_PROVIDER, &menus);
+  const GInterfaceInfo pages = {[](gpointer interface, gpointer) {
+                                  static_cast<ThunarxPropertyPageProviderIface*>(interface)->get_pages =
+                                      getPages;
+                                },
+                                nullptr, nullptr};
+  thunarx_provider_plugin_add_interface(plugin, gProviderTypes[0], THUNARX_TYPE_PROPERTY_PAGE_PROVIDER,
+                                        &pages);
   touchUpMenus();
   beginStatus({});
   beginHost(nullptr);

@@ -11,6 +11,7 @@ from desktop import Atspi, click, find, find_now, has_state, press, walk
 
 BUILD = os.environ["KELDANE_BUILD"]
 WIDEST = 100  # menus are no wider, and a folder that is need not be looked through for them
+TAB = "Backup"
 TITLE, NOT_RESPONDING = "Keldane", "Keldane is not responding"
 
 
@@ -47,6 +48,11 @@ class FileManager:
     fills_open_menus = False  # when a menu comes late
     remote = "localtest://"  # before a path: files as if another machine had them
     label_above_end = None  # where a cell is to be clicked, if not in its middle
+    has_emblems = True
+    has_page_buttons = True  # in its properties
+    tells_what_shows = True  # on the accessibility bus
+    names_headers = True  # of columns, likewise
+    columns = None  # the settings that say which columns a list has, where extensions can have some
 
     def __init__(self, folder, **environment):
         self.folder = folder
@@ -85,6 +91,10 @@ class FileManager:
     @classmethod
     def start_command(cls, folder):
         return [cls.name, folder]
+
+    def cell_with(self, text):
+        """A cell of any column."""
+        return find(self.application, text, "table cell")
 
     def cell(self, name):
         def settled():
@@ -137,6 +147,17 @@ class FileManager:
         """With the selection as it is, wherever a program that is still reading the folder has scrolled."""
         press("shift+F10")
 
+    def open_background_menu(self):
+        """That of the folder itself."""
+        click(find(self.application, role="tree table"), button=3, above_end=30)
+
+    def open_properties(self):
+        """Of what is selected, at the page "Backup"; answers that page."""
+        press("alt+Return")
+        tab = find(self.application, TAB, "page tab")
+        click(tab)
+        return tab
+
     def reopen_menu(self):
         """Likewise, from an open menu."""
         press("Escape")
@@ -186,6 +207,7 @@ class FileManager:
 
 class Thunar(FileManager):
     name = "thunar"
+    has_emblems = False
     place = f"/usr/lib/{os.uname().machine}-linux-gnu/thunarx-3"
 
     @classmethod
@@ -198,6 +220,7 @@ class Thunar(FileManager):
 class Caja(FileManager):
     name = "caja"
     fills_open_menus = True
+    columns = "org.mate.caja.list-view"
 
     @classmethod
     def set_options(cls):
@@ -215,6 +238,7 @@ class Caja(FileManager):
 
 class Nemo(FileManager):
     name = "nemo"
+    columns = "org.nemo.list-view"
     place = f"/usr/lib/{os.uname().machine}-linux-gnu/nemo/extensions-3.0"
 
     @classmethod
@@ -226,13 +250,32 @@ class Nautilus(FileManager):
     """Its accessible widgets have neither places nor a word on whether they show, but actions."""
 
     name = "nautilus"
+    columns = "org.gnome.nautilus.list-view"
     place = f"/usr/lib/{os.uname().machine}-linux-gnu/nautilus/extensions-4"
     has_separators = False
+    has_page_buttons = False
+    tells_what_shows = False
+    names_headers = False
     landmark = "Open Keldane Preferences…"  # an entry by which the submenu is found
 
     def __init__(self, folder, **environment):
         super().__init__(folder, **environment)
         self.wait()
+
+    def cell_with(self, text):
+        return find(self.application, text, showing=False)
+
+    def open_properties(self):
+        press("alt+Return")
+        entry = find(self.application, TAB, showing=False)
+        desktop.act(entry.get_parent())
+        return entry
+
+    def open_background_menu(self):
+        press("ctrl+shift+i")
+        press("ctrl+shift+i")
+        press("Escape")
+        self.open_menu_by_keyboard()
 
     def wait(self):
         find(self.application, showing=False, role="table cell")
