@@ -52,6 +52,7 @@ class FileManager:
     has_page_buttons = True  # in its properties
     tells_what_shows = True  # on the accessibility bus
     names_headers = True  # of columns, likewise
+    list_role = "tree table"  # of a folder that is shown as a list
     columns = None  # the settings that say which columns a list has, where extensions can have some
 
     def __init__(self, folder, **environment):
@@ -149,12 +150,12 @@ class FileManager:
 
     def open_background_menu(self):
         """That of the folder itself."""
-        click(find(self.application, role="tree table"), button=3, above_end=30)
+        click(find(self.application, role=self.list_role), button=3, above_end=30)
 
     def open_properties(self):
         """Of what is selected, at the page "Backup"; answers that page."""
         press("alt+Return")
-        tab = find(self.application, TAB, "page tab")
+        tab = find(self.application, TAB)
         click(tab)
         return tab
 
@@ -208,6 +209,7 @@ class FileManager:
 class Thunar(FileManager):
     name = "thunar"
     has_emblems = False
+    list_role = "table"
     place = f"/usr/lib/{os.uname().machine}-linux-gnu/thunarx-3"
 
     @classmethod
