@@ -268,7 +268,8 @@ bool StatusService::Worker::connected(bool isAsked) {
   }
   link_.close();
   const Clock::time_point now = Clock::now();
-  if (isAway_ && !isAsked && now < nextTry_ && !hasNewSocket()) {
+  const bool isNew = hasNewSocket();
+  if (isAway_ && !isAsked && now < nextTry_ && !isNew) {
     nextLook_ = std::min(nextTry_, now + timing_.lookAtSocket);
     return false;
   }
@@ -280,9 +281,9 @@ bool StatusService::Worker::connected(bool isAsked) {
     cache_.askAnew();
     return true;
   }
-  retry_ = isAway_ ? std::min(2 * retry_, timing_.longestRetry) : timing_.firstRetry;
+  // A socket that is new may not be listened at yet.
+  retry_ = isAway_ && !isNew ? std::min(2 * retry_, timing_.longestRetry) : timing_.firstRetry;
   isAway_ = true;
-  hasNewSocket();  // remembers the one that nobody answers at
   nextTry_ = now + retry_;
   nextLook_ = std::min(nextTry_, now + timing_.lookAtSocket);
   forget();

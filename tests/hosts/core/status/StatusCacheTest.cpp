@@ -37,7 +37,7 @@ class StatusCacheTest : public ::testing::Test {
     return question.has_value();
   }
 
-  const StatusTiming timing_;
+  const StatusTiming timing_{};
   StatusCache cache_{timing_};
   std::vector<std::string> changed_;
   const Clock::time_point soon_ = Clock::now() + 1s;

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <future>
 #include <mutex>
 #include <set>
@@ -36,38 +37,44 @@ class StatusServiceTest : public ::testing::Test {
  protected:
   ~StatusServiceTest() override { release(); }
 
-  void listen() {
+  void listen(const std::string& name = "d.sock") {
     daemon_.reset();  // which takes its socket along
-    daemon_ = std::make_unique<FakeDaemon>(folder_ / "d.sock");
-    daemon_->answer(kQuestion, [this](const PropertyList::Array& arguments) {
-      wait();
-      return node(std::string(arguments[0].string()));
+    daemon_ = std::make_unique<FakeDaemon>(folder_ / name);
+    daemon_->answer(kQuestion, [what = what_](const PropertyList::Array& arguments) {
+      what->wait();
+      return what->node(std::string(arguments[0].string()));
     });
-    daemon_->answer(kListing, [this](const PropertyList::Array& arguments) {
-      wait();
+    daemon_->answer(kListing, [what = what_](const PropertyList::Array& arguments) {
+      what->wait();
       PropertyList::Array nodes;
       for (int i = 0; i < 50; ++i) {
-        nodes.push_back(node(std::string(arguments[0].string()) + "/" + std::to_string(i)));
+        nodes.push_back(what->node(std::string(arguments[0].string()) + "/" + std::to_string(i)));
       }
       return PropertyList::array(nodes);
     });
-    daemon_->answer("daemonState", [this](const PropertyList::Array&) {
-      return PropertyList::dictionary({{"statusString", state_.load()}});
+    daemon_->answer("daemonState", [what = what_](const PropertyList::Array&) {
+      return PropertyList::dictionary({{"statusString", what->state.load()}});
     });
   }
-  PropertyList node(const std::string& path) const {
-    return PropertyList::dictionary({{"fileName", path.substr(path.rfind('/') + 1)},
-                                     {"state", "State " + std::to_string(state_)},
-                                     {"backupFlags", backup_flags::kBackup | backup_flags::kBackedUp},
-                                     {"backupColor", 2}});
-  }
-  void hold() { held_ = true; }
-  void release() { held_ = false; }
-  void wait() const {
-    while (held_) {
-      std::this_thread::sleep_for(1ms);
+  void hold() { what_->held = true; }
+  void release() { what_->held = false; }
+
+  /// What the daemon says. Its threads may end after the test.
+  struct What {
+    PropertyList node(const std::string& path) const {
+      return PropertyList::dictionary({{"fileName", path.substr(path.rfind('/') + 1)},
+                                       {"state", "State " + std::to_string(state)},
+                                       {"backupFlags", backup_flags::kBackup | backup_flags::kBackedUp},
+                                       {"backupColor", 2}});
     }
-  }
+    void wait() const {
+      while (held) {
+        std::this_thread::sleep_for(1ms);
+      }
+    }
+    std::atomic<int> state = 1;
+    std::atomic<bool> held = false;
+  };
 
   StatusService& service(const StatusTiming& timing = quick()) {
     if (!service_) {
@@ -90,8 +97,7 @@ class StatusServiceTest : public ::testing::Test {
   }
 
   testing::TemporaryFolder folder_;
-  std::atomic<int> state_ = 1;
-  std::atomic<bool> held_ = false;
+  const std::shared_ptr<What> what_ = std::make_shared<What>();
   std::mutex mutex_;
   std::multiset<std::string> told_;
   std::unique_ptr<FakeDaemon> daemon_;
@@ -126,7 +132,7 @@ TEST_F(StatusServiceTest, SeesWhatChangesWithTheDaemonsState) {
   listen();
   service().statusOf("/f/a");
   ASSERT_TRUE(eventually([&] { return text("/f/a") == "State 1"; }));
-  state_ = 2;
+  what_->state = 2;
   EXPECT_TRUE(eventually([&] { return text("/f/a") == "State 2"; }));
   EXPECT_TRUE(eventually([&] { return wasTold("/f/a"); }));
 }
@@ -146,7 +152,7 @@ TEST_F(StatusServiceTest, LooksAgainAfterACommandThoughTheStateStays) {
   timing.statePoll = 1h;
   service(timing).statusOf("/f/a");
   ASSERT_TRUE(eventually([&] { return isKnown("/f/a"); }));
-  state_ = 2;  // which nobody looks at
+  what_->state = 2;  // which nobody looks at
   service().commandWasGiven({"/f/a", "/g/b"});
   EXPECT_TRUE(eventually([&] { return text("/f/a") == "State 2"; }));
 }
@@ -167,7 +173,8 @@ TEST_F(StatusServiceTest, ADaemonThatComesLaterIsFound) {
   service(timing).statusOf("/f/a");
   std::this_thread::sleep_for(20ms);
   EXPECT_FALSE(isKnown("/f/a"));
-  listen();
+  listen("other.sock");
+  std::filesystem::rename(folder_ / "other.sock", folder_ / "d.sock");  // which is listened at already
   EXPECT_TRUE(eventually([&] { return isKnown("/f/a"); })) << "by its socket, long before the next attempt";
 }
 
@@ -192,7 +199,7 @@ TEST_F(StatusServiceTest, WhatADaemonSaidThatIsSilentIsNotShownAnyLonger) {
   service().statusOf("/f/a");
   ASSERT_TRUE(eventually([&] { return isKnown("/f/a"); }));
   hold();
-  state_ = 2;
+  what_->state = 2;
   EXPECT_TRUE(eventually([&] {
     service().lookAfter();
     return !isKnown("/f/a");
