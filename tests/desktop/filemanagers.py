@@ -7,7 +7,7 @@ import subprocess
 import time
 
 import desktop
-from desktop import Atspi, click, find, find_now, has_state, press, walk
+from desktop import Atspi, click, find, find_now, has_state, press, walk, xdotool
 
 BUILD = os.environ["KELDANE_BUILD"]
 WIDEST = 100  # menus are no wider, and a folder that is need not be looked through for them
@@ -52,7 +52,7 @@ class FileManager:
     has_page_buttons = True  # in its properties
     tells_what_shows = True  # on the accessibility bus
     names_headers = True  # of columns, likewise
-    list_role = "tree table"  # of a folder that is shown as a list
+    viewer = None  # the settings that say how a folder is shown, where that is not as a list
     columns = None  # the settings that say which columns a list has, where extensions can have some
 
     def __init__(self, folder, **environment):
@@ -148,9 +148,12 @@ class FileManager:
         """With the selection as it is, wherever a program that is still reading the folder has scrolled."""
         press("shift+F10")
 
-    def open_background_menu(self):
-        """That of the folder itself."""
-        click(find(self.application, role=self.list_role), button=3, above_end=30)
+    def open_background_menu(self, beside):
+        """That of the folder itself, where it has nothing below a file."""
+        around = self.cell(beside).get_parent()
+        while not around.get_role_name().endswith("table"):
+            around = around.get_parent()
+        click(around, button=3, above_end=30)
 
     def open_properties(self):
         """Of what is selected, at the page "Backup"; answers that page."""
@@ -209,7 +212,6 @@ class FileManager:
 class Thunar(FileManager):
     name = "thunar"
     has_emblems = False
-    list_role = "table"
     place = f"/usr/lib/{os.uname().machine}-linux-gnu/thunarx-3"
 
     @classmethod
@@ -253,6 +255,7 @@ class Nautilus(FileManager):
 
     name = "nautilus"
     columns = "org.gnome.nautilus.list-view"
+    viewer = "org.gnome.nautilus.preferences"
     place = f"/usr/lib/{os.uname().machine}-linux-gnu/nautilus/extensions-4"
     has_separators = False
     has_page_buttons = False
@@ -273,11 +276,18 @@ class Nautilus(FileManager):
         desktop.act(entry.get_parent())
         return entry
 
-    def open_background_menu(self):
-        press("ctrl+shift+i")
-        press("ctrl+shift+i")
-        press("Escape")
-        self.open_menu_by_keyboard()
+    def open_background_menu(self, beside):
+        self.cell(beside)
+        xdotool("mousemove", "--window", self.window(), 600, 400)
+        xdotool("click", 3)
+
+    @staticmethod
+    def window():
+        return subprocess.run(["xdotool", "search", "--onlyvisible", "--class", "nautilus"], check=True, capture_output=True,
+                              text=True).stdout.split()[-1]
+
+    def cell(self, name):
+        return find(self.application, name, showing=False)
 
     def wait(self):
         find(self.application, showing=False, role="table cell")

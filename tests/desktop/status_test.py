@@ -255,6 +255,9 @@ class Emblems(StatusCase):
 class Columns(StatusCase):
     def setUp(self):
         super().setUp()
+        if MANAGER.viewer:
+            filemanagers.set_option(MANAGER.viewer, "default-folder-viewer", "list-view")
+            self.addCleanup(filemanagers.set_option, MANAGER.viewer, "default-folder-viewer", "icon-view")
         for key in ("default-visible-columns", "default-column-order"):
             filemanagers.set_option(MANAGER.columns, key, "['name', 'size', 'keldane-backup', 'keldane-last-backup']")
 
@@ -423,7 +426,7 @@ class RestoreEntries(StatusCase):
         self.daemon()
         self.open(**self.environment)
         self.manager.cell("letter.txt")
-        self.choose(self.entry("Restore Missing Files…", self.manager.open_background_menu))
+        self.choose(self.entry("Restore Missing Files…", lambda: self.manager.open_background_menu("letter.txt")))
         self.assertEqual(self.was_started(), ["--restore-missing", self.files])
 
     def test_nothing_is_offered_for_what_was_never_stored(self):
