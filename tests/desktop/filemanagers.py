@@ -272,8 +272,13 @@ class Nautilus(FileManager):
 
     def open_properties(self):
         press("alt+Return")
-        entry = find(self.application, TAB, showing=False)
-        desktop.act(entry.get_parent())
+        entry = find(self.application, TAB, "list item", showing=False)
+        def focused():
+            press("Tab")
+            time.sleep(0.2)
+            return desktop.is_on(entry, "focused")
+        desktop.eventually(focused, "the focus")
+        press("Return")
         return entry
 
     def open_background_menu(self, beside):
