@@ -7,6 +7,7 @@
 
 #include "hosts/family/Status.h"
 #include "hosts/gtk/MenuItems.h"
+#include "hosts/gtk/StatusHost.h"
 
 namespace keldane {
 

@@ -50,6 +50,8 @@ class FileManager:
     label_above_end = None  # where a cell is to be clicked, if not in its middle
     has_emblems = True
     has_page_buttons = True  # in its properties
+    tells_of_properties = True  # on the accessibility bus
+    has_restore_entries = True
     tells_what_shows = True  # on the accessibility bus
     names_headers = True  # of columns, likewise
     viewer = None  # the settings that say how a folder is shown, where that is not as a list
@@ -344,12 +346,17 @@ class Dolphin(FileManager):
     focus on the way, which leaves out what cannot be chosen."""
 
     name = "dolphin"
+    tells_of_properties = False
+    has_restore_entries = False
     fills_open_menus = True
     has_separators = False
     names_what_cannot_be_chosen = False
     remote = None
     label_above_end = 12  # between icon and label there is nothing to hit
     focused = None
+
+    def open_properties(self):
+        press("alt+Return")
 
     @classmethod
     def place_extension(cls):

@@ -323,6 +323,7 @@ class Properties(StatusCase):
     def finds(self, name, role=None):
         return desktop.find(self.manager.application, name, role, showing=MANAGER.tells_what_shows)
 
+    @unittest.skipUnless(MANAGER.tells_of_properties, "what stands in its properties cannot be read")
     def test_what_the_page_tells(self):
         self.daemon()
         self.open_properties()
@@ -332,7 +333,7 @@ class Properties(StatusCase):
         if MANAGER.has_page_buttons:
             self.finds("2026-11-02 00:00")
 
-    @unittest.skipUnless(MANAGER.has_page_buttons, "its pages are text")
+    @unittest.skipUnless(MANAGER.has_page_buttons and MANAGER.tells_of_properties, "there are no buttons to be found")
     def test_back_up_now(self):
         daemon = self.daemon()
         self.open_properties()
@@ -344,7 +345,7 @@ class Properties(StatusCase):
         self.assertEqual([frame.arguments for frame in daemon.frames if frame.selector == "addFileToBackup:"],
                          [[self.path]])
 
-    @unittest.skipUnless(MANAGER.has_page_buttons, "its pages are text")
+    @unittest.skipUnless(MANAGER.has_page_buttons and MANAGER.tells_of_properties, "there are no buttons to be found")
     def test_restore_this_version(self):
         daemon = self.daemon()
         self.open_properties()
@@ -356,6 +357,7 @@ class Properties(StatusCase):
         self.assertEqual([frame.arguments for frame in daemon.frames if frame.selector.startswith("restoreFile:")],
                          [[self.path, "", 2, 0]])
 
+    @unittest.skipUnless(MANAGER.tells_of_properties, "what stands in its properties cannot be read")
     def test_without_a_daemon_the_page_says_so(self):
         self.open_properties()
         self.finds("The backup daemon cannot be reached.")
@@ -366,14 +368,16 @@ class Properties(StatusCase):
         daemon = self.daemon()
         self.answering.clear()
         self.open_properties()
-        self.finds("Asking the backup daemon…")
+        desktop.eventually(lambda: WITH_VERSIONS in daemon.selectors(), "the first question")
         desktop.press("Escape")
+        time.sleep(0.5)
         self.answering.set()
         desktop.eventually(lambda: "daemonState" in daemon.selectors(), "the questions")
         time.sleep(1)
         self.assertTrue(self.manager.program.is_running())
 
 
+@unittest.skipUnless(MANAGER.has_restore_entries, "it has no entries of the host's own")
 class RestoreEntries(StatusCase):
     """The restore window is a program that writes down how it was started."""
 
