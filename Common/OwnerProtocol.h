@@ -28,7 +28,7 @@
 namespace keldane {
 
 /// One method a question. "error" of an answer holds a sentence when the daemon did not do what was asked,
-/// and is absent otherwise. daemon/server/OwnerRequests.h and docs/protocol/methods.md list the other keys.
+/// and is absent otherwise. daemon/owner/OwnerRequests.h and docs/protocol/methods.md list the other keys.
 extern const Protocol KeldaneOwnerProtocol;
 
 /// Where the second socket lies, beside the first.

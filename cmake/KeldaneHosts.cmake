@@ -21,7 +21,7 @@ function(keldane_host name packages variable)
   get_target_property(includes PkgConfig::${upper} INTERFACE_INCLUDE_DIRECTORIES)
   target_include_directories(keldane-${name} SYSTEM PRIVATE ${includes})
   target_include_directories(keldane-${name} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/${name})
-  target_link_libraries(keldane-${name} PRIVATE keldane_host_core PkgConfig::${upper})
+  target_link_libraries(keldane-${name} PRIVATE keldane_host_core keldane_host_status PkgConfig::${upper})
   target_compile_options(keldane-${name} PRIVATE -fvisibility=hidden)
   # The plug-in's thread may outlive the file manager's interest in the extension, so the code is never unmapped.
   target_link_options(keldane-${name} PRIVATE LINKER:-z,nodelete LINKER:--as-needed LINKER:--exclude-libs,ALL)

@@ -3,10 +3,12 @@
 #include <KFileItemListProperties>
 #include <KPluginFactory>
 #include <QAction>
+#include <QCoreApplication>
 #include <QIcon>
 #include <QMenu>
 #include <QPointer>
 #include <QUrl>
+#include <QVariant>
 #include <optional>
 
 #include "hosts/core/MenuService.h"
@@ -49,6 +51,18 @@ MenuService& menuService() {
   return *service;
 }
 
+/// The extension for the emblems, which is a library of its own, looks at these files at once.
+void tellOfCommand(const std::vector<std::string>& paths) {
+  auto* status = qvariant_cast<QObject*>(QCoreApplication::instance()->property("keldaneStatus"));
+  if (status != nullptr) {
+    QStringList list;
+    for (const std::string& path : paths) {
+      list.append(QString::fromStdString(path));
+    }
+    QMetaObject::invokeMethod(status, "commandWasGiven", Qt::QueuedConnection, Q_ARG(QStringList, list));
+  }
+}
+
 /// An ampersand would mark the key that chooses the entry.
 QString textFor(const std::string& title) {
   return QString::fromStdString(title).replace(QLatin1Char('&'), QLatin1String("&&"));
@@ -61,8 +75,10 @@ void addItem(QMenu& submenu, const MenuItem& item, const Menu& menu) {
   }
   QAction* action = submenu.addAction(textFor(item.title));
   action->setEnabled(item.isChoosable() && item.command != 0);
-  QObject::connect(action, &QAction::triggered, action,
-                   [menu, command = item.command] { menuService().choose(*menu, command); });
+  QObject::connect(action, &QAction::triggered, action, [menu, command = item.command] {
+    menuService().choose(*menu, command);
+    tellOfCommand(menu->paths);
+  });
 }
 
 void fill(QAction& top, const MenuItem& item, const Menu& menu, QWidget* parent) {

@@ -5,7 +5,9 @@
 // got. When a menu is about to be opened they are told that items have changed, and ask once more.
 #include "hosts/family/FamilyHost.h"
 
+#include "hosts/family/Status.h"
 #include "hosts/gtk/MenuItems.h"
+#include "hosts/gtk/StatusHost.h"
 
 namespace keldane {
 
@@ -30,6 +32,8 @@ struct Library {
   static void heading(const char* /*label*/) {}
 };
 
+GList* backgroundItems(FmFileInfo* folder) { return MenuItems<Library>::forBackground(folder); }
+
 void tellThatItemsChanged() {
   if (gProvider != nullptr) {
     FM(menu_provider_emit_items_updated_signal)(FM_MENU_PROVIDER(gProvider));
@@ -47,9 +51,12 @@ void initializeModule(GTypeModule* module) {
   const GTypeInfo type = menuProviderType(initProvider);
   gProviderTypes[0] = g_type_module_register_type(module, G_TYPE_OBJECT, kMenuProviderName, &type,
                                                   static_cast<GTypeFlags>(0));
-  addInterfaces(module, gProviderTypes[0], MenuItems<Library>::forFiles);
+  addInterfaces(module, gProviderTypes[0], MenuItems<Library>::forFiles, backgroundItems);
+  addStatusInterfaces(module, gProviderTypes[0]);
   beginHost(tellThatItemsChanged);
 }
+
+void shutDownModule() { endStatus(); }
 
 void listTypes(const GType** types, int* count) {
   *types = gProviderTypes;

@@ -12,12 +12,14 @@ namespace keldane {
 /// Null: there is none of its kind here.
 FmMenuItem* makeSeparator(const std::string& name);
 /// Makes the type a provider of menus, whose items `fileItems` makes for a list of the file manager's file
-/// information.
-void addInterfaces(GTypeModule* module, GType type, GList* (*fileItems)(GList*));
+/// information and `backgroundItems` for that of a folder.
+void addInterfaces(GTypeModule* module, GType type, GList* (*fileItems)(GList*),
+                   GList* (*backgroundItems)(FmFileInfo*));
 
 // The shared code's, behind the module's entry points:
 
 void initializeModule(GTypeModule* module);
+void shutDownModule();
 void listTypes(const GType** types, int* count);
 
 }  // namespace keldane

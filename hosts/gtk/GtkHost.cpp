@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "hosts/gtk/MenuRequest.h"
+#include "hosts/gtk/StatusHost.h"
 
 namespace keldane {
 
@@ -85,6 +86,7 @@ struct Choice {
 void onActivate(gpointer /*item*/, gpointer data) {
   const auto* choice = static_cast<const Choice*>(data);
   menuService().choose(*choice->menu, choice->command);
+  statusService().commandWasGiven(choice->menu->paths);
 }
 
 }  // namespace

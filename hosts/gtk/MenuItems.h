@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "hosts/gtk/GtkHost.h"
+#include "hosts/gtk/RestoreOffer.h"
 
 namespace keldane {
 
@@ -43,10 +44,10 @@ class MenuItems {
       locations.push_back(Library::location(file->data));
     }
     const Menu menu = menuToShow(locations);
+    GList* items = withOffer(previousVersionOffer(locations));
     for (GFile* location : locations) {
       g_object_unref(location);
     }
-    GList* items = nullptr;
     for (std::size_t i = menu ? menu->items.size() : 0; i-- > 0;) {
       const MenuItem& top = menu->items[i];
       // What has once been an entry under a name cannot become a submenu under it.
@@ -56,7 +57,24 @@ class MenuItems {
     return items;
   }
 
+  /// The same for the background of a folder, the file manager's file information.
+  static GList* forBackground(gpointer folder) {
+    GFile* location = Library::location(folder);
+    GList* items = withOffer(missingFilesOffer(location));
+    g_object_unref(location);
+    return items;
+  }
+
  private:
+  static GList* withOffer(const std::optional<RestoreOffer>& offer) {
+    if (!offer) {
+      return nullptr;
+    }
+    gpointer item = Library::item(offer->name, offer->label, nullptr);
+    connectOffer(item, *offer);
+    return g_list_append(nullptr, item);
+  }
+
   static gpointer makeTop(const MenuItem& top, const std::string& name, const Menu& menu) {
     gpointer made = Library::item(name.c_str(), labelFor(top.title).c_str(), kIconName);
     if (top.items.empty()) {

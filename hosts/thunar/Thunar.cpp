@@ -6,8 +6,10 @@ G_BEGIN_DECLS
 #include <thunarx/thunarx.h>
 G_END_DECLS
 
+#include "hosts/gtk/BackupPage.h"
 #include "hosts/gtk/MenuItems.h"
 #include "hosts/gtk/MenuTouchUp.h"
+#include "hosts/gtk/StatusHost.h"
 
 namespace keldane {
 
@@ -37,6 +39,28 @@ GList* getFileMenuItems(ThunarxMenuProvider* /*provider*/, GtkWidget* /*window*/
   return MenuItems<Library>::forFiles(files);
 }
 
+GList* getFolderMenuItems(ThunarxMenuProvider* /*provider*/, GtkWidget* /*window*/, ThunarxFileInfo* folder) {
+  return MenuItems<Library>::forBackground(folder);
+}
+
+GList* getPages(ThunarxPropertyPageProvider* /*provider*/, GList* files) {
+  std::vector<GFile*> locations;
+  for (GList* file = files; file != nullptr; file = file->next) {
+    locations.push_back(Library::location(file->data));
+  }
+  GtkWidget* content = makeBackupPage(locations);
+  for (GFile* location : locations) {
+    g_object_unref(location);
+  }
+  if (content == nullptr) {
+    return nullptr;
+  }
+  GtkWidget* page = thunarx_property_page_new(kPageTitle);
+  gtk_container_add(GTK_CONTAINER(page), content);
+  gtk_widget_show(page);
+  return g_list_append(nullptr, page);
+}
+
 }  // namespace
 
 }  // namespace keldane
@@ -48,15 +72,24 @@ G_MODULE_EXPORT void thunar_extension_initialize(ThunarxProviderPlugin* plugin) 
   gProviderTypes[0] = thunarx_provider_plugin_register_type(plugin, G_TYPE_OBJECT, kMenuProviderName, &type,
                                                             static_cast<GTypeFlags>(0));
   const GInterfaceInfo menus = {[](gpointer interface, gpointer) {
-                                  static_cast<ThunarxMenuProviderIface*>(interface)->get_file_menu_items =
-                                      getFileMenuItems;
+                                  auto* provider = static_cast<ThunarxMenuProviderIface*>(interface);
+                                  provider->get_file_menu_items = getFileMenuItems;
+                                  provider->get_folder_menu_items = getFolderMenuItems;
                                 },
                                 nullptr, nullptr};
   thunarx_provider_plugin_add_interface(plugin, gProviderTypes[0], THUNARX_TYPE_MENU_PROVIDER, &menus);
+  const GInterfaceInfo pages = {[](gpointer interface, gpointer) {
+                                  static_cast<ThunarxPropertyPageProviderIface*>(interface)->get_pages =
+                                      getPages;
+                                },
+                                nullptr, nullptr};
+  thunarx_provider_plugin_add_interface(plugin, gProviderTypes[0], THUNARX_TYPE_PROPERTY_PAGE_PROVIDER,
+                                        &pages);
   touchUpMenus();
+  beginStatus({});
   beginHost(nullptr);
 }
-G_MODULE_EXPORT void thunar_extension_shutdown() {}
+G_MODULE_EXPORT void thunar_extension_shutdown() { keldane::endStatus(); }
 G_MODULE_EXPORT void thunar_extension_list_types(const GType** types, int* count) {
   *types = keldane::gProviderTypes;
   *count = 1;

@@ -20,6 +20,7 @@ ARTEFACTS = os.environ.get("KELDANE_SCREENSHOTS")
 
 LAUNCHER = os.path.abspath(os.path.join(os.path.dirname(__file__),
                                         "../../clients/preferences/keldane-preferences.desktop"))
+PREFERENCES_FILE = os.path.join(os.environ["XDG_CONFIG_HOME"], "com.keldane.preferences.plist")
 PLUGIN = os.path.join(os.environ["XDG_DATA_HOME"], "keldane", "plugins", "Keldane.plugin")
 QUESTION = "dictionaryForPath:withDirSizes:"
 STATUS = "Status: Not selected for backup"
@@ -31,6 +32,9 @@ ODD_NAMES = ["a b", "it's \"quoted\"", "co:lon", "100%20", "under_score", "a&b",
 
 def setUpModule():
     shutil.copytree(os.path.join(filemanagers.BUILD, "Keldane.plugin"), PLUGIN)
+    # What is counted here are the questions for menus.
+    with open(PREFERENCES_FILE, "wb") as stream:
+        plistlib.dump({"ShowEmblems": "NO", "ShowColumns": "NO", "ShowRestoreEntries": "NO"}, stream)
     unittest.addModuleCleanup(MANAGER.prepare())
 
 

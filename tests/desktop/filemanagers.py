@@ -7,10 +7,11 @@ import subprocess
 import time
 
 import desktop
-from desktop import Atspi, click, find, find_now, has_state, press, walk
+from desktop import Atspi, click, find, find_now, has_state, press, walk, xdotool
 
 BUILD = os.environ["KELDANE_BUILD"]
 WIDEST = 100  # menus are no wider, and a folder that is need not be looked through for them
+TAB = "Backup"
 TITLE, NOT_RESPONDING = "Keldane", "Keldane is not responding"
 
 
@@ -47,6 +48,14 @@ class FileManager:
     fills_open_menus = False  # when a menu comes late
     remote = "localtest://"  # before a path: files as if another machine had them
     label_above_end = None  # where a cell is to be clicked, if not in its middle
+    has_emblems = True
+    has_page_buttons = True  # in its properties
+    tells_of_properties = True  # on the accessibility bus
+    has_restore_entries = True
+    tells_what_shows = True  # on the accessibility bus
+    names_headers = True  # of columns, likewise
+    viewer = None  # the settings that say how a folder is shown, where that is not as a list
+    columns = None  # the settings that say which columns a list has, where extensions can have some
 
     def __init__(self, folder, **environment):
         self.folder = folder
@@ -85,6 +94,10 @@ class FileManager:
     @classmethod
     def start_command(cls, folder):
         return [cls.name, folder]
+
+    def cell_with(self, text):
+        """A cell of any column."""
+        return find(self.application, text, "table cell")
 
     def cell(self, name):
         def settled():
@@ -137,6 +150,20 @@ class FileManager:
         """With the selection as it is, wherever a program that is still reading the folder has scrolled."""
         press("shift+F10")
 
+    def open_background_menu(self, beside):
+        """That of the folder itself, where it has nothing below a file."""
+        around = self.cell(beside).get_parent()
+        while not around.get_role_name().endswith("table"):
+            around = around.get_parent()
+        click(around, button=3, above_end=30)
+
+    def open_properties(self):
+        """Of what is selected, at the page "Backup"; answers that page."""
+        press("alt+Return")
+        tab = find(self.application, TAB)
+        click(tab)
+        return tab
+
     def reopen_menu(self):
         """Likewise, from an open menu."""
         press("Escape")
@@ -186,6 +213,7 @@ class FileManager:
 
 class Thunar(FileManager):
     name = "thunar"
+    has_emblems = False
     place = f"/usr/lib/{os.uname().machine}-linux-gnu/thunarx-3"
 
     @classmethod
@@ -198,6 +226,7 @@ class Thunar(FileManager):
 class Caja(FileManager):
     name = "caja"
     fills_open_menus = True
+    columns = "org.mate.caja.list-view"
 
     @classmethod
     def set_options(cls):
@@ -215,6 +244,7 @@ class Caja(FileManager):
 
 class Nemo(FileManager):
     name = "nemo"
+    columns = "org.nemo.list-view"
     place = f"/usr/lib/{os.uname().machine}-linux-gnu/nemo/extensions-3.0"
 
     @classmethod
@@ -226,13 +256,45 @@ class Nautilus(FileManager):
     """Its accessible widgets have neither places nor a word on whether they show, but actions."""
 
     name = "nautilus"
+    columns = "org.gnome.nautilus.list-view"
+    viewer = "org.gnome.nautilus.preferences"
     place = f"/usr/lib/{os.uname().machine}-linux-gnu/nautilus/extensions-4"
     has_separators = False
+    has_page_buttons = False
+    tells_what_shows = False
+    names_headers = False
     landmark = "Open Keldane Preferences…"  # an entry by which the submenu is found
 
     def __init__(self, folder, **environment):
         super().__init__(folder, **environment)
         self.wait()
+
+    def cell_with(self, text):
+        return find(self.application, text, showing=False)
+
+    def open_properties(self):
+        press("alt+Return")
+        entry = find(self.application, TAB, "list item", showing=False)
+        def focused():
+            press("Tab")
+            time.sleep(0.2)
+            return desktop.is_on(entry, "focused")
+        desktop.eventually(focused, "the focus")
+        press("Return")
+        return entry
+
+    def open_background_menu(self, beside):
+        self.cell(beside)
+        xdotool("mousemove", "--window", self.window(), 600, 400)
+        xdotool("click", 3)
+
+    @staticmethod
+    def window():
+        return subprocess.run(["xdotool", "search", "--onlyvisible", "--class", "nautilus"], check=True, capture_output=True,
+                              text=True).stdout.split()[-1]
+
+    def cell(self, name):
+        return find(self.application, name, showing=False)
 
     def wait(self):
         find(self.application, showing=False, role="table cell")
@@ -284,12 +346,17 @@ class Dolphin(FileManager):
     focus on the way, which leaves out what cannot be chosen."""
 
     name = "dolphin"
+    tells_of_properties = False
+    has_restore_entries = False
     fills_open_menus = True
     has_separators = False
     names_what_cannot_be_chosen = False
     remote = None
     label_above_end = 12  # between icon and label there is nothing to hit
     focused = None
+
+    def open_properties(self):
+        press("alt+Return")
 
     @classmethod
     def place_extension(cls):

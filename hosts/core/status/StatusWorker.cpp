@@ -1,0 +1,399 @@
+#include "hosts/core/status/StatusWorker.h"
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <thread>
+
+#include "platform/files/Path.h"
+#include "platform/syslog/SystemLog.h"
+
+namespace keldane {
+
+namespace {
+
+/// After a command: when the files that it was about are looked at again.
+constexpr std::array kLooks = {std::chrono::milliseconds(50), std::chrono::milliseconds(250),
+                               std::chrono::milliseconds(600), std::chrono::milliseconds(1200),
+                               std::chrono::milliseconds(2500)};
+
+/// How long files are asked about one by one before it is another's turn.
+constexpr auto kLongestTurn = std::chrono::milliseconds(500);
+
+/// The lower priority of the thread, so that the file manager comes first.
+constexpr int kNiceness = 5;
+
+/// Whether a folder has more entries than are kept, which only its names tell.
+bool isTooLarge(const std::string& folder) {
+  std::size_t count = 0;
+  std::error_code error;
+  for (std::filesystem::directory_iterator each(folder, error), end; !error && each != end;
+       each.increment(error)) {
+    if (++count > StatusCache::kMostFiles) {
+      return true;
+    }
+  }
+  return false;
+}
+
+}  // namespace
+
+// --- The window's thread ---
+
+void StatusService::Worker::end() {
+  const std::lock_guard guard(mutex_);
+  isEnding_ = true;
+  listener_ = nullptr;
+  tasks_.clear();
+  changed_.notify_all();
+}
+
+void StatusService::Worker::setListener(Listener listener) {
+  const std::lock_guard guard(mutex_);
+  listener_ = std::move(listener);
+}
+
+std::optional<FileStatus> StatusService::Worker::statusOf(const std::string& path) {
+  if (path.size() < 2 || path.front() != '/') {
+    return std::nullopt;  // the root lies in no folder
+  }
+  const std::lock_guard guard(mutex_);
+  const FileStatus* known = cache_.find(path);
+  if (known == nullptr) {
+    startOnce();
+    return std::nullopt;
+  }
+  return *known;
+}
+
+void StatusService::Worker::commandWasGiven(const std::vector<std::string>& paths) {
+  const std::lock_guard guard(mutex_);
+  const std::size_t count = std::min(paths.size(), StatusCache::kMostInABatch);
+  hurry_ = {{paths.begin(), paths.begin() + static_cast<std::ptrdiff_t>(count)}, Clock::now(), 0};
+  changed_.notify_all();
+}
+
+void StatusService::Worker::perform(Task task) {
+  const std::lock_guard guard(mutex_);
+  tasks_.push_back(std::move(task));
+  startOnce();
+  changed_.notify_all();
+}
+
+void StatusService::Worker::lookAfter() {
+  {
+    const std::lock_guard guard(mutex_);
+    if (isSilent_ || !busySince_ || Clock::now() - *busySince_ < timing_.silence) {
+      return;
+    }
+    isSilent_ = true;
+  }
+  forget();
+}
+
+void StatusService::Worker::tellAll() {
+  std::vector<std::string> shown;
+  {
+    const std::lock_guard guard(mutex_);
+    shown = cache_.shown();
+  }
+  tell(std::move(shown));
+}
+
+std::vector<StatusCache::OpenFolder> StatusService::Worker::openFolders() {
+  const std::lock_guard guard(mutex_);
+  return cache_.openFolders();
+}
+
+void StatusService::Worker::close(const std::string& folder) {
+  const std::lock_guard guard(mutex_);
+  cache_.close(folder);
+  changed_.notify_all();
+}
+
+// A system that has no thread to give now may have one for the next question.
+void StatusService::Worker::startOnce() {
+  if (isRunning_) {
+    changed_.notify_all();
+    return;
+  }
+  try {
+    std::thread([self = shared_from_this()] { self->run(); }).detach();
+    isRunning_ = true;
+  } catch (const std::exception& error) {
+    systemLog("The status of files cannot be asked for: %s", error.what());
+  }
+}
+
+// --- The service's thread ---
+
+template <class Call>
+auto StatusService::Worker::watched(const Call& call) {
+  {
+    const std::lock_guard guard(mutex_);
+    busySince_ = Clock::now();
+  }
+  struct End {
+    Worker& worker;
+    ~End() {
+      const std::lock_guard guard(worker.mutex_);
+      worker.busySince_.reset();
+      if (std::exchange(worker.isSilent_, false)) {
+        worker.cache_.askAnew();
+      }
+    }
+  } const end{*this};
+  return call();
+}
+
+void StatusService::Worker::run() {
+  try {
+    serve();
+  } catch (const std::exception& error) {
+    systemLog("The status of files could not be asked for: %s", error.what());
+  }
+  link_.close();
+  const std::lock_guard guard(mutex_);
+  isRunning_ = false;
+}
+
+void StatusService::Worker::serve() {
+  ::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), kNiceness);
+  if (socketPath_.empty()) {
+    socketPath_ = installedDaemonPath();
+  }
+  while (step()) {
+  }
+}
+
+// False when the service is at its end.
+bool StatusService::Worker::step() {
+  bool hasTasks = false;
+  bool isOpen = false;
+  {
+    std::unique_lock guard(mutex_);
+    waitForWork(guard);
+    if (isEnding_) {
+      return false;
+    }
+    hasTasks = !tasks_.empty();
+    isOpen = !cache_.isEmpty();
+  }
+  if (!isOpen && !hasTasks) {
+    link_.close();
+    return true;
+  }
+  const bool isConnected = connected(hasTasks);
+  if (hasTasks) {
+    performTask();
+  }
+  if (!isOpen || !isConnected) {
+    return true;
+  }
+  lookAtState();
+  std::optional<StatusCache::Question> question;
+  {
+    const std::lock_guard guard(mutex_);
+    hurryWhatIsDue(Clock::now());
+    question = cache_.nextQuestion(Clock::now());
+  }
+  if (question) {
+    ask(std::move(*question));
+  }
+  return true;
+}
+
+void StatusService::Worker::waitForWork(std::unique_lock<std::mutex>& guard) {
+  while (!isEnding_ && tasks_.empty()) {
+    const Clock::time_point now = Clock::now();
+    if (!cache_.isEmpty()) {
+      const Clock::time_point time = wakeTime(now);
+      if (time <= now) {
+        return;
+      }
+      changed_.wait_until(guard, time);
+    } else if (link_.isAtEnd()) {
+      changed_.wait(guard);
+    } else {
+      return;  // to leave the daemon
+    }
+  }
+}
+
+StatusService::Worker::Clock::time_point StatusService::Worker::wakeTime(Clock::time_point now) const {
+  if (isAway_) {
+    return nextLook_;
+  }
+  Clock::time_point time = nextLook_;
+  if (const auto due = cache_.nextDue(now)) {
+    time = std::min(time, *due);
+  }
+  if (hurry_) {
+    time = std::min(time, hurry_->begin + kLooks[hurry_->step]);
+  }
+  return time;
+}
+
+void StatusService::Worker::hurryWhatIsDue(Clock::time_point now) {
+  if (!hurry_ || hurry_->begin + kLooks[hurry_->step] > now) {
+    return;
+  }
+  cache_.hurry(hurry_->paths);
+  if (++hurry_->step == kLooks.size()) {
+    hurry_.reset();
+  }
+}
+
+void StatusService::Worker::performTask() {
+  Task task;
+  {
+    const std::lock_guard guard(mutex_);
+    if (tasks_.empty()) {
+      return;
+    }
+    task = std::move(tasks_.front());
+    tasks_.pop_front();
+  }
+  watched([&] { task(link_.isAtEnd() ? nullptr : &link_); });
+}
+
+/// Whether there is a link. An attempt is made when one is due, and when somebody asked for something.
+bool StatusService::Worker::connected(bool isAsked) {
+  if (!link_.isAtEnd()) {
+    return true;
+  }
+  link_.close();
+  const Clock::time_point now = Clock::now();
+  const bool isNew = hasNewSocket();
+  if (isAway_ && !isAsked && now < nextTry_ && !isNew) {
+    nextLook_ = std::min(nextTry_, now + timing_.lookAtSocket);
+    return false;
+  }
+  if (link_.connect(socketPath_)) {
+    isAway_ = false;
+    state_ = {};
+    nextLook_ = now;
+    const std::lock_guard guard(mutex_);
+    cache_.askAnew();
+    return true;
+  }
+  // A socket that is new may not be listened at yet.
+  retry_ = isAway_ && !isNew ? std::min(2 * retry_, timing_.longestRetry) : timing_.firstRetry;
+  isAway_ = true;
+  nextTry_ = now + retry_;
+  nextLook_ = std::min(nextTry_, now + timing_.lookAtSocket);
+  forget();
+  return false;
+}
+
+/// Whether the socket is another than the one that could not be connected to.
+bool StatusService::Worker::hasNewSocket() {
+  struct stat status {};
+  std::pair<ino_t, std::int64_t> found;
+  if (::stat(socketPath_.c_str(), &status) == 0) {
+    found = {status.st_ino, status.st_ctim.tv_sec * 1'000'000'000LL + status.st_ctim.tv_nsec};
+  }
+  return std::exchange(triedSocket_, found) != found && found.first != 0;
+}
+
+void StatusService::Worker::lookAtState() {
+  const Clock::time_point now = Clock::now();
+  if (now < nextLook_) {
+    return;
+  }
+  nextLook_ = now + timing_.statePoll;
+  const PropertyList state = watched([&] { return link_.daemonState(); });
+  if (!(state == state_)) {
+    state_ = state;
+    const std::lock_guard guard(mutex_);
+    cache_.stateChanged();
+  }
+}
+
+void StatusService::Worker::ask(StatusCache::Question question) {
+  const Clock::time_point begin = Clock::now();
+  if (question.whole && isTooLarge(question.folder)) {
+    const std::lock_guard guard(mutex_);
+    cache_.setTooLarge(question.folder);
+    return;
+  }
+  const std::optional<StatusCache::Answer> answer =
+      question.whole ? list(question.folder) : askEach(question);
+  std::vector<std::string> changed;
+  {
+    const std::lock_guard guard(mutex_);
+    if (!answer) {
+      cache_.askAnew();
+      return;
+    }
+    changed = cache_.keep(question, *answer, Clock::now() - begin);
+  }
+  tell(std::move(changed));
+}
+
+/// Nothing when the link has ended.
+std::optional<StatusCache::Answer> StatusService::Worker::list(const std::string& folder) {
+  const PropertyList nodes = watched([&] { return link_.childrenDictionariesForPath(folder); });
+  if (link_.isAtEnd()) {
+    return std::nullopt;
+  }
+  StatusCache::Answer answer;
+  answer.reserve(nodes.count());
+  for (std::size_t i = 0; i < nodes.count(); ++i) {
+    const PropertyList node = nodes[i];
+    const PropertyList name = node["fileName"];
+    if (name.isString()) {
+      answer.emplace(name.string(), fileStatusOf(node));
+    }
+  }
+  return answer;
+}
+
+/// What is left after a while waits for the next turn, so that a slow daemon keeps nobody else waiting.
+std::optional<StatusCache::Answer> StatusService::Worker::askEach(StatusCache::Question& question) {
+  const Clock::time_point end = Clock::now() + kLongestTurn;
+  StatusCache::Answer answer;
+  for (std::size_t i = 0; i < question.names.size(); ++i) {
+    if (Clock::now() > end) {
+      const std::lock_guard guard(mutex_);
+      cache_.putBack(question, i);
+      break;
+    }
+    const std::string& name = question.names[i];
+    const std::string path = appendPathComponent(question.folder, name);
+    const PropertyList node = watched([&] { return link_.dictionaryForPath(path, false); });
+    if (link_.isAtEnd()) {
+      return std::nullopt;
+    }
+    if (node) {
+      answer.emplace(name, fileStatusOf(node));
+    }
+  }
+  return answer;
+}
+
+void StatusService::Worker::tell(std::vector<std::string> paths) {
+  Listener listener;
+  {
+    const std::lock_guard guard(mutex_);
+    listener = listener_;
+  }
+  if (listener && !paths.empty()) {
+    listener(std::move(paths));
+  }
+}
+
+void StatusService::Worker::forget() {
+  std::vector<std::string> shown;
+  {
+    const std::lock_guard guard(mutex_);
+    shown = cache_.forgetAll();
+  }
+  tell(std::move(shown));
+}
+
+}  // namespace keldane

@@ -1,0 +1,90 @@
+// The thread behind StatusService.
+#pragma once
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "hosts/core/status/StatusService.h"
+
+namespace keldane {
+
+/// The mutex guards the first group of fields; the second belongs to the thread alone. The mutex is never
+/// held while the daemon is asked, nor while somebody else's code is called.
+class StatusService::Worker : public std::enable_shared_from_this<StatusService::Worker> {
+ public:
+  using Clock = StatusCache::Clock;
+
+  Worker(std::string socketPath, const StatusTiming& timing)
+      : timing_(timing), cache_(timing), socketPath_(std::move(socketPath)), retry_(timing.firstRetry) {}
+
+  void end();
+  void setListener(Listener listener);
+  std::optional<FileStatus> statusOf(const std::string& path);
+  void commandWasGiven(const std::vector<std::string>& paths);
+  void perform(Task task);
+  void lookAfter();
+  void tellAll();
+  std::vector<StatusCache::OpenFolder> openFolders();
+  void close(const std::string& folder);
+
+ private:
+  struct Hurry {
+    std::vector<std::string> paths;
+    Clock::time_point begin;
+    std::size_t step = 0;
+  };
+
+  // --- Under the mutex ---
+  void startOnce();
+  Clock::time_point wakeTime(Clock::time_point now) const;
+  void hurryWhatIsDue(Clock::time_point now);
+
+  // --- The thread's ---
+  void run();
+  void serve();
+  bool step();
+  void waitForWork(std::unique_lock<std::mutex>& guard);
+  void performTask();
+  bool connected(bool isAsked);
+  bool hasNewSocket();
+  void lookAtState();
+  void ask(StatusCache::Question question);
+  std::optional<StatusCache::Answer> list(const std::string& folder);
+  std::optional<StatusCache::Answer> askEach(StatusCache::Question& question);
+  void tell(std::vector<std::string> paths);
+  void forget();
+  /// A call of the daemon's, of which is known since when it has been under way.
+  template <class Call>
+  auto watched(const Call& call);
+
+  const StatusTiming timing_;
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  StatusCache cache_;
+  std::deque<Task> tasks_;
+  std::optional<Hurry> hurry_;
+  Listener listener_;
+  std::optional<Clock::time_point> busySince_;  // a call is under way
+  bool isSilent_ = false;                       // it has been for long, and nothing is shown any more
+  bool isRunning_ = false, isEnding_ = false;
+
+  std::string socketPath_;
+  DaemonLink link_;
+  StatusTiming::Duration retry_;
+  std::pair<ino_t, std::int64_t> triedSocket_;  // of the last attempt that failed
+  bool isAway_ = false;                         // the last attempt to connect failed
+  Clock::time_point nextTry_{}, nextLook_{};    // of connecting; at the state, or at the socket
+  PropertyList state_;                          // as it was told last
+};
+
+}  // namespace keldane

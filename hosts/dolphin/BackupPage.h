@@ -1,0 +1,49 @@
+// What stands on the page "Backup".
+#pragma once
+
+#include <QTimer>
+#include <QWidget>
+#include <functional>
+#include <string>
+
+#include "hosts/core/status/FileDetails.h"
+#include "hosts/core/status/StatusService.h"
+
+class QFormLayout;
+class QLabel;
+class QPushButton;
+class QTreeWidget;
+
+/// Asks the daemon without waiting for it, and again every few seconds while it can be seen.
+class BackupPage : public QWidget {
+  Q_OBJECT
+
+ public:
+  explicit BackupPage(std::string path, QWidget* parent = nullptr);
+
+ private:
+  void makeButtons();
+  void refresh();
+  void show(const keldane::FileDetails& details);
+  void showRows();
+  void showVersions();
+  void enableButtons();
+  std::uint32_t chosenVersion() const;
+  void backUp();
+  void restoreElsewhere();
+  void restoreTo(const QString& folder);
+  void lookAtRestore();
+  /// Does work on the service's thread and hands its result to this page, if that is still there.
+  template <class Work, class Then>
+  void ask(Work work, Then then);
+
+  const std::string path_;
+  QFormLayout* rows_;
+  QTreeWidget* versions_;
+  QLabel* message_;
+  QPushButton *backUp_ = nullptr, *restore_ = nullptr, *restoreTo_ = nullptr;
+  QTimer timer_;
+  keldane::FileDetails details_;
+  bool isAsking_ = false, hasAnswer_ = false;
+  std::uint32_t job_ = 0;  // of a restore that goes on
+};

@@ -1,0 +1,23 @@
+#include "BackupProperties.h"
+
+#include <KFileItem>
+#include <KPluginFactory>
+
+#include "BackupPage.h"
+#include "SharedStatus.h"
+
+K_PLUGIN_CLASS_WITH_JSON(BackupProperties, "properties.json")
+
+// Frameworks 5 hands the dialog over by its own type.
+BackupProperties::BackupProperties(QObject* parent, const QVariantList& /*arguments*/)
+    : KPropertiesDialogPlugin(qobject_cast<KPropertiesDialog*>(parent)) {
+  auto* dialog = qobject_cast<KPropertiesDialog*>(parent);
+  if (dialog == nullptr || dialog->items().count() != 1) {
+    return;
+  }
+  if (const auto path = SharedStatus::pathOf(dialog->items().first().url())) {
+    dialog->addPage(new BackupPage(*path), QStringLiteral("Backup"));
+  }
+}
+
+#include "BackupProperties.moc"

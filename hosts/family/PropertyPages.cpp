@@ -1,0 +1,36 @@
+#include "hosts/family/PropertyPages.h"
+
+#include <vector>
+
+#include "hosts/family/FamilyHost.h"
+#include "hosts/gtk/BackupPage.h"
+
+namespace keldane {
+
+namespace {
+
+GList* getPages(FmPropertyPageProvider* /*provider*/, GList* files) {
+  std::vector<GFile*> locations;
+  for (GList* file = files; file != nullptr; file = file->next) {
+    locations.push_back(FM(file_info_get_location)(FM_FILE_INFO(file->data)));
+  }
+  GtkWidget* page = makeBackupPage(locations);
+  for (GFile* location : locations) {
+    g_object_unref(location);
+  }
+  return page == nullptr ? nullptr
+                         : g_list_append(nullptr, FM(property_page_new)("Keldane::Backup",
+                                                                        gtk_label_new(kPageTitle), page));
+}
+
+}  // namespace
+
+void addPropertyPages(GTypeModule* module, GType type) {
+  const GInterfaceInfo pages = {[](gpointer interface, gpointer) {
+                                  static_cast<FmPropertyPageProviderIface*>(interface)->get_pages = getPages;
+                                },
+                                nullptr, nullptr};
+  g_type_module_add_interface(module, type, FM_TYPE(PROPERTY_PAGE_PROVIDER), &pages);
+}
+
+}  // namespace keldane

@@ -1,0 +1,458 @@
+"""Emblems and columns in a real file manager, which KELDANE_FILE_MANAGER names, with a daemon that says what it is told
+to say. Each emblem's icon is one colour here, so that it can be counted in a picture of the screen."""
+
+import datetime
+import os
+import plistlib
+import re
+import shutil
+import subprocess
+import tempfile
+import threading
+import time
+import unittest
+
+import desktop
+import filemanagers
+
+from recording_daemon import ENABLED, RecordingDaemon, node
+
+MANAGER = filemanagers.ALL[os.environ["KELDANE_FILE_MANAGER"]]
+PLUGIN = os.path.join(os.environ["XDG_DATA_HOME"], "keldane", "plugins", "Keldane.plugin")
+PREFERENCES = os.path.join(os.environ["XDG_CONFIG_HOME"], "com.keldane.preferences.plist")
+LISTING, EACH, WITH_VERSIONS = "childrenDictionariesForPath:", "dictionaryForPath:withDirSizes:", "dictionaryForPath:"
+
+# Of each state: text, backup flags, colour, icon, the icon's colour in the picture.
+STATES = {
+    "backed up": ("Backed up", 0x30, 2, "backed-up", "#00C853"),
+    "waiting": ("Waiting to be backed up", 0x10, 3, "waiting", "#FF9100"),
+    "changed": ("Changed since last backup", 0x30, 5, "changed", "#2962FF"),
+    "failed": ("Could not be backed up: Permission denied", 0x10, 5, "failed", "#D500F9"),
+    "excluded": ("Not selected for backup", 0x40, 1, "excluded", "#795548"),
+    "not selected": ("Not selected for backup", 0, 1, None, None),
+}
+
+
+def setUpModule():
+    shutil.copytree(os.path.join(filemanagers.BUILD, "Keldane.plugin"), PLUGIN)
+    icons = os.path.join(os.environ["XDG_DATA_HOME"], "icons", "hicolor")
+    for size in (16, 24, 32, 48):
+        folder = os.path.join(icons, f"{size}x{size}", "emblems")
+        os.makedirs(folder)
+        for _, _, _, icon, colour in STATES.values():
+            if icon:
+                subprocess.run(["convert", "-size", f"{size}x{size}", f"xc:{colour}",
+                                os.path.join(folder, f"emblem-keldane-{icon}.png")], check=True)
+    unittest.addModuleCleanup(MANAGER.prepare())
+
+
+def colours():
+    """How many pixels of the screen have each state's colour."""
+    picture = os.path.join(tempfile.gettempdir(), f"keldane-status-{os.getpid()}.png")
+    desktop.screenshot(picture)
+    try:
+        told = subprocess.run(["convert", picture, "-format", "%c", "histogram:info:-"], check=True, capture_output=True,
+                              text=True).stdout
+    finally:
+        os.unlink(picture)
+    counts = {colour: int(count) for count, colour in re.findall(r"(\d+):.*?(#[0-9A-F]{6})", told)}
+    return {state: counts.get(colour, 0) for state, (_, _, _, _, colour) in STATES.items() if colour}
+
+
+class StatusCase(unittest.TestCase):
+    maxDiff = None
+
+    def setUp(self):
+        self.place = tempfile.mkdtemp(prefix="keldane-status-")
+        self.addCleanup(shutil.rmtree, self.place)
+        self.files = os.path.join(self.place, "files")
+        os.mkdir(self.files)
+        self.socket = os.path.join(self.place, "daemon.sock")
+        self.states = {}
+        self.number = 0
+        self.answering = threading.Event()
+        self.answering.set()
+        self.addCleanup(self.answering.set)
+        info = os.path.join(PLUGIN, "Contents", "Info.plist")
+        with open(info, "rb") as stream:
+            entries = plistlib.load(stream)
+        with open(info, "wb") as stream:
+            plistlib.dump({**entries, "DaemonPath": self.socket}, stream)
+        self.prefer()
+
+    def prefer(self, **preferences):
+        """The user's preferences, which hold nothing else."""
+        with open(PREFERENCES + ".new", "wb") as stream:
+            plistlib.dump(preferences, stream)
+        os.rename(PREFERENCES + ".new", PREFERENCES)
+
+    def file(self, name, state="not selected"):
+        path = os.path.join(self.files, name)
+        with open(path, "w", encoding="utf-8") as stream:
+            stream.write("x")
+        self.states[path] = state
+        return path
+
+    def become(self, path, state):
+        """The daemon's state changes along with the file's."""
+        self.states[path] = state
+        self.number += 1
+
+    def node(self, path):
+        text, flags, colour, _, _ = STATES[self.states.get(path, "not selected")]
+        answer = node(path, ENABLED, os.path.isdir(path), text, backupFlags=flags, backupColor=colour)
+        if flags & 0x20:
+            answer["backupDate"] = self.date
+        return answer
+
+    def answer(self, function):
+        def wait(*arguments):
+            self.answering.wait(60)
+            return function(*arguments)
+        return wait
+
+    def daemon(self):
+        self.date = datetime.datetime(2026, 11, 20, 14, 0)
+        daemon = RecordingDaemon(self.socket, {
+            LISTING: self.answer(lambda folder: [self.node(os.path.join(folder, name))
+                                                 for name in sorted(os.listdir(folder))]),
+            EACH: self.answer(lambda path, _: self.node(path)),
+            WITH_VERSIONS: self.answer(self.node),
+            "daemonState": self.answer(lambda: {"statusString": f"State {self.number}"})})
+        self.addCleanup(daemon.stop)
+        return daemon
+
+    def open(self, place=None, **environment):
+        self.manager = MANAGER(place or self.files, **environment)
+        self.addCleanup(self.manager.end)
+
+    def shows(self, *states, patience=desktop.PATIENCE):
+        """Waits until there are emblems of exactly these states."""
+        seen = {}
+        def found():
+            seen.update(colours())
+            return sorted(state for state, count in seen.items() if count > 20) == sorted(states)
+        desktop.eventually(found, lambda: f"emblems of {states}, instead of {seen},", patience)
+        self.assertTrue(self.manager.program.is_running())
+
+
+@unittest.skipUnless(MANAGER.has_emblems, "it knows no emblems of extensions")
+class Emblems(StatusCase):
+    def test_each_state_has_its_emblem(self):
+        for state in STATES:
+            self.file(f"{state}.txt", state)
+        self.daemon()
+        self.open()
+        self.shows(*[state for state in STATES if state != "not selected"])
+
+    def test_an_emblem_follows_the_daemon(self):
+        path = self.file("letter.txt", "waiting")
+        self.daemon()
+        self.open()
+        self.shows("waiting")
+        self.become(path, "backed up")
+        begin = time.monotonic()
+        self.shows("backed up")
+        self.assertLess(time.monotonic() - begin, 20)
+        self.become(path, "not selected")
+        self.shows()
+
+    def test_a_folder_has_an_emblem_too(self):
+        os.mkdir(os.path.join(self.files, "folder"))
+        self.states[os.path.join(self.files, "folder")] = "waiting"
+        self.daemon()
+        self.open()
+        self.shows("waiting")
+
+    def test_a_daemon_that_goes_and_comes_back(self):
+        self.file("letter.txt", "changed")
+        daemon = self.daemon()
+        self.open()
+        self.shows("changed")
+        daemon.stop()
+        os.unlink(self.socket)
+        self.shows()
+        self.daemon()
+        self.shows("changed")
+
+    def test_without_a_daemon_there_are_none(self):
+        self.file("letter.txt", "changed")
+        self.open()
+        self.manager.cell("letter.txt")
+        self.shows()
+
+    def test_a_daemon_that_hangs_does_not_hang_the_window(self):
+        path = self.file("letter.txt", "changed")
+        daemon = self.daemon()
+        self.answering.clear()
+        self.open()
+        self.manager.cell("letter.txt")
+        desktop.eventually(lambda: {LISTING, EACH, "daemonState"} & set(daemon.selectors()), "the first question")
+        for _ in range(20):
+            begin = time.monotonic()
+            self.manager.application.get_child_at_index(0).get_name()
+            self.assertLess(time.monotonic() - begin, 1)
+        self.answering.set()
+        self.shows("changed")
+        self.assertIn(path, self.states)
+
+    def test_the_file_manager_can_end_while_the_daemon_is_asked(self):
+        self.file("letter.txt", "changed")
+        daemon = self.daemon()
+        self.answering.clear()
+        self.open()
+        desktop.eventually(lambda: {LISTING, EACH, "daemonState"} & set(daemon.selectors()), "the first question")
+        self.assertIn(self.manager.program.end(), (0, -15))
+
+    def test_emblems_can_be_switched_off_and_on(self):
+        path = self.file("letter.txt", "changed")
+        self.daemon()
+        self.prefer(ShowEmblems="NO")
+        self.open()
+        self.manager.cell("letter.txt")
+        time.sleep(1)
+        self.shows()
+        self.prefer(ShowEmblems="YES")
+        self.become(path, "waiting")
+        self.shows("waiting")
+        self.prefer(ShowEmblems="NO")
+        self.shows()
+
+    def test_with_everything_off_nothing_is_asked(self):
+        self.file("letter.txt", "changed")
+        daemon = self.daemon()
+        self.prefer(ShowEmblems="NO", ShowColumns="NO", ShowRestoreEntries="NO")
+        self.open()
+        self.manager.cell("letter.txt")
+        time.sleep(1)
+        self.assertEqual(daemon.connections, 0)
+
+    def test_nothing_for_what_was_thrown_away(self):
+        path = self.file("letter.txt", "changed")
+        subprocess.run(["gio", "trash", path], check=True)
+        self.addCleanup(subprocess.run, ["gio", "trash", "--empty"], check=True)
+        self.check_that_nothing_is_asked("trash:///")
+
+    @unittest.skipIf(MANAGER.remote is None, "it knows no other machine's files without another machine")
+    def test_nothing_for_another_machines_files(self):
+        self.file("letter.txt", "changed")
+        place = f"{MANAGER.remote}{self.files}"
+        subprocess.run(["gio", "mount", place], check=True, capture_output=True)
+        self.addCleanup(subprocess.run, ["gio", "mount", "--unmount", place], check=True, capture_output=True)
+        self.check_that_nothing_is_asked(place)
+
+    def check_that_nothing_is_asked(self, place):
+        daemon = self.daemon()
+        self.open(place)
+        self.manager.cell("letter.txt")
+        time.sleep(1)
+        self.shows()
+        asked = [frame.arguments[0] for frame in list(daemon.frames) if frame.selector in (LISTING, EACH)]
+        self.assertEqual([path for path in asked if "letter.txt" in path or path == self.files], [])
+
+
+@unittest.skipIf(MANAGER.columns is None, "it knows no columns of extensions")
+class Columns(StatusCase):
+    def setUp(self):
+        super().setUp()
+        if MANAGER.viewer:
+            filemanagers.set_option(MANAGER.viewer, "default-folder-viewer", "list-view")
+            self.addCleanup(filemanagers.set_option, MANAGER.viewer, "default-folder-viewer", "icon-view")
+        for key in ("default-visible-columns", "default-column-order"):
+            filemanagers.set_option(MANAGER.columns, key, "['name', 'size', 'keldane-backup', 'keldane-last-backup']")
+
+    def test_the_cells_say_what_the_emblems_show(self):
+        path = self.file("letter.txt", "waiting")
+        self.daemon()
+        self.open(TZ="UTC")
+        self.manager.cell_with("Waiting to be backed up")
+        self.become(path, "backed up")
+        self.manager.cell_with("Backed up")
+        self.manager.cell_with("2026-11-20 14:00")
+        if MANAGER.names_headers:
+            for header in ("Backup", "Last backed up"):
+                desktop.find(self.manager.application, header, "table column header")
+
+    @unittest.skipUnless(MANAGER.names_headers, "its headers cannot be found")
+    def test_they_can_be_sorted_by(self):
+        self.file("a.txt", "waiting")
+        self.file("b.txt", "backed up")
+        self.file("c.txt", "changed")
+        self.daemon()
+        self.open()
+        self.manager.cell_with("Waiting to be backed up")
+        desktop.click(desktop.find(self.manager.application, "Backup", "table column header"))
+        expected = ["b.txt", "c.txt", "a.txt"]
+        def sorted_by_it():
+            places = [desktop.middle(self.manager.cell(name))[1] for name in expected]
+            return places in (sorted(places), sorted(places, reverse=True))
+        desktop.eventually(sorted_by_it, "rows in the order of the column")
+
+    def test_they_can_be_switched_off(self):
+        self.file("letter.txt", "waiting")
+        self.daemon()
+        self.prefer(ShowColumns="NO")
+        self.open()
+        self.shows("waiting")
+        self.assertIsNone(desktop.find_now(self.manager.application, "Waiting to be backed up", showing=False))
+
+
+class Properties(StatusCase):
+    def setUp(self):
+        super().setUp()
+        self.path = self.file("letter.txt", "backed up")
+        self.prefer(ShowEmblems="NO", ShowColumns="NO")
+
+    def daemon(self):
+        daemon = super().daemon()
+        def answer(path):
+            versions = [{"version": number, "backupDate": datetime.datetime(2026, 11, number), "size": 1024 * number}
+                        for number in (3, 2)]
+            return {**self.node(path), "versions": versions,
+                    "reasons": [{"kind": "own", "includes": True, "text": "A rule of its own includes it."}]}
+        daemon.answers[WITH_VERSIONS] = self.answer(answer)
+        daemon.answers["restoreFile:toPath:version:priority:"] = 7
+        daemon.answers["getRestoreJobStatus:"] = 3
+        return daemon
+
+    def open_properties(self):
+        self.open(TZ="UTC")
+        self.manager.select("letter.txt")
+        self.manager.open_properties()
+
+    def finds(self, name, role=None):
+        return desktop.find(self.manager.application, name, role, showing=MANAGER.tells_what_shows)
+
+    @unittest.skipUnless(MANAGER.tells_of_properties, "what stands in its properties cannot be read")
+    def test_what_the_page_tells(self):
+        self.daemon()
+        self.open_properties()
+        for text in ("Backed up", "A rule of its own includes it.", "2026-11-20 14:00", "When it changes"):
+            self.finds(text)
+        self.finds(re.compile(r"^3[.,]0.KiB$"))
+        if MANAGER.has_page_buttons:
+            self.finds("2026-11-02 00:00")
+
+    @unittest.skipUnless(MANAGER.has_page_buttons and MANAGER.tells_of_properties, "there are no buttons to be found")
+    def test_back_up_now(self):
+        daemon = self.daemon()
+        self.open_properties()
+        self.finds("Backed up")
+        button = self.finds("Back Up Now", "push button")
+        desktop.eventually(lambda: desktop.is_on(button, "sensitive"), "the button")
+        desktop.act(button)
+        desktop.eventually(lambda: "setPriorityBackup:" in daemon.selectors(), "the command")
+        self.assertEqual([frame.arguments for frame in daemon.frames if frame.selector == "addFileToBackup:"],
+                         [[self.path]])
+
+    @unittest.skipUnless(MANAGER.has_page_buttons and MANAGER.tells_of_properties, "there are no buttons to be found")
+    def test_restore_this_version(self):
+        daemon = self.daemon()
+        self.open_properties()
+        desktop.click(self.finds("2026-11-02 00:00"))
+        button = self.finds("Restore This Version", "push button")
+        desktop.eventually(lambda: desktop.is_on(button, "sensitive"), "the button")
+        desktop.act(button)
+        self.finds(re.compile("^It was restored[.]"))
+        self.assertEqual([frame.arguments for frame in daemon.frames if frame.selector.startswith("restoreFile:")],
+                         [[self.path, "", 2, 0]])
+
+    @unittest.skipUnless(MANAGER.tells_of_properties, "what stands in its properties cannot be read")
+    def test_without_a_daemon_the_page_says_so(self):
+        self.open_properties()
+        self.finds("The backup daemon cannot be reached.")
+        if MANAGER.has_page_buttons:
+            self.assertFalse(desktop.is_on(self.finds("Back Up Now", "push button"), "sensitive"))
+
+    def test_a_page_that_is_closed_before_the_daemon_answers(self):
+        daemon = self.daemon()
+        self.answering.clear()
+        self.open_properties()
+        desktop.eventually(lambda: WITH_VERSIONS in daemon.selectors(), "the first question")
+        desktop.press("Escape")
+        time.sleep(0.5)
+        self.answering.set()
+        desktop.eventually(lambda: "daemonState" in daemon.selectors(), "the questions")
+        time.sleep(1)
+        self.assertTrue(self.manager.program.is_running())
+
+
+@unittest.skipUnless(MANAGER.has_restore_entries, "it has no entries of the host's own")
+class RestoreEntries(StatusCase):
+    """The restore window is a program that writes down how it was started."""
+
+    def setUp(self):
+        super().setUp()
+        self.started = os.path.join(self.place, "started")
+        programs = os.path.join(self.place, "bin")
+        os.mkdir(programs)
+        program = os.path.join(programs, "keldane-preferences")
+        with open(program, "w", encoding="utf-8") as stream:
+            stream.write(f"#!/bin/sh\nprintf '%s\\n' \"$@\" >'{self.started}.new'\nmv '{self.started}.new' '{self.started}'\n")
+        os.chmod(program, 0o755)
+        self.environment = {"PATH": f"{programs}:{os.environ['PATH']}"}
+
+    def was_started(self):
+        desktop.eventually(lambda: os.path.exists(self.started), "the restore window")
+        with open(self.started, encoding="utf-8") as stream:
+            return stream.read().splitlines()
+
+    def entry(self, title, open_menu):
+        """The entry of a menu, which may have to be opened more than once: what is not known yet is not offered."""
+        def offered():
+            open_menu()
+            end = time.monotonic() + 3
+            while time.monotonic() < end:
+                if found := desktop.find_now(self.manager.application, title, showing=MANAGER.tells_what_shows,
+                                             widest=filemanagers.WIDEST):
+                    return found
+                time.sleep(0.1)
+            self.manager.close_menu()
+            return None
+        return desktop.eventually(offered, f"the entry {title}")
+
+    def choose(self, entry):
+        if MANAGER.tells_what_shows:
+            desktop.click(entry)
+        else:
+            desktop.act(entry)
+
+    def test_a_previous_version(self):
+        path = self.file("letter 1.txt", "backed up")
+        self.daemon()
+        self.open(**self.environment)
+        self.manager.select("letter 1.txt")
+        self.choose(self.entry("Restore Previous Version…", self.manager.open_menu))
+        self.assertEqual(self.was_started(), ["--restore", path])
+
+    def test_missing_files(self):
+        self.file("letter.txt", "backed up")
+        self.daemon()
+        self.open(**self.environment)
+        self.manager.cell("letter.txt")
+        self.choose(self.entry("Restore Missing Files…", lambda: self.manager.open_background_menu("letter.txt")))
+        self.assertEqual(self.was_started(), ["--restore-missing", self.files])
+
+    def test_nothing_is_offered_for_what_was_never_stored(self):
+        self.file("letter.txt", "waiting")
+        self.check_that_nothing_is_offered("waiting")
+
+    def test_it_can_be_switched_off(self):
+        self.file("letter.txt", "backed up")
+        self.prefer(ShowRestoreEntries="NO")
+        self.check_that_nothing_is_offered("backed up")
+
+    def check_that_nothing_is_offered(self, state):
+        self.daemon()
+        self.open(**self.environment)
+        if MANAGER.has_emblems:
+            self.shows(state)
+        self.manager.select("letter.txt")
+        self.manager.open_menu()
+        desktop.eventually(self.manager.is_open, "the menu")
+        self.assertIsNone(desktop.find_now(self.manager.application, re.compile("^Restore Previous"), showing=False,
+                                           widest=filemanagers.WIDEST))
+
+
+if __name__ == "__main__":
+    unittest.main()
