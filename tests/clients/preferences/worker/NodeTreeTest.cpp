@@ -178,5 +178,80 @@ TEST_F(NodeTreeTest, AnAnswerThatLeadsUpCannotBeLookedInto) {
   EXPECT_FALSE(change.added.front().row.isFolder);
 }
 
+class RestoreTreeTest : public NodeTreeTest {
+ protected:
+  RestoreTreeTest() {
+    daemon_->answer("dictionaryForPath:", [](const PropertyList::Array& arguments) {
+      return entry(std::string(arguments[0].string()), true, backup_flags::kFolder);
+    });
+    daemon_->answer("childrenDictionariesForPath:", [](const PropertyList::Array& arguments) {
+      const std::string folder(arguments[0].string());
+      return folder == "/top"
+                 ? PropertyList::array(
+                       {entry("/top/stored", false, backup_flags::kBackup),
+                        entry("/top/gone", false, backup_flags::kBackup | backup_flags::kMissing),
+                        entry("/top/never", false, 0),
+                        entry("/top/other", true, backup_flags::kFolder | backup_flags::kNotActive),
+                        entry("/top/folder", true, backup_flags::kFolder)})
+             : folder == "/top/folder"
+                 ? PropertyList::array({entry("/top/folder/inner", false, backup_flags::kBackup)})
+                 : PropertyList();
+    });
+    tree_.setDaemon(state_.proxy());
+    tree_.open("/top");
+  }
+
+  static PropertyList entry(const std::string& path, bool isFolder, std::uint32_t flags) {
+    PropertyList::Entries entries = {{"fileName", path.substr(path.rfind('/') + 1)},
+                                     {"path", path},
+                                     {"isDirectory", PropertyList::boolean(isFolder)},
+                                     {"backupFlags", flags}};
+    if ((flags & backup_flags::kBackup) != 0) {
+      entries.emplace_back("backupDate", Date::fromUnixTime(1000));
+    }
+    return PropertyList::dictionary(std::move(entries));
+  }
+
+  NodeTree tree_{TreeKind::restore};  // instead of the one with rules
+};
+
+TEST_F(RestoreTreeTest, ShowsWhatCanBeRestoredAndWhatLeadsThere) {
+  EXPECT_EQ(added(tree_.refresh("/top")),
+            (Paths{"/top/stored", "/top/gone before /top/stored", "/top/folder before /top/gone"}));
+}
+
+TEST_F(RestoreTreeTest, MarksWhatIsNoLongerThere) {
+  for (const AddedRow& each : tree_.refresh("/top").added) {
+    EXPECT_EQ(each.row.isGone, each.row.path == "/top/gone") << each.row.path;
+    EXPECT_TRUE(each.row.enabled) << each.row.path;
+  }
+}
+
+TEST_F(RestoreTreeTest, AFolderHandsItsSelectionDownToWhatIsFoundLater) {
+  tree_.refresh("/top");
+  EXPECT_TRUE(tree_.select("/top/folder", true).front().checked);
+  EXPECT_EQ(tree_.selectedPaths(), Paths{"/top/folder"});
+  EXPECT_TRUE(tree_.refresh("/top/folder").added.front().row.checked);
+  EXPECT_EQ(tree_.selectedPaths(), Paths{"/top/folder"});
+}
+
+TEST_F(RestoreTreeTest, WhatLiesAboveAPartIsSelectedPartly) {
+  tree_.refresh("/top");
+  const std::vector<NodeRow> rows = tree_.select("/top/gone", true);
+  EXPECT_EQ(changed(rows), (Paths{"/top/gone", "/top"}));
+  EXPECT_TRUE(rows.back().partly);
+  EXPECT_FALSE(rows.back().checked);
+  EXPECT_EQ(tree_.selectedPaths(), Paths{"/top/gone"});
+  tree_.select("/top/gone", false);
+  EXPECT_TRUE(tree_.selectedPaths().empty());
+}
+
+TEST_F(RestoreTreeTest, TheSelectionStaysWhenTheDaemonIsAskedAgain) {
+  tree_.refresh("/top");
+  tree_.select("/top/gone", true);
+  tree_.refresh("/top");
+  EXPECT_EQ(tree_.selectedPaths(), Paths{"/top/gone"});
+}
+
 }  // namespace
 }  // namespace keldane
