@@ -46,8 +46,8 @@ KeldanePluginInstance* allocate(CFUUIDRef factory) {
   return instance;
 }
 
-// The module is not released here: the clean-up at the end of each menu cycle does that, and a host that lets
-// go of an instance in the middle of one keeps what the menu still shows.
+// The module is not released here: the clean-up at the end of each menu cycle does that. A host that releases
+// an instance in the middle of a cycle keeps what its menu still shows.
 void deallocate(KeldanePluginInstance* instance) {
   logEntry("KeldanePlugin_Dealloc:");
   const CFUUIDRef factory = instance->factoryID;

@@ -34,7 +34,7 @@ PathCommand commandFor(std::uint32_t number) {
 
 void openPreferences() {
   const PropertyList path = KeldaneCMM::bundle()->objectForInfoDictionaryKey("Prefpane Path");
-  // A missing path is handed on as it is; what to make of it is the opener's affair.
+  // A missing path is passed on; the opener decides what to do with it.
   Workspace::openFile(path.isString() ? std::optional(std::string(path.string())) : std::nullopt);
 }
 
@@ -43,7 +43,7 @@ void handleSelection(const KeldaneCMM& module, const AEDesc& context, std::uint3
     openPreferences();
     return;
   }
-  // Taken afresh from the context: the examination's list is gone.
+  // The paths are read from the context again, because the examination does not keep its list.
   const std::vector<std::string> paths = AEDescToNSArray(&context);
   if (const PathCommand command = commandFor(number)) {
     for (const std::string& path : paths) {

@@ -12,8 +12,8 @@
 
 namespace keldane {
 
-/// What the plug-in offered for a selection. Whoever shows it holds it for as long as its items can be
-/// chosen: when the last holder lets go, the menu cycle ends.
+/// What the plug-in offered for a selection. The host holds the pointer, which is a lease, for as long as the
+/// items can be chosen. The menu cycle ends a moment after the last lease.
 struct OfferedMenu {
   std::uint64_t number = 0;  ///< of the examination; grows
   std::vector<std::string> paths;
@@ -21,12 +21,12 @@ struct OfferedMenu {
 };
 
 /// Keeps the plug-in on a thread of its own, which is the plug-in's main thread and carries its run loop, and
-/// asks it there. The plug-in's calls wait for the daemon without a limit; the window's thread waits here for
-/// a fixed time at most and then goes on without a menu. While an examination runs no other is begun: of the
-/// selections that come meanwhile the last is examined next and the others are dropped.
+/// asks it there. The plug-in's calls wait for the daemon without a limit, but the window's thread waits here
+/// for a fixed time at most and then goes on without a menu. One examination runs at a time: of the
+/// selections that are asked for meanwhile, the last is examined next and the others are dropped.
 ///
-/// Made and asked on the window's thread. A thread that is stuck in the plug-in when the service goes is left
-/// behind; it touches nothing of the host's any more.
+/// It is made and asked on the window's thread. When the service goes while its thread is stuck in the
+/// plug-in, the thread is left behind and touches nothing of the host's any more.
 class MenuService {
  public:
   using Patience = std::chrono::milliseconds;
@@ -44,15 +44,16 @@ class MenuService {
   void setLateListener(std::function<void()> listener);
 
   /// The menu for a selection of absolute paths: the one that is remembered for it, else a new one. Null when
-  /// it was not there in time, at once when the plug-in has been stuck for longer already.
+  /// it does not come in time; null at once when the plug-in has been stuck for longer than that already.
   std::shared_ptr<const OfferedMenu> menuFor(const std::vector<std::string>& paths);
-  /// The same without asking anybody: null unless the menu of this selection is there.
+  /// The remembered menu, without asking the plug-in: null when there is none for this selection.
   std::shared_ptr<const OfferedMenu> rememberedMenuFor(const std::vector<std::string>& paths) const;
-  /// A new menu is to be shown, said once for each: what is remembered is out of date. A menu that came late
-  /// is good for the first opening within half a minute, so that a selection that takes longer than the
-  /// patience has its menu too.
+  /// Called once for each menu that is about to be shown: a remembered menu is out of date. A menu that came
+  /// late is kept for the first opening within half a minute, so that a selection that takes longer than the
+  /// patience gets its menu too.
   void forget();
-  /// Carries a command of a menu out, once the plug-in's thread is free. At most one a menu; the cycle ends.
+  /// Carries out a command of a menu when the plug-in's thread is free, and ends the cycle. Only the first
+  /// command of a menu is carried out.
   void choose(const OfferedMenu& menu, std::uint32_t command);
 
   /// What to show in place of a menu that does not come, in the user's language once the plug-in was loaded.

@@ -21,7 +21,8 @@ struct Notification {
 /// they were added. Observers may add and remove observers, themselves included, while they are being told:
 /// one that is removed is not told any more, one that is added is told from the next post on. Any thread,
 /// though this system posts and observes on the main thread only. Observers and senders are names, never
-/// dereferenced. Only `addObserver` asks for memory, so that who ends can always say so and unregister.
+/// dereferenced. Only `addObserver` asks for memory, so that an object can always announce its end and
+/// unregister.
 class NotificationCenter {
  public:
   using Handler = std::function<void(const Notification&)>;

@@ -1,4 +1,4 @@
-// What it means to ask an absent object.
+// Calls to objects that may be absent.
 #pragma once
 
 #include <functional>

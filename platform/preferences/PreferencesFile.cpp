@@ -21,8 +21,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Another process holds the lock for the time of one small write. Whoever holds it longer is stuck, and a
-// host's window must not be.
+// Another process holds the lock during one small write. A process that holds it longer is stuck, and the
+// host's window must not be stuck with it.
 constexpr auto kLongestWait = std::chrono::seconds(2);
 
 std::string errorText(int error) { return std::generic_category().message(error); }
@@ -39,7 +39,7 @@ bool writeWhole(int descriptor, const Bytes& bytes) {
 }
 
 /// Where a chain of links leads, whether or not there is a file yet. Links to anything but a file are not
-/// followed: what is damaged is set aside, and that must not befall a device or somebody else's folder.
+/// followed: a damaged file is set aside, and a device or a folder of somebody else must not be.
 fs::path fileBehindLinks(const fs::path& path) {
   constexpr int kMostLinks = 40;
   fs::path at = path;
@@ -67,7 +67,7 @@ PreferencesFile::Reading PreferencesFile::readOnce(PropertyList& values) {
       return Reading::done;
     }
     reason_ = errorText(error);
-    // What is wrong with the file itself stays wrong; what the machine lacks now it may have later.
+    // A damaged file stays damaged; descriptors or memory that are missing now may be there later.
     const bool ofTheFile =
         error == EACCES || error == EPERM || error == EISDIR || error == EINVAL || error == EFBIG;
     return ofTheFile ? Reading::damaged : Reading::failed;
@@ -140,7 +140,7 @@ bool PreferencesFile::setAside() {
   const std::string base = path_.string() + ".damaged-" + stamp;
   std::string name = base;
   for (int attempt = 1; attempt < 100; ++attempt) {
-    // A name that is taken is never replaced.
+    // An existing file is never replaced.
     if (renameat2(AT_FDCWD, path_.c_str(), AT_FDCWD, name.c_str(), RENAME_NOREPLACE) == 0) {
       systemLog("The preferences %s cannot be used (%s) and were set aside as %s", path_.string(), reason_,
                 name);

@@ -6,9 +6,9 @@
 
 namespace keldane {
 
-/// A thread that waits. A condition variable would do, but whoever it wakes takes a mutex that then counts as
-/// contended, which costs one more call of the system; and who is woken twice before it runs is paid for
-/// twice.
+/// A thread that waits. A condition variable would do too, but a thread that it wakes takes a mutex that is
+/// contended then, which costs another system call. And a thread that is woken twice before it runs costs two
+/// system calls.
 struct ConditionLock::Waiter {
   enum State { asleep, woken, owner };
 
@@ -17,7 +17,7 @@ struct ConditionLock::Waiter {
   Waiter(const Waiter&) = delete;
   Waiter& operator=(const Waiter&) = delete;
 
-  /// Its last use by another thread when it says that the waiter owns the lock.
+  /// After a call with `owner`, no other thread uses the waiter any more.
   void wake(State why) {
     if (state.exchange(why) == asleep) {
       sem_post(&wakeUps);
@@ -86,7 +86,7 @@ void ConditionLock::release(const int* condition) {
       *place = heir->next;
     }
   }
-  // When the mutex is free again: on a busy processor the woken thread may come first.
+  // Called after the mutex was released, because the woken thread may run at once.
   if (heir != nullptr) {
     heir->wake(Waiter::owner);
   }
