@@ -21,8 +21,8 @@ bool DaemonLink::connect(const std::string& socketPath) {
 }
 
 void DaemonLink::close() {
-  send(proxy_, &KeldaneProxy::close);
-  send(socket_, &KeldaneSocket::close);
+  sendTo(proxy_, &KeldaneProxy::close);
+  sendTo(socket_, &KeldaneSocket::close);
   proxy_.reset();
   socket_.reset();
 }
