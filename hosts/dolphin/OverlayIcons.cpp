@@ -1,6 +1,7 @@
 #include "OverlayIcons.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "SharedStatus.h"
 #include "platform/files/Path.h"
@@ -9,6 +10,7 @@ namespace {
 
 /// A view may show some folders at once, as a tree. It does not tell which it has left.
 constexpr std::size_t kMostFolders = 8;
+constexpr int kMostUnanswered = 2000;
 
 QStringList iconsFor(const QUrl& url) {
   SharedStatus& status = SharedStatus::shared();
@@ -30,6 +32,11 @@ OverlayIcons::OverlayIcons(QObject* parent) : KOverlayIconPlugin(parent) {
       Q_EMIT overlaysChanged(url, iconsFor(url));
     }
   });
+  connect(&SharedStatus::shared(), &SharedStatus::optionsChanged, this, [this] {
+    for (const QUrl& url : std::exchange(unanswered_, {})) {
+      Q_EMIT overlaysChanged(url, getOverlays(url));
+    }
+  });
 }
 
 OverlayIcons::~OverlayIcons() {
@@ -41,6 +48,9 @@ OverlayIcons::~OverlayIcons() {
 QStringList OverlayIcons::getOverlays(const QUrl& url) {
   if (const std::optional<std::string> path = SharedStatus::pathOf(url)) {
     hold(std::string(keldane::parentPath(*path)));
+  }
+  if (!SharedStatus::shared().options().emblems && unanswered_.size() < kMostUnanswered) {
+    unanswered_.insert(url);
   }
   return iconsFor(url);
 }

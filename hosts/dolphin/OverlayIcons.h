@@ -2,7 +2,9 @@
 #pragma once
 
 #include <KOverlayIconPlugin>
+#include <QSet>
 #include <QStringList>
+#include <QUrl>
 #include <deque>
 #include <string>
 
@@ -18,5 +20,6 @@ class OverlayIcons : public KOverlayIconPlugin {
 
  private:
   void hold(const std::string& folder);
+  QSet<QUrl> unanswered_;            // asked about while emblems were switched off
   std::deque<std::string> folders_;  // that the view shows, the latest first
 };

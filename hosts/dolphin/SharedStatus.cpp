@@ -86,6 +86,7 @@ void SharedStatus::timerEvent(QTimerEvent* /*event*/) {
   if (!(options == options_)) {
     options_ = options;
     service_.tellAll();
+    Q_EMIT optionsChanged();
   }
   service_.lookAfter();
   if (held_.empty()) {

@@ -39,6 +39,8 @@ class SharedStatus : public QObject {
  Q_SIGNALS:
   /// Something else is to be shown for these files.
   void changed(const QStringList& paths);
+  /// The person wants other things to be shown than before.
+  void optionsChanged();
 
  protected:
   void timerEvent(QTimerEvent* event) override;

@@ -185,6 +185,7 @@ bool StatusService::Worker::step() {
   }
   if (!isOpen && !hasTasks) {
     link_.close();
+    isUntried_ = false;
     return true;
   }
   const bool isConnected = connected(hasTasks);
@@ -268,26 +269,38 @@ bool StatusService::Worker::connected(bool isAsked) {
   }
   link_.close();
   const Clock::time_point now = Clock::now();
+  if (std::exchange(isUntried_, false)) {
+    stayAway(now);  // it was turned away
+  }
   const bool isNew = hasNewSocket();
+  if (isNew) {
+    failures_ = 0;  // it may not be listened at yet
+  }
   if (isAway_ && !isAsked && now < nextTry_ && !isNew) {
     nextLook_ = std::min(nextTry_, now + timing_.lookAtSocket);
     return false;
   }
-  if (link_.connect(socketPath_)) {
-    isAway_ = false;
-    state_ = {};
-    nextLook_ = now;
-    const std::lock_guard guard(mutex_);
-    cache_.askAnew();
-    return true;
+  if (!link_.connect(socketPath_)) {
+    stayAway(now);
+    return false;
   }
-  // A socket that is new may not be listened at yet.
-  retry_ = isAway_ && !isNew ? std::min(2 * retry_, timing_.longestRetry) : timing_.firstRetry;
+  isUntried_ = true;
+  isAway_ = false;
+  state_ = {};
+  nextLook_ = now;
+  const std::lock_guard guard(mutex_);
+  cache_.askAnew();
+  return true;
+}
+
+void StatusService::Worker::stayAway(Clock::time_point now) {
+  constexpr unsigned kMostDoublings = 10;
+  const StatusTiming::Duration rest = timing_.firstRetry * (1U << std::min(failures_, kMostDoublings));
+  ++failures_;
   isAway_ = true;
-  nextTry_ = now + retry_;
+  nextTry_ = now + std::min(rest, timing_.longestRetry);
   nextLook_ = std::min(nextTry_, now + timing_.lookAtSocket);
   forget();
-  return false;
 }
 
 /// Whether the socket is another than the one that could not be connected to.
@@ -307,6 +320,10 @@ void StatusService::Worker::lookAtState() {
   }
   nextLook_ = now + timing_.statePoll;
   const PropertyList state = watched([&] { return link_.daemonState(); });
+  if (!link_.isAtEnd()) {
+    isUntried_ = false;
+    failures_ = 0;
+  }
   if (!(state == state_)) {
     state_ = state;
     const std::lock_guard guard(mutex_);

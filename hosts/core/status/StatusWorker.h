@@ -24,7 +24,7 @@ class StatusService::Worker : public std::enable_shared_from_this<StatusService:
   using Clock = StatusCache::Clock;
 
   Worker(std::string socketPath, const StatusTiming& timing)
-      : timing_(timing), cache_(timing), socketPath_(std::move(socketPath)), retry_(timing.firstRetry) {}
+      : timing_(timing), cache_(timing), socketPath_(std::move(socketPath)) {}
 
   void end();
   void setListener(Listener listener);
@@ -55,6 +55,7 @@ class StatusService::Worker : public std::enable_shared_from_this<StatusService:
   void waitForWork(std::unique_lock<std::mutex>& guard);
   void performTask();
   bool connected(bool isAsked);
+  void stayAway(Clock::time_point now);
   bool hasNewSocket();
   void lookAtState();
   void ask(StatusCache::Question question);
@@ -80,10 +81,11 @@ class StatusService::Worker : public std::enable_shared_from_this<StatusService:
 
   std::string socketPath_;
   DaemonLink link_;
-  StatusTiming::Duration retry_;
   std::pair<ino_t, std::int64_t> triedSocket_;  // of the last attempt that failed
   bool isAway_ = false;                         // the last attempt to connect failed
   Clock::time_point nextTry_{}, nextLook_{};    // of connecting; at the state, or at the socket
+  bool isUntried_ = false;                      // the link has not answered anything yet
+  unsigned failures_ = 0;                       // to connect, since the last answer
   PropertyList state_;                          // as it was told last
 };
 

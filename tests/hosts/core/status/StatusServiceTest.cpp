@@ -194,6 +194,29 @@ TEST_F(StatusServiceTest, ADaemonThatHangsUpAllTheTimeIsNotAskedAllTheTime) {
   EXPECT_EQ(daemon_->clients(), 0U) << "files that are shown are no reason to try again";
 }
 
+/// Turns everybody away.
+struct FullHouse : KeldSocketDelegate {
+  bool socketAccepted(const std::shared_ptr<KeldaneSocket>& /*child*/) override {
+    ++guests;
+    return false;
+  }
+  std::atomic<int> guests = 0;
+};
+
+TEST_F(StatusServiceTest, ADaemonThatTurnsItAwayIsLeftAlone) {
+  const auto house = std::make_shared<FullHouse>();
+  const auto listener = KeldaneSocket::create();
+  listener->setSocketDelegate(house);
+  ASSERT_TRUE(listener->listenAtPath(folder_ / "d.sock"));
+  StatusTiming timing = quick();
+  timing.firstRetry = timing.longestRetry = timing.lookAtSocket = 1h;
+  service(timing).statusOf("/f/a");
+  EXPECT_TRUE(eventually([&] { return house->guests > 0; }));
+  std::this_thread::sleep_for(100ms);
+  EXPECT_LE(house->guests, 2);
+  listener->close();
+}
+
 TEST_F(StatusServiceTest, WhatADaemonSaidThatIsSilentIsNotShownAnyLonger) {
   listen();
   service().statusOf("/f/a");
