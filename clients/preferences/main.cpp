@@ -134,6 +134,7 @@ class Program {
   int run() {
     std::vector<std::string> words = wordsFor(options_);
     std::vector<char*> pointers;
+    pointers.reserve(words.size());
     for (std::string& word : words) {
       pointers.push_back(word.data());
     }
