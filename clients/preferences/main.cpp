@@ -1,5 +1,6 @@
 // keldane-preferences: the backup daemon of this computer, administered in a window.
 #include <giomm/notification.h>
+#include <glibmm/init.h>
 #include <gtk/gtk.h>
 #include <gtkmm/application.h>
 #include <gtkmm/messagedialog.h>
@@ -133,6 +134,7 @@ class Program {
   int run() {
     std::vector<std::string> words = wordsFor(options_);
     std::vector<char*> pointers;
+    pointers.reserve(words.size());
     for (std::string& word : words) {
       pointers.push_back(word.data());
     }
@@ -229,7 +231,9 @@ class Program {
 };
 
 int run(int argc, char** argv) {
-  gtk_disable_setlocale();  // it would try again, and complain
+  // The toolkit would try again, and complain.
+  gtk_disable_setlocale();
+  Glib::set_init_to_users_preferred_locale(false);
   beginTranslation();
   Options options;
   if (const std::optional<int> status = readArguments(argc, argv, options)) {

@@ -24,6 +24,10 @@ NodeRow nodeRow(KeldaneFileNode& node, bool isFolder, TreeKind kind) {
     row.partly = node.selected() < 0;
     row.enabled = node.isDirectory() || node.backupDate();
   }
+  // How a folder stands is told of its rules, which say nothing of what can be restored from it.
+  if (kind == TreeKind::restore && node.isDirectory() && !node.isMissing()) {
+    row.state.clear();
+  }
   row.isFolder = isFolder;
   row.isGone = node.isMissing();
   return row;

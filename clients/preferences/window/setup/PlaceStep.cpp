@@ -84,6 +84,7 @@ void PlaceStep::addServer() {
   serverGrid_.set_row_spacing(kGap);
   serverGrid_.set_margin_start(kIndent);
   std::vector<Glib::ustring> kinds;
+  kinds.reserve(kServers.size());
   for (const ServerKind& kind : kServers) {
     kinds.emplace_back(tr(kind.title));
   }
@@ -167,6 +168,7 @@ void PlaceStep::showDisks(const std::vector<MountedDisk>& disks) {
   }
   disks_ = disks;
   std::vector<Glib::ustring> titles;
+  titles.reserve(disks.size());
   for (const MountedDisk& disk : disks) {
     titles.emplace_back(filled(tr("%s (%s of %s free)"), printable(disk.path), bytesText(disk.freeBytes),
                                bytesText(disk.allBytes)));

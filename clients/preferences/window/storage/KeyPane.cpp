@@ -69,8 +69,8 @@ KeyPane::KeyPane(DaemonDesk& desk, std::function<void()> kept)
   addButton(keyRing_, [this] { with(&KeyPane::keepInKeyRing); });
 }
 
-void KeyPane::addButton(Gtk::Button& button, std::function<void()> clicked) {
-  button.signal_clicked().connect(std::move(clicked));
+void KeyPane::addButton(Gtk::Button& button, const std::function<void()>& clicked) {
+  button.signal_clicked().connect(clicked);
   buttons_.append(button);
 }
 

@@ -28,7 +28,7 @@ class KeyPane : public Gtk::Box {
 
  private:
   using Use = void (KeyPane::*)(const KeySheet&);
-  void addButton(Gtk::Button& button, std::function<void()> clicked);
+  void addButton(Gtk::Button& button, const std::function<void()>& clicked);
   /// Asks for the key and does this with it.
   void with(Use use);
   void showKey(const KeySheet& sheet);

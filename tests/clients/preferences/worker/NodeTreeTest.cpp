@@ -205,6 +205,7 @@ class RestoreTreeTest : public NodeTreeTest {
     PropertyList::Entries entries = {{"fileName", path.substr(path.rfind('/') + 1)},
                                      {"path", path},
                                      {"isDirectory", PropertyList::boolean(isFolder)},
+                                     {"state", "As it is"},
                                      {"backupFlags", flags}};
     if ((flags & backup_flags::kBackup) != 0) {
       entries.emplace_back("backupDate", Date::fromUnixTime(1000));
@@ -224,6 +225,7 @@ TEST_F(RestoreTreeTest, MarksWhatIsNoLongerThere) {
   for (const AddedRow& each : tree_.refresh("/top").added) {
     EXPECT_EQ(each.row.isGone, each.row.path == "/top/gone") << each.row.path;
     EXPECT_TRUE(each.row.enabled) << each.row.path;
+    EXPECT_EQ(each.row.state.empty(), each.row.isFolder) << each.row.path;
   }
 }
 
