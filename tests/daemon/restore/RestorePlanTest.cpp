@@ -105,13 +105,5 @@ TEST_F(RestorePlanTest, TakesItemsOfDifferentVersionsThatLieInOneAnother) {
   EXPECT_EQ(readWhole(home() + "/docs/b.txt"), "second");
 }
 
-TEST(IsAtOrBelowTest, GoesByWholeNames) {
-  EXPECT_TRUE(isAtOrBelow("/a/b", "/a"));
-  EXPECT_TRUE(isAtOrBelow("/a", "/a"));
-  EXPECT_TRUE(isAtOrBelow("/a", "/"));
-  EXPECT_FALSE(isAtOrBelow("/ab", "/a"));
-  EXPECT_FALSE(isAtOrBelow("/", "/a"));
-}
-
 }  // namespace
 }  // namespace keldane::testing

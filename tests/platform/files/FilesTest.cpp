@@ -254,5 +254,13 @@ TEST_F(RuntimeFolder, IsNoneIfOthersCouldWriteToIt) {
   }
 }
 
+TEST(UserFolders, BelowAFolderGoesByWholeNames) {
+  EXPECT_TRUE(isAtOrBelow("/a/b", "/a"));
+  EXPECT_TRUE(isAtOrBelow("/a", "/a"));
+  EXPECT_TRUE(isAtOrBelow("/a", "/"));
+  EXPECT_FALSE(isAtOrBelow("/ab", "/a"));
+  EXPECT_FALSE(isAtOrBelow("/", "/a"));
+}
+
 }  // namespace
 }  // namespace keldane
