@@ -33,18 +33,18 @@ constexpr char kNotResponding[] = "Keldane is not responding";
 }  // namespace
 
 /// The plug-in's thread, and what it shares with the window's thread under the mutex. Three things have
-/// states:
+/// states.
 ///
-/// - The thread (`thread_`): stopped → starting → running, when its run loop is known → ending, when the
-/// service goes
-///   → stopped. A thread that an exception ended is stopped too, and the next question starts it again.
-/// - The examinations: one may be under way (`current_`), and one more may wait for it (`next_`), for which
-/// the run loop
-///   has been told to call `examineNext`. A newer selection takes the place of the one that waits.
-/// - The menu that is remembered (`offered_`): whoever shows it has a lease. It is unseen while it came too
-/// late for the
-///   question that it answers and no later opening has used it (`unseenUntil_`). The plug-in's cycle of this
-///   menu ends a moment after the last lease, unless the menu is unseen.
+/// The thread (`thread_`) is stopped, then starting, then running when its run loop is known, then ending
+/// when the service goes, then stopped again. A thread that an exception ended is stopped too, and the next
+/// question starts it again.
+///
+/// One examination may be under way (`current_`). One more may wait for it (`next_`), for which the run loop
+/// has been told to call `examineNext`. A newer selection takes the place of the one that waits.
+///
+/// Whoever shows the menu that is remembered (`offered_`) has a lease. The menu is unseen while it came too
+/// late for the question that it answers and no later opening has used it (`unseenUntil_`). The plug-in's
+/// cycle of this menu ends a moment after the last lease, unless the menu is unseen.
 class MenuService::Worker : public std::enable_shared_from_this<MenuService::Worker> {
  public:
   Worker(std::string bundle, Patience patience) : bundle_(std::move(bundle)), patience_(patience) {}
