@@ -183,7 +183,7 @@ class Storage(PagesCase):
         self.press("Save the Key", "ctrl+a")
         self.type("Save the Key", target)
         self.press("Save the Key", "Return")
-        eventually(lambda: os.path.exists(target), "the key's file")
+        eventually(lambda: os.path.exists(target) and os.path.getsize(target), "the key's file with the key in it")
         self.assertEqual(os.stat(target).st_mode & 0o777, 0o600)
         self.ctl("key", "verify", target)
 

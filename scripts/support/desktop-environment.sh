@@ -1,0 +1,5 @@
+# Sourced from the project's folder: where the release build has what the desktop tests drive.
+build=$PWD/build/release
+export KELDANE_BUILD=$build KELDANE_BUNDLE=$build/Keldane.plugin
+export KELDANE_MENU=$build/bin/keldane-menu KELDANED=$build/tests/recording-keldaned KELDANECTL=$build/bin/keldanectl
+export KELDANE_PREFERENCES=$build/bin/keldane-preferences PYTHONPATH=$PWD/tests/end-to-end
