@@ -192,8 +192,8 @@ void BatchRun::settle(const Batch& batch, Taken& taken, BatchEnd& end, EngineJob
       couldNotStore(file, "The storage program passed it over.");
     }
   }
-  // Looking at the files takes about as long as writing the catalogue, so both are done at once. What changes
-  // after it was looked at is noted as waiting, and stays so.
+  // Looking at the files takes about as long as writing the catalogue, so both are done at once. What was
+  // noted as waiting meanwhile is looked at once more.
   const std::uint32_t scan = pending_.beginScan();
   std::future<std::vector<Now>> look = std::async([&batch] { return standings(batch.files); });
   store_.addSnapshot(end.snapshot, end.stored, confirmed(batch, taken));
@@ -206,10 +206,12 @@ void BatchRun::settle(const Batch& batch, Taken& taken, BatchEnd& end, EngineJob
       endPreference(file.path);
       ++stored;
     }
-    if (isStored && now[i] == Now::same) {
-      pending_.removeIfOlder(file.path, scan);  // the catalogue need not be asked
-    } else if (isStored || now[i] == Now::gone || !rules_.decide(file.path, false).selected) {
-      scanner_.consider(file.path);  // it has changed meanwhile, is gone, or was excluded
+    const bool isDone = isStored && now[i] == Now::same;
+    if (isDone && pending_.removeIfOlder(file.path, scan)) {
+      continue;  // the catalogue need not be asked
+    }
+    if (isStored || now[i] == Now::gone || !rules_.decide(file.path, false).selected) {
+      scanner_.consider(file.path);  // it may have changed meanwhile, is gone, or was excluded
     }
   }
 }

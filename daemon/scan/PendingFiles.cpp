@@ -92,15 +92,17 @@ void PendingFiles::remove(const std::string& path) {
   removeIfOlder(path, std::numeric_limits<std::uint32_t>::max());
 }
 
-void PendingFiles::removeIfOlder(const std::string& path, std::uint32_t scan) {
+bool PendingFiles::removeIfOlder(const std::string& path, std::uint32_t scan) {
   const std::lock_guard guard(mutex_);
   const auto folder = folders_.find(parentPath(path));
-  if (folder != folders_.end()) {
-    count(folder->second, -1);
-    folder->second.removeIfOlder(nameIn(path), scan, scan_);
-    count(folder->second, 1);
-    dropIfEmpty(folder);
+  if (folder == folders_.end()) {
+    return true;
   }
+  count(folder->second, -1);
+  const bool isRemoved = folder->second.removeIfOlder(nameIn(path), scan, scan_);
+  count(folder->second, 1);
+  dropIfEmpty(folder);
+  return isRemoved;
 }
 
 void PendingFiles::removeUnless(const std::string& path,

@@ -36,8 +36,8 @@ class PendingFiles {
   /// Notes a file that waits, or its new size and owner. True when it was not waiting before.
   bool add(const std::string& path, std::uint64_t bytes, uid_t owner = 0);
   void remove(const std::string& path);
-  /// Takes out a file that was not added since that look at the disk began.
-  void removeIfOlder(const std::string& path, std::uint32_t scan);
+  /// Takes out a file that was not added since that look at the disk began. False when it still waits.
+  bool removeIfOlder(const std::string& path, std::uint32_t scan);
   /// Takes out the files at or below a path that are not to be kept. The mutex is not held meanwhile for
   /// longer than a folder takes.
   void removeUnless(const std::string& path, const std::function<bool(const std::string& path)>& keep);

@@ -45,10 +45,13 @@ void WaitingNames::remove(std::string_view name, std::uint32_t scan) {
   removeIfOlder(name, std::numeric_limits<std::uint32_t>::max(), scan);
 }
 
-void WaitingNames::removeIfOlder(std::string_view name, std::uint32_t since, std::uint32_t scan) {
+bool WaitingNames::removeIfOlder(std::string_view name, std::uint32_t since, std::uint32_t scan) {
   const auto found = lowerBound(name);
-  if (found == entries_.end() || nameOf(*found) != name || found->bytes == kGone || found->scan >= since) {
-    return;
+  if (found == entries_.end() || nameOf(*found) != name || found->bytes == kGone) {
+    return true;
+  }
+  if (found->scan >= since) {
+    return false;
   }
   Entry& entry = entries_[static_cast<std::size_t>(found - entries_.begin())];
   bytes_.take(std::exchange(entry.bytes, kGone));
@@ -57,6 +60,7 @@ void WaitingNames::removeIfOlder(std::string_view name, std::uint32_t since, std
   if (gone_ > files() + kFewGone) {
     compact();
   }
+  return true;
 }
 
 std::optional<WaitingName> WaitingNames::find(std::string_view name) const {

@@ -29,8 +29,8 @@ class WaitingNames {
   /// True when it was not waiting before.
   bool add(const WaitingName& file, std::uint32_t scan);
   void remove(std::string_view name, std::uint32_t scan);
-  /// The same for what was not added since `since` began.
-  void removeIfOlder(std::string_view name, std::uint32_t since, std::uint32_t scan);
+  /// The same for what was not added since `since` began. False when it was, and so still waits.
+  bool removeIfOlder(std::string_view name, std::uint32_t since, std::uint32_t scan);
   /// The name lives as long as the argument's.
   std::optional<WaitingName> find(std::string_view name) const;
   /// Replaces everything by `files`, in the order of their names, but for what was added or removed since

@@ -9,7 +9,7 @@
 #include <climits>
 #include <cstring>
 #include <optional>
-#include <vector>
+#include <utility>
 
 namespace keldane {
 
@@ -21,6 +21,35 @@ constexpr std::uint64_t kEvents = FAN_CREATE | FAN_DELETE | FAN_MOVED_FROM | FAN
 static_assert(FAN_CREATE == IN_CREATE && FAN_DELETE == IN_DELETE && FAN_MOVED_FROM == IN_MOVED_FROM &&
               FAN_MOVED_TO == IN_MOVED_TO && FAN_MODIFY == IN_MODIFY && FAN_CLOSE_WRITE == IN_CLOSE_WRITE &&
               FAN_ATTRIB == IN_ATTRIB && FAN_ONDIR == IN_ISDIR && FAN_Q_OVERFLOW == IN_Q_OVERFLOW);
+
+/// What an event is about.
+struct Entry {
+  FileSystemWatches::FileSystem fileSystem;
+  std::string_view handle;  // of its folder, as the kernel made it
+  std::string_view name;
+};
+
+/// Absent for what tells of no folder.
+std::optional<Entry> entryIn(std::string_view information) {
+  fanotify_event_info_header header{};
+  file_handle handle{};
+  Entry entry{};
+  constexpr std::size_t kHandleAt = sizeof(header) + sizeof(entry.fileSystem);
+  if (information.size() < kHandleAt + sizeof(handle)) {
+    return std::nullopt;
+  }
+  std::memcpy(&header, information.data(), sizeof(header));
+  std::memcpy(entry.fileSystem.data(), information.data() + sizeof(header), sizeof(entry.fileSystem));
+  std::memcpy(&handle, information.data() + kHandleAt, sizeof(handle));
+  const std::size_t nameAt = kHandleAt + sizeof(handle) + handle.handle_bytes;
+  if (header.info_type != FAN_EVENT_INFO_TYPE_DFID_NAME || information.size() <= nameAt) {
+    return std::nullopt;
+  }
+  entry.handle = information.substr(kHandleAt, nameAt - kHandleAt);
+  const std::string_view name = information.substr(nameAt);  // zero bytes fill it up
+  entry.name = name.substr(0, name.find('\0'));
+  return entry;
+}
 
 /// The number that events have for the file system of an open file.
 std::optional<FileSystemWatches::FileSystem> fileSystemOf(const Descriptor& file) {
@@ -63,36 +92,33 @@ class FileSystemWatches::FolderFinder {
  public:
   explicit FolderFinder(const FileSystemWatches& watches) : watches_(watches) {}
 
-  const std::set<std::string>& pathsOf(const fanotify_event_info_fid& event) {
-    const auto* handle = reinterpret_cast<const file_handle*>(event.handle);
-    const std::string key(reinterpret_cast<const char*>(&event.fsid),
-                          sizeof(event.fsid) + sizeof(file_handle) + handle->handle_bytes);
-    const auto [found, isNew] = known_.try_emplace(key);
-    const FileSystem fileSystem = {event.fsid.val[0], event.fsid.val[1]};
-    const auto anchors = watches_.anchors_.find(fileSystem);
+  const std::set<std::string>& pathsOf(const Entry& entry) {
+    const auto [found, isNew] = known_.try_emplace({entry.fileSystem, std::string(entry.handle)});
+    const auto anchors = watches_.anchors_.find(entry.fileSystem);
     if (isNew && anchors != watches_.anchors_.end()) {
       for (const std::string& anchor : anchors->second) {
-        add(anchor, fileSystem, handle, found->second);
+        add(anchor, entry, found->second);
       }
     }
     return found->second;
   }
 
  private:
-  void add(const std::string& anchor, const FileSystem& fileSystem, const file_handle* handle,
-           std::set<std::string>& paths) {
+  void add(const std::string& anchor, const Entry& entry, std::set<std::string>& paths) {
     const auto [mount, isNew] = mounts_.try_emplace(anchor);
     if (isNew) {
       mount->second = Descriptor(open(anchor.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     }
-    if (fileSystemOf(mount->second) != fileSystem) {
+    if (fileSystemOf(mount->second) != entry.fileSystem) {
       return;  // it was unmounted meanwhile
     }
-    // The call wants a handle that it may change.
-    std::vector<std::byte> copy(sizeof(file_handle) + handle->handle_bytes);
-    std::memcpy(copy.data(), handle, copy.size());
-    const Descriptor folder(open_by_handle_at(
-        mount->second.get(), reinterpret_cast<file_handle*>(copy.data()), O_PATH | O_CLOEXEC));
+    alignas(file_handle) std::byte handle[sizeof(file_handle) + MAX_HANDLE_SZ];
+    if (entry.handle.size() > sizeof(handle)) {
+      return;
+    }
+    std::memcpy(handle, entry.handle.data(), entry.handle.size());
+    const Descriptor folder(
+        open_by_handle_at(mount->second.get(), reinterpret_cast<file_handle*>(handle), O_PATH | O_CLOEXEC));
     if (std::optional<std::string> path = folder ? pathOf(folder) : std::nullopt) {
       paths.insert(*std::move(path));
     }
@@ -100,7 +126,7 @@ class FileSystemWatches::FolderFinder {
 
   const FileSystemWatches& watches_;
   std::map<std::string, Descriptor> mounts_;
-  std::map<std::string, std::set<std::string>> known_;  // paths by file system and handle
+  std::map<std::pair<FileSystem, std::string>, std::set<std::string>> known_;  // paths by handle
 };
 
 FileSystemWatches::FileSystemWatches()
@@ -121,29 +147,30 @@ bool FileSystemWatches::add(const std::string& folder, const std::string& mountP
   return true;
 }
 
+// Events follow each other at any address, so their parts are copied.
 std::size_t FileSystemWatches::read(const Tell& tell) {
-  alignas(fanotify_event_metadata) char buffer[std::size_t{64} << 10];
+  char buffer[std::size_t{64} << 10];
   const ssize_t got = ::read(events_.get(), buffer, sizeof(buffer));
+  const std::size_t size = got < 0 ? 0 : static_cast<std::size_t>(got);
   FolderFinder finder(*this);
-  ssize_t left = got;
-  for (const auto* event = reinterpret_cast<const fanotify_event_metadata*>(buffer);
-       FAN_EVENT_OK(event, left); event = FAN_EVENT_NEXT(event, left)) {
-    const auto mask = static_cast<std::uint32_t>(event->mask);
+  fanotify_event_metadata event{};
+  for (std::size_t at = 0; at + sizeof(event) <= size; at += event.event_len) {
+    std::memcpy(&event, buffer + at, sizeof(event));
+    if (event.event_len < sizeof(event) || event.event_len > size - at) {
+      break;
+    }
+    const auto mask = static_cast<std::uint32_t>(event.mask);
+    const std::string_view information(buffer + at + event.metadata_len,
+                                       event.event_len - event.metadata_len);
     if ((mask & FAN_Q_OVERFLOW) != 0) {
       tell({}, {}, mask);
-      continue;
-    }
-    const auto* where = reinterpret_cast<const fanotify_event_info_fid*>(event + 1);
-    if (event->event_len <= event->metadata_len || where->hdr.info_type != FAN_EVENT_INFO_TYPE_DFID_NAME) {
-      continue;
-    }
-    const auto* handle = reinterpret_cast<const file_handle*>(where->handle);
-    const std::string_view name = reinterpret_cast<const char*>(handle->f_handle) + handle->handle_bytes;
-    for (const std::string& folder : finder.pathsOf(*where)) {
-      tell(folder, name == "." ? std::string_view() : name, mask);
+    } else if (const std::optional<Entry> entry = entryIn(information)) {
+      for (const std::string& folder : finder.pathsOf(*entry)) {
+        tell(folder, entry->name == "." ? std::string_view() : entry->name, mask);
+      }
     }
   }
-  return got < 0 ? 0 : static_cast<std::size_t>(got);
+  return size;
 }
 
 }  // namespace keldane

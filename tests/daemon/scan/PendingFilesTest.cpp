@@ -44,9 +44,10 @@ TEST(PendingFilesTest, WhatWasAddedMeanwhileStays) {
   pending.add("/d/again", 1);
   const std::uint32_t scan = pending.beginScan();
   pending.add("/d/again", 2);
-  for (const char* path : {"/d/before", "/d/again", "/d/unknown"}) {
-    pending.removeIfOlder(path, scan);
-  }
+  EXPECT_TRUE(pending.removeIfOlder("/d/before", scan));
+  EXPECT_FALSE(pending.removeIfOlder("/d/again", scan));
+  EXPECT_TRUE(pending.removeIfOlder("/d/unknown", scan));
+  EXPECT_TRUE(pending.removeIfOlder("/elsewhere/unknown", scan));
   EXPECT_FALSE(pending.contains("/d/before"));
   EXPECT_TRUE(pending.contains("/d/again"));
   pending.remove("/d/again");

@@ -80,6 +80,8 @@ TEST_F(DaemonServerTest, EachStandingHasItsText) {
   EXPECT_NE(simple(docs("a.txt")) & simple_flags::kPriorityChecked, 0U);
   (*client_)->setPausedMinutes(0U);
   ASSERT_TRUE(becomes(docs("a.txt"), "Backed up"));
+  // The batch is over a moment after the file counts as stored.
+  ASSERT_TRUE(eventually([&] { return (*client_)->daemonState()["pendingFileCount"].intValue() == 0; }));
   (*client_)->setPausedMinutes(10U);
   folder_.write("home/docs/a.txt", "alpha, changed");
   EXPECT_EQ(state(docs("a.txt")), "Changed since last backup");
