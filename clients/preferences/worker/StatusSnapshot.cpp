@@ -51,7 +51,7 @@ StatusSnapshot statusSnapshot(const BackupState& state, const BackupProgress& pr
   snapshot.automatic = state.automaticMode();
   snapshot.lowPriority = state.lowerPriorityMode();
   snapshot.overQuota = state.isOverQuota();
-  const PropertyList all = state.daemonState();
+  const PropertyList& all = state.daemonState();
   snapshot.health = text(all["health"]);
   snapshot.heldBy = text(all["heldBy"]);
   snapshot.restingBecause = text(all["restingBecause"]);
