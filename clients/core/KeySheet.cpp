@@ -1,7 +1,10 @@
 #include "clients/core/KeySheet.h"
 
 #include <algorithm>
+#include <ctime>
 #include <sstream>
+
+#include "clients/core/Units.h"
 
 namespace keldane {
 
@@ -84,6 +87,17 @@ KeyReading readSheet(const std::vector<std::string_view>& lines) {
 }
 
 }  // namespace
+
+KeySheet keySheetFrom(const PropertyList& answer) {
+  KeySheet sheet;
+  sheet.key = answer["key"].string();
+  sheet.location = answer["location"].string();
+  sheet.repositoryId = answer["repositoryId"].string();
+  sheet.hostName = answer["hostName"].string();
+  sheet.computerNumber = answer["computerNumber"].unsignedIntValue();
+  sheet.date = dateText(Date::fromUnixTime(static_cast<double>(std::time(nullptr))));
+  return sheet;
+}
 
 bool isMadeKey(std::string_view key) {
   return key.size() == kKeyLength && key.find_first_not_of(kBase32) == std::string_view::npos;

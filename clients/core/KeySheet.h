@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/plist/PropertyList.h"
+
 namespace keldane {
 
 /// What stands on the page. All of it is secret, because the key is.
@@ -17,6 +19,9 @@ struct KeySheet {
   std::uint32_t computerNumber = 0;
   std::string date;  ///< when it was made, as text
 };
+
+/// A sheet of today from the daemon's answer to exportKey:. The key is empty when the daemon has none yet.
+KeySheet keySheetFrom(const PropertyList& answer);
 
 /// A key of the daemon's own making: 52 characters of base32. Any other one is some text that somebody chose.
 bool isMadeKey(std::string_view key);

@@ -1,10 +1,8 @@
-#include <ctime>
 #include <iostream>
 
 #include "clients/core/KeySheet.h"
 #include "clients/core/Printable.h"
 #include "clients/core/QrCode.h"
-#include "clients/core/Units.h"
 #include "clients/ctl/OwnerSession.h"
 #include "clients/ctl/commands/Commands.h"
 #include "clients/ctl/setup/SecretFile.h"
@@ -53,14 +51,7 @@ void makeSheet(const Globals& globals, const std::string& file) {
     throw CommandFailure(kUsage, "A sheet is written to a file that ends in .svg or .txt, or to \"-\".");
   }
   OwnerSession session(globals);
-  const PropertyList answer = session.ask("exportKey:");
-  KeySheet sheet;
-  sheet.key = answer["key"].string();
-  sheet.location = answer["location"].string();
-  sheet.repositoryId = answer["repositoryId"].string();
-  sheet.hostName = answer["hostName"].string();
-  sheet.computerNumber = answer["computerNumber"].unsignedIntValue();
-  sheet.date = dateText(Date::fromUnixTime(static_cast<double>(std::time(nullptr))));
+  const KeySheet sheet = keySheetFrom(session.ask("exportKey:"));
   if (sheet.key.empty()) {
     throw CommandFailure(kNotTaken, "The daemon has no key yet.");
   }

@@ -124,5 +124,20 @@ TEST(KeySheet, TakesAnyOtherLineAsItIs) {
   EXPECT_EQ(readKey(kKey.substr(0, 51) + "!").key, kKey.substr(0, 51) + "!");
 }
 
+TEST(KeySheetTest, IsMadeOfTheDaemonsAnswer) {
+  const KeySheet sheet = keySheetFrom(PropertyList::dictionary({{"key", "K"},
+                                                                {"location", "sftp:host:/backup"},
+                                                                {"repositoryId", "id"},
+                                                                {"hostName", "desk"},
+                                                                {"computerNumber", std::uint64_t{7}}}));
+  EXPECT_EQ(sheet.key, "K");
+  EXPECT_EQ(sheet.location, "sftp:host:/backup");
+  EXPECT_EQ(sheet.repositoryId, "id");
+  EXPECT_EQ(sheet.hostName, "desk");
+  EXPECT_EQ(sheet.computerNumber, 7U);
+  EXPECT_FALSE(sheet.date.empty());
+  EXPECT_TRUE(keySheetFrom(PropertyList()).key.empty());
+}
+
 }  // namespace
 }  // namespace keldane

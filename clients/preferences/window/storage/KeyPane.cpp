@@ -2,33 +2,15 @@
 
 #include <gtkmm/window.h>
 
-#include <ctime>
-
 #include "clients/core/NewSecretFile.h"
 #include "clients/core/Printable.h"
 #include "clients/core/QrCode.h"
-#include "clients/core/Units.h"
 #include "clients/preferences/window/Widgets.h"
 #include "clients/preferences/window/storage/KeyRing.h"
 #include "clients/preferences/window/storage/SheetPrinter.h"
 #include "clients/preferences/words/Translation.h"
 
 namespace keldane {
-
-namespace {
-
-KeySheet sheetFrom(const PropertyList& answer) {
-  KeySheet sheet;
-  sheet.key = answer["key"].string();
-  sheet.location = answer["location"].string();
-  sheet.repositoryId = answer["repositoryId"].string();
-  sheet.hostName = answer["hostName"].string();
-  sheet.computerNumber = answer["computerNumber"].unsignedIntValue();
-  sheet.date = dateText(Date::fromUnixTime(static_cast<double>(std::time(nullptr))));
-  return sheet;
-}
-
-}  // namespace
 
 KeyPane::KeyPane(DaemonDesk& desk, std::function<void()> kept)
     : Gtk::Box(Gtk::Orientation::VERTICAL, kGap),
@@ -83,7 +65,7 @@ void KeyPane::with(Use use) {
   desk_.ask("exportKey:", {}, [this, use](const OwnerAnswer& answer) {
     if (!answer) {
       say(problemOf(answer));
-    } else if (const KeySheet sheet = sheetFrom(answer.values); sheet.key.empty()) {
+    } else if (const KeySheet sheet = keySheetFrom(answer.values); sheet.key.empty()) {
       say(tr("The daemon has no key yet."));
     } else {
       (this->*use)(sheet);
