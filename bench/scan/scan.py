@@ -320,7 +320,7 @@ def main():
     parser.add_argument("--turns", type=int, default=TURNS)
     parser.add_argument("--update-docs", action="store_true")
     options = parser.parse_args()
-    sizes = [options.files // part for part in (8, 4, 2, 1)]
+    sizes = [options.files // part // FILES_IN_FOLDER * FILES_IN_FOLDER for part in (8, 4, 2, 1)]
     result = {"machine": machine(), "turns": options.turns, "sizes": sizes, "figures": {}}
     with tempfile.TemporaryDirectory(dir=os.environ.get("TMPDIR", "/var/tmp")) as name:
         place = pathlib.Path(name)

@@ -5,11 +5,22 @@
 #include <filesystem>
 
 #include "platform/files/Path.h"
+#include "platform/syslog/SystemLog.h"
 #include "platform/text/Unicode.h"
 
 namespace keldane {
 
 namespace {
+
+// A mark that cannot be kept is found again by the next look at the disk.
+template <class Write>
+void keep(const Write& write) {
+  try {
+    write();
+  } catch (const SQLite::Exception& error) {
+    systemLog("What was found on the disk cannot be kept: %s", error.what());
+  }
+}
 
 // A constant without a destructor: peers' threads may still ask while the process ends.
 constexpr std::string_view kRestoreFolder = "/.keldane-restore-";
@@ -39,6 +50,9 @@ RuleBook::RuleBook(Store& store, std::string root, std::vector<std::string> poli
       types_(store.types()) {
   const std::map<std::string, bool> rules = store.rules();
   rules_ = Rules(rules.begin(), rules.end());
+  for (const auto& [path, mark] : store.marks()) {
+    marks_[path] = mark <= static_cast<std::uint32_t>(Mark::otherFileSystem) ? Mark(mark) : Mark::none;
+  }
   if (const std::optional<std::string> text = store.value(Store::Table::profile, kIgnoredKey)) {
     ignored_ = IgnoreList(*text);
   }
@@ -200,16 +214,19 @@ bool RuleBook::heeds(Mark mark) const {
 }
 
 bool RuleBook::setMark(const std::string& path, Mark mark) {
-  const ScopedLock guard(mutex_);
-  const auto known = marks_.find(path);
-  if (known == marks_.end() ? mark == Mark::none : mark == known->second) {
-    return false;
+  {
+    const ScopedLock guard(mutex_);
+    const auto known = marks_.find(path);
+    if (known == marks_.end() ? mark == Mark::none : mark == known->second) {
+      return false;
+    }
+    if (mark == Mark::none) {
+      marks_.erase(known);
+    } else {
+      marks_[path] = mark;
+    }
   }
-  if (mark == Mark::none) {
-    marks_.erase(known);
-  } else {
-    marks_[path] = mark;
-  }
+  keep([&] { store_.setMark(path, static_cast<std::uint32_t>(mark)); });
   return true;
 }
 
@@ -220,11 +237,18 @@ bool RuleBook::isMarked(const std::string& path, Mark mark) const {
 }
 
 void RuleBook::dropMarks(const std::string& path) {
-  const ScopedLock guard(mutex_);
-  marks_.erase(path);
-  const std::string below = path == "/" ? path : path + '/';
-  for (auto mark = marks_.lower_bound(below); mark != marks_.end() && mark->first.starts_with(below);) {
-    mark = marks_.erase(mark);
+  bool isAny = false;
+  {
+    const ScopedLock guard(mutex_);
+    isAny = marks_.erase(path) > 0;
+    const std::string below = path == "/" ? path : path + '/';
+    for (auto mark = marks_.lower_bound(below); mark != marks_.end() && mark->first.starts_with(below);) {
+      mark = marks_.erase(mark);
+      isAny = true;
+    }
+  }
+  if (isAny) {
+    keep([&] { store_.removeMarks(path); });
   }
 }
 

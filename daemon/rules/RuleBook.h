@@ -54,9 +54,8 @@ inline constexpr std::string_view kRestoreFolderPrefix = ".keldane-restore-";
 /// The rules, in memory and in the store. A path's own rule decides. Then a path is left out when it, or a
 /// folder between it and the nearest folder with a rule, is to be ignored. Then the rule for a file's type
 /// decides, then the rule of the nearest folder above. Without any a path is not in the backup. Paths outside
-/// the root, those on the policy list, the repository and unfinished restores are barred. What is found on
-/// the disk that speaks against a backup is in memory only, put there by whoever looks at the disk. Any
-/// thread.
+/// the root, those on the policy list, the repository and unfinished restores are barred. Whoever
+/// looks at the disk notes here what was found that speaks against a backup. Any thread.
 class RuleBook {
  public:
   static constexpr std::size_t kMostRules = 250'000;

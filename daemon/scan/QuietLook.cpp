@@ -64,7 +64,7 @@ bool QuietLook::lookAtEverything(Step& step) {
     places_.pop_back();
   }
   if (walk_) {
-    scanner_.step(*walk_, kFolders);
+    scanner_.step(*walk_, kFolders, Scanner::Pace::quiet);
     step.news = walk_->news;
     if (walk_->isDone) {
       walk_.reset();

@@ -1,18 +1,16 @@
 #include "daemon/scan/Scanner.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <system_error>
 
 #include "daemon/Clock.h"
 #include "platform/files/Path.h"
-#include "platform/syslog/SystemLog.h"
 
 namespace keldane {
 
 namespace {
-
-constexpr std::chrono::hours kRetryUnreadable(1);
 
 /// A folder that is left out for what lies in it is watched for the end of that.
 bool isWorthALook(const Decision& decision, const std::string& folder) {
@@ -30,11 +28,14 @@ Scanner::Scanner(Store& store, RuleBook& rules, PendingFiles& pending, Watcher* 
       pending_(pending),
       watcher_(watcher),
       knownMounts_(store),
-      records_(store) {}
+      records_(store),
+      failures_(store) {}
 
 Scanner::Walk Scanner::begin(const std::string& place) {
   mounts_ = knownMounts_.refresh();
-  Walk walk{place, pending_.beginScan(), {}, false, false};
+  Walk walk;
+  walk.place = place;
+  walk.scan = pending_.beginScan();
   const std::optional<struct stat> status = statusOf(place);
   if (!status) {
     rules_.dropMarks(place);
@@ -57,18 +58,33 @@ Scanner::Walk Scanner::begin(const std::string& place) {
   return walk;
 }
 
-void Scanner::step(Walk& walk, std::size_t folders) {
+void Scanner::step(Walk& walk, std::size_t folders, Pace pace) {
   if (failuresOf_ != walk.scan) {
-    loadFailures(walk.place);
+    failures_.load(walk.place);
     failuresOf_ = walk.scan;
   }
-  bool isChanged = false;
-  for (; folders > 0 && !walk.folders.empty(); --folders) {
-    const std::string folder = std::move(walk.folders.back());
-    walk.folders.pop_back();
-    walk.news = lookAt(folder, walk.folders, isChanged) || walk.news;
+  if (!walk.ahead && pace == Pace::fast && walk.folders.size() >= ReadAhead::kFolders) {
+    walk.ahead = std::make_unique<ReadAhead>([this](FolderRead& folder) { read(folder); });
   }
-  if (walk.folders.empty()) {
+  bool isChanged = false;
+  const auto isLeft = [&] { return !walk.folders.empty() || (walk.ahead && !walk.ahead->isIdle()); };
+  for (std::size_t looked = 0; looked < folders && isLeft();) {
+    if (walk.ahead) {
+      walk.ahead->take(walk.folders);
+      for (FolderRead& folder : walk.ahead->next(walk.folders)) {
+        walk.news = lookAt(folder, walk.folders, isChanged) || walk.news;
+        ++looked;
+      }
+    } else {
+      folder_.path = std::move(walk.folders.back());
+      walk.folders.pop_back();
+      read(folder_);
+      walk.news = lookAt(folder_, walk.folders, isChanged) || walk.news;
+      ++looked;
+    }
+  }
+  if (!isLeft()) {
+    walk.ahead.reset();
     pending_.endScan(walk.place, walk.scan);
     walk.isDone = true;
   }
@@ -85,10 +101,13 @@ bool Scanner::scan(const std::string& place, const std::atomic<bool>& cancelled)
 bool Scanner::look(const std::string& folder, std::vector<std::string>& below) {
   const bool wasKnown = watcher_ == nullptr || watcher_->isKnown(folder);
   mounts_ = knownMounts_.refresh();
-  loadFailures(folder);
+  failures_.load(folder);
+  failuresOf_ = 0;
   std::vector<std::string> folders;
   bool isChanged = false;
-  const bool isNews = lookAt(folder, folders, isChanged);
+  folder_.path = folder;
+  read(folder_);
+  const bool isNews = lookAt(folder_, folders, isChanged);
   if (isChanged || !wasKnown) {
     below.push_back(folder);
   } else {
@@ -101,47 +120,46 @@ bool Scanner::look(const std::string& folder, std::vector<std::string>& below) {
   return isNews;
 }
 
-void Scanner::loadFailures(const std::string& place) {
-  failures_.clear();
-  failuresOf_ = 0;
-  if (store_.failureCount() > 0) {
-    failures_ = store_.failuresBelow(place);
+/// Any thread.
+void Scanner::read(FolderRead& folder) const {
+  if (watcher_ != nullptr) {
+    watcher_->watch(folder.path);
   }
+  folder.scan = pending_.beginScan();
+  folder.error =
+      folder.entries.read(folder.path, rules_.heeds(Mark::cacheTag), rules_.heeds(Mark::attribute));
 }
 
-/// One folder, without what is below. `isChanged` becomes true when it is to be ignored from now on, or no
-/// longer.
-bool Scanner::lookAt(const std::string& path, std::vector<std::string>& below, bool& isChanged) {
-  if (watcher_ != nullptr) {
-    watcher_->watch(path);
-  }
-  const std::uint32_t scan = pending_.beginScan();
-  if (const int error = entries_.read(path, rules_.heeds(Mark::cacheTag), rules_.heeds(Mark::attribute))) {
-    entries_.close();
-    couldNotRead(path, error);
+/// One folder that was read, without what is below. `isChanged` becomes true when it is to be ignored from
+/// now on, or no longer.
+bool Scanner::lookAt(FolderRead& read, std::vector<std::string>& below, bool& isChanged) {
+  const std::string& path = read.path;
+  if (read.error != 0) {
+    read.entries.close();
+    couldNotRead(path, read.error);
     return false;
   }
   // That it lies on another file system is known from outside and outranks what is found inside.
   if (mounts_.isMountPoint(path) && noteOtherFileSystem(path)) {
     isChanged = true;
   } else if (!rules_.isMarked(path, Mark::otherFileSystem)) {
-    isChanged = rules_.setMark(path, entries_.mark()) || isChanged;
+    isChanged = rules_.setMark(path, read.entries.mark()) || isChanged;
   }
-  Folder folder{path, rules_.decideFiles(path), rules_.heeds(Mark::attribute), {}, {}, {}, {}};
+  Folder folder{path, read.entries, rules_.decideFiles(path), rules_.heeds(Mark::attribute), {}, {}, {}, {}};
   compareFiles(folder);
-  const bool isNews = pending_.setFolder(path, folder.waiting, scan);
+  const bool isNews = pending_.setFolder(path, folder.waiting, read.scan);
   findBelow(folder, below);
-  if (!failures_.empty()) {
+  if (!failures_.isEmpty()) {
     settleFailures(folder);
   }
-  entries_.close();
+  read.entries.close();
   noteMissing(folder);
   return isNews;
 }
 
 void Scanner::compareFiles(Folder& folder) {
-  auto file = entries_.files().begin();
-  const auto end = entries_.files().end();
+  auto file = folder.entries.files().begin();
+  const auto end = folder.entries.files().end();
   records_.visit(
       folder.path,
       [&](std::string_view name, const BackupRecord& record) {
@@ -179,7 +197,7 @@ void Scanner::compare(Folder& folder, const FolderEntries::File& file, const Bac
 bool Scanner::isWanted(Folder& folder, const FolderEntries::File& file) {
   const auto path = [&] { return appendPathComponent(folder.path, file.name); };
   if (folder.heedsAttribute) {
-    const bool isMarked = entries_.isMarked(file.name, folder.path);
+    const bool isMarked = folder.entries.isMarked(file.name, folder.path);
     if (isMarked || !folder.selected) {  // else nothing below the folder is marked
       rules_.setMark(path(), isMarked ? Mark::attribute : Mark::none);
       folder.selected.reset();
@@ -190,9 +208,9 @@ bool Scanner::isWanted(Folder& folder, const FolderEntries::File& file) {
   }
   const bool isTooLong = folder.path.size() + 1 + file.name.size() >= PATH_MAX;
   if (isTooLong) {
-    noteFailure(path(), kTooLong);
+    failures_.note(path(), kTooLong);
   }
-  if (isTooLong || (hasDelays_ && isPutOff(path(), file.state))) {
+  if (isTooLong || (!delays_.isEmpty() && delays_.holds(path(), file.state))) {
     folder.failing.emplace(file.name);
     return false;
   }
@@ -202,7 +220,7 @@ bool Scanner::isWanted(Folder& folder, const FolderEntries::File& file) {
 // A folder that is not selected is looked at for the sake of what is stored from it.
 void Scanner::findBelow(const Folder& folder, std::vector<std::string>& below) {
   const bool hasMounts = mounts_.hasMountsBelow(folder.path);
-  for (const std::string_view name : entries_.folders()) {
+  for (const std::string_view name : folder.entries.folders()) {
     std::string path = appendPathComponent(folder.path, name);
     const bool isMount = hasMounts && mounts_.isMountPoint(path);
     if (isMount || rules_.isMarked(path, Mark::otherFileSystem)) {
@@ -274,50 +292,25 @@ void Scanner::couldNotRead(const std::string& path, int error) {
     return;
   }
   if (rules_.decide(path, true).selected) {
-    noteFailure(path, error == ENAMETOOLONG
-                          ? std::string(kTooLong)
-                          : "The folder cannot be read: " + std::generic_category().message(error) + ".");
-  }
-}
-
-void Scanner::noteFailure(const std::string& path, const std::string& reason) {
-  const auto known = failures_.find(path);
-  if (known == failures_.end() || known->second != reason) {
-    systemLog("%@ cannot be backed up: %@", path, reason);
-    store_.setFailure(path, reason, timeOfDay());
-    failures_[path] = reason;
+    failures_.note(path, error == ENAMETOOLONG
+                             ? std::string(kTooLong)
+                             : "The folder cannot be read: " + std::generic_category().message(error) + ".");
   }
 }
 
 // The folder was read. Of what failed in it, what is gone or not wanted any more has not failed.
 void Scanner::settleFailures(const Folder& folder) {
-  if (failures_.erase(folder.path) > 0) {
-    store_.clearFailure(folder.path);
-  }
-  const std::string below = folder.path == "/" ? folder.path : folder.path + '/';
-  std::string last;
-  for (auto failure = failures_.lower_bound(below);
-       failure != failures_.end() && failure->first.starts_with(below); ++failure) {
-    const std::string_view rest = std::string_view(failure->first).substr(below.size());
-    const std::string name(rest.substr(0, rest.find('/')));
-    if (name == last) {
-      continue;
+  failures_.settle(folder.path, [&](const std::string& path, const std::string& name) {
+    const auto& folders = folder.entries.folders();
+    if (std::binary_search(folders.begin(), folders.end(), std::string_view(name))) {
+      return rules_.decide(path, true).mayHold;
     }
-    last = name;
-    const auto& folders = entries_.folders();
     const auto byName = [](const WaitingName& waiting, const std::string& wanted) {
       return waiting.name < wanted;
     };
     const auto waits = std::lower_bound(folder.waiting.begin(), folder.waiting.end(), name, byName);
-    const std::string path = appendPathComponent(folder.path, name);
-    const bool isFolder = std::binary_search(folders.begin(), folders.end(), std::string_view(name));
-    const bool stays =
-        isFolder ? rules_.decide(path, true).mayHold
-                 : folder.failing.contains(name) || (waits != folder.waiting.end() && waits->name == name);
-    if (!stays) {
-      store_.clearFailuresBelow(path);
-    }
-  }
+    return folder.failing.contains(name) || (waits != folder.waiting.end() && waits->name == name);
+  });
 }
 
 // --- Single files ---
@@ -341,7 +334,7 @@ bool Scanner::consider(const std::string& path, const struct stat* status, const
     rules_.setMark(path, hasNoBackupAttribute(path) ? Mark::attribute : Mark::none);
   }
   const bool isSelected = isNew && rules_.decide(path, false).selected;
-  if (isSelected && !isPutOff(path, fileStateOf(*status))) {
+  if (isSelected && !delays_.holds(path, fileStateOf(*status))) {
     return pending_.add(path, static_cast<std::uint64_t>(status->st_size), ownerOf(*status));
   }
   pending_.remove(path);
@@ -356,40 +349,7 @@ bool Scanner::consider(const std::string& path, const struct stat* status, const
 
 void Scanner::putOff(const std::string& path, const FileState& state) {
   pending_.remove(path);
-  const std::lock_guard guard(delaysMutex_);
-  delays_[path] = {state, std::chrono::steady_clock::now() + kRetryUnreadable};
-  hasDelays_ = true;
-}
-
-std::vector<std::string> Scanner::dueAgain() {
-  std::vector<std::string> due;
-  const auto now = std::chrono::steady_clock::now();
-  const std::lock_guard guard(delaysMutex_);
-  for (const auto& [path, delay] : delays_) {
-    if (now >= delay.until) {
-      due.push_back(path);
-    }
-  }
-  return due;
-}
-
-void Scanner::forgetDelays() {
-  const std::lock_guard guard(delaysMutex_);
-  delays_.clear();
-  hasDelays_ = false;
-}
-
-bool Scanner::isPutOff(const std::string& path, const FileState& state) {
-  const std::lock_guard guard(delaysMutex_);
-  const auto delay = delays_.find(path);
-  if (delay == delays_.end()) {
-    return false;
-  }
-  if (delay->second.state == state && std::chrono::steady_clock::now() < delay->second.until) {
-    return true;
-  }
-  delays_.erase(delay);
-  return false;
+  delays_.add(path, state);
 }
 
 }  // namespace keldane

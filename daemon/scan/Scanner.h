@@ -2,9 +2,7 @@
 #pragma once
 
 #include <atomic>
-#include <chrono>
-#include <map>
-#include <mutex>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -12,10 +10,13 @@
 #include <vector>
 
 #include "daemon/rules/RuleBook.h"
+#include "daemon/scan/Delays.h"
 #include "daemon/scan/FileFacts.h"
 #include "daemon/scan/FolderEntries.h"
 #include "daemon/scan/KnownMounts.h"
 #include "daemon/scan/PendingFiles.h"
+#include "daemon/scan/ReadAhead.h"
+#include "daemon/scan/ScanFailures.h"
 #include "daemon/store/ChildRecords.h"
 #include "daemon/store/Store.h"
 #include "daemon/watch/Watcher.h"
@@ -38,10 +39,13 @@ class Scanner {
     std::vector<std::string> folders;  ///< that are left
     bool news = false;                 ///< a file has come to wait that did not wait before
     bool isDone = false;
+    std::unique_ptr<ReadAhead> ahead;  ///< reads while others are compared; none for a few folders
   };
   Walk begin(const std::string& place);
-  /// Looks at the next folders, at most so many.
-  void step(Walk& walk, std::size_t folders);
+  /// Whether a second thread reads ahead, which takes less time, or nobody is to notice the step.
+  enum class Pace { fast, quiet };
+  /// Looks at the next folders, about so many.
+  void step(Walk& walk, std::size_t folders, Pace pace = Pace::fast);
   /// All of it. Ends early when `cancelled` becomes true. Answers whether a file has come to wait.
   bool scan(const std::string& place, const std::atomic<bool>& cancelled);
   /// Looks at a folder's direct entries; what has to be looked at below is put into `below`: folders that are
@@ -59,18 +63,15 @@ class Scanner {
   /// changed or an hour has gone by.
   void putOff(const std::string& path, const FileState& state);
   /// Files that were put off and whose hour has gone by.
-  std::vector<std::string> dueAgain();
+  std::vector<std::string> dueAgain() const { return delays_.due(); }
   /// A person asked for it: everything that was put off is tried again.
-  void forgetDelays();
+  void forgetDelays() { delays_.clear(); }
 
  private:
-  struct Delay {
-    FileState state;
-    std::chrono::steady_clock::time_point until;
-  };
   /// What is found out about one folder.
   struct Folder {
     const std::string& path;
+    const FolderEntries& entries;
     std::optional<bool> selected;  // all of its files; absent: each has to be asked about
     bool heedsAttribute = false;
     std::vector<WaitingName> waiting;
@@ -79,35 +80,31 @@ class Scanner {
     std::set<std::string, std::less<>> withRecords;
   };
 
-  bool lookAt(const std::string& path, std::vector<std::string>& below, bool& isChanged);
+  void read(FolderRead& folder) const;
+  bool lookAt(FolderRead& read, std::vector<std::string>& below, bool& isChanged);
   void compareFiles(Folder& folder);
   void compare(Folder& folder, const FolderEntries::File& file, const BackupRecord* record);
   bool isWanted(Folder& folder, const FolderEntries::File& file);
   void findBelow(const Folder& folder, std::vector<std::string>& below);
   void noteMissing(const Folder& folder);
   void couldNotRead(const std::string& path, int error);
-  void noteFailure(const std::string& path, const std::string& reason);
   void settleFailures(const Folder& folder);
   void noteRemoved(const std::string& path);
   bool noteOtherFileSystem(const std::string& path);
-  void loadFailures(const std::string& place);
   bool consider(const std::string& path, const struct stat* status, const BackupRecord* record);
-  bool isPutOff(const std::string& path, const FileState& state);
 
   Store& store_;
   RuleBook& rules_;
   PendingFiles& pending_;
   Watcher* const watcher_;
   KnownMounts knownMounts_;
-  std::mutex delaysMutex_;
-  std::map<std::string, Delay> delays_;  // guarded by delaysMutex_
-  std::atomic<bool> hasDelays_ = false;
+  Delays delays_;
   // Of the thread that looks at folders:
   ChildRecords records_;
-  FolderEntries entries_;
+  FolderRead folder_;
   MountTable mounts_;
-  std::map<std::string, std::string> failures_;  // reasons by path, at or below what is looked at
-  std::uint32_t failuresOf_ = 0;                 // the walk that they were loaded for
+  ScanFailures failures_;
+  std::uint32_t failuresOf_ = 0;  // the walk that they were loaded for
 };
 
 }  // namespace keldane

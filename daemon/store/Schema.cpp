@@ -62,6 +62,7 @@ CREATE TABLE IF NOT EXISTS leaving(number INTEGER PRIMARY KEY, full INTEGER NOT 
 CREATE TABLE IF NOT EXISTS backups(number INTEGER PRIMARY KEY, time REAL NOT NULL);
 CREATE TABLE IF NOT EXISTS failures(path TEXT PRIMARY KEY, reason TEXT NOT NULL, since REAL NOT NULL)
   WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS marks(path TEXT PRIMARY KEY, mark INTEGER NOT NULL) WITHOUT ROWID;
 CREATE TRIGGER IF NOT EXISTS file_added AFTER INSERT ON files WHEN new.removed IS NULL BEGIN
   UPDATE counters SET files = files + 1, bytes = bytes + (new.size & 4294967295),
     large = large + (new.size >> 32); END;
@@ -89,6 +90,7 @@ DROP TABLE IF EXISTS snapshots;
 DROP TABLE IF EXISTS leaving;
 DROP TABLE IF EXISTS backups;
 DROP TABLE IF EXISTS failures;
+DROP TABLE IF EXISTS marks;
 UPDATE counters SET first_full = NULL, last_full = NULL, files = 0, bytes = 0, failures = 0, large = 0;
 )";
 

@@ -110,6 +110,28 @@ void Store::removePriority(const std::string& path) {
   execute("DELETE FROM priorities WHERE path = ?", path);
 }
 
+std::map<std::string, std::uint32_t> Store::marks() {
+  const ScopedLock guard(readMutex_);
+  std::map<std::string, std::uint32_t> marks;
+  for (SQLite::Statement row(reader_, "SELECT path, mark FROM marks"); row.executeStep();) {
+    marks[row.getColumn(0).getString()] = row.getColumn(1).getUInt();
+  }
+  return marks;
+}
+
+void Store::setMark(const std::string& path, std::uint32_t mark) {
+  if (mark == 0) {
+    execute("DELETE FROM marks WHERE path = ?", path);
+  } else {
+    execute("INSERT OR REPLACE INTO marks VALUES(?, ?)", path, mark);
+  }
+}
+
+void Store::removeMarks(const std::string& path) {
+  const sql::Below below(path);
+  execute("DELETE FROM marks WHERE path = ? OR (path >= ? AND path < ?)", path, below.from, below.to);
+}
+
 void Store::administer(Table table, const std::string& key, const std::string& value, bool fixed) {
   administered_[{table, key}] = {value, fixed};
 }

@@ -119,6 +119,13 @@ class Store {
   /// when the cause is.
   std::optional<std::string> trouble();
 
+  /// What the last looks at the disk found at paths, as numbers that the caller gives; 0 takes a path out. It
+  /// is part of the catalogue.
+  std::map<std::string, std::uint32_t> marks();
+  void setMark(const std::string& path, std::uint32_t mark);
+  /// Takes out what lies at or below a path.
+  void removeMarks(const std::string& path);
+
   // --- What is stored ---
 
   /// The newest version of a file; absent when none is stored.

@@ -49,6 +49,33 @@ TEST_F(RuleBookTest, APathsOwnRuleComesBeforeItsTypes) {
   EXPECT_FALSE(rules_.decide("/home/elsewhere/folder.doc", true).selected) << "types are for files";
 }
 
+TEST_F(RuleBookTest, WhatWasFoundOnTheDiskIsKnownAfterARestart) {
+  rules_.setRule("/home/a", true);
+  rules_.setMark("/home/a/cache", Mark::cacheTag);
+  rules_.setMark("/home/a/tree", Mark::otherFileSystem);
+  rules_.setMark("/home/a/tree/deep", Mark::attribute);
+  rules_.setMark("/home/a/tree/deep", Mark::none);
+  rules_.setMark("/home/a/gone", Mark::cacheTag);
+  rules_.setMark("/home/a/gone/deep", Mark::cacheTag);
+  rules_.dropMarks("/home/a/gone");
+  RuleBook again(store_, "/home", {});
+  EXPECT_EQ(again.decide("/home/a/cache/x", false).ignoredAt, "/home/a/cache");
+  EXPECT_TRUE(again.isMarked("/home/a/tree", Mark::otherFileSystem));
+  EXPECT_FALSE(again.isMarked("/home/a/tree/deep", Mark::attribute));
+  EXPECT_TRUE(again.decide("/home/a/gone/deep/x", false).selected);
+  EXPECT_EQ(store_.marks().size(), 2U);
+}
+
+TEST_F(RuleBookTest, WhatWasFoundBelowAMarkOutlivesThatMark) {
+  rules_.setRule("/home/a", true);
+  rules_.setMark("/home/a/b", Mark::cacheTag);
+  rules_.setMark("/home/a/b/c", Mark::cacheTag);
+  rules_.setMark("/home/a/b", Mark::none);
+  RuleBook again(store_, "/home", {});
+  EXPECT_TRUE(again.decide("/home/a/b/x", false).selected);
+  EXPECT_FALSE(again.decide("/home/a/b/c/x", false).selected);
+}
+
 TEST_F(RuleBookTest, ATypesRuleCanBeTakenAwayForGood) {
   rules_.setRule("/home/a", true);
   rules_.setType(".tmp", kTypeExclude);

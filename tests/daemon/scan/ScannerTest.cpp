@@ -86,6 +86,55 @@ TEST_F(ScannerTest, FindsWhatIsSelectedAndNotStored) {
   EXPECT_EQ(pending_.totals().files, 0U);
 }
 
+TEST_F(ScannerTest, ManyFoldersAreReadAheadAndNoneIsLost) {
+  constexpr int kFolders = 300;
+  for (int folder = 0; folder < kFolders; ++folder) {
+    const std::string name = "f/" + std::to_string(folder % 40) + "/deep/" + std::to_string(folder);
+    folder_.write(name + "/a", "1");
+    folder_.write(name + "/b", "22");
+  }
+  folder_.write("f/7/deep/out/CACHEDIR.TAG", kTag);
+  folder_.write("f/7/deep/out/x", "1");
+  rules_.setRule(path("f"), true);
+  EXPECT_TRUE(scan());
+  EXPECT_EQ(pending_.totals().files, 2U * kFolders);
+  EXPECT_EQ(pending_.totals().bytes, 3U * kFolders);
+  store();
+  fs::remove_all(path("f/3"));
+  folder_.write("f/11/deep/11/a", "changed");
+  EXPECT_TRUE(scan());
+  EXPECT_EQ(pending_.totals().files, 1U);
+  EXPECT_TRUE(waits("f/11/deep/11/a"));
+  EXPECT_TRUE(isRemoved("f/3/deep/3/a"));
+}
+
+TEST_F(ScannerTest, AFolderAheadThatHoldsMuchDelaysTheOthers) {
+  constexpr int kFolders = 20, kFiles = 1000;
+  for (int folder = 0; folder < kFolders; ++folder) {
+    for (int file = 0; file < kFiles; ++file) {
+      folder_.write("f/" + std::to_string(folder) + "/" + std::to_string(file), "");
+    }
+  }
+  rules_.setRule(path("f"), true);
+  EXPECT_TRUE(scan());
+  EXPECT_EQ(pending_.totals().files, static_cast<std::uint64_t>(kFolders * kFiles));
+}
+
+TEST_F(ScannerTest, AWalkThatIsGivenUpLeavesNoThread) {
+  for (int folder = 0; folder < 100; ++folder) {
+    folder_.write("f/" + std::to_string(folder) + "/a", "1");
+  }
+  rules_.setRule(path("f"), true);
+  {
+    Scanner::Walk walk = scanner_->begin(path("f"));
+    scanner_->step(walk, 1);
+    scanner_->step(walk, 1);
+    EXPECT_NE(walk.ahead, nullptr);
+    EXPECT_FALSE(walk.isDone);
+  }
+  scanner_ = nullptr;
+}
+
 TEST_F(ScannerTest, AChangeThatKeepsSizeAndTimeIsFound) {
   const std::string file = folder_.write("f/a", "1");
   rules_.setRule(path("f"), true);

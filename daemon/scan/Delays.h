@@ -1,0 +1,37 @@
+// Files that could not be stored and are to be tried again later.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "daemon/store/Store.h"
+
+namespace keldane {
+
+/// Remembers files with the state in which they could not be stored. Such a file is not tried again until it
+/// has changed or an hour has gone by. Any thread; the mutex is a leaf.
+class Delays {
+ public:
+  void add(const std::string& path, const FileState& state);
+  /// Whether a file is still to be left alone. If it is not, it is forgotten.
+  bool holds(const std::string& path, const FileState& state);
+  bool isEmpty() const { return isEmpty_; }
+  /// The files whose hour has gone by.
+  std::vector<std::string> due() const;
+  void clear();
+
+ private:
+  struct Delay {
+    FileState state;
+    std::chrono::steady_clock::time_point until;
+  };
+  mutable std::mutex mutex_;
+  std::map<std::string, Delay> delays_;  // guarded by mutex_
+  std::atomic<bool> isEmpty_ = true;
+};
+
+}  // namespace keldane
