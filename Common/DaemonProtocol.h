@@ -9,8 +9,8 @@
 
 namespace keldane {
 
-/// What `setFileTypeToggle:toggle:` sets for a file type and `getFileTypeToggle:` answers. Any other number
-/// is no rule.
+/// The rules for a file type that `setFileTypeToggle:toggle:` sets and `getFileTypeToggle:` answers. Any
+/// other number is no rule.
 inline constexpr std::uint32_t kTypeNone = 0;
 inline constexpr std::uint32_t kTypeBackup = 6;
 inline constexpr std::uint32_t kTypeExclude = 7;
@@ -19,8 +19,8 @@ inline constexpr std::uint32_t kTypeExclude = 7;
 
 // METHOD(selector, operation, return code, argument codes…). Selectors, order of arguments and codes are the
 // wire protocol. The selectors setBackupControl:turnOff:, intValueForProfileKey: and
-// setValueForProfileKey:withUnsigned: are missing on purpose: the facade sends them, nobody can describe
-// them, and so they never reach the daemon.
+// setValueForProfileKey:withUnsigned: are missing on purpose: the facade calls them, but no row describes
+// them, so the calls never reach the daemon.
 // clang-format off
 #define KELDANE_DAEMON_METHODS(METHOD) \
   METHOD("setEnabled:",                          setEnabled,                       'v', 'c')                \

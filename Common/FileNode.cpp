@@ -28,7 +28,8 @@ std::uint64_t KeldaneFileNode::sizeValue() {
 }
 
 std::optional<std::string> KeldaneFileNode::path() {
-  // From the nearest ancestor with a stored path downwards, each on the way keeping its own.
+  // The path is built from the nearest ancestor with a stored path downwards. Each node on the way keeps its
+  // own.
   std::vector<Link> way;
   for (Link node = shared_from_this(); node && node->path_.string().empty(); node = node->parentLink()) {
     way.push_back(node);
@@ -66,7 +67,7 @@ bool KeldaneFileNode::isBundle() { return childWithName("Contents") != nullptr; 
 bool KeldaneFileNode::showInRestoreBrowser() {
   const std::optional<std::string> where = path();
   if (!where && !parent_.expired()) {
-    failForPathOfChild();  // the tree above this node has no path; one for the node alone cannot be set
+    failForPathOfChild();  // the nodes above have no path, and the path of a child cannot be set
   }
   if (where && FileManager::fileExistsAtPath(*where) && !FileManager::isReadableFileAtPath(*where)) {
     return false;

@@ -67,7 +67,7 @@ enum class BackupColor : std::int32_t { undefined, none, green, yellow, gray, bl
 /// proportion to the depth of the tree. A tree is not locked: one thread at a time uses it.
 class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
  protected:
-  /// Nodes are made by `create` and its kin alone.
+  /// Only `create` and the functions like it can make a Key, and so a node.
   struct Key {
     explicit Key() = default;
   };
@@ -78,18 +78,18 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
 
   static Pointer create() { return make<KeldaneFileNode>()->pointer(); }
   static Pointer create(PropertyList fileName, bool directory);
-  /// From the local file system, without following a final symbolic link; never absent. No flags, colour,
-  /// dates or state.
+  /// A node made from the local file system; a final symbolic link is not followed. It is never absent, and
+  /// has no flags, colour, dates or state.
   static Pointer fileNodeForPath(const std::string& path);
-  /// From the daemon's answer about the path; absent when there is none. The path given stands, whatever the
-  /// answer says.
+  /// A node made from the daemon's answer about the path; absent when there is none. Its path is the one
+  /// given, whatever path the answer holds.
   static Pointer fileNodeForPath(const std::string& path, KeldaneProxy* fromProxy);
-  /// With folder sizes when asked for.
+  /// The same. `withDirSizes` says whether the daemon adds up the sizes of folders.
   static Pointer fileNodeForPath(const std::string& path, bool withDirSizes, KeldaneProxy* fromProxy);
-  /// Paths without an answer are left out, so the result can be shorter.
+  /// One node for each path. Paths without an answer are left out, so the result can be shorter.
   static std::vector<Pointer> fileNodesForPaths(const std::vector<std::string>& paths,
                                                 KeldaneProxy* fromProxy);
-  /// Entries that are no dictionaries are left out.
+  /// One node for each dictionary. Entries that are no dictionaries are left out.
   static std::vector<Pointer> fileNodesForDictionaries(const PropertyList& dictionaries);
 
   explicit KeldaneFileNode(Key) {}
@@ -97,7 +97,7 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   KeldaneFileNode(const KeldaneFileNode&) = delete;
   KeldaneFileNode& operator=(const KeldaneFileNode&) = delete;
 
-  /// Holds this node and what is above it.
+  /// A Pointer that keeps this node and all nodes above it alive.
   Pointer pointer();
   /// Overwrites the node with the values of the dictionary. An existing child list stays when the dictionary
   /// has no "children". `selected`, `parent` and `inPolicy` stay.
@@ -144,7 +144,7 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   bool inPolicy() const { return inPolicy_; }
   void setInPolicy(bool inPolicy) { inPolicy_ = inPolicy; }
   PropertyList inPolicyValue() const { return PropertyList::boolean(inPolicy_); }
-  /// An icon of whatever kind its producer makes; copies share it.
+  /// An icon in the form that the user interface uses. Copies of the node share it.
   const std::shared_ptr<const void>& image() const { return image_; }
   void setImage(std::shared_ptr<const void> image) { image_ = std::move(image); }
 
@@ -172,11 +172,12 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   void removeChild(const Pointer& child);
   std::uint32_t count();
   Pointer root();
-  /// The first child of that name, exactly.
+  /// The first child with exactly this name; null when there is none.
   Pointer childWithName(std::string_view name);
-  /// The node that the path leads to from the root, which stands for the first component, whatever its name.
+  /// The node at a path below this one. The first component of the path stands for this node, whatever its
+  /// name is.
   Pointer nodeAtPath(std::string_view path);
-  /// Detaches that node from its parent, if there is one.
+  /// Removes the node at the path from its parent, if there is such a node.
   void removeNodeAtPath(std::string_view path);
   /// Sorts the child list and those of all below; without a child list it does nothing. Throws
   /// InvalidArgument for an unknown key, and for a copy that has children.
@@ -186,7 +187,7 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   PropertyList valueForKey(std::string_view key);
   /// Whether any child is a folder, and whether any is not.
   void hasChildDirectories(bool& directories, bool& andFiles);
-  /// Drops the subtree.
+  /// Removes all children.
   virtual void flush();
 
   /// 1 selected, 0 not, -1 partly: some child is selected or partly selected, but not every one fully.
@@ -234,7 +235,7 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   virtual const char* className() const { return "KeldaneFileNode"; }
   /// The work of `addChild` after its checks.
   virtual void attach(const Link& child);
-  /// Puts a new, empty child list in place of what there was.
+  /// Replaces the child list by a new, empty one.
   void renewChildren();
 
  private:

@@ -36,11 +36,12 @@ void KeldaneFileNode::initWithDictionary(const PropertyList& dictionary) {
   }
 }
 
-// Answers the dictionaries of the children, for which it makes the list; absent when there are none.
+// Reads the node's own fields and answers the children's dictionaries, which are absent when there are none.
+// It makes the empty child list for them.
 PropertyList KeldaneFileNode::readFields(PropertyList dictionary) {
   PropertyList::LookUp values(std::move(dictionary));
   cleanup();
-  // In the order in which `dictionary` writes them.
+  // The order is that in which `dictionary` writes them, because looking keys up in that order is quickest.
   fileName_ = values["fileName"];
   displayName_ = values["displayName"];
   isDirectory_ = values["isDirectory"].boolValue();
@@ -68,7 +69,7 @@ PropertyList KeldaneFileNode::dictionary() const {
   static const auto& keys = *new PropertyList::Keys{
       "fileName", "displayName", "isDirectory", "backupDate",  "version",    "path", "state",
       "size",     "backupFlags", "simpleFlags", "backupColor", "totalCount", "uid",  "gid"};
-  // An absent value leaves its entry out.
+  // An entry with an absent value is left out of the dictionary.
   return PropertyList::dictionary(
       keys, {fileName_, displayName_, PropertyList::boolean(isDirectory_), backupDate_, version_, path_,
              state_, PropertyList::unsignedInteger(size_), PropertyList::unsignedInteger(backupFlags_),

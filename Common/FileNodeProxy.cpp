@@ -18,7 +18,7 @@ const KeldaneFileNode::ChildList* KeldaneFileNodeProxy::children() {
     const std::optional<std::string> where = path();
     const PropertyList answer =
         daemon->childrenDictionariesForPath(where ? PropertyList(*where) : PropertyList());
-    childrenLoaded_ = true;  // whatever the answer: an absent one is not asked for again
+    childrenLoaded_ = true;  // even for an absent answer, so that the daemon is not asked again
     if (answer.isArray()) {
       renewChildren();
       for (const KeldaneFileNode::Pointer& child : fileNodesForDictionaries(answer)) {

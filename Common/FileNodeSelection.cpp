@@ -48,8 +48,8 @@ void KeldaneFileNode::setSelected(std::int32_t selected) {
 }
 
 // A file that was never backed up refuses the selection, but its folder is marked as selected all the same:
-// the folder's selection is derived from its children only when a later change below passes through it. Kept
-// on purpose.
+// the folder's selection is derived from its children only when a later change below passes through it. This
+// is kept on purpose.
 void KeldaneFileNode::select() {
   const auto selectOne = [](KeldaneFileNode& node) {
     const bool can = node.backupDate_ || node.isDirectory_;
@@ -80,7 +80,8 @@ void KeldaneFileNode::checkSelections() {
         partial += child.selected_ == -1 ? 1U : 0U;
       }
     }
-    // The counts of a node without children are equal too, so it becomes fully selected. Kept on purpose.
+    // The counts of a node without children are equal too, so it becomes fully selected. This is kept on
+    // purpose.
     if (full == (node->children_ ? node->children_->size() : 0)) {
       node->selected_ = 1;
     } else {

@@ -1,4 +1,4 @@
-// Sorting, and the accessors by their names.
+// Sorting of child lists, and access to a node's values by the names of their accessors.
 #include <algorithm>
 
 #include "Common/FileNode.h"

@@ -17,7 +17,7 @@ struct FlagName {
   const char* name;
 };
 
-// Bit 17 stands here twice: a word with it set prints both names. Kept on purpose.
+// Bit 17 is listed twice, so flags that have it print both names. This is kept on purpose.
 constexpr FlagName kBackupFlagNames[] = {
     {backup_flags::kBackup, "Backup_Backup "},
     {backup_flags::kBackedUp, "Backup_BackedUp "},
@@ -64,8 +64,8 @@ std::string flagText(std::uint32_t flags, const std::string& body) {
   return stringWithFormat("0x%8.8lx : %@", flags, body);
 }
 
-/// The name that one of the account look-ups finds, or the number. The look-ups need a buffer and say when it
-/// is too small.
+/// The name that getpwuid_r or getgrgid_r finds for a number, or the number as text. These functions need a
+/// buffer and report when it is too small.
 template <class Entry, class LookUp>
 std::string accountName(std::uint32_t id, LookUp lookUp, char* Entry::*name) {
   constexpr std::size_t kLargestBuffer = std::size_t{1} << 20;
@@ -102,8 +102,8 @@ PropertyList KeldaneFileNode::backupColorString() const {
   return backupColor_ >= 0 && color < kColorNames.size() ? PropertyList(kColorNames[color]) : PropertyList();
 }
 
-// The format is the key of a user's date format, not that format itself. The key has no conversion in it, so
-// every date reads as the key. Kept on purpose.
+// The format used here is the name of the preference that holds the user's date format, not its value. The
+// name has no conversion in it, so every date prints as the name. This is kept on purpose.
 std::string KeldaneFileNode::backupDateString() const {
   return backupDate_ ? "NSTimeDateFormatString" : "Never";
 }

@@ -1,4 +1,4 @@
-// The tree that file nodes form: who owns whom, attaching and detaching, looking up.
+// The tree of file nodes: ownership, adding and removing children, and finding nodes by path.
 #include <algorithm>
 
 #include "Common/FileNode.h"
@@ -112,7 +112,7 @@ bool KeldaneFileNode::isAbove(const KeldaneFileNode& other) const {
 /// Whether the other's child lists lead to this node.
 bool KeldaneFileNode::isBelow(const KeldaneFileNode& other) const {
   if (!other.children_ || weak_from_this().use_count() == (hold_.expired() ? 0 : 1)) {
-    return false;  // nobody but its hold owns it, so it is in no list
+    return false;  // only its hold owns this node, so no child list contains it
   }
   std::vector<const KeldaneFileNode*> nodes = {&other};
   while (!nodes.empty()) {

@@ -2,8 +2,7 @@
 // integers in the byte order of the machine, then the payload, a binary property list. A length of 0 means
 // that there is no payload.
 //
-// The socket reads messages, on its receive thread; the proxy writes them, as it keeps the pieces of one
-// message together.
+// KeldSocketFrames.cpp writes and reads messages. The proxy keeps the pieces of one message together.
 #pragma once
 
 #include <cstdint>

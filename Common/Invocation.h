@@ -99,12 +99,12 @@ struct Invocation {
 class InvocationTarget {
  public:
   virtual ~InvocationTarget() = default;
-  /// Null for a selector that it does not answer.
+  /// The signature of a method; null for a selector that this object does not implement.
   virtual const MethodSignature* methodSignatureForSelector(std::string_view selector) const = 0;
   virtual void invoke(Invocation& invocation) = 0;
 };
 
-/// Typed calls from a row's argument codes.
+/// Makes and performs typed calls from the argument codes of a table's row.
 template <char... ArgumentCodes>
 struct Codes {
   template <class... Given>

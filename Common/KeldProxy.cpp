@@ -183,7 +183,7 @@ bool KeldaneProxy::callWithoutWaiting(std::string_view selector, Arguments argum
 }
 
 void KeldaneProxy::forwardInvocation(Invocation& invocation) {
-  // A failed write takes the link down on this thread, and the last other owner of this proxy with it.
+  // A failed write takes the link down on this thread. That may release the last other owner of this proxy.
   const std::shared_ptr<KeldaneProxy> self = shared_from_this();
   const ScopedLock forwarding(forwardingLock_);
   const PropertyList::Array& emptyRequest = emptyRequestFor(invocation.signature);
@@ -201,8 +201,9 @@ void KeldaneProxy::forwardInvocation(Invocation& invocation) {
     waitingOnResult_ =
         true;  // before the request is sent: the failure signal may come before this thread goes on
   }
-  // Made when the first pieces are sent, which wake the peer's receive thread, and that takes longer. When
-  // there is no memory for it, the message ends without a payload, and the peer takes no notice of it.
+  // The request is encoded after the first pieces of the message were sent. They wake the peer's receive
+  // thread, which takes longer than the encoding. When there is no memory for the payload, the message is
+  // sent without one, and the peer ignores it.
   PropertyList request;
   std::exception_ptr failure;
   sendFrame(kRequestFrame, [&]() -> std::optional<Bytes> {
@@ -241,18 +242,15 @@ void KeldaneProxy::forwardInvocation(Invocation& invocation) {
   invocation.result = result ? RawValue::decoded(*result, returnType) : RawValue();
 }
 
-// The payload is asked for when the marker and the type are on their way, nothing for none.
+// `payloadOf` is called when the marker and the type have been sent. It answers nothing for a message without
+// a payload.
 template <class Payload>
 void KeldaneProxy::sendFrame(std::int32_t type, const Payload& payloadOf) {
   const std::shared_ptr<KeldaneSocket> target = socket();
   const ScopedLock guard(socketLock_);
-  sendTo(target, &KeldaneSocket::sendString, kFrameMarker.data());
-  sendTo(target, &KeldaneSocket::sendInt, type);
+  sendTo(target, &KeldaneSocket::beginFrame, type);
   const std::optional<Bytes> payload = payloadOf();
-  sendTo(target, &KeldaneSocket::sendInt, payload ? static_cast<std::int32_t>(payload->size()) : 0);
-  if (payload && !payload->empty()) {
-    sendTo(target, &KeldaneSocket::sendData, BytesView(*payload));
-  }
+  sendTo(target, &KeldaneSocket::endFrame, payload ? &*payload : nullptr);
 }
 
 bool KeldaneProxy::processData(const Bytes* payload, std::int32_t type) {
@@ -270,7 +268,7 @@ bool KeldaneProxy::processData(const Bytes* payload, std::int32_t type) {
         processFailure();
     }
   } catch (const std::bad_alloc&) {
-    throw;  // fails the link: somebody may wait for the message that is lost
+    throw;  // this fails the link: somebody may wait for the message that is lost
   } catch (const Exception& exception) {
     KeldaneCLog("ERROR: KeldaneProxy processData caught exception: %@.", exception.what());
   } catch (...) {
@@ -365,7 +363,7 @@ void KeldaneProxy::performDirectly(InvocationTarget& target, Invocation& invocat
   try {
     target.invoke(invocation);
   } catch (const std::bad_alloc&) {
-    throw;  // fails the link: any answer would be wrong
+    throw;  // this fails the link, because any answer would be wrong
   } catch (const Exception& exception) {
     KeldaneCLog("ERROR: KeldaneProxy processInvocationArgs caught exception: %@.", exception.what());
   } catch (...) {
@@ -377,8 +375,9 @@ void KeldaneProxy::performDirectly(InvocationTarget& target, Invocation& invocat
   }
   PropertyList value = encodedResult(invocation.result, returnType);
   invocation.result = {};
-  // Written when the first pieces are sent, which wake the peer's receive thread: that takes longer than to
-  // write a short answer. The value, which may be large, does not wait until the peer has read.
+  // The answer is encoded after the first pieces of the message were sent. They wake the peer's receive
+  // thread, which takes longer than to encode a short answer. The value, which may be large, is released
+  // before the payload is sent.
   sendFrame(kResponseFrame, [&]() -> std::optional<Bytes> {
     if (!value) {
       return std::nullopt;

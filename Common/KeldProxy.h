@@ -17,13 +17,13 @@
 
 namespace keldane {
 
-/// The remote-call proxy over one socket, of which it is the data delegate.
+/// The remote-call proxy over one socket. It is the socket's data delegate.
 ///
-/// Outgoing calls (any thread) are strictly one at a time; a call that returns a value waits, without a time
-/// limit, until the response arrives or the link fails, and then yields no value, which reads as zero or
-/// absent. When there was no memory for the response it throws std::bad_alloc. Incoming requests are
-/// performed on the delegate: queued to the run loop of the thread that made the proxy (main-thread mode, no
-/// response), or on the receive thread with a response (direct mode).
+/// Any thread may call. Outgoing calls are strictly one at a time. A call that returns a value waits, without
+/// a time limit, until the response arrives or the link fails. After a failure it yields no value, which
+/// reads as zero or absent. It throws std::bad_alloc when there was no memory for the response. Incoming
+/// requests are performed on the delegate: queued to the run loop of the thread that made the proxy
+/// (main-thread mode, no response), or on the receive thread with a response (direct mode).
 ///
 /// Lock order: forwardingLock → socketLock (released before waiting) → resultCond on the caller's side; the
 /// socket's data-delegate lock → resultCond, → invocationLock, or → forwardingLock → socketLock on the
@@ -42,7 +42,7 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
   void setSocket(const std::shared_ptr<KeldaneSocket>& socket);
   /// The table of the peer's methods. It is not owned; the tables are constants.
   void setProtocol(const Protocol* protocol);
-  /// Who performs incoming requests; not owned.
+  /// The object that performs incoming requests; not owned.
   void setDelegate(std::weak_ptr<InvocationTarget> delegate);
   void setCallDelegateOnMainThread(bool onMainThread);
 
@@ -51,19 +51,19 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
   /// Sends the call and, if it returns a value, waits for the result. The arguments are converted to the
   /// codes of the table.
   RawValue call(std::string_view selector, Arguments arguments);
-  /// The same for a method that returns nothing, but only if the peer can take it at once and no other call
-  /// is on its way; false, and nothing is sent, otherwise.
+  /// Sends a call of a method that returns nothing, but only if the peer can take it at once and no other
+  /// call is being sent. Otherwise it answers false and sends nothing.
   bool callWithoutWaiting(std::string_view selector, Arguments arguments);
 
-  /// Whether the link has ended. A call that returned nothing was then not answered, as opposed to answered
-  /// with nothing.
+  /// Whether the link has ended. If it has, a call that yielded no value was not answered; otherwise the
+  /// answer was an absent value.
   bool isLinkAtEnd() const;
 
   bool processData(const Bytes* payload, std::int32_t type) override;
   void socketClosing() override;
 
-  /// Releases the socket, which it does not close, and a receive thread that waits to hand over a result. A
-  /// caller that is waiting goes on waiting: only an answer or the failure signal ends that.
+  /// Lets go of the socket without closing it, and lets a receive thread leave that waits to hand over a
+  /// result. A caller that is waiting goes on waiting: only an answer or the failure signal ends that.
   void close();
 
  private:
@@ -93,7 +93,7 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
   // 1: a result or a failure is ready for the caller
   ConditionLock resultCond_{0, {.name = "KeldaneProxy.resultCond", .leaf = true}};
   std::atomic<bool> waitingOnResult_ = false;
-  // Nothing after a failure; an answer may be an absent value.
+  // It holds nothing after a failure. An answer may be an absent value.
   std::optional<PropertyList> resultObject_ KELDANE_GUARDED_BY(resultCond_);
   // The key set of the latest response, reused by the next, which mostly has the same keys. Guarded because
   // the receive threads of an old and a new socket may overlap.

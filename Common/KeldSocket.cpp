@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <pthread.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -10,7 +9,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <new>
 #include <system_error>
@@ -20,6 +18,7 @@
 #include "platform/objects/Absent.h"
 #include "platform/objects/Exceptions.h"
 #include "platform/runloop/RunLoop.h"
+#include "platform/threads/SignalsBlocked.h"
 
 namespace keldane {
 
@@ -50,23 +49,6 @@ bool isReadableBefore(int descriptor, std::chrono::steady_clock::time_point end)
     }
   }
 }
-
-/// Blocks all signals for threads that are started in its scope: signals are for the host, and one that
-/// arrived on such a thread would interrupt a read.
-class SignalsBlocked {
- public:
-  SignalsBlocked() {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before_);
-  }
-  ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-  SignalsBlocked(const SignalsBlocked&) = delete;
-  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
- private:
-  sigset_t before_;
-};
 
 }  // namespace
 

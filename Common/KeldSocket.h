@@ -102,6 +102,11 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   bool sendData(BytesView data);
   bool sendString(const char* text);
   bool sendInt(std::int32_t value);
+  /// Writes one message in two steps, so that its payload can be made while the first pieces wake the peer:
+  /// the marker and the type, then the length and the payload, null for none. The caller sees to it that no
+  /// other message comes between the two.
+  void beginFrame(std::int32_t type);
+  void endFrame(const Bytes* payload);
   /// Reads `count` bytes, and may take more from a descriptor that this class connected or accepted, which
   /// the next call gets first. -1 at the end of the stream or after an error; fewer when there is no
   /// descriptor or a read would block. Only the receive thread calls it while there is one.
@@ -170,7 +175,10 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   void reportReadFailure();
   /// Waits until the condition holds, but no longer than `duration`. `close` and `start` make it look again.
   template <class Condition>
-  void waitUnless(const Condition& condition, std::chrono::milliseconds duration);
+  void waitUnless(const Condition& condition, std::chrono::milliseconds duration) {
+    const ScopedLock guard(closedMutex_);
+    closed_.waitFor(closedMutex_, duration, condition);
+  }
   using DelegateCall = void (KeldSocketDelegate::*)(const std::shared_ptr<KeldaneSocket>&);
   void tellSocketDelegate(DelegateCall call, const char* logLine);
   void acceptThread();

@@ -1,9 +1,7 @@
 // The loops of the two threads that a socket can have: receiving and accepting.
 #include <sys/socket.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <new>
 
 #include "Common/KeldSocket.h"
@@ -19,7 +17,8 @@ namespace {
 // clients try.
 constexpr auto kFailureDelay = std::chrono::seconds(1);
 
-constexpr auto kPause = std::chrono::milliseconds(100);
+// The pause after a failed accept.
+constexpr auto kAcceptPause = std::chrono::milliseconds(100);
 
 // Runs the work and logs what it throws: an exception that left the thread would end the host. False when
 // something was thrown.
@@ -62,84 +61,6 @@ bool KeldaneSocket::beginsAnew() {
   rcvThreadRunning_ = startsAgain_;
   startsAgain_ = false;
   return rcvThreadRunning_;
-}
-
-// False when a read failed. A message that is cut off because the socket was closed is abandoned silently.
-// Throws std::bad_alloc, and nothing else.
-bool KeldaneSocket::receiveMessage() {
-  std::int32_t type = 0;
-  std::uint32_t length = 0;
-  if (!receiveMarker()) {
-    return false;
-  }
-  if (!goesOnReceiving()) {
-    return true;
-  }
-  Bytes payload;
-  ByteBudget::Share share(limits_ ? limits_->received : nullptr);  // until the message was processed
-  if (readBytes(sizeof(type), &type) <= 0 || readBytes(sizeof(length), &length) <= 0 ||
-      !receivePayload(length, payload, share)) {
-    return false;
-  }
-  messageEnd_.reset();
-  if (goesOnReceiving()) {
-    deliver(length == 0 ? nullptr : &payload, type);
-  }
-  return true;
-}
-
-// Reads in steps of 36 bytes until one is the marker. The stream is brought back into step by whole steps
-// only, never byte by byte; deliberately simple.
-bool KeldaneSocket::receiveMarker() {
-  while (goesOnReceiving()) {
-    char buffer[kFrameMarker.size() + 1] = {};
-    const std::int32_t got = readBytes(kFrameMarker.size(), buffer);
-    if (got < 0) {
-      return false;
-    }
-    if (got < 2) {
-      waitUnless([this] { return !goesOnReceiving(); }, kPause);
-      continue;
-    }
-    if (kFrameMarker == buffer) {
-      return true;
-    }
-    KeldaneCLog("KeldaneSocket Expecting a UUID, got something else...");
-  }
-  return true;
-}
-
-// A peer may announce any length up to 4 GiB, so memory is taken as bytes arrive. A payload is accepted when
-// any of its bytes came: bytes that are missing because a read would have blocked are zero.
-bool KeldaneSocket::receivePayload(std::uint32_t length, Bytes& payload, ByteBudget::Share& share) {
-  if (limits_ && length > limits_->longestMessage) {
-    KeldaneCLog("KeldaneSocket A message is too long");
-    return false;
-  }
-  while (payload.size() < length) {
-    const auto done = static_cast<std::uint32_t>(payload.size());
-    const std::uint32_t step = std::min(length - done, std::max(kSmallPayload, done));
-    if (done > 0 && !share.grow(step)) {
-      KeldaneCLog("KeldaneSocket Too many messages come in at once");
-      return false;
-    }
-    payload.resize(std::size_t{done} + step);
-    const std::int32_t got = readBytes(step, payload.data() + done);
-    if (got < 0 || (got == 0 && done == 0)) {
-      return false;
-    }
-    if (static_cast<std::uint32_t>(got) < step && goesOnReceiving()) {
-      if (!share.grow(length - done - step)) {
-        KeldaneCLog("KeldaneSocket Too many messages come in at once");
-        return false;
-      }
-      payload.resize(length);
-    }
-    if (static_cast<std::uint32_t>(got) < step) {
-      break;
-    }
-  }
-  return true;
 }
 
 void KeldaneSocket::deliver(const Bytes* payload, std::int32_t type) {
@@ -187,12 +108,6 @@ void KeldaneSocket::reportReadFailure() {
   }
 }
 
-template <class Condition>
-void KeldaneSocket::waitUnless(const Condition& condition, std::chrono::milliseconds duration) {
-  const ScopedLock guard(closedMutex_);
-  closed_.waitFor(closedMutex_, duration, condition);
-}
-
 void KeldaneSocket::tellSocketDelegate(DelegateCall call, const char* logLine) {
   const ScopedLock guard(monitor_);
   if (!goesOnReceiving()) {
@@ -231,7 +146,7 @@ void KeldaneSocket::acceptThread() {
       guarded([&] { makeChild(std::move(owned)); });
     } else {
       // Without a free descriptor it fails again at once, until somebody leaves.
-      waitUnless([this] { return currentDescriptor_ == nullptr; }, kPause);
+      waitUnless([this] { return currentDescriptor_ == nullptr; }, kAcceptPause);
     }
   }
   acceptThreadRunning_ = false;

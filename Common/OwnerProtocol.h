@@ -1,4 +1,4 @@
-// The daemon's second interface: what only its own user and root may ask, on a socket of its own.
+// The daemon's second interface, on a socket of its own. Only the daemon's user and root may use it.
 #pragma once
 
 #include <string>
@@ -27,11 +27,11 @@
 
 namespace keldane {
 
-/// One method a question. "error" of an answer holds a sentence when the daemon did not do what was asked,
-/// and is absent otherwise. daemon/owner/OwnerRequests.h and docs/protocol/methods.md list the other keys.
+/// There is one method for each question. An answer holds "error", a sentence, when the daemon did not do
+/// what was asked. daemon/owner/OwnerRequests.h and docs/protocol/methods.md list the other keys.
 extern const Protocol KeldaneOwnerProtocol;
 
-/// Where the second socket lies, beside the first.
+/// The path of the second socket, which lies beside the first.
 inline std::string ownerSocketPath(const std::string& socketPath) { return socketPath + ".owner"; }
 
 /// The client's end: gives `Caller` a member function for each method. `Caller` has `RawValue

@@ -1,5 +1,5 @@
-// What a server allows the peer of one connection. A client sets no limits: it waits for its daemon without
-// one.
+// The limits that a server sets for the peer of one connection. A client sets none: it waits for its daemon
+// without a limit.
 #pragma once
 
 #include <chrono>
@@ -23,7 +23,8 @@ class ByteBudget {
   ByteBudget(const ByteBudget&) = delete;
   ByteBudget& operator=(const ByteBudget&) = delete;
 
-  /// False, and nothing is taken, when this budget or the larger one has less left.
+  /// Takes bytes out of the budget. It answers false and takes nothing when this budget or the larger one has
+  /// less left.
   bool take(std::size_t bytes);
   void giveBack(std::size_t bytes);
   std::size_t left() const;

@@ -15,7 +15,7 @@ int compareNumbers(const PropertyList& first, const PropertyList& second) {
   using Kind = PropertyList::NumberKind;
   if (first.numberKind() == Kind::real || second.numberKind() == Kind::real) {
     const double one = first.doubleValue(), other = second.doubleValue();
-    // What is no number comes before all that are.
+    // NaN comes before all numbers.
     return one == one && other == other ? order(one, other) : order(one == one, other == other);
   }
   const bool firstIsNegative = first.numberKind() != Kind::unsignedInteger && first.longLongValue() < 0;
@@ -49,7 +49,7 @@ int compare(const PropertyList& first, const PropertyList& second) {
 
 int localizedCompare(const PropertyList& first, const PropertyList& second) {
   if (first.isString() && second.isString()) {
-    // The texts of values end in a NUL.
+    // A NUL follows the text of a value, so that strcoll can read it.
     if (const int ordered = std::strcoll(first.string().data(), second.string().data()); ordered != 0) {
       return ordered;
     }

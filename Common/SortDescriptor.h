@@ -1,4 +1,4 @@
-// What nodes are sorted by.
+// The keys and orders by which nodes are sorted.
 #pragma once
 
 #include <functional>
@@ -19,7 +19,7 @@ int compare(const PropertyList& first, const PropertyList& second);
 /// their bytes.
 int localizedCompare(const PropertyList& first, const PropertyList& second);
 
-/// One key to sort by; the first of a list decides, later ones break ties.
+/// One key to sort by. The first descriptor of a list decides; later ones break ties.
 struct SortDescriptor {
   std::string key;  ///< an accessor of the node by name, such as "fileName" or "size"
   bool ascending = true;

@@ -11,7 +11,7 @@ namespace {
 constexpr char kEncodeMethod[] = "+[KeldaneProxy encodeType:inBuffer:resultSize:]";
 constexpr char kDecodeMethod[] = "+[KeldaneProxy decodeObject:toType:inBuffer:]";
 
-// The lines that the assertions of these two show.
+// The line numbers that the assertions of these two methods show.
 constexpr int kEncodeLine = 489;
 constexpr int kDecodeLine = 563;
 

@@ -1,4 +1,5 @@
-// Typed values to property-list objects and back: the vocabulary of every argument and result on the link.
+// Converts typed values to property-list objects and back. Every argument and result on the link goes through
+// here.
 #pragma once
 
 #include <cstdint>

@@ -100,8 +100,8 @@ void BackupState::updateDaemonState() {
   NotificationCenter::defaultCenter().post(KeldaneBackupStateChangedNotification, this, daemonState_);
 }
 
-// A name without a colon is sent without an argument, even when one is given. The answer is nothing when the
-// link failed before the daemon answered, and an absent value when the daemon answered with one.
+// A method whose name has no colon is called without the argument. The result is nothing when the link failed
+// before the daemon answered, and an absent value when the daemon answered with one.
 std::optional<PropertyList> BackupState::performSelector(std::string_view method,
                                                          const PropertyList& argument) const {
   Arguments arguments;
@@ -146,7 +146,7 @@ bool BackupState::isQuotaLimited() const {
   const std::int32_t stored = DefaultsDB::intProperty(kQuotaLimitedKey);
   const bool wasStored = DefaultsDB::lastReadOK();
   if (!connected()) {
-    return wasStored && stored == 1;  // any other number means no
+    return wasStored && stored == 1;  // any other number reads as false
   }
   const bool limited = state(kQuotaLimitedKey).boolValue();
   if (!wasStored || (stored == 1) != limited) {

@@ -43,11 +43,11 @@ class BackupState {
 
   /// The bundle whose "DaemonPath" names the daemon's socket. To be called before `onBegin`.
   void setBundle(std::shared_ptr<Bundle> bundle) { bundle_ = std::move(bundle); }
-  /// Who receives the daemon's calls; not owned.
+  /// The object that receives the daemon's calls; not owned.
   void setProxyDelegate(std::weak_ptr<InvocationTarget> delegate) { proxyDelegate_ = std::move(delegate); }
-  /// Asks for a poll every 2 seconds while connected. Cannot be taken back.
+  /// Starts polling the daemon's state every 2 seconds while connected. This cannot be switched off again.
   void setWantsStateChangedNotifications() { wantsStateChangedNotifications_ = true; }
-  /// One immediate attempt to connect and no retries until a connection was lost.
+  /// `onBegin` then tries to connect once. Retries happen only after a connection was lost.
   void disableConnectTimer() { disableConnectTimer_ = true; }
 
   /// Connects: a daemon that can be reached is connected, and observers have been told, before this returns.
@@ -65,7 +65,7 @@ class BackupState {
   /// The last state; absent before the first update.
   const PropertyList& daemonState() const { return daemonState_; }
 
-  // From the last state. Counts in files, sizes in bytes.
+  // These values come from the last state. Counts are in files, sizes in bytes.
   std::uint32_t backedUpFileCount() const { return state("backedUpFileCount").unsignedIntValue(); }
   bool backedUpFileCountAvailable() const { return !state("backedUpFileCount").isAbsent(); }
   std::uint64_t backedupFileSize() const { return state("backedupFileSize").unsignedLongLongValue(); }
@@ -89,11 +89,12 @@ class BackupState {
   /// Whole gigabytes; the rest is dropped.
   std::uint32_t quotaGB() const { return quotaMB() >> 10; }
   std::uint32_t getBackupControl() const { return state("backupControlFlags").unsignedIntValue(); }
-  /// Remembered for when the daemon is away.
+  /// The value is remembered for when the daemon is away.
   bool isQuotaLimited() const;
 
-  // From the daemon, remembered for when it is away. Never absent: "" or 0 when nobody knows. A link that
-  // fails during the call does not overwrite the remembered value.
+  // These values come from the daemon and are remembered for when it is away. They are never absent: without
+  // a remembered value they are "" or 0. A link that fails during the call does not overwrite the remembered
+  // value.
   PropertyList serverURL() const { return proxyOrCacheString("serverURL", LAST_SERVER_URL_STRING); }
   PropertyList userEmail() const { return proxyOrCacheString("userEmail", LAST_ACCT_EMAIL_STRING); }
   PropertyList skinId() const {
@@ -101,7 +102,7 @@ class BackupState {
   }
   PropertyList computerNumber() const { return proxyOrCacheInt("computerNumber", LAST_COMPUTER_NUM_INT); }
 
-  // Forwarded to the daemon.
+  // These calls are forwarded to the daemon.
   void setLowerPriorityMode(bool on) const;
   bool automaticMode() const;
   void setAutomaticMode(bool on) const;

@@ -95,8 +95,8 @@ void ConnectionController::socketConnected(const std::shared_ptr<KeldaneSocket>&
 void ConnectionController::socketFailed(const std::shared_ptr<KeldaneSocket>& /*socket*/) {
   KeldaneCLog("ConnectionController::socketFailed:");
   closeSocket();
-  // disableConnectTimer only concerns the start: a connection that was lost is always retried. Kept on
-  // purpose.
+  // disableConnectTimer only concerns the start: a connection that was lost is always retried. This is kept
+  // on purpose.
   startConnectTimer();
 }
 

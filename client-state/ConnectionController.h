@@ -32,16 +32,16 @@ class ConnectionController final : public KeldSocketDelegate,
   /// The bundle whose "DaemonPath" names the daemon's socket; the process's main bundle unless set. To be
   /// called before `start`.
   void setBundle(std::shared_ptr<Bundle> bundle) { bundle_ = std::move(bundle); }
-  /// One immediate attempt and no timer at `start`. A link that was up and is lost is retried every second
-  /// all the same.
+  /// `start` then makes one attempt and starts no timer. A link that was up and is lost is retried every
+  /// second all the same.
   void disableConnectTimer() { disableConnectTimer_ = true; }
   /// The first attempt is made before this returns.
   void start();
   /// Announces the change also when there never was a connection.
   void stop();
   bool connected() const { return connected_; }
-  /// Null before the first attempt and after `stop`. After an attempt that failed there is one, which cannot
-  /// call.
+  /// Null before the first attempt and after `stop`. After a failed attempt there is a proxy, but its calls
+  /// reach nobody.
   const std::shared_ptr<KeldaneProxy>& proxy() const { return proxy_; }
 
   void socketConnected(const std::shared_ptr<KeldaneSocket>& socket) override;

@@ -25,8 +25,8 @@ class DefaultsDB {
   /// Whether the last read found a value. False at first; writes leave it alone.
   static bool lastReadOK();
 
-  /// With `synchronize`, what other processes wrote is read first. True only for the stored string "YES",
-  /// exactly.
+  /// With `synchronize`, the values that other processes wrote are read first. The result is true only for
+  /// the stored string "YES".
   static bool boolProperty(const std::string& key, bool synchronize = false);
   static bool boolProperty(const std::string& key, bool synchronize, bool withDefaultValue);
   static void setBoolProperty(bool value, const std::string& forItem);

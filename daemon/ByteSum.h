@@ -1,4 +1,4 @@
-// Sums of sizes. A sparse file can claim 8 EiB, so a user with three of them could make any plain sum wrap.
+// Sums of sizes. A sparse file can have a size of 8 EiB, so three of them would overflow a plain sum.
 #pragma once
 
 #include <cstdint>
@@ -6,13 +6,14 @@
 
 namespace keldane {
 
-/// The sum, or the largest number where that is too small for it.
+/// The sum of two sizes, or the largest number when the sum exceeds it.
 inline std::uint64_t saturatedSum(std::uint64_t one, std::uint64_t other) {
   std::uint64_t sum = 0;
   return __builtin_add_overflow(one, other, &sum) ? std::numeric_limits<std::uint64_t>::max() : sum;
 }
 
-/// Adds sizes up and takes them away again without ever losing count: only what it answers is bounded.
+/// Adds and subtracts sizes exactly, with more bits than one number has. Only `value` is limited to the
+/// largest number.
 class ByteSum {
  public:
   void add(std::uint64_t bytes) { high_ += __builtin_add_overflow(low_, bytes, &low_) ? 1 : 0; }
@@ -20,7 +21,7 @@ class ByteSum {
     add(other.low_);
     high_ += other.high_;
   }
-  /// Takes away what was added before.
+  /// Subtracts a size that was added before.
   void take(std::uint64_t bytes) { high_ -= __builtin_sub_overflow(low_, bytes, &low_) ? 1 : 0; }
   void take(const ByteSum& other) {
     take(other.low_);

@@ -1,4 +1,4 @@
-// The clocks: one that nobody sets, and the time of day.
+// The clocks: one that cannot be set, and the time of day.
 #pragma once
 
 #include <chrono>
@@ -7,8 +7,8 @@
 
 namespace keldane {
 
-/// Goes on while the computer sleeps, as the user's patience does, and does not jump when the time of day is
-/// set.
+/// Seconds since the computer was started. This clock goes on while the computer sleeps, and does not jump
+/// when the time of day is set.
 inline std::int64_t secondsSinceBoot() {
   timespec now{};
   clock_gettime(CLOCK_BOOTTIME, &now);

@@ -15,7 +15,7 @@ namespace keldane {
 
 namespace {
 
-// Settings that are 1 until somebody sets them.
+// The settings whose default is 1.
 constexpr std::string_view kOneByDefault[] = {"enabled", "automaticMode", "serviceState"};
 
 // Set once the administrator's default rules were taken over.
@@ -24,7 +24,8 @@ constexpr char kHasDefaultRules[] = "hasDefaultRules";
 // Values of "backupState".
 enum BackupStateNumber : std::uint32_t { kIdle = 0, kBackingUp = 1, kPaused = 2, kOff = 3 };
 
-/// What no rule brings into the backup: what is made anew at each start, and what this daemon writes itself.
+/// The paths that no rule can bring into the backup: those that the system makes anew at each start, and the
+/// daemon's own files.
 std::vector<std::string> policyFor(const DaemonOptions& options, const DataFolder& data) {
   std::vector<std::string> policy = {"/dev", "/proc", "/run", "/sys"};
   for (const char* suffix : {"", "-wal", "-shm"}) {
@@ -81,7 +82,7 @@ Daemon::Daemon(const DaemonOptions& options, const EngineFactory& engine, std::f
       restores_(store_, *engine_, files_.folder(),
                 [this] {
                   if (restores_.current() == 0) {
-                    worker_.reconsiderAll();  // what was restored is to be looked at again
+                    worker_.reconsiderAll();  // the restored files must be looked at
                   }
                 }),
       nodes_(store_, rules_, worker_),
@@ -109,8 +110,8 @@ void Daemon::stop() {
   worker_.stop();
 }
 
-// A fixed value and a default stand before and behind what the user has set. The default rules are the user's
-// to change, so they are set once.
+// A fixed value overrides the user's setting, and a default counts without one. The default rules are set
+// only once, because the user may change them.
 void Daemon::takeConfiguration() {
   struct Setting {
     const char* name;
@@ -207,8 +208,8 @@ void Daemon::pauseFor(std::uint32_t minutes) {
   tellWorker();
 }
 
-// The time of day is all that a pause can be kept by while no daemon runs. Should it have been set meanwhile,
-// the pause is at least no longer than it was asked to be.
+// While no daemon runs, a pause can be measured only by the time of day. If that was set meanwhile, the pause
+// is at least not longer than it was asked to be.
 void Daemon::goOnWithPause() {
   std::istringstream stored(store_.value(Store::Table::settings, "pausedUntil").value_or(""));
   std::int64_t until = 0;
@@ -255,8 +256,8 @@ std::string Daemon::restingBecause() {
   return surroundings_.holds(now) ? surroundings_.reason(restRules(), isRemote_, now) : "";
 }
 
-// What keeps all that waits from being stored until a person acts or a pause ends, a word for clients; empty
-// when nothing does.
+// A word for clients that says why no pending file is stored until a user acts or a pause ends; empty when
+// files are stored.
 const char* Daemon::heldBy(const BackupWorker::Progress& progress) {
   if (setting("enabled") == 0) {
     return "off";
@@ -270,7 +271,8 @@ const char* Daemon::heldBy(const BackupWorker::Progress& progress) {
   return setting("automaticMode") == 0 && isAtRest(progress) ? "manual" : "";
 }
 
-// Whether what waits is stored later, if power and network let the backup rest.
+// Whether all remaining work can be put off: files are pending, none of them is preferred, and nothing is
+// left to be scanned.
 bool Daemon::isAtRest(const BackupWorker::Progress& progress) {
   return !progress.hasPreferred && progress.placesToScan == 0 && progress.pendingFiles > 0;
 }
@@ -318,7 +320,8 @@ std::string Daemon::statusFor(const std::string& held, const BackupWorker::Progr
 }
 
 PropertyList Daemon::state(const PeerAccess& access) {
-  const BackupWorker::Progress progress = worker_.progress();  // first: what is done by then is told below
+  // The progress is asked first, so that files which are stored meanwhile are counted below.
+  const BackupWorker::Progress progress = worker_.progress();
   const bool isNeeded = progress.pendingFiles > 0 || progress.placesToScan > 0;
   const Store::Totals totals = store_.totals();
   const std::uint64_t failures = store_.failureCount();
@@ -361,7 +364,7 @@ PropertyList Daemon::state(const PeerAccess& access) {
       {"failureCount", failures},
       {"heldBy", held},
       {"storeTrouble", store_.trouble().value_or("")},
-      // These two may be absent. No key stands behind them, as clients number the keys.
+      // These two may be absent. They must stay the last, because clients number the keys.
       {"lastGoodBackup", lastGood ? PropertyList(Date::fromUnixTime(*lastGood)) : PropertyList()},
       {"restingBecause", because.empty() ? PropertyList() : PropertyList(because)},
   });

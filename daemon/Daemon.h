@@ -1,4 +1,4 @@
-// The daemon's parts together: store, rules, engine, worker, restores, settings, state.
+// The daemon: its store, rules, engine, worker, restores, settings and state.
 #pragma once
 
 #include <atomic>
@@ -29,18 +29,18 @@ namespace keldane {
 struct DaemonOptions {
   std::string socket, store;       ///< see DefaultPlaces.h for the usual ones
   std::string data;                ///< the daemon's own folder; empty: that of the store
-  std::string root = "/";          ///< what lies outside is barred from the backup
+  std::string root = "/";          ///< paths outside of it are barred from the backup
   bool allowSharedFolder = false;  ///< socket and store may lie where others can write
   bool verbose = false;
-  SystemConfig config;  ///< what the administrator wants
+  SystemConfig config;  ///< the administrator's settings
   BackupWorker::Timing timing;
 };
 
-/// Makes the engine that stores what the files say.
+/// Makes the engine for the repository that these configuration files name.
 using EngineFactory = std::function<std::unique_ptr<BackupEngine>(const RepositoryFiles& files)>;
 
-/// What all peers share. Any thread; settings go through the store, and the worker is told of those that
-/// concern it.
+/// The parts that all peers share. Any thread. Settings are kept in the store, and the worker is told those
+/// that concern it.
 class Daemon {
  public:
   /// `terminate` is called when a client asks the daemon to quit.
@@ -70,18 +70,18 @@ class Daemon {
   /// This computer's number in the repository; 0 before there is one.
   std::uint32_t computerNumber() const;
 
-  /// Takes how power and network stand, which decides whether the worker rests.
+  /// Takes a report on power and network, which decides whether the worker rests.
   void tellSurroundings(const Surroundings::Report& report);
   /// Tells the worker of the settings that concern it; called when one has changed.
   void tellWorker();
-  /// Why the worker rests, a sentence without its full stop; empty when it does not.
+  /// The reason why the worker rests, a sentence without its full stop; empty when it does not.
   std::string restingBecause();
 
   /// Bars the folder of a repository of this machine from the backup; called when it has changed.
   void barRepository();
 
-  /// Pauses for that many minutes from now; 0 goes on at once. What the time of day is set to makes no
-  /// difference while the daemon runs.
+  /// Pauses for that many minutes from now; 0 ends a pause. Setting the time of day makes no difference while
+  /// the daemon runs.
   void pauseFor(std::uint32_t minutes);
   /// Minutes that are left, rounded up.
   std::uint32_t pausedMinutes() const;
@@ -90,7 +90,8 @@ class Daemon {
   /// those who may see them.
   PropertyList state(const PeerAccess& access);
 
-  /// Takes what peers with an alert handler are told: a selector and its dictionary. Called on any thread.
+  /// The function that sends peers with an alert handler a selector and its dictionary. It is called on any
+  /// thread.
   using Announce = std::function<void(const std::string& selector, const PropertyList& dictionary)>;
   void setAnnounce(Announce announce);
   void announce(const std::string& selector, const PropertyList& dictionary) const;

@@ -1,4 +1,4 @@
-// Where socket and store are when the command line does not say.
+// The default places of socket and store.
 #pragma once
 
 #include <string>

@@ -6,7 +6,8 @@
 
 namespace keldane {
 
-/// The kernel writes space, tab, line feed and backslash as "\040".
+/// Replaces the octal escapes, such as "\040", with which the kernel writes space, tab, line feed and
+/// backslash.
 inline std::string unescapedMountText(std::string_view text) {
   const auto isOctal = [](char letter) { return letter >= '0' && letter <= '7'; };
   std::string plain;

@@ -32,10 +32,10 @@ int fail(ExitStatus status, const std::string& sentence) {
   return status;
 }
 
-/// Tells the process that was started whether the daemon that it left behind serves.
+/// Tells the process that was started whether the daemon process that it has forked serves.
 class Readiness {
  public:
-  /// In the process that goes on. `pipe` is the end to write to; none when nobody waits.
+  /// Made in the daemon process. `pipe` is the end to write to; none when nobody waits.
   explicit Readiness(Descriptor pipe = {}) : pipe_(std::move(pipe)) {}
   void report(const std::string& failure) {
     if (pipe_) {
@@ -81,7 +81,7 @@ std::optional<int> detach(Readiness& readiness) {
   if (failure.empty() && waitpid(child, &status, WNOHANG) == child) {
     failure = "The daemon ended before it served.";
   }
-  // What was written may end in "ready": then the pipe was closed on purpose.
+  // The text is "ready" when the daemon serves.
   return failure == "ready" ? kDone
                             : fail(kEnvironment, failure.empty() ? "The daemon did not start." : failure);
 }
@@ -93,7 +93,8 @@ void closeTerminal() {
   }
 }
 
-// A connection is a descriptor, and what shells allow a process is for programs with a few files.
+// Each connection takes a descriptor, and the usual limit of a process is meant for programs with a few
+// files.
 void allowDescriptors(rlim_t count) {
   rlimit limit{};
   if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < count) {
@@ -112,7 +113,7 @@ int serve(const DaemonOptions& options, const EngineFactory& engine, Readiness& 
     return fail(kEnvironment, sentence);
   };
 
-  // Taken by sigwait below, in every thread.
+  // These signals are blocked in every thread and taken by sigwait below.
   sigset_t ending;
   sigemptyset(&ending);
   for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
@@ -120,7 +121,7 @@ int serve(const DaemonOptions& options, const EngineFactory& engine, Readiness& 
   }
   pthread_sigmask(SIG_BLOCK, &ending, nullptr);
   std::signal(SIGPIPE, SIG_IGN);
-  std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow is an error of the write, as a full disk is
+  std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow then fails the write, as a full disk does
   umask(077);
   allowDescriptors(ServerLimits().connections + 256);
 
@@ -137,7 +138,7 @@ int serve(const DaemonOptions& options, const EngineFactory& engine, Readiness& 
   } catch (const std::exception& exception) {
     return failed("The store " + options.store + " cannot be used: " + exception.what() + ".");
   }
-  // The first socket comes last: whoever reaches it finds a daemon that is complete.
+  // The first socket is opened last, so that a client that reaches it finds a complete daemon.
   const auto requests = std::make_shared<RepositoryRequests>(daemon, engine);
   const auto ownerServer = std::make_shared<OwnerServer>(requests, options.socket, options.allowSharedFolder);
   const auto server = std::make_shared<DaemonServer>(daemon, options.socket, options.allowSharedFolder);
@@ -200,8 +201,8 @@ void addOptions(CLI::App& app, CommandLine& line) {
   app.add_flag("--verbose", options.verbose, "Log each call");
 }
 
-/// What was not said on the command line: the administrator's values, and the usual places. Answers the exit
-/// status when a path cannot be used.
+/// Completes the command line with the administrator's values and the default places. Answers the exit status
+/// when a path cannot be used.
 std::optional<int> complete(CommandLine& line, const CLI::App& app) {
   DaemonOptions& options = line.options;
   options.config = SystemConfig::read(line.configFile);

@@ -9,8 +9,8 @@
 
 namespace keldane {
 
-/// One byte test a call is all the log costs while it is off. Goes from false to true only, so a thread that
-/// sees the change late does no harm.
+/// Whether the log is on. While it is off, each call costs one test of a byte. The value changes from false
+/// to true only, so a thread that sees the change late does no harm.
 extern std::atomic<bool> gLoggingEnabled;
 
 /// Switches the log on for the rest of the process if "/tmp/keldane_logging" exists now.

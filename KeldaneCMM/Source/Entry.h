@@ -26,8 +26,8 @@ Result guardedEntry(const char* name, Result otherwise, const Body& body) noexce
   return otherwise;
 }
 
-/// The same for an examination, which answers a status: memFullErr when memory ran out, 0 for any other
-/// exception.
+/// Runs the body of an examination in the same way. It answers memFullErr when memory ran out, and 0 after
+/// any other exception.
 template <class Body>
 OSStatus guardedStatus(const char* name, const Body& body) noexcept {
   return guardedEntry<OSStatus>(name, kNoErr, [&]() -> OSStatus {
@@ -40,7 +40,8 @@ OSStatus guardedStatus(const char* name, const Body& body) noexcept {
   });
 }
 
-/// Writes an entry's line to the diagnostic log. A line that cannot be written keeps no entry from its work.
+/// Writes an entry's line to the diagnostic log. It throws nothing: the entry does its work even when the
+/// line is lost.
 inline void logEntry(const char* line) noexcept { KeldaneCLog(line); }
 
 }  // namespace keldane

@@ -83,8 +83,8 @@ std::string localized(const char* key, const char* value) {
   return KeldaneCMM::bundle()->localizedStringForKey(key, value);
 }
 
-/// A title is text, while the strings tables and the daemon may give any bytes. The answer is never null: no
-/// menu is better than one with an empty item.
+/// A title is text, while the strings tables and the daemon may give any bytes. The result is never null;
+/// without memory this throws, because no menu is better than one with an empty item.
 CFOwner<CFStringRef> titleFrom(const std::string& text) {
   const std::string valid = validUtf8(text);
   CFOwner<CFStringRef> title(CFStringCreateWithBytes(kCFAllocatorSystemDefault, valid.data(), valid.size()));
@@ -129,8 +129,8 @@ void addItems(AEDescList* items, const KeldaneCMM& module, const std::vector<std
 /// Appends the submenu's parent item with the items to the host's list. The answer is the error of the first
 /// step that fails.
 OSErr appendSubmenu(AERecord* parent, const AEDescList* items, AEDescList* commandList) {
-  // A native long of 8 bytes, while the numbers of the items have 4: hosts read it by its size. Kept on
-  // purpose.
+  // This number is a native long of 8 bytes, while those of the items have 4 bytes. Hosts read it by its
+  // size. This is kept on purpose.
   const long command = kCommandSubmenu;
   const MenuItemAttributes attributes = kMenuItemAttrSubmenuParentChoosable;
   OSErr error = putTitle(parent, titleFrom(localized("Menu Title", "Keldane")).get());

@@ -1,4 +1,4 @@
-// The contextual-menu module: what the menu asks of a path and tells the daemon about it.
+// The contextual-menu module: asks the daemon about the paths of a menu and sends it the commands.
 #pragma once
 
 #include <cstdint>

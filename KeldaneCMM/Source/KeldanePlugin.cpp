@@ -19,7 +19,7 @@ const ContextualMenuInterfaceStruct gKeldaneCMInterface = {
 
 namespace {
 
-// What the bundle registers for this factory.
+// The identifier under which the bundle registers this factory.
 constexpr std::string_view kFactoryID = "3F1C7A52-9B0E-4D6A-B2C4-7E51A9D08F36";
 
 CFUUIDRef gKeldanePluginUUID = nullptr;  // kept for the life of the process

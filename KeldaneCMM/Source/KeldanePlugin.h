@@ -11,8 +11,9 @@ namespace keldane {
 
 class KeldaneCMM;
 
-/// What the factory hands out; the host takes its address for that of a pointer to the function table. Made
-/// with malloc. The count is plain: the host calls one entry at a time, on the main thread.
+/// The instance that the factory hands out. To the host its address is that of a pointer to the function
+/// table. It is allocated with malloc. The reference count is not atomic, because the host calls one entry at
+/// a time, on the main thread.
 struct KeldanePluginInstance {
   const ContextualMenuInterfaceStruct* interface;
   CFUUIDRef factoryID;  // retained
@@ -31,8 +32,8 @@ extern bool gHasAttributeAndModifierKeys;
 
 extern "C" {
 
-/// The one entry that the host finds by name. `allocator` is not used. Null for a type that is not the
-/// contextual menu's.
+/// The factory, the one function that the host finds by name. `allocator` is not used. Null for a type that
+/// is not the contextual menu's.
 void* KeldanePluginFactory(CFAllocatorRef allocator, CFUUIDRef typeID);
 
 HRESULT KeldanePlugin_QueryInterface(void* instance, REFIID interfaceID, LPVOID* interface);

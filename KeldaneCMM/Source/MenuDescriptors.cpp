@@ -56,7 +56,7 @@ std::optional<std::string> AEDescToPath(const AEDesc* desc) {
     return std::nullopt;
   }
   const std::optional<std::string> text = stringValue(*url.get());
-  // The text of a file's descriptor is an HFS path, in which ':' parts the names.
+  // The text of a file's descriptor is an HFS path, in which ':' separates the names.
   const std::optional<FileURL> file =
       text ? FileURL::withFileSystemPath(*text, PathStyle::hfs, true) : std::nullopt;
   return file ? std::optional(file->path()) : std::nullopt;

@@ -15,7 +15,7 @@ namespace keldane {
 using MenuItemAttributes = std::uint32_t;
 
 /// The POSIX paths of a selection, in order. A descriptor that is no list counts as one item; an item without
-/// a path is left out. Throws std::bad_alloc rather than leave out what there is no memory for.
+/// a path is left out. It throws std::bad_alloc rather than leave out an item for which there is no memory.
 std::vector<std::string> AEDescToNSArray(const AEDesc* desc);
 
 /// The POSIX path of one item, without a trailing slash; absent when it is nothing that lies in the file

@@ -1,4 +1,4 @@
-// What happens when an item was chosen, and when the menu has closed.
+// Carries out the item that was chosen, and ends the menu cycle.
 #include <utility>
 
 #include "KeldaneCMM/Source/Entry.h"
@@ -14,7 +14,7 @@ namespace {
 
 using PathCommand = bool (KeldaneCMM::*)(const std::string&) const;
 
-/// What a command does with each path; null for the items that do nothing.
+/// The operation that a command performs on each path; null for the items that do nothing.
 PathCommand commandFor(std::uint32_t number) {
   switch (number) {
     case kCommandBackup:

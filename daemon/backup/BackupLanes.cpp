@@ -1,4 +1,4 @@
-// What the worker stores next, and when.
+// Decides what the worker stores next, and when.
 #include <algorithm>
 
 #include "daemon/ByteSum.h"
@@ -13,13 +13,15 @@ namespace {
 
 using std::chrono::steady_clock;
 
-constexpr double kBatchSeconds = 600;  // what a batch is to last
-// More files would make a batch take more memory than a desktop's daemon should have: some 300 bytes a file.
+constexpr double kBatchSeconds = 600;  // the wanted duration of a batch
+// With more files a batch would take more memory than a daemon on a desktop should have: each takes about 300
+// bytes.
 constexpr std::size_t kFewestFiles = 1'000, kMostFiles = 250'000;
 constexpr std::uint64_t kFewestBytes = std::uint64_t{64} << 20, kMostBytes = std::uint64_t{1} << 40;
 constexpr std::size_t kShortBatch = 100;  // files
 constexpr std::uint64_t kShortBatchBytes = std::uint64_t{64} << 20;
-// Files that go along with each batch of an hour, so that the hour's last snapshot has them all.
+// The files of an hour's earlier batches are stored again with each batch, so that the hour's last snapshot
+// has them all. This is their greatest number.
 constexpr std::size_t kMostAgain = 2'000;
 
 std::int64_t hourNow() {
@@ -51,7 +53,7 @@ void BackupWorker::runLane(Lane& lane) {
   }
 }
 
-/// One batch, or one piece of upkeep. False when there was nothing to do.
+/// Runs one batch or one piece of upkeep. Answers false when there was nothing to do.
 bool BackupWorker::step(Lane& lane) {
   const std::lock_guard running(lane.running);
   {
@@ -122,7 +124,7 @@ bool BackupWorker::isBatchDue() const {
 bool BackupWorker::isFullDue() const {
   const double age = timeOfDay() - lastFull_.time;
   return mayWork(false) && looksWaiting_.empty() && placeScanned_.empty() && changedSinceFull_ &&
-         // A clock that was set back makes the age negative; a full snapshot too many does no harm.
+         // The age is negative when the clock was set back. An additional full snapshot does no harm.
          (lastFull_.id.empty() || age < 0 || age >= static_cast<double>(timing_.fullInterval.count()));
 }
 
@@ -157,7 +159,7 @@ std::optional<Batch> BackupWorker::nextOrdinary() {
       return std::nullopt;
     }
     bounds = {mostFiles_, mostBytes_};
-    // Before the first full one there may be one that has some of the files.
+    // Before the first full snapshot there may be another one that has some of the files.
     lastFull = lostBytes_ ? std::string() : lastFull_.id.empty() ? newest_ : lastFull_.id;
     noticed_.reset();
     urgent_ = false;
@@ -184,7 +186,7 @@ std::optional<Batch> BackupWorker::nextOrdinary() {
   return batch.full || !batch.files.empty() ? std::optional(std::move(batch)) : std::nullopt;
 }
 
-// What is gone or was excluded meanwhile waits no longer.
+// Files that are gone or were excluded meanwhile are taken off the list.
 Batch BackupWorker::batchOf(const std::vector<PendingFiles::File>& files, const Lane& lane) {
   Batch batch;
   const std::set<std::string> others = aboutToBeStoredBesides(lane);
@@ -195,15 +197,14 @@ Batch BackupWorker::batchOf(const std::vector<PendingFiles::File>& files, const 
     const std::optional<struct stat> status = statusOf(file.path);
     if (!status || !isStorable(*status) || !rules_.decide(file.path, false).selected) {
       scanner_.consider(file.path);
-    } else if (pending_.contains(file.path)) {  // else another lane has just stored it
+    } else if (pending_.contains(file.path)) {  // otherwise another lane has just stored it
       batch.files.push_back({file.path, fileStateOf(*status), S_ISLNK(status->st_mode) != 0, 0, 0});
     }
   }
   return batch;
 }
 
-// The files that other lanes read now, and those of batches so short that they are done before another one
-// could be.
+// The files that other lanes read now, and those of batches so short that they end before another one could.
 std::set<std::string> BackupWorker::aboutToBeStoredBesides(const Lane& lane) const {
   std::set<std::string> paths;
   const std::lock_guard guard(mutex_);
@@ -239,7 +240,7 @@ void BackupWorker::addAgain(Batch& batch) {
   batch.parent = hour_.parent;
 }
 
-/// True when the batch was stored.
+/// Runs a batch and answers whether it was stored.
 bool BackupWorker::runBatch(Lane& lane, const Batch& batch) {
   if (const EngineAnswer room = keeper_.mayGrow(); !room) {
     watch_.report(room);
@@ -267,7 +268,7 @@ bool BackupWorker::runBatch(Lane& lane, const Batch& batch) {
     lane.current.clear();
     lane.reconsidered.clear();
     if (!end.answer) {
-      urgent_ = true;  // it waits already; the repository decides when it is tried again
+      urgent_ = true;  // no further delay; the repository decides when it is tried again
     }
   }
   watch_.report(end.answer);
@@ -289,7 +290,7 @@ bool BackupWorker::runBatch(Lane& lane, const Batch& batch) {
   return true;
 }
 
-// Answers whether the bytes that were lost have been stored anew.
+// Learns from the result of a batch. Answers whether lost bytes have been stored again.
 bool BackupWorker::learnFrom(const Lane& lane, const Batch& batch, const BatchEnd& end,
                              steady_clock::duration took) {
   std::uint64_t bytes = 0;
@@ -312,7 +313,7 @@ bool BackupWorker::learnFrom(const Lane& lane, const Batch& batch, const BatchEn
     hour_.number = hourNow();
     hour_.parent = end.snapshot.id;
     if (end.stored.size() > kMostAgain) {
-      hour_ = {};  // too many to go along, and they would take much memory
+      hour_ = {};  // they are too many to be stored again, and would take much memory
       hour_.number = hourNow();
     } else {
       for (const StoredFile& file : end.stored) {
@@ -331,7 +332,8 @@ bool BackupWorker::learnFrom(const Lane& lane, const Batch& batch, const BatchEn
   return isAnew;
 }
 
-// What changed while it was stored waits as any change does. What was left for the next batch does not.
+// Files that changed while they were stored wait like any other change. Files that were left for the next
+// batch do not wait.
 void BackupWorker::noteRest(const Batch& batch) {
   const PendingFiles::Totals rest = pending_.totals();
   const std::lock_guard guard(mutex_);

@@ -13,7 +13,8 @@ namespace {
 
 using std::chrono::steady_clock;
 
-// Folders of a tree between which other changes are looked at, so that these are found within a second.
+// The number of folders of a tree that are scanned at a time. Other changes are looked at in between, so that
+// they are found within a second.
 constexpr std::size_t kFoldersAtOnce = 64;
 
 }  // namespace
@@ -42,7 +43,7 @@ void BackupWorker::runScanner() {
   }
 }
 
-/// False when nothing is to be looked at.
+/// Looks at the next change or tree. Answers false when there is none.
 bool BackupWorker::lookAtNext() {
   bool mayChange = false;
   {
@@ -55,7 +56,7 @@ bool BackupWorker::lookAtNext() {
   return lookAtChange() || lookAtTree();
 }
 
-/// One file, or one folder with its direct entries.
+/// Looks at one file, or at one folder with its direct entries.
 bool BackupWorker::lookAtChange() {
   std::string path;
   {
@@ -78,7 +79,7 @@ bool BackupWorker::lookAtChange() {
   return true;
 }
 
-/// A few folders of the place at hand.
+/// Looks at a few folders of the current place.
 bool BackupWorker::lookAtTree() {
   {
     const std::lock_guard guard(mutex_);
@@ -103,7 +104,7 @@ bool BackupWorker::lookAtTree() {
   return true;
 }
 
-// With the mutex held.
+// The caller holds the mutex.
 void BackupWorker::noteLook(bool news) {
   if (news || urgent_) {
     noticed_ = noticed_.value_or(steady_clock::now());
@@ -114,7 +115,7 @@ void BackupWorker::noteLook(bool news) {
   }
 }
 
-// A large batch leaves much memory behind that the system may use otherwise.
+// A large batch leaves much free memory behind, which is given back to the system.
 void BackupWorker::giveMemoryBack() {
   const bool isStoring = progress().isStoring;
   if (wasStoring_ && !isStoring) {
@@ -123,7 +124,7 @@ void BackupWorker::giveMemoryBack() {
   wasStoring_ = isStoring;
 }
 
-/// What nothing has asked for. Answers how long it may rest.
+/// Makes a look that nothing has asked for. Answers how long the thread may rest.
 std::chrono::milliseconds BackupWorker::lookQuietly() {
   giveMemoryBack();
   const QuietLook::Step step = quiet_.step();

@@ -14,10 +14,10 @@ namespace {
 
 using std::chrono::steady_clock;
 
-// The first batch, before it is known how quick the repository is.
+// The limit of the first batch, because the speed of the repository is not known yet.
 constexpr std::size_t kFirstMostFiles = 150'000;
 constexpr std::uint64_t kFirstMostBytes = std::uint64_t{20} << 30;
-// A clock that jumped by more than this while the computer ran: it slept.
+// When the clock jumps by more than this number of seconds, the computer has slept.
 constexpr std::int64_t kShortestSleep = 5;
 constexpr char kBytesLost[] = "bytesLost";
 constexpr std::uint32_t kEveryScan = std::numeric_limits<std::uint32_t>::max();
@@ -109,7 +109,7 @@ void BackupWorker::reconsider(const std::string& path) {
   changed_.notify_all();
 }
 
-// What is excluded has not failed.
+// Excluded files do not count as failed.
 void BackupWorker::forgetFailuresBelow(const std::string& path) {
   const auto isExcluded = [&](const std::string& file) {
     return isAtOrBelow(file, path) && !rules_.decide(file, false).selected;
@@ -129,7 +129,7 @@ void BackupWorker::addIntention(int change) {
   intentions_ += change;
 }
 
-// What waits is asked for one by one only where something of it may still be selected.
+// Waiting files are checked one by one only if some of them may still be selected.
 void BackupWorker::dropExcluded(const std::string& path) {
   const Decision decision = rules_.decide(path, true);
   if (!decision.selected && !decision.mayHold) {
@@ -156,14 +156,14 @@ void BackupWorker::reconsiderAll() {
   changed_.notify_all();
 }
 
-// With the mutex held. Whoever asks a thousand times has it looked at once.
+// The caller holds the mutex. A place that is asked for many times is scanned once.
 void BackupWorker::willScan(const std::string& place, bool urgent) {
   urgent_ = urgent_ || urgent;
   ++wakes_;
   looksWaiting_.addTree(place);
 }
 
-// Whether a folder is a cache is seen by its tag, so the tag stands for the folder.
+// A tag file makes a folder a cache, so a change of the tag counts as a change of the folder.
 void BackupWorker::filesChanged(const std::vector<Change>& changes) {
   {
     const std::lock_guard guard(mutex_);
@@ -183,7 +183,7 @@ void BackupWorker::prioritize(const std::string& path) {
   pending_.preferNext(path);
   scanner_.forgetDelays();
   reconsider(path);
-  if (!pending_.contains(path)) {  // stored already: there is nothing to prefer
+  if (!pending_.contains(path)) {  // it is stored already, so there is nothing to prefer
     pending_.endPreference(path);
     store_.removePriority(path);
   }
@@ -209,7 +209,7 @@ void BackupWorker::repositoryChanged() {
   changed_.notify_all();
 }
 
-// What could not be stored because of the damage is tried again.
+// Files that could not be stored because of the damage are tried again.
 void BackupWorker::bytesLost() {
   store_.setValue(Store::Table::settings, kBytesLost, "1");
   scanner_.forgetDelays();
@@ -236,7 +236,7 @@ BackupWorker::Stillness BackupWorker::holdStill(const EngineJob* own) {
                       std::unique_lock(preferred_.running, std::defer_lock),
                       std::unique_lock(large_.running, std::defer_lock)};
   const auto take = [own](std::unique_lock<std::mutex>& lock, Lane& lane) {
-    while (&lane.job != own && !lock.try_lock()) {  // a call that begins just now has yet to be told
+    while (&lane.job != own && !lock.try_lock()) {  // a call that begins just now must be cancelled too
       lane.job.cancelled = true;
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
@@ -269,7 +269,8 @@ void BackupWorker::cancelWhatMayNotRun() {
   }
 }
 
-// With the mutex held. What ran while the computer slept may have lost its lock on the repository.
+// The caller holds the mutex. A call that ran while the computer slept may have lost its lock on the
+// repository.
 void BackupWorker::endAfterSuspend() {
   const std::int64_t asleep = secondsAsleep();
   if (asleep - suspended_ > kShortestSleep) {
@@ -284,7 +285,7 @@ void BackupWorker::endAfterSuspend() {
 }
 
 BackupWorker::Progress BackupWorker::progress() const {
-  // What a scan has found is on the list before the scan counts as done, so the list is asked last.
+  // The files that a scan finds are on the list before the scan counts as done, so the list is asked last.
   const std::lock_guard guard(mutex_);
   Progress progress;
   progress.placesToScan =

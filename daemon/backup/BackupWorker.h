@@ -1,4 +1,4 @@
-// The threads that find what is to be stored and have it stored.
+// The threads that find the files to be stored and have them stored.
 #pragma once
 
 #include <array>
@@ -31,22 +31,22 @@
 
 namespace keldane {
 
-/// Keeps the list of pending files and works through it in batches, files that a person prefers in batches of
-/// their own that start at once. One thread is told what changes, one looks at it, one stores what waits, one
-/// stores what is preferred, and one stores large files, one at a time, so that nothing else waits for them.
-/// The owners of the files have equal shares of each batch; owners of large files take turns. Files are
-/// looked for when the kernel tells of a change and when a rule changes, and everywhere after a start, after
-/// a suspend and every few hours. Any thread may call; the mutex guards the lists, and no lock is held while
-/// a file is read or the engine runs.
+/// Keeps the list of pending files and works through it in batches. Files that a user prefers have batches of
+/// their own, which start at once. One thread receives changes, one looks at the disk, one stores pending
+/// files, one stores preferred files, and one stores large files, one at a time, so that no other file waits
+/// for them. The owners of the files have equal shares of each batch; owners of large files take turns. Files
+/// are looked for when the kernel tells of a change and when a rule changes, and everywhere after a start,
+/// after a suspend and every few hours. Any thread may call; the mutex guards the lists, and no lock is held
+/// while a file is read or the engine runs.
 class BackupWorker {
  public:
   struct Timing {
-    /// From the first noticed change to the batch that takes it, so that one batch takes many changes.
+    /// The time from the first noticed change to its batch. The delay lets one batch take many changes.
     std::chrono::milliseconds batchDelay = std::chrono::seconds(45);
     QuietLook::Timing looks = {};
     std::chrono::seconds fullInterval = std::chrono::hours(24);
-    /// For how long one owner's large file keeps another's waiting. A file that was left for that reason has
-    /// twice as long the next time, so that it is done in the end.
+    /// The time for which one owner's large file may keep another's waiting. A file that was interrupted for
+    /// that reason has twice as much time at its next attempt, so that it is stored in the end.
     std::chrono::milliseconds turn = std::chrono::minutes(10);
   };
 
@@ -57,15 +57,15 @@ class BackupWorker {
   BackupWorker& operator=(const BackupWorker&) = delete;
 
   void start();
-  /// Ends the engine's calls that run, and the threads.
+  /// Ends the running calls of the engine, and the threads.
   void stop();
 
-  /// Looks again at a path whose rule changed: a file at once, a folder on the scanning thread. What is found
-  /// is stored without the delay, and what the rules exclude now waits no longer when this returns. A batch
-  /// that is about to store what no rule includes any more is ended.
+  /// Looks again at a path whose rule changed: a file at once, a folder on the scanning thread. Files that
+  /// are found are stored without the delay. When this returns, files that the rules exclude now are no
+  /// longer pending. A batch that is about to store such a file is ended.
   void reconsider(const std::string& path);
-  /// While it lives, somebody is about to change a rule and to have its path looked at again, and something
-  /// counts as about to be scanned.
+  /// While an object lives, a rule is about to be changed and its path to be looked at again. Meanwhile the
+  /// progress counts a place to be scanned.
   class Intention {
    public:
     explicit Intention(BackupWorker& worker) : worker_(worker) { worker_.addIntention(1); }
@@ -80,12 +80,13 @@ class BackupWorker {
   void reconsiderAll();
   /// Stores the file next, even while automatic backup is off.
   void prioritize(const std::string& path);
-  /// Forgets that a person preferred what no longer belongs into the backup, at or below a path whose rule
-  /// changed: it is not preferred again when it is included again.
+  /// Removes the preference of files at or below a path whose rule changed, if they no longer belong into the
+  /// backup. They are not preferred when they are included again.
   void endUnwantedPreferences(const std::string& path);
-  /// The repository was changed or came back: tries it at once.
+  /// Tries the repository at once, because it was changed or came back.
   void repositoryChanged();
-  /// Stored bytes are damaged: the next batches read every file, whatever earlier snapshots say of it.
+  /// Called when stored bytes are damaged. The next batches read every file, even files that earlier
+  /// snapshots have.
   void bytesLost();
   /// Lets the lanes look again at what they may do.
   void wake();
@@ -93,8 +94,8 @@ class BackupWorker {
   struct Stillness {
     std::unique_lock<std::mutex> ordinary, preferred, large;
   };
-  /// Ends what runs and answers when it has ended. A lane's own thread may call it with the lane's job and is
-  /// not waited for.
+  /// Ends the running batches and returns when they have ended. A lane's own thread may call it with the
+  /// lane's job; that lane is not waited for.
   [[nodiscard]] Stillness holdStill(const EngineJob* own = nullptr);
 
   struct Modes {
@@ -102,15 +103,15 @@ class BackupWorker {
     bool automatic = true;
     bool lowerPriority = false;
     std::int64_t pausedUntil = 0;  ///< seconds since boot
-    std::int64_t restsUntil = 0;   ///< the same; preferred files are stored meanwhile
+    std::int64_t restsUntil = 0;   ///< seconds since boot; preferred files are stored meanwhile
   };
   void setModes(const Modes& modes);
 
   struct Progress {
-    std::uint64_t pendingFiles = 0, pendingBytes = 0;  ///< less what is done of the batches that run
+    std::uint64_t pendingFiles = 0, pendingBytes = 0;  ///< without the finished part of running batches
     std::string currentFile;                           ///< empty when none
-    /// Places that are to be scanned before it is known what waits, the one at hand included. While there is
-    /// one, there may be more to store than what is pending.
+    /// The number of places that are still to be scanned, including the current one. While there is one,
+    /// there may be more to store than the pending files.
     std::size_t placesToScan = 0;
     bool hasPreferred = false;  ///< some of the pending files are preferred
     bool isStoring = false;     ///< a batch runs
@@ -119,16 +120,17 @@ class BackupWorker {
   Progress progress() const;
   bool isPending(const std::string& path) const { return pending_.contains(path); }
   bool isPendingBelow(const std::string& folder) const;
-  /// Whether a scan that waits or runs will come to that path.
+  /// Whether a waiting or running scan will visit that path.
   bool isToBeScanned(const std::string& path) const;
-  /// How much of a file has been read, 0 to 1, about; absent unless it is being stored now.
+  /// The approximate part of a file that has been read, from 0 to 1; absent unless the file is being stored
+  /// now.
   std::optional<double> partStored(const std::string& path) const;
   /// Whether a path lies on a disk that held stored files and is not connected.
   bool isNotConnected(const std::string& path) const { return scanner_.isHidden(path); }
   bool isPrioritized(const std::string& path) const { return pending_.isPreferred(path); }
 
  private:
-  /// Which files a lane stores.
+  /// The kind of files that a lane stores.
   enum class Work { ordinary, preferred, large };
 
   /// A thread that runs one batch at a time.
@@ -139,12 +141,12 @@ class BackupWorker {
     std::mutex running;  // held while a batch is prepared and runs
     // Guarded by BackupWorker::mutex_:
     bool isStoring = false;
-    bool isForced = false;         // its batch is of preferred files
-    const Batch* batch = nullptr;  // while it is stored
+    bool isForced = false;         // its batch has preferred files
+    const Batch* batch = nullptr;  // null unless it is being stored
     std::uint64_t filesDone = 0, bytesDone = 0;
     std::string current;
     std::uint64_t doneBeforeCurrent = 0;    // bytes, when `current` became the current file
-    std::vector<std::string> reconsidered;  // whose rules changed while the batch runs
+    std::vector<std::string> reconsidered;  // the paths whose rules changed while the batch runs
     std::thread thread;
   };
 
@@ -202,10 +204,10 @@ class BackupWorker {
   // Guarded by mutex_:
   Modes modes_;
   LookList looksWaiting_;
-  std::string placeScanned_;      // the tree that is looked at now; empty when none is
-  bool placesMayChange_ = false;  // the watcher is to be told which they are
+  std::string placeScanned_;      // the tree that is being scanned; empty when none is
+  bool placesMayChange_ = false;  // the watcher must be told the new places
   int intentions_ = 0;
-  bool isCaring_ = false;  // the repository is being looked after, perhaps under a lock
+  bool isCaring_ = false;  // upkeep of the repository is running, perhaps under a lock
   std::optional<std::chrono::steady_clock::time_point>
       noticed_;         // the first change since the last batch began
   bool urgent_ = true;  // a person waits for it
@@ -214,10 +216,10 @@ class BackupWorker {
   SnapshotRecord lastFull_;
   std::string newest_;  // the id of the newest snapshot
   bool changedSinceFull_ = false;
-  bool lostBytes_;  // since the last full snapshot
+  bool lostBytes_;  // stored bytes were lost since the last full snapshot
   std::size_t mostFiles_;
   std::uint64_t mostBytes_;
-  std::int64_t suspended_ = 0;  // seconds of sleep that are known
+  std::int64_t suspended_ = 0;  // seconds of the computer's sleep that were noticed so far
   struct Hour {
     std::int64_t number = 0;
     std::string parent;                      // the newest snapshot of this hour
@@ -228,8 +230,8 @@ class BackupWorker {
     LargeFile file;
     std::chrono::steady_clock::time_point end, nextLook;
   } turn_;
-  std::vector<LargeFile> foundLarge_;          // that wait, or did
-  std::map<std::string, unsigned> doublings_;  // of the turns of large files that were left
+  std::vector<LargeFile> foundLarge_;          // files that wait, or have waited
+  std::map<std::string, unsigned> doublings_;  // how often the turn of an interrupted large file was doubled
 
   std::atomic<bool> stopping_ = false;
   std::mutex preparing_;  // the repository is made ready by one lane

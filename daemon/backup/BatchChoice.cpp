@@ -8,7 +8,7 @@ namespace keldane {
 
 namespace {
 
-/// Of each owner as many of the first files as could go into a batch.
+/// Collects the first files of each owner, as many as fit into a batch.
 class Candidates {
  public:
   explicit Candidates(const BatchBounds& bounds) : bounds_(bounds) {}

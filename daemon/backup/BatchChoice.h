@@ -1,4 +1,4 @@
-// Which of the files that wait go into the next batch.
+// Chooses the pending files for the next batch.
 #pragma once
 
 #include <sys/types.h>
@@ -12,10 +12,11 @@
 
 namespace keldane {
 
-/// A file of this size takes so long that it is stored by itself, so that no other file waits for it.
+/// A file of at least this size takes so long that it is stored by itself, so that no other file waits for
+/// it.
 inline constexpr std::uint64_t kLargeFile = std::uint64_t{1} << 30;
 
-/// A large file that waits.
+/// A pending large file.
 struct LargeFile {
   std::string path;
   uid_t owner = 0;
@@ -29,12 +30,12 @@ class BatchChoice {
   explicit BatchChoice(const PendingFiles& pending) : pending_(pending) {}
 
   struct Choice {
-    std::vector<PendingFiles::File> files;  ///< at least one, if any waits that is not large
-    std::vector<LargeFile> large;           ///< all that wait
+    std::vector<PendingFiles::File> files;  ///< at least one, if a file is pending that is not large
+    std::vector<LargeFile> large;           ///< all pending large files
   };
-  /// Of what is not preferred: each owner's files in the order of the list.
+  /// Chooses from the files that are not preferred, each owner's in the order of the list.
   Choice ordinary(const BatchBounds& bounds);
-  /// Of what is preferred: each owner's files in the order in which they were preferred.
+  /// Chooses from the preferred files, each owner's in the order in which they were preferred.
   Choice preferred(const BatchBounds& bounds);
   /// The preferred files that are large, in their order.
   std::vector<LargeFile> preferredLarge() const;

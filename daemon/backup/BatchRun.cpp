@@ -24,7 +24,7 @@ constexpr std::size_t kMostListedFiles = 20'000;
 
 enum class Now : std::uint8_t { same, other, gone };
 
-/// How the files stand to what the batch knows of them.
+/// Compares the files on the disk with what the batch knows about them.
 std::vector<Now> standings(const std::vector<BatchFile>& files) {
   std::vector<Now> now;
   now.reserve(files.size());
@@ -135,7 +135,7 @@ BatchEnd BatchRun::run(const Batch& batch, EngineJob& job, const Progress& progr
     taken.failed.emplace(path, reason);
   };
   observer.progress = [&](std::uint64_t files, std::uint64_t bytes, const std::string& current) {
-    progress(files, bytes, current == manifest ? std::string() : current);  // it is nobody's file
+    progress(files, bytes, current == manifest ? std::string() : current);  // the manifest is no user's file
   };
   const StoreAnswer answer = engine_.store(request, observer, job);
   std::error_code ignored;
@@ -157,8 +157,8 @@ BatchEnd BatchRun::run(const Batch& batch, EngineJob& job, const Progress& progr
   return end;
 }
 
-// A file whose stored bytes were damaged is fetched once: the engine stores nothing twice, and might have
-// counted on the damaged bytes again. An answer that tells of no damage tells nothing of the file.
+// A file whose stored bytes were damaged is fetched once. The engine stores nothing twice, so it might have
+// used the damaged bytes again. An answer other than damage says nothing about the file.
 EngineAnswer BatchRun::fetchedOnce(const BatchFile& file, const SnapshotRecord& snapshot, EngineJob& job) {
   const Descriptor nothing(open("/dev/null", O_WRONLY | O_CLOEXEC));
   return engine_.fetch(snapshot.id, file.path, nothing.get(), job);
@@ -168,32 +168,32 @@ void BatchRun::settle(const Batch& batch, Taken& taken, BatchEnd& end, EngineJob
   const std::set<std::string> damaged = store_.damagedFiles();
   for (const BatchFile& file : batch.files) {
     if (!rules_.decide(file.path, false).selected) {
-      continue;  // it was excluded meanwhile, and what the snapshot has of it is not told
+      continue;  // it was excluded meanwhile, so its place in the snapshot is not recorded
     }
     const std::string* failed = taken.failureOf(file.path);
     const bool isNamed = taken.has(file.path);
     const std::optional<struct stat> now = isNamed && !file.isLink ? std::nullopt : statusOf(file.path);
-    // The engine does not name links. One that is the same before and after was there to be seen.
+    // The engine does not report links. A link that is the same before and after the batch was stored.
     const bool isStored = file.isLink ? now && fileStateOf(*now) == file.state : isNamed;
     const EngineAnswer fetched = isStored && failed == nullptr && !file.isLink && damaged.contains(file.path)
                                      ? fetchedOnce(file, end.snapshot, job)
                                      : EngineAnswer();
     if (!file.isLink && taken.isUnknown(file.path)) {
-      end.answer = taken.lookAlikesAnswer;  // it goes on waiting
+      end.answer = taken.lookAlikesAnswer;  // the file stays pending
     } else if (failed != nullptr) {
       couldNotStore(file, *failed);
     } else if (fetched.health == Health::damaged) {
       couldNotStore(file, "What the repository has of it is damaged, and could not be stored anew.");
     } else if (!fetched) {
-      end.answer = fetched;  // it goes on waiting
+      end.answer = fetched;  // the file stays pending
     } else if (isStored) {
       end.stored.push_back({file.path, file.state});
     } else if (now && fileStateOf(*now) == file.state) {
       couldNotStore(file, "The storage program passed it over.");
     }
   }
-  // Looking at the files takes about as long as writing the catalogue, so both are done at once. What was
-  // noted as waiting meanwhile is looked at once more.
+  // Looking at the files takes about as long as writing the catalogue, so both are done at the same time.
+  // Files that become pending meanwhile are looked at again.
   const std::uint32_t scan = pending_.beginScan();
   std::future<std::vector<Now>> look = std::async([&batch] { return standings(batch.files); });
   store_.addSnapshot(end.snapshot, end.stored, confirmed(batch, taken));
@@ -211,12 +211,13 @@ void BatchRun::settle(const Batch& batch, Taken& taken, BatchEnd& end, EngineJob
       continue;  // the catalogue need not be asked
     }
     if (isStored || now[i] == Now::gone || !rules_.decide(file.path, false).selected) {
-      scanner_.consider(file.path);  // it may have changed meanwhile, is gone, or was excluded
+      scanner_.consider(file.path);  // it may have changed, disappeared, or been excluded meanwhile
     }
   }
 }
 
-// The catalogue writes to the disk for each priority that it is to remove, so it is asked for few.
+// The catalogue writes to the disk for each priority that it removes, so it is called only for files that
+// have one.
 void BatchRun::endPreference(const std::string& path) {
   if (pending_.isPreferred(path)) {
     store_.removePriority(path);

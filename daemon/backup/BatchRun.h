@@ -1,4 +1,4 @@
-// One backup: a batch of files goes into one snapshot, and the catalogue learns what came of it.
+// One backup: a batch of files is stored in one snapshot, and the catalogue records the result.
 #pragma once
 
 #include <cstdint>
@@ -15,20 +15,20 @@
 
 namespace keldane {
 
-/// A file of a batch, and how it looked before the batch began. One that changes meanwhile is stored again.
+/// A file of a batch and its state before the batch began. A file that changes meanwhile is stored again.
 struct BatchFile {
   std::string path;
   FileState state;
   bool isLink = false;
-  std::uint32_t version = 0;  ///< of a file that is stored already and goes along; else 0
-  double date = 0;            ///< of that version
+  std::uint32_t version = 0;  ///< the version of a file that is already stored; 0 for any other file
+  double date = 0;            ///< the date of that version
 };
 
-/// What is to be stored together.
+/// The files that are stored together.
 struct Batch {
-  bool full = false;             ///< everything that is selected goes along
-  std::vector<BatchFile> files;  ///< those that wait
-  std::vector<BatchFile> again;  ///< those that an earlier batch of the same hour stored
+  bool full = false;             ///< everything that is selected is stored
+  std::vector<BatchFile> files;  ///< the pending files
+  std::vector<BatchFile> again;  ///< the files of earlier batches of the same hour
   std::string parent;            ///< a snapshot whose unchanged files are not read again
 };
 
@@ -47,7 +47,7 @@ class BatchRun {
       : store_(store), rules_(rules), engine_(engine), files_(files), scanner_(scanner), pending_(pending) {}
 
   using Progress = std::function<void(std::uint64_t files, std::uint64_t bytes, const std::string& current)>;
-  /// Blocks until the batch is stored or has failed. A failure of the whole repository leaves all of it
+  /// Blocks until the batch is stored or has failed. After a failure of the whole repository all files stay
   /// pending.
   BatchEnd run(const Batch& batch, EngineJob& job, const Progress& progress);
 

@@ -10,13 +10,14 @@ namespace keldane {
 
 namespace {
 
-// What a file costs beside its bytes. The first batch's bounds, 20 GiB and 150,000 files, say the same.
+// The cost of a file in addition to its bytes. The ratio is that of the first batch's bounds, 20 GiB and
+// 150,000 files.
 constexpr std::uint64_t kFileCost = 128 << 10;
 
 struct Turn {
   std::uint64_t had = 0;
   uid_t owner = 0;
-  // The queue answers the greatest, and that is to be whoever has had the least.
+  // The queue answers the greatest element, which must be the owner who has had the least.
   bool operator<(const Turn& other) const { return had != other.had ? had > other.had : owner > other.owner; }
 };
 

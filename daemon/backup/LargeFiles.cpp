@@ -1,4 +1,4 @@
-// Large files: whose turn it is, and what ends the one that is being stored.
+// Large files: the order of their owners, and the reasons to interrupt the one that is being stored.
 #include <algorithm>
 #include <tuple>
 
@@ -12,12 +12,13 @@ namespace {
 using std::chrono::steady_clock;
 
 constexpr unsigned kMostTurnDoublings = 16;
-// How often other large files are looked for while one is read.
+// The interval at which other large files are looked for while one is read.
 constexpr std::chrono::seconds kLookInterval(1);
 
 }  // namespace
 
-// With the mutex held. What the ordinary lane came upon, and what is preferred; a file may be in both.
+// The large files that the ordinary lane found and the preferred ones. A file may be in both lists. The
+// caller holds the mutex.
 std::vector<LargeFile> BackupWorker::waitingLarge() {
   std::vector<LargeFile> files = choice_.preferredLarge();
   std::erase_if(foundLarge_, [this](const LargeFile& file) { return !pending_.contains(file.path); });
@@ -26,8 +27,8 @@ std::vector<LargeFile> BackupWorker::waitingLarge() {
   return files;
 }
 
-// Whoever had the last turn waits for the others. Of these, who prefers a file comes first; otherwise they
-// follow each other in the order of their numbers.
+// The owner who had the last turn waits for the others. Among these, an owner who prefers a file comes first;
+// otherwise they follow in the order of their user ids, beginning after the last owner's.
 std::optional<Batch> BackupWorker::nextLarge() {
   std::vector<LargeFile> files;
   {
@@ -79,8 +80,8 @@ void BackupWorker::noteProgress(Lane& lane, std::uint64_t files, std::uint64_t b
   }
 }
 
-// With the mutex held. The file that is read belongs no longer into the backup; the batch begins again
-// without it. Of rules that were there before, the batch knows.
+// Ends the batch when its file no longer belongs into the backup; the next batch begins without it. Rules
+// that existed before were considered when the batch was made. The caller holds the mutex.
 void BackupWorker::endIfExcluded(Lane& lane) {
   const bool isConcerned =
       !lane.current.empty() &&
@@ -92,8 +93,9 @@ void BackupWorker::endIfExcluded(Lane& lane) {
   }
 }
 
-// With the mutex held. A file that is preferred need not wait for the end of the turn of one that is not. But
-// each file is left only once for the sake of another owner's wishes, else it would never be done.
+// Interrupts a large file when its turn is over. A preferred file need not wait for the end of the turn of
+// one that is not preferred. But each file is interrupted only once for another owner's preference, otherwise
+// it might never be stored. The caller holds the mutex.
 void BackupWorker::endOfTurn(Lane& lane) {
   const std::vector<LargeFile> files = waitingLarge();
   const bool isOver = steady_clock::now() >= turn_.end;

@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::string_view kReplacement = "\xEF\xBF\xBD";  // U+FFFD
 
-/// The folder that a told name surely lies in.
+/// A folder that certainly contains the reported name.
 std::string folderAround(const std::string& told) {
   const std::size_t slash = told.rfind('/', told.find(kReplacement));
   return slash == 0 || slash == std::string::npos ? "/" : told.substr(0, slash);
@@ -71,7 +71,7 @@ EngineAnswer LookAlikes::settle(BackupEngine& engine, const std::string& snapsho
   return {};
 }
 
-// Each folder is listed once, whatever lies in it.
+// Each folder is listed once, however many files it has.
 EngineAnswer LookAlikes::count(BackupEngine& engine, const std::string& snapshot,
                                const std::map<std::string, Group*>& doubtful, EngineJob& job) {
   std::set<std::string> folders;

@@ -1,4 +1,4 @@
-// Files whose names the engine's word cannot tell apart.
+// Files whose names look alike in the engine's reports.
 #pragma once
 
 #include <cstdint>
@@ -11,28 +11,29 @@
 
 namespace keldane {
 
-/// A name as the engine tells it: each byte that is no UTF-8 comes back as U+FFFD.
+/// A name as the engine reports it, with U+FFFD for each byte that is not UTF-8.
 std::string asTold(const std::string& path);
-/// Whether another file can have the same name as the engine tells it.
+/// Whether another file can have the same reported name.
 bool canLookLikeAnother(const std::string& path);
 
-/// The files of one snapshot whose names can look alike, and what the repository says of them. Most of them
-/// look like no other file, and then the engine's own word counts. Of several that look alike the repository
-/// is asked how many it has; when it has all of them, one is fetched, and otherwise each. One thread.
+/// Finds out which files of one snapshot were stored although their names can look alike in the engine's
+/// reports. Most of them look like no other file, and then the report counts. For several that look alike,
+/// the repository is asked how many of them it has. When it has all of them, one is fetched as a test;
+/// otherwise each of them is. One thread.
 class LookAlikes {
  public:
   enum class Word {
-    engines,    ///< what the engine told while it stored counts
+    engines,    ///< the engine's report counts
     stored,     ///< the snapshot holds it
-    notStored,  ///< it does not
+    notStored,  ///< the snapshot does not hold it
     unknown     ///< the repository could not be asked
   };
 
-  /// A file that the snapshot may hold. One that looks like no other is passed over.
+  /// Adds a file that the snapshot may hold. A file that looks like no other is ignored.
   void add(const std::string& path);
-  /// Asks about all of which the engine's word is not enough. `took` and `failed` say what it told, by name
-  /// as told. The first answer that tells of trouble with the repository ends it; what is left is unknown
-  /// then.
+  /// Asks about all files for which the engine's report is not enough. `took` and `failed` answer what it
+  /// reported for a reported name. The first problem with the repository ends this; the remaining files are
+  /// then unknown.
   using Told = std::function<bool(const std::string& name)>;
   EngineAnswer settle(BackupEngine& engine, const std::string& snapshot, const Told& took, const Told& failed,
                       EngineJob& job);
@@ -47,7 +48,7 @@ class LookAlikes {
   EngineAnswer settleGroup(BackupEngine& engine, const std::string& snapshot, const Group& group,
                            bool areAllThere, EngineJob& job);
 
-  std::map<std::string, Group> groups_;  // by name as told
+  std::map<std::string, Group> groups_;  // by reported name
   std::map<std::string, std::uint64_t> counts_;
   std::map<std::string, Word> words_;  // by path
 };

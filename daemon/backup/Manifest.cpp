@@ -38,7 +38,8 @@ void writeManifest(const std::string& file, const ManifestHead& head, const Mani
                 .dump(-1, ' ', false, Json::error_handler_t::replace)
          << '\n';
   files([&](const ManifestFile& entry) {
-    if (isValidUtf8(entry.path)) {  // another name has no place in JSON; its file counts from this backup on
+    // JSON cannot hold any other name. Such a file counts as first stored by this backup.
+    if (isValidUtf8(entry.path)) {
       stream << Json::array({entry.path, entry.version, entry.state.size, entry.state.modified,
                              entry.state.statusChanged, entry.date})
                     .dump()

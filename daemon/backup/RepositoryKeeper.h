@@ -1,4 +1,4 @@
-// What the threads that store ask of who looks after the repository.
+// The interface through which the storing threads use the upkeep of the repository.
 #pragma once
 
 #include <cstdint>
@@ -8,24 +8,25 @@
 
 namespace keldane {
 
-/// What happens between batches when nothing waits: making the repository ready, looking after it.
+/// Work on the repository besides batches: making it ready, and its upkeep.
 class RepositoryKeeper {
  public:
   virtual ~RepositoryKeeper() = default;
   /// Makes the repository usable: sets it up at the first start, and brings the catalogue up to what the
   /// repository holds. Called before the first batch and again after each change of the repository.
   virtual EngineAnswer makeReady(EngineJob& job) = 0;
-  /// Does what is due (forget, prune, check, drill) and answers how it went; absent when nothing was.
+  /// Does the upkeep that is due (forget, prune, check, drill) and answers the result; absent when nothing
+  /// was due.
   virtual std::optional<EngineAnswer> lookAfter(EngineJob& job) = 0;
-  /// Whether the repository is to be left as it is until a person says otherwise.
+  /// Whether the repository must not be changed until a user allows it.
   virtual bool isRecovering() = 0;
   /// Whether the quota leaves room, with a sentence when it does not.
   virtual EngineAnswer mayGrow() = 0;
-  /// Tells of a finished batch.
+  /// Called after a batch, with the bytes that it added.
   virtual void grew(std::uint64_t bytes) = 0;
-  /// Nothing waits and the repository answers, or a batch went well.
+  /// Called when the backup is up to date and the repository answers, or when a batch has succeeded.
   virtual void noteGood() = 0;
-  /// After stored bytes were lost, every file has been read and stored again.
+  /// Called when every file has been read and stored again after stored bytes were lost.
   virtual void storedAnew() {}
 };
 

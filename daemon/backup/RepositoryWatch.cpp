@@ -25,7 +25,7 @@ void RepositoryWatch::report(const EngineAnswer& answer) {
       failures_ = 0;
       nextTry_ = {};
     } else {
-      // Whether a disk is there is quickly looked up, and who plugs it in expects something to happen.
+      // Checking for a disk is quick, and a user who plugs it in expects something to happen.
       const unsigned doublings =
           answer.health == Health::notConnected ? 0 : std::min(failures_, kMostDoublings);
       const auto pause = kFirstPause * (1U << doublings);

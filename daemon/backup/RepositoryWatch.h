@@ -1,4 +1,4 @@
-// How the repository stands, for all that use it, and when it may be tried again.
+// The condition of the repository, and the time when it may be tried again.
 #pragma once
 
 #include <chrono>
@@ -18,18 +18,18 @@ namespace keldane {
 class RepositoryWatch {
  public:
   using Clock = std::chrono::steady_clock;
-  /// Told once for each failure of another kind than the one before, and, with `ready`, when it is over.
-  /// Called on the thread that reports.
+  /// Called once for each failure of another kind than the one before, and with `ready` when the failures are
+  /// over, on the reporting thread.
   using Alert = std::function<void(const EngineAnswer& answer)>;
 
   explicit RepositoryWatch(Alert alert = [](const EngineAnswer&) {}) : alert_(std::move(alert)) {}
 
-  /// Takes the end of a call. An answer that only tells of a cancelled call changes nothing.
+  /// Takes the result of a call. The answer of a cancelled call changes nothing.
   void report(const EngineAnswer& answer);
   /// Lets the next try begin at once, because a person or a device changed something.
   void tryNow();
 
-  /// How it stood at the last call; ready before the first.
+  /// The condition at the last call; `ready` before the first.
   EngineAnswer standing() const;
   bool mayTry(Clock::time_point now = Clock::now()) const;
 

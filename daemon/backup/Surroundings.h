@@ -1,4 +1,4 @@
-// What is told of power and network, and whether the backup rests because of it.
+// The state of power and network, and whether the backup rests because of it.
 #pragma once
 
 #include <cstdint>
@@ -8,9 +8,9 @@
 
 namespace keldane {
 
-/// A program beside the daemon tells how power and network stand, again and again: the daemon itself asks
-/// nobody. What was told holds for some minutes only, so that a program that died is not believed for ever.
-/// Times are seconds since boot. Any thread.
+/// Another program reports the state of power and network at intervals; the daemon itself asks nobody. A
+/// report is valid for some minutes only, so that the last one of a program that died does not count for
+/// ever. Times are seconds since boot. Any thread.
 class Surroundings {
  public:
   struct Report {
@@ -18,21 +18,21 @@ class Surroundings {
     bool metered = false;
     bool powerSaver = false;
   };
-  /// What a person wants.
+  /// The user's settings.
   struct Rules {
     std::uint32_t restBelowPercent = 30;  ///< on battery; 0: never because of it
     bool restOnMetered = true;            ///< when the repository is reached over the network
     bool restInPowerSaver = true;
   };
-  /// For so many seconds a report holds.
+  /// The number of seconds for which a report is valid.
   static constexpr std::int64_t kHolds = 180;
 
   void tell(const Report& report, std::int64_t now);
-  /// Whether a report holds.
+  /// Whether there is a valid report.
   bool holds(std::int64_t now) const;
-  /// A sentence for people without its full stop; empty when nothing speaks against backups now.
+  /// A sentence for people without its full stop; empty when backups may run now.
   std::string reason(const Rules& rules, bool isRepositoryRemote, std::int64_t now) const;
-  /// Until when the reason holds unless more is told; 0 without one.
+  /// The time when the reason ends unless there is a new report; 0 without a reason.
   std::int64_t restsUntil(const Rules& rules, bool isRepositoryRemote, std::int64_t now) const;
 
  private:

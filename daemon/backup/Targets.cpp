@@ -29,7 +29,7 @@ Kind kindOf(const std::string& path, unsigned char type) {
   return type == DT_DIR ? Kind::folder : type == DT_REG || type == DT_LNK ? Kind::file : Kind::other;
 }
 
-// Read at once, so that a deep tree does not take a descriptor for each level.
+// The entries are read at one time, so that a deep tree does not need a descriptor for each level.
 std::vector<FolderEntry> entriesOf(const std::string& folder) {
   std::vector<FolderEntry> entries;
   const std::unique_ptr<DIR, int (*)(DIR*)> open(opendir(folder.c_str()), closedir);
@@ -48,7 +48,7 @@ class TargetWalk {
  public:
   TargetWalk(const RuleBook& rules, const WantedFile& wanted) : rules_(rules), wanted_(wanted) {}
 
-  /// Whether all that lies in the folder is wanted. If not, the parts that are wanted have been added.
+  /// Whether everything in the folder is wanted. If not, the wanted parts have been added to the targets.
   bool isWhole(const std::string& folder) {
     const Decision decision = rules_.decide(folder, true);
     if (decision.barred) {

@@ -1,4 +1,4 @@
-// What the storage program is told to store: as few folders and files as say it exactly.
+// The targets for the storage program: the shortest list of folders and files that is exactly what is wanted.
 #pragma once
 
 #include <functional>
@@ -12,9 +12,9 @@ namespace keldane {
 /// Whether a file or link is to be stored.
 using WantedFile = std::function<bool(const std::string& path)>;
 
-/// Walks the places and answers folders all of whose contents are wanted, and single files. Nothing that is
-/// not wanted lies in a folder that is answered, as long as nobody adds to it meanwhile. Folders that belong
-/// into the backup and are empty are answered too. Links are not followed.
+/// Walks the places and answers folders whose whole contents are wanted, and single files. A folder in the
+/// answer holds nothing that is not wanted, unless somebody adds it meanwhile. Folders that belong into the
+/// backup and are empty are answered too. Links are not followed.
 std::vector<std::string> targetsIn(const std::vector<std::string>& places, const RuleBook& rules,
                                    const WantedFile& wanted);
 

@@ -64,7 +64,7 @@ std::optional<double> BackupAge::lastGood() {
   return numberFrom(store_.value(Store::Table::settings, "lastGoodBackup"));
 }
 
-// Before the first good backup, time counts from the first look at a rule.
+// Before the first good backup, the age counts from the time when this first saw a rule.
 std::optional<std::string> BackupAge::complaint(double now) {
   if (rules_.places().empty()) {
     return std::nullopt;

@@ -1,4 +1,4 @@
-// Watches how old the last good backup is, apart from everything that makes backups.
+// Watches the age of the last good backup, independently of the code that makes backups.
 #pragma once
 
 #include <condition_variable>
@@ -13,9 +13,9 @@
 
 namespace keldane {
 
-/// Tells once when the last good backup has become older than the limit, whatever the reason, and again after
-/// the next good one. The limit is the setting "alertDays", three days unless it was set. Where nothing is
-/// selected there is nothing to miss. Has a thread of its own that looks every minute.
+/// Reports once when the last good backup has become older than the limit, for any reason. After the next
+/// good backup it can report again. The limit is the setting "alertDays", by default three days. When nothing
+/// is selected, nothing is reported. It has a thread of its own that checks every minute.
 class BackupAge {
  public:
   using Alert = std::function<void(const std::string& sentence)>;
@@ -28,9 +28,9 @@ class BackupAge {
   void start();
   void stop();
 
-  /// Seconds since the UNIX epoch; absent before the first good backup.
+  /// The time of the last good backup in seconds since the UNIX epoch; absent before the first one.
   std::optional<double> lastGood();
-  /// The sentence for people when the backup is too old at a time; absent when it is not.
+  /// The sentence for people when the backup is too old at the time `now`; absent otherwise.
   std::optional<std::string> complaint(double now);
 
  private:

@@ -34,11 +34,11 @@ std::size_t fill(int descriptor, std::span<char> block) {
 }
 
 struct Comparison {
-  std::uint64_t bytes = 0;  ///< that were fetched
+  std::uint64_t bytes = 0;  ///< the number of fetched bytes
   bool isSame = true;
 };
 
-// Takes all that comes through the pipe, and compares it with the file if there is one.
+// Reads everything from the pipe, and compares it with the file if there is one.
 Comparison compare(const Descriptor& fetched, const Descriptor& file) {
   Comparison comparison;
   std::vector<char> left(kBlock);

@@ -1,4 +1,4 @@
-// The proof that what is stored can be had back: a sample is fetched and compared.
+// The drill: proves that stored files can be restored, by fetching and comparing a sample.
 #pragma once
 
 #include <cstddef>
@@ -10,19 +10,18 @@
 
 namespace keldane {
 
-/// What came of a drill.
+/// The result of a drill.
 struct DrillEnd {
-  EngineAnswer answer;       ///< of the repository as a whole
+  EngineAnswer answer;       ///< about the repository as a whole
   std::size_t compared = 0;  ///< files that are the same, byte by byte, as those on the disk
   std::size_t hashed = 0;    ///< files that have changed on the disk since; the repository's own hashes agree
   std::vector<std::string> failed;  ///< files that are not what was stored
-  /// For people.
+  /// The result as a sentence for people.
   std::string sentence() const;
 };
 
-/// Fetches random files from the repository and compares each with the file on the disk where that has not
-/// changed since, else with the hashes that the repository keeps of it. A file that fails stops counting as
-/// stored.
+/// Fetches random files from the repository. Each is compared with the file on the disk, or with the
+/// repository's own hashes when the file has changed since. A file that fails no longer counts as stored.
 class Drill {
  public:
   Drill(Store& store, BackupEngine& engine) : store_(store), engine_(engine) {}

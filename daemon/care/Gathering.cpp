@@ -13,7 +13,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::uint64_t kMostGathered = std::uint64_t{1} << 30;  // that lie on the disk meanwhile
+// The limit of bytes that are on the disk meanwhile.
+constexpr std::uint64_t kMostGathered = std::uint64_t{1} << 30;
 
 }  // namespace
 

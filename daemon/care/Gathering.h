@@ -1,4 +1,4 @@
-// Brings old versions together, so that the many snapshots that hold one each can go.
+// Gathers old versions in one snapshot, so that the many snapshots that hold one each can be forgotten.
 #pragma once
 
 #include <string>
@@ -10,15 +10,15 @@
 
 namespace keldane {
 
-/// Fetches the versions for whose sake alone many snapshots are kept, mostly deleted files, and stores them
-/// again in one snapshot, each below a prefix. What they hold is in the repository already, so it takes no
-/// room.
+/// Fetches the versions that are the only reason for keeping many snapshots, mostly those of deleted files,
+/// and stores them again in one snapshot, each below a prefix. Their contents are already in the repository,
+/// so this takes no room there.
 class Gathering {
  public:
   Gathering(Store& store, BackupEngine& engine, const RepositoryFiles& files)
       : store_(store), engine_(engine), files_(files) {}
 
-  /// Does nothing while it is not worth the work.
+  /// Gathers versions. It does nothing while that is not worth the work.
   EngineAnswer run(double now, const Store::Retention& retention, EngineJob& job);
 
  private:

@@ -17,13 +17,13 @@ namespace keldane {
 
 namespace {
 
-constexpr std::size_t kSlice = 2'000;  // versions that are handed to the catalogue at a time
+constexpr std::size_t kSlice = 2'000;  // the number of versions that are recorded in the catalogue at a time
 
 bool hasTag(const Snapshot& snapshot, std::string_view tag) {
   return std::find(snapshot.tags.begin(), snapshot.tags.end(), tag) != snapshot.tags.end();
 }
 
-/// This computer's own snapshots, and those of the former one as far as they were recovered.
+/// Whether a snapshot is this computer's own, or a recovered one of the former computer.
 bool isOfInterest(const Snapshot& snapshot, const RepositoryConfig& configuration) {
   const std::uint32_t computer = numberFromTags(snapshot, "computer:");
   return computer == configuration.computerNumber ||
@@ -55,27 +55,36 @@ EngineAnswer Reconciliation::run(const Progress& progress, EngineJob& job) {
   if (hasFormer) {
     std::erase_if(found, [&](const Snapshot& snapshot) { return !isOfInterest(snapshot, *configuration); });
   }
-  std::map<std::uint32_t, SnapshotRecord> known;
-  for (const SnapshotRecord& record : store_.snapshots()) {
-    known[record.number] = record;
+  const std::vector<SnapshotRecord> known = store_.snapshots();
+  const std::vector<UnknownSnapshot> unknown = compare(known, found);
+  const bool withRules =
+      known.empty() && (rules_.isEmpty() || store_.value(Store::Table::settings, kTakeRules) == "1");
+  return takeAll(unknown, withRules, progress, job);
+}
+
+std::vector<Reconciliation::UnknownSnapshot> Reconciliation::compare(const std::vector<SnapshotRecord>& known,
+                                                                     const std::vector<Snapshot>& found) {
+  std::map<std::uint32_t, std::string> knownIds;
+  for (const SnapshotRecord& record : known) {
+    knownIds[record.number] = record.id;
   }
   std::map<std::uint32_t, std::string> ids;
-  std::vector<std::pair<SnapshotRecord, const Snapshot*>> unknown;
+  std::vector<UnknownSnapshot> unknown;
   for (const Snapshot& snapshot : found) {
     const std::uint32_t number = numberFromTags(snapshot, "number:");
     if (number == 0) {
       continue;  // somebody made it by hand
     }
-    const auto record = known.find(number);
     ids[number] = snapshot.id;
-    if (record == known.end() || !snapshot.id.starts_with(record->second.id)) {
-      unknown.push_back({{number, snapshot.id, snapshot.time, hasTag(snapshot, "full"), {}}, &snapshot});
+    const auto knownId = knownIds.find(number);
+    if (knownId == knownIds.end() || !snapshot.id.starts_with(knownId->second)) {
+      unknown.push_back({&snapshot, {number, snapshot.id, snapshot.time, hasTag(snapshot, "full"), {}}});
     }
   }
   std::vector<std::uint32_t> gone;
-  for (const auto& [number, record] : known) {
+  for (const auto& [number, knownId] : knownIds) {
     const auto id = ids.find(number);
-    if (id == ids.end() || !id->second.starts_with(record.id)) {
+    if (id == ids.end() || !id->second.starts_with(knownId)) {
       gone.push_back(number);
     }
   }
@@ -86,17 +95,21 @@ EngineAnswer Reconciliation::run(const Progress& progress, EngineJob& job) {
   }
   store_.setSnapshotIds(ids);
   // The newest first, because that is what a person most likely wants back.
-  std::sort(unknown.begin(), unknown.end(),
-            [](const auto& left, const auto& right) { return left.first.number > right.first.number; });
-  bool withRules =
-      known.empty() && (rules_.isEmpty() || store_.value(Store::Table::settings, kTakeRules) == "1");
+  std::sort(unknown.begin(), unknown.end(), [](const UnknownSnapshot& left, const UnknownSnapshot& right) {
+    return left.record.number > right.record.number;
+  });
+  return unknown;
+}
+
+EngineAnswer Reconciliation::takeAll(const std::vector<UnknownSnapshot>& unknown, bool withRules,
+                                     const Progress& progress, EngineJob& job) {
   for (std::size_t i = 0; i < unknown.size(); ++i) {
+    const auto& [snapshot, record] = unknown[i];
     progress(i, unknown.size());
-    store_.raiseHighestNumber(unknown[i].first.number);
-    const EngineAnswer answer = take(*unknown[i].second, unknown[i].first, withRules, job);
+    store_.raiseHighestNumber(record.number);
+    const EngineAnswer answer = take(*snapshot, record, withRules, job);
     if (answer.health == Health::damaged) {
-      systemLog("Backup %@ cannot be read and is passed over: %@", unknown[i].first.id.substr(0, 8),
-                answer.detail);
+      systemLog("Backup %@ cannot be read and is passed over: %@", record.id.substr(0, 8), answer.detail);
       continue;
     }
     if (!answer) {
@@ -194,7 +207,7 @@ EngineAnswer Reconciliation::manifestOf(const Snapshot& snapshot, const std::str
     isRead = read.has_value();
   }
   if (answer.health == Health::damaged || (answer && !isRead)) {
-    // Its versions then get its own number.
+    // Without a manifest, the versions get the number of the snapshot.
     systemLog("The manifest of backup %@ cannot be read", snapshot.id.substr(0, 8));
     answer = {};
   }

@@ -35,7 +35,7 @@ std::string hostName() {
   return gethostname(name.data(), name.size() - 1) == 0 && name[0] != '\0' ? name.data() : "localhost";
 }
 
-// Never 0, which stands for none, and positive for clients that read it as signed.
+// The number is never 0, which means none, and positive for clients that read it as signed.
 std::uint32_t randomComputerNumber() {
   std::uint32_t number = 0;
   while (number == 0) {
@@ -75,7 +75,7 @@ EngineAnswer RepositoryCare::makeReady(EngineJob& job) {
   }
 }
 
-// A set-up that was cut short goes on with the key and the place that it had.
+// A set-up that was interrupted goes on with its key and its place.
 EngineAnswer RepositoryCare::setUpHere(EngineJob& job) {
   if (!files_.configuration()) {
     if (files_.key().empty()) {
@@ -137,7 +137,7 @@ void RepositoryCare::noteGood() {
   store_.setValue(Store::Table::settings, "lastGoodBackup", std::to_string(timeOfDay()));
 }
 
-// A clock that was set back would put off what is due for as long as it was set back by.
+// A time in the future counts as due: otherwise a clock that was set back would delay the upkeep by as much.
 bool RepositoryCare::isDue(const std::string& key, double interval) {
   const double last = numberOf(store_.value(Store::Table::settings, key));
   const double now = timeOfDay();
@@ -152,7 +152,8 @@ void RepositoryCare::did(const std::string& key) {
   store_.setValue(Store::Table::settings, key, std::to_string(timeOfDay()));
 }
 
-// Whoever has the turn may wait for the lane whose thread this is, so this does not wait for the turn.
+// The thread that has the turn may be waiting for the lane of this thread, so this does not wait for the
+// turn.
 std::optional<EngineAnswer> RepositoryCare::lookAfter(EngineJob& job) {
   const std::unique_lock turn(turn_, std::try_to_lock);
   if (!turn) {

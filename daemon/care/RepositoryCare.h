@@ -20,10 +20,10 @@
 
 namespace keldane {
 
-/// The configuration of a computer that has no repository yet: its name and a number that is its own.
+/// The configuration of a computer that has no repository yet: its name and a random number.
 RepositoryConfig newComputer();
 
-/// When each kind of upkeep is due, in seconds.
+/// The intervals of each kind of upkeep, in seconds.
 struct CareTimes {
   double probe = 6 * 3600.0;
   double forget = 3600;      ///< when many snapshots may go
@@ -33,29 +33,29 @@ struct CareTimes {
   double drill = 7 * 86400.0;
 };
 
-/// The upkeep of the repository. Called by the worker's threads and, for checks and drills that a person asks
-/// for, by a client's; such calls take turns. What it finds out is kept in the store's settings.
+/// The upkeep of the repository. The worker's threads call it, and clients' threads for checks and drills
+/// that a user asks for; such calls take turns. Its results are kept in the store's settings.
 class RepositoryCare final : public RepositoryKeeper {
  public:
   RepositoryCare(Store& store, RuleBook& rules, BackupEngine& engine, RepositoryFiles& files,
                  RepositoryWatch& watch, const CareTimes& times = {})
       : store_(store), rules_(rules), engine_(engine), files_(files), watch_(watch), times_(times) {}
 
-  /// Where a daemon that has no repository yet makes one; empty: in its own folder. Set before the first
-  /// call.
+  /// The location where a daemon without a repository makes one; empty means its own folder. To be set before
+  /// the first call.
   std::string firstLocation;
 
-  /// Called on the thread at hand when files that counted as stored no longer do.
+  /// Called when files no longer count as stored, on the thread that finds that out.
   std::function<void()> lostFiles = [] {};
-  /// The same when stored bytes turned out to be damaged, before `lostFiles`: no snapshot is a parent to go
-  /// by.
+  /// Called before `lostFiles` when stored bytes turned out to be damaged. No snapshot may then be used as a
+  /// parent.
   std::function<void()> lostBytes = [] {};
-  /// Keeps batches from running for as long as the answer lives, but for one whose thread calls this with its
-  /// job.
+  /// Keeps batches from running for as long as the returned object lives. The lane whose thread calls this
+  /// with its job is excepted.
   std::function<std::shared_ptr<void>(const EngineJob& job)> holdStill = [](const EngineJob&) {
     return nullptr;
   };
-  /// Takes a sentence that a person must be told.
+  /// Called with a sentence that a user must be told.
   std::function<void(const std::string& sentence)> alert = [](const std::string&) {};
 
   EngineAnswer makeReady(EngineJob& job) override;
@@ -72,23 +72,23 @@ class RepositoryCare final : public RepositoryKeeper {
     std::string sentence;
     std::vector<std::string> damagedFiles;
   };
-  /// Checks the structure and that part of the stored bytes (0 of 0: none). Files in damaged packs stop
-  /// counting as stored.
+  /// Checks the structure and that part of the stored bytes (0 of 0: none). Files in damaged packs no longer
+  /// count as stored.
   CheckEnd check(unsigned part, unsigned parts, EngineJob& job);
-  /// A drill that fails is followed by a check of everything: what is stored anew would rest on the damage.
+  /// A failed drill is followed by a check of everything, because later backups would use the damaged data.
   DrillEnd drill(std::size_t files, EngineJob& job);
 
-  /// Forgets what retention allows, all of it. Answers how many snapshots went.
+  /// Forgets all snapshots that retention allows. `gone` receives their number.
   EngineAnswer forgetDue(std::size_t fewest, EngineJob& job, std::size_t* gone = nullptr);
 
   std::uint64_t repositorySize() const { return size_; }
   std::uint64_t quotaBytes();
-  /// The catalogue is to be made anew, as soon as the repository is made ready.
+  /// Has the catalogue made anew as soon as the repository is made ready.
   void expectRebuild() {
     read_ = 0;
     toRead_ = 1;
   }
-  /// How far the catalogue has been made anew; both 0 when it is complete.
+  /// The progress of making the catalogue anew; both are 0 when it is complete.
   std::size_t snapshotsToRead() const { return toRead_; }
   std::size_t snapshotsRead() const { return read_; }
 

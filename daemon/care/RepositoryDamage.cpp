@@ -1,4 +1,4 @@
-// What is done about damage: what rests on it stops counting as stored, and it is taken out of the
+// The treatment of damage: affected files no longer count as stored, and damaged packs are taken out of the
 // repository.
 #include <algorithm>
 #include <chrono>
@@ -16,7 +16,7 @@ constexpr int kLockTries = 60;  // one a second
 
 }  // namespace
 
-// Whoever was killed may have left a lock.
+// A program that was killed may have left a lock, so a second check follows after removing stale locks.
 CheckAnswer RepositoryCare::checkTwice(unsigned part, unsigned parts, EngineJob& job) {
   CheckAnswer found = engine_.check(part, parts, job);
   if (found.health == Health::locked && engine_.unlock(job)) {
@@ -37,8 +37,8 @@ RepositoryCare::CheckEnd RepositoryCare::checkInTurn(unsigned part, unsigned par
     }
     end.sentence += std::to_string(end.damagedFiles.size()) +
                     " files have lost a part of what was stored and are stored anew.";
-    found = checkTwice(0, 0, job);  // tells what cannot be read without those packs
-    end.answer = {};                // what is known of the damage is dealt with file by file
+    found = checkTwice(0, 0, job);  // this reports what cannot be read without those packs
+    end.answer = {};                // the known damage is treated file by file
   }
   if (!found.damagedSnapshots.empty()) {
     const EngineAnswer given = giveUpUnreadable(found.damagedSnapshots, job);
@@ -64,7 +64,7 @@ RepositoryCare::CheckEnd RepositoryCare::checkInTurn(unsigned part, unsigned par
   return end;
 }
 
-// An index that is damaged too is made anew first.
+// If the index is damaged too, it is made anew first.
 EngineAnswer RepositoryCare::filesInPacks(const std::vector<std::string>& packs,
                                           std::vector<FoundEntry>& found, EngineJob& job) {
   EngineAnswer answer = engine_.filesInPacks(packs, found, job);
@@ -76,7 +76,7 @@ EngineAnswer RepositoryCare::filesInPacks(const std::vector<std::string>& packs,
   return answer;
 }
 
-// A check may still find what no file rests on any more, and says so by itself.
+// A later check reports damage that no file depends on any more.
 void RepositoryCare::storedAnew() {
   const std::string word = " Since then everything that is selected was stored anew.";
   const std::string result = store_.value(Store::Table::settings, "lastCheckResult").value_or("");
@@ -85,8 +85,8 @@ void RepositoryCare::storedAnew() {
   }
 }
 
-// A batch that runs meanwhile would rest on what is damaged, and hold a lock that keeps the damage in the
-// index. Nothing is taken out before it is known whose it was.
+// A batch that runs meanwhile would use damaged data and hold a lock that keeps the damage in the index.
+// Nothing is taken out before the affected files are known.
 EngineAnswer RepositoryCare::giveUpDamaged(const std::vector<std::string>& packs,
                                            std::vector<std::string>& files, EngineJob& job) {
   const std::shared_ptr<void> stillness = holdStill(job);
@@ -111,7 +111,7 @@ EngineAnswer RepositoryCare::giveUpDamaged(const std::vector<std::string>& packs
   return answer;
 }
 
-// Without its list of names a folder's files cannot be had back by their paths.
+// Without the list of names of a folder, its files cannot be restored by their paths.
 void RepositoryCare::giveUp(const FoundEntry& found, const SnapshotRecord& snapshot,
                             std::vector<std::string>& files) {
   const std::string& whole = found.entry.path;
@@ -129,7 +129,8 @@ void RepositoryCare::giveUp(const FoundEntry& found, const SnapshotRecord& snaps
   }
 }
 
-// What other snapshots hold as well stays stored. Snapshots of a former computer only leave the catalogue.
+// Files that other snapshots also hold stay stored. Snapshots of a former computer are only removed from the
+// catalogue.
 EngineAnswer RepositoryCare::giveUpUnreadable(const std::vector<std::string>& ids, EngineJob& job) {
   const std::shared_ptr<void> stillness = holdStill(job);
   const std::optional<RepositoryConfig> configuration = files_.configuration();
@@ -146,13 +147,14 @@ EngineAnswer RepositoryCare::giveUpUnreadable(const std::vector<std::string>& id
     }
   }
   const EngineAnswer answer = own.empty() ? EngineAnswer() : forgetAll(own, job);
-  store_.removeSnapshots(numbers);  // whatever became of them in the repository
+  store_.removeSnapshots(numbers);  // even if they are still in the repository
   lostBytes();
   lostFiles();
   return answer;
 }
 
-// What else uses the repository, a restore for instance, is waited for; what was killed may have left a lock.
+// This waits for other users of the repository, such as a restore. A program that was killed may have left a
+// lock.
 EngineAnswer RepositoryCare::dropPacks(const std::vector<std::string>& packs, EngineJob& job) {
   EngineAnswer answer = engine_.dropPacks(packs, job);
   for (int tries = 0; answer.health == Health::locked && tries < kLockTries && !job.cancelled; ++tries) {

@@ -7,7 +7,7 @@ namespace {
 
 constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZ234567";
 constexpr std::size_t kCheckLetters = 4;
-/// More ones than this are no typing error, and each doubles the readings that are tried.
+/// More ones than this are no typing error. Each one doubles the number of readings that are tried.
 constexpr std::ptrdiff_t kMostOnes = 12;
 
 std::uint32_t crc32Of(std::string_view text) {
@@ -21,7 +21,7 @@ std::uint32_t crc32Of(std::string_view text) {
   return ~crc;
 }
 
-/// Upper case without what only groups the letters; ones stay as they are.
+/// The letters in upper case, without blanks, line ends and hyphens. The digit 1 stays as it is.
 std::string lettersOf(std::string_view typed) {
   std::string letters;
   for (char letter : typed) {

@@ -21,8 +21,8 @@ namespace {
 
 using Moment = std::chrono::steady_clock::time_point;
 constexpr int kGlance = 100;  // milliseconds between looks at the job
-// A program that writes line by line would wake both sides for each of them. What comes in this many
-// milliseconds is read together, unless so many bytes came at once that the pipe might be full.
+// A program that writes line by line would wake both sides for each line. So output of this many milliseconds
+// is read together, unless so many bytes came at once that the pipe might be full.
 constexpr int kGathering = 5;
 constexpr std::size_t kMuch = 8192;
 constexpr auto kPatience = std::chrono::seconds(10);
@@ -50,8 +50,8 @@ class LineReader {
       : pipe_(std::move(pipe)), take_(std::move(take)) {}
 
   int descriptor() const { return pipe_.get(); }
-  /// Takes what is there, as much as a pipe can hold, so that the job is looked at even if more comes without
-  /// an end, and answers how many bytes that were; at the end closes the pipe.
+  /// Reads at most as much as a pipe can hold, so that the job is checked even if the output never ends.
+  /// Answers the number of bytes. At the end of the output it closes the pipe.
   std::size_t read() {
     char block[65536];
     std::size_t bytes = 0;
@@ -70,7 +70,7 @@ class LineReader {
     }
     return bytes;
   }
-  /// There is nobody left whose words are waited for.
+  /// Closes the pipe, because no process is left whose output is waited for.
   void finish() {
     pipe_ = Descriptor();
     if (!line_.empty()) {
@@ -119,7 +119,7 @@ void addDescendants(pid_t process, std::vector<Descriptor>& found) {
   }
 }
 
-/// A process that was started here; ended and waited for when this goes.
+/// A process that was started here. The destructor ends it and waits for it.
 class Child {
  public:
   explicit Child(pid_t process)
@@ -134,11 +134,11 @@ class Child {
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
 
-  /// Readable once it has ended.
+  /// A descriptor that becomes readable when the process ends.
   int descriptor() const { return watch_.get(); }
   void interrupt() const { ::kill(process_, SIGINT); }
-  /// With all that it started: a helper of its own may hang where the network is gone, in a process group of
-  /// its own.
+  /// Kills the process and all processes that it started. One of them may hang without a network, in a
+  /// process group of its own.
   void kill() const {
     std::vector<Descriptor> descendants;
     addDescendants(process_, descendants);
@@ -149,7 +149,7 @@ class Child {
       }
     }
   }
-  /// Whether it has ended, and how.
+  /// Whether the process has ended; `end` receives how.
   bool hasEnded(ChildEnd& end) {
     int status = 0;
     const pid_t got = ::waitpid(process_, &status, WNOHANG);
@@ -170,7 +170,7 @@ class Child {
   Descriptor watch_;
 };
 
-/// Ends the child as the job wants it.
+/// Ends the child when the job is cancelled.
 class Ending {
  public:
   void look(const EngineJob& job, const Child& child, ChildEnd& end) {
@@ -204,12 +204,12 @@ void attend(Child& child, LineReader& output, LineReader& errors, const EngineJo
     pollfd sources[] = {
         {child.descriptor(), POLLIN, 0}, {output.descriptor(), POLLIN, 0}, {errors.descriptor(), POLLIN, 0}};
     ::poll(sources, 3, kGlance);
-    hasEnded = child.hasEnded(end);  // before the last reading, so that nothing it wrote is missed
+    hasEnded = child.hasEnded(end);  // asked before the last reading, so that no output is missed
     const std::size_t bytes = output.read() + errors.read();
     if (!hasEnded) {
       ending.look(job, child, end);
       if (bytes > 0 && bytes < kMuch) {
-        ::poll(sources, 1, kGathering);  // its end is still seen at once
+        ::poll(sources, 1, kGathering);  // the end of the process is still noticed at once
       }
     }
   }

@@ -18,8 +18,8 @@
 namespace keldane {
 namespace {
 
-/// Everything that the child needs, made before the fork: afterwards nothing may take memory or a lock, as
-/// another thread of the parent may have held it.
+/// Everything that the child needs. It is made before the fork: afterwards the child may take neither memory
+/// nor a lock, because another thread of the parent may have held the lock.
 struct Preparation {
   char* const* arguments;
   char* const* environment;
@@ -29,7 +29,7 @@ struct Preparation {
   bool lowPriority;
 };
 
-/// Low priority is a wish; a system that refuses it runs the program all the same.
+/// Lowers the priority. If the system refuses, the program runs all the same.
 void lowerPriority() {
   ::setpriority(PRIO_PROCESS, 0, 19);
   ::syscall(SYS_ioprio_set, IOPRIO_WHO_PROCESS, 0, IOPRIO_PRIO_VALUE(IOPRIO_CLASS_BE, 7));
@@ -46,7 +46,7 @@ void restoreSignals() {
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-/// Only calls that are safe in a signal handler.
+/// Turns the child into the program. It makes only calls that are safe in a signal handler.
 [[noreturn]] void becomeProgram(const Preparation& it) {
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (::getppid() != it.parent) {
@@ -93,7 +93,7 @@ pid_t forkInto(const Preparation& preparation) {
   sigset_t all;
   sigset_t before;
   sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);  // no handler of the parent's may run in the child
+  pthread_sigmask(SIG_SETMASK, &all, &before);  // so that no signal handler of the parent runs in the child
   const pid_t child = ::fork();
   if (child == 0) {
     becomeProgram(preparation);
@@ -144,7 +144,7 @@ pid_t startChild(const ChildCommand& command, int output, int errors, bool lowPr
     *error = errno;
     return -1;
   }
-  lowReportWriter = Descriptor();  // or the end of the report would never be seen
+  lowReportWriter = Descriptor();  // otherwise the end of the report would never be noticed
   reportWriter = Descriptor();
   *error = reportedError(reportReader.get());
   if (*error != 0) {

@@ -1,4 +1,4 @@
-// The moment between fork and exec.
+// Starting a child process: the code between fork and exec.
 #pragma once
 
 #include <sys/types.h>

@@ -42,7 +42,7 @@ void syncFolderOf(const std::string& path) {
   }
 }
 
-/// Removes the file that it names unless that was let go.
+/// Removes the file at its path in the end, unless the path was cleared.
 struct UnfinishedFile {
   std::string path;
   ~UnfinishedFile() {

@@ -11,14 +11,14 @@ namespace keldane {
 /// std::runtime_error.
 void makePrivateFolder(const std::string& path);
 
-/// Replaces a file's content at once: whoever reads it sees the old or the new one, also after a crash. Mode
-/// 0600. Throws std::runtime_error; the old content is kept then.
+/// Replaces a file's content atomically: a reader sees the old or the new content, even after a crash. The
+/// mode is 0600. Throws std::runtime_error; the old content is kept then.
 void writeDurably(const std::string& path, std::string_view content);
 
 /// The content; absent when there is no such file. Throws std::runtime_error when it cannot be read.
 std::optional<std::string> readPrivateFile(const std::string& path);
 
-/// A file of mode 0600 with a name of its own, removed when this goes.
+/// A file of mode 0600 with a unique name. The destructor removes it.
 class ScratchFile {
  public:
   /// `folder` is made when it is missing. Throws std::runtime_error.
@@ -28,7 +28,7 @@ class ScratchFile {
   ScratchFile& operator=(const ScratchFile&) = delete;
   const std::string& path() const { return path_; }
 
-  /// Removes what processes that have ended left in the folder.
+  /// Removes the files that ended processes left in the folder.
   static void sweep(const std::string& folder);
 
  private:

@@ -29,7 +29,7 @@ std::string deviceOf(const std::string& path, const std::string& mounts) {
     std::string source;
     fields >> field >> source;
     point = unescapedMountText(point);
-    // What was mounted last at one point hides what was there.
+    // A later mount at the same point hides the earlier one.
     if (fields && point.size() >= longest && isAtOrBelow(wanted, point)) {
       longest = point.size();
       device = unescapedMountText(source);

@@ -5,14 +5,14 @@
 
 namespace keldane {
 
-/// Where the system tells what is mounted and which device has which UUID.
+/// The places where the system lists mounts and the UUIDs of devices.
 struct DiskTables {
   std::string mounts = "/proc/self/mountinfo";
   std::string byUuid = "/dev/disk/by-uuid";
 };
 
-/// The UUID of the file system that a path is, or would be made, on. Empty when it has none, as a network's
-/// or a memory file system has. The path need not exist. Any thread.
+/// The UUID of the file system on which a path is, or would be made. Empty when it has none, as network and
+/// memory file systems have. The path need not exist. Any thread.
 std::string fileSystemUuidOf(const std::string& path, const DiskTables& tables = {});
 
 /// Whether the path lies on a mounted file system with this UUID.

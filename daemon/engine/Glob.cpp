@@ -6,7 +6,7 @@
 namespace keldane {
 namespace {
 
-// U+FFFD, as which a byte that is no UTF-8 is told.
+// U+FFFD, which stands for a byte that is not UTF-8.
 constexpr std::string_view kToldByte = "\xEF\xBF\xBD";
 
 /// Length of the UTF-8 sequence at the beginning; 0 when there is none.
@@ -35,7 +35,7 @@ std::size_t sequenceLength(std::string_view text) {
   return length;
 }
 
-/// Takes one character off; a byte that is no part of UTF-8 counts as one.
+/// Removes and answers the first character. A byte that is not UTF-8 counts as a character.
 std::string_view takeCharacter(std::string_view& text) {
   const std::size_t length = sequenceLength(text);
   const std::string_view character = text.substr(0, length == 0 ? 1 : length);
@@ -43,7 +43,7 @@ std::string_view takeCharacter(std::string_view& text) {
   return character;
 }
 
-/// Takes one end of a range off: a character, perhaps after a backslash.
+/// Removes and answers one end of a range: a character, possibly after a backslash.
 std::optional<std::string_view> takeEnd(std::string_view& pattern) {
   if (pattern.starts_with('\\')) {
     pattern.remove_prefix(1);
@@ -51,8 +51,8 @@ std::optional<std::string_view> takeEnd(std::string_view& pattern) {
   return pattern.empty() ? std::nullopt : std::optional(takeCharacter(pattern));
 }
 
-/// Takes "[...]" off, whose "[" is gone; whether the character is in it. UTF-8 keeps the order of code
-/// points.
+/// Removes the rest of a set "[...]" whose "[" was removed already, and answers whether the character is in
+/// it. Comparing UTF-8 bytes gives the order of code points.
 std::optional<bool> takeSet(std::string_view& pattern, std::string_view character) {
   const bool negated = pattern.starts_with('^');
   pattern.remove_prefix(negated ? 1 : 0);
@@ -73,7 +73,7 @@ std::optional<bool> takeSet(std::string_view& pattern, std::string_view characte
   return isIn != negated;
 }
 
-/// Takes one item that is not `*` off the pattern, and the character that it stands for off the name.
+/// Removes one item other than `*` from the pattern, and the character that it matches from the name.
 bool takeItem(std::string_view& pattern, std::string_view& name) {
   if (name.empty()) {
     return false;
@@ -140,8 +140,8 @@ std::string escapedPattern(std::string_view text) {
 }
 
 bool matchesName(std::string_view pattern, std::string_view name) {
-  // Only the last star can have taken too little: an earlier one that took more would leave less for the
-  // rest.
+  // Only the last star can have matched too little: if an earlier one matched more, less would be left for
+  // the rest.
   std::optional<std::string_view> afterStar;
   std::string_view starTook;
   for (;;) {

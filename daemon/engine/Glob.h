@@ -1,4 +1,4 @@
-// Patterns of names.
+// Matching of names and paths with patterns.
 #pragma once
 
 #include <string>
@@ -6,11 +6,12 @@
 
 namespace keldane {
 
-/// The pattern that matches this text alone, for the storage program's own patterns.
+/// A pattern of the storage program's that matches exactly this text.
 std::string escapedPattern(std::string_view text);
 
-/// Whether a name matches a pattern of `*`, `?`, `[a-z]`, `[^a-z]` and `\` before what is meant as it is. `?`
-/// and a range take one character of UTF-8. A name holds no slash. A pattern that is broken matches nothing.
+/// Whether a name matches a pattern of `*`, `?`, `[a-z]`, `[^a-z]` and `\` before a character that stands for
+/// itself. `?` and a range take one character of UTF-8. A name holds no slash. A pattern that is broken
+/// matches nothing.
 bool matchesName(std::string_view pattern, std::string_view name);
 
 /// The same for absolute paths, folder by folder; a folder `**` stands for any number of folders.

@@ -1,4 +1,4 @@
-// Fields of what another program wrote as JSON: whatever is not as expected reads as empty.
+// Reads fields of JSON that another program wrote. A field that is missing or of another type reads as empty.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -9,7 +9,7 @@ namespace keldane {
 
 using Json = nlohmann::json;
 
-/// Discarded, which is no object or array, when the text is no JSON.
+/// The parsed text. Text that is no JSON yields a discarded value, which is neither an object nor an array.
 inline Json parsed(std::string_view text) { return Json::parse(text, nullptr, false); }
 
 inline std::string textOf(const Json& object, const char* name) {

@@ -73,7 +73,7 @@ void moveAside(const std::string& file, const std::string& aside) {
   if (error == std::errc::cross_device_link) {
     std::filesystem::copy_file(file, target, std::filesystem::copy_options::overwrite_existing, error);
     if (error) {
-      std::filesystem::remove(target, error);  // a part of what is damaged helps nobody
+      std::filesystem::remove(target, error);  // an incomplete copy is of no use
     }
     std::filesystem::remove(file, error);
   }

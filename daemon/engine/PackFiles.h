@@ -1,4 +1,4 @@
-// The files of a repository in a folder of this machine.
+// The files of a repository that is a folder of this machine.
 #pragma once
 
 #include <cstdint>
@@ -14,8 +14,8 @@ namespace keldane {
 bool isIdOrBeginning(std::string_view id);
 bool isWholeId(std::string_view id);
 
-/// Puts an intact copy of a damaged pack back from the cache, where packs of folder listings are kept.
-/// Whether there was one. Throws std::runtime_error when it cannot be written.
+/// Replaces a damaged pack by an intact copy from the cache, which keeps packs of folder listings. Answers
+/// whether there was one. Throws std::runtime_error when it cannot be written.
 bool bringBackFromCache(const std::string& repository, const std::string& cache, const std::string& pack,
                         EngineJob& job);
 
@@ -23,10 +23,10 @@ bool bringBackFromCache(const std::string& repository, const std::string& cache,
 /// Throws std::runtime_error when it cannot be moved.
 void moveAside(const std::string& file, const std::string& aside);
 
-/// "…/data/01/0123…" of a pack.
+/// The path of a pack's file, "…/data/01/0123…".
 std::string fileOfPack(const std::string& repository, const std::string& pack);
 
-/// The bytes of all files; folders that cannot be read count as empty.
+/// The total size of all files in bytes. Folders that cannot be read count as empty.
 std::uint64_t sizeOfFolder(const std::string& folder);
 
 }  // namespace keldane

@@ -37,7 +37,7 @@ void demandAllowedName(const std::string& name) {
   }
 }
 
-/// Cuts "user:password@" out of the part of a location that names a server.
+/// Removes "user:password@" from the part of a location that names a server.
 std::string withoutUser(const std::string& location, std::size_t begin, std::size_t end) {
   const std::size_t at = location.substr(begin, end - begin).rfind('@');
   return at == std::string::npos ? location : location.substr(0, begin) + location.substr(begin + at + 1);
@@ -69,8 +69,8 @@ std::string RepositoryConfig::publicLocation() const {
   }
   const std::size_t server = location.find("://");
   if (server != std::string::npos) {
-    // A password may hold a slash that was not encoded. What looks like a path with an @ is then cut, too:
-    // better too little is shown than a secret.
+    // A password may hold a slash that was not encoded. Then a path with an @ may be cut too: showing too
+    // little is better than showing a secret.
     const bool isPlain = location.find('@', server) == std::string::npos;
     return isPlain ? location : withoutUser(location, server + 3, location.size());
   }
@@ -104,14 +104,14 @@ std::optional<RepositoryConfig> RepositoryFiles::configuration() const {
     configuration.fileSystemUuid = json.value("fileSystemUuid", "");
     configuration.options = json.value("options", std::map<std::string, std::string>());
     return configuration;
-  } catch (const nlohmann::json::exception&) {  // its message could quote a password
+  } catch (const nlohmann::json::exception&) {  // the message of the exception could quote a password
     throw std::runtime_error("The file " + folder_.configuration() + " is not what this program wrote.");
   }
 }
 
 void RepositoryFiles::setConfiguration(const RepositoryConfig& configuration) const {
   const std::string& location = configuration.location;
-  // The storage program strips blanks from the file that tells it the location.
+  // The storage program strips blanks from the file that holds the location.
   if (beginsOrEndsBlank(location) || location.find('\0') != std::string::npos) {
     throw std::runtime_error("The location of a repository cannot begin or end with a blank.");
   }

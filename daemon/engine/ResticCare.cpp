@@ -12,12 +12,12 @@
 namespace keldane {
 namespace {
 
-/// A million files have lists of names of about half of this.
+/// The lists of names of a million files take about half of this.
 constexpr std::uint64_t kLargestCache = std::uint64_t{1} << 30;
 constexpr std::size_t kMostSnapshots = 500;  // on one command line
 constexpr std::size_t kMostMessages = 100;
 
-/// The snapshots of which a list of names cannot be read.
+/// The snapshots with a list of names that cannot be read.
 std::vector<std::string> snapshotsWithoutTrees(ResticSession& session) {
   std::vector<std::string> found;
   const auto take = [&](std::string_view line) {
@@ -32,7 +32,8 @@ std::vector<std::string> snapshotsWithoutTrees(ResticSession& session) {
     take(line);
     return false;
   };
-  // It looks at every list of names for one that cannot be, and tells those that it cannot read.
+  // The program searches every list of names for an id that cannot exist, and reports the lists that it
+  // cannot read.
   session.run({"--no-cache", "find", "--json", "--tree", std::string(64, '0')}, output);
   return found;
 }

@@ -72,9 +72,9 @@ EngineAnswer ResticEngine::initialize(EngineJob& job) {
   }
 }
 
-/// A crash between the making and the keeping of the id must not leave a repository that nobody knows. So the
-/// place is written down before; what is found there afterwards and opens with the key is the one that was
-/// begun.
+/// A crash between making a repository and keeping its id must not leave an unknown repository. So the place
+/// is written down first. A repository that is found there afterwards and opens with the key is the one that
+/// was begun.
 EngineAnswer ResticEngine::make(ResticSession& session, EngineJob& job) {
   const RepositoryConfig& configuration = session.configuration();
   const std::optional<std::string> folder = configuration.localFolder();
@@ -95,8 +95,8 @@ EngineAnswer ResticEngine::make(ResticSession& session, EngineJob& job) {
   }
   if (id.empty()) {
     if (folder && wasBegun) {
-      // The config is written last, so nothing was ever stored under these keys; beside new ones they would
-      // be in the way.
+      // The config file is written last, so nothing was ever stored with these keys. They are removed,
+      // because they would be in the way of new ones.
       std::error_code error;
       std::filesystem::remove_all(*folder + "/keys", error);
     }

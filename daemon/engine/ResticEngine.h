@@ -12,12 +12,12 @@
 namespace keldane {
 
 /// Runs restic, version 0.14 or newer, as a child process, one or a few for each call. The configuration is
-/// read at each call, so that a change of it counts at once. Calls may run on several threads at once; each
+/// read at each call, so that a change takes effect at once. Calls may run on several threads at once; each
 /// blocks its own.
 class ResticEngine final : public BackupEngine {
  public:
-  /// `program`: a name to be found in PATH, or an absolute path. Removes what an earlier process left in the
-  /// work folder.
+  /// `program` is a name to be found in PATH, or an absolute path. Files that an earlier process left in the
+  /// work folder are removed.
   explicit ResticEngine(RepositoryFiles files, std::string program = "restic");
 
   EngineAnswer probe(EngineJob& job) override;
@@ -51,7 +51,7 @@ class ResticEngine final : public BackupEngine {
   ResticSession open(Purpose purpose, EngineJob& job) { return {files_, program_, purpose, job}; }
   EngineAnswer readId(ResticSession& session, std::string& id);
   EngineAnswer make(ResticSession& session, EngineJob& job);
-  /// The file that says which place is being made a repository, while it is.
+  /// The file that names the place where a repository is being made. It exists only meanwhile.
   std::string markOfMaking() const { return files_.folder().work() + "/making"; }
 
   const RepositoryFiles files_;

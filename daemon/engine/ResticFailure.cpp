@@ -18,8 +18,8 @@ struct Sign {
   Health health;
 };
 
-/// The first that is found decides, so what is more certain stands first. Old versions tell most failures by
-/// the text alone.
+/// The first text that is found decides, so the more certain ones come first. Old versions report most
+/// failures by text only.
 constexpr auto kSigns = std::to_array<Sign>({
     {"repository is already locked", Health::locked},
     {"wrong password or no key found", Health::wrongKey},
@@ -106,7 +106,7 @@ Health judgedText(std::string_view lower) {
   return saysNoRepository(lower) ? Health::missing : Health::failed;
 }
 
-/// The line that says most: the one that decided, else the last fatal one, else the last.
+/// The most informative line: the one that decided, else the last fatal one, else the last one.
 std::string_view tellingLine(std::string_view errors, Health health) {
   std::string_view telling;
   int best = -1;
@@ -207,7 +207,7 @@ EngineAnswer judgedEnd(const ChildEnd& end, std::string_view errors, const Secre
   if (end.exitStatus == kInterrupted) {
     return answerFor(Health::failed, "something interrupted it");
   }
-  // Exit statuses of their own begin with version 0.17.
+  // Version 0.17 and newer have exit statuses of their own for these.
   const Health health = end.exitStatus == 10   ? Health::missing
                         : end.exitStatus == 11 ? Health::locked
                         : end.exitStatus == 12 ? Health::wrongKey

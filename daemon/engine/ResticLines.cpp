@@ -10,8 +10,8 @@
 namespace keldane {
 namespace {
 
-/// The reason of an `error` message: its own text, or what the system's error number says. Old versions leave
-/// most texts out.
+/// The reason in an `error` message: its own text, or the text of the system's error number. Old versions
+/// leave most texts out.
 std::string reasonIn(const Json& message) {
   const auto error = message.find("error");
   if (error != message.end() && error->is_object()) {
@@ -29,7 +29,7 @@ constexpr std::string_view kVanished = " does not exist, skipping";
 
 }  // namespace
 
-/// A first backup says this of each file, mostly without anything in the name that is written in another way.
+/// Reads the line that a first backup prints for each file, quickly, when the name has no escaped characters.
 bool BackupReader::takePlainFile(std::string_view line) {
   constexpr std::string_view kAction = R"({"message_type":"verbose_status","action":")";
   constexpr std::string_view kItem = R"(","item":")";
@@ -94,7 +94,7 @@ bool BackupReader::errorLine(std::string_view line) {
   if (!message.is_object() || textOf(message, "message_type") != "error") {
     return false;
   }
-  if (textOf(message, "during") != "scan") {  // what the scan cannot read is told again when it is archived
+  if (textOf(message, "during") != "scan") {  // what the scan cannot read is reported again by the archiver
     const std::string path = textOf(message, "item");
     tellUnreadable(path, reasonIn(message));
   }

@@ -1,4 +1,4 @@
-// Reads what the storage program says while it works, line by line.
+// Reads the messages that the storage program prints while it works, line by line.
 #pragma once
 
 #include <cstdint>
@@ -11,8 +11,8 @@
 
 namespace keldane {
 
-/// Reads what `backup --json -v -v` prints, line by line, and tells the observer. Fields are read, never kept
-/// beyond the call that makes it; one thread.
+/// Reads the output of `backup --json -v -v`, line by line, and calls the observer. An object serves one call
+/// of the engine. One thread.
 class BackupReader {
  public:
   explicit BackupReader(const StoreObserver& observer) : observer_(observer) {}
@@ -34,7 +34,7 @@ class BackupReader {
   bool someUnreadable_ = false;
 };
 
-/// What `check` says on standard error: the packs that it calls damaged.
+/// Reads the standard error of `check`: the packs that it reports as damaged.
 class CheckReader {
  public:
   void errorLine(std::string_view line);
@@ -49,7 +49,7 @@ class CheckReader {
 struct ItemProblem {
   std::string path;
   std::string reason;
-  /// Only owner, mode, times or attributes are not as they were; else the content.
+  /// Whether only owner, mode, times or attributes differ. Otherwise the content does.
   bool onlyMetadata = false;
 };
 std::optional<ItemProblem> problemFromLine(std::string_view line);

@@ -12,8 +12,8 @@
 namespace keldane {
 namespace {
 
-/// The mode of the language that the storage program is written in has bits of its own for what is not
-/// permission.
+/// The storage program prints modes in the form of its programming language, which has other bits for setuid,
+/// setgid and sticky.
 mode_t permissionsOf(std::uint32_t mode) {
   constexpr std::uint32_t kSetUser = 1U << 23;
   constexpr std::uint32_t kSetGroup = 1U << 22;
@@ -53,7 +53,7 @@ std::optional<int> takeNumber(std::string_view& text, std::size_t digits, char a
   return number;
 }
 
-/// Takes ".249573122" off and answers nanoseconds; 0 when there is no fraction.
+/// Removes a fraction such as ".249573122" and answers it in nanoseconds; 0 when there is no fraction.
 std::int64_t takeFraction(std::string_view& text) {
   std::int64_t fraction = 0;
   if (text.starts_with('.')) {
@@ -85,7 +85,8 @@ std::optional<int> takeZone(std::string_view& text) {
   return minutes ? std::optional((*hours * 60 + *minutes) * (isWest ? -60 : 60)) : std::nullopt;
 }
 
-/// Of a list of names that it cannot read the storage program tells amidst its JSON, in two lines.
+/// The text without the two lines that the storage program prints in the middle of its JSON for each list of
+/// names that it cannot read.
 std::string withoutComplaints(std::string text) {
   constexpr std::string_view kBegin = "Unable to load tree ";
   constexpr std::string_view kNext = "\n ... which belongs to snapshot ";

@@ -13,30 +13,30 @@
 namespace keldane {
 
 /// Nanoseconds since the UNIX epoch of "2026-11-22T20:50:47.249573122Z" or the like with "+01:00"; absent
-/// when it is no such time. What does not fit is the first or last that does.
+/// when the text is no such time. A time beyond the range becomes the first or the last one.
 std::optional<std::int64_t> timeFromText(std::string_view text);
 
-/// One line of `ls --json`; absent for any other line, as that about the snapshot.
+/// The entry in one line of `ls --json`; absent for any other line, such as the one about the snapshot.
 std::optional<StoredEntry> entryFromLine(std::string_view line);
-/// All of `snapshots --json`, oldest first; absent when it is no such thing.
+/// The snapshots in the output of `snapshots --json`, oldest first; absent when the text is no such output.
 std::optional<std::vector<Snapshot>> snapshotsFromText(std::string_view text);
-/// All of `find --json`, in its order. Absent when it is no such thing.
+/// The matches in the output of `find --json`, in its order; absent when the text is no such output.
 std::optional<std::vector<FoundEntry>> matchesFromText(std::string_view text);
-/// All of `find --pack --json`, each file of each snapshot once.
+/// The files in the output of `find --pack --json`, each file of each snapshot once.
 std::optional<std::vector<FoundEntry>> packUsersFromText(std::string_view text);
-/// What packs hold, by the ids of the parts: contents of files, and lists of the names in folders.
+/// The parts that packs hold, by their ids: contents of files, and lists of the names in folders.
 struct PackBlobs {
   std::vector<std::string> data;
   std::vector<std::string> trees;
 };
-/// Adds what `cat index` says that these packs hold.
+/// Adds the parts that these packs hold according to the output of `cat index`.
 void addBlobs(std::string_view text, const std::vector<std::string>& packs, PackBlobs& blobs);
-/// Of `snapshots --json`: each snapshot and its topmost list of names.
+/// Each snapshot in the output of `snapshots --json`, with its topmost list of names.
 using SnapshotTrees = std::vector<std::pair<std::string, std::string>>;
 SnapshotTrees topTreesFromText(std::string_view text);
-/// "id" of `cat config`; empty when it is no such thing.
+/// The value of "id" in the output of `cat config`; empty when there is none.
 std::string idFromConfig(std::string_view text);
-/// "total_size" of `stats --mode raw-data --json`.
+/// The value of "total_size" in the output of `stats --mode raw-data --json`.
 std::optional<std::uint64_t> sizeFromStats(std::string_view text);
 
 }  // namespace keldane

@@ -19,7 +19,7 @@ bool isProgram(const std::string& path) {
   return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && ::access(path.c_str(), X_OK) == 0;
 }
 
-/// Empty when there is none.
+/// The path of the program; empty when there is none.
 std::string locatedProgram(const std::string& name) {
   if (name.find('/') != std::string::npos) {
     return name.starts_with('/') && isProgram(name) ? name : std::string();
@@ -36,7 +36,7 @@ std::string locatedProgram(const std::string& name) {
   return {};
 }
 
-/// "restic 0.14.0 compiled with …" says 14.
+/// The minor version: 14 for "restic 0.14.0 compiled with …".
 std::optional<unsigned> minorVersion(const std::string& line) {
   constexpr std::string_view kName = "restic ";
   unsigned numbers[2] = {0, 0};

@@ -1,4 +1,4 @@
-// The storage program on this machine.
+// The installed storage program.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// Looking at what is stored, and getting it back.
+// Listing, finding, fetching and restoring stored files.
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,7 +13,7 @@
 namespace keldane {
 namespace {
 
-/// A command line has room for more; what is longer goes into several runs.
+/// The limit of one run. A command line has room for more; longer lists of arguments go into several runs.
 constexpr std::size_t kLongestArguments = 100'000;
 
 std::string withoutSlashAtEnd(std::string path) {
@@ -31,7 +31,7 @@ EngineAnswer unknownSnapshot(const std::string& snapshot) {
   return {Health::failed, "The repository has no snapshot " + snapshot + "."};
 }
 
-/// All snapshots, oldest first, by the arguments that say which.
+/// The snapshots that the arguments select, oldest first.
 EngineAnswer readSnapshots(ResticSession& session, const std::vector<std::string>& arguments,
                            std::vector<Snapshot>& found) {
   std::string text;
@@ -47,7 +47,7 @@ EngineAnswer readSnapshots(ResticSession& session, const std::vector<std::string
   return {};
 }
 
-/// It tells what it finds in no order of time.
+/// Sorts the results, because the storage program does not print them in the order of time.
 EngineAnswer sortNewestFirst(ResticSession& session, std::vector<FoundEntry>& found) {
   std::vector<Snapshot> snapshots;
   const EngineAnswer answer =
@@ -61,7 +61,7 @@ EngineAnswer sortNewestFirst(ResticSession& session, std::vector<FoundEntry>& fo
   return answer;
 }
 
-/// One run's share of the paths, as patterns that match them alone.
+/// The paths for one run, as patterns that match exactly these paths.
 std::vector<std::string> includesFor(const std::vector<std::string>& paths, std::size_t& next) {
   std::vector<std::string> arguments;
   for (std::size_t length = 0; next < paths.size(); ++next) {
@@ -75,7 +75,7 @@ std::vector<std::string> includesFor(const std::vector<std::string>& paths, std:
   return arguments;
 }
 
-/// Notes what one run of `restore` said of items, and removes files whose content did not come.
+/// Collects the problems that one run of `restore` reports, and removes files whose content was not restored.
 class ProblemList {
  public:
   ProblemList(const std::string& folder, const Secrets& secrets, std::vector<std::string>& problems)
@@ -93,7 +93,7 @@ class ProblemList {
     problems_.push_back(problem->path + ": " + secrets_.scrubbed(problem->reason));
     return true;
   }
-  /// What has the right size and wrong bytes must not be taken for whole.
+  /// A file with the right size and wrong bytes must not be taken for whole.
   void removeWrongFiles() const {
     for (const std::string& file : wrong_) {
       ::unlink(file.c_str());
@@ -146,8 +146,8 @@ EngineAnswer ResticEngine::list(const std::string& snapshot, const std::string& 
   return takesUnknownSnapshot(run) ? unknownSnapshot(snapshot) : run.answer;
 }
 
-/// The storage program skips a folder that it has seen without a match, even where the same folder stands at
-/// another path later. So it is asked for the last name alone, and whole paths are compared here.
+/// The storage program skips a folder in which it found nothing before, even when the same folder is at
+/// another path later. So it is asked for the last name only, and whole paths are compared here.
 EngineAnswer ResticEngine::find(const std::string& pattern, std::vector<FoundEntry>& found, EngineJob& job) {
   ResticSession session = open(Purpose::use, job);
   if (!session.state()) {
@@ -168,7 +168,7 @@ EngineAnswer ResticEngine::find(const std::string& pattern, std::vector<FoundEnt
   if (!matches) {
     return answerFor(Health::failed, "what it found cannot be read");
   }
-  // It tells everything in a folder that matches, too.
+  // The program also prints everything inside a folder that matches.
   const std::string shown = shownText(whole);
   std::erase_if(*matches, [&](const FoundEntry& match) {
     const std::string& path = match.entry.path;
@@ -223,7 +223,7 @@ EngineAnswer ResticEngine::restore(const std::string& snapshot, const std::vecto
     if (takesUnknownSnapshot(run)) {
       return unknownSnapshot(snapshot);
     }
-    // One that was killed has not come to what it would have said of other items.
+    // A program that was killed may not have reported all problems, so only exit status 1 counts.
     if (!list.contentProblem().empty() && run.exitStatus == 1) {
       ChildEnd end;
       end.exitStatus = 1;

@@ -1,4 +1,4 @@
-// Finding what damage has hit, and taking it out of use.
+// Finding the files that damage has hit, and taking damaged packs out of use.
 #include <algorithm>
 #include <filesystem>
 #include <set>
@@ -16,7 +16,7 @@ namespace {
 constexpr std::size_t kMostParts = 1000;  // on one command line
 constexpr unsigned kRepairsPacks = 16;
 
-/// Runs a `find` once for each few of the ids and adds what it finds.
+/// Runs `find` for a part of the ids at a time and adds the results.
 EngineAnswer findUsers(ResticSession& session, const std::string& kind, const std::vector<std::string>& ids,
                        std::vector<FoundEntry>& found) {
   for (std::size_t begin = 0; begin < ids.size(); begin += kMostParts) {
@@ -38,7 +38,7 @@ EngineAnswer findUsers(ResticSession& session, const std::string& kind, const st
   return {};
 }
 
-/// What the index says that the packs hold.
+/// The parts that the packs hold according to the index.
 EngineAnswer blobsOf(ResticSession& session, const std::vector<std::string>& packs, PackBlobs& blobs) {
   std::vector<std::string> indexes;
   RunOutput output;
@@ -56,7 +56,8 @@ EngineAnswer blobsOf(ResticSession& session, const std::vector<std::string>& pac
   return run.answer;
 }
 
-/// The topmost list of a snapshot belongs to no folder, so the storage program's search does not tell it.
+/// Adds the snapshots whose topmost list of names is damaged. That list belongs to no folder, so the storage
+/// program's search does not report it.
 EngineAnswer addWholeSnapshots(ResticSession& session, const std::vector<std::string>& trees,
                                std::vector<FoundEntry>& found) {
   std::string text;
@@ -73,7 +74,7 @@ EngineAnswer addWholeSnapshots(ResticSession& session, const std::vector<std::st
   return run.answer;
 }
 
-/// Takes snapshots away that cannot be read, as they keep all maintenance from working.
+/// Removes snapshots that cannot be read, because all maintenance fails while they are there.
 EngineAnswer dropUnreadableSnapshots(ResticSession& session, const std::string& repository,
                                      const std::string& aside) {
   std::set<std::string> unreadable;
@@ -112,7 +113,7 @@ EngineAnswer ResticEngine::filesInPacks(const std::vector<std::string>& packs, s
   EngineAnswer answer = blobsOf(session, packs, blobs);
   std::vector<FoundEntry> users;
   if (answer && !blobs.data.empty()) {
-    // It reads what a pack holds from the pack itself first, which fails where the damage is there.
+    // The program first reads the pack itself to learn what it holds. That fails when the damage is there.
     answer = findUsers(session, "--pack", packs, users);
     if (answer.health == Health::damaged || answer.health == Health::failed) {
       users.clear();
@@ -160,7 +161,7 @@ EngineAnswer ResticEngine::dropPacks(const std::vector<std::string>& packs, Engi
       }
     } else if (!packs.empty()) {
       RunOutput output;
-      output.workingFolder = aside;  // it puts copies of the packs there
+      output.workingFolder = aside;  // the program puts copies of the packs there
       std::vector<std::string> arguments = {"repair", "packs", "--"};
       arguments.insert(arguments.end(), packs.begin(), packs.end());
       return session.run(arguments, output).answer;

@@ -15,7 +15,7 @@
 namespace keldane {
 namespace {
 
-/// Ends a run that has no chance.
+/// Thrown to end a run that has no chance.
 struct Hopeless {};
 
 bool isRefused(const std::string& path, int access) {
@@ -91,7 +91,8 @@ EngineAnswer ResticSession::prepare(Purpose purpose) {
   return {};
 }
 
-/// The storage program tries for most of a minute again what is refused or gone, even in a folder.
+/// Checks a repository in a folder first, because the storage program would retry for most of a minute what
+/// is refused or gone.
 EngineAnswer ResticSession::lookAtFolder(const std::string& folder, Purpose purpose) const {
   struct stat status {};
   if (purpose == Purpose::make) {
@@ -111,7 +112,8 @@ EngineAnswer ResticSession::lookAtFolder(const std::string& folder, Purpose purp
         return answerFor(Health::unreachable, reason);
     }
   }
-  // Without its keys it would seem to have another key, and without the list of snapshots to be empty.
+  // A repository without its keys would seem to have another key, and one without its list of snapshots would
+  // seem to be empty.
   for (const char* part : {"/keys", "/snapshots"}) {
     if (::stat((folder + part).c_str(), &status) != 0 && errno == ENOENT) {
       return answerFor(Health::missing, "a part of it is not there any more, " + folder + part);

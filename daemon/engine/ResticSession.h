@@ -1,4 +1,4 @@
-// One call of the engine: what it needs to know of the repository, and the runs of the storage program in it.
+// One call of the engine: the data of the repository and the runs of the storage program.
 #pragma once
 
 #include <memory>
@@ -13,10 +13,10 @@
 
 namespace keldane {
 
-/// What becomes of a run's output.
+/// The receivers of a run's output.
 struct RunOutput {
   std::function<void(std::string_view line)> outputLine;
-  /// Whether the line is about one item, so that it says nothing of the repository.
+  /// Whether the line is about one item and so says nothing about the repository.
   std::function<bool(std::string_view line)> errorLine;
   int descriptor = -1;  ///< takes standard output instead
   std::string workingFolder = "/";
@@ -26,22 +26,21 @@ struct RunOutput {
 struct RunEnd {
   EngineAnswer answer;
   int exitStatus = -1;
-  std::string errors;  ///< what was said on standard error and is not about one item; may hold secrets
+  std::string errors;  ///< the lines of standard error that are not about one item; may hold secrets
 };
 
-/// Reads the configuration, looks whether the repository can be there, and runs the storage program with what
-/// it needs: the location and the key in files, the environment of the configuration. Lives on the stack of
-/// one call.
+/// Reads the configuration, checks whether the repository can be there, and runs the storage program with the
+/// location and the key in files and the configured environment. It lives on the stack of one call.
 class ResticSession {
  public:
   enum class Purpose {
     use,   ///< the repository was made or named before
     look,  ///< whether its id is known does not matter
-    make   ///< nor whether it is there
+    make   ///< neither its id nor its presence matters
   };
   ResticSession(const RepositoryFiles& files, ResticProgram& program, Purpose purpose, EngineJob& job);
 
-  /// Ready, or why nothing can be run.
+  /// `ready`, or the reason why nothing can be run.
   const EngineAnswer& state() const { return state_; }
   const RepositoryConfig& configuration() const { return configuration_; }
   const Secrets& secrets() const { return secrets_; }
@@ -49,9 +48,9 @@ class ResticSession {
   std::string computerTag() const { return "computer:" + std::to_string(configuration_.computerNumber); }
 
   RunEnd run(const std::vector<std::string>& arguments, const RunOutput& output = {});
-  /// The same with all of standard output as one text.
+  /// The same; `text` receives all of standard output.
   RunEnd runForText(const std::vector<std::string>& arguments, std::string& text);
-  /// A file for this call alone.
+  /// A temporary file for this call.
   std::unique_ptr<ScratchFile> scratch(std::string_view purpose, std::string_view content) const;
 
  private:
@@ -63,7 +62,7 @@ class ResticSession {
   RepositoryConfig configuration_;
   Secrets secrets_;
   ResticProgram::Found program_;
-  std::vector<std::string> begin_;  // of every command line
+  std::vector<std::string> begin_;  // the beginning of every command line
   Environment environment_;
   std::unique_ptr<ScratchFile> location_;
   EngineAnswer state_;

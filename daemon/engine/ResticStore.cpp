@@ -1,4 +1,4 @@
-// Storing.
+// Storing files in a snapshot.
 #include <chrono>
 #include <filesystem>
 #include <optional>
@@ -15,7 +15,7 @@ namespace {
 
 constexpr int kSomeUnreadable = 3;
 
-/// Ends the storage program: it waits for itself, as the disk was full.
+/// Thrown to end the storage program when it waits for itself after the disk was full.
 struct StandsStill {};
 
 std::string listOf(const std::vector<std::string>& targets) {
@@ -91,7 +91,7 @@ StoreAnswer ResticEngine::store(const StoreRequest& request, const StoreObserver
   } catch (const StandsStill&) {
     return storeAnswer(answerFor(Health::full, "the storage program stands still"));
   }
-  // Without any of the files there is nothing to make a snapshot of, and nothing is wrong with the
+  // When all files are gone, there is nothing to make a snapshot of, and nothing is wrong with the
   // repository.
   const bool allGone = run.exitStatus == 1 &&
                        run.errors.find("all target directories/files do not exist") != std::string::npos;

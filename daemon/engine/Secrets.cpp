@@ -7,7 +7,7 @@ namespace keldane {
 namespace {
 
 constexpr std::string_view kHidden = "…";
-/// Shorter texts would be found inside ordinary words.
+/// Shorter texts would be found inside ordinary words, so they are not hidden.
 constexpr std::size_t kShortest = 3;
 
 bool isHarmless(std::string_view name) {
@@ -35,7 +35,7 @@ std::string decoded(std::string_view text) {
   return plain;
 }
 
-/// "user:password" of "…://user:password@…"; empty when there is none.
+/// The part "user:password" of "…://user:password@…"; empty when there is none.
 std::string userPartOf(std::string_view url) {
   const std::size_t begin = url.find("://");
   const std::size_t at = url.rfind('@');
@@ -52,7 +52,7 @@ void replaceAll(std::string& text, const std::string& what) {
   }
 }
 
-/// What stands between "://" and an @ of the same word.
+/// Hides the part between "://" and an @ of the same word.
 void hideUsers(std::string& text) {
   for (std::size_t found = text.find("://"); found != std::string::npos;
        found = text.find("://", found + 3)) {

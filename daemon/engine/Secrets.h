@@ -1,4 +1,4 @@
-// Keeps secrets out of what people read.
+// Removes secrets from texts that people read.
 #pragma once
 
 #include <string>
@@ -9,17 +9,17 @@
 
 namespace keldane {
 
-/// Knows a repository's secrets and takes them out of texts. Immutable; any thread.
+/// Knows a repository's secrets and removes them from texts. Immutable; any thread.
 class Secrets {
  public:
   Secrets() = default;
-  /// The key, what the location has of users and passwords, and every value of the environment that is no
-  /// known harmless one.
+  /// The secrets are the key, the users and passwords in the location, and every value of the environment
+  /// that is not known to be harmless.
   Secrets(const RepositoryConfig& configuration, const std::string& key,
           const std::map<std::string, std::string>& environment);
   void add(const std::string& secret);
 
-  /// The text on one line, with "…" for each secret and for whatever stands before an @ in a URL.
+  /// The text on one line, with "…" in place of each secret and of the part before an @ in a URL.
   std::string scrubbed(std::string_view text) const;
 
  private:

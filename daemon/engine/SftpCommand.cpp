@@ -5,7 +5,7 @@
 namespace keldane {
 namespace {
 
-/// What needs no quoting and cannot be taken for an option.
+/// Whether a name needs no quoting and cannot be taken for an option.
 bool isPlain(std::string_view name) {
   return !name.empty() && name.front() != '-' &&
          name.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-@") ==

@@ -1,4 +1,4 @@
-// How the storage program reaches a server by SSH.
+// The command with which the storage program reaches a server by SSH.
 #pragma once
 
 #include <optional>
@@ -6,9 +6,9 @@
 
 namespace keldane {
 
-/// The command line of ssh for "sftp:user@host:/path" or "sftp://user@host:port/path", which asks nobody for
-/// anything and notices within about a minute that the server is gone; by itself it would wait for a quarter
-/// of an hour. Absent for any other location, and for a host or user that is no plain name.
+/// The command line of ssh for "sftp:user@host:/path" or "sftp://user@host:port/path". It asks for no
+/// password and notices within about a minute that the server is gone; without these options ssh would wait
+/// for a quarter of an hour. Absent for any other location, and for a host or user that is no plain name.
 std::optional<std::string> sftpCommand(const std::string& location);
 
 }  // namespace keldane

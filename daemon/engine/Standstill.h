@@ -1,4 +1,4 @@
-// Tells when the storage program waits for itself.
+// Detects that the storage program waits for itself.
 #pragma once
 
 #include <chrono>
@@ -9,18 +9,18 @@
 namespace keldane {
 
 /// Version 0.14 of restic can wait for itself for ever when a write into a folder has failed because the disk
-/// is full. It goes on to print a status each second, always with the same numbers. One thread.
+/// is full. It then goes on printing a status each second, always with the same numbers. One thread.
 class Standstill {
  public:
   using Moment = std::chrono::steady_clock::time_point;
 
   /// Takes a line of the program's output. Answers whether its statuses have been the same for a minute.
   bool isSeenIn(std::string_view line, Moment now);
-  /// How many bytes the files of the backup have, as the last status told.
+  /// The size in bytes of all files of the backup, according to the last status.
   std::uint64_t totalBytes() const { return totalBytes_; }
 
  private:
-  std::string status_;  // without the time that has passed
+  std::string status_;  // the last status without the elapsed time
   Moment since_;
   std::uint64_t totalBytes_ = 0;
 };

@@ -1,16 +1,17 @@
-// What the daemon does for its own user and root, whoever carries the questions.
+// The requests of the daemon's own user and of root, independent of the transport.
 #pragma once
 
 #include "platform/plist/PropertyList.h"
 
 namespace keldane {
 
-/// One operation a method of the second socket. Each takes a dictionary and answers one; an answer may hold
-/// "error", a sentence for people, instead of its keys. Called on many threads at a time, one a connection; a
-/// call may take as long as it needs and then holds up its own connection only. What is said here of a
-/// request's keys has been checked before: those that must be there are, and none is of another kind.
+/// There is one operation for each method of the second socket. Each takes a dictionary and answers one. An
+/// answer may hold "error", a sentence for people, instead of its keys. Calls come on many threads at a time,
+/// one for each connection. A call may take as long as it needs and delays its own connection only. The keys
+/// of a request have been checked before: required ones are there, and all have the kinds that are stated
+/// here.
 ///
-/// No answer but that of `exportKey` holds a secret, and no exception's text does.
+/// Only the answer of `exportKey` holds a secret. No text of an exception does.
 class OwnerRequests {
  public:
   virtual ~OwnerRequests() = default;

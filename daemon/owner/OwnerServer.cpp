@@ -1,9 +1,5 @@
 #include "daemon/owner/OwnerServer.h"
 
-#include <unistd.h>
-
-#include <cerrno>
-#include <system_error>
 #include <utility>
 
 #include "Common/OwnerProtocol.h"
@@ -30,7 +26,7 @@ void OwnerServer::PeerLink::close() const {
 OwnerServer::OwnerServer(std::shared_ptr<OwnerRequests> requests, const std::string& socket,
                          bool allowSharedFolder, const ServerLimits& limits)
     : requests_(std::move(requests)),
-      path_(ownerSocketPath(socket), allowSharedFolder),
+      socket_(ownerSocketPath(socket), allowSharedFolder),
       limits_(limits),
       received_(std::make_shared<ByteBudget>(limits.requestBytesOfUser)),
       unread_(std::make_shared<ByteBudget>(limits.answerBytesOfUser)) {}
@@ -38,22 +34,11 @@ OwnerServer::OwnerServer(std::shared_ptr<OwnerRequests> requests, const std::str
 OwnerServer::~OwnerServer() { stop(); }
 
 bool OwnerServer::start(std::string* error) {
-  if (!path_.claim(error)) {
-    return false;
-  }
-  listener_ = KeldaneSocket::create();
-  listener_->setSocketDelegate(shared_from_this());
-  errno = 0;
-  if (!listener_->listenAtPath(path_.text(), kOwnerSocketMode)) {
-    *error =
-        "The socket " + path_.text() + " cannot be made: " + std::generic_category().message(errno) + ".";
-    return false;
-  }
-  return true;
+  return socket_.open(shared_from_this(), error, kOwnerSocketMode);
 }
 
 void OwnerServer::stop() {
-  if (!listener_) {
+  if (!socket_.isOpen()) {
     return;
   }
   decltype(peers_) peers;
@@ -62,19 +47,17 @@ void OwnerServer::stop() {
     stopping_ = true;
     peers.swap(peers_);
   }
-  listener_->close();
+  socket_.close();
   for (const auto& [key, peer] : peers) {
     peer.close();
   }
-  ::unlink(path_.text().c_str());  // a listener that nobody ever called leaves its file
-  listener_.reset();
 }
 
-// The mode keeps others away already. This holds even where somebody has widened it.
+// The mode of the socket keeps others away already. This check also works when somebody has widened the mode.
 bool OwnerServer::socketAccepted(const std::shared_ptr<KeldaneSocket>& child) {
   const std::optional<PeerCredentials> credentials = child->peerCredentials();
   if (!credentials || !isPrivileged({credentials->uid, credentials->gid, {}})) {
-    systemLog("uid %u was turned away from %@", credentials ? credentials->uid : uid_t(-1), path_.text());
+    systemLog("uid %u was turned away from %@", credentials ? credentials->uid : uid_t(-1), socket_.path());
     return false;
   }
   {
@@ -83,8 +66,7 @@ bool OwnerServer::socketAccepted(const std::shared_ptr<KeldaneSocket>& child) {
       return false;
     }
   }
-  child->setLimits({limits_.longestRequest, limits_.requestTime, limits_.stallTime, limits_.answerTime,
-                    received_, unread_});
+  child->setLimits(limits_.ofPeer(received_, unread_));
   return true;
 }
 

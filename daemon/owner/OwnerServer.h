@@ -10,7 +10,7 @@
 #include "Common/KeldSocket.h"
 #include "daemon/owner/OwnerRequests.h"
 #include "daemon/server/ServerLimits.h"
-#include "daemon/server/SocketPath.h"
+#include "daemon/server/ServerSocket.h"
 
 namespace keldane {
 
@@ -19,10 +19,10 @@ namespace keldane {
 /// the peers and is a leaf: nothing is called while it is held.
 class OwnerServer final : public KeldSocketDelegate, public std::enable_shared_from_this<OwnerServer> {
  public:
-  /// Connections at a time. One more is closed at once.
+  /// The limit of connections at a time. A further one is closed at once.
   static constexpr std::size_t kMostPeers = 64;
 
-  /// `socket` is the path of the first socket; this one's is `ownerSocketPath(socket)`. Of the limits those
+  /// `socket` is the path of the first socket; this one's is `ownerSocketPath(socket)`. Only the limits
   /// on the size and the time of a message apply.
   OwnerServer(std::shared_ptr<OwnerRequests> requests, const std::string& socket,
               bool allowSharedFolder = false, const ServerLimits& limits = {});
@@ -30,7 +30,7 @@ class OwnerServer final : public KeldSocketDelegate, public std::enable_shared_f
   OwnerServer(const OwnerServer&) = delete;
   OwnerServer& operator=(const OwnerServer&) = delete;
 
-  /// Begins to serve. False and a sentence when the path cannot be had, as for the first socket.
+  /// Begins to serve. False and a sentence when the socket cannot be opened.
   bool start(std::string* error);
   /// Closes every connection and removes the socket. A request that is being performed goes on and keeps
   /// `requests` until it is done; nobody gets its answer.
@@ -49,10 +49,9 @@ class OwnerServer final : public KeldSocketDelegate, public std::enable_shared_f
   };
 
   const std::shared_ptr<OwnerRequests> requests_;
-  SocketPath path_;
+  ServerSocket socket_;
   const ServerLimits limits_;
   const std::shared_ptr<ByteBudget> received_, unread_;
-  std::shared_ptr<KeldaneSocket> listener_;
   std::mutex mutex_;
   // Guarded by mutex_:
   std::map<const KeldaneSocket*, PeerLink> peers_;

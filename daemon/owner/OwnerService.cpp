@@ -155,7 +155,7 @@ void OwnerService::invoke(Invocation& invocation) {
   try {
     performOwnerCall(*requests_, invocation);
   } catch (const std::bad_alloc&) {
-    throw;  // ends the connection: any answer would be a wrong one
+    throw;  // this ends the connection, because any answer would be wrong
   } catch (const std::exception& error) {
     systemLog("%@ cannot be carried out: %s", selector, error.what());
     invocation.result = refusal("The daemon could not do this: " + std::string(error.what()));

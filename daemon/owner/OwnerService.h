@@ -9,8 +9,8 @@
 namespace keldane {
 
 /// Checks each request and passes it on. A request that is no dictionary, lacks a key that must be there or
-/// has a value of the wrong kind is answered with an "error", as is one whose operation throws. What peers
-/// send is never logged: it may hold a key. Called on the peer's receive thread.
+/// has a value of the wrong kind is answered with an "error", as is one whose operation throws. Requests are
+/// never logged, because they may hold a key. Called on the peer's receive thread.
 class OwnerService final : public InvocationTarget {
  public:
   explicit OwnerService(std::shared_ptr<OwnerRequests> requests) : requests_(std::move(requests)) {}

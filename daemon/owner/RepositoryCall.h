@@ -1,4 +1,4 @@
-// What the files of RepositoryRequests share.
+// Helpers that the files of RepositoryRequests share.
 #pragma once
 
 #include <mutex>
@@ -8,7 +8,7 @@
 
 namespace keldane {
 
-/// A call of the engine that stop() can end: registers its job for as long as it lives.
+/// A call of the engine that stop() can end. Its job is registered for the lifetime of the object.
 class RepositoryRequests::Call {
  public:
   explicit Call(RepositoryRequests& requests) : requests_(requests) {
@@ -29,7 +29,7 @@ class RepositoryRequests::Call {
   RepositoryRequests& requests_;
 };
 
-/// The answer that tells why nothing was done.
+/// An answer with the reason why nothing was done.
 inline PropertyList errorAnswer(const std::string& sentence) {
   return PropertyList::dictionary({{"error", sentence.empty() ? std::string("It did not work.") : sentence}});
 }

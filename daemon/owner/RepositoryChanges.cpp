@@ -7,7 +7,7 @@
 
 namespace keldane {
 
-// Where the administrator has fixed the place of the backup, no other is set up.
+// No other place is set up when the administrator has fixed the place of the backup.
 std::optional<PropertyList> RepositoryRequests::refusedPlace(const PropertyList& request) const {
   const std::optional<ConfigValue> location = daemon_->config().value("location");
   if (!location || !location->fixed || request["location"].string() == location->text) {
@@ -104,7 +104,7 @@ PropertyList RepositoryRequests::recover(const PropertyList& request) {
   }
 }
 
-// Batches stand still meanwhile. A catalogue of another repository says nothing of this one.
+// No batch runs meanwhile. The catalogue of another repository does not describe this one, so it is cleared.
 void RepositoryRequests::takeOver(const Trial& trial, bool isRecovery) {
   const BackupWorker::Stillness stillness = daemon_->worker().holdStill();
   const std::optional<RepositoryConfig> before = daemon_->files().configuration();

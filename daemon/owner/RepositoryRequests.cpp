@@ -37,7 +37,8 @@ PropertyList textFrom(const std::optional<std::string>& text) {
   return text ? PropertyList(*text) : PropertyList();
 }
 
-/// A path for people: bytes that are no text, for which an answer has no place, as escapes ("\xe9").
+/// A path for people. Bytes that are not UTF-8 are written as escapes ("\xe9"), because an answer cannot hold
+/// them.
 std::string readable(const std::string& path) {
   std::string text;
   for (std::size_t at = 0; at < path.size();) {
@@ -162,7 +163,7 @@ PropertyList RepositoryRequests::check(const PropertyList& request) {
       {{"result", end.sentence}, {"ok", end.ok}, {"damagedFiles", pathsFrom(end.damagedFiles)}});
 }
 
-// A pattern with a slash is of a whole path, any other of a name.
+// A pattern with a slash is for whole paths, any other for names.
 PropertyList RepositoryRequests::find(const PropertyList& request) {
   const std::string pattern(request["pattern"].string());
   const bool isPath = pattern.find('/') != std::string::npos;
@@ -205,7 +206,7 @@ PropertyList RepositoryRequests::settings(const PropertyList& request) {
   Store& store = daemon_->store();
   struct Setting {
     const char* key;
-    const char* name;  ///< the administrator's
+    const char* name;  ///< the administrator's name for the setting
     Store::Table table;
     const char* storedAs;
     std::uint64_t usual;

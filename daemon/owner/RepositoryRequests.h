@@ -1,4 +1,4 @@
-// What the daemon's own user may ask of the repository, done on the daemon's parts.
+// Performs the requests of the daemon's own user on the daemon's parts.
 #pragma once
 
 #include <functional>
@@ -13,8 +13,8 @@
 namespace keldane {
 
 /// Performs the requests of the second socket. Set-up, recovery and keys take turns. Another repository is
-/// tried out in a folder of its own and takes the place of the one in use only when it works; what was in use
-/// is set aside, not lost.
+/// tried out in a folder of its own and replaces the current one only when it works. The files of the former
+/// one are set aside, not lost.
 class RepositoryRequests final : public OwnerRequests {
  public:
   RepositoryRequests(std::shared_ptr<Daemon> daemon, EngineFactory engine)
@@ -36,7 +36,7 @@ class RepositoryRequests final : public OwnerRequests {
   PropertyList restoreReport(const PropertyList& request) override;
   PropertyList cancelRestore(const PropertyList& request) override;
 
-  /// Ends the calls of the engine that are under way.
+  /// Ends the running calls of the engine.
   void stop();
 
  private:
@@ -51,7 +51,7 @@ class RepositoryRequests final : public OwnerRequests {
 
   const std::shared_ptr<Daemon> daemon_;
   const EngineFactory engine_;
-  std::mutex changing_;  // the repository is changed by one request at a time
+  std::mutex changing_;  // held by the one request that changes the repository
   std::mutex callsMutex_;
   std::set<EngineJob*> calls_;  // guarded by callsMutex_
   bool stopping_ = false;       // guarded by callsMutex_

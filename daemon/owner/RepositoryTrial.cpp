@@ -45,7 +45,7 @@ RepositoryRequests::Trial::Trial(Daemon& daemon, const EngineFactory& engine, co
   configuration_.fileSystemUuid.clear();
   if (const std::optional<std::string> folder = configuration_.localFolder()) {
     const std::string uuid = fileSystemUuidOf(*folder);
-    // A disk that the daemon's own files lie on is not one that comes and goes.
+    // A disk that holds the daemon's own files is not treated as an external one.
     configuration_.fileSystemUuid = uuid == fileSystemUuidOf(daemon.files().folder().path) ? "" : uuid;
   }
   std::string key(request["key"].string());

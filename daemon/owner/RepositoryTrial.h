@@ -1,4 +1,4 @@
-// Another repository, or another key, tried out before it takes the place of the one in use.
+// Tries out another repository or another key before it replaces the current one.
 #pragma once
 
 #include <memory>
@@ -9,17 +9,18 @@
 
 namespace keldane {
 
-/// The text of a key as the storage program takes it: what a person typed from a sheet in groups, or a
-/// passphrase as it is.
+/// The text of a key as the storage program takes it. A key that was typed in groups from a sheet is brought
+/// into this form; a passphrase stays as it is.
 std::string keyTextFrom(const std::string& typed);
 
 /// A configuration, a key and an environment in a folder of their own, and an engine that uses them. The
-/// folder goes with the object.
+/// destructor removes the folder.
 class RepositoryRequests::Trial {
  public:
-  /// What a request to set up or to recover names. Throws std::runtime_error for what cannot be used.
+  /// Uses the repository that a request to set up or to recover names. Throws std::runtime_error when it
+  /// cannot be used.
   Trial(Daemon& daemon, const EngineFactory& engine, const PropertyList& request);
-  /// The repository in use with another key.
+  /// Uses the current repository with another key.
   Trial(Daemon& daemon, const EngineFactory& engine, const std::string& key);
   ~Trial();
   Trial(const Trial&) = delete;
@@ -28,15 +29,15 @@ class RepositoryRequests::Trial {
   BackupEngine& engine() { return *engine_; }
   const RepositoryConfig& configuration() const { return configuration_; }
 
-  /// Makes a repository, where nothing is in the way.
+  /// Makes a repository if nothing is in the way.
   EngineAnswer make(EngineJob& job);
-  /// Opens the one that is there and keeps its id.
+  /// Opens the existing repository and keeps its id.
   EngineAnswer adopt(EngineJob& job);
-  /// Whose backups are recovered, the highest of their numbers, and whether this computer goes on under that
-  /// number.
+  /// Sets the computer whose backups are recovered, the highest number of these backups, and whether this
+  /// computer goes on under that computer's number.
   void goOnAs(std::uint32_t computer, std::uint32_t highest, bool takeOver);
 
-  /// Sets aside what another folder's files say and puts these in their place.
+  /// Sets the files of another folder aside and puts these in their place.
   void replaceIn(const RepositoryFiles& files) const;
 
  private:

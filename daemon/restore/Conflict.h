@@ -1,4 +1,4 @@
-// What becomes of what is already where a file is to be restored.
+// What to do with an item that is already at the place of a restored file.
 #pragma once
 
 #include <cstdint>

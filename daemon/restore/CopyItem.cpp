@@ -12,9 +12,9 @@ namespace keldane {
 namespace {
 
 constexpr std::size_t kBlock = std::size_t{64} << 10;
-// Between two of them it is asked whether to go on.
+// The size of a piece. Between two pieces the permit is asked whether to go on.
 constexpr off_t kPiece = off_t{8} << 20;
-// What the kernel allows for one attribute's value, and for the names of all.
+// The kernel's limits for the value of one attribute and for the names of all attributes.
 constexpr std::size_t kMostAttributeBytes = std::size_t{64} << 10;
 
 bool isAccessList(const char* name) { return std::strncmp(name, "system.posix_acl_", 17) == 0; }
@@ -108,7 +108,7 @@ int copyContents(int from, int to, off_t size, const CopyPermit& permit) {
   for (off_t data = 0; data < size;) {
     const off_t begin = lseek(from, data, SEEK_DATA);
     if (begin < 0) {
-      // Only a hole is left, or no holes are known here.
+      // Only a hole is left, or this file system does not report holes.
       return errno == ENXIO ? 0 : copyRange(from, to, data, size, permit);
     }
     const off_t hole = lseek(from, begin, SEEK_HOLE);
@@ -126,7 +126,7 @@ void setTimes(int folder, const char* name, const struct stat& status) {
   utimensat(folder, name, times, AT_SYMLINK_NOFOLLOW);
 }
 
-/// Only root can give files away.
+/// Sets the owner. Only root can do that, so nobody else tries.
 int setOwner(int folder, const char* name, const struct stat& status) {
   const bool isDone =
       geteuid() != 0 || fchownat(folder, name, status.st_uid, status.st_gid, AT_SYMLINK_NOFOLLOW) == 0;
@@ -183,7 +183,8 @@ int copyMetadata(int from, const struct stat& status, int to, CopyAs as) {
     }
   };
   if (as == CopyAs::owner && geteuid() == 0) {
-    note(fchown(to, status.st_uid, status.st_gid) == 0);  // before the mode, whose setuid bits it clears
+    // The owner is set before the mode, because setting it clears the setuid bits.
+    note(fchown(to, status.st_uid, status.st_gid) == 0);
   }
   note(fchmod(to, status.st_mode & (as == CopyAs::owner ? 07777 : 0777)) == 0);
   const int attributes = copyAttributes(from, to, as);

@@ -15,28 +15,28 @@ enum class CopyAs {
   stranger  ///< another user: no owner, no setuid, setgid or sticky bit, only what a user may set
 };
 
-/// Asked now and then while contents are copied; false ends it with ECANCELED. A plain function, as no other
-/// can be called in the child of a fork.
+/// A function that is called at intervals while contents are copied. When it answers false, the copy ends
+/// with ECANCELED. It is a plain function, because the child of a fork cannot call any other.
 struct CopyPermit {
   bool (*mayGoOn)(const void* context) = nullptr;
   const void* context = nullptr;
 };
 
 /// Gives a file or folder the mode, owner, access lists, extended attributes and times of another. Both are
-/// open. The times are `status`'s, so that what was read or written meanwhile does not matter. 0, or the
-/// first error number.
+/// open. The times are those of `status`, so reading or writing meanwhile makes no difference. Answers 0 or
+/// the first error number.
 int copyMetadata(int from, const struct stat& status, int to, CopyAs as);
 
 /// Copies an open regular file to a new file `temporary` in a folder, holes kept, metadata included.
-/// `metadata` takes the error number of what metadata could not be set. 0, or an error number and nothing is
-/// left.
+/// `metadata` receives the error number of metadata that could not be set. Answers 0 or an error number;
+/// after an error no file is left.
 int copyFile(int from, int toFolder, const char* temporary, CopyAs as, const CopyPermit& permit,
              int& metadata);
 
 /// Copies an item of any kind but folders to a place in a folder by way of `temporary`, a name there that
-/// nobody else uses. `from` is open; for a symbolic link or special file it is opened with O_PATH. When
-/// `again` is set and a regular file of equal size and modification time is in the place, an earlier attempt
-/// that was cut off has placed it.
+/// nobody else uses. `from` is open; for a symbolic link or special file it is opened with O_PATH. `again`
+/// says that an earlier attempt was interrupted. A regular file of equal size and modification time that is
+/// already in the place then counts as placed by it.
 PlaceResult copyItem(int from, int toFolder, const char* temporary, const char* name, Conflict conflict,
                      CopyAs as, bool again, const CopyPermit& permit);
 

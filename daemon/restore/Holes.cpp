@@ -24,7 +24,7 @@ bool isZero(const char* bytes, std::size_t count) {
   return bytes[0] == 0 && std::memcmp(bytes, bytes + 1, count - 1) == 0;
 }
 
-/// Joins neighbouring runs, so that each hole is one call.
+/// Joins neighbouring runs, so that each hole takes one system call.
 class Puncher {
  public:
   explicit Puncher(int file) : file_(file) {}
@@ -49,9 +49,9 @@ class Puncher {
   off_t end_ = 0;
 };
 
-/// Whether a run is nothing but zeros. What is still in memory, as a file is that was just written, need not
-/// be read whole to find that it is not; what is not in memory is read from end to end, so that the disk is
-/// read in order.
+/// Whether a run holds only zeros. A run that is still in memory, because it was just written, need not be
+/// read whole to see that it does not. Any other run is read from its beginning to its end, so that the disk
+/// is read in order.
 bool isRunZero(int file, off_t offset, char* run) {
   constexpr std::size_t kProbe = 64;
   iovec probe{run, kProbe};

@@ -16,7 +16,7 @@ namespace keldane {
 
 namespace {
 
-// Beyond this many copies of one name something else is wrong.
+// More copies of one name than this mean that something else is wrong.
 constexpr unsigned kMostAttempts = 100'000;
 
 /// Writes " (restored 12)" and answers its length.
@@ -46,20 +46,20 @@ void restoredName(const char* name, unsigned attempt, char (&out)[NAME_MAX + 1])
   std::size_t stem = length;
   for (std::size_t i = length; i > 1; --i) {
     if (name[i - 1] == '.') {
-      stem = i == length ? length : i - 1;  // a dot at the end begins no extension
+      stem = i == length ? length : i - 1;  // a dot at the end of the name begins no extension
       break;
     }
   }
   char mark[32];
   const std::size_t markLength = writeMark(attempt, mark);
   std::size_t extension = length - stem;
-  if (extension + markLength >= NAME_MAX) {  // too long to be one
+  if (extension + markLength >= NAME_MAX) {  // it is too long for an extension
     stem = length;
     extension = 0;
   }
   std::size_t kept = std::min(stem, NAME_MAX - markLength - extension);
   while (kept > 0 && kept < stem && (static_cast<unsigned char>(name[kept]) & 0xC0) == 0x80) {
-    --kept;  // a character is not cut in two
+    --kept;  // so that no character is cut in two
   }
   std::memcpy(out, name, kept);
   std::memcpy(out + kept, mark, markLength);
@@ -74,7 +74,7 @@ int moveToFreeName(int fromFolder, const char* fromName, int toFolder, const cha
   if (errno != EINVAL && errno != ENOSYS) {
     return errno;
   }
-  // This file system cannot do it in one step. A second name for a file never replaces anything either.
+  // This file system cannot rename without replacing in one step. A hard link never replaces anything either.
   if (linkat(fromFolder, fromName, toFolder, name, 0) != 0) {
     return errno == EPERM || errno == EOPNOTSUPP || errno == ENOSYS ? EXDEV : errno;
   }

@@ -1,4 +1,4 @@
-// Giving one restored item its place. Only system calls and buffers on the stack are used here, so that a
+// Puts one restored item in its place. Only system calls and buffers on the stack are used here, so that a
 // child process that was forked from a program with many threads may call it.
 #pragma once
 
@@ -22,19 +22,19 @@ struct PlaceResult {
 /// stem.
 void restoredName(const char* name, unsigned attempt, char (&out)[NAME_MAX + 1]);
 
-/// Moves a file, link or special file from one folder of a file system to another in one step. Whatever
-/// already has the name is dealt with as `conflict` says. EXDEV when the folders lie on different file
-/// systems.
+/// Moves a file, link or special file from one folder of a file system to another in one step. An item that
+/// already has the name is treated as `conflict` says. EXDEV when the folders lie on different file systems.
 PlaceResult placeItem(int fromFolder, const char* fromName, int toFolder, const char* name,
                       Conflict conflict);
 
-/// Moves an item of any kind to a name that is free. 0, or the error number: EEXIST when the name is taken.
+/// Moves an item of any kind to a name that is free. Answers 0 or the error number, which is EEXIST when the
+/// name is taken.
 int moveToFreeName(int fromFolder, const char* fromName, int toFolder, const char* name);
 
 /// Sets the permissions of an item that is no link, in a folder that only this process changes.
 bool setModeIn(int folder, const char* name, mode_t mode);
 
-/// Opens a folder below another without following a link. -1 and an error number in errno: ELOOP for a
+/// Opens a folder below another without following a link. Answers -1 with the error in errno: ELOOP for a
 /// symbolic link, ENOTDIR for any other item that is no folder. `flags` are O_PATH or O_RDONLY.
 int openFolderIn(int folder, const char* name, int flags);
 

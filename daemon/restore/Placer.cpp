@@ -97,7 +97,8 @@ int DirectTarget::moveFolder(int from, const std::string& name) {
   if (error != EACCES) {
     return error;
   }
-  // Moving a folder changes the name of its parent in it, so it must be writable; what it holds need not.
+  // Moving a folder changes the entry ".." in it, so the folder must be writable. The items in it need not
+  // be.
   struct stat status {};
   if (fstatat(from, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 || status.st_uid != geteuid()) {
     return error;

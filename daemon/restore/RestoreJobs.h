@@ -1,4 +1,4 @@
-// Restoring files from the repository, as jobs that survive the daemon.
+// Jobs that restore files from the repository. They survive the end of the daemon.
 #pragma once
 
 #include <sys/types.h>
@@ -17,10 +17,10 @@
 
 namespace keldane {
 
-/// What is to be restored, and where.
+/// A request: the items to restore, and their target.
 struct RestoreRequest {
   struct Item {
-    std::string path;           ///< of a file, or of a folder with all below it
+    std::string path;           ///< the path of a file, or of a folder with everything below it
     std::uint32_t version = 0;  ///< the state as of this backup; 0: the newest
   };
   std::vector<Item> items;
@@ -28,13 +28,13 @@ struct RestoreRequest {
   std::string exactPath;  ///< for a single item: the path that it gets, instead of `target`
   Conflict conflict = Conflict::keepBoth;
   double before = 0;           ///< seconds since the UNIX epoch: the state as of this time; 0: no bound
-  std::uint32_t priority = 0;  ///< jobs of a higher one run first
-  uid_t user = 0;  ///< who asked; another one than the daemon's is served by a daemon of root only
+  std::uint32_t priority = 0;  ///< jobs with a higher priority run first
+  uid_t user = 0;              ///< the user who asked; only a daemon of root serves other users than its own
   gid_t group = 0;
   std::vector<gid_t> groups;
 };
 
-/// How a job stands. The numbers are told to clients.
+/// The state of a job. Clients receive the numbers.
 enum class RestoreStatus : std::uint32_t {
   unknown = 0,
   waiting = 1,
@@ -54,10 +54,10 @@ struct RestoreReport {
   std::string message;                ///< why the job failed or waits; empty otherwise
 };
 
-/// Runs jobs one at a time on a thread of its own, those of a higher priority first. A file is restored to a
-/// folder beside its target and takes its place only when it is whole; what is there is never overwritten
-/// unless the request says so, and links at the target are not followed. Jobs are kept in the store and go on
-/// after a restart. Any thread may call.
+/// Runs jobs one at a time on a thread of its own, those with a higher priority first. A file is first
+/// restored to a folder beside its target and is moved to its place when it is whole. An existing file is
+/// overwritten only if the request says so, and links at the target are not followed. Jobs are kept in the
+/// store and go on after a restart. Any thread may call.
 class RestoreJobs {
  public:
   /// `changed` is called, on the job's thread, when a job begins, ends or goes on to another file.
@@ -67,7 +67,7 @@ class RestoreJobs {
   RestoreJobs& operator=(const RestoreJobs&) = delete;
 
   void start();
-  /// Ends the job at hand, which goes on after the next start.
+  /// Stops the current job, which goes on after the next start.
   void stop();
 
   /// The number of a new job; 0 when it is refused, with a sentence that says why.
@@ -79,10 +79,11 @@ class RestoreJobs {
   std::string currentFile() const;
   /// Who asked for a job; absent for an unknown one.
   std::optional<uid_t> userOf(std::uint32_t job) const;
-  /// What was placed stays; what was not is listed in the report. Does nothing to a job that has ended.
+  /// Cancels a job. Placed files stay, and the others are listed in the report. A job that has ended does not
+  /// change.
   void cancel(std::uint32_t job);
   void cancelAll();
-  /// The repository may be usable again: jobs that wait for it are tried at once.
+  /// Tries waiting jobs at once, because the repository may be usable again.
   void tryNow();
 
  private:

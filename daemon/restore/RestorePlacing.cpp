@@ -1,4 +1,4 @@
-// The second half of a portion: what is whole gets its place, or is listed.
+// The second half of a portion: whole items are placed, the others are listed as problems.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -22,19 +22,19 @@ void RestoreRun::beginPlacing(const Staging& staging) {
   }
   const TreeCount count = countTree(staging.folder(), Stager::kResult);
   state_.report.filesDone += failed;
-  // There are also links of which the catalogue knew nothing.
+  // There may be links that the catalogue did not know.
   state_.report.files = std::max(state_.report.files, state_.report.filesDone + count.files);
   state_.portionFiles = count.files;
   state_.portionBytes = count.bytes;
   state_.isPlacing = true;
   if (state_.request.conflict == Conflict::replace) {
-    syncfs(staging.folder());  // what takes the place of something must itself outlive a power cut
+    syncfs(staging.folder());  // a file that replaces another must itself survive a power cut
   }
   again_ = false;
   hooks_.keep();
 }
 
-// What is no longer in the staging was placed before.
+// Items that are no longer in the staging were placed before the interruption.
 RestoreRun::End RestoreRun::goOnPlacing() {
   const Staging staging = Staging::open(state_.staging);
   if (!staging) {

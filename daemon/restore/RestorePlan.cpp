@@ -48,7 +48,7 @@ std::uint32_t sourceFor(const RestoreSource& source, RestorePlan& plan) {
   return static_cast<std::uint32_t>(known - plan.sources.begin());
 }
 
-// A path can have been a file once and a folder later, or the other way round. The younger of the two counts.
+// A path may have been a file first and a folder later, or the other way round. The later kind counts.
 void dropOlderKind(const std::string& path, std::vector<std::pair<std::string, VersionRecord>>& found) {
   const auto self =
       std::find_if(found.begin(), found.end(), [&](const auto& file) { return file.first == path; });
@@ -103,7 +103,7 @@ bool RestorePlanner::addFromCatalogue(const Bounds& bounds, PlannedItem& item, R
     const std::uint32_t number = record == known.end() ? 0 : record->second.number;
     const bool isFull = record != known.end() && record->second.full;
     const std::uint32_t source = sourceFor({version.snapshot, version.prefix, number, isFull}, plan);
-    // The newest full snapshot that has a file of it has its links and empty folders as well.
+    // The newest full snapshot that holds a file of the folder also holds its links and empty folders.
     if (path != item.path && isFull && (!item.base || plan.sources[*item.base].number < number)) {
       item.base = source;
     }
@@ -190,7 +190,7 @@ EngineAnswer RestorePlanner::addListed(std::uint32_t source, PlannedItem& item, 
       [&](const StoredEntry& entry) {
         if (entry.kind == EntryKind::file || entry.kind == EntryKind::link) {
           plan.files.try_emplace(entry.path,
-                                 WantedFile{entry.size, source});  // those of newer snapshots stay
+                                 WantedFile{entry.size, source});  // an entry of a newer snapshot stays
         }
       },
       job_);
@@ -215,7 +215,7 @@ EngineAnswer RestorePlanner::keepOnly(uid_t owner, RestorePlan& plan) {
       return answer;
     }
   }
-  // What was not listed as this user's is not for him, whatever the reason.
+  // A file that was not listed as this user's is left out, whatever the reason.
   plan.leavesOutForeign =
       std::erase_if(plan.files, [](auto& file) { return file.second.state != WantedFile::staged; }) > 0 ||
       plan.leavesOutForeign;
@@ -225,14 +225,14 @@ EngineAnswer RestorePlanner::keepOnly(uid_t owner, RestorePlan& plan) {
   return {};
 }
 
-// Marks the files of that owner as staged for the time being. A folder that holds anything of somebody else
-// is not taken as a whole.
+// Marks the files of that owner as staged for now. A folder that holds a file of another user is not taken as
+// a whole.
 EngineAnswer RestorePlanner::readOwners(std::uint32_t source, const PlannedItem& item, uid_t owner,
                                         RestorePlan& plan) {
   const RestoreSource& from = plan.sources[source];
   bool isAllTheirs = true;
-  // Names that are no text are told with replacement characters, so that several can be told as one. They are
-  // this user's when all that are told so are.
+  // The engine reports names that are not UTF-8 with replacement characters, so several names may look alike.
+  // They count as this user's when all files that look like them are.
   std::map<std::string, std::vector<WantedFile*>> lookAlikes;
   std::map<std::string, bool> areTheirs;
   for (auto& [path, file] : plan.files) {

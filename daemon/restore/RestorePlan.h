@@ -1,4 +1,4 @@
-// What a restore takes from which snapshot.
+// The plan of a restore: which files come from which snapshots.
 #pragma once
 
 #include <cstdint>
@@ -14,15 +14,15 @@
 
 namespace keldane {
 
-/// A snapshot that something is taken from.
+/// A snapshot from which items are restored.
 struct RestoreSource {
   std::string snapshot;
-  std::string prefix;  ///< what stands before the paths in it
+  std::string prefix;  ///< precedes the paths in the snapshot
   std::uint32_t number = 0;
   bool full = false;
 };
 
-/// A file or link that is to be had.
+/// A file or link that is to be restored.
 struct WantedFile {
   enum State : std::uint8_t { missing, staged, failed };
   std::uint64_t size = 0;    ///< bytes; of a regular file
@@ -48,16 +48,18 @@ struct RestorePlan {
   std::uint64_t bytes() const;
 };
 
-/// Asks the catalogue, and the repository itself for what the catalogue does not know. One thread.
+/// Makes the plan from the catalogue, and from the repository itself where the catalogue has no answer. One
+/// thread.
 class RestorePlanner {
  public:
   RestorePlanner(Store& store, BackupEngine& engine, const DataFolder& folder, EngineJob& job)
       : store_(store), engine_(engine), folder_(folder), job_(job) {}
 
-  /// Adds an item. `name`: see PlannedItem. Not ready when the repository had to be asked and cannot be.
+  /// Adds an item. PlannedItem explains `name`. The answer is not ready when the repository is needed and
+  /// cannot be used.
   EngineAnswer add(const RestoreRequest::Item& item, const std::string& name, double before,
                    RestorePlan& plan);
-  /// Takes out everything that is not stored as a file of that user.
+  /// Removes everything from the plan that is not stored as a file of that user.
   EngineAnswer keepOnly(uid_t owner, RestorePlan& plan);
 
  private:

@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::size_t kMostFinished = 100;
 
-/// What a report says further on never goes back.
+/// Updates a report. Its numbers never become smaller.
 void show(const RestoreState& state, RestoreReport& shown) {
   const RestoreReport& report = state.report;
   if (state.isFinished() && report.status != RestoreStatus::cancelled) {
@@ -126,7 +126,7 @@ void RestoreQueue::cancel(std::uint32_t number) {
     }
     found->second.isCancelled = true;
     if (number == current_) {
-      engineJob_->cancelled = true;  // its thread does the rest
+      engineJob_->cancelled = true;  // the job's thread does the rest
       return;
     }
     found->second.state.report.status = RestoreStatus::cancelled;
@@ -157,8 +157,8 @@ void RestoreQueue::tryNow() {
   wake_.notify_all();
 }
 
-/// The number of the job whose turn it is, 0 for none; `next` is when there may be one. Called under the
-/// lock.
+/// The number of the next job to run, 0 for none; `next` receives the time when there may be one. The caller
+/// holds the lock.
 std::uint32_t RestoreQueue::nextJob(Clock::time_point& next) const {
   const Job* best = nullptr;
   for (const auto& [number, job] : jobs_) {
@@ -221,7 +221,7 @@ void RestoreQueue::runJob(std::uint32_t number, RestoreState& state,
   settle(number, end, state, failure);
 }
 
-/// After a run that did not come to its end.
+/// Decides what becomes of a job whose run did not complete it.
 void RestoreQueue::settle(std::uint32_t number, RestoreRun::End end, RestoreState& state,
                           const std::string& failure) {
   std::unique_lock lock(mutex_);

@@ -16,8 +16,8 @@
 
 namespace keldane {
 
-/// What RestoreJobs is made of; see there. Any thread may call. The mutex is never held during a call of the
-/// store, of the engine or of `changed`.
+/// The implementation of RestoreJobs, which documents the operations. Any thread may call. The mutex is never
+/// held during a call of the store, of the engine or of `changed`.
 class RestoreQueue {
  public:
   RestoreQueue(Store& store, BackupEngine& engine, DataFolder folder, std::function<void()> changed);
@@ -39,8 +39,8 @@ class RestoreQueue {
   static constexpr std::chrono::seconds kLongestDelay{600};
 
   struct Job {
-    RestoreState state;   // as it is kept
-    RestoreReport shown;  // as it is told
+    RestoreState state;   // the state as it is stored
+    RestoreReport shown;  // the report as clients see it
     bool isCancelled = false;
     Clock::time_point next;
     std::chrono::seconds delay = kFirstDelay;

@@ -15,14 +15,13 @@ namespace keldane {
 
 namespace {
 
-/// Whether the repository may be usable another time. Whatever is wrong with it as a whole is over by itself
-/// once its cause is.
+/// Whether the repository may be usable later. A problem of the whole repository ends when its cause ends.
 bool passesBy(Health health) {
   return health != Health::ready && health != Health::cancelled && health != Health::damaged &&
          health != Health::failed && health != Health::full;
 }
 
-/// Where links of a path lead to; the path itself when they lead nowhere.
+/// The path with its links resolved, or the path itself when that fails.
 std::string resolved(const std::string& path) {
   std::error_code error;
   const std::filesystem::path real = std::filesystem::canonical(path, error);
@@ -102,7 +101,8 @@ EngineAnswer RestoreRun::planPortion() {
   return answer;
 }
 
-// One portion from the plan to its places. When it cannot be finished now, nothing of it is reported yet.
+// Restores one portion, from the plan to the places. When it cannot be finished now, nothing of it is
+// reported.
 RestoreRun::End RestoreRun::runPortion() {
   const RestoreReport before = state_.report;
   plan_ = {};
@@ -136,7 +136,8 @@ RestoreRun::End RestoreRun::runPortion() {
   return placePortion(staging);
 }
 
-// Only once the staging is kept: a job that is cut off before takes the portion up from its plan on.
+// Called only after the staging was recorded. A job that is interrupted before begins the portion anew with
+// its plan.
 void RestoreRun::notePlan() {
   for (const std::string& problem : plan_.problems) {
     noteProblem(problem);
@@ -160,7 +161,8 @@ RestoreRun::End RestoreRun::endFor(const EngineAnswer& answer, const RestoreRepo
   return End::done;
 }
 
-// As near to the target as can be written, so that files can be moved there; else in the daemon's own folder.
+// The staging is made as near to the target as can be written, so that files can be moved there, or else in
+// the daemon's own folder.
 Staging RestoreRun::makeStaging(const std::string& folder) {
   const std::string name = Staging::nameFor(state_.number);
   const MountPlace place = mountPlace(folder);
@@ -191,7 +193,7 @@ EngineAnswer RestoreRun::stagePortion(const Staging& staging) {
   }
   options.mayGoOn = hooks_.mayGoOn;
   options.problem = [this](const std::string& sentence) { noteProblem(sentence); };
-  // The last hundredths are for finding the places.
+  // The last 2 % are for placing the files.
   const std::uint64_t most = plan_.bytes() / 100 * 98;
   const std::uint64_t before = state_.report.bytesDone;
   const StagingWatch watch(staging.folder(), [this, most, before](std::uint64_t bytes) {
@@ -207,7 +209,7 @@ void RestoreRun::finishPortion() {
   }
   state_.portion.clear();
   state_.isPlacing = false;
-  hooks_.keep();  // before the staging goes, whose absence would say that all is placed
+  hooks_.keep();  // before the staging is removed, because without it all items would count as placed
   removeStaging();
   plan_ = {};
 }

@@ -15,17 +15,17 @@
 
 namespace keldane {
 
-/// Works through a job in portions: items that go to one mount and do not overlap are made whole in one
-/// staging and then placed. A portion that was being placed when a process ended goes on with what is left in
-/// the staging, so that nothing is placed twice. One thread, which may be told to end by `mayGoOn` and the
-/// engine's job.
+/// Works through a job in portions. Items that go to one mount and do not overlap form a portion: they are
+/// made whole in one staging and then placed. When a process ended while it placed a portion, the next one
+/// goes on with the items that are left in the staging, so that nothing is placed twice. One thread, which
+/// may be told to end by `mayGoOn` and the engine's job.
 class RestoreRun {
  public:
   struct Hooks {
     std::function<bool()> mayGoOn;
-    std::function<void()> keep;  ///< the state has come to a point from which it can go on
+    std::function<void()> keep;  ///< called when the state has reached a point from which the job can go on
     std::function<void(const std::string& file)> tell;  ///< the report changed, or another file is at hand
-    /// So many bytes are done or on their way. Called on another thread.
+    /// Called with the number of bytes that are done or in the staging, on another thread.
     std::function<void(std::uint64_t bytes)> staged;
   };
   enum class End {
@@ -44,7 +44,7 @@ class RestoreRun {
         targets_(state.request) {}
 
   End run();
-  /// After a cancellation: lists what was not placed, and removes the staging.
+  /// Called after a cancellation. Lists the items that were not placed, and removes the staging.
   void giveUp();
 
  private:
@@ -74,8 +74,8 @@ class RestoreRun {
   RestoreState& state_;
   const Hooks hooks_;
   const RestoreTargets targets_;
-  RestorePlan plan_;    // of the portion at hand
-  bool again_ = false;  // the portion at hand was being placed before
+  RestorePlan plan_;    // the plan of the current portion
+  bool again_ = false;  // an earlier run has begun to place the current portion
 };
 
 }  // namespace keldane

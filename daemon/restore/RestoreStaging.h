@@ -1,5 +1,5 @@
-// The names of what a restore under way keeps beside its target. Nothing but this header is needed to know
-// them, so that the rules can bar them from the backup.
+// The names of the folders that running restores keep beside their targets. This header needs no other, so
+// that the rules can bar these names from the backup.
 #pragma once
 
 #include <algorithm>
@@ -10,8 +10,7 @@ namespace keldane {
 inline constexpr std::string_view kRestoreStagingPrefix = ".keldane-restore-";
 inline constexpr std::size_t kRestoreStagingLetters = 6;
 
-/// Whether a single name is that of a restore under way: the prefix, a job's number, "-" and six letters or
-/// digits.
+/// Whether a name is that of a restore's staging: the prefix, a job's number, "-" and six letters or digits.
 inline bool isRestoreStagingName(std::string_view name) {
   const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
   const auto isLetter = [&](char c) {
@@ -27,7 +26,7 @@ inline bool isRestoreStagingName(std::string_view name) {
          std::all_of(name.begin() + static_cast<std::ptrdiff_t>(dash) + 1, name.end(), isLetter);
 }
 
-/// Whether a path is, or lies in, what a restore under way keeps beside its target.
+/// Whether a path is, or lies in, the staging of a restore.
 inline bool isRestoreStaging(std::string_view path) {
   while (!path.empty()) {
     const std::size_t slash = path.find('/');

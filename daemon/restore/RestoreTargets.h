@@ -1,4 +1,4 @@
-// Where the items of a request go.
+// The targets of the items of a request.
 #pragma once
 
 #include <cstdint>
@@ -10,17 +10,18 @@
 
 namespace keldane {
 
-/// What a request says of its items' places. Immutable.
+/// The places of a request's items. Immutable.
 class RestoreTargets {
  public:
   explicit RestoreTargets(const RestoreRequest& request);
 
   bool areOwnPlaces() const { return areOwnPlaces_; }
-  /// The folder in which everything is placed, which may be reached through links; "/" for own places.
+  /// The folder in which everything is placed, or "/" when the items go to their own places. Its path may
+  /// contain links.
   const std::string& root() const { return root_; }
-  /// The item's name in the root. Of several with one name the later ones get others.
+  /// The item's name in the root. When several items have the same name, the later ones get other names.
   const std::string& nameOf(std::uint32_t item) const { return names_[item]; }
-  /// Another item of the request brings it as well.
+  /// Whether another item of the request includes this one.
   bool isCovered(std::uint32_t item) const { return isCovered_[item]; }
 
  private:
@@ -30,7 +31,7 @@ class RestoreTargets {
   std::vector<bool> isCovered_;
 };
 
-/// Paths none of which lies in another.
+/// A set of paths of which none lies in another.
 class ApartPaths {
  public:
   /// False, and nothing is added, when the path is, contains or lies in one that was added.
@@ -40,7 +41,7 @@ class ApartPaths {
   std::set<std::string> paths_;
 };
 
-/// The path of the folder that an absolute path lies in; "/" for what lies there, and for itself.
+/// The path of the folder in which an absolute path lies. For "/" it is "/".
 std::string folderAbove(const std::string& path);
 
 }  // namespace keldane

@@ -1,4 +1,4 @@
-// Folders of a staging, which may have been restored with modes that would keep their own owner out.
+// The folders of a staging. They may have been restored with modes that deny access even to their owner.
 #pragma once
 
 #include <sys/stat.h>
@@ -11,8 +11,8 @@
 
 namespace keldane {
 
-/// An open folder that can be read and changed whatever its mode is. Mode and times are given back when it
-/// goes, so that what is taken out of it, or put into it, leaves no trace. One thread.
+/// An open folder that can be read and changed whatever its mode is. The destructor restores mode and times,
+/// so that adding or removing items leaves no trace. One thread.
 class StagedFolder {
  public:
   /// Opens `name` in a folder that only this process changes. Not open when it is no folder, with the reason
@@ -26,7 +26,7 @@ class StagedFolder {
 
   explicit operator bool() const { return static_cast<bool>(folder_); }
   int get() const { return folder_.get(); }
-  /// As it was found.
+  /// The status of the folder before it was opened.
   const struct stat& status() const { return status_; }
 
  private:
@@ -37,7 +37,7 @@ class StagedFolder {
 /// The names in an open folder, in no order.
 std::vector<std::string> namesIn(int folder);
 
-/// Removes an item with all below it, links not followed. A mount point below is left alone.
+/// Removes an item with everything below it. Links are not followed, and mount points below are left alone.
 void removeTree(int parent, const std::string& name);
 
 /// The regular files, links and special files of a tree.
@@ -45,11 +45,11 @@ struct TreeCount {
   std::uint64_t files = 0;
   std::uint64_t bytes = 0;  ///< of regular files
 };
-/// Of an item with all below it.
+/// Counts an item with everything below it.
 TreeCount countTree(int parent, const std::string& name);
 
-/// Asks of each item in a tree that is no folder whether it is to stay, and removes what is not. A folder
-/// that is empty because of that goes too. `path` stands before the names that `stays` is given.
+/// Asks for each item of a tree that is no folder whether it is to stay, and removes the others. A folder
+/// that becomes empty is removed too. `path` precedes the names that are passed to `stays`.
 using Stays = std::function<bool(int folder, const std::string& name, const std::string& path,
                                  const struct stat& status)>;
 void filterTree(int folder, const std::string& path, const Stays& stays);

@@ -17,9 +17,11 @@ namespace keldane {
 
 namespace {
 
-// So many files of a folder in a partial snapshot are quicker had with the folder than by name.
+// More files than this of one folder in a partial snapshot are restored faster with the whole folder than by
+// name.
 constexpr std::size_t kMostByName = 64;
-// Files that cannot be written are left out of the next attempt; a place that takes nothing ends it.
+// The number of attempts. Files that cannot be written are left out of the next attempt. A full target ends
+// the restore.
 constexpr int kMostAttempts = 3;
 
 /// The path that a line "path: reason" is about, among those that are wanted. Both may hold ": ".
@@ -36,7 +38,7 @@ std::optional<std::string> pathOf(const std::string& line, const std::string& pr
   return std::nullopt;
 }
 
-/// Opens a folder of a staging by its path, and lets all on the way be entered meanwhile.
+/// Opens a folder of a staging by its path, with all folders on the way, which can be entered meanwhile.
 std::vector<StagedFolder> openWay(int root, const std::string& path) {
   std::vector<StagedFolder> way;
   way.reserve(static_cast<std::size_t>(std::count(path.begin(), path.end(), '/')) + 1);
@@ -53,7 +55,8 @@ std::vector<StagedFolder> openWay(int root, const std::string& path) {
   return way;
 }
 
-/// Where the way ends; the root itself when it is empty by request, -1 when it could not be gone.
+/// The descriptor of the last folder on the way: the root itself when the path is empty, -1 when a folder
+/// could not be opened.
 int endOf(const std::vector<StagedFolder>& way, int root, const std::string& path) {
   return path.empty() || path == "/" ? root : way.empty() ? -1 : way.back().get();
 }
@@ -67,7 +70,8 @@ EngineAnswer Stager::stage(RestorePlan& plan) {
   std::vector<std::uint32_t> order(plan.sources.size());
   std::iota(order.begin(), order.end(), 0U);
   std::stable_sort(order.begin(), order.end(), [&](std::uint32_t left, std::uint32_t right) {
-    return plan.sources[left].number < plan.sources[right].number;  // newer ones take the place of older ones
+    // Files of newer snapshots replace those of older ones.
+    return plan.sources[left].number < plan.sources[right].number;
   });
   for (const std::uint32_t source : order) {
     const Part part{source, "from-" + std::to_string(source), pathsFrom(source, plan)};
@@ -126,12 +130,12 @@ EngineAnswer Stager::fetch(const Part& part, RestorePlan& plan) {
     noteProblems(part, problems, plan, answer.health);
     const bool isItsOwn = answer.health == Health::failed || answer.health == Health::full;
     if (answer || answer.health == Health::damaged) {
-      return {};  // of what is damaged nothing is there, and the rest is whole
+      return {};  // damaged files are missing, and the others are whole
     }
     if (!isItsOwn) {
       return answer;
     }
-    // What an engine that failed has left is not to be trusted.
+    // Files that a failed engine left are not to be trusted.
     removeTree(staging_.folder(), part.name);
     paths.clear();
     for (const auto& [path, file] : plan.files) {
@@ -147,7 +151,7 @@ EngineAnswer Stager::fetch(const Part& part, RestorePlan& plan) {
   }
 }
 
-// After `failed` the rest is had again, and then tells its problems itself.
+// After a failure the other files are restored again, and that attempt reports their problems.
 void Stager::noteProblems(const Part& part, std::vector<std::string> lines, RestorePlan& plan,
                           Health health) {
   const std::string& prefix = plan.sources[part.source].prefix;
@@ -219,8 +223,8 @@ bool Stager::stays(std::uint32_t source, int folder, const std::string& name, co
   if (found == plan.files.end()) {
     found = plan.files.find(validUtf8(path));
   }
-  // A catalogue that was made anew has names that are no text as the engine tells them, with replacement
-  // characters, and those that look alike once.
+  // A catalogue that was made anew has names that are not UTF-8 with replacement characters, as the engine
+  // reports them. Names that look alike are in it once.
   const bool isForSeveral =
       found != plan.files.end() && found->first.find("\xEF\xBF\xBD") != std::string::npos;
   const bool isWanted = found != plan.files.end() && found->second.source == source &&
@@ -254,7 +258,7 @@ bool Stager::stays(std::uint32_t source, int folder, const std::string& name, co
     if (isWanted) {
       found->second.state = WantedFile::staged;
     }
-    // A link that nothing is known of came with its folder.
+    // A link that is not in the plan was restored with its folder.
     return isWanted || found == plan.files.end();
   }
   const bool canBeMade = geteuid() == 0 && !options_.owner;
@@ -294,7 +298,8 @@ void Stager::composeItem(int root, const std::string& prefix, const PlannedItem&
     if (folder >= 0 && last == "/") {
       merge(folder);
     } else if (folder >= 0) {
-      // A folder that may not be written can be renamed only where it stays.
+      // A folder without write permission cannot be moved into another folder, so it is made writable
+      // meanwhile.
       const StagedFolder itself(folder, last);
       moveToFreeName(folder, last.c_str(), picked.get(), item.name.c_str());
     }

@@ -1,4 +1,4 @@
-// Making what is to be restored whole, in a staging.
+// Makes the items of a plan whole in a staging.
 #pragma once
 
 #include <sys/stat.h>
@@ -14,22 +14,22 @@
 
 namespace keldane {
 
-/// Has the storage program restore what a plan names, drops what does not belong to the wanted state or is
-/// not whole, and puts the rest together in the folder `new` of the staging, laid out as the target is to be.
-/// One thread.
+/// Has the storage program restore the items of a plan, removes files that are not wanted or not whole, and
+/// arranges the others in the folder `new` of the staging as they are to be in the target. One thread.
 class Stager {
  public:
   struct Options {
-    bool ownPlaces = true;       ///< `new` is laid out from "/"; otherwise it has each item under its name
-    std::optional<uid_t> owner;  ///< only what belongs to this user; names of others' files are not told
+    bool ownPlaces = true;  ///< `new` is laid out from "/"; otherwise it has each item under its name
+    /// Only files of this user are restored; the names of other users' files are not reported.
+    std::optional<uid_t> owner;
     std::function<bool()> mayGoOn;
     std::function<void(const std::string& sentence)> problem;
   };
   Stager(BackupEngine& engine, const Staging& staging, EngineJob& job, Options options)
       : engine_(engine), staging_(staging), job_(job), options_(std::move(options)) {}
 
-  /// Not ready when the repository as a whole fails. What failed by itself is a problem, and `failed` in the
-  /// plan.
+  /// The answer is not ready when the whole repository fails. A file that fails is reported as a problem and
+  /// is `failed` in the plan.
   EngineAnswer stage(RestorePlan& plan);
 
   static constexpr const char* kResult = "new";

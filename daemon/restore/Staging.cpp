@@ -64,7 +64,7 @@ void Staging::remove() {
   for (const std::string& name : namesIn(folder_.get())) {
     removeTree(folder_.get(), name);
   }
-  unlinkat(parent_.get(), name_.c_str(), AT_REMOVEDIR);  // whatever has the name now goes only if it is empty
+  unlinkat(parent_.get(), name_.c_str(), AT_REMOVEDIR);  // removes an empty folder only
   folder_ = Descriptor();
 }
 

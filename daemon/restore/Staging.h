@@ -8,22 +8,23 @@
 
 namespace keldane {
 
-/// A folder `.keldane-restore-<job>-XXXXXX` of mode 0700. It is used by its descriptor alone: who can write
-/// to the folder above it could put a link in its place. It stays until `remove`. One thread.
+/// A folder `.keldane-restore-<job>-XXXXXX` of mode 0700. It is used only through its descriptor, because
+/// somebody who can write to the folder above could put a link in its place. It stays until `remove`. One
+/// thread.
 class Staging {
  public:
   Staging() = default;
   /// A name that no folder has yet.
   static std::string nameFor(std::uint32_t job);
-  /// Makes it in a folder. Not open when that fails, with the reason in errno.
+  /// Makes a staging in a folder. When that fails, the result is not open and errno has the reason.
   static Staging make(const std::string& parent, const std::string& name);
-  /// Opens one that an earlier process left, if it is this user's own.
+  /// Opens a staging that an earlier process left, if it belongs to this user.
   static Staging open(const std::string& path);
 
   explicit operator bool() const { return static_cast<bool>(folder_); }
   int folder() const { return folder_.get(); }
-  /// A path for another process of this user to reach a folder in the staging, which is made. It leads to the
-  /// staging itself, whatever is at its name.
+  /// A path for another process of this user to reach a folder in the staging, which is made. It leads to
+  /// this staging even if another item has its name now.
   std::string makePart(const std::string& part) const;
   void remove();
 
@@ -38,8 +39,8 @@ class Staging {
 /// The deepest folder that exists on the way to a path, links not followed: "/" at worst.
 std::string deepestFolder(const std::string& path);
 
-/// Where files can be moved within: two folders of one place never need a copy, unless something is mounted
-/// below them.
+/// A place within which files can be moved. Between two folders of one place no copy is needed, unless
+/// something is mounted below them.
 struct MountPlace {
   std::uint64_t device = 0;
   std::uint64_t mount = 0;

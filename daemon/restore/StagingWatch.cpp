@@ -12,7 +12,7 @@ namespace keldane {
 
 namespace {
 
-// Looking at so many files takes some hundredths of a second. What lies beyond is told when it is placed.
+// Looking at this many files takes a few hundredths of a second. Further files count when they are placed.
 constexpr std::size_t kMostFiles = 10'000;
 constexpr std::chrono::seconds kPause{1};
 

@@ -1,4 +1,4 @@
-// How far a restore into a staging has come, while the storage program works.
+// Watches the progress of a restore into a staging while the storage program works.
 #pragma once
 
 #include <condition_variable>
@@ -9,8 +9,8 @@
 
 namespace keldane {
 
-/// Once a second adds up the bytes of a staging, of as many files as can be looked at in passing, and tells
-/// them on a thread of its own. Ends with its owner, after which nothing is told any more.
+/// Adds up the sizes of the files in a staging once a second, up to a limited number of files, and reports
+/// the sum on a thread of its own. After the destructor nothing is reported any more.
 class StagingWatch {
  public:
   StagingWatch(int folder, std::function<void(std::uint64_t bytes)> tell);

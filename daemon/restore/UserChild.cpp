@@ -21,7 +21,8 @@ namespace keldane {
 namespace {
 
 constexpr int kChildSocket = 3;
-// As deep as a path of the system's can go, twice the descriptors that a process usually has.
+// The greatest depth that a path can have. It is twice the number of descriptors that a process usually may
+// have.
 constexpr std::size_t kMostLevels = PATH_MAX / 2;
 
 void closeAllFrom(unsigned first) {
@@ -32,8 +33,8 @@ void closeAllFrom(unsigned first) {
   }
 }
 
-// Raw system calls: those of the C library wait for the parent's other threads, which this process does not
-// have.
+// These are raw system calls. The functions of the C library would wait for the parent's other threads, which
+// this process does not have.
 bool becomeUser(const UserChildSetup& setup) {
   if (syscall(SYS_setgroups, setup.groupCount, setup.groups) != 0 ||
       syscall(SYS_setresgid, setup.group, setup.group, setup.group) != 0 ||
@@ -47,7 +48,7 @@ bool becomeUser(const UserChildSetup& setup) {
          getegid() == setup.group;
 }
 
-/// Opens the target, which may be reached through links, and makes what is missing of the way.
+/// Opens the target, whose path may contain links, and makes the missing folders.
 int openRoot(const char* path) {
   char part[PATH_MAX];
   const std::size_t length = std::strlen(path);
@@ -65,7 +66,7 @@ int openRoot(const char* path) {
   return openat(AT_FDCWD, path, O_PATH | O_DIRECTORY | O_CLOEXEC);
 }
 
-/// The way down from the root. Lies in the child's memory that nobody else has.
+/// The folders from the root down to the current one. They are in memory of the child only.
 struct Levels {
   int folders[kMostLevels];
   bool isMade[kMostLevels];
@@ -98,7 +99,7 @@ PlaceResult leaveLevel(Levels& levels, uid_t user, int staged, const struct stat
   }
   --levels.depth;
   PlaceResult result;
-  // The mode of somebody else's folder is not for this user's.
+  // A folder of another user in the backup does not give its mode to a folder of this user.
   if (levels.isMade[levels.depth] && status.st_uid == user) {
     result.metadata = copyMetadata(staged, status, levels.folders[levels.depth], CopyAs::stranger);
   }
@@ -106,7 +107,7 @@ PlaceResult leaveLevel(Levels& levels, uid_t user, int staged, const struct stat
   return result;
 }
 
-/// The parent ends the work by closing its end.
+/// Whether the parent is still there. It ends the work by closing its end of the socket.
 bool isParentThere(const void*) {
   pollfd end{kChildSocket, POLLRDHUP, 0};
   return poll(&end, 1, 0) <= 0;
@@ -171,7 +172,7 @@ bool sendRequest(int socket, const UserChildRequest& request, int descriptor) {
 }
 
 void runUserChild(const UserChildSetup& setup, int socket) {
-  // Nothing of the daemon's may be within reach of a process of another user.
+  // No descriptor of the daemon may be within reach of a process of another user.
   if (dup2(socket, kChildSocket) < 0) {
     _exit(1);
   }

@@ -11,7 +11,8 @@
 
 namespace keldane {
 
-/// Whom a child works for, and where. The memory belongs to the parent, who keeps it until the child runs.
+/// The user for whom a child works, and the target. The memory belongs to the parent, who keeps it until the
+/// child runs.
 struct UserChildSetup {
   uid_t user = 0;
   gid_t group = 0;
@@ -22,8 +23,8 @@ struct UserChildSetup {
   Conflict conflict = Conflict::keepBoth;
 };
 
-/// What the parent asks of its child. For `enter`, `leave` and `place` a descriptor of the staged item goes
-/// along.
+/// A request of the parent to its child. For `enter`, `leave` and `place` a descriptor of the staged item is
+/// sent along.
 struct UserChildRequest {
   enum Kind : int { enter, leave, place } kind = enter;
   bool again = false;     ///< an earlier attempt was cut off
@@ -31,9 +32,9 @@ struct UserChildRequest {
   char name[NAME_MAX + 1] = {};
 };
 
-/// Serves requests from a socket until the other end is closed; never returns. Made for the child of a fork
-/// in a process with other threads, whose locks may be held for ever there: it uses system calls and the
-/// stack alone. Answers each request, and first of all its own start, with a PlaceResult.
+/// Serves requests from a socket until the other end is closed; never returns. It runs in the child of a fork
+/// of a process with other threads, whose locks may be held for ever in the child. So it uses system calls
+/// and the stack only. It answers each request, and before that its own start, with a PlaceResult.
 [[noreturn]] void runUserChild(const UserChildSetup& setup, int socket);
 
 /// Sends a request with a descriptor, or receives one; for both ends.

@@ -14,7 +14,7 @@ namespace keldane {
 
 namespace {
 
-// The user can stop a process of his, so none is waited for longer than an honest one takes.
+// Users can stop their own processes, so this waits no longer than a working child needs.
 constexpr std::chrono::seconds kMostWait{60};
 constexpr std::chrono::seconds kMostWaitAtEnd{5};
 constexpr std::uint64_t kLeastBytesPerSecond = std::uint64_t{1} << 20;
@@ -46,7 +46,7 @@ UserTarget::UserTarget(Options options) : options_(std::move(options)) {
 
 UserTarget::~UserTarget() {
   if (child_ > 0) {
-    socket_ = Descriptor();  // with that it ends, and takes an unfinished copy away
+    socket_ = Descriptor();  // this ends the child, which removes an unfinished copy
     const auto end = std::chrono::steady_clock::now() + kMostWaitAtEnd;
     while (waitpid(child_, nullptr, WNOHANG) == 0) {
       if (std::chrono::steady_clock::now() > end) {
@@ -76,7 +76,7 @@ PlaceResult UserTarget::place(int from, const std::string& name) {
   if (fstatat(from, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
     return {PlaceResult::failed, errno};
   }
-  // Made by root, it has this owner only if the storage program gave it the one that is stored.
+  // Root made this file. It has this owner only if the storage program restored the stored owner.
   if (status.st_uid != options_.user) {
     return {PlaceResult::failed, EPERM};
   }
@@ -111,7 +111,7 @@ PlaceResult UserTarget::ask(UserChildRequest::Kind kind, const std::string& name
   }
   const PlaceResult result = receive(limit);
   if (result.error == ETIMEDOUT || result.error == ECANCELED || result.error == ECONNRESET) {
-    error_ = result.error;  // answers would no longer belong to requests
+    error_ = result.error;  // further answers would no longer match the requests
   }
   return result;
 }

@@ -1,4 +1,4 @@
-// Placing restored files for another user.
+// Places restored files for another user.
 #pragma once
 
 #include <chrono>
@@ -11,13 +11,13 @@
 
 namespace keldane {
 
-/// Places files with the ids of another user, so that the system itself keeps them to what that user may do.
-/// A process with root's ids cannot do that by looking first and writing then: what it looked at can be
+/// Places files with the ids of another user, so that the system itself enforces what that user may do. A
+/// process with root's ids cannot do that by checking first and writing later, because a checked item can be
 /// changed in between.
 ///
-/// The ids are those of a child process, which is forked and keeps to system calls. A thread with ids of its
-/// own would share the daemon's memory, descriptors and signals with whoever that user is. Only files that
-/// have the user for an owner in the staging are given to the child, as open descriptors. One thread.
+/// A forked child process, which makes system calls only, has these ids. A thread with the user's ids would
+/// share the daemon's memory, descriptors and signals with that user. The child receives only files that
+/// belong to the user in the staging, as open descriptors. One thread.
 class UserTarget : public PlaceTarget {
  public:
   struct Options {
@@ -28,12 +28,12 @@ class UserTarget : public PlaceTarget {
     std::string temporaryName;
     Conflict conflict = Conflict::keepBoth;
     bool again = false;
-    std::function<bool()> mayGoOn;  ///< asked now and then while the child works; false ends it
+    std::function<bool()> mayGoOn;  ///< asked at intervals while the child works; false ends the work
   };
   explicit UserTarget(Options options);
   ~UserTarget() override;
 
-  /// Why nothing can be placed; 0 when it can.
+  /// The error number that keeps files from being placed; 0 when there is none.
   int error() const { return error_; }
 
   int moveFolder(int from, const std::string& name) override;

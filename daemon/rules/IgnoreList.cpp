@@ -18,7 +18,7 @@ std::string_view trimmed(std::string_view line) {
                                          : line.substr(first, line.find_last_not_of(" \t\r") + 1 - first);
 }
 
-/// The last names of a path, as many as are asked for; all of it when it has no more.
+/// The last `count` names of a path, or the whole path when it has no more.
 std::string_view lastNames(std::string_view path, std::size_t count) {
   std::size_t slash = path.size();
   for (; count > 0; --count) {
@@ -61,7 +61,7 @@ IgnoreList::IgnoreList(std::string_view text) : text_(text) {
     if (mark != std::end(kMarks)) {
       marks_[static_cast<std::size_t>(*mark)] = true;
     } else if (line.starts_with("~/")) {
-      // A daemon of root's backs up everybody's home.
+      // A daemon that runs as root backs up every user's home folder.
       const std::string below(line.substr(1));
       for (const std::string& home : {homeFolder().string(), std::string("/home/*"), std::string("/root")}) {
         addPattern(line, home + below);

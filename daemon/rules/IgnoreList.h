@@ -1,4 +1,4 @@
-// What is left out of the backup unless a person's rule says otherwise.
+// The list of what is left out of the backup unless a user's rule includes it.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +8,7 @@
 
 namespace keldane {
 
-/// What was found on the disk that speaks against backing an item up.
+/// A sign on the disk that an item should not be backed up.
 enum class Mark : std::uint8_t {
   none,
   cacheTag,         ///< a folder with a valid CACHEDIR.TAG
@@ -19,12 +19,11 @@ enum class Mark : std::uint8_t {
 /// A list of lines, which a person can see and change. "@cache-tag", "@attribute" and "@other-file-systems"
 /// switch the marks on. Every other line is a pattern of `*`, `?` and `[a-z]`, none of which stands for a
 /// slash: one that begins with "/" is for whole paths, one that begins with "~/" for paths in a home folder,
-/// any other for the ends of paths. With a slash at its end it is for folders alone. Empty lines and those
-/// that begin with
-/// "#" say nothing. A value.
+/// any other for the ends of paths. With a slash at its end it is for folders alone. Empty lines and lines
+/// that begin with "#" are ignored. Objects of this class are plain values.
 class IgnoreList {
  public:
-  /// What counts until a person says otherwise: the three marks, caches and trash of the desktop.
+  /// The default list: the three marks, and the caches and trash of the desktop.
   static std::string_view standard();
 
   IgnoreList() : IgnoreList(standard()) {}
@@ -41,7 +40,7 @@ class IgnoreList {
   struct Pattern {
     std::string line;
     std::string glob;
-    std::string begin;      // of each name that matches: its letters before the first special one
+    std::string begin;  // the beginning of every name that matches: the letters before the first special one
     std::size_t names = 0;  // how many at the end of a path are compared; 0: all
     bool foldersOnly = false;
   };

@@ -22,7 +22,7 @@ void keep(const Write& write) {
   }
 }
 
-// A constant without a destructor: peers' threads may still ask while the process ends.
+// This constant has no destructor, because threads of peers may still use it while the process ends.
 constexpr std::string_view kRestoreFolder = "/.keldane-restore-";
 static_assert(kRestoreFolder.substr(1) == kRestoreFolderPrefix);
 
@@ -130,7 +130,7 @@ std::optional<Reason> RuleBook::bar(const std::string& path) const {
   for (const std::string& policy : policy_) {
     barred = isAtOrBelow(path, policy) ? policy : barred;
   }
-  // The folder of a restore that is not finished.
+  // The path lies in the folder of an unfinished restore.
   if (const std::size_t folder = path.find(kRestoreFolder); folder != std::string::npos && barred.empty()) {
     barred = path.substr(0, path.find('/', folder + 1));
   }

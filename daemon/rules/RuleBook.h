@@ -1,4 +1,4 @@
-// What belongs into the backup, and why.
+// The rules that decide what belongs into the backup.
 #pragma once
 
 #include <cstdint>
@@ -24,8 +24,8 @@ struct Decision {
   bool rulesBelow = false;      ///< rules on something below it
   std::uint32_t typeToggle = 0;
   bool mayHold = false;   ///< a folder in which something may be selected
-  std::string ignoredAt;  ///< the path, itself or above, for whose sake it is left out; else empty
-  std::string ignoring;   ///< the line of the list of ignored things that says so
+  std::string ignoredAt;  ///< the ignored path, this one or one above it; empty when none is ignored
+  std::string ignoring;   ///< the line of the ignore list that matched
 };
 
 /// One of the rules that a path comes under.
@@ -36,37 +36,37 @@ struct Reason {
     own,      ///< a person's rule on the path itself
     type,     ///< the rule for its type
     folder,   ///< the rule of a folder above
-    ignored,  ///< it is, or lies in, what the list of ignored things leaves out; `rule` is that thing
+    ignored,  ///< the ignore list leaves out `rule`, which is the path or a folder above it
     none      ///< there is no rule
   };
   Kind kind = Kind::none;
   std::string rule;       ///< a path or a type
   bool includes = false;  ///< what the rule says
-  std::string line;       ///< of ignored: the line of the list
+  std::string line;       ///< for `ignored`: the line of the ignore list
 };
 
-/// The profile value that holds the list of ignored things.
+/// The key of the profile value that holds the ignore list.
 inline constexpr const char* kIgnoredKey = "Ignored";
 
-/// The folder in which a restore prepares what it puts in its place begins with this name.
+/// The prefix of the names of folders in which restores prepare files.
 inline constexpr std::string_view kRestoreFolderPrefix = ".keldane-restore-";
 
 /// The rules, in memory and in the store. A path's own rule decides. Then a path is left out when it, or a
 /// folder between it and the nearest folder with a rule, is to be ignored. Then the rule for a file's type
-/// decides, then the rule of the nearest folder above. Without any a path is not in the backup. Paths outside
-/// the root, those on the policy list, the repository and unfinished restores are barred. Whoever
-/// looks at the disk notes here what was found that speaks against a backup. Any thread.
+/// decides, then the rule of the nearest folder above. Without any rule a path is not in the backup. Paths
+/// outside the root, those on the policy list, the repository and unfinished restores are barred. The scanner
+/// notes here the marks that it finds on the disk, which outlive a restart. Any thread.
 class RuleBook {
  public:
   static constexpr std::size_t kMostRules = 250'000;
 
-  /// `policy` lists what is barred, each with all that is below.
+  /// `policy` lists the barred paths. Everything below them is barred too.
   RuleBook(Store& store, std::string root, std::vector<std::string> policy,
            std::size_t mostRules = kMostRules);
 
   Decision decide(const std::string& path, bool isDirectory) const;
-  /// Why that is decided: every rule that a path comes under, the one that decides first, then those that it
-  /// outranks, in their order. Never empty.
+  /// The reasons for the decision: every rule that applies to a path. The deciding one comes first, then
+  /// those that it outranks, in their order. Never empty.
   std::vector<Reason> explain(const std::string& path, bool isDirectory) const;
   /// Whether all files directly in a folder are selected, or none; absent when each has to be asked about.
   std::optional<bool> decideFiles(const std::string& folder) const;
@@ -80,13 +80,13 @@ class RuleBook {
   void setIgnored(const std::string& text);
   /// Whether a mark is to be looked for.
   bool heeds(Mark mark) const;
-  /// Notes what was found at a path. Answers whether that is new.
+  /// Records a mark that was found at a path. Answers whether it is new.
   bool setMark(const std::string& path, Mark mark);
   bool isMarked(const std::string& path, Mark mark) const;
-  /// Drops what was found at a path and below it.
+  /// Removes the marks at a path and below it.
   void dropMarks(const std::string& path);
 
-  /// Whether there is neither a rule for a path nor for a type.
+  /// Whether there are no rules, neither for paths nor for types.
   bool isEmpty() const;
   std::uint32_t type(const std::string& type) const;
 
@@ -96,9 +96,10 @@ class RuleBook {
   std::vector<std::string> excludedAt(const std::string& path) const;
   /// Paths with a rule of their own below a path.
   std::vector<std::string> rulesBelow(const std::string& path) const;
-  /// What is barred, each with all that is below.
+  /// The barred paths. Everything below them is barred too.
   std::vector<std::string> policy() const;
-  /// Bars the folder that the repository lies in, in place of an earlier one; empty: it lies elsewhere.
+  /// Bars the folder of the repository instead of an earlier one. An empty text means that the repository is
+  /// in no local folder.
   void barRepository(const std::string& folder);
   const std::string& root() const { return root_; }
 
@@ -124,7 +125,7 @@ class RuleBook {
 };
 
 /// An absolute path without "." and "..", resolved as text and not through links; absent for anything else
-/// that a client may send, a path longer than the system knows included.
+/// that a client may send, such as a path longer than the system allows.
 std::optional<std::string> normalizedPath(std::string_view path);
 
 /// ".txt" for "/a/b.txt", "." for a name without an extension: the name under which a type's rule is kept.

@@ -1,10 +1,8 @@
 #include "daemon/server/DaemonServer.h"
 
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 
 #include "platform/syslog/SystemLog.h"
 
@@ -12,17 +10,16 @@ namespace keldane {
 
 namespace {
 
-// Descriptors that are kept for everything but connections; of few, half.
+// The descriptors that are reserved for everything but connections. If there are few descriptors, half of
+// them are reserved.
 constexpr std::size_t kOtherDescriptors = 64;
 
-constexpr std::size_t kMostAlerts = 20;  // that wait for one peer; older ones go
+constexpr std::size_t kMostAlerts = 20;  // the limit of waiting alerts for one peer; the oldest are dropped
 
 constexpr auto kNotificationInterval = std::chrono::seconds(1);
 
 constexpr MethodSignature kClientMethods[] = {
     {"stateChanged:", 'v', "@"}, {"alertRaised:", 'v', "@"}, {"showRestoreWizard:", 'v', "@"}};
-
-std::string errorText(int error) { return std::generic_category().message(error); }
 
 ServerLimits withinDescriptors(ServerLimits limits) {
   rlimit descriptors{};
@@ -43,21 +40,14 @@ DaemonServer::~DaemonServer() { stop(); }
 DaemonServer::DaemonServer(std::shared_ptr<Daemon> daemon, std::string socket, bool allowSharedFolder,
                            const ServerLimits& limits)
     : daemon_(std::move(daemon)),
-      path_(std::move(socket), allowSharedFolder),
+      socket_(std::move(socket), allowSharedFolder),
       limits_(withinDescriptors(limits)),
       turns_(std::make_shared<WalkTurns>(limits.walks, limits.walksOfUser)),
       requests_(std::make_shared<ByteBudget>(limits.requestBytes)),
       answers_(std::make_shared<ByteBudget>(limits.answerBytes)) {}
 
 bool DaemonServer::start(std::string* error) {
-  if (!path_.claim(error)) {
-    return false;
-  }
-  listener_ = KeldaneSocket::create();
-  listener_->setSocketDelegate(shared_from_this());
-  errno = 0;
-  if (!listener_->listenAtPath(path_.text())) {
-    *error = "The socket " + path_.text() + " cannot be made: " + errorText(errno) + ".";
+  if (!socket_.open(shared_from_this(), error)) {
     return false;
   }
   notifier_ = std::thread([this] { notify(); });
@@ -71,7 +61,7 @@ bool DaemonServer::start(std::string* error) {
 }
 
 void DaemonServer::stop() {
-  if (!listener_) {
+  if (!socket_.isOpen()) {
     return;
   }
   decltype(peers_) peers;
@@ -83,7 +73,7 @@ void DaemonServer::stop() {
   changed_.notify_all();
   daemon_->setAnnounce({});
   turns_->end();
-  listener_->close();
+  socket_.close();
   for (auto& [key, peer] : peers) {
     peer.second.proxy->close();
     peer.first->close();
@@ -91,8 +81,6 @@ void DaemonServer::stop() {
   if (notifier_.joinable()) {
     notifier_.join();
   }
-  ::unlink(path_.text().c_str());  // a listener that nobody ever called leaves its file
-  listener_.reset();
 }
 
 bool DaemonServer::socketAccepted(const std::shared_ptr<KeldaneSocket>& child) {
@@ -101,8 +89,7 @@ bool DaemonServer::socketAccepted(const std::shared_ptr<KeldaneSocket>& child) {
   if (!accepted_) {
     return false;
   }
-  child->setLimits({limits_.longestRequest, limits_.requestTime, limits_.stallTime, limits_.answerTime,
-                    accepted_->requests, accepted_->answers});
+  child->setLimits(limits_.ofPeer(accepted_->requests, accepted_->answers));
   return true;
 }
 
@@ -138,7 +125,8 @@ void DaemonServer::socketCreated(const std::shared_ptr<KeldaneSocket>& child) {
   proxy->setSocket(child);  // from here on the peer's messages are heard
 }
 
-// Called by the accept thread alone, so that what is counted here is what is inserted above.
+// Only the accept thread calls this, so the peers that are counted here do not change before the new one is
+// added above.
 std::shared_ptr<UserShare> DaemonServer::shareFor(uid_t user) {
   const std::lock_guard guard(mutex_);
   std::shared_ptr<UserShare> share = shares_[user].lock();
@@ -187,7 +175,8 @@ void DaemonServer::subscribe(const KeldaneSocket* peer, DaemonService::Subject s
   }
 }
 
-// Alerts name no file. What a user asks to be shown is that user's alone.
+// Alerts name no file, so every peer may receive them. A window that a user asks for is shown to that user
+// only.
 void DaemonServer::keepAlert(const std::string& selector, const PropertyList& dictionary) {
   const PropertyList user = dictionary["user"];
   {
@@ -207,7 +196,7 @@ void DaemonServer::keepAlert(const std::string& selector, const PropertyList& di
   changed_.notify_all();
 }
 
-// A peer that is busy, or reads nothing, is told another time.
+// A peer that is busy or reads nothing is told later.
 void DaemonServer::tellAlerts() {
   for (;;) {
     std::vector<std::pair<const KeldaneSocket*, std::shared_ptr<KeldaneProxy>>> toTell;
@@ -259,7 +248,7 @@ void DaemonServer::notify() {
   }
 }
 
-// A peer that is busy, or reads nothing, is told another time; the others need not wait for it.
+// A peer that is busy or reads nothing is told later, so that the others need not wait for it.
 void DaemonServer::tellState() {
   std::map<const KeldaneSocket*, PeerLink> toTell;
   {

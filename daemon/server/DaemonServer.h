@@ -15,19 +15,19 @@
 #include "daemon/Daemon.h"
 #include "daemon/server/DaemonService.h"
 #include "daemon/server/ServerLimits.h"
-#include "daemon/server/SocketPath.h"
+#include "daemon/server/ServerSocket.h"
 
 namespace keldane {
 
-/// What the daemon calls at clients that asked to be told, one-way: `stateChanged:` with the state
-/// dictionary; `alertRaised:` with "kind" and "text"; `showRestoreWizard:` with the "user" who asks for the
-/// restore window.
+/// The methods of clients that the daemon calls after they asked for it. They return nothing: `stateChanged:`
+/// with the state dictionary; `alertRaised:` with "kind" and "text"; `showRestoreWizard:` with the "user" who
+/// asks for the restore window.
 extern const Protocol KeldaneClientProtocol;
 
-/// Listens, and keeps one proxy for each accepted peer, which performs that peer's requests on its own
-/// receive thread, one at a time. One more thread tells those peers that want it about a changed state, at
-/// most once a second, and waits for none of them. A connection beyond the limits is closed at once. The
-/// mutex guards the peers and is a leaf: nothing is called while it is held.
+/// Listens, and keeps one proxy for each accepted peer. The proxy performs the peer's requests on the peer's
+/// receive thread, one at a time. One more thread tells interested peers about a changed state, at most once
+/// a second, and waits for none of them. A connection beyond the limits is closed at once. The mutex guards
+/// the peers and is a leaf: nothing is called while it is held.
 class DaemonServer final : public KeldSocketDelegate, public std::enable_shared_from_this<DaemonServer> {
  public:
   DaemonServer(std::shared_ptr<Daemon> daemon, std::string socket, bool allowSharedFolder = false,
@@ -36,11 +36,9 @@ class DaemonServer final : public KeldSocketDelegate, public std::enable_shared_
   DaemonServer(const DaemonServer&) = delete;
   DaemonServer& operator=(const DaemonServer&) = delete;
 
-  /// Begins to serve. False and a sentence when the path cannot be had: somebody answers there, something
-  /// other than a socket is there, it is too long for an address, others can write to its folder. A socket
-  /// that a dead daemon left is replaced.
+  /// Begins to serve. False and a sentence when the socket cannot be opened.
   bool start(std::string* error);
-  /// Closes every connection and removes the socket. Before the daemon goes.
+  /// Closes every connection and removes the socket. To be called before the daemon is destroyed.
   void stop();
 
   bool socketAccepted(const std::shared_ptr<KeldaneSocket>& child) override;
@@ -53,11 +51,11 @@ class DaemonServer final : public KeldSocketDelegate, public std::enable_shared_
     std::shared_ptr<DaemonService> service;
     std::shared_ptr<UserShare> share;
     bool wantsState = false, wantsAlerts = false;
-    PropertyList told;                                        // the state that it knows
-    std::deque<std::pair<std::string, PropertyList>> alerts;  // that it has yet to be told
+    PropertyList told;                                        // the state that it was told last
+    std::deque<std::pair<std::string, PropertyList>> alerts;  // the alerts that it has not been told yet
   };
 
-  /// Null when there are too many connections.
+  /// The share of a user; null when there are too many connections.
   std::shared_ptr<UserShare> shareFor(uid_t user);
   void subscribe(const KeldaneSocket* peer, DaemonService::Subject subject, bool on);
   void keepAlert(const std::string& selector, const PropertyList& dictionary);
@@ -66,19 +64,18 @@ class DaemonServer final : public KeldSocketDelegate, public std::enable_shared_
   void tellAlerts();
 
   const std::shared_ptr<Daemon> daemon_;
-  SocketPath path_;
+  ServerSocket socket_;
   const ServerLimits limits_;
   const std::shared_ptr<WalkTurns> turns_;
   const std::shared_ptr<ByteBudget> requests_, answers_;
-  std::shared_ptr<UserShare> accepted_;  // of the accept thread: the share of the peer that comes
-  std::shared_ptr<KeldaneSocket> listener_;
+  std::shared_ptr<UserShare> accepted_;  // the share of the peer that is being accepted; accept thread only
   std::mutex mutex_;
   std::condition_variable changed_;
   // Guarded by mutex_:
   std::map<const KeldaneSocket*, std::pair<std::shared_ptr<KeldaneSocket>, PeerLink>> peers_;
   std::map<uid_t, std::weak_ptr<UserShare>> shares_;
   bool stopping_ = false;
-  bool isAlertNew_ = false;  // no attempt was made to tell it
+  bool isAlertNew_ = false;  // there is an alert that no attempt was made to tell
   std::thread notifier_;
 };
 

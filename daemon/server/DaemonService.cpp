@@ -13,10 +13,10 @@ namespace keldane {
 
 namespace {
 
-// A profile and the type rules are small; a client that writes without end is not humoured.
+// Profile values and types are short. Longer texts are refused.
 constexpr std::size_t kLongestText = 4096;
 
-// Of one request.
+// The limit of one request.
 constexpr std::size_t kMostPaths = 100'000;
 
 bool isShortText(const PropertyList& text) {
@@ -25,9 +25,9 @@ bool isShortText(const PropertyList& text) {
 
 std::string textOf(const PropertyList& text) { return std::string(text.string()); }
 
-constexpr std::size_t kLongestName = 255;  // of a file
+constexpr std::size_t kLongestName = 255;  // the longest name of a file
 
-/// Whether some file's type is exactly this: a dot and what stands behind the last dot of a name.
+/// Whether a file can have exactly this type: a dot and the text after the last dot of a name.
 bool isFileType(const std::string& type) {
   return type.size() < kLongestName && fileType("/name" + type) == type;
 }
@@ -58,7 +58,7 @@ std::optional<std::string> DaemonService::pathFrom(const PropertyList& value) {
   return value.isString() ? normalizedPath(value.string()) : std::nullopt;
 }
 
-// A longer one is not carried out in part.
+// A longer list is refused as a whole, not carried out in part.
 bool DaemonService::isShortList(const PropertyList& paths) const {
   if (paths.count() > kMostPaths) {
     systemLog("uid %u sent a list of %llu paths", access_.peer().uid, std::uint64_t{paths.count()});
@@ -124,11 +124,12 @@ std::uint32_t DaemonService::changeRule(const PropertyList& path, std::optional<
     }
     return path.isString() ? EACCES : EINVAL;
   }
-  // A rule from the time before it was barred can still be taken away.
+  // A rule from before the path was barred can still be removed.
   if (included && daemon_->rules().decide(*asked, item->status && S_ISDIR(item->status->st_mode)).barred) {
     return EPERM;
   }
-  // There is no end to what is not there. Something of it may be in the backup, though.
+  // A missing path gets a rule only if something of it is in the backup; otherwise there could be rules
+  // without end.
   if (included && !item->status && !daemon_->store().record(*asked) &&
       !daemon_->store().hasRecordBelow(*asked)) {
     return ENOENT;
@@ -221,7 +222,8 @@ std::uint32_t DaemonService::addRestore(RestoreRequest request) {
   return job;
 }
 
-// To a folder that is there, under its own name; else to exactly that path; without one, to its own place.
+// If `toPath` is an existing folder, the item is restored into it under its own name; otherwise to exactly
+// that path. Without `toPath` it is restored to its own place.
 std::uint32_t DaemonService::restoreFile(const PropertyList& path, const PropertyList& toPath,
                                          std::uint32_t version, std::uint32_t priority) {
   const std::optional<std::string> asked = pathFrom(path);

@@ -13,13 +13,13 @@
 
 namespace keldane {
 
-/// Answers every method of the table on behalf of one peer, whose rights decide what it learns and changes.
-/// What walks through folders or lists waits for a turn of its user's share. What a client sends is checked
-/// here: a value of the wrong kind, a path that is not absolute, and what the peer may not do are answered
-/// absent, 0 or not at all. Called on the peer's receive thread.
+/// Answers every method of the table for one peer, whose rights decide what it may learn and change. Methods
+/// that walk through folders or long lists wait for a turn of the user's share. All arguments are checked
+/// here: after a value of the wrong kind, a path that is not absolute, or a request without the right to it,
+/// the answer is absent or 0 and nothing is done. Called on the peer's receive thread.
 class DaemonService final : public InvocationTarget {
  public:
-  /// What a peer can ask to be told of.
+  /// The subjects that a peer can subscribe to.
   enum class Subject { state, alerts };
   using Subscribe = std::function<void(Subject subject, bool on)>;
 

@@ -13,7 +13,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// In a sandbox that knows its own user alone, root has no number and owns "/" all the same.
+// In a sandbox that maps only its own user, root has no number, but owns "/" all the same.
 bool rootHasNoNumber() {
   std::ifstream map("/proc/self/uid_map");
   for (std::uint64_t inside = 0, outside = 0, count = 0; map >> inside >> outside >> count;) {

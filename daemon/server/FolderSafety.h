@@ -1,4 +1,4 @@
-// Whether others can put their own thing in place of the daemon's.
+// Checks whether other users can replace the daemon's files.
 #pragma once
 
 #include <sys/types.h>
@@ -8,14 +8,14 @@
 
 namespace keldane {
 
-/// What the system shows for every user and group that has no number in this process's user namespace:
-/// neither a peer of that number nor a file of it tells who it is.
+/// The number that the system shows for every user and group without a number in this process's user
+/// namespace. It does not identify a peer or the owner of a file.
 constexpr uid_t kSomebody = 65534;
 
 /// A sentence that says how a user other than root and this process's own could replace what lies in a
-/// folder; nothing when none can. The folder must exist; symbolic links to it are followed first. It must not
-/// be open for writing to a group or to others, even if they can take away only what is their own there: they
-/// could still be first with a name. A folder above it may be so, if nobody can rename there what is not his.
+/// folder; nothing when none can. The folder must exist; symbolic links to it are followed first. Neither a
+/// group nor others may be able to write to it, even with the sticky bit: they could still create a name
+/// first. A folder above it may be writable by others if it has the sticky bit.
 std::optional<std::string> whoElseCanWriteTo(const std::string& folder);
 
 }  // namespace keldane

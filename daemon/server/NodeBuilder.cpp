@@ -99,7 +99,7 @@ std::uint32_t simpleFlagsOf(const Decision& decision, Standing standing, bool is
   return flags;
 }
 
-// Made once and never given back, since threads may still build nodes while the process ends.
+// The keys are made once and never freed, because threads may still build nodes while the process ends.
 const PropertyList::Keys& keysWithRecord() {
   static const auto& keys = *new PropertyList::Keys{
       "fileName",    "displayName", "path",    "isDirectory", "state", "backupFlags", "simpleFlags",
@@ -141,7 +141,7 @@ FolderSize measure(const PeerAccess& access, const std::string& folder) {
   return size;
 }
 
-// Of a folder that is gone: what was stored of it.
+// The size of a folder that no longer exists, from the stored files.
 FolderSize measureStored(Store& store, const std::string& folder) {
   FolderSize size;
   const auto end = std::chrono::steady_clock::now() + kLongestWalk;
@@ -227,7 +227,7 @@ PropertyList NodeBuilder::build(const PeerAccess& access, const Subject& subject
              Date::fromUnixTime(record->date), record->version, size.files, size.bytes, uid, gid});
 }
 
-// A file that failed says why, and one that is being stored how far it has come.
+// The text of a failed file has the reason, that of a file that is being stored its progress.
 std::string NodeBuilder::stateText(Standing standing, const Subject& subject) const {
   if (standing == Standing::missing && worker_.isNotConnected(subject.path)) {
     return "On a disk that is not connected";
@@ -288,7 +288,7 @@ PropertyList NodeBuilder::children(const PeerAccess& access, const std::string& 
   std::map<std::string, std::optional<struct stat>> entries;
   const auto isFull = [&] { return entries.size() >= kLongestListing; };
   const bool isFolder = access.list(folder, [&](const std::string& name, const struct stat& status) {
-    if (isValidUtf8(name)) {  // a name that is no text has no place in a dictionary
+    if (isValidUtf8(name)) {  // a dictionary cannot hold a name that is not UTF-8
       entries.emplace(appendPathComponent(folder, name), status);
     }
     return !isFull();

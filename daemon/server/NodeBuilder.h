@@ -1,4 +1,4 @@
-// Node dictionaries: what the clients are told of a path.
+// Node dictionaries, which describe a path to clients.
 #pragma once
 
 #include <sys/stat.h>
@@ -13,7 +13,7 @@
 
 namespace keldane {
 
-/// Where an item stands.
+/// The state of an item in the backup.
 enum class Standing {
   barred,
   notSelected,
@@ -31,31 +31,30 @@ enum class Standing {
   socket
 };
 
-/// Joins what the file system, the rules, the records and the worker know, as far as the one who asks may see
-/// the files. Any thread; holds no state of its own.
+/// Combines the knowledge of the file system, the rules, the records and the worker, as far as the asking
+/// peer may see the files. Any thread; it has no state of its own.
 class NodeBuilder {
  public:
   NodeBuilder(Store& store, const RuleBook& rules, const BackupWorker& worker)
       : store_(store), rules_(rules), worker_(worker) {}
 
   /// The dictionary of one path; absent when nothing is there and nothing was ever backed up from there. A
-  /// folder that is gone has one as long as something of it is in the backup. With folder sizes, as far as a
-  /// walk of a fifth of a second gets.
+  /// folder that no longer exists has one as long as something of it is in the backup. Folder sizes are
+  /// counted for at most a fifth of a second.
   PropertyList node(const PeerAccess& access, const std::string& path, bool withDirSizes) const;
-  /// The same without sizes, with the rules that the path comes under as "reasons", and with the stored
-  /// versions of a file under "versions", newest first.
+  /// The same without sizes. "reasons" has the rules that apply to the path, "versions" the stored versions
+  /// of a file, newest first.
   PropertyList nodeWithVersions(const PeerAccess& access, const std::string& path) const;
-  /// The dictionaries of a folder's entries, sorted by name, those included that are only in the backup,
-  /// folders too; absent for what is no folder. Of a folder with more than `kLongestListing` the rest is left
-  /// out.
+  /// The dictionaries of a folder's entries, sorted by name, including files and folders that are only in the
+  /// backup. Absent for anything but a folder. A listing ends after `kLongestListing` entries.
   PropertyList children(const PeerAccess& access, const std::string& folder) const;
-  /// The status colour of a path; 0 for one that may not be asked about.
+  /// The status colour of a path; 0 when the peer may not ask about it.
   std::int32_t color(const PeerAccess& access, const std::string& path) const;
 
   static constexpr std::size_t kLongestListing = 250'000;
 
  private:
-  /// What is known of a path before the rules are asked.
+  /// The facts about a path that are needed to ask the rules.
   struct Subject {
     std::string path;
     const struct stat* status = nullptr;   // null: it is not there

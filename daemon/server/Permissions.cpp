@@ -49,7 +49,7 @@ bool PeerAccess::owns(const struct stat& status) const {
   return peer_.uid == status.st_uid && peer_.uid != kSomebody;
 }
 
-// `place` is a name of the item that leads to it whatever happens to its path meanwhile.
+// `place` is a path through a descriptor that leads to the item even if its own path changes meanwhile.
 bool PeerAccess::allows(const std::string& place, const struct stat& status, mode_t wanted) const {
   const auto isIn = [&](gid_t group) { return group == status.st_gid && group != kSomebody; };
   const bool inGroup = isIn(peer_.gid) || std::any_of(peer_.groups.begin(), peer_.groups.end(), isIn);
@@ -65,8 +65,8 @@ bool PeerAccess::allows(const Step& step, mode_t wanted) const {
   return allows(placeOf(step.handle.get()), step.status, wanted);
 }
 
-// Absent when the peer may not get there, or when nothing is there; `missing` tells the owner of the folder
-// which.
+// The step is absent when the peer has no access, or when nothing is there. `missing` tells the two apart for
+// the owner of the folder.
 std::optional<PeerAccess::Step> PeerAccess::walk(const std::string& path, bool* missing) const {
   *missing = false;
   const std::vector<std::string> components = pathComponents(path);

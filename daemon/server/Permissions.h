@@ -1,4 +1,4 @@
-// Who may ask about what, and change what.
+// Decides what a peer may ask about and change.
 #pragma once
 
 #include <sys/stat.h>
@@ -13,7 +13,7 @@
 
 namespace keldane {
 
-/// A user as the system sees the other end of a connection.
+/// The user at the other end of a connection.
 struct Peer {
   uid_t uid = 0;
   gid_t gid = 0;
@@ -26,11 +26,11 @@ Peer peerOf(uid_t uid, gid_t gid);
 /// Root and the user that the daemon runs as may ask about everything and change everything.
 bool isPrivileged(const Peer& peer);
 
-/// The file system as one peer may see it. A privileged one sees all that this process sees. Any other sees
-/// an item that it could read by the mode bits: each folder on the way searched, the item itself read. A
-/// symbolic link on the way is a no, and so is, for anybody but an item's owner, an access control list. Each
-/// step is taken from the folder that was looked at before, so that a path that somebody changes meanwhile
-/// leads nowhere else. Any thread.
+/// The file system as one peer may see it. A privileged peer sees everything that this process sees. Any
+/// other peer sees an item if the mode bits let it search each folder on the way and read the item itself. A
+/// symbolic link on the way denies access. So does an access control list, except to the item's owner. Each
+/// step begins at the folder that was checked before, so a path that somebody changes meanwhile cannot lead
+/// elsewhere. Any thread.
 class PeerAccess {
  public:
   explicit PeerAccess(Peer peer) : peer_(std::move(peer)), privileged_(keldane::isPrivileged(peer_)) {}
@@ -41,16 +41,17 @@ class PeerAccess {
   struct Item {
     std::optional<struct stat> status;  ///< absent: nothing is there
   };
-  /// What is at an absolute, normalized path, a final symbolic link not followed; absent when the peer may
-  /// not ask. What is missing may be asked about by the owner of the folder where it is missing.
+  /// The item at an absolute, normalized path; a final symbolic link is not followed. Absent when the peer
+  /// may not ask. The owner of a folder may ask about items that are missing in it.
   std::optional<Item> look(const std::string& path) const;
   bool sees(const std::string& path) const { return look(path).has_value(); }
-  /// Whether the peer may say what becomes of an item that it sees: the owner may.
+  /// Whether the peer may change the rules of an item that it sees. Its owner may.
   bool mayChange(const Item& item) const;
 
-  /// Called with the name of each entry of a folder that the peer may ask about; false ends the list.
+  /// Called with the name of each entry of a folder that the peer may ask about. It answers false to end the
+  /// listing.
   using Visit = std::function<bool(const std::string& name, const struct stat& status)>;
-  /// False when there is no folder, or none that the peer may list.
+  /// Answers false when there is no folder, or when the peer may not list it.
   bool list(const std::string& folder, const Visit& visit) const;
 
  private:

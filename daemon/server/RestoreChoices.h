@@ -1,4 +1,4 @@
-// What clients ask to be restored, as they send it.
+// Reads the requests for restores that clients send.
 #pragma once
 
 #include <optional>

@@ -1,4 +1,4 @@
-// What the daemon's clients may take of it, each and all together.
+// The limits on what each client, and all clients together, may take of the daemon.
 #pragma once
 
 #include <chrono>
@@ -7,13 +7,14 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <utility>
 
 #include "Common/SocketLimits.h"
 
 namespace keldane {
 
 /// The defaults leave room for a selection of 10,000 files in one request and a listing of 250,000 entries in
-/// one answer. docs/daemon.md tells the reasons.
+/// one answer. docs/daemon.md has the reasons.
 struct ServerLimits {
   std::size_t connections = 1024, connectionsOfUser = 512;
   std::uint32_t longestRequest = std::uint32_t{8} << 20;
@@ -23,29 +24,34 @@ struct ServerLimits {
   std::size_t requestBytes = std::size_t{128} << 20, requestBytesOfUser = std::size_t{32} << 20;
   std::size_t answerBytes = std::size_t{512} << 20, answerBytesOfUser = std::size_t{128} << 20;
   unsigned walks = 8, walksOfUser = 2;
+
+  /// The limits of one connection, whose messages are paid for from these budgets.
+  SocketLimits ofPeer(std::shared_ptr<ByteBudget> requests, std::shared_ptr<ByteBudget> answers) const {
+    return {longestRequest, requestTime, stallTime, answerTime, std::move(requests), std::move(answers)};
+  }
 };
 
-/// The turns of those that walk through folders or long lists, which takes time and memory. Turns of one user
-/// are given in the order in which they were asked for. Any thread.
+/// The turns of requests that walk through folders or long lists, which takes time and memory. Turns of one
+/// user are given in the order of the requests. Any thread.
 class WalkTurns {
  public:
   WalkTurns(unsigned all, unsigned ofUser) : all_(all), ofUser_(ofUser) {}
   WalkTurns(const WalkTurns&) = delete;
   WalkTurns& operator=(const WalkTurns&) = delete;
 
-  /// One user's place; guarded by the mutex of the turns.
+  /// The counters of one user; guarded by the mutex of the turns.
   struct Line {
     std::uint64_t arrived = 0, left = 0;
   };
 
-  /// A turn, from its construction, which waits for it, to its end.
+  /// One turn. The constructor waits for it, the destructor ends it.
   class Turn {
    public:
     Turn(WalkTurns& turns, Line& line);
     ~Turn();
     Turn(const Turn&) = delete;
     Turn& operator=(const Turn&) = delete;
-    /// False when there are no turns any more.
+    /// False when `end` was called, so that there was no turn.
     explicit operator bool() const { return begun_; }
 
    private:
@@ -54,10 +60,10 @@ class WalkTurns {
     bool begun_ = false;
   };
 
-  /// Gives no turn any more, and sends away whoever waits.
+  /// Gives no more turns, and releases all waiting threads.
   void end();
   unsigned underWay() const;
-  /// How many have ever asked for a turn.
+  /// The number of turns that were ever asked for.
   std::uint64_t arrivedIn(const Line& line) const;
 
  private:
@@ -68,7 +74,7 @@ class WalkTurns {
   bool ended_ = false;
 };
 
-/// What the connections of one user share.
+/// The budgets and turns that the connections of one user share.
 struct UserShare {
   UserShare(std::shared_ptr<WalkTurns> allTurns, std::size_t requestBytes,
             std::shared_ptr<ByteBudget> allRequests, std::size_t answerBytes,

@@ -23,11 +23,12 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::size_t kLongestSocketPath = 103;
-// A daemon that was killed while it started a program leaves a copy of itself for a moment, with its lock.
+// A daemon that was killed while it started a program leaves a forked copy of itself for a moment, which
+// holds the lock.
 constexpr auto kPatience = std::chrono::seconds(1);
 constexpr auto kInterval = std::chrono::milliseconds(10);
 
-// Whether nobody listens at the socket any more. One whose queue is full is alive.
+// Whether nobody listens at the socket any more. A socket whose queue is full is in use.
 bool isStaleSocket(const std::string& path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
@@ -61,7 +62,7 @@ bool SocketPath::claim(std::string* error) {
   const fs::path folder = fs::path(path_).parent_path();
   if (!folder.empty() && !fs::exists(folder, ignored)) {
     fs::create_directories(folder, ignored);
-    // Every user's clients connect here, however narrow this process's own mask is.
+    // Clients of every user connect here, so the umask of this process does not apply.
     fs::permissions(folder, fs::perms(0755), ignored);
   }
   const std::optional<std::string> shared = whoElseCanWriteTo(folder.empty() ? "." : folder.string());
@@ -85,7 +86,7 @@ bool SocketPath::claim(std::string* error) {
   return true;
 }
 
-// Never removed, so that two daemons cannot hold two locks of one name.
+// The lock file is never removed, so that two daemons cannot hold two locks of one name.
 bool SocketPath::lock(std::string* error) {
   const std::string path = path_ + ".lock";
   lock_ = Descriptor(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));

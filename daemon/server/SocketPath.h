@@ -1,4 +1,4 @@
-// A name in the file system that one daemon alone serves.
+// The path of a socket, which only one daemon at a time may use.
 #pragma once
 
 #include <string>
@@ -7,17 +7,17 @@
 
 namespace keldane {
 
-/// Claims a socket's path before somebody listens there, and keeps it as long as it lives. The lock beside
-/// the socket decides between daemons; its file stays. One thread.
+/// Claims a socket's path before a server listens there, and keeps it for its lifetime. A lock file beside
+/// the socket decides between daemons; the file is never removed. One thread.
 class SocketPath {
  public:
-  /// `allowSharedFolder`: even where others could put a socket of their own in its place.
+  /// `allowSharedFolder` allows folders in which others could replace the socket.
   SocketPath(std::string path, bool allowSharedFolder)
       : path_(std::move(path)), allowSharedFolder_(allowSharedFolder) {}
 
   const std::string& text() const { return path_; }
 
-  /// Makes the folder if it is missing. False and a sentence when the path cannot be had: somebody answers
+  /// Makes the folder if it is missing. False and a sentence when the path cannot be used: somebody answers
   /// there, something other than a socket is there, it is too long for an address, others can write to its
   /// folder. A socket that a dead daemon left may be replaced.
   bool claim(std::string* error);

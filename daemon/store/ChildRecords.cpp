@@ -7,7 +7,7 @@ namespace keldane {
 ChildRecords::ChildRecords(const Store& store)
     : database_(store.path(), SQLite::OPEN_READONLY | SQLite::OPEN_NOFOLLOW, sql::kBusyMilliseconds) {}
 
-// What lies below a folder in it is skipped, so that this takes as long as there are children.
+// The records below a subfolder are skipped, so the time depends on the number of direct children only.
 void ChildRecords::visit(const std::string& folder, const OnFile& onFile, const OnFolder& onFolder) {
   if (!query_) {
     query_.emplace(database_,

@@ -1,4 +1,4 @@
-// The records of one folder after the other, for whoever walks through many.
+// Reads the records of one folder after another, for a walk through many folders.
 #pragma once
 
 #include <SQLiteCpp/SQLiteCpp.h>
@@ -26,7 +26,7 @@ class ChildRecords {
 
  private:
   SQLite::Database database_;
-  std::optional<SQLite::Statement> query_;  // kept, because to make it takes longer than to ask it
+  std::optional<SQLite::Statement> query_;  // kept, because preparing it takes longer than running it
 };
 
 }  // namespace keldane

@@ -1,4 +1,4 @@
-// Which snapshots hold a version.
+// Finds the snapshots that hold a version of a file.
 #pragma once
 
 #include <SQLiteCpp/SQLiteCpp.h>
@@ -19,7 +19,7 @@ struct FullInterval {
   std::optional<std::int64_t> first, last;
 };
 
-/// The snapshots that are known, read at once: they are some hundred.
+/// All known snapshots, read at one time. There are a few hundred of them.
 struct SnapshotTable {
   explicit SnapshotTable(SQLite::Database& database);
 
@@ -27,7 +27,7 @@ struct SnapshotTable {
   std::vector<std::uint32_t> fulls;  ///< the numbers of the full ones, growing
 };
 
-/// Answers which snapshots of a table hold a version. One thread; the caller holds what guards the
+/// Answers which snapshots of a table hold a version. One thread; the caller holds the mutex that guards the
 /// connection.
 class Holders {
  public:
@@ -37,9 +37,9 @@ class Holders {
 
   /// The numbers of all snapshots that hold it; partial ones first.
   std::vector<std::uint32_t> all(std::int64_t file, std::int64_t version, const FullInterval& interval);
-  /// The one to fetch it from; null when none is left. A restore takes one run of the storage program for
-  /// each snapshot, so the one is chosen that holds most: the last full one up to `upTo`, else the last full
-  /// one, else the last partial one.
+  /// The snapshot to fetch the version from; null when none is left. A restore runs the storage program once
+  /// for each snapshot, so the one that holds most is chosen: the last full one up to `upTo`, else the last
+  /// full one, else the last partial one.
   const SnapshotRecord* best(std::int64_t file, std::int64_t version, const FullInterval& interval,
                              std::uint32_t upTo);
 

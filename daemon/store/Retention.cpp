@@ -42,7 +42,7 @@ class NewestOfEach {
 };
 
 std::int64_t periodOf(double time, double length) {
-  constexpr double kLimit = 1e15;  // a time that is no number, or none of this world, lies in the last period
+  constexpr double kLimit = 1e15;  // NaN and times beyond this limit lie in the last period
   const double period = std::floor(time / length);
   return static_cast<std::int64_t>(period < kLimit ? std::max(period, -kLimit) : kLimit);
 }
@@ -93,7 +93,8 @@ std::set<std::uint32_t> keptByTime(const std::vector<SnapshotRecord>& snapshots,
 ItemsBySnapshot cover(const ItemsBySnapshot& holders, std::size_t itemCount) {
   ItemsBySnapshot chosen;
   std::vector<bool> isCovered(itemCount, false);
-  // A count only falls while others are chosen, so it is brought up to date when it comes to the top.
+  // A count can only become smaller while others are chosen, so it is computed again when it comes to the
+  // top.
   std::priority_queue<std::pair<std::size_t, std::uint32_t>> byCount;
   for (const auto& [snapshot, items] : holders) {
     byCount.emplace(items.size(), snapshot);

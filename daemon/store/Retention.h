@@ -1,14 +1,14 @@
-// What may be forgotten: decisions without a database.
+// Decides which snapshots may be forgotten. These functions use no database.
 //
-// Kept by time are: all snapshots of the last hour and of the future (the clock may have been set back); of
-// the last 24 hours the newest of each hour; of the last 30 days the newest of each day; of the last 365 days
-// the newest of each ISO week; and the newest full one always. Hours, days and weeks are counted in UTC.
-// Where a day or a week has full snapshots, the newest full one stands for it, because a partial one holds a
-// part of the state only. Gathered snapshots are copies and stand for no time.
+// These snapshots are kept for their time: all of the last hour and of the future, because the clock may have
+// been set back; the newest of each of the last 24 hours; the newest of each of the last 30 days; the newest
+// of each ISO week of the last 365 days; and always the newest full one. Hours, days and weeks are counted in
+// UTC. When a day or a week has full snapshots, its newest full one is kept, because a partial one holds only
+// a part of the state. Gathered snapshots are copies and are kept for no time.
 //
-// Kept besides are as few as can be found of those that hold a version that is needed: the newest of a file
-// that is on the disk, or that was removed less than the set time ago; if that is damaged, also the newest
-// undamaged.
+// In addition, as few snapshots as possible are kept so that every needed version is in one of them. The
+// newest version of a file is needed while the file is on the disk, and for a set time after it was removed.
+// When that version is damaged, the newest undamaged one is needed too.
 #pragma once
 
 #include <cstddef>
@@ -21,9 +21,9 @@
 
 namespace keldane::retention {
 
-/// Which hour, day and ISO week a time (seconds since the UNIX epoch) lies in, counted from the epoch.
-/// Partial snapshots of one hour are thinned to the newest, so that one should hold what the others of its
-/// hour hold.
+/// The hour, day and ISO week of a time (seconds since the UNIX epoch), counted from the epoch. Of the
+/// partial snapshots of one hour only the newest is kept, so it should hold what the others of that hour
+/// hold.
 std::int64_t hourOf(double time);
 std::int64_t dayOf(double time);
 std::int64_t weekOf(double time);
@@ -33,20 +33,21 @@ std::set<std::uint32_t> keptByTime(const std::vector<SnapshotRecord>& snapshots,
 
 /// Items, as indices from 0 on, by the number of a snapshot that holds them.
 using ItemsBySnapshot = std::map<std::uint32_t, std::vector<std::size_t>>;
-/// Chooses snapshots that together hold all items: the one that holds most of those that are left, again and
-/// again. Answers for each that was chosen the items that it was chosen for.
+/// Chooses snapshots that together hold all items. Each step takes the snapshot that holds most of the
+/// remaining items. The result has the items for which each snapshot was chosen.
 ItemsBySnapshot cover(const ItemsBySnapshot& holders, std::size_t itemCount);
 
 /// A snapshot that is kept for the sake of single versions.
 struct Pin {
   std::uint32_t snapshot = 0;
   bool isGathered = false;
-  std::uint64_t bytes = 0;  ///< of these versions
+  std::uint64_t bytes = 0;  ///< the size of these versions
 };
-/// More pins than this, of either kind, are worth gathering.
+/// When there are more pins than this, of either kind, gathering is worth the work.
 inline constexpr std::size_t kMostPins = 48;
-/// The pins whose versions are to be gathered: none, while there are few; else the smallest ones, at most
-/// about `mostBytes` in total. What was gathered before is gathered again only when there are many of those.
+/// The pins whose versions are to be gathered. There are none while pins are few; otherwise they are the
+/// smallest ones, at most about `mostBytes` in total. Versions that were gathered before are gathered again
+/// only when there are many such pins.
 std::vector<std::uint32_t> worthGathering(std::vector<Pin> pins, std::uint64_t mostBytes);
 
 }  // namespace keldane::retention

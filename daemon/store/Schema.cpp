@@ -35,10 +35,10 @@ CREATE TABLE IF NOT EXISTS counters(number INTEGER NOT NULL, first_full INTEGER,
 INSERT INTO counters SELECT 0, NULL, NULL, 0, 0, 0, 0 WHERE NOT EXISTS(SELECT 1 FROM counters);
 )";
 
-// `files` holds the newest version of each file, `versions` the older ones. Which snapshots hold a version:
-// every existing full snapshot whose number lies from first_full to last_full, or in one of the rows that
-// `spans` has for it (there is one where a full snapshot did not hold it but an earlier one did), and the
-// partial snapshots that `held` names.
+// `files` holds the newest version of each file, `versions` the older ones. A version is held by every
+// existing full snapshot whose number lies from first_full to last_full or in one of its rows in `spans`, and
+// by the partial snapshots that `held` names. A version has a row in `spans` when a full snapshot between two
+// others that hold it did not hold it.
 constexpr char kCatalogue[] = R"(
 CREATE TABLE IF NOT EXISTS files(path TEXT PRIMARY KEY, id INTEGER NOT NULL, version INTEGER NOT NULL,
   size INTEGER NOT NULL, modified INTEGER NOT NULL, changed INTEGER NOT NULL, date REAL NOT NULL,
@@ -94,7 +94,7 @@ DROP TABLE IF EXISTS marks;
 UPDATE counters SET first_full = NULL, last_full = NULL, files = 0, bytes = 0, failures = 0, large = 0;
 )";
 
-// The second format kept the sum of the sizes in one number.
+// The second format kept the sum of the sizes as one number.
 constexpr char kFromSecondFormat[] = R"(
 DROP TRIGGER file_added;
 DROP TRIGGER file_dropped;
@@ -106,8 +106,8 @@ UPDATE counters SET (bytes, large) =
 
 }  // namespace
 
-// The file is made by us before SQLite opens it: the names of a user's files are nobody else's affair. SQLite
-// is told not to follow symbolic links, so the path is answered without them.
+// The file is made here, before SQLite opens it, so that nobody else can ever read the names of a user's
+// files. SQLite is told not to follow symbolic links, so the path is answered without them.
 std::string privateFile(const std::string& file) {
   std::error_code error;
   const fs::path folder = fs::canonical(fs::path(file).parent_path(), error);
@@ -135,7 +135,7 @@ void prepare(SQLite::Database& database) {
   }
   database.exec("PRAGMA journal_mode=WAL");
   database.exec("PRAGMA synchronous=NORMAL");
-  // To overwrite what is deleted would double the writing, and the file is its owner's alone.
+  // Overwriting deleted data would double the writes, and nobody but its owner can read the file.
   database.exec("PRAGMA secure_delete=FAST");
   SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
   if (format < kFormat) {

@@ -1,4 +1,4 @@
-// Work on the store in short transactions, between which others get their turn.
+// Work on the store in short transactions, so that others get their turn between them.
 #pragma once
 
 #include <algorithm>

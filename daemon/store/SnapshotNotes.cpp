@@ -78,7 +78,7 @@ void SnapshotNotes::note(const std::string& path, const FileState& state, std::u
 
 void SnapshotNotes::confirm(const std::string& path) {
   if (snapshot_.full && sql::run(extendAtEnd_, path, snapshot_.number, previousFull_) > 0) {
-    return;  // as nearly all of them are
+    return;  // this is so for nearly all of them
   }
   const std::optional<Row> row = newest(path);
   if (!row) {
@@ -152,8 +152,8 @@ void SnapshotNotes::hold(const Row& row, Place place) {
 }
 
 // A version is in every existing full snapshot of its interval, so the interval may grow only over numbers of
-// which no full snapshot is known. Where one lies between, the interval nearer to the end of time stays with
-// the version, and the other becomes a span.
+// which no full snapshot is known. When one lies between, the later interval stays with the version, and the
+// earlier one becomes a span.
 void SnapshotNotes::extend(const Row& row, Place place) {
   const std::int64_t number = snapshot_.number;
   if (!row.firstFull || !row.lastFull) {

@@ -1,4 +1,4 @@
-// Writes down what one snapshot holds.
+// Records the contents of one snapshot in the catalogue.
 #pragma once
 
 #include <SQLiteCpp/SQLiteCpp.h>
@@ -12,22 +12,22 @@
 
 namespace keldane {
 
-/// Notes versions and which of them a snapshot holds, whose own row is there already. Made for one snapshot;
-/// the caller holds the connection's mutex and a transaction during each call.
+/// Records versions and which of them a snapshot holds. The snapshot's own row exists already. An object is
+/// made for one snapshot; the caller holds the connection's mutex and a transaction during each call.
 class SnapshotNotes {
  public:
   SnapshotNotes(SQLite::Database& database, const SnapshotRecord& snapshot);
 
-  /// Call at the begin of each transaction: others may have written since the last.
+  /// To be called at the beginning of each transaction, because others may have written since the last one.
   void begin();
-  /// The snapshot holds a version of a file, which becomes known unless it is. With `isThere`, a removal that
-  /// was noted before the snapshot's time is taken back.
+  /// Records that the snapshot holds a version of a file. A version that is not known yet is added. With
+  /// `isThere`, a removal that was recorded before the snapshot's time is cancelled.
   void note(const std::string& path, const FileState& state, std::uint32_t version, double date,
             bool isThere);
-  /// The snapshot holds the newest version of a file up to its own number. Nothing is done where there is
-  /// none.
+  /// Records that the snapshot holds the newest version of a file up to its own number. Without such a
+  /// version it does nothing.
   void confirm(const std::string& path);
-  /// The snapshot holds that version of a file. Nothing is done where that is not known.
+  /// Records that the snapshot holds that version of a file. It does nothing when the version is not known.
   void confirm(const std::string& path, std::uint32_t version);
   void clearFailure(const std::string& path);
 

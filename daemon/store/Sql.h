@@ -1,4 +1,4 @@
-// Small helpers of the store's own files: binding, rewinding, ranges of paths.
+// Small helpers for the files of this folder: binding values, resetting statements, ranges of paths.
 #pragma once
 
 #include <SQLiteCpp/SQLiteCpp.h>
@@ -21,12 +21,12 @@ namespace keldane::sql {
 inline constexpr std::size_t kSlice = 500;
 inline constexpr int kBusyMilliseconds = 5000;
 
-/// To be called between two slices. A thread that waits for the mutex is woken when it is given back; without
-/// a pause the one that has just had it would always be first.
+/// To be called between two slices. A thread that waits for the mutex is woken when the mutex is released.
+/// Without this pause the thread that has just released it would always take it again first.
 inline void letOthersIn() { std::this_thread::sleep_for(std::chrono::microseconds(50)); }
 
-/// A connection of one's own for a long question: it sees one state while a transaction lasts, and nobody
-/// waits for it.
+/// A connection of its own for a long query. It sees one state while a transaction lasts, and nobody has to
+/// wait for it.
 class LongQuestion {
  public:
   explicit LongQuestion(const std::string& path)
@@ -39,7 +39,7 @@ class LongQuestion {
   SQLite::Transaction transaction_;
 };
 
-/// Ends a query that is kept for the next time, without which it would hold the state that it reads.
+/// Resets a kept query at the end of the scope. Otherwise it would hold on to the state that it reads.
 class Rewinding {
  public:
   explicit Rewinding(SQLite::Statement& statement) : statement_(statement) {}
@@ -51,7 +51,7 @@ class Rewinding {
   SQLite::Statement& statement_;
 };
 
-/// A statement that is prepared at its first use, which takes longer than most uses, and kept.
+/// A statement that is prepared at its first use and kept, because preparing takes longer than most uses.
 class KeptStatement {
  public:
   KeptStatement(SQLite::Database& database, const char* text) : database_(database), text_(text) {}
@@ -85,7 +85,7 @@ SQLite::Statement& bindAll(SQLite::Statement& statement, const Values&... values
   return statement;
 }
 
-/// Runs a statement once, which may be run again, and answers how many rows it changed.
+/// Runs a statement, which can be run again, and answers how many rows it changed.
 template <class... Values>
 int run(SQLite::Statement& statement, const Values&... values) {
   const Rewinding rewinding(statement);
@@ -96,7 +96,7 @@ int run(KeptStatement& statement, const Values&... values) {
   return run(statement.get(), values...);
 }
 
-/// Runs a statement that is not kept.
+/// Prepares a statement, runs it once, and does not keep it.
 template <class... Values>
 int runOnce(SQLite::Database& database, const char* text, const Values&... values) {
   SQLite::Statement statement(database, text);

@@ -1,4 +1,4 @@
-// Opening, and what does not belong to the catalogue: rules, types, priorities, settings and profile.
+// Opening the file, and everything but the catalogue: rules, types, priorities, settings and profile.
 #include "daemon/store/Store.h"
 
 #include <sqlite3.h>
@@ -25,7 +25,7 @@ Store::Store(const std::string& file)
   finishRemoval();
 }
 
-// Remembers whether it went well.
+// Runs the work and remembers whether it succeeded.
 template <class Work>
 void Store::writing(const Work& work) {
   try {

@@ -1,4 +1,4 @@
-// What the daemon knows, in an SQLite file: rules, settings, jobs, and the catalogue of what is stored.
+// The daemon's memory, an SQLite file: rules, settings, jobs of restoring, and the catalogue of stored files.
 #pragma once
 
 #include <SQLiteCpp/SQLiteCpp.h>
@@ -24,14 +24,14 @@ struct SnapshotTable;
 /// How a file looked when it was stored. Times are nanoseconds since the UNIX epoch.
 struct FileState {
   std::uint64_t size = 0;          ///< bytes
-  std::int64_t modified = 0;       ///< of the contents
-  std::int64_t statusChanged = 0;  ///< of anything: contents, mode, owner, name
+  std::int64_t modified = 0;       ///< the last change of the contents
+  std::int64_t statusChanged = 0;  ///< the last change of anything: contents, mode, owner, name
   bool operator==(const FileState&) const = default;
 };
 
 /// The newest stored version of a file.
 struct BackupRecord : FileState {
-  double date = 0;            ///< of the backup, seconds since the UNIX epoch
+  double date = 0;            ///< the time of the backup, seconds since the UNIX epoch
   std::uint32_t version = 0;  ///< the number of the backup that stored it
   bool damaged = false;       ///< a check found that its stored bytes are not whole
   bool removed = false;       ///< it was deleted on the disk
@@ -41,8 +41,8 @@ struct BackupRecord : FileState {
 struct VersionRecord : FileState {
   std::uint32_t version = 0;
   double date = 0;
-  std::string snapshot;  ///< one that has it
-  std::string prefix;    ///< what stands before the file's path there; empty but for gathered versions
+  std::string snapshot;  ///< a snapshot that holds it
+  std::string prefix;    ///< precedes the file's path in the snapshot; empty except for gathered versions
   bool damaged = false;
 };
 
@@ -68,10 +68,9 @@ struct FailureRecord {
   double since = 0;  ///< seconds since the UNIX epoch
 };
 
-/// Rules, settings and catalogue. Every change is on its way to the file when an operation returns: the
-/// write-ahead log keeps it through the death of this process. The catalogue can be made anew from the
-/// repository; rules and settings are also in each snapshot's manifest. Throws SQLite::Exception when the
-/// file cannot be used.
+/// Rules, settings and catalogue. When an operation returns, its change is in the write-ahead log and
+/// survives the death of this process. The catalogue can be made anew from the repository; rules and settings
+/// are also in each snapshot's manifest. Throws SQLite::Exception when the file cannot be used.
 ///
 /// Any thread. There is a connection that writes and one that reads, each under a mutex of its own, so that a
 /// question about a file does not wait for what is being written. Long operations write in transactions of
@@ -81,7 +80,7 @@ class Store {
  public:
   /// Opens or makes the file, readable to its owner alone. A symbolic link, and a file of another user, is
   /// not used; nor is a file of a newer format. A file of an older format keeps its rules, types, priorities,
-  /// settings and profile; its records knew of nothing that was stored and go.
+  /// settings and profile; its records of files are dropped, because they did not describe anything stored.
   explicit Store(const std::string& file);
 
   /// The file, without symbolic links.
@@ -89,7 +88,7 @@ class Store {
 
   // --- Rules and settings ---
 
-  /// Whether a path is included, by path.
+  /// The rules: whether a path is included, by path.
   std::map<std::string, bool> rules();
   void setRule(const std::string& path, bool included);
   void removeRule(const std::string& path);
@@ -99,7 +98,7 @@ class Store {
   void setType(const std::string& type, std::uint32_t toggle);
   void removeType(const std::string& type);
 
-  /// When a path was given priority, as a growing number, by path.
+  /// The paths with priority. The number grows with each path, so it tells their order.
   std::map<std::string, std::int64_t> priorities();
   void addPriority(const std::string& path);
   void removePriority(const std::string& path);
@@ -109,14 +108,15 @@ class Store {
   std::optional<std::string> value(Table table, const std::string& key);
   void setValue(Table table, const std::string& key, const std::string& value);
   std::map<std::string, std::string> values(Table table);
-  /// From now on `value` answers this one, if nothing was set, or always, if it is fixed: then `setValue`
-  /// leaves all as it is. Not kept in the file. Before any other thread uses the store.
+  /// Sets a value of the administrator's, which is not kept in the file. `value` answers it while nothing
+  /// else was set, or always when it is fixed; `setValue` then changes nothing. To be called before any other
+  /// thread uses the store.
   void administer(Table table, const std::string& key, const std::string& value, bool fixed);
   bool isFixed(Table table, const std::string& key) const;
 
-  /// Why rules and settings cannot be written, a sentence for people; absent while all is well. When the last
-  /// change could not be written this tries a small one itself, at most every two seconds, so that it is over
-  /// when the cause is.
+  /// The reason why rules and settings cannot be written, as a sentence for people; absent while they can.
+  /// After a failed change this function itself tries a small write, at most every two seconds, so that it
+  /// notices when the cause is gone.
   std::optional<std::string> trouble();
 
   /// What the last looks at the disk found at paths, as numbers that the caller gives; 0 takes a path out. It
@@ -142,17 +142,17 @@ class Store {
   bool hasRecordBelow(const std::string& folder);
   /// Whether a file that was not removed is stored at or below a path.
   bool holdsFiles(const std::string& path);
-  /// Called with each record at or below a path, in the order of the paths; false ends it. No lock is held
-  /// during the call, so it may use the store.
+  /// Called with each record at or below a path, in the order of the paths. It answers false to end the
+  /// visit. No lock is held during the call, so it may use the store.
   using VisitRecord = std::function<bool(const std::string& path, const BackupRecord& record)>;
   void visitRecords(const std::string& path, const VisitRecord& visit);
 
   /// The versions of a file that a snapshot holds, newest first, at most `most`.
   std::vector<VersionRecord> versions(const std::string& path, std::size_t most = 100);
-  /// The files at or below a path as they were at a backup: of each the newest version whose number is at
-  /// most `number` (0: the newest of all) and whose date is at most `before` (0: no bound). A file that was
-  /// removed before that is left out, unless `number` is 0 and `before` is 0. The snapshots that are named
-  /// are as few as is cheap to tell. Loads all of it.
+  /// The files at or below a path as they were at a backup. For each file it answers the newest version whose
+  /// number is at most `number` (0: any) and whose date is at most `before` (0: any). A file that was removed
+  /// before that is left out, unless both are 0. The versions name few different snapshots, as far as that is
+  /// cheap to find out. All of them are in memory at once.
   std::vector<std::pair<std::string, VersionRecord>> versionsBelow(const std::string& path,
                                                                    std::uint32_t number, double before);
 
@@ -160,82 +160,85 @@ class Store {
   std::vector<std::string> sample(std::size_t most);
 
   struct Totals {
-    /// Of the newest versions of what is still there. More bytes than a number holds are the largest number.
+    /// These count the newest versions of files that are still on the disk. A sum of bytes beyond the range
+    /// is the largest number.
     std::uint64_t files = 0, bytes = 0;
   };
   Totals totals();
 
   /// The highest number that a backup ever had; 0 before the first.
   std::uint32_t highestNumber();
-  /// Takes the next number. It is on the disk when this returns and is never given again, whatever becomes of
-  /// the backup.
+  /// Takes the next number. It is on the disk when this returns and is never given again, whether or not the
+  /// backup succeeds.
   std::uint32_t takeNumber();
   void raiseHighestNumber(std::uint32_t number);
 
-  /// Notes a finished snapshot and what it stored: `stored` are new versions with the snapshot's number,
-  /// `confirmed` are paths whose newest version up to that number the snapshot holds as well; one of which
-  /// nothing is stored is passed over. Clears what failed of them, and that they were removed before the
-  /// snapshot's time.
+  /// Records a finished snapshot. `stored` are new versions with the snapshot's number. `confirmed` are paths
+  /// whose newest version up to that number is also in the snapshot; paths without a stored version are
+  /// ignored. The failures of all these paths are cleared, and removals before the snapshot's time are
+  /// cancelled.
   void addSnapshot(const SnapshotRecord& snapshot, const std::vector<StoredFile>& stored,
                    const std::vector<std::string>& confirmed);
-  /// Notes a partial snapshot with a prefix, into which stored versions were copied: paths with the numbers
-  /// of their versions. What is no longer known is passed over.
+  /// Records a partial snapshot with a prefix, into which stored versions were copied. The versions are given
+  /// as paths and numbers; unknown ones are ignored.
   void addGathered(const SnapshotRecord& snapshot,
                    const std::vector<std::pair<std::string, std::uint32_t>>& versions);
-  /// All that are known, by number.
+  /// All known snapshots, by number.
   std::vector<SnapshotRecord> snapshots();
-  /// Takes snapshots out, and the versions that no other snapshot holds. A file whose newest version goes has
-  /// the newest that is left; one that has none left is not stored.
+  /// Removes snapshots, and the versions that no other snapshot holds. If the newest version of a file is
+  /// removed, the newest remaining one takes its place. A file without a remaining version counts as not
+  /// stored.
   void removeSnapshots(const std::vector<std::uint32_t>& numbers);
   /// Sets the snapshots' whole ids, by number.
   void setSnapshotIds(const std::map<std::uint32_t, std::string>& ids);
 
-  /// `removed`: notes that the file, and every file below that path, is no longer on the disk since `date`,
-  /// and drops what failed there. A file that was removed earlier keeps its date. Otherwise notes that the
-  /// file of exactly that path is there again.
+  /// With `removed`, records that the file and every file below that path are no longer on the disk since
+  /// `date`, and clears their failures. A file that was removed earlier keeps its date. Without `removed`,
+  /// records that the file of exactly that path is there again.
   void setRemoved(const std::string& path, bool removed, double date);
 
-  /// What retention keeps.
+  /// The settings of retention.
   struct Retention {
     double keepDeleted = 90 * 86400.0;  ///< seconds for which versions of deleted files are kept
   };
-  /// The snapshots that may be forgotten at a time, in seconds since the UNIX epoch. Retention.h tells the
-  /// rules. Takes up to some seconds, during which nobody waits for it.
+  /// The snapshots that may be forgotten at the time `now`, in seconds since the UNIX epoch. Retention.h has
+  /// the rules. This can take some seconds, but no other operation waits for it.
   std::vector<SnapshotRecord> forgettable(double now, const Retention& rules);
-  /// Versions for whose sake alone many snapshots are kept. When they were stored again together, each at the
-  /// prefix of a new snapshot, and noted by addGathered, those snapshots may be forgotten. Each version names
-  /// a snapshot and a prefix to fetch it from. Empty while it is not worth the work; at most about
-  /// `mostBytes`.
+  /// The versions that are the only reason for keeping many snapshots. Once they were stored again together
+  /// under the prefix of a new snapshot, and recorded by addGathered, those snapshots may be forgotten. Each
+  /// version names a snapshot and a prefix to fetch it from. The result is empty while gathering is not worth
+  /// the work, and has at most about `mostBytes`.
   std::vector<std::pair<std::string, VersionRecord>> gatherable(double now, const Retention& rules,
                                                                 std::uint64_t mostBytes);
 
-  /// The version of a file that a snapshot holds is damaged: it has a part in a damaged pack. The snapshot's
-  /// id may be a beginning of it, of at least 8 digits.
+  /// Records that the version of a file in a snapshot is damaged, because a part of it is in a damaged pack.
+  /// `snapshot` is an id or the beginning of one, of at least 8 digits.
   void setDamaged(const std::string& path, const std::string& snapshot);
 
   // --- Failures ---
 
-  /// Notes why a file could not be stored. When it failed first is kept.
+  /// Records why a file could not be stored. The date of its first failure is kept.
   void setFailure(const std::string& path, const std::string& reason, double date);
   void clearFailure(const std::string& path);
   std::optional<std::string> failure(const std::string& path);
-  /// In the order of the paths.
+  /// The failures in the order of their paths, at most `most`.
   std::vector<FailureRecord> failures(std::size_t most = 1000);
   std::uint64_t failureCount();
   /// Whether something failed at a folder or below it.
   bool hasFailureBelow(const std::string& folder);
   /// The failures at or below a path, by path, with their reasons.
   std::map<std::string, std::string> failuresBelow(const std::string& path);
-  /// Drops what failed at a path and below it.
+  /// Removes the failures at a path and below it.
   void clearFailuresBelow(const std::string& path);
 
   // --- Making the catalogue anew ---
 
-  /// Drops the whole catalogue, failures included; rules, settings, jobs of restoring and numbers stay.
+  /// Deletes the whole catalogue with its failures. Rules, settings, jobs of restoring and numbers stay.
   void clearCatalogue();
-  /// Notes what a snapshot holds, as its manifest and contents tell it. A version that another snapshot told
-  /// of is the same version. Snapshots may come in any order (that of their numbers, up or down, takes the
-  /// least room), more than once, and each in several parts. Raises the highest number.
+  /// Records what a snapshot holds according to its manifest and contents. Versions with the same number that
+  /// are found in several snapshots are one version. Snapshots may be recorded in any order, more than once,
+  /// and each in several parts; the rising or falling order of their numbers takes the least room. The
+  /// highest number is raised.
   struct RebuiltVersion {
     std::string path;
     FileState state;
@@ -255,9 +258,9 @@ class Store {
   };
   /// Takes the next number, keeps the job and answers the number.
   std::uint32_t addRestore(const RestoreRecord& job);
-  /// Does nothing for an unknown number.
+  /// Replaces the record of a job. It does nothing for an unknown number.
   void setRestore(const RestoreRecord& job);
-  /// By number.
+  /// All jobs, by number.
   std::vector<RestoreRecord> restores();
   void removeRestore(std::uint32_t number);
 
@@ -285,17 +288,18 @@ class Store {
   };
 
   const std::string path_;
-  std::map<std::pair<Table, std::string>, Administered> administered_;  // does not change once threads use it
+  std::map<std::pair<Table, std::string>, Administered> administered_;  // set before other threads come
   Mutex mutex_{{.name = "Store.mutex"}};
   SQLite::Database database_ KELDANE_GUARDED_BY(mutex_);
   std::atomic<bool> hasTrouble_ = false;
   std::string trouble_ KELDANE_GUARDED_BY(mutex_);
-  std::chrono::steady_clock::time_point nextTry_ KELDANE_GUARDED_BY(mutex_);  // of a small change
+  std::chrono::steady_clock::time_point nextTry_ KELDANE_GUARDED_BY(mutex_);  // of a small write
   Mutex readMutex_{{.name = "Store.readMutex", .leaf = true}};
   SQLite::Database reader_ KELDANE_GUARDED_BY(readMutex_);  // never writes
-  // Kept, because to make it takes longer than to ask it, and a menu asks four times a file.
+  // The query is kept, because preparing it takes longer than running it, and a menu runs it four times for
+  // each file.
   std::optional<SQLite::Statement> recordQuery_ KELDANE_GUARDED_BY(readMutex_);
-  std::shared_ptr<const SnapshotTable> snapshotTable_ KELDANE_GUARDED_BY(readMutex_);  // null: to be read
+  std::shared_ptr<const SnapshotTable> snapshotTable_ KELDANE_GUARDED_BY(readMutex_);  // null: not read yet
   Mutex removalMutex_{{.name = "Store.removalMutex"}};  // taken before the others
 };
 

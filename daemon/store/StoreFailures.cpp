@@ -1,4 +1,4 @@
-// Files that could not be stored, and why.
+// The files that could not be stored, and the reasons.
 #include "daemon/store/Sql.h"
 #include "daemon/store/Store.h"
 

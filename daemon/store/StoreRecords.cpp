@@ -1,4 +1,4 @@
-// The newest version of each file: one by its path, those of a folder, all below a path, and their totals.
+// The newest version of each file: by its path, for a folder, for everything below a path, and in total.
 #include <sqlite3.h>
 
 #include <algorithm>
@@ -43,8 +43,8 @@ std::set<std::string> Store::damagedFiles() {
   return paths;
 }
 
-// Steps over a folder's children in the order of their paths. What lies below a folder in it is skipped, so
-// that this takes as long as there are children, whatever is below.
+// Steps over a folder's children in the order of their paths. The records below a subfolder are skipped, so
+// the time depends on the number of direct children only.
 template <class OnFile, class OnFolder>
 void Store::visitChildren(const std::string& folder, const OnFile& onFile, const OnFolder& onFolder) {
   const sql::Below below(folder);
@@ -65,7 +65,7 @@ void Store::visitChildren(const std::string& folder, const OnFile& onFile, const
       std::string path = row.getColumn(0).getString();
       const std::size_t slash = path.find('/', below.from.size());
       if (slash == std::string::npos) {
-        from = path + '\0';  // the least of the paths after it
+        from = path + '\0';  // the smallest path after this one
         onFile(std::move(path), row);
         continue;
       }

@@ -1,5 +1,5 @@
-// What goes: snapshots that are forgotten with the versions that they alone held, files that were deleted on
-// the disk, and versions that are damaged.
+// Removal from the catalogue: snapshots that are forgotten, with the versions that only they held; files that
+// were deleted on the disk; and versions that are damaged.
 #include <utility>
 
 #include "daemon/store/Slices.h"
@@ -13,7 +13,7 @@ struct Version {
   std::int64_t version = 0;
 };
 
-/// Takes versions out that no snapshot holds.
+/// Removes the versions that no snapshot holds.
 class UnheldVersions {
  public:
   explicit UnheldVersions(SQLite::Database& database)
@@ -40,7 +40,7 @@ class UnheldVersions {
                       " (SELECT version FROM files WHERE id = ?1)"),
         dropFile_(database, "DELETE FROM files WHERE id = ?") {}
 
-  /// Drops the version if no snapshot that is known holds it.
+  /// Removes the version if no known snapshot holds it.
   void check(const Version& version) {
     if (answers(held_, version) || answers(inFull_, version) || answers(spanned_, version)) {
       return;
@@ -88,8 +88,8 @@ void Store::removeSnapshots(const std::vector<std::uint32_t>& numbers) {
   finishRemoval();
 }
 
-// Snapshots are noted as leaving first, so that a crash in the midst leaves no version that none holds: the
-// next start goes on here.
+// Snapshots are first recorded as leaving. After a crash the next start goes on here, so no version remains
+// that no snapshot holds.
 void Store::finishRemoval() {
   const ScopedLock removal(removalMutex_);
   std::vector<std::uint32_t> leaving;
@@ -118,7 +118,7 @@ void Store::finishRemoval() {
   }
 }
 
-// Takes out what the snapshots that leave are said to hold.
+// Removes the records of what the leaving snapshots hold.
 void Store::removeHeld() {
   std::optional<UnheldVersions> unheld;
   untilDone([&](SQLite::Database& database) {
@@ -141,8 +141,8 @@ void Store::removeHeld() {
   });
 }
 
-// Every version whose interval has lost its last full snapshot is looked at. They are found on a connection
-// of their own, for which nobody waits.
+// Every version whose interval has lost its last full snapshot is looked at. They are searched on a
+// connection of its own, so nobody has to wait for the search.
 void Store::removeUnheld() {
   std::vector<Version> candidates;
   {

@@ -1,4 +1,4 @@
-// Jobs of restoring, which survive the daemon.
+// The jobs of restoring, which survive the end of the daemon.
 #include "daemon/store/Sql.h"
 #include "daemon/store/Store.h"
 

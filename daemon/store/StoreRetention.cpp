@@ -1,5 +1,5 @@
-// What may be forgotten, and what is worth gathering: the questions to the catalogue. They are asked on a
-// connection of their own, for which nobody waits.
+// The queries that decide what may be forgotten and what is worth gathering. They run on a connection of
+// their own, so nobody has to wait for them.
 #include <iterator>
 #include <memory>
 #include <utility>
@@ -15,7 +15,7 @@ namespace {
 
 using retention::ItemsBySnapshot;
 
-/// The needed versions that no snapshot holds which is kept for its time, and who holds them.
+/// The needed versions that are in no snapshot that is kept for its time, and the snapshots that hold them.
 struct Needed {
   struct Version {
     std::int64_t file = 0;
@@ -42,13 +42,13 @@ class RetentionQuery {
   SQLite::Database& database() { return question_.database(); }
   Holders& holders() { return holders_; }
   const Needed& needed() const { return needed_; }
-  /// Snapshots that are kept for the sake of single versions, which are indices in `needed().versions`.
+  /// The snapshots that are kept for single versions, which are given as indices in `needed().versions`.
   const ItemsBySnapshot& pins() const { return pins_; }
   bool isKept(std::uint32_t number) const { return kept_.contains(number) || pins_.contains(number); }
 
  private:
-  // Nearly all newest versions are in the newest full snapshot, so those are passed over at once. Of a
-  // damaged one the newest undamaged is needed, too.
+  // Nearly all newest versions are in the newest full snapshot, so those are passed over at once. When a
+  // newest version is damaged, the newest undamaged one is needed too.
   void findNeeded(double removedAfter) {
     std::int64_t newestFull = -1;
     for (const auto& [number, snapshot] : holders_.snapshots()) {
@@ -98,7 +98,7 @@ class RetentionQuery {
 
 using NamedVersion = std::pair<std::string, VersionRecord>;
 
-/// Reads what a needed version is, to fetch it from the snapshot.
+/// Reads the data of a needed version, so that it can be fetched from its snapshot.
 class VersionReader {
  public:
   explicit VersionReader(SQLite::Database& database)
@@ -157,7 +157,7 @@ std::vector<std::pair<std::string, VersionRecord>> Store::gatherable(double now,
       pin.bytes += versions[number].back().second.size;
       isWhole = isWhole && !versions[number].back().second.damaged;
     }
-    if (isWhole) {  // else it cannot be fetched, and the snapshot stays in any case
+    if (isWhole) {  // otherwise it cannot be fetched, and the snapshot is kept
       pins.push_back(pin);
     }
   }

@@ -1,5 +1,5 @@
-// Numbers, and snapshots that come: those of batches, those of gathered versions, and those that a repository
-// tells of when the catalogue is made anew.
+// Numbers of snapshots, and the recording of new ones: those of batches, those of gathered versions, and
+// those that are read from a repository when the catalogue is made anew.
 #include <set>
 #include <utility>
 
@@ -17,8 +17,7 @@ std::uint32_t Store::highestNumber() {
 
 std::uint32_t Store::takeNumber() {
   const ScopedLock guard(mutex_);
-  // A number that was used must not be given again after a loss of power either, so this one write is waited
-  // for.
+  // A used number must not be given again even after a loss of power, so this one write is synchronous.
   database_.exec("PRAGMA synchronous=FULL");
   try {
     database_.exec("UPDATE counters SET number = number + 1");
@@ -37,8 +36,8 @@ void Store::raiseHighestNumber(std::uint32_t number) {
 
 namespace {
 
-// A full snapshot with a number in the midst of others becomes known: what was said of the snapshots around
-// it is not said of this one.
+// Called when a full snapshot becomes known whose number lies between others. The intervals that cover it are
+// cut, because they say nothing about this snapshot.
 void cutIntervals(SQLite::Database& database, std::int64_t number) {
   for (const char* text : {
            "INSERT OR IGNORE INTO spans SELECT id, version, first_full, ?1 - 1 FROM files"
@@ -62,8 +61,8 @@ void cutIntervals(SQLite::Database& database, std::int64_t number) {
 
 }  // namespace
 
-// The row comes before what the snapshot holds, so that a crash between the two leaves
-// a snapshot of which less is known than is true, never a version in no snapshot.
+// The row is written before the contents of the snapshot. So a crash between the two can leave a snapshot
+// with incomplete contents, but never a version in no snapshot.
 void Store::addSnapshotRow(const SnapshotRecord& snapshot) {
   const ScopedLock guard(mutex_);
   SQLite::Transaction transaction(database_, SQLite::TransactionBehavior::IMMEDIATE);

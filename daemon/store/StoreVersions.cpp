@@ -1,4 +1,4 @@
-// The versions of a file, and those of all files below a path as of a backup.
+// The versions of a file, and the state of all files below a path at a past backup.
 #include <limits>
 #include <utility>
 
@@ -28,16 +28,16 @@ StoredVersion versionAt(SQLite::Statement& row, int column) {
   return version;
 }
 
-/// What a state of the past leaves out.
+/// The limits of a past state.
 struct AsOf {
   std::uint32_t number = std::numeric_limits<std::uint32_t>::max();
   double date = std::numeric_limits<double>::infinity();
-  std::optional<double> time;  ///< files that were removed up to it are left out
+  std::optional<double> time;  ///< files that were removed up to this time are left out
 
   bool has(const VersionRecord& version) const { return version.version <= number && version.date <= date; }
 };
 
-// The state is the earlier of the two that were asked for.
+// A number and a time may be given; the earlier of the two states counts.
 AsOf asOf(SQLite::Database& database, std::uint32_t number, double before) {
   AsOf bounds;
   if (number != 0) {
@@ -68,7 +68,7 @@ class StateReader {
                          " FROM versions WHERE file = ? AND version <= ? AND date <= ?"
                          " ORDER BY version DESC LIMIT 1") {}
 
-  /// Adds what lies in a range, the end of it excepted.
+  /// Adds the files of a range of paths, whose end is not included.
   void read(const std::string& from, const std::string& to,
             std::vector<std::pair<std::string, VersionRecord>>& found) {
     const sql::Rewinding rewinding(files_);
@@ -156,7 +156,7 @@ std::vector<std::pair<std::string, VersionRecord>> Store::versionsBelow(const st
   std::vector<std::pair<std::string, VersionRecord>> found;
   sql::LongQuestion question(path_);
   StateReader reader(question.database(), asOf(question.database(), number, before));
-  reader.read(path, path + '\0', found);  // the path itself
+  reader.read(path, path + '\0', found);  // the path itself, not what is below it
   const sql::Below below(path);
   reader.read(below.from, below.to, found);
   return found;

@@ -13,6 +13,7 @@
 #include "platform/runloop/RunLoop.h"
 #include "platform/syslog/SystemLog.h"
 #include "platform/threads/Mutex.h"
+#include "platform/threads/SignalsBlocked.h"
 
 namespace keldane {
 
@@ -54,7 +55,11 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
   void start() {
     const ScopedLock guard(mutex_);
     thread_ = ThreadState::starting;
-    if (!guarded([this] { std::thread([self = shared_from_this()] { self->run(); }).detach(); })) {
+    const auto begin = [this] {
+      const SignalsBlocked blocked;
+      std::thread([self = shared_from_this()] { self->run(); }).detach();
+    };
+    if (!guarded(begin)) {
       thread_ = ThreadState::stopped;
     }
     changed_.wait(mutex_, [this]() KELDANE_REQUIRES(mutex_) { return thread_ != ThreadState::starting; });

@@ -21,8 +21,8 @@ namespace {
 namespace fs = std::filesystem;
 
 /// The dictionary in a file. It is empty when there is no such file, and, with a log line, when the file
-/// cannot be used. `forGood` becomes false when the process lacks something now that it may have later, such
-/// as descriptors.
+/// cannot be used. `forGood` becomes false when a later attempt may succeed, because the process lacks
+/// descriptors or memory now.
 PropertyList readDictionary(const fs::path& file, bool* forGood) {
   int error = 0;
   const std::optional<Bytes> bytes = readFile(file.string(), &error);
@@ -113,7 +113,8 @@ std::shared_ptr<Bundle> Bundle::bundleForClass(const void* addressInClass) {
   Registry& all = registry();
   Dl_info info{};
   if (dladdr(addressInClass, &info) != 0 && info.dli_fname != nullptr) {
-    // One menu asks ten times, and resolving the name means a system call for each of its components.
+    // The answers are kept: one menu asks ten times, and resolving the name takes a system call for each of
+    // its components.
     const std::pair<const void*, std::string> module(info.dli_fbase, info.dli_fname);
     {
       const ScopedLock guard(all.mutex);
@@ -136,7 +137,7 @@ std::shared_ptr<Bundle> Bundle::bundleForClass(const void* addressInClass) {
 fs::path Bundle::executablePath() const {
   const PropertyList name = infoDictionary()["CFBundleExecutable"];
   const fs::path file(name.string());
-  // A plain name: the module lies in the bundle and nowhere else.
+  // Only a plain name is accepted, so the module lies in the bundle and nowhere else.
   return file.empty() || file != file.filename() || file == ".." ? fs::path()
                                                                  : path_ / "Contents" / "Linux" / file;
 }

@@ -18,13 +18,13 @@ namespace keldane {
 ///     Keldane.plugin/Contents/Linux/KeldaneCMM.so                         the module ("CFBundleExecutable")
 ///     Keldane.plugin/Contents/Resources/<language>.lproj/<table>.strings  UTF-8 or UTF-16
 ///
-/// There is one object a path in a process; what it has read it keeps. A file that is missing or broken reads
-/// as empty, with a log line when it is there but cannot be read; one that the process has no descriptor or
-/// memory for now is read again the next time. Any thread.
+/// A process has one object for each path, which keeps what it has read. A file that is missing or broken
+/// reads as empty. A file that is there but cannot be read is logged; when the reason is a lack of
+/// descriptors or memory, it is read again the next time. Any thread.
 class Bundle {
  public:
-  /// The process's own: the one the host declared, else the folder of the executable (with its Info.plist
-  /// beside or under Contents, if there is one).
+  /// The bundle of the process: the one that the host declared, else the folder of the executable, whose
+  /// Info.plist may lie beside it or under Contents.
   static std::shared_ptr<Bundle> mainBundle();
   static void setMainBundle(std::shared_ptr<Bundle> bundle);
   /// Null when there is no folder at the path.
@@ -36,7 +36,7 @@ class Bundle {
   const std::filesystem::path& bundlePath() const { return path_; }
   /// Path of the module that "CFBundleExecutable" names.
   std::filesystem::path executablePath() const;
-  /// As it stands in the file.
+  /// The information dictionary as it is in the file.
   PropertyList infoDictionary() const;
   /// A value of the dictionary. Variables of the environment in a text, such as "${XDG_RUNTIME_DIR}", are
   /// expanded, so that one installed bundle serves every user; absent when one is missing (see

@@ -29,7 +29,8 @@ std::shared_ptr<const Content> sharedContent(const AEDesc& desc) {
   return desc.dataHandle->content;
 }
 
-/// No exception crosses the boundary: what can be thrown here is that memory ran out.
+/// Runs an operation of the C interface, which may throw nothing. Running out of memory is the only failure
+/// that is thrown here.
 template <class Operation>
 OSErr guarded(const Operation& operation) {
   try {
@@ -41,15 +42,15 @@ OSErr guarded(const Operation& operation) {
 
 void makeNull(AEDesc* desc) { *desc = {typeNull, nullptr}; }
 
-/// Writes a new descriptor; what the result held before is not looked at.
+/// Writes a new descriptor. The former content of the result is neither read nor disposed of.
 OSErr store(DescType type, std::shared_ptr<const Content> content, AEDesc* result) {
   result->dataHandle = new AEDataStorageRecord{std::move(content), nullptr};
   result->descriptorType = type;
   return kNoErr;
 }
 
-/// The content for the caller's bytes. A 'cfst' gets a reference of its own; the caller's is taken over by
-/// `takeOver`, once nothing can fail any more.
+/// The content for the caller's bytes. An item of type 'cfst' gets a reference of its own. `takeOver`
+/// releases the caller's reference once nothing can fail any more.
 OSErr makeItem(DescType type, const void* data, std::size_t size, DescriptorItem& item) {
   if (data == nullptr && size > 0) {
     return kParamErr;

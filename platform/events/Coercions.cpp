@@ -63,7 +63,7 @@ ContentPointer stringReferenceFrom(std::string_view text) {
 }  // namespace
 
 ContentPointer coerceContent(DescType type, ContentPointer content, DescType toType) {
-  // Nesting is bounded where items are put, so this ends.
+  // This loop ends, because the nesting is bounded when items are put in.
   while (type == typeAEList && toType != typeAEList && toType != typeWildCard) {
     if (content->items.size() != 1) {
       return nullptr;

@@ -1,4 +1,4 @@
-// From one descriptor type to another; for this folder only.
+// Conversions from one descriptor type to another. This header is for this folder only.
 #pragma once
 
 #include "platform/events/DescriptorContent.h"

@@ -1,4 +1,4 @@
-// What lies behind a descriptor's handle; for this folder only.
+// The content behind a descriptor's handle. This header is for this folder only.
 #pragma once
 
 #include <memory>
@@ -19,8 +19,8 @@ struct DescriptorItem {
   std::shared_ptr<const DescriptorContent> content;
 };
 
-/// The immutable content of a descriptor, shared by its copies: a copy of a list costs one count, whatever it
-/// holds. A 'cfst' has its reference here, which lives as long as the last copy.
+/// The immutable content of a descriptor, shared by its copies: copying a list costs one increment, however
+/// long the list is. The reference of a 'cfst' is kept here and lives as long as the last copy.
 struct DescriptorContent {
   Bytes data;
   CFOwner<CFStringRef> string;

@@ -23,7 +23,7 @@ std::string withoutTrailingSlashes(std::string_view path) {
   return end == std::string_view::npos ? "/" : std::string(path.substr(0, end + 1));
 }
 
-/// In a name of one kind of path the other kind's separator may stand.
+/// A name in one kind of path may contain the separator of the other kind, so the two are exchanged.
 char exchanged(char c) { return c == ':' ? '/' : c == '/' ? ':' : c; }
 
 std::string_view magicOf(DescType type) {
@@ -91,8 +91,8 @@ std::optional<std::string_view> pathInFileReference(DescType type, std::string_v
 }
 
 OSErr createFileURLDescriptor(std::string_view path, AEDesc* result) {
-  // Escaped byte by byte, so that a host can hand over names that are no text; the coercion decides about
-  // them.
+  // The path is escaped byte by byte, so that a host can hand over names that are not UTF-8. The coercion
+  // refuses those.
   const std::string url = FileURL::escaped(path);
   return AECreateDesc(typeFileURL, url.data(), url.size(), result);
 }
@@ -136,7 +136,7 @@ std::optional<std::string> hfsPathFromPOSIXPath(std::string_view path) {
 }
 
 std::optional<std::string> posixPathFromHFSPath(std::string_view path) {
-  // This desktop has one volume, so the first component is it, whatever its name.
+  // This desktop has one volume, so the first component stands for it, whatever its name is.
   const std::size_t volumeEnd = std::min(path.find(':'), path.size());
   if (volumeEnd == 0 || path.find('\0') != std::string_view::npos || !isValidUtf8(path)) {
     return std::nullopt;

@@ -17,9 +17,9 @@ OSErr createFileURLDescriptor(std::string_view path, AEDesc* result);
 OSErr createAliasDescriptor(std::string_view path, AEDesc* result);
 OSErr createFileReferenceDescriptor(std::string_view path, AEDesc* result);
 
-/// What a descriptor says as text. For text it is the text. For a file URL it is the HFS path: the volume's
-/// name and then the components, separated by colons, with ':' and '/' exchanged in each name. Absent for any
-/// other descriptor.
+/// A descriptor as text. For a text descriptor it is the text. For a file URL it is the HFS path: the
+/// volume's name and then the components, separated by colons, with ':' and '/' exchanged in each name.
+/// Absent for any other descriptor.
 std::optional<std::string> stringValue(const AEDesc& desc);
 
 /// The HFS path of an absolute POSIX path, and back. The root volume is called "Linux". Absent when the text
@@ -38,7 +38,7 @@ class FileURL {
   /// The POSIX path, without a trailing slash.
   const std::string& path() const { return path_; }
   std::string string() const;
-  /// The URL text of a path whatever its bytes, text or not.
+  /// The URL of a path as text. The path may hold any bytes, not only UTF-8.
   static std::string escaped(std::string_view path);
 
  private:

@@ -9,11 +9,13 @@
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <thread>
 
 #include "platform/files/Path.h"
 #include "platform/host/Host.h"
 #include "platform/syslog/SystemLog.h"
+#include "platform/threads/SignalsBlocked.h"
 
 namespace keldane {
 
@@ -44,7 +46,11 @@ bool spawnOpener(const std::string& path) {
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
   posix_spawnattr_init(&attributes);
-  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK);
+  // The calling thread may be one that blocks the host's signals; the program must still hear its own.
+  sigset_t none;
+  sigemptyset(&none);
+  posix_spawnattr_setsigmask(&attributes, &none);
   pid_t child = 0;
   const int error = posix_spawnp(&child, arguments[0], &actions, &attributes,
                                  const_cast<char* const*>(arguments.data()), environ);
@@ -54,13 +60,15 @@ bool spawnOpener(const std::string& path) {
     systemLog("%s could not be started to open %s: error %d", arguments[0], path, error);
     return false;
   }
-  // Collected in the background: nobody waits, and the host's own handling of its children is left alone.
+  // A thread of its own collects the child process, so that nobody has to wait and the host's own handling of
+  // its children is left alone.
   try {
+    const SignalsBlocked blocked;
     std::thread([child] {
       while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
       }
     }).detach();
-  } catch (const std::exception& exception) {  // it runs; only its remains stay until the host ends
+  } catch (const std::exception& exception) {  // the program runs; its zombie stays until the host ends
     systemLog("%s cannot be waited for: %s", arguments[0], exception.what());
   }
   return true;

@@ -15,7 +15,8 @@ std::string lastPathComponent(std::string_view path);
 std::string appendPathComponent(std::string_view path, std::string_view component);
 /// "txt" for "/a/b.txt", empty for "/a/b", "/a/.profile" and "/a/b.".
 std::string pathExtension(std::string_view path);
-/// Whether an absolute path is that of a folder or of something below it. Neither ends with a slash, but "/".
+/// Whether an absolute path is that of a folder or of something below it. Neither path ends with a slash,
+/// except "/" itself.
 bool isAtOrBelow(std::string_view path, std::string_view folder);
 /// "/a" for "/a/b", "/" for "/a" and for "/".
 std::string_view parentPath(std::string_view path);

@@ -1,4 +1,4 @@
-// Where a user's files belong, after the XDG base directory conventions.
+// The folders for a user's files, according to the XDG base directory conventions.
 #pragma once
 
 #include <filesystem>

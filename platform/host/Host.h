@@ -1,4 +1,4 @@
-// What the process that hosts a plug-in is: declared by the host, asked by the plug-in.
+// Facts about the process that hosts a plug-in. The host declares them, the plug-in asks for them.
 #pragma once
 
 #include <cstdint>
@@ -11,17 +11,17 @@
 
 namespace keldane {
 
-/// The host's side: one small interface through which a host says what it is before it loads a plug-in.
-/// Without a word from the host: not the Finder (signature '????', type '????'), no error, no contextual-menu
-/// attributes, an application object to be had, the process's first thread as main thread, `xdg-open` as
-/// opener. Process-wide; any thread.
+/// The host's side: a host declares what it is before it loads a plug-in. These are the values until then:
+/// the signature is '????' and the type '????', so it is not the Finder; there is no error; there are no
+/// contextual-menu attributes; there is an application object; the process's first thread is the main thread;
+/// the opener is `xdg-open`. Process-wide; any thread.
 class Host {
  public:
   using FileOpener = std::function<bool(const std::optional<std::string>& path)>;
 
   static Host& shared();
 
-  /// What GetProcessInformation answers from now on.
+  /// Sets the signature and type that GetProcessInformation answers from now on.
   void setProcess(OSType signature, OSType type);
   /// A non-zero error makes GetProcessInformation fail with it.
   void setProcessInformationError(OSStatus error);
@@ -29,10 +29,11 @@ class Host {
   void setContextualMenuAttributes(std::int32_t bits);
   void setGestaltError(OSStatus error);
   void setApplicationAvailable(bool available);
-  /// Declares the calling thread the main one. Before any plug-in is loaded.
+  /// Declares the calling thread the main thread. To be called before any plug-in is loaded.
   void declareMainThread();
   bool isMainThread() const;
-  /// Who opens a file for the plug-in instead of `xdg-open`; an empty function restores the default.
+  /// Sets the function that opens a file for the plug-in instead of `xdg-open`. An empty function restores
+  /// the default.
   void setFileOpener(FileOpener opener);
 
   OSType signature() const;

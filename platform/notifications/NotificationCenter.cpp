@@ -20,8 +20,8 @@ struct NotificationCenter::State {
   };
 
   mutable Mutex mutex{{.name = "NotificationCenter", .innermost = true}};
-  // Ordered by number. It is a list, so that what is removed can be moved out of it without asking for
-  // memory.
+  // The registrations are ordered by number. They are in a list, because elements can be moved out of a list
+  // without asking for memory.
   std::list<std::shared_ptr<const Registration>> registrations KELDANE_GUARDED_BY(mutex);
   std::uint64_t lastNumber KELDANE_GUARDED_BY(mutex) = 0;
 };
@@ -64,7 +64,8 @@ void NotificationCenter::removeObserver(const void* observer, std::string_view n
 }
 
 void NotificationCenter::post(std::string_view name, const void* sender, PropertyList userInfo) {
-  // Asks for no memory, so that the end of a connection is announced even when memory has run out.
+  // This function asks for no memory, so that the end of a connection is announced even when memory has run
+  // out.
   const Notification notification{name, sender, std::move(userInfo)};
   std::uint64_t told = 0;
   std::optional<std::uint64_t> last;  // observers that are added meanwhile have higher numbers

@@ -2,8 +2,8 @@
 //
 // Ownership is the C world's: a function with Create or Copy in its name hands its caller one reference,
 // which the caller gives back with CFRelease; any other function hands out a reference it still owns.
-// Reference counts are atomic: any thread. Null is accepted everywhere and yields null, 0 or false. What
-// there is no memory for is null too; nothing is thrown.
+// Reference counts are atomic: any thread. Null is accepted everywhere and yields null, 0 or false. A
+// function answers null when there is no memory; nothing is thrown.
 #pragma once
 
 #include <cstddef>

@@ -26,7 +26,7 @@ void freeNodes(const Node* first) noexcept {
   const Node* dead = first;
   first->scalar.nextDead = nullptr;
   while (dead != nullptr) {
-    Node* node = const_cast<Node*>(dead);  // nobody else knows it any more
+    Node* node = const_cast<Node*>(dead);  // no other handle refers to it any more
     dead = node->scalar.nextDead;
     for (std::size_t i = 0; i < node->handleCount(); ++i) {
       const Node* child = PropertyListAccess::takeNode(node->handles()[i]);
@@ -39,8 +39,8 @@ void freeNodes(const Node* first) noexcept {
   }
 }
 
-// Parses as the platform's strings do: leading blanks, a sign, digits; whatever follows is ignored.
-// Saturates.
+// Parses leading blanks, a sign and digits, as the platform's strings do. The rest is ignored. A number
+// beyond the range becomes the nearest limit.
 std::int64_t integerFromText(std::string_view text) noexcept {
   std::size_t i = 0;
   while (i < text.size() && (text[i] == ' ' || (text[i] >= '\t' && text[i] <= '\r'))) {
@@ -188,7 +188,7 @@ std::vector<std::uint32_t> orderOf(std::size_t count, const Key& key) {
   return order;
 }
 
-// Drops the later ones of entries with one key.
+// Of entries with the same key all but the first are removed.
 void dropRepeated(PropertyList::Entries& entries) {
   const auto key = [&](std::size_t position) { return entries[position].first.string(); };
   if (entries.size() <= Node::kLinearLookUp) {
@@ -385,7 +385,7 @@ double PropertyList::doubleValue() const noexcept {
 float PropertyList::floatValue() const noexcept {
   const double value = doubleValue();
   constexpr double highest = std::numeric_limits<float>::max();
-  // Beyond the range of float the conversion would be undefined; infinity is what it comes to.
+  // The conversion of a value beyond the range of float would be undefined; the result is infinity instead.
   if (value > highest) {
     return std::numeric_limits<float>::infinity();
   }

@@ -1,4 +1,4 @@
-// The one value type of everything that is read, sent, remembered or described: the property list.
+// The property list: the one type of values that are read, sent, stored and described.
 #pragma once
 
 #include <concepts>
@@ -42,8 +42,8 @@ class PropertyList {
   enum class NumberKind : std::uint8_t { boolean, signedInteger, unsignedInteger, real };
 
   using Array = std::vector<PropertyList>;
-  /// Key and value; the order is kept. Of two entries with one key the first stands; an absent value leaves
-  /// its entry out.
+  /// Key and value. A dictionary keeps the order of its entries. Of two entries with the same key the first
+  /// is kept; an entry with an absent value is left out.
   using Entry = std::pair<PropertyList, PropertyList>;
   using Entries = std::vector<Entry>;
   class Keys;
@@ -94,7 +94,7 @@ class PropertyList {
   static PropertyList data(BytesView bytes);
   static PropertyList array(Array elements);
   static PropertyList dictionary(Entries entries);
-  /// The same from keys that many dictionaries share, and a value for each of them.
+  /// A dictionary made from keys that many dictionaries share and one value for each key.
   static PropertyList dictionary(const Keys& keys, std::initializer_list<PropertyList> values);
 
   Kind kind() const noexcept;
@@ -159,7 +159,8 @@ class PropertyList {
 
  private:
   friend class PropertyListAccess;
-  /// Most that is dropped has been moved elsewhere, or is a small number.
+  /// Whether the value has a reference count. Most handles that are destroyed have none, because they were
+  /// moved from or hold a small number.
   bool isCounted() const noexcept { return bits_ != 0 && (bits_ & 1) == 0; }
   void retain() const noexcept;
   void release() noexcept;
@@ -170,9 +171,9 @@ class PropertyList {
   std::uintptr_t bits_ = 0;
 };
 
-/// The keys of many dictionaries, made once: those that share them take less memory, and less time to make,
-/// to compare and to write. No two of the names are equal. Any thread. Made without names, it is for those
-/// that a reader comes across; one thread then.
+/// The keys of many dictionaries, made once. Dictionaries that share their keys take less memory, and less
+/// time to make, to compare and to write. The names differ from each other. Any thread may use it. An object
+/// made without names holds those that a reader finds; only one thread may use that.
 class PropertyList::Keys {
  public:
   Keys() = default;
@@ -184,8 +185,8 @@ class PropertyList::Keys {
   PropertyList keys_;
 };
 
-/// Looks up keys of one dictionary, or of anything else as of an empty one: quickest in the order in which it
-/// holds them. One thread.
+/// Looks up keys of one dictionary, quickest in the order in which it holds them. Any other value is treated
+/// as an empty dictionary. One thread.
 class PropertyList::LookUp {
  public:
   explicit LookUp(PropertyList dictionary) : dictionary_(std::move(dictionary)) {}

@@ -13,7 +13,7 @@ PropertyListNode* PropertyListBlocks::allocate(PropertyList::Kind kind, std::siz
   const std::size_t size = sizeFor(payload);
   if (size > size_ - used_) {
     leaveBlock();
-    size_ = used_ = 0;  // should there be no memory
+    size_ = used_ = 0;  // in case there is no memory for the block
     const std::size_t wanted = std::clamp(expected_ + sizeof(Block), size + sizeof(Block), kBlockSize);
     block_ = new (::operator new(wanted)) Block;
     size_ = wanted;
@@ -23,7 +23,7 @@ PropertyListNode* PropertyListBlocks::allocate(PropertyList::Kind kind, std::siz
   node->placeInBlock = static_cast<std::uint16_t>(used_ / kAlignment);
   used_ += size;
   expected_ -= std::min(expected_, size);
-  // Other threads may be giving up nodes of an earlier message, but know none of this block.
+  // Other threads may be releasing nodes of other blocks, but none of them knows this block yet.
   block_->users.store(block_->users.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
   return node;
 }

@@ -19,7 +19,7 @@ class PropertyListBlocks {
   PropertyListBlocks(const PropertyListBlocks&) = delete;
   PropertyListBlocks& operator=(const PropertyListBlocks&) = delete;
 
-  /// How many bytes the nodes to come will take.
+  /// Announces how many bytes the following nodes will take.
   void expect(std::size_t bytes) { expected_ = bytes; }
   PropertyListNode* allocate(PropertyList::Kind kind, std::size_t count, std::size_t payload);
 

@@ -1,4 +1,4 @@
-// When two property-list values are equal.
+// Comparison of two property-list values.
 #include <algorithm>
 #include <unordered_set>
 #include <utility>
@@ -86,7 +86,7 @@ bool sameValues(const PropertyList& first, const PropertyList& second, bool stri
     if ((aNode->isShared() || bNode->isShared()) && !seen.emplace(aNode, bNode).second) {
       continue;
     }
-    // Of dictionaries with the same keys those at one place belong together.
+    // In dictionaries that share their keys, the values at the same position belong to the same key.
     const bool byPlace = a->isArray() || aNode->keys() == bNode->keys();
     for (std::size_t i = 0; i < aNode->count; ++i) {
       const PropertyList* other =

@@ -12,7 +12,7 @@ namespace keldane {
 
 namespace {
 
-// A value that shares its parts can describe more than any memory holds, so a text ends here.
+// The description of a value that shares its parts could exceed any memory, so a text ends here.
 constexpr std::size_t kLongestDescription = std::size_t{1} << 20;
 
 bool needsQuotes(std::string_view text) {
@@ -161,7 +161,7 @@ double PropertyListAccess::realFromText(std::string_view text) noexcept {
   double value = 0;
   const std::from_chars_result result = std::from_chars(text.data(), text.data() + text.size(), value);
   if (result.ec == std::errc::result_out_of_range) {
-    // Too large or too small: which of the two, the exponent's sign tells.
+    // The sign of the exponent tells whether the number is too large or too small.
     const bool tiny = text.substr(0, static_cast<std::size_t>(result.ptr - text.data())).find("e-") !=
                           std::string_view::npos ||
                       text.substr(0, static_cast<std::size_t>(result.ptr - text.data())).find("E-") !=

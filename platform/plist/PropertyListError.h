@@ -1,4 +1,4 @@
-// How the readers of this folder say what is wrong.
+// The exception with which the readers and writers of this folder report an error.
 #pragma once
 
 #include <cstddef>

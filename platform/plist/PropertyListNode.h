@@ -1,4 +1,4 @@
-// How property-list values lie in memory; for this folder only.
+// The memory layout of property-list values. This header is for this folder only.
 #pragma once
 
 #include <atomic>
@@ -12,8 +12,8 @@ namespace keldane {
 /// with the last one. The bytes behind the header, in the same allocation, depend on the kind: text and a
 /// NUL, data, the handles of the elements, or the handle of the keys and those of the values.
 ///
-/// The keys are an array node of their own, so that dictionaries with the same keys share them. Behind the
-/// handles of keys that are too many to be searched one by one lie their positions in their order.
+/// The keys are an array node of their own, so that dictionaries with the same keys share them. When the keys
+/// are too many to be searched one by one, their sorted positions follow their handles.
 struct PropertyListNode {
   static constexpr std::size_t kLinearLookUp = 16;
 
@@ -25,12 +25,12 @@ struct PropertyListNode {
   static PropertyListNode* allocateDictionary(const PropertyList& keys);
 
   void addReference() const noexcept { references.fetch_add(1, std::memory_order_relaxed); }
-  /// The same of a node that no other thread can know yet.
+  /// Adds a reference to a node that no other thread can know yet, without an atomic operation.
   void addUnpublishedReference() const noexcept {
     references.store(references.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
   }
-  /// Whether that was the last one. The only reference is not counted down, because nobody else can see the
-  /// count.
+  /// Drops a reference and answers whether it was the last one. The only reference is not counted down,
+  /// because no other thread can see the count.
   bool dropReference() const noexcept {
     return references.load(std::memory_order_acquire) == 1 ||
            references.fetch_sub(1, std::memory_order_acq_rel) == 1;
@@ -52,7 +52,7 @@ struct PropertyListNode {
   const PropertyList* members() const noexcept {
     return kind == PropertyList::Kind::array ? handles() : values();
   }
-  /// For keys that are too many to be searched one by one: their positions in their order.
+  /// The sorted positions of keys that are too many to be searched one by one.
   std::uint32_t* order() noexcept { return reinterpret_cast<std::uint32_t*>(handles() + count); }
   const std::uint32_t* order() const noexcept {
     return reinterpret_cast<const std::uint32_t*>(handles() + count);
@@ -63,7 +63,8 @@ struct PropertyListNode {
   mutable std::atomic<std::uint32_t> references = 1;
   const PropertyList::Kind kind;
   PropertyList::NumberKind numberKind = PropertyList::NumberKind::boolean;
-  /// Where in a block the node lies, in steps of its alignment; 0 for a node with an allocation of its own.
+  /// The position of the node in its block, in units of its alignment; 0 for a node with an allocation of its
+  /// own.
   std::uint16_t placeInBlock = 0;
   /// Elements, entries, or bytes of text or data.
   const std::size_t count;
@@ -78,8 +79,8 @@ struct PropertyListNode {
   } scalar = {0};
 };
 
-/// The handle's one word: 0 is absent, an even number the address of a node, an odd one a small integer or
-/// boolean that needs none: bit 0 set, bits 1 and 2 its kind, the rest its value.
+/// Access to the one word of a handle. 0 is the absent value. An even number is the address of a node. An odd
+/// number is a small integer or boolean without a node: bits 1 and 2 are its kind, the bits above its value.
 class PropertyListAccess {
  public:
   static constexpr int kInlineShift = 3;
@@ -99,7 +100,7 @@ class PropertyListAccess {
     value.retain();
     return value;
   }
-  /// The same of a value that no other thread can know yet.
+  /// Another handle of a value that no other thread can know yet, made without an atomic operation.
   static PropertyList shareUnpublished(std::uintptr_t bits) noexcept {
     PropertyList value;
     value.bits_ = bits;
@@ -140,7 +141,7 @@ class PropertyListAccess {
   static PropertyList& keys(PropertyList::Keys& keys) noexcept { return keys.keys_; }
   /// The keys of dictionaries, all of them strings.
   static PropertyList makeKeys(PropertyList::Array keys);
-  /// Whether no two are equal, as it is to be in a dictionary.
+  /// Whether no two keys are equal, as a dictionary requires.
   static bool keysDiffer(const PropertyListNode& keys) noexcept;
   /// The number that decimal text begins with, whatever the user's locale; 0 when there is none.
   static double realFromText(std::string_view text) noexcept;

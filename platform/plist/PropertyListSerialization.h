@@ -1,4 +1,4 @@
-// Property lists to bytes and back, in the three published formats.
+// Converts property lists to bytes and back, in the three published formats.
 #pragma once
 
 #include <optional>
@@ -25,8 +25,9 @@ class PropertyListSerialization {
                                                    std::string* errorDescription);
 
   /// The value that `bytes` hold, in whichever format they are, or absent and an error text. `format`
-  /// receives the format that was found. Whoever reads one dictionary like the other hands in the same
-  /// `usualKeys` each time, made without names: the keys of the last one, which are not made again.
+  /// receives the format that was found. A caller that reads many dictionaries with the same keys passes the
+  /// same `usualKeys`, first made without names, each time. It then holds the keys of the last dictionary,
+  /// which the next one shares instead of making them again.
   static PropertyList propertyListFromData(BytesView bytes, std::string* errorDescription,
                                            Format* format = nullptr, PropertyList::Keys* usualKeys = nullptr);
 };

@@ -37,7 +37,7 @@ class TextReader {
       expectEnd();
       return value;
     }
-    // A string alone, or the first key of a table.
+    // The word is a string that stands alone or the first key of a table.
     PropertyList word = this->word();
     skip();
     if (at_ == text_.size()) {
@@ -107,7 +107,7 @@ class TextReader {
     }
   }
 
-  /// Entries from after the first key up to `end`, or up to the end of the text.
+  /// Reads entries up to `end`, or up to the end of the text. The first key has been read already.
   PropertyList entries(PropertyList key, char end, int depth) {
     PropertyList::Entries entries;
     for (;;) {
@@ -204,7 +204,7 @@ class TextReader {
 
   void escape(std::string& content) {
     if (at_ == text_.size()) {
-      return;  // the missing quote is what is reported
+      return;  // the caller reports the missing quote
     }
     const char c = text_[at_++];
     switch (c) {

@@ -1,4 +1,4 @@
-// The contextual-menu plug-in interface: what host and plug-in must both know, byte by byte.
+// The binary interface between a host and a contextual-menu plug-in.
 #pragma once
 
 #include <cstdint>
@@ -29,7 +29,7 @@ struct ContextualMenuInterfaceStruct {
   void (*PostMenuCleanup)(void* instance);
 };
 
-/// What a bundle exports under the name that its information dictionary gives for a factory.
+/// The type of a factory function. A bundle exports it under the name that its information dictionary gives.
 typedef void* (*CFPlugInFactoryFunction)(CFAllocatorRef allocator, CFUUIDRef typeID);
 }
 

@@ -24,7 +24,7 @@ CFOwner<CFUUIDRef> uuidFromText(std::string_view text) {
 /// The value of a dictionary whose keys are UUIDs, compared as such: their text may be in either case.
 PropertyList valueForUUID(const PropertyList& dictionary, CFUUIDRef wanted) {
   if (wanted == nullptr) {
-    return {};  // a key that is no UUID would equal it
+    return {};  // otherwise a key that is no UUID would be equal to it
   }
   for (std::size_t i = 0; i < dictionary.count(); ++i) {
     const auto [key, value] = dictionary.entry(i);
@@ -54,7 +54,7 @@ struct InstanceRegistry {
   static Key keyOf(CFUUIDRef factory) { return std::to_array(CFUUIDGetUUIDBytes(factory).bytes); }
 
   Mutex mutex{{.name = "plug-in instances", .innermost = true}};
-  // A factory that was counted once stays, with a count of 0 in the end.
+  // A factory stays in the map once it was counted; its count may be 0.
   std::map<Key, long> counts KELDANE_GUARDED_BY(mutex);
 };
 
@@ -100,7 +100,7 @@ std::shared_ptr<PlugIn> PlugIn::load(const fs::path& path, std::string* error) {
     fail(error, module.string() + " cannot be loaded: it is no file.");  // opening a pipe would wait
     return nullptr;
   }
-  // Never closed again: a plug-in's threads may outlive its last instance.
+  // The module is never closed, because a plug-in's threads may outlive its last instance.
   void* handle = dlopen(module.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (handle == nullptr) {
     const char* reason = dlerror();
@@ -173,7 +173,7 @@ void CFPlugInAddInstanceForFactory(CFUUIDRef factoryID) {
   const keldane::ScopedLock guard(registry.mutex);
   try {
     ++registry.counts[keldane::InstanceRegistry::keyOf(factoryID)];
-  } catch (const std::bad_alloc&) {  // the instance works uncounted; nothing is thrown at a C caller
+  } catch (const std::bad_alloc&) {  // the instance works without being counted
   }
 }
 

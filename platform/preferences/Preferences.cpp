@@ -10,7 +10,7 @@ namespace keldane {
 
 namespace {
 
-/// What this process knows of a domain.
+/// The values of a domain that this process keeps in memory.
 struct Domain {
   bool read = false;
   PropertyList stored;                          ///< what the file held when it was last read

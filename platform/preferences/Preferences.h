@@ -1,4 +1,4 @@
-// Values that a user's programs remember, a file a domain.
+// Values that a user's programs remember. Each domain is one file.
 #pragma once
 
 #include <filesystem>
@@ -20,9 +20,10 @@ class Preferences {
  public:
   /// Absent when the domain has no such key.
   static PropertyList copyValue(const std::string& key, const std::string& domain);
-  /// In memory, until `synchronize`. An absent value removes the key.
+  /// Sets a value in memory; `synchronize` writes it. An absent value removes the key.
   static void setValue(const std::string& key, const PropertyList& value, const std::string& domain);
-  /// False when the file could not be written; what was set stays pending and is tried again the next time.
+  /// Writes and reads the domain's file. False when it could not be written; the values stay pending and are
+  /// written the next time.
   static bool synchronize(const std::string& domain);
 
   static std::filesystem::path fileForDomain(const std::string& domain);

@@ -21,8 +21,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Another process holds the lock during one small write. A process that holds it longer is stuck, and the
-// host's window must not be stuck with it.
+// Another process holds the lock during one small write only. If it holds the lock longer, it hangs, and the
+// host's window must not hang with it.
 constexpr auto kLongestWait = std::chrono::seconds(2);
 
 std::string errorText(int error) { return std::generic_category().message(error); }
@@ -38,8 +38,8 @@ bool writeWhole(int descriptor, const Bytes& bytes) {
   return true;
 }
 
-/// Where a chain of links leads, whether or not there is a file yet. Links to anything but a file are not
-/// followed: a damaged file is set aside, and a device or a folder of somebody else must not be.
+/// The file to which a chain of links leads, whether or not it exists yet. Links to anything but a file are
+/// not followed: a damaged file is set aside, and a device or a folder of somebody else must not be.
 fs::path fileBehindLinks(const fs::path& path) {
   constexpr int kMostLinks = 40;
   fs::path at = path;
@@ -67,7 +67,7 @@ PreferencesFile::Reading PreferencesFile::readOnce(PropertyList& values) {
       return Reading::done;
     }
     reason_ = errorText(error);
-    // A damaged file stays damaged; descriptors or memory that are missing now may be there later.
+    // A damaged file stays damaged, but missing descriptors or memory may be available later.
     const bool ofTheFile =
         error == EACCES || error == EPERM || error == EISDIR || error == EINVAL || error == EFBIG;
     return ofTheFile ? Reading::damaged : Reading::failed;

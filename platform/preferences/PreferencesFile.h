@@ -1,4 +1,4 @@
-// A domain's file: read, merged into and replaced while other processes do the same.
+// The file of a preferences domain. Several processes may read, change and replace it at the same time.
 #pragma once
 
 #include <filesystem>
@@ -17,8 +17,8 @@ class PreferencesFile {
   /// A symbolic link is followed to the file that it stands for, so that replacing it keeps the link.
   explicit PreferencesFile(const std::filesystem::path& path);
 
-  /// Reads the dictionary; empty when there is no file, or when there was one that is none and has been set
-  /// aside. False, with `values` untouched, when the file cannot be read now.
+  /// Reads the dictionary. It is empty when there is no file, or when the file is no property list and was
+  /// set aside. False, with `values` untouched, when the file cannot be read now.
   bool read(PropertyList& values);
   /// Reads what the file holds now, applies the changes (an absent value removes its key), writes the result
   /// and answers it in `values`. False when that cannot be done, with a log line; the file is then as it was.

@@ -29,7 +29,7 @@ using Clock = std::chrono::steady_clock;
 // An interval below this would keep the loop busy for ever.
 constexpr std::chrono::nanoseconds kShortestInterval = std::chrono::microseconds(100);
 
-// Longer times are as good as never, and their sums with the present would overflow.
+// A longer time is as good as for ever, and adding it to the present time would overflow.
 constexpr double kLongestSeconds = 1e9;
 
 std::chrono::nanoseconds nanoseconds(RunLoop::Seconds seconds) {
@@ -44,7 +44,7 @@ Descriptor opened(int number, const char* what) {
   return Descriptor(number);
 }
 
-// A loop is carried by somebody else's C code, so nothing may be thrown through it.
+// The loop may run inside the C code of another library, so no exception may pass through it.
 template <class Work>
 void guarded(const Work& work) {
   try {
@@ -58,7 +58,7 @@ void guarded(const Work& work) {
 
 }  // namespace
 
-/// What the loop, its timers and its ports share; it outlives whichever goes first.
+/// The state that the loop, its timers and its ports share. It lives as long as any of them.
 struct RunLoop::State {
   struct LoopTimer;
   struct Port;
@@ -96,7 +96,7 @@ struct RunLoop::State {
 
   const Descriptor epoll, event, clock;
   mutable Mutex mutex{{.name = "RunLoop", .innermost = true}};
-  // A list, so that what is cancelled can be moved out of it without asking for memory.
+  // The work is in a list, because elements can be moved out of a list without asking for memory.
   std::list<Work> work KELDANE_GUARDED_BY(mutex);
   std::vector<std::shared_ptr<LoopTimer>> timers KELDANE_GUARDED_BY(mutex);
   std::size_t ports KELDANE_GUARDED_BY(mutex) = 0;
@@ -114,8 +114,8 @@ struct RunLoop::State::LoopTimer : Timer, std::enable_shared_from_this<LoopTimer
         callback(std::make_shared<std::function<void(Timer&)>>(std::move(timerCallback))) {}
 
   void invalidate() override {
-    std::shared_ptr<std::function<void(Timer&)>>
-        released;  // its destructor may run anything, so outside the lock
+    // The callback's destructor may run any code, so it runs outside the lock.
+    std::shared_ptr<std::function<void(Timer&)>> released;
     const std::shared_ptr<LoopTimer> self = shared_from_this();
     if (const std::shared_ptr<State> loop = state.lock()) {
       const ScopedLock guard(loop->mutex);
@@ -157,8 +157,8 @@ void RunLoop::State::setClock() {
   timerfd_settime(clock.get(), TFD_TIMER_ABSTIME, &setting, nullptr);
 }
 
-/// The ids that were sent and not yet handled are kept apart from the port, in an object that the loop's work
-/// shares, so that a port may go at any time.
+/// The ids that were sent and not yet handled are kept in an object that the loop's work shares with the
+/// port, so that the port may be destroyed at any time.
 struct RunLoop::State::Port : MessagePort {
   struct Shared {
     Mutex mutex{{.name = "MessagePort", .innermost = true}};
@@ -181,8 +181,8 @@ struct RunLoop::State::Port : MessagePort {
     if (!loop) {
       return;
     }
-    // Made before anything is recorded, so that the next message sends the wake-up when there is no memory
-    // now.
+    // The wake-up is made before the id is recorded. If there is no memory for it now, the next message sends
+    // it.
     std::list<Work> wakeUp;
     wakeUp.push_back({[messages = shared] { deliver(*messages); }, shared.get()});
     {

@@ -20,8 +20,8 @@ class Timer {
   virtual bool isValid() const = 0;
 };
 
-/// Wakes a run loop from any thread. Messages that are sent before the loop has come round are one message:
-/// the handler runs once per distinct id. Owned by whoever made it; `invalidate` (also by the destructor) on
+/// Wakes a run loop from any thread. Messages with the same id that are sent before the loop runs are one
+/// message: the handler runs once for each id. Its creator owns it. `invalidate` (also by the destructor) on
 /// the loop's thread guarantees that the handler is not called again.
 class MessagePort {
  public:
@@ -49,7 +49,8 @@ class RunLoop {
   static RunLoop& main();
   static RunLoop& current();
 
-  /// For a foreign loop (GLib, Qt, poll): readable exactly while something is due. Owned by the run loop.
+  /// A descriptor for another event loop (GLib, Qt, poll). It is readable exactly while something is due. The
+  /// run loop owns it.
   int descriptor() const;
   /// Runs what is due now and returns, without waiting: queued work in order, then timers by their time.
   /// Answers whether anything ran. A loop without a host loop runs by itself with `run`.
@@ -68,7 +69,7 @@ class RunLoop {
 
   std::unique_ptr<MessagePort> openPort(MessagePort::Handler handler);
 
-  /// How many timers, queued pieces of work and ports the loop holds: what a leak check looks at.
+  /// The number of timers, queued pieces of work and ports that the loop holds, for leak checks.
   struct Load {
     std::size_t timers = 0, work = 0, ports = 0;
     bool operator==(const Load&) const = default;

@@ -60,7 +60,7 @@ void writeWhole(std::string_view line) {
     if (written > 0) {
       line.remove_prefix(static_cast<std::size_t>(written));
     } else if (written == 0 || errno != EINTR) {
-      return;  // nobody reads it, but the system log has the line
+      return;  // nobody reads standard error, but the system log has the line
     }
   }
 }

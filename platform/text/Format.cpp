@@ -13,7 +13,7 @@ namespace {
 
 constexpr int kWidestField = 4096;
 
-/// One conversion as it stands in a format: "%-8.3lx".
+/// One conversion in a format, such as "%-8.3lx".
 struct Conversion {
   std::string flags;
   int width = -1;
@@ -65,7 +65,7 @@ std::string printed(const Conversion& conversion, const char* letters, Value val
     form += '.' + std::to_string(conversion.precision);
   }
   form += letters;
-  // The form is made here, of a checked letter and a value of the type that goes with it.
+  // The format is made here, from a checked letter and a value of the type that it requires.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
   const int length = std::snprintf(nullptr, 0, form.c_str(), value);
@@ -76,7 +76,7 @@ std::string printed(const Conversion& conversion, const char* letters, Value val
   return text;
 }
 
-/// Text in the field's width; the precision is the most bytes that are taken.
+/// The text padded to the width of the field. The precision limits how many bytes of the text are used.
 std::string padded(const Conversion& conversion, std::string text) {
   if (conversion.precision >= 0 && text.size() > static_cast<std::size_t>(conversion.precision)) {
     text.resize(static_cast<std::size_t>(conversion.precision));
@@ -88,7 +88,7 @@ std::string padded(const Conversion& conversion, std::string text) {
   return text;
 }
 
-/// What the argument prints as by itself.
+/// The text of the argument without any conversion.
 std::string plainText(const FormatArgument::Value& value) {
   if (const auto* text = std::get_if<std::string>(&value)) {
     return *text;

@@ -47,7 +47,7 @@ char32_t nextCharacter(std::string_view utf8, std::size_t& position, bool& valid
 
 bool isAscii(std::string_view text) {
   std::uint64_t all = 0;
-  // The last word may hold bytes of the one before once more.
+  // The last word may overlap the one before.
   if (text.size() >= 8) {
     for (std::size_t at = 0; at < text.size() - 8; at += 8) {
       all |= word<std::uint64_t>(text.data() + at);

@@ -18,7 +18,7 @@ bool isValidUtf8(std::string_view text);
 /// The text with every byte that is not UTF-8 replaced by U+FFFD.
 std::string validUtf8(std::string_view text);
 
-/// Appends one character; what is no character becomes U+FFFD.
+/// Appends one character; a number that is no character is appended as U+FFFD.
 void appendUtf8(std::string& text, char32_t character);
 
 /// UTF-16 units in the given byte order; a lone surrogate becomes U+FFFD, an odd byte at the end too.

@@ -32,10 +32,10 @@ struct ConditionLock::Waiter {
     return !state.compare_exchange_strong(seen, asleep);
   }
 
-  const int* const condition;  ///< null: whichever
+  const int* const condition;  ///< null: any
   Waiter* next = nullptr;
   std::atomic<State> state = asleep;
-  sem_t wakeUps;  ///< one for each time that it was asleep
+  sem_t wakeUps;  ///< posted once each time that the thread sleeps
 };
 
 template <class Predicate>
@@ -65,7 +65,7 @@ bool ConditionLock::acquire(const int* condition, const std::function<bool()>* c
     }
     const std::lock_guard asking(mutex_);
     Waiter** const place = find([&](const Waiter& waiter) { return &waiter == &self; });
-    if (*place != nullptr && (*cancelled)()) {  // otherwise the lock is on its way
+    if (*place != nullptr && (*cancelled)()) {  // otherwise the lock is already being handed over
       *place = self.next;
       return false;
     }
@@ -118,7 +118,8 @@ void ConditionLock::unlock() { release(nullptr); }
 void ConditionLock::unlockWithCondition(int condition) { release(&condition); }
 
 void ConditionLock::wake() {
-  const std::lock_guard guard(mutex_);  // nobody is between its question and its sleep, or leaves the list
+  // With the mutex held, no waiter is between its question and its sleep, and none leaves the list.
+  const std::lock_guard guard(mutex_);
   for (Waiter* waiter = waiting_; waiter != nullptr; waiter = waiter->next) {
     waiter->wake(Waiter::woken);
   }

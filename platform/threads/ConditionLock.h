@@ -10,7 +10,7 @@
 namespace keldane {
 
 /// A mutual-exclusion lock with a condition. Any thread; not recursive. The thread that acquired it releases
-/// it, to the first of those who wait for the condition that it then has.
+/// it. The lock is then handed to the first thread that waits for its condition.
 class KELDANE_CAPABILITY("mutex") ConditionLock {
  public:
   explicit ConditionLock(int condition, const LockTraits& traits = {})
@@ -22,13 +22,13 @@ class KELDANE_CAPABILITY("mutex") ConditionLock {
   void lock() KELDANE_ACQUIRE();
   /// Waits, without a limit, until the lock is free and the condition is `condition`, and acquires it.
   void lockWhenCondition(int condition) KELDANE_ACQUIRE();
-  /// The same, but gives up when `cancelled` answers yes; the answer says whether the lock was acquired.
+  /// The same, but it gives up when `cancelled` answers true. It answers whether the lock was acquired.
   /// `cancelled` is asked whenever the lock cannot be had at once, and again after each `wake`, with the
   /// lock's inner mutex held.
   bool lockWhenCondition(int condition, const std::function<bool()>& cancelled) KELDANE_TRY_ACQUIRE(true);
 
-  /// Releases the lock and leaves the condition as it is. The object must last until the call returns:
-  /// whoever gets the lock may be ahead of it.
+  /// Releases the lock and leaves the condition as it is. The object must live until the call returns: the
+  /// next owner of the lock may run before it does.
   void unlock() KELDANE_RELEASE();
   /// Releases the lock with a new condition.
   void unlockWithCondition(int condition) KELDANE_RELEASE();
@@ -43,13 +43,14 @@ class KELDANE_CAPABILITY("mutex") ConditionLock {
 
   bool acquire(const int* condition, const std::function<bool()>* cancelled);
   void release(const int* condition);
-  /// Where the first waiter that is such a one stands in the list, or the end.
+  /// The position of the first waiter in the list for which the predicate is true, or the end.
   template <class Predicate>
   Waiter** find(const Predicate& isSuch);
   bool isFor(const int* condition) const { return condition == nullptr || *condition == condition_; }
 
   mutable std::mutex mutex_;  // held for moments only
-  // In the order in which they came. While nobody holds the lock, none is in it whose condition is there.
+  // The waiting threads, in the order in which they came. While nobody holds the lock, none of them waits for
+  // the condition that it has.
   Waiter* waiting_ = nullptr;
   int condition_;
   bool held_ = false;

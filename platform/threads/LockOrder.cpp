@@ -18,7 +18,7 @@ namespace {
 
 using Locks = std::span<const LockRecord* const>;
 
-// Needs no destruction, so that what a thread does last is noted too.
+// The record needs no destructor, so the locks that a thread takes while it ends are noted too.
 struct Held {
   std::array<const LockRecord*, 64> locks;
   std::size_t count;
@@ -31,14 +31,14 @@ Locks held() { return Locks(tHeld.locks).first(tHeld.count); }
 
 bool isHeld(const LockRecord* lock) { return std::ranges::find(held(), lock) != held().end(); }
 
-/// For each lock those that were taken while it was held, and how that came about.
+/// For each lock, the locks that were taken while it was held, and the situation in which that happened.
 struct Graph {
   std::mutex mutex;
   std::map<const LockRecord*, std::map<const LockRecord*, std::string>> taken;
   LockOrder::Listener listener;
 
-  /// With the mutex held: the shortest way from one lock to another, a sentence for each step; empty when
-  /// there is none.
+  /// The shortest way from one lock to another, one sentence for each step; empty when there is none. The
+  /// caller holds the mutex.
   std::string way(const LockRecord* from, const LockRecord* to) const {
     std::map<const LockRecord*, std::string> ways = {{from, ""}};
     std::deque<const LockRecord*> next = {from};
@@ -58,7 +58,7 @@ struct Graph {
 };
 
 Graph& graph() {
-  static Graph& graph = *new Graph;  // locks may go after everything else
+  static Graph& graph = *new Graph;  // locks may be destroyed after everything else
   return graph;
 }
 

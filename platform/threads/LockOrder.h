@@ -1,5 +1,5 @@
-// Finds deadlocks before they happen: notes in which order each thread takes its locks, and raises the alarm
-// when two threads could come to wait for each other, whether or not they do this time.
+// Finds deadlocks before they happen: notes the order in which each thread takes its locks, and reports when
+// two threads could wait for each other, whether or not they do this time.
 #pragma once
 
 #include <functional>
@@ -7,34 +7,36 @@
 
 namespace keldane {
 
-/// What the owner of a lock says of it.
+/// Properties of a lock that its owner states.
 struct LockTraits {
   const char* name = "a lock";
-  bool leaf = false;              ///< nothing is taken while it is held, but an innermost one
+  bool leaf = false;              ///< no lock but an innermost one is taken while it is held
   bool innermost = false;         ///< a leaf that a service takes for a moment, whatever its caller holds
   bool heldWhileWaiting = false;  ///< a thread may hold it while it waits for the condition of another lock
 };
 
 #if defined(KELDANE_LOCK_ORDER)
 
-/// Who hears of findings. Process-wide; any thread.
+/// Settings of the record, which are those of the whole process. Any thread.
 class LockOrder {
  public:
   /// Called on the thread that is about to take the lock, before it does.
   using Listener = std::function<void(const std::string& finding)>;
 
-  /// An empty one restores the default: the finding is written to standard error, and the process aborts.
+  /// Sets who is told of findings. An empty function restores the default: the finding is written to standard
+  /// error, and the process aborts.
   static void setListener(Listener listener);
-  /// From now on no order is noted, which takes memory; for a process that counts what it allocates.
+  /// Stops the record, which takes memory. This is for a process that counts its allocations.
   static void stop();
 };
 
-/// The part of a lock that is noted. Of each thread it keeps the locks that it holds, and of each lock those
-/// that were ever taken while it was held, until one of the two goes. A lock that leads back, over any number
-/// of others, to one that the thread holds is a finding, which names the locks that the threads held on
-/// either way. So is a second acquisition of what is held already, anything taken under a leaf, but an
-/// innermost lock under one that is not innermost itself, and a wait for a condition under a lock that is not
-/// made for it. Any thread; noted under one lock for the process, so that it is built in for tests only.
+/// The part of a lock that takes part in the record. The record knows the locks that each thread holds, and
+/// for each lock the locks that were ever taken while it was held. These are findings: taking a lock from
+/// which such steps lead back to a lock that the thread holds already, over any number of other locks; taking
+/// a lock again that is held already; taking any lock under a leaf, except an innermost lock under a leaf
+/// that is not innermost; and waiting for a condition under a lock that is not meant for it. A finding names
+/// the locks that the threads held. Any thread. One lock for the whole process guards the record, so it is
+/// built in for tests only.
 class LockRecord {
  public:
   explicit LockRecord(LockTraits traits) : traits_(traits) {}
@@ -44,11 +46,11 @@ class LockRecord {
 
   /// States that a thread which holds both takes this one first.
   void comesBefore(const LockRecord& later) const;
-  /// The thread is about to take it.
+  /// Called when the thread is about to take the lock.
   void willTake() const;
-  /// The same, of a lock that may be taken again by the thread that holds it.
+  /// The same for a lock that its holder may take again.
   void willTakeAgain() const;
-  /// The thread is about to wait until it has a condition, and to take it.
+  /// Called when the thread is about to wait for the lock's condition and to take the lock then.
   void willWait() const;
   void taken() const;
   void released() const;

@@ -25,7 +25,7 @@ class KELDANE_CAPABILITY("mutex") Mutex {
   bool try_lock() KELDANE_TRY_ACQUIRE(true) {
     const bool isTaken = mutex_.try_lock();
     if (isTaken) {
-      record_.taken();  // a thread that does not wait makes no order
+      record_.taken();  // an attempt that does not wait cannot end in a deadlock, so it makes no order
     }
     return isTaken;
   }
@@ -41,9 +41,8 @@ class KELDANE_CAPABILITY("mutex") Mutex {
   [[no_unique_address]] LockRecord record_;
 };
 
-/// A condition variable for a Mutex. A thread holds no other lock while it waits, but one that is made for
-/// that
-/// (`heldWhileWaiting`). The predicates are asked with the mutex held.
+/// A condition variable for a Mutex. While a thread waits, it holds no other lock than those with
+/// `heldWhileWaiting`. The predicates are called with the mutex held.
 class Condition {
  public:
   template <class Predicate>
@@ -105,7 +104,7 @@ class KELDANE_SCOPED_CAPABILITY ScopedLock {
   explicit ScopedLock(Lockable& lockable) KELDANE_ACQUIRE(lockable) : lockable_(lockable) {
     lockable_.lock();
   }
-  /// Of what this thread has locked already.
+  /// Takes over a lock that this thread has acquired already.
   ScopedLock(Lockable& lockable, std::adopt_lock_t) KELDANE_REQUIRES(lockable) : lockable_(lockable) {}
   ~ScopedLock() KELDANE_RELEASE() { lockable_.unlock(); }
   ScopedLock(const ScopedLock&) = delete;

@@ -127,6 +127,16 @@ std::string tell(int number) {
   return RawConnection::payloadOf(PropertyList::array({0U, "v", kTell.selector, 1U, "@", number}));
 }
 
+/// What these have heard, those of each in the order in which it heard them.
+std::vector<int> heardBy(const std::vector<std::shared_ptr<Listener>>& listeners) {
+  std::vector<int> heard;
+  for (const auto& listener : listeners) {
+    const ScopedLock guard(listener->mutex);
+    heard.insert(heard.end(), listener->heard.begin(), listener->heard.end());
+  }
+  return heard;
+}
+
 TEST_F(DelegateStressTest, WhatPeersAskOfTheMainThreadIsDoneOnceAndInOrderWhoeverIsTheDelegate) {
   constexpr std::size_t kLinks = 4;
   constexpr int kMessages = 200;
@@ -165,11 +175,7 @@ TEST_F(DelegateStressTest, WhatPeersAskOfTheMainThreadIsDoneOnceAndInOrderWhoeve
     }
     std::size_t all = 0;
     for (std::size_t i = 0; i < kLinks; ++i) {
-      heard[i].clear();
-      for (const auto& listener : listeners[i]) {
-        const ScopedLock guard(listener->mutex);
-        heard[i].insert(heard[i].end(), listener->heard.begin(), listener->heard.end());
-      }
+      heard[i] = heardBy(listeners[i]);
       all += heard[i].size();
     }
     return all == kLinks * kMessages;
@@ -178,8 +184,8 @@ TEST_F(DelegateStressTest, WhatPeersAskOfTheMainThreadIsDoneOnceAndInOrderWhoeve
   std::vector<int> wanted(kMessages);
   std::iota(wanted.begin(), wanted.end(), 0);
   for (std::size_t i = 0; i < kLinks; ++i) {
-    std::sort(heard[i].begin(),
-              heard[i].end());  // what is queued for an old delegate is performed by the old one
+    // A call that was queued for an old delegate is performed by the old one.
+    std::sort(heard[i].begin(), heard[i].end());
     EXPECT_EQ(heard[i], wanted);
     for (const auto& listener : listeners[i]) {
       const ScopedLock guard(listener->mutex);

@@ -83,6 +83,24 @@ void ask(Client& client, Random& random) {
   }
 }
 
+/// One step of a client: it begins, ends, asks something, or lets its run loop run.
+void doOneThing(Client& client, Random& random) {
+  const std::uint32_t chance = random.below(10);
+  if (!client.begun) {
+    client.news->last = 0;
+    client.state.onBegin();
+    client.begun = true;
+  } else if (chance == 0) {
+    client.state.onEnd();
+    EXPECT_FALSE(client.state.connected());
+    client.begun = false;
+  } else if (chance < 8) {
+    ask(client, random);
+  } else {
+    RunLoop::main().run(RunLoop::Seconds(0.001 * random.below(3)));
+  }
+}
+
 TEST(StressTest, ClientsGetTheirAnswersOrNoneWhileTheirDaemonComesAndGoes) {
   const testing::UserPreferences preferences;
   const ClientBundle bundle;
@@ -114,21 +132,7 @@ TEST(StressTest, ClientsGetTheirAnswersOrNoneWhileTheirDaemonComesAndGoes) {
     });
     Random random(1);
     for (; steps < kSteps; ++steps) {
-      Client& client = *clients[random.below(kClients)];
-      const std::uint32_t chance = random.below(10);
-      if (!client.begun) {
-        client.news->last = 0;
-        client.state.onBegin();
-        client.begun = true;
-      } else if (chance == 0) {
-        client.state.onEnd();
-        EXPECT_FALSE(client.state.connected());
-        client.begun = false;
-      } else if (chance < 8) {
-        ask(client, random);
-      } else {
-        RunLoop::main().run(RunLoop::Seconds(0.001 * random.below(3)));
-      }
+      doOneThing(*clients[random.below(kClients)], random);
     }
     weather.join();
     EXPECT_TRUE(std::any_of(clients.begin(), clients.end(),

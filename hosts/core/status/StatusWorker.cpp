@@ -11,6 +11,7 @@
 
 #include "platform/files/Path.h"
 #include "platform/syslog/SystemLog.h"
+#include "platform/threads/SignalsBlocked.h"
 
 namespace keldane {
 
@@ -122,6 +123,7 @@ void StatusService::Worker::startOnce() {
     return;
   }
   try {
+    const SignalsBlocked blocked;
     std::thread([self = shared_from_this()] { self->run(); }).detach();
     isRunning_ = true;
   } catch (const std::exception& error) {

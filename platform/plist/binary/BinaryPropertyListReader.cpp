@@ -22,9 +22,10 @@ namespace {
 
 using namespace binary_plist;
 
-// Whoever walks a value meets a shared object as often as it is referred to, and a chain of containers that
-// each hold the next one twice doubles at every link. So the number of values in a list is bounded by its
-// bytes. Even a short list may share as much as an encoder does that writes equal dictionaries once.
+// Code that walks a value visits a shared object as often as it is referred to. In a chain of containers that
+// each hold the next one twice, the visits double at every link. So the number of values is bounded by the
+// number of bytes. A short list may always have this many values, so that equal dictionaries may be written
+// once.
 constexpr std::uint64_t kMostValues = 65536;
 constexpr std::uint64_t kMostValuesPerByte = 16;
 constexpr std::uint64_t kMostValuesOfAll = std::uint64_t{1} << 31;
@@ -35,7 +36,7 @@ std::uint64_t eightBytes(const std::uint8_t* bytes) {
   return std::endian::native == std::endian::little ? __builtin_bswap64(value) : value;
 }
 
-// Kept out of line, so that what is always run stays together.
+// This function is kept out of line, so that the code that always runs stays together.
 [[noreturn, gnu::cold, gnu::noinline]] void fail(const char* sentence, std::size_t offset) {
   throw PropertyListError(sentence, offset);
 }
@@ -53,11 +54,11 @@ class BinaryReader {
   const PropertyList& newUsualKeys() const { return newUsualKeys_; }
 
  private:
-  /// What is known of an object. The container that it was first read for keeps the value alive, and no other
+  /// The state of an object. The container that it was first read for keeps the value alive, and no other
   /// thread knows the value before all is read. `height` counts the levels of containers from this object
   /// downwards. `values` counts the values in it and itself, shared ones as often as they are referred to.
   struct Object {
-    enum State : std::uint8_t { unknown, beingRead, whole, usual };  // usual: a whole one that others know
+    enum State : std::uint8_t { unknown, beingRead, whole, usual };  // usual: other threads know it
     std::uintptr_t bits = 0;
     std::uint32_t values = 1;
     std::uint16_t height = 0;
@@ -291,7 +292,7 @@ class BinaryReader {
             : std::bit_cast<double>(bigEndian(offset, 8)));
   }
 
-  /// A member of the container at `start`, whose height grows by it.
+  /// Reads a member of the container at `start` and raises the container's height accordingly.
   PropertyList member(Object& container, std::size_t start, std::size_t referenceOffset, int depth) {
     const std::uint64_t reference = bigEndian(referenceOffset, referenceSize_);
     if (reference >= objects_.size()) {
@@ -319,7 +320,7 @@ class BinaryReader {
     target.height = 1;
   }
 
-  /// A container of `handles` absent ones.
+  /// A container with `handles` absent members.
   PropertyListNode* container(PropertyList::Kind kind, std::size_t length, std::size_t handles) {
     PropertyListNode* node = containers_->allocate(kind, length, handles * sizeof(PropertyList));
     std::uninitialized_value_construct_n(node->handles(), handles);
@@ -442,7 +443,8 @@ class BinaryReader {
            });
   }
 
-  /// A dictionary with equal keys, of which the first counts. What is left out may be referred to again.
+  /// Reads a dictionary with equal keys, of which the first counts. A value that is left out may still be
+  /// referred to from elsewhere.
   PropertyList readRepeated(Object& target, std::size_t start, std::size_t offset, int depth,
                             const PropertyList& keys) {
     const PropertyListNode* names = PropertyListAccess::node(keys);
@@ -462,7 +464,7 @@ class BinaryReader {
   std::uint64_t topObject_ = 0, offsetTable_ = 0;
   std::uint64_t taken_ = 0;
   std::uint64_t mostValues_ = 0;
-  // Enough for the objects of a message of the usual size; more come from the heap.
+  // This is enough for the objects of a message of the usual size. More objects come from the heap.
   std::array<std::byte, 1024> few_;
   std::pmr::monotonic_buffer_resource memory_{few_.data(), few_.size()};
   std::pmr::vector<Object> objects_{&memory_};

@@ -20,7 +20,7 @@ namespace {
 
 using namespace binary_plist;
 
-// Kept out of line, so that what is always run stays together.
+// This function is kept out of line, so that the code that always runs stays together.
 [[noreturn, gnu::cold, gnu::noinline]] void fail(const char* sentence) { throw PropertyListError(sentence); }
 
 [[noreturn, gnu::cold, gnu::noinline]] void failForDepth() {
@@ -216,7 +216,7 @@ class BinaryWriter {
 
   std::size_t size() const { return static_cast<std::size_t>(next_ - start_); }
 
-  /// Makes sure that `count` bytes and a scalar can be written.
+  /// Makes room for `count` bytes and a scalar.
   void room(std::size_t count) {
     if (count + kEncodingSlack > static_cast<std::size_t>(end_ - next_)) {
       grow(count + kEncodingSlack);
@@ -251,7 +251,7 @@ class BinaryWriter {
   const std::size_t referenceSize_;
   const std::size_t mostObjects_;
   const std::size_t expected_;
-  // Enough for a message of the usual size; more comes from the heap.
+  // This is enough for a message of the usual size. More memory comes from the heap.
   std::array<std::byte, 1280> few_;
   std::pmr::monotonic_buffer_resource memory_{few_.data(), few_.size()};
   ObjectNumbers numbers_;

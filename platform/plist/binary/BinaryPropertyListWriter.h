@@ -1,4 +1,4 @@
-// The binary property-list format, version 00, as this system writes it.
+// Writes the binary property-list format, version 00.
 #pragma once
 
 #include "platform/plist/PropertyList.h"

@@ -1,4 +1,5 @@
-// What the writer works out of a string's or data's bytes once and keeps with them; for this folder only.
+// Properties of the bytes of a string or data that the writer computes once and keeps with them. This header
+// is for this folder only.
 #pragma once
 
 #include <atomic>

@@ -1,5 +1,5 @@
-// The objects that the writer has written, and how it finds the one that is equal to a value; for this folder
-// only.
+// The objects that the writer has written, and the search for one that is equal to a value. This header is
+// for this folder only.
 #pragma once
 
 #include <algorithm>
@@ -16,9 +16,9 @@
 
 namespace keldane {
 
-/// What makes a scalar or a container the same object in the file. Scalars are the same when they are of one
-/// sort and have one value: a NaN is the same as itself, and 0.0 and -0.0 differ. A container is the same as
-/// itself only. Strings and data are compared by their bytes instead.
+/// Tells whether two scalars or containers are the same object in the file. Scalars are the same when they
+/// are of one sort and have one value: a NaN is the same as itself, and 0.0 and -0.0 differ. A container is
+/// the same as itself only. Strings and data are compared by their bytes instead.
 struct ObjectIdentity {
   enum Sort : std::uint32_t { bytes, boolean, integer, large, real, date, container };
   bool operator==(const ObjectIdentity&) const = default;
@@ -133,7 +133,8 @@ class ObjectNumbers {
     return find(marks.hash, next, [&](Reference other) { return sameBytes(node, *objects[other].value); });
   }
 
-  /// The same for a scalar or a container.
+  /// The number of a scalar or a container with the same identity. When there is none, the answer is `next`,
+  /// which from now on is the number of this one.
   Reference findIdentity(const ObjectIdentity& identity, Reference next, const WrittenObjects& objects) {
     constexpr std::uint64_t kScatter = 0x9E3779B97F4A7C15;
     return find(static_cast<std::uint32_t>(mixed(identity.number ^ identity.sort, kScatter)), next,

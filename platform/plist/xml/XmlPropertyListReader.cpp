@@ -89,8 +89,8 @@ class XmlReader {
     }
   }
 
-  void skipDocumentType() {
-    const std::size_t start = at_;
+  /// Moves to the first of these characters that does not stand in quotes. False when there is none.
+  bool skipToUnquoted(std::string_view wanted) {
     char quote = '\0';
     for (; at_ < text_.size(); ++at_) {
       const char c = text_[at_];
@@ -98,15 +98,23 @@ class XmlReader {
         quote = c == quote ? '\0' : quote;
       } else if (c == '"' || c == '\'') {
         quote = c;
-      } else if (c == '[') {
-        throw PropertyListError(
-            "The document type declares things of its own, which a property list does not need", at_);
-      } else if (c == '>') {
-        ++at_;
-        return;
+      } else if (wanted.find(c) != std::string_view::npos) {
+        return true;
       }
     }
-    throw PropertyListError("The document type has no end", start);
+    return false;
+  }
+
+  void skipDocumentType() {
+    const std::size_t start = at_;
+    if (!skipToUnquoted("[>")) {
+      throw PropertyListError("The document type has no end", start);
+    }
+    if (text_[at_] == '[') {
+      throw PropertyListError(
+          "The document type declares things of its own, which a property list does not need", at_);
+    }
+    ++at_;
   }
 
   /// "<name attributes>" or "<name attributes/>".
@@ -122,22 +130,12 @@ class XmlReader {
       ++at_;
     }
     const std::string_view name = text_.substr(nameStart, at_ - nameStart);
-    char quote = '\0';
-    for (; at_ < text_.size(); ++at_) {
-      const char c = text_[at_];
-      if (quote != '\0') {
-        quote = c == quote ? '\0' : quote;
-      } else if (c == '"' || c == '\'') {
-        quote = c;
-      } else if (c == '<') {
-        break;
-      } else if (c == '>') {
-        const bool empty = text_[at_ - 1] == '/';
-        ++at_;
-        return {name, empty, start};
-      }
+    if (!skipToUnquoted("<>") || text_[at_] == '<') {
+      throw PropertyListError("A tag has no end", start);
     }
-    throw PropertyListError("A tag has no end", start);
+    const bool empty = text_[at_ - 1] == '/';
+    ++at_;
+    return {name, empty, start};
   }
 
   void closeTag(std::string_view name) {

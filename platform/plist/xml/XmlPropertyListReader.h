@@ -1,4 +1,4 @@
-// The XML property-list format, as text that anybody may have made.
+// Reads the XML property-list format. The text may come from anybody.
 #pragma once
 
 #include <string_view>

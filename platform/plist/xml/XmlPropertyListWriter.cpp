@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::size_t kLongestDocument = std::size_t{1} << 30;
 
-/// Whether it stands for itself and for nothing else.
+/// Whether a character needs no escape.
 constexpr bool isPlain(char c) { return c >= ' ' && c <= '~' && c != '&' && c != '<' && c != '>'; }
 
 class XmlWriter {
@@ -88,7 +88,7 @@ class XmlWriter {
           text_ += "&gt;";
           break;
         case '\r':
-          text_ += "&#13;";  // a bare one would be read back as a line feed
+          text_ += "&#13;";  // an unescaped one would be read back as a line feed
           break;
         default:
           const bool unfit = (character < 0x20 && character != '\t' && character != '\n') ||

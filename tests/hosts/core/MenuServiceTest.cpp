@@ -5,11 +5,13 @@
 #include <unistd.h>
 
 #include <condition_variable>
+#include <csignal>
 #include <mutex>
 
 #include "platform/bundle/Bundle.h"
 #include "tests/support/FakeDaemon.h"
 #include "tests/support/PluginBundle.h"
+#include "tests/support/SignalMasks.h"
 #include "tests/support/UserPreferences.h"
 #include "tests/support/Wait.h"
 
@@ -321,6 +323,13 @@ TEST_F(MenuServiceTest, GoesAtOnceWhileThePluginIsStuck) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
   gate_.open();
   EXPECT_TRUE(daemon_->waitForClients(0)) << "the thread that was left behind ends its cycle";
+}
+
+TEST_F(MenuServiceTest, LeavesTheHostsSignalsToTheHostsThreads) {
+  listen();
+  const std::size_t before = testing::threadsThatTake(SIGCHLD);
+  ASSERT_TRUE(service().menuFor({"/a"}));
+  EXPECT_EQ(testing::threadsThatTake(SIGCHLD), before);
 }
 
 TEST(MenuServicePatience, IsWhatTheEnvironmentSaysInReason) {

@@ -5,12 +5,15 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 
 #include "platform/files/FileContents.h"
 #include "platform/files/FileManager.h"
 #include "platform/files/Path.h"
 #include "platform/files/UserFolders.h"
 #include "platform/host/Host.h"
+#include "platform/threads/SignalsBlocked.h"
+#include "tests/support/SignalMasks.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Wait.h"
 
@@ -144,6 +147,34 @@ TEST(Workspace, StartsWhatALauncherNames) {
   EXPECT_TRUE(Workspace::openFile("/a b/c.desktop"));
   EXPECT_TRUE(testing::eventually([&] { return FileManager::fileExistsAtPath(folder / "seen"); }));
   EXPECT_EQ(testing::readWhole(folder / "seen"), "launch,/a b/c.desktop");
+}
+
+/// An opener that writes its signal mask to "seen" and waits until there is a file "go".
+std::string waitingOpener(const TemporaryFolder& folder) {
+  return "#!/bin/sh\nwhile read name value; do [ \"$name\" != SigBlk: ] || echo $value; done <"
+         "/proc/self/status > \"" +
+         folder / "part" + "\"\nmv \"" + folder / "part" + "\" \"" + folder / "seen" + "\"\nwhile [ ! -e \"" +
+         folder / "go" + "\" ]; do sleep 0.01; done\n";
+}
+
+TEST(Workspace, TheHostsSignalsReachTheHostAndTheOpenersTheOpener) {
+  const TemporaryFolder folder;
+  chmod(folder.write("xdg-open", waitingOpener(folder)).c_str(), 0755);
+  const std::string path = std::string(getenv("PATH"));
+  setenv("PATH", (folder.path().string() + ":" + path).c_str(), 1);
+  const std::size_t before = testing::threadsThatTake(SIGCHLD);
+  const std::ptrdiff_t threads = testing::countOf("task");
+  {
+    const SignalsBlocked blocked;  // as on the thread that a host gives the plug-in
+    EXPECT_TRUE(Workspace::openFile("/x"));
+  }
+  EXPECT_TRUE(testing::eventually([&] { return FileManager::fileExistsAtPath(folder / "seen"); }));
+  EXPECT_EQ(testing::readWhole(folder / "seen"), "0000000000000000\n") << "it can be interrupted and ended";
+  EXPECT_TRUE(Workspace::openFile("/x"));
+  EXPECT_EQ(testing::countOf("task"), threads + 2) << "which wait for the openers to end";
+  EXPECT_EQ(testing::threadsThatTake(SIGCHLD), before);
+  folder.write("go", "");
+  EXPECT_TRUE(testing::eventually([&] { return testing::countOf("task") == threads; }));
 }
 
 TEST(Workspace, SaysWhenThereIsNoOpener) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <filesystem>
 #include <future>
 #include <mutex>
@@ -11,6 +12,7 @@
 #include "Common/FileNode.h"
 #include "tests/daemon/server/ServerFixture.h"
 #include "tests/support/FakeDaemon.h"
+#include "tests/support/SignalMasks.h"
 #include "tests/support/Wait.h"
 
 namespace keldane {
@@ -282,6 +284,14 @@ TEST_F(StatusServiceTest, PerformsWhatAPersonAskedFor) {
   listen();
   EXPECT_EQ(ask(), "State 1") << "without waiting for the next attempt";
   EXPECT_TRUE(daemon_->waitForClients(0)) << "nothing is shown";
+}
+
+TEST_F(StatusServiceTest, LeavesTheHostsSignalsToTheHostsThreads) {
+  listen();
+  const std::size_t before = testing::threadsThatTake(SIGCHLD);
+  service().statusOf("/f/a");
+  EXPECT_TRUE(eventually([&] { return isKnown("/f/a"); }));
+  EXPECT_EQ(testing::threadsThatTake(SIGCHLD), before);
 }
 
 TEST_F(StatusServiceTest, StandsStrangeAnswers) {
