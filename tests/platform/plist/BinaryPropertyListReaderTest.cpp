@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 
 #include "tests/platform/plist/Documents.h"
 #include "tests/support/Samples.h"
@@ -141,6 +142,27 @@ TEST(BinaryReader, WhatIsTakenOutOfAValueOutlivesIt) {
   value = PropertyList();
   EXPECT_EQ(name.string(), "name 1234");
   EXPECT_EQ(dictionary, many[77]);
+}
+
+TEST(BinaryReader, ANulFollowsEveryTextWhateverTheMemoryHeldBefore) {
+  PropertyList::Array texts;
+  for (std::size_t length = 0; length < 60; ++length) {
+    texts.emplace_back(std::string(length, 'x'));
+  }
+  const Bytes bytes = binary(PropertyList::array(texts));
+  for (int round = 0; round < 3; ++round) {  // the later ones get the memory of those before
+    const PropertyList value = read(bytes);
+    ASSERT_EQ(value.count(), texts.size());
+    for (std::size_t length = 0; length < texts.size(); ++length) {
+      const std::string_view text = value[length].string();
+      EXPECT_EQ(text.size(), length);
+      EXPECT_EQ(std::strlen(text.data()), length);
+    }
+    std::vector<std::unique_ptr<std::string>> dirt;
+    for (std::size_t size = 16; size < 20'000; size += size / 2) {
+      dirt.push_back(std::make_unique<std::string>(size, 'd'));
+    }
+  }
 }
 
 TEST(BinaryReader, ReadsEveryWidthOfInteger) {
