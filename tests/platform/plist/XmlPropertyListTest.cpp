@@ -120,6 +120,20 @@ TEST(XmlWriter, ReplacesWhatXmlCannotHoldAndRefusesWhatHasNoEnd) {
   EXPECT_FALSE(PropertyListSerialization::dataFromPropertyList(Date{1e300}, Format::xml, &error));
 }
 
+TEST(XmlReader, QuotesHideTheEndOfATagAndOfADocumentType) {
+  for (const char* text :
+       {"<!DOCTYPE plist PUBLIC \"a>[b'\" 'c>[d\"'><plist version=\"1>0\"><string "
+        "id='/>\"<'>x</string></plist>",
+        "<plist a='<' b=\">\"><string>x</string></plist>", "<string a=\"'\" b='\"'>x</string>"}) {
+    std::string error;
+    EXPECT_EQ(readText(text, &error), PropertyList("x")) << text << ": " << error;
+  }
+  for (const char* text : {"<string a=\">x</string>", "<string a='>x</string>", "<string a=\"'>x</string>",
+                           "<string <>x</string>", "<string", "<", "<!DOCTYPE plist \"><string>x</string>"}) {
+    EXPECT_TRUE(readText(text).isAbsent()) << text;
+  }
+}
+
 TEST(XmlReader, ValuesMayStandBetweenBlanks) {
   EXPECT_EQ(readText("<integer>\n 5\t</integer>").longLongValue(), 5);
   EXPECT_EQ(readText("<real> 0.5 </real>").doubleValue(), 0.5);
