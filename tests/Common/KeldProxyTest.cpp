@@ -413,6 +413,25 @@ TEST_F(KeldProxyTest, ACallThatMustNotWaitIsSentOnlyIfThereIsALinkThatNoCallUses
   EXPECT_FALSE(proxy_->callWithoutWaiting("addFileToBackup:", arguments)) << "there is no link";
 }
 
+TEST_F(KeldProxyTest, AfterACallWithoutALinkAFailureReadiesNothing) {
+  const auto proxy = KeldaneProxy::create();
+  proxy->setProtocol(&KeldaneDaemonProtocol);
+  EXPECT_EQ(proxy->pausedMinutes(), 0U);
+  proxy->processData(nullptr, kLinkFailed);
+  const auto socket = KeldaneSocket::create();
+  proxy->setSocket(socket);
+  ASSERT_TRUE(socket->connectToPath(peer_.path()));
+  RawConnection connection = peer_.accept();
+  std::thread peer([&] {
+    connection.readFrame();
+    connection.answer(5);
+  });
+  EXPECT_EQ(proxy->pausedMinutes(), 5U) << "the call gets its own answer";
+  peer.join();
+  proxy->close();
+  socket->close();
+}
+
 TEST_F(KeldProxyTest, SettingASocketClosesTheOneBefore) {
   const auto next = KeldaneSocket::create();
   proxy_->setSocket(next);

@@ -249,6 +249,22 @@ TEST(BinaryReader, RefusesWhatIsMalformedWithASentenceAndAnOffset) {
   }
 }
 
+TEST(BinaryReader, RefusesObjectsThatReachBeyondTheEndOfTheObjects) {
+  struct Cut {
+    std::string marker;  // with the count
+    std::size_t size;    // of what follows
+  };
+  const Cut cuts[] = {{"\x10", 1}, {"\x11", 2},     {"\x12", 4},     {"\x13", 8}, {"\x14", 16}, {"\x22", 4},
+                      {"\x23", 8}, {"\x33", 8},     {"\x43", 3},     {"\x53", 3}, {"\x63", 6},  {"\xA3", 3},
+                      {"\xD2", 4}, {"\x4F\x10", 1}, {"\x5F\x11", 2}, {"\xAF", 1}};
+  for (const Cut& cut : cuts) {
+    std::string error;
+    EXPECT_TRUE(read(document({cut.marker + std::string(cut.size - 1, '\0')}), &error).isAbsent());
+    EXPECT_TRUE(error.starts_with("An object reaches beyond the end of the objects"))
+        << hex(bytesOf(cut.marker), 0, 2) << ": " << error;
+  }
+}
+
 TEST(BinaryReader, RefusesNestingBeyondItsLimitHoweverItIsShared) {
   EXPECT_EQ(read(binary(nested(512))), nested(512));
   // 600 arrays, each around the next: longer offsets, so by hand.
