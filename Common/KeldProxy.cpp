@@ -230,7 +230,6 @@ void KeldaneProxy::forwardInvocation(Invocation& invocation) {
     // There never was a link, or the write failed and this thread took the link down. Neither an answer nor a
     // failure signal will come.
     waitingOnResult_ = false;
-    invocation.result = {};
     return;
   }
   resultCond_.lockWhenCondition(1);

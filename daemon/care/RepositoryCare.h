@@ -78,7 +78,8 @@ class RepositoryCare final : public RepositoryKeeper {
   /// A failed drill is followed by a check of everything, because later backups would use the damaged data.
   DrillEnd drill(std::size_t files, EngineJob& job);
 
-  /// Forgets all snapshots that retention allows. `gone` receives their number.
+  /// Forgets all snapshots that retention allows, if they are at least `fewest`. `gone` receives their
+  /// number.
   EngineAnswer forgetDue(std::size_t fewest, EngineJob& job, std::size_t* gone = nullptr);
 
   std::uint64_t repositorySize() const { return size_; }

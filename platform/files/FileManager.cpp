@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <csignal>
 #include <thread>
 
@@ -64,10 +63,7 @@ bool spawnOpener(const std::string& path) {
   // its children is left alone.
   try {
     const SignalsBlocked blocked;
-    std::thread([child] {
-      while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
-      }
-    }).detach();
+    std::thread([child] { waitpid(child, nullptr, 0); }).detach();  // no signal can interrupt it
   } catch (const std::exception& exception) {  // the program runs; its zombie stays until the host ends
     systemLog("%s cannot be waited for: %s", arguments[0], exception.what());
   }

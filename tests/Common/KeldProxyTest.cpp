@@ -398,6 +398,40 @@ TEST_F(KeldProxyTest, SettingASocketReleasesAReceiveThreadThatCannotHandOverItsR
   EXPECT_TRUE(eventually([&] { return socket_.use_count() == 1; }));
 }
 
+TEST_F(KeldProxyTest, ACallThatMustNotWaitIsSentOnlyIfThereIsALinkThatNoCallUses) {
+  const Arguments arguments = {RawValue::of<'@'>("/x")};
+  EXPECT_TRUE(proxy_->callWithoutWaiting("addFileToBackup:", arguments));
+  EXPECT_EQ(connection_.readFrame().value()[2].string(), "addFileToBackup:");
+  std::thread caller([&] { EXPECT_EQ(proxy_->pausedMinutes(), 5U); });
+  EXPECT_EQ(connection_.readFrame().value()[2].string(), "pausedMinutes");
+  EXPECT_FALSE(proxy_->callWithoutWaiting("addFileToBackup:", arguments)) << "another call waits";
+  connection_.answer(5);
+  caller.join();
+  EXPECT_TRUE(proxy_->callWithoutWaiting("addFileToBackup:", arguments));
+  EXPECT_EQ(connection_.readFrame().value()[2].string(), "addFileToBackup:") << "and none before it";
+  proxy_->close();
+  EXPECT_FALSE(proxy_->callWithoutWaiting("addFileToBackup:", arguments)) << "there is no link";
+}
+
+TEST_F(KeldProxyTest, AfterACallWithoutALinkAFailureReadiesNothing) {
+  const auto proxy = KeldaneProxy::create();
+  proxy->setProtocol(&KeldaneDaemonProtocol);
+  EXPECT_EQ(proxy->pausedMinutes(), 0U);
+  proxy->processData(nullptr, kLinkFailed);
+  const auto socket = KeldaneSocket::create();
+  proxy->setSocket(socket);
+  ASSERT_TRUE(socket->connectToPath(peer_.path()));
+  RawConnection connection = peer_.accept();
+  std::thread peer([&] {
+    connection.readFrame();
+    connection.answer(5);
+  });
+  EXPECT_EQ(proxy->pausedMinutes(), 5U) << "the call gets its own answer";
+  peer.join();
+  proxy->close();
+  socket->close();
+}
+
 TEST_F(KeldProxyTest, SettingASocketClosesTheOneBefore) {
   const auto next = KeldaneSocket::create();
   proxy_->setSocket(next);

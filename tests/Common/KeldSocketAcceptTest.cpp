@@ -111,6 +111,8 @@ TEST_F(KeldSocketAcceptTest, WhatADelegateThrowsAtANewChildGoesNoFurther) {
   const auto second = KeldaneSocket::create();
   ASSERT_TRUE(second->connectToPath(path_));
   EXPECT_TRUE(eventually([&] { return delegate_->childCount() == 2; }));
+  EXPECT_TRUE(eventually([&] { return delegate_->children[1]->isZombie(); })) << "nobody serves it";
+  EXPECT_TRUE(delegate_->children[0]->isZombie());
   second->close();
   listener->close();
   delegate_->children.clear();

@@ -120,7 +120,7 @@ class XmlReader {
   /// "<name attributes>" or "<name attributes/>".
   Tag openTag() {
     const std::size_t start = at_;
-    if (at_ >= text_.size() || text_[at_] != '<' || at_ + 1 >= text_.size() || text_[at_ + 1] == '/') {
+    if (at_ + 1 >= text_.size() || text_[at_] != '<' || text_[at_ + 1] == '/') {
       throw PropertyListError("An element is missing", start);
     }
     ++at_;

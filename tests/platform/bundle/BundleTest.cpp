@@ -62,6 +62,17 @@ TEST_F(BundleTest, ReadsItsInformationInEveryFormat) {
   }
 }
 
+TEST_F(BundleTest, ReadsItsInformationBesideItsContentsWhereThereIsNoneInThem) {
+  folder_.write("Info.plist", "{ DaemonPath = /beside; }");
+  EXPECT_EQ(bundle()->objectForInfoDictionaryKey("DaemonPath"), PropertyList("/beside"));
+  const TemporaryFolder both;
+  both.write("Info.plist", "{ DaemonPath = /beside; Other = x; }");
+  both.write("Contents/Info.plist", "{ DaemonPath = /within; }");
+  const auto bundle = Bundle::bundleWithPath(both.path());
+  EXPECT_EQ(bundle->objectForInfoDictionaryKey("DaemonPath"), PropertyList("/within"));
+  EXPECT_TRUE(bundle->objectForInfoDictionaryKey("Other").isAbsent());
+}
+
 TEST_F(BundleTest, ABrokenInformationDictionaryReadsAsEmptyWithALine) {
   for (const std::string content : {"", "<plist><dict>", "\"a string\"", "bplist00"}) {
     const TemporaryFolder folder;

@@ -71,6 +71,38 @@ TEST(AppleEvents, NullPointersAreErrorsBesideAContainerToo) {
   EXPECT_EQ(AESizeOfNthItem(&list, 1, nullptr, nullptr), errAEDescNotFound);
 }
 
+TEST(AppleEvents, AFailureLeavesANullDescriptorWhateverTheResultHeld) {
+  Desc list, record, text;
+  ASSERT_EQ(AECreateList(nullptr, 0, false, &list), kNoErr);
+  ASSERT_EQ(AECreateList(nullptr, 0, true, &record), kNoErr);
+  ASSERT_EQ(AECreateDesc(typeUTF8Text, "a", 1, &text), kNoErr);
+  const std::function<OSErr(AEDesc*)> failures[] = {
+      [](AEDesc* result) { return AECreateDesc(typeUTF8Text, nullptr, 3, result); },
+      [](AEDesc* result) { return AECreateList("x", 1, false, result); },
+      [&](AEDesc* result) { return AECoerceDesc(&text, typeAEList, result); },
+      [&](AEDesc* result) { return AEGetNthDesc(&list, 1, typeWildCard, nullptr, result); },
+      [&](AEDesc* result) { return AEGetParamDesc(&record, 1, typeWildCard, result); },
+  };
+  for (const auto& fails : failures) {
+    AEDesc result = {typeChar, nullptr};  // as a host may hand in what it has not cleared
+    EXPECT_NE(fails(&result), kNoErr);
+    EXPECT_EQ(result.descriptorType, typeNull);
+  }
+  const AEDesc empty = {typeNull, nullptr};
+  AEDesc copy = {typeChar, nullptr};
+  EXPECT_EQ(AEDuplicateDesc(&empty, &copy), kNoErr);
+  EXPECT_EQ(copy.descriptorType, typeNull);
+}
+
+TEST(AppleEvents, DataOfANullDescriptorIsNothing) {
+  const AEDesc empty = {typeNull, nullptr};
+  char bytes[2] = {'x', 'y'};
+  EXPECT_EQ(AEGetDescData(&empty, bytes, 2), kNoErr);
+  EXPECT_EQ(AEGetDescDataSize(&empty), 0U);
+  EXPECT_EQ(std::string(bytes, 2), "xy");
+  EXPECT_EQ(AEGetDescData(&empty, nullptr, 0), kNoErr);
+}
+
 TEST(AppleEvents, AListKeepsItsItemsInOrder) {
   Desc list;
   ASSERT_EQ(AECreateList(nullptr, 0, false, &list), kNoErr);

@@ -130,6 +130,7 @@ TEST(FileURL, EscapesWhatIsNotPlain) {
 TEST(FileURL, ReadsFileURLsOnly) {
   EXPECT_EQ(FileURL::withString("file:///a%20b")->path(), "/a b");
   EXPECT_EQ(FileURL::withString("FILE://localhost/a/")->path(), "/a");
+  EXPECT_EQ(FileURL::withString("file:///%4a%4A%4f%4F%30%39%6a%6A")->path(), "/JJOO09jj");
   for (const char* url : {"", "file", "file:/a", "http:///a", "file://host/a", "file:///a%2", "file:///a%zz",
                           "file:///a%00b", "file:///a%FF", "file:///a?q", "file:///a#f", "file://"}) {
     EXPECT_FALSE(FileURL::withString(url)) << url;

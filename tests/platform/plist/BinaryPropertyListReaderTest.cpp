@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 
 #include "tests/platform/plist/Documents.h"
 #include "tests/support/Samples.h"
@@ -143,6 +144,27 @@ TEST(BinaryReader, WhatIsTakenOutOfAValueOutlivesIt) {
   EXPECT_EQ(dictionary, many[77]);
 }
 
+TEST(BinaryReader, ANulFollowsEveryTextWhateverTheMemoryHeldBefore) {
+  PropertyList::Array texts;
+  for (std::size_t length = 0; length < 60; ++length) {
+    texts.emplace_back(std::string(length, 'x'));
+  }
+  const Bytes bytes = binary(PropertyList::array(texts));
+  for (int round = 0; round < 3; ++round) {  // the later ones get the memory of those before
+    const PropertyList value = read(bytes);
+    ASSERT_EQ(value.count(), texts.size());
+    for (std::size_t length = 0; length < texts.size(); ++length) {
+      const std::string_view text = value[length].string();
+      EXPECT_EQ(text.size(), length);
+      EXPECT_EQ(std::strlen(text.data()), length);
+    }
+    std::vector<std::unique_ptr<std::string>> dirt;
+    for (std::size_t size = 16; size < 20'000; size += size / 2) {
+      dirt.push_back(std::make_unique<std::string>(size, 'd'));
+    }
+  }
+}
+
 TEST(BinaryReader, ReadsEveryWidthOfInteger) {
   const auto bytes = [](std::initializer_list<int> list) { return std::string(list.begin(), list.end()); };
   EXPECT_EQ(read(document({bytes({0x10, 0xFF})})).longLongValue(), 255);
@@ -224,6 +246,22 @@ TEST(BinaryReader, RefusesWhatIsMalformedWithASentenceAndAnOffset) {
     std::string error;
     EXPECT_TRUE(read(malformed.bytes, &error).isAbsent()) << malformed.what;
     EXPECT_NE(error.find("at byte offset"), std::string::npos) << malformed.what << ": " << error;
+  }
+}
+
+TEST(BinaryReader, RefusesObjectsThatReachBeyondTheEndOfTheObjects) {
+  struct Cut {
+    std::string marker;  // with the count
+    std::size_t size;    // of what follows
+  };
+  const Cut cuts[] = {{"\x10", 1}, {"\x11", 2},     {"\x12", 4},     {"\x13", 8}, {"\x14", 16}, {"\x22", 4},
+                      {"\x23", 8}, {"\x33", 8},     {"\x43", 3},     {"\x53", 3}, {"\x63", 6},  {"\xA3", 3},
+                      {"\xD2", 4}, {"\x4F\x10", 1}, {"\x5F\x11", 2}, {"\xAF", 1}};
+  for (const Cut& cut : cuts) {
+    std::string error;
+    EXPECT_TRUE(read(document({cut.marker + std::string(cut.size - 1, '\0')}), &error).isAbsent());
+    EXPECT_TRUE(error.starts_with("An object reaches beyond the end of the objects"))
+        << hex(bytesOf(cut.marker), 0, 2) << ": " << error;
   }
 }
 

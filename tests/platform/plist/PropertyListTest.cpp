@@ -218,6 +218,7 @@ TEST(PropertyList, DescribesInThePlatformsManner) {
             "    empty = \"\";\n    none = (\n    );\n}");
   EXPECT_EQ(PropertyList("plain text").description(), "plain text");
   EXPECT_EQ(PropertyList::array({"say \"hi\"\\"}).description(), "(\n    \"say \\\"hi\\\"\\\\\"\n)");
+  EXPECT_EQ(PropertyList::array({"two\nlines"}).description(), "(\n    \"two\\nlines\"\n)");
   const std::uint8_t bytes[] = {0xDE, 0xAD, 0xBE, 0xEF, 0x01};
   EXPECT_EQ(PropertyList::data(bytes).description(), "<deadbeef 01>");
   EXPECT_EQ(PropertyList(Date{0}).description(), "2001-01-01 00:00:00 +0000");

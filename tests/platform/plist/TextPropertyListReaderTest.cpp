@@ -36,14 +36,56 @@ TEST(TextReader, ReadsAStringsTable) {
 }
 
 TEST(TextReader, RefusesWhatIsMalformedWithASentenceAndAnOffset) {
-  for (const char* text : {"{", "{ a = ", "{ a = b", "{ a b }", "( a b )", "( a", "<abc>", "<xy>", "\"no end",
-                           "/* no end", "  ", "a = b c", "{ a = b; } x", "=", "\"\\"}) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"{", "A string is missing at byte offset 1"},
+      {"{ a = ", "A value is missing at byte offset 6"},
+      {"{ a = b", "A semicolon is missing after an entry at byte offset 7"},
+      {"{ a b }", "A semicolon is missing after an entry at byte offset 4"},
+      {"( a b )", "A comma is missing between elements at byte offset 4"},
+      {"( a", "A comma is missing between elements at byte offset 3"},
+      {"( a,", "A value is missing at byte offset 4"},
+      {"<abc>", "Data is not in pairs of hexadecimal digits at byte offset 0"},
+      {"( <xy> )", "Data is not in pairs of hexadecimal digits at byte offset 2"},
+      {"( <00", "Data is not in pairs of hexadecimal digits at byte offset 2"},
+      {"\"no end", "A quoted string has no end at byte offset 0"},
+      {"a = 'no end", "A quoted string has no end at byte offset 4"},
+      {"x /* no end", "A comment has no end at byte offset 2"},
+      {"x /*/", "A comment has no end at byte offset 2"},
+      {"  ", "The text holds no property list at byte offset 2"},
+      {"// c", "The text holds no property list at byte offset 4"},
+      {"a = b c", "A semicolon is missing after an entry at byte offset 6"},
+      {"{ a = b; } x", "Something follows the end of the property list at byte offset 11"},
+      {"=", "A string is missing at byte offset 0"},
+      {"\"\\", "A quoted string has no end at byte offset 0"},
+  };
+  for (const auto& [text, sentence] : cases) {
     std::string error;
     EXPECT_TRUE(readText(text, &error).isAbsent()) << text;
-    EXPECT_NE(error.find("at byte offset"), std::string::npos) << text << ": " << error;
+    EXPECT_TRUE(error.starts_with(sentence)) << text << ": " << error;
   }
   EXPECT_TRUE(readText(std::string(513, '(') + std::string(513, ')')).isAbsent());
   EXPECT_TRUE(readText(std::string(512, '(') + std::string(512, ')')).isArray());
+}
+
+TEST(TextReader, PassesOverBlanksAndCommentsWhereverTheyStand) {
+  EXPECT_EQ(readText("/**/ ( a /* ( */ , // ,\r b // end\n ) // last"), PropertyList::array({"a", "b"}));
+  EXPECT_EQ(readText("{ a /**/ = /**/ b /**/ ; /**/ }"), PropertyList::dictionary({{"a", "b"}}));
+  EXPECT_EQ(readText("< 0 1\t2\n3 >"), PropertyList::data(Bytes{0x01, 0x23}));
+  EXPECT_EQ(readText("<09afAF>"), PropertyList::data(Bytes{0x09, 0xAF, 0xAF}));
+  EXPECT_EQ(readText("{ a; b = ( ); c }"),
+            PropertyList::dictionary({{"a", "a"}, {"b", PropertyList::array({})}, {"c", "c"}}));
+}
+
+TEST(TextReader, EscapesTakeNoMoreDigitsThanTheyCan) {
+  EXPECT_EQ(readText(R"("\1018\8\18\377")").string(),
+            "A88\1"
+            "8\xC3\xBF");
+  EXPECT_EQ(readText(R"("\U00419\u41g\U")").string(), std::string("A9Ag\0", 5));
+  EXPECT_EQ(readText(R"("\ud800\udc00\udbff\udfff")").string(), "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF");
+  EXPECT_EQ(readText(R"("\ud800\ue000")").string(), "\xEF\xBF\xBD\xEE\x80\x80");
+  EXPECT_EQ(readText(R"("\ud800\ud800")").string(), "\xEF\xBF\xBD\xEF\xBF\xBD");
+  EXPECT_EQ(readText(R"("\ud800\x\ud800")").string(), "\xEF\xBF\xBDx\xEF\xBF\xBD");
+  EXPECT_EQ(readText(R"("\udc00\ud7ff")").string(), "\xEF\xBF\xBD\xED\x9F\xBF");
 }
 
 }  // namespace

@@ -53,34 +53,73 @@ TEST(XmlReader, ReadsTextInUtf16AndWithAMark) {
 }
 
 TEST(XmlReader, RefusesWhatIsMalformedWithASentenceAndAnOffset) {
-  for (const char* text : {
-           "<plist>",
-           "<plist/>",
-           "<plist><dict><string>x</string></dict></plist>",
-           "<plist><dict><key>k</key></dict></plist>",
-           "<plist><string>x</plist>",
-           "<plist><integer>1x</integer></plist>",
-           "<plist><integer>99999999999999999999</integer></plist>",
-           "<plist><real>x</real></plist>",
-           "<plist><date>yesterday</date></plist>",
-           "<plist><data>*</data></plist>",
-           "<plist><data>A</data></plist>",
-           "<plist><string>&unknown;</string></plist>",
-           "<plist><string>&#0;</string></plist>",
-           "<plist><string>&#xD800;</string></plist>",
-           "<plist><string>&amp</string></plist>",
-           "<plist><wrong/></plist>",
-           "<plist><!-- no end",
-           "<?xml no end",
-           "<plist><string><![CDATA[x</string></plist>",
-           "<plist><string>x</string></plist>more",
-           "<!DOCTYPE plist [<!ENTITY a \"aaaa\">]><plist><string>&a;</string></plist>",
-           "<plist><array><string>x</string>",
-       }) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"<plist>", "An element is missing"},
+      {"<plist/>", "The plist element is empty"},
+      {"<plist></plist>", "An element is missing"},
+      {"<?xml?></plist>", "An element is missing"},
+      {"<plist><dict><string>x</string></dict></plist>", "A key is missing in a dictionary"},
+      {"<plist><dict><key>k</key></dict></plist>", "A key has no value"},
+      {"<plist><string>x</plist>", "The end of the element \"string\" is missing"},
+      {"<plist><string>x</strin></plist>", "The end of the element \"string\" is missing"},
+      {"<plist><string>x</string x></plist>", "The end of the element \"string\" is missing"},
+      {"<plist><true></false></plist>", "The end of the element \"true\" is missing"},
+      {"<plist><integer>1x</integer></plist>", "An integer is not made of digits"},
+      {"<plist><integer></integer></plist>", "An integer is not made of digits"},
+      {"<plist><integer>99999999999999999999</integer></plist>", "An integer does not fit 64 bits"},
+      {"<plist><integer>-9223372036854775809</integer></plist>", "An integer does not fit 64 bits"},
+      {"<plist><real>x</real></plist>", "A real is no number"},
+      {"<plist><real>1.5x</real></plist>", "A real is no number"},
+      {"<plist><real>++1</real></plist>", "A real is no number"},
+      {"<plist><date>yesterday</date></plist>", "A date is not of the form"},
+      {"<plist><date>2001-01-31T12:00:00X</date></plist>", "A date is not of the form"},
+      {"<plist><date>2001-01-3:T12:00:00Z</date></plist>", "A date is not of the form"},
+      {"<plist><data>*</data></plist>", "Data is not in base64"},
+      {"<plist><data>A</data></plist>", "Data is not in base64"},
+      {"<plist><data>AA=A</data></plist>", "Data is not in base64"},
+      {"<plist><data>A===</data></plist>", "Data is not in base64"},
+      {"<plist><data>AA===</data></plist>", "Data is not in base64"},
+      {"<plist><string>&unknown;</string></plist>", "There is no entity \"unknown\""},
+      {"<plist><string>&#0;</string></plist>", "There is no entity \"#0\""},
+      {"<plist><string>&#;</string></plist>", "There is no entity \"#\""},
+      {"<plist><string>&#1x;</string></plist>", "There is no entity \"#1x\""},
+      {"<plist><string>&#xD800;</string></plist>", "There is no entity \"#xD800\""},
+      {"<plist><string>&#xDFFF;</string></plist>", "There is no entity \"#xDFFF\""},
+      {"<plist><string>&#x110000;</string></plist>", "There is no entity \"#x110000\""},
+      {"<plist><string>&amp</string></plist>", "An entity has no end"},
+      {"<plist><wrong/></plist>", "There is no element \"wrong\" in a property list"},
+      {"<plist><!-- no end", "A comment has no end"},
+      {"<?xml no end", "A processing instruction has no end"},
+      {"<plist><string><![CDATA[x</string></plist>", "A CDATA section has no end"},
+      {"<plist><string>x</string></plist>more", "Something follows the end of the property list"},
+      {"<!DOCTYPE plist [<!ENTITY a \"aaaa\">]><plist><string>&a;</string></plist>",
+       "The document type declares things of its own"},
+      {"<!DOCTYPE plist", "The document type has no end"},
+      {"<plist><string x <string>", "A tag has no end"},
+      {"<plist><array><string>x</string>", "An element is missing"},
+  };
+  for (const auto& [text, sentence] : cases) {
     std::string error;
     EXPECT_TRUE(readText(text, &error).isAbsent()) << text;
+    EXPECT_TRUE(error.starts_with(sentence)) << text << ": " << error;
     EXPECT_NE(error.find("at byte offset"), std::string::npos) << text << ": " << error;
   }
+}
+
+TEST(XmlReader, ReadsTheGreatestAndTheLeastOfEachKind) {
+  EXPECT_TRUE(readText("<integer>-9223372036854775808</integer>").identical(INT64_MIN));
+  EXPECT_TRUE(readText("<integer>9223372036854775807</integer>").identical(INT64_MAX));
+  EXPECT_TRUE(readText("<integer>9223372036854775808</integer>").identical(std::uint64_t{1} << 63));
+  EXPECT_TRUE(readText("<integer> +0x7f </integer>").identical(127));
+  EXPECT_EQ(readText("<string>&#x10FFFF;&#xD7FF;&#xE000;&#65;</string>"),
+            PropertyList("\xF4\x8F\xBF\xBF\xED\x9F\xBF\xEE\x80\x80"
+                         "A"));
+  EXPECT_EQ(readText("<data>AAEC\n Aw==</data>"), PropertyList::data(Bytes{0, 1, 2, 3}));
+  EXPECT_EQ(readText("<data>AAE=</data>"), PropertyList::data(Bytes{0, 1}));
+  EXPECT_EQ(readText("<data>+/9+</data>"), PropertyList::data(Bytes{0xFB, 0xFF, 0x7E}));
+  EXPECT_EQ(readText("<data>azAZ</data>"), PropertyList::data(Bytes{0x6B, 0x30, 0x19}));
+  EXPECT_EQ(readText("<date>2001-01-01T00:00:01Z</date>"), PropertyList(Date{1}));
+  EXPECT_EQ(readText("<date>2002-02-03T04:05:06Z</date>"), PropertyList(Date{34'401'906}));
 }
 
 TEST(XmlReader, RefusesNestingBeyondItsLimit) {
@@ -118,6 +157,20 @@ TEST(XmlWriter, ReplacesWhatXmlCannotHoldAndRefusesWhatHasNoEnd) {
   EXPECT_EQ(read(*bytes).string(), "a\xEF\xBF\xBDz\xEF\xBF\xBD");
   EXPECT_FALSE(PropertyListSerialization::dataFromPropertyList(nested(513), Format::xml, &error));
   EXPECT_FALSE(PropertyListSerialization::dataFromPropertyList(Date{1e300}, Format::xml, &error));
+}
+
+TEST(XmlReader, QuotesHideTheEndOfATagAndOfADocumentType) {
+  for (const char* text :
+       {"<!DOCTYPE plist PUBLIC \"a>[b'\" 'c>[d\"'><plist version=\"1>0\"><string "
+        "id='/>\"<'>x</string></plist>",
+        "<plist a='<' b=\">\"><string>x</string></plist>", "<string a=\"'\" b='\"'>x</string>"}) {
+    std::string error;
+    EXPECT_EQ(readText(text, &error), PropertyList("x")) << text << ": " << error;
+  }
+  for (const char* text : {"<string a=\">x</string>", "<string a='>x</string>", "<string a=\"'>x</string>",
+                           "<string <>x</string>", "<string", "<", "<!DOCTYPE plist \"><string>x</string>"}) {
+    EXPECT_TRUE(readText(text).isAbsent()) << text;
+  }
 }
 
 TEST(XmlReader, ValuesMayStandBetweenBlanks) {
