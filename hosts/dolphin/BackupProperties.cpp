@@ -16,8 +16,9 @@ BackupProperties::BackupProperties(QObject* parent, const QVariantList& /*argume
     return;
   }
   if (const auto path = SharedStatus::pathOf(dialog->items().first().url())) {
-    dialog->addPage(new BackupPage(*path), QStringLiteral("Backup"));
+    dialog->addPage(new BackupPage(*path), QString::fromUtf8(keldane::tr("Backup")));
   }
 }
 
 #include "BackupProperties.moc"
+#include "platform/text/Translation.h"
