@@ -28,7 +28,7 @@ std::string countText(std::uint64_t count) {
   std::string text = std::to_string(count);
   for (std::size_t end = text.size(); end > 3;) {
     end -= 3;
-    text.insert(end, ",");
+    text.insert(end, 1, ',');
   }
   return localNumber(text);
 }

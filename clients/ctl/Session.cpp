@@ -26,7 +26,9 @@ std::string silenceSentence(const std::string& socketPath, double seconds) {
                                  localNumber(number.str()));
 }
 
-std::string daemonWords(const PropertyList& text) { return printable(daemonText(text.description())); }
+std::string daemonWords(const PropertyList& text) {
+  return text ? printable(daemonText(text.description())) : std::string();
+}
 
 std::string nothingKnownOf(const std::string& path) {
   if (!isValidUtf8(path)) {

@@ -35,7 +35,7 @@ void complain(const std::string& sentence);
 
 /// What is said, after the program's name, of a daemon that was silent for too long.
 std::string silenceSentence(const std::string& socketPath, double seconds);
-/// What the daemon says, in the user's language and fit for a terminal.
+/// What the daemon says, in the user's language and fit for a terminal; empty when it says nothing.
 std::string daemonWords(const PropertyList& text);
 
 /// Why nothing can be asked, or was answered, about a path; a sentence.

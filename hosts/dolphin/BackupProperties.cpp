@@ -5,6 +5,7 @@
 
 #include "BackupPage.h"
 #include "SharedStatus.h"
+#include "platform/text/Translation.h"
 
 K_PLUGIN_CLASS_WITH_JSON(BackupProperties, "properties.json")
 

@@ -118,7 +118,8 @@ std::string translatedWithin(std::string_view text, std::span<const KnownText> k
     }
     std::vector<std::string> translations;
     for (const std::string_view part : *parts) {
-      translations.push_back(depth > 0 ? translatedWithin(part, knownTexts, depth - 1) : std::string(part));
+      translations.push_back(depth > 0 && !each.holdsNames ? translatedWithin(part, knownTexts, depth - 1)
+                                                           : std::string(part));
     }
     const std::vector<FormatArgument> arguments(translations.begin(), translations.end());
     const char* const pattern = number ? trn(each.text, each.many, *number) : tr(each.text);

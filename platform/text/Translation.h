@@ -30,17 +30,21 @@ std::string filled(const char* pattern, const Arguments&... arguments) {
 /// A number in English digits, such as "1,234.5", as the user's language writes it. Any thread.
 std::string localNumber(std::string_view english);
 
-/// A text of another program's that this one knows. Each "%s" stands for any text that is not empty.
+/// A text of another program's that this one knows. Each "%s" stands for any text that is not empty, which is
+/// translated likewise unless it is a name.
 struct KnownText {
   const char* text;
   /// For a text about a number, which is its first "%s": how `text` reads for more than one. Else null.
   const char* many = nullptr;
+  bool holdsNames = false;
 };
 constexpr KnownText known(const char* text) { return {text}; }
 constexpr KnownText known(const char* one, const char* many) { return {one, many}; }
+/// One in which "%s" stands for names and the like, which are as they are in every language.
+constexpr KnownText knownWithNames(const char* text) { return {text, nullptr, true}; }
 
-/// A text that was composed of the first known one that fits, in the user's language; what stands for its
-/// "%s" is translated likewise. As it is when none fits. Any thread.
+/// A text that was composed of the first known one that fits, in the user's language; as it is when none fits,
+/// but for an error of the system's. Any thread.
 std::string translated(std::string_view text, std::span<const KnownText> knownTexts);
 
 }  // namespace keldane

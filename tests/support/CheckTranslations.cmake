@@ -5,7 +5,7 @@ foreach(folder ${FOLDERS})
   list(APPEND sources ${found})
 endforeach()
 set(texts ${XGETTEXT} --from-code=UTF-8 --language=C++ --keyword --keyword=tr --keyword=trn:1,2 --keyword=marked
-          --keyword=known:1,1t --keyword=known:1,2,2t --output=- ${sources})
+          --keyword=known:1,1t --keyword=known:1,2,2t --keyword=knownWithNames --output=- ${sources})
 file(GLOB languages ${PO}/*.po)
 if(NOT languages)
   message(FATAL_ERROR "${PO} has no languages.")

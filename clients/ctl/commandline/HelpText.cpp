@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <string_view>
 
 #include "platform/text/Translation.h"
 
@@ -10,16 +11,16 @@ namespace keldane {
 namespace {
 
 constexpr KnownText kParserTexts[] = {
-    known("A subcommand is required"),
-    known("%s is required"),
-    known("The following argument was not expected: %s"),
-    known("The following arguments were not expected: %s"),
-    known("%s: %s not in {%s}"),
-    known("%s: %s required %s missing"),
-    known("%s requires %s"),
-    known("%s excludes %s"),
-    known("Could not convert: %s = %s"),
-    known("Requires at most 1 options be given from [%s]"),
+    knownWithNames("A subcommand is required"),
+    knownWithNames("%s is required"),
+    knownWithNames("The following argument was not expected: %s"),
+    knownWithNames("The following arguments were not expected: %s"),
+    knownWithNames("%s: %s not in {%s}"),
+    knownWithNames("%s: %s required %s missing"),
+    knownWithNames("%s requires %s"),
+    knownWithNames("%s excludes %s"),
+    knownWithNames("Could not convert: %s = %s"),
+    knownWithNames("Requires at most 1 options be given from [%s]"),
 };
 
 constexpr KnownText kLimits[] = {
@@ -53,6 +54,14 @@ class HelpFormatter : public CLI::Formatter {
       text = text.substr(0, begin + 1) + translated(text.substr(begin + 1, text.size() - begin - 2), kLimits) + '\n';
     }
     return text;
+  }
+
+  std::string make_expanded(const CLI::App* app) const override {
+    constexpr std::string_view kBegin = "[Option Group:";
+    std::string text = CLI::Formatter::make_expanded(app);
+    return text.starts_with(kBegin)
+               ? std::string("[") + tr("Option Group") + ":" + text.substr(kBegin.size())
+               : text;
   }
 };
 
