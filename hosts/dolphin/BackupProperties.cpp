@@ -22,4 +22,3 @@ BackupProperties::BackupProperties(QObject* parent, const QVariantList& /*argume
 }
 
 #include "BackupProperties.moc"
-#include "platform/text/Translation.h"

@@ -121,7 +121,7 @@ class Repository(Language, OwnerCase):
         text = self.ctl("repository")
         self.assertRegex(text, r"Das Repository ist nicht erreichbar: .+\. Prüfen Sie das Netz und den Server\.")
         self.assertRegex(text, r"(?m)^Enthält +1\.234 Dateien in 1 Stand$")
-        self.answer(check={"error": "The administrator of this computer has fixed \"New\""})
+        self.answer(check={"error": "The administrator of this computer has fixed \"New\"."})
         self.assertEqual(self.refusal("check"), "keldanectl: Der Verwalter dieses Rechners hat „New“ festgelegt.\n")
 
     def test_names_are_not_translated(self):
