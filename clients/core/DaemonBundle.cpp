@@ -31,9 +31,9 @@ DaemonBundle findDaemonBundle(const std::string& path) {
     const std::string written(found.bundle->infoDictionary()["DaemonPath"].string());
     const std::string bundle = found.bundle->bundlePath().string();
     throw NoDaemonBundle(
-        written.empty()
-            ? filled(tr("%s does not say where the daemon is."), bundle)
-            : filled(tr("%s says that the daemon is at %s, and a variable in it has no value."), bundle, written));
+        written.empty() ? filled(tr("%s does not say where the daemon is."), bundle)
+                        : filled(tr("%s says that the daemon is at %s, and a variable in it has no value."),
+                                 bundle, written));
   }
   return found;
 }

@@ -73,7 +73,8 @@ KeyReading withCheck(const std::string& key, const std::string& check) {
   return {key, {}};
 }
 
-/// In other languages the heading's translation follows it, so that a sheet can be read whatever its language.
+/// In other languages the heading's translation follows it, so that a sheet can be read whatever its
+/// language.
 std::string translatedHeading(const char* heading) {
   const std::string text = tr(heading);
   return text == heading ? text : std::string(heading) + " (" + text + ")";
@@ -81,7 +82,8 @@ std::string translatedHeading(const char* heading) {
 
 auto isHeading(std::string_view heading) {
   return [heading](std::string_view line) {
-    return line.starts_with(heading) && (line.size() == heading.size() || line.substr(heading.size()).starts_with(" ("));
+    return line.starts_with(heading) &&
+           (line.size() == heading.size() || line.substr(heading.size()).starts_with(" ("));
   };
 }
 
@@ -145,17 +147,16 @@ std::vector<RestoreStep> restoreSteps(const KeySheet& sheet) {
     quoted += c == '\'' ? "'\\''" : std::string(1, c);
   }
   quoted += "'";
-  return {
-      {tr("Install the storage program (Debian, Ubuntu; for others see restic.net):"),
-       "sudo apt install restic"},
-      {isMadeKey(sheet.key)
-           ? tr("Type the key, its 52 letters and digits without blanks; then Enter and Ctrl-D:")
-           : tr("Type the key exactly as it stands; then Enter and Ctrl-D:"),
-       "cat > key.txt"},
-      {tr("Say where the backup is:"), "export RESTIC_PASSWORD_FILE=key.txt RESTIC_REPOSITORY=" + quoted},
-      {tr("See which states there are, and in which of them a file is:"),
-       "restic snapshots; restic find 'letter.txt'"},
-      {tr("Fetch one of them by its ID:"), "restic restore ID --target restored"}};
+  return {{tr("Install the storage program (Debian, Ubuntu; for others see restic.net):"),
+           "sudo apt install restic"},
+          {isMadeKey(sheet.key)
+               ? tr("Type the key, its 52 letters and digits without blanks; then Enter and Ctrl-D:")
+               : tr("Type the key exactly as it stands; then Enter and Ctrl-D:"),
+           "cat > key.txt"},
+          {tr("Say where the backup is:"), "export RESTIC_PASSWORD_FILE=key.txt RESTIC_REPOSITORY=" + quoted},
+          {tr("See which states there are, and in which of them a file is:"),
+           "restic snapshots; restic find 'letter.txt'"},
+          {tr("Fetch one of them by its ID:"), "restic restore ID --target restored"}};
 }
 
 std::vector<std::string> keySheetFacts(const KeySheet& sheet) {

@@ -42,7 +42,8 @@ std::string durationText(std::chrono::seconds duration) {
     std::int64_t seconds;
     const char* name;
   };
-  constexpr std::array<Unit, 4> kUnits = {{{86400, marked("%s d")}, {3600, marked("%s h")}, {60, marked("%s min")}, {1, marked("%s s")}}};
+  constexpr std::array<Unit, 4> kUnits = {
+      {{86400, marked("%s d")}, {3600, marked("%s h")}, {60, marked("%s min")}, {1, marked("%s s")}}};
   const std::int64_t seconds = duration.count();
   std::size_t unit = 0;
   while (unit + 1 < kUnits.size() && seconds < kUnits[unit].seconds) {

@@ -22,7 +22,8 @@ OwnerSession::OwnerSession(const Globals& globals) : seconds_(globals.deadline) 
     if (access(link_->path().c_str(), W_OK) != 0 && errno == EACCES) {
       throw CommandFailure(kNotTaken, tr("Only root and the daemon's own user may do this."));
     }
-    throw CommandFailure(kUnreachable, filled(tr("The backup daemon cannot be reached at %s."), link_->path()));
+    throw CommandFailure(kUnreachable,
+                         filled(tr("The backup daemon cannot be reached at %s."), link_->path()));
   }
 }
 

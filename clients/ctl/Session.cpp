@@ -32,9 +32,10 @@ std::string daemonWords(const PropertyList& text) {
 
 std::string nothingKnownOf(const std::string& path) {
   if (!isValidUtf8(path)) {
-    return filled(tr("The name of %s is not UTF-8. The daemon cannot be asked about it alone: it goes with the "
-                     "folder that it is in."),
-                  printable(path));
+    return filled(
+        tr("The name of %s is not UTF-8. The daemon cannot be asked about it alone: it goes with the "
+           "folder that it is in."),
+        printable(path));
   }
   struct stat status {};
   const bool isAbsent = lstat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
@@ -88,10 +89,11 @@ bool Session::mayChangeAll() const {
 }
 
 CommandFailure Session::refusal() const {
-  return {kNotTaken, mayChangeAll() ? tr("The daemon did not take it. Perhaps it cannot write to its store "
-                                      "because the disk is full; its log tells.")
-                                    : tr("The daemon did not take it: only root and the daemon's own user may "
-                                      "change this.")};
+  return {kNotTaken, mayChangeAll()
+                         ? tr("The daemon did not take it. Perhaps it cannot write to its store "
+                              "because the disk is full; its log tells.")
+                         : tr("The daemon did not take it: only root and the daemon's own user may "
+                              "change this.")};
 }
 
 CommandFailure Session::unreachable() const {

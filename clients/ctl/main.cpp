@@ -15,13 +15,15 @@ int run(int argc, char** argv) {
   Globals globals;
   CLI::App app(
       tr("Administers the backup daemon of this computer.\n\n"
-      "Exit status: 0 done, 1 the daemon did not take it or knows nothing of it, 2 usage, 3 the daemon "
-      "cannot be\nreached, 4 it did not answer in time, 5 what waits is not backed up until somebody sees to "
-      "it."),
+         "Exit status: 0 done, 1 the daemon did not take it or knows nothing of it, 2 usage, 3 the daemon "
+         "cannot be\nreached, 4 it did not answer in time, 5 what waits is not backed up until somebody sees "
+         "to "
+         "it."),
       "keldanectl");
   setHelpWords(app);
   app.get_formatter()->column_width(28);
-  app.set_version_flag("--version", "keldanectl " KELDANE_VERSION, tr("Display program version information and exit"));
+  app.set_version_flag("--version", "keldanectl " KELDANE_VERSION,
+                       tr("Display program version information and exit"));
   app.add_option("--bundle", globals.bundle,
                  tr("The plug-in bundle that says where the daemon is; else the first that is installed"))
       ->type_name("DIR");

@@ -41,7 +41,9 @@ QLabel* makeLabel(const QString& text) {
 }
 
 /// The other toolkit marks keys of access by another character.
-QString labelFrom(const char* text) { return QString::fromUtf8(text).replace(QLatin1Char('_'), QLatin1Char('&')); }
+QString labelFrom(const char* text) {
+  return QString::fromUtf8(text).replace(QLatin1Char('_'), QLatin1Char('&'));
+}
 
 }  // namespace
 
@@ -53,7 +55,8 @@ BackupPage::BackupPage(std::string path, QWidget* parent)
       message_(makeLabel({})) {
   auto* column = new QVBoxLayout(this);
   column->addLayout(rows_);
-  versions_->setHeaderLabels({QString::fromUtf8(keldane::tr("Stored version")), QString::fromUtf8(keldane::tr("Size"))});
+  versions_->setHeaderLabels(
+      {QString::fromUtf8(keldane::tr("Stored version")), QString::fromUtf8(keldane::tr("Size"))});
   versions_->setAccessibleName(QString::fromUtf8(keldane::tr("Stored versions")));
   versions_->setRootIsDecorated(false);
   column->addWidget(versions_);
@@ -173,7 +176,8 @@ void BackupPage::backUp() {
 
 void BackupPage::restoreElsewhere() {
   const QPointer<BackupPage> page(this);  // the properties may be closed meanwhile
-  const QString folder = QFileDialog::getExistingDirectory(this, QString::fromUtf8(keldane::tr("Restore To")));
+  const QString folder =
+      QFileDialog::getExistingDirectory(this, QString::fromUtf8(keldane::tr("Restore To")));
   if (page && !folder.isEmpty()) {
     restoreTo(folder);
   }

@@ -39,8 +39,8 @@ GList* getColumns(FmColumnProvider* /*provider*/) {
   if (!statusOptions().columns) {
     return nullptr;
   }
-  GList* columns =
-      g_list_append(nullptr, FM(column_new)(kStatus, kStatus, tr("Backup"), tr("Whether the file is backed up")));
+  GList* columns = g_list_append(
+      nullptr, FM(column_new)(kStatus, kStatus, tr("Backup"), tr("Whether the file is backed up")));
   return g_list_append(columns, FM(column_new)(kLastBackup, kLastBackup, tr("Last backed up"),
                                                tr("When the file was backed up last")));
 }

@@ -171,7 +171,8 @@ std::string localNumber(std::string_view english) {
   if (second == std::string::npos || second == 0 || last == std::string::npos || last < second + 3) {
     return std::string(english);
   }
-  const std::string group = sample.substr(1, second - 1), point = sample.substr(second + 3, last - second - 3);
+  const std::string group = sample.substr(1, second - 1),
+                    point = sample.substr(second + 3, last - second - 3);
   std::string text;
   for (const char c : english) {
     text += c == ',' ? group : c == '.' ? point : std::string(1, c);

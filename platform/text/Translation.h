@@ -43,8 +43,8 @@ constexpr KnownText known(const char* one, const char* many) { return {one, many
 /// One in which "%s" stands for names and the like, which are as they are in every language.
 constexpr KnownText knownWithNames(const char* text) { return {text, nullptr, true}; }
 
-/// A text that was composed of the first known one that fits, in the user's language; as it is when none fits,
-/// but for an error of the system's. Any thread.
+/// A text that was composed of the first known one that fits, in the user's language; as it is when none
+/// fits, but for an error of the system's. Any thread.
 std::string translated(std::string_view text, std::span<const KnownText> knownTexts);
 
 }  // namespace keldane

@@ -163,7 +163,7 @@ class Recover(OwnerCase):
         text = self.ctl("recover", "/b", "--key", self.key)
         self.assertEqual(self.only("recover"), {"location": "/b", "key": KEY, "environment": {}, "options": {},
                                                 "takeOver": False})
-        self.assertIn("1,234 files in 4 snapshots are known again", text)
+        self.assertIn("is known again (1,234 files; snapshots: 4)", text)
         self.assertEqual(answers, [])
 
     def test_json(self):

@@ -66,7 +66,8 @@ void showConfig(const std::string& file, bool json) {
     if (json) {
       entries.push_back({{"name", name}, {"value", text}, {"fixed", fixed}});
     } else {
-      std::cout << padded(name, kNameColumns) << ' ' << printable(text) << (fixed ? std::string("  ") + tr("(fixed)") : "") << '\n';
+      std::cout << padded(name, kNameColumns) << ' ' << printable(text)
+                << (fixed ? std::string("  ") + tr("(fixed)") : "") << '\n';
     }
   });
   if (json) {
@@ -139,10 +140,11 @@ void addAdministrationCommands(CLI::App& app, Globals& globals) {
   CLI::Option* json = addFlag(*command, "--json", tr("Print JSON instead of text"));
   command->callback([file, json] { showConfig(*file, !json->empty()); });
 
-  command = app.add_subcommand("metrics",
-                               tr("Print the daemon's standing as OpenMetrics text, for a monitoring system"));
+  command = app.add_subcommand(
+      "metrics", tr("Print the daemon's standing as OpenMetrics text, for a monitoring system"));
   auto output = std::make_shared<std::string>();
-  command->add_option("--output", *output, tr("Put it into this file, whole or not at all"))->type_name("FILE");
+  command->add_option("--output", *output, tr("Put it into this file, whole or not at all"))
+      ->type_name("FILE");
   command->callback([&globals, output] { printMetrics(globals, *output); });
 }
 

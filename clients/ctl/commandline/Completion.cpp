@@ -166,7 +166,8 @@ std::string fishScript(const std::vector<CommandWords>& commands) {
 }  // namespace
 
 void addCompletionCommand(CLI::App& app) {
-  CLI::App* command = app.add_subcommand("completion", tr("Print what a shell needs to complete this program"));
+  CLI::App* command =
+      app.add_subcommand("completion", tr("Print what a shell needs to complete this program"));
   auto shell = std::make_shared<std::string>();
   command->add_option("SHELL", *shell, tr("bash, zsh or fish"))
       ->required()

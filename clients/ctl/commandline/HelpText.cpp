@@ -29,9 +29,9 @@ constexpr KnownText kLimits[] = {
 
 /// Releases of the library write its headings in capitals or not.
 constexpr const char* kHeadings[] = {
-    marked("Usage"),     marked("Positionals"), marked("POSITIONALS"), marked("Options"),
-    marked("OPTIONS"),   marked("Subcommands"), marked("SUBCOMMANDS"), marked("SUBCOMMAND"),
-    marked("REQUIRED"),  marked("Needs"),       marked("Excludes"),
+    marked("Usage"),    marked("Positionals"), marked("POSITIONALS"), marked("Options"),
+    marked("OPTIONS"),  marked("Subcommands"), marked("SUBCOMMANDS"), marked("SUBCOMMAND"),
+    marked("REQUIRED"), marked("Needs"),       marked("Excludes"),
 };
 
 std::string headingText(const std::string& heading) {
@@ -51,7 +51,8 @@ class HelpFormatter : public CLI::Formatter {
     std::string text = CLI::Formatter::make_description(app);
     const std::size_t begin = text.rfind("\n[");
     if (begin != std::string::npos && text.ends_with("]\n")) {
-      text = text.substr(0, begin + 1) + translated(text.substr(begin + 1, text.size() - begin - 2), kLimits) + '\n';
+      text = text.substr(0, begin + 1) +
+             translated(text.substr(begin + 1, text.size() - begin - 2), kLimits) + '\n';
     }
     return text;
   }
@@ -59,9 +60,8 @@ class HelpFormatter : public CLI::Formatter {
   std::string make_expanded(const CLI::App* app) const override {
     constexpr std::string_view kBegin = "[Option Group:";
     std::string text = CLI::Formatter::make_expanded(app);
-    return text.starts_with(kBegin)
-               ? std::string("[") + tr("Option Group") + ":" + text.substr(kBegin.size())
-               : text;
+    return text.starts_with(kBegin) ? std::string("[") + tr("Option Group") + ":" + text.substr(kBegin.size())
+                                    : text;
   }
 };
 

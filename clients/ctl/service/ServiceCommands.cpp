@@ -61,11 +61,13 @@ void turn(bool on) {
   on ? manager->enable() : manager->disable();
   const bool isSo = manager->standing().running == on;
   std::cout << (on && isSo ? tr("The daemon is started at login from now on.")
-                : on       ? tr("The daemon is started at login from now on; \"keldanectl service start\" starts it "
-                                "now.")
-                : isSo     ? tr("The daemon is not started at login from now on.")
-                           : tr("The daemon is not started at login from now on; \"keldanectl service stop\" ends "
-                                "the one that runs."))
+                : on
+                    ? tr("The daemon is started at login from now on; \"keldanectl service start\" starts it "
+                         "now.")
+                : isSo
+                    ? tr("The daemon is not started at login from now on.")
+                    : tr("The daemon is not started at login from now on; \"keldanectl service stop\" ends "
+                         "the one that runs."))
             << '\n';
 }
 
@@ -117,7 +119,8 @@ void addServiceCommands(CLI::App& app, Globals& globals) {
   service->add_subcommand("enable", tr("Start it at each login"))->callback([] { turn(true); });
   service->add_subcommand("disable", tr("Do not start it at login any more"))->callback([] { turn(false); });
   service
-      ->add_subcommand("supervise", tr("Keep it running in a session without systemd; for the autostart entry"))
+      ->add_subcommand("supervise",
+                       tr("Keep it running in a session without systemd; for the autostart entry"))
       ->callback(supervise);
 
   command = app.add_subcommand("log", tr("Show what the daemon of this user has logged"));

@@ -39,7 +39,8 @@ PropertyList::Entries Place::request() const {
 
 void PlaceOptions::addTo(CLI::App& command) {
   command
-      .add_option("--location-file", locationFile, tr("A file with the location, for one with a password in it"))
+      .add_option("--location-file", locationFile,
+                  tr("A file with the location, for one with a password in it"))
       ->type_name("FILE");
   command
       .add_option("--environment", environmentFile,
@@ -55,7 +56,7 @@ Place PlaceOptions::place() const {
     throw CommandFailure(
         kUsage,
         tr("Everybody on this computer can read a command line: leave the password out of it and be asked "
-        "for it, or put the location into a file for --location-file."));
+           "for it, or put the location into a file for --location-file."));
   }
   Place place;
   place.location = locationFile.empty() ? location : firstLineOf(readSecretFile(locationFile));

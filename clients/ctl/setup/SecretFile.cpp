@@ -35,10 +35,12 @@ std::string readSecretFile(const std::string& path) {
   int error = 0;
   const std::optional<Bytes> bytes = readFile(path, &error);
   if (!bytes) {
-    throw CommandFailure(kUsage, filled(tr("The file %s cannot be read: %s."), printable(path), reasonOf(error)));
+    throw CommandFailure(kUsage,
+                         filled(tr("The file %s cannot be read: %s."), printable(path), reasonOf(error)));
   }
   if (bytes->size() > kLongestSecret) {
-    throw CommandFailure(kUsage, filled(tr("The file %s is too large for what it should hold."), printable(path)));
+    throw CommandFailure(kUsage,
+                         filled(tr("The file %s is too large for what it should hold."), printable(path)));
   }
   return {bytes->begin(), bytes->end()};
 }
@@ -46,9 +48,8 @@ std::string readSecretFile(const std::string& path) {
 std::string readKeyFile(const std::string& path) {
   KeyReading reading = readKey(readSecretFile(path));
   if (!reading.problem.empty()) {
-    throw CommandFailure(kNotTaken,
-                         filled(tr("%s cannot be used. %s"), path == "-" ? tr("The key") : printable(path),
-                                reading.problem));
+    throw CommandFailure(kNotTaken, filled(tr("%s cannot be used. %s"),
+                                           path == "-" ? tr("The key") : printable(path), reading.problem));
   }
   return std::move(reading.key);
 }
@@ -78,8 +79,8 @@ PropertyList::Entries environmentFrom(std::string_view text) {
     const std::size_t equals = std::min(rest.find('='), rest.size());
     std::string_view value = rest.substr(std::min(equals + 1, rest.size()));
     if (equals == rest.size() || !isName(rest.substr(0, equals))) {
-      throw CommandFailure(kUsage,
-                           filled(tr("Line %s of the environment is not NAME=VALUE."), std::to_string(number)));
+      throw CommandFailure(
+          kUsage, filled(tr("Line %s of the environment is not NAME=VALUE."), std::to_string(number)));
     }
     if (value.size() >= 2 && (value.front() == '"' || value.front() == '\'') &&
         value.back() == value.front()) {

@@ -28,8 +28,8 @@ TEST(Translation, PlacesAreFilledInTheirOrder) {
 }
 
 TEST(Translation, ATextThatNoneFitsStaysAsItIs) {
-  for (const char* text : {"", "Something else", "Nothing to do.", "Resting: ; 3 to go", "Resting: x", "%s", " file",
-                           " has no rule", "files"}) {
+  for (const char* text : {"", "Something else", "Nothing to do.", "Resting: ; 3 to go", "Resting: x", "%s",
+                           " file", " has no rule", "files"}) {
     EXPECT_EQ(told(text), text);
   }
 }
@@ -44,7 +44,8 @@ TEST(Translation, ATextIsPutTogetherAgain) {
 TEST(Translation, TheFormIsThatOfTheNumber) {
   EXPECT_EQ(told("Hens lay 1 eggs"), "A hen lays 1 egg");
   EXPECT_EQ(told("A hen lays 2 egg"), "Hens lay 2 eggs");
-  EXPECT_EQ(told("Failed: Hens lay 1 eggs, as Hens lay 1 eggs told"), "Failed: A hen lays 1 egg, as A hen lays 1 egg told");
+  EXPECT_EQ(told("Failed: Hens lay 1 eggs, as Hens lay 1 eggs told"),
+            "Failed: A hen lays 1 egg, as A hen lays 1 egg told");
   EXPECT_EQ(told("Hens lay many eggs"), "Hens lay many eggs") << "which is about no number";
   EXPECT_EQ(told("Hens lay 99999999999999999999999 eggs"), "Hens lay 99999999999999999999999 eggs");
 }

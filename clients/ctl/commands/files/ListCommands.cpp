@@ -206,8 +206,8 @@ void addCommonOptions(CLI::App& command, const std::shared_ptr<ListOptions>& opt
   command.add_option("PATH", options->path, tr("The folder; the working directory when absent"));
   command.add_flag("--flags", options->flags, tr("Print the daemon's flags in full too"));
   command.add_flag("--json", options->json, tr("Print JSON instead of text"));
-  command.footer(
-      tr("The letters: d folder, s selected for the backup, b backed up, + included and x excluded by a rule\n"
+  command.footer(tr(
+      "The letters: d folder, s selected for the backup, b backed up, + included and x excluded by a rule\n"
       "of its own, p barred by the policy, m deleted here and still in the backup, and the priority."));
 }
 

@@ -10,9 +10,9 @@
 #include "clients/core/Units.h"
 #include "clients/ctl/OwnerSession.h"
 #include "clients/ctl/commands/Commands.h"
-#include "clients/ctl/terminal/Interrupt.h"
 #include "clients/ctl/layout/ProgressLine.h"
 #include "clients/ctl/layout/Text.h"
+#include "clients/ctl/terminal/Interrupt.h"
 #include "platform/text/Translation.h"
 
 namespace keldane {
@@ -168,14 +168,17 @@ class RestoreRun {
 void addRestoreCommand(CLI::App& app, Globals& globals) {
   CLI::App* command = app.add_subcommand("restore", tr("Bring files and folders back from the backup"));
   auto options = std::make_shared<RestoreOptions>();
-  command->add_option("PATH", options->paths, tr("Files, and folders with all that is below them"))->required();
-  CLI::Option* version =
-      command->add_option("--version", options->version, tr("The state as of this version (keldanectl versions)"))
-          ->type_name("N")
-          ->check(numberFrom(1, UINT32_MAX));
+  command->add_option("PATH", options->paths, tr("Files, and folders with all that is below them"))
+      ->required();
+  CLI::Option* version = command
+                             ->add_option("--version", options->version,
+                                          tr("The state as of this version (keldanectl versions)"))
+                             ->type_name("N")
+                             ->check(numberFrom(1, UINT32_MAX));
   command
-      ->add_option("--before", options->before,
-                   tr("The state as of this time: 2026-11-20, \"2026-11-20 14:00\", yesterday, \"2 days ago\""))
+      ->add_option(
+          "--before", options->before,
+          tr("The state as of this time: 2026-11-20, \"2026-11-20 14:00\", yesterday, \"2 days ago\""))
       ->type_name("DATE")
       ->excludes(version);
   command->add_option("--to", options->target, tr("Restore into this folder instead of where it was"))

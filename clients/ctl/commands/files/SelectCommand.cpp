@@ -127,7 +127,8 @@ class Selection {
 
 void addSelectCommand(CLI::App& app, Globals& globals) {
   CLI::App* command = app.add_subcommand(
-      "select", tr("Choose files and folders as for a restore, and print the set that the choice comes down to"));
+      "select",
+      tr("Choose files and folders as for a restore, and print the set that the choice comes down to"));
   auto options = std::make_shared<SelectOptions>();
   command->add_option("PATH", options->paths, tr("What to select, with everything in it"))->required();
   command->add_option("--not", options->without, tr("What to leave out of it"))
@@ -139,7 +140,8 @@ void addSelectCommand(CLI::App& app, Globals& globals) {
   form->add_flag("--deepest", options->deepest, tr("Its files, and the deepest of its folders"));
   form->add_flag("--files", options->files, tr("Every file in it"));
   form->require_option(0, 1);
-  command->add_flag("-0,--null", options->null, tr("A NUL after each path instead of a new line, for xargs -0"));
+  command->add_flag("-0,--null", options->null,
+                    tr("A NUL after each path instead of a new line, for xargs -0"));
   command->add_flag("--json", options->json, tr("Print JSON instead of text"));
   command->callback([&globals, options] { Selection(globals, *options).print(); });
 }

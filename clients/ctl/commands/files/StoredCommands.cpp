@@ -79,8 +79,7 @@ void showFailures(const Globals& globals, bool json) {
   }
   for (std::size_t i = 0; i < entries.count(); ++i) {
     std::cout << padded(dateText(entries[i]["since"]), kDateColumns) << "  "
-              << printable(entries[i]["path"].string()) << ": " << daemonWords(entries[i]["reason"])
-              << '\n';
+              << printable(entries[i]["path"].string()) << ": " << daemonWords(entries[i]["reason"]) << '\n';
   }
   const std::uint64_t count =
       std::max<std::uint64_t>(answer["count"].unsignedLongLongValue(), entries.count());

@@ -23,9 +23,10 @@ void exportKey(const Globals& globals, const std::string& file) {
     throw CommandFailure(kNotTaken, tr("The daemon has no key yet."));
   }
   writeSecretFile(file, key + "\n");
-  std::cout << filled(tr("The key is in %s. Whoever has it can read the backup: keep it apart from this computer."),
-                      printable(file))
-            << '\n';
+  std::cout
+      << filled(tr("The key is in %s. Whoever has it can read the backup: keep it apart from this computer."),
+                printable(file))
+      << '\n';
 }
 
 void importKey(const Globals& globals, const std::string& file) {
@@ -93,8 +94,8 @@ void addPassphrase(const Globals& globals, const std::string& file) {
   OwnerSession session(globals);
   const std::string passphrase = newPassphrase(file);
   if (passphrase.size() < kShortestPassphrase) {
-    throw CommandFailure(kNotTaken,
-                         tr("A passphrase has at least 12 characters: who gets at the repository can try many."));
+    throw CommandFailure(
+        kNotTaken, tr("A passphrase has at least 12 characters: who gets at the repository can try many."));
   }
   // The storage program reads it from a file, whose blanks and line ends it drops.
   if (passphrase.find_first_of(" \t") == 0 || passphrase.find_last_of(" \t") == passphrase.size() - 1) {
@@ -123,8 +124,9 @@ void addKeyCommands(CLI::App& app, Globals& globals) {
   command =
       key->add_subcommand("sheet", tr("Make a page to print: the key, its code, and how to restore with it"));
   auto sheet = std::make_shared<std::string>("-");
-  command->add_option("FILE", *sheet,
-                      tr("A new file that ends in .svg (A4) or .txt; \"-\" to show it (unless told otherwise)"));
+  command->add_option(
+      "FILE", *sheet,
+      tr("A new file that ends in .svg (A4) or .txt; \"-\" to show it (unless told otherwise)"));
   command->callback([&globals, sheet] { makeSheet(globals, *sheet); });
 
   command = key->add_subcommand("verify", tr("Try a key that was typed, scanned or saved"));
@@ -134,7 +136,8 @@ void addKeyCommands(CLI::App& app, Globals& globals) {
   command = key->add_subcommand("passphrase",
                                 tr("Add a passphrase that opens the repository too, after asking for it"));
   auto from = std::make_shared<std::string>();
-  command->add_option("--from", *from, tr("Take it from the first line of this file instead"))->type_name("FILE");
+  command->add_option("--from", *from, tr("Take it from the first line of this file instead"))
+      ->type_name("FILE");
   command->callback([&globals, from] { addPassphrase(globals, *from); });
 }
 

@@ -9,11 +9,11 @@
 #include "clients/core/Units.h"
 #include "clients/ctl/OwnerSession.h"
 #include "clients/ctl/commands/Commands.h"
+#include "clients/ctl/layout/ProgressLine.h"
+#include "clients/ctl/layout/Text.h"
 #include "clients/ctl/setup/Place.h"
 #include "clients/ctl/setup/SecretFile.h"
-#include "clients/ctl/layout/ProgressLine.h"
 #include "clients/ctl/terminal/Secret.h"
-#include "clients/ctl/layout/Text.h"
 #include "platform/text/Translation.h"
 
 namespace keldane {
@@ -137,9 +137,9 @@ class Recovery {
     }
     const std::string_view health = repository["health"].string();
     if (health != "ready") {
-      throw CommandFailure(kNotTaken, repository["detail"]
-                                          ? sentenceFrom(repository["detail"])
-                                          : filled(tr("The repository is %s."), printable(healthText(health))));
+      throw CommandFailure(kNotTaken, repository["detail"] ? sentenceFrom(repository["detail"])
+                                                           : filled(tr("The repository is %s."),
+                                                                    printable(healthText(health))));
     }
     if (!options_.json) {
       std::cout << filled(tr("What is in the repository is known again (%s; snapshots: %s). Restore what you "
@@ -172,9 +172,8 @@ void recover(Globals& globals, const RecoverOptions& options) {
 }  // namespace
 
 void addRecoverCommand(CLI::App& app, Globals& globals) {
-  CLI::App* command = app.add_subcommand(
-      "recover",
-      tr("Learn again from a repository what is in it, after the loss of the computer; or recover mode on, off"));
+  CLI::App* command = app.add_subcommand("recover", tr("Learn again from a repository what is in it, after "
+                                                       "the loss of the computer; or recover mode on, off"));
   auto options = std::make_shared<RecoverOptions>();
   command->add_option("LOCATION", options->place.location,
                       tr("Where the repository is, as for setup; on and off switch recover mode alone"));

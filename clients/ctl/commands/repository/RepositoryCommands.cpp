@@ -9,8 +9,8 @@
 #include "clients/ctl/OwnerSession.h"
 #include "clients/ctl/commands/Commands.h"
 #include "clients/ctl/layout/Rows.h"
-#include "clients/ctl/terminal/Terminal.h"
 #include "clients/ctl/layout/Text.h"
+#include "clients/ctl/terminal/Terminal.h"
 #include "platform/text/Translation.h"
 
 namespace keldane {
@@ -232,7 +232,8 @@ void addRepositoryCommands(CLI::App& app, Globals& globals) {
       ->add_option("--quota", keeping->quotaMegabytes,
                    tr("The most that the repository may take; 0 for no limit"))
       ->type_name("MB");
-  command->add_option("--alert-after", keeping->alertDays, tr("Tell when there was no good backup for so long"))
+  command
+      ->add_option("--alert-after", keeping->alertDays, tr("Tell when there was no good backup for so long"))
       ->type_name("DAYS");
   command
       ->add_option("--rest-below", keeping->restBelowPercent,
@@ -243,7 +244,7 @@ void addRepositoryCommands(CLI::App& app, Globals& globals) {
       ->add_option(
           "--rest-on-metered", keeping->restOnMetered,
           tr("Rest on a network that is paid for by what goes over it, unless the repository is on this "
-          "computer: on or off"))
+             "computer: on or off"))
       ->type_name("STATE")
       ->check(CLI::IsMember({"on", "off"}));
   command

@@ -25,9 +25,10 @@ Place chosenPlace(OwnerSession& session) {
   const PropertyList now = session.ask("repository:");
   const std::string location = printable(now["location"].string());
   if (!location.empty()) {
-    std::cout << filled(tr("The backup is kept at %s now (%s). What is there stays there; at another place the "
-                           "backup begins anew."),
-                        location, printable(healthText(now["health"].string())))
+    std::cout << filled(
+                     tr("The backup is kept at %s now (%s). What is there stays there; at another place the "
+                        "backup begins anew."),
+                     location, printable(healthText(now["health"].string())))
               << "\n\n";
   }
   return askForPlace(std::string(now["dataFolder"].string()));
@@ -42,8 +43,8 @@ std::string keyFor(const SetupOptions& options) {
 
 void setUp(const Globals& globals, const SetupOptions& options) {
   if (!options.place.isGiven() && !isSomebodyThere()) {
-    throw CommandFailure(kUsage,
-                         tr("Nobody is there to be asked; --repository says where the backup is to be kept."));
+    throw CommandFailure(
+        kUsage, tr("Nobody is there to be asked; --repository says where the backup is to be kept."));
   }
   OwnerSession session(globals);
   const Place place = options.place.isGiven() ? options.place.place() : chosenPlace(session);

@@ -7,8 +7,8 @@
 #include "cli/NumberRange.h"
 #include "clients/core/Units.h"
 #include "clients/ctl/commands/Commands.h"
-#include "clients/ctl/terminal/Secret.h"
 #include "clients/ctl/layout/Text.h"
+#include "clients/ctl/terminal/Secret.h"
 #include "platform/text/Translation.h"
 
 namespace keldane {
@@ -48,14 +48,20 @@ struct Switch {
 };
 
 constexpr Switch kSwitches[] = {
-    {"automatic", marked("Back up what is selected without being told, or only what is wanted as soon as possible"),
-     marked("Automatic mode is on."), marked("Automatic mode is off."), &BackupState::setAutomaticMode, &BackupState::automaticMode},
+    {"automatic",
+     marked("Back up what is selected without being told, or only what is wanted as soon as possible"),
+     marked("Automatic mode is on."), marked("Automatic mode is off."), &BackupState::setAutomaticMode,
+     &BackupState::automaticMode},
     {"low-priority", marked("Leave the machine to everything else"), marked("Low priority mode is on."),
-     marked("Low priority mode is off."),
-     &BackupState::setLowerPriorityMode, &BackupState::lowerPriorityMode},
+     marked("Low priority mode is off."), &BackupState::setLowerPriorityMode,
+     &BackupState::lowerPriorityMode},
 };
 
-constexpr Switch kRecoverSwitch = {"recover", "", marked("Recover mode is on."), marked("Recover mode is off."), &BackupState::setRecoverMode,
+constexpr Switch kRecoverSwitch = {"recover",
+                                   "",
+                                   marked("Recover mode is on."),
+                                   marked("Recover mode is off."),
+                                   &BackupState::setRecoverMode,
                                    &BackupState::recoverMode};
 
 void turn(const Globals& globals, const Switch& which, bool on) {

@@ -44,17 +44,19 @@ std::string problemWith(std::string_view given) {
     return filled(tr("%s is not UTF-8."), shown);
   }
   if (extension.find('/') != std::string::npos) {
-    return filled(tr("%s is a path. A type is what stands after the last dot of a name, such as jpg."), shown);
+    return filled(tr("%s is a path. A type is what stands after the last dot of a name, such as jpg."),
+                  shown);
   }
   if (extension.find_first_of("*?") != std::string::npos) {
-    return filled(tr("%s is a pattern. A type is what stands after the last dot of a name, such as jpg."), shown);
+    return filled(tr("%s is a pattern. A type is what stands after the last dot of a name, such as jpg."),
+                  shown);
   }
   if (const std::size_t point = extension.rfind('.'); point != std::string::npos) {
     const std::string last = printable(std::string_view(extension).substr(point + 1));
     return last.empty()
                ? filled(tr("%s has a dot in it. A type is what stands after the last dot of a name."), shown)
-               : filled(tr("%s has a dot in it. A type is what stands after the last dot of a name: %s."), shown,
-                        last);
+               : filled(tr("%s has a dot in it. A type is what stands after the last dot of a name: %s."),
+                        shown, last);
   }
   if (extension.size() > kLongestExtension) {
     return filled(tr("No file's name has room for an extension of %s bytes; the longest has %s."),
@@ -97,16 +99,17 @@ void addTypeCommand(CLI::App& app, Globals& globals) {
   auto extension = std::make_shared<std::string>();
   auto rule = std::make_shared<std::string>();
   command
-      ->add_option("EXT", *extension,
-                   tr("What stands after the last dot of a name, with or without the dot; a dot alone for files "
-                   "without an extension"))
+      ->add_option(
+          "EXT", *extension,
+          tr("What stands after the last dot of a name, with or without the dot; a dot alone for files "
+             "without an extension"))
       ->required();
   command->add_option("RULE", *rule, tr("backup, exclude, none or show"))
       ->required()
       ->check(CLI::IsMember({"backup", "exclude", "none", "show"}));
   CLI::Option* json = addFlag(*command, "--json", tr("Print JSON instead of text"));
-  command->footer(
-      tr("Capital and small letters are told apart: a rule for jpg says nothing of JPG. \"none\" takes the rule "
+  command->footer(tr(
+      "Capital and small letters are told apart: a rule for jpg says nothing of JPG. \"none\" takes the rule "
       "back."));
   command->callback(
       [&globals, extension, rule, json] { changeType(globals, *extension, *rule, !json->empty()); });

@@ -21,7 +21,8 @@ std::string storedText(const PropertyList& node) {
 
 void printLine(const char* label, const std::string& text) {
   constexpr std::size_t kLabelColumns = 11;
-  std::cout << "  " << padded(label, kLabelColumns) << (columnsOf(label) < kLabelColumns ? "" : "  ") << text << '\n';
+  std::cout << "  " << padded(label, kLabelColumns) << (columnsOf(label) < kLabelColumns ? "" : "  ") << text
+            << '\n';
 }
 
 void explain(const Globals& globals, const std::string& given, bool json) {

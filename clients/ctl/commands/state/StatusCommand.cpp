@@ -8,8 +8,8 @@
 #include "clients/core/Units.h"
 #include "clients/ctl/commands/Commands.h"
 #include "clients/ctl/layout/Rows.h"
-#include "clients/ctl/terminal/Terminal.h"
 #include "clients/ctl/layout/Text.h"
+#include "clients/ctl/terminal/Terminal.h"
 #include "platform/text/Translation.h"
 
 namespace keldane {
@@ -55,7 +55,8 @@ class StatusPage {
 
   void print() {
     if (state_.connected()) {
-      row(tr("Daemon"), filled(tr("%s at %s"), terminal_.colored(Color::green, tr("running")), printable(session_.socketPath())));
+      row(tr("Daemon"), filled(tr("%s at %s"), terminal_.colored(Color::green, tr("running")),
+                               printable(session_.socketPath())));
       account("");
       work();
       repository();
@@ -85,11 +86,11 @@ class StatusPage {
   void work() {
     const Color color = state_.isOverQuota() ? Color::red : state_.paused() ? Color::yellow : Color::plain;
     row(tr("Status"), terminal_.colored(color, words(state_.statusString())) + " (" +
-                         filled(tr("state %s"), std::to_string(state_.backupState())) + ")");
+                          filled(tr("state %s"), std::to_string(state_.backupState())) + ")");
     row(tr("Backed up"), amount(state_.backedUpFileCountAvailable(), state_.backedUpFileCount(),
-                            state_.backedupFileSizeAvailable(), state_.backedupFileSize()));
+                                state_.backedupFileSizeAvailable(), state_.backedupFileSize()));
     row(tr("Pending"), amount(state_.pendingFileCountAvailable(), state_.pendingFileCount(),
-                          state_.pendingFileSizeAvailable(), state_.pendingFileSize()));
+                              state_.pendingFileSizeAvailable(), state_.pendingFileSize()));
     if (const PropertyList reason = state_.daemonState()["restingBecause"]) {
       row(tr("Resting"), terminal_.colored(Color::yellow, words(reason)));
     }
@@ -113,7 +114,7 @@ class StatusPage {
     }
     if (count) {
       row(tr("Failing"), filesText(count.unsignedLongLongValue()) +
-                         (count.unsignedLongLongValue() > 0 ? " (keldanectl failures)" : ""));
+                             (count.unsignedLongLongValue() > 0 ? " (keldanectl failures)" : ""));
     }
   }
 
@@ -127,9 +128,11 @@ class StatusPage {
     const std::uint64_t used = size ? size.unsignedLongLongValue() : state_.backedupFileSize();
     const double part = whole == 0 ? 1 : static_cast<double>(used) / static_cast<double>(whole);
     const std::string words =
-        filled(tr("%s of %s"), std::to_string(static_cast<std::uint64_t>(part * 100)) + "%", bytesText(whole)) +
+        filled(tr("%s of %s"), std::to_string(static_cast<std::uint64_t>(part * 100)) + "%",
+               bytesText(whole)) +
         (state_.isOverQuota() ? std::string(", ") + tr("over the quota") : "");
-    const std::size_t taken = std::max(rows_.labelColumns(), columnsOf(tr("Quota")) + 1) + columnsOf(words) + 2;
+    const std::size_t taken =
+        std::max(rows_.labelColumns(), columnsOf(tr("Quota")) + 1) + columnsOf(words) + 2;
     const auto width = static_cast<std::size_t>(terminal_.width());
     const std::size_t columns = std::min(kWidestBar, width > taken ? width - taken : 0);
     const Color color = state_.isOverQuota() || part > 1 ? Color::red
@@ -140,7 +143,8 @@ class StatusPage {
 
   void modes() {
     const std::uint32_t minutes = state_.pausedMinutes();
-    row(tr("Paused"), state_.paused() ? filled(tr("yes, for %s"), durationText(std::chrono::minutes(minutes))) : tr("no"));
+    row(tr("Paused"),
+        state_.paused() ? filled(tr("yes, for %s"), durationText(std::chrono::minutes(minutes))) : tr("no"));
     row(tr("Automatic"), onOff(state_.automaticMode()));
     row(tr("Low priority"), onOff(state_.lowerPriorityMode()));
     row(tr("Recover mode"), onOff(state_.recoverMode()));

@@ -11,9 +11,9 @@
 #include "clients/ctl/OwnerSession.h"
 #include "clients/ctl/commands/Commands.h"
 #include "clients/ctl/layout/ProgressLine.h"
+#include "clients/ctl/layout/Text.h"
 #include "clients/ctl/terminal/StallWatch.h"
 #include "clients/ctl/terminal/Terminal.h"
-#include "clients/ctl/layout/Text.h"
 #include "platform/notifications/NotificationCenter.h"
 #include "platform/text/Translation.h"
 
@@ -107,9 +107,10 @@ class Watcher {
       return;
     }
     if (!connected) {
-      announce("disconnected", connected_ ? tr("The backup daemon has gone; waiting for it to come back.")
-                                          : filled(tr("The backup daemon cannot be reached at %s; waiting for it."),
-                                                   printable(session_.socketPath())));
+      announce("disconnected", connected_
+                                   ? tr("The backup daemon has gone; waiting for it to come back.")
+                                   : filled(tr("The backup daemon cannot be reached at %s; waiting for it."),
+                                            printable(session_.socketPath())));
     } else if (connected_) {
       announce("connected", tr("The backup daemon is back."));
     }
@@ -148,7 +149,8 @@ class Watcher {
     const PropertyList& state = state_.daemonState();
     if (state_.isBackupNeeded() || state_.pendingFileCount() > 0) {
       globals_.status = kRests;
-      complain(filled(tr("Not all is backed up, and the daemon rests: %s"), sentenceFrom(state["statusString"])));
+      complain(
+          filled(tr("Not all is backed up, and the daemon rests: %s"), sentenceFrom(state["statusString"])));
     } else if (const std::uint64_t failures = state["failureCount"].unsignedLongLongValue(); failures > 0) {
       globals_.status = kNotTaken;
       listFailures();
@@ -164,8 +166,8 @@ class Watcher {
         print({{"time", std::time(nullptr)}, {"event", "failures"}, {"failures", jsonValue(answer)}});
       }
       for (std::size_t i = 0; i < entries.count() && !options_.json; ++i) {
-        std::cout << printable(entries[i]["path"].string()) << ": "
-                  << daemonWords(entries[i]["reason"]) << '\n';
+        std::cout << printable(entries[i]["path"].string()) << ": " << daemonWords(entries[i]["reason"])
+                  << '\n';
       }
       std::cout << std::flush;
     } catch (const CommandFailure& failure) {
@@ -202,7 +204,8 @@ class Watcher {
     return state_.daemonState() ? daemonWords(state_.statusString()) : tr("The daemon tells no state");
   }
   std::string pendingText() const {
-    return filled(tr("%s, %s to go"), filesText(state_.pendingFileCount()), bytesText(state_.pendingFileSize()));
+    return filled(tr("%s, %s to go"), filesText(state_.pendingFileCount()),
+                  bytesText(state_.pendingFileSize()));
   }
   std::string line() const {
     std::string text = statusText();
