@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/text/Translation.h"
+
 namespace keldane {
 
 /// Takes a number from `least` to `most`, both included.
@@ -17,7 +19,8 @@ inline CLI::Validator numberFrom(std::int64_t least, std::int64_t most) {
         const bool isNumber = error == std::errc() && end == text.data() + text.size();
         return isNumber && number >= static_cast<double>(least) && number <= static_cast<double>(most)
                    ? std::string()
-                   : text + " is not a number from " + std::to_string(least) + " to " + std::to_string(most);
+                   : filled(tr("%s is not a number from %s to %s"), text, std::to_string(least),
+                            std::to_string(most));
       },
       "");
 }

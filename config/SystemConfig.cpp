@@ -14,6 +14,7 @@
 
 #include "platform/files/FileContents.h"
 #include "platform/files/UserFolders.h"
+#include "platform/text/Translation.h"
 #include "platform/text/Unicode.h"
 
 namespace keldane {
@@ -83,7 +84,7 @@ std::string placeholder(std::string_view name) {
                             : name == "HOME" ? homeFolder().string()
                                              : std::string();
   if (value.empty()) {
-    throw BadLine("${" + std::string(name) + "} has no value here; there are ${HOST}, ${USER} and ${HOME}.");
+    throw BadLine(filled(tr("${%s} has no value here; there are ${HOST}, ${USER} and ${HOME}."), name));
   }
   return value;
 }
@@ -93,7 +94,7 @@ std::string withPlaceholders(std::string_view text) {
   for (std::size_t begin = 0; (begin = text.find("${")) != std::string_view::npos;) {
     const std::size_t end = text.find('}', begin);
     if (end == std::string_view::npos) {
-      throw BadLine("A ${ has no } after it.");
+      throw BadLine(tr("A ${ has no } after it."));
     }
     result.append(text.substr(0, begin)).append(placeholder(text.substr(begin + 2, end - begin - 2)));
     text.remove_prefix(end + 1);
@@ -104,7 +105,7 @@ std::string withPlaceholders(std::string_view text) {
 std::string absolutePathFrom(std::string_view text) {
   const std::string path = withPlaceholders(text);
   if (!path.starts_with('/')) {
-    throw BadLine(quoted(text) + " is no absolute path.");
+    throw BadLine(filled(tr("%s is no absolute path."), quoted(text)));
   }
   std::string normal = std::filesystem::path(path).lexically_normal().string();
   while (normal.size() > 1 && normal.ends_with('/')) {
@@ -118,13 +119,13 @@ std::string locationFrom(std::string_view text) {
   const std::string location = withPlaceholders(text);
   const std::size_t scheme = location.find("://");
   if (!location.starts_with('/') && location.find(':') == std::string::npos) {
-    throw BadLine(quoted(text) + " is neither an absolute path nor a place on a server.");
+    throw BadLine(filled(tr("%s is neither an absolute path nor a place on a server."), quoted(text)));
   }
   if (scheme != std::string::npos) {
     const std::string_view server = std::string_view(location).substr(scheme + 3);
     const std::size_t at = server.rfind('@');
     if (at != std::string_view::npos && server.substr(0, at).find(':') != std::string_view::npos) {
-      throw BadLine("Everybody can read this file: a location in it must not hold a password.");
+      throw BadLine(tr("Everybody can read this file: a location in it must not hold a password."));
     }
   }
   return location;
@@ -134,8 +135,8 @@ std::string numberFrom(const Name& name, std::string_view text) {
   std::uint64_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if (error != std::errc() || end != text.data() + text.size() || number < name.least || number > name.most) {
-    throw BadLine(quoted(text) + " is no whole number from " + std::to_string(name.least) + " to " +
-                  std::to_string(name.most) + ".");
+    throw BadLine(filled(tr("%s is no whole number from %s to %s."), quoted(text), std::to_string(name.least),
+                         std::to_string(name.most)));
   }
   return std::to_string(number);
 }
@@ -154,7 +155,7 @@ std::string valueFrom(const Name& name, std::string_view text) {
       }
       break;
   }
-  throw BadLine(quoted(text) + " is neither yes nor no.");
+  throw BadLine(filled(tr("%s is neither yes nor no."), quoted(text)));
 }
 
 }  // namespace
@@ -168,7 +169,7 @@ SystemConfig SystemConfig::read(const std::string& file) {
   SystemConfig config;
   if (error != ENOENT && error != ENOTDIR) {
     config.problems_.push_back(
-        {0, file + " cannot be read: " + std::generic_category().message(error) + "."});
+        {0, filled(tr("The file %s cannot be read: %s."), file, std::generic_category().message(error))});
   }
   return config;
 }
@@ -193,21 +194,21 @@ void SystemConfig::readLine(std::string_view line, Section*& section) {
     return;
   }
   if (!isValidUtf8(line) || line.find('\0') != std::string_view::npos) {
-    throw BadLine("The line is no text in UTF-8.");
+    throw BadLine(tr("The line is no text in UTF-8."));
   }
   if (line.front() == '[') {
     section = line == "[default]" ? &defaults_ : line == "[fixed]" ? &fixed_ : nullptr;
     if (section == nullptr) {
-      throw BadLine(quoted(line) + " is no section; there are [default] and [fixed].");
+      throw BadLine(filled(tr("%s is no section; there are [default] and [fixed]."), quoted(line)));
     }
     return;
   }
   const std::size_t equals = line.find('=');
   if (equals == std::string_view::npos) {
-    throw BadLine(quoted(line) + " is not name = value.");
+    throw BadLine(filled(tr("%s is not name = value."), quoted(line)));
   }
   if (section == nullptr) {
-    throw BadLine("The line stands in neither [default] nor [fixed].");
+    throw BadLine(tr("The line stands in neither [default] nor [fixed]."));
   }
   readValue(trimmed(line.substr(0, equals)), trimmed(line.substr(equals + 1)), *section);
 }
@@ -215,15 +216,15 @@ void SystemConfig::readLine(std::string_view line, Section*& section) {
 void SystemConfig::readValue(std::string_view text, std::string_view value, Section& section) {
   const Name* const name = nameOf(text);
   if (name == nullptr) {
-    throw BadLine("There is no value of the name " + quoted(text) + ".");
+    throw BadLine(filled(tr("There is no value of the name %s."), quoted(text)));
   }
   if (name->text == "include" && &section == &fixed_) {
-    throw BadLine("\"include\" can be a default only.");
+    throw BadLine(tr("\"include\" can be a default only."));
   }
   if (name->kind == Kind::paths) {
     section.lists[std::string(text)].push_back(valueFrom(*name, value));
   } else if (!section.values.emplace(text, valueFrom(*name, value)).second) {
-    throw BadLine(quoted(text) + " was given before; the first one counts.");
+    throw BadLine(filled(tr("%s was given before; the first one counts."), quoted(text)));
   }
 }
 

@@ -6,7 +6,7 @@
 
 namespace keldane {
 
-/// What the daemon's word for it means; a word that is not known stands for itself.
+/// What the daemon's word for it means, in the user's language; a word that is not known stands for itself.
 std::string healthText(std::string_view health);
 
 }  // namespace keldane

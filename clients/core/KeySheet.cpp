@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "clients/core/Units.h"
+#include "platform/text/Translation.h"
 
 namespace keldane {
 
@@ -12,7 +13,10 @@ namespace {
 
 constexpr std::string_view kBase32 = "ABCDEFGHIJKLMNOPQRSTUVWXYZ234567";
 constexpr std::size_t kKeyLength = 52, kGroupLength = 4, kGroupsALine = 4;
-constexpr std::string_view kKeyHeading = "The key", kCheckHeading = "The check group";
+constexpr const char* kKeyHeading = marked("The key");
+constexpr const char* kCheckHeading = marked("The check group");
+// The first word of a line of the sheet takes this many columns.
+constexpr std::size_t kLabelColumns = 12;
 // Between these it was meant to be a key of the daemon's own making.
 constexpr std::size_t kFewestLetters = 40, kMostLetters = 70;
 
@@ -64,15 +68,29 @@ std::vector<std::string_view> linesOf(std::string_view text) {
 
 KeyReading withCheck(const std::string& key, const std::string& check) {
   if (keyCheckGroup(key) != check) {
-    return {{}, "The check group does not fit the key: a letter was misread."};
+    return {{}, tr("The check group does not fit the key: a letter was misread.")};
   }
   return {key, {}};
 }
 
+/// In other languages the heading's translation follows it, so that a sheet can be read whatever its
+/// language.
+std::string translatedHeading(const char* heading) {
+  const std::string text = tr(heading);
+  return text == heading ? text : std::string(heading) + " (" + text + ")";
+}
+
+auto isHeading(std::string_view heading) {
+  return [heading](std::string_view line) {
+    return line.starts_with(heading) &&
+           (line.size() == heading.size() || line.substr(heading.size()).starts_with(" ("));
+  };
+}
+
 /// Of a sheet: the lines between the two headings, and the line after the second one.
 KeyReading readSheet(const std::vector<std::string_view>& lines) {
-  auto line = std::find(lines.begin(), lines.end(), kKeyHeading);
-  const auto heading = std::find(line, lines.end(), kCheckHeading);
+  auto line = std::find_if(lines.begin(), lines.end(), isHeading(kKeyHeading));
+  const auto heading = std::find_if(line, lines.end(), isHeading(kCheckHeading));
   std::string text;
   while (++line < heading) {
     text.append(text.empty() || line->empty() ? "" : " ").append(*line);
@@ -80,7 +98,7 @@ KeyReading readSheet(const std::vector<std::string_view>& lines) {
   const auto check = std::find_if(heading == lines.end() ? heading : heading + 1, lines.end(),
                                   [](std::string_view each) { return !each.empty(); });
   if (check == lines.end()) {
-    return {{}, "The sheet has no check group."};
+    return {{}, tr("The sheet has no check group.")};
   }
   const std::string letters = lettersIn(text);
   return withCheck(isMadeKey(letters) ? letters : text, lettersIn(*check));
@@ -129,38 +147,52 @@ std::vector<RestoreStep> restoreSteps(const KeySheet& sheet) {
     quoted += c == '\'' ? "'\\''" : std::string(1, c);
   }
   quoted += "'";
-  return {
-      {"Install the storage program (Debian, Ubuntu; for others see restic.net):", "sudo apt install restic"},
-      {isMadeKey(sheet.key) ? "Type the key, its 52 letters and digits without blanks; then Enter and Ctrl-D:"
-                            : "Type the key exactly as it stands; then Enter and Ctrl-D:",
-       "cat > key.txt"},
-      {"Say where the backup is:", "export RESTIC_PASSWORD_FILE=key.txt RESTIC_REPOSITORY=" + quoted},
-      {"See which states there are, and in which of them a file is:",
-       "restic snapshots; restic find 'letter.txt'"},
-      {"Fetch one of them by its ID:", "restic restore ID --target restored"}};
+  return {{tr("Install the storage program (Debian, Ubuntu; for others see restic.net):"),
+           "sudo apt install restic"},
+          {isMadeKey(sheet.key)
+               ? tr("Type the key, its 52 letters and digits without blanks; then Enter and Ctrl-D:")
+               : tr("Type the key exactly as it stands; then Enter and Ctrl-D:"),
+           "cat > key.txt"},
+          {tr("Say where the backup is:"), "export RESTIC_PASSWORD_FILE=key.txt RESTIC_REPOSITORY=" + quoted},
+          {tr("See which states there are, and in which of them a file is:"),
+           "restic snapshots; restic find 'letter.txt'"},
+          {tr("Fetch one of them by its ID:"), "restic restore ID --target restored"}};
+}
+
+std::vector<std::string> keySheetFacts(const KeySheet& sheet) {
+  const auto fact = [](const char* label, const std::string& value) {
+    const std::string name = tr(label);
+    const auto columns = static_cast<std::size_t>(std::count_if(
+        name.begin(), name.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U; }));
+    return name + std::string(columns < kLabelColumns ? kLabelColumns - columns : 1, ' ') + value;
+  };
+  return {fact(marked("Place"), sheet.location), fact(marked("Repository"), sheet.repositoryId),
+          fact(marked("Computer"), std::to_string(sheet.computerNumber) +
+                                       (sheet.hostName.empty() ? "" : " (" + sheet.hostName + ")")),
+          fact(marked("Printed"), sheet.date)};
 }
 
 std::string keySheetText(const KeySheet& sheet, const std::vector<std::string>& code) {
   std::ostringstream text;
-  text << "KELDANE: THE KEY OF YOUR BACKUP\n\n"
-          "Whoever has this key can read the backup, and without it nobody can, you neither.\n"
-          "Keep this sheet where neither fire nor thieves get it together with the computer.\n\n"
-       << "Place       " << sheet.location << "\nRepository  " << sheet.repositoryId << "\nComputer    "
-       << sheet.computerNumber << (sheet.hostName.empty() ? "" : " (" + sheet.hostName + ")")
-       << "\nPrinted     " << sheet.date << "\n\n"
-       << kKeyHeading << '\n';
+  text << tr("KELDANE: THE KEY OF YOUR BACKUP") << "\n\n"
+       << tr("Whoever has this key can read the backup, and without it nobody can, you neither.") << '\n'
+       << tr("Keep this sheet where neither fire nor thieves get it together with the computer.") << "\n\n";
+  for (const std::string& fact : keySheetFacts(sheet)) {
+    text << fact << '\n';
+  }
+  text << '\n' << translatedHeading(kKeyHeading) << '\n';
   const std::vector<std::string> groups = keyGroups(sheet.key);
   for (std::size_t i = 0; i < groups.size(); ++i) {
     text << (i % kGroupsALine == 0 ? "    " : " ") << groups[i]
          << (i % kGroupsALine == kGroupsALine - 1 || i + 1 == groups.size() ? "\n" : "");
   }
-  text << kCheckHeading << "\n    " << keyCheckGroup(sheet.key) << "\n\n";
+  text << translatedHeading(kCheckHeading) << "\n    " << keyCheckGroup(sheet.key) << "\n\n";
   for (const std::string& line : code) {
     text << line << '\n';
   }
-  text << "\nOn a computer with Keldane:\n\n"
-          "    keldanectl recover PLACE --key FILE-WITH-THE-KEY\n\n"
-          "On any other one (a server may want a user name and a password too):\n\n";
+  text << '\n'
+       << tr("On a computer with Keldane:") << "\n\n    " << kRecoverCommand << "\n\n"
+       << tr("On any other one (a server may want a user name and a password too):") << "\n\n";
   std::size_t number = 0;
   for (const RestoreStep& step : restoreSteps(sheet)) {
     text << ++number << ". " << step.purpose << "\n    " << step.command << '\n';
@@ -171,13 +203,13 @@ std::string keySheetText(const KeySheet& sheet, const std::vector<std::string>& 
 KeyReading readKey(std::string_view text) {
   const std::string_view content = trimmed(text);
   if (content.empty()) {
-    return {{}, "There is no key in it."};
+    return {{}, tr("There is no key in it.")};
   }
   if (content.starts_with('<')) {
-    return {{}, "It is a picture: type the letters that stand in it, or scan its code."};
+    return {{}, tr("It is a picture: type the letters that stand in it, or scan its code.")};
   }
   const std::vector<std::string_view> lines = linesOf(content);
-  if (std::find(lines.begin(), lines.end(), kKeyHeading) != lines.end()) {
+  if (std::any_of(lines.begin(), lines.end(), isHeading(kKeyHeading))) {
     return readSheet(lines);
   }
   const std::string letters = lettersIn(content);
@@ -189,11 +221,11 @@ KeyReading readKey(std::string_view text) {
   }
   if (letters.size() >= kFewestLetters && letters.size() <= kMostLetters) {
     return {{},
-            "The key has 52 letters and digits, and 4 more with the check group; here are " +
-                std::to_string(letters.size()) + "."};
+            filled(tr("The key has 52 letters and digits, and 4 more with the check group; here are %s."),
+                   countText(letters.size()))};
   }
   if (lines.size() > 1) {
-    return {{}, "It is neither a key nor a sheet."};
+    return {{}, tr("It is neither a key nor a sheet.")};
   }
   return {std::string(content), {}};
 }

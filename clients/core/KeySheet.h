@@ -35,8 +35,12 @@ struct RestoreStep {
   std::string purpose, command;
 };
 std::vector<RestoreStep> restoreSteps(const KeySheet& sheet);
+/// A line each: the place, the repository, the computer, and when the sheet was made.
+std::vector<std::string> keySheetFacts(const KeySheet& sheet);
+/// What to type on a computer that has this system.
+inline constexpr char kRecoverCommand[] = "keldanectl recover PLACE --key FILE-WITH-THE-KEY";
 
-/// As text. `code` are the lines of the key's QR code, which stand in it as they are.
+/// As text, in the user's language. `code` are the lines of the key's QR code, which stand in it as they are.
 std::string keySheetText(const KeySheet& sheet, const std::vector<std::string>& code);
 /// As a picture of the size A4, in SVG.
 std::string keySheetSvg(const KeySheet& sheet);

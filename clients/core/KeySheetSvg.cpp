@@ -3,6 +3,7 @@
 
 #include "clients/core/KeySheet.h"
 #include "clients/core/QrCode.h"
+#include "platform/text/Translation.h"
 
 namespace keldane {
 
@@ -99,7 +100,7 @@ void addKey(SvgPage& page, const std::string& key) {
     }
   }
   page.space(2);
-  page.plain("The check group, which fits no other key:");
+  page.plain(tr("The check group, which fits no other key:"));
   page.space(4);
   page.line(keyCheckGroup(key), kKeySize, "monospace");
 }
@@ -108,26 +109,24 @@ void addKey(SvgPage& page, const std::string& key) {
 
 std::string keySheetSvg(const KeySheet& sheet) {
   SvgPage page;
-  page.line("Keldane: the key of your backup", 8, "sans-serif");
-  page.plain("Whoever has this key can read the backup, and without it nobody can, you neither.");
-  page.plain("Keep this sheet where neither fire nor thieves get it together with the computer.");
+  page.line(tr("Keldane: the key of your backup"), 8, "sans-serif");
+  page.plain(tr("Whoever has this key can read the backup, and without it nobody can, you neither."));
+  page.plain(tr("Keep this sheet where neither fire nor thieves get it together with the computer."));
   page.space(4);
-  page.fixed("Place       " + sheet.location);
-  page.fixed("Repository  " + sheet.repositoryId);
-  page.fixed("Computer    " + std::to_string(sheet.computerNumber) +
-             (sheet.hostName.empty() ? "" : " (" + sheet.hostName + ")"));
-  page.fixed("Printed     " + sheet.date);
+  for (const std::string& fact : keySheetFacts(sheet)) {
+    page.fixed(fact);
+  }
   page.space(8);
-  page.plain("The key:");
+  page.plain(tr("The key:"));
   page.space(4);
   const double top = page.y() - 12;
   addKey(page, sheet.key);
   page.code(QrCode(sheet.key), top);
   page.space(std::max(0.0, top + kCodeSide + 8 - page.y()));
-  page.plain("On a computer with Keldane:");
-  page.fixed("keldanectl recover PLACE --key FILE-WITH-THE-KEY");
+  page.plain(tr("On a computer with Keldane:"));
+  page.fixed(kRecoverCommand);
   page.space(5);
-  page.plain("On any other one (a server may want a user name and a password too):");
+  page.plain(tr("On any other one (a server may want a user name and a password too):"));
   page.space(2);
   std::size_t number = 0;
   for (const RestoreStep& step : restoreSteps(sheet)) {

@@ -8,6 +8,7 @@
 
 #include "clients/core/Printable.h"
 #include "platform/files/Descriptor.h"
+#include "platform/text/Translation.h"
 
 namespace keldane {
 
@@ -29,14 +30,14 @@ bool writeAll(int descriptor, std::string_view text) {
 std::string writeNewSecretFile(const std::string& path, std::string_view text) {
   const Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
   if (!file && errno == EEXIST) {
-    return printable(path) + " is there already and is not overwritten.";
+    return filled(tr("%s is there already and is not overwritten."), printable(path));
   }
   if (!file || !writeAll(file.get(), text)) {
     const std::string reason = std::generic_category().message(errno);
     if (file) {
       unlink(path.c_str());
     }
-    return "The file " + printable(path) + " cannot be written: " + reason + ".";
+    return filled(tr("The file %s cannot be written: %s."), printable(path), reason);
   }
   return {};
 }

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <ctime>
 
-#include "platform/text/Format.h"
+#include "platform/text/Translation.h"
 
 namespace keldane {
 
@@ -16,34 +16,41 @@ std::string bytesText(std::uint64_t bytes) {
     number /= 1024;
     ++unit;
   }
-  const bool decimal = unit > 0 && std::round(number * 10) < 100;
-  return stringWithFormat(decimal ? "%.1f %s" : "%.0f %s", number, kUnits[unit]);
+  const auto tenths = static_cast<std::uint64_t>(std::round(number * 10));
+  const bool decimal = unit > 0 && tenths < 100;
+  // The process's locale is not asked: it may write numbers otherwise than the text around them.
+  const std::string digits = decimal ? std::to_string(tenths / 10) + "." + std::to_string(tenths % 10)
+                                     : std::to_string(static_cast<std::uint64_t>(std::round(number)));
+  return localNumber(digits) + " " + kUnits[unit];
 }
 
 std::string countText(std::uint64_t count) {
   std::string text = std::to_string(count);
   for (std::size_t end = text.size(); end > 3;) {
     end -= 3;
-    text.insert(end, ",");
+    text.insert(end, 1, ',');
   }
-  return text;
+  return localNumber(text);
 }
 
-std::string filesText(std::uint64_t files) { return countText(files) + (files == 1 ? " file" : " files"); }
+std::string filesText(std::uint64_t files) {
+  return filled(trn("%s file", "%s files", static_cast<unsigned long>(files)), countText(files));
+}
 
 std::string durationText(std::chrono::seconds duration) {
   struct Unit {
     std::int64_t seconds;
     const char* name;
   };
-  constexpr std::array<Unit, 4> kUnits = {{{86400, " d"}, {3600, " h"}, {60, " min"}, {1, " s"}}};
+  constexpr std::array<Unit, 4> kUnits = {
+      {{86400, marked("%s d")}, {3600, marked("%s h")}, {60, marked("%s min")}, {1, marked("%s s")}}};
   const std::int64_t seconds = duration.count();
   std::size_t unit = 0;
   while (unit + 1 < kUnits.size() && seconds < kUnits[unit].seconds) {
     ++unit;
   }
   const auto part = [](std::int64_t number, const char* name) {
-    return stringWithFormat("%lld%s", static_cast<long long>(number), name);
+    return filled(tr(name), std::to_string(number));
   };
   std::string text = part(seconds / kUnits[unit].seconds, kUnits[unit].name);
   if (unit + 1 < kUnits.size()) {

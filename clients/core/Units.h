@@ -9,7 +9,7 @@
 
 namespace keldane {
 
-/// "0 B", "999 B", "1.5 KiB", "10 MiB": binary units, one decimal below 10.
+/// "0 B", "999 B", "1.5 KiB", "10 MiB": binary units, one decimal below 10. All are in the user's language.
 std::string bytesText(std::uint64_t bytes);
 /// "1 file", "1,234 files".
 std::string filesText(std::uint64_t files);

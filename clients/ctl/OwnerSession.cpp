@@ -3,10 +3,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <sstream>
 
 #include "clients/core/DaemonBundle.h"
 #include "clients/core/Printable.h"
+#include "platform/text/Translation.h"
 
 namespace keldane {
 
@@ -20,17 +20,15 @@ OwnerSession::OwnerSession(const Globals& globals) : seconds_(globals.deadline) 
   const std::unique_ptr<Deadline> deadline = newDeadline();
   if (!link_->connect()) {
     if (access(link_->path().c_str(), W_OK) != 0 && errno == EACCES) {
-      throw CommandFailure(kNotTaken, "Only root and the daemon's own user may do this.");
+      throw CommandFailure(kNotTaken, tr("Only root and the daemon's own user may do this."));
     }
-    throw CommandFailure(kUnreachable, "The backup daemon cannot be reached at " + link_->path() + ".");
+    throw CommandFailure(kUnreachable,
+                         filled(tr("The backup daemon cannot be reached at %s."), link_->path()));
   }
 }
 
 std::unique_ptr<Deadline> OwnerSession::newDeadline() const {
-  std::ostringstream late;
-  late << "keldanectl: The backup daemon at " << link_->path() << " has not answered for " << seconds_
-       << " seconds.";
-  return std::make_unique<Deadline>(seconds_, late.str(), kDeadlinePassed);
+  return std::make_unique<Deadline>(seconds_, silenceSentence(link_->path(), seconds_), kDeadlinePassed);
 }
 
 PropertyList OwnerSession::ask(std::string_view selector, PropertyList::Entries request) {
@@ -46,10 +44,10 @@ PropertyList OwnerSession::answerTo(std::string_view selector, PropertyList::Ent
   const PropertyList question = PropertyList::dictionary(std::move(request));
   const PropertyList answer = link_->call(selector, {RawValue::of<'@'>(question)}).as<'@'>();
   if (!answer && link_->isAtEnd()) {
-    throw CommandFailure(kUnreachable, "The backup daemon at " + link_->path() + " has hung up.");
+    throw CommandFailure(kUnreachable, filled(tr("The backup daemon at %s has hung up."), link_->path()));
   }
   if (!answer.isDictionary()) {
-    throw CommandFailure(kNotTaken, "The daemon does not know how to do this.");
+    throw CommandFailure(kNotTaken, tr("The daemon does not know how to do this."));
   }
   if (answer["error"]) {
     throw CommandFailure(kNotTaken, sentenceFrom(answer["error"]));
@@ -58,7 +56,7 @@ PropertyList OwnerSession::answerTo(std::string_view selector, PropertyList::Ent
 }
 
 std::string sentenceFrom(const PropertyList& text) {
-  std::string sentence = printable(text.description());
+  std::string sentence = daemonWords(text);
   if (!sentence.empty() && std::string_view(".!?").find(sentence.back()) == std::string_view::npos) {
     sentence += '.';
   }

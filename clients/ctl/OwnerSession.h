@@ -30,7 +30,7 @@ class OwnerSession {
   std::unique_ptr<OwnerLink> link_;
 };
 
-/// The daemon's sentence, fit for a terminal and with a full stop at its end.
+/// The daemon's sentence in the user's language, fit for a terminal and with a full stop at its end.
 std::string sentenceFrom(const PropertyList& text);
 
 }  // namespace keldane

@@ -7,25 +7,41 @@
 #include <iostream>
 #include <sstream>
 
+#include "Common/DaemonText.h"
 #include "Common/OwnerProtocol.h"
 #include "clients/core/DaemonBundle.h"
 #include "clients/core/FolderTree.h"
 #include "clients/core/Printable.h"
+#include "platform/text/Translation.h"
 #include "platform/text/Unicode.h"
 
 namespace keldane {
 
 void complain(const std::string& sentence) { std::cerr << "keldanectl: " << sentence << std::endl; }
 
+std::string silenceSentence(const std::string& socketPath, double seconds) {
+  std::ostringstream number;
+  number << seconds;
+  return "keldanectl: " + filled(tr("The backup daemon at %s has not answered for %s seconds."), socketPath,
+                                 localNumber(number.str()));
+}
+
+std::string daemonWords(const PropertyList& text) {
+  return text ? printable(daemonText(text.description())) : std::string();
+}
+
 std::string nothingKnownOf(const std::string& path) {
   if (!isValidUtf8(path)) {
-    return "The name of " + printable(path) +
-           " is not UTF-8. The daemon cannot be asked about it alone: it goes with the folder that it is in.";
+    return filled(
+        tr("The name of %s is not UTF-8. The daemon cannot be asked about it alone: it goes with the "
+           "folder that it is in."),
+        printable(path));
   }
   struct stat status {};
   const bool isAbsent = lstat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
-  return "The daemon knows nothing of " + printable(path) +
-         (isAbsent ? ": nothing is there." : ", or may not tell you.");
+  return filled(isAbsent ? tr("The daemon knows nothing of %s: nothing is there.")
+                         : tr("The daemon knows nothing of %s, or may not tell you."),
+                printable(path));
 }
 
 std::string askablePath(const std::string& given) {
@@ -47,10 +63,7 @@ Session::Session(const Globals& globals) : seconds_(globals.deadline) {
 }
 
 bool Session::connect() {
-  std::ostringstream late;
-  late << "keldanectl: The backup daemon at " << socketPath_ << " has not answered for " << seconds_
-       << " seconds.";
-  deadline_ = std::make_unique<Deadline>(seconds_, late.str(), kDeadlinePassed);
+  deadline_ = std::make_unique<Deadline>(seconds_, silenceSentence(socketPath_, seconds_), kDeadlinePassed);
   state_.disableConnectTimer();
   state_.onBegin();
   return state_.connected();
@@ -76,14 +89,15 @@ bool Session::mayChangeAll() const {
 }
 
 CommandFailure Session::refusal() const {
-  return {kNotTaken, mayChangeAll() ? "The daemon did not take it. Perhaps it cannot write to its store "
-                                      "because the disk is full; its log tells."
-                                    : "The daemon did not take it: only root and the daemon's own user may "
-                                      "change this."};
+  return {kNotTaken, mayChangeAll()
+                         ? tr("The daemon did not take it. Perhaps it cannot write to its store "
+                              "because the disk is full; its log tells.")
+                         : tr("The daemon did not take it: only root and the daemon's own user may "
+                              "change this.")};
 }
 
 CommandFailure Session::unreachable() const {
-  return {kUnreachable, "The backup daemon cannot be reached at " + socketPath_ + "."};
+  return {kUnreachable, filled(tr("The backup daemon cannot be reached at %s."), socketPath_)};
 }
 
 }  // namespace keldane

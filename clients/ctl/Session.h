@@ -33,6 +33,11 @@ class CommandFailure : public std::runtime_error {
 /// One sentence to standard error, after the program's name.
 void complain(const std::string& sentence);
 
+/// What is said, after the program's name, of a daemon that was silent for too long.
+std::string silenceSentence(const std::string& socketPath, double seconds);
+/// What the daemon says, in the user's language and fit for a terminal; empty when it says nothing.
+std::string daemonWords(const PropertyList& text);
+
 /// Why nothing can be asked, or was answered, about a path; a sentence.
 std::string nothingKnownOf(const std::string& path);
 /// The absolute path that a person means. Throws CommandFailure for one that is not UTF-8: the protocol has

@@ -1,10 +1,11 @@
 // keldanectl: the backup daemon of this computer, administered from a command line.
-#include <clocale>
 #include <iostream>
 
 #include "cli/NumberRange.h"
+#include "clients/ctl/commandline/HelpText.h"
 #include "clients/ctl/commands/Commands.h"
 #include "clients/ctl/terminal/Terminal.h"
+#include "platform/text/Translation.h"
 
 namespace keldane {
 
@@ -13,18 +14,21 @@ namespace {
 int run(int argc, char** argv) {
   Globals globals;
   CLI::App app(
-      "Administers the backup daemon of this computer.\n\n"
-      "Exit status: 0 done, 1 the daemon did not take it or knows nothing of it, 2 usage, 3 the daemon "
-      "cannot be\nreached, 4 it did not answer in time, 5 what waits is not backed up until somebody sees to "
-      "it.",
+      tr("Administers the backup daemon of this computer.\n\n"
+         "Exit status: 0 done, 1 the daemon did not take it or knows nothing of it, 2 usage, 3 the daemon "
+         "cannot be\nreached, 4 it did not answer in time, 5 what waits is not backed up until somebody sees "
+         "to "
+         "it."),
       "keldanectl");
+  setHelpWords(app);
   app.get_formatter()->column_width(28);
-  app.set_version_flag("--version", "keldanectl " KELDANE_VERSION);
+  app.set_version_flag("--version", "keldanectl " KELDANE_VERSION,
+                       tr("Display program version information and exit"));
   app.add_option("--bundle", globals.bundle,
-                 "The plug-in bundle that says where the daemon is; else the first that is installed")
+                 tr("The plug-in bundle that says where the daemon is; else the first that is installed"))
       ->type_name("DIR");
   app.add_option("--deadline", globals.deadline,
-                 "Give up when the daemon has not answered for this time; 0 waits for ever (30)")
+                 tr("Give up when the daemon has not answered for this time; 0 waits for ever (30)"))
       ->type_name("SECONDS")
       ->check(numberFrom(0, kLongestDeadline));
   app.require_subcommand(1);
@@ -46,12 +50,13 @@ int run(int argc, char** argv) {
   addServiceCommands(app, globals);
   addAdministrationCommands(app, globals);
   addCompletionCommand(app);
+  setGroupWords(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& done) {
     return app.exit(done);
   } catch (const CLI::ParseError& error) {
-    complain(std::string(error.what()) + " (keldanectl --help tells more)");
+    complain(filled(tr("%s (keldanectl --help tells more)"), parseErrorText(error)));
     return kUsage;
   }
   std::cout.flush();
@@ -63,7 +68,7 @@ int run(int argc, char** argv) {
 }  // namespace keldane
 
 int main(int argc, char** argv) {
-  std::setlocale(LC_CTYPE, "");
+  keldane::beginTranslation();
   try {
     return keldane::run(argc, argv);
   } catch (const keldane::CommandFailure& failure) {

@@ -6,6 +6,7 @@
 #include <gtkmm/messagedialog.h>
 
 #include <CLI/CLI.hpp>
+#include <clocale>
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
@@ -234,7 +235,8 @@ int run(int argc, char** argv) {
   // The toolkit would try again, and complain.
   gtk_disable_setlocale();
   Glib::set_init_to_users_preferred_locale(false);
-  beginTranslation();
+  std::setlocale(LC_ALL, "");  // of what it lacks the next line takes care
+  beginTranslation(kPreferencesCatalogue);
   Options options;
   if (const std::optional<int> status = readArguments(argc, argv, options)) {
     return *status;

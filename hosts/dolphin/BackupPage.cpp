@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "hosts/core/status/FileStatus.h"
+#include "platform/text/Translation.h"
 
 namespace {
 
@@ -39,6 +40,11 @@ QLabel* makeLabel(const QString& text) {
   return label;
 }
 
+/// The other toolkit marks keys of access by another character.
+QString labelFrom(const char* text) {
+  return QString::fromUtf8(text).replace(QLatin1Char('_'), QLatin1Char('&'));
+}
+
 }  // namespace
 
 BackupPage::BackupPage(std::string path, QWidget* parent)
@@ -49,13 +55,14 @@ BackupPage::BackupPage(std::string path, QWidget* parent)
       message_(makeLabel({})) {
   auto* column = new QVBoxLayout(this);
   column->addLayout(rows_);
-  versions_->setHeaderLabels({QStringLiteral("Stored version"), QStringLiteral("Size")});
-  versions_->setAccessibleName(QStringLiteral("Stored versions"));
+  versions_->setHeaderLabels(
+      {QString::fromUtf8(keldane::tr("Stored version")), QString::fromUtf8(keldane::tr("Size"))});
+  versions_->setAccessibleName(QString::fromUtf8(keldane::tr("Stored versions")));
   versions_->setRootIsDecorated(false);
   column->addWidget(versions_);
   makeButtons();
   column->addWidget(message_);
-  details_.rows = {{"Status", "Asking the backup daemon…"}};
+  details_.rows = {{keldane::tr("Status"), keldane::tr("Asking the backup daemon…")}};
   showRows();
   enableButtons();
   connect(versions_, &QTreeWidget::itemSelectionChanged, this, &BackupPage::enableButtons);
@@ -67,16 +74,16 @@ BackupPage::BackupPage(std::string path, QWidget* parent)
 void BackupPage::makeButtons() {
   auto* row = new QHBoxLayout();
   const auto add = [&](const char* label, void (BackupPage::*action)()) {
-    auto* button = new QPushButton(QLatin1String(label));
+    auto* button = new QPushButton(labelFrom(label));
     connect(button, &QPushButton::clicked, this, action);
     row->addWidget(button);
     return button;
   };
-  backUp_ = add("&Back Up Now", &BackupPage::backUp);
-  restore_ = new QPushButton(QStringLiteral("&Restore This Version"));
+  backUp_ = add(keldane::tr("_Back Up Now"), &BackupPage::backUp);
+  restore_ = new QPushButton(labelFrom(keldane::tr("_Restore This Version")));
   connect(restore_, &QPushButton::clicked, this, [this] { restoreTo({}); });
   row->addWidget(restore_);
-  restoreTo_ = new QPushButton(QStringLiteral("Restore &To…"));
+  restoreTo_ = new QPushButton(labelFrom(keldane::tr("Restore _To…")));
   connect(restoreTo_, &QPushButton::clicked, this, &BackupPage::restoreElsewhere);
   row->addWidget(restoreTo_);
   row->addStretch();
@@ -169,7 +176,8 @@ void BackupPage::backUp() {
 
 void BackupPage::restoreElsewhere() {
   const QPointer<BackupPage> page(this);  // the properties may be closed meanwhile
-  const QString folder = QFileDialog::getExistingDirectory(this, QStringLiteral("Restore To"));
+  const QString folder =
+      QFileDialog::getExistingDirectory(this, QString::fromUtf8(keldane::tr("Restore To")));
   if (page && !folder.isEmpty()) {
     restoreTo(folder);
   }

@@ -5,6 +5,7 @@
 
 #include "BackupPage.h"
 #include "SharedStatus.h"
+#include "platform/text/Translation.h"
 
 K_PLUGIN_CLASS_WITH_JSON(BackupProperties, "properties.json")
 
@@ -16,7 +17,7 @@ BackupProperties::BackupProperties(QObject* parent, const QVariantList& /*argume
     return;
   }
   if (const auto path = SharedStatus::pathOf(dialog->items().first().url())) {
-    dialog->addPage(new BackupPage(*path), QStringLiteral("Backup"));
+    dialog->addPage(new BackupPage(*path), QString::fromUtf8(keldane::tr("Backup")));
   }
 }
 

@@ -20,7 +20,7 @@ GList* getPages(FmPropertyPageProvider* /*provider*/, GList* files) {
   }
   return page == nullptr ? nullptr
                          : g_list_append(nullptr, FM(property_page_new)("Keldane::Backup",
-                                                                        gtk_label_new(kPageTitle), page));
+                                                                        gtk_label_new(pageTitle()), page));
 }
 
 }  // namespace

@@ -3,8 +3,10 @@
 // about no other file of the folder.
 #include "hosts/family/Status.h"
 
+#include "Common/DaemonText.h"
 #include "hosts/family/FamilyHost.h"
 #include "hosts/gtk/StatusHost.h"
+#include "platform/text/Translation.h"
 
 namespace keldane {
 
@@ -25,7 +27,7 @@ FmOperationResult updateFileInfo(FmInfoProvider* /*provider*/, FmFileInfo* file,
     FM(file_info_add_emblem)(file, emblemNameOf(status->emblem).c_str());
   }
   if (status && statusOptions().columns) {
-    FM(file_info_add_string_attribute)(file, kStatus, status->text.c_str());
+    FM(file_info_add_string_attribute)(file, kStatus, daemonText(status->text).c_str());
     FM(file_info_add_string_attribute)(file, kLastBackup, backupDateText(status->lastBackup).c_str());
   }
   return FM_OPERATION(COMPLETE);
@@ -37,10 +39,10 @@ GList* getColumns(FmColumnProvider* /*provider*/) {
   if (!statusOptions().columns) {
     return nullptr;
   }
-  GList* columns =
-      g_list_append(nullptr, FM(column_new)(kStatus, kStatus, "Backup", "Whether the file is backed up"));
-  return g_list_append(columns, FM(column_new)(kLastBackup, kLastBackup, "Last backed up",
-                                               "When the file was backed up last"));
+  GList* columns = g_list_append(
+      nullptr, FM(column_new)(kStatus, kStatus, tr("Backup"), tr("Whether the file is backed up")));
+  return g_list_append(columns, FM(column_new)(kLastBackup, kLastBackup, tr("Last backed up"),
+                                               tr("When the file was backed up last")));
 }
 
 void askAgain(GFile* file) {

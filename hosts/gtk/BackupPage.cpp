@@ -5,6 +5,7 @@
 
 #include "hosts/core/status/FileDetails.h"
 #include "hosts/gtk/StatusHost.h"
+#include "platform/text/Translation.h"
 
 namespace keldane {
 
@@ -97,7 +98,7 @@ BackupPage::BackupPage(std::string path)
   makeButtons();
   message_ = makeLabel("");
   gtk_box_pack_start(GTK_BOX(box_), message_, FALSE, FALSE, 0);
-  details_.rows = {{"Status", "Asking the backup daemon…"}};
+  details_.rows = {{tr("Status"), tr("Asking the backup daemon…")}};
   showRows();
   enableButtons();
   gtk_widget_show_all(box_);
@@ -123,9 +124,9 @@ BackupPage::~BackupPage() {
 
 void BackupPage::makeVersionList() {
   list_ = gtk_tree_view_new_with_model(GTK_TREE_MODEL(versions_));
-  giveName(list_, "Stored versions");
-  addColumn("Stored version", kDateColumn);
-  addColumn("Size", kSizeColumn);
+  giveName(list_, tr("Stored versions"));
+  addColumn(tr("Stored version"), kDateColumn);
+  addColumn(tr("Size"), kSizeColumn);
   GtkWidget* around = gtk_scrolled_window_new(nullptr, nullptr);
   gtk_scrolled_window_set_shadow_type(GTK_SCROLLED_WINDOW(around), GTK_SHADOW_IN);
   gtk_scrolled_window_set_min_content_height(GTK_SCROLLED_WINDOW(around), kListHeight);
@@ -142,9 +143,9 @@ void BackupPage::addColumn(const char* title, int column) {
 
 void BackupPage::makeButtons() {
   GtkWidget* row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, kSpacing);
-  backUp_ = addButton(row, "_Back Up Now", &BackupPage::backUp);
-  restore_ = addButton(row, "_Restore This Version", &BackupPage::restoreHere);
-  restoreTo_ = addButton(row, "Restore _To…", &BackupPage::restoreElsewhere);
+  backUp_ = addButton(row, tr("_Back Up Now"), &BackupPage::backUp);
+  restore_ = addButton(row, tr("_Restore This Version"), &BackupPage::restoreHere);
+  restoreTo_ = addButton(row, tr("Restore _To…"), &BackupPage::restoreElsewhere);
   gtk_box_pack_start(GTK_BOX(box_), row, FALSE, FALSE, 0);
 }
 
@@ -272,8 +273,8 @@ void BackupPage::backUp() {
 void BackupPage::restoreElsewhere() {
   GtkWidget* window = gtk_widget_get_toplevel(box_);
   GtkFileChooserNative* chooser =
-      gtk_file_chooser_native_new("Restore To", GTK_IS_WINDOW(window) ? GTK_WINDOW(window) : nullptr,
-                                  GTK_FILE_CHOOSER_ACTION_SELECT_FOLDER, "_Restore", "_Cancel");
+      gtk_file_chooser_native_new(tr("Restore To"), GTK_IS_WINDOW(window) ? GTK_WINDOW(window) : nullptr,
+                                  GTK_FILE_CHOOSER_ACTION_SELECT_FOLDER, tr("_Restore"), tr("_Cancel"));
   const unsigned number = number_;  // the properties may be closed meanwhile
   std::string folder;
   if (gtk_native_dialog_run(GTK_NATIVE_DIALOG(chooser)) == GTK_RESPONSE_ACCEPT) {
@@ -313,6 +314,8 @@ void BackupPage::lookAtRestore() {
 }
 
 }  // namespace
+
+const char* pageTitle() { return tr("Backup"); }
 
 GtkWidget* makeBackupPage(const std::vector<GFile*>& files) {
   const std::optional<std::string> path = files.size() == 1 ? pathOfOwnFile(files.front()) : std::nullopt;

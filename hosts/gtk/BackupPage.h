@@ -8,7 +8,7 @@
 
 namespace keldane {
 
-inline constexpr char kPageTitle[] = "Backup";
+const char* pageTitle();
 
 /// The page for a selection: status, why, dates, stored versions, and buttons to back up and to restore. It
 /// asks the daemon without waiting for it and again every few seconds while it can be seen. A floating

@@ -1,6 +1,7 @@
 #include "hosts/gtk/RestoreOffer.h"
 
 #include "hosts/gtk/StatusHost.h"
+#include "platform/text/Translation.h"
 
 namespace keldane {
 
@@ -26,7 +27,7 @@ std::optional<RestoreOffer> previousVersionOffer(const std::vector<GFile*>& file
   if (!status || status->lastBackup == 0) {
     return std::nullopt;
   }
-  return RestoreOffer{"Keldane::Previous", "Restore Previous Version…", "--restore",
+  return RestoreOffer{"Keldane::Previous", tr("Restore Previous Version…"), "--restore",
                       *pathOfOwnFile(files.front())};
 }
 
@@ -38,7 +39,7 @@ std::optional<RestoreOffer> missingFilesOffer(GFile* folder) {
   if (!status || status->text.empty()) {
     return std::nullopt;  // no daemon, or nothing for this user to know
   }
-  return RestoreOffer{"Keldane::Missing", "Restore Missing Files…", "--restore-missing",
+  return RestoreOffer{"Keldane::Missing", tr("Restore Missing Files…"), "--restore-missing",
                       *pathOfOwnFile(folder)};
 }
 

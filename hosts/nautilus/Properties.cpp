@@ -10,6 +10,7 @@
 #include "hosts/core/status/FileDetails.h"
 #include "hosts/core/status/FileStatus.h"
 #include "hosts/gtk/StatusHost.h"
+#include "platform/text/Translation.h"
 
 namespace keldane {
 
@@ -29,7 +30,7 @@ void fill(GListStore* list, const Rows& rows) {
 Rows rowsOf(const FileDetails& details) {
   Rows rows = details.rows;
   for (const StoredVersion& version : details.versions) {
-    rows.emplace_back("Stored version", backupDateText(version.date) + ", " + sizeText(version.size));
+    rows.emplace_back(tr("Stored version"), backupDateText(version.date) + ", " + sizeText(version.size));
   }
   return rows;
 }
@@ -56,9 +57,9 @@ GList* getModels(NautilusPropertiesModelProvider* /*provider*/, GList* files) {
     return nullptr;
   }
   GListStore* list = g_list_store_new(NAUTILUS_TYPE_PROPERTIES_ITEM);
-  fill(list, {{"Status", "Asking the backup daemon…"}});
+  fill(list, {{tr("Status"), tr("Asking the backup daemon…")}});
   askFor(*path, list);
-  NautilusPropertiesModel* model = nautilus_properties_model_new("Backup", G_LIST_MODEL(list));
+  NautilusPropertiesModel* model = nautilus_properties_model_new(tr("Backup"), G_LIST_MODEL(list));
   g_object_unref(list);
   return g_list_append(nullptr, model);
 }

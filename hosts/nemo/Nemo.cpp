@@ -1,6 +1,7 @@
 // The Nemo extension.
 #include "hosts/family/FamilyHost.h"
 #include "hosts/family/PropertyPages.h"
+#include "platform/text/Translation.h"
 
 namespace keldane {
 
@@ -18,7 +19,7 @@ GList* getBackgroundItems(NemoMenuProvider* /*provider*/, GtkWidget* /*window*/,
 }
 
 GList* getNameAndDescription(NemoNameAndDescProvider* /*provider*/) {
-  return g_list_append(nullptr, g_strdup("Keldane:::Shows whether files are backed up"));
+  return g_list_append(nullptr, g_strdup_printf("Keldane:::%s", tr("Shows whether files are backed up")));
 }
 
 }  // namespace

@@ -55,7 +55,7 @@ GList* getPages(ThunarxPropertyPageProvider* /*provider*/, GList* files) {
   if (content == nullptr) {
     return nullptr;
   }
-  GtkWidget* page = thunarx_property_page_new(kPageTitle);
+  GtkWidget* page = thunarx_property_page_new(pageTitle());
   gtk_container_add(GTK_CONTAINER(page), content);
   gtk_widget_show(page);
   return g_list_append(nullptr, page);

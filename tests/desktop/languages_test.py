@@ -6,6 +6,7 @@ import re
 import subprocess
 
 import desktop
+import locales
 from harness import PATIENCE, Case, Keldaned
 
 PREFERENCES = os.environ["KELDANE_PREFERENCES"]
@@ -48,7 +49,8 @@ class Languages(Case):
         for language, title in found.items():
             with self.subTest(language):
                 program = desktop.Program(PREFERENCES, "--bundle", self.bundle, **{
-                    **self.environment, "XDG_DATA_DIRS": data, "LC_ALL": f"{language}.UTF-8", "LANGUAGE": language})
+                    **self.environment, "XDG_DATA_DIRS": data,
+                    **(locales.made(self.place, language) if language != "en" else {})})
                 try:
                     program.application()
                     width, height = self.size_of(title)

@@ -7,6 +7,7 @@ import time
 import unittest
 
 import desktop
+import locales
 from desktop import Atspi, act, eventually, is_on, set_value, value_of
 from harness import BUNDLE, PATIENCE, Keldaned
 from preferences_window import AWAY, EMPTY, PREFERENCES, SILENT, PreferencesCase
@@ -275,11 +276,12 @@ class WithoutADaemon(PreferencesCase):
         self.assertEqual(self.program.process.wait(PATIENCE), 0)
 
     def test_german(self):
-        self.open(LC_ALL="de_DE.UTF-8")
+        german = locales.made(self.place, "de")
+        self.open(**german)
         self.shows("Der Sicherungsdienst ist nicht da; es wird auf ihn gewartet.")
         self.go("Regeln", "Keldane-Einstellungen")
         self.shows("Anderen Ordner öffnen …")
-        help_text = subprocess.run([PREFERENCES, "--help"], env={**self.environment, "LANGUAGE": "de"}, check=True,
+        help_text = subprocess.run([PREFERENCES, "--help"], env={**self.environment, **german}, check=True,
                                    capture_output=True, text=True, timeout=PATIENCE).stdout
         self.assertIn("Sicherungsdienst", help_text)
         self.assertIn("--bundle", help_text)

@@ -14,6 +14,7 @@ import unittest
 
 import desktop
 import filemanagers
+import locales
 
 from recording_daemon import ENABLED, RecordingDaemon, node
 
@@ -274,6 +275,13 @@ class Columns(StatusCase):
                 desktop.find(self.manager.application, header, "table column header")
 
     @unittest.skipUnless(MANAGER.names_headers, "its headers cannot be found")
+    @unittest.skipUnless(locales.can_be_made(), "the sources of the locales are not installed")
+    def test_the_cells_speak_the_users_language(self):
+        self.file("letter.txt", "failed")
+        self.daemon()
+        self.open(**locales.made(self.place, "de"))
+        self.manager.cell_with("Konnte nicht gesichert werden: Keine Berechtigung")
+
     def test_they_can_be_sorted_by(self):
         self.file("a.txt", "waiting")
         self.file("b.txt", "backed up")

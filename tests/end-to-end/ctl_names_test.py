@@ -5,7 +5,7 @@ import re
 import subprocess
 import unittest
 
-from ctl_test import DONE, USAGE, CtlCase
+from ctl_harness import DONE, USAGE, CtlCase
 from harness import Keldaned
 
 

@@ -4,7 +4,7 @@ import os
 import socket
 import unittest
 
-from ctl_test import USAGE, CtlCase
+from ctl_harness import USAGE, CtlCase
 from harness import Keldaned
 
 

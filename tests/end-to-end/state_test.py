@@ -5,7 +5,7 @@ import os
 import subprocess
 import unittest
 
-from ctl_test import DONE, NOT_TAKEN, CtlCase
+from ctl_harness import DONE, NOT_TAKEN, CtlCase
 from harness import PATIENCE, Keldaned
 
 RESTS = 5

@@ -14,6 +14,8 @@ RESOURCES = os.path.join(SOURCE, "KeldaneCMM", "Resources")
 PREFERENCES = os.path.join(SOURCE, "clients", "preferences")
 DESKTOP_FILES = (os.path.join(PREFERENCES, "keldane-preferences.desktop"), os.path.join(SOURCE, "daemon", "keldane.desktop"))
 METAINFO = os.path.join(PREFERENCES, "example.keldane.Preferences.metainfo.xml")
+# The folders of catalogues: that of the window, and that which everything else shares.
+CATALOGUES = (os.path.join(PREFERENCES, "po"), os.path.join(SOURCE, "po"))
 XML_LANGUAGE = "{http://www.w3.org/XML/1998/namespace}lang"
 
 # A submenu is as wide as its widest title and opens beside another menu. On a screen of 1,024 pixels both fit as long as
@@ -51,9 +53,9 @@ def unquoted(lines):
     return "".join(re.findall(r'"(.*)"', lines)).replace('\\"', '"').replace("\\n", "\n")
 
 
-def messages(language):
-    """Each text of the window with its translations, of which one with numbers has several."""
-    for entry in read(os.path.join(PREFERENCES, "po", language + ".po")).split("\n\n")[1:]:
+def messages(catalogue, language):
+    """Each text of a catalogue with its translations, of which one with numbers has several."""
+    for entry in read(os.path.join(catalogue, language + ".po")).split("\n\n")[1:]:
         parts = re.findall(r'^(msgid|msgid_plural|msgstr(?:\[\d\])?) (".*"(?:\n".*")*)$', entry, re.MULTILINE)
         texts = [unquoted(value) for name, value in parts if name.startswith("msgid")]
         if texts:
@@ -80,37 +82,69 @@ class Menu(unittest.TestCase):
                 self.assertLessEqual(len(title), most, (language, title))
 
 
-class Window(unittest.TestCase):
+class Catalogues(unittest.TestCase):
+    """That a catalogue has each text of the sources, and no other, is a test of its own."""
+
+    @staticmethod
+    def everything():
+        for catalogue in CATALOGUES:
+            for language in languages():
+                for texts, translations in messages(catalogue, language):
+                    yield language, texts, translations
+
     def test_every_language_has_its_texts(self):
-        self.assertEqual({os.path.basename(path) for path in glob.glob(os.path.join(PREFERENCES, "po", "*.po"))},
-                         {language + ".po" for language in languages()})
-        everything = {language: {tuple(texts) for texts, _ in messages(language)} for language in languages()}
-        for language, found in everything.items():
-            self.assertEqual(everything["de"] - found, set(), language)
-        self.assertGreater(len(everything["de"]), 20)
+        for catalogue in CATALOGUES:
+            self.assertEqual({os.path.basename(path) for path in glob.glob(os.path.join(catalogue, "*.po"))},
+                             {language + ".po" for language in languages()})
+            everything = {language: {tuple(texts) for texts, _ in messages(catalogue, language)} for language in languages()}
+            for language, found in everything.items():
+                self.assertEqual(everything["de"] - found, set(), language)
+            self.assertGreater(len(everything["de"]), 20)
 
     @unittest.skipUnless(shutil.which("msgfmt"), "gettext is not installed")
     def test_the_translations_are_right(self):
-        for language in languages():
-            path = os.path.join(PREFERENCES, "po", language + ".po")
-            result = subprocess.run(["msgfmt", "--check", "--statistics", "-o", os.devnull, path], capture_output=True,
-                                    text=True, check=False, env={**os.environ, "LC_ALL": "C"})
-            self.assertEqual(result.returncode, 0, result.stderr)
-            self.assertRegex(result.stderr, r"(?m)^\d+ translated messages\.$")  # none is missing, none is fuzzy
+        for catalogue in CATALOGUES:
+            for language in languages():
+                path = os.path.join(catalogue, language + ".po")
+                result = subprocess.run(["msgfmt", "--check", "--statistics", "-o", os.devnull, path], capture_output=True,
+                                        text=True, check=False, env={**os.environ, "LC_ALL": "C"})
+                self.assertEqual(result.returncode, 0, result.stderr)
+                self.assertRegex(result.stderr, r"(?m)^\d+ translated messages\.$")  # none is missing, none is fuzzy
 
     def test_placeholders_and_keys_of_access_are_the_same(self):
-        for language in languages():
-            for texts, translations in messages(language):
+        for language, texts, translations in self.everything():
+            for translation in translations:
+                self.assertEqual(placeholders(translation), placeholders(texts[0]), (language, texts))
+                self.assertEqual("_" in translation, "_" in texts[0], (language, texts))
+
+    def test_what_is_typed_is_the_same(self):
+        # Options and commands are not translated, wherever a text names them.
+        for language, texts, translations in self.everything():
+            for typed in re.findall(r"--[a-z-]+|keldanectl (?:service \w+|log\b|versions\b)", texts[0]):
                 for translation in translations:
-                    self.assertEqual(placeholders(translation), placeholders(texts[0]), (language, texts))
-                    self.assertEqual("_" in translation, "_" in texts[0], (language, texts))
+                    self.assertIn(typed, translation, language)
 
     def test_no_label_is_much_longer(self):
-        for language in languages():
-            for texts, translations in messages(language):
-                most = max(len(texts[0]) * LONGER_LABEL, len(texts[0]) + LONGER_WORD)
-                for translation in translations:
-                    self.assertLessEqual(len(translation), most, (language, translation))
+        for language, texts, translations in self.everything():
+            most = max(len(texts[0]) * LONGER_LABEL, len(texts[0]) + LONGER_WORD)
+            for translation in translations:
+                self.assertLessEqual(len(translation), most, (language, translation))
+
+
+class Daemon(unittest.TestCase):
+    def test_the_texts_that_clients_know_are_those_of_the_daemon(self):
+        sources = glob.glob(os.path.join(SOURCE, "daemon", "**", "*.cpp"), recursive=True)
+        said = "\0".join("".join(re.findall(r'"((?:[^"\\\n]|\\.)*)"', text)) for text in map(read, sources))
+        said += read(os.path.join(SOURCE, "clients", "core", "FolderTree.cpp"))
+        table = read(os.path.join(SOURCE, "Common", "DaemonText.cpp"))
+        texts = ["".join(re.findall(r'"((?:[^"\\\n]|\\.)*)"', each))
+                 for each in re.findall(r'known(?:WithNames)?\(((?:"(?:[^"\\\n]|\\.)*"\s*)+)[,)]', table)]
+        self.assertGreater(len(texts), 100)
+        for text in texts:
+            for part in text.split("%s"):
+                part = part.strip(' .:;,"\\')
+                # The daemon puts some of them together of two parts.
+                self.assertTrue(any(part[:cut] in said and part[cut:] in said for cut in range(len(part) + 1)), text)
 
 
 class Descriptions(unittest.TestCase):

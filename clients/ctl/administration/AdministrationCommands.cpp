@@ -14,8 +14,9 @@
 #include "clients/ctl/OwnerSession.h"
 #include "clients/ctl/administration/Metrics.h"
 #include "clients/ctl/commands/Commands.h"
-#include "clients/ctl/terminal/Text.h"
+#include "clients/ctl/layout/Text.h"
 #include "config/SystemConfig.h"
+#include "platform/text/Translation.h"
 
 namespace keldane {
 
@@ -28,15 +29,16 @@ constexpr std::size_t kNameColumns = 22;
 void checkConfig(Globals& globals, const std::string& file) {
   std::error_code error;
   if (!fs::exists(file, error)) {
-    throw CommandFailure(kNotTaken, "There is no file " + printable(file) + ".");
+    throw CommandFailure(kNotTaken, filled(tr("There is no file %s."), printable(file)));
   }
   const SystemConfig config = SystemConfig::read(file);
   for (const ConfigProblem& problem : config.problems()) {
-    complain(printable(file) + (problem.line == 0 ? "" : ", line " + std::to_string(problem.line)) + ": " +
-             printable(problem.sentence));
+    complain((problem.line == 0 ? printable(file)
+                                : filled(tr("%s, line %s"), printable(file), std::to_string(problem.line))) +
+             ": " + printable(problem.sentence));
   }
   if (config.problems().empty()) {
-    std::cout << printable(file) << " is right.\n";
+    std::cout << filled(tr("%s is right."), printable(file)) << '\n';
   } else {
     globals.status = kNotTaken;
   }
@@ -64,14 +66,15 @@ void showConfig(const std::string& file, bool json) {
     if (json) {
       entries.push_back({{"name", name}, {"value", text}, {"fixed", fixed}});
     } else {
-      std::cout << padded(name, kNameColumns) << ' ' << printable(text) << (fixed ? "  (fixed)" : "") << '\n';
+      std::cout << padded(name, kNameColumns) << ' ' << printable(text)
+                << (fixed ? std::string("  ") + tr("(fixed)") : "") << '\n';
     }
   });
   if (json) {
     std::cout << jsonLine(entries) << '\n';
   }
   for (const ConfigProblem& problem : config.problems()) {
-    complain("line " + std::to_string(problem.line) + ": " + printable(problem.sentence));
+    complain(filled(tr("line %s"), std::to_string(problem.line)) + ": " + printable(problem.sentence));
   }
 }
 
@@ -90,7 +93,7 @@ void writeWhole(const std::string& file, const std::string& text) {
   if (!stream || error) {
     std::error_code ignored;
     fs::remove(made, ignored);
-    throw CommandFailure(kNotTaken, printable(file) + " cannot be written.");
+    throw CommandFailure(kNotTaken, filled(tr("%s cannot be written."), printable(file)));
   }
 }
 
@@ -126,21 +129,22 @@ void printMetrics(const Globals& globals, const std::string& file) {
 
 void addAdministrationCommands(CLI::App& app, Globals& globals) {
   CLI::App* config =
-      app.add_subcommand("config", "Check and show what the administrator wants (keldane.conf)");
+      app.add_subcommand("config", tr("Check and show what the administrator wants (keldane.conf)"));
   config->require_subcommand(1);
   auto file = std::make_shared<std::string>(SystemConfig::kUsualFile);
-  CLI::App* command = config->add_subcommand("check", "Say what is wrong with the file");
-  command->add_option("FILE", *file, "Another file");
+  CLI::App* command = config->add_subcommand("check", tr("Say what is wrong with the file"));
+  command->add_option("FILE", *file, tr("Another file"));
   command->callback([&globals, file] { checkConfig(globals, *file); });
-  command = config->add_subcommand("show", "Show what the file comes to for you");
-  command->add_option("FILE", *file, "Another file");
-  CLI::Option* json = addFlag(*command, "--json", "Print JSON instead of text");
+  command = config->add_subcommand("show", tr("Show what the file comes to for you"));
+  command->add_option("FILE", *file, tr("Another file"));
+  CLI::Option* json = addFlag(*command, "--json", tr("Print JSON instead of text"));
   command->callback([file, json] { showConfig(*file, !json->empty()); });
 
-  command = app.add_subcommand("metrics",
-                               "Print the daemon's standing as OpenMetrics text, for a monitoring system");
+  command = app.add_subcommand(
+      "metrics", tr("Print the daemon's standing as OpenMetrics text, for a monitoring system"));
   auto output = std::make_shared<std::string>();
-  command->add_option("--output", *output, "Put it into this file, whole or not at all")->type_name("FILE");
+  command->add_option("--output", *output, tr("Put it into this file, whole or not at all"))
+      ->type_name("FILE");
   command->callback([&globals, output] { printMetrics(globals, *output); });
 }
 

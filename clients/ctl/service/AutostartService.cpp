@@ -15,6 +15,7 @@
 #include "clients/ctl/Session.h"
 #include "clients/ctl/service/Program.h"
 #include "platform/files/UserFolders.h"
+#include "platform/text/Translation.h"
 
 namespace keldane {
 
@@ -78,7 +79,7 @@ void writeEntry(const std::string& lines) {
       << lines;
   stream.close();
   if (!stream) {
-    throw CommandFailure(kNotTaken, printable(entry.string()) + " cannot be written.");
+    throw CommandFailure(kNotTaken, filled(tr("%s cannot be written."), printable(entry.string())));
   }
 }
 
@@ -94,7 +95,7 @@ struct flock wholeFile(short kind) {
 SupervisorLock::SupervisorLock() {
   const std::optional<fs::path> runtime = runtimeFolder();
   if (!runtime) {
-    throw CommandFailure(kNotTaken, "Others can write to the folder for this user's sockets.");
+    throw CommandFailure(kNotTaken, tr("Others can write to the folder for this user's sockets."));
   }
   path_ = *runtime / "keldane" / "supervisor";
 }
@@ -104,8 +105,8 @@ bool SupervisorLock::take() {
   fs::create_directories(path_.parent_path(), error);
   file_ = Descriptor(open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
   if (!file_) {
-    throw CommandFailure(kNotTaken, printable(path_.string()) +
-                                        " cannot be made: " + std::generic_category().message(errno) + ".");
+    throw CommandFailure(kNotTaken, filled(tr("%s cannot be made: %s."), printable(path_.string()),
+                                           std::generic_category().message(errno)));
   }
   struct flock lock = wholeFile(F_WRLCK);
   return fcntl(file_.get(), F_SETLK, &lock) == 0;
@@ -137,7 +138,7 @@ void AutostartService::start() {
   const std::string program = fs::read_symlink("/proc/self/exe", error);
   if (!startProgram({program, "service", "supervise"}) ||
       !becomesTrue([&] { return lock.holder() > 0; }, kStartPatience)) {
-    throw CommandFailure(kNotTaken, "The daemon was not started; \"keldanectl log\" may tell why.");
+    throw CommandFailure(kNotTaken, tr("The daemon was not started; \"keldanectl log\" may tell why."));
   }
 }
 
@@ -148,7 +149,7 @@ void AutostartService::stop() {
     return;
   }
   if (kill(process, SIGTERM) != 0 || !becomesTrue([&] { return lock.holder() != process; }, kStopPatience)) {
-    throw CommandFailure(kNotTaken, "The daemon does not end.");
+    throw CommandFailure(kNotTaken, tr("The daemon does not end."));
   }
 }
 
@@ -166,7 +167,7 @@ void AutostartService::showLog(unsigned lines, bool follow) {
   const std::string file = serviceLogFile().string();
   std::error_code error;
   if (!fs::exists(file, error)) {
-    throw CommandFailure(kNotTaken, "There is no log yet: " + printable(file) + " is missing.");
+    throw CommandFailure(kNotTaken, filled(tr("There is no log yet: %s is missing."), printable(file)));
   }
   std::vector<std::string> arguments = {"tail", "--lines=" + std::to_string(lines)};
   if (follow) {

@@ -11,6 +11,7 @@
 
 #include "clients/ctl/Session.h"
 #include "platform/files/Descriptor.h"
+#include "platform/text/Translation.h"
 
 namespace keldane {
 
@@ -106,8 +107,8 @@ bool startProgram(const std::vector<std::string>& arguments) {
 void becomeProgram(const std::vector<std::string>& arguments) {
   std::cout.flush();
   execvp(arguments.front().c_str(), argumentPointers(arguments).data());
-  throw CommandFailure(kNotTaken,
-                       arguments.front() + " cannot be run: " + std::generic_category().message(errno) + ".");
+  throw CommandFailure(kNotTaken, filled(tr("%s cannot be run: %s."), arguments.front(),
+                                         std::generic_category().message(errno)));
 }
 
 }  // namespace keldane

@@ -9,6 +9,7 @@
 #include "clients/ctl/service/ServiceManager.h"
 #include "clients/ctl/service/Supervisor.h"
 #include "clients/ctl/service/SystemdService.h"
+#include "platform/text/Translation.h"
 
 namespace keldane {
 
@@ -29,12 +30,16 @@ void showStanding(Globals& globals, bool json) {
                            {"process", standing.process}})
               << '\n';
   } else {
-    std::cout << (standing.running    ? "The daemon runs"
-                  : standing.starting ? "The daemon is about to be started"
-                                      : "The daemon does not run")
-              << (standing.process > 0 ? " (process " + std::to_string(standing.process) + ")" : "") << ".\n"
-              << "It is " << (standing.enabled ? "" : "not ") << "started at login, by " << manager->name()
-              << ".\n";
+    const std::string process =
+        standing.process > 0 ? " " + filled(tr("(process %s)"), std::to_string(standing.process)) : "";
+    std::cout << (standing.running    ? tr("The daemon runs")
+                  : standing.starting ? tr("The daemon is about to be started")
+                                      : tr("The daemon does not run"))
+              << process << ".\n"
+              << filled(standing.enabled ? tr("It is started at login, by %s.")
+                                         : tr("It is not started at login, by %s."),
+                        manager->name())
+              << '\n';
   }
   globals.status = standing.running ? kDone : kNotTaken;
 }
@@ -42,22 +47,28 @@ void showStanding(Globals& globals, bool json) {
 void start() {
   const std::unique_ptr<ServiceManager> manager = serviceManager();
   manager->start();
-  std::cout << "The daemon runs.\n";
+  std::cout << tr("The daemon runs") << ".\n";
 }
 
 void stop() {
   const std::unique_ptr<ServiceManager> manager = serviceManager();
   manager->stop();
-  std::cout << "The daemon does not run. Nothing is backed up until it is started again.\n";
+  std::cout << tr("The daemon does not run. Nothing is backed up until it is started again.") << '\n';
 }
 
 void turn(bool on) {
   const std::unique_ptr<ServiceManager> manager = serviceManager();
   on ? manager->enable() : manager->disable();
-  std::cout << "The daemon is " << (on ? "" : "not ") << "started at login from now on"
-            << (manager->standing().running == on ? ".\n"
-                : on                              ? "; \"keldanectl service start\" starts it now.\n"
-                     : "; \"keldanectl service stop\" ends the one that runs.\n");
+  const bool isSo = manager->standing().running == on;
+  std::cout << (on && isSo ? tr("The daemon is started at login from now on.")
+                : on
+                    ? tr("The daemon is started at login from now on; \"keldanectl service start\" starts it "
+                         "now.")
+                : isSo
+                    ? tr("The daemon is not started at login from now on.")
+                    : tr("The daemon is not started at login from now on; \"keldanectl service stop\" ends "
+                         "the one that runs."))
+            << '\n';
 }
 
 /// The daemon that was installed with this program, else one that PATH has.
@@ -77,7 +88,7 @@ void supervise() {
   {
     SupervisorLock lock;
     if (!lock.take()) {
-      throw CommandFailure(kNotTaken, "Another process keeps the daemon running already.");
+      throw CommandFailure(kNotTaken, tr("Another process keeps the daemon running already."));
     }
     end = Supervisor(daemonProgram(self)).run();
   }
@@ -97,24 +108,25 @@ std::unique_ptr<ServiceManager> serviceManager() {
 
 void addServiceCommands(CLI::App& app, Globals& globals) {
   CLI::App* service =
-      app.add_subcommand("service", "Start and stop the daemon of this user, now or at each login");
+      app.add_subcommand("service", tr("Start and stop the daemon of this user, now or at each login"));
   service->require_subcommand(1);
   CLI::App* command =
-      service->add_subcommand("status", "Show whether it runs; the exit status is 1 when it does not");
-  CLI::Option* json = addFlag(*command, "--json", "Print JSON instead of text");
+      service->add_subcommand("status", tr("Show whether it runs; the exit status is 1 when it does not"));
+  CLI::Option* json = addFlag(*command, "--json", tr("Print JSON instead of text"));
   command->callback([&globals, json] { showStanding(globals, !json->empty()); });
-  service->add_subcommand("start", "Start it now")->callback(start);
-  service->add_subcommand("stop", "End it now")->callback(stop);
-  service->add_subcommand("enable", "Start it at each login")->callback([] { turn(true); });
-  service->add_subcommand("disable", "Do not start it at login any more")->callback([] { turn(false); });
+  service->add_subcommand("start", tr("Start it now"))->callback(start);
+  service->add_subcommand("stop", tr("End it now"))->callback(stop);
+  service->add_subcommand("enable", tr("Start it at each login"))->callback([] { turn(true); });
+  service->add_subcommand("disable", tr("Do not start it at login any more"))->callback([] { turn(false); });
   service
-      ->add_subcommand("supervise", "Keep it running in a session without systemd; for the autostart entry")
+      ->add_subcommand("supervise",
+                       tr("Keep it running in a session without systemd; for the autostart entry"))
       ->callback(supervise);
 
-  command = app.add_subcommand("log", "Show what the daemon of this user has logged");
+  command = app.add_subcommand("log", tr("Show what the daemon of this user has logged"));
   auto lines = std::make_shared<unsigned>(kUsualLines);
-  command->add_option("-n,--lines", *lines, "How many of the last lines (100)")->type_name("N");
-  CLI::Option* follow = addFlag(*command, "-f,--follow", "Then show each new line");
+  command->add_option("-n,--lines", *lines, tr("How many of the last lines (100)"))->type_name("N");
+  CLI::Option* follow = addFlag(*command, "-f,--follow", tr("Then show each new line"));
   command->callback([lines, follow] { serviceManager()->showLog(*lines, !follow->empty()); });
 }
 

@@ -6,6 +6,7 @@
 
 #include "clients/ctl/Session.h"
 #include "clients/ctl/service/Program.h"
+#include "platform/text/Translation.h"
 
 namespace keldane {
 
@@ -31,7 +32,8 @@ std::map<std::string, std::string> properties() {
 /// systemctl says on standard error what is wrong.
 void demand(const std::string& verb) {
   if (runProgram({"systemctl", "--user", "--quiet", verb, kUnit}).status != 0) {
-    throw CommandFailure(kNotTaken, "systemctl --user " + verb + " " + kUnit + " did not succeed.");
+    throw CommandFailure(kNotTaken,
+                         filled(tr("%s did not succeed."), "systemctl --user " + verb + " " + kUnit));
   }
 }
 
@@ -58,7 +60,8 @@ ServiceStanding SystemdService::standing() const {
 
 void SystemdService::start() {
   if (isMasked()) {
-    throw CommandFailure(kNotTaken, "The service is disabled; \"keldanectl service enable\" comes first.");
+    throw CommandFailure(kNotTaken,
+                         tr("The service is disabled; \"keldanectl service enable\" comes first."));
   }
   demand("start");
 }

@@ -7,6 +7,7 @@
 #include "clients/ctl/Session.h"
 #include "clients/ctl/setup/SecretFile.h"
 #include "clients/ctl/terminal/Secret.h"
+#include "platform/text/Translation.h"
 
 namespace keldane {
 
@@ -38,13 +39,14 @@ PropertyList::Entries Place::request() const {
 
 void PlaceOptions::addTo(CLI::App& command) {
   command
-      .add_option("--location-file", locationFile, "A file with the location, for one with a password in it")
+      .add_option("--location-file", locationFile,
+                  tr("A file with the location, for one with a password in it"))
       ->type_name("FILE");
   command
       .add_option("--environment", environmentFile,
-                  "A file of NAME=VALUE lines for the storage program: keys of a server, for instance")
+                  tr("A file of NAME=VALUE lines for the storage program: keys of a server, for instance"))
       ->type_name("FILE");
-  command.add_option("-o,--option", options, "An option of the storage program, such as sftp.command=…")
+  command.add_option("-o,--option", options, tr("An option of the storage program, such as sftp.command=…"))
       ->type_name("NAME=VALUE")
       ->allow_extra_args(false);
 }
@@ -53,13 +55,13 @@ Place PlaceOptions::place() const {
   if (holdsSecret(location)) {
     throw CommandFailure(
         kUsage,
-        "Everybody on this computer can read a command line: leave the password out of it and be asked "
-        "for it, or put the location into a file for --location-file.");
+        tr("Everybody on this computer can read a command line: leave the password out of it and be asked "
+           "for it, or put the location into a file for --location-file."));
   }
   Place place;
   place.location = locationFile.empty() ? location : firstLineOf(readSecretFile(locationFile));
   if (place.location.empty()) {
-    throw CommandFailure(kUsage, "There is no location in it.");
+    throw CommandFailure(kUsage, tr("There is no location in it."));
   }
   if (!environmentFile.empty()) {
     place.environment = environmentFrom(readSecretFile(environmentFile));
@@ -67,7 +69,7 @@ Place PlaceOptions::place() const {
   for (const std::string& option : options) {
     const std::size_t equals = option.find('=');
     if (equals == std::string::npos || equals == 0) {
-      throw CommandFailure(kUsage, "An option of the storage program is NAME=VALUE.");
+      throw CommandFailure(kUsage, tr("An option of the storage program is NAME=VALUE."));
     }
     place.options.emplace_back(option.substr(0, equals), option.substr(equals + 1));
   }
@@ -76,7 +78,7 @@ Place PlaceOptions::place() const {
     place.location =
         pathNamed(place.location.starts_with(kLocal) ? place.location.substr(kLocal.size()) : place.location);
   } else if (lacksPassword(place.location) && !givesPassword(place.environment) && isSomebodyThere()) {
-    const std::string password = askSecret("Password of the server (empty for none):");
+    const std::string password = askSecret(tr("Password of the server (empty for none):"));
     place.location = password.empty() ? place.location : withPassword(place.location, password);
   }
   return place;

@@ -10,6 +10,7 @@
 #include "clients/core/Printable.h"
 #include "clients/ctl/Session.h"
 #include "platform/files/FileContents.h"
+#include "platform/text/Translation.h"
 
 namespace keldane {
 
@@ -34,10 +35,12 @@ std::string readSecretFile(const std::string& path) {
   int error = 0;
   const std::optional<Bytes> bytes = readFile(path, &error);
   if (!bytes) {
-    throw CommandFailure(kUsage, "The file " + printable(path) + " cannot be read: " + reasonOf(error) + ".");
+    throw CommandFailure(kUsage,
+                         filled(tr("The file %s cannot be read: %s."), printable(path), reasonOf(error)));
   }
   if (bytes->size() > kLongestSecret) {
-    throw CommandFailure(kUsage, "The file " + printable(path) + " is too large for what it should hold.");
+    throw CommandFailure(kUsage,
+                         filled(tr("The file %s is too large for what it should hold."), printable(path)));
   }
   return {bytes->begin(), bytes->end()};
 }
@@ -45,8 +48,8 @@ std::string readSecretFile(const std::string& path) {
 std::string readKeyFile(const std::string& path) {
   KeyReading reading = readKey(readSecretFile(path));
   if (!reading.problem.empty()) {
-    throw CommandFailure(kNotTaken,
-                         (path == "-" ? "The key" : printable(path)) + " cannot be used. " + reading.problem);
+    throw CommandFailure(kNotTaken, filled(tr("%s cannot be used. %s"),
+                                           path == "-" ? tr("The key") : printable(path), reading.problem));
   }
   return std::move(reading.key);
 }
@@ -76,8 +79,8 @@ PropertyList::Entries environmentFrom(std::string_view text) {
     const std::size_t equals = std::min(rest.find('='), rest.size());
     std::string_view value = rest.substr(std::min(equals + 1, rest.size()));
     if (equals == rest.size() || !isName(rest.substr(0, equals))) {
-      throw CommandFailure(kUsage,
-                           "Line " + std::to_string(number) + " of the environment is not NAME=VALUE.");
+      throw CommandFailure(
+          kUsage, filled(tr("Line %s of the environment is not NAME=VALUE."), std::to_string(number)));
     }
     if (value.size() >= 2 && (value.front() == '"' || value.front() == '\'') &&
         value.back() == value.front()) {

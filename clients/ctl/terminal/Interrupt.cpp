@@ -8,6 +8,8 @@
 #include <csignal>
 #include <system_error>
 
+#include "platform/text/Translation.h"
+
 namespace keldane {
 
 namespace {
@@ -24,7 +26,7 @@ extern "C" void noteSignal(int number) {
 Interrupt::Interrupt() {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
-    throw std::system_error(errno, std::generic_category(), "No pipe can be made");
+    throw std::system_error(errno, std::generic_category(), tr("No pipe can be made"));
   }
   reading_ = Descriptor(ends[0]);
   writing_ = Descriptor(ends[1]);

@@ -7,6 +7,7 @@
 #include <iostream>
 
 #include "clients/ctl/Session.h"
+#include "platform/text/Translation.h"
 
 namespace keldane {
 
@@ -55,14 +56,14 @@ class EchoOff {
 
 void requireSomebody() {
   if (!isSomebodyThere()) {
-    throw CommandFailure(kUsage, "Nobody is there to be asked; --help tells how to say it beforehand.");
+    throw CommandFailure(kUsage, tr("Nobody is there to be asked; --help tells how to say it beforehand."));
   }
 }
 
 std::string typedLine() {
   std::string line;
   if (!std::getline(std::cin, line)) {
-    throw CommandFailure(kNotTaken, "Nothing was done: the input has ended.");
+    throw CommandFailure(kNotTaken, tr("Nothing was done: the input has ended."));
   }
   return line;
 }
@@ -84,7 +85,7 @@ std::string askSecret(const std::string& question) {
   requireSomebody();
   const EchoOff hidden;
   if (!hidden.isOff()) {
-    throw CommandFailure(kNotTaken, "This terminal cannot hide what is typed.");
+    throw CommandFailure(kNotTaken, tr("This terminal cannot hide what is typed."));
   }
   std::cout << question << ' ' << std::flush;
   std::string line = typedLine();
@@ -93,8 +94,17 @@ std::string askSecret(const std::string& question) {
 }
 
 bool askWhether(const std::string& question, bool otherwise) {
-  const std::string answer = askLine(question + (otherwise ? " [Y/n]" : " [y/N]"));
-  return answer.empty() ? otherwise : answer == "y" || answer == "Y" || answer == "yes";
+  const std::string answer = askLine(question + ' ' + (otherwise ? tr("[Y/n]") : tr("[y/N]")));
+  if (answer.empty()) {
+    return otherwise;
+  }
+  // English is understood too, whatever the language.
+  for (const char* yes : {"y", "Y", "yes", tr("y"), tr("Y"), tr("yes")}) {
+    if (answer == yes) {
+      return true;
+    }
+  }
+  return false;
 }
 
 }  // namespace keldane

@@ -1,6 +1,7 @@
 #include "clients/ctl/terminal/StallWatch.h"
 
 #include "clients/ctl/Session.h"
+#include "platform/text/Translation.h"
 
 namespace keldane {
 
@@ -38,7 +39,7 @@ void StallWatch::watch(std::chrono::duration<double> limit) {
     turned_ = false;
     if (!changed_.wait_for(guard, limit, [this] { return over_ || turned_; })) {
       said_ = true;
-      complain("The backup daemon does not answer; waiting for it.");
+      complain(tr("The backup daemon does not answer; waiting for it."));
       changed_.wait(guard, [this] { return over_ || turned_; });
     }
   }

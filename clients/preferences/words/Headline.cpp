@@ -141,18 +141,18 @@ std::string agoText(const PropertyList& date, double now) {
     return {};
   }
   const double seconds = std::max(0.0, now - date.date().unixTime());
-  const auto text = [&](const char* one, const char* many, double unit) {
+  const auto text = [&](const KnownText& each, double unit) {
     const auto count = static_cast<std::uint64_t>(seconds / unit);
-    return filled(trn(one, many, static_cast<unsigned long>(count)), countText(count));
+    return filled(trn(each.text, each.many, static_cast<unsigned long>(count)), countText(count));
   };
   if (seconds < kMinute) {
     return tr("just now");
   }
   if (seconds < kHour) {
-    return text("%s minute ago", "%s minutes ago", kMinute);
+    return text(known("%s minute ago", "%s minutes ago"), kMinute);
   }
-  return seconds < 2 * kDay ? text("%s hour ago", "%s hours ago", kHour)
-                            : text("%s day ago", "%s days ago", kDay);
+  return seconds < 2 * kDay ? text(known("%s hour ago", "%s hours ago"), kHour)
+                            : text(known("%s day ago", "%s days ago"), kDay);
 }
 
 Headline headline(const StatusSnapshot& status, const PropertyList& repository, double now) {

@@ -1,5 +1,6 @@
 #include "clients/preferences/words/RepositoryWords.h"
 
+#include "Common/DaemonText.h"
 #include "clients/core/Printable.h"
 #include "clients/core/Units.h"
 #include "clients/preferences/words/Headline.h"
@@ -63,7 +64,7 @@ bool isUntouched(const StatusSnapshot& status, const PropertyList& repository) {
 
 std::string repositoryText(const std::string& key, const PropertyList& repository) {
   if (key == "health") {
-    const std::string detail = printable(repository["detail"].string());
+    const std::string detail = printable(daemonText(repository["detail"].string()));
     return healthWords(std::string(repository["health"].string())) + (detail.empty() ? "" : "\n" + detail);
   }
   if (key == "size") {
@@ -75,7 +76,7 @@ std::string repositoryText(const std::string& key, const PropertyList& repositor
                   filesWords(countIn(repository, "files")), countText(snapshots));
   }
   if (key == "lastCheck") {
-    return eventWords(repository, "lastCheck", printable(repository["lastCheckResult"].string()));
+    return eventWords(repository, "lastCheck", printable(daemonText(repository["lastCheckResult"].string())));
   }
   if (key == "lastDrill") {
     return eventWords(repository, "lastDrill", repository["lastDrill"] ? drillWords(repository) : "");

@@ -1,5 +1,6 @@
 #include "clients/preferences/worker/NodeRow.h"
 
+#include "Common/DaemonText.h"
 #include "clients/core/Printable.h"
 #include "clients/core/Units.h"
 
@@ -11,7 +12,7 @@ NodeRow nodeRow(KeldaneFileNode& node, bool isFolder, TreeKind kind) {
   NodeRow row;
   row.path = node.path().value_or("");
   row.name = printable(node.displayName().string());
-  row.state = printable(node.state().string());
+  row.state = printable(daemonText(node.state().string()));
   // A folder's size is what is loaded of it, which says nothing.
   row.size = node.isDirectory() ? std::string() : bytesText(node.sizeValue());
   row.date = dateText(node.backupDate());

@@ -7,6 +7,7 @@
 #include <deque>
 #include <mutex>
 
+#include "Common/DaemonText.h"
 #include "clients/core/OwnerLink.h"
 #include "clients/core/Printable.h"
 
@@ -32,7 +33,7 @@ OwnerAnswer answerTo(const std::string& socketPath, const std::string& selector,
   }
   if (answer.values["error"]) {
     answer.kind = OwnerAnswer::Kind::refused;
-    answer.problem = printable(answer.values["error"].description());
+    answer.problem = printable(daemonText(answer.values["error"].description()));
     return answer;
   }
   answer.kind = OwnerAnswer::Kind::answered;

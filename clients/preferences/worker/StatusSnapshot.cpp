@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Common/DaemonText.h"
 #include "clients/core/Printable.h"
 
 namespace keldane {
@@ -9,6 +10,10 @@ namespace keldane {
 namespace {
 
 std::string text(const PropertyList& value) { return value ? printable(value.description()) : std::string(); }
+
+std::string words(const PropertyList& value) {
+  return value ? printable(daemonText(value.description())) : std::string();
+}
 
 }  // namespace
 
@@ -31,7 +36,7 @@ StatusSnapshot statusSnapshot(const BackupState& state, const BackupProgress& pr
   if (!snapshot.connected) {
     return snapshot;
   }
-  snapshot.status = text(state.statusString());
+  snapshot.status = words(state.statusString());
   snapshot.currentFile = text(state.currentBackupFile());
   if (state.backedUpFileCountAvailable()) {
     snapshot.backedUpFiles = state.backedUpFileCount();
@@ -54,8 +59,8 @@ StatusSnapshot statusSnapshot(const BackupState& state, const BackupProgress& pr
   const PropertyList& all = state.daemonState();
   snapshot.health = text(all["health"]);
   snapshot.heldBy = text(all["heldBy"]);
-  snapshot.restingBecause = text(all["restingBecause"]);
-  snapshot.storeTrouble = text(all["storeTrouble"]);
+  snapshot.restingBecause = words(all["restingBecause"]);
+  snapshot.storeTrouble = words(all["storeTrouble"]);
   snapshot.looksForMore = state.isBackupNeeded();
   snapshot.failures = all["failureCount"].unsignedIntValue();
   snapshot.lastGoodBackup = all["lastGoodBackup"].isDate() ? all["lastGoodBackup"] : PropertyList();

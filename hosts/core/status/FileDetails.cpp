@@ -1,44 +1,46 @@
 #include "hosts/core/status/FileDetails.h"
 
+#include "Common/DaemonText.h"
 #include "Common/FileNode.h"
 #include "hosts/core/status/FileStatus.h"
+#include "platform/text/Translation.h"
 
 namespace keldane {
 
 namespace {
 
-constexpr char kAway[] = "The backup daemon cannot be reached.";
+constexpr const char* kAway = marked("The backup daemon cannot be reached.");
 
 std::string nextBackup(const PropertyList& node, const PropertyList& state) {
   const std::uint32_t flags = node["backupFlags"].unsignedIntValue();
   const std::string_view heldBy = state["heldBy"].string();
   const std::string resting(state["restingBecause"].string());
   if ((flags & backup_flags::kBackup) == 0) {
-    return "None, it is not selected for backup";
+    return tr("None, it is not selected for backup");
   }
   if (!state) {
-    return "Unknown";
+    return tr("Unknown");
   }
   if (state["paused"].boolValue() || heldBy == "paused") {
-    return "After the pause";
+    return tr("After the pause");
   }
   if (heldBy == "off") {
-    return "When the backup is switched on again";
+    return tr("When the backup is switched on again");
   }
   if (heldBy == "recovering") {
-    return "After the recovery";
+    return tr("After the recovery");
   }
   if (!resting.empty()) {
-    return "The backup rests: " + resting;
+    return filled(tr("The backup rests: %s"), daemonText(resting));
   }
   const Emblem emblem = fileStatusOf(node).emblem;
   if (emblem == Emblem::backedUp) {
-    return "When it changes";
+    return tr("When it changes");
   }
   if (heldBy == "manual") {
-    return "When it is asked for, because automatic backup is off";
+    return tr("When it is asked for, because automatic backup is off");
   }
-  return emblem == Emblem::failed ? "With the next attempt" : "As soon as possible";
+  return emblem == Emblem::failed ? tr("With the next attempt") : tr("As soon as possible");
 }
 
 std::vector<StoredVersion> versionsOf(const PropertyList& node) {
@@ -59,31 +61,31 @@ std::vector<StoredVersion> versionsOf(const PropertyList& node) {
 FileDetails fileDetailsOf(const PropertyList& node, const PropertyList& state, const SizeText& sizeText) {
   FileDetails details;
   if (!node) {
-    details.rows = {{"Status", "The backup knows nothing of it"}};
+    details.rows = {{tr("Status"), tr("The backup knows nothing of it")}};
     return details;
   }
   const FileStatus status = fileStatusOf(node);
   details.isFolder = node["isDirectory"].boolValue();
   details.canBackUp = (node["simpleFlags"].unsignedIntValue() & simple_flags::kEnabled) != 0;
   details.versions = versionsOf(node);
-  details.rows.emplace_back("Status", status.text);
+  details.rows.emplace_back(tr("Status"), daemonText(status.text));
   if (const PropertyList why = node["reasons"][0]["text"]; why.isString()) {
-    details.rows.emplace_back("Why", std::string(why.string()));
+    details.rows.emplace_back(tr("Why"), daemonText(why.string()));
   }
   if (!details.isFolder) {
-    details.rows.emplace_back("Last backup",
-                              status.lastBackup != 0 ? backupDateText(status.lastBackup) : "Never");
+    details.rows.emplace_back(tr("Last backup"),
+                              status.lastBackup != 0 ? backupDateText(status.lastBackup) : tr("Never"));
   }
-  details.rows.emplace_back("Next backup", nextBackup(node, state));
+  details.rows.emplace_back(tr("Next backup"), nextBackup(node, state));
   if (!details.versions.empty()) {
-    details.rows.emplace_back("Size stored", sizeText(details.versions.front().size));
+    details.rows.emplace_back(tr("Size stored"), sizeText(details.versions.front().size));
   }
   return details;
 }
 
 FileDetails askForDetails(DaemonLink* link, const std::string& path, const SizeText& sizeText) {
   FileDetails away;
-  away.rows = {{"Status", kAway}};
+  away.rows = {{tr("Status"), tr(kAway)}};
   if (link == nullptr) {
     return away;
   }
@@ -94,7 +96,7 @@ FileDetails askForDetails(DaemonLink* link, const std::string& path, const SizeT
 
 std::string backUpNow(DaemonLink* link, const std::string& path, bool isFolder) {
   if (link == nullptr) {
-    return kAway;
+    return tr(kAway);
   }
   link->addFileToBackup(path);
   if (!isFolder) {
@@ -103,20 +105,20 @@ std::string backUpNow(DaemonLink* link, const std::string& path, bool isFolder) 
   const PropertyList node = link->dictionaryForPath(path, false);
   const bool isTaken =
       (node["backupFlags"].unsignedIntValue() & (backup_flags::kInclude | backup_flags::kFolderInclude)) != 0;
-  return isTaken ? "It will be backed up as soon as possible."
-                 : "The daemon did not take it: " + std::string(node["state"].string()) + ".";
+  return isTaken ? tr("It will be backed up as soon as possible.")
+                 : filled(tr("The daemon did not take it: %s."), daemonText(node["state"].string()));
 }
 
 StartedRestore startRestore(DaemonLink* link, const std::string& path, std::uint32_t version,
                             const std::string& folder) {
   if (link == nullptr) {
-    return {0, kAway};
+    return {0, tr(kAway)};
   }
   const std::uint32_t job = link->restoreFile(path, folder, version, 0U);
   if (job == 0) {
-    return {0, "The daemon did not take it: only the owner of the stored file may restore it."};
+    return {0, tr("The daemon did not take it: only the owner of the stored file may restore it.")};
   }
-  return {job, "It is being restored."};
+  return {job, tr("It is being restored.")};
 }
 
 std::string restoreResult(DaemonLink* link, std::uint32_t job) {
@@ -126,15 +128,15 @@ std::string restoreResult(DaemonLink* link, std::uint32_t job) {
     case running:
       return {};
     case done:
-      return "It was restored. If the file was still there, the restored one has another name.";
+      return tr("It was restored. If the file was still there, the restored one has another name.");
     case doneWithProblems:
-      return "It was restored, with problems.";
+      return tr("It was restored, with problems.");
     case failed:
-      return "It could not be restored.";
+      return tr("It could not be restored.");
     case cancelled:
-      return "The restore was cancelled.";
+      return tr("The restore was cancelled.");
     default:
-      return "Nothing is known of the restore any more.";
+      return tr("Nothing is known of the restore any more.");
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <ctime>
 
+#include "Common/DaemonText.h"
 #include "clients/core/Printable.h"
 #include "clients/core/Units.h"
 #include "clients/preferences/window/Widgets.h"
@@ -158,7 +159,7 @@ void OverviewPage::showFailures(const OwnerAnswer& answer) {
   const PropertyList entries = answer.values["entries"];
   for (std::size_t i = 0; i < entries.count(); ++i) {
     const std::string text =
-        printable(entries[i]["path"].string()) + ": " + printable(entries[i]["reason"].string());
+        printable(entries[i]["path"].string()) + ": " + printable(daemonText(entries[i]["reason"].string()));
     failures_.append(*paragraph(text));
   }
   const std::uint64_t count = answer.values["count"].unsignedLongLongValue();

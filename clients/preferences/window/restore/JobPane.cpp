@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "Common/DaemonText.h"
 #include "clients/core/Printable.h"
 #include "clients/core/Units.h"
 #include "clients/preferences/window/Widgets.h"
@@ -46,7 +47,7 @@ std::string restoreResult(const PropertyList& report) {
     return tr("The restore was cancelled; what was restored so far stays.");
   }
   if (status == "failed") {
-    const std::string message = printable(report["message"].string());
+    const std::string message = printable(daemonText(report["message"].string()));
     return message.empty() ? tr("The restore failed.") : filled(tr("The restore failed: %s"), message);
   }
   return tr("The daemon knows nothing of the restore any more.");
@@ -136,7 +137,7 @@ void JobPane::showProgress(const PropertyList& report) {
     return number(report, all) - std::min(number(report, all), number(report, done));
   };
   const std::uint64_t files = left("files", "filesDone"), bytes = left("bytes", "bytesDone");
-  const std::string message = printable(report["message"].string());
+  const std::string message = printable(daemonText(report["message"].string()));
   if (report["status"].string() == "waiting" || number(report, "files") == 0) {
     text_.set_text(message.empty() ? tr("Looking for what is to be restored.") : message);
     progress_.pulse();
@@ -162,7 +163,7 @@ void JobPane::conclude(const PropertyList& report) {
   const PropertyList problems = report["problems"];
   std::string text;
   for (std::size_t i = 0; i < std::min(problems.count(), kMostProblems); ++i) {
-    text += (i == 0 ? "" : "\n") + printable(problems[i].string());
+    text += (i == 0 ? "" : "\n") + printable(daemonText(problems[i].string()));
   }
   problems_.set_text(text);
   problems_.set_visible(!text.empty());

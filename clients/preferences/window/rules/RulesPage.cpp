@@ -1,5 +1,6 @@
 #include "clients/preferences/window/rules/RulesPage.h"
 
+#include "Common/DaemonText.h"
 #include "clients/core/Printable.h"
 #include "clients/preferences/window/Widgets.h"
 #include "clients/preferences/words/Translation.h"
@@ -66,9 +67,9 @@ void RulesPage::show(const PathAnswer& answer) {
                                  : tr("The daemon knows nothing of it, or may not tell you."));
     return;
   }
-  std::string text = printable(reasons[std::size_t{0}]["text"].string());
+  std::string text = printable(daemonText(reasons[std::size_t{0}]["text"].string()));
   for (std::size_t i = 1; i < reasons.count(); ++i) {
-    text += '\n' + filled(tr("This outranks: %s"), printable(reasons[i]["text"].string()));
+    text += '\n' + filled(tr("This outranks: %s"), printable(daemonText(reasons[i]["text"].string())));
   }
   say(answer.path, text);
 }
