@@ -14,6 +14,7 @@ struct DataFolder {
   std::string path;
   std::string configuration() const { return path + "/repository.json"; }
   std::string key() const { return path + "/key"; }
+  std::string keyChange() const { return path + "/key-change"; }     ///< while the key is being changed
   std::string environment() const { return path + "/environment"; }  ///< NAME=VALUE lines for the engine
   std::string localRepository() const { return path + "/repository"; }
   std::string cache() const { return path + "/cache"; }
@@ -43,6 +44,9 @@ struct RepositoryConfig {
   /// The folder, when the location is one of this machine; absent for any service.
   std::optional<std::string> localFolder() const;
 };
+
+/// 32 random bytes as base32. Throws std::runtime_error when the system gives none.
+std::string newKeyText();
 
 /// Whether a text can be a key or a passphrase: one line, with no blank at either end, which the storage
 /// program would strip.

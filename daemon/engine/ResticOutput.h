@@ -36,6 +36,8 @@ using SnapshotTrees = std::vector<std::pair<std::string, std::string>>;
 SnapshotTrees topTreesFromText(std::string_view text);
 /// "id" of `cat config`; empty when it is no such thing.
 std::string idFromConfig(std::string_view text);
+/// All of `key list --json`; absent when it is no such thing.
+std::optional<std::vector<KeyRecord>> keysFromText(std::string_view text);
 /// "total_size" of `stats --mode raw-data --json`.
 std::optional<std::uint64_t> sizeFromStats(std::string_view text);
 

@@ -48,6 +48,10 @@ class ResticSession {
   unsigned minorVersion() const { return program_.minor; }
   std::string computerTag() const { return "computer:" + std::to_string(configuration_.computerNumber); }
 
+  /// Lets runs read another repository as well and adds the arguments that say which. Not ready when the two
+  /// need different credentials of one kind, of which a run can have only one.
+  EngineAnswer addSource(const RepositoryFiles& source, std::vector<std::string>& arguments);
+
   RunEnd run(const std::vector<std::string>& arguments, const RunOutput& output = {});
   /// The same with all of standard output as one text.
   RunEnd runForText(const std::vector<std::string>& arguments, std::string& text);
@@ -56,6 +60,7 @@ class ResticSession {
 
  private:
   EngineAnswer prepare(Purpose purpose);
+  void addSourceOptions(const RepositoryConfig& source);
   EngineAnswer lookAtFolder(const std::string& folder, Purpose purpose) const;
 
   const RepositoryFiles& files_;
@@ -65,7 +70,7 @@ class ResticSession {
   ResticProgram::Found program_;
   std::vector<std::string> begin_;  // of every command line
   Environment environment_;
-  std::unique_ptr<ScratchFile> location_;
+  std::unique_ptr<ScratchFile> location_, sourceLocation_;
   EngineAnswer state_;
 };
 

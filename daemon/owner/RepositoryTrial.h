@@ -30,6 +30,9 @@ class RepositoryRequests::Trial {
 
   /// Makes a repository, where nothing is in the way.
   EngineAnswer make(EngineJob& job);
+  /// Makes one for what another one holds, or opens one with the same key that is there: a copy that was
+  /// begun.
+  EngineAnswer makeForCopyOf(const RepositoryFiles& other, EngineJob& job);
   /// Opens the one that is there and keeps its id.
   EngineAnswer adopt(EngineJob& job);
   /// Whose backups are recovered, the highest of their numbers, and whether this computer goes on under that
