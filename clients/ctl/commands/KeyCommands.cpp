@@ -102,6 +102,11 @@ void addPassphrase(const Globals& globals, const std::string& file) {
   std::cout << "The passphrase opens the repository too.\n";
 }
 
+void changeKey(const Globals& globals) {
+  OwnerSession(globals).askForLong("changeKey:", {});
+  std::cout << "A new key opens the repository, and the former one no longer does. Make new copies of it.\n";
+}
+
 }  // namespace
 
 void addKeyCommands(CLI::App& app, Globals& globals) {
@@ -134,6 +139,13 @@ void addKeyCommands(CLI::App& app, Globals& globals) {
   auto from = std::make_shared<std::string>();
   command->add_option("--from", *from, "Take it from the first line of this file instead")->type_name("FILE");
   command->callback([&globals, from] { addPassphrase(globals, *from); });
+
+  command = key->add_subcommand("change", "Make a new key and take the present one out of use");
+  command->footer(
+      "What is stored is not encrypted anew: who has the present key and a copy of the repository made so "
+      "far "
+      "can still read that copy.");
+  command->callback([&globals] { changeKey(globals); });
 }
 
 }  // namespace keldane
