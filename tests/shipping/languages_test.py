@@ -12,7 +12,8 @@ import xml.etree.ElementTree as ElementTree
 SOURCE = os.environ["KELDANE_SOURCE"]
 RESOURCES = os.path.join(SOURCE, "KeldaneCMM", "Resources")
 PREFERENCES = os.path.join(SOURCE, "clients", "preferences")
-DESKTOP_FILES = (os.path.join(PREFERENCES, "keldane-preferences.desktop"), os.path.join(SOURCE, "daemon", "keldane.desktop"))
+DESKTOP_FILES = (os.path.join(PREFERENCES, "keldane-preferences.desktop"),
+                 os.path.join(PREFERENCES, "keldane-notifications.desktop"), os.path.join(SOURCE, "daemon", "keldane.desktop"))
 METAINFO = os.path.join(PREFERENCES, "example.keldane.Preferences.metainfo.xml")
 XML_LANGUAGE = "{http://www.w3.org/XML/1998/namespace}lang"
 
