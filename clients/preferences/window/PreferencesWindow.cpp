@@ -79,9 +79,12 @@ PreferencesWindow::~PreferencesWindow() { watch_.disconnect(); }
 
 void PreferencesWindow::addPages() {
   stack_.add(overview_, kOverview, tr("Overview"));
-  stack_.add(restore_, kRestore, tr("Restore"));
+  // In a window that is too small for a page the page is scrolled.
+  restorePlace_.set_child(restore_);
+  rulesPlace_.set_child(rules_);
+  stack_.add(restorePlace_, kRestore, tr("Restore"));
   stack_.add(storage_, kStorage, tr("Storage"));
-  stack_.add(rules_, kRules, tr("Rules"));
+  stack_.add(rulesPlace_, kRules, tr("Rules"));
   stack_.set_expand(true);
   sidebar_.set_stack(stack_);
   setAccessibleName(sidebar_, tr("Pages"));

@@ -68,6 +68,7 @@ class PreferencesWindow : public Gtk::ApplicationWindow {
   Gtk::Label refusalText_;
   Gtk::StackSidebar sidebar_;
   Gtk::Stack stack_;
+  Gtk::ScrolledWindow restorePlace_, rulesPlace_;
   OverviewPage overview_;
   RestorePage restore_;
   StoragePage storage_;

@@ -50,7 +50,7 @@ OverviewPage::OverviewPage(DaemonDesk& desk, AlertKeeper& alerts, Ways ways)
   content_.append(statusPane_);
   addFailures();
   set_child(content_);
-  set_policy(Gtk::PolicyType::NEVER, Gtk::PolicyType::AUTOMATIC);
+  set_policy(Gtk::PolicyType::AUTOMATIC, Gtk::PolicyType::AUTOMATIC);
 }
 
 void OverviewPage::addFailures() {

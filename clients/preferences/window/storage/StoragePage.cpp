@@ -61,7 +61,7 @@ StoragePage::StoragePage(DaemonDesk& desk, std::function<void()> setUp, std::fun
   addKey();
   addKeeping();
   set_child(content_);
-  set_policy(Gtk::PolicyType::NEVER, Gtk::PolicyType::AUTOMATIC);
+  set_policy(Gtk::PolicyType::AUTOMATIC, Gtk::PolicyType::AUTOMATIC);
   signal_map().connect([this] { askForSettings(); });
   signal_unmap().connect([this] { key_.hideKey(); });
 }
