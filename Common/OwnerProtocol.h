@@ -22,7 +22,14 @@
   METHOD("surroundings:",    surroundings)    \
   METHOD("restore:",         restore)         \
   METHOD("restoreReport:",   restoreReport)   \
-  METHOD("cancelRestore:",   cancelRestore)
+  METHOD("cancelRestore:",   cancelRestore)   \
+  METHOD("backups:",         backups)         \
+  METHOD("storedFolder:",    storedFolder)    \
+  METHOD("changeKey:",       changeKey)       \
+  METHOD("moveRepository:",  moveRepository)  \
+  METHOD("moveReport:",      moveReport)      \
+  METHOD("cancelMove:",      cancelMove)      \
+  METHOD("previewPattern:",  previewPattern)
 // clang-format on
 
 namespace keldane {

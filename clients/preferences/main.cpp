@@ -4,6 +4,7 @@
 #include <gtk/gtk.h>
 #include <gtkmm/application.h>
 #include <gtkmm/messagedialog.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <clocale>
@@ -17,6 +18,7 @@
 
 #include "clients/core/DaemonBundle.h"
 #include "clients/core/FolderTree.h"
+#include "clients/preferences/window/Lookout.h"
 #include "clients/preferences/window/PreferencesWindow.h"
 #include "clients/preferences/words/Translation.h"
 
@@ -29,6 +31,7 @@ constexpr char kApplication[] = "com.keldane.preferences", kShow[] = "show";
 
 struct Options {
   std::string bundle, page, restore, restoreMissing;
+  bool background = false;
 
   /// Where the window is to be; absent when nothing was said.
   std::optional<WindowPlace> place() const {
@@ -63,6 +66,8 @@ void addOptions(CLI::App& app, Options& options) {
   for (const auto& [name, kind] : Options::kPages) {
     pages.emplace_back(name);
   }
+  app.add_flag("--background", options.background,
+               tr("Show no window, and tell by notifications what a person must know"));
   CLI::Option* const page = app.add_option("--page", options.page, tr("Show this page"))
                                 ->type_name("PAGE")
                                 ->check(CLI::IsMember(pages));
@@ -108,6 +113,9 @@ std::vector<std::string> wordsFor(const Options& options) {
   add("--page", options.page);
   add("--restore", options.restore);
   add("--restore-missing", options.restoreMissing);
+  if (options.background) {
+    words.emplace_back("--background");
+  }
   return words;
 }
 
@@ -140,7 +148,7 @@ class Program {
       pointers.push_back(word.data());
     }
     const int ran = app_->run(static_cast<int>(pointers.size()), pointers.data());
-    if (window_ && !window_->end()) {
+    if ((window_ && !window_->end()) || (lookout_ && !lookout_->end())) {
       std::_Exit(status_);  // a thread that waits for the daemon cannot be ended
     }
     return status_ == EXIT_SUCCESS ? ran : status_;
@@ -153,7 +161,9 @@ class Program {
     Options options;
     const std::optional<int> status = readArguments(count, words, options);
     g_strfreev(words);
-    if (!status) {
+    if (!status && options.background) {
+      watch();
+    } else if (!status) {
       present(options.place());
     }
     return status.value_or(EXIT_SUCCESS);
@@ -175,10 +185,35 @@ class Program {
     }
   }
 
+  /// The session begins it, so where nothing is installed nobody is told of that.
+  void watch() {
+    if (watches_) {
+      return;
+    }
+    try {
+      if (!window_) {
+        lookout_ = std::make_unique<Lookout>(findDaemonBundle(options_.bundle), teller());
+      }
+      watches_ = true;
+      app_->hold();
+    } catch (const NoDaemonBundle& nothing) {
+      std::cerr << "keldane-preferences: " << nothing.what() << std::endl;
+      status_ = kUnreachable;
+    }
+  }
+
+  TellPerson teller() {
+    return [this](AlertKind kind, const std::string& subject, const std::string& sentence,
+                  WindowPlace::Kind place) { tell(kind, subject, sentence, place); };
+  }
+
   void makeWindow() {
-    window_ = std::make_unique<PreferencesWindow>(
-        findDaemonBundle(options_.bundle), [this](const char* title, const std::string& sentence,
-                                                  WindowPlace::Kind kind) { tell(title, sentence, kind); });
+    const DaemonBundle daemon = findDaemonBundle(options_.bundle);
+    if (lookout_ && !lookout_->end()) {
+      beginAnew();
+    }
+    lookout_.reset();
+    window_ = std::make_unique<PreferencesWindow>(daemon, alerts_, teller());
     window_->set_hide_on_close(true);
     // The program ends with its window, unless there is a restore whose end is to be told.
     window_->signal_hide().connect([this] {
@@ -189,7 +224,22 @@ class Program {
     });
   }
 
-  void tell(const char* title, const std::string& sentence, WindowPlace::Kind kind) {
+  /// The thread that follows a daemon hangs with it, and no other can follow one in this process.
+  static void beginAnew() {
+    execl("/proc/self/exe", "keldane-preferences", nullptr);
+    std::_Exit(EXIT_FAILURE);
+  }
+
+  void tell(AlertKind what, const std::string& subject, const std::string& sentence, WindowPlace::Kind kind) {
+    if (alerts_.mayTell(what, subject)) {
+      notify(what == AlertKind::restore ? tr("Restore") : tr("The backup needs you"), sentence, kind);
+    }
+    if (window_ && !window_->get_visible()) {
+      letGo();
+    }
+  }
+
+  void notify(const char* title, const std::string& sentence, WindowPlace::Kind kind) {
     const auto notification = Gio::Notification::create(title);
     notification->set_body(sentence);
     for (const auto& [name, each] : Options::kPages) {
@@ -198,9 +248,6 @@ class Program {
       }
     }
     app_->send_notification(title, notification);
-    if (!window_->get_visible()) {
-      letGo();
-    }
   }
 
   void letGo() {
@@ -225,10 +272,13 @@ class Program {
 
   const Options options_;
   const Glib::RefPtr<Gtk::Application> app_;
+  AlertKeeper alerts_;
+  std::unique_ptr<Lookout> lookout_;  // while there has been no window
   std::unique_ptr<PreferencesWindow> window_;
   std::unique_ptr<Gtk::MessageDialog> message_;
   int status_ = EXIT_SUCCESS;
-  bool held_ = false;  // whether the program goes on without a window
+  bool held_ = false;     // whether the program goes on without a window for a restore
+  bool watches_ = false;  // whether it goes on without a window anyway
 };
 
 int run(int argc, char** argv) {

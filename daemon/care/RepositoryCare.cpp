@@ -11,6 +11,7 @@
 
 #include "daemon/Clock.h"
 #include "daemon/care/Gathering.h"
+#include "daemon/care/KeyChange.h"
 #include "daemon/care/Reconciliation.h"
 #include "platform/syslog/SystemLog.h"
 
@@ -59,6 +60,9 @@ RepositoryConfig newComputer() {
 EngineAnswer RepositoryCare::makeReady(EngineJob& job) {
   try {
     const std::optional<RepositoryConfig> configuration = files_.configuration();
+    if (const EngineAnswer answer = KeyChange(engine_, files_).goOn(job); !answer) {
+      return answer;
+    }
     if (!configuration || configuration->repositoryId.empty()) {
       if (const EngineAnswer made = setUpHere(job); !made) {
         return made;

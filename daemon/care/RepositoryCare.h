@@ -82,6 +82,10 @@ class RepositoryCare final : public RepositoryKeeper {
   /// number.
   EngineAnswer forgetDue(std::size_t fewest, EngineJob& job, std::size_t* gone = nullptr);
 
+  /// Keeps checks, drills and upkeep away for as long as the answer lives. Waits for the one that is under
+  /// way.
+  [[nodiscard]] std::unique_lock<std::mutex> takeTurn() { return std::unique_lock(turn_); }
+
   std::uint64_t repositorySize() const { return size_; }
   std::uint64_t quotaBytes();
   /// Has the catalogue made anew as soon as the repository is made ready.

@@ -12,6 +12,8 @@
 
 namespace keldane {
 
+class RepositoryFiles;
+
 /// The condition of the repository, as the last call found it.
 enum class Health {
   ready,            ///< it did what was asked
@@ -102,6 +104,12 @@ struct FoundEntry {
   StoredEntry entry;
 };
 
+/// A key of the repository.
+struct KeyRecord {
+  std::string id;      ///< the beginning of it, at least 8 hexadecimal digits
+  bool inUse = false;  ///< it is the one that the engine opens the repository with
+};
+
 /// The result of a check of the repository.
 struct CheckAnswer : EngineAnswer {
   std::vector<std::string> damagedPacks;  ///< their ids
@@ -172,6 +180,16 @@ class BackupEngine {
   virtual EngineAnswer size(std::uint64_t& bytes, EngineJob& job) = 0;
   /// Adds a second key, whose text is a person's passphrase.
   virtual EngineAnswer addKey(const std::string& passphrase, EngineJob& job) = 0;
+  virtual EngineAnswer keys(std::vector<KeyRecord>& found, EngineJob& job);
+  /// Not the one in use.
+  virtual EngineAnswer removeKey(const std::string& id, EngineJob& job);
+
+  /// Makes a repository as `initialize` does, that will have files in the same parts as another one.
+  virtual EngineAnswer initializeLike(const RepositoryFiles& other, EngineJob& job);
+  /// Copies every snapshot of another repository, of all computers, that is not yet here. `copied` is told
+  /// how many of them are here now.
+  virtual EngineAnswer copyFrom(const RepositoryFiles& other, const std::function<void(std::size_t)>& copied,
+                                EngineJob& job);
 };
 
 }  // namespace keldane

@@ -38,6 +38,23 @@ const char* healthWord(Health health) {
   return "failed";
 }
 
+EngineAnswer BackupEngine::keys(std::vector<KeyRecord>& /*found*/, EngineJob& /*job*/) {
+  return {Health::failed, "The engine tells of no keys."};
+}
+
+EngineAnswer BackupEngine::removeKey(const std::string& /*id*/, EngineJob& /*job*/) {
+  return {Health::failed, "The engine removes no keys."};
+}
+
+EngineAnswer BackupEngine::initializeLike(const RepositoryFiles& /*other*/, EngineJob& job) {
+  return initialize(job);
+}
+
+EngineAnswer BackupEngine::copyFrom(const RepositoryFiles& /*other*/,
+                                    const std::function<void(std::size_t)>& /*copied*/, EngineJob& /*job*/) {
+  return {Health::failed, "The engine copies nothing."};
+}
+
 EngineAnswer BackupEngine::repositoryId(std::string& /*id*/, EngineJob& /*job*/) {
   return {Health::failed, "The engine knows no ids of repositories."};
 }

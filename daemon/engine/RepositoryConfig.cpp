@@ -85,6 +85,14 @@ std::optional<std::string> RepositoryConfig::localFolder() const {
   return folder.starts_with('/') ? std::optional(folder) : std::nullopt;
 }
 
+std::string newKeyText() {
+  std::array<std::uint8_t, kKeyBytes> bytes{};
+  if (::getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
+    throw std::runtime_error("The system gives no random bytes for a key.");
+  }
+  return base32(bytes);
+}
+
 RepositoryFiles::RepositoryFiles(DataFolder folder) : folder_(std::move(folder)) {}
 
 std::optional<RepositoryConfig> RepositoryFiles::configuration() const {
@@ -154,11 +162,7 @@ void RepositoryFiles::setKey(const std::string& text) const {
 }
 
 std::string RepositoryFiles::makeKey() const {
-  std::array<std::uint8_t, kKeyBytes> bytes{};
-  if (::getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
-    throw std::runtime_error("The system gives no random bytes for a key.");
-  }
-  const std::string text = base32(bytes);
+  const std::string text = newKeyText();
   setKey(text);
   return text;
 }

@@ -15,6 +15,7 @@ struct DataFolder {
   std::string path;
   std::string configuration() const { return path + "/repository.json"; }
   std::string key() const { return path + "/key"; }
+  std::string keyChange() const { return path + "/key-change"; }     ///< while the key is being changed
   std::string environment() const { return path + "/environment"; }  ///< NAME=VALUE lines for the engine
   std::string localRepository() const { return path + "/repository"; }
   std::string cache() const { return path + "/cache"; }
@@ -44,6 +45,9 @@ struct RepositoryConfig {
   /// The folder, when the location is one of this machine; absent for any service.
   std::optional<std::string> localFolder() const;
 };
+
+/// 32 random bytes as base32. Throws std::runtime_error when the system gives none.
+std::string newKeyText();
 
 /// Whether a text can be a key or a passphrase: one line without blanks at either end, because the storage
 /// program would strip those.

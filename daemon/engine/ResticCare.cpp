@@ -141,4 +141,57 @@ EngineAnswer ResticEngine::addKey(const std::string& passphrase, EngineJob& job)
   }
 }
 
+EngineAnswer ResticEngine::keys(std::vector<KeyRecord>& found, EngineJob& job) {
+  ResticSession session = open(Purpose::use, job);
+  if (!session.state()) {
+    return session.state();
+  }
+  std::string text;
+  const RunEnd run = session.runForText({"key", "list", "--json"}, text);
+  if (!run.answer) {
+    return run.answer;
+  }
+  std::optional<std::vector<KeyRecord>> keys = keysFromText(text);
+  if (!keys) {
+    return answerFor(Health::failed, "its list of keys cannot be read");
+  }
+  found = std::move(*keys);
+  return {};
+}
+
+EngineAnswer ResticEngine::removeKey(const std::string& id, EngineJob& job) {
+  ResticSession session = open(Purpose::use, job);
+  if (!session.state()) {
+    return session.state();
+  }
+  return isIdOrBeginning(id) ? session.run({"key", "remove", "--", id}).answer
+                             : EngineAnswer{Health::failed, "An id of a key is no hexadecimal number."};
+}
+
+/// It says "snapshot ID saved" of each that it has copied and "skipping …" of each that is there.
+EngineAnswer ResticEngine::copyFrom(const RepositoryFiles& other,
+                                    const std::function<void(std::size_t)>& copied, EngineJob& job) {
+  ResticSession session = open(Purpose::use, job);
+  if (!session.state()) {
+    return session.state();
+  }
+  try {
+    // With -v it tells of those that are there already, too.
+    std::vector<std::string> arguments = {"copy", "-v"};
+    if (const EngineAnswer answer = session.addSource(other, arguments); !answer) {
+      return answer;
+    }
+    std::size_t done = 0;
+    RunOutput output;
+    output.outputLine = [&](std::string_view line) {
+      if ((line.starts_with("snapshot ") && line.ends_with(" saved")) || line.starts_with("skipping ")) {
+        copied(++done);
+      }
+    };
+    return session.run(arguments, output).answer;
+  } catch (const std::runtime_error& error) {
+    return {Health::failed, session.secrets().scrubbed(error.what())};
+  }
+}
+
 }  // namespace keldane

@@ -57,7 +57,13 @@ EngineAnswer ResticEngine::repositoryId(std::string& id, EngineJob& job) {
   return session.state() ? readId(session, id) : session.state();
 }
 
-EngineAnswer ResticEngine::initialize(EngineJob& job) {
+EngineAnswer ResticEngine::initialize(EngineJob& job) { return initialize(nullptr, job); }
+
+EngineAnswer ResticEngine::initializeLike(const RepositoryFiles& other, EngineJob& job) {
+  return initialize(&other, job);
+}
+
+EngineAnswer ResticEngine::initialize(const RepositoryFiles* like, EngineJob& job) {
   ResticSession session = open(Purpose::make, job);
   if (!session.state()) {
     return session.state();
@@ -66,7 +72,7 @@ EngineAnswer ResticEngine::initialize(EngineJob& job) {
     return probe(job);
   }
   try {
-    return make(session, job);
+    return make(session, like, job);
   } catch (const std::runtime_error& error) {
     return {Health::failed, session.secrets().scrubbed(error.what())};
   }
@@ -75,7 +81,7 @@ EngineAnswer ResticEngine::initialize(EngineJob& job) {
 /// A crash between making a repository and keeping its id must not leave an unknown repository. So the place
 /// is written down first. A repository that is found there afterwards and opens with the key is the one that
 /// was begun.
-EngineAnswer ResticEngine::make(ResticSession& session, EngineJob& job) {
+EngineAnswer ResticEngine::make(ResticSession& session, const RepositoryFiles* like, EngineJob& job) {
   const RepositoryConfig& configuration = session.configuration();
   const std::optional<std::string> folder = configuration.localFolder();
   const bool wasBegun = readPrivateFile(markOfMaking()) == configuration.location;
@@ -100,8 +106,15 @@ EngineAnswer ResticEngine::make(ResticSession& session, EngineJob& job) {
       std::error_code error;
       std::filesystem::remove_all(*folder + "/keys", error);
     }
+    std::vector<std::string> arguments = {"init"};
+    if (like != nullptr) {
+      if (const EngineAnswer answer = session.addSource(*like, arguments); !answer) {
+        return answer;
+      }
+      arguments.emplace_back("--copy-chunker-params");
+    }
     writeDurably(markOfMaking(), configuration.location);
-    const RunEnd run = session.run({"init"});
+    const RunEnd run = session.run(arguments);
     EngineAnswer answer = run.answer ? readId(session, id) : run.answer;
     if (!answer) {
       return answer;

@@ -45,12 +45,18 @@ class ResticEngine final : public BackupEngine {
   EngineAnswer dropPacks(const std::vector<std::string>& packs, EngineJob& job) override;
   EngineAnswer size(std::uint64_t& bytes, EngineJob& job) override;
   EngineAnswer addKey(const std::string& passphrase, EngineJob& job) override;
+  EngineAnswer keys(std::vector<KeyRecord>& found, EngineJob& job) override;
+  EngineAnswer removeKey(const std::string& id, EngineJob& job) override;
+  EngineAnswer initializeLike(const RepositoryFiles& other, EngineJob& job) override;
+  EngineAnswer copyFrom(const RepositoryFiles& other, const std::function<void(std::size_t)>& copied,
+                        EngineJob& job) override;
 
  private:
   using Purpose = ResticSession::Purpose;
   ResticSession open(Purpose purpose, EngineJob& job) { return {files_, program_, purpose, job}; }
   EngineAnswer readId(ResticSession& session, std::string& id);
-  EngineAnswer make(ResticSession& session, EngineJob& job);
+  EngineAnswer initialize(const RepositoryFiles* like, EngineJob& job);
+  EngineAnswer make(ResticSession& session, const RepositoryFiles* like, EngineJob& job);
   /// The file that names the place where a repository is being made. It exists only meanwhile.
   std::string markOfMaking() const { return files_.folder().work() + "/making"; }
 

@@ -242,6 +242,23 @@ std::string idFromConfig(std::string_view text) {
   return config.is_object() ? textOf(config, "id") : std::string();
 }
 
+std::optional<std::vector<KeyRecord>> keysFromText(std::string_view text) {
+  const Json list = parsed(text);
+  if (!list.is_array()) {
+    return std::nullopt;
+  }
+  std::vector<KeyRecord> keys;
+  for (const Json& item : list) {
+    if (!item.is_object() || textOf(item, "id").empty()) {
+      return std::nullopt;
+    }
+    const auto current = item.find("current");
+    keys.push_back(
+        {textOf(item, "id"), current != item.end() && current->is_boolean() && current->get<bool>()});
+  }
+  return keys;
+}
+
 std::optional<std::uint64_t> sizeFromStats(std::string_view text) {
   const Json stats = parsed(text);
   if (!stats.is_object() || !stats.contains("total_size")) {

@@ -36,6 +36,8 @@ using SnapshotTrees = std::vector<std::pair<std::string, std::string>>;
 SnapshotTrees topTreesFromText(std::string_view text);
 /// The value of "id" in the output of `cat config`; empty when there is none.
 std::string idFromConfig(std::string_view text);
+/// The keys in the output of `key list --json`; absent when it is no such list.
+std::optional<std::vector<KeyRecord>> keysFromText(std::string_view text);
 /// The value of "total_size" in the output of `stats --mode raw-data --json`.
 std::optional<std::uint64_t> sizeFromStats(std::string_view text);
 

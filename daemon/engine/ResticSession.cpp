@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <stdexcept>
 #include <system_error>
@@ -125,6 +126,62 @@ EngineAnswer ResticSession::lookAtFolder(const std::string& folder, Purpose purp
     }
   }
   return {};
+}
+
+EngineAnswer ResticSession::addSource(const RepositoryFiles& source, std::vector<std::string>& arguments) {
+  const std::optional<RepositoryConfig> configuration = source.configuration();
+  const std::string key = source.key();
+  if (!configuration || configuration->location.empty() || key.empty()) {
+    return answerFor(Health::notSetUp);
+  }
+  const Environment environment = source.environment();
+  const Environment own = files_.environment();
+  for (const auto& [name, value] : environment) {
+    const auto found = own.find(name);
+    if (found != own.end() && found->second != value) {
+      return {Health::failed,
+              "Both places need " + name +
+                  ", with another value each, and one run of the storage program has room for "
+                  "only one. What is stored cannot be copied between them."};
+    }
+    environment_[name] = value;
+  }
+  for (const auto& [name, value] : configuration->options) {
+    const auto found = configuration_.options.find(name);
+    if (found != configuration_.options.end() && found->second != value) {
+      return {Health::failed, "Both places need the option " + name +
+                                  ", with another value each. What is stored cannot be copied between them."};
+    }
+  }
+  secrets_.add(Secrets(*configuration, key, environment));
+  addSourceOptions(*configuration);
+  sourceLocation_ = scratch("source", configuration->location);
+  arguments.insert(arguments.end(), {"--from-repository-file", sourceLocation_->path(),
+                                     "--from-password-file", source.folder().key()});
+  return {};
+}
+
+/// The command for SSH names a server, and a run has one such command. With two servers each gets the storage
+/// program's own.
+void ResticSession::addSourceOptions(const RepositoryConfig& source) {
+  for (const auto& [name, value] : source.options) {
+    if (!configuration_.options.contains(name)) {
+      begin_.insert(begin_.end(), {"-o", name + "=" + value});
+    }
+  }
+  const std::optional<std::string> ssh = sftpCommand(source.location);
+  if (!ssh || source.options.contains("sftp.args") || source.options.contains("sftp.command")) {
+    return;
+  }
+  const std::optional<std::string> own = sftpCommand(configuration_.location);
+  if (!own) {
+    begin_.insert(begin_.end(), {"-o", "sftp.command=" + *ssh});
+  } else if (*own != *ssh) {
+    const auto option = std::find(begin_.begin(), begin_.end(), "sftp.command=" + *own);
+    if (option != begin_.end()) {
+      begin_.erase(option - 1, option + 1);
+    }
+  }
 }
 
 RunEnd ResticSession::run(const std::vector<std::string>& arguments, const RunOutput& output) {

@@ -47,6 +47,10 @@ class ResticSession {
   unsigned minorVersion() const { return program_.minor; }
   std::string computerTag() const { return "computer:" + std::to_string(configuration_.computerNumber); }
 
+  /// Lets runs read another repository as well and adds the arguments that say which. Not ready when the two
+  /// need different credentials of one kind, of which a run can have only one.
+  EngineAnswer addSource(const RepositoryFiles& source, std::vector<std::string>& arguments);
+
   RunEnd run(const std::vector<std::string>& arguments, const RunOutput& output = {});
   /// The same; `text` receives all of standard output.
   RunEnd runForText(const std::vector<std::string>& arguments, std::string& text);
@@ -55,6 +59,7 @@ class ResticSession {
 
  private:
   EngineAnswer prepare(Purpose purpose);
+  void addSourceOptions(const RepositoryConfig& source);
   EngineAnswer lookAtFolder(const std::string& folder, Purpose purpose) const;
 
   const RepositoryFiles& files_;
@@ -64,7 +69,7 @@ class ResticSession {
   ResticProgram::Found program_;
   std::vector<std::string> begin_;  // the beginning of every command line
   Environment environment_;
-  std::unique_ptr<ScratchFile> location_;
+  std::unique_ptr<ScratchFile> location_, sourceLocation_;
   EngineAnswer state_;
 };
 

@@ -96,6 +96,12 @@ void Secrets::add(const std::string& secret) {
   std::ranges::stable_sort(secrets_, std::ranges::greater(), &std::string::size);
 }
 
+void Secrets::add(const Secrets& others) {
+  for (const std::string& secret : others.secrets_) {
+    add(secret);
+  }
+}
+
 std::string Secrets::scrubbed(std::string_view text) const {
   std::string line(text);
   for (const std::string& secret : secrets_) {

@@ -18,6 +18,7 @@ class Secrets {
   Secrets(const RepositoryConfig& configuration, const std::string& key,
           const std::map<std::string, std::string>& environment);
   void add(const std::string& secret);
+  void add(const Secrets& others);
 
   /// The text on one line, with "…" in place of each secret and of the part before an @ in a URL.
   std::string scrubbed(std::string_view text) const;

@@ -75,6 +75,29 @@ class OwnerRequests {
   virtual PropertyList restoreReport(const PropertyList& request) = 0;
   /// {"job" must be there} -> {}
   virtual PropertyList cancelRestore(const PropertyList& request) = 0;
+
+  /// {} -> {"dates": of the snapshots that are there, oldest first}
+  virtual PropertyList backups(const PropertyList& request) = 0;
+  /// {"path" and "before" (date) must be there} -> {"children": what was directly in the folder at that time
+  /// and is in the backup, as node dictionaries sorted by name}
+  virtual PropertyList storedFolder(const PropertyList& request) = 0;
+
+  /// {} -> {}: a new key opens the repository and the former one does not; what is stored is not encrypted
+  /// anew.
+  virtual PropertyList changeKey(const PropertyList& request) = 0;
+  /// {"location" must be there, "environment", "options"} -> when all that is stored was copied there,
+  /// checked and is in use from there: {"repositoryId"}. The former place is left as it is.
+  virtual PropertyList moveRepository(const PropertyList& request) = 0;
+  /// {} -> {"status": none, copying, checking, switching, done, failed or cancelled; "location" without
+  /// secrets, "done" and "all" (snapshots), "message": a sentence when it failed}
+  virtual PropertyList moveReport(const PropertyList& request) = 0;
+  /// {} -> {}
+  virtual PropertyList cancelMove(const PropertyList& request) = 0;
+
+  /// {"pattern" must be there: a line of the list of what is left out; "most": entries} -> {"entries" [path],
+  /// "count" and "bytes" of all}: which files of those that are stored and still on the disk it would leave
+  /// out.
+  virtual PropertyList previewPattern(const PropertyList& request) = 0;
 };
 
 }  // namespace keldane

@@ -60,6 +60,13 @@ constexpr RequestKey kRequestKeys[] = {
     {"restore:", "before", Kind::date},
     {"restoreReport:", "job", Kind::number, true},
     {"cancelRestore:", "job", Kind::number, true},
+    {"previewPattern:", "pattern", Kind::string, true},
+    {"previewPattern:", "most", Kind::number},
+    {"storedFolder:", "path", Kind::string, true},
+    {"storedFolder:", "before", Kind::date, true},
+    {"moveRepository:", "location", Kind::string, true},
+    {"moveRepository:", "environment", Kind::dictionary},
+    {"moveRepository:", "options", Kind::dictionary},
 };
 
 const char* nameOf(Kind kind) {

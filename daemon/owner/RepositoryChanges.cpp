@@ -18,10 +18,14 @@ std::optional<PropertyList> RepositoryRequests::refusedPlace(const PropertyList&
 }
 
 PropertyList RepositoryRequests::setUpRepository(const PropertyList& request) {
-  if (const std::optional<PropertyList> refusal = refusedPlace(request)) {
-    return *refusal;
+  if (const std::optional<PropertyList> refused = refusedPlace(request)) {
+    return *refused;
   }
-  const std::lock_guard changing(changing_);
+  std::string refusal;
+  const std::unique_lock changing = beginChange(refusal);
+  if (!changing) {
+    return errorAnswer(refusal);
+  }
   Call call(*this);
   try {
     Trial trial(*daemon_, engine_, request);
@@ -67,10 +71,14 @@ PropertyList RepositoryRequests::computersIn(const std::vector<Snapshot>& snapsh
 }
 
 PropertyList RepositoryRequests::recover(const PropertyList& request) {
-  if (const std::optional<PropertyList> refusal = refusedPlace(request)) {
-    return *refusal;
+  if (const std::optional<PropertyList> refused = refusedPlace(request)) {
+    return *refused;
   }
-  const std::lock_guard changing(changing_);
+  std::string refusal;
+  const std::unique_lock changing = beginChange(refusal);
+  if (!changing) {
+    return errorAnswer(refusal);
+  }
   Call call(*this);
   try {
     Trial trial(*daemon_, engine_, request);
@@ -104,9 +112,26 @@ PropertyList RepositoryRequests::recover(const PropertyList& request) {
   }
 }
 
-// No batch runs meanwhile. The catalogue of another repository does not describe this one, so it is cleared.
+// A move of the repository can take hours, for which nobody is to wait without a word.
+std::unique_lock<std::mutex> RepositoryRequests::beginChange(std::string& refusal) {
+  {
+    const std::lock_guard guard(moveMutex_);
+    if (move_.job != nullptr) {
+      refusal = "The backup is just being moved to another place.";
+      return {};
+    }
+  }
+  return std::unique_lock(changing_);
+}
+
+// No batch runs meanwhile.
 void RepositoryRequests::takeOver(const Trial& trial, bool isRecovery) {
   const BackupWorker::Stillness stillness = daemon_->worker().holdStill();
+  takeOverNow(trial, isRecovery);
+}
+
+// The catalogue of another repository does not describe this one, so it is cleared.
+void RepositoryRequests::takeOverNow(const Trial& trial, bool isRecovery) {
   const std::optional<RepositoryConfig> before = daemon_->files().configuration();
   const bool isAnother = isRecovery || !before || before->repositoryId != trial.configuration().repositoryId;
   if (isRecovery) {
@@ -143,7 +168,11 @@ PropertyList RepositoryRequests::exportKey(const PropertyList&) {
 }
 
 PropertyList RepositoryRequests::importKey(const PropertyList& request) {
-  const std::lock_guard changing(changing_);
+  std::string refusal;
+  const std::unique_lock changing = beginChange(refusal);
+  if (!changing) {
+    return errorAnswer(refusal);
+  }
   try {
     const std::string key = keyTextFrom(std::string(request["key"].string()));
     if (const EngineAnswer answer = tryKey(key); !answer) {
@@ -169,7 +198,11 @@ PropertyList RepositoryRequests::verifyKey(const PropertyList& request) {
 }
 
 PropertyList RepositoryRequests::addPassphrase(const PropertyList& request) {
-  const std::lock_guard changing(changing_);
+  std::string refusal;
+  const std::unique_lock changing = beginChange(refusal);
+  if (!changing) {
+    return errorAnswer(refusal);
+  }
   Call call(*this);
   const EngineAnswer answer = daemon_->engine().addKey(std::string(request["passphrase"].string()), call.job);
   return answer ? PropertyList::dictionary(PropertyList::Entries()) : errorAnswer(answer.detail);

@@ -35,6 +35,13 @@ class RepositoryRequests final : public OwnerRequests {
   PropertyList restore(const PropertyList& request) override;
   PropertyList restoreReport(const PropertyList& request) override;
   PropertyList cancelRestore(const PropertyList& request) override;
+  PropertyList backups(const PropertyList& request) override;
+  PropertyList storedFolder(const PropertyList& request) override;
+  PropertyList changeKey(const PropertyList& request) override;
+  PropertyList moveRepository(const PropertyList& request) override;
+  PropertyList moveReport(const PropertyList& request) override;
+  PropertyList cancelMove(const PropertyList& request) override;
+  PropertyList previewPattern(const PropertyList& request) override;
 
   /// Ends the running calls of the engine.
   void stop();
@@ -47,11 +54,26 @@ class RepositoryRequests final : public OwnerRequests {
   std::optional<PropertyList> refusedPlace(const PropertyList& request) const;
   EngineAnswer tryKey(const std::string& key);
   void takeOver(const Trial& trial, bool isRecovery);
+  /// The same while batches stand still.
+  void takeOverNow(const Trial& trial, bool isRecovery);
+  std::unique_lock<std::mutex> beginChange(std::string& refusal);
+  void waitForRestores(const EngineJob& job) const;
+  EngineAnswer move(Trial& trial, EngineJob& job);
+  EngineAnswer compareCopy(Trial& trial, EngineJob& job) const;
+  void noteMove(const char* status);
   PropertyList computersIn(const std::vector<Snapshot>& snapshots) const;
 
   const std::shared_ptr<Daemon> daemon_;
   const EngineFactory engine_;
   std::mutex changing_;  // held by the one request that changes the repository
+  /// How a move stands.
+  struct Move {
+    std::string status = "none", location, message;
+    std::size_t done = 0, all = 0;
+    EngineJob* job = nullptr;  // while it runs
+  };
+  std::mutex moveMutex_;
+  Move move_;  // guarded by moveMutex_
   std::mutex callsMutex_;
   std::set<EngineJob*> calls_;  // guarded by callsMutex_
   bool stopping_ = false;       // guarded by callsMutex_

@@ -92,6 +92,20 @@ EngineAnswer RepositoryRequests::Trial::make(EngineJob& job) {
   return answer;
 }
 
+EngineAnswer RepositoryRequests::Trial::makeForCopyOf(const RepositoryFiles& other, EngineJob& job) {
+  // Whose snapshots come along is kept with them.
+  const RepositoryConfig before = other.configuration().value_or(RepositoryConfig());
+  configuration_.formerComputer = before.formerComputer;
+  configuration_.formerHighest = before.formerHighest;
+  files_.setConfiguration(configuration_);
+  const EngineAnswer answer = engine_->initializeLike(other, job);
+  if (answer) {
+    configuration_ = files_.configuration().value_or(configuration_);
+    return answer;
+  }
+  return answer.health == Health::otherRepository && adopt(job) ? EngineAnswer() : answer;
+}
+
 EngineAnswer RepositoryRequests::Trial::adopt(EngineJob& job) {
   std::string id;
   EngineAnswer answer = engine_->repositoryId(id, job);

@@ -31,6 +31,9 @@ class RepositoryRequests::Trial {
 
   /// Makes a repository if nothing is in the way.
   EngineAnswer make(EngineJob& job);
+  /// Makes a repository for a copy of another one, or opens the one that is there, with the same key, for
+  /// which a copy was begun.
+  EngineAnswer makeForCopyOf(const RepositoryFiles& other, EngineJob& job);
   /// Opens the existing repository and keeps its id.
   EngineAnswer adopt(EngineJob& job);
   /// Sets the computer whose backups are recovered, the highest number of these backups, and whether this

@@ -156,6 +156,14 @@ class Store {
   std::vector<std::pair<std::string, VersionRecord>> versionsBelow(const std::string& path,
                                                                    std::uint32_t number, double before);
 
+  /// What was directly in a folder at a time: files with their newest version up to then, and folders with
+  /// something in them; paths, sorted by their bytes.
+  struct FolderState {
+    std::vector<std::pair<std::string, VersionRecord>> files;
+    std::vector<std::string> folders;
+  };
+  FolderState folderAt(const std::string& folder, double time);
+
   /// The paths of random stored files that were not removed, each at most once.
   std::vector<std::string> sample(std::size_t most);
 

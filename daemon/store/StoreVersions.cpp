@@ -68,6 +68,29 @@ class StateReader {
                          " FROM versions WHERE file = ? AND version <= ? AND date <= ?"
                          " ORDER BY version DESC LIMIT 1") {}
 
+  /// What lies directly in a folder. What lies below a folder in it is skipped from its first file on.
+  Store::FolderState readFolder(const std::string& folder) {
+    Store::FolderState state;
+    const sql::Below below(folder);
+    std::string from = below.from;
+    const sql::Rewinding rewinding(files_);
+    sql::bindAll(files_, from, below.to);
+    while (files_.executeStep()) {
+      const std::string path = files_.getColumn(0).getString();
+      std::optional<VersionRecord> version = versionOf(files_.getColumn(1).getInt64());
+      const std::size_t slash = path.find('/', below.from.size());
+      if (version && slash == std::string::npos) {
+        state.files.emplace_back(path, *std::move(version));
+      } else if (version) {
+        state.folders.push_back(path.substr(0, slash));
+        from = state.folders.back() + '0';  // '0' comes after '/'
+        files_.reset();
+        sql::bindAll(files_, from, below.to);
+      }
+    }
+    return state;
+  }
+
   /// Adds the files of a range of paths, whose end is not included.
   void read(const std::string& from, const std::string& to,
             std::vector<std::pair<std::string, VersionRecord>>& found) {
@@ -149,6 +172,11 @@ std::vector<VersionRecord> Store::versions(const std::string& path, std::size_t 
     add(versionAt(older, 0));
   }
   return versions;
+}
+
+Store::FolderState Store::folderAt(const std::string& folder, double time) {
+  sql::LongQuestion question(path_);
+  return StateReader(question.database(), asOf(question.database(), 0, time)).readFolder(folder);
 }
 
 std::vector<std::pair<std::string, VersionRecord>> Store::versionsBelow(const std::string& path,

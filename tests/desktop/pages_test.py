@@ -2,6 +2,7 @@
 
 import os
 import re
+import subprocess
 import unittest
 
 from desktop import act, eventually, is_on, set_value, value_of
@@ -141,6 +142,68 @@ class Restore(PagesCase):
         eventually(lambda: is_on(self.box("Documents"), "indeterminate"), "a folder that is selected partly")
         self.assertIs(self.is_ticked("letter.txt"), True)
 
+    def test_the_time_line_goes_back_to_what_was_there(self):
+        self.TREE = "Files in the backup"
+        gone = self.file("home/Documents/gone.txt", "gone")
+        self.back_up(self.documents)
+        os.unlink(gone)
+        self.file("home/Documents/letter.txt", "second, which is longer")
+        self.file("home/Documents/new.txt", "new")
+        eventually(lambda: self.ctl("versions", self.letter).count("\n") == 2
+                   and "Backed up" in self.ctl("ls", self.documents), "a second backup")
+        self.open("--page", "restore")
+        self.row("Documents")
+        line = self.program.find("slider", "Backups in the course of time")
+        eventually(lambda: is_on(line, "sensitive"), "backups on the line")
+        set_value(line, 0)  # as far back as it goes
+        self.shows(re.compile(r"\AThe backup as it was on \d{4}-\d\d-\d\d \d\d:\d\d\. "))
+        self.expand("Documents")
+        self.wait_for_state("gone.txt", "Deleted here, still in the backup")
+        self.assertEqual(self.text_in(self.row("letter.txt")[3]), "5 B")
+        self.assertNotIn("new.txt", self.names())
+        self.tick("gone.txt")
+        self.wait_for_box("gone.txt", True)
+        self.restore(r"\A1 file restored, 4 B\.\Z")
+        self.assertEqual(self.content(gone), "gone")
+        set_value(line, 1 << 40)
+        self.shows("What is ticked is restored.")
+        self.expand("Documents")
+        self.row("new.txt")
+
+    def test_a_version_is_looked_at_in_a_copy_that_goes_with_the_window(self):
+        self.TREE = "Files and versions"
+        applications = os.path.join(self.environment["XDG_DATA_HOME"], "applications")
+        os.makedirs(applications)
+        seen = os.path.join(self.place, "seen")
+        with open(os.path.join(applications, "viewer.desktop"), "w", encoding="utf-8") as stream:
+            stream.write("[Desktop Entry]\nType=Application\nName=Viewer\nMimeType=text/plain;\n"
+                         f"Exec=sh -c 'realpath \"$1\" > {seen}.new; cat \"$1\" >> {seen}.new; mv {seen}.new {seen}' sh %f\n")
+        with open(os.path.join(applications, "mimeapps.list"), "w", encoding="utf-8") as stream:
+            stream.write("[Default Applications]\ntext/plain=viewer.desktop\n")
+        os.chmod(self.letter, 0o4755)
+        self.back_up(self.letter)
+        self.file("home/Documents/letter.txt", "second, which is longer")
+        eventually(lambda: self.ctl("versions", self.letter).count("\n") == 2, "a second version")
+        looks = os.path.join(self.environment["XDG_CACHE_HOME"], "keldane", "looks")
+        os.makedirs(os.path.join(looks, "left", "behind"))
+        self.open("--restore", self.letter)
+        self.shows(f"Versions of {self.letter} in the backup:")
+        self.tick(self.names()[-1])
+        eventually(lambda: is_on(self.button("Look at It"), "sensitive"), "one version that is ticked")
+        act(self.button("Look at It"))
+        self.shows("The copy that is opened cannot be changed, and is removed when this window is closed.")
+        path, content = eventually(lambda: os.path.exists(seen) and self.content(seen).split("\n"), "a look")
+        self.assertEqual(content, "first")
+        self.assertEqual(os.path.basename(path), "letter.txt")
+        self.assertTrue(path.startswith(looks + "/"), path)
+        self.assertEqual(os.stat(path).st_mode & 0o7777, 0o400)
+        self.assertEqual(os.stat(os.path.dirname(path)).st_mode & 0o7777, 0o700)
+        self.assertFalse(os.path.exists(os.path.join(looks, "left")))
+        self.assertEqual(self.content(self.letter), "second, which is longer")
+        self.close()
+        self.program.process.wait(60)
+        eventually(lambda: not os.listdir(looks), "the end of the copy")
+
     def test_a_search_finds_by_name(self):
         self.TREE = "Files and versions"
         self.back_up(self.documents)
@@ -163,6 +226,24 @@ class Storage(PagesCase):
         self.shows("1 file in 1 version")
         act(self.button("Check Now"))
         self.shows(re.compile(r"\A\d{4}-\d\d-\d\d \d\d:\d\d: "))  # the row of the last check
+
+    def test_it_tells_how_much_room_is_left(self):
+        self.back_up(self.letter)
+        self.open("--page", "storage")
+        self.shows(re.compile(r"\A\S+ [KMGT]iB of \S+ [KMGT]iB are free\Z"))
+
+    def test_a_new_key_takes_the_place_of_the_present_one(self):
+        self.back_up(self.letter)
+        former = os.path.join(self.place, "former-key")
+        self.ctl("key", "export", former)
+        self.open("--page", "storage")
+        act(self.button("Change the Key…"))
+        self.shows(re.compile("What is stored is not encrypted anew"))
+        act(self.button("Make a New Key"))
+        self.shows(re.compile(r"\AA new key opens the backup now\."))
+        self.shows(re.compile(r"\A([A-Z2-7]{4} ){12}[A-Z2-7]{4}\Z"))
+        with self.assertRaises(subprocess.CalledProcessError):
+            self.ctl("key", "verify", former)
 
     def test_the_settings_are_the_daemons(self):
         self.open("--page", "storage")
@@ -196,6 +277,21 @@ class Rules(PagesCase):
         self.shows("Why: " + self.documents)
         told = self.ctl("why", self.documents).split("decides", 1)[1].split("\n", 1)[0].strip()
         self.shows(re.compile("^" + re.escape(told)))
+
+
+    def test_a_pattern_shows_what_it_would_leave_out_before_it_does(self):
+        image = self.file("home/Documents/disk.iso", "x" * 2048)
+        self.back_up(self.documents)
+        self.open("--page", "rules")
+        self.row("Documents")
+        self.click(self.program.find(name="Pattern of what is to be left out"))
+        self.type("Keldane Preferences", "*.iso")
+        self.assertFalse(is_on(self.button("Leave It Out"), "sensitive"))
+        act(self.button("Show What That Is"))
+        self.shows(f"*.iso would leave out 1 file, 2.0 KiB:\n{image}")
+        eventually(lambda: is_on(self.button("Leave It Out"), "sensitive"), "the way to leave it out")
+        act(self.button("Leave It Out"))
+        eventually(lambda: "*.iso" in self.ctl("why", image), "the pattern in the daemon's list")
 
 
 class Setup(PagesCase):

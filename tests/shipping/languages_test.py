@@ -12,7 +12,8 @@ import xml.etree.ElementTree as ElementTree
 SOURCE = os.environ["KELDANE_SOURCE"]
 RESOURCES = os.path.join(SOURCE, "KeldaneCMM", "Resources")
 PREFERENCES = os.path.join(SOURCE, "clients", "preferences")
-DESKTOP_FILES = (os.path.join(PREFERENCES, "keldane-preferences.desktop"), os.path.join(SOURCE, "daemon", "keldane.desktop"))
+DESKTOP_FILES = (os.path.join(PREFERENCES, "keldane-preferences.desktop"),
+                 os.path.join(PREFERENCES, "keldane-notifications.desktop"), os.path.join(SOURCE, "daemon", "keldane.desktop"))
 METAINFO = os.path.join(PREFERENCES, "example.keldane.Preferences.metainfo.xml")
 # The folders of catalogues: that of the window, and that which everything else shares.
 CATALOGUES = (os.path.join(PREFERENCES, "po"), os.path.join(SOURCE, "po"))

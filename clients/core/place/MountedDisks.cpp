@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <span>
 #include <sstream>
 
 namespace keldane {
@@ -11,6 +12,20 @@ namespace keldane {
 namespace {
 
 constexpr std::string_view kDiskFolders[] = {"/media/", "/run/media/", "/mnt/"};
+// A disk of this computer has a device; these devices are no disks, or not writable ones.
+constexpr std::string_view kNoDisks[] = {"/dev/loop", "/dev/zram", "/dev/ram", "/dev/sr"};
+constexpr std::string_view kNoDiskKinds[] = {"squashfs", "erofs", "iso9660", "udf"};
+
+bool startsWithOne(std::string_view text, std::span<const std::string_view> beginnings) {
+  return std::any_of(beginnings.begin(), beginnings.end(),
+                     [&](std::string_view each) { return text.starts_with(each); });
+}
+
+// What programs mount below /mnt for themselves: shares of a host, memory, images, bind mounts of nothing.
+bool isDiskDevice(std::string_view source, std::string_view kind) {
+  return source.starts_with("/dev/") && !startsWithOne(source, kNoDisks) &&
+         std::find(std::begin(kNoDiskKinds), std::end(kNoDiskKinds), kind) == std::end(kNoDiskKinds);
+}
 
 // The table writes a blank as \040, and a few others likewise.
 std::string unescaped(std::string_view text) {
@@ -34,13 +49,14 @@ std::vector<std::string> diskMountPoints(std::istream& mounts) {
   std::vector<std::string> points;
   for (std::string line; std::getline(mounts, line);) {
     std::istringstream fields(line);
-    std::string source, point;
-    fields >> source >> point;
+    std::string source, point, kind;
+    fields >> source >> point >> kind;
     point = unescaped(point);
-    const bool isDisk =
-        point == "/mnt" || std::any_of(std::begin(kDiskFolders), std::end(kDiskFolders),
-                                       [&](std::string_view each) { return point.starts_with(each); });
-    if (isDisk && std::find(points.begin(), points.end(), point) == points.end()) {
+    const bool isPluggedIn = point == "/mnt" || startsWithOne(point, kDiskFolders);
+    // The desktop mounts shares of other computers elsewhere; what lies below /media is a person's choice.
+    const bool isByHand = point.starts_with("/mnt");
+    if (isPluggedIn && (!isByHand || isDiskDevice(source, kind)) &&
+        std::find(points.begin(), points.end(), point) == points.end()) {
       points.push_back(point);
     }
   }

@@ -14,7 +14,7 @@ struct MountedDisk {
 };
 
 /// The mount points in a table of the system's form that lie where removable disks are mounted: /media,
-/// /run/media and /mnt.
+/// /run/media and, those with a disk's device, /mnt.
 std::vector<std::string> diskMountPoints(std::istream& mounts);
 /// Those that are there now, by path.
 std::vector<MountedDisk> mountedDisks();

@@ -31,7 +31,9 @@ void addWhyCommand(CLI::App& app, Globals& globals);
 void addRestoreCommand(CLI::App& app, Globals& globals);
 /// repository, check, settings.
 void addRepositoryCommands(CLI::App& app, Globals& globals);
-/// key export, import, sheet, verify, passphrase.
+/// repository move.
+void addMoveCommand(CLI::App& repository, Globals& globals);
+/// key export, import, sheet, verify, passphrase, change.
 void addKeyCommands(CLI::App& app, Globals& globals);
 void addRecoverCommand(CLI::App& app, Globals& globals);
 /// service, log.

@@ -2,6 +2,7 @@
 
 #include <thread>
 
+#include "clients/core/OwnerLink.h"
 #include "clients/preferences/words/Translation.h"
 
 namespace keldane {
@@ -13,7 +14,8 @@ constexpr auto kFarewell = std::chrono::milliseconds(1000);
 }  // namespace
 
 DaemonDesk::DaemonDesk(const DaemonBundle& daemon, std::function<void(const Update&)> receive)
-    : mailbox_(std::make_shared<Mailbox>()),
+    : socketPath_(daemon.socketPath),
+      mailbox_(std::make_shared<Mailbox>()),
       follower_(daemon.bundle,
                 [mailbox = mailbox_, receive = std::move(receive)](Update update) {
                   mailbox->put([receive, update = std::move(update)] { receive(update); });
@@ -21,15 +23,29 @@ DaemonDesk::DaemonDesk(const DaemonBundle& daemon, std::function<void(const Upda
       quick_(daemon.socketPath,
              [mailbox = mailbox_](std::function<void()> work) { mailbox->put(std::move(work)); }),
       slow_(daemon.socketPath,
-            [mailbox = mailbox_](std::function<void()> work) { mailbox->put(std::move(work)); }) {}
+            [mailbox = mailbox_](std::function<void()> work) { mailbox->put(std::move(work)); }),
+      slowest_(daemon.socketPath,
+               [mailbox = mailbox_](std::function<void()> work) { mailbox->put(std::move(work)); }) {}
 
 void DaemonDesk::aside(std::function<std::function<void()>()> work) {
   std::thread([mailbox = mailbox_, work = std::move(work)] { mailbox->put(work()); }).detach();
 }
 
+NodeTree::Past DaemonDesk::pastAt(double time) const {
+  return [socket = socketPath_, time](const std::string& folder) -> PropertyList {
+    OwnerLink link(socket);
+    return link.connect() ? link.storedFolder(PropertyList::dictionary(
+                                {{"path", folder}, {"before", Date::fromUnixTime(time)}}))["children"]
+                          : PropertyList();
+  };
+}
+
 bool DaemonDesk::end() {
-  const bool followerEnded = follower_.end(kFarewell), quickEnded = quick_.end(kFarewell);
-  return slow_.end(kFarewell) && followerEnded && quickEnded;
+  bool ended = follower_.end(kFarewell);
+  for (OwnerThread* thread : {&quick_, &slow_, &slowest_}) {
+    ended = thread->end(kFarewell) && ended;
+  }
+  return ended;
 }
 
 std::string problemOf(const OwnerAnswer& answer) {

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include "clients/core/DaemonBundle.h"
@@ -12,9 +13,9 @@
 
 namespace keldane {
 
-/// Three threads wait for the daemon in the window's stead: one follows its state and its trees, one asks the
-/// second socket what is answered at once, one what takes long. All of this is called on the window's thread,
-/// and so are `receive` and what is done with answers.
+/// Four threads wait for the daemon in the window's stead: one follows its state and its trees, one asks the
+/// second socket what is answered at once, one what takes long, one what takes longest. All of this is called
+/// on the window's thread, and so are `receive` and what is done with answers.
 class DaemonDesk {
  public:
   DaemonDesk(const DaemonBundle& daemon, std::function<void(const Update&)> receive);
@@ -27,8 +28,14 @@ class DaemonDesk {
   void askForLong(std::string_view selector, PropertyList::Entries request, OwnerThread::Then then) {
     slow_.ask(selector, std::move(request), std::move(then));
   }
+  /// What takes hours, so that what takes minutes does not wait for it.
+  void askForLongest(std::string_view selector, PropertyList::Entries request, OwnerThread::Then then) {
+    slowest_.ask(selector, std::move(request), std::move(then));
+  }
   /// Does work that the disk may hold up on a thread of its own, and then what it answers on the window's.
   void aside(std::function<std::function<void()>()> work);
+  /// What was in a folder of the backup at a time, for the thread that follows the daemon.
+  NodeTree::Past pastAt(double time) const;
   /// For how long the daemon has let the first thread wait; see DaemonThread.
   std::chrono::steady_clock::duration silence() const { return follower_.silence(); }
 
@@ -36,9 +43,10 @@ class DaemonDesk {
   bool end();
 
  private:
+  const std::string socketPath_;
   const std::shared_ptr<Mailbox> mailbox_;
   DaemonThread follower_;
-  OwnerThread quick_, slow_;
+  OwnerThread quick_, slow_, slowest_;
 };
 
 /// Why there is no answer, as a sentence for a person; empty when there is one.

@@ -3,8 +3,6 @@
 #include <glibmm/main.h>
 #include <glibmm/miscutils.h>
 
-#include <ctime>
-
 #include "clients/core/Printable.h"
 #include "clients/preferences/window/Widgets.h"
 #include "clients/preferences/words/RepositoryWords.h"
@@ -24,24 +22,25 @@ constexpr char kDomain[] = "com.keldane.preferences", kSetupOffered[] = "SetupOf
 
 }  // namespace
 
-PreferencesWindow::PreferencesWindow(const DaemonBundle& daemon, Tell tell)
+PreferencesWindow::PreferencesWindow(const DaemonBundle& daemon, AlertKeeper& alerts, Tell tell)
     : tell_(std::move(tell)),
       desk_(daemon, [this](const Update& update) { receive(update); }),
       content_(Gtk::Orientation::VERTICAL),
       pages_(Gtk::Orientation::HORIZONTAL),
-      overview_(desk_, {[this] {
-                          go({WindowPlace::Kind::setUp, {}});
-                        },
-                        [this] {
-                          go({WindowPlace::Kind::storage, {}});
-                        },
-                        [this] {
-                          go({WindowPlace::Kind::rules, {}});
-                        }}),
+      overview_(desk_, alerts,
+                {[this] {
+                   go({WindowPlace::Kind::setUp, {}});
+                 },
+                 [this] {
+                   go({WindowPlace::Kind::storage, {}});
+                 },
+                 [this] {
+                   go({WindowPlace::Kind::rules, {}});
+                 }}),
       restore_(desk_,
-               [this](const std::string& result, const std::string&) {
+               [this](const std::string& result, bool) {
                  if (!is_active()) {
-                   tell_(tr("Restore"), result, WindowPlace::Kind::restore);
+                   tell_(AlertKind::restore, {}, result, WindowPlace::Kind::restore);
                  }
                }),
       storage_(
@@ -65,6 +64,7 @@ PreferencesWindow::PreferencesWindow(const DaemonBundle& daemon, Tell tell)
   addPages();
   content_.append(pages_);
   set_child(content_);
+  signal_hide().connect([this] { restore_.putAway(); });
   showStatus();
   watch_ = Glib::signal_timeout().connect_seconds(
       [this] {
@@ -79,9 +79,12 @@ PreferencesWindow::~PreferencesWindow() { watch_.disconnect(); }
 
 void PreferencesWindow::addPages() {
   stack_.add(overview_, kOverview, tr("Overview"));
-  stack_.add(restore_, kRestore, tr("Restore"));
+  // In a window that is too small for a page the page is scrolled.
+  restorePlace_.set_child(restore_);
+  rulesPlace_.set_child(rules_);
+  stack_.add(restorePlace_, kRestore, tr("Restore"));
   stack_.add(storage_, kStorage, tr("Storage"));
-  stack_.add(rules_, kRules, tr("Rules"));
+  stack_.add(rulesPlace_, kRules, tr("Rules"));
   stack_.set_expand(true);
   sidebar_.set_stack(stack_);
   setAccessibleName(sidebar_, tr("Pages"));
@@ -190,10 +193,8 @@ void PreferencesWindow::askForRepository() {
 // Who looks at the window sees it there.
 void PreferencesWindow::tellOfTrouble() {
   const std::optional<Headline> shown = overview_.shownHeadline();
-  if (shown && shown->mustBeKnown && !is_active() &&
-      alerts_.mayTell(shown->sentence, static_cast<double>(std::time(nullptr)))) {
-    tell_(tr("The backup needs you"), shown->sentence,
-          shown->remedy == Remedy::showStorage ? WindowPlace::Kind::storage : WindowPlace::Kind::overview);
+  if (shown && !is_active()) {
+    tellOf(*shown, tell_);
   }
 }
 

@@ -11,30 +11,23 @@
 #include <string>
 
 #include "clients/preferences/window/DaemonDesk.h"
+#include "clients/preferences/window/Lookout.h"
 #include "clients/preferences/window/overview/OverviewPage.h"
 #include "clients/preferences/window/restore/RestorePage.h"
 #include "clients/preferences/window/rules/RulesPage.h"
 #include "clients/preferences/window/setup/SetupWindow.h"
 #include "clients/preferences/window/storage/StoragePage.h"
-#include "clients/preferences/words/AlertLimit.h"
 
 namespace keldane {
-
-/// Where in the window a person is led.
-struct WindowPlace {
-  enum class Kind { overview, restore, versions, missing, storage, rules, setUp };
-  Kind kind = Kind::overview;
-  std::string path;  ///< absolute, for `versions` (a file) and `missing` (a folder)
-};
 
 /// Shows what the daemon's threads deliver and hands on what the user wants. Never waits for them; says so
 /// when they get no answer.
 class PreferencesWindow : public Gtk::ApplicationWindow {
  public:
   /// What a person is told who does not look at the window: a sentence, and where it leads.
-  using Tell = std::function<void(const char* title, const std::string& sentence, WindowPlace::Kind kind)>;
+  using Tell = TellPerson;
 
-  PreferencesWindow(const DaemonBundle& daemon, Tell tell);
+  PreferencesWindow(const DaemonBundle& daemon, AlertKeeper& alerts, Tell tell);
   ~PreferencesWindow() override;
   PreferencesWindow(const PreferencesWindow&) = delete;
   PreferencesWindow& operator=(const PreferencesWindow&) = delete;
@@ -64,7 +57,6 @@ class PreferencesWindow : public Gtk::ApplicationWindow {
   void tellOfTrouble();
 
   const Tell tell_;
-  AlertLimit alerts_;
   DaemonDesk desk_;
   std::optional<StatusSnapshot> status_;
   PropertyList repository_;  // the daemon's last answer about it
@@ -76,6 +68,7 @@ class PreferencesWindow : public Gtk::ApplicationWindow {
   Gtk::Label refusalText_;
   Gtk::StackSidebar sidebar_;
   Gtk::Stack stack_;
+  Gtk::ScrolledWindow restorePlace_, rulesPlace_;
   OverviewPage overview_;
   RestorePage restore_;
   StoragePage storage_;

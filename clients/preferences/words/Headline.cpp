@@ -70,8 +70,8 @@ std::string buttonFor(Remedy remedy) {
   return {};
 }
 
-Headline trouble(std::string sentence, Remedy remedy, bool mustBeKnown = false) {
-  return {std::move(sentence), true, mustBeKnown, remedy, buttonFor(remedy)};
+Headline trouble(std::string sentence, Remedy remedy, std::optional<AlertKind> alert = {}) {
+  return {std::move(sentence), true, alert, remedy, buttonFor(remedy)};
 }
 
 std::optional<Headline> troubleOf(const StatusSnapshot& status) {
@@ -81,7 +81,9 @@ std::optional<Headline> troubleOf(const StatusSnapshot& status) {
   const auto* const found = std::find_if(kTroubles.begin(), kTroubles.end(),
                                          [&](const Trouble& each) { return each.health == status.health; });
   if (found != kTroubles.end()) {
-    return trouble(tr(found->sentence), found->remedy, found->remedy == Remedy::showStorage);
+    const bool isStorage = found->remedy == Remedy::showStorage;
+    return trouble(tr(found->sentence), found->remedy,
+                   isStorage ? std::optional(AlertKind::storage) : std::nullopt);
   }
   if (!status.health.empty() && status.health != "ready") {
     return trouble(tr("The backup could not be stored."), Remedy::lookAgain);
@@ -103,17 +105,22 @@ std::optional<Headline> pauseOf(const StatusSnapshot& status, const std::string&
   if (status.paused) {
     return Headline{filled(tr("The backup is paused for %s."),
                            durationText(std::chrono::minutes(std::max(1U, status.pausedMinutes)))),
-                    false, false, Remedy::resume, buttonFor(Remedy::resume)};
+                    false,
+                    {},
+                    Remedy::resume,
+                    buttonFor(Remedy::resume)};
   }
   if (status.heldBy == "manual" && status.pendingFiles > 0) {
     return Headline{filled(trn("%s waits, because the backup does not run by itself.",
                                "%s wait, because the backup does not run by itself.", status.pendingFiles),
                            waiting),
-                    false, false, Remedy::backUpByItself, buttonFor(Remedy::backUpByItself)};
+                    false,
+                    {},
+                    Remedy::backUpByItself,
+                    buttonFor(Remedy::backUpByItself)};
   }
   if (!status.restingBecause.empty()) {
-    return Headline{
-        filled(tr("The backup rests: %s."), status.restingBecause), false, false, Remedy::none, {}};
+    return Headline{filled(tr("The backup rests: %s."), status.restingBecause), false, {}, Remedy::none, {}};
   }
   return std::nullopt;
 }
@@ -156,22 +163,26 @@ std::string agoText(const PropertyList& date, double now) {
 }
 
 Headline headline(const StatusSnapshot& status, const PropertyList& repository, double now) {
+  const bool isOld = status.lastGoodBackup && now - status.lastGoodBackup.date().unixTime() > kTooOld &&
+                     status.pendingFiles > 0;
   if (std::optional<Headline> found = troubleOf(status)) {
+    // A disk that is not connected is nothing to speak of, for some days.
+    if (isOld && found->remedy == Remedy::lookAgain) {
+      found->alert = AlertKind::noBackup;
+    }
     return *found;
   }
   if (repository["drillFailed"].unsignedLongLongValue() > 0) {
     return trouble(tr("In the last drill files did not come back as they were stored."), Remedy::showStorage,
-                   true);
+                   AlertKind::drill);
   }
   const std::uint32_t stored = status.backedUpFiles.value_or(0);
-  const bool isOld = status.lastGoodBackup && now - status.lastGoodBackup.date().unixTime() > kTooOld &&
-                     status.pendingFiles > 0;
   const std::string ago = agoText(status.lastGoodBackup, now);
   if (isOld) {
     return trouble(filled(trn("%s waits, and the last good backup was %s.",
                               "%s wait, and the last good backup was %s.", status.pendingFiles),
                           filesWords(status.pendingFiles), ago),
-                   Remedy::lookAgain, true);
+                   Remedy::lookAgain, AlertKind::noBackup);
   }
   if (status.failures > 0) {
     return trouble(
@@ -186,18 +197,21 @@ Headline headline(const StatusSnapshot& status, const PropertyList& repository, 
     return {filled(tr("Backing up: %s of %s are backed up so far."), countText(stored),
                    filesWords(std::uint64_t{stored} + status.pendingFiles)),
             false,
-            false,
+            {},
             Remedy::none,
             {}};
   }
   if (status.looksForMore) {
-    return {tr("Looking for what is to be backed up."), false, false, Remedy::none, {}};
+    return {tr("Looking for what is to be backed up."), false, {}, Remedy::none, {}};
   }
   if (!status.backedUpFiles) {
-    return {tr("The daemon does not tell what is backed up."), false, false, Remedy::none, {}};
+    return {tr("The daemon does not tell what is backed up."), false, {}, Remedy::none, {}};
   }
   if (stored == 0) {
-    return {tr("Nothing is chosen for the backup yet."), false, false, Remedy::chooseFiles,
+    return {tr("Nothing is chosen for the backup yet."),
+            false,
+            {},
+            Remedy::chooseFiles,
             buttonFor(Remedy::chooseFiles)};
   }
   const std::string all =
@@ -206,7 +220,7 @@ Headline headline(const StatusSnapshot& status, const PropertyList& repository, 
           : filled(trn("All %s file is backed up", "All %s files are backed up", stored), countText(stored));
   return {(ago.empty() ? all + "." : filled(tr("%s, last %s."), all, ago)) + drillSentence(repository),
           false,
-          false,
+          {},
           Remedy::none,
           {}};
 }

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "clients/preferences/words/Alerts.h"
 #include "clients/preferences/worker/StatusSnapshot.h"
 
 namespace keldane {
@@ -27,9 +28,12 @@ enum class Remedy {
 struct Headline {
   std::string sentence;
   bool isTrouble = false;
-  bool mustBeKnown = false;  ///< trouble of which a person is told who does not look
+  std::optional<AlertKind> alert;  ///< trouble of which a person is told who does not look
   Remedy remedy = Remedy::none;
   std::string button;  ///< what the button that does it says; empty without a remedy
+
+  /// The same for the same trouble, whatever the numbers in the sentence are.
+  std::string subject() const { return alert == AlertKind::noBackup ? "noBackup" : sentence; }
 };
 
 /// `repository` is the daemon's answer to `repository:`, absent when it has none; `now` are seconds since the

@@ -144,6 +144,19 @@ void DaemonSession::setIncluded(const std::string& path, bool included) {
   refreshTrees();
 }
 
+void DaemonSession::leaveOut(const std::string& pattern) {
+  std::string list(state_.stringValueForProfileKey("Ignored").string());
+  if (!state_.connected()) {
+    return;
+  }
+  list += (list.empty() || list.ends_with('\n') ? "" : "\n") + pattern + '\n';
+  state_.setValueForProfileKey("Ignored", list);
+  if (state_.connected() && state_.stringValueForProfileKey("Ignored").string() != list) {
+    refuse({});
+  }
+  refreshTrees();
+}
+
 void DaemonSession::refreshTrees() {
   if (state_.connected()) {
     rules_.refresh();

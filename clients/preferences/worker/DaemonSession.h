@@ -38,9 +38,13 @@ class DaemonSession {
 
   /// Shows a tree from this folder down.
   void openFolder(const std::string& path, TreeKind tree = TreeKind::rules) { feed(tree).open(path); }
+  /// Shows the tree to restore from as it was, or, without a function, as it is.
+  void showPast(NodeTree::Past past) { restore_.showPast(std::move(past)); }
   void lookInto(const std::string& folder, TreeKind tree = TreeKind::rules) { feed(tree).lookInto(folder); }
   void closeFolder(const std::string& folder, TreeKind tree = TreeKind::rules) { feed(tree).close(folder); }
   void setIncluded(const std::string& path, bool included);
+  /// Adds a line to the list of what is left out.
+  void leaveOut(const std::string& pattern);
   void setSelected(const std::string& path, bool selected) { restore_.select(path, selected); }
 
   /// Delivers a PathAnswer, unless the daemon is away.

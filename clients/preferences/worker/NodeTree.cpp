@@ -58,8 +58,20 @@ NodeRow NodeTree::rowOf(Node& folder, Node& child) const {
 
 // A folder that does not belong into the backup itself may lead to one that does.
 bool NodeTree::isShown(Node& node) const {
-  return kind_ == TreeKind::rules || node.showInRestoreBrowser() || node.backupDate() ||
+  return isPast() || kind_ == TreeKind::rules || node.showInRestoreBrowser() || node.backupDate() ||
          (node.isDirectory() && (node.simpleFlags() & simple_flags::kGrayed) != 0);
+}
+
+// Absent children: nobody answers.
+Node::Pointer NodeTree::contentOf(const std::string& folder) const {
+  const KeldaneFileNodeProxy::Pointer source = folderAt(folder, isPast() ? nullptr : daemon_);
+  const PropertyList nodes = isPast() ? past_(folder) : PropertyList();
+  for (std::size_t i = 0; i < nodes.count(); ++i) {
+    const Node::Pointer child = Node::create();
+    child->initWithDictionary(nodes[i]);
+    source->addChild(child);
+  }
+  return source;
 }
 
 std::optional<NodeRow> NodeTree::top() {
@@ -77,7 +89,7 @@ FolderChange NodeTree::refresh(const std::string& folder) {
     return change;
   }
   bool& wasTold = open_[folder];
-  const KeldaneFileNodeProxy::Pointer source = folderAt(folder, daemon_);
+  const Node::Pointer source = contentOf(folder);
   const Node::ChildList* told = source->children();
   if (told == nullptr) {
     return change;  // the folder has gone, which its own folder will say, or the daemon has

@@ -1,6 +1,7 @@
 // The folders that one of the window's trees shows, as the daemon knows them.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -21,6 +22,12 @@ namespace keldane {
 class NodeTree {
  public:
   explicit NodeTree(TreeKind kind = TreeKind::rules) : kind_(kind) {}
+
+  /// What was in a folder at some time, as an array of node dictionaries; absent when nobody answers.
+  using Past = std::function<PropertyList(const std::string& folder)>;
+  /// From the next `open` on folders have what they had then, or, without a function, what they have now.
+  void setPast(Past past) { past_ = std::move(past); }
+  bool isPast() const { return past_ != nullptr; }
 
   /// Null while the daemon is away: nothing changes then.
   void setDaemon(const std::shared_ptr<KeldaneProxy>& daemon);
@@ -51,11 +58,13 @@ class NodeTree {
 
  private:
   bool isShown(KeldaneFileNode& node) const;
+  KeldaneFileNode::Pointer contentOf(const std::string& folder) const;
   NodeRow rowOf(KeldaneFileNode& folder, KeldaneFileNode& child) const;
   KeldaneFileNode::Pointer nodeAt(const std::string& path);
   NodeRow rowOf(const KeldaneFileNode::Pointer& node) const;
 
   const TreeKind kind_;
+  Past past_;
   std::shared_ptr<KeldaneProxy> daemon_;
   KeldaneFileNodeProxy::Pointer root_;
   std::string topPath_;

@@ -15,7 +15,7 @@ namespace keldane {
 
 namespace {
 
-constexpr std::chrono::milliseconds kPatience{1000};
+constexpr std::chrono::milliseconds kOwnerPatience{1000};
 
 OwnerAnswer answerTo(const std::string& socketPath, const std::string& selector,
                      const PropertyList& request) {
@@ -88,7 +88,7 @@ OwnerThread::OwnerThread(std::string socketPath, Deliver deliver) : shared_(std:
 }
 
 OwnerThread::~OwnerThread() {
-  if (!end(kPatience)) {
+  if (!end(kOwnerPatience)) {
     thread_.detach();
   }
 }

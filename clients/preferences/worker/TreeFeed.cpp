@@ -40,6 +40,13 @@ void TreeFeed::open(const std::string& path) {
   }
 }
 
+void TreeFeed::showPast(NodeTree::Past past) {
+  tree_.setPast(std::move(past));
+  if (!tree_.topPath().empty()) {
+    open(std::string(tree_.topPath()));
+  }
+}
+
 void TreeFeed::sendTop(bool fresh) {
   if (std::optional<NodeRow> row = tree_.top()) {
     deliver_(TopRow{std::move(*row), fresh, kind_});
@@ -81,6 +88,9 @@ void TreeFeed::refresh() {
   if (tree_.needsOpening()) {
     open(std::string(tree_.topPath()));
     return;
+  }
+  if (tree_.isPast()) {
+    return;  // what has been does not change
   }
   const bool underWay = !toRefresh_.empty();
   toRefresh_ = tree_.openFolders();

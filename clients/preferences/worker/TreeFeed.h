@@ -25,6 +25,8 @@ class TreeFeed {
   /// Null while the daemon is away.
   void setDaemon(const std::shared_ptr<KeldaneProxy>& daemon);
 
+  /// Shows the tree as it was, or, without a function, as it is; see NodeTree.
+  void showPast(NodeTree::Past past);
   /// Shows the tree from this folder down.
   void open(const std::string& path);
   void lookInto(const std::string& folder) { send(tree_.refresh(folder)); }

@@ -174,5 +174,29 @@ TEST_F(StoreSnapshots, ABatchOfManySlicesIsWhole) {
   EXPECT_TRUE(store.recordsIn("/d").empty());
 }
 
+TEST_F(StoreSnapshots, TellsWhatWasDirectlyInAFolder) {
+  addFull(1, {"/d/a", "/d/sub/x", "/d/sub/deep/y", "/d/sub0", "/other"});
+  addPartial(2, {"/d/a", "/d/new/z"});
+  store.setRemoved("/d/sub", true, 2500);
+  const auto namesAt = [&](const std::string& where, double time) {
+    std::string text;
+    const Store::FolderState state = store.folderAt(where, time);
+    for (const auto& [path, version] : state.files) {
+      text += path + ":" + std::to_string(version.version) + " ";
+    }
+    for (const std::string& path : state.folders) {
+      text += path + "/ ";
+    }
+    return text;
+  };
+  EXPECT_EQ(namesAt("/d", 500), "");
+  EXPECT_EQ(namesAt("/d", 1000), "/d/a:1 /d/sub0:1 /d/sub/ ");
+  EXPECT_EQ(namesAt("/d", 2000), "/d/a:2 /d/sub0:1 /d/new/ /d/sub/ ");
+  EXPECT_EQ(namesAt("/d", 3000), "/d/a:2 /d/sub0:1 /d/new/ ");
+  EXPECT_EQ(namesAt("/d/sub", 2000), "/d/sub/x:1 /d/sub/deep/ ");
+  EXPECT_EQ(namesAt("/", 1000), "/other:1 /d/ ");
+  EXPECT_EQ(namesAt("/none", 3000), "");
+}
+
 }  // namespace
 }  // namespace keldane

@@ -105,6 +105,11 @@ void addPassphrase(const Globals& globals, const std::string& file) {
   std::cout << tr("The passphrase opens the repository too.") << '\n';
 }
 
+void changeKey(const Globals& globals) {
+  OwnerSession(globals).askForLong("changeKey:", {});
+  std::cout << "A new key opens the repository, and the former one no longer does. Make new copies of it.\n";
+}
+
 }  // namespace
 
 void addKeyCommands(CLI::App& app, Globals& globals) {
@@ -139,6 +144,13 @@ void addKeyCommands(CLI::App& app, Globals& globals) {
   command->add_option("--from", *from, tr("Take it from the first line of this file instead"))
       ->type_name("FILE");
   command->callback([&globals, from] { addPassphrase(globals, *from); });
+
+  command = key->add_subcommand("change", "Make a new key and take the present one out of use");
+  command->footer(
+      "What is stored is not encrypted anew: who has the present key and a copy of the repository made so "
+      "far "
+      "can still read that copy.");
+  command->callback([&globals] { changeKey(globals); });
 }
 
 }  // namespace keldane

@@ -209,7 +209,12 @@ void addRepositoryCommands(CLI::App& app, Globals& globals) {
   CLI::App* command = app.add_subcommand("repository", tr("Show where the backup is kept and how it stands"));
   CLI::Option* probe = addFlag(*command, "--probe", tr("Ask the repository itself, now"));
   CLI::Option* json = addFlag(*command, "--json", tr("Print JSON instead of text"));
-  command->callback([&globals, probe, json] { showRepository(globals, !probe->empty(), !json->empty()); });
+  addMoveCommand(*command, globals);
+  command->callback([&globals, command, probe, json] {
+    if (command->get_subcommands().empty()) {
+      showRepository(globals, !probe->empty(), !json->empty());
+    }
+  });
 
   command = app.add_subcommand("check", tr("Check that what is stored is whole"));
   auto check = std::make_shared<CheckOptions>();

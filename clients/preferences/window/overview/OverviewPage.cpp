@@ -19,7 +19,7 @@ double now() { return static_cast<double>(std::time(nullptr)); }
 
 }  // namespace
 
-OverviewPage::OverviewPage(DaemonDesk& desk, Ways ways)
+OverviewPage::OverviewPage(DaemonDesk& desk, AlertKeeper& alerts, Ways ways)
     : desk_(desk),
       ways_(std::move(ways)),
       content_(Gtk::Orientation::VERTICAL, 2 * kGap),
@@ -31,7 +31,8 @@ OverviewPage::OverviewPage(DaemonDesk& desk, Ways ways)
           [this](bool on) { desk_.perform([on](DaemonSession& session) { session.setAutomatic(on); }); },
           [this](bool on) { desk_.perform([on](DaemonSession& session) { session.setLowPriority(on); }); },
       }),
-      failuresBox_(Gtk::Orientation::VERTICAL, kGap) {
+      failuresBox_(Gtk::Orientation::VERTICAL, kGap),
+      alerts_(alerts) {
   setMargin(content_, 2 * kGap);
   icon_.set_pixel_size(kIconSize);
   icon_.set_valign(Gtk::Align::START);
@@ -50,7 +51,7 @@ OverviewPage::OverviewPage(DaemonDesk& desk, Ways ways)
   content_.append(statusPane_);
   addFailures();
   set_child(content_);
-  set_policy(Gtk::PolicyType::NEVER, Gtk::PolicyType::AUTOMATIC);
+  set_policy(Gtk::PolicyType::AUTOMATIC, Gtk::PolicyType::AUTOMATIC);
 }
 
 void OverviewPage::addFailures() {
@@ -65,6 +66,8 @@ void OverviewPage::addFailures() {
   failuresBox_.append(failuresMore_);
   failuresBox_.set_visible(false);
   content_.append(failuresBox_);
+  content_.append(*Gtk::make_managed<Gtk::Separator>());
+  content_.append(alerts_);
 }
 
 void OverviewPage::say(const std::string& sentence) {

@@ -15,6 +15,7 @@
 #include <string>
 
 #include "clients/preferences/window/DaemonDesk.h"
+#include "clients/preferences/window/overview/AlertsPane.h"
 #include "clients/preferences/window/overview/StatusPane.h"
 #include "clients/preferences/words/Headline.h"
 
@@ -28,7 +29,7 @@ class OverviewPage : public Gtk::ScrolledWindow {
     std::function<void()> setUp, showStorage, chooseFiles;
   };
 
-  OverviewPage(DaemonDesk& desk, Ways ways);
+  OverviewPage(DaemonDesk& desk, AlertKeeper& alerts, Ways ways);
 
   void show(const StatusSnapshot& snapshot);
   /// A sentence instead of the daemon's own words, for when it has none.
@@ -60,6 +61,7 @@ class OverviewPage : public Gtk::ScrolledWindow {
   Gtk::Box failuresBox_;
   Gtk::Label failuresTitle_, failuresMore_;
   Gtk::ListBox failures_;
+  AlertsPane alerts_;
 };
 
 }  // namespace keldane

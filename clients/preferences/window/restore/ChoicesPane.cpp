@@ -1,5 +1,6 @@
 #include "clients/preferences/window/restore/ChoicesPane.h"
 
+#include <glibmm/main.h>
 #include <gtkmm/stringlist.h>
 
 #include <ctime>
@@ -14,6 +15,7 @@ namespace keldane {
 
 namespace {
 
+constexpr unsigned kTypingPause = 400;  // milliseconds after which a date counts as typed
 constexpr const char* kConflicts[] = {"keepBoth", "replace", "skip"};
 
 /// A day's end is meant by a day: what was stored in its course is of that day.
@@ -29,8 +31,10 @@ std::optional<double> timeIn(const std::string& text) {
 
 }  // namespace
 
-ChoicesPane::ChoicesPane()
-    : dateBox_(Gtk::Orientation::HORIZONTAL, kGap),
+ChoicesPane::ChoicesPane(std::function<void(double)> dateChosen)
+    : dateChosen_(std::move(dateChosen)),
+      timeLine_([this](double time) { date_.set_text(time == 0 ? std::string() : exactTimeText(time)); }),
+      dateBox_(Gtk::Orientation::HORIZONTAL, kGap),
       targetBox_(Gtk::Orientation::HORIZONTAL, kGap),
       own_(tr("Where it was")),
       into_(tr("Into a folder:")),
@@ -45,8 +49,10 @@ ChoicesPane::ChoicesPane()
   makeParagraph(problem_);
   problem_.add_css_class("error");
   problem_.set_visible(false);
-  attach(problem_, 1, 3);
+  attach(problem_, 1, 4);
 }
+
+ChoicesPane::~ChoicesPane() { typing_.disconnect(); }
 
 void ChoicesPane::addDate() {
   setTitle(dateTitle_, tr("As it was on"));
@@ -64,8 +70,28 @@ void ChoicesPane::addDate() {
   });
   dateBox_.append(date_);
   dateBox_.append(calendarButton_);
-  attach(dateTitle_, 0, 0);
-  attach(dateBox_, 1, 0);
+  date_.signal_changed().connect([this] {
+    typing_.disconnect();
+    typing_ = Glib::signal_timeout().connect(
+        [this] {
+          dateTyped();
+          return false;
+        },
+        kTypingPause);
+  });
+  attach(timeLine_, 0, 0, 2, 1);
+  attach(dateTitle_, 0, 1);
+  attach(dateBox_, 1, 1);
+}
+
+void ChoicesPane::dateTyped() {
+  const std::string text = date_.get_text();
+  const std::optional<double> time = text.empty() ? std::optional(0.0) : timeIn(text);
+  if (isComplete() && time && *time != time_) {
+    time_ = *time;
+    timeLine_.setTime(time_);
+    dateChosen_(time_);
+  }
 }
 
 void ChoicesPane::addTarget() {
@@ -78,8 +104,8 @@ void ChoicesPane::addTarget() {
   targetBox_.append(into_);
   targetBox_.append(choose_);
   choose_.signal_clicked().connect([this] { chooser_.open(*this); });
-  attach(targetTitle_, 0, 1);
-  attach(targetBox_, 1, 1);
+  attach(targetTitle_, 0, 2);
+  attach(targetBox_, 1, 2);
 }
 
 void ChoicesPane::addConflict() {
@@ -89,12 +115,13 @@ void ChoicesPane::addConflict() {
                                                tr("Stays, and nothing is restored in its place")}));
   setAccessibleName(conflict_, tr("What becomes of what is there"));
   conflict_.set_halign(Gtk::Align::START);
-  attach(conflictTitle_, 0, 2);
-  attach(conflict_, 1, 2);
+  attach(conflictTitle_, 0, 3);
+  attach(conflict_, 1, 3);
 }
 
 void ChoicesPane::setDateIsOffered(bool offered) {
   dateIsOffered_ = offered;
+  timeLine_.set_visible(offered);
   dateTitle_.set_visible(offered);
   dateBox_.set_visible(offered);
 }

@@ -12,9 +12,12 @@
 #include <gtkmm/menubutton.h>
 #include <gtkmm/popover.h>
 
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "clients/preferences/window/FolderChooser.h"
+#include "clients/preferences/window/restore/TimeLine.h"
 #include "platform/plist/PropertyList.h"
 
 namespace keldane {
@@ -23,8 +26,12 @@ namespace keldane {
 /// another name where something is there.
 class ChoicesPane : public Gtk::Grid {
  public:
-  ChoicesPane();
+  /// `dateChosen` is called when another date was chosen: seconds since the UNIX epoch, or 0 for the present.
+  explicit ChoicesPane(std::function<void(double time)> dateChosen);
+  ~ChoicesPane() override;
 
+  /// When there were backups, oldest first.
+  void showBackups(const std::vector<double>& times) { timeLine_.show(times); }
   /// Versions have a date of their own.
   void setDateIsOffered(bool offered);
   /// False, with a sentence shown, while what was typed is no date or no folder was chosen.
@@ -40,9 +47,15 @@ class ChoicesPane : public Gtk::Grid {
   void addConflict();
   void setTarget(const std::string& folder);
 
+  void dateTyped();
+
+  const std::function<void(double)> dateChosen_;
+  double time_ = 0;  // what was told of last
+  sigc::connection typing_;
   bool dateIsOffered_ = true;
   std::string folder_;
   Gtk::Label dateTitle_, targetTitle_, conflictTitle_, problem_;
+  TimeLine timeLine_;
   Gtk::Box dateBox_, targetBox_;
   Gtk::Entry date_;
   Gtk::MenuButton calendarButton_;

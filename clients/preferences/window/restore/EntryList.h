@@ -18,6 +18,7 @@ struct StoredEntry {
   std::string path;
   std::uint64_t version = 0;  ///< 0 for the newest
   std::string title, state, size, date;
+  bool isFolder = false;
 };
 
 /// The ticks are this list's own. The window's thread.

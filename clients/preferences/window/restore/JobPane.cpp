@@ -167,7 +167,7 @@ void JobPane::conclude(const PropertyList& report) {
   }
   problems_.set_text(text);
   problems_.set_visible(!text.empty());
-  finished_(result, folder_);
+  finished_(result, report["status"].string() == "done");
 }
 
 }  // namespace keldane

@@ -18,8 +18,8 @@ namespace keldane {
 /// window opens is followed from there.
 class JobPane : public Gtk::Box {
  public:
-  /// Is told the sentence about each job that has ended, and the folder that it restored to.
-  using Finished = std::function<void(const std::string& result, const std::string& folder)>;
+  /// Is told the sentence about each job that has ended, and whether it has done all that it was to do.
+  using Finished = std::function<void(const std::string& result, bool isWhole)>;
 
   JobPane(DaemonDesk& desk, Finished finished);
   ~JobPane() override;

@@ -57,10 +57,14 @@ RestorePage::RestorePage(DaemonDesk& desk, JobPane::Finished finished)
                 [this](const NodeRow& row) {
                   chosen_ = row.isFolder ? std::string() : row.path;
                   versions_.set_sensitive(!chosen_.empty());
+                  selectionChanged();
                 },
             }),
       list_(tr("Files and versions"), tr("Name"), [this] { selectionChanged(); }),
+      choices_([this](double time) { goBack(time); }),
+      lookAt_(tr("Look at It")),
       restore_(tr("Restore")),
+      look_(desk),
       job_(desk, std::move(finished)) {
   setMargin(*this, 2 * kGap);
   addHeading();
@@ -75,11 +79,15 @@ RestorePage::RestorePage(DaemonDesk& desk, JobPane::Finished finished)
   makeParagraph(selected_);
   restore_.add_css_class("suggested-action");
   restore_.signal_clicked().connect([this] { restore(); });
+  lookAt_.signal_clicked().connect([this] { lookAt(); });
   buttons_.append(selected_);
+  buttons_.append(lookAt_);
   buttons_.append(restore_);
   append(buttons_);
+  append(look_);
   append(job_);
   signal_map().connect([this] {
+    askForBackups();
     if (!opened_ && view_ == View::tree) {
       showTree();
     }
@@ -106,7 +114,9 @@ void RestorePage::addHeading() {
 void RestorePage::showTree() {
   view_ = View::tree;
   wanted_.clear();
-  title_.set_text(tr("What is ticked is restored."));
+  title_.set_text(time_ == 0 ? tr("What is ticked is restored.")
+                             : filled(tr("The backup as it was on %s. What is ticked is restored."),
+                                      dateText(Date::fromUnixTime(time_))));
   stack_.set_visible_child(kTree);
   all_.set_visible(false);
   versions_.set_visible(true);
@@ -219,7 +229,8 @@ void RestorePage::show(const MissingAnswer& answer) {
     entry.version = 0;
     entry.path = (answer.folder == "/" ? "" : answer.folder) + "/" + std::string(node["fileName"].string());
     entry.title = printable(node["fileName"].string());
-    entry.size = node["isDirectory"].boolValue() ? std::string() : entry.size;
+    entry.isFolder = node["isDirectory"].boolValue();
+    entry.size = entry.isFolder ? std::string() : entry.size;
     entry.state = node["isDirectory"].boolValue() ? tr("Folder, deleted here") : tr("Deleted here");
     entries.push_back(std::move(entry));
   }
@@ -236,12 +247,59 @@ void RestorePage::show(const Selection& selection) {
   selectionChanged();
 }
 
+void RestorePage::askForBackups() {
+  desk_.ask("backups:", {}, [this](const OwnerAnswer& answer) {
+    const PropertyList dates = answer.values["dates"];
+    std::vector<double> times;
+    times.reserve(dates.count());
+    for (std::size_t i = 0; i < dates.count(); ++i) {
+      times.push_back(dates[i].date().unixTime());
+    }
+    choices_.showBackups(times);
+  });
+}
+
+void RestorePage::goBack(double time) {
+  time_ = time;
+  desk_.perform([past = time == 0 ? NodeTree::Past() : desk_.pastAt(time)](DaemonSession& session) {
+    session.showPast(past);
+  });
+  if (view_ == View::tree) {
+    showTree();
+  }
+}
+
+std::optional<StoredEntry> RestorePage::entryToLookAt() const {
+  if (view_ == View::tree) {
+    StoredEntry entry;
+    entry.path = chosen_;
+    return chosen_.empty() ? std::nullopt : std::optional(entry);
+  }
+  const std::vector<StoredEntry> selected = list_.selected();
+  return selected.size() == 1 && !selected.front().isFolder ? std::optional(selected.front()) : std::nullopt;
+}
+
+void RestorePage::lookAt() {
+  const std::optional<StoredEntry> entry = entryToLookAt();
+  if (!entry || !choices_.isComplete()) {
+    return;
+  }
+  PropertyList::Entries choice;
+  for (const auto& [key, value] : choices_.request()) {
+    if (key.string() == "before") {
+      choice.emplace_back(key, value);
+    }
+  }
+  look_.look(entry->path, entry->version, choice);
+}
+
 void RestorePage::selectionChanged() {
   const std::size_t count = view_ == View::tree ? paths_.size() : list_.selected().size();
   selected_.set_text(
       count == 0 ? tr("Nothing is selected.")
                  : filled(trn("%s item is selected.", "%s items are selected.", count), countText(count)));
   restore_.set_sensitive(count > 0);
+  lookAt_.set_sensitive(entryToLookAt().has_value());
 }
 
 void RestorePage::askAgain() {
@@ -256,7 +314,7 @@ void RestorePage::askAgain() {
 }
 
 void RestorePage::followRunning(std::uint32_t job) {
-  if (job != 0 && !job_.isFollowing()) {
+  if (job != 0 && !job_.isFollowing() && !look_.isFollowing() && !look_.isOwn(job)) {
     job_.follow(job, {});
   }
 }

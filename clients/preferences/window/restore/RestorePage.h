@@ -9,6 +9,7 @@
 #include <gtkmm/stack.h>
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,7 @@
 #include "clients/preferences/window/restore/ChoicesPane.h"
 #include "clients/preferences/window/restore/EntryList.h"
 #include "clients/preferences/window/restore/JobPane.h"
+#include "clients/preferences/window/restore/LookPane.h"
 #include "clients/preferences/window/tree/NodeTreeView.h"
 
 namespace keldane {
@@ -36,6 +38,8 @@ class RestorePage : public Gtk::Box {
   void askAgain();
   /// Follows the restore that the daemon says is running, unless one is followed already.
   void followRunning(std::uint32_t job);
+  /// The window is no longer seen: what a person looked at is put away.
+  void putAway() { look_.removeCopies(); }
 
   bool isRestoring() const { return job_.isFollowing(); }
 
@@ -52,12 +56,17 @@ class RestorePage : public Gtk::Box {
   void search();
   void showFound(const OwnerAnswer& answer, const std::string& pattern);
   void showList(View view, const std::string& title, std::vector<StoredEntry> entries);
+  void askForBackups();
+  void goBack(double time);
+  void lookAt();
+  std::optional<StoredEntry> entryToLookAt() const;
   void selectionChanged();
   void restore();
 
   DaemonDesk& desk_;
   View view_ = View::tree;
   bool opened_ = false;  // whether the tree was asked for
+  double time_ = 0;      // as of when the tree is shown; 0: now
   std::string wanted_;   // the file, folder or pattern that was asked about
   bool answered_ = true;
   std::vector<std::string> paths_;  // selected in the tree
@@ -71,7 +80,8 @@ class RestorePage : public Gtk::Box {
   NodeTreeView tree_;
   EntryList list_;
   ChoicesPane choices_;
-  Gtk::Button restore_;
+  Gtk::Button lookAt_, restore_;
+  LookPane look_;
   JobPane job_;
 };
 

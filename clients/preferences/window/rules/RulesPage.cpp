@@ -30,7 +30,8 @@ RulesPage::RulesPage(DaemonDesk& desk)
                   explain(path);
                 },
                 [this](const NodeRow& row) { explain(row.path); },
-            }) {
+            }),
+      pattern_(desk) {
   setMargin(*this, 2 * kGap);
   makeParagraph(explanation_);
   heading_.append(explanation_);
@@ -42,6 +43,7 @@ RulesPage::RulesPage(DaemonDesk& desk)
   makeParagraph(why_);
   append(whyTitle_);
   append(why_);
+  append(pattern_);
   say({}, tr("Select a file or folder to see why it is backed up or not."));
   another_.signal_clicked().connect([this] { chooser_.open(*this); });
 }

@@ -9,6 +9,7 @@
 
 #include "clients/preferences/window/DaemonDesk.h"
 #include "clients/preferences/window/FolderChooser.h"
+#include "clients/preferences/window/rules/PatternPane.h"
 #include "clients/preferences/window/tree/NodeTreeView.h"
 
 namespace keldane {
@@ -33,6 +34,7 @@ class RulesPage : public Gtk::Box {
   FolderChooser chooser_;
   NodeTreeView tree_;
   Gtk::Label whyTitle_, why_;
+  PatternPane pattern_;
   std::string explained_;  // the path
 };
 

@@ -26,6 +26,8 @@ class PlaceStep : public Gtk::Box {
   explicit PlaceStep(DaemonDesk& desk);
   ~PlaceStep() override;
 
+  /// Whether a backup that is there already can be gone on with.
+  void setExistingIsOffered(bool offered) { existing_.set_visible(offered); }
   /// The daemon's own folder, for a repository on this disk.
   void setDataFolder(const std::string& folder) { dataFolder_ = folder; }
   /// The keys of a request for `setUpRepository:`; absent, with a sentence shown, while something is missing.

@@ -92,11 +92,15 @@ void KeyPane::showKey(const KeySheet& sheet) {
 }
 
 void KeyPane::write(const std::string& path, const std::string& text, const char* done) {
-  const std::string problem = writeNewSecretFile(path, text);
-  say(problem.empty() ? filled(done, printable(path)) : problem);
-  if (problem.empty()) {
-    kept_();
-  }
+  desk_.aside([this, path, text, done]() -> std::function<void()> {
+    const std::string problem = writeNewSecretFile(path, text);
+    return [this, path, done, problem] {
+      say(problem.empty() ? filled(done, printable(path)) : problem);
+      if (problem.empty()) {
+        kept_();
+      }
+    };
+  });
 }
 
 void KeyPane::saveKey(const KeySheet& sheet) {

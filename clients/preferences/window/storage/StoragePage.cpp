@@ -2,8 +2,11 @@
 
 #include <gtkmm/adjustment.h>
 
+#include <filesystem>
+
 #include "clients/core/Printable.h"
 #include "clients/core/Units.h"
+#include "clients/core/place/Location.h"
 #include "clients/preferences/window/Widgets.h"
 #include "clients/preferences/words/Headline.h"
 #include "clients/preferences/words/RepositoryWords.h"
@@ -15,6 +18,7 @@ namespace {
 
 constexpr std::size_t kShortestPassphrase = 12;
 constexpr std::uint32_t kDrillSample = 100;
+constexpr int kRoomWidth = 160;
 constexpr double kMostSetting = 100'000'000;
 
 }  // namespace
@@ -30,7 +34,10 @@ StoragePage::StoragePage(DaemonDesk& desk, std::function<void()> setUp, std::fun
       checkData_(tr("Read Everything")),
       drill_(tr("Try a Restore")),
       another_(tr("Keep It Elsewhere…")),
+      roomBox_(Gtk::Orientation::HORIZONTAL, kGap),
+      move_(desk, [this] { changed_(); }),
       key_(desk, [] {}),
+      keyChange_(desk, [this] { key_.reveal(); }),
       passphraseBox_(Gtk::Orientation::HORIZONTAL, kGap),
       addPassphrase_(tr("Add the Passphrase")),
       keepDeleted_(Gtk::Adjustment::create(90, 0, kMostSetting, 1, 30)),
@@ -45,14 +52,16 @@ StoragePage::StoragePage(DaemonDesk& desk, std::function<void()> setUp, std::fun
   for (const RepositoryRow& row : kRepositoryRows) {
     addRow(row.key, tr(row.title));
   }
+  addRoom();
   another_.set_halign(Gtk::Align::START);
   another_.signal_clicked().connect([this] { setUp_(); });
   content_.append(another_);
+  content_.append(move_);
   addChecks();
   addKey();
   addKeeping();
   set_child(content_);
-  set_policy(Gtk::PolicyType::NEVER, Gtk::PolicyType::AUTOMATIC);
+  set_policy(Gtk::PolicyType::AUTOMATIC, Gtk::PolicyType::AUTOMATIC);
   signal_map().connect([this] { askForSettings(); });
   signal_unmap().connect([this] { key_.hideKey(); });
 }
@@ -82,6 +91,44 @@ void StoragePage::show(const OwnerAnswer& answer) {
   for (const RepositoryRow& row : kRepositoryRows) {
     set(row.key, repositoryText(row.key, answer.values));
   }
+  askForRoom(std::string(answer.values["location"].string()));
+  move_.setDataFolder(std::string(answer.values["dataFolder"].string()));
+}
+
+void StoragePage::addRoom() {
+  const int row = static_cast<int>(kRepositoryRows.size());
+  setTitle(roomTitle_, tr("Free room"));
+  setAccessibleName(room_, tr("How full the disk is"));
+  room_.set_size_request(kRoomWidth, -1);
+  room_.set_valign(Gtk::Align::CENTER);
+  roomText_.set_xalign(0);
+  roomBox_.append(room_);
+  roomBox_.append(roomText_);
+  values_.attach(roomTitle_, 0, row);
+  values_.attach(roomBox_, 1, row);
+  askForRoom({});
+}
+
+// A server does not tell.
+void StoragePage::askForRoom(const std::string& location) {
+  const bool isKnown = isFolder(location) && !location.empty();
+  roomTitle_.set_visible(isKnown);
+  roomBox_.set_visible(isKnown);
+  if (!isKnown) {
+    return;
+  }
+  desk_.aside([this, location]() -> std::function<void()> {
+    std::error_code error;
+    const std::filesystem::space_info space = std::filesystem::space(location, error);
+    if (error || space.capacity == 0) {
+      return [this] { roomText_.set_text("–"); };
+    }
+    return [this, space] {
+      room_.set_value(1 - static_cast<double>(space.available) / static_cast<double>(space.capacity));
+      roomText_.set_text(
+          filled(tr("%s of %s are free"), bytesText(space.available), bytesText(space.capacity)));
+    };
+  });
 }
 
 void StoragePage::addChecks() {
@@ -140,6 +187,7 @@ void StoragePage::addKey() {
   content_.append(*paragraph(
       tr("Nobody can read the backup without its key, you neither. Keep a copy apart from this computer.")));
   content_.append(key_);
+  content_.append(keyChange_);
   content_.append(*paragraph(tr(
       "A passphrase of your own opens the backup too. What is stored is not encrypted anew by that, and the "
       "key goes on opening it.")));
@@ -185,6 +233,9 @@ void StoragePage::addPassphrase() {
 
 void StoragePage::addKeeping() {
   content_.append(*heading(tr("How long and how much is kept")));
+  content_.append(*paragraph(tr(
+      "Of the last hour every version is kept, of the last day one an hour, of the last 30 days one a day, "
+      "of the last year one a week, and of each file always the newest.")));
   keeping_.set_column_spacing(2 * kGap);
   keeping_.set_row_spacing(kGap);
   int row = 0;

@@ -16,7 +16,9 @@
 #include <string>
 
 #include "clients/preferences/window/DaemonDesk.h"
+#include "clients/preferences/window/storage/KeyChangePane.h"
 #include "clients/preferences/window/storage/KeyPane.h"
+#include "clients/preferences/window/storage/MovePane.h"
 
 namespace keldane {
 
@@ -31,6 +33,8 @@ class StoragePage : public Gtk::ScrolledWindow {
 
  private:
   void addRow(const char* key, const char* title);
+  void addRoom();
+  void askForRoom(const std::string& location);
   void addChecks();
   void addKey();
   void addKeeping();
@@ -51,7 +55,12 @@ class StoragePage : public Gtk::ScrolledWindow {
   Gtk::Button checkNow_, checkData_, drill_, another_;
   Gtk::Spinner spinner_;
   Gtk::Label checkResult_;
+  Gtk::Label roomTitle_, roomText_;
+  Gtk::LevelBar room_;
+  Gtk::Box roomBox_;
+  MovePane move_;
   KeyPane key_;
+  KeyChangePane keyChange_;
   Gtk::Box passphraseBox_;
   Gtk::PasswordEntry passphrase_, again_;
   Gtk::Button addPassphrase_;

@@ -13,6 +13,7 @@ namespace keldane {
 
 namespace {
 
+constexpr int kLowestTree = 160;
 constexpr int kNameWidth = 180, kMostTextColumns = 40;
 
 /// A widget in a row, and what it listens to while it shows an item.
@@ -118,6 +119,7 @@ NodeTreeView::NodeTreeView(const char* name, Titles titles, Wishes wishes)
     : wishes_(std::move(wishes)), selection_(Gtk::SingleSelection::create(model_.list())), view_(selection_) {
   set_child(view_);
   set_has_frame(true);
+  set_min_content_height(kLowestTree);
   set_expand(true);
   selection_->set_autoselect(false);
   selection_->set_can_unselect(true);

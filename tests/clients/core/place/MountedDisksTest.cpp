@@ -23,6 +23,19 @@ TEST(MountedDisks, AreThoseWherePeoplePlugThemIn) {
             (std::vector<std::string>{"/media/stick", "/mnt", "/mnt/odd\\\\0", "/run/media/me/My disk"}));
 }
 
+TEST(MountedDisks, AreNotWhatProgramsMountForThemselves) {
+  std::istringstream mounts(
+      "tmpfs /mnt/memory tmpfs rw 0 0\n"
+      "share /mnt/host 9p rw 0 0\n"
+      "server:/export /mnt/nfs nfs4 rw 0 0\n"
+      "/dev/loop3 /mnt/image squashfs ro 0 0\n"
+      "/dev/sr0 /mnt/disc iso9660 ro 0 0\n"
+      "/dev/sdb1 /mnt/installer udf ro 0 0\n"
+      "/dev/nvme1n1p1 /mnt/disk ext4 rw 0 0\n"
+      "/dev/mapper/luks-1 /mnt/secret btrfs rw 0 0\n");
+  EXPECT_EQ(diskMountPoints(mounts), (std::vector<std::string>{"/mnt/disk", "/mnt/secret"}));
+}
+
 TEST(MountedDisks, HaveASize) {
   for (const MountedDisk& disk : mountedDisks()) {
     EXPECT_LE(disk.freeBytes, disk.allBytes) << disk.path;

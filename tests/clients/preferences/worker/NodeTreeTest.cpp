@@ -255,5 +255,55 @@ TEST_F(RestoreTreeTest, TheSelectionStaysWhenTheDaemonIsAskedAgain) {
   EXPECT_EQ(tree_.selectedPaths(), Paths{"/top/gone"});
 }
 
+class PastTreeTest : public NodeTreeTest {
+ protected:
+  PastTreeTest() : tree_(TreeKind::restore) {
+    tree_.setDaemon(state_.proxy());
+    tree_.setPast([this](const std::string& folder) {
+      asked_.push_back(folder);
+      PropertyList::Array nodes;
+      if (folder == "/home/user") {
+        nodes = {node("/home/user/old", true), node("/home/user/gone.txt", false)};
+      }
+      return PropertyList::array(std::move(nodes));
+    });
+  }
+  static PropertyList node(const std::string& path, bool isFolder) {
+    return PropertyList::dictionary({{"fileName", path.substr(path.rfind('/') + 1)},
+                                     {"path", path},
+                                     {"isDirectory", PropertyList::boolean(isFolder)},
+                                     {"backupDate", Date::fromUnixTime(1000)}});
+  }
+
+  NodeTree tree_;
+  Paths asked_;
+};
+
+TEST_F(PastTreeTest, HasWhatWasThereThen) {
+  tree_.open("/home/user");
+  daemon_->forgetCalls();
+  const FolderChange change = tree_.refresh("/home/user");
+  EXPECT_EQ(added(change), (Paths{"/home/user/gone.txt", "/home/user/old before /home/user/gone.txt"}));
+  EXPECT_EQ(asked_, Paths{"/home/user"});
+  EXPECT_EQ(daemon_->count("childrenDictionariesForPath:"), 0U);
+  EXPECT_TRUE(isEmpty(tree_.refresh("/home/user/old")));
+}
+
+TEST_F(PastTreeTest, IsSelectedFrom) {
+  tree_.open("/home/user");
+  tree_.refresh("/home/user");
+  tree_.select("/home/user/gone.txt", true);
+  EXPECT_EQ(tree_.selectedPaths(), Paths{"/home/user/gone.txt"});
+}
+
+TEST_F(PastTreeTest, HasThePresentAgain) {
+  tree_.setPast({});
+  tree_.open("/home/user");
+  daemon_->forgetCalls();
+  tree_.refresh("/home/user");
+  EXPECT_EQ(daemon_->count("childrenDictionariesForPath:"), 1U);
+  EXPECT_TRUE(asked_.empty());
+}
+
 }  // namespace
 }  // namespace keldane

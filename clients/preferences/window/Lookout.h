@@ -1,0 +1,51 @@
+// Watches the backup while there is no window.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "clients/preferences/window/DaemonDesk.h"
+#include "clients/preferences/words/Headline.h"
+
+namespace keldane {
+
+/// Where in the window a person is led.
+struct WindowPlace {
+  enum class Kind { overview, restore, versions, missing, storage, rules, setUp };
+  Kind kind = Kind::overview;
+  std::string path;  ///< absolute, for `versions` (a file) and `missing` (a folder)
+};
+
+/// Takes what a person is told who does not look at the window: of which kind, what is the same each time for
+/// the same trouble, a sentence, and where it leads.
+using TellPerson = std::function<void(AlertKind kind, const std::string& subject, const std::string& sentence,
+                                      WindowPlace::Kind place)>;
+
+/// Tells of trouble that a person must know, and of no other.
+void tellOf(const Headline& headline, const TellPerson& tell);
+
+/// Follows the daemon as the window does and shows nothing. One at a time with the window: only one of them
+/// can follow the daemon in a process. The window's thread.
+class Lookout {
+ public:
+  Lookout(const DaemonBundle& daemon, TellPerson tell);
+  ~Lookout();
+  Lookout(const Lookout&) = delete;
+  Lookout& operator=(const Lookout&) = delete;
+
+  /// Ends the dealings with the daemon; false when they hang. Then the process is to be ended at once.
+  bool end() { return desk_.end(); }
+
+ private:
+  void receive(const Update& update);
+  void askForRepository();
+
+  const TellPerson tell_;
+  DaemonDesk desk_;
+  std::optional<StatusSnapshot> status_;
+  bool asking_ = false;
+  sigc::connection timer_;
+};
+
+}  // namespace keldane

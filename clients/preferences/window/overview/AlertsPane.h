@@ -1,0 +1,20 @@
+// What a person wants to be told of who does not look at the window.
+#pragma once
+
+#include <gtkmm/box.h>
+#include <gtkmm/checkbutton.h>
+
+#include "clients/preferences/worker/AlertKeeper.h"
+
+namespace keldane {
+
+/// A switch for each kind. The window's thread.
+class AlertsPane : public Gtk::Box {
+ public:
+  explicit AlertsPane(AlertKeeper& keeper);
+
+ private:
+  AlertKeeper& keeper_;
+};
+
+}  // namespace keldane

@@ -1,0 +1,38 @@
+// When there were backups, for a time line.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace keldane {
+
+/// Times in seconds since the UNIX epoch, oldest first, and after them the present. A value.
+class BackupTimes {
+ public:
+  BackupTimes() = default;
+  /// In the order of time; those in the future count as the present.
+  BackupTimes(std::vector<double> times, double now);
+
+  bool isEmpty() const { return times_.empty(); }
+  /// The first, and the present.
+  double begin() const { return times_.empty() ? now_ : times_.front(); }
+  double now() const { return now_; }
+  /// The last backup up to a time; the first when all are later.
+  double upTo(double time) const;
+  /// The backup, or the present, that lies nearest.
+  double nearest(double time) const;
+  /// So many backups later, or, with a negative number, earlier than a time.
+  double stepped(double time, int steps) const;
+  /// Times to mark on a line that has room for so many: none stands nearer to the one before than that.
+  std::vector<double> marks(std::size_t most) const;
+
+ private:
+  std::vector<double> times_;
+  double now_ = 0;
+};
+
+/// "2026-11-20 14:03:22" in local time, the first full second from then on, as `timeNamed` reads it.
+std::string exactTimeText(double time);
+
+}  // namespace keldane

@@ -1,0 +1,35 @@
+// Keeps what a person is told in the user's preferences.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "clients/preferences/words/Alerts.h"
+
+namespace keldane {
+
+/// The alerts of this program's user. Made and used on the program's first thread; what has changed is
+/// written on a thread of its own, so that nothing waits for the disk.
+class AlertKeeper {
+ public:
+  /// Reads them.
+  AlertKeeper() : alerts_(Alerts::read()), latest_(std::make_shared<Latest>()) {}
+
+  bool isOn(AlertKind kind) const { return alerts_.isOn(kind); }
+  void setOn(AlertKind kind, bool on);
+  /// As of now; see Alerts.
+  bool mayTell(AlertKind kind, const std::string& subject);
+
+ private:
+  struct Latest {
+    std::mutex mutex, writing;
+    Alerts alerts;  // guarded by mutex
+  };
+  void write();
+
+  Alerts alerts_;
+  const std::shared_ptr<Latest> latest_;
+};
+
+}  // namespace keldane

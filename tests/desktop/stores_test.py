@@ -1,0 +1,205 @@
+"""The preferences program against real servers, a slow store, and every way in which a store can fail."""
+
+import os
+import shutil
+import socket
+import subprocess
+import unittest
+
+from desktop import act, eventually, is_on, set_text
+from pages_test import SETUP, PagesCase
+from preferences_window import TITLE, PreferencesCase
+from recording_daemon import RecordingDaemon
+
+RESTIC = shutil.which("restic")
+
+
+def free_port():
+    with socket.socket() as listener:
+        listener.bind(("127.0.0.1", 0))
+        return listener.getsockname()[1]
+
+
+class StoresCase(PagesCase):
+    def setUp(self):
+        self.tools = None
+        super().setUp()
+
+    def tool(self, name, text):
+        """A program that the daemon finds before the system's own, once it is started anew."""
+        tools = os.path.join(self.place, "tools")
+        os.makedirs(tools, exist_ok=True)
+        path = os.path.join(tools, name)
+        with open(path, "w", encoding="utf-8") as stream:
+            stream.write("#!/bin/sh\n" + text + "\n")
+        os.chmod(path, 0o755)
+        if not self.environment["PATH"].startswith(tools):
+            self.environment["PATH"] = tools + ":" + self.environment["PATH"]
+
+    def serve(self, port, *command):
+        server = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        self.addCleanup(server.wait)
+        self.addCleanup(server.kill)
+
+        def answers():
+            with socket.socket() as client:
+                return client.connect_ex(("127.0.0.1", port)) == 0
+
+        eventually(answers, "a server")
+
+    def sftp_server(self):
+        """A server that ssh reaches as "store"."""
+        port, place = free_port(), os.path.join(self.place, "ssh")
+        os.makedirs(place)
+        for name in ("host", "user"):
+            subprocess.run(["ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-f", os.path.join(place, name)], check=True)
+        with open(os.path.join(place, "server"), "w", encoding="utf-8") as stream:
+            stream.write(f"Port {port}\nListenAddress 127.0.0.1\nHostKey {place}/host\nAuthorizedKeysFile {place}/user.pub\n"
+                         "PidFile none\nUsePAM no\nStrictModes no\nPermitRootLogin yes\nSubsystem sftp internal-sftp\n")
+        with open(os.path.join(place, "client"), "w", encoding="utf-8") as stream:
+            stream.write(f"Host store\n  HostName 127.0.0.1\n  Port {port}\n  IdentityFile {place}/user\n"
+                         "  StrictHostKeyChecking no\n  UserKnownHostsFile /dev/null\n  LogLevel ERROR\n")
+        os.makedirs("/run/sshd", exist_ok=True)
+        self.tool("ssh", f'exec {shutil.which("ssh")} -F {place}/client "$@"')
+        self.serve(port, "/usr/sbin/sshd", "-D", "-e", "-f", os.path.join(place, "server"))
+
+    def start_anew(self):
+        """The daemon finds the tools."""
+        self.keldaned.kill()
+        self.keldaned.start()
+
+    def fill(self, name, text):
+        field = self.program.find("text", name)
+        set_text(field, text)
+
+
+@unittest.skipUnless(os.path.exists("/usr/sbin/sshd") and os.geteuid() == 0, "a server for ssh needs root here")
+class Servers(StoresCase):
+    def test_a_backup_is_set_up_on_a_server_that_ssh_reaches(self):
+        self.sftp_server()
+        self.start_anew()
+        served = os.path.join(self.place, "served")
+        self.open("--page", "setup")
+        self.click(self.program.find("check box", "On a server"), SETUP)
+        self.fill("Server, as for ssh (user@host)", "nobody-there")
+        self.fill("Folder on the server", served)
+        act(self.button("Next"))
+        eventually(lambda: is_on(self.button("Next"), "sensitive"), "an answer")
+        self.shows("Step 1 of 4")
+        self.fill("Server, as for ssh (user@host)", "store")
+        act(self.button("Next"))
+        self.shows("Step 2 of 4")
+        eventually(lambda: os.path.exists(os.path.join(served, "config")), "a repository on the server")
+        self.assertIn("sftp:store:" + served, self.ctl("repository"))
+
+    def test_the_backup_moves_to_a_server_with_its_versions(self):
+        self.sftp_server()
+        self.start_anew()
+        served = os.path.join(self.place, "served")
+        self.back_up(self.letter)
+        self.file("home/Documents/letter.txt", "second, which is longer")
+        eventually(lambda: self.ctl("versions", self.letter).count("\n") == 2, "a second version")
+        self.open("--page", "storage")
+        act(self.button("Move It to Another Place…"))
+        self.click(self.program.find("check box", "On a server"))
+        self.fill("Server, as for ssh (user@host)", "store")
+        self.fill("Folder on the server", served)
+        act(self.button("Move the Backup"))
+        self.shows(MOVED)
+        self.assertIn("sftp:store:" + served, self.ctl("repository"))
+        self.ctl("watch", "--until-done")  # the catalogue is made anew
+        eventually(lambda: "Backed up" in self.ctl("ls", self.documents), "the catalogue")
+        self.assertEqual(self.ctl("versions", self.letter).count("\n"), 2)
+
+
+MOVED = ("The backup is kept at the new place now. What is at the old one is left as it was; delete it when you no longer "
+         "want it.")
+
+
+class Slow(StoresCase):
+    def test_a_restore_goes_on_without_a_window_and_is_there_in_the_next(self):
+        self.TREE = "Files and versions"
+        gate = os.path.join(self.place, "gate")
+        self.tool("restic", f'case "$*" in *" restore "*|*" dump "*) while [ ! -e {gate} ]; do sleep 0.1; done;; esac\n'
+                            f'exec {RESTIC} "$@"')
+        self.start_anew()
+        self.back_up(self.letter)
+        os.unlink(self.letter)
+        self.open("--restore", self.letter)
+        self.shows(f"Versions of {self.letter} in the backup:")
+        self.tick(self.names()[0])
+        eventually(lambda: is_on(self.button("Restore"), "sensitive"), "a selection")
+        act(self.button("Restore"))
+        self.button("Cancel the Restore")
+        first = self.program
+        self.close()
+        self.wait_for_end(TITLE)
+        self.assertTrue(first.is_running())  # its end is to be told
+        self.open("--page", "restore")
+        self.button("Cancel the Restore")
+        with open(gate, "w", encoding="utf-8"):
+            pass
+        self.shows("1 file restored, 5 B.")
+        self.assertEqual(self.content(self.letter), "first")
+        self.assertEqual(first.process.wait(60), 0)
+
+
+class Failures(PreferencesCase):
+    """Every way in which a store can fail, as the window tells it."""
+
+    SENTENCES = {
+        "notSetUp": "It is not set up yet where the backup is to be kept.",
+        "missing": "The backup is gone: there is none any more at its place.",
+        "otherRepository": "Another computer's backup lies where this one's should be.",
+        "wrongKey": "The key does not open the backup.",
+        "notConnected": "The disk with the backup is not connected. Please plug it in.",
+        "unreachable": "The server with the backup cannot be reached.",
+        "denied": "The server or the system refuses access to the backup.",
+        "locked": "Another computer is busy with the backup, or has left it locked.",
+        "full": "No room is left where the backup is kept.",
+        "damaged": "The backup is damaged: what is stored is not what it was.",
+        "engineMissing": "The program that stores the backup, restic, is not installed.",
+        "engineTooOld": "The program that stores the backup, restic, is too old.",
+        "failed": "The backup could not be stored.",
+    }
+
+    def test_each_is_told_with_what_mends_it(self):
+        first = self.daemon({"daemonState": {"statusString": "Trouble", "health": "ready", "pendingFiles": 1}})
+        owner = RecordingDaemon(self.socket + ".owner", {"repository:": {"health": "ready"}})
+        self.addCleanup(owner.stop)
+        self.open()
+        self.shows("Trouble")
+        for health, sentence in self.SENTENCES.items():
+            with self.subTest(health=health):
+                first.answers["daemonState"] = {"statusString": "Trouble", "health": health, "pendingFiles": 1}
+                self.shows(sentence)
+                self.program.find("push button", BUTTONS.get(health, "Show the Storage"))
+
+
+BUTTONS = {"notSetUp": "Set Up…", **dict.fromkeys(("notConnected", "unreachable", "locked", "engineMissing", "engineTooOld",
+                                                  "failed"), "Try Again")}
+
+
+class Sizes(PagesCase):
+    PAGES = ("overview", "restore", "storage", "rules")
+
+    def width(self):
+        shell = subprocess.run(["xdotool", "getwindowgeometry", "--shell", self.window(TITLE)], check=True,
+                               capture_output=True, text=True, timeout=60).stdout
+        return int(next(line for line in shell.splitlines() if line.startswith("WIDTH="))[6:])
+
+    def test_a_narrow_window_has_every_page(self):
+        self.open()
+        self.shows("Nothing is chosen for the backup yet.")
+        subprocess.run(["xdotool", "windowsize", "--sync", self.window(TITLE), "480", "500"], check=True, timeout=60)
+        eventually(lambda: self.width() <= 480, lambda: f"a narrow window instead of {self.width()}")
+
+    def test_at_twice_the_size(self):
+        self.open("--page", "storage", GDK_SCALE="2")
+        self.shows("ready")
+        for page in self.PAGES:
+            self.assertTrue(self.program.find("label", page.capitalize()))
+
+
+if __name__ == "__main__":
+    unittest.main()
