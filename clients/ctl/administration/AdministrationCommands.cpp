@@ -12,6 +12,7 @@
 #include "cli/Json.h"
 #include "clients/core/Printable.h"
 #include "clients/ctl/OwnerSession.h"
+#include "clients/ctl/administration/FileManagerCommand.h"
 #include "clients/ctl/administration/Metrics.h"
 #include "clients/ctl/commands/Commands.h"
 #include "clients/ctl/terminal/Text.h"
@@ -126,7 +127,7 @@ void printMetrics(const Globals& globals, const std::string& file) {
 
 void addAdministrationCommands(CLI::App& app, Globals& globals) {
   CLI::App* config =
-      app.add_subcommand("config", "Check and show what the administrator wants (keldane.conf)");
+      app.add_subcommand("config", "What the administrator wants (keldane.conf), and what file managers show");
   config->require_subcommand(1);
   auto file = std::make_shared<std::string>(SystemConfig::kUsualFile);
   CLI::App* command = config->add_subcommand("check", "Say what is wrong with the file");
@@ -136,6 +137,7 @@ void addAdministrationCommands(CLI::App& app, Globals& globals) {
   command->add_option("FILE", *file, "Another file");
   CLI::Option* json = addFlag(*command, "--json", "Print JSON instead of text");
   command->callback([file, json] { showConfig(*file, !json->empty()); });
+  addFileManagerCommand(*config);
 
   command = app.add_subcommand("metrics",
                                "Print the daemon's standing as OpenMetrics text, for a monitoring system");

@@ -64,10 +64,19 @@ std::optional<FileStatus> StatusService::Worker::statusOf(const std::string& pat
   const std::lock_guard guard(mutex_);
   const FileStatus* known = cache_.find(path);
   if (known == nullptr) {
-    startOnce();
+    startOrWake();
     return std::nullopt;
   }
   return *known;
+}
+
+// A folder's files are asked about one after the other; the thread is not woken for each of them.
+void StatusService::Worker::startOrWake() {
+  const Clock::time_point now = Clock::now();
+  if (!isRunning_ || (wakesAt_ > now && wakeTime(now) < wakesAt_)) {
+    wakesAt_ = now;
+    startOnce();
+  }
 }
 
 void StatusService::Worker::commandWasGiven(const std::vector<std::string>& paths) {
@@ -174,15 +183,18 @@ void StatusService::Worker::serve() {
 bool StatusService::Worker::step() {
   bool hasTasks = false;
   bool isOpen = false;
+  std::vector<std::string> late;
   {
     std::unique_lock guard(mutex_);
     waitForWork(guard);
     if (isEnding_) {
       return false;
     }
+    late = cache_.takeLate(Clock::now());
     hasTasks = !tasks_.empty();
     isOpen = !cache_.isEmpty();
   }
+  tell(std::move(late));
   if (!isOpen && !hasTasks) {
     link_.close();
     isUntried_ = false;
@@ -216,8 +228,10 @@ void StatusService::Worker::waitForWork(std::unique_lock<std::mutex>& guard) {
       if (time <= now) {
         return;
       }
+      wakesAt_ = time;
       changed_.wait_until(guard, time);
     } else if (link_.isAtEnd()) {
+      wakesAt_ = Clock::time_point::max();
       changed_.wait(guard);
     } else {
       return;  // to leave the daemon

@@ -30,7 +30,8 @@ OverviewPage::OverviewPage(DaemonDesk& desk, Ways ways)
           [this](bool on) { desk_.perform([on](DaemonSession& session) { session.setAutomatic(on); }); },
           [this](bool on) { desk_.perform([on](DaemonSession& session) { session.setLowPriority(on); }); },
       }),
-      failuresBox_(Gtk::Orientation::VERTICAL, kGap) {
+      failuresBox_(Gtk::Orientation::VERTICAL, kGap),
+      fileManagerPane_(desk) {
   setMargin(content_, 2 * kGap);
   icon_.set_pixel_size(kIconSize);
   icon_.set_valign(Gtk::Align::START);
@@ -48,6 +49,8 @@ OverviewPage::OverviewPage(DaemonDesk& desk, Ways ways)
   content_.append(*Gtk::make_managed<Gtk::Separator>());
   content_.append(statusPane_);
   addFailures();
+  content_.append(*Gtk::make_managed<Gtk::Separator>());
+  content_.append(fileManagerPane_);
   set_child(content_);
   set_policy(Gtk::PolicyType::NEVER, Gtk::PolicyType::AUTOMATIC);
 }
