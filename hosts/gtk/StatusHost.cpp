@@ -130,6 +130,14 @@ std::optional<FileStatus> statusOf(const std::string& path) {
   return statusService().statusOf(path);
 }
 
+/// A folder's own status is what the menu on its background needs at once.
+void noteFolder(std::string_view folder) {
+  if (!gShownFolders.contains(folder)) {
+    gShownFolders.emplace(folder);
+    statusOf(std::string(folder));
+  }
+}
+
 /// The folder of a file that is shown without its status.
 void noteUnknown(GFile* file) {
   const std::optional<std::string> path = pathOfOwnFile(file);
@@ -197,7 +205,6 @@ std::optional<FileStatus> statusToShow(GFile* file) {
   return path ? statusOf(*path) : std::nullopt;
 }
 
-// The folder's own status is what the menu on its background needs at once.
 std::optional<FileStatus> statusOfShown(GFile* file) {
   if (!gOptions.needStatus()) {
     noteUnknown(file);
@@ -207,12 +214,18 @@ std::optional<FileStatus> statusOfShown(GFile* file) {
   if (!path) {
     return std::nullopt;
   }
-  const std::string_view folder = parentPath(*path);
-  if (!gShownFolders.contains(folder)) {
-    gShownFolders.emplace(folder);
-    statusOf(std::string(folder));
-  }
+  noteFolder(parentPath(*path));
   return statusOf(*path);
+}
+
+void folderIsOpened(GFile* folder) {
+  if (gFiles.askAgain == nullptr || !gOptions.needStatus()) {
+    return;
+  }
+  if (const std::optional<std::string> path = pathOfOwnFile(folder)) {
+    statusService().expect(*path);
+    noteFolder(*path);
+  }
 }
 
 void later(std::function<void()> work) {

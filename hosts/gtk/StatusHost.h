@@ -39,6 +39,9 @@ std::optional<FileStatus> statusToShow(GFile* file);
 /// Likewise for a file that stands in a window, where the person may want to see nothing.
 std::optional<FileStatus> statusOfShown(GFile* file);
 
+/// A folder is about to be shown: what lies in it is asked about before the file manager asks.
+void folderIsOpened(GFile* folder);
+
 /// Does work on the window's thread, when that has nothing else to do. Any thread.
 void later(std::function<void()> work);
 /// "1.5 KiB", in the toolkit's words.

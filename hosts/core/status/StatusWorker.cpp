@@ -79,6 +79,12 @@ void StatusService::Worker::startOrWake() {
   }
 }
 
+void StatusService::Worker::expect(const std::string& folder) {
+  const std::lock_guard guard(mutex_);
+  cache_.expect(folder);
+  startOrWake();
+}
+
 void StatusService::Worker::commandWasGiven(const std::vector<std::string>& paths) {
   const std::lock_guard guard(mutex_);
   const std::size_t count = std::min(paths.size(), StatusCache::kMostInABatch);
@@ -183,18 +189,15 @@ void StatusService::Worker::serve() {
 bool StatusService::Worker::step() {
   bool hasTasks = false;
   bool isOpen = false;
-  std::vector<std::string> late;
   {
     std::unique_lock guard(mutex_);
     waitForWork(guard);
     if (isEnding_) {
       return false;
     }
-    late = cache_.takeLate(Clock::now());
     hasTasks = !tasks_.empty();
     isOpen = !cache_.isEmpty();
   }
-  tell(std::move(late));
   if (!isOpen && !hasTasks) {
     link_.close();
     isUntried_ = false;
@@ -207,7 +210,6 @@ bool StatusService::Worker::step() {
   if (!isOpen || !isConnected) {
     return true;
   }
-  lookAtState();
   std::optional<StatusCache::Question> question;
   {
     const std::lock_guard guard(mutex_);
@@ -217,6 +219,7 @@ bool StatusService::Worker::step() {
   if (question) {
     ask(std::move(*question));
   }
+  lookAtState();
   return true;
 }
 

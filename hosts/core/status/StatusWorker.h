@@ -29,6 +29,7 @@ class StatusService::Worker : public std::enable_shared_from_this<StatusService:
   void end();
   void setListener(Listener listener);
   std::optional<FileStatus> statusOf(const std::string& path);
+  void expect(const std::string& folder);
   void commandWasGiven(const std::vector<std::string>& paths);
   void perform(Task task);
   void lookAfter();

@@ -83,24 +83,17 @@ TEST_F(StatusCacheTest, TellsOnlyWhatHasChanged) {
   EXPECT_EQ(cache_.keep(*question, other, 1ms), (std::vector<std::string>{"/f/7"}));
 }
 
-TEST_F(StatusCacheTest, LetsALargeFolderOpenBeforeItTellsWhatItKnows) {
-  show(20);
-  answerNext(soon_, 1000, kBackedUp);
-  EXPECT_EQ(cache_.find("/f/900"), nullptr) << "it is known, and to be told a moment later";
-  EXPECT_EQ(cache_.find("/f/901"), nullptr);
-  EXPECT_TRUE(cache_.takeLate(Clock::now() - 1s).empty()) << "not yet";
+TEST_F(StatusCacheTest, ListsAFolderThatIsAboutToBeShownWithoutWaiting) {
+  cache_.expect("/f");
   const Clock::time_point now = Clock::now();
-  EXPECT_LE(*cache_.nextDue(now), now + timing_.batchDelay);
-  EXPECT_EQ(cache_.takeLate(soon_), (std::vector<std::string>{"/f/900", "/f/901"}));
-  EXPECT_TRUE(cache_.takeLate(soon_).empty());
-  EXPECT_EQ(*cache_.find("/f/900"), kBackedUp) << "whoever is told asks again";
-}
-
-TEST_F(StatusCacheTest, TellsWhatItKnowsOfASmallFolderAtOnce) {
-  show(20);
-  answerNext(soon_, 200, kBackedUp);
-  ASSERT_NE(cache_.find("/f/199"), nullptr);
-  EXPECT_EQ(*cache_.find("/f/199"), kBackedUp);
+  EXPECT_EQ(cache_.nextDue(now), now);
+  const auto question = cache_.nextQuestion(now);
+  ASSERT_TRUE(question && question->whole);
+  EXPECT_TRUE(cache_.keep(*question, answer(3, kBackedUp), 1ms).empty()) << "nothing is shown yet";
+  ASSERT_NE(cache_.find("/f/2"), nullptr);
+  EXPECT_EQ(*cache_.find("/f/2"), kBackedUp);
+  cache_.expect("/f");
+  EXPECT_FALSE(cache_.nextQuestion(now)) << "it is known";
 }
 
 TEST_F(StatusCacheTest, LooksSoonerWhenTheStateHasChanged) {
