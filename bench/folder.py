@@ -32,7 +32,8 @@ import filemanagers
 
 from recording_daemon import ENABLED, Encoded, RecordingDaemon, node
 
-DOCUMENT = pathlib.Path(__file__).resolve().parent.parent / "docs" / "performance.md"
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+DOCUMENT = ROOT / "docs" / "performance.md"
 PLUGIN = os.path.join(os.environ["XDG_DATA_HOME"], "keldane", "plugins", "Keldane.plugin")
 PREFERENCES = os.path.join(os.environ["XDG_CONFIG_HOME"], "com.keldane.preferences.plist")
 SIDES = ("none", "silent", "quick", "slow", "stopped", "away")
@@ -168,6 +169,13 @@ class Bench:
         return {"scrolled": wait_for_calm(use.of_window, 0.25, 0.5) - begin}
 
 
+def install():
+    """What a package puts into its places."""
+    shutil.copytree(os.path.join(filemanagers.BUILD, "Keldane.plugin"), PLUGIN)
+    shutil.copytree(ROOT / "hosts" / "icons", os.path.join(os.environ["XDG_DATA_HOME"], "icons", "hicolor", "scalable",
+                                                           "emblems"))
+
+
 def measure(name, options):
     manager = filemanagers.ALL[name]
     manager.set_options()
@@ -222,7 +230,7 @@ def main():
     parser.add_argument("--sides", default=",".join(SIDES))
     parser.add_argument("--update-docs", action="store_true")
     options = parser.parse_args()
-    shutil.copytree(os.path.join(filemanagers.BUILD, "Keldane.plugin"), PLUGIN)
+    install()
     for name in options.managers:
         text = table(name, options, measure(name, options))
         print(text + "\n", flush=True)

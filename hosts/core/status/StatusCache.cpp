@@ -34,8 +34,28 @@ const FileStatus* StatusCache::find(const std::string& path) {
     }
     folder.queue.push_back(name);
   }
+  const bool isLate = entry.isKnown && !entry.isShown && entry.status != FileStatus() &&
+                      folder.files.size() > kSlowToOpen;
+  if (isLate) {
+    if (folder.late.empty()) {
+      folder.lateSince = Clock::now();
+    }
+    folder.late.push_back(name);
+  }
   entry.isShown = true;
-  return entry.isKnown ? &entry.status : nullptr;
+  return entry.isKnown && !isLate ? &entry.status : nullptr;
+}
+
+std::vector<std::string> StatusCache::takeLate(Clock::time_point now) {
+  std::vector<std::string> paths;
+  for (auto& [path, folder] : folders_) {
+    if (!folder.late.empty() && folder.lateSince + timing_.batchDelay <= now) {
+      for (const std::string& name : std::exchange(folder.late, {})) {
+        paths.push_back(appendPathComponent(path, name));
+      }
+    }
+  }
+  return paths;
 }
 
 void StatusCache::expect(const std::string& path) {
@@ -111,8 +131,11 @@ StatusCache::Clock::time_point StatusCache::dueTime(const Folder& folder, Clock:
 std::optional<StatusCache::Clock::time_point> StatusCache::nextDue(Clock::time_point now) const {
   std::optional<Clock::time_point> due;
   for (const auto& [path, folder] : folders_) {
-    const Clock::time_point time = std::max(now, dueTime(folder, now));
-    due = due ? std::min(*due, time) : time;
+    Clock::time_point time = dueTime(folder, now);
+    if (!folder.late.empty()) {
+      time = std::min(time, folder.lateSince + timing_.batchDelay);
+    }
+    due = std::min(due.value_or(Clock::time_point::max()), std::max(now, time));
   }
   return due;
 }

@@ -189,15 +189,18 @@ void StatusService::Worker::serve() {
 bool StatusService::Worker::step() {
   bool hasTasks = false;
   bool isOpen = false;
+  std::vector<std::string> late;
   {
     std::unique_lock guard(mutex_);
     waitForWork(guard);
     if (isEnding_) {
       return false;
     }
+    late = cache_.takeLate(Clock::now());
     hasTasks = !tasks_.empty();
     isOpen = !cache_.isEmpty();
   }
+  tell(std::move(late));
   if (!isOpen && !hasTasks) {
     link_.close();
     isUntried_ = false;

@@ -96,6 +96,26 @@ TEST_F(StatusCacheTest, ListsAFolderThatIsAboutToBeShownWithoutWaiting) {
   EXPECT_FALSE(cache_.nextQuestion(now)) << "it is known";
 }
 
+TEST_F(StatusCacheTest, LetsALargeFolderOpenBeforeItTellsWhatItKnows) {
+  show(20);
+  answerNext(soon_, 2000, kBackedUp);
+  EXPECT_EQ(cache_.find("/f/1900"), nullptr) << "it is known, and to be told a moment later";
+  EXPECT_EQ(cache_.find("/f/1901"), nullptr);
+  EXPECT_TRUE(cache_.takeLate(Clock::now() - 1s).empty()) << "not yet";
+  const Clock::time_point now = Clock::now();
+  EXPECT_LE(*cache_.nextDue(now), now + timing_.batchDelay);
+  EXPECT_EQ(cache_.takeLate(soon_), (std::vector<std::string>{"/f/1900", "/f/1901"}));
+  EXPECT_TRUE(cache_.takeLate(soon_).empty());
+  EXPECT_EQ(*cache_.find("/f/1900"), kBackedUp) << "whoever is told asks again";
+}
+
+TEST_F(StatusCacheTest, TellsWhatItKnowsOfASmallerFolderAtOnce) {
+  show(20);
+  answerNext(soon_, 900, kBackedUp);
+  ASSERT_NE(cache_.find("/f/899"), nullptr);
+  EXPECT_EQ(*cache_.find("/f/899"), kBackedUp);
+}
+
 TEST_F(StatusCacheTest, LooksSoonerWhenTheStateHasChanged) {
   show(100);
   ASSERT_TRUE(answerNext(soon_, 100, kBackedUp));
