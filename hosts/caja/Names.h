@@ -15,6 +15,7 @@ G_BEGIN_DECLS
 #include <libcaja-extension/caja-extension-types.h>
 #include <libcaja-extension/caja-file-info.h>
 #include <libcaja-extension/caja-info-provider.h>
+#include <libcaja-extension/caja-location-widget-provider.h>
 #include <libcaja-extension/caja-menu-provider.h>
 #include <libcaja-extension/caja-menu.h>
 #include <libcaja-extension/caja-property-page-provider.h>
@@ -29,6 +30,8 @@ using FmInfoProvider = CajaInfoProvider;
 using FmInfoProviderIface = CajaInfoProviderIface;
 using FmPropertyPageProvider = CajaPropertyPageProvider;
 using FmPropertyPageProviderIface = CajaPropertyPageProviderIface;
+using FmLocationWidgetProvider = CajaLocationWidgetProvider;
+using FmLocationWidgetProviderIface = CajaLocationWidgetProviderIface;
 using FmColumnProvider = CajaColumnProvider;
 using FmColumnProviderIface = CajaColumnProviderIface;
 using FmOperationResult = CajaOperationResult;

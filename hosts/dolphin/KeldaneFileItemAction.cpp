@@ -7,11 +7,14 @@
 #include <QIcon>
 #include <QMenu>
 #include <QPointer>
+#include <QProcess>
+#include <QStandardPaths>
 #include <QUrl>
 #include <QVariant>
 #include <optional>
 
 #include "hosts/core/MenuService.h"
+#include "hosts/core/status/RestoreEntry.h"
 
 K_PLUGIN_CLASS_WITH_JSON(KeldaneFileItemAction, "keldane.json")
 
@@ -51,10 +54,14 @@ MenuService& menuService() {
   return *service;
 }
 
-/// The extension for the emblems, which is a library of its own, looks at these files at once.
+/// What is known of files: in the extension for the emblems, which is a library of its own. May be null.
+QObject* sharedStatus() {
+  return qvariant_cast<QObject*>(QCoreApplication::instance()->property("keldaneStatus"));
+}
+
+/// The files are looked at at once.
 void tellOfCommand(const std::vector<std::string>& paths) {
-  auto* status = qvariant_cast<QObject*>(QCoreApplication::instance()->property("keldaneStatus"));
-  if (status != nullptr) {
+  if (QObject* status = sharedStatus()) {
     QStringList list;
     for (const std::string& path : paths) {
       list.append(QString::fromStdString(path));
@@ -122,6 +129,46 @@ std::optional<std::vector<std::string>> localPaths(const QList<QUrl>& urls) {
   return paths.empty() ? std::nullopt : std::optional(paths);
 }
 
+/// The plug-in's submenu, or what stands in its place; null when there is nothing to show.
+QAction* makeSubmenu(const std::vector<std::string>& paths, QWidget* parent) {
+  menuService().forget();
+  const Menu menu = menuService().menuFor(paths);
+  if (menu && menu->items.empty()) {
+    return nullptr;
+  }
+  auto* top = new QAction(QIcon::fromTheme(QLatin1String(kIconName)), QString(), parent);
+  if (menu) {
+    fill(*top, menu->items.front(), menu, parent);
+  } else {
+    top->setText(textFor(menuService().notRespondingTitle()));
+    top->setEnabled(false);
+    gWaiting = {top, paths};
+  }
+  return top;
+}
+
+/// The host's own entry beside the submenu. Dolphin does not tell the background of a folder from the folder
+/// in the one above. Null where there is nothing to restore.
+QAction* makeRestoreEntry(const KFileItemListProperties& selection, QWidget* parent) {
+  QObject* status = sharedStatus();
+  const QString program = QStandardPaths::findExecutable(QLatin1String(keldane::kRestoreProgram));
+  if (status == nullptr || program.isEmpty() || selection.urlList().count() != 1 || !selection.isLocal()) {
+    return nullptr;
+  }
+  const QString path = selection.urlList().first().toLocalFile();
+  QStringList entry;
+  QMetaObject::invokeMethod(status, "restoreEntry", Q_RETURN_ARG(QStringList, entry), Q_ARG(QString, path),
+                            Q_ARG(bool, selection.isDirectory()));
+  if (entry.isEmpty()) {
+    return nullptr;
+  }
+  auto* action = new QAction(textFor(entry.first().toStdString()), parent);
+  QObject::connect(action, &QAction::triggered, action, [program, option = entry.last(), path] {
+    QProcess::startDetached(program, {option, path});
+  });
+  return action;
+}
+
 }  // namespace
 
 KeldaneFileItemAction::KeldaneFileItemAction(QObject* parent, const QVariantList& /*arguments*/)
@@ -132,20 +179,14 @@ QList<QAction*> KeldaneFileItemAction::actions(const KFileItemListProperties& se
   if (!paths) {
     return {};
   }
-  menuService().forget();
-  const Menu menu = menuService().menuFor(*paths);
-  if (menu && menu->items.empty()) {
-    return {};
+  QList<QAction*> actions;
+  if (QAction* top = makeSubmenu(*paths, parent)) {
+    actions.append(top);
   }
-  auto* top = new QAction(QIcon::fromTheme(QLatin1String(kIconName)), QString(), parent);
-  if (menu) {
-    fill(*top, menu->items.front(), menu, parent);
-  } else {
-    top->setText(textFor(menuService().notRespondingTitle()));
-    top->setEnabled(false);
-    gWaiting = {top, *paths};
+  if (QAction* restore = makeRestoreEntry(selection, parent)) {
+    actions.append(restore);
   }
-  return {top};
+  return actions;
 }
 
 // The factory that the macro above makes.

@@ -5,7 +5,10 @@
 #include <QStandardPaths>
 #include <QTimerEvent>
 #include <QVariant>
+#include <algorithm>
+#include <utility>
 
+#include "hosts/core/status/RestoreEntry.h"
 #include "platform/files/Path.h"
 
 namespace {
@@ -29,13 +32,11 @@ SharedStatus& SharedStatus::shared() {
 
 SharedStatus::SharedStatus() {
   QCoreApplication::instance()->setProperty(kProperty, QVariant::fromValue<QObject*>(this));
-  options_ = keldane::readStatusOptions();
-  service_.setListener([this](const std::vector<std::string>& paths) {
-    QStringList list;
-    for (const std::string& path : paths) {
-      list.append(QString::fromStdString(path));
+  options_ = keldane::FileManagerOptions::read();
+  service_.setListener([this](std::vector<std::string> paths) {
+    if (changes_.add(std::move(paths))) {
+      QMetaObject::invokeMethod(this, "beginToTell", Qt::QueuedConnection);
     }
-    QMetaObject::invokeMethod(this, "tell", Qt::QueuedConnection, Q_ARG(QStringList, list));
   });
 }
 
@@ -56,8 +57,11 @@ std::optional<keldane::FileStatus> SharedStatus::statusOf(const QUrl& url) {
   return path ? service_.statusOf(*path) : std::nullopt;
 }
 
+// The folder's own status is what the menu on its background needs at once.
 void SharedStatus::hold(const std::string& folder) {
-  ++held_[folder];
+  if (++held_[folder] == 1) {
+    service_.statusOf(folder);
+  }
   if (timer_ == 0) {
     timer_ = startTimer(kBeat);
   }
@@ -67,7 +71,18 @@ void SharedStatus::release(const std::string& folder) {
   const auto found = held_.find(folder);
   if (found != held_.end() && --found->second == 0) {
     held_.erase(found);
-    service_.close(folder);
+    closeOthers();
+  }
+}
+
+void SharedStatus::closeOthers() {
+  for (const keldane::StatusCache::OpenFolder& open : service_.openFolders()) {
+    const bool isNeeded = std::any_of(held_.begin(), held_.end(), [&](const auto& held) {
+      return open.path == held.first || open.path == keldane::parentPath(held.first);
+    });
+    if (!isNeeded) {
+      service_.close(open.path);
+    }
   }
 }
 
@@ -79,16 +94,46 @@ void SharedStatus::commandWasGiven(const QStringList& paths) {
   service_.commandWasGiven(list);
 }
 
-void SharedStatus::tell(const QStringList& paths) { Q_EMIT changed(paths); }
+QStringList SharedStatus::restoreEntry(const QString& path, bool isFolder) {
+  const std::optional<keldane::FileStatus> status =
+      options_.restoreEntries ? statusOf(QUrl::fromLocalFile(path)) : std::nullopt;
+  if (!status) {
+    return {};
+  }
+  const keldane::RestoreEntry* entry =
+      isFolder ? keldane::missingFilesEntry(*status) : keldane::previousVersionEntry(*status);
+  return entry == nullptr ? QStringList()
+                          : QStringList{QString::fromUtf8(keldane::tr(entry->label)), QString::fromUtf8(entry->option)};
+}
 
-void SharedStatus::timerEvent(QTimerEvent* /*event*/) {
-  const keldane::StatusOptions options = keldane::readStatusOptions();
+void SharedStatus::beginToTell() { beat_ = startTimer(keldane::ChangeQueue::kBeat); }
+
+void SharedStatus::tellSome() {
+  const auto some = changes_.take(keldane::ChangeQueue::Work::now());
+  if (!some) {
+    killTimer(std::exchange(beat_, 0));
+    return;
+  }
+  QStringList paths;
+  for (const std::string& path : *some) {
+    paths.append(QString::fromStdString(path));
+  }
+  Q_EMIT changed(paths);
+}
+
+void SharedStatus::timerEvent(QTimerEvent* event) {
+  if (event->timerId() == beat_) {
+    tellSome();
+    return;
+  }
+  const keldane::FileManagerOptions options = keldane::FileManagerOptions::read();
   if (!(options == options_)) {
     options_ = options;
     service_.tellAll();
     Q_EMIT optionsChanged();
   }
   service_.lookAfter();
+  closeOthers();
   if (held_.empty()) {
     killTimer(timer_);
     timer_ = 0;

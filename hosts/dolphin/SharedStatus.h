@@ -8,7 +8,8 @@
 #include <optional>
 #include <string>
 
-#include "hosts/core/status/StatusOptions.h"
+#include "config/FileManagerOptions.h"
+#include "hosts/core/status/ChangeQueue.h"
 #include "hosts/core/status/StatusService.h"
 
 /// One a library, on the window's thread, and never taken down: the service's thread may be stuck when
@@ -23,7 +24,7 @@ class SharedStatus : public QObject {
   /// Made with the first call.
   static SharedStatus& shared();
   keldane::StatusService& service() { return service_; }
-  const keldane::StatusOptions& options() const { return options_; }
+  const keldane::FileManagerOptions& options() const { return options_; }
   /// What is known of a file; nothing for what is not this computer's, is in a trash folder, or is not known.
   std::optional<keldane::FileStatus> statusOf(const QUrl& url);
   /// The path of a file of which the daemon may know; nothing for every other one.
@@ -35,6 +36,9 @@ class SharedStatus : public QObject {
 
   /// A person gave the daemon a command for these paths.
   Q_INVOKABLE void commandWasGiven(const QStringList& paths);
+  /// The entry that opens the restore window for a file or a folder: its text and the program's option.
+  /// Empty where the person wants none, nothing can be restored, or nothing is known yet.
+  Q_INVOKABLE QStringList restoreEntry(const QString& path, bool isFolder);
 
  Q_SIGNALS:
   /// Something else is to be shown for these files.
@@ -47,10 +51,14 @@ class SharedStatus : public QObject {
 
  private:
   SharedStatus();
-  Q_INVOKABLE void tell(const QStringList& paths);
+  /// What is asked about is what is held, and the folders themselves.
+  void closeOthers();
+  Q_INVOKABLE void beginToTell();
+  void tellSome();
 
+  keldane::ChangeQueue changes_;
   keldane::StatusService service_;
-  keldane::StatusOptions options_;
+  keldane::FileManagerOptions options_;
   std::map<std::string, int> held_;  // how often
-  int timer_ = 0;
+  int timer_ = 0, beat_ = 0;
 };

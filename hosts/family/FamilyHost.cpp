@@ -32,7 +32,13 @@ struct Library {
   static void heading(const char* /*label*/) {}
 };
 
-GList* backgroundItems(FmFileInfo* folder) { return MenuItems<Library>::forBackground(folder); }
+// They are asked for when a folder begins to be shown, too.
+GList* backgroundItems(FmFileInfo* folder) {
+  GFile* location = Library::location(folder);
+  folderIsOpened(location);
+  g_object_unref(location);
+  return MenuItems<Library>::forBackground(folder);
+}
 
 void tellThatItemsChanged() {
   if (gProvider != nullptr) {

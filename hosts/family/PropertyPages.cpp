@@ -4,6 +4,7 @@
 
 #include "hosts/family/FamilyHost.h"
 #include "hosts/gtk/BackupPage.h"
+#include "hosts/gtk/StatusHost.h"
 
 namespace keldane {
 
@@ -23,6 +24,15 @@ GList* getPages(FmPropertyPageProvider* /*provider*/, GList* files) {
                                                                         gtk_label_new(pageTitle()), page));
 }
 
+// There is no widget, but this is the first that is heard of a folder.
+GtkWidget* getLocationWidget(FmLocationWidgetProvider* /*provider*/, const char* address,
+                             GtkWidget* /*window*/) {
+  GFile* folder = g_file_new_for_uri(address);
+  folderIsOpened(folder);
+  g_object_unref(folder);
+  return nullptr;
+}
+
 }  // namespace
 
 void addPropertyPages(GTypeModule* module, GType type) {
@@ -31,6 +41,12 @@ void addPropertyPages(GTypeModule* module, GType type) {
                                 },
                                 nullptr, nullptr};
   g_type_module_add_interface(module, type, FM_TYPE(PROPERTY_PAGE_PROVIDER), &pages);
+  const GInterfaceInfo widgets = {[](gpointer interface, gpointer) {
+                                    static_cast<FmLocationWidgetProviderIface*>(interface)->get_widget =
+                                        getLocationWidget;
+                                  },
+                                  nullptr, nullptr};
+  g_type_module_add_interface(module, type, FM_TYPE(LOCATION_WIDGET_PROVIDER), &widgets);
 }
 
 }  // namespace keldane

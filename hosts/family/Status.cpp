@@ -17,11 +17,8 @@ constexpr char kLastBackup[] = "keldane-last-backup";
 
 FmOperationResult updateFileInfo(FmInfoProvider* /*provider*/, FmFileInfo* file, GClosure* /*complete*/,
                                  FmOperationHandle** /*handle*/) {
-  if (!statusOptions().needStatus()) {
-    return FM_OPERATION(COMPLETE);
-  }
   GFile* location = FM(file_info_get_location)(file);
-  const std::optional<FileStatus> status = statusToShow(location);
+  const std::optional<FileStatus> status = statusOfShown(location);
   g_object_unref(location);
   if (status && statusOptions().emblems && status->emblem != Emblem::none) {
     FM(file_info_add_emblem)(file, emblemNameOf(status->emblem).c_str());

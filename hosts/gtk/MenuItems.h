@@ -70,7 +70,7 @@ class MenuItems {
     if (!offer) {
       return nullptr;
     }
-    gpointer item = Library::item(offer->name, offer->label, nullptr);
+    gpointer item = Library::item(offer->name, tr(offer->entry->label), nullptr);
     connectOffer(item, *offer);
     return g_list_append(nullptr, item);
   }

@@ -12,35 +12,27 @@ bool areWanted() {
   return canOpen && statusOptions().restoreEntries;
 }
 
+/// Nothing while nothing is known of the file.
+std::optional<RestoreOffer> offer(const char* name, GFile* file,
+                                  const RestoreEntry* (*entryFor)(const FileStatus&)) {
+  const std::optional<FileStatus> status = areWanted() ? statusToShow(file) : std::nullopt;
+  const RestoreEntry* entry = status ? entryFor(*status) : nullptr;
+  return entry == nullptr ? std::nullopt : std::optional(RestoreOffer{name, entry, *pathOfOwnFile(file)});
+}
+
 void openOffered(gpointer /*item*/, gpointer data) {
   const auto* offer = static_cast<const RestoreOffer*>(data);
-  openRestoreWindow(offer->option, offer->path);
+  openRestoreWindow(offer->entry->option, offer->path);
 }
 
 }  // namespace
 
 std::optional<RestoreOffer> previousVersionOffer(const std::vector<GFile*>& files) {
-  if (files.size() != 1 || !areWanted()) {
-    return std::nullopt;
-  }
-  const std::optional<FileStatus> status = statusToShow(files.front());
-  if (!status || status->lastBackup == 0) {
-    return std::nullopt;
-  }
-  return RestoreOffer{"Keldane::Previous", tr("Restore Previous Version…"), "--restore",
-                      *pathOfOwnFile(files.front())};
+  return files.size() == 1 ? offer("Keldane::Previous", files.front(), previousVersionEntry) : std::nullopt;
 }
 
 std::optional<RestoreOffer> missingFilesOffer(GFile* folder) {
-  if (!areWanted()) {
-    return std::nullopt;
-  }
-  const std::optional<FileStatus> status = statusToShow(folder);
-  if (!status || status->text.empty()) {
-    return std::nullopt;  // no daemon, or nothing for this user to know
-  }
-  return RestoreOffer{"Keldane::Missing", tr("Restore Missing Files…"), "--restore-missing",
-                      *pathOfOwnFile(folder)};
+  return offer("Keldane::Missing", folder, missingFilesEntry);
 }
 
 void connectOffer(gpointer item, const RestoreOffer& offer) {

@@ -1,4 +1,4 @@
-// The entries of the host's own beside the plug-in's submenu: getting things back where they are.
+// The entries of the host's own, in the file managers of the GTK world.
 #pragma once
 
 #include <gio/gio.h>
@@ -7,13 +7,14 @@
 #include <string>
 #include <vector>
 
+#include "hosts/core/status/RestoreEntry.h"
+
 namespace keldane {
 
 /// An entry that opens the restore window.
 struct RestoreOffer {
-  const char* name;    ///< of the menu item
-  const char* label;   ///< with the ellipsis of what opens a window
-  const char* option;  ///< of the preferences program
+  const char* name;           ///< of the menu item
+  const RestoreEntry* entry;  ///< what it says and does
   std::string path;
 };
 

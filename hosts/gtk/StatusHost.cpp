@@ -1,9 +1,11 @@
 #include "hosts/gtk/StatusHost.h"
 
-#include <deque>
+#include <filesystem>
 #include <memory>
-#include <mutex>
+#include <set>
 
+#include "hosts/core/status/ChangeQueue.h"
+#include "hosts/core/status/RestoreEntry.h"
 #include "platform/files/Path.h"
 #include "platform/syslog/SystemLog.h"
 
@@ -12,24 +14,20 @@ namespace keldane {
 namespace {
 
 constexpr guint kLookAfter = 5;  // seconds
-/// The file manager's objects are looked up and told in slices, between which the window is drawn.
-constexpr std::size_t kSlice = 200;
-constexpr char kProgram[] = "keldane-preferences";
+
+/// Folders of which files were shown while nothing was to be known of them.
+constexpr std::size_t kMostUnknown = 64;
 
 /// Files whose status has changed, from the service's thread.
-struct News {
-  std::mutex mutex;
-  std::deque<std::string> paths;
-  guint source = 0;
-};
-
-News& news() {
-  static auto* const made = new News();
+ChangeQueue& changes() {
+  static auto* const made = new ChangeQueue();
   return *made;
 }
 
 ShownFiles gFiles;
-StatusOptions gOptions;
+std::set<std::string, std::less<>> gUnknown;
+std::set<std::string, std::less<>> gShownFolders;  // whose own status was asked for
+FileManagerOptions gOptions;
 guint gTimer = 0;
 GFileMonitor* gMonitor = nullptr;
 
@@ -41,35 +39,23 @@ auto withFile(const std::string& path, const Use& use) {
 }
 
 gboolean tellSome(gpointer /*data*/) {
-  std::vector<std::string> some;
-  bool isLast = false;
-  {
-    const std::lock_guard guard(news().mutex);
-    while (!news().paths.empty() && some.size() < kSlice) {
-      some.push_back(std::move(news().paths.front()));
-      news().paths.pop_front();
-    }
-    isLast = news().paths.empty();
-    if (isLast) {
-      news().source = 0;
-    }
+  const std::optional<std::vector<std::string>> some = changes().take(ChangeQueue::Work::now());
+  if (!some) {
+    return G_SOURCE_REMOVE;
   }
-  for (const std::string& path : some) {
+  for (const std::string& path : *some) {
     if (gFiles.askAgain != nullptr) {
       withFile(path, [](GFile* file) { gFiles.askAgain(file); });
     }
   }
-  return isLast ? G_SOURCE_REMOVE : G_SOURCE_CONTINUE;
+  return G_SOURCE_CONTINUE;
 }
 
-// On the service's thread; the window's goes on from there, when it has nothing else to do.
+// On the service's thread; the window's goes on from there.
 void onChanged(std::vector<std::string> paths) {
-  const std::lock_guard guard(news().mutex);
-  for (std::string& path : paths) {
-    news().paths.push_back(std::move(path));
-  }
-  if (news().source == 0) {
-    news().source = g_idle_add(tellSome, nullptr);
+  if (changes().add(std::move(paths))) {
+    constexpr auto beat = static_cast<guint>(ChangeQueue::kBeat.count());
+    g_timeout_add_full(G_PRIORITY_DEFAULT_IDLE, beat, tellSome, nullptr, nullptr);
   }
 }
 
@@ -90,6 +76,7 @@ gboolean lookAfter(gpointer /*data*/) {
       isOpen = true;
     } else {
       statusService().close(folder.path);
+      gShownFolders.erase(folder.path);
     }
   }
   if (isOpen) {
@@ -99,23 +86,68 @@ gboolean lookAfter(gpointer /*data*/) {
   return G_SOURCE_REMOVE;
 }
 
-// What is shown already is told of, so that it looks as the person wants it now.
+/// The paths of what lies in these folders.
+std::vector<std::string> filesIn(const std::set<std::string, std::less<>>& folders) {
+  std::vector<std::string> paths;
+  for (const std::string& folder : folders) {
+    std::error_code error;
+    for (std::filesystem::directory_iterator each(folder, error), end; !error && each != end;
+         each.increment(error)) {
+      paths.push_back(each->path().string());
+    }
+  }
+  return paths;
+}
+
+// What is shown already is asked for again, so that it looks as the person wants it now.
 void onPreferences(GFileMonitor* /*monitor*/, GFile* /*file*/, GFile* /*other*/, GFileMonitorEvent /*event*/,
                    gpointer /*data*/) {
-  const StatusOptions options = readStatusOptions();
-  if (!(options == gOptions)) {
-    gOptions = options;
-    statusService().tellAll();
+  const FileManagerOptions options = FileManagerOptions::read();
+  if (options == gOptions) {
+    return;
+  }
+  gOptions = options;
+  statusService().tellAll();
+  if (gOptions.needStatus() && !gUnknown.empty()) {
+    statusService().perform(
+        [folders = std::exchange(gUnknown, {})](DaemonLink*) { onChanged(filesIn(folders)); });
   }
 }
 
 void watchPreferences() {
-  gMonitor = withFile(preferencesFile(), [](GFile* file) {
+  gMonitor = withFile(FileManagerOptions::file(), [](GFile* file) {
     return g_file_monitor_file(file, G_FILE_MONITOR_WATCH_MOVES, nullptr, nullptr);
   });
   if (gMonitor != nullptr) {
     g_signal_connect(gMonitor, "changed", G_CALLBACK(onPreferences), nullptr);
   }
+}
+
+std::optional<FileStatus> statusOf(const std::string& path) {
+  if (gTimer == 0) {
+    gTimer = g_timeout_add_seconds(kLookAfter, lookAfter, nullptr);
+  }
+  return statusService().statusOf(path);
+}
+
+/// A folder's own status is what the menu on its background needs at once.
+void noteFolder(std::string_view folder) {
+  if (!gShownFolders.contains(folder)) {
+    gShownFolders.emplace(folder);
+    statusOf(std::string(folder));
+  }
+}
+
+/// The folder of a file that is shown without its status.
+void noteUnknown(GFile* file) {
+  const std::optional<std::string> path = pathOfOwnFile(file);
+  if (!path || gUnknown.contains(parentPath(*path))) {
+    return;
+  }
+  if (gUnknown.size() >= kMostUnknown) {
+    gUnknown.clear();
+  }
+  gUnknown.emplace(parentPath(*path));
 }
 
 bool isInTrash(const std::string& path) {
@@ -135,11 +167,11 @@ StatusService& statusService() {
   return *service;
 }
 
-const StatusOptions& statusOptions() { return gOptions; }
+const FileManagerOptions& statusOptions() { return gOptions; }
 
 void beginStatus(const ShownFiles& files) {
   gFiles = files;
-  gOptions = readStatusOptions();
+  gOptions = FileManagerOptions::read();
   watchPreferences();
   if (files.askAgain != nullptr) {
     statusService().setListener(onChanged);
@@ -154,8 +186,7 @@ void endStatus() {
     g_source_remove(gTimer);
     gTimer = 0;
   }
-  const std::lock_guard guard(news().mutex);
-  news().paths.clear();
+  changes().clear();
 }
 
 std::optional<std::string> pathOfOwnFile(GFile* file) {
@@ -171,13 +202,30 @@ std::optional<std::string> pathOfOwnFile(GFile* file) {
 
 std::optional<FileStatus> statusToShow(GFile* file) {
   const std::optional<std::string> path = pathOfOwnFile(file);
+  return path ? statusOf(*path) : std::nullopt;
+}
+
+std::optional<FileStatus> statusOfShown(GFile* file) {
+  if (!gOptions.needStatus()) {
+    noteUnknown(file);
+    return std::nullopt;
+  }
+  const std::optional<std::string> path = pathOfOwnFile(file);
   if (!path) {
     return std::nullopt;
   }
-  if (gTimer == 0) {
-    gTimer = g_timeout_add_seconds(kLookAfter, lookAfter, nullptr);
+  noteFolder(parentPath(*path));
+  return statusOf(*path);
+}
+
+void folderIsOpened(GFile* folder) {
+  if (gFiles.askAgain == nullptr || !gOptions.needStatus()) {
+    return;
   }
-  return statusService().statusOf(*path);
+  if (const std::optional<std::string> path = pathOfOwnFile(folder)) {
+    statusService().expect(*path);
+    noteFolder(*path);
+  }
 }
 
 void later(std::function<void()> work) {
@@ -198,19 +246,19 @@ std::string sizeText(std::uint64_t bytes) {
 }
 
 bool canOpenRestoreWindow() {
-  const std::unique_ptr<char, decltype(&g_free)> found(g_find_program_in_path(kProgram), g_free);
+  const std::unique_ptr<char, decltype(&g_free)> found(g_find_program_in_path(kRestoreProgram), g_free);
   return found != nullptr;
 }
 
 void openRestoreWindow(const char* option, const std::string& path) {
-  std::string program = kProgram;
+  std::string program = kRestoreProgram;
   std::string word = option;
   std::string place = path;
   char* arguments[] = {program.data(), word.data(), place.data(), nullptr};
   GError* error = nullptr;
   const auto flags = static_cast<GSpawnFlags>(G_SPAWN_SEARCH_PATH | G_SPAWN_STDOUT_TO_DEV_NULL);
   if (g_spawn_async(nullptr, arguments, nullptr, flags, nullptr, nullptr, nullptr, &error) == FALSE) {
-    systemLog("%s could not be started: %s", kProgram, error->message);
+    systemLog("%s could not be started: %s", kRestoreProgram, error->message);
     g_error_free(error);
   }
 }

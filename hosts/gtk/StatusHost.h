@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "hosts/core/status/StatusOptions.h"
+#include "config/FileManagerOptions.h"
 #include "hosts/core/status/StatusService.h"
 
 namespace keldane {
@@ -27,15 +27,20 @@ void beginStatus(const ShownFiles& files);
 void endStatus();
 
 /// As they are in the user's preferences.
-const StatusOptions& statusOptions();
+const FileManagerOptions& statusOptions();
 StatusService& statusService();
 
 /// The path of a file in the local file system that is not in a trash folder, if it is UTF-8. Nothing for
 /// every other one.
 std::optional<std::string> pathOfOwnFile(GFile* file);
 
-/// What is known of a file that is shown; nothing when nothing is to be shown.
+/// What is known of a file; nothing when nothing is to be told of it.
 std::optional<FileStatus> statusToShow(GFile* file);
+/// Likewise for a file that stands in a window, where the person may want to see nothing.
+std::optional<FileStatus> statusOfShown(GFile* file);
+
+/// A folder is about to be shown: what lies in it is asked about before the file manager asks.
+void folderIsOpened(GFile* folder);
 
 /// Does work on the window's thread, when that has nothing else to do. Any thread.
 void later(std::function<void()> work);

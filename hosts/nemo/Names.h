@@ -15,6 +15,7 @@ G_BEGIN_DECLS
 #include <libnemo-extension/nemo-extension-types.h>
 #include <libnemo-extension/nemo-file-info.h>
 #include <libnemo-extension/nemo-info-provider.h>
+#include <libnemo-extension/nemo-location-widget-provider.h>
 #include <libnemo-extension/nemo-menu-item.h>
 #include <libnemo-extension/nemo-menu-provider.h>
 #include <libnemo-extension/nemo-menu.h>
@@ -31,6 +32,8 @@ using FmInfoProvider = NemoInfoProvider;
 using FmInfoProviderIface = NemoInfoProviderIface;
 using FmPropertyPageProvider = NemoPropertyPageProvider;
 using FmPropertyPageProviderIface = NemoPropertyPageProviderIface;
+using FmLocationWidgetProvider = NemoLocationWidgetProvider;
+using FmLocationWidgetProviderIface = NemoLocationWidgetProviderIface;
 using FmColumnProvider = NemoColumnProvider;
 using FmColumnProviderIface = NemoColumnProviderIface;
 using FmOperationResult = NemoOperationResult;

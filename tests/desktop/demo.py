@@ -1,8 +1,10 @@
-"""demo.py MANAGER [PICTURE]: a real file manager on a folder with files in every state, with the reference daemon.
+"""demo.py MANAGER [PICTURE [menu|properties]]: a real file manager on a folder with files in many states, with the
+reference daemon.
 
-With a picture it runs on a screen of its own, opens the menu of a file and ends; without, on the display that is there,
-until its window is closed."""
+With a picture it runs on a screen of its own, opens the menu of a file, or its properties, and ends; without, on the display
+that is there, until its window is closed."""
 
+import glob
 import os
 import plistlib
 import shutil
@@ -12,6 +14,8 @@ import tempfile
 import time
 
 manager_name, picture = sys.argv[1], (sys.argv[2:] or [None])[0]
+opens_properties = sys.argv[3:] == ["properties"]
+TIME_TO_DRAW = 4  # seconds; nothing says that all emblems are drawn
 place = tempfile.mkdtemp(prefix="keldane-demo-")
 if picture is None:
     # The person's own display, but for settings of the demo's own.
@@ -49,9 +53,12 @@ def install():
         entries = plistlib.load(stream)
     with open(info, "wb") as stream:
         plistlib.dump({**entries, "DaemonPath": socket, "Prefpane Path": launcher()}, stream)
-    icons = os.path.join(os.environ["XDG_DATA_HOME"], "icons", "hicolor", "scalable", "apps")
-    os.makedirs(icons)
-    shutil.copy(os.path.join(os.path.dirname(__file__), "..", "..", "clients", "icons", "keldane.svg"), icons)
+    source = os.path.join(os.path.dirname(__file__), "..", "..")
+    for kind, pattern in (("apps", "clients/icons/keldane.svg"), ("emblems", "hosts/icons/emblem-*.svg")):
+        icons = os.path.join(os.environ["XDG_DATA_HOME"], "icons", "hicolor", "scalable", kind)
+        os.makedirs(icons)
+        for icon in glob.glob(os.path.join(source, pattern)):
+            shutil.copy(icon, icons)
 
 
 def fill():
@@ -61,7 +68,13 @@ def fill():
     write("Holiday pictures/beach.raw", "x" * 300000)
     subprocess.run([*ctl, "add", os.path.join(files, "Holiday pictures"), os.path.join(files, "accounts.csv")],
                    check=True)
+    write("notes.txt", "To be excluded\n")
+    subprocess.run([*ctl, "remove", os.path.join(files, "notes.txt")], check=True)
     subprocess.run([*ctl, "watch", "--until-done"], check=True)
+    # What is added now has to wait.
+    subprocess.run([*ctl, "pause", "60"], check=True)
+    write("minutes.txt", "New\n")
+    subprocess.run([*ctl, "add", os.path.join(files, "minutes.txt")], check=True)
 
 
 def main():
@@ -91,12 +104,20 @@ def show(kind):
         # In a session of its own: one that runs already has not loaded the extension.
         subprocess.run(["dbus-run-session", "--", *kind.start_command(files)], check=False)
         return
+    if kind.columns:
+        for key in ("default-visible-columns", "default-column-order"):
+            filemanagers.set_option(kind.columns, key, "['name', 'size', 'keldane-backup', 'keldane-last-backup']")
     manager = kind(files)
     try:
         manager.select("accounts.csv")
-        manager.open_menu()
-        manager.entries()
-        time.sleep(0.5)
+        time.sleep(TIME_TO_DRAW)
+        if opens_properties:
+            manager.open_properties()
+            time.sleep(TIME_TO_DRAW)
+        else:
+            manager.open_menu()
+            manager.entries()
+            time.sleep(0.5)
         desktop.screenshot(picture)
     finally:
         manager.end()

@@ -51,7 +51,6 @@ class FileManager:
     has_emblems = True
     has_page_buttons = True  # in its properties
     tells_of_properties = True  # on the accessibility bus
-    has_restore_entries = True
     tells_what_shows = True  # on the accessibility bus
     names_headers = True  # of columns, likewise
     viewer = None  # the settings that say how a folder is shown, where that is not as a list
@@ -197,6 +196,29 @@ class FileManager:
         self.open_menu()
         click(self.top(patience=5))
         click(find(self.top(), title, patience=5))
+
+    def own_entry(self, title, open_menu):
+        """An entry of the host's own, in a menu that may have to be opened more than once: what is not known yet is not
+        offered."""
+        def offered():
+            open_menu()
+            end = time.monotonic() + 3
+            while time.monotonic() < end:
+                if found := self.find_own_entry(title):
+                    return found
+                time.sleep(0.1)
+            self.close_menu()
+            return None
+        return desktop.eventually(offered, f"the entry {title}")
+
+    def find_own_entry(self, title):
+        return find_now(self.application, title, showing=self.tells_what_shows, widest=WIDEST)
+
+    def choose_own_entry(self, entry):
+        if self.tells_what_shows:
+            click(entry)
+        else:
+            desktop.act(entry)
 
     def close_menu(self):
         press("Escape")
@@ -347,7 +369,6 @@ class Dolphin(FileManager):
 
     name = "dolphin"
     tells_of_properties = False
-    has_restore_entries = False
     fills_open_menus = True
     has_separators = False
     names_what_cannot_be_chosen = False
@@ -380,6 +401,26 @@ class Dolphin(FileManager):
         self.listen()
         press("Menu")
         desktop.eventually(lambda: self.key("Down"), "the menu")
+
+    def open_background_menu(self, beside):
+        self.cell(beside)
+        self.listen()
+        window = subprocess.run(["xdotool", "search", "--onlyvisible", "--class", "dolphin"], check=True,
+                                capture_output=True, text=True).stdout.split()[-1]
+        xdotool("mousemove", "--window", window, 600, 400)
+        xdotool("click", 3)
+        desktop.eventually(lambda: self.key("Down"), "the menu")
+
+    def find_own_entry(self, title):
+        seen = []
+        while (name := self.key("Down")) not in seen:
+            if name == title:
+                return name
+            seen.append(name)
+        return None
+
+    def choose_own_entry(self, entry):
+        press("Return")
 
     def key(self, key):
         """What has the focus after a key; the last word counts, a submenu's entry after its title."""

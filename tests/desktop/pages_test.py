@@ -1,5 +1,6 @@
 """The pages of the preferences program in its window, against the real daemon, which stores with restic."""
 
+import json
 import os
 import re
 import subprocess
@@ -57,6 +58,21 @@ class Overview(PagesCase):
         self.shows("Nothing is chosen for the backup yet.")
         act(self.button("Choose Files…"))
         self.shows("What is ticked is backed up.")
+
+    def test_what_file_managers_show_is_switched_there(self):
+        def options():
+            return json.loads(self.ctl("config", "file-manager", "--json"))
+        self.ctl("config", "file-manager", "columns", "off")
+        self.open()
+        boxes = {name: self.program.find("check box", title) for name, title in
+                 (("emblems", "Show emblems on files and folders"),
+                  ("columns", "Offer the columns of the backup in lists"),
+                  ("restore-entries", "Offer in menus to restore files"))}
+        eventually(lambda: not is_on(boxes["columns"], "checked"), "what the command has set")
+        for name in boxes:
+            before = options()
+            self.click(boxes[name])
+            eventually(lambda: options() == {**before, name: not before[name]}, f"the switch {name}")
 
     def test_what_holds_the_backup_up_is_mended_by_its_button(self):
         self.back_up(self.letter)

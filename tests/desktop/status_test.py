@@ -71,6 +71,7 @@ class StatusCase(unittest.TestCase):
         self.socket = os.path.join(self.place, "daemon.sock")
         self.states = {}
         self.number = 0
+        self.hidden = set()  # of which the daemon tells nothing
         self.answering = threading.Event()
         self.answering.set()
         self.addCleanup(self.answering.set)
@@ -87,8 +88,15 @@ class StatusCase(unittest.TestCase):
             plistlib.dump(preferences, stream)
         os.rename(PREFERENCES + ".new", PREFERENCES)
 
+    @staticmethod
+    def switch(name, position):
+        """As a person does."""
+        subprocess.run([os.environ["KELDANECTL"], "config", "file-manager", name, position], check=True,
+                       capture_output=True)
+
     def file(self, name, state="not selected"):
-        path = os.path.join(self.files, name)
+        """The name may be bytes, which need not be UTF-8."""
+        path = os.path.join(self.files, os.fsdecode(name))
         with open(path, "w", encoding="utf-8") as stream:
             stream.write("x")
         self.states[path] = state
@@ -106,6 +114,12 @@ class StatusCase(unittest.TestCase):
             answer["backupDate"] = self.date
         return answer
 
+    def list(self, folder):
+        """Names that are no UTF-8 cannot be told."""
+        paths = [os.path.join(folder, name) for name in sorted(os.listdir(folder))]
+        return [self.node(path) for path in paths
+                if path not in self.hidden and not re.search("[\ud800-\udfff]", path)]
+
     def answer(self, function):
         def wait(*arguments):
             self.answering.wait(60)
@@ -115,9 +129,8 @@ class StatusCase(unittest.TestCase):
     def daemon(self):
         self.date = datetime.datetime(2026, 11, 20, 14, 0)
         daemon = RecordingDaemon(self.socket, {
-            LISTING: self.answer(lambda folder: [self.node(os.path.join(folder, name))
-                                                 for name in sorted(os.listdir(folder))]),
-            EACH: self.answer(lambda path, _: self.node(path)),
+            LISTING: self.answer(self.list),
+            EACH: self.answer(lambda path, _: None if path in self.hidden else self.node(path)),
             WITH_VERSIONS: self.answer(self.node),
             "daemonState": self.answer(lambda: {"statusString": f"State {self.number}"})})
         self.addCleanup(daemon.stop)
@@ -219,14 +232,61 @@ class Emblems(StatusCase):
         self.prefer(ShowEmblems="NO")
         self.shows()
 
-    def test_with_everything_off_nothing_is_asked(self):
+    def test_with_everything_off_nothing_is_asked_until_it_is_switched_on(self):
         self.file("letter.txt", "changed")
         daemon = self.daemon()
-        self.prefer(ShowEmblems="NO", ShowColumns="NO", ShowRestoreEntries="NO")
+        for name in ("emblems", "columns", "restore-entries"):
+            self.switch(name, "off")
         self.open()
         self.manager.cell("letter.txt")
         time.sleep(1)
         self.assertEqual(daemon.connections, 0)
+        self.switch("emblems", "on")
+        self.shows("changed")
+
+    def test_odd_names(self):
+        for name, state in (("new\nline & <b>%41.txt", "backed up"), ("x" * 251 + ".txt", "waiting"),
+                            (" \u05e9\u05dc\u05d5\u05dd ", "failed"), (b"caf\xe9.txt", "excluded"),
+                            ("caf\ufffd.txt", "not selected")):
+            self.file(name, state)
+        daemon = self.daemon()
+        self.open()
+        self.shows("backed up", "waiting", "failed")
+        asked = [frame.arguments[0] for frame in list(daemon.frames) if frame.selector in (LISTING, EACH)]
+        known = {self.files, *self.states, *(os.path.join(self.files, name) for name in os.listdir(self.files))}
+        self.assertLessEqual({path for path in asked if path.startswith(self.files)}, known)
+
+    def test_nothing_for_what_the_daemon_does_not_tell(self):
+        """As of another user's files."""
+        self.file("mine.txt", "changed")
+        self.hidden.add(self.file("theirs.txt", "failed"))
+        self.daemon()
+        self.open()
+        self.shows("changed")
+        time.sleep(1)
+        self.shows("changed")
+
+    def test_ten_thousand_files(self):
+        for number in range(10000):
+            self.file(f"{number:05}.txt", "changed")
+        self.daemon()
+        self.open()
+        self.shows("changed")
+        begin = time.monotonic()
+        self.manager.application.get_child_at_index(0).get_name()
+        self.assertLess(time.monotonic() - begin, 5)
+
+    def test_the_window_can_be_closed_while_a_folder_is_asked_about(self):
+        for number in range(100):
+            self.file(f"{number}.txt", "changed")
+        daemon = self.daemon()
+        self.answering.clear()
+        self.open()
+        desktop.eventually(lambda: {LISTING, EACH, "daemonState"} & set(daemon.selectors()), "the first question")
+        filemanagers.give_focus(MANAGER.name)
+        desktop.press("alt+F4")
+        desktop.eventually(lambda: not self.manager.program.is_running(), "the end of the file manager")
+        self.assertEqual(self.manager.program.process.returncode, 0)
 
     def test_nothing_for_what_was_thrown_away(self):
         path = self.file("letter.txt", "changed")
@@ -365,6 +425,26 @@ class Properties(StatusCase):
         self.assertEqual([frame.arguments for frame in daemon.frames if frame.selector.startswith("restoreFile:")],
                          [[self.path, "", 2, 0]])
 
+    @unittest.skipUnless(MANAGER.has_page_buttons and MANAGER.tells_of_properties, "there are no buttons to be found")
+    def test_all_that_can_be_worked_has_a_name_and_is_reached_by_keys(self):
+        daemon = self.daemon()
+        self.open_properties()
+        self.finds("2026-11-02 00:00")
+        page = next(node for node in desktop.walk(self.manager.application)
+                    if desktop.matches(node, filemanagers.TAB, "page tab"))
+        worked = [node for node in desktop.walk(page) if desktop.has_state(node, desktop.Atspi.StateType.FOCUSABLE)
+                  and desktop.has_state(node, desktop.Atspi.StateType.SHOWING)]
+        self.assertGreater(len(worked), 5)
+        self.assertEqual([node.get_role_name() for node in worked if not node.get_name()], [])
+        focused = desktop.FocusedNames()
+        self.addCleanup(focused.end)
+        def reached():
+            desktop.press("Tab")
+            return focused.next(1) == "Back Up Now"
+        desktop.eventually(reached, "the button")
+        desktop.press("space")
+        desktop.eventually(lambda: "setPriorityBackup:" in daemon.selectors(), "the command")
+
     @unittest.skipUnless(MANAGER.tells_of_properties, "what stands in its properties cannot be read")
     def test_without_a_daemon_the_page_says_so(self):
         self.open_properties()
@@ -385,7 +465,6 @@ class Properties(StatusCase):
         self.assertTrue(self.manager.program.is_running())
 
 
-@unittest.skipUnless(MANAGER.has_restore_entries, "it has no entries of the host's own")
 class RestoreEntries(StatusCase):
     """The restore window is a program that writes down how it was started."""
 
@@ -405,32 +484,12 @@ class RestoreEntries(StatusCase):
         with open(self.started, encoding="utf-8") as stream:
             return stream.read().splitlines()
 
-    def entry(self, title, open_menu):
-        """The entry of a menu, which may have to be opened more than once: what is not known yet is not offered."""
-        def offered():
-            open_menu()
-            end = time.monotonic() + 3
-            while time.monotonic() < end:
-                if found := desktop.find_now(self.manager.application, title, showing=MANAGER.tells_what_shows,
-                                             widest=filemanagers.WIDEST):
-                    return found
-                time.sleep(0.1)
-            self.manager.close_menu()
-            return None
-        return desktop.eventually(offered, f"the entry {title}")
-
-    def choose(self, entry):
-        if MANAGER.tells_what_shows:
-            desktop.click(entry)
-        else:
-            desktop.act(entry)
-
     def test_a_previous_version(self):
         path = self.file("letter 1.txt", "backed up")
         self.daemon()
         self.open(**self.environment)
         self.manager.select("letter 1.txt")
-        self.choose(self.entry("Restore Previous Version…", self.manager.open_menu))
+        self.manager.choose_own_entry(self.manager.own_entry("Restore Previous Version…", self.manager.open_menu))
         self.assertEqual(self.was_started(), ["--restore", path])
 
     def test_missing_files(self):
@@ -438,17 +497,38 @@ class RestoreEntries(StatusCase):
         self.daemon()
         self.open(**self.environment)
         self.manager.cell("letter.txt")
-        self.choose(self.entry("Restore Missing Files…", lambda: self.manager.open_background_menu("letter.txt")))
+        self.manager.choose_own_entry(self.manager.own_entry(
+            "Restore Missing Files…", lambda: self.manager.open_background_menu("letter.txt")))
         self.assertEqual(self.was_started(), ["--restore-missing", self.files])
 
     def test_nothing_is_offered_for_what_was_never_stored(self):
         self.file("letter.txt", "waiting")
         self.check_that_nothing_is_offered("waiting")
 
-    def test_it_can_be_switched_off(self):
-        self.file("letter.txt", "backed up")
-        self.prefer(ShowRestoreEntries="NO")
+    def test_they_can_be_switched_off_and_on(self):
+        path = self.file("letter.txt", "backed up")
+        self.switch("restore-entries", "off")
         self.check_that_nothing_is_offered("backed up")
+        self.manager.close_menu()
+        self.switch("restore-entries", "on")
+        self.manager.choose_own_entry(self.manager.own_entry("Restore Previous Version…", self.manager.open_menu))
+        self.assertEqual(self.was_started(), ["--restore", path])
+
+    @unittest.skipUnless(MANAGER.tells_what_shows and MANAGER.names_what_cannot_be_chosen, "its menus tell no focus")
+    def test_it_is_chosen_by_keys_alone(self):
+        path = self.file("letter.txt", "backed up")
+        self.daemon()
+        self.open(**self.environment)
+        self.manager.select("letter.txt")
+        self.manager.own_entry("Restore Previous Version…", self.manager.open_menu_by_keyboard)
+        focused = desktop.FocusedNames()
+        self.addCleanup(focused.end)
+        def reached():
+            desktop.press("Down")
+            return focused.next(1) == "Restore Previous Version…"
+        desktop.eventually(reached, "the entry")
+        desktop.press("Return")
+        self.assertEqual(self.was_started(), ["--restore", path])
 
     def check_that_nothing_is_offered(self, state):
         self.daemon()
@@ -458,8 +538,8 @@ class RestoreEntries(StatusCase):
         self.manager.select("letter.txt")
         self.manager.open_menu()
         desktop.eventually(self.manager.is_open, "the menu")
-        self.assertIsNone(desktop.find_now(self.manager.application, re.compile("^Restore Previous"), showing=False,
-                                           widest=filemanagers.WIDEST))
+        for title in ("Restore Previous Version…", "Restore Missing Files…"):
+            self.assertIsNone(self.manager.find_own_entry(title))
 
 
 if __name__ == "__main__":

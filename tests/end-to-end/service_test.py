@@ -3,6 +3,7 @@ administrator sets for it."""
 
 import json
 import os
+import plistlib
 import signal
 import subprocess
 import unittest
@@ -185,6 +186,19 @@ class Administered(ServiceCase):
         self.assertEqual(json.loads(self.ctl("config", "show", path, "--json")),
                          [{"name": "exclude", "value": self.place + "/Downloads", "fixed": False},
                           {"name": "automatic", "value": "0", "fixed": True}])
+
+    def test_config_file_manager(self):
+        show = lambda: json.loads(self.ctl("config", "file-manager", "--json"))
+        self.assertEqual(show(), {"emblems": True, "columns": True, "restore-entries": True})
+        self.assertEqual(self.ctl("config", "file-manager", "columns", "off"), "columns          off\n")
+        self.assertEqual(show(), {"emblems": True, "columns": False, "restore-entries": True})
+        with open(os.path.join(self.environment["XDG_CONFIG_HOME"], "com.keldane.preferences.plist"), "rb") as stream:
+            self.assertEqual(plistlib.load(stream), {"ShowColumns": "NO"})
+        self.ctl("config", "file-manager", "columns", "on")
+        self.assertEqual(self.ctl("config", "file-manager"),
+                         "emblems          on\ncolumns          on\nrestore-entries  on\n")
+        self.ctl("config", "file-manager", "sounds", "on", status=2)
+        self.ctl("config", "file-manager", "columns", "maybe", status=2)
 
     def test_a_daemon_does_what_the_administrator_wants(self):
         files = self.folder(".")

@@ -12,6 +12,7 @@
 #include "cli/Json.h"
 #include "clients/core/Printable.h"
 #include "clients/ctl/OwnerSession.h"
+#include "clients/ctl/administration/FileManagerCommand.h"
 #include "clients/ctl/administration/Metrics.h"
 #include "clients/ctl/commands/Commands.h"
 #include "clients/ctl/layout/Text.h"
@@ -129,7 +130,7 @@ void printMetrics(const Globals& globals, const std::string& file) {
 
 void addAdministrationCommands(CLI::App& app, Globals& globals) {
   CLI::App* config =
-      app.add_subcommand("config", tr("Check and show what the administrator wants (keldane.conf)"));
+      app.add_subcommand("config", tr("What the administrator wants (keldane.conf), and what file managers show"));
   config->require_subcommand(1);
   auto file = std::make_shared<std::string>(SystemConfig::kUsualFile);
   CLI::App* command = config->add_subcommand("check", tr("Say what is wrong with the file"));
@@ -139,6 +140,7 @@ void addAdministrationCommands(CLI::App& app, Globals& globals) {
   command->add_option("FILE", *file, tr("Another file"));
   CLI::Option* json = addFlag(*command, "--json", tr("Print JSON instead of text"));
   command->callback([file, json] { showConfig(*file, !json->empty()); });
+  addFileManagerCommand(*config);
 
   command = app.add_subcommand(
       "metrics", tr("Print the daemon's standing as OpenMetrics text, for a monitoring system"));

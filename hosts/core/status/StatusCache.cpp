@@ -1,6 +1,7 @@
 #include "hosts/core/status/StatusCache.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "platform/files/Path.h"
 
@@ -33,8 +34,36 @@ const FileStatus* StatusCache::find(const std::string& path) {
     }
     folder.queue.push_back(name);
   }
+  const bool isLate = entry.isKnown && !entry.isShown && entry.status != FileStatus() &&
+                      folder.files.size() > kSlowToOpen;
+  if (isLate) {
+    if (folder.late.empty()) {
+      folder.lateSince = Clock::now();
+    }
+    folder.late.push_back(name);
+  }
   entry.isShown = true;
-  return entry.isKnown ? &entry.status : nullptr;
+  return entry.isKnown && !isLate ? &entry.status : nullptr;
+}
+
+std::vector<std::string> StatusCache::takeLate(Clock::time_point now) {
+  std::vector<std::string> paths;
+  for (auto& [path, folder] : folders_) {
+    if (!folder.late.empty() && folder.lateSince + timing_.batchDelay <= now) {
+      for (const std::string& name : std::exchange(folder.late, {})) {
+        paths.push_back(appendPathComponent(path, name));
+      }
+    }
+  }
+  return paths;
+}
+
+void StatusCache::expect(const std::string& path) {
+  if (!folders_.contains(path)) {
+    Folder& folder = folderAt(path);
+    folder.used = ++uses_;
+    folder.isExpected = true;
+  }
 }
 
 StatusCache::Folder& StatusCache::folderAt(std::string_view path) {
@@ -90,6 +119,9 @@ StatusTiming::Duration StatusCache::rest(const Folder& folder, bool changed) con
 }
 
 StatusCache::Clock::time_point StatusCache::dueTime(const Folder& folder, Clock::time_point now) const {
+  if (folder.isExpected) {
+    return now;
+  }
   if (!folder.queue.empty()) {
     return folder.queuedAt + timing_.batchDelay;
   }
@@ -99,8 +131,11 @@ StatusCache::Clock::time_point StatusCache::dueTime(const Folder& folder, Clock:
 std::optional<StatusCache::Clock::time_point> StatusCache::nextDue(Clock::time_point now) const {
   std::optional<Clock::time_point> due;
   for (const auto& [path, folder] : folders_) {
-    const Clock::time_point time = std::max(now, dueTime(folder, now));
-    due = due ? std::min(*due, time) : time;
+    Clock::time_point time = dueTime(folder, now);
+    if (!folder.late.empty()) {
+      time = std::min(time, folder.lateSince + timing_.batchDelay);
+    }
+    due = std::min(due.value_or(Clock::time_point::max()), std::max(now, time));
   }
   return due;
 }
@@ -120,7 +155,8 @@ std::optional<StatusCache::Question> StatusCache::nextQuestion(Clock::time_point
   if (isForAll) {
     queueShown(folder);
   }
-  Question question{due->first, {}, mayBeListed && folder.queue.size() >= kWorthListing};
+  Question question{due->first, {}, mayBeListed && (folder.isExpected || folder.queue.size() >= kWorthListing)};
+  folder.isExpected = false;
   if (isForAll || question.whole) {
     folder.cost = {};
     folder.wasAsked = true;

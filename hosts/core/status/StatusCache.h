@@ -40,11 +40,17 @@ class StatusCache {
   static constexpr std::size_t kLargeFolder = 2'000;  ///< more entries are asked about less often
   static constexpr std::size_t kWorthListing = 16;    ///< from so many files on the whole folder is asked for
   static constexpr std::size_t kMostInABatch = 256;
+  static constexpr std::size_t kSlowToOpen = 1'000;  ///< a folder of more is opened first, and told of then
 
   explicit StatusCache(const StatusTiming& timing) : timing_(timing) {}
 
-  /// What is known of a file that is shown; null when it is to be asked about first, which is noted.
+  /// What is known of a file that is shown; null when it is to be asked about first, which is noted. Null as
+  /// well when a file of a large folder is shown for the first time: it is among the next `takeLate`.
   const FileStatus* find(const std::string& path);
+  /// The paths of what is to be shown though `find` has not told it, when they are due.
+  std::vector<std::string> takeLate(Clock::time_point now);
+  /// A folder is about to be shown: it is asked about as a whole, at once, unless it is known already.
+  void expect(const std::string& folder);
 
   /// What to ask the daemon next.
   struct Question {
@@ -100,8 +106,10 @@ class StatusCache {
     std::unordered_map<std::string, Entry, NameHash, std::equal_to<>> files;
     std::vector<std::string> queue;  // names to ask about
     Clock::time_point queuedAt{};    // the first of them
+    std::vector<std::string> late;   // names to tell of
+    Clock::time_point lateSince{};   // the first of them
     Clock::time_point askedAt{};     // when all was asked about last
-    bool wasAsked = false, isTooLarge = false;
+    bool wasAsked = false, isTooLarge = false, isExpected = false;
     StatusTiming::Duration cost{};
     std::uint64_t stateSeen = 0, used = 0;
   };

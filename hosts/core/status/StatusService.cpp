@@ -13,6 +13,8 @@ void StatusService::setListener(Listener listener) { worker_->setListener(std::m
 
 std::optional<FileStatus> StatusService::statusOf(const std::string& path) { return worker_->statusOf(path); }
 
+void StatusService::expect(const std::string& folder) { worker_->expect(folder); }
+
 void StatusService::commandWasGiven(const std::vector<std::string>& paths) {
   worker_->commandWasGiven(paths);
 }

@@ -37,6 +37,8 @@ class StatusService {
   /// What is known of a file that is shown, by its absolute UTF-8 path. Nothing when it has to be asked for;
   /// the listener is told when there is something to show.
   std::optional<FileStatus> statusOf(const std::string& path);
+  /// A folder is about to be shown, so that what it has is known when it is asked for.
+  void expect(const std::string& folder);
   /// A person gave the daemon a command for these: they are looked at again at once, and some times more
   /// within the next seconds.
   void commandWasGiven(const std::vector<std::string>& paths);

@@ -65,10 +65,25 @@ std::optional<FileStatus> StatusService::Worker::statusOf(const std::string& pat
   const std::lock_guard guard(mutex_);
   const FileStatus* known = cache_.find(path);
   if (known == nullptr) {
-    startOnce();
+    startOrWake();
     return std::nullopt;
   }
   return *known;
+}
+
+// A folder's files are asked about one after the other; the thread is not woken for each of them.
+void StatusService::Worker::startOrWake() {
+  const Clock::time_point now = Clock::now();
+  if (!isRunning_ || (wakesAt_ > now && wakeTime(now) < wakesAt_)) {
+    wakesAt_ = now;
+    startOnce();
+  }
+}
+
+void StatusService::Worker::expect(const std::string& folder) {
+  const std::lock_guard guard(mutex_);
+  cache_.expect(folder);
+  startOrWake();
 }
 
 void StatusService::Worker::commandWasGiven(const std::vector<std::string>& paths) {
@@ -176,15 +191,18 @@ void StatusService::Worker::serve() {
 bool StatusService::Worker::step() {
   bool hasTasks = false;
   bool isOpen = false;
+  std::vector<std::string> late;
   {
     std::unique_lock guard(mutex_);
     waitForWork(guard);
     if (isEnding_) {
       return false;
     }
+    late = cache_.takeLate(Clock::now());
     hasTasks = !tasks_.empty();
     isOpen = !cache_.isEmpty();
   }
+  tell(std::move(late));
   if (!isOpen && !hasTasks) {
     link_.close();
     isUntried_ = false;
@@ -197,7 +215,6 @@ bool StatusService::Worker::step() {
   if (!isOpen || !isConnected) {
     return true;
   }
-  lookAtState();
   std::optional<StatusCache::Question> question;
   {
     const std::lock_guard guard(mutex_);
@@ -207,6 +224,7 @@ bool StatusService::Worker::step() {
   if (question) {
     ask(std::move(*question));
   }
+  lookAtState();
   return true;
 }
 
@@ -218,8 +236,10 @@ void StatusService::Worker::waitForWork(std::unique_lock<std::mutex>& guard) {
       if (time <= now) {
         return;
       }
+      wakesAt_ = time;
       changed_.wait_until(guard, time);
     } else if (link_.isAtEnd()) {
+      wakesAt_ = Clock::time_point::max();
       changed_.wait(guard);
     } else {
       return;  // to leave the daemon

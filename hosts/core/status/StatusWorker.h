@@ -29,6 +29,7 @@ class StatusService::Worker : public std::enable_shared_from_this<StatusService:
   void end();
   void setListener(Listener listener);
   std::optional<FileStatus> statusOf(const std::string& path);
+  void expect(const std::string& folder);
   void commandWasGiven(const std::vector<std::string>& paths);
   void perform(Task task);
   void lookAfter();
@@ -45,6 +46,7 @@ class StatusService::Worker : public std::enable_shared_from_this<StatusService:
 
   // --- Under the mutex ---
   void startOnce();
+  void startOrWake();
   Clock::time_point wakeTime(Clock::time_point now) const;
   void hurryWhatIsDue(Clock::time_point now);
 
@@ -78,6 +80,7 @@ class StatusService::Worker : public std::enable_shared_from_this<StatusService:
   std::optional<Clock::time_point> busySince_;  // a call is under way
   bool isSilent_ = false;                       // it has been for long, and nothing is shown any more
   bool isRunning_ = false, isEnding_ = false;
+  Clock::time_point wakesAt_{};  // the thread, when it sleeps
 
   std::string socketPath_;
   DaemonLink link_;

@@ -32,7 +32,8 @@ OverviewPage::OverviewPage(DaemonDesk& desk, AlertKeeper& alerts, Ways ways)
           [this](bool on) { desk_.perform([on](DaemonSession& session) { session.setLowPriority(on); }); },
       }),
       failuresBox_(Gtk::Orientation::VERTICAL, kGap),
-      alerts_(alerts) {
+      alerts_(alerts),
+      fileManagerPane_(desk) {
   setMargin(content_, 2 * kGap);
   icon_.set_pixel_size(kIconSize);
   icon_.set_valign(Gtk::Align::START);
@@ -50,6 +51,8 @@ OverviewPage::OverviewPage(DaemonDesk& desk, AlertKeeper& alerts, Ways ways)
   content_.append(*Gtk::make_managed<Gtk::Separator>());
   content_.append(statusPane_);
   addFailures();
+  content_.append(*Gtk::make_managed<Gtk::Separator>());
+  content_.append(fileManagerPane_);
   set_child(content_);
   set_policy(Gtk::PolicyType::AUTOMATIC, Gtk::PolicyType::AUTOMATIC);
 }

@@ -1,4 +1,4 @@
-// How the backup stands, what it does, and what could not be backed up.
+// How the backup stands, what it does, what could not be backed up, and what file managers show of it.
 #pragma once
 
 #include <gtkmm/box.h>
@@ -16,6 +16,7 @@
 
 #include "clients/preferences/window/DaemonDesk.h"
 #include "clients/preferences/window/overview/AlertsPane.h"
+#include "clients/preferences/window/overview/FileManagerPane.h"
 #include "clients/preferences/window/overview/StatusPane.h"
 #include "clients/preferences/words/Headline.h"
 
@@ -62,6 +63,7 @@ class OverviewPage : public Gtk::ScrolledWindow {
   Gtk::Label failuresTitle_, failuresMore_;
   Gtk::ListBox failures_;
   AlertsPane alerts_;
+  FileManagerPane fileManagerPane_;
 };
 
 }  // namespace keldane

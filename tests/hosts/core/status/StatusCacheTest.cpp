@@ -66,9 +66,9 @@ TEST_F(StatusCacheTest, ListsAFolderOfManyAndKnowsTheOthersBeforeTheyAreAskedFor
   const auto question = cache_.nextQuestion(soon_);
   ASSERT_TRUE(question && question->whole);
   show(50, 100);  // while the daemon answers
-  EXPECT_EQ(cache_.keep(*question, answer(1000, kBackedUp), 1ms).size(), 150U);
+  EXPECT_EQ(cache_.keep(*question, answer(200, kBackedUp), 1ms).size(), 150U);
   EXPECT_FALSE(cache_.nextQuestion(soon_)) << "those that came meanwhile are known as well";
-  EXPECT_EQ(*cache_.find("/f/999"), kBackedUp);
+  EXPECT_EQ(*cache_.find("/f/199"), kBackedUp);
 }
 
 TEST_F(StatusCacheTest, TellsOnlyWhatHasChanged) {
@@ -81,6 +81,39 @@ TEST_F(StatusCacheTest, TellsOnlyWhatHasChanged) {
   const auto question = cache_.nextQuestion(soon_ + 2 * timing_.unchanged);
   ASSERT_TRUE(question);
   EXPECT_EQ(cache_.keep(*question, other, 1ms), (std::vector<std::string>{"/f/7"}));
+}
+
+TEST_F(StatusCacheTest, ListsAFolderThatIsAboutToBeShownWithoutWaiting) {
+  cache_.expect("/f");
+  const Clock::time_point now = Clock::now();
+  EXPECT_EQ(cache_.nextDue(now), now);
+  const auto question = cache_.nextQuestion(now);
+  ASSERT_TRUE(question && question->whole);
+  EXPECT_TRUE(cache_.keep(*question, answer(3, kBackedUp), 1ms).empty()) << "nothing is shown yet";
+  ASSERT_NE(cache_.find("/f/2"), nullptr);
+  EXPECT_EQ(*cache_.find("/f/2"), kBackedUp);
+  cache_.expect("/f");
+  EXPECT_FALSE(cache_.nextQuestion(now)) << "it is known";
+}
+
+TEST_F(StatusCacheTest, LetsALargeFolderOpenBeforeItTellsWhatItKnows) {
+  show(20);
+  answerNext(soon_, 2000, kBackedUp);
+  EXPECT_EQ(cache_.find("/f/1900"), nullptr) << "it is known, and to be told a moment later";
+  EXPECT_EQ(cache_.find("/f/1901"), nullptr);
+  EXPECT_TRUE(cache_.takeLate(Clock::now() - 1s).empty()) << "not yet";
+  const Clock::time_point now = Clock::now();
+  EXPECT_LE(*cache_.nextDue(now), now + timing_.batchDelay);
+  EXPECT_EQ(cache_.takeLate(soon_), (std::vector<std::string>{"/f/1900", "/f/1901"}));
+  EXPECT_TRUE(cache_.takeLate(soon_).empty());
+  EXPECT_EQ(*cache_.find("/f/1900"), kBackedUp) << "whoever is told asks again";
+}
+
+TEST_F(StatusCacheTest, TellsWhatItKnowsOfASmallerFolderAtOnce) {
+  show(20);
+  answerNext(soon_, 900, kBackedUp);
+  ASSERT_NE(cache_.find("/f/899"), nullptr);
+  EXPECT_EQ(*cache_.find("/f/899"), kBackedUp);
 }
 
 TEST_F(StatusCacheTest, LooksSoonerWhenTheStateHasChanged) {
