@@ -44,8 +44,8 @@ void showSwitches(const std::string& name, bool json) {
 void setSwitch(const SwitchRequest& request) {
   for (const FileManagerSwitch& each : kFileManagerSwitches) {
     if (request.name == each.name && !each.set(request.state == "on")) {
-      throw CommandFailure(kNotTaken, "The preferences " + printable(FileManagerOptions::file()) +
-                                          " cannot be written.");
+      throw CommandFailure(
+          kNotTaken, "The preferences " + printable(FileManagerOptions::file()) + " cannot be written.");
     }
   }
 }
