@@ -62,6 +62,7 @@ BackupPage::BackupPage(std::string path, QWidget* parent)
   column->addWidget(versions_);
   makeButtons();
   column->addWidget(message_);
+  tell({});
   details_.rows = {{keldane::tr("Status"), keldane::tr("Asking the backup daemon…")}};
   showRows();
   enableButtons();
@@ -165,11 +166,16 @@ void BackupPage::enableButtons() {
   restoreTo_->setEnabled(canRestore);
 }
 
+void BackupPage::tell(const std::string& sentence) {
+  message_->setText(QString::fromStdString(sentence));
+  message_->setVisible(!sentence.empty());  // else the keys lead to nothing
+}
+
 void BackupPage::backUp() {
   ask([path = path_,
        isFolder = details_.isFolder](DaemonLink* link) { return keldane::backUpNow(link, path, isFolder); },
       [](BackupPage& page, const std::string& sentence) {
-        page.message_->setText(QString::fromStdString(sentence));
+        page.tell(sentence);
         page.refresh();
       });
 }
@@ -188,7 +194,7 @@ void BackupPage::restoreTo(const QString& folder) {
   ask([path = path_, version, place = folder.toStdString()](
           DaemonLink* link) { return keldane::startRestore(link, path, version, place); },
       [](BackupPage& page, const keldane::StartedRestore& started) {
-        page.message_->setText(QString::fromStdString(started.sentence));
+        page.tell(started.sentence);
         page.job_ = started.job;
         page.enableButtons();
         page.lookAtRestore();
@@ -202,7 +208,7 @@ void BackupPage::lookAtRestore() {
   ask([job = job_](DaemonLink* link) { return keldane::restoreResult(link, job); },
       [](BackupPage& page, const std::string& result) {
         if (!result.empty()) {
-          page.message_->setText(QString::fromStdString(result));
+          page.tell(result);
           page.job_ = 0;
           page.enableButtons();
         }

@@ -29,6 +29,7 @@ class BackupPage : public QWidget {
   void showVersions();
   void enableButtons();
   std::uint32_t chosenVersion() const;
+  void tell(const std::string& sentence);
   void backUp();
   void restoreElsewhere();
   void restoreTo(const QString& folder);

@@ -102,6 +102,7 @@ BackupPage::BackupPage(std::string path)
   showRows();
   enableButtons();
   gtk_widget_show_all(box_);
+  tell({});
   refresh();
   timer_ = g_timeout_add_seconds(
       kRefresh,
@@ -130,6 +131,7 @@ void BackupPage::makeVersionList() {
   GtkWidget* around = gtk_scrolled_window_new(nullptr, nullptr);
   gtk_scrolled_window_set_shadow_type(GTK_SCROLLED_WINDOW(around), GTK_SHADOW_IN);
   gtk_scrolled_window_set_min_content_height(GTK_SCROLLED_WINDOW(around), kListHeight);
+  giveName(around, "Stored versions");
   gtk_container_add(GTK_CONTAINER(around), list_);
   gtk_box_pack_start(GTK_BOX(box_), around, TRUE, TRUE, 0);
   g_signal_connect_swapped(gtk_tree_view_get_selection(GTK_TREE_VIEW(list_)), "changed",
@@ -258,6 +260,7 @@ void BackupPage::enableButtons() {
 
 void BackupPage::tell(const std::string& sentence) {
   gtk_label_set_text(GTK_LABEL(message_), sentence.c_str());
+  gtk_widget_set_visible(message_, sentence.empty() ? FALSE : TRUE);  // else the keys lead to nothing
 }
 
 void BackupPage::backUp() {

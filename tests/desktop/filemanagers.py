@@ -52,6 +52,7 @@ class FileManager:
     has_page_buttons = True  # in its properties
     tells_of_properties = True  # on the accessibility bus
     tells_what_shows = True  # on the accessibility bus
+    follows_switches_after = 0  # seconds at most; it looks at them from time to time
     names_headers = True  # of columns, likewise
     viewer = None  # the settings that say how a folder is shown, where that is not as a list
     columns = None  # the settings that say which columns a list has, where extensions can have some
@@ -369,6 +370,7 @@ class Dolphin(FileManager):
 
     name = "dolphin"
     tells_of_properties = False
+    follows_switches_after = 6
     fills_open_menus = True
     has_separators = False
     names_what_cannot_be_chosen = False

@@ -12,10 +12,10 @@
 namespace keldane {
 
 /// Paths of files that are to be drawn anew. What a file manager does for one of them, often some moments
-/// later, takes the window's thread a good part of a millisecond, so ten thousand at once would hold it up for
-/// seconds. Here the thread takes as many as leave it most of its time for everything else, and none while it
-/// is busy anyway, as when it still opens the folder. What stands first by its name is drawn first. A few
-/// files, such as those of a command, go ahead of all.
+/// later, takes the window's thread a good part of a millisecond, so ten thousand at once would hold it up
+/// for seconds. Here the thread takes as many as leave it most of its time for everything else, and none
+/// while it is busy anyway, as when it still opens the folder. What stands first by its name is drawn first.
+/// A few files, such as those of a command, go ahead of all.
 ///
 /// `add` and `clear` may be called on any thread, the rest on the window's.
 class ChangeQueue {

@@ -34,8 +34,8 @@ const FileStatus* StatusCache::find(const std::string& path) {
     }
     folder.queue.push_back(name);
   }
-  const bool isLate = entry.isKnown && !entry.isShown && entry.status != FileStatus() &&
-                      folder.files.size() > kSlowToOpen;
+  const bool isLate =
+      entry.isKnown && !entry.isShown && entry.status != FileStatus() && folder.files.size() > kSlowToOpen;
   if (isLate) {
     if (folder.late.empty()) {
       folder.lateSince = Clock::now();
@@ -155,7 +155,8 @@ std::optional<StatusCache::Question> StatusCache::nextQuestion(Clock::time_point
   if (isForAll) {
     queueShown(folder);
   }
-  Question question{due->first, {}, mayBeListed && (folder.isExpected || folder.queue.size() >= kWorthListing)};
+  Question question{
+      due->first, {}, mayBeListed && (folder.isExpected || folder.queue.size() >= kWorthListing)};
   folder.isExpected = false;
   if (isForAll || question.whole) {
     folder.cost = {};
