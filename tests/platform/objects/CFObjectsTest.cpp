@@ -43,6 +43,18 @@ TEST(CFObjects, NullIsAcceptedEverywhere) {
   EXPECT_EQ(CFUUIDGetUUIDBytes(nullptr).bytes[0], 0);
 }
 
+TEST(CFObjects, AUUIDIsReadFromHexadecimalDigitsInEitherCaseOnly) {
+  const CFOwner<CFUUIDRef> id(uuid("09afAF00-0000-0000-0000-000000000000"));
+  ASSERT_NE(id.get(), nullptr);
+  EXPECT_EQ(CFUUIDGetUUIDBytes(id.get()).bytes[0], 0x09);
+  EXPECT_EQ(CFUUIDGetUUIDBytes(id.get()).bytes[1], 0xAF);
+  EXPECT_EQ(CFUUIDGetUUIDBytes(id.get()).bytes[2], 0xAF);
+  for (const char* digit : {"/", ":", "@", "G", "`", "g", "-", "\x80"}) {
+    EXPECT_EQ(uuid(std::string("0") + digit + "000000-0000-0000-0000-000000000000"), nullptr) << digit;
+  }
+  EXPECT_EQ(uuid("00000000000000000000-0000-000000000000"), nullptr);
+}
+
 TEST(CFObjects, AreEqualByKindAndContent) {
   const CFOwner<CFStringRef> a(string("same"));
   const CFOwner<CFStringRef> b(string("same"));
