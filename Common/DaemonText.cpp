@@ -124,6 +124,19 @@ constexpr KnownText kDaemonTexts[] = {
     known("A passphrase is one line that neither begins nor ends with a blank."),
     known("Nothing was named that could be restored."),
     known("The target is no usable path."),
+    // Changes of the key and of the place.
+    known("The new key is in use, but the former one still opens the backup. It is taken out of use when the "
+          "daemon begins the next time. %s"),
+    known("The repository does not tell which of its keys is in use."),
+    known("The backup is just being moved to another place."),
+    known("The backup is kept there already."),
+    known("Not every version has come along. The backup stays where it is."),
+    knownWithNames("Both places need the option %s, with another value each. What is stored cannot be copied "
+                   "between them."),
+    knownWithNames(
+        "Both places need %s, with another value each, and one run of the storage program has room "
+        "for only one. What is stored cannot be copied between them."),
+    known("The path of the folder is not usable."),
     // Restores.
     knownWithNames("%s is not restored: the job was cancelled."),
     knownWithNames("%s is not restored: it is not in the snapshot that should have it."),

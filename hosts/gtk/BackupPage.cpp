@@ -131,7 +131,7 @@ void BackupPage::makeVersionList() {
   GtkWidget* around = gtk_scrolled_window_new(nullptr, nullptr);
   gtk_scrolled_window_set_shadow_type(GTK_SCROLLED_WINDOW(around), GTK_SHADOW_IN);
   gtk_scrolled_window_set_min_content_height(GTK_SCROLLED_WINDOW(around), kListHeight);
-  giveName(around, "Stored versions");
+  giveName(around, tr("Stored versions"));
   gtk_container_add(GTK_CONTAINER(around), list_);
   gtk_box_pack_start(GTK_BOX(box_), around, TRUE, TRUE, 0);
   g_signal_connect_swapped(gtk_tree_view_get_selection(GTK_TREE_VIEW(list_)), "changed",

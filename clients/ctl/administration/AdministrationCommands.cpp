@@ -129,8 +129,8 @@ void printMetrics(const Globals& globals, const std::string& file) {
 }  // namespace
 
 void addAdministrationCommands(CLI::App& app, Globals& globals) {
-  CLI::App* config =
-      app.add_subcommand("config", tr("What the administrator wants (keldane.conf), and what file managers show"));
+  CLI::App* config = app.add_subcommand(
+      "config", tr("What the administrator wants (keldane.conf), and what file managers show"));
   config->require_subcommand(1);
   auto file = std::make_shared<std::string>(SystemConfig::kUsualFile);
   CLI::App* command = config->add_subcommand("check", tr("Say what is wrong with the file"));

@@ -46,7 +46,7 @@ void setSwitch(const SwitchRequest& request) {
   for (const FileManagerSwitch& each : kFileManagerSwitches) {
     if (request.name == each.name && !each.set(request.state == "on")) {
       throw CommandFailure(kNotTaken, filled(tr("The preferences %s cannot be written."),
-                                               printable(FileManagerOptions::file())));
+                                             printable(FileManagerOptions::file())));
     }
   }
 }
@@ -63,7 +63,9 @@ void addFileManagerCommand(CLI::App& config) {
   }
   CLI::Option* name = command->add_option("SWITCH", request->name, tr("What it is about; all without it"))
                           ->check(CLI::IsMember(names));
-  command->add_option("STATE", request->state, tr("on or off"))->needs(name)->check(CLI::IsMember({"on", "off"}));
+  command->add_option("STATE", request->state, tr("on or off"))
+      ->needs(name)
+      ->check(CLI::IsMember({"on", "off"}));
   CLI::Option* json = addFlag(*command, "--json", tr("Print JSON instead of text"));
   command->callback([request, json] {
     if (!request->state.empty()) {

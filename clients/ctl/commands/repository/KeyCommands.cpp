@@ -107,7 +107,8 @@ void addPassphrase(const Globals& globals, const std::string& file) {
 
 void changeKey(const Globals& globals) {
   OwnerSession(globals).askForLong("changeKey:", {});
-  std::cout << "A new key opens the repository, and the former one no longer does. Make new copies of it.\n";
+  std::cout << tr("A new key opens the repository, and the former one no longer does. Make new copies of it.")
+            << '\n';
 }
 
 }  // namespace
@@ -145,11 +146,11 @@ void addKeyCommands(CLI::App& app, Globals& globals) {
       ->type_name("FILE");
   command->callback([&globals, from] { addPassphrase(globals, *from); });
 
-  command = key->add_subcommand("change", "Make a new key and take the present one out of use");
+  command = key->add_subcommand("change", tr("Make a new key and take the present one out of use"));
   command->footer(
-      "What is stored is not encrypted anew: who has the present key and a copy of the repository made so "
-      "far "
-      "can still read that copy.");
+      tr("What is stored is not encrypted anew: who has the present key and a copy of the repository made so "
+         "far "
+         "can still read that copy."));
   command->callback([&globals] { changeKey(globals); });
 }
 

@@ -11,6 +11,7 @@
 #include "clients/ctl/setup/Place.h"
 #include "clients/ctl/terminal/Interrupt.h"
 #include "clients/ctl/terminal/Terminal.h"
+#include "platform/text/Translation.h"
 
 namespace keldane {
 
@@ -21,13 +22,14 @@ constexpr std::chrono::milliseconds kMoveInterval{500};
 std::string progressText(const PropertyList& report) {
   const std::string_view status = report["status"].string();
   if (status == "checking") {
-    return "Checking the copy";
+    return tr("Checking the copy");
   }
   if (status == "switching") {
-    return "Copying what has come meanwhile";
+    return tr("Copying what has come meanwhile");
   }
-  return "Copying what is stored: " + countText(report["done"].unsignedLongLongValue()) + " of " +
-         countText(report["all"].unsignedLongLongValue()) + " versions";
+  return filled(tr("Copying what is stored: %s of %s versions"),
+                countText(report["done"].unsignedLongLongValue()),
+                countText(report["all"].unsignedLongLongValue()));
 }
 
 /// Waits until the daemon has answered. The first Ctrl-C cancels the move, whose end is then waited for.
@@ -52,7 +54,7 @@ void follow(const Globals& globals, const std::future<PropertyList>& answer) {
 
 void moveRepository(const Globals& globals, const PlaceOptions& options) {
   if (!options.isGiven()) {
-    throw CommandFailure(kUsage, "Please name the new place, or a file with it by --location-file.");
+    throw CommandFailure(kUsage, tr("Please name the new place, or a file with it by --location-file."));
   }
   PropertyList::Entries request = options.place().request();
   const std::string former(OwnerSession(globals).ask("repository:")["location"].string());
@@ -61,21 +63,26 @@ void moveRepository(const Globals& globals, const PlaceOptions& options) {
   });
   follow(globals, answer);
   answer.get();
-  std::cout << "The backup is kept at the new place now, with all its versions. What is at "
-            << printable(former) << " is left as it was.\n";
+  std::cout
+      << filled(
+             tr("The backup is kept at the new place now, with all its versions. What is at %s is left as it "
+                "was."),
+             printable(former))
+      << '\n';
 }
 
 }  // namespace
 
 void addMoveCommand(CLI::App& repository, Globals& globals) {
   CLI::App* command = repository.add_subcommand(
-      "move", "Copy all that is stored to another place, check the copy, and go on there");
+      "move", tr("Copy all that is stored to another place, check the copy, and go on there"));
   auto options = std::make_shared<PlaceOptions>();
-  command->add_option("LOCATION", options->location,
-                      "A folder, or sftp:user@host:folder, rest:https://host/, s3:host/bucket and others of "
-                      "restic");
+  command->add_option(
+      "LOCATION", options->location,
+      tr("A folder, or sftp:user@host:folder, rest:https://host/, s3:host/bucket and others of "
+         "restic"));
   options->addTo(*command);
-  command->footer("The first Ctrl-C cancels the move. The former place is left as it is.");
+  command->footer(tr("The first Ctrl-C cancels the move. The former place is left as it is."));
   command->callback([&globals, options] { moveRepository(globals, *options); });
 }
 
