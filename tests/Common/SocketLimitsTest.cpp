@@ -63,6 +63,24 @@ TEST_F(SocketLimitsTest, TheTimeOfAMessageBeginsWithItsFirstByteWhereverThatCame
   EXPECT_EQ(data->all(), (testing::Messages{{1, "whole"}, {kLinkFailed, "(none)"}}));
 }
 
+TEST_F(SocketLimitsTest, AMessageBeyondTheLongestFailsTheLinkWithALine) {
+  gLoggingEnabled = true;
+  const testing::LogCapture log;
+  server_->limits.longestMessage = 5;
+  listen();
+  RawConnection peer = connect();
+  const auto data = std::make_shared<testing::DataDelegate>();
+  child()->setDataDelegate(data);
+  peer.write(RawConnection::frame(1, "12345"));
+  ASSERT_TRUE(data->waitFor(1));
+  EXPECT_FALSE(log.has("KeldaneSocket A message is too long"));
+  peer.write(RawConnection::frame(1, "123456"));
+  ASSERT_TRUE(data->waitFor(2));
+  EXPECT_EQ(data->all()[0], (std::pair<std::int32_t, std::string>{1, "12345"}));
+  EXPECT_EQ(data->all()[1].first, kLinkFailed);
+  EXPECT_TRUE(log.has("KeldaneSocket A message is too long"));
+}
+
 TEST_F(SocketLimitsTest, WhoIsTurnedAwayIsClosedAndNeverCreated) {
   server_->turnsAway = true;
   listen();
