@@ -59,7 +59,7 @@ std::optional<keldane::FileStatus> SharedStatus::statusOf(const QUrl& url) {
 
 // The folder's own status is what the menu on its background needs at once.
 void SharedStatus::hold(const std::string& folder) {
-  if (++held_[folder] == 1) {
+  if (++held_[folder] == 1 && (options_.needStatus() || options_.restoreEntries)) {
     service_.statusOf(folder);
   }
   if (timer_ == 0) {

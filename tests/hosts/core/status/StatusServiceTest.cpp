@@ -130,6 +130,15 @@ TEST_F(StatusServiceTest, AsksForAFolderOnce) {
   EXPECT_EQ(daemon_->clients(), 1U);
 }
 
+TEST_F(StatusServiceTest, KnowsAFolderThatIsAboutToBeShownWithoutItsFilesBeingAskedAbout) {
+  listen();
+  service().expect("/f");
+  ASSERT_TRUE(eventually([&] { return daemon_->count("daemonState") > 0; })) << "it follows the listing";
+  EXPECT_EQ(daemon_->count(kListing), 1U);
+  EXPECT_EQ(text("/f/7"), "State 1") << "at the first question";
+  EXPECT_EQ(daemon_->count(kQuestion), 0U);
+}
+
 TEST_F(StatusServiceTest, SeesWhatChangesWithTheDaemonsState) {
   listen();
   service().statusOf("/f/a");
