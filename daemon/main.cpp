@@ -1,6 +1,6 @@
 // keldaned: the backup daemon.
 #include "daemon/Program.h"
-#include "daemon/engine/ResticEngine.h"
+#include "daemon/engine/restic/ResticEngine.h"
 
 int main(int argc, char** argv) {
   return keldane::runDaemon(argc, argv, [](const keldane::RepositoryFiles& files) {

@@ -6,7 +6,7 @@
 #include "Common/FileNode.h"
 #include "daemon/ByteSum.h"
 #include "daemon/owner/RepositoryCall.h"
-#include "daemon/restore/RestoreTargets.h"
+#include "daemon/restore/users/RestoreTargets.h"
 #include "daemon/rules/IgnoreList.h"
 #include "platform/files/Path.h"
 #include "platform/text/Unicode.h"

@@ -12,7 +12,7 @@
 
 #include "daemon/engine/BackupEngine.h"
 #include "daemon/engine/RepositoryConfig.h"
-#include "daemon/restore/Conflict.h"
+#include "daemon/restore/placing/Conflict.h"
 #include "daemon/store/Store.h"
 
 namespace keldane {

@@ -7,8 +7,8 @@
 #include <filesystem>
 #include <system_error>
 
-#include "daemon/restore/Stager.h"
-#include "daemon/restore/StagingWatch.h"
+#include "daemon/restore/staging/Stager.h"
+#include "daemon/restore/staging/StagingWatch.h"
 #include "platform/files/Path.h"
 
 namespace keldane {

@@ -6,12 +6,12 @@
 #include <string>
 #include <vector>
 
-#include "daemon/restore/Placer.h"
 #include "daemon/restore/RestorePlan.h"
 #include "daemon/restore/RestoreRecords.h"
-#include "daemon/restore/RestoreTargets.h"
-#include "daemon/restore/Staging.h"
-#include "daemon/restore/UserTarget.h"
+#include "daemon/restore/placing/Placer.h"
+#include "daemon/restore/staging/Staging.h"
+#include "daemon/restore/users/RestoreTargets.h"
+#include "daemon/restore/users/UserTarget.h"
 
 namespace keldane {
 

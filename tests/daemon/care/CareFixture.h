@@ -10,7 +10,7 @@
 
 #include "daemon/backup/BatchRun.h"
 #include "daemon/care/RepositoryCare.h"
-#include "daemon/engine/ResticEngine.h"
+#include "daemon/engine/restic/ResticEngine.h"
 #include "platform/files/Descriptor.h"
 #include "tests/support/QuickRepository.h"
 #include "tests/support/TemporaryFolder.h"

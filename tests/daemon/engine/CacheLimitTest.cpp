@@ -1,4 +1,4 @@
-#include "daemon/engine/CacheLimit.h"
+#include "daemon/engine/restic/CacheLimit.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

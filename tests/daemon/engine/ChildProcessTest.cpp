@@ -1,4 +1,4 @@
-#include "daemon/engine/ChildProcess.h"
+#include "daemon/engine/process/ChildProcess.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>

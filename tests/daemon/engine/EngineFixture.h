@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "daemon/engine/ResticEngine.h"
+#include "daemon/engine/restic/ResticEngine.h"
 #include "platform/files/Descriptor.h"
 #include "tests/support/QuickRepository.h"
 #include "tests/support/TemporaryFolder.h"

@@ -1,4 +1,4 @@
-#include "daemon/engine/Glob.h"
+#include "daemon/engine/restic/Glob.h"
 
 #include <gtest/gtest.h>
 

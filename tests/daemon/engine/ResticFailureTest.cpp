@@ -1,4 +1,4 @@
-#include "daemon/engine/ResticFailure.h"
+#include "daemon/engine/restic/ResticFailure.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "daemon/engine/ResticLines.h"
+#include "daemon/engine/restic/ResticLines.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "daemon/engine/ResticOutput.h"
+#include "daemon/engine/restic/ResticOutput.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

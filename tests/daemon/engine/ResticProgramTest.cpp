@@ -1,4 +1,4 @@
-#include "daemon/engine/ResticProgram.h"
+#include "daemon/engine/restic/ResticProgram.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #include <sys/xattr.h>
 
-#include "daemon/engine/ResticEngine.h"
+#include "daemon/engine/restic/ResticEngine.h"
 #include "tests/daemon/engine/EngineFixture.h"
 
 namespace keldane::testing {

@@ -1,4 +1,4 @@
-#include "daemon/engine/ResticEngine.h"
+#include "daemon/engine/restic/ResticEngine.h"
 #include "tests/daemon/engine/EngineFixture.h"
 
 namespace keldane::testing {

@@ -3,7 +3,7 @@
 
 #include <future>
 
-#include "daemon/engine/ResticEngine.h"
+#include "daemon/engine/restic/ResticEngine.h"
 #include "tests/daemon/engine/EngineFixture.h"
 
 namespace keldane::testing {

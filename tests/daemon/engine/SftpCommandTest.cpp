@@ -1,4 +1,4 @@
-#include "daemon/engine/SftpCommand.h"
+#include "daemon/engine/restic/SftpCommand.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

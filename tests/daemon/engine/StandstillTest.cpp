@@ -1,4 +1,4 @@
-#include "daemon/engine/Standstill.h"
+#include "daemon/engine/process/Standstill.h"
 
 #include <gtest/gtest.h>
 

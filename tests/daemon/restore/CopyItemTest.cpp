@@ -1,4 +1,4 @@
-#include "daemon/restore/CopyItem.h"
+#include "daemon/restore/placing/CopyItem.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>

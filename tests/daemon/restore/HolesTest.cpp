@@ -1,4 +1,4 @@
-#include "daemon/restore/Holes.h"
+#include "daemon/restore/placing/Holes.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

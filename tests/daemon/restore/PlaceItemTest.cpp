@@ -1,4 +1,4 @@
-#include "daemon/restore/PlaceItem.h"
+#include "daemon/restore/placing/PlaceItem.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

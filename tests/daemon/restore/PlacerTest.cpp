@@ -1,4 +1,4 @@
-#include "daemon/restore/Placer.h"
+#include "daemon/restore/placing/Placer.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>

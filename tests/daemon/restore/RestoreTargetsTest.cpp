@@ -1,4 +1,4 @@
-#include "daemon/restore/RestoreTargets.h"
+#include "daemon/restore/users/RestoreTargets.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "daemon/restore/StagedFolder.h"
+#include "daemon/restore/staging/StagedFolder.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>

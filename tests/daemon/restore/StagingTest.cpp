@@ -1,9 +1,9 @@
-#include "daemon/restore/Staging.h"
+#include "daemon/restore/staging/Staging.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "daemon/restore/RestoreStaging.h"
+#include "daemon/restore/staging/RestoreStaging.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace keldane::testing {

@@ -1,4 +1,4 @@
-#include "daemon/restore/StagingWatch.h"
+#include "daemon/restore/staging/StagingWatch.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
