@@ -102,8 +102,9 @@ QStringList SharedStatus::restoreEntry(const QString& path, bool isFolder) {
   }
   const keldane::RestoreEntry* entry =
       isFolder ? keldane::missingFilesEntry(*status) : keldane::previousVersionEntry(*status);
-  return entry == nullptr ? QStringList()
-                          : QStringList{QString::fromUtf8(keldane::tr(entry->label)), QString::fromUtf8(entry->option)};
+  return entry == nullptr
+             ? QStringList()
+             : QStringList{QString::fromUtf8(keldane::tr(entry->label)), QString::fromUtf8(entry->option)};
 }
 
 void SharedStatus::beginToTell() { beat_ = startTimer(keldane::ChangeQueue::kBeat); }
