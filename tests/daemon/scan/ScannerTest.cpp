@@ -109,7 +109,7 @@ TEST_F(ScannerTest, ManyFoldersAreReadAheadAndNoneIsLost) {
 }
 
 TEST_F(ScannerTest, AFolderAheadThatHoldsMuchDelaysTheOthers) {
-  constexpr int kFolders = 20, kFiles = 1000;
+  constexpr int kFolders = 18, kFiles = 600;
   for (int folder = 0; folder < kFolders; ++folder) {
     for (int file = 0; file < kFiles; ++file) {
       folder_.write("f/" + std::to_string(folder) + "/" + std::to_string(file), "");

@@ -1,0 +1,149 @@
+"""A real file manager, which KELDANE_FILE_MANAGER names, with a daemon that says what it is told to say. Each emblem's
+icon is one colour here, so that it can be counted in a picture of the screen."""
+
+import datetime
+import os
+import plistlib
+import re
+import shutil
+import subprocess
+import tempfile
+import threading
+import time
+import unittest
+
+import desktop
+import filemanagers
+
+from recording_daemon import ENABLED, RecordingDaemon, node
+
+MANAGER = filemanagers.ALL[os.environ["KELDANE_FILE_MANAGER"]]
+PLUGIN = os.path.join(os.environ["XDG_DATA_HOME"], "keldane", "plugins", "Keldane.plugin")
+PREFERENCES = os.path.join(os.environ["XDG_CONFIG_HOME"], "com.keldane.preferences.plist")
+LISTING, EACH, WITH_VERSIONS = "childrenDictionariesForPath:", "dictionaryForPath:withDirSizes:", "dictionaryForPath:"
+
+# Of each state: text, backup flags, colour, icon, the icon's colour in the picture.
+STATES = {
+    "backed up": ("Backed up", 0x30, 2, "backed-up", "#00C853"),
+    "waiting": ("Waiting to be backed up", 0x10, 3, "waiting", "#FF9100"),
+    "changed": ("Changed since last backup", 0x30, 5, "changed", "#2962FF"),
+    "failed": ("Could not be backed up: Permission denied", 0x10, 5, "failed", "#D500F9"),
+    "excluded": ("Not selected for backup", 0x40, 1, "excluded", "#795548"),
+    "not selected": ("Not selected for backup", 0, 1, None, None),
+}
+
+
+def setUpModule():
+    shutil.copytree(os.path.join(filemanagers.BUILD, "Keldane.plugin"), PLUGIN)
+    icons = os.path.join(os.environ["XDG_DATA_HOME"], "icons", "hicolor")
+    for size in (16, 24, 32, 48):
+        folder = os.path.join(icons, f"{size}x{size}", "emblems")
+        os.makedirs(folder)
+        for _, _, _, icon, colour in STATES.values():
+            if icon:
+                subprocess.run(["convert", "-size", f"{size}x{size}", f"xc:{colour}",
+                                os.path.join(folder, f"emblem-keldane-{icon}.png")], check=True)
+    unittest.addModuleCleanup(MANAGER.prepare())
+
+
+def colours():
+    """How many pixels of the screen have each state's colour."""
+    picture = os.path.join(tempfile.gettempdir(), f"keldane-status-{os.getpid()}.png")
+    desktop.screenshot(picture)
+    try:
+        told = subprocess.run(["convert", picture, "-format", "%c", "histogram:info:-"], check=True, capture_output=True,
+                              text=True).stdout
+    finally:
+        os.unlink(picture)
+    counts = {colour: int(count) for count, colour in re.findall(r"(\d+):.*?(#[0-9A-F]{6})", told)}
+    return {state: counts.get(colour, 0) for state, (_, _, _, _, colour) in STATES.items() if colour}
+
+
+class StatusCase(unittest.TestCase):
+    maxDiff = None
+
+    def setUp(self):
+        self.place = tempfile.mkdtemp(prefix="keldane-status-")
+        self.addCleanup(shutil.rmtree, self.place)
+        self.files = os.path.join(self.place, "files")
+        os.mkdir(self.files)
+        self.socket = os.path.join(self.place, "daemon.sock")
+        self.states = {}
+        self.number = 0
+        self.hidden = set()  # of which the daemon tells nothing
+        self.answering = threading.Event()
+        self.answering.set()
+        self.addCleanup(self.answering.set)
+        info = os.path.join(PLUGIN, "Contents", "Info.plist")
+        with open(info, "rb") as stream:
+            entries = plistlib.load(stream)
+        with open(info, "wb") as stream:
+            plistlib.dump({**entries, "DaemonPath": self.socket}, stream)
+        self.prefer()
+
+    def prefer(self, **preferences):
+        """The user's preferences, which hold nothing else."""
+        with open(PREFERENCES + ".new", "wb") as stream:
+            plistlib.dump(preferences, stream)
+        os.rename(PREFERENCES + ".new", PREFERENCES)
+
+    @staticmethod
+    def switch(name, position):
+        """As a person does."""
+        subprocess.run([os.environ["KELDANECTL"], "config", "file-manager", name, position], check=True,
+                       capture_output=True)
+
+    def file(self, name, state="not selected"):
+        """The name may be bytes, which need not be UTF-8."""
+        path = os.path.join(self.files, os.fsdecode(name))
+        with open(path, "w", encoding="utf-8") as stream:
+            stream.write("x")
+        self.states[path] = state
+        return path
+
+    def become(self, path, state):
+        """The daemon's state changes along with the file's."""
+        self.states[path] = state
+        self.number += 1
+
+    def node(self, path):
+        text, flags, colour, _, _ = STATES[self.states.get(path, "not selected")]
+        answer = node(path, ENABLED, os.path.isdir(path), text, backupFlags=flags, backupColor=colour)
+        if flags & 0x20:
+            answer["backupDate"] = self.date
+        return answer
+
+    def list(self, folder):
+        """Names that are no UTF-8 cannot be told."""
+        paths = [os.path.join(folder, name) for name in sorted(os.listdir(folder))]
+        return [self.node(path) for path in paths
+                if path not in self.hidden and not re.search("[\ud800-\udfff]", path)]
+
+    def answer(self, function):
+        def wait(*arguments):
+            self.answering.wait(60)
+            return function(*arguments)
+        return wait
+
+    def daemon(self):
+        self.date = datetime.datetime(2026, 11, 20, 14, 0)
+        daemon = RecordingDaemon(self.socket, {
+            LISTING: self.answer(self.list),
+            EACH: self.answer(lambda path, _: None if path in self.hidden else self.node(path)),
+            WITH_VERSIONS: self.answer(self.node),
+            "daemonState": self.answer(lambda: {"statusString": f"State {self.number}"})})
+        self.addCleanup(daemon.stop)
+        return daemon
+
+    def open(self, place=None, **environment):
+        self.manager = MANAGER(place or self.files, **environment)
+        self.addCleanup(self.manager.end)
+
+    def shows(self, *states, patience=desktop.PATIENCE):
+        """Waits until there are emblems of exactly these states."""
+        seen = {}
+        def found():
+            seen.update(colours())
+            return sorted(state for state, count in seen.items() if count > 20) == sorted(states)
+        desktop.eventually(found, lambda: f"emblems of {states}, instead of {seen},", patience)
+        self.assertTrue(self.manager.program.is_running())
