@@ -58,6 +58,7 @@ void addFileManagerCommand(CLI::App& config) {
       "file-manager", tr("Show or change what the file managers show of the backup, without a daemon"));
   auto request = std::make_shared<SwitchRequest>();
   std::vector<std::string> names;
+  names.reserve(std::size(kFileManagerSwitches));
   for (const FileManagerSwitch& each : kFileManagerSwitches) {
     names.emplace_back(each.name);
   }

@@ -215,6 +215,9 @@ bool StatusService::Worker::step() {
   if (!isOpen || !isConnected) {
     return true;
   }
+  if (!state_) {
+    lookAtState();  // what is answered from here on is of this state or a later one
+  }
   std::optional<StatusCache::Question> question;
   {
     const std::lock_guard guard(mutex_);
