@@ -5,11 +5,13 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
 #include <map>
 #include <mutex>
+#include <new>
 #include <span>
 
 namespace keldane {
@@ -58,7 +60,10 @@ struct Graph {
 };
 
 Graph& graph() {
-  static Graph& graph = *new Graph;  // locks may be destroyed after everything else
+  // It is never destroyed, because locks may be destroyed after everything else. It takes no memory from the
+  // heap, because a lock's destructor may be the first to ask for it and must not fail.
+  alignas(Graph) static std::byte room[sizeof(Graph)];
+  static Graph& graph = *new (room) Graph;
   return graph;
 }
 
