@@ -19,6 +19,11 @@ namespace {
 /// Thrown to end a run that has no chance.
 struct Hopeless {};
 
+void addOption(std::vector<std::string>& arguments, const std::string& name, const std::string& value) {
+  arguments.emplace_back("-o");
+  arguments.emplace_back(name).append("=").append(value);
+}
+
 bool isRefused(const std::string& path, int access) {
   return ::faccessat(AT_FDCWD, path.c_str(), access, AT_EACCESS) != 0 &&
          (errno == EACCES || errno == EROFS || errno == EPERM);
@@ -86,8 +91,7 @@ EngineAnswer ResticSession::prepare(Purpose purpose) {
     options.try_emplace("sftp.command", *ssh);
   }
   for (const auto& [name, value] : options) {
-    begin_.emplace_back("-o");
-    begin_.emplace_back(name).append("=").append(value);
+    addOption(begin_, name, value);
   }
   return {};
 }
@@ -166,7 +170,7 @@ EngineAnswer ResticSession::addSource(const RepositoryFiles& source, std::vector
 void ResticSession::addSourceOptions(const RepositoryConfig& source) {
   for (const auto& [name, value] : source.options) {
     if (!configuration_.options.contains(name)) {
-      begin_.insert(begin_.end(), {"-o", name + "=" + value});
+      addOption(begin_, name, value);
     }
   }
   const std::optional<std::string> ssh = sftpCommand(source.location);
@@ -175,7 +179,7 @@ void ResticSession::addSourceOptions(const RepositoryConfig& source) {
   }
   const std::optional<std::string> own = sftpCommand(configuration_.location);
   if (!own) {
-    begin_.insert(begin_.end(), {"-o", "sftp.command=" + *ssh});
+    addOption(begin_, "sftp.command", *ssh);
   } else if (*own != *ssh) {
     const auto option = std::find(begin_.begin(), begin_.end(), "sftp.command=" + *own);
     if (option != begin_.end()) {
