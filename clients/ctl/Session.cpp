@@ -84,6 +84,16 @@ void Session::checkDaemon() {
   }
 }
 
+PropertyList Session::knownNode(const std::string& path) {
+  requireDaemon();
+  PropertyList node = state_.dictionaryForPath(path);
+  checkDaemon();
+  if (!node) {
+    throw CommandFailure(kNotTaken, nothingKnownOf(path));
+  }
+  return node;
+}
+
 bool Session::mayChangeAll() const {
   return access(ownerSocketPath(socketPath_).c_str(), W_OK) == 0 || errno != EACCES;
 }

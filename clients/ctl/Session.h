@@ -64,6 +64,9 @@ class Session {
   /// Throws CommandFailure when the daemon has gone meanwhile, so that its silence is not taken for an
   /// answer.
   void checkDaemon();
+  /// What the daemon knows of a path, after connecting. Throws CommandFailure when that is nothing, and for a
+  /// daemon that cannot be reached.
+  PropertyList knownNode(const std::string& path);
   /// Whether this is root or the daemon's own user; not known of a daemon without a second socket, and true.
   bool mayChangeAll() const;
   /// Why a daemon that answers did not do what only root and its own user may have done, as far as can be

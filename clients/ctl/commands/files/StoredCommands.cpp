@@ -26,12 +26,7 @@ std::string versionColumns(const PropertyList& version) {
 void showVersions(const Globals& globals, const std::string& given, bool json) {
   const std::string path = askablePath(given);
   Session session(globals);
-  session.requireDaemon();
-  const PropertyList node = session.state().dictionaryForPath(path);
-  session.checkDaemon();
-  if (!node) {
-    throw CommandFailure(kNotTaken, nothingKnownOf(path));
-  }
+  const PropertyList node = session.knownNode(path);
   const PropertyList versions = node["versions"];
   if (json) {
     std::cout << jsonLine(

@@ -28,12 +28,7 @@ void printLine(const char* label, const std::string& text) {
 void explain(const Globals& globals, const std::string& given, bool json) {
   const std::string path = pathNamed(given);
   Session session(globals);
-  session.requireDaemon();
-  const PropertyList node = session.state().dictionaryForPath(path);
-  session.checkDaemon();
-  if (!node) {
-    throw CommandFailure(kNotTaken, nothingKnownOf(path));
-  }
+  const PropertyList node = session.knownNode(path);
   const PropertyList reasons = node["reasons"];
   if (!reasons) {
     throw CommandFailure(kNotTaken, tr("This daemon does not tell why."));
