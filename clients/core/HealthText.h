@@ -6,7 +6,8 @@
 
 namespace keldane {
 
-/// What the daemon's word for it means, in the user's language; a word that is not known stands for itself.
+/// The meaning of the daemon's word for the health, in the user's language. An unknown word is answered as it
+/// is.
 std::string healthText(std::string_view health);
 
 }  // namespace keldane

@@ -15,7 +15,7 @@ namespace {
 
 constexpr auto kLookForRestores = std::chrono::milliseconds(200);
 
-/// What a copy has in common with what it was made of.
+/// The values that a copied snapshot has in common with its original.
 using SnapshotMark = std::tuple<double, std::string, std::vector<std::string>>;
 
 std::multiset<SnapshotMark> marksOf(const std::vector<Snapshot>& snapshots) {

@@ -66,7 +66,7 @@ class RepositoryRequests final : public OwnerRequests {
   const std::shared_ptr<Daemon> daemon_;
   const EngineFactory engine_;
   std::mutex changing_;  // held by the one request that changes the repository
-  /// How a move stands.
+  /// The progress of a move.
   struct Move {
     std::string status = "none", location, message;
     std::size_t done = 0, all = 0;

@@ -68,7 +68,7 @@ class StateReader {
                          " FROM versions WHERE file = ? AND version <= ? AND date <= ?"
                          " ORDER BY version DESC LIMIT 1") {}
 
-  /// What lies directly in a folder. What lies below a folder in it is skipped from its first file on.
+  /// The direct contents of a folder. The rest of each folder in it is skipped after its first file.
   Store::FolderState readFolder(const std::string& folder) {
     Store::FolderState state;
     const sql::Below below(folder);

@@ -66,7 +66,7 @@ void takeLocale(int category) {
   setenv("LANGUAGE", languages.c_str(), 0);
 }
 
-/// What stands for each "%s"; absent when the text is not of this pattern.
+/// The parts of the text that stand for each "%s"; absent when the text does not fit the pattern.
 std::optional<std::vector<std::string_view>> partsOf(std::string_view text, std::string_view pattern) {
   constexpr std::string_view kPart = "%s";
   std::size_t at = pattern.find(kPart);
@@ -93,7 +93,7 @@ std::optional<std::vector<std::string_view>> partsOf(std::string_view text, std:
   return text.empty() ? std::optional(parts) : std::nullopt;
 }
 
-/// With a comma between groups of digits or without.
+/// The number that a text is, with or without commas between groups of digits; absent for any other text.
 std::optional<unsigned long> numberIn(std::string_view text) {
   std::string digits(text);
   std::erase(digits, ',');

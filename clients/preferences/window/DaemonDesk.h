@@ -28,7 +28,7 @@ class DaemonDesk {
   void askForLong(std::string_view selector, PropertyList::Entries request, OwnerThread::Then then) {
     slow_.ask(selector, std::move(request), std::move(then));
   }
-  /// What takes hours, so that what takes minutes does not wait for it.
+  /// Asks on a thread of its own for work that takes hours, so that work of minutes does not wait for it.
   void askForLongest(std::string_view selector, PropertyList::Entries request, OwnerThread::Then then) {
     slowest_.ask(selector, std::move(request), std::move(then));
   }

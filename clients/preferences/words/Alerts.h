@@ -35,9 +35,9 @@ inline constexpr std::array kAlertSwitches{
 /// switched off. A value.
 class Alerts {
  public:
-  /// Of this user. Takes as long as the disk does.
+  /// Reads those of this user. The call takes as long as the disk does.
   static Alerts read();
-  /// Keeps them for the next time, as long as the disk takes; what others keep stays.
+  /// Keeps them for the next time. The call takes as long as the disk does; the entries of others stay.
   void write() const;
 
   bool isOn(AlertKind kind) const { return !off_.contains(kind); }

@@ -14,7 +14,8 @@ namespace {
 /// The part of its time that the window's thread may use, whatever for, while something waits.
 constexpr double kMostBusy = 0.25;
 constexpr std::size_t kLeast = 8, kMost = 200;
-/// How far the use of the thread is looked back at: file managers draw some moments after they were told.
+/// The time over which the use of the thread is measured: file managers draw some moments after they were
+/// told.
 constexpr double kMemory = 0.2;  // seconds
 /// A thread that is always busy gets a few after this time all the same.
 constexpr auto kLongestWait = std::chrono::seconds(1);

@@ -24,12 +24,12 @@ class ChangeQueue {
   static constexpr auto kBeat = std::chrono::milliseconds(40);  ///< between two calls of `take`
   static constexpr std::size_t kFew = 64;                       ///< added at once, they go ahead
 
-  /// What the window's thread has done by a time.
+  /// The processor time that the window's thread has used by a moment.
   struct Work {
     Clock::time_point time;
     Clock::duration used;  ///< of the processor
 
-    /// Of the thread that calls.
+    /// Measures the thread that calls.
     static Work now();
   };
 

@@ -14,13 +14,13 @@ struct RestoreEntry {
 
 inline constexpr char kRestoreProgram[] = "keldane-preferences";
 
-/// For the older versions of a file; nothing where none is stored.
+/// The entry for the older versions of a file; null where none is stored.
 inline const RestoreEntry* previousVersionEntry(const FileStatus& file) {
   static constexpr RestoreEntry entry = {marked("Restore Previous Version…"), "--restore"};
   return file.lastBackup == 0 ? nullptr : &entry;
 }
 
-/// For what was deleted in a folder; nothing where the daemon tells this user nothing of it.
+/// The entry for what was deleted in a folder; null where the daemon tells this user nothing of it.
 inline const RestoreEntry* missingFilesEntry(const FileStatus& folder) {
   static constexpr RestoreEntry entry = {marked("Restore Missing Files…"), "--restore-missing"};
   return folder.text.empty() ? nullptr : &entry;
