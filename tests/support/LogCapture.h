@@ -1,7 +1,8 @@
-// The log lines that are written while it lives.
+// The log lines that are written while it lives. A thread may still be writing a line when it ends.
 #pragma once
 
 #include <algorithm>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -13,9 +14,9 @@ namespace keldane::testing {
 class LogCapture {
  public:
   LogCapture() {
-    setLogReceiver([this](std::string_view line) {
-      const std::lock_guard guard(mutex_);
-      lines_.emplace_back(line);
+    setLogReceiver([written = written_](std::string_view line) {
+      const std::lock_guard guard(written->mutex);
+      written->lines.emplace_back(line);
     });
   }
   ~LogCapture() { setLogReceiver({}); }
@@ -23,8 +24,8 @@ class LogCapture {
   LogCapture& operator=(const LogCapture&) = delete;
 
   std::vector<std::string> lines() const {
-    const std::lock_guard guard(mutex_);
-    return lines_;
+    const std::lock_guard guard(written_->mutex);
+    return written_->lines;
   }
   std::size_t count(const std::string& line) const {
     const std::vector<std::string> all = lines();
@@ -38,8 +39,11 @@ class LogCapture {
   }
 
  private:
-  mutable std::mutex mutex_;
-  std::vector<std::string> lines_;
+  struct Written {
+    std::mutex mutex;
+    std::vector<std::string> lines;
+  };
+  const std::shared_ptr<Written> written_ = std::make_shared<Written>();
 };
 
 }  // namespace keldane::testing
