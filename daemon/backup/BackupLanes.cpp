@@ -189,6 +189,7 @@ std::optional<Batch> BackupWorker::nextOrdinary() {
 // Files that are gone or were excluded meanwhile are taken off the list.
 Batch BackupWorker::batchOf(const std::vector<PendingFiles::File>& files, const Lane& lane) {
   Batch batch;
+  batch.lastWish = pending_.lastWish();
   const std::set<std::string> others = aboutToBeStoredBesides(lane);
   for (const PendingFiles::File& file : files) {
     if (others.contains(file.path)) {

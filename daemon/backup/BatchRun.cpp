@@ -195,6 +195,7 @@ void BatchRun::settle(const Batch& batch, Taken& taken, BatchEnd& end, EngineJob
   // Looking at the files takes about as long as writing the catalogue, so both are done at the same time.
   // Files that become pending meanwhile are looked at again.
   const std::uint32_t scan = pending_.beginScan();
+  const std::uint64_t lastWish = pending_.lastWish();
   std::future<std::vector<Now>> look = std::async([&batch] { return standings(batch.files); });
   store_.addSnapshot(end.snapshot, end.stored, confirmed(batch, taken));
   const std::vector<Now> now = look.get();
@@ -202,26 +203,33 @@ void BatchRun::settle(const Batch& batch, Taken& taken, BatchEnd& end, EngineJob
   for (std::size_t i = 0; i < batch.files.size(); ++i) {
     const BatchFile& file = batch.files[i];
     const bool isStored = stored != end.stored.end() && stored->path == file.path;
+    const bool isDone = isStored && now[i] == Now::same;
     if (isStored) {
-      endPreference(file.path);
+      // A wish for a file that changed meanwhile is a wish for what the file has now.
+      endPreference(file.path, isDone ? lastWish : batch.lastWish);
       ++stored;
     }
-    const bool isDone = isStored && now[i] == Now::same;
     if (isDone && pending_.removeIfOlder(file.path, scan)) {
       continue;  // the catalogue need not be asked
     }
     if (isStored || now[i] == Now::gone || !rules_.decide(file.path, false).selected) {
+      const std::uint64_t wishBefore = pending_.lastWish();
       scanner_.consider(file.path);  // it may have changed, disappeared, or been excluded meanwhile
+      if (!pending_.contains(file.path)) {
+        endPreference(file.path, wishBefore);
+      }
     }
   }
 }
 
 // The catalogue writes to the disk for each priority that it removes, so it is called only for files that
 // have one.
-void BatchRun::endPreference(const std::string& path) {
-  if (pending_.isPreferred(path)) {
+void BatchRun::endPreference(const std::string& path, std::uint64_t lastWish) {
+  if (pending_.endPreference(path, lastWish)) {
     store_.removePriority(path);
-    pending_.endPreference(path);
+    if (pending_.isPreferred(path)) {  // somebody wished for it just now
+      store_.addPriority(path);
+    }
   }
 }
 
@@ -250,7 +258,7 @@ std::vector<std::string> BatchRun::confirmed(const Batch& batch, const Taken& ta
 void BatchRun::couldNotStore(const BatchFile& file, const std::string& reason) {
   systemLog("%@ cannot be stored: %@", file.path, reason);
   store_.setFailure(file.path, reason, timeOfDay());
-  endPreference(file.path);
+  endPreference(file.path, pending_.lastWish());
   scanner_.putOff(file.path, file.state);
 }
 

@@ -30,6 +30,7 @@ struct Batch {
   std::vector<BatchFile> files;  ///< the pending files
   std::vector<BatchFile> again;  ///< the files of earlier batches of the same hour
   std::string parent;            ///< a snapshot whose unchanged files are not read again
+  std::uint64_t lastWish = 0;    ///< the last wish for a preference before the files were looked at
 };
 
 struct BatchEnd {
@@ -58,7 +59,7 @@ class BatchRun {
   void settle(const Batch& batch, Taken& taken, BatchEnd& end, EngineJob& job);
   EngineAnswer fetchedOnce(const BatchFile& file, const SnapshotRecord& snapshot, EngineJob& job);
   std::vector<std::string> confirmed(const Batch& batch, const Taken& taken) const;
-  void endPreference(const std::string& path);
+  void endPreference(const std::string& path, std::uint64_t lastWish);
   void couldNotStore(const BatchFile& file, const std::string& reason);
 
   Store& store_;

@@ -165,17 +165,32 @@ PendingFiles::Totals PendingFiles::totals() const {
 void PendingFiles::prefer(const std::string& path, std::int64_t order) {
   const std::lock_guard guard(mutex_);
   lastOrder_ = std::max(lastOrder_, order);
-  preferences_.try_emplace(path, order);
+  preferences_.try_emplace(path, Preference{order, lastWish_});
 }
 
 void PendingFiles::preferNext(const std::string& path) {
   const std::lock_guard guard(mutex_);
-  preferences_.try_emplace(path, ++lastOrder_);
+  preferences_.try_emplace(path, Preference{++lastOrder_, 0}).first->second.wish = ++lastWish_;
 }
 
 void PendingFiles::endPreference(const std::string& path) {
   const std::lock_guard guard(mutex_);
   preferences_.erase(path);
+}
+
+std::uint64_t PendingFiles::lastWish() const {
+  const std::lock_guard guard(mutex_);
+  return lastWish_;
+}
+
+bool PendingFiles::endPreference(const std::string& path, std::uint64_t lastWish) {
+  const std::lock_guard guard(mutex_);
+  const auto preference = preferences_.find(path);
+  if (preference == preferences_.end() || preference->second.wish > lastWish) {
+    return false;
+  }
+  preferences_.erase(preference);
+  return true;
 }
 
 bool PendingFiles::isPreferred(const std::string& path) const {
@@ -186,7 +201,7 @@ bool PendingFiles::isPreferred(const std::string& path) const {
 std::vector<std::string> PendingFiles::preferred() const {
   const std::lock_guard guard(mutex_);
   std::vector<std::string> paths;
-  for (const auto& [path, order] : preferences_) {
+  for (const auto& [path, preference] : preferences_) {
     paths.push_back(path);
   }
   return paths;
@@ -201,9 +216,9 @@ bool PendingFiles::hasPreferred() const {
 std::vector<PendingFiles::File> PendingFiles::waitingPreferred() const {
   std::map<std::int64_t, File> inOrder;
   const std::lock_guard guard(mutex_);
-  for (const auto& [path, order] : preferences_) {
+  for (const auto& [path, preference] : preferences_) {
     if (const std::optional<WaitingName> file = find(path)) {
-      inOrder[order] = {path, file->bytes, file->owner};
+      inOrder[preference.order] = {path, file->bytes, file->owner};
     }
   }
   std::vector<File> files;

@@ -48,8 +48,13 @@ class PendingFiles {
 
   /// Prefers a file, if that was not done before.
   void prefer(const std::string& path, std::int64_t order);
+  /// Prefers a file behind those that are preferred. A file that is preferred already keeps its place.
   void preferNext(const std::string& path);
   void endPreference(const std::string& path);
+  /// The number of the last wish for a preference. Each call of preferNext() is a wish.
+  std::uint64_t lastWish() const;
+  /// Ends the preference of a file, unless somebody wished for it after that wish. Answers whether one ended.
+  bool endPreference(const std::string& path, std::uint64_t lastWish);
   bool isPreferred(const std::string& path) const;
   std::vector<std::string> preferred() const;
   bool hasPreferred() const;
@@ -77,8 +82,13 @@ class PendingFiles {
   std::uint64_t files_ = 0;
   ByteSum bytes_;
   std::uint32_t scan_ = 0;
-  std::map<std::string, std::int64_t> preferences_;  // order by path
+  struct Preference {
+    std::int64_t order = 0;
+    std::uint64_t wish = 0;  // the last wish for it
+  };
+  std::map<std::string, Preference> preferences_;  // by path
   std::int64_t lastOrder_ = 0;
+  std::uint64_t lastWish_ = 0;
 };
 
 }  // namespace keldane

@@ -196,6 +196,13 @@ class Computer:
             os.chown(path, self.user, self.user)
         return path
 
+    def replace(self, name, content):
+        """Writes a file that nobody ever sees with a part of its content."""
+        path = os.path.join(self.files, name)
+        aside = self.write(os.path.join(self.home, "aside"), content)
+        os.replace(aside, path)
+        return path
+
     def tool(self, name, text):
         """A program that is found before the system's own; None takes it away."""
         path = os.path.join(self.tools, name)

@@ -130,6 +130,43 @@ TEST_F(BackupWorkerTest, StoresPreferredFilesByThemselves) {
   EXPECT_TRUE(eventually([&] { return store_.totals().files == 3; }));
 }
 
+TEST_F(BackupWorkerTest, AFileThatIsPreferredAgainWhileItIsStoredIsStoredAgain) {
+  BackupWorker::Modes modes;
+  modes.automatic = false;
+  worker_.setModes(modes);
+  rules_.setRule(folder_ / "files", true);
+  engine_.answerWith([&](const StoreRequest&, EngineJob&) {
+    if (engine_.batches() == 1) {
+      folder_.write("files/a", "longer");
+      worker_.prioritize(file("a"));
+    }
+    return EngineAnswer();
+  });
+  worker_.start();
+  worker_.prioritize(file("a"));
+  ASSERT_TRUE(eventually([&] { return engine_.batches() == 2; }));
+  EXPECT_TRUE(eventually([&] { return !worker_.isPrioritized(file("a")); }));
+  EXPECT_EQ(store_.record(file("a"))->size, 6U);
+  EXPECT_EQ(store_.totals().files, 1U) << "no other file was preferred";
+  EXPECT_TRUE(store_.priorities().empty());
+}
+
+TEST_F(BackupWorkerTest, AFileThatChangesWhileItIsStoredIsNoLongerPreferred) {
+  BackupWorker::Modes modes;
+  modes.automatic = false;
+  worker_.setModes(modes);
+  rules_.setRule(folder_ / "files", true);
+  engine_.answerWith([&](const StoreRequest&, EngineJob&) {
+    folder_.write("files/a", "longer");
+    return EngineAnswer();
+  });
+  worker_.start();
+  worker_.prioritize(file("a"));
+  ASSERT_TRUE(eventually([&] { return isStored("a") && !worker_.isPrioritized(file("a")); }));
+  EXPECT_TRUE(eventually([&] { return worker_.isPending(file("a")); }));
+  EXPECT_EQ(engine_.batches(), 1U);
+}
+
 TEST_F(BackupWorkerTest, WhileItRestsPreferredFilesAloneAreStoredAndThenTheOthers) {
   BackupWorker::Modes modes;
   modes.restsUntil = secondsSinceBoot() + 3600;

@@ -119,6 +119,21 @@ TEST(PendingFilesTest, PreferredFilesComeInTheirOrder) {
   EXPECT_FALSE(pending.isPreferred("/c"));
 }
 
+TEST(PendingFilesTest, ANewerWishKeepsThePreferenceAndItsPlace) {
+  PendingFiles pending;
+  for (const char* path : {"/a", "/b"}) {
+    pending.add(path, 1);
+    pending.preferNext(path);
+  }
+  const std::uint64_t before = pending.lastWish();
+  pending.preferNext("/a");
+  EXPECT_FALSE(pending.endPreference("/a", before));
+  EXPECT_EQ(pending.waitingPreferred().front().path, "/a");
+  EXPECT_TRUE(pending.endPreference("/b", before));
+  EXPECT_TRUE(pending.endPreference("/a", pending.lastWish()));
+  EXPECT_FALSE(pending.endPreference("/a", pending.lastWish()));
+}
+
 TEST(PendingFilesTest, KnowsWhetherSomethingWaitsBelowAFolder) {
   PendingFiles pending;
   pending.add("/d/x", 1);
