@@ -38,7 +38,7 @@ std::vector<Now> standings(const std::vector<BatchFile>& files) {
 }  // namespace
 
 struct BatchRun::Taken {
-  std::unordered_set<std::string> paths;
+  PathsByFolder paths;
   std::map<std::string, std::string> failed;  // reason by path
   LookAlikes lookAlikes;
   EngineAnswer lookAlikesAnswer;
@@ -128,9 +128,8 @@ BatchEnd BatchRun::run(const Batch& batch, EngineJob& job, const Progress& progr
   request.targets.push_back(manifest);
   request.tags = {"keldane", "number:" + std::to_string(number), batch.full ? "full" : "part"};
   request.parent = batch.parent;
-  taken.paths.reserve(batch.files.size());
   StoreObserver observer;
-  observer.took = [&](const std::string& path, bool) { taken.paths.insert(path); };
+  observer.took = [&](const std::string& path, bool) { taken.paths.add(path); };
   observer.couldNotRead = [&](const std::string& path, const std::string& reason) {
     taken.failed.emplace(path, reason);
   };
@@ -233,12 +232,12 @@ void BatchRun::endPreference(const std::string& path, std::uint64_t lastWish) {
   }
 }
 
-std::vector<std::string> BatchRun::confirmed(const Batch& batch, const Taken& taken) const {
-  std::vector<std::string> paths;
+PathsByFolder BatchRun::confirmed(const Batch& batch, const Taken& taken) const {
+  PathsByFolder paths;
   const auto confirm = [&](const std::string& path, const FileState& state) {
     const std::optional<struct stat> now = statusOf(path);
     if (now && fileStateOf(*now) == state && (S_ISLNK(now->st_mode) || taken.has(path))) {
-      paths.push_back(path);
+      paths.add(path);
     }
   };
   for (const BatchFile& file : batch.again) {

@@ -58,7 +58,7 @@ class BatchRun {
   std::vector<std::string> targetsOf(const Batch& batch) const;
   void settle(const Batch& batch, Taken& taken, BatchEnd& end, EngineJob& job);
   EngineAnswer fetchedOnce(const BatchFile& file, const SnapshotRecord& snapshot, EngineJob& job);
-  std::vector<std::string> confirmed(const Batch& batch, const Taken& taken) const;
+  PathsByFolder confirmed(const Batch& batch, const Taken& taken) const;
   void endPreference(const std::string& path, std::uint64_t lastWish);
   void couldNotStore(const BatchFile& file, const std::string& reason);
 

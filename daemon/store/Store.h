@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "daemon/store/PathsByFolder.h"
 #include "platform/threads/Mutex.h"
 
 namespace keldane {
@@ -186,7 +187,7 @@ class Store {
   /// ignored. The failures of all these paths are cleared, and removals before the snapshot's time are
   /// cancelled.
   void addSnapshot(const SnapshotRecord& snapshot, const std::vector<StoredFile>& stored,
-                   const std::vector<std::string>& confirmed);
+                   const PathsByFolder& confirmed);
   /// Records a partial snapshot with a prefix, into which stored versions were copied. The versions are given
   /// as paths and numbers; unknown ones are ignored.
   void addGathered(const SnapshotRecord& snapshot,

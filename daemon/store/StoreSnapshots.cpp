@@ -87,8 +87,9 @@ void Store::addSnapshotRow(const SnapshotRecord& snapshot) {
 }
 
 void Store::addSnapshot(const SnapshotRecord& snapshot, const std::vector<StoredFile>& stored,
-                        const std::vector<std::string>& confirmed) {
+                        const PathsByFolder& confirmed) {
   addSnapshotRow(snapshot);
+  PathsByFolder::Reader reader(confirmed);
   std::optional<SnapshotNotes> notes;
   inSlices(stored.size() + confirmed.size(),
            [&](SQLite::Database& database, std::size_t first, std::size_t last) {
@@ -97,14 +98,15 @@ void Store::addSnapshot(const SnapshotRecord& snapshot, const std::vector<Stored
              }
              notes->begin();
              for (std::size_t index = first; index < last; ++index) {
-               const bool isStored = index < stored.size();
-               const std::string& path = isStored ? stored[index].path : confirmed[index - stored.size()];
-               if (isStored) {
-                 notes->note(path, stored[index].state, snapshot.number, snapshot.time, true);
+               if (index < stored.size()) {
+                 const StoredFile& file = stored[index];
+                 notes->note(file.path, file.state, snapshot.number, snapshot.time, true);
+                 notes->clearFailure(file.path);
                } else {
+                 const std::string path = reader.next();
                  notes->confirm(path);
+                 notes->clearFailure(path);
                }
-               notes->clearFailure(path);
              }
            });
 }

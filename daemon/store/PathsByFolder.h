@@ -1,0 +1,50 @@
+// A set of many paths in little room.
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace keldane {
+
+/// Absolute paths, folder by folder: each folder is kept once, with the names in it. A path takes its name
+/// and one byte, and at most as much again. One thread at a time.
+class PathsByFolder {
+  using Folders = std::map<std::string, std::string, std::less<>>;  // the names, each with a zero byte after it
+
+ public:
+  PathsByFolder() = default;
+  PathsByFolder(PathsByFolder&&) = default;
+  PathsByFolder& operator=(PathsByFolder&&) = default;
+  PathsByFolder(const std::vector<std::string>& paths);  // NOLINT(google-explicit-constructor)
+
+  /// A path that is added twice is there twice.
+  void add(std::string_view path);
+  std::size_t size() const { return size_; }
+  /// Quick for paths that are asked for folder by folder.
+  bool contains(std::string_view path) const;
+
+  /// Reads the paths of a set one after the other, each folder's in the order in which they were added. The
+  /// set outlives it and does not change meanwhile.
+  class Reader {
+   public:
+    explicit Reader(const PathsByFolder& paths) : folder_(paths.folders_.begin()), end_(paths.folders_.end()) {}
+    /// The next path. There must be one.
+    std::string next();
+
+   private:
+    Folders::const_iterator folder_, end_;
+    std::size_t offset_ = 0;
+  };
+
+ private:
+  Folders folders_;
+  std::size_t size_ = 0;
+  // The folder that was asked about last (empty: none), and its names in order. They lie in folders_.
+  mutable std::string asked_;
+  mutable std::vector<std::string_view> names_;
+};
+
+}  // namespace keldane
