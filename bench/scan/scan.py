@@ -247,7 +247,7 @@ def tables(result):
     lines += ["", "| files | " + " | ".join(f"{int(size):,}" for size in sizes) + " | target for 1,000,000 |",
               "|---|" + "---|" * (len(sizes) + 1)]
     rows = [("a look, everything new, s", "look s", 2, None), ("processor time while idle, ms a minute", "idle ms", 0, 50),
-            ("memory while idle, MiB", "idle MiB", 0, 250), ("memory at most, MiB", "most MiB", 0, None),
+            ("memory while idle, MiB", "idle MiB", 0, 250), ("memory at most, MiB", "most MiB", 0, 250),
             ("bytes of a waiting file", "each", 0, 120), ("from a start to the first answer, s", "first answer s", 3, 0.5),
             ("from a change to its notice, s", "notice s", 2, 2)]
     rows += [(f"{question} while {what}, 99 % of them, ms", (what_key, question), 1, 10)

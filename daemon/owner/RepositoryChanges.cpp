@@ -1,6 +1,8 @@
 // The requests that set up, recover and open repositories.
 #include <algorithm>
+#include <chrono>
 #include <map>
+#include <thread>
 
 #include "daemon/owner/RepositoryCall.h"
 #include "daemon/owner/RepositoryTrial.h"
@@ -112,16 +114,21 @@ PropertyList RepositoryRequests::recover(const PropertyList& request) {
   }
 }
 
-// A move of the repository can take hours, for which nobody is to wait without a word.
+// Other changes take seconds and are waited for. A move of the repository can take hours, and it may begin
+// while this waits.
 std::unique_lock<std::mutex> RepositoryRequests::beginChange(std::string& refusal) {
-  {
-    const std::lock_guard guard(moveMutex_);
-    if (move_.job != nullptr) {
-      refusal = "The backup is just being moved to another place.";
-      return {};
+  std::unique_lock changing(changing_, std::defer_lock);
+  while (!changing.try_lock()) {
+    {
+      const std::lock_guard guard(moveMutex_);
+      if (move_.job != nullptr) {
+        refusal = "The backup is just being moved to another place.";
+        return {};
+      }
     }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
-  return std::unique_lock(changing_);
+  return changing;
 }
 
 // No batch runs meanwhile.

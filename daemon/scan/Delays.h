@@ -13,14 +13,14 @@
 namespace keldane {
 
 /// Remembers files with the state in which they could not be stored. Such a file is not tried again until it
-/// has changed or an hour has gone by. Any thread; the mutex is a leaf.
+/// has changed or an hour has passed. Any thread; the mutex is a leaf.
 class Delays {
  public:
   void add(const std::string& path, const FileState& state);
-  /// Whether a file is still to be left alone. If it is not, it is forgotten.
+  /// Whether a file must not be tried yet. Otherwise its delay is removed.
   bool holds(const std::string& path, const FileState& state);
   bool isEmpty() const { return isEmpty_; }
-  /// The files whose hour has gone by.
+  /// The files whose hour has passed.
   std::vector<std::string> due() const;
   void clear();
 

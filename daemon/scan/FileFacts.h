@@ -1,4 +1,4 @@
-// What the file system says of a path.
+// Facts about a file that the file system answers.
 #pragma once
 
 #include <sys/stat.h>
@@ -13,8 +13,8 @@
 
 namespace keldane {
 
-/// Nanoseconds since the UNIX epoch. A date that they do not reach, before 1677 or after 2262, is the first
-/// or the last that they do, as the engine's is.
+/// Nanoseconds since the UNIX epoch. A date before 1677 or after 2262 does not fit and becomes the first or
+/// the last date that fits. The engine does the same.
 inline std::int64_t nanoseconds(const timespec& time) {
   constexpr std::int64_t kBillion = 1'000'000'000;
   using Limits = std::numeric_limits<std::int64_t>;
@@ -30,19 +30,19 @@ inline std::optional<struct stat> statusOf(const std::string& path) {
   return lstat(path.c_str(), &status) == 0 ? std::optional(status) : std::nullopt;
 }
 
-/// Whose share of the batches a file counts in. A daemon that is not root's works for one user, whoever the
-/// files belong to.
+/// The user whose share of the batches contains the file. A daemon of an ordinary user works for that user
+/// alone, so there the owner of a file does not matter, and this is 0.
 inline uid_t ownerOf(const struct stat& status) {
   static const bool isForAll = geteuid() == 0;
   return isForAll ? status.st_uid : 0;
 }
 
-/// What has a version of its own: files, and links, whose text is their content.
+/// Whether the backup keeps versions of such an item. It does for files and for symbolic links.
 inline bool isStorable(const struct stat& status) {
   return S_ISREG(status.st_mode) || S_ISLNK(status.st_mode);
 }
 
-/// A link has no size of its own, in the repository neither.
+/// The size of a link is 0, as it is in the repository.
 inline FileState fileStateOf(const struct stat& status) {
   return {S_ISLNK(status.st_mode) ? 0 : static_cast<std::uint64_t>(status.st_size),
           nanoseconds(status.st_mtim), nanoseconds(status.st_ctim)};

@@ -19,12 +19,12 @@ namespace {
 
 constexpr const char* kAttribute = "user.xdg.robots.backup";
 constexpr std::string_view kTagSignature = "Signature: 8a477f597d28d172789f06886806bc55";
-// A folder of a million entries is rare; its room is given back.
+// Memory above this size is freed, because such large folders are rare.
 constexpr std::size_t kMuchRoom = std::size_t{4} << 20;
 
 bool isFalse(const char* value, ssize_t length) { return length == 5 && std::memcmp(value, "false", 5) == 0; }
 
-/// As the system call is laid out; not every C library declares it.
+/// The layout of the system call's entries, which not every C library declares.
 struct AttributeRequest {
   std::uint64_t value = 0;
   std::uint32_t size = 0;
@@ -122,7 +122,7 @@ bool FolderEntries::hasValidTag() const {
          std::string_view(begin, sizeof(begin)) == kTagSignature;
 }
 
-// The path is resolved anew only where the kernel knows no shorter way.
+// The path is resolved anew only when the kernel lacks the shorter way.
 bool FolderEntries::isMarked(std::string_view name, const std::string& folder) const {
   static const bool isOld = [] {
     return syscall(kGetAttributeAt, -1, "", 0, "", nullptr, 0) == -1 && (errno == ENOSYS || errno == EPERM);

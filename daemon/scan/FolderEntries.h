@@ -1,4 +1,4 @@
-// What lies directly in a folder, as the disk has it.
+// The direct entries of a folder.
 #pragma once
 
 #include <cstddef>
@@ -13,8 +13,8 @@
 
 namespace keldane {
 
-/// Reads one folder after the other, and keeps the room for the next one. Files and links come with their
-/// state, folders with their names; sockets, pipes and devices are passed over. One thread.
+/// Reads one folder after the other and uses the same memory again. It answers files and links with their
+/// state, and folders with their names; it ignores sockets, pipes and devices. One thread.
 class FolderEntries {
  public:
   struct File {
@@ -26,15 +26,15 @@ class FolderEntries {
   /// Reads a folder, which stays open until close(); a final symbolic link is not followed. Answers 0 or the
   /// error's number. `cacheTag` and `attribute` say which marks are looked for.
   int read(const std::string& folder, bool cacheTag, bool attribute);
-  /// Lets the folder go, whose file system could not be unmounted otherwise.
+  /// Closes the folder. A file system with an open folder cannot be unmounted.
   void close() { folder_ = Descriptor(); }
 
   const std::vector<File>& files() const { return files_; }                  ///< by name
   const std::vector<std::string_view>& folders() const { return folders_; }  ///< by name
-  /// What the folder itself says against being backed up.
+  /// The mark of the folder itself that excludes it from the backup.
   Mark mark() const { return mark_; }
-  /// Whether a file of files() has the attribute that speaks against its backup. The folder, whose path this
-  /// is, is open.
+  /// Whether a file of files() has the attribute that excludes it from the backup. `folder` is the path that
+  /// was read, and it is still open.
   bool isMarked(std::string_view name, const std::string& folder) const;
 
  private:
@@ -57,7 +57,7 @@ class FolderEntries {
   Mark mark_ = Mark::none;
 };
 
-/// Whether an item has the attribute that speaks against its backup. A link has none.
+/// Whether an item has the attribute that excludes it from the backup. Links cannot have it.
 bool hasNoBackupAttribute(const std::string& path);
 
 inline constexpr std::string_view kCacheTagName = "CACHEDIR.TAG";

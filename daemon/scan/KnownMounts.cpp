@@ -34,7 +34,7 @@ std::string unescaped(const std::string& text) {
 
 }  // namespace
 
-// What is absent and holds nothing any more was a disk that came once.
+// An absent mount without stored files is forgotten.
 KnownMounts::KnownMounts(Store& store) : store_(store), table_(MountTable::read()) {
   std::istringstream lines(store.value(Store::Table::settings, kKey).value_or(""));
   for (std::string line; std::getline(lines, line);) {
@@ -71,7 +71,7 @@ void KnownMounts::save() {
   store_.setValue(Store::Table::settings, kKey, text);
 }
 
-// To look it up takes a walk through the devices, and it stays as long as the mount does.
+// The search for a UUID goes through all devices, so the answer is kept as long as the mount is the same.
 std::string KnownMounts::uuidAt(const std::string& point) const {
   const Mount* mount = table_.at(point);
   if (mount == nullptr) {

@@ -1,4 +1,4 @@
-// Mounted file systems that hold stored files, and whether they are there.
+// Mounted file systems that contain stored files, and whether they are mounted now.
 #pragma once
 
 #include <map>
@@ -10,18 +10,18 @@
 
 namespace keldane {
 
-/// Remembers, in the store's settings, at which mount points included files lie and which file system was
-/// mounted there. So a disk that is not connected is told from files that were deleted. Any thread.
+/// Remembers, in the store's settings, the mount points below which included files lie, and the file system
+/// that was mounted there. This tells a disk that is not connected from files that were deleted. Any thread.
 class KnownMounts {
  public:
   explicit KnownMounts(Store& store);
 
   /// The mounts as they are now.
   MountTable refresh();
-  /// Remembers the mount point that a path lies on, unless it is the root of all.
+  /// Remembers the mount point of a path, unless it is "/".
   void remember(const std::string& path);
-  /// Whether a path lies at or below a remembered mount point at which that file system is not mounted. Looks
-  /// at the mounts as they are now, when there is one to remember at all.
+  /// Whether a path lies at or below a remembered mount point whose file system is not mounted now. The
+  /// mounts are read anew if any mount point is remembered.
   bool isHidden(const std::string& path) const;
   /// Whether such a mount point lies below a path.
   bool hidesBelow(const std::string& path) const;

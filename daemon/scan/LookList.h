@@ -1,4 +1,4 @@
-// What the scanning thread is to look at.
+// The changes that the scanning thread has not looked at yet.
 #pragma once
 
 #include <deque>
@@ -10,23 +10,23 @@
 
 namespace keldane {
 
-/// Changes in the order in which they came, each once; folders and files before trees, which take long. What
-/// was taken counts as waiting until it is done. One thread at a time.
+/// Changes in the order in which they came, each once. Files and folders come before trees, because trees
+/// take long. A change that was taken counts as waiting until it is done. One thread at a time.
 class LookList {
  public:
   void add(const Change& change);
   void addTree(const std::string& place) { add({Change::Extent::tree, place}); }
 
-  /// The next file or folder. The one that was taken before and is not done comes again.
+  /// The next file or folder, or null. One that was taken before and is not done is answered again.
   const Change* takeSmall();
   void smallIsDone() { small_.reset(); }
   std::optional<std::string> takeTree();
 
   bool empty() const { return waiting_.empty() && !small_; }
   std::size_t size() const { return waiting_.size() + (small_ ? 1 : 0); }
-  /// Whether something at or below a folder waits.
+  /// Whether a change at or below a folder waits.
   bool hasBelow(const std::string& folder) const;
-  /// Whether a look that waits will come to a path.
+  /// Whether one of the waiting changes includes a path.
   bool covers(const std::string& path) const;
 
  private:

@@ -9,7 +9,7 @@ namespace keldane {
 
 namespace {
 
-// So many paths are copied while the mutex is held.
+// The most paths that are copied while the mutex is held.
 constexpr std::size_t kFilesAtOnce = 1'000;
 
 std::string_view nameIn(std::string_view path) { return path.substr(path.rfind('/') + 1); }

@@ -1,4 +1,4 @@
-// The files that wait to be stored.
+// The list of files that are to be stored.
 #pragma once
 
 #include <cstdint>
@@ -16,30 +16,30 @@
 
 namespace keldane {
 
-/// The pending files, folder by folder, with their sizes and owners and, for those that a person prefers,
-/// their order. A file takes some 53 bytes more than a third of its path. Any thread; the mutex is a leaf.
+/// The pending files, folder by folder, with their sizes and owners. Files that a person prefers also have an
+/// order. A file takes about 53 bytes and a third of the length of its path. Any thread; the mutex is a leaf.
 class PendingFiles {
  public:
   struct Totals {
     std::uint64_t files = 0, bytes = 0;  ///< more bytes than a number holds are the largest number
   };
 
-  /// Begins a look at the disk: what is added or removed from here on is newer than what it has seen.
+  /// Begins a scan and answers its number. Changes of this list from here on count as newer than the scan.
   std::uint32_t beginScan();
-  /// What a look that began as `scan` found waiting directly in a folder, by name. Replaces what was there,
-  /// but for what was added and removed since. Answers whether a file waits that did not.
+  /// Replaces the files of one folder by those that the scan found, in any order. Files that were added or
+  /// removed after the scan had begun stay as they are. Answers whether a file is now pending that was not.
   bool setFolder(const std::string& folder, std::vector<WaitingName>& files, std::uint32_t scan);
-  /// Takes out what lies in folders at or below a place for which setFolder() was not called, and what was
-  /// not added, since that scan began.
+  /// Removes the files of all folders at or below a place that the scan did not pass to setFolder(). Files
+  /// that were added after the scan had begun stay.
   void endScan(const std::string& place, std::uint32_t scan);
 
-  /// Notes a file that waits, or its new size and owner. True when it was not waiting before.
+  /// Adds a file, or takes its new size and owner. Answers whether it was not pending before.
   bool add(const std::string& path, std::uint64_t bytes, uid_t owner = 0);
   void remove(const std::string& path);
-  /// Takes out a file that was not added since that look at the disk began. False when it still waits.
+  /// Removes a file unless it was added after the scan had begun. Answers false when it is still pending.
   bool removeIfOlder(const std::string& path, std::uint32_t scan);
-  /// Takes out the files at or below a path that are not to be kept. The mutex is not held meanwhile for
-  /// longer than a folder takes.
+  /// Removes the files at or below a path for which `keep` answers false. The mutex is held for one folder at
+  /// a time.
   void removeUnless(const std::string& path, const std::function<bool(const std::string& path)>& keep);
 
   bool contains(const std::string& path) const;
@@ -64,10 +64,10 @@ class PendingFiles {
     std::uint64_t bytes = 0;
     uid_t owner = 0;
   };
-  /// The preferred files that wait, in the order in which they were preferred.
+  /// The pending files that are preferred, in the order in which they were preferred.
   std::vector<File> waitingPreferred() const;
-  /// Called with each file that waits, by folder and name; false ends it. The mutex is not held during the
-  /// call.
+  /// Calls `visitor` with each pending file, in the order of folders and names, until it answers false. The
+  /// mutex is not held during the call.
   void visit(const std::function<bool(const File& file)>& visitor) const;
 
  private:
@@ -78,7 +78,7 @@ class PendingFiles {
   Folders::iterator dropIfEmpty(Folders::iterator folder);
 
   mutable std::mutex mutex_;
-  Folders folders_;  // each with a file that waits
+  Folders folders_;  // each has at least one pending file
   std::uint64_t files_ = 0;
   ByteSum bytes_;
   std::uint32_t scan_ = 0;

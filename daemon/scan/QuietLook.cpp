@@ -9,11 +9,11 @@ namespace keldane {
 
 namespace {
 
-// So many folders are looked at in one step, and so long is waited until the next one.
+// The folders of one step, and the pause before the next one.
 constexpr std::size_t kFolders = 32;
 constexpr std::chrono::milliseconds kPause(200), kIdle(60'000);
 
-/// The disk serves everybody else first while it lives.
+/// Gives the thread the lowest priority for the disk while it exists.
 class IdleDisk {
  public:
   IdleDisk() : before_(syscall(SYS_ioprio_get, kThread, 0)) { set(kIdleClass); }
@@ -73,7 +73,7 @@ bool QuietLook::lookAtEverything(Step& step) {
   return true;
 }
 
-// A folder that can be watched again is no longer among them.
+// Folders that can be watched again are no longer on the list.
 bool QuietLook::lookAtUnwatched(Step& step) {
   if (!lastUnwatched_) {
     if (Clock::now() < nextRound_) {

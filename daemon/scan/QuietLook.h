@@ -1,4 +1,4 @@
-// The looks at the disk that nothing has asked for.
+// Scans that no change has asked for.
 #pragma once
 
 #include <chrono>
@@ -12,9 +12,9 @@
 
 namespace keldane {
 
-/// Looks at everything every few hours, for the sake of what was not told, and at the folders that cannot be
-/// watched, first after a minute and then after twice as long each time. Both go in small steps with pauses
-/// between them. One thread.
+/// Scans all places every few hours, to find changes that were missed. It also scans the folders that cannot
+/// be watched, first after a minute and then after twice as long each time. Both work in small steps with
+/// pauses between them. One thread.
 class QuietLook {
  public:
   struct Timing {
@@ -25,11 +25,11 @@ class QuietLook {
   QuietLook(Scanner& scanner, const RuleBook& rules, const Watcher& watcher, const Timing& timing);
 
   struct Step {
-    bool news = false;                     ///< a file has come to wait
-    std::vector<std::string> below;        ///< has to be looked at with all below it
+    bool news = false;                     ///< a file has become pending
+    std::vector<std::string> below;        ///< folders that are to be scanned with everything below them
     std::chrono::milliseconds pause = {};  ///< before the next step
   };
-  /// Does what is due, for some milliseconds at most but where one folder takes longer.
+  /// Does a part of the work that is due. It takes some milliseconds, or as long as one folder takes.
   Step step();
 
  private:
@@ -43,11 +43,11 @@ class QuietLook {
   const Watcher& watcher_;
   const Timing timing_;
   Clock::time_point nextEverything_;
-  std::vector<std::string> places_;  // that are left of a look at everything
+  std::vector<std::string> places_;  // of a scan of all places, those that are left
   std::optional<Scanner::Walk> walk_;
   std::chrono::milliseconds round_;
   Clock::time_point nextRound_;
-  std::optional<std::string> lastUnwatched_;  // of the round at hand
+  std::optional<std::string> lastUnwatched_;  // of the current round
 };
 
 }  // namespace keldane

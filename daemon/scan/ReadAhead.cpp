@@ -6,7 +6,7 @@ namespace keldane {
 
 namespace {
 
-// A batch that holds so many files has no more folders read into it.
+// A batch with this many files gets no more folders.
 constexpr std::size_t kManyFiles = 8192;
 
 }  // namespace
@@ -22,7 +22,7 @@ ReadAhead::~ReadAhead() {
   thread_.join();
 }
 
-// The batch that the caller works on is answered, but not free.
+// The batch that the caller works on is not free.
 void ReadAhead::take(std::vector<std::string>& folders) {
   while (!folders.empty() && given_ + 1 < answered_ + batches_.size()) {
     Batch& batch = at(given_);

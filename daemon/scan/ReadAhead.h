@@ -1,4 +1,4 @@
-// Reads folders ahead of whoever compares them with the catalogue.
+// Reads folders before the scanner needs them.
 #pragma once
 
 #include <array>
@@ -16,35 +16,35 @@
 
 namespace keldane {
 
-/// One folder as it was read.
+/// The result of reading one folder.
 struct FolderRead {
   std::string path;
-  std::uint32_t scan = 0;  ///< the look at the disk, which began before the folder was read
-  int error = 0;           ///< 0, or the number of the error for which it could not be read
-  FolderEntries entries;   ///< of a folder that stays open
+  std::uint32_t scan = 0;  ///< the number of the scan, taken before the folder was read
+  int error = 0;           ///< 0, or the error number
+  FolderEntries entries;   ///< the folder stays open
 };
 
-/// Reads batches of folders on a thread of its own, so that the disk is read while the caller works on the
-/// folders that were read before. Few folders are open and in memory at once, however large they are. One
-/// thread calls; the thread ends with this object.
+/// Reads batches of folders on its own thread while the caller works on the batch before. Only a few folders
+/// are open and in memory at the same time, however large they are. All calls come from one thread. The
+/// reading thread ends with this object.
 class ReadAhead {
  public:
   /// Reads the folder at `path`; called on the reading thread.
   using Read = std::function<void(FolderRead& folder)>;
-  static constexpr std::size_t kFolders = 16;  ///< of one batch, at most
+  static constexpr std::size_t kFolders = 16;  ///< the most folders of one batch
 
   explicit ReadAhead(Read read);
   ~ReadAhead();
   ReadAhead(const ReadAhead&) = delete;
   ReadAhead& operator=(const ReadAhead&) = delete;
 
-  /// Hands folders over from the end of the list, as long as a batch is free.
+  /// Takes folders from the end of the list, as long as a batch is free.
   void take(std::vector<std::string>& folders);
-  /// Whether nothing is left that was handed over.
+  /// Whether all folders that were taken have been answered.
   bool isIdle() const { return given_ == answered_; }
-  /// Waits for the batch that was handed over first, and answers its folders, which stay as they are until
-  /// the next call. Folders that were not read, because those before them hold too much, go back to the list.
-  /// Throws what the reading threw; the folder of that is lost, and no other. There is a batch.
+  /// Waits for the oldest batch and answers its folders; they are valid until the next call. Folders that
+  /// were not read, because those before them have too many entries, go back to the list. Throws the
+  /// exception of the reading thread; only the folder that caused it is lost. There must be a batch.
   std::span<FolderRead> next(std::vector<std::string>& folders);
 
  private:

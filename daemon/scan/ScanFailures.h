@@ -1,4 +1,4 @@
-// What a look at the disk found that cannot be backed up.
+// The files and folders that a scan found and that cannot be backed up.
 #pragma once
 
 #include <functional>
@@ -10,18 +10,18 @@
 
 namespace keldane {
 
-/// Keeps the store's list of failures true to what the looks at the disk find. One thread.
+/// Keeps the store's list of failures up to date with the results of the scans. One thread.
 class ScanFailures {
  public:
   explicit ScanFailures(Store& store) : store_(store) {}
 
-  /// Reads what the store knows at and below a place that is looked at next.
+  /// Loads the failures at and below the place that is scanned next.
   void load(const std::string& place);
   bool isEmpty() const { return reasons_.empty(); }
-  /// Notes that a path cannot be backed up and logs it, if that is news.
+  /// Notes that a path cannot be backed up, and logs it if that is new.
   void note(const std::string& path, const std::string& reason);
-  /// A folder was read: it has not failed any more, nor has what lies below it, but for those of its direct
-  /// entries for which `stays` answers true.
+  /// Removes the failures of a folder that was read, and of everything below it. The failures of direct
+  /// entries for which `stays` answers true are kept, with those below them.
   using Stays = std::function<bool(const std::string& path, const std::string& name)>;
   void settle(const std::string& folder, const Stays& stays);
 

@@ -12,7 +12,7 @@ namespace keldane {
 
 namespace {
 
-/// A folder that is left out for what lies in it is watched for the end of that.
+/// A folder that is excluded by a mark in it is watched, because the mark may disappear.
 bool isWorthALook(const Decision& decision, const std::string& folder) {
   return decision.mayHold || (decision.ignoredAt == folder && (decision.ignoring == lineOf(Mark::cacheTag) ||
                                                                decision.ignoring == lineOf(Mark::attribute)));
@@ -130,8 +130,7 @@ void Scanner::read(FolderRead& folder) const {
       folder.entries.read(folder.path, rules_.heeds(Mark::cacheTag), rules_.heeds(Mark::attribute));
 }
 
-/// One folder that was read, without what is below. `isChanged` becomes true when it is to be ignored from
-/// now on, or no longer.
+/// Compares the direct entries of one folder. `isChanged` becomes true when its marks have changed.
 bool Scanner::lookAt(FolderRead& read, std::vector<std::string>& below, bool& isChanged) {
   const std::string& path = read.path;
   if (read.error != 0) {
@@ -139,7 +138,7 @@ bool Scanner::lookAt(FolderRead& read, std::vector<std::string>& below, bool& is
     couldNotRead(path, read.error);
     return false;
   }
-  // That it lies on another file system is known from outside and outranks what is found inside.
+  // The mark of another file system comes from the table of mounts and outranks the marks in the folder.
   if (mounts_.isMountPoint(path) && noteOtherFileSystem(path)) {
     isChanged = true;
   } else if (!rules_.isMarked(path, Mark::otherFileSystem)) {
@@ -178,7 +177,7 @@ void Scanner::compareFiles(Folder& folder) {
   }
 }
 
-// What the rules say is asked last: mostly a file is as it was, and then they need not be asked.
+// The rules are asked last, because most files have not changed and then the rules do not matter.
 void Scanner::compare(Folder& folder, const FolderEntries::File& file, const BackupRecord* record) {
   if (record != nullptr && record->removed) {
     store_.setRemoved(appendPathComponent(folder.path, file.name), false, 0);
@@ -193,12 +192,12 @@ void Scanner::compare(Folder& folder, const FolderEntries::File& file, const Bac
   }
 }
 
-// Of most files no path is made, which would take as long as to ask the disk for them.
+// Most files need no path. Making one would take as long as reading the entry.
 bool Scanner::isWanted(Folder& folder, const FolderEntries::File& file) {
   const auto path = [&] { return appendPathComponent(folder.path, file.name); };
   if (folder.heedsAttribute) {
     const bool isMarked = folder.entries.isMarked(file.name, folder.path);
-    if (isMarked || !folder.selected) {  // else nothing below the folder is marked
+    if (isMarked || !folder.selected) {  // otherwise nothing below the folder is marked
       rules_.setMark(path(), isMarked ? Mark::attribute : Mark::none);
       folder.selected.reset();
     }
@@ -217,7 +216,7 @@ bool Scanner::isWanted(Folder& folder, const FolderEntries::File& file) {
   return true;
 }
 
-// A folder that is not selected is looked at for the sake of what is stored from it.
+// A folder that is not selected is scanned if stored files lie in it.
 void Scanner::findBelow(const Folder& folder, std::vector<std::string>& below) {
   const bool hasMounts = mounts_.hasMountsBelow(folder.path);
   for (const std::string_view name : folder.entries.folders()) {
@@ -238,7 +237,7 @@ void Scanner::findBelow(const Folder& folder, std::vector<std::string>& below) {
   }
 }
 
-/// Answers whether that is new.
+/// Sets or removes the mark of another file system. Answers whether it has changed.
 bool Scanner::noteOtherFileSystem(const std::string& path) {
   const Mount* mount = mounts_.at(path);
   if (mount == nullptr || isLocal(*mount)) {
@@ -263,7 +262,7 @@ void Scanner::noteMissing(const Folder& folder) {
   }
 }
 
-// What a disk that is not connected holds is not deleted.
+// Files on a disk that is not connected do not count as deleted.
 void Scanner::noteRemoved(const std::string& path) {
   if (knownMounts_.isHidden(path)) {
     return;
@@ -280,9 +279,9 @@ void Scanner::noteRemoved(const std::string& path) {
   });
 }
 
-// --- What cannot be read ---
+// --- Unreadable files and folders ---
 
-// A folder that cannot be opened tells nothing of what lies in it, so nothing is noted as removed then.
+// Nothing is known about the files in a folder that cannot be opened, so none is noted as removed.
 void Scanner::couldNotRead(const std::string& path, int error) {
   if (error == ENOENT || error == ENOTDIR || error == ELOOP) {
     if (!statusOf(path)) {
@@ -298,7 +297,7 @@ void Scanner::couldNotRead(const std::string& path, int error) {
   }
 }
 
-// The folder was read. Of what failed in it, what is gone or not wanted any more has not failed.
+// Called for a folder that was read. Failures of entries that are gone or no longer selected are removed.
 void Scanner::settleFailures(const Folder& folder) {
   failures_.settle(folder.path, [&](const std::string& path, const std::string& name) {
     const auto& folders = folder.entries.folders();

@@ -1,4 +1,4 @@
-// Finds what is to be stored by looking at the disk.
+// Finds the files that are to be stored.
 #pragma once
 
 #include <atomic>
@@ -23,60 +23,61 @@
 
 namespace keldane {
 
-/// Compares the disk with the rules and the catalogue, keeps the list of pending files, and notes in the
-/// catalogue which stored files are no longer there, which folders cannot be read, and in the rules what is
-/// to be ignored. Folders are watched before they are read. What lies on a disk that is not connected is left
-/// as it is known. Looking at folders is for one thread; the rest may be called on any.
+/// Compares the disk with the rules and the catalogue, and keeps the list of pending files. It notes removed
+/// files and unreadable folders in the catalogue, and marks that exclude folders in the rules. It watches a
+/// folder before it reads the folder. The records of a disk that is not connected do not change. Only one
+/// thread scans folders; the other functions may be called on any thread.
 class Scanner {
  public:
-  /// Without a watcher nothing is watched.
+  /// `watcher` may be null; then no folder is watched.
   Scanner(Store& store, RuleBook& rules, PendingFiles& pending, Watcher* watcher = nullptr);
 
-  /// A look at a place and everything below it, links not followed, in steps.
+  /// A scan of a place and everything below it, in steps. Links are not followed.
   struct Walk {
     std::string place;
     std::uint32_t scan = 0;
-    std::vector<std::string> folders;  ///< that are left
-    bool news = false;                 ///< a file has come to wait that did not wait before
+    std::vector<std::string> folders;  ///< those that are left
+    bool news = false;                 ///< a file has become pending
     bool isDone = false;
-    std::unique_ptr<ReadAhead> ahead;  ///< reads while others are compared; none for a few folders
+    std::unique_ptr<ReadAhead> ahead;  ///< reads folders meanwhile; null for few folders
   };
   Walk begin(const std::string& place);
-  /// Whether a second thread reads ahead, which takes less time, or nobody is to notice the step.
+  /// `fast` reads ahead on a second thread; `quiet` uses one thread, so that nobody notices the scan.
   enum class Pace { fast, quiet };
-  /// Looks at the next folders, about so many.
+  /// Scans about so many of the next folders.
   void step(Walk& walk, std::size_t folders, Pace pace = Pace::fast);
-  /// All of it. Ends early when `cancelled` becomes true. Answers whether a file has come to wait.
+  /// Scans a whole place. Ends early when `cancelled` becomes true. Answers whether a file has become
+  /// pending.
   bool scan(const std::string& place, const std::atomic<bool>& cancelled);
-  /// Looks at a folder's direct entries; what has to be looked at below is put into `below`: folders that are
-  /// new, and everything when it is to be ignored from now on or no longer. Answers whether a file has come
-  /// to wait.
+  /// Scans a folder's direct entries. `below` receives the folders that must be scanned with everything below
+  /// them: new ones, and the folder itself when its marks have changed. Answers whether a file has become
+  /// pending.
   bool look(const std::string& folder, std::vector<std::string>& below);
 
   /// Whether a path lies on a disk that is not connected.
   bool isHidden(const std::string& path) const { return knownMounts_.isHidden(path); }
 
-  /// Looks at one path that is no folder. Answers whether it has come to wait.
+  /// Compares one path that is not a folder. Answers whether it has become pending.
   bool consider(const std::string& path);
 
-  /// Notes that a file in this state could not be stored: it waits no longer, and is tried again when it has
-  /// changed or an hour has gone by.
+  /// Notes that a file in this state could not be stored. It is no longer pending. It is tried again when it
+  /// has changed or an hour has passed.
   void putOff(const std::string& path, const FileState& state);
-  /// Files that were put off and whose hour has gone by.
+  /// The files that were put off and whose hour has passed.
   std::vector<std::string> dueAgain() const { return delays_.due(); }
-  /// A person asked for it: everything that was put off is tried again.
+  /// Allows all files that were put off to be tried again. A person asked for a backup.
   void forgetDelays() { delays_.clear(); }
 
  private:
-  /// What is found out about one folder.
+  /// The facts about one folder while it is compared.
   struct Folder {
     const std::string& path;
     const FolderEntries& entries;
-    std::optional<bool> selected;  // all of its files; absent: each has to be asked about
+    std::optional<bool> selected;  // for all of its files; absent: it differs from file to file
     bool heedsAttribute = false;
     std::vector<WaitingName> waiting;
-    std::set<std::string, std::less<>> failing;  // files that are wanted and do not wait
-    std::vector<std::string> missing;            // files that are stored and not there
+    std::set<std::string, std::less<>> failing;  // selected files that cannot be stored
+    std::vector<std::string> missing;            // stored files that are gone
     std::set<std::string, std::less<>> withRecords;
   };
 
@@ -99,12 +100,12 @@ class Scanner {
   Watcher* const watcher_;
   KnownMounts knownMounts_;
   Delays delays_;
-  // Of the thread that looks at folders:
+  // Used by the scanning thread only:
   ChildRecords records_;
   FolderRead folder_;
   MountTable mounts_;
   ScanFailures failures_;
-  std::uint32_t failuresOf_ = 0;  // the walk that they were loaded for
+  std::uint32_t failuresOf_ = 0;  // the scan that failures_ was loaded for
 };
 
 }  // namespace keldane

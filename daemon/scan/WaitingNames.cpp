@@ -7,7 +7,7 @@ namespace keldane {
 
 namespace {
 
-// So many may be gone before room is made.
+// The names that may be removed before their memory is freed.
 constexpr std::size_t kFewGone = 16;
 
 }  // namespace
@@ -70,7 +70,7 @@ std::optional<WaitingName> WaitingNames::find(std::string_view name) const {
              : std::nullopt;
 }
 
-// With all names before it in the order already there.
+// All names before it are in their order already.
 void WaitingNames::append(const WaitingName& file, std::uint32_t scan) {
   const std::uint64_t bytes = std::min(file.bytes, kGone - 1);
   entries_.push_back({bytes, static_cast<std::uint32_t>(names_.size()), scan, file.owner});
@@ -90,7 +90,7 @@ bool WaitingNames::replace(const std::vector<WaitingName>& files, std::uint32_t 
   bool isNews = false;
   auto old = before.entries_.begin();
   const auto end = before.entries_.end();
-  // What was added meanwhile and the look has not seen.
+  // Names that were added after the scan had begun.
   const auto keepUpTo = [&](const WaitingName* file) {
     for (; old != end && (file == nullptr || before.nameOf(*old) < file->name); ++old) {
       if (old->scan >= scan && old->bytes != kGone) {

@@ -1,4 +1,4 @@
-// The files of one folder that wait, in little room.
+// The pending files of one folder, in little memory.
 #pragma once
 
 #include <sys/types.h>
@@ -21,22 +21,22 @@ struct WaitingName {
   uid_t owner = 0;
 };
 
-/// Names with sizes and owners, in the order of the names' bytes. Each keeps the number of the look at the
-/// disk during which it was added or removed, so that a look that began earlier does not undo that. A file
-/// takes 25 bytes and its name. One thread at a time.
+/// Names with sizes and owners, in the order of the names' bytes. Each keeps the number of the scan during
+/// which it was added or removed, so that a scan that began earlier does not undo that. A file takes 25 bytes
+/// and its name. One thread at a time.
 class WaitingNames {
  public:
-  /// True when it was not waiting before.
+  /// Answers whether it was not pending before.
   bool add(const WaitingName& file, std::uint32_t scan);
   void remove(std::string_view name, std::uint32_t scan);
-  /// The same for what was not added since `since` began. False when it was, and so still waits.
+  /// Removes the name unless it was added after the scan `since` had begun. Answers false when it stays.
   bool removeIfOlder(std::string_view name, std::uint32_t since, std::uint32_t scan);
-  /// The name lives as long as the argument's.
+  /// The name in the answer is that of the argument and lives as long.
   std::optional<WaitingName> find(std::string_view name) const;
-  /// Replaces everything by `files`, in the order of their names, but for what was added or removed since
-  /// `scan` began. Answers whether a file waits that did not.
+  /// Replaces all names by `files`, which are in the order of their names. Names that were added or removed
+  /// after `scan` had begun stay as they are. Answers whether a file is now pending that was not.
   bool replace(const std::vector<WaitingName>& files, std::uint32_t scan);
-  /// Takes out what was not added since `scan` began.
+  /// Removes all names but those that were added after `scan` had begun.
   void removeOlder(std::uint32_t scan);
 
   /// Calls `visit(const WaitingName&)` until it answers false.
@@ -44,7 +44,7 @@ class WaitingNames {
   bool visit(const Visit& visit) const;
   std::size_t files() const { return entries_.size() - gone_; }
   const ByteSum& bytes() const { return bytes_; }
-  /// The look that replaced everything last.
+  /// The scan whose files were taken last.
   std::uint32_t scan() const { return scan_; }
 
  private:

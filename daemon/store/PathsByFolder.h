@@ -12,7 +12,8 @@ namespace keldane {
 /// Absolute paths, folder by folder: each folder is kept once, with the names in it. A path takes its name
 /// and one byte, and at most as much again. One thread at a time.
 class PathsByFolder {
-  using Folders = std::map<std::string, std::string, std::less<>>;  // the names, each with a zero byte after it
+  using Folders =
+      std::map<std::string, std::string, std::less<>>;  // the names, each with a zero byte after it
 
  public:
   PathsByFolder() = default;
@@ -30,7 +31,8 @@ class PathsByFolder {
   /// set outlives it and does not change meanwhile.
   class Reader {
    public:
-    explicit Reader(const PathsByFolder& paths) : folder_(paths.folders_.begin()), end_(paths.folders_.end()) {}
+    explicit Reader(const PathsByFolder& paths)
+        : folder_(paths.folders_.begin()), end_(paths.folders_.end()) {}
     /// The next path. There must be one.
     std::string next();
 

@@ -8,7 +8,7 @@ namespace keldane {
 
 namespace {
 
-// From here on the whole folder is looked at, which takes less than to ask for each name.
+// With more changed names than this, one look at the whole folder is quicker than a look at each name.
 constexpr std::size_t kMostNames = 64;
 
 }  // namespace
@@ -27,7 +27,7 @@ void ChangeList::addFolder(const std::string& folder) { folders_[folder] = {true
 
 void ChangeList::addTree(const std::string& place) { trees_.insert(place); }
 
-// Whether a folder above it is a tree of the list; itself does not count.
+// Whether the list has a tree above the path. The path itself does not count.
 bool ChangeList::isInTree(const std::string& path) const {
   for (std::string_view above = path; above.size() > 1;) {
     above = parentPath(above);

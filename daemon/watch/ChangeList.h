@@ -1,4 +1,4 @@
-// What has changed, brought together.
+// Changes on the disk, without repetitions.
 #pragma once
 
 #include <map>
@@ -8,7 +8,7 @@
 
 namespace keldane {
 
-/// What is to be looked at.
+/// A part of the disk that has changed.
 struct Change {
   enum class Extent {
     entry,   ///< one file or link
@@ -20,14 +20,14 @@ struct Change {
   bool operator==(const Change&) const = default;
 };
 
-/// Gathers changes, so that what changes a hundred times is looked at once. One thread.
+/// Collects changes, so that a file that changes a hundred times is looked at once. One thread.
 class ChangeList {
  public:
   void addEntry(const std::string& folder, const std::string& name);
   void addFolder(const std::string& folder);
   void addTree(const std::string& place);
   bool isEmpty() const { return folders_.empty() && trees_.empty(); }
-  /// All of them, trees first, less what lies in a tree that is named already. The list is empty afterwards.
+  /// All changes, trees first, without those that lie in one of the trees. The list is empty afterwards.
   std::vector<Change> take();
 
  private:

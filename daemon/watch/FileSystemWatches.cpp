@@ -22,14 +22,14 @@ static_assert(FAN_CREATE == IN_CREATE && FAN_DELETE == IN_DELETE && FAN_MOVED_FR
               FAN_MOVED_TO == IN_MOVED_TO && FAN_MODIFY == IN_MODIFY && FAN_CLOSE_WRITE == IN_CLOSE_WRITE &&
               FAN_ATTRIB == IN_ATTRIB && FAN_ONDIR == IN_ISDIR && FAN_Q_OVERFLOW == IN_Q_OVERFLOW);
 
-/// What an event is about.
+/// The folder and the name of an event.
 struct Entry {
   FileSystemWatches::FileSystem fileSystem;
-  std::string_view handle;  // of its folder, as the kernel made it
+  std::string_view handle;  // the kernel's handle of the folder
   std::string_view name;
 };
 
-/// Absent for what tells of no folder.
+/// Absent when the event names no folder.
 std::optional<Entry> entryIn(std::string_view information) {
   fanotify_event_info_header header{};
   file_handle handle{};
@@ -51,7 +51,7 @@ std::optional<Entry> entryIn(std::string_view information) {
   return entry;
 }
 
-/// The number that events have for the file system of an open file.
+/// The number of an open file's file system, as events have it.
 std::optional<FileSystemWatches::FileSystem> fileSystemOf(const Descriptor& file) {
   struct statfs status {};
   if (!file || fstatfs(file.get(), &status) != 0) {
@@ -63,8 +63,8 @@ std::optional<FileSystemWatches::FileSystem> fileSystemOf(const Descriptor& file
   return number;
 }
 
-/// Whether the folders of such a file system can be found by what events say of them: not every file system
-/// allows it, and it needs a right of its own.
+/// Whether folders can be opened by the handles of events. Not every file system supports it, and the process
+/// needs a right for it.
 bool canFindFoldersFrom(const Descriptor& folder) {
   alignas(file_handle) std::byte room[sizeof(file_handle) + MAX_HANDLE_SZ];
   auto* handle = reinterpret_cast<file_handle*>(room);
@@ -74,7 +74,7 @@ bool canFindFoldersFrom(const Descriptor& folder) {
          Descriptor(open_by_handle_at(folder.get(), handle, O_PATH | O_CLOEXEC));
 }
 
-/// The name that the kernel has for an open folder; absent for one that no path leads to.
+/// The path of an open folder, from the kernel. Absent when no path leads to it.
 std::optional<std::string> pathOf(const Descriptor& folder) {
   char path[PATH_MAX];
   const std::string link = "/proc/self/fd/" + std::to_string(folder.get());
@@ -86,8 +86,8 @@ std::optional<std::string> pathOf(const Descriptor& folder) {
 
 }  // namespace
 
-/// Remembers, while one part of the queue is read, where the folders of its events lie. It holds no file
-/// system for longer, which could not be unmounted otherwise.
+/// Finds the paths of folders, and remembers them while one part of the queue is read. It keeps no file open
+/// for longer, because a file system with an open file cannot be unmounted.
 class FileSystemWatches::FolderFinder {
  public:
   explicit FolderFinder(const FileSystemWatches& watches) : watches_(watches) {}
@@ -132,7 +132,7 @@ class FileSystemWatches::FolderFinder {
 FileSystemWatches::FileSystemWatches()
     : events_(fanotify_init(FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_NONBLOCK | FAN_REPORT_DFID_NAME, 0)) {}
 
-// The mark is made each time: one that was made before is gone when the file system was unmounted.
+// The mark is made again each time, because unmounting removes an earlier one.
 bool FileSystemWatches::add(const std::string& folder, const std::string& mountPoint) {
   const Descriptor place(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   const std::optional<FileSystem> fileSystem = fileSystemOf(place);
@@ -141,13 +141,13 @@ bool FileSystemWatches::add(const std::string& folder, const std::string& mountP
       fanotify_mark(events_.get(), kHow, kEvents, AT_FDCWD, folder.c_str()) != 0) {
     return false;
   }
-  // A mount point that was told before something else was mounted leads elsewhere.
+  // An old mount point may lead to another file system by now.
   const Descriptor mount(open(mountPoint.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   anchors_[*fileSystem].insert(fileSystemOf(mount) == fileSystem ? mountPoint : folder);
   return true;
 }
 
-// Events follow each other at any address, so their parts are copied.
+// Events are not aligned, so their parts are copied.
 std::size_t FileSystemWatches::read(const Tell& tell) {
   char buffer[std::size_t{64} << 10];
   const ssize_t got = ::read(events_.get(), buffer, sizeof(buffer));

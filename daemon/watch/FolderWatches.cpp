@@ -18,10 +18,10 @@ namespace {
 constexpr std::uint32_t kNames =
     IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF;
 constexpr std::uint32_t kFiles = kNames | IN_MODIFY | IN_CLOSE_WRITE | IN_ATTRIB;
-// A link is not followed: what it leads to is watched if it belongs to a place itself.
+// Links are not followed. The target is watched if it belongs to a place itself.
 constexpr std::uint32_t kHow = IN_ONLYDIR | IN_DONT_FOLLOW | IN_EXCL_UNLINK;
 
-/// Why a folder could not be watched if there were watches: what it lacks itself, or that none is left.
+/// The reason why a folder could not be watched.
 int reasonAgainst(const std::string& folder) {
   struct stat status {};
   return lstat(folder.c_str(), &status) != 0 ? errno : S_ISDIR(status.st_mode) ? ENOSPC : ENOTDIR;
@@ -33,7 +33,7 @@ FolderWatches::FolderWatches(std::size_t most)
     : most_(most), inotify_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {}
 
 std::size_t FolderWatches::shareOfWatches() {
-  std::size_t all = std::numeric_limits<std::size_t>::max();  // where the system does not say it
+  std::size_t all = std::numeric_limits<std::size_t>::max();  // when the limit cannot be read
   std::ifstream("/proc/sys/fs/inotify/max_user_watches") >> all;
   return all - all / 10;
 }
@@ -43,7 +43,7 @@ FolderWatches::Outcome FolderWatches::add(const std::string& folder, Depth depth
   if (known != watches_.end()) {
     depth = std::max(depth, known->second.depth);
   }
-  // What is asked for is added, so that a folder that is reached by two paths tells what both want to know.
+  // The events are added to those of the watch, because a folder with two paths serves both.
   const std::uint32_t mask = (depth == Depth::names ? kNames : kFiles) | kHow | IN_MASK_ADD;
   const bool isLeft = byNumber_.size() < most_ || (known != watches_.end() && known->second.number >= 0);
   const int number = isLeft ? inotify_add_watch(inotify_.get(), folder.c_str(), mask) : -1;
@@ -54,7 +54,7 @@ FolderWatches::Outcome FolderWatches::add(const std::string& folder, Depth depth
   const auto watch = watches_.try_emplace(folder).first;
   watch->second.depth = depth;
   connect(watch, number >= 0 ? number : kNone);
-  // A folder that may not be read tells nothing either way, and whoever reads it says so.
+  // A folder without read permission cannot be watched, and the scanner reports it.
   return number >= 0 || reason == EACCES ? Outcome::watched : Outcome::noneLeft;
 }
 
@@ -91,7 +91,7 @@ void FolderWatches::connect(Watches::iterator watch, int number) {
   }
 }
 
-// The kernel's watch ends with the last path that it stands for.
+// The kernel's watch ends with the last path of its folder.
 void FolderWatches::disconnect(Watches::iterator watch) {
   const int number = std::exchange(watch->second.number, kNone);
   told_ -= number == kTold ? 1 : 0;

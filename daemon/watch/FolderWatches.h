@@ -1,4 +1,4 @@
-// Which folder has which watch of the kernel.
+// The folders and their watches.
 #pragma once
 
 #include <cstddef>
@@ -13,49 +13,49 @@
 
 namespace keldane {
 
-/// The watches of one inotify instance, each on a folder's direct entries. The kernel watches what a path
-/// leads to when it is added, not the path: who is told that a folder was moved drops its path with all below
-/// and adds the new one. A folder that can be reached by two paths has one watch and both paths. One thread
-/// at a time.
+/// The watches of one inotify instance, each on a folder's direct entries. The kernel watches the folder that
+/// a path named when the watch was added, not the path. So the caller drops the path of a folder that was
+/// moved, with everything below it, and adds the new path. A folder with two paths has one watch and both
+/// paths. One thread at a time.
 class FolderWatches {
  public:
-  /// Takes at most so many watches of the kernel.
+  /// `most` is the greatest number of watches.
   explicit FolderWatches(std::size_t most = shareOfWatches());
-  /// What the system gives a user, less a tenth that is left for other programs.
+  /// The system's limit for a user, less a tenth for other programs.
   static std::size_t shareOfWatches();
 
-  /// To wait for and to read events from; below 0 when the system gave none.
+  /// The descriptor to poll and to read events from; below 0 when the system gave none.
   int descriptor() const { return inotify_.get(); }
 
-  /// How much a folder's watch tells.
+  /// The events that a folder's watch reports.
   enum class Depth : std::uint8_t {
-    names,  ///< entries that appear and go
-    files,  ///< and changes of files, for what is wanted of them
-    whole   ///< everything, as something lies in it that belongs to a place
+    names,  ///< entries that appear and disappear
+    files,  ///< also changes of files, because single files in it belong to the backup
+    whole   ///< all events, because the folder lies in a place
   };
   enum class Outcome { watched, noneLeft, notThere };
-  /// Watches a folder, or watches it better than before. It is known afterwards unless it is not there.
+  /// Watches a folder, or adds events to its watch. The folder is known afterwards, unless it does not exist.
   Outcome add(const std::string& folder, Depth depth);
-  /// Keeps a folder in mind that is not to be watched.
+  /// Notes a folder without a watch.
   void addUnwatched(const std::string& folder);
-  /// Keeps a folder in mind of which somebody else tells.
+  /// Notes a folder whose changes come from another source.
   void addTold(const std::string& folder);
 
-  /// Whether a folder is watched at least that well.
+  /// Whether a folder's watch reports at least these events.
   bool isWatched(const std::string& folder, Depth depth) const;
-  /// Whether a folder is known as one that everything is to be told of, watched or not.
+  /// Whether a folder is known with Depth::whole, with a watch or without.
   bool isWhole(const std::string& folder) const;
   /// Drops a folder with all below it.
   void drop(const std::string& folder);
-  /// Drops all that `keep` does not want.
+  /// Drops the folders for which `keep` answers false.
   template <class Keep>
   void dropUnless(const Keep& keep);
-  /// Drops what a watch of the kernel stands for, as it has ended.
+  /// Drops the folders of a watch that the kernel has ended.
   void forget(int watch);
-  /// The paths that a watch stands for.
+  /// The paths of the folder that a watch is on.
   std::vector<std::string> foldersOf(int watch) const;
 
-  /// Folders that are known and not watched, in the order of their paths after `last`, at most `most`.
+  /// At most `most` known folders without a watch, in the order of their paths, from the first after `last`.
   std::vector<std::string> unwatchedAfter(std::string_view last, std::size_t most) const;
   std::size_t watched() const { return byNumber_.size(); }
   std::size_t unwatched() const { return watches_.size() - byNumber_.size() - told_; }

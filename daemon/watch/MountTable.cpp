@@ -12,7 +12,7 @@ namespace keldane {
 
 namespace {
 
-// Served by another computer, by a program, or by the kernel itself, whose files are no user's.
+// File systems of other computers, of programs, and of the kernel itself.
 constexpr std::array<std::string_view, 40> kNotLocal = {
     "9p",         "afs",       "autofs",    "binfmt_misc", "bpf",    "ceph",     "cgroup",   "cgroup2",
     "cifs",       "coda",      "configfs",  "debugfs",     "devpts", "devtmpfs", "efivarfs", "fuse",

@@ -16,10 +16,10 @@ namespace {
 
 using std::chrono::steady_clock;
 
-// From the first event to the call that tells of it and of what came meanwhile.
+// The time from the first event to the call that reports it, with all that came meanwhile.
 constexpr std::chrono::milliseconds kGathering(300);
-// Between two looks at the queue, so that a file that is written all the time wakes nobody all the time; and
-// while so much comes in that the queue could overflow.
+// The time between two reads of the queue, so that a file that is written all the time does not wake the
+// thread all the time. The second one is for a queue that could overflow.
 constexpr std::chrono::milliseconds kPause(100), kShortPause(2), kLongest = std::chrono::hours(1);
 constexpr auto kNever = steady_clock::time_point::max();
 constexpr std::size_t kMuchBytes = std::size_t{64} << 10;
@@ -94,7 +94,7 @@ void Watcher::addPlace(const std::string& place) {
   }
 }
 
-// With each folder above, down from the first: what is made below one of them meanwhile is told by it.
+// The folders above are watched from the top down, so each reports a folder that is made below it meanwhile.
 void Watcher::watchAbove(const std::string& place) {
   std::vector<std::string> above;
   for (std::string_view path = place; path.size() > 1;) {
@@ -173,7 +173,7 @@ bool Watcher::leadsToPlace(const std::string& path) const { return leadsToOne(pl
 
 // --- What changes ---
 
-// What is above a place stands for the places below it.
+// A change above a place counts as a change of the places below it.
 void Watcher::treeChanged(const std::string& path) {
   watches_.drop(path);
   if (isInPlace(path)) {
@@ -208,7 +208,7 @@ void Watcher::handle(const inotify_event& event, std::string_view name) {
     overflowed();
     return;
   }
-  if ((event.mask & (IN_IGNORED | IN_UNMOUNT)) != 0) {  // the table of mounts tells of the second one
+  if ((event.mask & (IN_IGNORED | IN_UNMOUNT)) != 0) {  // the table of mounts reports an unmount
     watches_.forget(event.wd);
     return;
   }
@@ -216,7 +216,7 @@ void Watcher::handle(const inotify_event& event, std::string_view name) {
     if (!name.empty()) {
       handleNamed(folder, name, event.mask);
     } else if ((event.mask & (IN_DELETE_SELF | IN_MOVE_SELF)) != 0) {
-      // The folder above tells of it, too, unless it cannot be watched.
+      // The folder above reports it, too, unless it cannot be watched.
       if (places_.contains(folder)) {
         treeChanged(folder);
       }
@@ -277,7 +277,7 @@ void Watcher::readFileSystems() {
                                        if ((mask & IN_Q_OVERFLOW) != 0) {
                                          overflowed();
                                        } else if (watches_.isWatched(folder, FolderWatches::Depth::names)) {
-                                         return;  // its own watch tells
+                                         return;  // its own watch reports it
                                        } else if (!name.empty()) {
                                          handleNamed(folder, name, mask);
                                        } else if (watches_.isWhole(folder)) {

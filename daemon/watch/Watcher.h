@@ -1,4 +1,4 @@
-// Tells what changes on the disk, as the kernel notices it.
+// Reports changes on the disk.
 #pragma once
 
 #include <sys/inotify.h>
@@ -21,18 +21,19 @@
 
 namespace keldane {
 
-/// Watches folders for somebody who walks through *places*: paths whose contents matter. Whoever walks calls
-/// watch() for each folder before reading it, so nothing that happens later is missed. The folders above the
-/// places are watched by themselves, so that a place may appear, go, be moved or be replaced by a mount. When
-/// no watches are left for single folders, file systems are watched as wholes, if the process has the rights.
+/// Watches folders for a scanner that walks through *places*, the paths whose contents belong to the backup.
+/// The scanner calls watch() for each folder before it reads the folder, so no later change is missed. The
+/// watcher itself watches the folders above the places, because a place may appear, disappear, be moved or be
+/// replaced by a mount. When no watches are left for single folders, it watches whole file systems, if the
+/// process has the rights.
 ///
-/// A change is told within about half a second. Changes of what is mapped into memory are not told, nor what
-/// other computers do on a network file system. Any thread; the callback comes on the watcher's own thread,
-/// with no lock held.
+/// A change is reported within about half a second. Changes through mapped memory are not reported, nor
+/// changes that other computers make on a network file system. Any thread; the callback comes on the
+/// watcher's own thread, with no lock held.
 class Watcher {
  public:
   using Tell = std::function<void(const std::vector<Change>& changes)>;
-  /// Takes at most so many watches of the kernel.
+  /// `mostWatches` is the greatest number of watches on folders.
   explicit Watcher(Tell tell, std::size_t mostWatches = FolderWatches::shareOfWatches());
   ~Watcher();
   Watcher(const Watcher&) = delete;
@@ -41,20 +42,20 @@ class Watcher {
   void start();
   void stop();
 
-  /// Replaces the places by those that are answered, which is asked so that no place is lost that is added
-  /// meanwhile. What was watched for others is watched no longer.
+  /// Replaces the places by those that `places` answers. It is called with the lock held, so that no place is
+  /// lost that is added at the same time. Watches that served other places alone end.
   using Places = std::function<std::vector<std::string>()>;
   void setPlaces(const Places& places);
-  /// One more place.
+  /// Adds a place.
   void addPlace(const std::string& place);
-  /// Watches a folder at or below a place. Answers whether the folder was known before. One that cannot be
-  /// watched is kept as such; the first time is logged.
+  /// Watches a folder at or below a place. Answers whether the folder was known before. A folder that cannot
+  /// be watched is noted as such; the first one is logged.
   bool watch(const std::string& folder);
   bool isKnown(const std::string& folder) const;
   /// Ends the watch on a folder and on all below it.
   void forget(const std::string& folder);
 
-  /// Folders that cannot be watched, in the order of their paths after `last`, at most `most`.
+  /// At most `most` folders that cannot be watched, in the order of their paths, from the first after `last`.
   std::vector<std::string> unwatchedAfter(std::string_view last, std::size_t most) const;
   struct Counts {
     std::size_t watched = 0, unwatched = 0;

@@ -101,17 +101,7 @@ int runScript(const Options& options, Selection defaults) {
   return runner.run(file, std::cout);
 }
 
-int run(int argc, char** argv) {
-  Options options;
-  CLI::App app(
-      "Shows what a contextual-menu plug-in offers for files, and chooses from it, without a window.\n\n"
-      "COMMAND is backup, exclude, asap, type-backup, type-exclude, preferences, a four-character code such "
-      "as\n"
-      "'r2d<', or a number (decimal or 0x...).\n\n"
-      "Exit status: 0 the plug-in answered, 1 it answered with an error status, 2 usage, 3 the bundle cannot "
-      "be\n"
-      "loaded, 4 the deadline passed.",
-      "keldane-menu");
+void declareOptions(CLI::App& app, Options& options) {
   app.set_version_flag("--version", "keldane-menu " KELDANE_VERSION);
   app.add_option("--bundle", options.bundle, "The plug-in bundle; else the first that is installed")
       ->type_name("DIR");
@@ -127,6 +117,20 @@ int run(int argc, char** argv) {
   app.add_option("--deadline", options.deadline, "Give up after this time")
       ->type_name("SECONDS")
       ->check(CLI::PositiveNumber);
+}
+
+int run(int argc, char** argv) {
+  Options options;
+  CLI::App app(
+      "Shows what a contextual-menu plug-in offers for files, and chooses from it, without a window.\n\n"
+      "COMMAND is backup, exclude, asap, type-backup, type-exclude, preferences, a four-character code such "
+      "as\n"
+      "'r2d<', or a number (decimal or 0x...).\n\n"
+      "Exit status: 0 the plug-in answered, 1 it answered with an error status, 2 usage, 3 the bundle cannot "
+      "be\n"
+      "loaded, 4 the deadline passed.",
+      "keldane-menu");
+  declareOptions(app, options);
   app.require_subcommand(1);
   app.fallthrough();
 

@@ -82,6 +82,51 @@ std::optional<NodeRow> NodeTree::top() {
   return node ? std::optional(rowOf(node)) : std::nullopt;
 }
 
+/// Brings the children of a node up to date with what was told. Notes what changed and what has gone, and
+/// answers the children that are new.
+std::set<const Node*> NodeTree::takeChildren(Node& node, const Node::ChildList& told, FolderChange& change) {
+  std::unordered_map<std::string, Node*> known;
+  if (const Node::ChildList* children = node.children()) {
+    for (Node& child : *children) {
+      known.emplace(child.fileName().string(), &child);
+    }
+  }
+  std::set<const Node*> met, fresh;
+  for (Node& each : told) {
+    if (!isShown(each)) {
+      continue;
+    }
+    const auto found = known.find(std::string(each.fileName().string()));
+    if (found == known.end()) {
+      const Node::Pointer child = each.pointer();
+      node.addChild(child);
+      if (node.selected() > 0) {
+        child->setSelected(1);
+      }
+      fresh.insert(child.get());
+    } else if (met.insert(found->second).second) {
+      Node& child = *found->second;
+      const NodeRow before = rowOf(node, child);
+      child.initWithDictionary(each.dictionary());
+      NodeRow after = rowOf(node, child);
+      if (before != after) {
+        change.changed.push_back(std::move(after));
+      }
+    }
+  }
+  std::vector<Node::Pointer> gone;
+  for (const auto& [name, child] : known) {
+    if (!met.contains(child)) {
+      gone.push_back(child->pointer());
+      change.removed.push_back(child->path().value_or(""));
+    }
+  }
+  for (const Node::Pointer& child : gone) {
+    node.removeChild(child);
+  }
+  return fresh;
+}
+
 FolderChange NodeTree::refresh(const std::string& folder) {
   FolderChange change{folder, {}, {}, {}};
   const Node::Pointer node = nodeAt(folder);
@@ -94,45 +139,9 @@ FolderChange NodeTree::refresh(const std::string& folder) {
   if (told == nullptr) {
     return change;  // the folder has gone, which its own folder will say, or the daemon has
   }
-
-  std::unordered_map<std::string, Node*> known;
-  std::vector<Node::Pointer> gone;
-  if (const Node::ChildList* children = node->children()) {
-    for (Node& child : *children) {
-      known.emplace(child.fileName().string(), &child);
-    }
-  }
-  std::set<const Node*> met, fresh;
-  for (Node& each : *told) {
-    if (!isShown(each)) {
-      continue;
-    }
-    const auto found = known.find(std::string(each.fileName().string()));
-    if (found == known.end()) {
-      const Node::Pointer child = each.pointer();
-      node->addChild(child);
-      if (node->selected() > 0) {
-        child->setSelected(1);
-      }
-      fresh.insert(child.get());
-    } else if (met.insert(found->second).second) {
-      Node& child = *found->second;
-      const NodeRow before = rowOf(*node, child);
-      child.initWithDictionary(each.dictionary());
-      NodeRow after = rowOf(*node, child);
-      if (wasTold && before != after) {
-        change.changed.push_back(std::move(after));
-      }
-    }
-  }
-  for (const auto& [name, child] : known) {
-    if (!met.contains(child)) {
-      gone.push_back(child->pointer());
-      change.removed.push_back(child->path().value_or(""));
-    }
-  }
-  for (const Node::Pointer& child : gone) {
-    node->removeChild(child);
+  const std::set<const Node*> fresh = takeChildren(*node, *told, change);
+  if (!wasTold) {
+    change.changed.clear();  // every child is reported as added
   }
 
   const Node::ChildList* children = node->children();

@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -59,6 +60,8 @@ class NodeTree {
  private:
   bool isShown(KeldaneFileNode& node) const;
   KeldaneFileNode::Pointer contentOf(const std::string& folder) const;
+  std::set<const KeldaneFileNode*> takeChildren(KeldaneFileNode& node, const KeldaneFileNode::ChildList& told,
+                                                FolderChange& change);
   NodeRow rowOf(KeldaneFileNode& folder, KeldaneFileNode& child) const;
   KeldaneFileNode::Pointer nodeAt(const std::string& path);
   NodeRow rowOf(const KeldaneFileNode::Pointer& node) const;

@@ -42,7 +42,8 @@ TEST_F(RestorePlanTest, RestoresLinksOfWhichTheCatalogueKnowsNothing) {
   std::filesystem::create_symlink("a.txt", home() + "/docs/link");
   const std::uint32_t number = store_->takeNumber();
   const StoreAnswer answer = store({home()}, {"keldane", "number:" + std::to_string(number), "full"});
-  store_->addSnapshot({number, answer.snapshot, 2'000'000, true, {}}, {}, std::vector<std::string>{home() + "/docs/a.txt"});
+  store_->addSnapshot({number, answer.snapshot, 2'000'000, true, {}}, {},
+                      std::vector<std::string>{home() + "/docs/a.txt"});
   EXPECT_EQ(restore(requestFor({"docs"})).status, RestoreStatus::done);
   EXPECT_EQ(std::filesystem::read_symlink(target() + "/docs/link"), "a.txt");
   // By itself it is looked for in the repository.
