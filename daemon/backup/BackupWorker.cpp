@@ -322,6 +322,10 @@ bool BackupWorker::isToBeScanned(const std::string& path) const {
   return (!placeScanned_.empty() && isAtOrBelow(path, placeScanned_)) || looksWaiting_.covers(path);
 }
 
+bool BackupWorker::isPrioritized(const std::string& path) const {
+  return pending_.isPreferred(path) && (pending_.contains(path) || isToBeScanned(path));
+}
+
 std::optional<double> BackupWorker::partStored(const std::string& path) const {
   const std::lock_guard guard(mutex_);
   for (const Lane* lane : lanes_) {

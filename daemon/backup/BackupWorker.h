@@ -127,7 +127,9 @@ class BackupWorker {
   std::optional<double> partStored(const std::string& path) const;
   /// Whether a path lies on a disk that held stored files and is not connected.
   bool isNotConnected(const std::string& path) const { return scanner_.isHidden(path); }
-  bool isPrioritized(const std::string& path) const { return pending_.isPreferred(path); }
+  /// Whether a file is preferred and still has to be stored or looked at. A preference ends with its batch, a
+  /// moment after the file has left the list of pending files.
+  bool isPrioritized(const std::string& path) const;
 
  private:
   /// The kind of files that a lane stores.

@@ -241,7 +241,7 @@ exec {shutil.which("restic")} "$@"
         key = os.path.join(self.place, "kept-key")
         write_private(key, QUICK["kKey"] + "\n")
         new.control("recover", self.one.repository, "--key", key)
-        new.eventually(lambda: new.repository_page()["snapshots"] == highest and new.is_quiet(), "the catalogue")
+        new.eventually(lambda: new.has_catalogue(highest), "the catalogue")
         new.control("restore", self.path("d"), "--to", self.target)
         self.assertEqual(self.contents(os.path.join(self.target, "d")), {name: b"in " + name for name in self.RAW})
 

@@ -34,7 +34,7 @@ class Recovery(StorageCase):
         key = os.path.join(self.place, "kept-key")
         write_private(key, QUICK["kKey"] + "\n")
         new.control("recover", self.old.repository, "--key", key, *options)
-        new.eventually(lambda: new.repository_page()["snapshots"] == self.highest and new.is_quiet(), "the catalogue")
+        new.eventually(lambda: new.has_catalogue(self.highest), "the catalogue")
 
     def known(self, new):
         return {path: new.node(path) for path in self.nodes}

@@ -302,6 +302,11 @@ class Computer:
     def repository_page(self, **request):
         return self.owner("repository:", **request)
 
+    def has_catalogue(self, snapshots):
+        """Whether the catalogue has been made anew of so many snapshots."""
+        page = self.repository_page()
+        return page["snapshots"] == snapshots and page["catalogue"] == "complete"
+
     def control(self, *arguments, status=0):
         """What keldanectl prints."""
         bundle = os.path.join(self.home, "Keldane.plugin")

@@ -148,7 +148,7 @@ class Lives(StorageCase):
             if os.path.exists(one.store + suffix):
                 os.unlink(one.store + suffix)
         one.start()
-        one.eventually(lambda: one.repository_page()["snapshots"] == highest and one.is_quiet(), "a catalogue")
+        one.eventually(lambda: one.has_catalogue(highest) and one.is_quiet(), "a catalogue")
         self.assertEqual(self.everything(one), before)
         self.assertEqual(one.owner("settings:")["keepDeletedDays"], 17)
         path = one.write("new", "new")
@@ -204,7 +204,7 @@ class Computers(StorageCase):
         two.terminate()
         os.unlink(two.store)
         two.start()
-        two.eventually(lambda: two.repository_page()["snapshots"] == len(before) and two.is_quiet(), "a catalogue")
+        two.eventually(lambda: two.has_catalogue(len(before)), "a catalogue")
         self.assertEqual(len(two.versions(paths[1])), 2)
         self.assertEqual([node["path"] for node in two.walk()], [paths[1]])
         self.assertEqual(two.snapshots(), before)

@@ -341,6 +341,24 @@ TEST_F(BackupWorkerTest, WhatIsExcludedIsNoLongerPreferred) {
   EXPECT_EQ(store_.priorities().size(), 1U);
 }
 
+TEST_F(BackupWorkerTest, AFileThatALookFindsStoredIsNoLongerPrioritized) {
+  pause();
+  rules_.setRule(folder_ / "files", true);
+  worker_.start();
+  ASSERT_TRUE(eventually([&] { return worker_.progress().pendingFiles == 3; }));
+  worker_.prioritize(file("b"));
+  EXPECT_TRUE(worker_.isPrioritized(file("b")));
+  // The catalogue has it, and its batch has not ended yet.
+  store_.addSnapshot({store_.takeNumber(), "a snapshot", 1000, false, {}},
+                     {{file("b"), fileStateOf(*statusOf(file("b")))}}, {});
+  worker_.reconsider(folder_ / "files");
+  ASSERT_TRUE(eventually([&] {
+    const BackupWorker::Progress progress = worker_.progress();
+    return progress.pendingFiles == 2 && progress.placesToScan == 0;
+  }));
+  EXPECT_FALSE(worker_.isPrioritized(file("b")));
+}
+
 TEST_F(BackupWorkerTest, AFileThatVanishedIsPendingNoLonger) {
   engine_.answerWith([&](const StoreRequest&, EngineJob&) {
     std::filesystem::remove(file("a"));
