@@ -1,9 +1,11 @@
 """The preferences program against real servers, a slow store, and every way in which a store can fail."""
 
 import os
+import re
 import shutil
 import socket
 import subprocess
+import tempfile
 import unittest
 
 from desktop import act, eventually, is_on, set_text
@@ -92,6 +94,27 @@ class Servers(StoresCase):
         eventually(lambda: os.path.exists(os.path.join(served, "config")), "a repository on the server")
         self.assertIn("sftp:store:" + served, self.ctl("repository"))
 
+    @unittest.skipUnless(shutil.which("rclone"), "rclone serves the protocol")
+    def test_a_backup_is_set_up_on_a_rest_server(self):
+        port, served = free_port(), os.path.join(self.place, "served")
+        self.serve(port, "rclone", "serve", "restic", "--config", "/dev/null", "--addr", f"127.0.0.1:{port}",
+                   "--user", "keeper", "--pass", "secretword", served)
+        self.open("--page", "setup")
+        self.click(self.program.find("check box", "On a server"), SETUP)
+        self.click(self.program.find("combo box", "Kind of server"), SETUP)
+        self.press(SETUP, "Down")
+        self.press(SETUP, "Return")
+        self.fill("Address (https://host:port/name)", f"http://127.0.0.1:{port}/")
+        self.fill("User name (empty for none)", "keeper")
+        for password, answer in (("wrong", re.compile("access is refused")), ("secretword", "Step 2 of 4")):
+            set_text(self.program.find("password text", "Password"), password)
+            act(eventually(lambda: is_on(self.button("Next"), "sensitive") and self.button("Next"), "a button"))
+            self.shows(answer)
+        self.assertTrue(os.path.exists(os.path.join(served, "config")))
+        repository = self.ctl("repository")
+        self.assertIn(f"127.0.0.1:{port}", repository)
+        self.assertNotIn("secretword", repository)
+
     def test_the_backup_moves_to_a_server_with_its_versions(self):
         self.sftp_server()
         self.start_anew()
@@ -109,6 +132,59 @@ class Servers(StoresCase):
         self.assertIn("sftp:store:" + served, self.ctl("repository"))
         self.ctl("watch", "--until-done")  # the catalogue is made anew
         eventually(lambda: "Backed up" in self.ctl("ls", self.documents), "the catalogue")
+        self.assertEqual(self.ctl("versions", self.letter).count("\n"), 2)
+
+
+@unittest.skipUnless(os.geteuid() == 0, "only root can mount a disk")
+class Disks(StoresCase):
+    NONE = "No external disk is there. Plug one in; it is shown here as soon as it can be used."
+
+    def disk(self):
+        """A disk that is not plugged in, and the folder where the desktop would mount it."""
+        image = os.path.join(self.place, "disk")
+        with open(image, "wb") as stream:
+            stream.truncate(64 << 20)
+        subprocess.run(["mkfs.ext4", "-q", "-F", image], check=True, timeout=60)
+        os.makedirs("/media", exist_ok=True)
+        folder = tempfile.mkdtemp(prefix="keldane-disk-", dir="/media")
+        self.addCleanup(os.rmdir, folder)
+        return image, folder
+
+    def plug_in(self, image, folder):
+        mount = subprocess.run(["mount", "-o", "loop", image, folder], check=False, capture_output=True, timeout=60)
+        if mount.returncode != 0:
+            self.skipTest("this machine mounts no image of a disk")
+        self.addCleanup(subprocess.run, ["umount", "--lazy", folder], check=False, capture_output=True, timeout=60)
+        device, uuid = subprocess.run(["findmnt", "--noheadings", "--output", "SOURCE,UUID", folder], check=True,
+                                      capture_output=True, text=True, timeout=60).stdout.split()
+        link = os.path.join("/dev/disk/by-uuid", uuid)
+        if not os.path.lexists(link):  # nothing on this machine makes the links of devices
+            os.makedirs(os.path.dirname(link), exist_ok=True)
+            os.symlink(device, link)
+            self.addCleanup(os.unlink, link)
+
+    def unplug(self, folder):
+        eventually(lambda: subprocess.run(["umount", folder], check=False, capture_output=True, timeout=60).returncode == 0,
+                   "a disk that nobody uses")
+
+    def test_a_disk_is_offered_once_it_is_plugged_in_and_missed_when_it_is_gone(self):
+        image, folder = self.disk()
+        self.open("--page", "setup")
+        self.shows(self.NONE)
+        self.plug_in(image, folder)
+        self.shows(re.compile(re.escape(folder) + r" \(.* free\)"))
+        act(self.button("Next"))
+        self.shows("Step 2 of 4")
+        self.assertIn(folder + "/keldane-backup", self.ctl("repository"))
+        self.program.end()
+        self.back_up(self.letter)
+        self.unplug(folder)
+        self.file("home/Documents/letter.txt", "second, which is longer")
+        self.open()
+        self.shows("The disk with the backup is not connected. Please plug it in.")
+        self.plug_in(image, folder)
+        act(self.button("Try Again"))
+        self.shows(re.compile(r"\AThe only file is backed up"))
         self.assertEqual(self.ctl("versions", self.letter).count("\n"), 2)
 
 
