@@ -46,6 +46,12 @@ GLib.MainLoop().run()
     def notified(self):
         return self.content(self.told).splitlines() if os.path.exists(self.told) else []
 
+    def kept(self, key):
+        """What the program has written into the user's preferences."""
+        path = os.path.join(self.environment["XDG_CONFIG_HOME"], "com.keldane.preferences.plist")
+        with open(path, "rb") as stream:
+            return plistlib.load(stream).get(key)
+
     def lose_the_backup(self):
         self.back_up(self.letter)
         location = re.search(r"(?m)^Location +(.*)$", self.ctl("repository"))[1]
@@ -57,6 +63,7 @@ GLib.MainLoop().run()
         self.lose_the_backup()
         self.open("--background")
         eventually(lambda: self.notified() == ["The backup is gone: there is none any more at its place."], self.notified)
+        eventually(lambda: self.kept("Told"), "a note of what was told")
         self.program.end()
         self.open("--background")
         self.file("home/Documents/letter.txt", "changed, so that the daemon tries to store it")
@@ -72,13 +79,7 @@ GLib.MainLoop().run()
         subprocess.run(["xdotool", "windowsize", "--sync", self.window(TITLE), "860", "1000"], check=True, timeout=60)
         self.click(switch)
         eventually(lambda: not is_on(switch, "checked"), "the switch off")
-        config = os.path.join(self.environment["XDG_CONFIG_HOME"], "com.keldane.preferences.plist")
-
-        def kept():
-            with open(config, "rb") as stream:
-                return plistlib.load(stream).get("TellStorage") is False
-
-        eventually(kept, "the switch in the user's preferences")
+        eventually(lambda: self.kept("TellStorage") is False, "the switch in the user's preferences")
         self.close()
         self.program.process.wait(60)
         self.lose_the_backup()
