@@ -213,9 +213,8 @@ void BatchRun::settle(const Batch& batch, Taken& taken, BatchEnd& end, EngineJob
     }
     if (isStored || now[i] == Now::gone || !rules_.decide(file.path, false).selected) {
       const std::uint64_t wishBefore = pending_.lastWish();
-      scanner_.consider(file.path);  // it may have changed, disappeared, or been excluded meanwhile
-      if (!pending_.contains(
-              file.path)) {  // it is as it was when the wish came, or there is nothing to store
+      scanner_.consider(file.path);         // it may have changed, disappeared, or been excluded meanwhile
+      if (!pending_.contains(file.path)) {  // nothing of it is left to store
         endPreference(file.path, wishBefore);
       }
     }

@@ -7,6 +7,7 @@
 
 #include "daemon/owner/RepositoryCall.h"
 #include "daemon/server/RestoreChoices.h"
+#include "platform/files/Path.h"
 #include "platform/text/Format.h"
 #include "platform/text/Unicode.h"
 
@@ -172,7 +173,7 @@ PropertyList RepositoryRequests::find(const PropertyList& request) {
   PropertyList::Array entries;
   bool more = false;
   daemon_->store().visitRecords("/", [&](const std::string& path, const BackupRecord& record) {
-    const std::string text = isPath ? path : path.substr(path.rfind('/') + 1);
+    const std::string text = isPath ? path : std::string(entryName(path));
     if (fnmatch(pattern.c_str(), text.c_str(), 0) != 0) {
       return true;
     }

@@ -12,8 +12,6 @@ namespace {
 // The most paths that are copied while the mutex is held.
 constexpr std::size_t kFilesAtOnce = 1'000;
 
-std::string_view nameIn(std::string_view path) { return path.substr(path.rfind('/') + 1); }
-
 std::string firstBelow(const std::string& folder) { return folder == "/" ? folder : folder + '/'; }
 
 }  // namespace
@@ -83,7 +81,7 @@ bool PendingFiles::add(const std::string& path, std::uint64_t bytes, uid_t owner
   const std::lock_guard guard(mutex_);
   WaitingNames& names = folders_[std::string(parentPath(path))];
   count(names, -1);
-  const bool isNew = names.add({nameIn(path), bytes, owner}, scan_);
+  const bool isNew = names.add({entryName(path), bytes, owner}, scan_);
   count(names, 1);
   return isNew;
 }
@@ -99,7 +97,7 @@ bool PendingFiles::removeIfOlder(const std::string& path, std::uint32_t scan) {
     return true;
   }
   count(folder->second, -1);
-  const bool isRemoved = folder->second.removeIfOlder(nameIn(path), scan, scan_);
+  const bool isRemoved = folder->second.removeIfOlder(entryName(path), scan, scan_);
   count(folder->second, 1);
   dropIfEmpty(folder);
   return isRemoved;
@@ -142,7 +140,7 @@ void PendingFiles::removeUnless(const std::string& path,
 // With the mutex held.
 std::optional<WaitingName> PendingFiles::find(std::string_view path) const {
   const auto folder = folders_.find(parentPath(path));
-  return folder == folders_.end() ? std::nullopt : folder->second.find(nameIn(path));
+  return folder == folders_.end() ? std::nullopt : folder->second.find(entryName(path));
 }
 
 bool PendingFiles::contains(const std::string& path) const {

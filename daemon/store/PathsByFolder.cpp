@@ -6,12 +6,6 @@
 
 namespace keldane {
 
-namespace {
-
-std::string_view nameIn(std::string_view path) { return path.substr(path.rfind('/') + 1); }
-
-}  // namespace
-
 PathsByFolder::PathsByFolder(const std::vector<std::string>& paths) {
   for (const std::string& path : paths) {
     add(path);
@@ -24,7 +18,7 @@ void PathsByFolder::add(std::string_view path) {
   if (names == folders_.end()) {
     names = folders_.try_emplace(std::string(folder)).first;
   }
-  names->second.append(nameIn(path)) += '\0';
+  names->second.append(entryName(path)) += '\0';
   ++size_;
   asked_.clear();
 }
@@ -41,7 +35,7 @@ bool PathsByFolder::contains(std::string_view path) const {
     }
     std::ranges::sort(names_);
   }
-  return std::ranges::binary_search(names_, nameIn(path));
+  return std::ranges::binary_search(names_, entryName(path));
 }
 
 std::string PathsByFolder::Reader::next() {

@@ -1,4 +1,4 @@
-// A set of many paths in little room.
+// A set of many paths in little memory.
 #pragma once
 
 #include <cstddef>
@@ -12,8 +12,8 @@ namespace keldane {
 /// Absolute paths, folder by folder: each folder is kept once, with the names in it. A path takes its name
 /// and one byte, and at most as much again. One thread at a time.
 class PathsByFolder {
-  using Folders =
-      std::map<std::string, std::string, std::less<>>;  // the names, each with a zero byte after it
+  // The names of each folder, each with a zero byte after it.
+  using Folders = std::map<std::string, std::string, std::less<>>;
 
  public:
   PathsByFolder() = default;
@@ -31,13 +31,12 @@ class PathsByFolder {
   /// set outlives it and does not change meanwhile.
   class Reader {
    public:
-    explicit Reader(const PathsByFolder& paths)
-        : folder_(paths.folders_.begin()), end_(paths.folders_.end()) {}
+    explicit Reader(const PathsByFolder& paths) : folder_(paths.folders_.begin()) {}
     /// The next path. There must be one.
     std::string next();
 
    private:
-    Folders::const_iterator folder_, end_;
+    Folders::const_iterator folder_;
     std::size_t offset_ = 0;
   };
 

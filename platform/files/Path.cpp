@@ -61,4 +61,6 @@ std::string_view parentPath(std::string_view path) {
   return path.substr(0, std::max<std::size_t>(path.rfind('/'), 1));
 }
 
+std::string_view entryName(std::string_view path) { return path.substr(path.rfind('/') + 1); }
+
 }  // namespace keldane

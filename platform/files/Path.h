@@ -20,5 +20,7 @@ std::string pathExtension(std::string_view path);
 bool isAtOrBelow(std::string_view path, std::string_view folder);
 /// "/a" for "/a/b", "/" for "/a" and for "/".
 std::string_view parentPath(std::string_view path);
+/// "b" for "/a/b", empty for "/": the part of the argument after its last slash.
+std::string_view entryName(std::string_view path);
 
 }  // namespace keldane

@@ -9,6 +9,7 @@
 #include "daemon/engine/restic/ResticFailure.h"
 #include "daemon/engine/restic/ResticLines.h"
 #include "daemon/engine/restic/ResticOutput.h"
+#include "platform/files/Path.h"
 
 namespace keldane {
 namespace {
@@ -172,9 +173,7 @@ EngineAnswer ResticEngine::find(const std::string& pattern, std::vector<FoundEnt
   const std::string shown = shownText(whole);
   std::erase_if(*matches, [&](const FoundEntry& match) {
     const std::string& path = match.entry.path;
-    return slash == std::string::npos
-               ? !matchesName(shown, std::string_view(path).substr(path.rfind('/') + 1))
-               : !matchesPath(shown, path);
+    return slash == std::string::npos ? !matchesName(shown, entryName(path)) : !matchesPath(shown, path);
   });
   found = std::move(*matches);
   return sortNewestFirst(session, found);

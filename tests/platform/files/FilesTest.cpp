@@ -48,6 +48,15 @@ TEST(Path, JoinsWithOneSlash) {
   EXPECT_EQ(appendPathComponent("/", ""), "/");
 }
 
+TEST(Path, HasAFolderAndAName) {
+  EXPECT_EQ(parentPath("/a/b"), "/a");
+  EXPECT_EQ(parentPath("/a"), "/");
+  EXPECT_EQ(parentPath("/"), "/");
+  EXPECT_EQ(entryName("/a/b"), "b");
+  EXPECT_EQ(entryName("/a"), "a");
+  EXPECT_EQ(entryName("/"), "");
+}
+
 TEST(Path, HasAnExtension) {
   EXPECT_EQ(pathExtension("/a/b.txt"), "txt");
   EXPECT_EQ(pathExtension("/a/b.tar.gz"), "gz");
