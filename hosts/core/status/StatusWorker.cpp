@@ -241,9 +241,11 @@ void StatusService::Worker::waitForWork(std::unique_lock<std::mutex>& guard) {
       }
       wakesAt_ = time;
       changed_.wait_until(guard, time);
+      wakesAt_ = {};
     } else if (link_.isAtEnd()) {
       wakesAt_ = Clock::time_point::max();
       changed_.wait(guard);
+      wakesAt_ = {};
     } else {
       return;  // to leave the daemon
     }

@@ -80,7 +80,8 @@ class StatusService::Worker : public std::enable_shared_from_this<StatusService:
   std::optional<Clock::time_point> busySince_;  // a call is under way
   bool isSilent_ = false;                       // it has been for long, and nothing is shown any more
   bool isRunning_ = false, isEnding_ = false;
-  Clock::time_point wakesAt_{};  // the thread, when it sleeps
+  Clock::time_point
+      wakesAt_{};  // in the future only while the thread sleeps; then wakeTime() may read its fields
 
   std::string socketPath_;
   DaemonLink link_;
