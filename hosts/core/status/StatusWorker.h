@@ -80,8 +80,8 @@ class StatusService::Worker : public std::enable_shared_from_this<StatusService:
   std::optional<Clock::time_point> busySince_;  // a call is under way
   bool isSilent_ = false;                       // it has been for long, and nothing is shown any more
   bool isRunning_ = false, isEnding_ = false;
-  Clock::time_point
-      wakesAt_{};  // in the future only while the thread sleeps; then wakeTime() may read its fields
+  // In the future only while the thread sleeps. Then wakeTime() may read the thread's own fields.
+  Clock::time_point wakesAt_{};
 
   std::string socketPath_;
   DaemonLink link_;
