@@ -7,11 +7,11 @@
 #include <algorithm>
 #include <cstring>
 
-#include "Common/KeldSocket.h"
+#include "Common/transport/KeldSocket.h"
 #include "bench/Floor.h"
-#include "tests/support/PeerProcess.h"
 #include "tests/support/Samples.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/process/PeerProcess.h"
 
 namespace keldane::bench {
 namespace {

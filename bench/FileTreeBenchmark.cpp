@@ -2,7 +2,7 @@
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 
-#include "Common/FileNode.h"
+#include "Common/nodes/FileNode.h"
 
 namespace keldane {
 namespace {

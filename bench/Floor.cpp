@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "Common/KeldSocket.h"
+#include "Common/transport/KeldSocket.h"
 
 namespace keldane::bench {
 

@@ -3,8 +3,8 @@
 
 #include <cstdio>
 
-#include "tests/support/PeerProcess.h"
 #include "tests/support/PluginBundle.h"
+#include "tests/support/process/PeerProcess.h"
 
 namespace keldane::bench {
 namespace {

@@ -7,8 +7,8 @@
 
 #include "bench/Buses.h"
 #include "bench/Floor.h"
-#include "tests/support/CannedDaemon.h"
 #include "tests/support/Samples.h"
+#include "tests/support/daemon/CannedDaemon.h"
 
 namespace keldane::bench {
 using namespace keldane::testing;

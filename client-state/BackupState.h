@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "Common/Invocation.h"
+#include "Common/calls/Invocation.h"
 #include "client-state/ConnectionController.h"
 #include "platform/bundle/Bundle.h"
 #include "platform/plist/PropertyList.h"

@@ -3,8 +3,8 @@
 
 #include <memory>
 
-#include "Common/KeldProxy.h"
-#include "Common/KeldSocket.h"
+#include "Common/calls/KeldProxy.h"
+#include "Common/transport/KeldSocket.h"
 #include "platform/bundle/Bundle.h"
 #include "platform/runloop/RunLoop.h"
 

@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <sstream>
 
-#include "Common/OwnerProtocol.h"
+#include "Common/calls/OwnerProtocol.h"
 #include "daemon/Clock.h"
 #include "platform/syslog/SystemLog.h"
 #include "platform/text/Format.h"

@@ -19,8 +19,8 @@
 #include "daemon/engine/RepositoryConfig.h"
 #include "daemon/restore/RestoreJobs.h"
 #include "daemon/rules/RuleBook.h"
-#include "daemon/server/NodeBuilder.h"
 #include "daemon/server/Permissions.h"
+#include "daemon/server/nodes/NodeBuilder.h"
 #include "daemon/store/Store.h"
 #include "platform/plist/PropertyList.h"
 

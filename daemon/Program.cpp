@@ -18,7 +18,7 @@
 #include "daemon/owner/OwnerServer.h"
 #include "daemon/owner/RepositoryRequests.h"
 #include "daemon/server/DaemonServer.h"
-#include "daemon/server/FolderSafety.h"
+#include "daemon/server/socket/FolderSafety.h"
 #include "platform/files/Descriptor.h"
 
 namespace keldane {

@@ -6,8 +6,8 @@
 #include "fuzz/FrameStream.h"
 #include "fuzz/PropertyLists.h"
 #include "platform/syslog/SystemLog.h"
-#include "tests/support/DaemonOptions.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/daemon/DaemonOptions.h"
 
 using namespace keldane;
 using namespace keldane::fuzzing;

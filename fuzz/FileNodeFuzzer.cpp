@@ -1,5 +1,5 @@
 // File nodes from whatever a daemon answers.
-#include "Common/FileNode.h"
+#include "Common/nodes/FileNode.h"
 
 #include "fuzz/PropertyLists.h"
 #include "platform/objects/Exceptions.h"

@@ -13,7 +13,7 @@
 #include <functional>
 #include <vector>
 
-#include "Common/KeldSocket.h"
+#include "Common/transport/KeldSocket.h"
 #include "fuzz/Fuzzing.h"
 
 namespace keldane::fuzzing {

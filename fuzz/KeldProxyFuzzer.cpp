@@ -1,5 +1,5 @@
 // What a peer sends to a proxy: requests, answers and signals of failure.
-#include "Common/KeldProxy.h"
+#include "Common/calls/KeldProxy.h"
 
 #include <optional>
 

@@ -1,5 +1,5 @@
 // The frame reader, fed any bytes in any pieces.
-#include "Common/KeldSocket.h"
+#include "Common/transport/KeldSocket.h"
 
 #include "fuzz/FrameStream.h"
 #include "log/KeldaneLog.h"

@@ -4,8 +4,8 @@
 #include <fstream>
 #include <iostream>
 
-#include "Common/DaemonProtocol.h"
-#include "Common/FileNode.h"
+#include "Common/calls/DaemonProtocol.h"
+#include "Common/nodes/FileNode.h"
 #include "fuzz/FrameStream.h"
 #include "fuzz/PropertyLists.h"
 

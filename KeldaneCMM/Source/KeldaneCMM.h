@@ -5,8 +5,8 @@
 #include <memory>
 #include <string>
 
-#include "Common/FileNode.h"
-#include "Common/Invocation.h"
+#include "Common/calls/Invocation.h"
+#include "Common/nodes/FileNode.h"
 #include "client-state/BackupState.h"
 
 namespace keldane {

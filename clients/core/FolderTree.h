@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "Common/FileNodeProxy.h"
+#include "Common/nodes/FileNodeProxy.h"
 
 namespace keldane {
 

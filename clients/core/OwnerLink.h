@@ -4,9 +4,9 @@
 #include <memory>
 #include <string>
 
-#include "Common/KeldProxy.h"
-#include "Common/KeldSocket.h"
-#include "Common/OwnerProtocol.h"
+#include "Common/calls/KeldProxy.h"
+#include "Common/calls/OwnerProtocol.h"
+#include "Common/transport/KeldSocket.h"
 
 namespace keldane {
 

@@ -5,7 +5,7 @@
 #include <cerrno>
 
 #include "clients/core/DaemonBundle.h"
-#include "clients/core/Printable.h"
+#include "clients/core/words/Printable.h"
 #include "platform/text/Translation.h"
 
 namespace keldane {

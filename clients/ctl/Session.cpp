@@ -8,10 +8,10 @@
 #include <sstream>
 
 #include "Common/DaemonText.h"
-#include "Common/OwnerProtocol.h"
+#include "Common/calls/OwnerProtocol.h"
 #include "clients/core/DaemonBundle.h"
 #include "clients/core/FolderTree.h"
-#include "clients/core/Printable.h"
+#include "clients/core/words/Printable.h"
 #include "platform/text/Translation.h"
 #include "platform/text/Unicode.h"
 

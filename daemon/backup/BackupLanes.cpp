@@ -4,7 +4,7 @@
 #include "daemon/ByteSum.h"
 #include "daemon/Clock.h"
 #include "daemon/backup/BackupWorker.h"
-#include "daemon/scan/FileFacts.h"
+#include "daemon/scan/disk/FileFacts.h"
 #include "platform/syslog/SystemLog.h"
 
 namespace keldane {

@@ -5,7 +5,7 @@
 
 #include "daemon/ByteSum.h"
 #include "daemon/Clock.h"
-#include "daemon/scan/FileFacts.h"
+#include "daemon/scan/disk/FileFacts.h"
 #include "platform/files/Path.h"
 
 namespace keldane {

@@ -15,17 +15,17 @@
 #include <thread>
 #include <vector>
 
-#include "daemon/backup/BatchChoice.h"
-#include "daemon/backup/BatchRun.h"
 #include "daemon/backup/RepositoryKeeper.h"
 #include "daemon/backup/RepositoryWatch.h"
+#include "daemon/backup/batch/BatchChoice.h"
+#include "daemon/backup/batch/BatchRun.h"
 #include "daemon/engine/BackupEngine.h"
 #include "daemon/engine/RepositoryConfig.h"
 #include "daemon/rules/RuleBook.h"
 #include "daemon/scan/LookList.h"
-#include "daemon/scan/PendingFiles.h"
 #include "daemon/scan/QuietLook.h"
 #include "daemon/scan/Scanner.h"
+#include "daemon/scan/waiting/PendingFiles.h"
 #include "daemon/store/Store.h"
 #include "daemon/watch/Watcher.h"
 

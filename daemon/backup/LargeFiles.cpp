@@ -3,7 +3,7 @@
 #include <tuple>
 
 #include "daemon/backup/BackupWorker.h"
-#include "daemon/scan/FileFacts.h"
+#include "daemon/scan/disk/FileFacts.h"
 
 namespace keldane {
 

@@ -8,7 +8,7 @@
 #include <future>
 #include <span>
 
-#include "daemon/scan/FileFacts.h"
+#include "daemon/scan/disk/FileFacts.h"
 #include "platform/files/Descriptor.h"
 
 namespace keldane {

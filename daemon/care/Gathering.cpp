@@ -3,8 +3,8 @@
 #include <filesystem>
 #include <map>
 
-#include "daemon/backup/Manifest.h"
-#include "daemon/scan/FileFacts.h"
+#include "daemon/backup/batch/Manifest.h"
+#include "daemon/scan/disk/FileFacts.h"
 #include "platform/syslog/SystemLog.h"
 
 namespace keldane {

@@ -9,7 +9,7 @@
 #include <fstream>
 #include <vector>
 
-#include "daemon/scan/FileFacts.h"
+#include "daemon/scan/disk/FileFacts.h"
 #include "platform/files/Descriptor.h"
 #include "platform/syslog/SystemLog.h"
 

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "daemon/backup/Manifest.h"
+#include "daemon/backup/batch/Manifest.h"
 #include "daemon/engine/BackupEngine.h"
 #include "daemon/engine/RepositoryConfig.h"
 #include "daemon/rules/RuleBook.h"

@@ -4,7 +4,7 @@
 #include <chrono>
 #include <thread>
 
-#include "daemon/backup/Manifest.h"
+#include "daemon/backup/batch/Manifest.h"
 #include "daemon/care/RepositoryCare.h"
 #include "platform/syslog/SystemLog.h"
 

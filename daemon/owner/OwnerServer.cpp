@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "Common/OwnerProtocol.h"
+#include "Common/calls/OwnerProtocol.h"
 #include "daemon/owner/OwnerService.h"
 #include "daemon/server/Permissions.h"
 #include "platform/syslog/SystemLog.h"

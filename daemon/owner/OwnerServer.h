@@ -6,11 +6,11 @@
 #include <mutex>
 #include <string>
 
-#include "Common/KeldProxy.h"
-#include "Common/KeldSocket.h"
+#include "Common/calls/KeldProxy.h"
+#include "Common/transport/KeldSocket.h"
 #include "daemon/owner/OwnerRequests.h"
-#include "daemon/server/ServerLimits.h"
-#include "daemon/server/ServerSocket.h"
+#include "daemon/server/socket/ServerLimits.h"
+#include "daemon/server/socket/ServerSocket.h"
 
 namespace keldane {
 

@@ -3,7 +3,7 @@
 
 #include <memory>
 
-#include "Common/OwnerProtocol.h"
+#include "Common/calls/OwnerProtocol.h"
 #include "daemon/owner/OwnerRequests.h"
 
 namespace keldane {

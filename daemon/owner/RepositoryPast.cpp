@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "Common/FileNode.h"
+#include "Common/nodes/FileNode.h"
 #include "daemon/ByteSum.h"
 #include "daemon/owner/RepositoryCall.h"
 #include "daemon/restore/users/RestoreTargets.h"

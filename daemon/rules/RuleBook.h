@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Common/DaemonProtocol.h"
+#include "Common/calls/DaemonProtocol.h"
 #include "daemon/rules/IgnoreList.h"
 #include "daemon/store/Store.h"
 #include "platform/files/Path.h"

@@ -10,12 +10,12 @@
 #include <thread>
 #include <vector>
 
-#include "Common/KeldProxy.h"
-#include "Common/KeldSocket.h"
+#include "Common/calls/KeldProxy.h"
+#include "Common/transport/KeldSocket.h"
 #include "daemon/Daemon.h"
 #include "daemon/server/DaemonService.h"
-#include "daemon/server/ServerLimits.h"
-#include "daemon/server/ServerSocket.h"
+#include "daemon/server/socket/ServerLimits.h"
+#include "daemon/server/socket/ServerSocket.h"
 
 namespace keldane {
 

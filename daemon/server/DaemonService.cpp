@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <charconv>
 
-#include "daemon/scan/FileFacts.h"
+#include "daemon/scan/disk/FileFacts.h"
 #include "daemon/server/RestoreChoices.h"
 #include "platform/syslog/SystemLog.h"
 

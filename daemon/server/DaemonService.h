@@ -6,10 +6,10 @@
 #include <optional>
 #include <string>
 
-#include "Common/DaemonProtocol.h"
+#include "Common/calls/DaemonProtocol.h"
 #include "daemon/Daemon.h"
 #include "daemon/server/Permissions.h"
-#include "daemon/server/ServerLimits.h"
+#include "daemon/server/socket/ServerLimits.h"
 
 namespace keldane {
 

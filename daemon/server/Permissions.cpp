@@ -11,8 +11,8 @@
 #include <cerrno>
 #include <memory>
 
-#include "daemon/scan/FileFacts.h"
-#include "daemon/server/FolderSafety.h"
+#include "daemon/scan/disk/FileFacts.h"
+#include "daemon/server/socket/FolderSafety.h"
 #include "platform/files/Path.h"
 
 namespace keldane {

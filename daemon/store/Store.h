@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-#include "daemon/store/PathsByFolder.h"
+#include "daemon/store/snapshots/PathsByFolder.h"
 #include "platform/threads/Mutex.h"
 
 namespace keldane {

@@ -4,10 +4,10 @@
 #include <memory>
 #include <utility>
 
-#include "daemon/store/Holders.h"
-#include "daemon/store/Retention.h"
 #include "daemon/store/Sql.h"
 #include "daemon/store/Store.h"
+#include "daemon/store/snapshots/Holders.h"
+#include "daemon/store/snapshots/Retention.h"
 
 namespace keldane {
 

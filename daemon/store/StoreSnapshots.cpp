@@ -3,10 +3,10 @@
 #include <set>
 #include <utility>
 
-#include "daemon/store/Holders.h"
 #include "daemon/store/Schema.h"
 #include "daemon/store/Slices.h"
-#include "daemon/store/SnapshotNotes.h"
+#include "daemon/store/snapshots/Holders.h"
+#include "daemon/store/snapshots/SnapshotNotes.h"
 
 namespace keldane {
 

@@ -10,8 +10,8 @@
 #include "client-state/BackupState.h"
 #include "platform/notifications/NotificationCenter.h"
 #include "tests/support/ClientBundle.h"
-#include "tests/support/FakeDaemon.h"
 #include "tests/support/UserPreferences.h"
+#include "tests/support/daemon/FakeDaemon.h"
 
 namespace keldane::testing {
 

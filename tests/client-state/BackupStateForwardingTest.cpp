@@ -3,9 +3,9 @@
 #include "client-state/BackupState.h"
 #include "platform/objects/Exceptions.h"
 #include "tests/support/ClientBundle.h"
-#include "tests/support/FakeDaemon.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/UserPreferences.h"
+#include "tests/support/daemon/FakeDaemon.h"
 
 namespace keldane {
 namespace {

@@ -4,8 +4,8 @@
 
 #include "log/KeldaneLog.h"
 #include "tests/client-state/BackupStateFixture.h"
-#include "tests/support/Footprint.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/process/Footprint.h"
 
 namespace keldane {
 namespace {

@@ -8,8 +8,8 @@
 #include "platform/host/Host.h"
 #include "platform/notifications/NotificationCenter.h"
 #include "tests/support/ClientBundle.h"
-#include "tests/support/FakeDaemon.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/daemon/FakeDaemon.h"
 
 namespace keldane {
 namespace {

@@ -7,10 +7,10 @@
 #include "client-state/BackupState.h"
 #include "platform/host/Host.h"
 #include "tests/support/ClientBundle.h"
-#include "tests/support/FakeDaemon.h"
-#include "tests/support/Footprint.h"
 #include "tests/support/Random.h"
 #include "tests/support/UserPreferences.h"
+#include "tests/support/daemon/FakeDaemon.h"
+#include "tests/support/process/Footprint.h"
 
 namespace keldane {
 namespace {

@@ -10,10 +10,10 @@
 
 #include "hosts/core/MenuHost.h"
 #include "platform/host/Host.h"
-#include "tests/support/CannedDaemon.h"
-#include "tests/support/PeerProcess.h"
 #include "tests/support/PluginBundle.h"
 #include "tests/support/Samples.h"
+#include "tests/support/daemon/CannedDaemon.h"
+#include "tests/support/process/PeerProcess.h"
 
 namespace keldane::testing {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/RawPeer.h"
+#include "tests/support/process/RawPeer.h"
 
 namespace keldane::testing {
 namespace {

@@ -1,4 +1,4 @@
-#include "tests/tools/faults/FaultPlan.h"
+#include "tests/tools/faults/proxy/FaultPlan.h"
 
 #include <gtest/gtest.h>
 

@@ -1,11 +1,11 @@
-#include "tests/tools/faults/FaultProxy.h"
+#include "tests/tools/faults/proxy/FaultProxy.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <future>
 
-#include "tests/support/RawPeer.h"
+#include "tests/support/process/RawPeer.h"
 
 namespace keldane::testing {
 namespace {

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/RawPeer.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/process/RawPeer.h"
 
 namespace keldane::testing {
 namespace {

@@ -10,11 +10,11 @@
 #include <string>
 #include <vector>
 
-#include "Common/KeldProxy.h"
+#include "Common/calls/KeldProxy.h"
 #include "KeldaneCMM/Source/MenuCommands.h"
 #include "tests/KeldaneCMM/Source/MenuFixture.h"
-#include "tests/support/Footprint.h"
-#include "tests/support/Program.h"
+#include "tests/support/process/Footprint.h"
+#include "tests/support/process/Program.h"
 
 namespace keldane::testing {
 

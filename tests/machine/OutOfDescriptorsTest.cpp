@@ -1,6 +1,6 @@
 // Descriptors run out at each step of a menu cycle.
 #include "tests/machine/CycleFixture.h"
-#include "tests/support/FewDescriptors.h"
+#include "tests/support/process/FewDescriptors.h"
 
 namespace keldane {
 namespace {

@@ -2,12 +2,12 @@
 // are never left waiting.
 #include <gtest/gtest.h>
 
-#include "Common/DaemonProtocol.h"
+#include "Common/calls/DaemonProtocol.h"
 #include "daemon/server/DaemonServer.h"
 #include "tests/machine/CycleFixture.h"
 #include "tests/machine/FailingAllocation.h"
-#include "tests/support/DaemonOptions.h"
-#include "tests/support/RawPeer.h"
+#include "tests/support/daemon/DaemonOptions.h"
+#include "tests/support/process/RawPeer.h"
 
 namespace keldane {
 namespace {

@@ -3,9 +3,9 @@
 
 #include <cstring>
 
-#include "Common/FileNode.h"
-#include "Common/Invocation.h"
-#include "Common/KeldSocket.h"
+#include "Common/calls/Invocation.h"
+#include "Common/nodes/FileNode.h"
+#include "Common/transport/KeldSocket.h"
 #include "platform/plist/PropertyListSerialization.h"
 #include "tests/protocol/ReferenceFiles.h"
 

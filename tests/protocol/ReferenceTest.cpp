@@ -3,9 +3,9 @@
 
 #include <set>
 
-#include "Common/FileNode.h"
-#include "Common/KeldSocket.h"
-#include "Common/OwnerProtocol.h"
+#include "Common/calls/OwnerProtocol.h"
+#include "Common/nodes/FileNode.h"
+#include "Common/transport/KeldSocket.h"
 #include "daemon/rules/RuleBook.h"
 #include "daemon/server/DaemonServer.h"
 #include "platform/plist/PropertyListSerialization.h"

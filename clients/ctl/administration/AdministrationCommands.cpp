@@ -10,7 +10,7 @@
 
 #include "cli/AbsolutePath.h"
 #include "cli/Json.h"
-#include "clients/core/Printable.h"
+#include "clients/core/words/Printable.h"
 #include "clients/ctl/OwnerSession.h"
 #include "clients/ctl/administration/FileManagerCommand.h"
 #include "clients/ctl/administration/Metrics.h"

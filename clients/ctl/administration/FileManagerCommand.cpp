@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "cli/Json.h"
-#include "clients/core/Printable.h"
+#include "clients/core/words/Printable.h"
 #include "clients/ctl/commands/Commands.h"
 #include "clients/ctl/layout/Text.h"
 #include "config/FileManagerOptions.h"

@@ -6,7 +6,7 @@
 
 #include "cli/Json.h"
 #include "clients/core/FolderTree.h"
-#include "clients/core/Units.h"
+#include "clients/core/words/Units.h"
 #include "clients/ctl/Session.h"
 #include "clients/ctl/layout/Text.h"
 

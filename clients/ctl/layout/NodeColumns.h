@@ -4,7 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "Common/FileNode.h"
+#include "Common/nodes/FileNode.h"
 #include "clients/ctl/terminal/Terminal.h"
 
 namespace keldane {

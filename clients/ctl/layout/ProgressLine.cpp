@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "clients/core/Units.h"
+#include "clients/core/words/Units.h"
 #include "clients/ctl/layout/Text.h"
 #include "platform/text/Translation.h"
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "clients/core/Printable.h"
+#include "clients/core/words/Printable.h"
 
 namespace keldane {
 

@@ -11,7 +11,7 @@
 #include <system_error>
 #include <thread>
 
-#include "clients/core/Printable.h"
+#include "clients/core/words/Printable.h"
 #include "clients/ctl/Session.h"
 #include "clients/ctl/service/Program.h"
 #include "platform/files/UserFolders.h"

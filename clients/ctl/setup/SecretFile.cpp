@@ -5,9 +5,9 @@
 #include <sstream>
 #include <system_error>
 
-#include "clients/core/KeySheet.h"
-#include "clients/core/NewSecretFile.h"
-#include "clients/core/Printable.h"
+#include "clients/core/key/KeySheet.h"
+#include "clients/core/key/NewSecretFile.h"
+#include "clients/core/words/Printable.h"
 #include "clients/ctl/Session.h"
 #include "platform/files/FileContents.h"
 #include "platform/text/Translation.h"

@@ -4,10 +4,10 @@
 #include <charconv>
 #include <iostream>
 
-#include "clients/core/Printable.h"
-#include "clients/core/Units.h"
 #include "clients/core/place/Location.h"
 #include "clients/core/place/MountedDisks.h"
+#include "clients/core/words/Printable.h"
+#include "clients/core/words/Units.h"
 #include "clients/ctl/Session.h"
 #include "clients/ctl/terminal/Secret.h"
 #include "platform/text/Translation.h"

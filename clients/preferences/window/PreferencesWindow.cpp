@@ -3,7 +3,7 @@
 #include <glibmm/main.h>
 #include <glibmm/miscutils.h>
 
-#include "clients/core/Printable.h"
+#include "clients/core/words/Printable.h"
 #include "clients/preferences/window/Widgets.h"
 #include "clients/preferences/words/RepositoryWords.h"
 #include "clients/preferences/words/Translation.h"

@@ -4,7 +4,7 @@
 #include <array>
 #include <string_view>
 
-#include "clients/core/Units.h"
+#include "clients/core/words/Units.h"
 #include "clients/preferences/words/Translation.h"
 
 namespace keldane {

@@ -1,8 +1,8 @@
 #include "clients/preferences/words/RepositoryWords.h"
 
 #include "Common/DaemonText.h"
-#include "clients/core/Printable.h"
-#include "clients/core/Units.h"
+#include "clients/core/words/Printable.h"
+#include "clients/core/words/Units.h"
 #include "clients/preferences/words/Headline.h"
 
 namespace keldane {

@@ -7,8 +7,8 @@
 
 #include "client-state/BackupState.h"
 #include "clients/core/BackupProgress.h"
-#include "clients/preferences/worker/TreeFeed.h"
 #include "clients/preferences/worker/Updates.h"
+#include "clients/preferences/worker/tree/TreeFeed.h"
 
 namespace keldane {
 

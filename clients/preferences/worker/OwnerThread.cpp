@@ -9,7 +9,7 @@
 
 #include "Common/DaemonText.h"
 #include "clients/core/OwnerLink.h"
-#include "clients/core/Printable.h"
+#include "clients/core/words/Printable.h"
 
 namespace keldane {
 

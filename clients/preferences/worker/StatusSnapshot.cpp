@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "Common/DaemonText.h"
-#include "clients/core/Printable.h"
+#include "clients/core/words/Printable.h"
 
 namespace keldane {
 

@@ -5,8 +5,8 @@
 #include <variant>
 #include <vector>
 
-#include "clients/preferences/worker/NodeRow.h"
 #include "clients/preferences/worker/StatusSnapshot.h"
+#include "clients/preferences/worker/tree/NodeRow.h"
 
 namespace keldane {
 

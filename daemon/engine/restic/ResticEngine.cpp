@@ -6,8 +6,8 @@
 #include <stdexcept>
 #include <utility>
 
-#include "daemon/engine/restic/ResticFailure.h"
-#include "daemon/engine/restic/ResticOutput.h"
+#include "daemon/engine/restic/output/ResticFailure.h"
+#include "daemon/engine/restic/output/ResticOutput.h"
 
 namespace keldane {
 namespace {

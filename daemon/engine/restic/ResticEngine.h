@@ -6,8 +6,8 @@
 
 #include "daemon/engine/BackupEngine.h"
 #include "daemon/engine/RepositoryConfig.h"
-#include "daemon/engine/restic/ResticProgram.h"
 #include "daemon/engine/restic/ResticSession.h"
+#include "daemon/engine/restic/program/ResticProgram.h"
 
 namespace keldane {
 

@@ -6,9 +6,9 @@
 
 #include "daemon/engine/restic/Glob.h"
 #include "daemon/engine/restic/ResticEngine.h"
-#include "daemon/engine/restic/ResticFailure.h"
-#include "daemon/engine/restic/ResticLines.h"
-#include "daemon/engine/restic/ResticOutput.h"
+#include "daemon/engine/restic/output/ResticFailure.h"
+#include "daemon/engine/restic/output/ResticLines.h"
+#include "daemon/engine/restic/output/ResticOutput.h"
 #include "platform/files/Path.h"
 
 namespace keldane {

@@ -6,9 +6,9 @@
 
 #include "daemon/engine/restic/PackFiles.h"
 #include "daemon/engine/restic/ResticEngine.h"
-#include "daemon/engine/restic/ResticFailure.h"
-#include "daemon/engine/restic/ResticLines.h"
-#include "daemon/engine/restic/ResticOutput.h"
+#include "daemon/engine/restic/output/ResticFailure.h"
+#include "daemon/engine/restic/output/ResticLines.h"
+#include "daemon/engine/restic/output/ResticOutput.h"
 
 namespace keldane {
 namespace {

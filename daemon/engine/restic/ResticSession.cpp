@@ -10,8 +10,8 @@
 #include <system_error>
 
 #include "daemon/engine/ExternalDisk.h"
-#include "daemon/engine/restic/ResticFailure.h"
-#include "daemon/engine/restic/SftpCommand.h"
+#include "daemon/engine/restic/output/ResticFailure.h"
+#include "daemon/engine/restic/program/SftpCommand.h"
 
 namespace keldane {
 namespace {

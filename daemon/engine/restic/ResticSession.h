@@ -9,7 +9,7 @@
 #include "daemon/engine/RepositoryConfig.h"
 #include "daemon/engine/Secrets.h"
 #include "daemon/engine/process/ChildProcess.h"
-#include "daemon/engine/restic/ResticProgram.h"
+#include "daemon/engine/restic/program/ResticProgram.h"
 
 namespace keldane {
 

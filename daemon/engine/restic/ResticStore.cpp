@@ -7,8 +7,8 @@
 
 #include "daemon/engine/process/Standstill.h"
 #include "daemon/engine/restic/ResticEngine.h"
-#include "daemon/engine/restic/ResticFailure.h"
-#include "daemon/engine/restic/ResticLines.h"
+#include "daemon/engine/restic/output/ResticFailure.h"
+#include "daemon/engine/restic/output/ResticLines.h"
 
 namespace keldane {
 namespace {

@@ -7,9 +7,9 @@
 #include <map>
 #include <mutex>
 
-#include "Common/DaemonProtocol.h"
-#include "Common/KeldProxy.h"
-#include "Common/KeldSocket.h"
+#include "Common/calls/DaemonProtocol.h"
+#include "Common/calls/KeldProxy.h"
+#include "Common/transport/KeldSocket.h"
 
 using namespace keldane;
 

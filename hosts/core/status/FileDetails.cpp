@@ -1,7 +1,7 @@
 #include "hosts/core/status/FileDetails.h"
 
 #include "Common/DaemonText.h"
-#include "Common/FileNode.h"
+#include "Common/nodes/FileNode.h"
 #include "hosts/core/status/FileStatus.h"
 #include "platform/text/Translation.h"
 

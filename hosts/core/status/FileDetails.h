@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "hosts/core/status/DaemonLink.h"
+#include "hosts/core/status/link/DaemonLink.h"
 #include "platform/plist/PropertyList.h"
 
 namespace keldane {

@@ -5,7 +5,7 @@
 #include <ctime>
 #include <string_view>
 
-#include "Common/FileNode.h"
+#include "Common/nodes/FileNode.h"
 
 namespace keldane {
 

@@ -13,22 +13,9 @@
 #include <vector>
 
 #include "hosts/core/status/FileStatus.h"
+#include "hosts/core/status/StatusTiming.h"
 
 namespace keldane {
-
-/// How long what is waited for and rested.
-struct StatusTiming {
-  using Duration = std::chrono::steady_clock::duration;
-  Duration batchDelay = std::chrono::milliseconds(20);     ///< for more files to be asked about
-  Duration statePoll = std::chrono::milliseconds(1500);    ///< between two looks at the daemon's state
-  Duration afterChange = std::chrono::milliseconds(1500);  ///< least rest of a folder when the state changed
-  Duration unchanged = std::chrono::seconds(5);            ///< likewise while it does not
-  Duration largeFolder = std::chrono::seconds(30);         ///< likewise above `StatusCache::kLargeFolder`
-  Duration silence = std::chrono::seconds(10);    ///< after which what is known is not shown any more
-  Duration firstRetry = std::chrono::seconds(1);  ///< doubled with each attempt to connect
-  Duration longestRetry = std::chrono::seconds(60);
-  Duration lookAtSocket = std::chrono::seconds(2);  ///< whether a daemon has come meanwhile
-};
 
 /// One folder at a time, because the daemon answers for a whole folder in one go. Bounded: the folders that
 /// were looked at least recently go first. Paths are absolute. Not for several threads at once.

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "hosts/core/status/DaemonLink.h"
 #include "hosts/core/status/FileStatus.h"
 #include "hosts/core/status/StatusCache.h"
+#include "hosts/core/status/link/DaemonLink.h"
 
 namespace keldane {
 

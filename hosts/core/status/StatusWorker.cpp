@@ -1,7 +1,6 @@
 #include "hosts/core/status/StatusWorker.h"
 
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -173,16 +172,13 @@ void StatusService::Worker::run() {
   } catch (const std::exception& error) {
     systemLog("The status of files could not be asked for: %s", error.what());
   }
-  link_.close();
+  connection_.leave();
   const std::lock_guard guard(mutex_);
   isRunning_ = false;
 }
 
 void StatusService::Worker::serve() {
   ::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), kNiceness);
-  if (socketPath_.empty()) {
-    socketPath_ = installedDaemonPath();
-  }
   while (step()) {
   }
 }
@@ -204,8 +200,7 @@ bool StatusService::Worker::step() {
   }
   tell(std::move(late));
   if (!isOpen && !hasTasks) {
-    link_.close();
-    isUntried_ = false;
+    connection_.leave();
     return true;
   }
   const bool isConnected = connected(hasTasks);
@@ -242,7 +237,7 @@ void StatusService::Worker::waitForWork(std::unique_lock<std::mutex>& guard) {
       wakesAt_ = time;
       changed_.wait_until(guard, time);
       wakesAt_ = {};
-    } else if (link_.isAtEnd()) {
+    } else if (connection_.isAtEnd()) {
       wakesAt_ = Clock::time_point::max();
       changed_.wait(guard);
       wakesAt_ = {};
@@ -253,7 +248,7 @@ void StatusService::Worker::waitForWork(std::unique_lock<std::mutex>& guard) {
 }
 
 StatusService::Worker::Clock::time_point StatusService::Worker::wakeTime(Clock::time_point now) const {
-  if (isAway_) {
+  if (connection_.isAway()) {
     return nextLook_;
   }
   Clock::time_point time = nextLook_;
@@ -286,58 +281,25 @@ void StatusService::Worker::performTask() {
     task = std::move(tasks_.front());
     tasks_.pop_front();
   }
-  watched([&] { task(link_.isAtEnd() ? nullptr : &link_); });
+  watched([&] { task(connection_.isAtEnd() ? nullptr : &connection_.link()); });
 }
 
-/// Whether there is a link. An attempt is made when one is due, and when somebody asked for something.
+/// Whether there is a link.
 bool StatusService::Worker::connected(bool isAsked) {
-  if (!link_.isAtEnd()) {
-    return true;
-  }
-  link_.close();
   const Clock::time_point now = Clock::now();
-  if (std::exchange(isUntried_, false)) {
-    stayAway(now);  // it was turned away
+  const StatusConnection::Attempt attempt = connection_.connect(isAsked, now);
+  if (attempt.isLost) {
+    forget();
   }
-  const bool isNew = hasNewSocket();
-  if (isNew) {
-    failures_ = 0;  // it may not be listened at yet
+  if (!attempt.isConnected) {
+    nextLook_ = connection_.nextLook(now);
+  } else if (attempt.isNew) {
+    state_ = {};
+    nextLook_ = now;
+    const std::lock_guard guard(mutex_);
+    cache_.askAnew();
   }
-  if (isAway_ && !isAsked && now < nextTry_ && !isNew) {
-    nextLook_ = std::min(nextTry_, now + timing_.lookAtSocket);
-    return false;
-  }
-  if (!link_.connect(socketPath_)) {
-    stayAway(now);
-    return false;
-  }
-  isUntried_ = true;
-  isAway_ = false;
-  state_ = {};
-  nextLook_ = now;
-  const std::lock_guard guard(mutex_);
-  cache_.askAnew();
-  return true;
-}
-
-void StatusService::Worker::stayAway(Clock::time_point now) {
-  constexpr unsigned kMostDoublings = 10;
-  const StatusTiming::Duration rest = timing_.firstRetry * (1U << std::min(failures_, kMostDoublings));
-  ++failures_;
-  isAway_ = true;
-  nextTry_ = now + std::min(rest, timing_.longestRetry);
-  nextLook_ = std::min(nextTry_, now + timing_.lookAtSocket);
-  forget();
-}
-
-/// Whether the socket is another than the one that could not be connected to.
-bool StatusService::Worker::hasNewSocket() {
-  struct stat status {};
-  std::pair<ino_t, std::int64_t> found;
-  if (::stat(socketPath_.c_str(), &status) == 0) {
-    found = {status.st_ino, status.st_ctim.tv_sec * 1'000'000'000LL + status.st_ctim.tv_nsec};
-  }
-  return std::exchange(triedSocket_, found) != found && found.first != 0;
+  return attempt.isConnected;
 }
 
 void StatusService::Worker::lookAtState() {
@@ -346,10 +308,9 @@ void StatusService::Worker::lookAtState() {
     return;
   }
   nextLook_ = now + timing_.statePoll;
-  const PropertyList state = watched([&] { return link_.daemonState(); });
-  if (!link_.isAtEnd()) {
-    isUntried_ = false;
-    failures_ = 0;
+  const PropertyList state = watched([&] { return connection_.link().daemonState(); });
+  if (!connection_.isAtEnd()) {
+    connection_.hasAnswered();
   }
   if (!(state == state_)) {
     state_ = state;
@@ -381,8 +342,8 @@ void StatusService::Worker::ask(StatusCache::Question question) {
 
 /// Nothing when the link has ended.
 std::optional<StatusCache::Answer> StatusService::Worker::list(const std::string& folder) {
-  const PropertyList nodes = watched([&] { return link_.childrenDictionariesForPath(folder); });
-  if (link_.isAtEnd()) {
+  const PropertyList nodes = watched([&] { return connection_.link().childrenDictionariesForPath(folder); });
+  if (connection_.isAtEnd()) {
     return std::nullopt;
   }
   StatusCache::Answer answer;
@@ -409,8 +370,8 @@ std::optional<StatusCache::Answer> StatusService::Worker::askEach(StatusCache::Q
     }
     const std::string& name = question.names[i];
     const std::string path = appendPathComponent(question.folder, name);
-    const PropertyList node = watched([&] { return link_.dictionaryForPath(path, false); });
-    if (link_.isAtEnd()) {
+    const PropertyList node = watched([&] { return connection_.link().dictionaryForPath(path, false); });
+    if (connection_.isAtEnd()) {
       return std::nullopt;
     }
     if (node) {

@@ -1,8 +1,6 @@
 // The thread behind StatusService.
 #pragma once
 
-#include <sys/types.h>
-
 #include <atomic>
 #include <condition_variable>
 #include <deque>
@@ -14,6 +12,7 @@
 #include <vector>
 
 #include "hosts/core/status/StatusService.h"
+#include "hosts/core/status/link/StatusConnection.h"
 
 namespace keldane {
 
@@ -24,7 +23,7 @@ class StatusService::Worker : public std::enable_shared_from_this<StatusService:
   using Clock = StatusCache::Clock;
 
   Worker(std::string socketPath, const StatusTiming& timing)
-      : timing_(timing), cache_(timing), socketPath_(std::move(socketPath)) {}
+      : timing_(timing), cache_(timing), connection_(std::move(socketPath), timing) {}
 
   void end();
   void setListener(Listener listener);
@@ -57,8 +56,6 @@ class StatusService::Worker : public std::enable_shared_from_this<StatusService:
   void waitForWork(std::unique_lock<std::mutex>& guard);
   void performTask();
   bool connected(bool isAsked);
-  void stayAway(Clock::time_point now);
-  bool hasNewSocket();
   void lookAtState();
   void ask(StatusCache::Question question);
   std::optional<StatusCache::Answer> list(const std::string& folder);
@@ -83,14 +80,9 @@ class StatusService::Worker : public std::enable_shared_from_this<StatusService:
   // In the future only while the thread sleeps. Then wakeTime() may read the thread's own fields.
   Clock::time_point wakesAt_{};
 
-  std::string socketPath_;
-  DaemonLink link_;
-  std::pair<ino_t, std::int64_t> triedSocket_;  // of the last attempt that failed
-  bool isAway_ = false;                         // the last attempt to connect failed
-  Clock::time_point nextTry_{}, nextLook_{};    // of connecting; at the state, or at the socket
-  bool isUntried_ = false;                      // the link has not answered anything yet
-  unsigned failures_ = 0;                       // to connect, since the last answer
-  PropertyList state_;                          // as it was told last
+  StatusConnection connection_;
+  Clock::time_point nextLook_{};  // at the daemon's state, or for a daemon while there is none
+  PropertyList state_;            // as it was told last
 };
 
 }  // namespace keldane

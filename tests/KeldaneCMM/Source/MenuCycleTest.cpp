@@ -3,7 +3,7 @@
 
 #include "KeldaneCMM/Source/MenuCommands.h"
 #include "tests/KeldaneCMM/Source/MenuFixture.h"
-#include "tests/support/Footprint.h"
+#include "tests/support/process/Footprint.h"
 
 namespace keldane {
 namespace {

@@ -10,15 +10,15 @@
 #include <string>
 #include <vector>
 
-#include "Common/FileNode.h"
+#include "Common/nodes/FileNode.h"
 #include "KeldaneCMM/Source/KeldanePlugin.h"
 #include "KeldaneCMM/Source/MenuDescriptors.h"
 #include "log/KeldaneLog.h"
 #include "platform/events/PathDescriptors.h"
 #include "platform/host/Host.h"
 #include "tests/support/ClientBundle.h"
-#include "tests/support/FakeDaemon.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/daemon/FakeDaemon.h"
 
 namespace keldane::testing {
 

@@ -4,10 +4,10 @@
 
 #include <climits>
 
-#include "Common/KeldProxy.h"
+#include "Common/calls/KeldProxy.h"
 #include "client-state/BackupState.h"
 #include "tests/support/ClientBundle.h"
-#include "tests/support/FakeDaemon.h"
+#include "tests/support/daemon/FakeDaemon.h"
 
 namespace keldane {
 namespace {

@@ -5,8 +5,8 @@
 #include <thread>
 
 #include "platform/objects/Exceptions.h"
-#include "tests/support/RawPeer.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/process/RawPeer.h"
 
 namespace keldane {
 namespace {

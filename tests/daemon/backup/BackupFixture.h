@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "daemon/backup/BackupWorker.h"
-#include "tests/support/RecordingEngine.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Wait.h"
+#include "tests/support/daemon/RecordingEngine.h"
 
 namespace keldane::testing {
 

@@ -8,12 +8,12 @@
 #include <string>
 #include <vector>
 
-#include "daemon/backup/BatchRun.h"
+#include "daemon/backup/batch/BatchRun.h"
 #include "daemon/care/RepositoryCare.h"
 #include "daemon/engine/restic/ResticEngine.h"
 #include "platform/files/Descriptor.h"
-#include "tests/support/QuickRepository.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/daemon/QuickRepository.h"
 
 namespace keldane::testing {
 

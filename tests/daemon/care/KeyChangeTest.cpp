@@ -7,8 +7,8 @@
 #include <set>
 #include <stdexcept>
 
-#include "tests/support/RecordingEngine.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/daemon/RecordingEngine.h"
 
 namespace keldane::testing {
 namespace {

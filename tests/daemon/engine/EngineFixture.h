@@ -18,9 +18,9 @@
 
 #include "daemon/engine/restic/ResticEngine.h"
 #include "platform/files/Descriptor.h"
-#include "tests/support/QuickRepository.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Wait.h"
+#include "tests/support/daemon/QuickRepository.h"
 
 namespace keldane {
 

@@ -6,12 +6,12 @@
 
 #include <future>
 
-#include "tests/support/FakeOwnerRequests.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/RawPeer.h"
-#include "tests/support/Stranger.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Wait.h"
+#include "tests/support/daemon/FakeOwnerRequests.h"
+#include "tests/support/process/RawPeer.h"
+#include "tests/support/process/Stranger.h"
 
 namespace keldane {
 namespace {

@@ -4,8 +4,8 @@
 
 #include <stdexcept>
 
-#include "tests/support/FakeOwnerRequests.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/daemon/FakeOwnerRequests.h"
 
 namespace keldane {
 namespace {

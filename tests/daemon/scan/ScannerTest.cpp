@@ -12,8 +12,8 @@
 #include <filesystem>
 
 #include "tests/support/LogCapture.h"
-#include "tests/support/PrivateMounts.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/process/PrivateMounts.h"
 
 namespace keldane {
 namespace {

@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <filesystem>
 
-#include "Common/FileNode.h"
+#include "Common/nodes/FileNode.h"
 #include "tests/daemon/server/ServerFixture.h"
 
 namespace keldane {

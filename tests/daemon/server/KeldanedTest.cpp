@@ -6,11 +6,11 @@
 #include <csignal>
 #include <filesystem>
 
-#include "Common/FileNode.h"
-#include "tests/support/Client.h"
-#include "tests/support/Program.h"
+#include "Common/nodes/FileNode.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Wait.h"
+#include "tests/support/daemon/Client.h"
+#include "tests/support/process/Program.h"
 
 namespace keldane {
 namespace {

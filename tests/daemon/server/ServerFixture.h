@@ -8,12 +8,12 @@
 #include <string>
 
 #include "daemon/server/DaemonServer.h"
-#include "tests/support/Client.h"
-#include "tests/support/DaemonOptions.h"
-#include "tests/support/RawPeer.h"
-#include "tests/support/Stranger.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Wait.h"
+#include "tests/support/daemon/Client.h"
+#include "tests/support/daemon/DaemonOptions.h"
+#include "tests/support/process/RawPeer.h"
+#include "tests/support/process/Stranger.h"
 
 namespace keldane::testing {
 

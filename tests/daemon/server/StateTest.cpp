@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <limits>
 
-#include "Common/FileNode.h"
+#include "Common/nodes/FileNode.h"
 #include "tests/daemon/server/ServerFixture.h"
 
 namespace keldane {

@@ -6,7 +6,7 @@
 
 #include <set>
 
-#include "Common/FileNode.h"
+#include "Common/nodes/FileNode.h"
 #include "tests/daemon/server/ServerFixture.h"
 
 namespace keldane {

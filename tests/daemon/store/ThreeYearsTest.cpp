@@ -5,7 +5,7 @@
 #include <random>
 #include <unordered_map>
 
-#include "daemon/store/Retention.h"
+#include "daemon/store/snapshots/Retention.h"
 #include "tests/daemon/store/StoreFixture.h"
 
 namespace keldane {

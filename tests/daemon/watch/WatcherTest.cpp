@@ -10,9 +10,9 @@
 #include <mutex>
 
 #include "tests/support/LogCapture.h"
-#include "tests/support/PrivateMounts.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Wait.h"
+#include "tests/support/process/PrivateMounts.h"
 
 namespace keldane {
 namespace {

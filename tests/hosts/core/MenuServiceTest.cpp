@@ -9,11 +9,11 @@
 #include <mutex>
 
 #include "platform/bundle/Bundle.h"
-#include "tests/support/FakeDaemon.h"
 #include "tests/support/PluginBundle.h"
-#include "tests/support/SignalMasks.h"
 #include "tests/support/UserPreferences.h"
 #include "tests/support/Wait.h"
+#include "tests/support/daemon/FakeDaemon.h"
+#include "tests/support/process/SignalMasks.h"
 
 namespace keldane {
 namespace {

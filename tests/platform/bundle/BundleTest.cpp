@@ -4,9 +4,9 @@
 
 #include "platform/plist/PropertyListSerialization.h"
 #include "platform/text/Unicode.h"
-#include "tests/support/FewDescriptors.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/process/FewDescriptors.h"
 
 namespace keldane {
 namespace {

@@ -13,9 +13,9 @@
 #include "platform/files/UserFolders.h"
 #include "platform/host/Host.h"
 #include "platform/threads/SignalsBlocked.h"
-#include "tests/support/SignalMasks.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Wait.h"
+#include "tests/support/process/SignalMasks.h"
 
 namespace keldane {
 namespace {

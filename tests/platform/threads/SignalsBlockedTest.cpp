@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/SignalMasks.h"
+#include "tests/support/process/SignalMasks.h"
 
 namespace keldane {
 namespace {

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "platform/host/FourCharCode.h"
-#include "tests/tools/faults/FaultPlan.h"
+#include "tests/tools/faults/proxy/FaultPlan.h"
 
 namespace keldane::testing {
 

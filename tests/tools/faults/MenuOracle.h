@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "platform/plist/PropertyList.h"
-#include "tests/tools/faults/FaultProxy.h"
+#include "tests/tools/faults/proxy/FaultProxy.h"
 
 namespace keldane::testing {
 

@@ -5,7 +5,7 @@
 #include "cli/Json.h"
 #include "cli/NumberRange.h"
 #include "clients/core/FolderTree.h"
-#include "clients/core/Printable.h"
+#include "clients/core/words/Printable.h"
 #include "clients/ctl/commands/Commands.h"
 #include "clients/ctl/layout/NodeColumns.h"
 #include "platform/text/Translation.h"

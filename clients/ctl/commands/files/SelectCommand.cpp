@@ -3,7 +3,7 @@
 
 #include "cli/Json.h"
 #include "clients/core/FolderTree.h"
-#include "clients/core/Units.h"
+#include "clients/core/words/Units.h"
 #include "clients/ctl/commands/Commands.h"
 #include "clients/ctl/layout/NodeColumns.h"
 #include "clients/ctl/layout/Text.h"

@@ -4,7 +4,7 @@
 #include "cli/Json.h"
 #include "cli/NumberRange.h"
 #include "clients/core/FolderTree.h"
-#include "clients/core/Units.h"
+#include "clients/core/words/Units.h"
 #include "clients/ctl/OwnerSession.h"
 #include "clients/ctl/commands/Commands.h"
 #include "clients/ctl/layout/Text.h"

@@ -1,8 +1,8 @@
 #include <iostream>
 
-#include "clients/core/KeySheet.h"
-#include "clients/core/Printable.h"
-#include "clients/core/QrCode.h"
+#include "clients/core/key/KeySheet.h"
+#include "clients/core/key/QrCode.h"
+#include "clients/core/words/Printable.h"
 #include "clients/ctl/OwnerSession.h"
 #include "clients/ctl/commands/Commands.h"
 #include "clients/ctl/setup/SecretFile.h"

@@ -4,8 +4,8 @@
 #include <iostream>
 #include <memory>
 
-#include "clients/core/Printable.h"
-#include "clients/core/Units.h"
+#include "clients/core/words/Printable.h"
+#include "clients/core/words/Units.h"
 #include "clients/ctl/OwnerSession.h"
 #include "clients/ctl/commands/Commands.h"
 #include "clients/ctl/setup/Place.h"

@@ -4,9 +4,9 @@
 
 #include "cli/Json.h"
 #include "clients/core/BackupProgress.h"
-#include "clients/core/HealthText.h"
-#include "clients/core/Printable.h"
-#include "clients/core/Units.h"
+#include "clients/core/words/HealthText.h"
+#include "clients/core/words/Printable.h"
+#include "clients/core/words/Units.h"
 #include "clients/ctl/OwnerSession.h"
 #include "clients/ctl/commands/Commands.h"
 #include "clients/ctl/layout/ProgressLine.h"

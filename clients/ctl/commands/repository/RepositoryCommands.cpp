@@ -4,8 +4,8 @@
 
 #include "cli/Json.h"
 #include "cli/NumberRange.h"
-#include "clients/core/HealthText.h"
-#include "clients/core/Units.h"
+#include "clients/core/words/HealthText.h"
+#include "clients/core/words/Units.h"
 #include "clients/ctl/OwnerSession.h"
 #include "clients/ctl/commands/Commands.h"
 #include "clients/ctl/layout/Rows.h"

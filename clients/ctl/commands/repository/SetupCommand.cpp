@@ -1,7 +1,7 @@
 #include <iostream>
 
-#include "clients/core/HealthText.h"
-#include "clients/core/Printable.h"
+#include "clients/core/words/HealthText.h"
+#include "clients/core/words/Printable.h"
 #include "clients/ctl/OwnerSession.h"
 #include "clients/ctl/commands/Commands.h"
 #include "clients/ctl/setup/Place.h"

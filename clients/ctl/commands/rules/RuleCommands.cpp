@@ -3,9 +3,9 @@
 #include <cerrno>
 #include <iostream>
 
-#include "Common/FileNode.h"
+#include "Common/nodes/FileNode.h"
 #include "clients/core/FolderTree.h"
-#include "clients/core/Printable.h"
+#include "clients/core/words/Printable.h"
 #include "clients/ctl/commands/Commands.h"
 #include "platform/text/Translation.h"
 #include "platform/text/Unicode.h"

@@ -5,7 +5,7 @@
 
 #include "cli/Json.h"
 #include "cli/NumberRange.h"
-#include "clients/core/Units.h"
+#include "clients/core/words/Units.h"
 #include "clients/ctl/commands/Commands.h"
 #include "clients/ctl/layout/Text.h"
 #include "clients/ctl/terminal/Secret.h"

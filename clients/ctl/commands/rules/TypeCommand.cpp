@@ -1,9 +1,9 @@
 #include <array>
 #include <iostream>
 
-#include "Common/DaemonProtocol.h"
+#include "Common/calls/DaemonProtocol.h"
 #include "cli/Json.h"
-#include "clients/core/Printable.h"
+#include "clients/core/words/Printable.h"
 #include "clients/ctl/commands/Commands.h"
 #include "platform/text/Translation.h"
 #include "platform/text/Unicode.h"

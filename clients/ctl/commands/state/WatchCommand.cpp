@@ -7,7 +7,7 @@
 #include "cli/Json.h"
 #include "client-state/BackupState.h"
 #include "clients/core/BackupProgress.h"
-#include "clients/core/Units.h"
+#include "clients/core/words/Units.h"
 #include "clients/ctl/OwnerSession.h"
 #include "clients/ctl/commands/Commands.h"
 #include "clients/ctl/layout/ProgressLine.h"

@@ -4,7 +4,7 @@
 #include <gtkmm/box.h>
 #include <gtkmm/checkbutton.h>
 
-#include "clients/preferences/worker/AlertKeeper.h"
+#include "clients/preferences/worker/own/AlertKeeper.h"
 
 namespace keldane {
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "clients/core/Printable.h"
+#include "clients/core/words/Printable.h"
 #include "clients/preferences/window/Widgets.h"
 #include "clients/preferences/words/Translation.h"
 

@@ -3,8 +3,8 @@
 #include <ctime>
 
 #include "Common/DaemonText.h"
-#include "clients/core/Printable.h"
-#include "clients/core/Units.h"
+#include "clients/core/words/Printable.h"
+#include "clients/core/words/Units.h"
 #include "clients/preferences/window/Widgets.h"
 #include "clients/preferences/words/Translation.h"
 

@@ -2,7 +2,7 @@
 
 #include <gtkmm/adjustment.h>
 
-#include "clients/core/Units.h"
+#include "clients/core/words/Units.h"
 #include "clients/preferences/window/Widgets.h"
 #include "clients/preferences/words/Headline.h"
 #include "clients/preferences/words/Translation.h"

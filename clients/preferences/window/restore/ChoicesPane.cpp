@@ -6,8 +6,8 @@
 #include <ctime>
 #include <optional>
 
-#include "clients/core/DateWords.h"
-#include "clients/core/Printable.h"
+#include "clients/core/words/DateWords.h"
+#include "clients/core/words/Printable.h"
 #include "clients/preferences/window/Widgets.h"
 #include "clients/preferences/words/Translation.h"
 

@@ -6,7 +6,7 @@
 
 #include <stdexcept>
 
-#include "clients/core/Printable.h"
+#include "clients/core/words/Printable.h"
 #include "clients/preferences/words/Translation.h"
 #include "platform/files/Path.h"
 

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "clients/preferences/window/restore/JobPane.h"
-#include "clients/preferences/worker/LookFolder.h"
+#include "clients/preferences/worker/own/LookFolder.h"
 
 namespace keldane {
 

@@ -2,8 +2,8 @@
 
 #include <glibmm/miscutils.h>
 
-#include "clients/core/Printable.h"
-#include "clients/core/Units.h"
+#include "clients/core/words/Printable.h"
+#include "clients/core/words/Units.h"
 #include "clients/preferences/window/Widgets.h"
 #include "clients/preferences/words/Translation.h"
 #include "platform/files/Path.h"

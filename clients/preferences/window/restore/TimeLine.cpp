@@ -4,7 +4,7 @@
 
 #include <ctime>
 
-#include "clients/core/Units.h"
+#include "clients/core/words/Units.h"
 #include "clients/preferences/window/Widgets.h"
 #include "clients/preferences/words/Translation.h"
 

@@ -1,7 +1,7 @@
 #include "clients/preferences/window/rules/RulesPage.h"
 
 #include "Common/DaemonText.h"
-#include "clients/core/Printable.h"
+#include "clients/core/words/Printable.h"
 #include "clients/preferences/window/Widgets.h"
 #include "clients/preferences/words/Translation.h"
 

@@ -5,12 +5,12 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "clients/core/Printable.h"
-#include "clients/core/Units.h"
+#include "clients/core/words/Printable.h"
+#include "clients/core/words/Units.h"
 #include "clients/preferences/window/Widgets.h"
 #include "clients/preferences/words/Headline.h"
 #include "clients/preferences/words/Translation.h"
-#include "clients/preferences/worker/FolderSizes.h"
+#include "clients/preferences/worker/own/FolderSizes.h"
 
 namespace keldane {
 

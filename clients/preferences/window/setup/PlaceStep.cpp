@@ -3,9 +3,9 @@
 #include <glibmm/main.h>
 #include <gtkmm/stringlist.h>
 
-#include "clients/core/KeySheet.h"
-#include "clients/core/Printable.h"
-#include "clients/core/Units.h"
+#include "clients/core/key/KeySheet.h"
+#include "clients/core/words/Printable.h"
+#include "clients/core/words/Units.h"
 #include "clients/preferences/window/Widgets.h"
 
 namespace keldane {

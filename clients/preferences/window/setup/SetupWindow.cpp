@@ -1,7 +1,7 @@
 #include "clients/preferences/window/setup/SetupWindow.h"
 
-#include "clients/core/Printable.h"
-#include "clients/core/Units.h"
+#include "clients/core/words/Printable.h"
+#include "clients/core/words/Units.h"
 #include "clients/preferences/window/Widgets.h"
 #include "clients/preferences/words/RepositoryWords.h"
 #include "clients/preferences/words/Translation.h"

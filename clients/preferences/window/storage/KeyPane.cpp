@@ -2,9 +2,9 @@
 
 #include <gtkmm/window.h>
 
-#include "clients/core/NewSecretFile.h"
-#include "clients/core/Printable.h"
-#include "clients/core/QrCode.h"
+#include "clients/core/key/NewSecretFile.h"
+#include "clients/core/key/QrCode.h"
+#include "clients/core/words/Printable.h"
 #include "clients/preferences/window/Widgets.h"
 #include "clients/preferences/window/storage/KeyRing.h"
 #include "clients/preferences/window/storage/SheetPrinter.h"

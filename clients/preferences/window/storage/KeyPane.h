@@ -9,7 +9,7 @@
 #include <functional>
 #include <string>
 
-#include "clients/core/KeySheet.h"
+#include "clients/core/key/KeySheet.h"
 #include "clients/preferences/window/DaemonDesk.h"
 #include "clients/preferences/window/FolderChooser.h"
 

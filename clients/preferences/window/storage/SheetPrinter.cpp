@@ -3,7 +3,7 @@
 #include <gtkmm/printoperation.h>
 #include <pangomm/layout.h>
 
-#include "clients/core/QrCode.h"
+#include "clients/core/key/QrCode.h"
 #include "clients/preferences/words/Translation.h"
 
 namespace keldane {

@@ -3,7 +3,7 @@
 
 #include <gtkmm/window.h>
 
-#include "clients/core/KeySheet.h"
+#include "clients/core/key/KeySheet.h"
 
 namespace keldane {
 

@@ -4,9 +4,9 @@
 
 #include <filesystem>
 
-#include "clients/core/Printable.h"
-#include "clients/core/Units.h"
 #include "clients/core/place/Location.h"
+#include "clients/core/words/Printable.h"
+#include "clients/core/words/Units.h"
 #include "clients/preferences/window/Widgets.h"
 #include "clients/preferences/words/Headline.h"
 #include "clients/preferences/words/RepositoryWords.h"

@@ -7,7 +7,7 @@
 
 #include <string>
 
-#include "clients/preferences/worker/NodeRow.h"
+#include "clients/preferences/worker/tree/NodeRow.h"
 
 namespace keldane {
 

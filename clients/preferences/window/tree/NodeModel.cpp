@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "clients/core/Printable.h"
+#include "clients/core/words/Printable.h"
 #include "clients/preferences/words/Translation.h"
 #include "platform/files/Path.h"
 

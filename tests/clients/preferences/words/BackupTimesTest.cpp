@@ -4,7 +4,7 @@
 
 #include <ctime>
 
-#include "clients/core/DateWords.h"
+#include "clients/core/words/DateWords.h"
 
 namespace keldane {
 namespace {

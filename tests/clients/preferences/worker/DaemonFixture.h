@@ -8,10 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "Common/FileNode.h"
+#include "Common/nodes/FileNode.h"
 #include "tests/support/ClientBundle.h"
-#include "tests/support/FakeDaemon.h"
 #include "tests/support/UserPreferences.h"
+#include "tests/support/daemon/FakeDaemon.h"
 
 namespace keldane::testing {
 

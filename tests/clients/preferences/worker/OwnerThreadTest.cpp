@@ -6,9 +6,9 @@
 #include <future>
 #include <thread>
 
-#include "Common/OwnerProtocol.h"
-#include "tests/support/RawPeer.h"
+#include "Common/calls/OwnerProtocol.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/process/RawPeer.h"
 
 namespace keldane {
 namespace {

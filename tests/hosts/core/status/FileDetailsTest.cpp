@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include "Common/FileNode.h"
-#include "tests/support/FakeDaemon.h"
+#include "Common/nodes/FileNode.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/daemon/FakeDaemon.h"
 
 namespace keldane {
 namespace {

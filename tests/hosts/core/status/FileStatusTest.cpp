@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "Common/FileNode.h"
+#include "Common/nodes/FileNode.h"
 
 namespace keldane {
 namespace {

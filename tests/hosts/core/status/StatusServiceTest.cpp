@@ -9,11 +9,11 @@
 #include <set>
 #include <thread>
 
-#include "Common/FileNode.h"
+#include "Common/nodes/FileNode.h"
 #include "tests/daemon/server/ServerFixture.h"
-#include "tests/support/FakeDaemon.h"
-#include "tests/support/SignalMasks.h"
 #include "tests/support/Wait.h"
+#include "tests/support/daemon/FakeDaemon.h"
+#include "tests/support/process/SignalMasks.h"
 
 namespace keldane {
 namespace {

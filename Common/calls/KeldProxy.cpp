@@ -1,0 +1,433 @@
+#include "Common/calls/KeldProxy.h"
+
+#include <algorithm>
+#include <exception>
+#include <new>
+#include <utility>
+
+#include "log/KeldaneLog.h"
+#include "platform/objects/Absent.h"
+#include "platform/objects/Exceptions.h"
+#include "platform/plist/PropertyListSerialization.h"
+
+namespace keldane {
+
+namespace {
+
+constexpr std::uint32_t kPerformQueuedCalls = 1;
+
+// The lines that the assertions of this class show.
+constexpr int kNoDelegateLine = 187;
+constexpr int kValueOnMainThreadLine = 185;
+
+// Where a request's argument pairs begin: width, type, selector and count come first.
+constexpr std::uint32_t kFirstArgument = 4;
+
+std::optional<Bytes> serialized(const PropertyList& value, std::string* error) {
+  return PropertyListSerialization::dataFromPropertyList(value, PropertyListSerialization::Format::binary,
+                                                         error);
+}
+
+PropertyList unserialized(const Bytes& payload, const char* logFormat,
+                          PropertyList::Keys* usualKeys = nullptr) {
+  std::string error;
+  PropertyList value = PropertyListSerialization::propertyListFromData(payload, &error, nullptr, usualKeys);
+  if (!error.empty()) {
+    KeldaneCLog(logFormat, error);
+  }
+  return value;
+}
+
+PropertyList encodedResult(const RawValue& result, const char* returnType) {
+  return result.code() == returnType[0] ? result.encoded() : RawValue::decoded({}, returnType).encoded();
+}
+
+// A request with absent arguments.
+PropertyList::Array makeEmptyRequest(const MethodSignature& method) {
+  const char returnType[] = {method.returnCode, '\0'};
+  PropertyList::Array request;
+  request.reserve(kFirstArgument + 2 * method.argumentCodes.size());
+  request.emplace_back(static_cast<unsigned long>(widthOfType(returnType)));
+  request.emplace_back(returnType);
+  request.emplace_back(method.selector);
+  request.emplace_back(static_cast<unsigned long>(method.argumentCodes.size()));
+  for (const char& code : method.argumentCodes) {
+    request.emplace_back(std::string_view(&code, 1));
+    request.emplace_back();
+  }
+  return request;
+}
+
+/// Whether no argument is absent, and none is a container, which might hold an absent value.
+bool canAlwaysBeWritten(const Arguments& arguments) {
+  return std::all_of(arguments.begin(), arguments.end(), [](const RawValue& argument) {
+    const PropertyList object = argument.code() == '@' ? argument.as<'@'>() : argument.encoded();
+    return !object.isAbsent() && !object.isArray() && !object.isDictionary();
+  });
+}
+
+PropertyList requestOf(PropertyList::Array emptyRequest, const Arguments& arguments) {
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    emptyRequest[kFirstArgument + 2 * i + 1] = arguments[i].encoded();
+  }
+  return PropertyList::array(std::move(emptyRequest));
+}
+
+}  // namespace
+
+KeldaneProxy::KeldaneProxy() {
+  forwardingLock_.record().comesBefore(socketLock_.record());
+  forwardingLock_.record().comesBefore(resultCond_.record());
+}
+
+std::shared_ptr<KeldaneProxy> KeldaneProxy::create() {
+  const std::shared_ptr<KeldaneProxy> proxy(new KeldaneProxy);
+  proxy->invocationPort_ =
+      RunLoop::current().openPort([weak = std::weak_ptr<KeldaneProxy>(proxy)](std::uint32_t messageId) {
+        sendTo(weak.lock(), &KeldaneProxy::handlePortMessage, messageId);
+      });
+  return proxy;
+}
+
+KeldaneProxy::~KeldaneProxy() { close(); }
+
+std::shared_ptr<KeldaneSocket> KeldaneProxy::socket() const {
+  const ScopedLock guard(membersMutex_);
+  return socket_;
+}
+
+bool KeldaneProxy::isLinkAtEnd() const {
+  const std::shared_ptr<KeldaneSocket> link = socket();
+  return !link || link->isAtEnd();
+}
+
+void KeldaneProxy::setSocket(const std::shared_ptr<KeldaneSocket>& socket) {
+  sendTo(this->socket(), &KeldaneSocket::close);
+  std::shared_ptr<KeldaneSocket> old = socket;
+  {
+    const ScopedLock guard(membersMutex_);
+    old.swap(socket_);
+  }
+  sendTo(socket, &KeldaneSocket::setDataDelegate, shared_from_this());
+}
+
+void KeldaneProxy::setProtocol(const Protocol* protocol) { protocol_ = protocol; }
+
+void KeldaneProxy::setDelegate(std::weak_ptr<InvocationTarget> delegate) {
+  const ScopedLock guard(membersMutex_);
+  delegate_ = std::move(delegate);
+}
+
+void KeldaneProxy::setCallDelegateOnMainThread(bool onMainThread) {
+  callDelegateOnMainThread_ = onMainThread;
+}
+
+const MethodSignature& KeldaneProxy::methodSignatureForSelector(std::string_view selector) const {
+  const Protocol* protocol = protocol_;
+  const MethodSignature* method = protocol == nullptr ? nullptr : protocol->find(selector);
+  if (method == nullptr) {
+    throw InvalidArgument("-[KeldaneProxy " + std::string(selector) + "]: unrecognized selector");
+  }
+  return *method;
+}
+
+Invocation KeldaneProxy::invocationFor(std::string_view selector, Arguments arguments) const {
+  const MethodSignature& method = methodSignatureForSelector(selector);
+  if (arguments.size() != method.argumentCodes.size()) {
+    throw InvalidArgument("-[KeldaneProxy " + std::string(selector) +
+                          "]: " + std::to_string(arguments.size()) + " arguments given");
+  }
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    const char type[] = {method.argumentCodes[i], '\0'};
+    if (arguments[i].code() != type[0]) {
+      arguments[i] = RawValue::decoded(arguments[i].encoded(), type);
+    }
+  }
+  return {method, std::move(arguments), {}};
+}
+
+const PropertyList::Array& KeldaneProxy::emptyRequestFor(const MethodSignature& method) {
+  auto known = std::find_if(emptyRequests_.begin(), emptyRequests_.end(),
+                            [&](const auto& entry) { return entry.first == method; });
+  if (known == emptyRequests_.end()) {
+    known = emptyRequests_.insert(known, {method, makeEmptyRequest(method)});
+  }
+  return known->second;
+}
+
+RawValue KeldaneProxy::call(std::string_view selector, Arguments arguments) {
+  Invocation invocation = invocationFor(selector, std::move(arguments));
+  forwardInvocation(invocation);
+  return std::move(invocation.result);
+}
+
+bool KeldaneProxy::callWithoutWaiting(std::string_view selector, Arguments arguments) {
+  const std::shared_ptr<KeldaneProxy> self = shared_from_this();  // see forwardInvocation
+  const Invocation invocation = invocationFor(selector, std::move(arguments));
+  const std::shared_ptr<KeldaneSocket> link = socket();
+  // Every sender holds this lock, so the room that is there now is still there below.
+  if (!link || !forwardingLock_.try_lock()) {
+    return false;
+  }
+  const ScopedLock forwarding(forwardingLock_, std::adopt_lock);
+  if (!link->isReadyToSend()) {
+    return false;
+  }
+  std::optional<Bytes> payload =
+      serialized(requestOf(emptyRequestFor(invocation.signature), invocation.arguments), nullptr);
+  if (!payload) {
+    return false;
+  }
+  sendFrame(kRequestFrame, [&] { return std::move(payload); });
+  return true;
+}
+
+void KeldaneProxy::forwardInvocation(Invocation& invocation) {
+  // A failed write takes the link down on this thread. That may release the last other owner of this proxy.
+  const std::shared_ptr<KeldaneProxy> self = shared_from_this();
+  const ScopedLock forwarding(forwardingLock_);
+  const PropertyList::Array& emptyRequest = emptyRequestFor(invocation.signature);
+  std::optional<Bytes> payload;
+  if (!canAlwaysBeWritten(invocation.arguments)) {
+    payload = serialized(requestOf(emptyRequest, invocation.arguments), nullptr);
+    if (!payload) {
+      KeldaneCLog("serialization failed");
+      return;
+    }
+  }
+  const char returnType[] = {invocation.signature.returnCode, '\0'};
+  const bool returnsValue = widthOfType(returnType) != 0;
+  if (returnsValue) {
+    waitingOnResult_ =
+        true;  // before the request is sent: the failure signal may come before this thread goes on
+  }
+  // The request is encoded after the first pieces of the message were sent. They wake the peer's receive
+  // thread, which takes longer than the encoding. When there is no memory for the payload, the message is
+  // sent without one, and the peer ignores it.
+  PropertyList request;
+  std::exception_ptr failure;
+  sendFrame(kRequestFrame, [&]() -> std::optional<Bytes> {
+    try {
+      if (!payload) {
+        request = requestOf(emptyRequest, invocation.arguments);
+        payload = serialized(request, nullptr);
+      }
+      return std::move(payload);
+    } catch (...) {
+      failure = std::current_exception();
+      return std::nullopt;
+    }
+  });
+  if (failure) {
+    std::rethrow_exception(failure);
+  }
+  if (!returnsValue) {
+    return;
+  }
+  request = {};  // freed while the peer works on it
+  const std::shared_ptr<KeldaneSocket> link = socket();
+  if (!link || !link->isReceiving()) {
+    // There never was a link, or the write failed and this thread took the link down. Neither an answer nor a
+    // failure signal will come.
+    waitingOnResult_ = false;
+    return;
+  }
+  resultCond_.lockWhenCondition(1);
+  const std::optional<PropertyList> result = std::exchange(resultObject_, std::nullopt);
+  resultCond_.unlockWithCondition(0);
+  if (!result && link->ranOutOfMemory()) {
+    throw std::bad_alloc();  // the answer came but could not be stored; to return nothing would be wrong
+  }
+  invocation.result = result ? RawValue::decoded(*result, returnType) : RawValue();
+}
+
+// `payloadOf` is called when the marker and the type have been sent. It answers nothing for a message without
+// a payload.
+template <class Payload>
+void KeldaneProxy::sendFrame(std::int32_t type, const Payload& payloadOf) {
+  const std::shared_ptr<KeldaneSocket> target = socket();
+  const ScopedLock guard(socketLock_);
+  sendTo(target, &KeldaneSocket::beginFrame, type);
+  const std::optional<Bytes> payload = payloadOf();
+  sendTo(target, &KeldaneSocket::endFrame, payload ? &*payload : nullptr);
+}
+
+bool KeldaneProxy::processData(const Bytes* payload, std::int32_t type) {
+  try {
+    switch (type) {
+      case kRequestFrame:
+        processInvocationArgs(payload == nullptr
+                                  ? PropertyList()
+                                  : unserialized(*payload, "Failed to unserialize request: %@"));
+        break;
+      case kResponseFrame:
+        processResponse(payload);
+        break;
+      default:
+        processFailure();
+    }
+  } catch (const std::bad_alloc&) {
+    throw;  // this fails the link: somebody may wait for the message that is lost
+  } catch (const Exception& exception) {
+    KeldaneCLog("ERROR: KeldaneProxy processData caught exception: %@.", exception.what());
+  } catch (...) {
+    KeldaneCLog("ERROR: KeldaneProxy processData caught unknown exception.");
+  }
+  return true;
+}
+
+void KeldaneProxy::processResponse(const Bytes* payload) {
+  const Protocol* protocol = protocol_;
+  if (protocol != nullptr && !protocol->hasAnswers()) {
+    return;  // no call will take it, and everything that the peer sends next would have to wait
+  }
+  resultCond_.wake();  // waking the caller takes longer than reading a short answer
+  PropertyList result;
+  if (payload != nullptr) {
+    const ScopedLock guard(answerKeysMutex_);
+    result = unserialized(*payload, "Failed to unserialize response: %@", &answerKeys_);
+  }
+  // A new result never takes the place of one that its caller has not fetched yet.
+  if (resultCond_.lockWhenCondition(0, [this] { return closing_.load(); })) {
+    resultObject_ = std::move(result);
+    resultCond_.unlockWithCondition(1);
+  }
+}
+
+void KeldaneProxy::processFailure() {
+  if (!resultCond_.lockWhenCondition(0, [this] { return closing_.load(); })) {
+    return;
+  }
+  // The first call that waits sets the flag, and only `close` clears it. So a failure signal that comes while
+  // nobody waits readies a result too. The next call takes it at once, and from then on each call gets the
+  // answer of the call before it. This is kept on purpose: a link that failed is closed.
+  const bool waiting = waitingOnResult_;
+  if (waiting) {
+    KeldaneCLog("KeldProxy detected error while waiting on result");
+    resultObject_.reset();
+  }
+  resultCond_.unlockWithCondition(waiting ? 1 : 0);
+}
+
+void KeldaneProxy::processInvocationArgs(const PropertyList& request) {
+  if (!request.isArray() || request.count() < kFirstArgument) {
+    return;
+  }
+  std::shared_ptr<InvocationTarget> target;
+  {
+    const ScopedLock guard(membersMutex_);
+    target = delegate_.lock();
+  }
+  constexpr char kMethod[] = "-[KeldaneProxy processInvocationArgs:]";
+  if (!target) {
+    throw AssertionFailure(kMethod, "Common/KeldProxy", kNoDelegateLine, "delegate is NULL");
+  }
+  const PropertyList selector = request[2];
+  const MethodSignature* method = target->methodSignatureForSelector(selector.string());
+  if (method == nullptr) {
+    return;  // a peer that waits for a value goes on waiting
+  }
+
+  Invocation invocation{*method, {}, {}};
+  invocation.arguments.reserve(method->argumentCodes.size());
+  // The count is computed in 32 bits, so a count that wraps around reads fewer arguments than it says.
+  const std::uint32_t end = static_cast<std::uint32_t>(request[3].unsignedLongValue()) * 2 + kFirstArgument;
+  for (std::uint32_t i = kFirstArgument; i < end; i += 2) {
+    if (std::size_t{i} + 1 >= request.count()) {
+      throw RangeError("index " + std::to_string(i + 1) + " beyond bounds [0 .. " +
+                       std::to_string(request.count() - 1) + "]");
+    }
+    const PropertyList type = request[i];  // the sender's, not the method's
+    invocation.arguments.push_back(RawValue::decoded(request[i + 1], type.string().data()));
+  }
+
+  if (!callDelegateOnMainThread_) {
+    performDirectly(*target, invocation);
+    return;
+  }
+  const char returnType[] = {method->returnCode, '\0'};
+  if (widthOfType(returnType) != 0) {
+    throw AssertionFailure(kMethod, "Common/KeldProxy", kValueOnMainThreadLine,
+                           "invocation on main thread not allowed for methods with non-zero return size");
+  }
+  const ScopedLock guard(invocationLock_);
+  if (invocationQueue_.empty()) {  // a call behind others needs no wake-up of its own
+    invocationPort_->send(kPerformQueuedCalls);
+  }
+  invocationQueue_.push_back({target, std::move(invocation)});
+}
+
+void KeldaneProxy::performDirectly(InvocationTarget& target, Invocation& invocation) {
+  const ScopedLock forwarding(forwardingLock_);
+  try {
+    target.invoke(invocation);
+  } catch (const std::bad_alloc&) {
+    throw;  // this fails the link, because any answer would be wrong
+  } catch (const Exception& exception) {
+    KeldaneCLog("ERROR: KeldaneProxy processInvocationArgs caught exception: %@.", exception.what());
+  } catch (...) {
+    KeldaneCLog("ERROR: KeldaneProxy processInvocationArgs caught unknown exception.");
+  }
+  const char returnType[] = {invocation.signature.returnCode, '\0'};
+  if (widthOfType(returnType) == 0) {
+    return;
+  }
+  PropertyList value = encodedResult(invocation.result, returnType);
+  invocation.result = {};
+  // The answer is encoded after the first pieces of the message were sent. They wake the peer's receive
+  // thread, which takes longer than to encode a short answer. The value, which may be large, is released
+  // before the payload is sent.
+  sendFrame(kResponseFrame, [&]() -> std::optional<Bytes> {
+    if (!value) {
+      return std::nullopt;
+    }
+    std::string error;
+    std::optional<Bytes> payload = serialized(std::exchange(value, {}), &error);
+    if (!error.empty()) {
+      KeldaneCLog("Failed to serialize response: %@", error);
+    }
+    return payload;
+  });
+}
+
+void KeldaneProxy::handlePortMessage(std::uint32_t messageId) {
+  if (messageId != kPerformQueuedCalls) {
+    return;
+  }
+  for (;;) {
+    QueuedCall call;
+    {
+      const ScopedLock guard(invocationLock_);
+      if (invocationQueue_.empty()) {
+        return;
+      }
+      call = std::move(invocationQueue_.front());
+      invocationQueue_.pop_front();
+    }
+    try {
+      sendTo(call.target.lock(), &InvocationTarget::invoke, call.invocation);
+    } catch (...) {
+      // The run loop logs the exception and ends this pass. The calls that are still queued need a new
+      // wake-up.
+      invocationPort_->send(kPerformQueuedCalls);
+      throw;
+    }
+  }
+}
+
+void KeldaneProxy::socketClosing() {
+  closing_ = true;
+  resultCond_.wake();
+}
+
+void KeldaneProxy::close() {
+  std::shared_ptr<KeldaneSocket> released;
+  {
+    const ScopedLock guard(membersMutex_);
+    released.swap(socket_);
+  }
+  waitingOnResult_ = false;
+  socketClosing();
+}
+
+}  // namespace keldane

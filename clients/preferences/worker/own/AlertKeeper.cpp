@@ -1,0 +1,40 @@
+#include "clients/preferences/worker/own/AlertKeeper.h"
+
+#include <ctime>
+#include <thread>
+
+namespace keldane {
+
+void AlertKeeper::setOn(AlertKind kind, bool on) {
+  if (alerts_.isOn(kind) != on) {
+    alerts_.setOn(kind, on);
+    write();
+  }
+}
+
+bool AlertKeeper::mayTell(AlertKind kind, const std::string& subject) {
+  const bool may = alerts_.mayTell(kind, subject, static_cast<double>(std::time(nullptr)));
+  if (may && !subject.empty()) {
+    write();
+  }
+  return may;
+}
+
+// Of several that write at once each writes the latest.
+void AlertKeeper::write() {
+  {
+    const std::lock_guard guard(latest_->mutex);
+    latest_->alerts = alerts_;
+  }
+  std::thread([latest = latest_] {
+    const std::lock_guard writing(latest->writing);
+    Alerts alerts;
+    {
+      const std::lock_guard guard(latest->mutex);
+      alerts = latest->alerts;
+    }
+    alerts.write();
+  }).detach();
+}
+
+}  // namespace keldane

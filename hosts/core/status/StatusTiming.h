@@ -1,0 +1,22 @@
+// The times for which the status core waits and rests.
+#pragma once
+
+#include <chrono>
+
+namespace keldane {
+
+/// The times for which the status core waits and rests.
+struct StatusTiming {
+  using Duration = std::chrono::steady_clock::duration;
+  Duration batchDelay = std::chrono::milliseconds(20);     ///< for more files to be asked about
+  Duration statePoll = std::chrono::milliseconds(1500);    ///< between two looks at the daemon's state
+  Duration afterChange = std::chrono::milliseconds(1500);  ///< least rest of a folder when the state changed
+  Duration unchanged = std::chrono::seconds(5);            ///< likewise while it does not
+  Duration largeFolder = std::chrono::seconds(30);         ///< likewise above `StatusCache::kLargeFolder`
+  Duration silence = std::chrono::seconds(10);    ///< after which what is known is not shown any more
+  Duration firstRetry = std::chrono::seconds(1);  ///< doubled with each attempt to connect
+  Duration longestRetry = std::chrono::seconds(60);
+  Duration lookAtSocket = std::chrono::seconds(2);  ///< whether a daemon has come meanwhile
+};
+
+}  // namespace keldane

@@ -1,0 +1,29 @@
+// Where the tests' daemons have their things.
+#pragma once
+
+#include "daemon/Daemon.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tests/support/daemon/RecordingEngine.h"
+
+namespace keldane::testing {
+
+/// Socket and store lie in the folder, and what may be backed up in "home" below it.
+inline DaemonOptions daemonOptionsIn(const TemporaryFolder& folder) {
+  DaemonOptions options;
+  options.socket = folder / "d.sock";
+  options.store = folder / "store.sqlite";
+  options.data = folder / "data";
+  options.root = folder / "home";
+  options.timing.batchDelay = {};
+  return options;
+}
+
+/// A daemon that stores nothing and says that it does.
+inline std::shared_ptr<Daemon> recordingDaemon(
+    const DaemonOptions& options, std::function<void()> terminate = [] {}) {
+  return std::make_shared<Daemon>(
+      options, [](const RepositoryFiles& files) { return std::make_unique<RecordingEngine>(files); },
+      std::move(terminate));
+}
+
+}  // namespace keldane::testing
