@@ -23,14 +23,6 @@ bool hasTag(const Snapshot& snapshot, std::string_view tag) {
   return std::find(snapshot.tags.begin(), snapshot.tags.end(), tag) != snapshot.tags.end();
 }
 
-/// Whether a snapshot is this computer's own, or a recovered one of the former computer.
-bool isOfInterest(const Snapshot& snapshot, const RepositoryConfig& configuration) {
-  const std::uint32_t computer = numberFromTags(snapshot, "computer:");
-  return computer == configuration.computerNumber ||
-         (computer == configuration.formerComputer &&
-          numberFromTags(snapshot, "number:") <= configuration.formerHighest);
-}
-
 bool isManifest(const std::string& path) { return std::filesystem::path(path).filename() == kManifestName; }
 
 }  // namespace
@@ -43,6 +35,13 @@ std::uint32_t numberFromTags(const Snapshot& snapshot, std::string_view prefix) 
     }
   }
   return number;
+}
+
+bool isOfInterest(const Snapshot& snapshot, const RepositoryConfig& configuration) {
+  const std::uint32_t computer = numberFromTags(snapshot, "computer:");
+  return computer == configuration.computerNumber ||
+         (computer == configuration.formerComputer &&
+          numberFromTags(snapshot, "number:") <= configuration.formerHighest);
 }
 
 EngineAnswer Reconciliation::run(const Progress& progress, EngineJob& job) {

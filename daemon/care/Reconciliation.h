@@ -18,6 +18,8 @@ namespace keldane {
 
 /// The number in a tag such as "number:17" or "computer:5"; 0 when there is none.
 std::uint32_t numberFromTags(const Snapshot& snapshot, std::string_view prefix);
+/// Whether a snapshot is this computer's own, or a recovered one of the former computer.
+bool isOfInterest(const Snapshot& snapshot, const RepositoryConfig& configuration);
 
 /// The setting that lets the next catalogue take over the rules of the repository although there are some.
 inline constexpr const char* kTakeRules = "takeRules";

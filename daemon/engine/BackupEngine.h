@@ -82,6 +82,7 @@ struct Snapshot {
   double time = 0;  ///< seconds since the UNIX epoch
   std::string host;
   std::vector<std::string> tags;
+  std::string tree;  ///< a hash of everything in it
 };
 
 enum class EntryKind { file, folder, link, other };

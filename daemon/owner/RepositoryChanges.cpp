@@ -23,26 +23,17 @@ PropertyList RepositoryRequests::setUpRepository(const PropertyList& request) {
   if (const std::optional<PropertyList> refused = refusedPlace(request)) {
     return *refused;
   }
-  std::string refusal;
-  const std::unique_lock changing = beginChange(refusal);
-  if (!changing) {
-    return errorAnswer(refusal);
-  }
-  Call call(*this);
-  try {
+  return change([&](EngineJob& job) {
     Trial trial(*daemon_, engine_, request);
     const bool adopt = request["adopt"].boolValue();
-    const EngineAnswer answer = adopt ? trial.adopt(call.job) : trial.make(call.job);
-    if (!answer) {
+    if (const EngineAnswer answer = adopt ? trial.adopt(job) : trial.make(job); !answer) {
       return errorAnswer(answer.detail);
     }
     takeOver(trial, false);
     return PropertyList::dictionary({{"repositoryId", trial.configuration().repositoryId},
                                      {"made", !adopt},
                                      {"keyFile", daemon_->files().folder().key()}});
-  } catch (const std::exception& error) {
-    return errorAnswer(error.what());
-  }
+  });
 }
 
 PropertyList RepositoryRequests::computersIn(const std::vector<Snapshot>& snapshots) const {
@@ -76,19 +67,12 @@ PropertyList RepositoryRequests::recover(const PropertyList& request) {
   if (const std::optional<PropertyList> refused = refusedPlace(request)) {
     return *refused;
   }
-  std::string refusal;
-  const std::unique_lock changing = beginChange(refusal);
-  if (!changing) {
-    return errorAnswer(refusal);
-  }
-  Call call(*this);
-  try {
+  return change([&](EngineJob& job) {
     Trial trial(*daemon_, engine_, request);
-    if (const EngineAnswer answer = trial.adopt(call.job); !answer) {
-      return errorAnswer(answer.detail);
-    }
     std::vector<Snapshot> snapshots;
-    if (const EngineAnswer answer = trial.engine().snapshots(true, snapshots, call.job); !answer) {
+    EngineAnswer answer = trial.adopt(job);
+    answer = answer ? trial.engine().snapshots(true, snapshots, job) : answer;
+    if (!answer) {
       return errorAnswer(answer.detail);
     }
     const PropertyList computers = computersIn(snapshots);
@@ -109,36 +93,33 @@ PropertyList RepositoryRequests::recover(const PropertyList& request) {
     trial.goOnAs(number, highest, request["takeOver"].boolValue());
     takeOver(trial, true);
     return PropertyList::dictionary({{"started", true}});
-  } catch (const std::exception& error) {
-    return errorAnswer(error.what());
-  }
+  });
 }
 
 // Other changes take seconds and are waited for. A move of the repository can take hours, and it may begin
 // while this waits.
-std::unique_lock<std::mutex> RepositoryRequests::beginChange(std::string& refusal) {
+PropertyList RepositoryRequests::change(const Change& work) {
   std::unique_lock changing(changing_, std::defer_lock);
   while (!changing.try_lock()) {
     {
       const std::lock_guard guard(moveMutex_);
       if (move_.job != nullptr) {
-        refusal = "The backup is just being moved to another place.";
-        return {};
+        return errorAnswer("The backup is just being moved to another place.");
       }
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
-  return changing;
+  Call call(*this);
+  try {
+    return work(call.job);
+  } catch (const std::exception& error) {
+    return errorAnswer(error.what());
+  }
 }
 
-// No batch runs meanwhile.
+// No batch runs meanwhile. The catalogue of another repository does not describe this one, so it is cleared.
 void RepositoryRequests::takeOver(const Trial& trial, bool isRecovery) {
   const BackupWorker::Stillness stillness = daemon_->worker().holdStill();
-  takeOverNow(trial, isRecovery);
-}
-
-// The catalogue of another repository does not describe this one, so it is cleared.
-void RepositoryRequests::takeOverNow(const Trial& trial, bool isRecovery) {
   const std::optional<RepositoryConfig> before = daemon_->files().configuration();
   const bool isAnother = isRecovery || !before || before->repositoryId != trial.configuration().repositoryId;
   if (isRecovery) {
@@ -150,15 +131,18 @@ void RepositoryRequests::takeOverNow(const Trial& trial, bool isRecovery) {
     daemon_->store().clearCatalogue();
     daemon_->care().expectRebuild();
   }
+  useNewPlace();
+}
+
+void RepositoryRequests::useNewPlace() {
   daemon_->barRepository();
   daemon_->worker().repositoryChanged();
   daemon_->worker().reconsiderAll();
 }
 
-EngineAnswer RepositoryRequests::tryKey(const std::string& key) {
-  Call call(*this);
+EngineAnswer RepositoryRequests::tryKey(const std::string& key, EngineJob& job) {
   Trial trial(*daemon_, engine_, key);
-  return trial.engine().probe(call.job);
+  return trial.engine().probe(job);
 }
 
 PropertyList RepositoryRequests::exportKey(const PropertyList&) {
@@ -175,27 +159,21 @@ PropertyList RepositoryRequests::exportKey(const PropertyList&) {
 }
 
 PropertyList RepositoryRequests::importKey(const PropertyList& request) {
-  std::string refusal;
-  const std::unique_lock changing = beginChange(refusal);
-  if (!changing) {
-    return errorAnswer(refusal);
-  }
-  try {
+  return change([&](EngineJob& job) {
     const std::string key = keyTextFrom(std::string(request["key"].string()));
-    if (const EngineAnswer answer = tryKey(key); !answer) {
+    if (const EngineAnswer answer = tryKey(key, job); !answer) {
       return errorAnswer(answer.detail);
     }
     daemon_->files().setKey(key);
     daemon_->worker().repositoryChanged();
     return PropertyList::dictionary(PropertyList::Entries());
-  } catch (const std::exception& error) {
-    return errorAnswer(error.what());
-  }
+  });
 }
 
 PropertyList RepositoryRequests::verifyKey(const PropertyList& request) {
+  Call call(*this);
   try {
-    const EngineAnswer answer = tryKey(keyTextFrom(std::string(request["key"].string())));
+    const EngineAnswer answer = tryKey(keyTextFrom(std::string(request["key"].string())), call.job);
     return answer || answer.health == Health::wrongKey
                ? PropertyList::dictionary({{"matches", static_cast<bool>(answer)}})
                : errorAnswer(answer.detail);
@@ -205,14 +183,10 @@ PropertyList RepositoryRequests::verifyKey(const PropertyList& request) {
 }
 
 PropertyList RepositoryRequests::addPassphrase(const PropertyList& request) {
-  std::string refusal;
-  const std::unique_lock changing = beginChange(refusal);
-  if (!changing) {
-    return errorAnswer(refusal);
-  }
-  Call call(*this);
-  const EngineAnswer answer = daemon_->engine().addKey(std::string(request["passphrase"].string()), call.job);
-  return answer ? PropertyList::dictionary(PropertyList::Entries()) : errorAnswer(answer.detail);
+  return change([&](EngineJob& job) {
+    const EngineAnswer answer = daemon_->engine().addKey(std::string(request["passphrase"].string()), job);
+    return answer ? PropertyList::dictionary(PropertyList::Entries()) : errorAnswer(answer.detail);
+  });
 }
 
 }  // namespace keldane

@@ -1,7 +1,7 @@
 // The requests that change the key and move the repository to another place.
 #include <algorithm>
 #include <chrono>
-#include <set>
+#include <map>
 #include <thread>
 #include <tuple>
 
@@ -15,15 +15,11 @@ namespace {
 
 constexpr auto kLookForRestores = std::chrono::milliseconds(200);
 
-/// The values that a copied snapshot has in common with its original.
-using SnapshotMark = std::tuple<double, std::string, std::vector<std::string>>;
+/// The values that a copied snapshot has in common with its original. The tree is a hash of everything in it.
+using SnapshotMark = std::tuple<double, std::string, std::vector<std::string>, std::string>;
 
-std::multiset<SnapshotMark> marksOf(const std::vector<Snapshot>& snapshots) {
-  std::multiset<SnapshotMark> marks;
-  for (const Snapshot& snapshot : snapshots) {
-    marks.emplace(snapshot.time, snapshot.host, snapshot.tags);
-  }
-  return marks;
+SnapshotMark markOf(const Snapshot& snapshot) {
+  return {snapshot.time, snapshot.host, snapshot.tags, snapshot.tree};
 }
 
 }  // namespace
@@ -36,21 +32,13 @@ void RepositoryRequests::waitForRestores(const EngineJob& job) const {
 }
 
 PropertyList RepositoryRequests::changeKey(const PropertyList&) {
-  std::string refusal;
-  const std::unique_lock changing = beginChange(refusal);
-  if (!changing) {
-    return errorAnswer(refusal);
-  }
-  Call call(*this);
-  try {
+  return change([&](EngineJob& job) {
     const std::unique_lock turn = daemon_->care().takeTurn();
-    waitForRestores(call.job);
+    waitForRestores(job);
     const BackupWorker::Stillness stillness = daemon_->worker().holdStill();
-    const EngineAnswer answer = KeyChange(daemon_->engine(), daemon_->files()).run(call.job);
+    const EngineAnswer answer = KeyChange(daemon_->engine(), daemon_->files()).run(job);
     return answer ? PropertyList::dictionary(PropertyList::Entries()) : errorAnswer(answer.detail);
-  } catch (const std::exception& error) {
-    return errorAnswer(error.what());
-  }
+  });
 }
 
 void RepositoryRequests::noteMove(const char* status) {
@@ -62,43 +50,39 @@ PropertyList RepositoryRequests::moveRepository(const PropertyList& request) {
   if (const std::optional<PropertyList> refused = refusedPlace(request)) {
     return *refused;
   }
-  std::string refusal;
-  const std::unique_lock changing = beginChange(refusal);
-  if (!changing) {
-    return errorAnswer(refusal);
-  }
-  const std::optional<RepositoryConfig> before = daemon_->files().configuration();
-  if (!before || before->repositoryId.empty()) {
-    return errorAnswer("No repository has been set up yet.");
-  }
-  if (before->location == request["location"].string()) {
-    return errorAnswer("The backup is kept there already.");
-  }
-  Call call(*this);
-  EngineAnswer answer;
-  std::string id;
-  {
-    const std::lock_guard guard(moveMutex_);
-    move_ = Move();
-    move_.job = &call.job;
-    move_.status = "copying";
-  }
-  try {
-    Trial trial(*daemon_, engine_, request);
+  return change([&](EngineJob& job) {
+    const std::optional<RepositoryConfig> before = daemon_->files().configuration();
+    if (!before || before->repositoryId.empty()) {
+      return errorAnswer("No repository has been set up yet.");
+    }
+    if (before->location == request["location"].string()) {
+      return errorAnswer("The backup is kept there already.");
+    }
     {
       const std::lock_guard guard(moveMutex_);
-      move_.location = trial.configuration().publicLocation();
+      move_ = Move();
+      move_.job = &job;
+      move_.status = "copying";
     }
-    answer = move(trial, call.job);
-    id = trial.configuration().repositoryId;
-  } catch (const std::exception& error) {
-    answer = {Health::failed, error.what()};
-  }
-  const std::lock_guard guard(moveMutex_);
-  move_.job = nullptr;
-  move_.status = answer ? "done" : answer.health == Health::cancelled ? "cancelled" : "failed";
-  move_.message = answer ? std::string() : answer.detail;
-  return answer ? PropertyList::dictionary({{"repositoryId", id}}) : errorAnswer(answer.detail);
+    EngineAnswer answer;
+    std::string id;
+    try {
+      Trial trial(*daemon_, engine_, request);
+      {
+        const std::lock_guard guard(moveMutex_);
+        move_.location = trial.configuration().publicLocation();
+      }
+      answer = move(trial, job);
+      id = trial.configuration().repositoryId;
+    } catch (const std::exception& error) {
+      answer = {Health::failed, error.what()};
+    }
+    const std::lock_guard guard(moveMutex_);
+    move_.job = nullptr;
+    move_.status = answer ? "done" : answer.health == Health::cancelled ? "cancelled" : "failed";
+    move_.message = answer ? std::string() : answer.detail;
+    return answer ? PropertyList::dictionary({{"repositoryId", id}}) : errorAnswer(answer.detail);
+  });
 }
 
 /// Most is copied and read while backups go on; then they stand still for what has come meanwhile.
@@ -136,26 +120,44 @@ EngineAnswer RepositoryRequests::move(Trial& trial, EngineJob& job) {
     waitForRestores(job);
     const BackupWorker::Stillness stillness = daemon_->worker().holdStill();
     answer = copy();
-    answer = answer ? compareCopy(trial, job) : answer;
+    std::map<std::uint32_t, std::string> ids;
+    answer = answer ? compareCopy(trial, ids, job) : answer;
     if (answer && job.cancelled) {
       answer = {Health::cancelled, "It was cancelled."};
     }
     if (answer) {
-      takeOverNow(trial, false);
+      trial.replaceIn(daemon_->files());
+      daemon_->store().setSnapshotIds(ids);
+      useNewPlace();
     }
   }
   return answer;
 }
 
-EngineAnswer RepositoryRequests::compareCopy(Trial& trial, EngineJob& job) const {
+/// `ids` receives the names of the copies by the numbers that the catalogue knows, because the catalogue
+/// describes the copies, too.
+EngineAnswer RepositoryRequests::compareCopy(Trial& trial, std::map<std::uint32_t, std::string>& ids,
+                                             EngineJob& job) const {
   std::vector<Snapshot> here, there;
   EngineAnswer answer = daemon_->engine().snapshots(true, here, job);
   answer = answer ? trial.engine().snapshots(true, there, job) : answer;
-  const std::multiset<SnapshotMark> wanted = marksOf(here), copied = marksOf(there);
-  if (answer && !std::includes(copied.begin(), copied.end(), wanted.begin(), wanted.end())) {
-    return {Health::failed, "Not every version has come along. The backup stays where it is."};
+  if (!answer) {
+    return answer;
   }
-  return answer ? EngineAnswer(trial.engine().check(0, 0, job)) : answer;
+  std::map<SnapshotMark, std::string> copies;
+  for (const Snapshot& snapshot : there) {
+    copies[markOf(snapshot)] = snapshot.id;
+  }
+  for (const Snapshot& snapshot : here) {
+    const auto copy = copies.find(markOf(snapshot));
+    if (copy == copies.end()) {
+      return {Health::failed, "Not every version has come along. The backup stays where it is."};
+    }
+    if (isOfInterest(snapshot, trial.configuration())) {
+      ids[numberFromTags(snapshot, "number:")] = copy->second;
+    }
+  }
+  return EngineAnswer(trial.engine().check(0, 0, job));
 }
 
 PropertyList RepositoryRequests::moveReport(const PropertyList&) {

@@ -1,7 +1,9 @@
 // Performs the requests of the daemon's own user on the daemon's parts.
 #pragma once
 
+#include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -52,14 +54,16 @@ class RepositoryRequests final : public OwnerRequests {
   class Trial;
 
   std::optional<PropertyList> refusedPlace(const PropertyList& request) const;
-  EngineAnswer tryKey(const std::string& key);
+  using Change = std::function<PropertyList(EngineJob& job)>;
+  /// Answers what `work` answers. No other change runs meanwhile; an exception is answered as an error.
+  PropertyList change(const Change& work);
+  EngineAnswer tryKey(const std::string& key, EngineJob& job);
   void takeOver(const Trial& trial, bool isRecovery);
-  /// The same while batches stand still.
-  void takeOverNow(const Trial& trial, bool isRecovery);
-  std::unique_lock<std::mutex> beginChange(std::string& refusal);
+  /// The files of the repository have been replaced.
+  void useNewPlace();
   void waitForRestores(const EngineJob& job) const;
   EngineAnswer move(Trial& trial, EngineJob& job);
-  EngineAnswer compareCopy(Trial& trial, EngineJob& job) const;
+  EngineAnswer compareCopy(Trial& trial, std::map<std::uint32_t, std::string>& ids, EngineJob& job) const;
   void noteMove(const char* status);
   PropertyList computersIn(const std::vector<Snapshot>& snapshots) const;
 

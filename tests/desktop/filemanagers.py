@@ -54,6 +54,7 @@ class FileManager:
     tells_what_shows = True  # on the accessibility bus
     follows_switches_after = 0  # seconds at most; it looks at them from time to time
     names_headers = True  # of columns, likewise
+    tells_count = True  # of the files that it shows
     viewer = None  # the settings that say how a folder is shown, where that is not as a list
     columns = None  # the settings that say which columns a list has, where extensions can have some
 
@@ -286,6 +287,7 @@ class Nautilus(FileManager):
     has_page_buttons = False
     tells_what_shows = False
     names_headers = False
+    tells_count = False
     landmark = "Open Keldane Preferences…"  # an entry by which the submenu is found
 
     def __init__(self, folder, **environment):

@@ -140,8 +140,10 @@ class Move(StorageCase):
         one.owner("moveRepository:", location=target)
         self.assertEqual(one.owner("moveReport:")["status"], "done")
         self.assertEqual(one.repository, target)
+        self.assertEqual(one.versions(path), versions, "without a moment in which they are not known")
         one.stands("ready")
-        one.eventually(lambda: one.versions(path) == versions, "the versions")
+        self.assertEqual(one.versions(path), versions)
+        self.assertNotIn("no longer in the repository", one.log())
         second, first = versions
         self.assertEqual(one.stored(path, first), b"first")
         self.assertEqual(one.stored(path, second), b"second")
@@ -182,8 +184,8 @@ class Move(StorageCase):
         self.assertEqual((report["status"], report["message"]), ("done", ""))
         self.assertNotIn("secretword", report["location"])
         self.assertGreaterEqual(report["done"], 2)
+        self.assertEqual(one.versions(path), versions)
         one.stands("ready")
-        one.eventually(lambda: one.versions(path) == versions, "the versions")
         self.assertTrue(os.path.exists(os.path.join(served, "config")))
         self.assertEqual(self.content(former), before)
 
@@ -207,7 +209,7 @@ class Move(StorageCase):
         one.tool("restic", None)
         one.control("repository", "move", target)
         self.assertEqual(one.repository, target)
-        one.eventually(lambda: len(one.versions(path)) == 2, "the versions")
+        self.assertEqual(len(one.versions(path)), 2)
 
     def test_another_backup_at_the_place_is_not_touched(self):
         one, _ = self.stored()

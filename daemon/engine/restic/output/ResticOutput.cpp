@@ -155,6 +155,7 @@ std::optional<std::vector<Snapshot>> snapshotsFromText(std::string_view text) {
     snapshot.id = textOf(item, "id");
     snapshot.time = static_cast<double>(timeFromText(textOf(item, "time")).value_or(0)) / 1e9;
     snapshot.host = textOf(item, "hostname");
+    snapshot.tree = textOf(item, "tree");
     if (const auto tags = item.find("tags"); tags != item.end() && tags->is_array()) {
       for (const Json& tag : *tags) {
         snapshot.tags.push_back(tag.is_string() ? tag.get<std::string>() : std::string());
