@@ -46,9 +46,15 @@ class Alerts {
   /// is the same for what is the same trouble; empty for what is told each time.
   bool mayTell(AlertKind kind, const std::string& subject, double now);
 
+  /// Notes that the daemon was reached at this time. True when that is to be written, which is once an hour.
+  bool noteReached(double now);
+  /// When the daemon was last reached, an hour at most before it was; 0 for never.
+  double lastReached() const { return lastReached_; }
+
  private:
   std::set<AlertKind> off_;
   std::map<std::string, double> told_;
+  double lastReached_ = 0;  // seconds since the UNIX epoch
 };
 
 }  // namespace keldane
