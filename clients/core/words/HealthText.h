@@ -6,8 +6,8 @@
 
 namespace keldane {
 
-/// The meaning of the daemon's word for the health, in the user's language. An unknown word is answered as it
-/// is.
+/// The meaning of the daemon's word for the health, in the user's language. An unknown word is answered
+/// itself, made printable.
 std::string healthText(std::string_view health);
 
 }  // namespace keldane
