@@ -5,37 +5,36 @@
 
 #include "Common/calls/DaemonProtocol.h"
 
-// METHOD(selector, operation). Each takes one dictionary and answers one.
-// clang-format off
-#define KELDANE_OWNER_METHODS(METHOD) \
-  METHOD("repository:",      repository)      \
+// METHOD(selector, operation). Each method takes one dictionary and returns one. clang-format off
+#define KELDANE_OWNER_METHODS(METHOD)         \
+  METHOD("repository:", repository)           \
   METHOD("setUpRepository:", setUpRepository) \
-  METHOD("recover:",         recover)         \
-  METHOD("exportKey:",       exportKey)       \
-  METHOD("importKey:",       importKey)       \
-  METHOD("verifyKey:",       verifyKey)       \
-  METHOD("addPassphrase:",   addPassphrase)   \
-  METHOD("check:",           check)           \
-  METHOD("find:",            find)            \
-  METHOD("failures:",        failures)        \
-  METHOD("settings:",        settings)        \
-  METHOD("surroundings:",    surroundings)    \
-  METHOD("restore:",         restore)         \
-  METHOD("restoreReport:",   restoreReport)   \
-  METHOD("cancelRestore:",   cancelRestore)   \
-  METHOD("backups:",         backups)         \
-  METHOD("storedFolder:",    storedFolder)    \
-  METHOD("changeKey:",       changeKey)       \
-  METHOD("moveRepository:",  moveRepository)  \
-  METHOD("moveReport:",      moveReport)      \
-  METHOD("cancelMove:",      cancelMove)      \
-  METHOD("previewPattern:",  previewPattern)
+  METHOD("recover:", recover)                 \
+  METHOD("exportKey:", exportKey)             \
+  METHOD("importKey:", importKey)             \
+  METHOD("verifyKey:", verifyKey)             \
+  METHOD("addPassphrase:", addPassphrase)     \
+  METHOD("check:", check)                     \
+  METHOD("find:", find)                       \
+  METHOD("failures:", failures)               \
+  METHOD("settings:", settings)               \
+  METHOD("surroundings:", surroundings)       \
+  METHOD("restore:", restore)                 \
+  METHOD("restoreReport:", restoreReport)     \
+  METHOD("cancelRestore:", cancelRestore)     \
+  METHOD("backups:", backups)                 \
+  METHOD("storedFolder:", storedFolder)       \
+  METHOD("changeKey:", changeKey)             \
+  METHOD("moveRepository:", moveRepository)   \
+  METHOD("moveReport:", moveReport)           \
+  METHOD("cancelMove:", cancelMove)           \
+  METHOD("previewPattern:", previewPattern)
 // clang-format on
 
 namespace keldane {
 
-/// There is one method for each question. An answer holds "error", a sentence, when the daemon did not do
-/// what was asked. daemon/owner/OwnerRequests.h and docs/protocol/methods.md list the other keys.
+/// The protocol of the second interface. An answer has the key "error", with a sentence, when the daemon did
+/// not carry out the request. daemon/owner/OwnerRequests.h and docs/protocol/methods.md list the other keys.
 extern const Protocol KeldaneOwnerProtocol;
 
 /// The path of the second socket, which lies beside the first.

@@ -78,11 +78,11 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
 
   static Pointer create() { return make<KeldaneFileNode>()->pointer(); }
   static Pointer create(PropertyList fileName, bool directory);
-  /// A node made from the local file system; a final symbolic link is not followed. It is never absent, and
-  /// has no flags, colour, dates or state.
+  /// A node made from the local file system; a final symbolic link is not followed. The result is never null.
+  /// It has no flags, colour, dates or state.
   static Pointer fileNodeForPath(const std::string& path);
-  /// A node made from the daemon's answer about the path; absent when there is none. Its path is the one
-  /// given, whatever path the answer holds.
+  /// A node made from the daemon's answer about the path; null when there is no answer. Its path is the given
+  /// one, whatever path the answer holds.
   static Pointer fileNodeForPath(const std::string& path, KeldaneProxy* fromProxy);
   /// The same. `withDirSizes` says whether the daemon adds up the sizes of folders.
   static Pointer fileNodeForPath(const std::string& path, bool withDirSizes, KeldaneProxy* fromProxy);
@@ -112,7 +112,7 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   Pointer copy();
 
   Pointer parent() const;
-  /// Throws InvalidArgument for the node itself and what lies below it.
+  /// Throws InvalidArgument for the node itself and for a node below it.
   void setParent(const Pointer& parent);
   const PropertyList& fileName() const { return fileName_; }
   void setFileName(PropertyList fileName) { fileName_ = std::move(fileName); }
@@ -148,24 +148,24 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   const std::shared_ptr<const void>& image() const { return image_; }
   void setImage(std::shared_ptr<const void> image) { image_ = std::move(image); }
 
-  /// Bytes of this item and of all below it that is loaded; `size` is the same as a number object.
+  /// The size in bytes of this item and of all loaded nodes below it. `size` is the same as a number object.
   std::uint64_t sizeValue();
   PropertyList size() { return PropertyList::unsignedInteger(sizeValue()); }
   void setSize(const PropertyList& size) { size_ = size.unsignedLongLongValue(); }
   void setSizeValue(std::uint64_t size) { size_ = size; }
 
-  /// The stored path, or the parent's with the file name appended, which is then kept. Absent for a root
-  /// without one.
+  /// The stored path, or the parent's path with the file name appended, which is then stored. Absent for a
+  /// root without a path.
   std::optional<std::string> path();
   /// Throws AssertionFailure on a node that has a parent.
   void setPath(const std::string& path);
-  /// Whether both have a path and it is the same; nothing else is compared.
+  /// Whether both nodes have a path and it is the same. Nothing else is compared.
   bool isEqual(KeldaneFileNode* other);
 
   /// The child list; null until the first child. A subclass may load it first.
   virtual const ChildList* children() { return children_.get(); }
   /// Appends a child and becomes its parent; null is ignored. The child stays in a former parent's list.
-  /// Throws InvalidArgument for a copy that has children, for the node itself and for what lies above it.
+  /// Throws InvalidArgument on a copy that has children, for the node itself and for a node above it.
   void addChild(const Pointer& child);
   /// Removes the child itself and every child that is equal to it; they keep their parent. Throws
   /// InvalidArgument for a copy that has children.
@@ -179,11 +179,11 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   Pointer nodeAtPath(std::string_view path);
   /// Removes the node at the path from its parent, if there is such a node.
   void removeNodeAtPath(std::string_view path);
-  /// Sorts the child list and those of all below; without a child list it does nothing. Throws
-  /// InvalidArgument for an unknown key, and for a copy that has children.
+  /// Sorts the child list and the lists of all nodes below. Without a child list it does nothing. Throws
+  /// InvalidArgument for an unknown key, and on a copy that has children.
   void sortUsingDescriptors(const std::vector<SortDescriptor>& descriptors);
-  /// The result of the accessor of that name, which answers a text, number, boolean or date. Throws
-  /// InvalidArgument for any other name, such as that of the parent, the children and the image.
+  /// The result of the accessor with that name: a text, number, boolean or date. Throws InvalidArgument for
+  /// any other name, such as that of the parent, the children and the image.
   PropertyList valueForKey(std::string_view key);
   /// Whether any child is a folder, and whether any is not.
   void hasChildDirectories(bool& directories, bool& andFiles);
@@ -205,7 +205,7 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   bool isBackup() const { return (backupFlags_ & backup_flags::kBackup) != 0; }
   bool isExcluded() const { return (backupFlags_ & backup_flags::kExclude) != 0; }
   bool isNotActive() const { return (backupFlags_ & backup_flags::kNotActive) != 0; }
-  /// The daemon's word, which may differ from `isDirectory`.
+  /// The daemon's flag, which may differ from `isDirectory`.
   bool isFolder() const { return (backupFlags_ & backup_flags::kFolder) != 0; }
   bool isMissing() const { return (backupFlags_ & backup_flags::kMissing) != 0; }
   /// Whether a child is named "Contents".
@@ -260,7 +260,7 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   void flushChildren();
 
   std::weak_ptr<KeldaneFileNode> parent_;
-  std::weak_ptr<Hold> hold_;  // while a Pointer to this node, or to one below it, is held
+  std::weak_ptr<Hold> hold_;  // alive while a Pointer to this node, or to one below it, is held
   std::unique_ptr<ChildList> children_;
   PropertyList fileName_, displayName_;
   PropertyList backupDate_, version_, purgeDate_;
@@ -276,7 +276,7 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   std::uint32_t uid_ = 0, gid_ = 0;
   bool isDirectory_ = false;
   bool inPolicy_ = false;
-  bool wasAbove_ = false;  // has been the parent of a node, or had its children copied
+  bool wasAbove_ = false;  // it has been a node's parent, or its children were copied
 };
 
 /// The children of a node, in insertion or sort order.
@@ -312,9 +312,9 @@ class KeldaneFileNode::ChildList {
  private:
   friend class KeldaneFileNode;
   std::vector<Link> nodes_;
-  std::weak_ptr<KeldaneFileNode> original_;  // in the list of a copy: the node whose children these are
+  std::weak_ptr<KeldaneFileNode> original_;  // in a copy's list, the node whose children these are
   bool changeable_ = true;
-  std::unique_ptr<ChildList> next_;  // while a tree is taken apart: the next list
+  std::unique_ptr<ChildList> next_;  // the next list while a tree is taken apart
 };
 
 }  // namespace keldane
