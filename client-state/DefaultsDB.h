@@ -10,8 +10,8 @@ namespace keldane {
 
 /// A wrapper around the platform's per-user preferences, in the domain "com.keldane.preferences". Class
 /// operations only. A boolean is stored as the string "YES" or "NO", an integer as a number, a string as it
-/// is. Every write reaches storage before it returns; a write that fails is not reported. Main thread:
-/// `lastReadOK` is one flag for the process, valid until the next read.
+/// is. Every write reaches storage before it returns; a write that fails is not reported. Main thread only,
+/// because `lastReadOK` is one flag for the process, valid until the next read.
 ///
 /// Getters take the key first; setters take the value first and the key second.
 class DefaultsDB {
