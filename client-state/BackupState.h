@@ -14,7 +14,7 @@
 #include "platform/runloop/RunLoop.h"
 
 extern "C" {
-/// Sent by a BackupState each time its connection comes or goes, the last time during `onEnd`.
+/// Sent by a BackupState each time its connection is made or lost, the last time during `onEnd`.
 extern const char KeldaneBackupStateConnectionChangedNotification[];
 /// Sent by a BackupState after each poll that brought something new, with the state dictionary as user
 /// information.

@@ -31,7 +31,7 @@ class DefaultsDB {
   static bool boolProperty(const std::string& key, bool synchronize, bool withDefaultValue);
   static void setBoolProperty(bool value, const std::string& forItem);
 
-  /// A stored string is read as a decimal number; without a value 0.
+  /// A stored string is read as a decimal number. Without a value the result is 0.
   static std::int32_t intProperty(const std::string& key, bool synchronize = false);
   static std::int32_t intProperty(const std::string& key, bool synchronize, std::int32_t withDefaultValue);
   static void setIntProperty(std::int32_t value, const std::string& forItem);

@@ -111,7 +111,7 @@ class DaemonCalls {
 };
 
 /// The daemon's end: performs an incoming call on the member function of `Service` that the table names. A
-/// service that lacks one of the operations does not compile. Answers false for a selector that is not in the
+/// service that lacks one of the operations does not compile. Returns false for a selector that is not in the
 /// table.
 template <class Service>
 bool performDaemonCall(Service& service, Invocation& invocation) {

@@ -198,7 +198,7 @@ void KeldaneProxy::forwardInvocation(Invocation& invocation) {
   const char returnType[] = {invocation.signature.returnCode, '\0'};
   const bool returnsValue = widthOfType(returnType) != 0;
   if (returnsValue) {
-    // Set before the request is sent, because the failure signal may come before this thread goes on.
+    // Set before the request is sent, because the failure signal may come before this thread continues.
     waitingOnResult_ = true;
   }
   // The request is encoded after the first pieces of the message were sent. They wake the peer's receive
@@ -326,7 +326,7 @@ void KeldaneProxy::processInvocationArgs(const PropertyList& request) {
   const PropertyList selector = request[2];
   const MethodSignature* method = target->methodSignatureForSelector(selector.string());
   if (method == nullptr) {
-    return;  // a peer that waits for a value goes on waiting
+    return;  // a peer that waits for a value continues to wait
   }
 
   Invocation invocation{*method, {}, {}};

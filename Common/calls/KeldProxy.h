@@ -53,7 +53,7 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
   /// codes of the table.
   RawValue call(std::string_view selector, Arguments arguments);
   /// Sends a call of a method that returns nothing, but only if the peer can take it at once and no other
-  /// call is being sent. Otherwise it answers false and sends nothing.
+  /// call is being sent. Otherwise it returns false and sends nothing.
   bool callWithoutWaiting(std::string_view selector, Arguments arguments);
 
   /// Whether the link has ended. If it has, a call that yielded no value was not answered; otherwise the
@@ -64,7 +64,7 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
   void socketClosing() override;
 
   /// Releases the socket without closing it. A receive thread that waits to hand over a result can then
-  /// leave. A caller that is waiting goes on waiting: only an answer or the failure signal ends that.
+  /// leave. A waiting caller continues to wait until an answer or the failure signal comes.
   void close();
 
  private:

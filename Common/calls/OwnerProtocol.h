@@ -54,7 +54,7 @@ class OwnerCalls {
 };
 
 /// The daemon's end: performs an incoming call on the member function of `Service` that the table names.
-/// Answers false for a selector that is not in the table.
+/// Returns false for a selector that is not in the table.
 template <class Service>
 bool performOwnerCall(Service& service, Invocation& invocation) {
 #define KELDANE_PERFORM(selector_, operation)                                                               \

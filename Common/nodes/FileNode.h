@@ -55,16 +55,16 @@ enum class BackupColor : std::int32_t { undefined, none, green, yellow, gray, bl
 /// zero or absent.
 ///
 /// A `Pointer` keeps its node and all nodes above it alive, and a child list keeps the nodes below. So a tree
-/// lives as long as there is a Pointer to any of its nodes, and goes as a whole with the last one. Nothing
-/// has to be called, and no cycle can remain. Iterating over a child list gives references. They are valid
-/// while the tree is held and the list is not changed; `pointer` makes a Pointer of one. A node may stand in
-/// the child list of a node that is not its parent, because that is a copy or because the node was moved.
-/// When only such a list holds it, it does not hold its parent, and has none once the parent is gone.
+/// lives as long as there is a Pointer to any of its nodes, and is freed as a whole with the last one.
+/// Nothing has to be called, and no cycle can remain. Iterating over a child list gives references. They are
+/// valid while the tree is held and the list is not changed; `pointer` makes a Pointer of one. A node may
+/// stand in the child list of a node that is not its parent, because that is a copy or because the node was
+/// moved. When only such a list holds it, it does not hold its parent, and has none once the parent is gone.
 /// Whatever would make a node its own ancestor or descendant is refused.
 ///
 /// Fields that may be absent are property-list values and are taken from the daemon's dictionary unchanged. A
-/// value of an unexpected kind prints as what it is and reads as empty text. No operation uses the stack in
-/// proportion to the depth of the tree. A tree is not locked: one thread at a time uses it.
+/// value of an unexpected kind is printed by its own kind and reads as empty text. No operation uses the
+/// stack in proportion to the depth of the tree. A tree is not locked: one thread at a time uses it.
 class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
  protected:
   /// Only `create` and the functions like it can make a Key, and so a node.
@@ -197,8 +197,8 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   void setSelected(std::int32_t selected);
   /// The selected files below, and the deepest of the selected folders.
   std::vector<Pointer> deepestFullSelections();
-  /// The topmost nodes below that are fully selected. With `expand`, a folder among them is replaced by what
-  /// it holds.
+  /// The topmost nodes below that are fully selected. With `expand`, a folder among them is replaced by its
+  /// contents.
   std::vector<Pointer> selectedChildren(bool expand);
 
   std::uint32_t backupPriority() const { return backupFlags_ & backup_flags::kPriorityMask; }
@@ -267,7 +267,7 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   PropertyList state_;
   PropertyList path_;
   std::shared_ptr<const void> image_;
-  std::uint64_t size_ = 0;  // bytes of this item without what is below
+  std::uint64_t size_ = 0;  // bytes of this item without the nodes below
   std::int32_t selected_ = 0;
   std::uint32_t backupFlags_ = 0;
   std::uint32_t simpleFlags_ = 0;

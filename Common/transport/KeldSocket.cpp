@@ -201,7 +201,7 @@ bool KeldaneSocket::sendBytes(const void* bytes, std::uint32_t length) {
   }
   if (!sent) {
     // The failure is reported on this thread, even when the receive side reports on the main thread, so that
-    // the caller knows of it before it goes on.
+    // the caller knows of it before it continues.
     const ScopedLock guard(monitor_);
     KeldaneCLog("KeldaneSocket write to socket failed");
     const std::shared_ptr<KeldSocketDelegate> delegate = socketDelegate_;

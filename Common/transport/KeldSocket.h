@@ -99,9 +99,9 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   void setCallDelegateOnMainThread(bool onMainThread);
 
   /// Writes all bytes, without bytes of other senders between them. When that fails, it tells the socket
-  /// delegate on this thread that the link failed and answers false.
+  /// delegate on this thread that the link failed and returns false.
   bool sendBytes(const void* bytes, std::uint32_t length);
-  /// These do the same, but without a descriptor they answer false at once and tell nobody.
+  /// These do the same, but without a descriptor they return false at once and tell nobody.
   bool sendData(BytesView data);
   bool sendString(const char* text);
   bool sendInt(std::int32_t value);
@@ -116,7 +116,7 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   /// there is a receive thread, only that thread calls it.
   std::int32_t readBytes(std::uint32_t count, void* buffer);
 
-  /// Starts the receive thread. Answers false when the system has no thread to give, and throws
+  /// Starts the receive thread. Returns false when the system has no thread to give, and throws
   /// std::bad_alloc when it has no memory. In both cases the descriptor is dropped.
   bool start();
   /// Takes over an accepted descriptor. Nothing is read ahead from it.

@@ -21,7 +21,7 @@ constexpr auto kFailureDelay = std::chrono::seconds(1);
 constexpr auto kAcceptPause = std::chrono::milliseconds(100);
 
 // Runs the work and logs what it throws, because an exception that left the thread would end the host
-// process. Answers false when something was thrown.
+// process. Returns false when something was thrown.
 template <class Work>
 bool guarded(const Work& work) {
   try {
@@ -170,7 +170,7 @@ bool KeldaneSocket::adopt(const std::shared_ptr<KeldaneSocket>& child) {
   }
   std::erase_if(children_, [](const std::shared_ptr<KeldaneSocket>& other) { return other->isZombie(); });
   const std::shared_ptr<KeldSocketDelegate> delegate = socketDelegate_;
-  // Without a thread nobody would read what the peer sends, or notice that it leaves.
+  // Without a thread nobody would read the peer's messages or notice that it leaves.
   if ((delegate && !delegate->socketAccepted(child)) || !child->start()) {
     return false;
   }

@@ -24,7 +24,7 @@ class ByteBudget {
   ByteBudget(const ByteBudget&) = delete;
   ByteBudget& operator=(const ByteBudget&) = delete;
 
-  /// Takes bytes out of the budget. It answers false and takes nothing when this budget or the larger one has
+  /// Takes bytes out of the budget. It returns false and takes nothing when this budget or the larger one has
   /// less left.
   bool take(std::size_t bytes);
   void giveBack(std::size_t bytes);

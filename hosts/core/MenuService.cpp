@@ -37,11 +37,11 @@ constexpr char kNotResponding[] = "Keldane is not responding";
 /// have states.
 ///
 /// The thread (`thread_`) is stopped, then starting, then running when its run loop is known, then ending
-/// when the service goes, then stopped again. A thread that an exception ended is stopped too, and the next
-/// question starts it again.
+/// when the service is destroyed, then stopped again. A thread that an exception ended is stopped too, and
+/// the next question starts it again.
 ///
-/// One examination may be under way (`current_`). One more may wait for it (`next_`), for which the run loop
-/// has been told to call `examineNext`. A newer selection takes the place of the one that waits.
+/// One examination may be under way (`current_`). One more may wait for its end (`next_`); a call of
+/// `examineNext` is then queued in the run loop. A newer selection takes the place of the one that waits.
 ///
 /// Whoever shows the menu that is remembered (`offered_`) has a lease. The menu is unseen while it came too
 /// late for the question that it answers and no later opening has used it (`unseenUntil_`). The plug-in's
@@ -94,7 +94,7 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
       return known;
     }
     const std::uint64_t number = request(paths);
-    // When the plug-in is stuck, the window has already waited for it once.
+    // A stuck plug-in is not waited for again, because the window has already waited once.
     const bool isStuck = current_ && Clock::now() - currentSince_ > patience_;
     const auto isThere = [&]() KELDANE_REQUIRES(mutex_) { return offered_ && offered_->number >= number; };
     if (!isStuck && changed_.waitFor(mutex_, patience_, isThere)) {

@@ -30,7 +30,7 @@ struct PropertyListNode {
   void addUnpublishedReference() const noexcept {
     references.store(references.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
   }
-  /// Drops a reference and answers whether it was the last one. The only reference is not counted down,
+  /// Drops a reference and returns whether it was the last one. The only reference is not counted down,
   /// because no other thread can see the count.
   bool dropReference() const noexcept {
     return references.load(std::memory_order_acquire) == 1 ||
