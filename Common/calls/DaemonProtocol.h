@@ -20,63 +20,64 @@ inline constexpr std::uint32_t kTypeExclude = 7;
 // METHOD(selector, operation, return code, argument codes…). The selectors, the order of the arguments and
 // the codes are part of the wire protocol. The selectors setBackupControl:turnOff:, intValueForProfileKey:
 // and setValueForProfileKey:withUnsigned: are missing on purpose: the facade calls them, but no row describes
-// them, so the calls never reach the daemon. clang-format off
-#define KELDANE_DAEMON_METHODS(METHOD)                                                 \
-  METHOD("setEnabled:", setEnabled, 'v', 'c')                                          \
-  METHOD("pausedMinutes", pausedMinutes, 'I')                                          \
-  METHOD("setPausedMinutes:", setPausedMinutes, 'v', 'I')                              \
-  METHOD("setIncludeRequired:", setIncludeRequired, 'v', 'c')                          \
-  METHOD("recoverMode", recoverMode, 'c')                                              \
-  METHOD("setRecoverMode:", setRecoverMode, 'v', 'c')                                  \
-  METHOD("lowerPriorityMode", lowerPriorityMode, 'c')                                  \
-  METHOD("setLowerPriorityMode:", setLowerPriorityMode, 'v', 'c')                      \
-  METHOD("delayShutdown", delayShutdown, 'c')                                          \
-  METHOD("setDelayShutdown:", setDelayShutdown, 'v', 'c')                              \
-  METHOD("automaticMode", automaticMode, 'c')                                          \
-  METHOD("setAutomaticMode:", setAutomaticMode, 'v', 'c')                              \
-  METHOD("serverURL", serverURL, '@')                                                  \
-  METHOD("daemonState", daemonState, '@')                                              \
-  METHOD("serviceState", serviceState, 'I')                                            \
-  METHOD("setServiceState:", setServiceState, 'v', 'I')                                \
-  METHOD("dictionaryForPath:", dictionaryForPath, '@', '@')                            \
-  METHOD("dictionaryForPath:withDirSizes:", dictionaryForPath, '@', '@', 'c')          \
-  METHOD("childrenDictionariesForPath:", childrenDictionariesForPath, '@', '@')        \
-  METHOD("excludeFileFromBackup:", excludeFileFromBackup, 'I', '@')                    \
-  METHOD("unexcludeFileFromBackup:", unexcludeFileFromBackup, 'I', '@')                \
-  METHOD("policyExcludeList", policyExcludeList, '@')                                  \
-  METHOD("excludedFiles:", excludedFiles, '@', '@')                                    \
-  METHOD("setFileTypeToggle:toggle:", setFileTypeToggle, 'v', '@', 'I')                \
-  METHOD("getFileTypeToggle:", getFileTypeToggle, 'I', '@')                            \
-  METHOD("addFileToBackup:", addFileToBackup, 'v', '@')                                \
-  METHOD("addFilesToBackup:", addFilesToBackup, 'v', '@')                              \
-  METHOD("removeFileFromBackup:", removeFileFromBackup, 'v', '@')                      \
-  METHOD("setPriorityBackup:", setPriorityBackup, 'v', '@')                            \
-  METHOD("setBackupControl:", setBackupControl, 'v', 'I')                              \
-  METHOD("restoreFile:toPath:version:priority:", restoreFile, 'I', '@', '@', 'I', 'I') \
-  METHOD("getCurrentRestoreJob", getCurrentRestoreJob, 'I')                            \
-  METHOD("getRestoreJobStatus:", getRestoreJobStatus, 'I', 'I')                        \
-  METHOD("cancelAllRestoreJobs", cancelAllRestoreJobs, 'v')                            \
-  METHOD("setAccountOverQuotaTestingFlag:", setAccountOverQuotaTestingFlag, 'v', 'c')  \
-  METHOD("clearAccountOverQuotaTestingFlag", clearAccountOverQuotaTestingFlag, 'v')    \
-  METHOD("setAlertHandler", setAlertHandler, 'v')                                      \
-  METHOD("endAlertHandler", endAlertHandler, 'v')                                      \
-  METHOD("setStateHandler", setStateHandler, 'v')                                      \
-  METHOD("endStateHandler", endStateHandler, 'v')                                      \
-  METHOD("longForState:", longForState, 'q', 'I')                                      \
-  METHOD("longlongForState:", longlongForState, 'Q', 'I')                              \
-  METHOD("stringForState:", stringForState, '@', 'I')                                  \
-  METHOD("backupColorsForFiles:", backupColorsForFiles, '@', '@')                      \
-  METHOD("stringValueForProfileKey:", stringValueForProfileKey, '@', '@')              \
-  METHOD("setValueForProfileKey:withString:", setValueForProfileKey, 'v', '@', '@')    \
-  METHOD("userEmail", userEmail, '@')                                                  \
-  METHOD("computerNumber", computerNumber, '@')                                        \
-  METHOD("marketingMessage", marketingMessage, '@')                                    \
-  METHOD("liveStateString", liveStateString, '@')                                      \
-  METHOD("backedupStateString", backedupStateString, '@')                              \
-  METHOD("mappedUserAsString:", mappedUserAsString, '@', '@')                          \
-  METHOD("restoreWithChoices:", restoreWithChoices, 'c', '@')                          \
-  METHOD("showRestoreWizard", showRestoreWizard, 'v')                                  \
-  METHOD("terminate", terminate, 'v')
+// them, so the calls never reach the daemon.
+// clang-format off
+#define KELDANE_DAEMON_METHODS(METHOD) \
+  METHOD("setEnabled:",                          setEnabled,                       'v', 'c')                \
+  METHOD("pausedMinutes",                        pausedMinutes,                    'I')                     \
+  METHOD("setPausedMinutes:",                    setPausedMinutes,                 'v', 'I')                \
+  METHOD("setIncludeRequired:",                  setIncludeRequired,               'v', 'c')                \
+  METHOD("recoverMode",                          recoverMode,                      'c')                     \
+  METHOD("setRecoverMode:",                      setRecoverMode,                   'v', 'c')                \
+  METHOD("lowerPriorityMode",                    lowerPriorityMode,                'c')                     \
+  METHOD("setLowerPriorityMode:",                setLowerPriorityMode,             'v', 'c')                \
+  METHOD("delayShutdown",                        delayShutdown,                    'c')                     \
+  METHOD("setDelayShutdown:",                    setDelayShutdown,                 'v', 'c')                \
+  METHOD("automaticMode",                        automaticMode,                    'c')                     \
+  METHOD("setAutomaticMode:",                    setAutomaticMode,                 'v', 'c')                \
+  METHOD("serverURL",                            serverURL,                        '@')                     \
+  METHOD("daemonState",                          daemonState,                      '@')                     \
+  METHOD("serviceState",                         serviceState,                     'I')                     \
+  METHOD("setServiceState:",                     setServiceState,                  'v', 'I')                \
+  METHOD("dictionaryForPath:",                   dictionaryForPath,                '@', '@')                \
+  METHOD("dictionaryForPath:withDirSizes:",      dictionaryForPath,                '@', '@', 'c')           \
+  METHOD("childrenDictionariesForPath:",         childrenDictionariesForPath,      '@', '@')                \
+  METHOD("excludeFileFromBackup:",               excludeFileFromBackup,            'I', '@')                \
+  METHOD("unexcludeFileFromBackup:",             unexcludeFileFromBackup,          'I', '@')                \
+  METHOD("policyExcludeList",                    policyExcludeList,                '@')                     \
+  METHOD("excludedFiles:",                       excludedFiles,                    '@', '@')                \
+  METHOD("setFileTypeToggle:toggle:",            setFileTypeToggle,                'v', '@', 'I')           \
+  METHOD("getFileTypeToggle:",                   getFileTypeToggle,                'I', '@')                \
+  METHOD("addFileToBackup:",                     addFileToBackup,                  'v', '@')                \
+  METHOD("addFilesToBackup:",                    addFilesToBackup,                 'v', '@')                \
+  METHOD("removeFileFromBackup:",                removeFileFromBackup,             'v', '@')                \
+  METHOD("setPriorityBackup:",                   setPriorityBackup,                'v', '@')                \
+  METHOD("setBackupControl:",                    setBackupControl,                 'v', 'I')                \
+  METHOD("restoreFile:toPath:version:priority:", restoreFile,                      'I', '@', '@', 'I', 'I') \
+  METHOD("getCurrentRestoreJob",                 getCurrentRestoreJob,             'I')                     \
+  METHOD("getRestoreJobStatus:",                 getRestoreJobStatus,              'I', 'I')                \
+  METHOD("cancelAllRestoreJobs",                 cancelAllRestoreJobs,             'v')                     \
+  METHOD("setAccountOverQuotaTestingFlag:",      setAccountOverQuotaTestingFlag,   'v', 'c')                \
+  METHOD("clearAccountOverQuotaTestingFlag",     clearAccountOverQuotaTestingFlag, 'v')                     \
+  METHOD("setAlertHandler",                      setAlertHandler,                  'v')                     \
+  METHOD("endAlertHandler",                      endAlertHandler,                  'v')                     \
+  METHOD("setStateHandler",                      setStateHandler,                  'v')                     \
+  METHOD("endStateHandler",                      endStateHandler,                  'v')                     \
+  METHOD("longForState:",                        longForState,                     'q', 'I')                \
+  METHOD("longlongForState:",                    longlongForState,                 'Q', 'I')                \
+  METHOD("stringForState:",                      stringForState,                   '@', 'I')                \
+  METHOD("backupColorsForFiles:",                backupColorsForFiles,             '@', '@')                \
+  METHOD("stringValueForProfileKey:",            stringValueForProfileKey,         '@', '@')                \
+  METHOD("setValueForProfileKey:withString:",    setValueForProfileKey,            'v', '@', '@')           \
+  METHOD("userEmail",                            userEmail,                        '@')                     \
+  METHOD("computerNumber",                       computerNumber,                   '@')                     \
+  METHOD("marketingMessage",                     marketingMessage,                 '@')                     \
+  METHOD("liveStateString",                      liveStateString,                  '@')                     \
+  METHOD("backedupStateString",                  backedupStateString,              '@')                     \
+  METHOD("mappedUserAsString:",                  mappedUserAsString,               '@', '@')                \
+  METHOD("restoreWithChoices:",                  restoreWithChoices,               'c', '@')                \
+  METHOD("showRestoreWizard",                    showRestoreWizard,                'v')                     \
+  METHOD("terminate",                            terminate,                        'v')
 // clang-format on
 
 namespace keldane {

@@ -5,30 +5,31 @@
 
 #include "Common/calls/DaemonProtocol.h"
 
-// METHOD(selector, operation). Each method takes one dictionary and returns one. clang-format off
-#define KELDANE_OWNER_METHODS(METHOD)         \
-  METHOD("repository:", repository)           \
+// METHOD(selector, operation). Each method takes one dictionary and returns one.
+// clang-format off
+#define KELDANE_OWNER_METHODS(METHOD) \
+  METHOD("repository:",      repository)      \
   METHOD("setUpRepository:", setUpRepository) \
-  METHOD("recover:", recover)                 \
-  METHOD("exportKey:", exportKey)             \
-  METHOD("importKey:", importKey)             \
-  METHOD("verifyKey:", verifyKey)             \
-  METHOD("addPassphrase:", addPassphrase)     \
-  METHOD("check:", check)                     \
-  METHOD("find:", find)                       \
-  METHOD("failures:", failures)               \
-  METHOD("settings:", settings)               \
-  METHOD("surroundings:", surroundings)       \
-  METHOD("restore:", restore)                 \
-  METHOD("restoreReport:", restoreReport)     \
-  METHOD("cancelRestore:", cancelRestore)     \
-  METHOD("backups:", backups)                 \
-  METHOD("storedFolder:", storedFolder)       \
-  METHOD("changeKey:", changeKey)             \
-  METHOD("moveRepository:", moveRepository)   \
-  METHOD("moveReport:", moveReport)           \
-  METHOD("cancelMove:", cancelMove)           \
-  METHOD("previewPattern:", previewPattern)
+  METHOD("recover:",         recover)         \
+  METHOD("exportKey:",       exportKey)       \
+  METHOD("importKey:",       importKey)       \
+  METHOD("verifyKey:",       verifyKey)       \
+  METHOD("addPassphrase:",   addPassphrase)   \
+  METHOD("check:",           check)           \
+  METHOD("find:",            find)            \
+  METHOD("failures:",        failures)        \
+  METHOD("settings:",        settings)        \
+  METHOD("surroundings:",    surroundings)    \
+  METHOD("restore:",         restore)         \
+  METHOD("restoreReport:",   restoreReport)   \
+  METHOD("cancelRestore:",   cancelRestore)   \
+  METHOD("backups:",         backups)         \
+  METHOD("storedFolder:",    storedFolder)    \
+  METHOD("changeKey:",       changeKey)       \
+  METHOD("moveRepository:",  moveRepository)  \
+  METHOD("moveReport:",      moveReport)      \
+  METHOD("cancelMove:",      cancelMove)      \
+  METHOD("previewPattern:",  previewPattern)
 // clang-format on
 
 namespace keldane {
