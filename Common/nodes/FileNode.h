@@ -219,13 +219,13 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   /// Absent for a colour without a name.
   PropertyList backupColorString() const;
   std::string backupDateString() const;
-  /// The account's name, or the number as text when there is none.
+  /// The name of the account or group, or the number as text when there is none.
   std::string uidString() const;
   std::string gidString() const;
   std::string description() const;
 
  protected:
-  /// A node as a child list holds it: without the nodes above.
+  /// A pointer as in a child list. It holds the node, but not the nodes above.
   using Link = std::shared_ptr<KeldaneFileNode>;
   template <class Node>
   static std::shared_ptr<Node> make() {

@@ -143,7 +143,7 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
     const std::shared_ptr<const OfferedMenu> menu;
   };
 
-  // --- Either thread ---
+  // --- On either thread ---
 
   /// The remembered menu with a lease; null when it is not the menu of these paths.
   std::shared_ptr<const OfferedMenu> leaseOf(const std::vector<std::string>& paths) KELDANE_REQUIRES(mutex_) {
@@ -181,7 +181,7 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
     return thread_;
   }
 
-  // --- The window's thread ---
+  // --- On the window's thread ---
 
   void endLease() {
     const ScopedLock guard(mutex_);
@@ -190,7 +190,7 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
     }
   }
 
-  // --- The plug-in's thread ---
+  // --- On the plug-in's thread ---
 
   void run() {
     guarded([this] { serve(); });

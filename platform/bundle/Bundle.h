@@ -36,7 +36,7 @@ class Bundle {
   const std::filesystem::path& bundlePath() const { return path_; }
   /// Path of the module that "CFBundleExecutable" names.
   std::filesystem::path executablePath() const;
-  /// The information dictionary as it is in the file.
+  /// The information dictionary of the file, unchanged.
   PropertyList infoDictionary() const;
   /// A value of the dictionary. Variables of the environment in a text, such as "${XDG_RUNTIME_DIR}", are
   /// expanded, so that one installed bundle serves every user; absent when one is missing (see

@@ -85,7 +85,7 @@ class PlayedDaemon:
         with contextlib.suppress(FileNotFoundError):
             os.unlink(self.path)
 
-    # --- What came ---
+    # --- The messages that came ---
 
     @property
     def frames(self) -> list[Frame]:

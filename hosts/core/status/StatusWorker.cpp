@@ -42,7 +42,7 @@ bool isTooLarge(const std::string& folder) {
 
 }  // namespace
 
-// --- The window's thread ---
+// --- On the window's thread ---
 
 void StatusService::Worker::end() {
   const std::lock_guard guard(mutex_);
@@ -145,7 +145,7 @@ void StatusService::Worker::startOnce() {
   }
 }
 
-// --- The service's thread ---
+// --- On the service's thread ---
 
 template <class Call>
 auto StatusService::Worker::watched(const Call& call) {

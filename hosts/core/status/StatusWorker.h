@@ -50,7 +50,7 @@ class StatusService::Worker : public std::enable_shared_from_this<StatusService:
   Clock::time_point wakeTime(Clock::time_point now) const;
   void hurryWhatIsDue(Clock::time_point now);
 
-  // --- The thread's ---
+  // --- On the service's thread ---
   void run();
   void serve();
   bool step();
