@@ -6,9 +6,12 @@
 
 #include <condition_variable>
 #include <csignal>
+#include <future>
 #include <mutex>
+#include <stdexcept>
 
 #include "platform/bundle/Bundle.h"
+#include "platform/runloop/RunLoop.h"
 #include "tests/support/PluginBundle.h"
 #include "tests/support/UserPreferences.h"
 #include "tests/support/Wait.h"
@@ -350,6 +353,20 @@ TEST_F(MenuServiceTest, KnowsWhatToSayForAMenuThatDoesNotCome) {
   const Menu menu = service().menuFor({"/a"});
   EXPECT_EQ(service().notRespondingTitle(), "Keldane antwortet nicht");
   unsetenv("LC_ALL");
+}
+
+TEST_F(MenuServiceTest, AThreadThatAnExceptionEndedIsStartedAgain) {
+  listen();
+  MenuService& menus = service(kShort);
+  ASSERT_TRUE(eventually([&] { return menus.menuFor({"/a"}) != nullptr; }));
+  std::promise<void> released;
+  RunLoop::main().perform([&] {
+    released.get_future().wait();
+    throw std::runtime_error("thrown by the test");
+  });
+  EXPECT_FALSE(menus.menuFor({"/b"})) << "the examination is queued behind the exception";
+  released.set_value();
+  EXPECT_TRUE(eventually([&] { return menus.menuFor({"/b"}) != nullptr; }));
 }
 
 }  // namespace
