@@ -20,7 +20,7 @@ bool AlertKeeper::mayTell(AlertKind kind, const std::string& subject) {
   return may;
 }
 
-// Of several that write at once each writes the latest.
+// When several writes run at once, each writes the latest state.
 void AlertKeeper::write() {
   {
     const std::lock_guard guard(latest_->mutex);
