@@ -1,4 +1,4 @@
-// How the repository stands, in plain words.
+// The state of the repository, in plain words.
 #pragma once
 
 #include <string>
@@ -6,8 +6,8 @@
 
 namespace keldane {
 
-/// The meaning of the daemon's word for the health, in the user's language. An unknown word is answered as it
-/// is.
+/// The meaning of the daemon's word for the health, in the user's language. An unknown word is returned
+/// unchanged.
 std::string healthText(std::string_view health);
 
 }  // namespace keldane
