@@ -182,13 +182,13 @@ class BackupEngine {
   /// Adds a second key, whose text is a person's passphrase.
   virtual EngineAnswer addKey(const std::string& passphrase, EngineJob& job) = 0;
   virtual EngineAnswer keys(std::vector<KeyRecord>& found, EngineJob& job);
-  /// Not the one in use.
+  /// Removes a key, which must not be the one in use.
   virtual EngineAnswer removeKey(const std::string& id, EngineJob& job);
 
-  /// Makes a repository as `initialize` does, that will have files in the same parts as another one.
+  /// Makes a repository as `initialize` does; it will split files into the same parts as another one.
   virtual EngineAnswer initializeLike(const RepositoryFiles& other, EngineJob& job);
-  /// Copies every snapshot of another repository, of all computers, that is not yet here. `copied` is told
-  /// how many of them are here now.
+  /// Copies every snapshot of another repository, of all computers, that is not here yet. `copied` is called
+  /// with the number of them that are here now.
   virtual EngineAnswer copyFrom(const RepositoryFiles& other, const std::function<void(std::size_t)>& copied,
                                 EngineJob& job);
 };

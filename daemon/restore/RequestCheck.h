@@ -1,4 +1,4 @@
-// Whether a request for a restore can be taken.
+// Checks whether a request for a restore can be accepted.
 #pragma once
 
 #include <string>

@@ -77,7 +77,7 @@ class RestoreJobs {
   std::uint32_t current() const;
   /// The path that is being restored; empty when none.
   std::string currentFile() const;
-  /// Who asked for a job; absent for an unknown one.
+  /// The user who asked for a job; absent for an unknown one.
   std::optional<uid_t> userOf(std::uint32_t job) const;
   /// Cancels a job. Placed files stay, and the others are listed in the report. A job that has ended does not
   /// change.

@@ -71,7 +71,7 @@ class RuleBook {
   /// Whether all files directly in a folder are selected, or none; absent when each has to be asked about.
   std::optional<bool> decideFiles(const std::string& folder) const;
 
-  /// False when there are as many rules as can be kept.
+  /// Sets a rule. Answers false when no more rules can be kept.
   bool setRule(const std::string& path, bool included);
   void removeRule(const std::string& path);
   void setType(const std::string& type, std::uint32_t toggle);

@@ -21,8 +21,8 @@ namespace keldane::sql {
 inline constexpr std::size_t kSlice = 500;
 inline constexpr int kBusyMilliseconds = 5000;
 
-/// To be called between two slices. A thread that waits for the mutex is woken when the mutex is released.
-/// Without this pause the thread that has just released it would always take it again first.
+/// Called between two slices. A thread that waits for the mutex is woken when the mutex is released. Without
+/// this pause the thread that has just released it would always take it again first.
 inline void letOthersIn() { std::this_thread::sleep_for(std::chrono::microseconds(50)); }
 
 /// A connection of its own for a long query. It sees one state while a transaction lasts, and nobody has to

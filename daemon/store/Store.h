@@ -110,8 +110,8 @@ class Store {
   void setValue(Table table, const std::string& key, const std::string& value);
   std::map<std::string, std::string> values(Table table);
   /// Sets a value of the administrator's, which is not kept in the file. `value` answers it while nothing
-  /// else was set, or always when it is fixed; `setValue` then changes nothing. To be called before any other
-  /// thread uses the store.
+  /// else was set, or always when it is fixed; `setValue` then changes nothing. This is called before any
+  /// other thread uses the store.
   void administer(Table table, const std::string& key, const std::string& value, bool fixed);
   bool isFixed(Table table, const std::string& key) const;
 
@@ -285,7 +285,7 @@ class Store {
   void addSnapshotRow(const SnapshotRecord& snapshot);
   void removeHeld();
   std::shared_ptr<const SnapshotTable> snapshotTable() KELDANE_REQUIRES(readMutex_);
-  void snapshotsHaveChanged();  // to be called after the transaction
+  void snapshotsHaveChanged();  // called after the transaction
   void removeUnheld();
   void finishRemoval();
   template <class OnFile, class OnFolder>

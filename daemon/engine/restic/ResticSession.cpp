@@ -165,8 +165,8 @@ EngineAnswer ResticSession::addSource(const RepositoryFiles& source, std::vector
   return {};
 }
 
-/// The command for SSH names a server, and a run has one such command. With two servers each gets the storage
-/// program's own.
+/// A configured command for SSH names one server, and a run can have only one such command. With two servers,
+/// each is reached with the storage program's own command.
 void ResticSession::addSourceOptions(const RepositoryConfig& source) {
   for (const auto& [name, value] : source.options) {
     if (!configuration_.options.contains(name)) {
