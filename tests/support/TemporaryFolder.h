@@ -1,4 +1,4 @@
-// A folder of a test's own, gone when the test is done.
+// A folder for one test, removed when the test is done.
 #pragma once
 
 #include <stdlib.h>
