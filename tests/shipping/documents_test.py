@@ -1,4 +1,4 @@
-"""Documents that belong to the programs: manual pages, desktop files, the description for software centres, the changelog."""
+"""The documents of the programs: manual pages, desktop files, the description for software centres, the changelog."""
 
 import glob
 import os

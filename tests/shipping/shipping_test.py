@@ -139,7 +139,7 @@ class Shipping(unittest.TestCase):
                 self.assertEqual(struct.unpack(">8x4x4sII", stream.read(24)), (b"IHDR", size, size))
 
     def unit(self):
-        """The installed unit, with an existing program and without manual pages."""
+        """A copy of the installed unit that names an existing program."""
         found = [os.path.join(folder, name) for folder, _, names in os.walk(self.place) for name in names
                  if name == "keldaned.service" and folder.endswith("/lib/systemd/user")]
         self.assertEqual(len(found), 1)
