@@ -55,7 +55,7 @@ inline constexpr std::string_view kRestoreFolderPrefix = ".keldane-restore-";
 /// folder between it and the nearest folder with a rule, is to be ignored. Then the rule for a file's type
 /// decides, then the rule of the nearest folder above. Without any rule a path is not in the backup. Paths
 /// outside the root, those on the policy list, the repository and unfinished restores are barred. The scanner
-/// notes here the marks that it finds on the disk, which outlive a restart. Any thread.
+/// notes here the marks that it finds on the disk, which outlive a restart. Used on any thread.
 class RuleBook {
  public:
   static constexpr std::size_t kMostRules = 250'000;

@@ -14,7 +14,7 @@ namespace keldane {
 
 /// Scans all places every few hours, to find changes that were missed. It also scans the folders that cannot
 /// be watched, first after a minute and then after twice as long each time. Both work in small steps with
-/// pauses between them. One thread.
+/// pauses between them. Used on one thread.
 class QuietLook {
  public:
   struct Timing {

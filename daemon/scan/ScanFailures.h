@@ -10,7 +10,7 @@
 
 namespace keldane {
 
-/// Keeps the store's list of failures up to date with the results of the scans. One thread.
+/// Keeps the store's list of failures up to date with the results of the scans. Used on one thread.
 class ScanFailures {
  public:
   explicit ScanFailures(Store& store) : store_(store) {}

@@ -120,7 +120,7 @@ bool Scanner::look(const std::string& folder, std::vector<std::string>& below) {
   return isNews;
 }
 
-/// Any thread.
+/// Called on any thread.
 void Scanner::read(FolderRead& folder) const {
   if (watcher_ != nullptr) {
     watcher_->watch(folder.path);

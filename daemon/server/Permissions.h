@@ -30,7 +30,7 @@ bool isPrivileged(const Peer& peer);
 /// other peer sees an item if the mode bits let it search each folder on the way and read the item itself. A
 /// symbolic link on the way denies access. So does an access control list, except to the item's owner. Each
 /// step begins at the folder that was checked before, so a path that somebody changes meanwhile cannot lead
-/// elsewhere. Any thread.
+/// elsewhere. Used on any thread.
 class PeerAccess {
  public:
   explicit PeerAccess(Peer peer) : peer_(std::move(peer)), privileged_(keldane::isPrivileged(peer_)) {}

@@ -73,10 +73,10 @@ struct FailureRecord {
 /// survives the death of this process. The catalogue can be made anew from the repository; rules and settings
 /// are also in each snapshot's manifest. Throws SQLite::Exception when the file cannot be used.
 ///
-/// Any thread. There is a connection that writes and one that reads, each under a mutex of its own, so that a
-/// question about a file does not wait for what is being written. Long operations write in transactions of
-/// some hundred rows; if the process dies between two of them, what is missing counts as not stored. Paths
-/// are bytes, need not be UTF-8, and are ordered by their bytes.
+/// Used on any thread. There is a connection that writes and one that reads, each under a mutex of its own,
+/// so that a question about a file does not wait for what is being written. Long operations write in
+/// transactions of some hundred rows; if the process dies between two of them, what is missing counts as not
+/// stored. Paths are bytes, need not be UTF-8, and are ordered by their bytes.
 class Store {
  public:
   /// Opens or makes the file, readable to its owner alone. A symbolic link, and a file of another user, is

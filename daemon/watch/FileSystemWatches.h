@@ -15,7 +15,7 @@
 namespace keldane {
 
 /// One fanotify instance. It needs no watch for each folder, but it reports every change on a file system,
-/// and only the system's administrator may use it. One thread at a time.
+/// and only the system's administrator may use it. Used by one thread at a time.
 class FileSystemWatches {
  public:
   using FileSystem = std::array<std::int32_t, 2>;  ///< the kernel's number for it

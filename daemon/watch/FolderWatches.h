@@ -16,7 +16,7 @@ namespace keldane {
 /// The watches of one inotify instance, each on a folder's direct entries. The kernel watches the folder that
 /// a path named when the watch was added, not the path. So the caller drops the path of a folder that was
 /// moved, with everything below it, and adds the new path. A folder with two paths has one watch and both
-/// paths. One thread at a time.
+/// paths. Used by one thread at a time.
 class FolderWatches {
  public:
   /// `most` is the greatest number of watches.

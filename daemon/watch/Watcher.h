@@ -28,7 +28,7 @@ namespace keldane {
 /// process has the rights.
 ///
 /// A change is reported within about half a second. Changes through mapped memory are not reported, nor
-/// changes that other computers make on a network file system. Any thread; the callback comes on the
+/// changes that other computers make on a network file system. Used on any thread; the callback comes on the
 /// watcher's own thread, with no lock held.
 class Watcher {
  public:

@@ -19,7 +19,7 @@ bool canLookLikeAnother(const std::string& path);
 /// Finds out which files of one snapshot were stored although their names can look alike in the engine's
 /// reports. Most of them look like no other file, and then the report counts. For several that look alike,
 /// the repository is asked how many of them it has. When it has all of them, one is fetched as a test;
-/// otherwise each of them is. One thread.
+/// otherwise each of them is. Used on one thread.
 class LookAlikes {
  public:
   enum class Word {

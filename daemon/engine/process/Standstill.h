@@ -9,7 +9,7 @@
 namespace keldane {
 
 /// Version 0.14 of restic can wait for itself for ever when a write into a folder has failed because the disk
-/// is full. It then goes on printing a status each second, always with the same numbers. One thread.
+/// is full. It then goes on printing a status each second, always with the same numbers. Used on one thread.
 class Standstill {
  public:
   using Moment = std::chrono::steady_clock::time_point;

@@ -12,7 +12,7 @@
 namespace keldane {
 
 /// The target of restored files: an open folder, and the current folder somewhere below it. The operations
-/// answer error numbers; 0 is success. One thread.
+/// answer error numbers; 0 is success. Used on one thread.
 class PlaceTarget {
  public:
   PlaceTarget() = default;

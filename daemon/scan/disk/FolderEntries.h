@@ -14,7 +14,7 @@
 namespace keldane {
 
 /// Reads one folder after the other and uses the same memory again. It answers files and links with their
-/// state, and folders with their names; it ignores sockets, pipes and devices. One thread.
+/// state, and folders with their names; it ignores sockets, pipes and devices. Used on one thread.
 class FolderEntries {
  public:
   struct File {

@@ -17,7 +17,8 @@
 namespace keldane {
 
 /// The pending files, folder by folder, with their sizes and owners. Files that a person prefers also have an
-/// order. A file takes about 53 bytes and a third of the length of its path. Any thread; the mutex is a leaf.
+/// order. A file takes about 53 bytes and a third of the length of its path. Used on any thread; the mutex is
+/// a leaf.
 class PendingFiles {
  public:
   struct Totals {

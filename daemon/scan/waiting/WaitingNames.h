@@ -23,7 +23,7 @@ struct WaitingName {
 
 /// Names with sizes and owners, in the order of the names' bytes. Each keeps the number of the scan during
 /// which it was added or removed, so that a scan that began earlier does not undo that. A file takes 25 bytes
-/// and its name. One thread at a time.
+/// and its name. Used by one thread at a time.
 class WaitingNames {
  public:
   /// Answers whether it was not pending before.

@@ -16,7 +16,7 @@
 namespace keldane::testing {
 
 /// One direction of one connection: takes whole frames, and writes them with the faults of the plan. It
-/// owns neither the descriptors nor the plan. One thread.
+/// owns neither the descriptors nor the plan. Used on one thread.
 class FaultStream {
  public:
   FaultStream(Direction direction, const FaultPlan& plan, const std::vector<std::string>& foretold, int from,
