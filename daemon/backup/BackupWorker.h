@@ -241,7 +241,7 @@ class BackupWorker {
   const std::array<Lane*, 3> lanes_ = {&ordinary_, &preferred_, &large_};
   std::thread scanning_;
   // Used by the scanning thread alone:
-  std::optional<Scanner::Walk> walk_;  // of placeScanned_
+  std::optional<Scanner::Walk> walk_;  // the walk through placeScanned_
   bool wasStoring_ = false;
   QuietLook quiet_;
 };

@@ -51,7 +51,7 @@ struct RestoreReport {
   std::uint64_t bytes = 0, bytesDone = 0;
   std::uint64_t restored = 0, skipped = 0;
   std::vector<std::string> problems;  ///< a sentence each, at most 1,000
-  std::string message;                ///< why the job failed or waits; empty otherwise
+  std::string message;                ///< the reason why the job failed or waits; empty otherwise
 };
 
 /// Runs jobs one at a time on a thread of its own, those with a higher priority first. A file is first

@@ -32,7 +32,7 @@ struct Decision {
 struct Reason {
   enum class Kind {
     root,     ///< the path lies outside of the only folder that belongs to the backup, which `rule` names
-    policy,   ///< the path lies at or below what is barred; `rule` names it
+    policy,   ///< the path lies at or below a barred path, which `rule` names
     own,      ///< a person's rule on the path itself
     type,     ///< the rule for its type
     folder,   ///< the rule of a folder above
@@ -41,7 +41,7 @@ struct Reason {
   };
   Kind kind = Kind::none;
   std::string rule;       ///< a path or a type
-  bool includes = false;  ///< what the rule says
+  bool includes = false;  ///< whether the rule includes the path
   std::string line;       ///< for `ignored`: the line of the ignore list
 };
 
@@ -75,7 +75,7 @@ class RuleBook {
   bool setRule(const std::string& path, bool included);
   void removeRule(const std::string& path);
   void setType(const std::string& type, std::uint32_t toggle);
-  /// The list of what is ignored, as text.
+  /// The ignore list, as text.
   std::string ignored() const;
   void setIgnored(const std::string& text);
   /// Whether a mark is to be looked for.

@@ -17,7 +17,7 @@
 
 namespace keldane::sql {
 
-/// How many rows are written or read while a mutex is held.
+/// The number of rows that are written or read while a mutex is held.
 inline constexpr std::size_t kSlice = 500;
 inline constexpr int kBusyMilliseconds = 5000;
 

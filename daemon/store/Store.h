@@ -22,7 +22,7 @@ namespace keldane {
 
 struct SnapshotTable;
 
-/// How a file looked when it was stored. Times are nanoseconds since the UNIX epoch.
+/// The state of a file when it was stored. Times are nanoseconds since the UNIX epoch.
 struct FileState {
   std::uint64_t size = 0;          ///< bytes
   std::int64_t modified = 0;       ///< the last change of the contents
@@ -120,8 +120,8 @@ class Store {
   /// notices when the cause is gone.
   std::optional<std::string> trouble();
 
-  /// What the last looks at the disk found at paths, as numbers that the caller gives; 0 takes a path out. It
-  /// is part of the catalogue.
+  /// The marks that the last scans found at paths, as numbers that the caller gives; 0 removes a path. They
+  /// are part of the catalogue.
   std::map<std::string, std::uint32_t> marks();
   void setMark(const std::string& path, std::uint32_t mark);
   /// Takes out what lies at or below a path.
@@ -157,7 +157,7 @@ class Store {
   std::vector<std::pair<std::string, VersionRecord>> versionsBelow(const std::string& path,
                                                                    std::uint32_t number, double before);
 
-  /// What was directly in a folder at a time: files with their newest version up to then, and folders with
+  /// The direct contents of a folder at a time: files with their newest version up to then, and folders with
   /// something in them; paths, sorted by their bytes.
   struct FolderState {
     std::vector<std::pair<std::string, VersionRecord>> files;
@@ -302,7 +302,7 @@ class Store {
   SQLite::Database database_ KELDANE_GUARDED_BY(mutex_);
   std::atomic<bool> hasTrouble_ = false;
   std::string trouble_ KELDANE_GUARDED_BY(mutex_);
-  std::chrono::steady_clock::time_point nextTry_ KELDANE_GUARDED_BY(mutex_);  // of a small write
+  std::chrono::steady_clock::time_point nextTry_ KELDANE_GUARDED_BY(mutex_);  // next small write
   Mutex readMutex_{{.name = "Store.readMutex", .leaf = true}};
   SQLite::Database reader_ KELDANE_GUARDED_BY(readMutex_);  // never writes
   // The query is kept, because preparing it takes longer than running it, and a menu runs it four times for

@@ -63,7 +63,7 @@ class FolderWatches {
  private:
   static constexpr int kNone = -1, kTold = -2;
   struct Watch {
-    int number = kNone;  // of the kernel
+    int number = kNone;  // the kernel's number of the watch
     Depth depth = Depth::names;
   };
   using Watches = std::map<std::string, Watch, std::less<>>;
@@ -76,7 +76,7 @@ class FolderWatches {
   Descriptor inotify_;
   Watches watches_;
   std::unordered_multimap<int, const std::string*> byNumber_;  // keys of watches_
-  std::size_t told_ = 0;                                       // those of kTold
+  std::size_t told_ = 0;                                       // the folders with kTold
 };
 
 template <class Keep>

@@ -9,7 +9,7 @@
 
 namespace keldane {
 
-/// How rows are printed.
+/// The style of printed rows.
 struct RowStyle {
   bool allFlags = false;
   std::size_t columns = 0;  ///< columns for a row, without the flags in full; 0: no limit

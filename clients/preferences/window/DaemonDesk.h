@@ -39,7 +39,7 @@ class DaemonDesk {
   /// Returns a function that tells what a folder of the backup held at a time; the thread that follows the
   /// daemon calls it.
   NodeTree::Past pastAt(double time) const;
-  /// How long the daemon has kept the following thread waiting; see DaemonThread.
+  /// The time for which the daemon has kept the following thread waiting; see DaemonThread.
   std::chrono::steady_clock::duration silence() const { return follower_.silence(); }
 
   /// Ends the threads. Returns false when one hangs; the process is then to be ended at once.

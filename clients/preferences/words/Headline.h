@@ -28,7 +28,7 @@ enum class Remedy {
 struct Headline {
   std::string sentence;
   bool isTrouble = false;
-  std::optional<AlertKind> alert;  ///< set when a person is told who does not look at the window
+  std::optional<AlertKind> alert;  ///< set when a person must be told who does not look at the window
   Remedy remedy = Remedy::none;
   std::string button;  ///< the label of the button for the remedy; empty without a remedy
 

@@ -25,7 +25,8 @@ class DaemonThread {
 
   /// Runs `work` on the thread, after all work that was handed in before.
   void perform(std::function<void(DaemonSession&)> work);
-  /// How long the thread has been busy with the same piece of work; at most 1 second when it is idle.
+  /// The time for which the thread has been busy with the same piece of work; at most 1 second when it is
+  /// idle.
   std::chrono::steady_clock::duration silence() const;
   /// Ends the session. Returns false when the thread has not ended it within this time. Nothing is delivered
   /// after a return of true.

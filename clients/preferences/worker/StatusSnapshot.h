@@ -41,7 +41,7 @@ struct StatusSnapshot {
   std::uint64_t quotaBytes = 0;
   std::string health;  ///< the daemon's word for the state of the repository; empty when it reports none
   std::string heldBy;  ///< the daemon's word for the reason why no waiting file is stored
-  std::string restingBecause;    ///< why the backup rests because of power or network; empty when it does not
+  std::string restingBecause;    ///< why power or network let the backup rest; empty when they do not
   std::string storeTrouble;      ///< a sentence while the daemon cannot write its own data
   bool looksForMore = false;     ///< something waits, or is being looked for
   std::uint32_t failures = 0;    ///< files that could not be stored

@@ -28,7 +28,7 @@ struct ChildCommand {
   std::function<void(std::string_view line)> errorLine;
 };
 
-/// How a child ended.
+/// The end of a child.
 struct ChildEnd {
   int startError = 0;   ///< the error number when it could not be started at all
   int exitStatus = -1;  ///< -1 unless it ended by itself

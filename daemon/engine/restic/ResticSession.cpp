@@ -96,8 +96,8 @@ EngineAnswer ResticSession::prepare(Purpose purpose) {
   return {};
 }
 
-/// Checks a repository in a folder first, because the storage program would retry for most of a minute what
-/// is refused or gone.
+/// Checks a repository in a folder first, because the storage program would retry for most of a minute when
+/// access is refused or the folder is gone.
 EngineAnswer ResticSession::lookAtFolder(const std::string& folder, Purpose purpose) const {
   struct stat status {};
   if (purpose == Purpose::make) {

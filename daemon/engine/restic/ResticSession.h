@@ -22,7 +22,7 @@ struct RunOutput {
   std::string workingFolder = "/";
 };
 
-/// How one run ended.
+/// The end of one run.
 struct RunEnd {
   EngineAnswer answer;
   int exitStatus = -1;

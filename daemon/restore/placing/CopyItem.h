@@ -9,7 +9,7 @@
 
 namespace keldane {
 
-/// On whose behalf a copy is made.
+/// The user on whose behalf a copy is made.
 enum class CopyAs {
   owner,    ///< the daemon itself: everything is kept, as root the owner too
   stranger  ///< another user: no owner, no setuid, setgid or sticky bit, only what a user may set

@@ -18,9 +18,9 @@ namespace keldane {
 class FolderEntries {
  public:
   struct File {
-    std::string_view name;  ///< of this object, until the next folder is read; a zero byte comes after it
+    std::string_view name;  ///< valid until the next folder is read; a zero byte follows it
     FileState state;
-    uid_t owner = 0;  ///< as ownerOf() has it
+    uid_t owner = 0;  ///< the result of ownerOf()
   };
 
   /// Reads a folder, which stays open until close(); a final symbolic link is not followed. Answers 0 or the

@@ -37,7 +37,7 @@ class SnapshotNotes {
     std::int64_t version = 0;
     std::optional<std::int64_t> firstFull, lastFull;
   };
-  /// Where the interval of a version is.
+  /// The table that holds the interval of a version.
   enum class Place { files, versions };
 
   std::optional<Row> newest(const std::string& path);

@@ -170,7 +170,7 @@ TEST_F(RestoreForUsersTest, IsRefusedByADaemonThatIsNotRoot) {
   std::string refusal;
   std::uint32_t job = 1;
   std::thread([&] {
-    ASSERT_EQ(syscall(SYS_setresuid, kOther, kOther, kOther), 0);  // of this thread alone
+    ASSERT_EQ(syscall(SYS_setresuid, kOther, kOther, kOther), 0);  // changes this thread only
     job = jobs_->add(requestOfUser({"a.txt"}), &refusal);
   }).join();
   EXPECT_EQ(job, 0U);

@@ -10,7 +10,7 @@ namespace keldane {
 
 namespace {
 
-/// In the order of the switches.
+/// The titles, in the order of the switches.
 constexpr std::array<const char*, kFileManagerSwitches.size()> kTitles = {
     marked("Show emblems on files and folders"),
     marked("Offer the columns of the backup in lists"),

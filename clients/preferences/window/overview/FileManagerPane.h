@@ -27,7 +27,7 @@ class FileManagerPane : public Gtk::Box {
   std::array<Gtk::CheckButton, kFileManagerSwitches.size()> switches_;
   Gtk::Label refusal_;
   std::array<bool, kFileManagerSwitches.size()> writing_{};
-  unsigned wished_ = 0;   // how often something was switched
+  unsigned wished_ = 0;   // number of switches that were moved
   bool showing_ = false;  // while the switches are set from the file, so that nothing is written
 };
 

@@ -42,7 +42,7 @@ class NodeModel {
   const Glib::RefPtr<Children> top_;
   const Glib::RefPtr<Gtk::TreeListModel> list_;
   std::unordered_map<std::string, Item> items_;
-  guint lastPlace_ = 0;  // where the last row was put; the next one usually belongs beside it
+  guint lastPlace_ = 0;  // the place of the last new row; the next one usually belongs beside it
 };
 
 }  // namespace keldane
