@@ -6,7 +6,8 @@ namespace keldane {
 
 namespace {
 
-// A more special text stands before a more general one that it would fit too.
+// The first entry that fits is used, so a special text stands before a more general one that fits the same
+// sentences.
 constexpr KnownText kDaemonTexts[] = {
     known("%s file", "%s files"),
     // The states of files and folders.
@@ -28,7 +29,7 @@ constexpr KnownText kDaemonTexts[] = {
     known("Socket, never backed up"),
     known("On a disk that is not connected"),
     known("Goes with its folder"),
-    // Why they are in the backup or not.
+    // The reasons why they are in the backup or not.
     knownWithNames("It lies outside of %s, and only what is in there can be backed up."),
     knownWithNames("%s and all below it is kept out of the backup."),
     known("A rule of its own includes it."),
@@ -41,7 +42,7 @@ constexpr KnownText kDaemonTexts[] = {
     knownWithNames("The rule of the folder %s excludes it."),
     knownWithNames("The list of what is ignored leaves out %s, by its line \"%s\"."),
     known("No rule includes it."),
-    // What the daemon does.
+    // The activity of the daemon.
     known("Backup is switched off"),
     known("Paused"),
     known("Reading the repository: %s of %s backups"),
@@ -63,7 +64,7 @@ constexpr KnownText kDaemonTexts[] = {
     known("The repository can be used again."),
     knownWithNames("No room is left for rules and settings: the disk of %s is full."),
     known("Rules and settings cannot be kept in %s: %s."),
-    // How the repository stands.
+    // The state of the repository.
     known("No repository was set up yet. Choose where the backup is to be."),
     known("The repository is gone. Bring it back, or set up a new one."),
     known("The repository is gone: %s. Bring it back, or set up a new one."),
@@ -104,7 +105,7 @@ constexpr KnownText kDaemonTexts[] = {
     known("%s of %s sample files could not be had back as they were stored."),
     known("%s sample files were compared byte by byte with the disk, %s with the hashes of the repository."),
     known("The drill was cancelled."),
-    // Why files are not stored.
+    // The reasons why files are not stored.
     known("It cannot be read."),
     known("It is gone."),
     known("Its path is longer than the system allows."),

@@ -1,4 +1,4 @@
-// What the daemon says to people, in the user's language.
+// The daemon's sentences in the user's language.
 #pragma once
 
 #include <string>
@@ -6,8 +6,9 @@
 
 namespace keldane {
 
-/// A sentence or a state of the daemon's ("Backed up"), which are in English whoever asks: one daemon serves
-/// users of several languages, and programs compare them. What is not known stays as it is. Any thread.
+/// Translates a sentence or a state of the daemon, such as "Backed up". The daemon always answers in English,
+/// because it serves users of several languages and programs compare its texts. An unknown text is returned
+/// unchanged. Any thread may call it.
 std::string daemonText(std::string_view text);
 
 }  // namespace keldane

@@ -1,5 +1,8 @@
-"""folder.py MANAGER... [--files N] [--runs N] [--update-docs]: how long a real file manager takes to open a large folder,
-with the extension and without. The sides run in turn, and what is printed are medians.
+"""How long a real file manager takes to open a large folder, with the extension and without.
+
+    folder.py MANAGER... [--files N] [--runs N] [--idle-runs N] [--update-docs]
+
+The sides run in turn, and what is printed are medians.
 
     none     without the extension
     silent   with the extension, which answers nothing because everything is switched off
@@ -10,9 +13,9 @@ with the extension and without. The sides run in turn, and what is printed are m
 
 A folder is open when its file manager tells how many files there are, and the window's thread was free for half of a
 quarter of a second. Nautilus tells it only of files that are selected, so there the folder is open when the thread was free
-for half of a second, and the number is checked in the end. Then it is scrolled by pages. It is at rest when nothing has happened for a second, which is when all
-emblems are there. In the first runs, the processor's time in the half minute after that is taken, too. --update-docs
-renews the table of each file manager in docs/performance.md."""
+for half of a second, and the number is checked in the end. Then it is scrolled by pages. It is at rest when nothing has
+happened for a second, which is when all emblems are there. In the first runs, the processor's time in the half minute after
+that is taken, too. --update-docs renews the table of each file manager in docs/performance.md."""
 
 import argparse
 import collections
@@ -41,7 +44,7 @@ SIDES = ("none", "silent", "quick", "slow", "stopped", "away")
 TITLES = {"none": "no extension", "silent": "one that answers nothing", "quick": "a quick daemon",
           "slow": "a daemon that takes 1 s an answer", "stopped": "a daemon that is stopped", "away": "no daemon"}
 LISTING = "childrenDictionariesForPath:"
-IDLE, IDLE_RUNS = 30, 3  # seconds, runs
+IDLE = 30  # seconds
 PAGES = 40
 BEAT = 0.01
 FIRST = "00000.txt"
@@ -202,7 +205,7 @@ def measure(name, options):
         bench = Bench(manager, options.files, place)
         for number in range(options.runs):
             for side, figures in results.items():
-                figures.append(bench.run(side, number < IDLE_RUNS))
+                figures.append(bench.run(side, number < options.idle_runs))
             print(f"{name}: run {number + 1} of {options.runs}", file=sys.stderr)
     finally:
         shutil.rmtree(place, ignore_errors=True)
@@ -244,6 +247,7 @@ def main():
     parser.add_argument("managers", nargs="+", choices=sorted(filemanagers.ALL))
     parser.add_argument("--files", type=int, default=10000)
     parser.add_argument("--runs", type=int, default=11)
+    parser.add_argument("--idle-runs", type=int, default=3)
     parser.add_argument("--sides", default=",".join(SIDES))
     parser.add_argument("--update-docs", action="store_true")
     options = parser.parse_args()

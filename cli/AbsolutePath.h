@@ -1,4 +1,4 @@
-// Paths as a person gives them.
+// Absolute paths from the paths that users give.
 #pragma once
 
 #include <filesystem>
@@ -7,9 +7,9 @@
 
 namespace keldane {
 
-/// Taken from the working directory if it is relative, and not resolved through symbolic links. Throws
-/// std::runtime_error with a sentence for people for an empty path, and for a relative one when the working
-/// directory is gone.
+/// Makes a path absolute. A relative path starts at the working directory. Symbolic links are not resolved.
+/// Throws std::runtime_error with a sentence for the user for an empty path, and for a relative one when the
+/// working directory no longer exists.
 inline std::string absolutePath(const std::string& path) {
   if (path.empty()) {
     throw std::runtime_error("A path cannot be empty.");

@@ -10,7 +10,7 @@ namespace keldane {
 Deadline::Deadline(double seconds, std::string sentence, int status)
     : sentence_(std::move(sentence)), status_(status) {
   if (seconds > 0) {
-    // What a clock cannot count up to would be over at once.
+    // A longer limit could overflow the clock and would then end at once.
     const double limit = std::min(seconds, static_cast<double>(kLongestDeadline));
     watcher_ = std::thread([this, limit] { watch(std::chrono::duration<double>(limit)); });
   }

@@ -1,4 +1,4 @@
-// A limit to the patience of a command-line program.
+// The time limit of a command-line program.
 #pragma once
 
 #include <chrono>
@@ -10,21 +10,22 @@
 
 namespace keldane {
 
-/// The longest patience that counts, in seconds: a year.
+/// The longest limit, in seconds: a year.
 inline constexpr std::int64_t kLongestDeadline = 31'536'000;
 
-/// Ends the process when the time is over: a call to the daemon waits without a limit, and only the program
-/// knows how long its user would. Its own thread watches; gone before the time is over, it does nothing.
+/// Ends the process when the time is over. It is needed because a call to the daemon waits without a limit,
+/// and only the program knows how long its user will wait. A thread of its own watches the time. A Deadline
+/// that is destroyed before the time is over does nothing.
 class Deadline {
  public:
-  /// 0 seconds: no limit; more than a year counts as a year. `sentence` goes to standard error and `status`
-  /// is the exit status.
+  /// 0 seconds means no limit; more than a year counts as a year. When the time is over, `sentence` is
+  /// written to standard error and `status` is the exit status.
   Deadline(double seconds, std::string sentence, int status);
   ~Deadline();
   Deadline(const Deadline&) = delete;
   Deadline& operator=(const Deadline&) = delete;
 
-  /// Starts anew: for a program that asks more than once.
+  /// Starts the time anew, for a program that asks more than once.
   void renew();
 
  private:

@@ -25,7 +25,7 @@ Json jsonNumber(const PropertyList& number) {
   return nullptr;
 }
 
-// Null for a date that no calendar holds.
+// Null for a date that is outside of the calendar.
 Json jsonDate(Date date) {
   const double seconds = std::floor(date.unixTime());
   if (!(std::abs(seconds) < 1e15)) {

@@ -1,4 +1,4 @@
-// JSON as the command-line programs print it.
+// The JSON that the command-line programs print.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -8,11 +8,12 @@
 
 namespace keldane {
 
-/// Dates become ISO 8601 text in UTC, data hexadecimal text, absent null. What lies deeper than a few levels,
-/// which no answer of a daemon does in earnest, becomes its description.
+/// Converts a value. Dates become ISO 8601 text in UTC, data becomes hexadecimal text, and an absent value
+/// becomes null. A container below the 16th level becomes its text description; a real answer of a daemon is
+/// never so deep.
 nlohmann::ordered_json jsonValue(const PropertyList& value);
 
-/// One line; text that is not UTF-8 is mended.
+/// The JSON in one line. Bytes that are not UTF-8 are replaced.
 std::string jsonLine(const nlohmann::ordered_json& value);
 
 }  // namespace keldane

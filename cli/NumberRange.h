@@ -1,4 +1,4 @@
-// Numbers on a command line, within bounds that are told in plain digits.
+// Checks numbers on a command line. Its message gives the bounds in plain digits.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -10,7 +10,7 @@
 
 namespace keldane {
 
-/// Takes a number from `least` to `most`, both included.
+/// Accepts a number from `least` to `most`, both included.
 inline CLI::Validator numberFrom(std::int64_t least, std::int64_t most) {
   return CLI::Validator(
       [=](const std::string& text) {

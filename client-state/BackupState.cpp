@@ -46,9 +46,9 @@ void BackupState::onEnd() {
     connection_.reset();
   };
   try {
-    // This object is still registered, so that its own observers are told of the end.
+    // This object is still registered here, so that its own observers are told of the end.
     sendTo(connection_, &ConnectionController::stop);
-  } catch (...) {  // thrown by an observer; the notification centre must not keep an object that is gone
+  } catch (...) {  // an observer threw; the notification centre must not keep a deleted object
     unregister();
     throw;
   }
@@ -100,8 +100,8 @@ void BackupState::updateDaemonState() {
   NotificationCenter::defaultCenter().post(KeldaneBackupStateChangedNotification, this, daemonState_);
 }
 
-// A method whose name has no colon is called without the argument. The result is nothing when the link failed
-// before the daemon answered, and an absent value when the daemon answered with one.
+// A method whose name has no colon is called without the argument. The result is an empty optional when the
+// link failed before the daemon answered. The daemon's answer may be an absent value.
 std::optional<PropertyList> BackupState::performSelector(std::string_view method,
                                                          const PropertyList& argument) const {
   Arguments arguments;

@@ -1,4 +1,4 @@
-// The clients' single facade onto the backup daemon.
+// The clients' single facade to the backup daemon.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +14,7 @@
 #include "platform/runloop/RunLoop.h"
 
 extern "C" {
-/// Sent by a BackupState each time its connection comes or goes, the last time during `onEnd`.
+/// Sent by a BackupState each time its connection is made or lost, the last time during `onEnd`.
 extern const char KeldaneBackupStateConnectionChangedNotification[];
 /// Sent by a BackupState after each poll that brought something new, with the state dictionary as user
 /// information.
@@ -30,9 +30,9 @@ extern const char LAST_SKIN_ID_STRING[];
 namespace keldane {
 
 /// Every question and command to the daemon passes through this class. It owns the connection between
-/// `onBegin` and `onEnd`, polls the daemon's state when asked to, answers from the last state, forwards
-/// calls, and remembers account values for when the daemon is away. Without a connection a forwarded call
-/// does nothing and yields zero, false or absent.
+/// `onBegin` and `onEnd` and polls the daemon's state when asked to. It answers questions from the last
+/// state, forwards calls, and remembers account values for times when the daemon is away. Without a
+/// connection a forwarded call does nothing and yields zero, false or absent.
 ///
 /// One client owns it and calls `onEnd` before it deletes it. Main thread only; takes no locks.
 class BackupState {
@@ -50,10 +50,10 @@ class BackupState {
   /// `onBegin` then tries to connect once. Retries happen only after a connection was lost.
   void disableConnectTimer() { disableConnectTimer_ = true; }
 
-  /// Connects: a daemon that can be reached is connected, and observers have been told, before this returns.
-  /// When an observer ends the link while it is being told, no poll is started.
+  /// Connects. If the daemon can be reached, the connection is made and observers have been told before this
+  /// returns. When an observer ends the link while it is being told, no poll is started.
   void onBegin();
-  /// Disconnects; the last state stays readable.
+  /// Disconnects. The last state stays readable.
   void onEnd();
   bool connected() const;
   bool daemonReady() const { return connected(); }
@@ -129,7 +129,7 @@ class BackupState {
   void setStateHandler() const;
   void endStateHandler() const;
 
-  // The daemon's method table lacks the selectors that these send, on purpose: while connected each of them
+  // The daemon's method table lacks the selectors of these calls, on purpose. While connected, each of them
   // throws InvalidArgument, and nothing reaches the daemon.
   std::uint32_t intValueForProfileKey(const PropertyList& key) const;
   /// Writes a line to the system log first, whether or not the diagnostic log is on.

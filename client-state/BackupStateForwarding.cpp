@@ -1,4 +1,4 @@
-// The operations that BackupState passes on to the daemon as they are.
+// The operations that BackupState forwards unchanged to the daemon.
 #include "client-state/BackupState.h"
 #include "platform/objects/Absent.h"
 #include "platform/syslog/SystemLog.h"

@@ -76,8 +76,8 @@ void ConnectionController::connectTimer() {
 }
 
 void ConnectionController::closeSocket() {
-  const std::shared_ptr<ConnectionController> self =
-      shared_from_this();  // the socket may hold the last reference
+  // The socket may hold the last reference to this object.
+  const std::shared_ptr<ConnectionController> self = shared_from_this();
   connected_ = false;
   stopConnectTimer();
   sendTo(proxy_, &KeldaneProxy::close);

@@ -16,9 +16,9 @@ extern const char KeldaneConnectionReadyChangedNotification[];
 namespace keldane {
 
 /// Opens the link to the daemon at once, retries every second while the daemon cannot be reached, takes the
-/// link down when it fails, and announces each change. Owned by BackupState; the socket retains it too until
-/// the link is closed, so its owner calls `stop` before it lets go. One thread, the one that calls `start`,
-/// normally the main thread; takes no locks.
+/// link down when it fails, and announces each change. BackupState owns it. The socket retains it too until
+/// the link is closed, so the owner calls `stop` before it releases the controller. All calls come on the
+/// thread that calls `start`, normally the main thread; it takes no locks.
 class ConnectionController final : public KeldSocketDelegate,
                                    public std::enable_shared_from_this<ConnectionController> {
  public:
@@ -29,11 +29,10 @@ class ConnectionController final : public KeldSocketDelegate,
   ConnectionController(const ConnectionController&) = delete;
   ConnectionController& operator=(const ConnectionController&) = delete;
 
-  /// The bundle whose "DaemonPath" names the daemon's socket; the process's main bundle unless set. To be
-  /// called before `start`.
+  /// Sets the bundle whose "DaemonPath" names the daemon's socket. The default is the process's main bundle.
+  /// To be called before `start`.
   void setBundle(std::shared_ptr<Bundle> bundle) { bundle_ = std::move(bundle); }
-  /// `start` then makes one attempt and starts no timer. A link that was up and is lost is retried every
-  /// second all the same.
+  /// Makes `start` try once without a timer. A link that was up and is lost is still retried every second.
   void disableConnectTimer() { disableConnectTimer_ = true; }
   /// The first attempt is made before this returns.
   void start();

@@ -10,8 +10,8 @@ namespace keldane {
 
 /// A wrapper around the platform's per-user preferences, in the domain "com.keldane.preferences". Class
 /// operations only. A boolean is stored as the string "YES" or "NO", an integer as a number, a string as it
-/// is. Every write reaches storage before it returns; a write that fails is not reported. Main thread:
-/// `lastReadOK` is one flag for the process, valid until the next read.
+/// is. Every write reaches storage before it returns; a write that fails is not reported. Main thread only,
+/// because `lastReadOK` is one flag for the process, valid until the next read.
 ///
 /// Getters take the key first; setters take the value first and the key second.
 class DefaultsDB {
@@ -31,7 +31,7 @@ class DefaultsDB {
   static bool boolProperty(const std::string& key, bool synchronize, bool withDefaultValue);
   static void setBoolProperty(bool value, const std::string& forItem);
 
-  /// A stored string is read as a decimal number; without a value 0.
+  /// A stored string is read as a decimal number. Without a value the result is 0.
   static std::int32_t intProperty(const std::string& key, bool synchronize = false);
   static std::int32_t intProperty(const std::string& key, bool synchronize, std::int32_t withDefaultValue);
   static void setIntProperty(std::int32_t value, const std::string& forItem);

@@ -21,7 +21,8 @@ FileManagerOptions FileManagerOptions::read() {
 
 std::string FileManagerOptions::file() { return Preferences::fileForDomain(kDomain).string(); }
 
-// What cannot be written is not kept for later either: nobody would know of it.
+// A value that cannot be written is not kept in memory either, because it would be written later without
+// anybody knowing.
 bool FileManagerSwitch::set(bool on) const {
   const PropertyList before = Preferences::copyValue(key, kDomain);
   Preferences::setValue(key, on ? kOn : kOff, kDomain);

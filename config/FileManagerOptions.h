@@ -1,4 +1,4 @@
-// What a person wants to see of the backup in the file managers.
+// The user's options for what the file managers show of the backup.
 #pragma once
 
 #include <array>
@@ -7,31 +7,31 @@
 namespace keldane {
 
 /// The user's preferences "ShowEmblems", "ShowColumns" and "ShowRestoreEntries" in the domain
-/// "com.keldane.preferences", where the text "NO" switches off. Those who show files look at them again when
-/// the file has changed.
+/// "com.keldane.preferences", The text "NO" switches an option off. The file managers' extensions read the
+/// options again when the file has changed.
 struct FileManagerOptions {
   bool emblems = true;
   bool columns = true;
   bool restoreEntries = true;
   bool operator==(const FileManagerOptions&) const = default;
 
-  /// Whether anything is to be known of the files that are shown.
+  /// Whether the status of the files that are shown is needed.
   bool needStatus() const { return emblems || columns; }
 
-  /// As they are in the user's file now. Any thread; reads a small file.
+  /// Reads the options from the user's file, which is small. Any thread may call it.
   static FileManagerOptions read();
-  /// The file that they stand in.
+  /// The path of the user's file.
   static std::string file();
 };
 
-/// One of them, as programs let a person set it.
+/// One of the options, for programs that let the user set it.
 struct FileManagerSwitch {
-  const char* name;  ///< on a command line
-  const char* key;   ///< in the preferences
+  const char* name;  ///< name on a command line
+  const char* key;   ///< key in the preferences
   bool FileManagerOptions::*option;
 
-  /// Writes the user's file before it returns. False, with a line in the log, when that cannot be done; the
-  /// option is then as it was. Any thread.
+  /// Sets the option and writes the user's file before it returns. When the file cannot be written, it logs a
+  /// line, restores the former value and returns false. Any thread may call it.
   bool set(bool on) const;
 };
 

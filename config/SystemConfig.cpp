@@ -28,7 +28,7 @@ enum class Kind { location, paths, number, yesOrNo };
 struct Name {
   std::string_view text;
   Kind kind;
-  std::uint64_t least = 0, most = 0;  ///< of a number
+  std::uint64_t least = 0, most = 0;  ///< the range of a number
 };
 
 constexpr Name kNames[] = {
@@ -43,7 +43,7 @@ constexpr Name kNames[] = {
     {"batch-delay-seconds", Kind::number, 0, 60},
 };
 
-/// Why a line is not understood.
+/// Thrown for a line that is not understood. Its text gives the reason.
 class BadLine : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

@@ -1,4 +1,4 @@
-// What the computer's administrator wants of the backup: /etc/keldane/keldane.conf.
+// The administrator's configuration of the backup, /etc/keldane/keldane.conf.
 #pragma once
 
 #include <map>
@@ -9,38 +9,39 @@
 
 namespace keldane {
 
-/// A line that is not understood, and why.
+/// A line that is not understood, and the reason.
 struct ConfigProblem {
-  unsigned line = 0;  ///< from 1; 0: the file as a whole
+  unsigned line = 0;  ///< counted from 1; 0 for the whole file
   std::string sentence;
 };
 
 struct ConfigValue {
-  std::string text;    ///< as `SystemConfig` says for its name
+  std::string text;    ///< in the form that `SystemConfig` describes
   bool fixed = false;  ///< the user may not change it
 };
 
-/// Defaults and fixed values by name. Numbers are decimal text without leading zeros, "yes" and "no" are "1"
-/// and "0", and in paths and locations ${HOST}, ${USER} and ${HOME} have been replaced by those of this
-/// process's effective user. Lines with problems are left out. Immutable; any thread.
+/// Holds the defaults and the fixed values by name. Numbers are decimal text without leading zeros. "yes" and
+/// "no" are stored as "1" and "0". In paths and locations, ${HOST}, ${USER} and ${HOME} are replaced by the
+/// values for this process's effective user. Lines with problems are left out. The object is immutable, and
+/// any thread may use it.
 class SystemConfig {
  public:
   static constexpr char kUsualFile[] = "/etc/keldane/keldane.conf";
 
-  /// No values.
+  /// A configuration without values.
   SystemConfig() = default;
-  /// A file that is not there has no values; one that cannot be read is a problem.
+  /// Reads the file. A missing file gives no values. A file that cannot be read is reported as a problem.
   static SystemConfig read(const std::string& file = kUsualFile);
   static SystemConfig parse(std::string_view text);
 
-  /// The fixed value, else the default. Not for lists.
+  /// The fixed value, or else the default. Absent for lists.
   std::optional<ConfigValue> value(std::string_view name) const;
   bool isFixed(std::string_view name) const;
-  /// "include" or "exclude": absolute paths.
+  /// The absolute paths of "include" or "exclude".
   std::vector<std::string> list(std::string_view name, bool fixed) const;
   const std::vector<ConfigProblem>& problems() const { return problems_; }
 
-  /// The names that a file may hold, lists included, in the order in which they are explained.
+  /// The names that a file may hold, lists included, in the order of the documentation.
   static std::vector<std::string> names();
   static bool isList(std::string_view name);
 

@@ -18,7 +18,7 @@ void KeldaneLogStart();
 
 inline bool KeldaneLogEnabled() { return gLoggingEnabled.load(std::memory_order_relaxed); }
 
-/// Writes the formatted message to the system log if the log is on. Any thread.
+/// Writes the formatted message to the system log if the log is on. Any thread may call it.
 template <class... Arguments>
 void KeldaneLog(const std::string& format, const Arguments&... arguments) {
   if (KeldaneLogEnabled()) {

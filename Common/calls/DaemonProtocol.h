@@ -1,4 +1,4 @@
-// The daemon's remote interface: one table, from which both ends' typed calls are made.
+// The daemon's remote interface. The typed calls of both ends are made from one table.
 #pragma once
 
 #include <array>
@@ -9,17 +9,17 @@
 
 namespace keldane {
 
-/// The rules for a file type that `setFileTypeToggle:toggle:` sets and `getFileTypeToggle:` answers. Any
-/// other number is no rule.
+/// The rules for a file type that `setFileTypeToggle:toggle:` sets and `getFileTypeToggle:` returns. No other
+/// number is a rule.
 inline constexpr std::uint32_t kTypeNone = 0;
 inline constexpr std::uint32_t kTypeBackup = 6;
 inline constexpr std::uint32_t kTypeExclude = 7;
 
 }  // namespace keldane
 
-// METHOD(selector, operation, return code, argument codes…). Selectors, order of arguments and codes are the
-// wire protocol. The selectors setBackupControl:turnOff:, intValueForProfileKey: and
-// setValueForProfileKey:withUnsigned: are missing on purpose: the facade calls them, but no row describes
+// METHOD(selector, operation, return code, argument codes…). The selectors, the order of the arguments and
+// the codes are part of the wire protocol. The selectors setBackupControl:turnOff:, intValueForProfileKey:
+// and setValueForProfileKey:withUnsigned: are missing on purpose: the facade calls them, but no row describes
 // them, so the calls never reach the daemon.
 // clang-format off
 #define KELDANE_DAEMON_METHODS(METHOD) \
@@ -112,7 +112,7 @@ class DaemonCalls {
 };
 
 /// The daemon's end: performs an incoming call on the member function of `Service` that the table names. A
-/// service that lacks one of the operations does not compile. Answers false for a selector that is not in the
+/// service that lacks one of the operations does not compile. Returns false for a selector that is not in the
 /// table.
 template <class Service>
 bool performDaemonCall(Service& service, Invocation& invocation) {

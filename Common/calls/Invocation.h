@@ -15,7 +15,7 @@
 
 namespace keldane {
 
-/// Selector, return code and the codes of the arguments (receiver and selector not counted).
+/// The selector, the return code and the codes of the arguments (without receiver and selector).
 struct MethodSignature {
   std::string_view selector;
   char returnCode = 'v';
@@ -54,11 +54,11 @@ class RawValue {
     return encodeType(type, buffer());
   }
 
-  /// 'v' when there is no value: the result of a call that returns none, or that was never answered.
+  /// 'v' when there is no value, because the call returns none or was never answered.
   char code() const { return code_; }
 
   /// The value as the type of `Code`. A request carries the sender's type codes, not the method's, so a value
-  /// of another type is converted. No value reads as zero or absent.
+  /// of another type is converted. A missing value reads as zero or absent.
   template <char Code>
   RawType<Code> as() const {
     if constexpr (Code == '@') {
@@ -94,8 +94,8 @@ struct Invocation {
   RawValue result;
 };
 
-/// Performs incoming calls. The proxy asks for signatures on its receive thread, and invokes on the thread
-/// that it was told to use.
+/// An object that performs incoming calls. The proxy asks for signatures on its receive thread, and invokes
+/// on the thread that `setCallDelegateOnMainThread` chose.
 class InvocationTarget {
  public:
   virtual ~InvocationTarget() = default;

@@ -20,7 +20,7 @@ constexpr std::uint32_t kPerformQueuedCalls = 1;
 constexpr int kNoDelegateLine = 187;
 constexpr int kValueOnMainThreadLine = 185;
 
-// Where a request's argument pairs begin: width, type, selector and count come first.
+// The index at which a request's argument pairs begin. Width, type, selector and count come first.
 constexpr std::uint32_t kFirstArgument = 4;
 
 std::optional<Bytes> serialized(const PropertyList& value, std::string* error) {
@@ -165,7 +165,7 @@ bool KeldaneProxy::callWithoutWaiting(std::string_view selector, Arguments argum
   const std::shared_ptr<KeldaneProxy> self = shared_from_this();  // see forwardInvocation
   const Invocation invocation = invocationFor(selector, std::move(arguments));
   const std::shared_ptr<KeldaneSocket> link = socket();
-  // Every sender holds this lock, so the room that is there now is still there below.
+  // Every sender holds this lock, so the peer's free buffer space cannot shrink until the message is sent.
   if (!link || !forwardingLock_.try_lock()) {
     return false;
   }
@@ -198,8 +198,8 @@ void KeldaneProxy::forwardInvocation(Invocation& invocation) {
   const char returnType[] = {invocation.signature.returnCode, '\0'};
   const bool returnsValue = widthOfType(returnType) != 0;
   if (returnsValue) {
-    waitingOnResult_ =
-        true;  // before the request is sent: the failure signal may come before this thread goes on
+    // Set before the request is sent, because the failure signal may come before this thread continues.
+    waitingOnResult_ = true;
   }
   // The request is encoded after the first pieces of the message were sent. They wake the peer's receive
   // thread, which takes longer than the encoding. When there is no memory for the payload, the message is
@@ -227,7 +227,7 @@ void KeldaneProxy::forwardInvocation(Invocation& invocation) {
   request = {};  // freed while the peer works on it
   const std::shared_ptr<KeldaneSocket> link = socket();
   if (!link || !link->isReceiving()) {
-    // There never was a link, or the write failed and this thread took the link down. Neither an answer nor a
+    // There was no link, or the write failed and this thread took the link down. Neither an answer nor a
     // failure signal will come.
     waitingOnResult_ = false;
     return;
@@ -241,7 +241,7 @@ void KeldaneProxy::forwardInvocation(Invocation& invocation) {
   invocation.result = result ? RawValue::decoded(*result, returnType) : RawValue();
 }
 
-// `payloadOf` is called when the marker and the type have been sent. It answers nothing for a message without
+// `payloadOf` is called when the marker and the type have been sent. It returns nothing for a message without
 // a payload.
 template <class Payload>
 void KeldaneProxy::sendFrame(std::int32_t type, const Payload& payloadOf) {
@@ -267,7 +267,7 @@ bool KeldaneProxy::processData(const Bytes* payload, std::int32_t type) {
         processFailure();
     }
   } catch (const std::bad_alloc&) {
-    throw;  // this fails the link: somebody may wait for the message that is lost
+    throw;  // this fails the link, because somebody may wait for the lost message
   } catch (const Exception& exception) {
     KeldaneCLog("ERROR: KeldaneProxy processData caught exception: %@.", exception.what());
   } catch (...) {
@@ -279,7 +279,7 @@ bool KeldaneProxy::processData(const Bytes* payload, std::int32_t type) {
 void KeldaneProxy::processResponse(const Bytes* payload) {
   const Protocol* protocol = protocol_;
   if (protocol != nullptr && !protocol->hasAnswers()) {
-    return;  // no call will take it, and everything that the peer sends next would have to wait
+    return;  // no call would fetch the result, and later messages of the peer would have to wait
   }
   resultCond_.wake();  // waking the caller takes longer than reading a short answer
   PropertyList result;
@@ -287,7 +287,7 @@ void KeldaneProxy::processResponse(const Bytes* payload) {
     const ScopedLock guard(answerKeysMutex_);
     result = unserialized(*payload, "Failed to unserialize response: %@", &answerKeys_);
   }
-  // A new result never takes the place of one that its caller has not fetched yet.
+  // A new result never replaces one that its caller has not fetched yet.
   if (resultCond_.lockWhenCondition(0, [this] { return closing_.load(); })) {
     resultObject_ = std::move(result);
     resultCond_.unlockWithCondition(1);
@@ -299,8 +299,9 @@ void KeldaneProxy::processFailure() {
     return;
   }
   // The first call that waits sets the flag, and only `close` clears it. So a failure signal that comes while
-  // nobody waits readies a result too. The next call takes it at once, and from then on each call gets the
-  // answer of the call before it. This is kept on purpose: a link that failed is closed.
+  // nobody waits makes a result ready too. The next call fetches that result at once, and from then on each
+  // call gets the answer to the call before it. This is kept on purpose and does no harm, because a link that
+  // failed is closed.
   const bool waiting = waitingOnResult_;
   if (waiting) {
     KeldaneCLog("KeldProxy detected error while waiting on result");
@@ -325,7 +326,7 @@ void KeldaneProxy::processInvocationArgs(const PropertyList& request) {
   const PropertyList selector = request[2];
   const MethodSignature* method = target->methodSignatureForSelector(selector.string());
   if (method == nullptr) {
-    return;  // a peer that waits for a value goes on waiting
+    return;  // a peer that waits for a value continues to wait
   }
 
   Invocation invocation{*method, {}, {}};
@@ -337,7 +338,7 @@ void KeldaneProxy::processInvocationArgs(const PropertyList& request) {
       throw RangeError("index " + std::to_string(i + 1) + " beyond bounds [0 .. " +
                        std::to_string(request.count() - 1) + "]");
     }
-    const PropertyList type = request[i];  // the sender's, not the method's
+    const PropertyList type = request[i];  // the type that the sender gave, not the method's
     invocation.arguments.push_back(RawValue::decoded(request[i + 1], type.string().data()));
   }
 
@@ -375,7 +376,7 @@ void KeldaneProxy::performDirectly(InvocationTarget& target, Invocation& invocat
   PropertyList value = encodedResult(invocation.result, returnType);
   invocation.result = {};
   // The answer is encoded after the first pieces of the message were sent. They wake the peer's receive
-  // thread, which takes longer than to encode a short answer. The value, which may be large, is released
+  // thread, which takes longer than encoding a short answer. The value, which may be large, is released
   // before the payload is sent.
   sendFrame(kResponseFrame, [&]() -> std::optional<Bytes> {
     if (!value) {

@@ -1,4 +1,4 @@
-// The remote-call proxy: calls the methods of a peer, and performs the calls that the peer makes.
+// The remote-call proxy. It calls the methods of a peer and performs the calls that the peer makes.
 #pragma once
 
 #include <atomic>
@@ -38,7 +38,8 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
   KeldaneProxy& operator=(const KeldaneProxy&) = delete;
 
   /// Closes the socket it had, keeps the new one and becomes its data delegate. A proxy is made for one
-  /// connection: after a first socket was closed, an answer that nobody waits for is no longer kept.
+  /// connection. Once a first socket was closed, an answer that comes while the former one is not fetched yet
+  /// is dropped.
   void setSocket(const std::shared_ptr<KeldaneSocket>& socket);
   /// The table of the peer's methods. It is not owned; the tables are constants.
   void setProtocol(const Protocol* protocol);
@@ -52,7 +53,7 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
   /// codes of the table.
   RawValue call(std::string_view selector, Arguments arguments);
   /// Sends a call of a method that returns nothing, but only if the peer can take it at once and no other
-  /// call is being sent. Otherwise it answers false and sends nothing.
+  /// call is being sent. Otherwise it returns false and sends nothing.
   bool callWithoutWaiting(std::string_view selector, Arguments arguments);
 
   /// Whether the link has ended. If it has, a call that yielded no value was not answered; otherwise the
@@ -62,8 +63,8 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
   bool processData(const Bytes* payload, std::int32_t type) override;
   void socketClosing() override;
 
-  /// Lets go of the socket without closing it, and lets a receive thread leave that waits to hand over a
-  /// result. A caller that is waiting goes on waiting: only an answer or the failure signal ends that.
+  /// Releases the socket without closing it. A receive thread that waits to hand over a result can then
+  /// leave. A waiting caller continues to wait until an answer or the failure signal comes.
   void close();
 
  private:
@@ -85,23 +86,23 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
   void performDirectly(InvocationTarget& target, Invocation& invocation);
   void handlePortMessage(std::uint32_t messageId);
 
-  // Held only while a member is copied.
+  // This mutex is held only while a member is copied.
   mutable Mutex membersMutex_{{.name = "KeldaneProxy.membersMutex", .leaf = true}};
   std::shared_ptr<KeldaneSocket> socket_ KELDANE_GUARDED_BY(membersMutex_);
   std::atomic<const Protocol*> protocol_ = nullptr;
   Mutex socketLock_{{.name = "KeldaneProxy.socketLock"}};  // keeps the four pieces of a message together
-  // 1: a result or a failure is ready for the caller
+  // The condition is 1 when a result or a failure is ready for the caller.
   ConditionLock resultCond_{0, {.name = "KeldaneProxy.resultCond", .leaf = true}};
   std::atomic<bool> waitingOnResult_ = false;
-  // It holds nothing after a failure. An answer may be an absent value.
+  // Empty after a failure. An answer may be an absent value.
   std::optional<PropertyList> resultObject_ KELDANE_GUARDED_BY(resultCond_);
-  // The key set of the latest response, reused by the next, which mostly has the same keys. Guarded because
-  // the receive threads of an old and a new socket may overlap.
+  // The key set of the latest response. It is reused for the next one, which usually has the same keys. It is
+  // guarded because the receive threads of an old and a new socket may overlap.
   Mutex answerKeysMutex_{{.name = "KeldaneProxy.answerKeysMutex", .leaf = true}};
   PropertyList::Keys answerKeys_ KELDANE_GUARDED_BY(answerKeysMutex_);
   std::weak_ptr<InvocationTarget> delegate_ KELDANE_GUARDED_BY(membersMutex_);
   std::atomic<bool> callDelegateOnMainThread_ = false;
-  // One outgoing call at a time, and none while a request is performed directly.
+  // This lock allows one outgoing call at a time, and none while a request is performed directly.
   Mutex forwardingLock_{{.name = "KeldaneProxy.forwardingLock", .heldWhileWaiting = true}};
   // One request per method, kept without its arguments.
   std::vector<std::pair<MethodSignature, PropertyList::Array>> emptyRequests_

@@ -5,7 +5,7 @@
 
 #include "Common/calls/DaemonProtocol.h"
 
-// METHOD(selector, operation). Each takes one dictionary and answers one.
+// METHOD(selector, operation). Each method takes one dictionary and returns one.
 // clang-format off
 #define KELDANE_OWNER_METHODS(METHOD) \
   METHOD("repository:",      repository)      \
@@ -34,8 +34,8 @@
 
 namespace keldane {
 
-/// There is one method for each question. An answer holds "error", a sentence, when the daemon did not do
-/// what was asked. daemon/owner/OwnerRequests.h and docs/protocol/methods.md list the other keys.
+/// The protocol of the second interface. An answer has the key "error", with a sentence, when the daemon did
+/// not carry out the request. daemon/owner/OwnerRequests.h and docs/protocol/methods.md list the other keys.
 extern const Protocol KeldaneOwnerProtocol;
 
 /// The path of the second socket, which lies beside the first.
@@ -55,7 +55,7 @@ class OwnerCalls {
 };
 
 /// The daemon's end: performs an incoming call on the member function of `Service` that the table names.
-/// Answers false for a selector that is not in the table.
+/// Returns false for a selector that is not in the table.
 template <class Service>
 bool performOwnerCall(Service& service, Invocation& invocation) {
 #define KELDANE_PERFORM(selector_, operation)                                                               \

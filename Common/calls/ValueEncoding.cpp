@@ -81,7 +81,7 @@ PropertyList encodeType(const char* type, const void* buffer, std::uint32_t* res
     case 'd':
       return encodeRaw<double>(buffer, resultSize);
     case 'B':
-      // Only the lowest bit counts, so a byte of 2 is false; kept on purpose.
+      // Only the lowest bit counts, so a byte of 2 is false. This is kept on purpose.
       return PropertyList::boolean((encodeRaw<unsigned char>(buffer, resultSize).intValue() & 1) != 0);
     case '@':
       if (resultSize != nullptr) {

@@ -1,4 +1,4 @@
-// Converts typed values to property-list objects and back. Every argument and result on the link goes through
+// Converts typed values to property-list objects and back. Every argument and result on the link is converted
 // here.
 #pragma once
 
@@ -79,18 +79,18 @@ struct RawTypeOf<'v'> {
 template <char Code>
 using RawType = typename RawTypeOf<Code>::Type;
 
-/// Width in bytes of a value with this type text, of which only the first character counts; 0 for 'v'. An
-/// unknown code is an assertion failure.
+/// The width in bytes of a value with this type text; 0 for 'v'. Only the first character of the text counts.
+/// An unknown code throws AssertionFailure.
 std::uint32_t widthOfType(const char* type);
 
-/// The object for the raw value of type `type` at the start of `buffer`; for '@' the buffer holds a
-/// PropertyList, for '*' a const char*. `resultSize`, if given, receives the width. Absent for '@' of absent
-/// and '*' of null. An unknown first character throws AssertionFailure.
+/// The object for the raw value of type `type` at the start of `buffer`. For '@' the buffer holds a
+/// PropertyList, for '*' a const char*. `resultSize`, if given, receives the width. The result is absent for
+/// an absent '@' and for a null '*'. An unknown first character throws AssertionFailure.
 PropertyList encodeType(const char* type, const void* buffer, std::uint32_t* resultSize = nullptr);
 
-/// Writes the raw value of type `type` for `object` to the start of `buffer`. An absent object, or one
-/// without such a conversion, writes 0, absent or null. The text behind a '*' lives as long as `object`.
-/// Throws as above.
+/// Writes the raw value of type `type` for `object` to the start of `buffer`. For an absent object, or one
+/// without such a conversion, it writes 0, absent or null. The text behind a '*' lives as long as `object`.
+/// An unknown first character throws AssertionFailure.
 void decodeObject(const PropertyList& object, const char* type, void* buffer);
 
 }  // namespace keldane

@@ -29,7 +29,7 @@ std::uint64_t KeldaneFileNode::sizeValue() {
 
 std::optional<std::string> KeldaneFileNode::path() {
   // The path is built from the nearest ancestor with a stored path downwards. Each node on the way keeps its
-  // own.
+  // own path.
   std::vector<Link> way;
   for (Link node = shared_from_this(); node && node->path_.string().empty(); node = node->parentLink()) {
     way.push_back(node);

@@ -55,16 +55,16 @@ enum class BackupColor : std::int32_t { undefined, none, green, yellow, gray, bl
 /// zero or absent.
 ///
 /// A `Pointer` keeps its node and all nodes above it alive, and a child list keeps the nodes below. So a tree
-/// lives as long as there is a Pointer to any of its nodes, and goes as a whole with the last one. Nothing
-/// has to be called, and no cycle can remain. Iterating over a child list gives references. They are valid
-/// while the tree is held and the list is not changed; `pointer` makes a Pointer of one. A node may stand in
-/// the child list of a node that is not its parent, because that is a copy or because the node was moved.
-/// When only such a list holds it, it does not hold its parent, and has none once the parent is gone.
+/// lives as long as there is a Pointer to any of its nodes, and is freed as a whole with the last one.
+/// Nothing has to be called, and no cycle can remain. Iterating over a child list gives references. They are
+/// valid while the tree is held and the list is not changed; `pointer` makes a Pointer of one. A node may
+/// stand in the child list of a node that is not its parent, because that is a copy or because the node was
+/// moved. When only such a list holds it, it does not hold its parent, and has none once the parent is gone.
 /// Whatever would make a node its own ancestor or descendant is refused.
 ///
 /// Fields that may be absent are property-list values and are taken from the daemon's dictionary unchanged. A
-/// value of an unexpected kind prints as what it is and reads as empty text. No operation uses the stack in
-/// proportion to the depth of the tree. A tree is not locked: one thread at a time uses it.
+/// value of an unexpected kind is printed by its own kind and reads as empty text. No operation uses the
+/// stack in proportion to the depth of the tree. A tree is not locked: one thread at a time uses it.
 class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
  protected:
   /// Only `create` and the functions like it can make a Key, and so a node.
@@ -78,11 +78,11 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
 
   static Pointer create() { return make<KeldaneFileNode>()->pointer(); }
   static Pointer create(PropertyList fileName, bool directory);
-  /// A node made from the local file system; a final symbolic link is not followed. It is never absent, and
-  /// has no flags, colour, dates or state.
+  /// A node made from the local file system; a final symbolic link is not followed. The result is never null.
+  /// It has no flags, colour, dates or state.
   static Pointer fileNodeForPath(const std::string& path);
-  /// A node made from the daemon's answer about the path; absent when there is none. Its path is the one
-  /// given, whatever path the answer holds.
+  /// A node made from the daemon's answer about the path; null when there is no answer. Its path is the given
+  /// one, whatever path the answer holds.
   static Pointer fileNodeForPath(const std::string& path, KeldaneProxy* fromProxy);
   /// The same. `withDirSizes` says whether the daemon adds up the sizes of folders.
   static Pointer fileNodeForPath(const std::string& path, bool withDirSizes, KeldaneProxy* fromProxy);
@@ -112,7 +112,7 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   Pointer copy();
 
   Pointer parent() const;
-  /// Throws InvalidArgument for the node itself and what lies below it.
+  /// Throws InvalidArgument for the node itself and for a node below it.
   void setParent(const Pointer& parent);
   const PropertyList& fileName() const { return fileName_; }
   void setFileName(PropertyList fileName) { fileName_ = std::move(fileName); }
@@ -148,24 +148,24 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   const std::shared_ptr<const void>& image() const { return image_; }
   void setImage(std::shared_ptr<const void> image) { image_ = std::move(image); }
 
-  /// Bytes of this item and of all below it that is loaded; `size` is the same as a number object.
+  /// The size in bytes of this item and of all loaded nodes below it. `size` is the same as a number object.
   std::uint64_t sizeValue();
   PropertyList size() { return PropertyList::unsignedInteger(sizeValue()); }
   void setSize(const PropertyList& size) { size_ = size.unsignedLongLongValue(); }
   void setSizeValue(std::uint64_t size) { size_ = size; }
 
-  /// The stored path, or the parent's with the file name appended, which is then kept. Absent for a root
-  /// without one.
+  /// The stored path, or the parent's path with the file name appended, which is then stored. Absent for a
+  /// root without a path.
   std::optional<std::string> path();
   /// Throws AssertionFailure on a node that has a parent.
   void setPath(const std::string& path);
-  /// Whether both have a path and it is the same; nothing else is compared.
+  /// Whether both nodes have a path and it is the same. Nothing else is compared.
   bool isEqual(KeldaneFileNode* other);
 
   /// The child list; null until the first child. A subclass may load it first.
   virtual const ChildList* children() { return children_.get(); }
   /// Appends a child and becomes its parent; null is ignored. The child stays in a former parent's list.
-  /// Throws InvalidArgument for a copy that has children, for the node itself and for what lies above it.
+  /// Throws InvalidArgument on a copy that has children, for the node itself and for a node above it.
   void addChild(const Pointer& child);
   /// Removes the child itself and every child that is equal to it; they keep their parent. Throws
   /// InvalidArgument for a copy that has children.
@@ -179,11 +179,11 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   Pointer nodeAtPath(std::string_view path);
   /// Removes the node at the path from its parent, if there is such a node.
   void removeNodeAtPath(std::string_view path);
-  /// Sorts the child list and those of all below; without a child list it does nothing. Throws
-  /// InvalidArgument for an unknown key, and for a copy that has children.
+  /// Sorts the child list and the lists of all nodes below. Without a child list it does nothing. Throws
+  /// InvalidArgument for an unknown key, and on a copy that has children.
   void sortUsingDescriptors(const std::vector<SortDescriptor>& descriptors);
-  /// The result of the accessor of that name, which answers a text, number, boolean or date. Throws
-  /// InvalidArgument for any other name, such as that of the parent, the children and the image.
+  /// The result of the accessor with that name: a text, number, boolean or date. Throws InvalidArgument for
+  /// any other name, such as that of the parent, the children and the image.
   PropertyList valueForKey(std::string_view key);
   /// Whether any child is a folder, and whether any is not.
   void hasChildDirectories(bool& directories, bool& andFiles);
@@ -197,15 +197,15 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   void setSelected(std::int32_t selected);
   /// The selected files below, and the deepest of the selected folders.
   std::vector<Pointer> deepestFullSelections();
-  /// The topmost nodes below that are fully selected. With `expand`, a folder among them is replaced by what
-  /// it holds.
+  /// The topmost nodes below that are fully selected. With `expand`, a folder among them is replaced by its
+  /// contents.
   std::vector<Pointer> selectedChildren(bool expand);
 
   std::uint32_t backupPriority() const { return backupFlags_ & backup_flags::kPriorityMask; }
   bool isBackup() const { return (backupFlags_ & backup_flags::kBackup) != 0; }
   bool isExcluded() const { return (backupFlags_ & backup_flags::kExclude) != 0; }
   bool isNotActive() const { return (backupFlags_ & backup_flags::kNotActive) != 0; }
-  /// The daemon's word, which may differ from `isDirectory`.
+  /// The daemon's flag, which may differ from `isDirectory`.
   bool isFolder() const { return (backupFlags_ & backup_flags::kFolder) != 0; }
   bool isMissing() const { return (backupFlags_ & backup_flags::kMissing) != 0; }
   /// Whether a child is named "Contents".
@@ -219,13 +219,13 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   /// Absent for a colour without a name.
   PropertyList backupColorString() const;
   std::string backupDateString() const;
-  /// The account's name, or the number as text when there is none.
+  /// The name of the account or group, or the number as text when there is none.
   std::string uidString() const;
   std::string gidString() const;
   std::string description() const;
 
  protected:
-  /// A node as a child list holds it: without the nodes above.
+  /// A pointer as in a child list. It holds the node, but not the nodes above.
   using Link = std::shared_ptr<KeldaneFileNode>;
   template <class Node>
   static std::shared_ptr<Node> make() {
@@ -260,14 +260,14 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   void flushChildren();
 
   std::weak_ptr<KeldaneFileNode> parent_;
-  std::weak_ptr<Hold> hold_;  // while a Pointer to this node, or to one below it, is held
+  std::weak_ptr<Hold> hold_;  // alive while a Pointer to this node, or to one below it, is held
   std::unique_ptr<ChildList> children_;
   PropertyList fileName_, displayName_;
   PropertyList backupDate_, version_, purgeDate_;
   PropertyList state_;
   PropertyList path_;
   std::shared_ptr<const void> image_;
-  std::uint64_t size_ = 0;  // bytes of this item without what is below
+  std::uint64_t size_ = 0;  // bytes of this item without the nodes below
   std::int32_t selected_ = 0;
   std::uint32_t backupFlags_ = 0;
   std::uint32_t simpleFlags_ = 0;
@@ -276,7 +276,7 @@ class KeldaneFileNode : public std::enable_shared_from_this<KeldaneFileNode> {
   std::uint32_t uid_ = 0, gid_ = 0;
   bool isDirectory_ = false;
   bool inPolicy_ = false;
-  bool wasAbove_ = false;  // has been the parent of a node, or had its children copied
+  bool wasAbove_ = false;  // it has been a node's parent, or its children were copied
 };
 
 /// The children of a node, in insertion or sort order.
@@ -312,9 +312,9 @@ class KeldaneFileNode::ChildList {
  private:
   friend class KeldaneFileNode;
   std::vector<Link> nodes_;
-  std::weak_ptr<KeldaneFileNode> original_;  // in the list of a copy: the node whose children these are
+  std::weak_ptr<KeldaneFileNode> original_;  // in a copy's list, the node whose children these are
   bool changeable_ = true;
-  std::unique_ptr<ChildList> next_;  // while a tree is taken apart: the next list
+  std::unique_ptr<ChildList> next_;  // the next list while a tree is taken apart
 };
 
 }  // namespace keldane

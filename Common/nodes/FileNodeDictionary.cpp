@@ -10,8 +10,8 @@
 namespace keldane {
 
 void KeldaneFileNode::initWithDictionary(const PropertyList& dictionary) {
-  // Children may be nested deeper than the stack allows, so the nodes on the way down wait in a list. Each is
-  // attached to its parent after it was read with all that is below it.
+  // Children may be nested deeper than the stack allows, so the nodes on the way down wait in a list. Each
+  // node is attached to its parent after it and all nodes below it were read.
   struct Level {
     Link node;
     PropertyList children;
@@ -36,12 +36,12 @@ void KeldaneFileNode::initWithDictionary(const PropertyList& dictionary) {
   }
 }
 
-// Reads the node's own fields and answers the children's dictionaries, which are absent when there are none.
-// It makes the empty child list for them.
+// Reads the node's own fields and returns the children's dictionaries, which are absent when there are none.
+// It also makes an empty child list for them.
 PropertyList KeldaneFileNode::readFields(PropertyList dictionary) {
   PropertyList::LookUp values(std::move(dictionary));
   cleanup();
-  // The order is that in which `dictionary` writes them, because looking keys up in that order is quickest.
+  // The keys are looked up in the order in which `dictionary` writes them, because that is quickest.
   fileName_ = values["fileName"];
   displayName_ = values["displayName"];
   isDirectory_ = values["isDirectory"].boolValue();
@@ -81,7 +81,7 @@ PropertyList KeldaneFileNode::dictionary() const {
 
 PropertyList KeldaneFileNode::recursiveDictionary() {
   // The nodes are listed with children after their parent. The dictionaries are made from the back, so that
-  // those of the children are there first.
+  // the children's dictionaries are made first.
   struct Step {
     KeldaneFileNode* node;
     std::size_t parent;

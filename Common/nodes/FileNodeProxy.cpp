@@ -65,7 +65,7 @@ KeldaneFileNode::Pointer KeldaneFileNodeProxy::addPath(std::string_view path) {
 }
 
 void KeldaneFileNodeProxy::refreshPath(std::string_view path) {
-  // The file name, not the path, stands in front: a tree is expected to be rooted at "/".
+  // The file name, not the path, is put in front, because a tree is expected to be rooted at "/".
   const std::string full =
       fileName().string() == "/" ? std::string(path) : appendPathComponent(fileName().string(), path);
   const PropertyList answer =

@@ -6,11 +6,12 @@
 namespace keldane {
 
 /// The root of a tree that is loaded on demand. It asks the daemon for its children when they are first
-/// needed, and adds or refreshes single paths. The nodes below it are plain nodes, with what the daemon's
-/// answers held and what `addPath` added. Without a daemon it behaves as a plain node.
+/// needed, and adds or refreshes single paths. The nodes below it are plain nodes. They come from the
+/// daemon's answers and from `addPath`. Without a daemon it behaves as a plain node.
 ///
-/// The proxy is not owned: once it is gone, there is no daemon. Calls wait for the daemon on the caller's
-/// thread, without a time limit. Ownership and threads are otherwise those of every node.
+/// The proxy is not owned. Once it is gone, the node behaves as without a daemon. Calls wait for the daemon
+/// on the caller's thread, without a time limit. Otherwise the rules of KeldaneFileNode for ownership and
+/// threads apply.
 class KeldaneFileNodeProxy final : public KeldaneFileNode {
  public:
   using Pointer = std::shared_ptr<KeldaneFileNodeProxy>;
@@ -21,15 +22,16 @@ class KeldaneFileNodeProxy final : public KeldaneFileNode {
   std::shared_ptr<KeldaneProxy> proxy() const { return proxy_.lock(); }
   void setProxy(std::weak_ptr<KeldaneProxy> proxy) { proxy_ = std::move(proxy); }
 
-  /// Asks the daemon the first time, and again only after `flush`. Its answer replaces the children that were
-  /// added before; without an answer they stay.
+  /// Asks the daemon at the first call, and again only after `flush`. The daemon's answer replaces the
+  /// children that were added before. Without an answer they stay.
   const ChildList* children() override;
   void flush() override;
   /// The node for a path. Missing nodes on the way from the root are made and filled from the daemon's
-  /// answers. Until then the local file system says whether the last one is a folder.
+  /// answers. Until then the local file system tells whether the last node is a folder.
   KeldaneFileNode::Pointer addPath(std::string_view path);
   /// Reads one path anew from the daemon: updates or adds its node, or removes it when the daemon does not
-  /// know the path. The path begins at the root; the daemon is asked for it below the receiver's file name.
+  /// know the path. The path begins at the root. In the question to the daemon, the receiver's file name is
+  /// put in front of it.
   void refreshPath(std::string_view path);
 
  private:

@@ -8,8 +8,8 @@ namespace {
 
 using Node = KeldaneFileNode;
 
-/// Visits what lies below a node, in list order, parents first. `visit` answers whether to go on below the
-/// node that it is given.
+/// Visits all nodes below a node in list order, parents first. `visit` returns whether to go on below the
+/// given node.
 template <class Visit>
 void visitBelow(Node& top, const Visit& visit) {
   struct Place {
@@ -47,9 +47,9 @@ void KeldaneFileNode::setSelected(std::int32_t selected) {
   sendTo(parentLink(), &KeldaneFileNode::checkSelections);
 }
 
-// A file that was never backed up refuses the selection, but its folder is marked as selected all the same:
-// the folder's selection is derived from its children only when a later change below passes through it. This
-// is kept on purpose.
+// A file that was never backed up refuses the selection, but its folder is still marked as selected. The
+// folder's selection is derived from its children only after a later change below it. This is kept on
+// purpose.
 void KeldaneFileNode::select() {
   const auto selectOne = [](KeldaneFileNode& node) {
     const bool can = node.backupDate_ || node.isDirectory_;

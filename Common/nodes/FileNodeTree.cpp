@@ -8,15 +8,16 @@
 
 namespace keldane {
 
-/// What a Pointer owns: the node, and the holds of the nodes above. All Pointers to one node share one hold,
-/// which the node knows weakly. Holds refer upwards only and child lists downwards only, so neither can close
-/// a cycle.
+/// The object that a Pointer owns. It holds the node, and the holds of the nodes above. All Pointers to one
+/// node share one hold, which the node knows weakly. Holds refer upwards only and child lists downwards only,
+/// so neither can close a cycle.
 struct KeldaneFileNode::Hold {
   Hold() = default;
   Hold(const Hold&) = delete;
   Hold& operator=(const Hold&) = delete;
   ~Hold() {
-    // Frees one ancestor after the other, without recursion: a deep tree must not use the host's stack.
+    // The ancestors are freed one after the other, without recursion, because a deep tree must not use up the
+    // host's stack.
     for (std::shared_ptr<Hold> above = std::move(parent); above.use_count() == 1;) {
       std::shared_ptr<Hold> next = std::move(above->parent);
       above = std::move(next);
@@ -25,7 +26,7 @@ struct KeldaneFileNode::Hold {
 
   Link node;
   std::shared_ptr<Hold> parent;
-  std::shared_ptr<Hold> original;  // of the node whose children a copy has
+  std::shared_ptr<Hold> original;  // for a copy, of the node whose children it has
 };
 
 KeldaneFileNode::~KeldaneFileNode() { takeApart(std::move(children_)); }
@@ -84,7 +85,7 @@ KeldaneFileNode::Link KeldaneFileNode::originalOfChildren() const {
   return children_ ? children_->original_.lock() : nullptr;
 }
 
-/// Whether a Pointer to the other node keeps this one alive: through its parents, or through the nodes whose
+/// Whether a Pointer to the other node keeps this one alive, through its parents or through the nodes whose
 /// children were copied.
 bool KeldaneFileNode::isAbove(const KeldaneFileNode& other) const {
   if (this == &other) {
@@ -269,7 +270,8 @@ KeldaneFileNode::Pointer KeldaneFileNode::copy() {
   copy->version_ = version_;
   copy->purgeDate_ = purgeDate_;
   copy->image_ = image_;
-  // Flags, colour and path stay behind on purpose: a copy reports none and derives its path from its parent.
+  // Flags, colour and path are not copied, on purpose. A copy has no flags and no colour, and derives its
+  // path from its parent.
   if (children_) {
     copy->children_ = std::make_unique<ChildList>();
   }

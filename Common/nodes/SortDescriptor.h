@@ -12,11 +12,11 @@ namespace keldane {
 /// order is a strict weak one.
 using Comparison = std::function<int(const PropertyList& first, const PropertyList& second)>;
 
-/// Absent values come first; strings by their bytes, numbers by value, dates by time, arrays and dictionaries
-/// by their counts. Values of different kinds are ordered by kind.
+/// Absent values come first. Strings are ordered by their bytes, numbers by value, dates by time, and data,
+/// arrays and dictionaries by their counts. Values of different kinds are ordered by kind.
 int compare(const PropertyList& first, const PropertyList& second);
-/// The same with strings in the order of the process's locale. Strings that are equal there are ordered by
-/// their bytes.
+/// The same, but strings are in the order of the process's locale. Strings that are equal there are ordered
+/// by their bytes.
 int localizedCompare(const PropertyList& first, const PropertyList& second);
 
 /// One key to sort by. The first descriptor of a list decides; later ones break ties.

@@ -12,8 +12,8 @@ namespace keldane {
 
 inline constexpr std::string_view kFrameMarker = "8A2E4C19-5D73-4B8F-A0E6-C93B17F52D04";
 
-/// Types of messages. The receive thread also hands type 0 to the data delegate to say that the link failed;
-/// it is never written.
+/// Types of messages. The receive thread also hands type 0 to the data delegate to say that the link failed.
+/// Type 0 is never written.
 inline constexpr std::int32_t kLinkFailed = 0;
 inline constexpr std::int32_t kRequestFrame = 1;
 inline constexpr std::int32_t kResponseFrame = 2;

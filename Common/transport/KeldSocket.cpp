@@ -144,7 +144,7 @@ void KeldaneSocket::setSocketDelegate(std::shared_ptr<KeldSocketDelegate> delega
   }
   const ScopedLock guard(monitor_);
   if (delegate != socketDelegate_) {
-    const std::shared_ptr<KeldSocketDelegate> old = socketDelegate_;  // which may close this socket
+    const std::shared_ptr<KeldSocketDelegate> old = socketDelegate_;  // its call below may close this socket
     sendTo(old, &KeldSocketDelegate::socketFailed, shared_from_this());
     socketDelegate_.swap(delegate);
   }
@@ -158,7 +158,8 @@ void KeldaneSocket::setDataDelegate(std::shared_ptr<KeldaneSocketDelegate> deleg
   if (delegate == dataDelegate()) {
     return;
   }
-  // Without the monitor: the message that is waited for here may itself be waiting for `close`.
+  // The monitor is not held here, because the message that this thread waits for may itself be waiting for
+  // `close`.
   dataDelegateLock_.lock();
   {
     const ScopedLock guard(membersMutex_);
@@ -199,8 +200,8 @@ bool KeldaneSocket::sendBytes(const void* bytes, std::uint32_t length) {
     }
   }
   if (!sent) {
-    // Reported on this thread, even when the receive side reports on the main thread: the caller shall know
-    // before it goes on.
+    // The failure is reported on this thread, even when the receive side reports on the main thread, so that
+    // the caller knows of it before it continues.
     const ScopedLock guard(monitor_);
     KeldaneCLog("KeldaneSocket write to socket failed");
     const std::shared_ptr<KeldSocketDelegate> delegate = socketDelegate_;
@@ -276,8 +277,8 @@ ssize_t KeldaneSocket::readSome(char* buffer, std::size_t size) {
 }
 
 bool KeldaneSocket::start() {
-  // Without a receive thread nobody may wait for an answer. The descriptor goes too: it is connected, and the
-  // next try needs one that is not.
+  // Without a receive thread nobody may wait for an answer. The descriptor is dropped too, because it is
+  // connected and the next try needs one that is not.
   const auto giveUp = [this] {
     rcvThreadRun_ = false;
     setHandle(nullptr);
@@ -291,7 +292,7 @@ bool KeldaneSocket::start() {
     std::swap(isRunning, rcvThreadRunning_);
     startsAgain_ = isRunning;
   }
-  if (isRunning) {  // the thread of the former link serves this one as soon as it has noticed the change
+  if (isRunning) {  // the thread of the former link serves the new one once it has noticed the change
     const ScopedLock guard(closedMutex_);
     closed_.notifyAll();
     return true;
@@ -378,14 +379,15 @@ void KeldaneSocket::close() {
   bool queued = false;
   {
     const ScopedLock guard(monitor_);
-    zombie_ = true;  // before the descriptor goes: a caller that cannot send must not wait for an answer
+    zombie_ = true;  // set before the descriptor goes: a caller that cannot send must not wait for an answer
     {
       const ScopedLock membersGuard(membersMutex_);
       descriptor.swap(socketfd_);
       currentDescriptor_ = nullptr;
     }
     if (descriptor) {
-      ::shutdown(descriptor->get(), SHUT_RDWR);  // wakes threads inside a call; the last of them closes it
+      // This wakes the threads inside a call. The last of them closes the descriptor.
+      ::shutdown(descriptor->get(), SHUT_RDWR);
     }
     socketDelegate.swap(socketDelegate_);
     if (!children_.empty()) {
@@ -396,8 +398,8 @@ void KeldaneSocket::close() {
       }
       children.swap(children_);
     } else {
-      // Without children a listener keeps acceptThreadRun and its path file; kept on purpose. Its thread
-      // leaves with the descriptor.
+      // A listener without children keeps its accept flag and its path file; this is kept on purpose. Its
+      // thread ends because the descriptor is gone.
       rcvThreadRun_ = false;
     }
     queued = queuedOnMainThread_;

@@ -1,4 +1,4 @@
-// How a message is written to a socket and read from it. Common/transport/Frame.h has the format.
+// Writing messages to a socket and reading them from it. Common/transport/Frame.h describes the format.
 #include <algorithm>
 #include <chrono>
 
@@ -9,12 +9,12 @@ namespace keldane {
 
 namespace {
 
-// The pause after bytes that were no message, or when there were none to read.
+// The pause after a read that got no bytes, or just one.
 constexpr auto kNoMessagePause = std::chrono::milliseconds(100);
 
 }  // namespace
 
-// A write that fails is told to the socket delegate by each send itself.
+// When a write fails, the send operation itself tells the socket delegate.
 void KeldaneSocket::beginFrame(std::int32_t type) {
   sendString(kFrameMarker.data());
   sendInt(type);
@@ -40,7 +40,7 @@ bool KeldaneSocket::receiveMessage() {
     return true;
   }
   Bytes payload;
-  ByteBudget::Share share(limits_ ? limits_->received : nullptr);  // until the message was processed
+  ByteBudget::Share share(limits_ ? limits_->received : nullptr);  // held until the message was processed
   if (readBytes(sizeof(type), &type) <= 0 || readBytes(sizeof(length), &length) <= 0 ||
       !receivePayload(length, payload, share)) {
     return false;
@@ -52,8 +52,8 @@ bool KeldaneSocket::receiveMessage() {
   return true;
 }
 
-// Reads in steps of 36 bytes until one is the marker. The stream is brought back into step by whole steps
-// only, never byte by byte; deliberately simple.
+// Reads in steps of 36 bytes until one is the marker. A stream that is out of step is skipped in whole steps,
+// never byte by byte. This is kept simple on purpose.
 bool KeldaneSocket::receiveMarker() {
   while (goesOnReceiving()) {
     char buffer[kFrameMarker.size() + 1] = {};
@@ -74,7 +74,7 @@ bool KeldaneSocket::receiveMarker() {
 }
 
 // A peer may announce any length up to 4 GiB, so memory is taken as bytes arrive. A payload is accepted when
-// any of its bytes came: bytes that are missing because a read would have blocked are zero.
+// any of its bytes came. Bytes that are missing because a read would have blocked are zero.
 bool KeldaneSocket::receivePayload(std::uint32_t length, Bytes& payload, ByteBudget::Share& share) {
   if (limits_ && length > limits_->longestMessage) {
     KeldaneCLog("KeldaneSocket A message is too long");

@@ -13,15 +13,15 @@ namespace keldane {
 
 namespace {
 
-// The pause between the end of a link and its report, so that a daemon that restarts is there again when the
-// clients try.
+// The pause between the end of a link and its report. A daemon that restarts is then ready when the clients
+// try again.
 constexpr auto kFailureDelay = std::chrono::seconds(1);
 
 // The pause after a failed accept.
 constexpr auto kAcceptPause = std::chrono::milliseconds(100);
 
-// Runs the work and logs what it throws: an exception that left the thread would end the host. False when
-// something was thrown.
+// Runs the work and logs what it throws, because an exception that left the thread would end the host
+// process. Returns false when something was thrown.
 template <class Work>
 bool guarded(const Work& work) {
   try {
@@ -37,8 +37,8 @@ bool guarded(const Work& work) {
 
 }  // namespace
 
-// The pause of up to 0.1 s that follows each message is a wait for the next byte; reading that byte is that
-// wait.
+// The pause of up to 0.1 s after each message is a wait for the next byte. The read of that byte waits, so no
+// other pause is made.
 void KeldaneSocket::rcvThread() {
   do {
     guarded([this] { tellSocketDelegate(&KeldSocketDelegate::socketConnected, nullptr); });
@@ -54,8 +54,8 @@ void KeldaneSocket::rcvThread() {
   } while (beginsAnew());
 }
 
-// Whether `start` was called after this thread had been told to leave. It then receives for the new link, as
-// the thread of the old one must have ended before that of the new one begins.
+// Whether `start` was called after this thread had been told to leave. The thread then receives for the new
+// link, because two receive threads must not run at the same time.
 bool KeldaneSocket::beginsAnew() {
   const ScopedLock guard(receiverMutex_);
   rcvThreadRunning_ = startsAgain_;
@@ -82,9 +82,8 @@ void KeldaneSocket::deliver(const Bytes* payload, std::int32_t type) {
   }
 }
 
-// The message is lost, and perhaps the stream is out of step. If the link were kept, somebody could wait for
-// an answer forever. So the caller that waits is told at once, and the end of the stream is then reported as
-// usual.
+// The message is lost, and the stream may be out of step. If the link were kept, a caller could wait for an
+// answer forever. So the waiting caller is told at once, and the end of the stream is then reported as usual.
 void KeldaneSocket::failForWantOfMemory() {
   ranOutOfMemory_ = true;
   if (const Handle descriptor = handle()) {
@@ -96,8 +95,8 @@ void KeldaneSocket::failForWantOfMemory() {
 }
 
 void KeldaneSocket::reportReadFailure() {
-  if (!limits_) {  // a server expects nobody back, and a peer that left shall not be counted for a second
-                   // more
+  // A server does not wait, because a peer that has left should not count for one more second.
+  if (!limits_) {
     waitUnless([this] { return !goesOnReceiving(); }, kFailureDelay);
   }
   if (goesOnReceiving()) {
@@ -121,7 +120,7 @@ void KeldaneSocket::tellSocketDelegate(DelegateCall call, const char* logLine) {
     return;
   }
   if (callDelegateOnMainThread_) {
-    // Named after this socket, so that closing it takes back what is still queued.
+    // The call is queued under this socket's address, so that `close` can withdraw it.
     RunLoop::main().perform([delegate, self = shared_from_this(), call] { ((*delegate).*call)(self); }, this);
     queuedOnMainThread_ = true;
   } else {
@@ -134,26 +133,25 @@ void KeldaneSocket::acceptThread() {
   while (acceptThreadRun_.load(std::memory_order_relaxed)) {
     const Handle listener = handle();
     if (!listener) {
-      break;  // closed: nothing can be accepted any more, whatever the run flag says
+      break;  // the socket is closed, whatever the run flag says
     }
     socklen_t size = sizeof(socketAddress_);
     const int descriptor =
         ::accept4(listener->get(), reinterpret_cast<sockaddr*>(&socketAddress_), &size, SOCK_CLOEXEC);
-    // Descriptor 0 counts as a failure, and is neither used nor closed; kept on purpose. A daemon that keeps
-    // its standard input open never gets it.
+    // Descriptor 0 counts as a failure and is neither used nor closed; this is kept on purpose. A daemon that
+    // keeps its standard input open never gets descriptor 0.
     if (descriptor >= 1) {
       Descriptor owned(descriptor);
       guarded([&] { makeChild(std::move(owned)); });
     } else {
-      // Without a free descriptor it fails again at once, until somebody leaves.
+      // Without a free descriptor, accept4 fails again at once until a connection is closed.
       waitUnless([this] { return currentDescriptor_ == nullptr; }, kAcceptPause);
     }
   }
   acceptThreadRunning_ = false;
 }
 
-// A peer that cannot be served, because the system has no thread or memory for it, is not kept: it would wait
-// for answers forever.
+// A peer for which the system has no thread or memory is not kept, because it would wait for answers forever.
 void KeldaneSocket::makeChild(Descriptor descriptor) {
   const std::shared_ptr<KeldaneSocket> child = create();
   child->setHandle(std::make_shared<const Descriptor>(std::move(descriptor)));
@@ -172,7 +170,7 @@ bool KeldaneSocket::adopt(const std::shared_ptr<KeldaneSocket>& child) {
   }
   std::erase_if(children_, [](const std::shared_ptr<KeldaneSocket>& other) { return other->isZombie(); });
   const std::shared_ptr<KeldSocketDelegate> delegate = socketDelegate_;
-  // Without a thread nobody would read what the peer sends, or notice that it leaves.
+  // Without a thread nobody would read the peer's messages or notice that it leaves.
   if ((delegate && !delegate->socketAccepted(child)) || !child->start()) {
     return false;
   }

@@ -12,10 +12,11 @@
 
 namespace keldane {
 
-/// Messages up to this size draw on no budget, so that it is always possible to ask for a menu.
+/// Messages up to this size, in bytes, use no budget, so that a menu can always be asked for.
 inline constexpr std::uint32_t kSmallPayload = 64 * 1024;
 
-/// A number of bytes that several connections share. It may be part of a larger budget. Any thread.
+/// A number of bytes that several connections share. It may be part of a larger budget. Any thread may call
+/// it.
 class ByteBudget {
  public:
   explicit ByteBudget(std::size_t bytes, std::shared_ptr<ByteBudget> whole = nullptr)
@@ -23,7 +24,7 @@ class ByteBudget {
   ByteBudget(const ByteBudget&) = delete;
   ByteBudget& operator=(const ByteBudget&) = delete;
 
-  /// Takes bytes out of the budget. It answers false and takes nothing when this budget or the larger one has
+  /// Takes bytes out of the budget. It returns false and takes nothing when this budget or the larger one has
   /// less left.
   bool take(std::size_t bytes);
   void giveBack(std::size_t bytes);
@@ -50,14 +51,14 @@ class ByteBudget {
   const std::shared_ptr<ByteBudget> whole_;
 };
 
-/// A peer that goes beyond one of these loses its link.
+/// The limits for one peer. A peer that exceeds one of them loses its link.
 struct SocketLimits {
   std::uint32_t longestMessage = 0;       ///< bytes of an incoming payload
   std::chrono::milliseconds messageTime;  ///< from the first byte of an incoming message to its last
-  std::chrono::milliseconds stallTime;    ///< how long a send may wait while the peer reads nothing
-  std::chrono::milliseconds sendTime;     ///< how long the peer may take to read one piece of a message
+  std::chrono::milliseconds stallTime;    ///< the longest wait of a send while the peer reads nothing
+  std::chrono::milliseconds sendTime;     ///< the longest time for the peer to read one piece of a message
   std::shared_ptr<ByteBudget> received;   ///< for incoming payloads, beyond the size of a small one
-  std::shared_ptr<ByteBudget> unread;     ///< for outgoing bytes that the peer has not read, likewise
+  std::shared_ptr<ByteBudget> unread;     ///< likewise for outgoing bytes that the peer has not read
 };
 
 }  // namespace keldane

@@ -11,7 +11,7 @@
 namespace keldane {
 
 /// Runs the body of an entry. No exception reaches the host: it is logged under the entry's name, and the
-/// entry answers `otherwise`.
+/// result is `otherwise`.
 template <class Result, class Body>
 Result guardedEntry(const char* name, Result otherwise, const Body& body) noexcept {
   try {
@@ -40,7 +40,7 @@ OSStatus guardedStatus(const char* name, const Body& body) noexcept {
   });
 }
 
-/// Writes an entry's line to the diagnostic log. It throws nothing: the entry does its work even when the
+/// Writes an entry's line to the diagnostic log. It throws nothing, so the entry does its work even when the
 /// line is lost.
 inline void logEntry(const char* line) noexcept { KeldaneCLog(line); }
 

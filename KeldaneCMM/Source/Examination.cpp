@@ -1,5 +1,5 @@
-// The examination of a selection when a menu is about to be shown: whether there is anything to show, the
-// questions to the daemon, the submenu.
+// The examination of a selection when a menu is about to be shown. It decides whether there is anything to
+// show, asks the daemon and builds the submenu.
 #include <new>
 #include <string>
 #include <vector>
@@ -66,8 +66,8 @@ bool isServiceThere() {
 
 void examinePath(const KeldaneCMM& module, const std::string& path, Findings& findings) {
   findings.someItemBarred |= module.isPathExcludedFromBackup(path);
-  // The answers to these two questions are not used. They are kept so that the daemon sees the calls that it
-  // has always seen: four look-ups and one type for each file, three look-ups for a folder.
+  // The answers to these two questions are not used. They are kept so that the daemon receives the same calls
+  // as ever: four look-ups and one type question for each file, three look-ups for a folder.
   module.isPathInBackup(path);
   bool isDirectory = false;
   if (FileManager::fileExistsAtPath(path, &isDirectory) && !isDirectory) {
@@ -83,8 +83,9 @@ std::string localized(const char* key, const char* value) {
   return KeldaneCMM::bundle()->localizedStringForKey(key, value);
 }
 
-/// A title is text, while the strings tables and the daemon may give any bytes. The result is never null;
-/// without memory this throws, because no menu is better than one with an empty item.
+/// Makes a title of valid text, because the strings tables and the daemon may give any bytes. The result is
+/// never null. When there is no memory it throws std::bad_alloc, because no menu is better than one with an
+/// empty item.
 CFOwner<CFStringRef> titleFrom(const std::string& text) {
   const std::string valid = validUtf8(text);
   CFOwner<CFStringRef> title(CFStringCreateWithBytes(kCFAllocatorSystemDefault, valid.data(), valid.size()));
@@ -126,7 +127,7 @@ void addItems(AEDescList* items, const KeldaneCMM& module, const std::vector<std
   addItem(items, localized("Prefs", "Open Keldane Preferences…"), kCommandPreferences);
 }
 
-/// Appends the submenu's parent item with the items to the host's list. The answer is the error of the first
+/// Appends the submenu's parent item with the items to the host's list. The result is the error of the first
 /// step that fails.
 OSErr appendSubmenu(AERecord* parent, const AEDescList* items, AEDescList* commandList) {
   // This number is a native long of 8 bytes, while those of the items have 4 bytes. Hosts read it by its

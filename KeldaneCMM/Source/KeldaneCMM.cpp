@@ -23,8 +23,8 @@ constexpr OSType kUnknownTypeCode = fourCharCode("\?\?\?\?");
 
 bool has(std::uint32_t flags, std::uint32_t bits) { return (flags & bits) == bits; }
 
-// The code's bytes in the order of the memory, which reverses the characters: 'TEXT' gives "TXET". Kept,
-// because the daemon's rules know the types by these names.
+// The code's bytes in memory order. This reverses the characters, so 'TEXT' gives "TXET". It is kept on
+// purpose, because the daemon's rules know the types by these names.
 std::string typeCodeText(OSType code) {
   char bytes[sizeof(code) + 1] = {};
   std::memcpy(bytes, &code, sizeof(code));

@@ -46,8 +46,8 @@ KeldanePluginInstance* allocate(CFUUIDRef factory) {
   return instance;
 }
 
-// The module is not released here: the clean-up at the end of each menu cycle does that. A host that releases
-// an instance in the middle of a cycle keeps what its menu still shows.
+// The module is not released here, because the clean-up at the end of each menu cycle does that. When a host
+// releases an instance in the middle of a cycle, the module stays for the menu that is still shown.
 void deallocate(KeldanePluginInstance* instance) {
   logEntry("KeldanePlugin_Dealloc:");
   const CFUUIDRef factory = instance->factoryID;
@@ -62,7 +62,7 @@ void deallocate(KeldanePluginInstance* instance) {
 
 }  // namespace keldane
 
-using namespace keldane;  // the entries stand in no namespace
+using namespace keldane;  // the entries are in no namespace
 
 extern "C" {
 

@@ -1,5 +1,4 @@
-// The plug-in's outer shell: its instance record and the entries that the host reaches through the function
-// table.
+// The plug-in's instance record and the entries that the host calls through the function table.
 #pragma once
 
 #include <cstdint>
@@ -11,29 +10,29 @@ namespace keldane {
 
 class KeldaneCMM;
 
-/// The instance that the factory hands out. To the host its address is that of a pointer to the function
-/// table. It is allocated with malloc. The reference count is not atomic, because the host calls one entry at
-/// a time, on the main thread.
+/// The instance that the factory hands out. The host uses its address as a pointer to the pointer to the
+/// function table. It is allocated with malloc. The reference count is not atomic, because the host calls one
+/// entry at a time, on the main thread.
 struct KeldanePluginInstance {
   const ContextualMenuInterfaceStruct* interface;
   CFUUIDRef factoryID;  // retained
   std::uint32_t referenceCount;
-  /// Made by the examination, released by the clean-up; null between two menus. The instance owns it: the
-  /// pointer is that of a shared pointer on the heap, so that the record itself stays plain.
+  /// Made by the examination, released by the clean-up; null between two menus. The instance owns it. It
+  /// points to a shared pointer on the heap, so that the record itself stays a plain structure.
   std::shared_ptr<KeldaneCMM>* module;
 };
 
 extern const ContextualMenuInterfaceStruct gKeldaneCMInterface;
 
-/// Whether the host's menus know item attributes; written by each examination.
+/// Whether the host's menus support item attributes. Each examination sets it.
 extern bool gHasAttributeAndModifierKeys;
 
 }  // namespace keldane
 
 extern "C" {
 
-/// The factory, the one function that the host finds by name. `allocator` is not used. Null for a type that
-/// is not the contextual menu's.
+/// The factory, the only function that the host finds by name. `allocator` is not used. The result is null
+/// for a type other than the contextual menu's.
 void* KeldanePluginFactory(CFAllocatorRef allocator, CFUUIDRef typeID);
 
 HRESULT KeldanePlugin_QueryInterface(void* instance, REFIID interfaceID, LPVOID* interface);

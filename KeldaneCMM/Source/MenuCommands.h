@@ -13,7 +13,7 @@ inline constexpr std::uint32_t kCommandFirstSeparator = fourCharCode("r2d4");
 inline constexpr std::uint32_t kCommandBackup = fourCharCode("r2d<");
 inline constexpr std::uint32_t kCommandExclude = fourCharCode("r2d=");
 inline constexpr std::uint32_t kCommandBackupASAP = fourCharCode("r2d>");
-/// The two for file types are carried out when they arrive but stand in no menu.
+/// The two commands for file types are carried out when they arrive, but no menu contains them.
 inline constexpr std::uint32_t kCommandBackupType = fourCharCode("r2d?");
 inline constexpr std::uint32_t kCommandExcludeType = fourCharCode("r2d@");
 inline constexpr std::uint32_t kCommandSecondSeparator = fourCharCode("r2dA");

@@ -11,8 +11,8 @@ namespace keldane {
 
 namespace {
 
-/// False for an item that cannot be read, which is left out. An item for which there is no memory must not be
-/// left out: the menu would be that of another selection.
+/// False for an item that cannot be read and is therefore left out. When there is no memory for an item, it
+/// throws std::bad_alloc, because a menu without that item would belong to another selection.
 bool isRead(OSErr error) {
   if (error == memFullErr) {
     throw std::bad_alloc();

@@ -1,4 +1,4 @@
-// Carries out the item that was chosen, and ends the menu cycle.
+// Carries out the command of the chosen item, and ends the menu cycle.
 #include <utility>
 
 #include "KeldaneCMM/Source/Entry.h"
@@ -56,7 +56,7 @@ void handleSelection(const KeldaneCMM& module, const AEDesc& context, std::uint3
 
 }  // namespace keldane
 
-using namespace keldane;  // the entries stand in no namespace
+using namespace keldane;  // the entries are in no namespace
 
 extern "C" {
 

@@ -192,7 +192,7 @@ class Program {
     }
     try {
       if (!window_) {
-        lookout_ = std::make_unique<Lookout>(findDaemonBundle(options_.bundle), teller());
+        lookout_ = std::make_unique<Lookout>(findDaemonBundle(options_.bundle), alerts_, teller());
       }
       watches_ = true;
       app_->hold();

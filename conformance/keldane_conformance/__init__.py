@@ -1,1 +1,1 @@
-"""Judges daemons and clients by the protocol. Python's standard library alone."""
+"""Judges daemons and clients by the protocol. It needs only Python's standard library."""

@@ -21,7 +21,7 @@ check, and wants it to ask about {file}."""
 
 
 def parser() -> argparse.ArgumentParser:
-    """The options."""
+    """The parser of the command line's options."""
     top = argparse.ArgumentParser("keldane-conformance", description=DESCRIPTION)
     top.add_argument("--version", action="version", version=f"protocol version {reference.protocol()['version']}")
     sides = top.add_subparsers(dest="side", required=True, metavar="daemon|client")
@@ -51,12 +51,12 @@ def parser() -> argparse.ArgumentParser:
 
 
 def union(table: dict[str, tuple[str, ...]], profiles: list[str]) -> set[str]:
-    """All that some profiles include."""
+    """All profiles that these profiles include."""
     return {each for profile in profiles for each in table[profile]}
 
 
 def make(checks: list[Check], context: Any, as_json: bool) -> int:
-    """Makes the checks one after the other and prints how they went."""
+    """Makes the checks one after the other and prints their results."""
     report = (JsonReport if as_json else TapReport)(len(checks))
     results: list[Result] = []
     try:
@@ -70,7 +70,7 @@ def make(checks: list[Check], context: Any, as_json: bool) -> int:
 
 
 def print_list(checks: list[Check]) -> int:
-    """The checks with their reasons."""
+    """Prints the checks with their reasons."""
     for check in checks:
         mark = " (destructive)" if check.destructive else ""
         print(f"{check.name}  [{check.profile}]{mark}\n    {check.why}\n    {check.page}")
@@ -78,7 +78,7 @@ def print_list(checks: list[Check]) -> int:
 
 
 def judge_daemon(options: argparse.Namespace, usage: argparse.ArgumentParser) -> int:
-    """keldane-conformance daemon"""
+    """Runs the command "keldane-conformance daemon"."""
     from .daemon_checks.context import CHECKS, DaemonContext  # pylint: disable=import-outside-toplevel
     checks = [check for check in CHECKS.chosen(union(PROFILES, options.profile or ["full"]), options.only)
               if options.destructive or options.list or not check.destructive]
@@ -96,7 +96,7 @@ def judge_daemon(options: argparse.Namespace, usage: argparse.ArgumentParser) ->
 
 
 def judge_client(options: argparse.Namespace, usage: argparse.ArgumentParser) -> int:
-    """keldane-conformance client"""
+    """Runs the command "keldane-conformance client"."""
     from .client_checks.context import CHECKS, ClientContext  # pylint: disable=import-outside-toplevel
     trades = [profile for profile in options.profile if profile != "full"] or ["basic"]
     if len(trades) > 1:
@@ -110,7 +110,7 @@ def judge_client(options: argparse.Namespace, usage: argparse.ArgumentParser) ->
 
 
 def main(arguments: list[str]) -> int:
-    """The program. Returns its exit status."""
+    """Runs the program and returns its exit status."""
     from . import client_checks, daemon_checks  # noqa: F401  pylint: disable=import-outside-toplevel,unused-import
     usage = parser()
     options = usage.parse_args(arguments)

@@ -1,4 +1,4 @@
-"""Frames and connections. Shares no code with the system."""
+"""Frames and connections. This module shares no code with the system."""
 
 from __future__ import annotations
 
@@ -18,16 +18,16 @@ HEADER = len(MARKER) + 8
 
 
 class Gone(Exception):
-    """The other end has hung up."""
+    """Raised when the other end has hung up."""
 
 
 class Silent(Exception):
-    """The other end sends nothing in the time that it has."""
+    """Raised when the other end sends nothing in time."""
 
 
 @dataclass(frozen=True)
 class Frame:
-    """One message as it came."""
+    """One message as it was received."""
 
     marker: bytes
     kind: int
@@ -35,12 +35,12 @@ class Frame:
 
     @property
     def value(self) -> Any:
-        """What the payload holds; None for none. Raises ValueError for what is no property list."""
+        """The value in the payload; None without a payload. Raises ValueError when the payload is no property list."""
         if not self.payload:
             return None
         try:
             return plistlib.loads(self.payload)
-        except Exception as error:  # plistlib has many ways to refuse
+        except Exception as error:  # plistlib raises many kinds of exceptions
             raise ValueError(f"The payload is no property list: {error}") from error
 
 
@@ -50,13 +50,13 @@ def frame(kind: int, payload: bytes) -> bytes:
 
 
 def plist(value: Any, xml: bool = False) -> bytes:
-    """A value as a property list; nothing for None."""
+    """The bytes of a value as a property list; no bytes for None."""
     form = plistlib.FMT_XML if xml else plistlib.FMT_BINARY
     return b"" if value is None else plistlib.dumps(value, fmt=form, sort_keys=False)
 
 
 def request_value(selector: str, *arguments: Any, codes: str = "", returns: str = "") -> list[Any]:
-    """The array of a request. Codes that are not given are those of the table."""
+    """The array of a request. Codes that are not given are taken from the table."""
     known = reference.signatures().get(selector, ("@", "@" * len(arguments)))
     returns, codes = returns or known[0], codes or known[1]
     value: list[Any] = [reference.widths()[returns], returns, selector, len(arguments)]
@@ -71,12 +71,12 @@ def request(selector: str, *arguments: Any, codes: str = "", returns: str = "") 
 
 
 def response(value: Any, xml: bool = False) -> bytes:
-    """The bytes of an answer; None is answered without a payload."""
+    """The bytes of an answer. None is answered without a payload."""
     return frame(RESPONSE, plist(value, xml))
 
 
 class Link:
-    """A connection to a daemon. Requests of the daemon that come meanwhile are kept in `callbacks`."""
+    """A connection to a daemon. The daemon's own requests that come meanwhile are kept in `callbacks`."""
 
     def __init__(self, path: str, seconds: float) -> None:
         self.seconds = seconds
@@ -94,7 +94,7 @@ class Link:
         while True:
             try:
                 return self.socket.connect(path)
-            except BlockingIOError:  # more want to connect at this moment than may wait for it
+            except BlockingIOError:  # too many clients wait to connect at this moment
                 if time.monotonic() > end:
                     raise
                 time.sleep(0.01)
@@ -110,7 +110,7 @@ class Link:
         self.socket.close()
 
     def send(self, data: bytes) -> None:
-        """Sends bytes as they are. Raises Gone, or Silent when they are not taken in time."""
+        """Sends bytes unchanged. Raises Gone, or Silent when they are not taken in time."""
         try:
             self.socket.sendall(data)
         except socket.timeout as error:
@@ -119,16 +119,16 @@ class Link:
             raise Gone(f"The daemon has hung up: {error}") from error
 
     def call(self, selector: str, *arguments: Any, codes: str = "", returns: str = "") -> None:
-        """Sends a request and does not wait."""
+        """Sends a request without waiting for its answer."""
         self.send(request(selector, *arguments, codes=codes, returns=returns))
 
     def ask(self, selector: str, *arguments: Any, codes: str = "", returns: str = "") -> Any:
-        """Sends a request and waits for its answer; None when that is absent."""
+        """Sends a request and waits for its answer. Returns None for an absent one."""
         self.call(selector, *arguments, codes=codes, returns=returns)
         return self.answer().value
 
     def receive(self, seconds: float | None = None) -> Frame:
-        """The next message. Raises Gone or Silent."""
+        """Receives the next message. Raises Gone or Silent."""
         end = time.monotonic() + (self.seconds if seconds is None else seconds)
         header = self._peek(HEADER, end)
         kind, length = struct.unpack("<iI", header[-8:])
@@ -137,7 +137,7 @@ class Link:
         return Frame(whole[:len(MARKER)], kind, whole[HEADER:])
 
     def answer(self, seconds: float | None = None) -> Frame:
-        """The next answer; what is a request meanwhile is kept."""
+        """The next answer. Requests that come meanwhile are kept."""
         end = time.monotonic() + (self.seconds if seconds is None else seconds)
         while True:
             message = self.receive(max(0.0, end - time.monotonic()))
@@ -155,7 +155,7 @@ class Link:
         return message
 
     def ended(self, seconds: float) -> bool:
-        """Whether the daemon hangs up within this time; what it sends before is dropped."""
+        """Whether the daemon hangs up within this time. Everything that it sends before that is dropped."""
         end = time.monotonic() + seconds
         try:
             while time.monotonic() < end:

@@ -1,6 +1,6 @@
-"""Property-list values in JSON, so that what bytes mean can be written down beside them.
+"""Property-list values in JSON, so that the meaning of bytes can be written beside them.
 
-Strings, integers, reals (always with a point), booleans, arrays and dictionaries are what they are in JSON. A date is
+Strings, integers, reals (always with a point), booleans, arrays and dictionaries are written as in JSON. A date is
 {"$date": "2026-11-20T14:00:00Z"}, data is {"$data": "hexadecimal digits"}, and no value at all is null."""
 
 from __future__ import annotations
@@ -12,7 +12,7 @@ DATE_FORM = "%Y-%m-%dT%H:%M:%SZ"
 
 
 def to_json(value: Any) -> Any:
-    """What a value is written down as."""
+    """The JSON form of a value."""
     if isinstance(value, datetime.datetime):
         return {"$date": value.strftime(DATE_FORM)}
     if isinstance(value, bytes):
@@ -25,7 +25,7 @@ def to_json(value: Any) -> Any:
 
 
 def from_json(value: Any) -> Any:
-    """The value that was written down."""
+    """The value of a JSON form."""
     if isinstance(value, list):
         return [from_json(each) for each in value]
     if not isinstance(value, dict):
@@ -38,7 +38,7 @@ def from_json(value: Any) -> Any:
 
 
 def kind(value: Any) -> str:
-    """The kind of a value, in the words of protocol.json."""
+    """The kind of a value, as protocol.json names it."""
     if value is None:
         return "absent"
     if isinstance(value, bool):
@@ -49,7 +49,7 @@ def kind(value: Any) -> str:
 
 
 def same(one: Any, other: Any) -> bool:
-    """Equal in kind too: true is not 1, and 1 is not 1.0."""
+    """Whether two values are equal, also in kind: true is not 1, and 1 is not 1.0."""
     if kind(one) != kind(other):
         return False
     if isinstance(one, list):

@@ -1,4 +1,4 @@
-"""What a menu shows of a node, by the table of flags."""
+"""The menu that belongs to a node, by the table of flags."""
 
 from __future__ import annotations
 
@@ -18,7 +18,7 @@ PRIORITY_OFFER = PRIORITY_ENABLED | PRIORITY_VISIBLE
 
 
 def expected(flags: int, is_folder: bool) -> list[str] | None:
-    """The commands that a menu offers for one item with these simple flags; None: no menu at all."""
+    """The commands that a menu offers for one item with these simple flags; None when there is no menu."""
     if not flags & ENABLED:
         return None
     offers = []
@@ -38,8 +38,8 @@ def _titles(document: Any) -> list[str] | None:
 
 
 def shown(output: str) -> tuple[list[str] | None, str]:
-    """The commands that a program has printed, and all its text. JSON with "menu" and its "items" of a "title" is read
-    as such; of other text, each line that begins with a command's title counts."""
+    """The commands that a program has printed, and all its text. JSON with "menu", "items" and "title" is read as such.
+    In any other text, each line that begins with a command's title counts."""
     try:
         titles = _titles(json.loads(output))
     except ValueError:

@@ -1,4 +1,4 @@
-"""The protocol's tables, golden frames and recordings, as they are kept beside the reference's pages."""
+"""The protocol's tables, golden frames and recordings. They are kept beside the reference's pages."""
 
 from __future__ import annotations
 
@@ -9,7 +9,7 @@ from typing import Any
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 
-# The source tree, and the installed one.
+# The places in the source tree and in the installed one.
 PLACES = (os.path.join(HERE, "..", "..", "docs", "protocol"), os.path.join(HERE, "..", "..", "protocol"))
 
 
@@ -36,20 +36,20 @@ def protocol() -> dict[str, Any]:
 
 @lru_cache
 def methods() -> dict[str, dict[str, Any]]:
-    """The methods of the table by their selectors, in their order."""
+    """The methods of the table by their selectors, in the order of the table."""
     return {method["selector"]: method for method in protocol()["methods"]}
 
 
 @lru_cache
 def signatures() -> dict[str, tuple[str, str]]:
-    """Return code and argument codes of each method by its selector."""
+    """The return code and argument codes of each method by its selector."""
     return {selector: (method["returns"], "".join(argument[0] for argument in method["arguments"]))
             for selector, method in methods().items()}
 
 
 @lru_cache
 def widths() -> dict[str, int]:
-    """Bytes of a value by its type code."""
+    """The width in bytes of a value by its type code."""
     return {row["code"]: row["width"] for row in protocol()["typeCodes"]}
 
 

@@ -1,4 +1,4 @@
-"""Checks, how they went, and how that is printed."""
+"""Checks, their results, and the reports."""
 
 from __future__ import annotations
 
@@ -9,7 +9,7 @@ from collections.abc import Callable, Iterable
 from dataclasses import dataclass
 from typing import Any
 
-# Each profile includes those that it names. Limits are in full alone.
+# Each profile includes the profiles that it names. Only "full" includes the limits.
 PROFILES: dict[str, tuple[str, ...]] = {
     "basic": ("basic",),
     "menu": ("basic", "menu"),
@@ -17,7 +17,7 @@ PROFILES: dict[str, tuple[str, ...]] = {
     "preferences": ("basic", "menu", "preferences"),
     "full": ("basic", "menu", "keldanectl", "preferences", "full"),
 }
-# A client has one trade; what another one does is not asked of it.
+# A client has one trade. The checks of other trades are not made.
 CLIENT_PROFILES: dict[str, tuple[str, ...]] = {
     "basic": ("basic",),
     "menu": ("basic", "menu"),
@@ -28,16 +28,16 @@ CLIENT_PROFILES: dict[str, tuple[str, ...]] = {
 
 
 class Failure(Exception):
-    """A check that was not passed, with a sentence."""
+    """Raised by a check that fails, with a sentence."""
 
 
 class Skip(Exception):
-    """A check that cannot be made here, with the reason."""
+    """Raised by a check that cannot be made here, with the reason."""
 
 
 @dataclass(frozen=True)
 class Check:
-    """One thing that must hold."""
+    """One requirement that is checked."""
 
     name: str
     profile: str
@@ -49,7 +49,7 @@ class Check:
 
 @dataclass(frozen=True)
 class Result:
-    """How a check went."""
+    """The result of a check."""
 
     check: Check
     status: str  # passed, failed or skipped
@@ -58,21 +58,22 @@ class Result:
 
 
 class Checks:
-    """The checks of one side, in the order in which they were written down."""
+    """The checks of one side, in the order in which they were registered."""
 
     def __init__(self) -> None:
         self.all: list[Check] = []
 
     def check(self, name: str, why: str, page: str, profile: str = "menu",
               destructive: bool = False) -> Callable[[Callable[[Any], None]], Callable[[Any], None]]:
-        """Writes a function down as a check."""
+        """Registers a function as a check."""
         def note(run: Callable[[Any], None]) -> Callable[[Any], None]:
             self.all.append(Check(name, profile, why, page, destructive, run))
             return run
         return note
 
     def chosen(self, profiles: Iterable[str], only: Iterable[str]) -> list[Check]:
-        """The checks of some profiles; of them those that `only` names, each or by what stands before the stroke."""
+        """The checks of these profiles. `only` restricts them to the checks that it names, by full name or by the part
+        before the slash."""
         wanted, names = set(profiles), set(only)
         return [check for check in self.all if check.profile in wanted
                 and (not names or names & {check.name, check.name.partition("/")[0]})]
@@ -85,7 +86,7 @@ def expect(holds: object, sentence: str) -> None:
 
 
 def run(check: Check, context: Any) -> Result:
-    """Makes one check. Whatever goes wrong in it is a failure."""
+    """Makes one check. Any exception in it is a failure."""
     begin = time.monotonic()
     status, detail = "passed", ""
     try:
@@ -100,7 +101,7 @@ def run(check: Check, context: Any) -> Result:
 
 
 class TapReport:
-    """The Test Anything Protocol, version 13, a line a check as it is made."""
+    """Prints the Test Anything Protocol, version 13, with one line for each check when it is made."""
 
     def __init__(self, count: int) -> None:
         self.number = 0
@@ -118,14 +119,14 @@ class TapReport:
         sys.stdout.flush()
 
     def end(self, results: list[Result]) -> None:
-        """Prints the sum."""
+        """Prints the totals."""
         counts = {status: sum(result.status == status for result in results)
                   for status in ("passed", "failed", "skipped")}
         print("# " + ", ".join(f"{count} {status}" for status, count in counts.items()))
 
 
 class JsonReport:
-    """One JSON document at the end."""
+    """Prints one JSON document at the end."""
 
     def __init__(self, _count: int) -> None:
         pass

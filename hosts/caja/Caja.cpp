@@ -20,7 +20,7 @@ GList* getBackgroundItems(CajaMenuProvider* /*provider*/, GtkWidget* /*window*/,
 
 }  // namespace
 
-// Caja's items know no separators; the touch-up turns this one into one.
+// Caja's extension interface has no separators. The touch-up turns this item into one.
 FmMenuItem* makeSeparator(const std::string& name) {
   return caja_menu_item_new(name.c_str(), kSeparatorLabel, "", nullptr);
 }

@@ -1,4 +1,4 @@
-// Caja's names for what the family has in common.
+// Caja's names for the parts of the interface that the family shares.
 #pragma once
 
 #include <glib-object.h>

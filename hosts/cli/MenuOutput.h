@@ -1,4 +1,4 @@
-// A menu and its commands as people and programs read and write them.
+// The text and JSON forms of a menu and its commands.
 #pragma once
 
 #include <cstdint>
@@ -11,17 +11,19 @@
 
 namespace keldane {
 
-/// "backup" and its like, a four-character code with or without quotes, or a number, decimal or 0x….
+/// Reads a name such as "backup", a four-character code with or without quotes, or a number, decimal or as
+/// 0x….
 std::optional<std::uint32_t> commandNamed(const std::string& text);
 
-/// Four characters; absent for anything else.
+/// The code of four characters; absent for any other text.
 std::optional<OSType> fourCharCodeNamed(const std::string& text);
 
-/// Titles indented by their depth, separators as ---, what cannot be chosen in parentheses, what can with its
-/// command.
+/// The titles, indented by their depth. A separator is ---, an item that cannot be chosen stands in
+/// parentheses, and one that can be chosen is followed by its command.
 std::string menuText(const std::vector<MenuItem>& menu);
 
-/// {"title", "command", "commandSize", "attributes"} and "items" for the outermost; null for an empty menu.
+/// The menu as JSON: "title", "command", "commandSize" and "attributes" for each item, and "items" for the
+/// outermost. Null for an empty menu.
 nlohmann::ordered_json menuJson(const std::vector<MenuItem>& menu);
 
 }  // namespace keldane

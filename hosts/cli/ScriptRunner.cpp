@@ -19,7 +19,7 @@ namespace {
 
 using json = nlohmann::ordered_json;
 
-/// A step that cannot be carried out; the text is the answer.
+/// Thrown for a step that cannot be carried out. Its text is the answer.
 struct StepError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
@@ -59,7 +59,7 @@ OSType codeFrom(const json& step, const char* key, OSType otherwise) {
 }
 
 std::chrono::duration<double> secondsFrom(const json& step) {
-  // Long enough for any script, short enough for any clock.
+  // A day is long enough for any script and does not overflow any clock.
   return std::chrono::duration<double>(std::clamp(step.at("seconds").get<double>(), 0.0, 86400.0));
 }
 

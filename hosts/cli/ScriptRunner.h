@@ -1,4 +1,4 @@
-// A script of steps, a JSON object a line, against one instance of a plug-in.
+// Runs a script against one instance of a plug-in. Each line of the script is a step, a JSON object.
 #pragma once
 
 #include <functional>
@@ -12,17 +12,17 @@
 
 namespace keldane {
 
-/// Runs the steps one after the other in one process; nothing that the plug-in asks to open is really opened.
-/// A step that is not understood answers an error, and the script goes on.
+/// Runs the steps one after the other in one process. The files that the plug-in asks to open are not really
+/// opened. For a step that is not understood the answer is an error, and the script goes on.
 class ScriptRunner {
  public:
-  /// `defaults` tells how a selection is described where a step does not say.
+  /// `defaults` gives the form of a selection for steps that do not name one.
   ScriptRunner(std::string bundle, Selection defaults);
   ~ScriptRunner();
   ScriptRunner(const ScriptRunner&) = delete;
   ScriptRunner& operator=(const ScriptRunner&) = delete;
 
-  /// Answers the exit status: 0, or 2 when some step was not understood.
+  /// Returns the exit status: 0, or 2 when a step was not understood.
   int run(std::istream& steps, std::ostream& answers);
 
  private:

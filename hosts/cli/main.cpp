@@ -1,5 +1,5 @@
-// keldane-menu: a file manager without a window. Loads a contextual-menu plug-in as a graphical host would,
-// and shows or chooses what it offers.
+// keldane-menu, a file manager without a window. It loads a contextual-menu plug-in as a graphical host
+// would, shows the menu, and chooses commands from it.
 #include <CLI/CLI.hpp>
 #include <fstream>
 #include <iostream>

@@ -19,7 +19,7 @@ std::string readTitle(const AERecord& record) {
   return title;
 }
 
-/// A number of 4 or 8 bytes, of which the low four count.
+/// Reads a number of 4 or 8 bytes. Only the low four bytes count.
 std::optional<std::uint32_t> readNumber(const AERecord& record, AEKeyword keyword, std::size_t& size) {
   std::uint64_t number = 0;
   DescType type = typeNull;

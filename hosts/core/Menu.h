@@ -15,14 +15,15 @@ struct MenuItem {
   std::uint32_t command = 0;                ///< 0 when the item has none
   std::size_t commandSize = 0;              ///< bytes of the descriptor that held the number
   std::optional<std::uint32_t> attributes;  ///< absent when the item carries none
-  std::vector<MenuItem> items;              ///< of a submenu
+  std::vector<MenuItem> items;              ///< the items of the submenu; empty when the item has none
 
   bool isSeparator() const { return title == "-"; }
-  /// Whether a person can choose it.
+  /// Whether the user can choose it.
   bool isChoosable() const;
 };
 
-/// The items of a command list, submenus included. An item that lacks a part reads as one without it.
+/// The items of a command list, submenus included. A part that an item lacks, or that cannot be read, is
+/// empty or absent in the result.
 std::vector<MenuItem> readMenu(const AEDescList& commandList);
 
 }  // namespace keldane

@@ -60,7 +60,7 @@ std::optional<DescriptorForm> descriptorFormNamed(const std::string& name) {
 
 MenuHost::~MenuHost() {
   if (instance_ != nullptr) {
-    cleanup();  // a menu that is still open ends with its host
+    cleanup();  // ends the cycle of a menu that is still open
   }
   while (instance_ != nullptr) {
     release();
@@ -99,8 +99,8 @@ bool MenuHost::load(const std::string& bundle, std::string* error) {
     return false;
   }
   references_ = 1;
-  // As the platform does: ask for the interface that will be used, then give back the reference that came
-  // with the instance.
+  // The platform's own hosts do the same: they ask for the interface that they will use, then give back the
+  // reference that came with the instance.
   bool pointer = false;
   if (queryInterface(contextualMenuInterfaceID(), &pointer) != S_OK || !pointer) {
     *error = path.string() + " has no contextual-menu interface.";

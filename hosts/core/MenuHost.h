@@ -1,4 +1,4 @@
-// A host of one contextual-menu plug-in: what a file manager does for a menu, without a window.
+// A host of one contextual-menu plug-in. It does what a file manager does for a menu, but has no window.
 #pragma once
 
 #include <memory>
@@ -11,20 +11,20 @@
 
 namespace keldane {
 
-/// How a selection is handed to the plug-in.
+/// The form in which a selection is handed to the plug-in.
 enum class DescriptorForm { furl, alias, fsref, text, null };
 
 std::optional<DescriptorForm> descriptorFormNamed(const std::string& name);
 
-/// Paths of a selection, and how they are described.
+/// The paths of a selection, and the form in which they are described.
 struct Selection {
   std::vector<std::string> paths;  ///< absolute
   DescriptorForm form = DescriptorForm::furl;
-  bool asList = false;  ///< a list of one path too
+  bool asList = false;  ///< a single path is put into a list too
 };
 
-/// Loads a plug-in bundle and drives one instance through its function table. Main thread. The instance is
-/// released with the host.
+/// Loads a plug-in bundle and drives one instance through its function table. All operations must be called
+/// on the main thread. The destructor releases the instance.
 class MenuHost {
  public:
   MenuHost() = default;
@@ -32,14 +32,15 @@ class MenuHost {
   MenuHost(const MenuHost&) = delete;
   MenuHost& operator=(const MenuHost&) = delete;
 
-  /// Loads the bundle at the path, or the first that is installed, and makes an instance. False and a
-  /// sentence when that cannot be done. Does nothing when one is loaded.
+  /// Loads the bundle at the path and makes an instance. An empty path stands for the first plug-in that is
+  /// installed. On failure the result is false and `error` holds a sentence. Does nothing when a plug-in is
+  /// loaded already.
   bool load(const std::string& bundle, std::string* error);
 
-  /// Of the plug-in that is loaded.
+  /// The bundle of the plug-in that is loaded.
   const std::shared_ptr<Bundle>& bundle() const { return plugIn_->bundle(); }
 
-  /// Whether the factory makes an instance of another plug-in type, which is released again.
+  /// Whether the factory makes an instance of another plug-in type. The instance is released again.
   bool create(CFUUIDRef type);
   HRESULT queryInterface(CFUUIDRef interfaceID, bool* pointer);
   ULONG addRef();
@@ -48,7 +49,7 @@ class MenuHost {
 
   struct Examination {
     OSStatus status = kNoErr;
-    std::vector<MenuItem> menu;  ///< what was appended to the command list
+    std::vector<MenuItem> menu;  ///< the items that were appended to the command list
   };
   Examination examine(const Selection& selection);
   OSStatus select(const Selection& selection, std::uint32_t command);

@@ -21,10 +21,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// A menu that nobody holds stays open for so long: toolkits drop their items and ask again for the same
-/// menu.
+/// The time for which a menu that nobody holds stays open. Toolkits drop their items and ask again for the
+/// same menu.
 constexpr RunLoop::Seconds kLinger{1.0};
-/// A menu that came late is kept for so long for the next opening.
+/// The time for which a menu that came late is kept for the next opening.
 constexpr RunLoop::Seconds kUnseenLife{30.0};
 constexpr auto kLongestFarewell = std::chrono::milliseconds(200);
 constexpr RunLoop::Seconds kLongTime{3600.0};
@@ -33,15 +33,15 @@ constexpr char kNotResponding[] = "Keldane is not responding";
 
 }  // namespace
 
-/// The plug-in's thread, and what it shares with the window's thread under the mutex. Three things have
-/// states.
+/// The plug-in's thread, and the fields that it shares with the window's thread under the mutex. Three things
+/// have states.
 ///
 /// The thread (`thread_`) is stopped, then starting, then running when its run loop is known, then ending
-/// when the service goes, then stopped again. A thread that an exception ended is stopped too, and the next
-/// question starts it again.
+/// when the service is destroyed, then stopped again. A thread that an exception ended is stopped too, and
+/// the next question starts it again.
 ///
-/// One examination may be under way (`current_`). One more may wait for it (`next_`), for which the run loop
-/// has been told to call `examineNext`. A newer selection takes the place of the one that waits.
+/// One examination may be under way (`current_`). One more may wait for its end (`next_`); a call of
+/// `examineNext` is then queued in the run loop. A newer selection takes the place of the one that waits.
 ///
 /// Whoever shows the menu that is remembered (`offered_`) has a lease. The menu is unseen while it came too
 /// late for the question that it answers and no later opening has used it (`unseenUntil_`). The plug-in's
@@ -50,8 +50,8 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
  public:
   Worker(std::string bundle, Patience patience) : bundle_(std::move(bundle)), patience_(patience) {}
 
-  /// Returns when the thread runs, or could not be started: the system may have a thread and descriptors for
-  /// the next menu, which tries again.
+  /// Returns when the thread runs or could not be started. The next menu tries again, because the system may
+  /// have a thread and descriptors for it then.
   void start() {
     const ScopedLock guard(mutex_);
     thread_ = ThreadState::starting;
@@ -65,7 +65,7 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
     changed_.wait(mutex_, [this]() KELDANE_REQUIRES(mutex_) { return thread_ != ThreadState::starting; });
   }
 
-  /// A thread that is stuck in the plug-in is not waited for.
+  /// Does not wait for a thread that is stuck in the plug-in.
   void end() {
     const ScopedLock guard(mutex_);
     listener_ = nullptr;
@@ -94,7 +94,7 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
       return known;
     }
     const std::uint64_t number = request(paths);
-    // The window has waited for a plug-in that is stuck once already.
+    // A stuck plug-in is not waited for again, because the window has already waited once.
     const bool isStuck = current_ && Clock::now() - currentSince_ > patience_;
     const auto isThere = [&]() KELDANE_REQUIRES(mutex_) { return offered_ && offered_->number >= number; };
     if (!isStuck && changed_.waitFor(mutex_, patience_, isThere)) {
@@ -132,7 +132,7 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
  private:
   enum class ThreadState { stopped, starting, running, ending };
 
-  /// Held by whoever shows a menu, for as long as its items can be chosen.
+  /// A lease is held by whoever shows a menu, for as long as the menu's items can be chosen.
   struct Lease {
     Lease(std::shared_ptr<Worker> lender, std::shared_ptr<const OfferedMenu> leased)
         : worker(std::move(lender)), menu(std::move(leased)) {}
@@ -143,9 +143,9 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
     const std::shared_ptr<const OfferedMenu> menu;
   };
 
-  // --- Either thread ---
+  // --- On either thread ---
 
-  /// The remembered menu with a lease, if it is that of these paths.
+  /// The remembered menu with a lease; null when it is not the menu of these paths.
   std::shared_ptr<const OfferedMenu> leaseOf(const std::vector<std::string>& paths) KELDANE_REQUIRES(mutex_) {
     if (!offered_ || offered_->paths != paths) {
       return nullptr;
@@ -160,7 +160,7 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
     return offered_ && unseenUntil_ && Clock::now() < *unseenUntil_;
   }
 
-  /// The number of the examination that will answer: the one under way or the next.
+  /// The number of the examination that will answer. It is the one under way or the next.
   std::uint64_t request(const std::vector<std::string>& paths) KELDANE_REQUIRES(mutex_) {
     if (current_ && !next_ && current_->paths == paths) {
       return current_->number;
@@ -181,7 +181,7 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
     return thread_;
   }
 
-  // --- The window's thread ---
+  // --- On the window's thread ---
 
   void endLease() {
     const ScopedLock guard(mutex_);
@@ -190,7 +190,7 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
     }
   }
 
-  // --- The plug-in's thread ---
+  // --- On the plug-in's thread ---
 
   void run() {
     guarded([this] { serve(); });
@@ -237,7 +237,7 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
       const ScopedLock guard(mutex_);
       menu->items = std::move(items);
       current_.reset();
-      if (!next_) {  // otherwise this menu is out of date
+      if (!next_) {  // a newer selection makes this menu out of date
         offered_ = menu;
         isLate = awaited_ == menu->number;
         unseenUntil_.reset();
@@ -256,7 +256,7 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
     }
   }
 
-  /// Ends the cycle that is open and begins that of this menu.
+  /// Ends the open cycle and begins the cycle of this menu.
   std::vector<MenuItem> examine(const OfferedMenu& menu) {
     std::vector<MenuItem> items;
     guarded([&] {
@@ -283,7 +283,8 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
     endCycle(menu.number);
   }
 
-  /// Nothing that the plug-in throws reaches the host. False when something was thrown.
+  /// Catches and logs what the plug-in throws, so that it does not reach the host. False when something was
+  /// thrown.
   template <class Work>
   static bool guarded(const Work& work) {
     try {
@@ -295,8 +296,8 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
     }
   }
 
-  /// Ends the open cycle after the delay, unless somebody has a lease then or is still to see the menu. The
-  /// main run loop may outlive this object.
+  /// Ends the open cycle after the delay, unless somebody then has a lease or the menu is still unseen. The
+  /// timer holds a weak pointer, because the main run loop may outlive this object.
   void endCycleIn(RunLoop::Seconds delay) {
     RunLoop::current().scheduleTimer(delay, false, [weak = weak_from_this(), number = open_](Timer&) {
       if (const std::shared_ptr<Worker> self = weak.lock(); self && !self->isWanted()) {
@@ -323,7 +324,7 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
     }
   }
 
-  /// False when there is no plug-in. That is logged once, and the next menu tries again.
+  /// False when there is no plug-in. The reason is logged once, and the next menu tries again.
   bool load() {
     if (plugIn_) {
       return true;
@@ -354,22 +355,22 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
   const Patience patience_;
 
   Mutex mutex_{{.name = "MenuService.mutex"}};
-  Condition changed_;  // the thread's state, or the remembered menu
+  Condition changed_;  // signalled when the thread's state or the remembered menu changes
   ThreadState thread_ KELDANE_GUARDED_BY(mutex_) = ThreadState::stopped;
-  RunLoop* loop_ KELDANE_GUARDED_BY(mutex_) = nullptr;  // while the thread is running or ending
+  RunLoop* loop_ KELDANE_GUARDED_BY(mutex_) = nullptr;  // set while the thread is running or ending
   std::shared_ptr<OfferedMenu> next_ KELDANE_GUARDED_BY(mutex_);
   std::shared_ptr<OfferedMenu> current_ KELDANE_GUARDED_BY(mutex_);
   Clock::time_point currentSince_ KELDANE_GUARDED_BY(mutex_);
   std::uint64_t lastNumber_ KELDANE_GUARDED_BY(mutex_) = 0;
-  std::uint64_t awaited_ KELDANE_GUARDED_BY(mutex_) =
-      0;  // the last examination that was not waited for to the end
+  // The number of the last examination whose end the window did not wait for.
+  std::uint64_t awaited_ KELDANE_GUARDED_BY(mutex_) = 0;
   std::shared_ptr<const OfferedMenu> offered_ KELDANE_GUARDED_BY(mutex_);
   std::optional<Clock::time_point> unseenUntil_ KELDANE_GUARDED_BY(mutex_);
   std::size_t leases_ KELDANE_GUARDED_BY(mutex_) = 0;
   std::function<void()> listener_ KELDANE_GUARDED_BY(mutex_);
   std::string notRespondingTitle_ KELDANE_GUARDED_BY(mutex_) = kNotResponding;
 
-  // The plug-in's thread alone uses these.
+  // These fields are used only by the plug-in's thread.
   std::unique_ptr<MenuHost> plugIn_;
   std::uint64_t open_ = 0;    // the menu whose cycle is open
   std::uint64_t chosen_ = 0;  // the menu that a command was last chosen from

@@ -12,51 +12,55 @@
 
 namespace keldane {
 
-/// What the plug-in offered for a selection. The host holds the pointer, which is a lease, for as long as the
-/// items can be chosen. The menu cycle ends a moment after the last lease.
+/// The menu that the plug-in offered for a selection. The host holds the pointer, which is a lease, for as
+/// long as the items can be chosen. The menu cycle ends a moment after the last lease.
 struct OfferedMenu {
-  std::uint64_t number = 0;  ///< of the examination; grows
+  std::uint64_t number = 0;  ///< number of the examination; newer ones are larger
   std::vector<std::string> paths;
-  std::vector<MenuItem> items;  ///< empty: there is nothing to show
+  std::vector<MenuItem> items;  ///< empty when there is nothing to show
 };
 
-/// Keeps the plug-in on a thread of its own, which is the plug-in's main thread and carries its run loop, and
-/// asks it there. The plug-in's calls wait for the daemon without a limit, but the window's thread waits here
-/// for a fixed time at most and then goes on without a menu. One examination runs at a time: of the
-/// selections that are asked for meanwhile, the last is examined next and the others are dropped.
+/// Runs the plug-in on a thread of its own. This thread is the plug-in's main thread and carries its run
+/// loop. The plug-in's calls wait for the daemon without a limit, but the window's thread waits here for a
+/// fixed time at most and then goes on without a menu. One examination runs at a time. Of the selections that
+/// are asked for meanwhile, only the last is examined next; the others are dropped.
 ///
-/// It is made and asked on the window's thread. When the service goes while its thread is stuck in the
-/// plug-in, the thread is left behind and touches nothing of the host's any more.
+/// The service is made and called on the window's thread. When it is destroyed while its own thread is stuck
+/// in the plug-in, that thread is left behind and no longer touches anything of the host.
 class MenuService {
  public:
   using Patience = std::chrono::milliseconds;
   static constexpr Patience kUsualPatience{100};
-  /// The milliseconds that KELDANE_MENU_PATIENCE in the environment names, 1 to 60,000; else the usual.
+  /// The milliseconds (1 to 60,000) in the environment variable KELDANE_MENU_PATIENCE, or else the usual
+  /// patience.
   static Patience configuredPatience();
 
-  /// `bundle` empty: the first plug-in that is installed. It is loaded with the first menu.
+  /// An empty `bundle` stands for the first plug-in that is installed. The plug-in is loaded with the first
+  /// menu.
   explicit MenuService(std::string bundle = {}, Patience patience = configuredPatience());
   ~MenuService();
   MenuService(const MenuService&) = delete;
   MenuService& operator=(const MenuService&) = delete;
 
-  /// Called on the plug-in's thread whenever a menu is there for which `menuFor` did not wait long enough.
+  /// The listener is called on the plug-in's thread when a menu has come for which `menuFor` did not wait
+  /// long enough.
   void setLateListener(std::function<void()> listener);
 
-  /// The menu for a selection of absolute paths: the one that is remembered for it, else a new one. Null when
-  /// it does not come in time; null at once when the plug-in has been stuck for longer than that already.
+  /// The menu for a selection of absolute paths: the remembered one, or else a new one. Null when it does not
+  /// come in time. Null at once when the plug-in has already been stuck for longer than the patience.
   std::shared_ptr<const OfferedMenu> menuFor(const std::vector<std::string>& paths);
-  /// The remembered menu, without asking the plug-in: null when there is none for this selection.
+  /// The remembered menu, without asking the plug-in. Null when there is none for this selection.
   std::shared_ptr<const OfferedMenu> rememberedMenuFor(const std::vector<std::string>& paths) const;
-  /// Called once for each menu that is about to be shown: a remembered menu is out of date. A menu that came
-  /// late is kept for the first opening within half a minute, so that a selection that takes longer than the
-  /// patience gets its menu too.
+  /// To be called once for each menu that is about to be shown. Drops the remembered menu, because it is out
+  /// of date. A menu that came late is kept for the first opening within half a minute, so that a selection
+  /// that takes longer than the patience gets its menu too.
   void forget();
   /// Carries out a command of a menu when the plug-in's thread is free, and ends the cycle. Only the first
   /// command of a menu is carried out.
   void choose(const OfferedMenu& menu, std::uint32_t command);
 
-  /// What to show in place of a menu that does not come, in the user's language once the plug-in was loaded.
+  /// The title to show when a menu does not come. It is in the user's language once the plug-in has been
+  /// loaded.
   std::string notRespondingTitle() const;
 
  private:

@@ -22,7 +22,7 @@ using keldane::DaemonLink;
 constexpr int kRefresh = 2000;  // milliseconds
 constexpr int kVersionRole = Qt::UserRole;
 
-/// Never taken down: its thread may be stuck when Dolphin ends.
+/// The service is never destroyed, because its thread may be stuck when Dolphin ends.
 keldane::StatusService& service() {
   static auto* const made = new keldane::StatusService();
   return *made;
@@ -40,7 +40,7 @@ QLabel* makeLabel(const QString& text) {
   return label;
 }
 
-/// The other toolkit marks keys of access by another character.
+/// The texts mark access keys as GTK does, by an underscore. Qt marks them by an ampersand.
 QString labelFrom(const char* text) {
   return QString::fromUtf8(text).replace(QLatin1Char('_'), QLatin1Char('&'));
 }
@@ -91,7 +91,7 @@ void BackupPage::makeButtons() {
   static_cast<QVBoxLayout*>(layout())->addLayout(row);
 }
 
-// The page is looked at on the window's thread only, where it may have gone meanwhile.
+// The page is used on the window's thread only, because it may be deleted there meanwhile.
 template <class Work, class Then>
 void BackupPage::ask(Work work, Then then) {
   service().perform([page = QPointer<BackupPage>(this), work, then](DaemonLink* link) {
@@ -107,7 +107,7 @@ void BackupPage::ask(Work work, Then then) {
   });
 }
 
-// One question at a time: a daemon that is silent gets no more of them meanwhile.
+// Only one question is asked at a time, so that questions do not pile up for a silent daemon.
 void BackupPage::refresh() {
   if (isAsking_ || (hasAnswer_ && !isVisible())) {
     return;
@@ -168,7 +168,8 @@ void BackupPage::enableButtons() {
 
 void BackupPage::tell(const std::string& sentence) {
   message_->setText(QString::fromStdString(sentence));
-  message_->setVisible(!sentence.empty());  // else the keys lead to nothing
+  // An empty label is hidden, so that the keyboard focus skips it.
+  message_->setVisible(!sentence.empty());
 }
 
 void BackupPage::backUp() {

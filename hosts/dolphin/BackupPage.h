@@ -1,4 +1,4 @@
-// What stands on the page "Backup".
+// The contents of the page "Backup".
 #pragma once
 
 #include <QTimer>
@@ -14,7 +14,7 @@ class QLabel;
 class QPushButton;
 class QTreeWidget;
 
-/// Asks the daemon without waiting for it, and again every few seconds while it can be seen.
+/// The page asks the daemon without waiting for it, and again every few seconds while it is visible.
 class BackupPage : public QWidget {
   Q_OBJECT
 
@@ -34,7 +34,8 @@ class BackupPage : public QWidget {
   void restoreElsewhere();
   void restoreTo(const QString& folder);
   void lookAtRestore();
-  /// Does work on the service's thread and hands its result to this page, if that is still there.
+  /// Runs `work` on the service's thread and hands its result to `then` on the window's thread, if this page
+  /// still exists.
   template <class Work, class Then>
   void ask(Work work, Then then);
 
@@ -46,5 +47,5 @@ class BackupPage : public QWidget {
   QTimer timer_;
   keldane::FileDetails details_;
   bool isAsking_ = false, hasAnswer_ = false;
-  std::uint32_t job_ = 0;  // of a restore that goes on
+  std::uint32_t job_ = 0;  // the restore that is under way; 0 for none
 };

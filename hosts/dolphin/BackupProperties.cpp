@@ -9,7 +9,7 @@
 
 K_PLUGIN_CLASS_WITH_JSON(BackupProperties, "properties.json")
 
-// Frameworks 5 hands the dialog over by its own type.
+// In Frameworks 5 the base class takes the dialog as KPropertiesDialog.
 BackupProperties::BackupProperties(QObject* parent, const QVariantList& /*arguments*/)
     : KPropertiesDialogPlugin(qobject_cast<KPropertiesDialog*>(parent)) {
   auto* dialog = qobject_cast<KPropertiesDialog*>(parent);

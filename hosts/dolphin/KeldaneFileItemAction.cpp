@@ -26,7 +26,7 @@ using Menu = std::shared_ptr<const keldane::OfferedMenu>;
 
 constexpr char kIconName[] = "keldane";
 
-/// What stands in an open menu and waits for what the plug-in offers.
+/// The entry in an open menu that waits for the plug-in's answer.
 struct Waiting {
   QPointer<QAction> top;
   std::vector<std::string> paths;
@@ -35,7 +35,8 @@ Waiting gWaiting;
 
 void fillWaiting();
 
-/// Brings the news of a late menu from the plug-in's thread to the window's, on which it is made.
+/// Passes the news of a late menu from the plug-in's thread to the window's thread, on which this object is
+/// made.
 class LateNews : public QObject {
   Q_OBJECT
 
@@ -43,7 +44,7 @@ class LateNews : public QObject {
   Q_INVOKABLE void tell() { fillWaiting(); }
 };
 
-/// Never taken down: the thread of the plug-in may be stuck when Dolphin ends.
+/// The service is never destroyed, because the plug-in's thread may be stuck when Dolphin ends.
 MenuService& menuService() {
   static auto* const service = [] {
     auto* made = new MenuService();
@@ -54,12 +55,13 @@ MenuService& menuService() {
   return *service;
 }
 
-/// What is known of files: in the extension for the emblems, which is a library of its own. May be null.
+/// The object that knows the status of files. It lives in the extension for the emblems, which is another
+/// library. Null when that extension is not loaded.
 QObject* sharedStatus() {
   return qvariant_cast<QObject*>(QCoreApplication::instance()->property("keldaneStatus"));
 }
 
-/// The files are looked at at once.
+/// Tells the status object of a command, so that the daemon is asked about the files at once.
 void tellOfCommand(const std::vector<std::string>& paths) {
   if (QObject* status = sharedStatus()) {
     QStringList list;
@@ -70,7 +72,7 @@ void tellOfCommand(const std::vector<std::string>& paths) {
   }
 }
 
-/// An ampersand would mark the key that chooses the entry.
+/// Ampersands are doubled, because a single one would mark the key that chooses the entry.
 QString textFor(const std::string& title) {
   return QString::fromStdString(title).replace(QLatin1Char('&'), QLatin1String("&&"));
 }
@@ -113,8 +115,8 @@ void fillWaiting() {
   }
 }
 
-/// Those that are no UTF-8 are left out. Absent when an item has no place in the local file system, and when
-/// nothing is left.
+/// The local paths of the items. Paths that are not UTF-8 are left out. Absent when an item is not in the
+/// local file system, or when no path is left.
 std::optional<std::vector<std::string>> localPaths(const QList<QUrl>& urls) {
   std::vector<std::string> paths;
   for (const QUrl& url : urls) {
@@ -129,7 +131,8 @@ std::optional<std::vector<std::string>> localPaths(const QList<QUrl>& urls) {
   return paths.empty() ? std::nullopt : std::optional(paths);
 }
 
-/// The plug-in's submenu, or what stands in its place; null when there is nothing to show.
+/// The plug-in's submenu, or an entry in its place when it did not come in time. Null when there is nothing
+/// to show.
 QAction* makeSubmenu(const std::vector<std::string>& paths, QWidget* parent) {
   menuService().forget();
   const Menu menu = menuService().menuFor(paths);
@@ -147,8 +150,8 @@ QAction* makeSubmenu(const std::vector<std::string>& paths, QWidget* parent) {
   return top;
 }
 
-/// The host's own entry beside the submenu. Dolphin does not tell the background of a folder from the folder
-/// in the one above. Null where there is nothing to restore.
+/// The host's own entry beside the submenu. Null when there is nothing to restore. Dolphin does not tell
+/// whether a folder was clicked in its parent folder or on its own background.
 QAction* makeRestoreEntry(const KFileItemListProperties& selection, QWidget* parent) {
   QObject* status = sharedStatus();
   const QString program = QStandardPaths::findExecutable(QLatin1String(keldane::kRestoreProgram));
@@ -189,5 +192,5 @@ QList<QAction*> KeldaneFileItemAction::actions(const KFileItemListProperties& se
   return actions;
 }
 
-// The factory that the macro above makes.
+// This file has the factory that the macro above declares.
 #include "KeldaneFileItemAction.moc"

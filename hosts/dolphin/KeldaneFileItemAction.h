@@ -1,11 +1,11 @@
-// The Dolphin extension.
+// The Dolphin extension for the context menu.
 #pragma once
 
 #include <KAbstractFileItemActionPlugin>
 
-/// Dolphin asks for actions once, when it is about to show a menu, and a menu can be filled while it is open:
-/// in place of one that does not come in time stands an entry that says so, which becomes the menu once it is
-/// there. Dolphin's thread; owned by Dolphin.
+/// Dolphin asks for actions once, when it is about to show a menu, but a menu can be filled while it is open.
+/// So a submenu that does not come in time is replaced by an entry that says so. This entry becomes the
+/// submenu once the answer is there. Used on Dolphin's window thread and owned by Dolphin.
 class KeldaneFileItemAction : public KAbstractFileItemActionPlugin {
   Q_OBJECT
 

@@ -8,7 +8,7 @@
 
 namespace {
 
-/// A view may show some folders at once, as a tree. It does not tell which it has left.
+/// A view may show several folders at once, as a tree. It does not tell which folders it has left.
 constexpr std::size_t kMostFolders = 8;
 constexpr int kMostUnanswered = 2000;
 

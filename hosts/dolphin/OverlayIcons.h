@@ -8,7 +8,8 @@
 #include <deque>
 #include <string>
 
-/// One for each view. Dolphin asks for what can be seen, some times over, and is told when something changed.
+/// Dolphin makes one object for each view. It asks for the visible files, several times over, and is told
+/// when an emblem has changed.
 class OverlayIcons : public KOverlayIconPlugin {
   Q_OBJECT
   Q_PLUGIN_METADATA(IID "example.keldane.OverlayIcons" FILE "overlay.json")
@@ -20,6 +21,6 @@ class OverlayIcons : public KOverlayIconPlugin {
 
  private:
   void hold(const std::string& folder);
-  QSet<QUrl> unanswered_;            // asked about while emblems were switched off
-  std::deque<std::string> folders_;  // that the view shows, the latest first
+  QSet<QUrl> unanswered_;            // files asked about while emblems were switched off
+  std::deque<std::string> folders_;  // folders that the view shows, the latest first
 };

@@ -57,7 +57,7 @@ std::optional<keldane::FileStatus> SharedStatus::statusOf(const QUrl& url) {
   return path ? service_.statusOf(*path) : std::nullopt;
 }
 
-// The folder's own status is what the menu on its background needs at once.
+// The folder's own status is asked for, because the menu on its background needs it at once.
 void SharedStatus::hold(const std::string& folder) {
   if (++held_[folder] == 1 && (options_.needStatus() || options_.restoreEntries)) {
     service_.statusOf(folder);

@@ -12,8 +12,8 @@
 #include "hosts/core/status/ChangeQueue.h"
 #include "hosts/core/status/StatusService.h"
 
-/// One a library, on the window's thread, and never taken down: the service's thread may be stuck when
-/// Dolphin ends.
+/// Each library has one such object, used on the window's thread. It is never destroyed, because the
+/// service's thread may be stuck when Dolphin ends.
 class SharedStatus : public QObject {
   Q_OBJECT
 
@@ -21,29 +21,31 @@ class SharedStatus : public QObject {
   /// The application's property that holds this object, for the other extensions.
   static constexpr char kProperty[] = "keldaneStatus";
 
-  /// Made with the first call.
+  /// The object is made with the first call.
   static SharedStatus& shared();
   keldane::StatusService& service() { return service_; }
   const keldane::FileManagerOptions& options() const { return options_; }
-  /// What is known of a file; nothing for what is not this computer's, is in a trash folder, or is not known.
+  /// The status of a file. Absent for a file that is not on this computer, is in a trash folder, or is not
+  /// known yet.
   std::optional<keldane::FileStatus> statusOf(const QUrl& url);
-  /// The path of a file of which the daemon may know; nothing for every other one.
+  /// The path of a file that the daemon may know; absent for any other file.
   static std::optional<std::string> pathOf(const QUrl& url);
 
-  /// A view shows a folder, or has left it. Each `hold` has its `release`.
+  /// Tell that a view shows a folder, or has left it. Each `hold` needs one `release`.
   void hold(const std::string& folder);
   void release(const std::string& folder);
 
-  /// A person gave the daemon a command for these paths.
+  /// Tells that the user gave the daemon a command for these paths.
   Q_INVOKABLE void commandWasGiven(const QStringList& paths);
-  /// The entry that opens the restore window for a file or a folder: its text and the program's option.
-  /// Empty where the person wants none, nothing can be restored, or nothing is known yet.
+  /// The menu entry that opens the restore window for a file or a folder: its text and the program's option.
+  /// Empty when the user has switched such entries off, when nothing can be restored, or when nothing is
+  /// known yet.
   Q_INVOKABLE QStringList restoreEntry(const QString& path, bool isFolder);
 
  Q_SIGNALS:
-  /// Something else is to be shown for these files.
+  /// The emblems of these files may have changed.
   void changed(const QStringList& paths);
-  /// The person wants other things to be shown than before.
+  /// The user has changed the options.
   void optionsChanged();
 
  protected:
@@ -51,7 +53,7 @@ class SharedStatus : public QObject {
 
  private:
   SharedStatus();
-  /// What is asked about is what is held, and the folders themselves.
+  /// Closes the folders that are neither held nor the parent of a held folder.
   void closeOthers();
   Q_INVOKABLE void beginToTell();
   void tellSome();
@@ -59,6 +61,6 @@ class SharedStatus : public QObject {
   keldane::ChangeQueue changes_;
   keldane::StatusService service_;
   keldane::FileManagerOptions options_;
-  std::map<std::string, int> held_;  // how often
+  std::map<std::string, int> held_;  // number of holds by folder
   int timer_ = 0, beat_ = 0;
 };

@@ -1,8 +1,8 @@
-// The host of one of three relatives, whose extension interfaces differ in their names alone. Each one's
-// folder has the names.
+// The host for three related file managers whose extension interfaces differ only in their names. The folder
+// of each file manager has its names.
 //
-// All three ask for a menu's items whenever the selection changes, several times over, and keep what they
-// got. When a menu is about to be opened they are told that items have changed, and ask once more.
+// All three ask for a menu's items whenever the selection changes, several times over, and keep the answer.
+// When a menu is about to be opened, they are told that the items have changed, and then they ask again.
 #include "hosts/family/FamilyHost.h"
 
 #include "hosts/family/Status.h"
@@ -14,7 +14,7 @@ namespace keldane {
 namespace {
 
 GType gProviderTypes[1];
-gpointer gProvider = nullptr;  // the file manager makes one
+gpointer gProvider = nullptr;  // made by the file manager
 
 struct Library {
   static GFile* location(gpointer file) { return FM(file_info_get_location)(FM_FILE_INFO(file)); }
@@ -32,7 +32,7 @@ struct Library {
   static void heading(const char* /*label*/) {}
 };
 
-// They are asked for when a folder begins to be shown, too.
+// The file manager also asks for these items when it begins to show a folder.
 GList* backgroundItems(FmFileInfo* folder) {
   GFile* location = Library::location(folder);
   folderIsOpened(location);

@@ -1,4 +1,4 @@
-// What the family's shared code and each one's own have of each other.
+// The interface between the family's shared code and the code of each file manager.
 #pragma once
 
 #include <string>
@@ -7,16 +7,16 @@
 
 namespace keldane {
 
-// Each file manager's own:
+// Each file manager implements these:
 
-/// Null: there is none of its kind here.
+/// Null when the file manager has no separators.
 FmMenuItem* makeSeparator(const std::string& name);
-/// Makes the type a provider of menus, whose items `fileItems` makes for a list of the file manager's file
-/// information and `backgroundItems` for that of a folder.
+/// Makes the type a provider of menus. `fileItems` makes the items for a list of the file manager's file
+/// information, `backgroundItems` those for the background of a folder.
 void addInterfaces(GTypeModule* module, GType type, GList* (*fileItems)(GList*),
                    GList* (*backgroundItems)(FmFileInfo*));
 
-// The shared code's, behind the module's entry points:
+// The shared code implements these for the module's entry points:
 
 void initializeModule(GTypeModule* module);
 void shutDownModule();

@@ -24,7 +24,7 @@ GList* getPages(FmPropertyPageProvider* /*provider*/, GList* files) {
                                                                         gtk_label_new(pageTitle()), page));
 }
 
-// There is no widget, but this is the first that is heard of a folder.
+// The host shows no widget here. The call is used because it is the first sign that a folder is opened.
 GtkWidget* getLocationWidget(FmLocationWidgetProvider* /*provider*/, const char* address,
                              GtkWidget* /*window*/) {
   GFile* folder = g_file_new_for_uri(address);

@@ -1,4 +1,4 @@
-// The page "Backup" in the properties, in the two relatives of GTK 3.
+// The page "Backup" in the properties of the two file managers of the family that use GTK 3.
 #pragma once
 
 #include <glib-object.h>

@@ -1,6 +1,6 @@
-// All three ask once for each file that they show, and again when they are told that what is known of it is
-// out of date. An answer is given at once, from what is known: while one for a file is awaited, they ask
-// about no other file of the folder.
+// All three file managers ask once for each file that they show, and again when they are told that the answer
+// is out of date. The answer is given at once, from the known status, because they ask about no other file of
+// the folder while they wait for an answer.
 #include "hosts/family/Status.h"
 
 #include "Common/DaemonText.h"

@@ -16,7 +16,8 @@ constexpr int kSpacing = 6, kBorder = 12, kListHeight = 140;
 
 enum Column : int { kDateColumn, kSizeColumn, kVersionColumn, kColumns };
 
-/// The window's thread alone. A page is found by its number, since answers may come after its end.
+/// Used on the window's thread only. A page is found by its number, because answers may come after it was
+/// deleted.
 class BackupPage {
  public:
   explicit BackupPage(std::string path);
@@ -43,7 +44,8 @@ class BackupPage {
   void restoreElsewhere();
   void restoreTo(const std::string& folder);
   void lookAtRestore();
-  /// Does work on the service's thread and hands its result to this page, if that is still there.
+  /// Runs `work` on the service's thread and hands its result to `then` on the window's thread, if this page
+  /// still exists.
   template <class Work, class Then>
   void ask(Work work, Then then);
 
@@ -57,7 +59,7 @@ class BackupPage {
   GtkWidget *backUp_ = nullptr, *restore_ = nullptr, *restoreTo_ = nullptr;
   FileDetails details_;
   bool isAsking_ = false, hasAnswer_ = false;
-  std::uint32_t job_ = 0;  // of a restore that goes on
+  std::uint32_t job_ = 0;  // the restore that is under way; 0 for none
   guint timer_ = 0;
 };
 
@@ -181,7 +183,7 @@ void BackupPage::ask(Work work, Then then) {
   });
 }
 
-// One question at a time: a daemon that is silent gets no more of them meanwhile.
+// Only one question is asked at a time, so that questions do not pile up for a silent daemon.
 void BackupPage::refresh() {
   if (isAsking_ || (hasAnswer_ && gtk_widget_get_mapped(box_) == FALSE)) {
     return;
@@ -260,7 +262,8 @@ void BackupPage::enableButtons() {
 
 void BackupPage::tell(const std::string& sentence) {
   gtk_label_set_text(GTK_LABEL(message_), sentence.c_str());
-  gtk_widget_set_visible(message_, sentence.empty() ? FALSE : TRUE);  // else the keys lead to nothing
+  // An empty label is hidden, so that the keyboard focus skips it.
+  gtk_widget_set_visible(message_, sentence.empty() ? FALSE : TRUE);
 }
 
 void BackupPage::backUp() {
@@ -322,7 +325,7 @@ const char* pageTitle() { return tr("Backup"); }
 
 GtkWidget* makeBackupPage(const std::vector<GFile*>& files) {
   const std::optional<std::string> path = files.size() == 1 ? pathOfOwnFile(files.front()) : std::nullopt;
-  // It belongs to its widget.
+  // The page belongs to its widget, which deletes it.
   return path ? (new BackupPage(*path))->widget() : nullptr;
 }
 

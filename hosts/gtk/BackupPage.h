@@ -10,9 +10,10 @@ namespace keldane {
 
 const char* pageTitle();
 
-/// The page for a selection: status, why, dates, stored versions, and buttons to back up and to restore. It
-/// asks the daemon without waiting for it and again every few seconds while it can be seen. A floating
-/// reference; null where the selection is not one file or folder that the backup may know.
+/// Makes the page for a selection. It shows the status, the reason, dates and stored versions, and has
+/// buttons to back up and to restore. It asks the daemon without waiting for it, and again every few seconds
+/// while it is visible. The result is a floating reference. It is null unless the selection is one file or
+/// folder that the backup may know.
 GtkWidget* makeBackupPage(const std::vector<GFile*>& files);
 
 }  // namespace keldane

@@ -9,11 +9,12 @@ namespace keldane {
 
 namespace {
 
-/// Milliseconds between the event that opens a menu and the last of the questions for its items, if the file
-/// manager has nothing else to do. With thousands of files it has, for longer than that.
+/// The milliseconds after the event that opens a menu in which the file manager may ask for its items, if it
+/// has nothing else to do. With thousands of files it is busy for longer. Then the source below, which has a
+/// low priority, runs later.
 constexpr guint kRequestLifetime = 1000;
 
-/// Never taken down: the thread of the plug-in may be stuck when the file manager ends.
+/// The service is never destroyed, because the plug-in's thread may be stuck when the file manager ends.
 MenuService& menuService() {
   static auto* const service = new MenuService();
   return *service;
@@ -24,13 +25,13 @@ std::function<void()>& itemsChangedCall() {
   return *call;
 }
 
-guint gRequestSource = 0;  // a source that ends it, behind all that is more urgent
+guint gRequestSource = 0;  // the source that ends the request, at a low priority
 
 void menuRequested() {
   if (gRequestSource == 0) {
     menuService().forget();
   } else {
-    g_source_remove(gRequestSource);  // one opening may be several events
+    g_source_remove(gRequestSource);  // one opening may cause several events
   }
   const auto requestIsOver = [](gpointer) -> gboolean {
     gRequestSource = 0;
@@ -42,7 +43,7 @@ void menuRequested() {
   }
 }
 
-// On the plug-in's thread; the window's goes on from there.
+// Called on the plug-in's thread. The rest runs on the window's thread.
 void lateMenuArrived() {
   g_idle_add(
       [](gpointer) -> gboolean {
@@ -52,8 +53,8 @@ void lateMenuArrived() {
       nullptr);
 }
 
-/// Those that are no UTF-8 are left out. Absent when an item has no place in the local file system, and when
-/// nothing is left.
+/// The local paths of the files. Paths that are not UTF-8 are left out. Absent when an item is not in the
+/// local file system, or when no path is left.
 std::optional<std::vector<std::string>> localPaths(const std::vector<GFile*>& files) {
   std::vector<std::string> paths;
   paths.reserve(files.size());
@@ -77,7 +78,7 @@ Menu notRespondingMenu() {
   return std::make_shared<OfferedMenu>(menu);
 }
 
-/// What an item needs when it is chosen.
+/// The data that an item needs when it is chosen.
 struct Choice {
   Menu menu;
   std::uint32_t command;

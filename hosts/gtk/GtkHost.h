@@ -1,4 +1,4 @@
-// What the file managers of the GTK world have in common.
+// The code that the file managers of the GTK world share.
 #pragma once
 
 #include <gio/gio.h>
@@ -12,26 +12,28 @@
 
 namespace keldane {
 
-/// A title as a label in which an underscore would mark the key that chooses it.
+/// Makes a label from a title. Underscores are doubled, because a single one would mark the key that chooses
+/// the item.
 std::string labelFor(const std::string& title);
 
-/// What is to be shown, held by whoever shows it.
+/// A menu that is to be shown. Whoever shows it holds it.
 using Menu = std::shared_ptr<const OfferedMenu>;
 
-/// Has the plug-in asked only when a menu is about to be seen: these file managers ask for items at every
-/// change of the selection. `itemsChanged`, if there is such a thing, makes the file manager ask again:
-/// before a menu is opened, and when a menu that was waited for has come late. Once a process.
+/// Ensures that the plug-in is asked only when a menu is about to be shown, because these file managers ask
+/// for items at every change of the selection. `itemsChanged`, which may be empty, makes the file manager ask
+/// again. It is called before a menu is opened, and when a menu has come late. To be called once in a
+/// process.
 void beginHost(std::function<void()> itemsChanged);
 
-/// The menu for a selection; null when there is nothing to show, or nobody to see it. In place of one that
-/// did not come in time stands one that says so.
+/// The menu for a selection. Null when there is nothing to show, or when no menu is about to be opened. When
+/// the menu did not come in time, the result is a menu that says so.
 Menu menuToShow(const std::vector<GFile*>& files);
 
-/// Carries the command out when the item, whose signal "activate" has no further arguments, is chosen. The
-/// item holds the menu.
+/// Carries out the command when the item is chosen. The item's signal "activate" must have no further
+/// arguments. The item holds the menu.
 void connectItem(gpointer item, const Menu& menu, std::uint32_t command);
 
-/// The icon beside the title.
+/// The name of the icon beside the title.
 inline constexpr char kIconName[] = "keldane";
 
 }  // namespace keldane

@@ -1,5 +1,5 @@
-// A menu as the items that the extension libraries of the GTK file managers know. The libraries differ in
-// their names; what they have in common is here.
+// A menu as the items that the extension libraries of the GTK file managers know. The libraries differ only
+// in their names; the common code is here.
 #pragma once
 
 #include <glib-object.h>
@@ -21,23 +21,24 @@ struct MenuProviderClass {
 };
 inline constexpr char kMenuProviderName[] = "KeldaneMenuProvider";
 
-/// The provider's type; `init`, which may be null, gets each that is made.
+/// The provider's type. `init`, which may be null, is called for each provider that is made.
 constexpr GTypeInfo menuProviderType(GInstanceInitFunc init) {
   return {sizeof(MenuProviderClass), nullptr, nullptr, nullptr, nullptr, nullptr,
           sizeof(MenuProvider),      0,       init,    nullptr};
 }
 
 /// `Library` has, as static functions:
-///   GFile* location(gpointer file): of the file manager's file information; the caller's
+///   GFile* location(gpointer file): the location of the file manager's file information; owned by the caller
 ///   gpointer item(const char* name, const char* label, const char* icon): `icon` may be null
-///   gpointer separator(const std::string& name): null when there is none of its kind
-///   gpointer submenu(), void append(gpointer submenu, gpointer item), void attach(gpointer item, gpointer
-///   submenu) void heading(const char* label): told of an entry that cannot be chosen
+///   gpointer separator(const std::string& name): null when the library has no separators
+///   gpointer submenu(), void append(gpointer submenu, gpointer item),
+///   void attach(gpointer item, gpointer submenu)
+///   void heading(const char* label): called for each entry that cannot be chosen
 template <typename Library>
 class MenuItems {
  public:
-  /// The items for these, a list of the file manager's file information; both list and items are the
-  /// caller's.
+  /// The items for `files`, a list of the file manager's file information. The caller owns both the list and
+  /// the items.
   static GList* forFiles(GList* files) {
     std::vector<GFile*> locations;
     for (GList* file = files; file != nullptr; file = file->next) {
@@ -50,14 +51,14 @@ class MenuItems {
     }
     for (std::size_t i = menu ? menu->items.size() : 0; i-- > 0;) {
       const MenuItem& top = menu->items[i];
-      // What has once been an entry under a name cannot become a submenu under it.
+      // An item that was once an entry cannot become a submenu under the same name.
       const std::string name = (top.items.empty() ? "Keldane::Entry" : "Keldane::Menu") + std::to_string(i);
       items = g_list_prepend(items, makeTop(top, name, menu));
     }
     return items;
   }
 
-  /// The same for the background of a folder, the file manager's file information.
+  /// The items for the background of a folder, which is given by the file manager's file information.
   static GList* forBackground(gpointer folder) {
     GFile* location = Library::location(folder);
     GList* items = withOffer(missingFilesOffer(location));

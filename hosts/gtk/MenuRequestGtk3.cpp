@@ -20,7 +20,7 @@ gboolean onButton(GSignalInvocationHint* /*hint*/, guint count, const GValue* va
   return TRUE;
 }
 
-// Thunar looks at the keys itself, and no signal of theirs comes.
+// Thunar handles these keys itself, so the signal "popup-menu" does not come for them.
 gboolean onKey(GSignalInvocationHint* /*hint*/, guint count, const GValue* values, gpointer /*data*/) {
   const auto* event = count < 2 ? nullptr : static_cast<const GdkEventKey*>(g_value_get_boxed(&values[1]));
   if (event != nullptr && (event->keyval == GDK_KEY_Menu ||
@@ -37,7 +37,7 @@ gboolean onPopup(GSignalInvocationHint* /*hint*/, guint /*count*/, const GValue*
 }
 
 void hook(const char* signal, GSignalEmissionHook function) {
-  g_type_class_ref(GTK_TYPE_WIDGET);  // which has the signals, once it exists
+  g_type_class_ref(GTK_TYPE_WIDGET);  // the signals exist once the class does
   g_signal_add_emission_hook(g_signal_lookup(signal, GTK_TYPE_WIDGET), 0, function, nullptr, nullptr);
 }
 

@@ -37,7 +37,7 @@ gboolean onEvent(GtkEventControllerLegacy* /*controller*/, GdkEvent* event, gpoi
   return GDK_EVENT_PROPAGATE;
 }
 
-// In the capture phase the window itself sees an event before what is in it.
+// In the capture phase the window receives an event before the widgets in it.
 void watch(GtkWidget* window) {
   if (g_object_get_data(G_OBJECT(window), kWatched) != nullptr) {
     return;

@@ -34,7 +34,7 @@ void touchUp(GtkMenuShell* menu) {
   for (GList* child = children; child != nullptr; child = child->next, ++position) {
     auto* item = static_cast<GtkWidget*>(child->data);
     if (labelOf(item) == kSeparatorLabel) {
-      // Hidden, not removed: it is the file manager's.
+      // The item is hidden, not removed, because it belongs to the file manager.
       gtk_widget_hide(item);
       gtk_widget_set_no_show_all(item, TRUE);
       gtk_menu_item_set_label(GTK_MENU_ITEM(item), "");
@@ -59,7 +59,7 @@ gboolean onShow(GSignalInvocationHint* /*hint*/, guint /*count*/, const GValue* 
 }  // namespace
 
 void touchUpMenus() {
-  g_type_class_ref(GTK_TYPE_WIDGET);  // which has the signal, once it exists
+  g_type_class_ref(GTK_TYPE_WIDGET);  // the signal exists once the class does
   g_signal_add_emission_hook(g_signal_lookup("show", GTK_TYPE_WIDGET), 0, onShow, nullptr, nullptr);
 }
 

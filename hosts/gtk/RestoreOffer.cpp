@@ -12,7 +12,7 @@ bool areWanted() {
   return canOpen && statusOptions().restoreEntries;
 }
 
-/// Nothing while nothing is known of the file.
+/// The offer for a file. Absent while nothing is known of the file.
 std::optional<RestoreOffer> offer(const char* name, GFile* file,
                                   const RestoreEntry* (*entryFor)(const FileStatus&)) {
   const std::optional<FileStatus> status = areWanted() ? statusToShow(file) : std::nullopt;

@@ -1,4 +1,4 @@
-// The entries of the host's own, in the file managers of the GTK world.
+// The host's own menu entries in the file managers of the GTK world.
 #pragma once
 
 #include <gio/gio.h>
@@ -13,19 +13,20 @@ namespace keldane {
 
 /// An entry that opens the restore window.
 struct RestoreOffer {
-  const char* name;           ///< of the menu item
-  const RestoreEntry* entry;  ///< what it says and does
+  const char* name;           ///< name of the menu item
+  const RestoreEntry* entry;  ///< label and action of the item
   std::string path;
 };
 
-/// For the older versions of a single file that is known to have some. Nothing where the person wants no such
-/// entries, or the restore window is not installed.
+/// The entry for the older versions of a single file. Absent when no older version is known, when the user
+/// has switched such entries off, or when the restore window is not installed.
 std::optional<RestoreOffer> previousVersionOffer(const std::vector<GFile*>& files);
-/// For what was deleted in a folder, on the folder's background; nothing likewise, and where nothing can be
-/// backed up.
+/// The entry for the deleted files of a folder, on the folder's background. Absent in the same cases, and
+/// where nothing can be backed up.
 std::optional<RestoreOffer> missingFilesOffer(GFile* folder);
 
-/// Opens the window when the item, whose signal "activate" has no further arguments, is chosen.
+/// Opens the restore window when the item is chosen. The item's signal "activate" must have no further
+/// arguments.
 void connectOffer(gpointer item, const RestoreOffer& offer);
 
 }  // namespace keldane

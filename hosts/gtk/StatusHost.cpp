@@ -15,10 +15,10 @@ namespace {
 
 constexpr guint kLookAfter = 5;  // seconds
 
-/// Folders of which files were shown while nothing was to be known of them.
+/// The limit for folders whose files were shown while the status was switched off.
 constexpr std::size_t kMostUnknown = 64;
 
-/// Files whose status has changed, from the service's thread.
+/// The files whose status has changed. The service's thread adds them.
 ChangeQueue& changes() {
   static auto* const made = new ChangeQueue();
   return *made;
@@ -26,7 +26,7 @@ ChangeQueue& changes() {
 
 ShownFiles gFiles;
 std::set<std::string, std::less<>> gUnknown;
-std::set<std::string, std::less<>> gShownFolders;  // whose own status was asked for
+std::set<std::string, std::less<>> gShownFolders;  // folders whose own status was asked for
 FileManagerOptions gOptions;
 guint gTimer = 0;
 GFileMonitor* gMonitor = nullptr;
@@ -51,7 +51,7 @@ gboolean tellSome(gpointer /*data*/) {
   return G_SOURCE_CONTINUE;
 }
 
-// On the service's thread; the window's goes on from there.
+// Called on the service's thread. The rest runs on the window's thread.
 void onChanged(std::vector<std::string> paths) {
   if (changes().add(std::move(paths))) {
     constexpr auto beat = static_cast<guint>(ChangeQueue::kBeat.count());
@@ -86,7 +86,7 @@ gboolean lookAfter(gpointer /*data*/) {
   return G_SOURCE_REMOVE;
 }
 
-/// The paths of what lies in these folders.
+/// The paths of the files in these folders.
 std::vector<std::string> filesIn(const std::set<std::string, std::less<>>& folders) {
   std::vector<std::string> paths;
   for (const std::string& folder : folders) {
@@ -99,7 +99,7 @@ std::vector<std::string> filesIn(const std::set<std::string, std::less<>>& folde
   return paths;
 }
 
-// What is shown already is asked for again, so that it looks as the person wants it now.
+// The file manager asks again for the files that it shows, so that the new preferences take effect.
 void onPreferences(GFileMonitor* /*monitor*/, GFile* /*file*/, GFile* /*other*/, GFileMonitorEvent /*event*/,
                    gpointer /*data*/) {
   const FileManagerOptions options = FileManagerOptions::read();
@@ -130,7 +130,7 @@ std::optional<FileStatus> statusOf(const std::string& path) {
   return statusService().statusOf(path);
 }
 
-/// A folder's own status is what the menu on its background needs at once.
+/// Asks for a folder's own status, because the menu on its background needs it at once.
 void noteFolder(std::string_view folder) {
   if (!gShownFolders.contains(folder)) {
     gShownFolders.emplace(folder);
@@ -138,7 +138,7 @@ void noteFolder(std::string_view folder) {
   }
 }
 
-/// The folder of a file that is shown without its status.
+/// Remembers the folder of a file that is shown without its status.
 void noteUnknown(GFile* file) {
   const std::optional<std::string> path = pathOfOwnFile(file);
   if (!path || gUnknown.contains(parentPath(*path))) {
@@ -155,13 +155,13 @@ bool isInTrash(const std::string& path) {
   if (isAtOrBelow(path, own)) {
     return true;
   }
-  // At the top of other file systems: .Trash and .Trash-1000.
+  // Other file systems have their trash at the top, as .Trash or .Trash-1000.
   return path.find("/.Trash/") != std::string::npos || path.find("/.Trash-") != std::string::npos;
 }
 
 }  // namespace
 
-/// Never taken down: its thread may be stuck when the file manager ends.
+/// The service is never destroyed, because its thread may be stuck when the file manager ends.
 StatusService& statusService() {
   static auto* const service = new StatusService();
   return *service;

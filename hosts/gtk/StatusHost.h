@@ -14,42 +14,43 @@
 
 namespace keldane {
 
-/// What the file manager's library can do with a file, on the window's thread. Files are told of by their
-/// place: an object of the file manager's is never kept.
+/// The functions of the file manager's library that are used for a file, on the window's thread. Files are
+/// passed by location; the file manager's own objects are never kept.
 struct ShownFiles {
-  void (*askAgain)(GFile* file) = nullptr;  ///< has the file manager ask once more, if it has the file
-  bool (*has)(GFile* file) = nullptr;       ///< whether it has the file
+  void (*askAgain)(GFile* file) = nullptr;  ///< makes the file manager ask again, if it has the file
+  bool (*has)(GFile* file) = nullptr;       ///< whether the file manager has the file
 };
 
-/// Once a process. Without functions nothing is told when a status changes.
+/// To be called once in a process. Without functions, the file manager is not told when a status changes.
 void beginStatus(const ShownFiles& files);
-/// When the file manager lets go of the extension: nothing of it is called any more.
+/// To be called when the file manager releases the extension. None of the functions is called after that.
 void endStatus();
 
-/// As they are in the user's preferences.
+/// The options in the user's preferences.
 const FileManagerOptions& statusOptions();
 StatusService& statusService();
 
-/// The path of a file in the local file system that is not in a trash folder, if it is UTF-8. Nothing for
-/// every other one.
+/// The path of a file in the local file system. Absent for any other file, for a file in a trash folder, and
+/// for a path that is not UTF-8.
 std::optional<std::string> pathOfOwnFile(GFile* file);
 
-/// What is known of a file; nothing when nothing is to be told of it.
+/// The status of a file. Absent when nothing is known of it yet, or when the backup cannot know it.
 std::optional<FileStatus> statusToShow(GFile* file);
-/// Likewise for a file that stands in a window, where the person may want to see nothing.
+/// The status of a file that is shown in a window. Also absent when the user has switched the status off.
 std::optional<FileStatus> statusOfShown(GFile* file);
 
-/// A folder is about to be shown: what lies in it is asked about before the file manager asks.
+/// Tells that a folder is about to be shown, so that the daemon is asked about its files before the file
+/// manager asks.
 void folderIsOpened(GFile* folder);
 
-/// Does work on the window's thread, when that has nothing else to do. Any thread.
+/// Runs `work` on the window's thread when that thread is idle. Any thread may call it.
 void later(std::function<void()> work);
-/// "1.5 KiB", in the toolkit's words.
+/// The size as the toolkit writes it, such as "1.5 KiB".
 std::string sizeText(std::uint64_t bytes);
 
 /// Starts the preferences program with one option and a path.
 void openRestoreWindow(const char* option, const std::string& path);
-/// Whether there is one to start.
+/// Whether the preferences program is installed.
 bool canOpenRestoreWindow();
 
 }  // namespace keldane

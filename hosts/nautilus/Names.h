@@ -1,4 +1,4 @@
-// Nautilus' names for what the family has in common.
+// Nautilus' names for the parts of the interface that the family shares.
 #pragma once
 
 #include <glib-object.h>

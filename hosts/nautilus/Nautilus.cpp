@@ -16,10 +16,9 @@ GList* getFileItems(NautilusMenuProvider* /*provider*/, GList* files) { return g
 GList* getBackgroundItems(NautilusMenuProvider* /*provider*/, FmFileInfo* folder) {
   return gBackgroundItems(folder);
 }
-// namespace
 
-// Nautilus makes its menus from a model that has separators between whole sections only, and an extension
-// has but one section.
+// Nautilus makes its menus from a model that has separators only between sections, and an extension has only
+// one section.
 FmMenuItem* makeSeparator(const std::string& /*name*/) { return nullptr; }
 
 void addInterfaces(GTypeModule* module, GType type, GList* (*fileItems)(GList*),

@@ -1,4 +1,4 @@
-// Nautilus shows names and values, and takes no widgets. What it shows changes with the list behind it.
+// Nautilus takes no widgets here; it shows a list of names and values, and follows the changes of that list.
 #include "Properties.h"
 
 #include <optional>
@@ -35,7 +35,7 @@ Rows rowsOf(const FileDetails& details) {
   return rows;
 }
 
-// The list is let go of on the window's thread, by which it was made.
+// The list is released on the window's thread, on which it was made.
 void askFor(const std::string& path, GListStore* list) {
   g_object_ref(list);
   statusService().perform([path, list](DaemonLink* link) {

@@ -1,4 +1,4 @@
-// Nemo's names for what the family has in common.
+// Nemo's names for the parts of the interface that the family shares.
 #pragma once
 
 #include <glib-object.h>

@@ -38,7 +38,7 @@ void addInterfaces(GTypeModule* module, GType type, GList* (*fileItems)(GList*),
                                 nullptr, nullptr};
   g_type_module_add_interface(module, type, NEMO_TYPE_MENU_PROVIDER, &menus);
   addPropertyPages(module, type);
-  // Nemo lists by this what a person may switch off.
+  // Nemo lists the extension under this name, so that the user can switch it off.
   const GInterfaceInfo description = {
       [](gpointer interface, gpointer) {
         static_cast<NemoNameAndDescProviderIface*>(interface)->get_name_and_desc = getNameAndDescription;

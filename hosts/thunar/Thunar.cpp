@@ -22,7 +22,7 @@ struct Library {
   static gpointer item(const char* name, const char* label, const char* icon) {
     return thunarx_menu_item_new(name, label, "", icon);
   }
-  // Thunar's items know no separators; the touch-up turns this one into one.
+  // Thunar's extension interface has no separators. The touch-up turns this item into one.
   static gpointer separator(const std::string& name) { return item(name.c_str(), kSeparatorLabel, nullptr); }
   static gpointer submenu() { return thunarx_menu_new(); }
   static void append(gpointer submenu, gpointer item) {
@@ -31,7 +31,7 @@ struct Library {
   static void attach(gpointer item, gpointer submenu) {
     thunarx_menu_item_set_menu(THUNARX_MENU_ITEM(item), THUNARX_MENU(submenu));
   }
-  // Thunar heeds outside submenus only what cannot be chosen.
+  // Thunar ignores the property "sensitive" inside submenus, so the touch-up disables the heading.
   static void heading(const char* label) { markAsHeading(label); }
 };
 

@@ -46,7 +46,7 @@ PropertyList readDictionary(const fs::path& file, bool* forGood) {
 struct Registry {
   Mutex mutex{{.name = "Bundle registry", .innermost = true}};
   std::map<fs::path, std::shared_ptr<Bundle>> bundles KELDANE_GUARDED_BY(mutex);
-  std::shared_ptr<Bundle> main KELDANE_GUARDED_BY(mutex);  // null until it is asked for or set
+  std::shared_ptr<Bundle> main KELDANE_GUARDED_BY(mutex);  // null until it is first used or set
   // The bundles of modules by the address and the file name of the module.
   std::map<std::pair<const void*, std::string>, std::shared_ptr<Bundle>> modules KELDANE_GUARDED_BY(mutex);
 };
@@ -113,8 +113,8 @@ std::shared_ptr<Bundle> Bundle::bundleForClass(const void* addressInClass) {
   Registry& all = registry();
   Dl_info info{};
   if (dladdr(addressInClass, &info) != 0 && info.dli_fname != nullptr) {
-    // The answers are kept: one menu asks ten times, and resolving the name takes a system call for each of
-    // its components.
+    // The answers are kept, because one menu asks ten times, and resolving the name takes a system call for
+    // each of its components.
     const std::pair<const void*, std::string> module(info.dli_fbase, info.dli_fname);
     {
       const ScopedLock guard(all.mutex);

@@ -15,7 +15,7 @@ std::vector<std::string> preferredLanguages() {
     }
     std::string locale = value;
     locale.resize(std::min(locale.find_first_of(".@"), locale.size()));
-    // The name becomes part of a path.
+    // The name is checked because it becomes part of a path.
     const bool isName = std::all_of(locale.begin(), locale.end(), [](unsigned char c) {
       return c < 128 && (std::isalnum(c) != 0 || c == '_' || c == '-');
     });

@@ -1,4 +1,4 @@
-// The languages in which a user wants to read.
+// The user's preferred languages.
 #pragma once
 
 #include <string>
@@ -6,9 +6,9 @@
 
 namespace keldane {
 
-/// The languages in the order of preference: the locale that the first set one of LC_ALL, LC_MESSAGES and
-/// LANG names, with and without its territory, then English. The environment is read at each call. A name
-/// that cannot be the name of a language is left out.
+/// The languages in the order of preference. The first of LC_ALL, LC_MESSAGES and LANG that is set names the
+/// locale. It is listed with and without its territory, then follows English. The environment is read at each
+/// call. A name that cannot be the name of a language is left out.
 std::vector<std::string> preferredLanguages();
 
 }  // namespace keldane

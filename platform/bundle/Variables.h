@@ -7,10 +7,10 @@
 
 namespace keldane {
 
-/// The text with each "${NAME}" replaced by that variable of the environment, as it is now. XDG_RUNTIME_DIR
-/// is what `runtimeFolder` answers. Absent when a variable is missing or empty, or a "${" begins no name that
-/// ends in "}". A value is put in as it is: a reference in it stays. Any thread that may read the
-/// environment.
+/// The text with each "${NAME}" replaced by that variable of the environment, as it is now. The value of
+/// XDG_RUNTIME_DIR is the result of `runtimeFolder`. Absent when a variable is missing or empty, or when no
+/// "}" follows a "${". References inside a value are not replaced. Any thread that may read the environment
+/// may call it.
 std::optional<std::string> withVariables(std::string_view text);
 
 }  // namespace keldane

@@ -81,7 +81,7 @@ void takeOver(DescType type, const void* data) {
   }
 }
 
-/// Puts an item made of the caller's bytes by `put`.
+/// Makes an item of the caller's bytes and puts it by `put`.
 template <class Put>
 OSErr putBytes(DescType type, const void* data, std::size_t size, const Put& put) {
   const OSErr error = guarded([&]() -> OSErr {
@@ -95,8 +95,8 @@ OSErr putBytes(DescType type, const void* data, std::size_t size, const Put& put
   return error;
 }
 
-/// Puts an item into the container's content, of which it first makes a copy of its own if others may have
-/// it. `position` is where it goes; one past the end appends.
+/// Puts an item into the container's content at `position`; one past the end appends. If others may share the
+/// content, the container first gets a copy of its own.
 OSErr putItem(AEDescList* list, std::size_t position, DescriptorItem item) {
   if (item.content->depth + 1 > kDeepestNesting) {
     return errAEWrongDataType;
@@ -182,7 +182,7 @@ OSErr coerceInto(const DescriptorItem* item, DescType toType, AEDesc* result) {
 
 }  // namespace keldane
 
-using namespace keldane;  // the functions of the interface stand in no namespace
+using namespace keldane;  // the functions of the interface are in no namespace
 
 extern "C" {
 

@@ -1,13 +1,13 @@
-// Descriptors: the typed values, lists and records in which host and plug-in hand each other selections and
-// menus.
+// Descriptors are the typed values, lists and records by which host and plug-in pass selections and menus to
+// each other.
 //
-// A descriptor is owned by whoever holds the AEDesc and is given back with AEDisposeDesc. Functions that
-// write a descriptor write a null one on failure. Put copies, Get hands out copies. Not locked: one
-// descriptor, one thread.
+// The holder of an AEDesc owns the descriptor and gives it back with AEDisposeDesc. Functions that write a
+// descriptor write a null one on failure. The Put functions copy, and the Get functions hand out copies.
+// Descriptors are not locked, so only one thread at a time may use one.
 //
-// A descriptor of type 'cfst' owns the string reference in it: putting one takes over the caller's reference
-// on success and leaves it with the caller on failure, copying a descriptor retains it, disposing releases
-// it.
+// A descriptor of type 'cfst' owns the string reference in it. Putting one takes over the caller's reference
+// on success and leaves it with the caller on failure. Copying a descriptor retains the reference, and
+// disposing of it releases the reference.
 #pragma once
 
 #include <cstddef>
@@ -29,33 +29,33 @@ typedef AEDesc AERecord;
 
 OSErr AECreateDesc(DescType type, const void* data, std::size_t size, AEDesc* result);
 OSErr AEDuplicateDesc(const AEDesc* desc, AEDesc* result);
-/// Null descriptors are fine; the descriptor is null afterwards.
+/// Disposes of a descriptor, which may be null. The descriptor is null afterwards.
 OSErr AEDisposeDesc(AEDesc* desc);
-/// A new descriptor of type `toType`, or -1700. A list of one item is coerced as that item. `result` may be
-/// `desc`, whose old content is then disposed of, on failure too.
+/// Makes a new descriptor of type `toType`, or fails with -1700. A list of one item is coerced as that item.
+/// `result` may be `desc`. Its old content is then disposed of, also on failure.
 OSErr AECoerceDesc(const AEDesc* desc, DescType toType, AEDesc* result);
 std::size_t AEGetDescDataSize(const AEDesc* desc);
 OSErr AEGetDescData(const AEDesc* desc, void* data, std::size_t maximumSize);
 
-/// `factoringPtr` and `factoredSize` are there for the interface's sake and must be null and 0.
+/// `factoringPtr` and `factoredSize` belong to the interface but are not supported; they must be null and 0.
 OSErr AECreateList(const void* factoringPtr, std::size_t factoredSize, bool isRecord, AEDescList* result);
-/// For lists and records; -1703 for anything else, with the count untouched.
+/// Counts the items of a list or record. For anything else the result is -1703 and the count is untouched.
 OSErr AECountItems(const AEDescList* list, std::int32_t* count);
-/// Index 0 appends, 1…count replaces; -1701 beyond.
+/// Index 0 appends, and 1…count replaces an item. Beyond that the result is -1701.
 OSErr AEPutPtr(AEDescList* list, std::int32_t index, DescType type, const void* data, std::size_t size);
 OSErr AEPutDesc(AEDescList* list, std::int32_t index, const AEDesc* desc);
-/// Index from 1. '****' gives the item as it is. `keyword` (may be null) receives the keyword in a record,
-/// else '****'.
+/// Items are counted from 1. The desired type '****' gives the item unconverted. `keyword`, which may be
+/// null, receives the item's keyword in a record, or '****' in a list.
 OSErr AEGetNthDesc(const AEDescList* list, std::int32_t index, DescType desiredType, AEKeyword* keyword,
                    AEDesc* result);
 OSErr AESizeOfNthItem(const AEDescList* list, std::int32_t index, DescType* type, std::size_t* size);
 
-/// Replaces what the record holds under the keyword.
+/// Puts an item under the keyword. A former item of that keyword is replaced.
 OSErr AEPutParamPtr(AERecord* record, AEKeyword keyword, DescType type, const void* data, std::size_t size);
 OSErr AEPutParamDesc(AERecord* record, AEKeyword keyword, const AEDesc* desc);
-/// Copies at most `maximumSize` bytes; `actualType` and `actualSize` may be null. -1701 when the keyword is
-/// not there. A reference read from a 'cfst' is not retained for the caller and lives as long as the record;
-/// text is therefore not coerced to one here (-1700): AEGetParamDesc does that.
+/// Copies at most `maximumSize` bytes. `actualType` and `actualSize` may be null. The result is -1701 when
+/// the keyword is missing. A reference that is read from a 'cfst' is not retained for the caller and lives as
+/// long as the record. So text is not coerced to 'cfst' here (-1700); AEGetParamDesc does that.
 OSErr AEGetParamPtr(const AERecord* record, AEKeyword keyword, DescType desiredType, DescType* actualType,
                     void* data, std::size_t maximumSize, std::size_t* actualSize);
 OSErr AEGetParamDesc(const AERecord* record, AEKeyword keyword, DescType desiredType, AEDesc* result);

@@ -5,9 +5,10 @@
 
 namespace keldane {
 
-/// The content as `toType`; null when there is no such coercion. The same type is the same content, but a
-/// file URL is checked: absolute, UTF-8, no NUL. Aliases and file references become file URLs, the kinds of
-/// text each other, a list of one item what that item becomes.
+/// The content as `toType`; null when there is no such coercion. For the same type the content is returned
+/// unchanged, but a file URL is checked: it must be absolute, UTF-8 and without NUL. Aliases and file
+/// references are coerced to file URLs, and the kinds of text to each other. A list of one item is coerced as
+/// that item.
 std::shared_ptr<const DescriptorContent> coerceContent(DescType type,
                                                        std::shared_ptr<const DescriptorContent> content,
                                                        DescType toType);

@@ -19,13 +19,13 @@ struct DescriptorItem {
   std::shared_ptr<const DescriptorContent> content;
 };
 
-/// The immutable content of a descriptor, shared by its copies: copying a list costs one increment, however
+/// The immutable content of a descriptor. Its copies share it, so copying a list costs one increment, however
 /// long the list is. The reference of a 'cfst' is kept here and lives as long as the last copy.
 struct DescriptorContent {
   Bytes data;
   CFOwner<CFStringRef> string;
   std::vector<DescriptorItem> items;
-  int depth = 0;  ///< levels of lists and records in it; bounded, so that freeing them is
+  int depth = 0;  ///< levels of nested lists and records; bounded, so that freeing them needs little stack
 };
 
 }  // namespace keldane

@@ -9,8 +9,8 @@
 
 namespace keldane {
 
-/// A record of type 'alis' or 'fsrf' that holds a path: four characters, the version and the path's length as
-/// 32-bit little-endian integers, the path.
+/// A record of type 'alis' or 'fsrf' that holds a path. It consists of four characters, the version and the
+/// path's length as 32-bit little-endian integers, and the path.
 std::string fileReferenceTo(DescType type, std::string_view path);
 
 /// The path in such a record; absent when the bytes are no record of that type.

@@ -1,11 +1,11 @@
-// The one owner of a descriptor.
+// An owner of one descriptor.
 #pragma once
 
 #include "platform/events/AppleEvents.h"
 
 namespace keldane {
 
-/// Owns a descriptor, a null one at first, and disposes of it at the end of its scope.
+/// Owns a descriptor, which is null at first, and disposes of it at the end of the scope.
 class OwnedDescriptor {
  public:
   OwnedDescriptor() = default;

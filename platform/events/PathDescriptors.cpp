@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "platform/events/FileReference.h"
+#include "platform/text/HexDigit.h"
 #include "platform/text/Unicode.h"
 
 namespace keldane {
@@ -41,13 +42,6 @@ std::string littleEndian(std::uint32_t value) {
 OSErr createReference(DescType type, std::string_view path, AEDesc* result) {
   const std::string record = fileReferenceTo(type, path);
   return AECreateDesc(type, record.data(), record.size(), result);
-}
-
-int hexDigit(char c) {
-  return c >= '0' && c <= '9'   ? c - '0'
-         : c >= 'a' && c <= 'f' ? c - 'a' + 10
-         : c >= 'A' && c <= 'F' ? c - 'A' + 10
-                                : -1;
 }
 
 std::optional<std::string> unescaped(std::string_view text) {

@@ -1,4 +1,4 @@
-// Paths as descriptors: how a host describes a path, and how a plug-in gets it back.
+// Conversions from paths to descriptors, for hosts, and back, for plug-ins.
 #pragma once
 
 #include <optional>
@@ -9,17 +9,17 @@
 
 namespace keldane {
 
-/// Each makes a descriptor of an absolute POSIX path, whatever its bytes. An alias record and a file
-/// reference hold the path in a record of their own form, with a magic number, version and length in front;
-/// nothing but these functions and the coercion to 'furl' reads them. A coercion to 'furl' checks what it is
-/// given: absolute, UTF-8, no NUL, else -1700.
+/// Each function makes a descriptor of an absolute POSIX path, which may have any bytes. An alias and a file
+/// reference hold the path in a record of this system's own form, with a magic number, the version and the
+/// length in front. Only the coercion to 'furl' reads such records. That coercion fails with -1700 unless the
+/// path is absolute, UTF-8 and without NUL.
 OSErr createFileURLDescriptor(std::string_view path, AEDesc* result);
 OSErr createAliasDescriptor(std::string_view path, AEDesc* result);
 OSErr createFileReferenceDescriptor(std::string_view path, AEDesc* result);
 
-/// A descriptor as text. For a text descriptor it is the text. For a file URL it is the HFS path: the
-/// volume's name and then the components, separated by colons, with ':' and '/' exchanged in each name.
-/// Absent for any other descriptor.
+/// A descriptor as text. For a text descriptor the result is the text. For a file URL it is the HFS path: the
+/// volume's name and the components, separated by colons, with ':' and '/' exchanged in each name. Absent for
+/// any other descriptor.
 std::optional<std::string> stringValue(const AEDesc& desc);
 
 /// The HFS path of an absolute POSIX path, and back. The root volume is called "Linux". Absent when the text

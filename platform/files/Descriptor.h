@@ -7,7 +7,7 @@
 
 namespace keldane {
 
-/// Closes the descriptor that it owns; -1 is none.
+/// Owns a file descriptor and closes it. -1 stands for no descriptor.
 class Descriptor {
  public:
   Descriptor() = default;

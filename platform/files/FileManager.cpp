@@ -35,7 +35,7 @@ OSType typeCode(const std::string& path, bool traverseLink) {
 bool spawnOpener(const std::string& path) {
   // A name that begins with a hyphen would be read as an option.
   const std::string argument = path.starts_with('-') ? "./" + path : path;
-  // xdg-open would show what is written in a launcher.
+  // xdg-open would show the text of a launcher instead of starting it.
   const bool isLauncher = argument.ends_with(".desktop");
   const std::array<const char*, 4> arguments =
       isLauncher ? std::array<const char*, 4>{"gio", "launch", argument.c_str(), nullptr}
@@ -46,7 +46,7 @@ bool spawnOpener(const std::string& path) {
   posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
   posix_spawnattr_init(&attributes);
   posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK);
-  // The calling thread may be one that blocks the host's signals; the program must still hear its own.
+  // The calling thread may block the host's signals, but the program must still receive its own.
   sigset_t none;
   sigemptyset(&none);
   posix_spawnattr_setsigmask(&attributes, &none);
@@ -59,8 +59,8 @@ bool spawnOpener(const std::string& path) {
     systemLog("%s could not be started to open %s: error %d", arguments[0], path, error);
     return false;
   }
-  // A thread of its own collects the child process, so that nobody has to wait and the host's own handling of
-  // its children is left alone.
+  // A thread of its own collects the child process, so that no other thread waits and the host's handling of
+  // its own children is not affected.
   try {
     const SignalsBlocked blocked;
     std::thread([child] { waitpid(child, nullptr, 0); }).detach();  // no signal can interrupt it

@@ -16,12 +16,14 @@ struct FileAttributes {
   OSType hfsTypeCode = 0;  ///< from the extended attribute "user.com.apple.FinderInfo", else 0
 };
 
-/// Stateless; any thread. Paths are POSIX paths; one that holds a NUL byte exists nowhere.
+/// Stateless; any thread may call it. Paths are POSIX paths. A path with a NUL byte counts as one that does
+/// not exist.
 class FileManager {
  public:
   /// Follows symbolic links. `isDirectory` is written only when the item exists.
   static bool fileExistsAtPath(const std::string& path, bool* isDirectory = nullptr);
-  /// Absent when the item cannot be looked at. `traverseLink` says whether a final symbolic link is followed.
+  /// Absent when the item's attributes cannot be read. `traverseLink` says whether a final symbolic link is
+  /// followed.
   static std::optional<FileAttributes> fileAttributesAtPath(const std::string& path, bool traverseLink);
   static bool isReadableFileAtPath(const std::string& path);
   /// The name to show for a path: its last component.
@@ -30,9 +32,9 @@ class FileManager {
 
 class Workspace {
  public:
-  /// Opens the file with the desktop's own opener: the host's if it supplied one, else `xdg-open`, or
-  /// `gio launch` for a launcher (*.desktop), started without a shell and not waited for. An absent path
-  /// reaches the host's opener as it is; nothing else is started for it. Answers whether an opener was
+  /// Opens the file with the host's opener if it supplied one. Otherwise it starts `xdg-open`, or `gio
+  /// launch` for a launcher (*.desktop), without a shell and without waiting for its end. An absent path is
+  /// passed to the host's opener; without one, nothing is started for it. Returns whether an opener was
   /// started.
   static bool openFile(const std::optional<std::string>& path);
 };

@@ -16,7 +16,7 @@ struct Host::State {
   std::atomic<std::int32_t> contextualMenuAttributes = 0;
   std::atomic<OSStatus> gestaltError = kNoErr;
   std::atomic<bool> applicationAvailable = true;
-  std::atomic<pid_t> mainThread = getpid();  // the first thread's ID is the process's
+  std::atomic<pid_t> mainThread = getpid();  // the first thread's ID is the process ID
   mutable Mutex mutex{{.name = "Host", .innermost = true}};
   FileOpener opener KELDANE_GUARDED_BY(mutex);
 };

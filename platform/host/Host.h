@@ -1,4 +1,4 @@
-// Facts about the process that hosts a plug-in. The host declares them, the plug-in asks for them.
+// Facts about the process that hosts a plug-in. The host declares them, and the plug-in asks for them.
 #pragma once
 
 #include <cstdint>
@@ -11,10 +11,10 @@
 
 namespace keldane {
 
-/// The host's side: a host declares what it is before it loads a plug-in. These are the values until then:
-/// the signature is '????' and the type '????', so it is not the Finder; there is no error; there are no
-/// contextual-menu attributes; there is an application object; the process's first thread is the main thread;
-/// the opener is `xdg-open`. Process-wide; any thread.
+/// The host's side. A host sets these facts before it loads a plug-in. The defaults are: the signature and
+/// the type are '????', so the host is not the Finder. There is no error, there are no contextual-menu
+/// attributes, and there is an application object. The process's first thread is the main thread, and the
+/// opener is `xdg-open`. The facts belong to the whole process, and any thread may use them.
 class Host {
  public:
   using FileOpener = std::function<bool(const std::optional<std::string>& path)>;
@@ -51,10 +51,11 @@ class Host {
   std::unique_ptr<State> state_;
 };
 
-/// The application object inside the host. There is one or none; it has no operations that a plug-in needs.
+/// The application object of the host. There is one or none. It has no operations, because plug-ins need
+/// none.
 class Application {
  public:
-  /// Null where the host has none to offer.
+  /// Null when the host has no application object.
   static Application* sharedApplication();
 };
 
@@ -71,19 +72,19 @@ inline constexpr std::uint32_t kCurrentProcess = 2;
 
 struct ProcessInfoRec {
   std::uint32_t processInfoLength;  ///< set by the caller: the size of this record in bytes
-  char* processName;                ///< null: not asked for
-  void* processAppSpec;             ///< null: not asked for
+  char* processName;                ///< null when it is not asked for
+  void* processAppSpec;             ///< null when it is not asked for
   std::uint32_t processType;
   OSType processSignature;
 };
 
-/// Fills type and signature. -50 for a null pointer or a length that is not the record's, -600 (no such
-/// process) for any process but the current one, otherwise the host's error.
+/// Fills in the type and the signature. The result is -50 for a null pointer or a length that is not the
+/// record's, -600 (no such process) for any process but the current one, and otherwise the host's error.
 OSStatus GetProcessInformation(const ProcessSerialNumber* process, ProcessInfoRec* info);
 
 inline constexpr OSType gestaltContextualMenuAttr = keldane::fourCharCode("cmnu");
 inline constexpr std::int32_t gestaltContextualMenuHasAttributeAndModifierKeys = 4;
 
-/// The value of a selector, of which only 'cmnu' is known; -5551 (no such selector) for any other.
+/// Gives the value of a selector. Only 'cmnu' is known; for any other the result is -5551 (no such selector).
 OSStatus Gestalt(OSType selector, std::int32_t* response);
 }

@@ -64,7 +64,7 @@ void NotificationCenter::removeObserver(const void* observer, std::string_view n
 }
 
 void NotificationCenter::post(std::string_view name, const void* sender, PropertyList userInfo) {
-  // This function asks for no memory, so that the end of a connection is announced even when memory has run
+  // This function allocates no memory, so that the end of a connection is announced even when memory has run
   // out.
   const Notification notification{name, sender, std::move(userInfo)};
   std::uint64_t told = 0;

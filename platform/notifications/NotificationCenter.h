@@ -18,11 +18,11 @@ struct Notification {
 };
 
 /// The notification centre. `post` calls every observer that fits before it returns, in the order in which
-/// they were added. Observers may add and remove observers, themselves included, while they are being told:
-/// one that is removed is not told any more, one that is added is told from the next post on. Any thread,
-/// though this system posts and observes on the main thread only. The pointers to observers and senders are
-/// only compared, never dereferenced. Only `addObserver` asks for memory, so that an object can always
-/// announce its end and unregister.
+/// they were added. Observers may add and remove observers, themselves included, while they are being told.
+/// An observer that is removed is not told any more. One that is added is told from the next post on. Any
+/// thread may use it, though this system posts and observes on the main thread only. The pointers to
+/// observers and senders are only compared, never dereferenced. Only `addObserver` allocates memory, so an
+/// object can always announce its end and unregister.
 class NotificationCenter {
  public:
   using Handler = std::function<void(const Notification&)>;
@@ -36,7 +36,8 @@ class NotificationCenter {
 
   /// A null `sender` stands for any sender.
   void addObserver(const void* observer, std::string_view name, const void* sender, Handler handler);
-  /// Removes what `observer` registered for this name and sender; an empty name or a null sender fits all.
+  /// Removes the registrations of `observer` for this name and sender. An empty name or a null sender fits
+  /// all.
   void removeObserver(const void* observer, std::string_view name = {}, const void* sender = nullptr);
   void post(std::string_view name, const void* sender, PropertyList userInfo = {});
   /// The number of registrations, for leak checks.

@@ -8,8 +8,8 @@
 namespace keldane {
 
 /// Sends an operation to an object that may be absent: `sendTo(node, &KeldaneFileNode::state)`. An operation
-/// on an absent object does nothing and yields zero, false or absent, which is how this whole system treats a
-/// daemon that is not there. `receiver` is a raw or smart pointer.
+/// on an absent object does nothing and yields zero, false or absent. The whole system treats a missing
+/// daemon in this way. `receiver` is a raw or smart pointer.
 template <class Pointer, class Operation, class... Arguments>
 auto sendTo(const Pointer& receiver, Operation operation, Arguments&&... arguments) {
   using Result =

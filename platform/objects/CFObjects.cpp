@@ -57,7 +57,7 @@ const __CFAllocator systemAllocator;
 
 const Object* objectOf(CFTypeRef reference) { return static_cast<const Object*>(reference); }
 
-/// Runs a function of the C interface, which may throw nothing. It answers null when there is no memory.
+/// Runs a function of the C interface, which may throw nothing. The result is null when there is no memory.
 template <class Make>
 auto orNull(const Make& make) noexcept -> decltype(make()) {
   try {

@@ -1,9 +1,9 @@
 // The C references that cross the boundary between host and plug-in.
 //
-// Ownership is the C world's: a function with Create or Copy in its name hands its caller one reference,
-// which the caller gives back with CFRelease; any other function hands out a reference it still owns.
-// Reference counts are atomic: any thread. Null is accepted everywhere and yields null, 0 or false. A
-// function answers null when there is no memory; nothing is thrown.
+// Ownership follows the names. A function with Create or Copy in its name gives its caller one reference,
+// which the caller gives back with CFRelease. Any other function returns a reference that it still owns.
+// Reference counts are atomic, so any thread may use them. Null is accepted everywhere and yields null, 0 or
+// false. Without memory a function returns null; nothing is thrown.
 #pragma once
 
 #include <cstddef>
@@ -21,16 +21,16 @@ struct CFUUIDBytes {
   std::uint8_t bytes[16];
 };
 
-/// The system's own allocator; the only one there is. Never freed.
+/// The system's own allocator, the only one. It is never freed.
 extern const CFAllocatorRef kCFAllocatorSystemDefault;
 
 CFTypeRef CFRetain(CFTypeRef object);
 void CFRelease(CFTypeRef object);
-/// Same kind and same content; null equals null only.
+/// Whether both have the same kind and the same content. Null equals null only.
 bool CFEqual(CFTypeRef a, CFTypeRef b);
-/// References held now; for leak checks.
+/// The number of references that are held now, for leak checks.
 long CFGetRetainCount(CFTypeRef object);
-/// How many strings and UUIDs live in this process, constants not counted; for leak checks.
+/// The number of strings and UUIDs in this process, without the constants, for leak checks.
 long CFGetLiveObjectCount(void);
 
 /// Null when the bytes are not UTF-8.
@@ -41,14 +41,14 @@ const char* CFStringGetUTF8Ptr(CFStringRef string, std::size_t* length);
 /// "3F1C7A52-9B0E-4D6A-B2C4-7E51A9D08F36" in either case; null for any other form.
 CFUUIDRef CFUUIDCreateFromString(CFAllocatorRef allocator, CFStringRef string);
 CFUUIDRef CFUUIDCreateFromUUIDBytes(CFAllocatorRef allocator, CFUUIDBytes bytes);
-/// The one constant object for these bytes, the same at each call; never freed, not to be released.
+/// The constant object for these bytes. It is the same at each call, is never freed and must not be released.
 CFUUIDRef CFUUIDGetConstantUUIDWithBytes(CFAllocatorRef allocator, std::uint8_t b0, std::uint8_t b1,
                                          std::uint8_t b2, std::uint8_t b3, std::uint8_t b4, std::uint8_t b5,
                                          std::uint8_t b6, std::uint8_t b7, std::uint8_t b8, std::uint8_t b9,
                                          std::uint8_t b10, std::uint8_t b11, std::uint8_t b12,
                                          std::uint8_t b13, std::uint8_t b14, std::uint8_t b15);
 CFUUIDBytes CFUUIDGetUUIDBytes(CFUUIDRef uuid);
-/// Upper case with hyphens.
+/// The UUID as text, in upper case with hyphens.
 CFStringRef CFUUIDCreateString(CFAllocatorRef allocator, CFUUIDRef uuid);
 }
 

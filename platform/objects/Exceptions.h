@@ -1,4 +1,4 @@
-// The exceptions of this system: programming errors that say where and what.
+// The exceptions of this system. They are programming errors, and tell their place and reason.
 #pragma once
 
 #include <stdexcept>
@@ -22,9 +22,9 @@ class Exception : public std::runtime_error {
   std::string name_, reason_;
 };
 
-/// An assertion of the system's own that failed: a bug at the place of call. File and line are part of the
-/// text that the system shows, so they are fixed: `file` has no extension, and `line` is a number with a name
-/// where it is used, not the line of the code as it stands today.
+/// A failed assertion of the system, which is a bug of the caller. File and line are part of the text that
+/// the system shows, so they are fixed. `file` has no extension. `line` is a named constant where it is used,
+/// not the present line of the code.
 class AssertionFailure : public Exception {
  public:
   AssertionFailure(const std::string& method, const std::string& file, int line,
@@ -41,7 +41,7 @@ class AssertionFailure : public Exception {
   int line_;
 };
 
-/// An argument that the operation cannot be called with, e.g. a selector that the method table lacks.
+/// Thrown for an argument that the operation does not accept, such as a selector that the method table lacks.
 class InvalidArgument : public Exception {
  public:
   explicit InvalidArgument(const std::string& reason) : Exception("NSInvalidArgumentException", reason) {}

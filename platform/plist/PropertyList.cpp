@@ -19,8 +19,8 @@ namespace {
 
 using Node = PropertyListNode;
 
-// Frees a node whose last reference is gone, and all nodes that only it kept. A list through the dead nodes
-// takes the place of recursion, so that hostile nesting cannot exhaust the stack.
+// Frees a node whose last reference is gone, and all nodes that only it kept. It uses a list through the dead
+// nodes instead of recursion, so that hostile nesting cannot exhaust the stack.
 void freeNodes(const Node* first) noexcept {
   PropertyListBlocks::Reclaimer reclaimer;
   const Node* dead = first;
@@ -39,8 +39,8 @@ void freeNodes(const Node* first) noexcept {
   }
 }
 
-// Parses leading blanks, a sign and digits, as the platform's strings do. The rest is ignored. A number
-// beyond the range becomes the nearest limit.
+// Parses leading blanks, a sign and digits, as the platform's strings do. The rest is ignored. A number out
+// of range becomes the nearest limit.
 std::int64_t integerFromText(std::string_view text) noexcept {
   std::size_t i = 0;
   while (i < text.size() && (text[i] == ' ' || (text[i] >= '\t' && text[i] <= '\r'))) {
@@ -70,7 +70,8 @@ Integer truncated(double value) noexcept {
   if (std::isnan(value)) {
     return 0;
   }
-  // The limits as doubles: the upper one is rounded up to a power of two, which is out of range itself.
+  // The limits are compared as doubles. The upper one is rounded up to a power of two, which is out of range
+  // itself.
   if (value <= static_cast<double>(std::numeric_limits<Integer>::min())) {
     return std::numeric_limits<Integer>::min();
   }
@@ -178,7 +179,7 @@ PropertyList PropertyList::array(Array elements) {
 
 namespace {
 
-/// The positions of keys in their order; equal ones in the order in which they were given.
+/// The positions of the keys in sorted order. Equal keys are in the order in which they were given.
 template <class Key>
 std::vector<std::uint32_t> orderOf(std::size_t count, const Key& key) {
   std::vector<std::uint32_t> order(count);
@@ -188,7 +189,7 @@ std::vector<std::uint32_t> orderOf(std::size_t count, const Key& key) {
   return order;
 }
 
-// Of entries with the same key all but the first are removed.
+// Removes all but the first of the entries with the same key.
 void dropRepeated(PropertyList::Entries& entries) {
   const auto key = [&](std::size_t position) { return entries[position].first.string(); };
   if (entries.size() <= Node::kLinearLookUp) {
@@ -334,7 +335,7 @@ std::int64_t PropertyList::integerBits() const noexcept {
                                               : node->scalar.signedInteger;
 }
 
-// A real saturates at the type's own limits, where an integer is reduced modulo the width.
+// A real saturates at the type's own limits, while an integer is reduced modulo the width.
 template <class Integer>
 Integer PropertyList::integerAs() const noexcept {
   if (isNumber() && numberKind() == NumberKind::real) {

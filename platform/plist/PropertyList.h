@@ -1,4 +1,4 @@
-// The property list: the one type of values that are read, sent, stored and described.
+// The property list, the type of all values that are read, sent, stored and described.
 #pragma once
 
 #include <concepts>
@@ -16,7 +16,7 @@ namespace keldane {
 using Bytes = std::vector<std::uint8_t>;
 using BytesView = std::span<const std::uint8_t>;
 
-/// A point in time: seconds since 2001-01-01 00:00:00 UTC, which is where the platform's calendar starts.
+/// A point in time, in seconds since 2001-01-01 00:00:00 UTC, where the platform's calendar starts.
 struct Date {
   double secondsSinceReference = 0;
 
@@ -29,21 +29,21 @@ struct Date {
 
 /// A property-list value: string, number, date, data, array or dictionary, or absent.
 ///
-/// Immutable and reference counted: copying costs one increment, and a value may be read and dropped on any
-/// thread. The default value is *absent*, the null object of the system: every question asked of it answers
-/// absent, false, zero or empty. Values that are large or deeply nested are freed without recursion.
+/// Values are immutable and reference counted. Copying costs one increment, and a value may be read and
+/// dropped on any thread. The default value is *absent*, the null object of the system. All its accessors
+/// yield absent, false, zero or empty. Values that are large or deeply nested are freed without recursion.
 ///
-/// Pointers, views and spans that an accessor returns stay valid while any copy of the value they came from
-/// lives, or of a container that holds it.
+/// Pointers, views and spans that an accessor returns stay valid while a copy of the value, or of a container
+/// that holds it, lives.
 class PropertyList {
  public:
   enum class Kind : std::uint8_t { absent, string, number, date, data, array, dictionary };
-  /// A number remembers what it was made from.
+  /// A number remembers the kind of value that it was made from.
   enum class NumberKind : std::uint8_t { boolean, signedInteger, unsignedInteger, real };
 
   using Array = std::vector<PropertyList>;
-  /// Key and value. A dictionary keeps the order of its entries. Of two entries with the same key the first
-  /// is kept; an entry with an absent value is left out.
+  /// A key and its value. A dictionary keeps the order of its entries. Of two entries with the same key, only
+  /// the first is kept. An entry with an absent value is left out.
   using Entry = std::pair<PropertyList, PropertyList>;
   using Entries = std::vector<Entry>;
   class Keys;
@@ -98,7 +98,7 @@ class PropertyList {
   static PropertyList dictionary(const Keys& keys, std::initializer_list<PropertyList> values);
 
   Kind kind() const noexcept;
-  /// Only for numbers; `boolean` for anything else.
+  /// The kind of a number; `boolean` for any other value.
   NumberKind numberKind() const noexcept;
   bool isAbsent() const noexcept { return bits_ == 0; }
   bool isString() const noexcept { return kind() == Kind::string; }
@@ -116,9 +116,9 @@ class PropertyList {
   /// The date; the reference date for anything but a date.
   Date date() const noexcept;
 
-  /// The number's own conversions, which never fail: an integer that does not fit is reduced modulo the
-  /// width, a real is truncated and saturates (NaN gives 0). A string is parsed as decimal text by the five
-  /// conversions that platform strings have (int, long long, float, double, bool); for anything else 0.
+  /// The conversions of numbers never fail. An integer that does not fit is reduced modulo the width. A real
+  /// is truncated and saturates; NaN gives 0. A string is parsed as decimal text by the five conversions that
+  /// platform strings have (int, long long, float, double, bool). Any other value gives 0.
   signed char charValue() const noexcept;
   unsigned char unsignedCharValue() const noexcept;
   short shortValue() const noexcept;
@@ -133,28 +133,30 @@ class PropertyList {
   double doubleValue() const noexcept;
   bool boolValue() const noexcept;
 
-  /// Number of elements or entries; 0 for anything but a container.
+  /// The number of elements or entries; 0 for anything but a container.
   std::size_t count() const noexcept;
-  /// Element of an array by position; absent when there is none or this is no array.
+  /// The element of an array at a position; absent when there is none or this is no array.
   PropertyList operator[](std::size_t index) const noexcept;
   template <std::signed_integral Integer>
   PropertyList operator[](Integer index) const noexcept {
     return index < 0 ? PropertyList() : (*this)[static_cast<std::size_t>(index)];
   }
-  /// Value of a dictionary by key; absent when there is none or this is no dictionary.
+  /// The value of a dictionary for a key; absent when there is none or this is no dictionary.
   PropertyList operator[](std::string_view key) const noexcept;
   PropertyList operator[](const char* key) const noexcept { return (*this)[std::string_view(key)]; }
-  /// Key and value of a dictionary by position, in the order in which they were given.
+  /// The key and value of a dictionary at a position, in the order in which they were given.
   Entry entry(std::size_t index) const noexcept;
 
-  /// Equal kind and content. Numbers are equal when their values are, whatever they were made from;
-  /// dictionaries when they hold equal values under the same keys, in any order. Absent equals absent.
+  /// Whether kind and content are equal. Numbers are equal when their values are, whatever they were made
+  /// from. Dictionaries are equal when they hold equal values under the same keys, in any order. Absent
+  /// equals absent.
   bool operator==(const PropertyList& other) const;
-  /// Equal, and numbers are of one sort too (boolean, integer or real): what a writer may write once.
+  /// Whether the values are equal and their numbers are of the same sort too (boolean, integer or real). A
+  /// writer may write such values once.
   bool identical(const PropertyList& other) const;
 
-  /// The text that %@ prints: strings and numbers as they are, containers in nested braces and parentheses
-  /// with strings quoted where they need it, "(null)" for absent.
+  /// The text that %@ prints. Strings and numbers are printed plainly. Containers are printed in nested
+  /// braces and parentheses, with strings quoted where necessary. Absent is "(null)".
   std::string description() const;
 
  private:
@@ -172,8 +174,8 @@ class PropertyList {
 };
 
 /// The keys of many dictionaries, made once. Dictionaries that share their keys take less memory, and less
-/// time to make, to compare and to write. The names differ from each other. Any thread may use it. An object
-/// made without names holds those that a reader finds; only one thread may use that.
+/// time to make, to compare and to write. No two names may be equal. Any thread may use the object. An object
+/// made without names receives the keys that a reader finds; only one thread may use such an object.
 class PropertyList::Keys {
  public:
   Keys() = default;
@@ -185,8 +187,8 @@ class PropertyList::Keys {
   PropertyList keys_;
 };
 
-/// Looks up keys of one dictionary, quickest in the order in which it holds them. Any other value is treated
-/// as an empty dictionary. One thread.
+/// Looks up keys of one dictionary. This is quickest in the order in which the dictionary holds them. Any
+/// other value is treated as an empty dictionary. Used on one thread only.
 class PropertyList::LookUp {
  public:
   explicit LookUp(PropertyList dictionary) : dictionary_(std::move(dictionary)) {}

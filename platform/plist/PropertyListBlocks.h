@@ -1,4 +1,4 @@
-// Memory for the many small nodes of a value that is read from bytes; for this folder only.
+// Memory for the many small nodes of a value that is read from bytes. This header is for this folder only.
 #pragma once
 
 #include <atomic>
@@ -9,9 +9,9 @@
 
 namespace keldane {
 
-/// Allocates nodes side by side in blocks. A block is freed with the last node in it, so a node that outlives
-/// the others keeps one block, which is no larger than `kBlockSize`, nor than the expected bytes. One thread
-/// uses it; the nodes are like any others.
+/// Allocates nodes side by side in blocks. A block is freed with the last node in it. So a node that outlives
+/// the others keeps one block, which is no larger than `kBlockSize` and no larger than the expected bytes.
+/// Only one thread uses this object; the nodes may be used like any others.
 class PropertyListBlocks {
  public:
   PropertyListBlocks() = default;
@@ -19,7 +19,7 @@ class PropertyListBlocks {
   PropertyListBlocks(const PropertyListBlocks&) = delete;
   PropertyListBlocks& operator=(const PropertyListBlocks&) = delete;
 
-  /// Announces how many bytes the following nodes will take.
+  /// Announces the number of bytes that the following nodes will take.
   void expect(std::size_t bytes) { expected_ = bytes; }
   PropertyListNode* allocate(PropertyList::Kind kind, std::size_t count, std::size_t payload);
 
@@ -31,7 +31,7 @@ class PropertyListBlocks {
   };
 
  public:
-  /// How many bytes of a block a node takes.
+  /// The number of bytes of a block that a node takes.
   static constexpr std::size_t sizeFor(std::size_t payload) {
     return (sizeof(PropertyListNode) + payload + kAlignment - 1) / kAlignment * kAlignment;
   }

@@ -58,8 +58,8 @@ struct HashNodePair {
   }
 };
 
-// Compares without recursion. Containers that are shared within a value are compared once a pair, so that a
-// value whose text form would be endless still compares in time that is proportional to what is stored.
+// Compares without recursion. Each pair of containers that are shared within a value is compared once. So
+// even a value whose text form would be huge is compared in time proportional to its stored size.
 bool sameValues(const PropertyList& first, const PropertyList& second, bool strict) {
   std::vector<std::pair<const PropertyList*, const PropertyList*>> work = {{&first, &second}};
   std::unordered_set<NodePair, HashNodePair> seen;

@@ -12,7 +12,8 @@ namespace keldane {
 
 namespace {
 
-// The description of a value that shares its parts could exceed any memory, so a text ends here.
+// The length, in bytes, at which a description ends. The description of a value that shares its parts could
+// exceed any memory.
 constexpr std::size_t kLongestDescription = std::size_t{1} << 20;
 
 bool needsQuotes(std::string_view text) {
@@ -70,7 +71,7 @@ std::string dataText(BytesView bytes) {
 
 std::string dateText(Date date) {
   const double seconds = std::floor(date.unixTime());
-  // Beyond what a calendar of four-digit years holds, the seconds themselves are the clearest text.
+  // For dates outside of the years 1 to 9999, the seconds themselves are the clearest text.
   if (!(seconds > -62135596800.0 && seconds < 253402300800.0)) {
     return std::to_string(date.secondsSinceReference) + " s";
   }

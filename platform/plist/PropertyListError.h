@@ -7,7 +7,7 @@
 
 namespace keldane {
 
-/// Thrown inside the readers and writers, and turned into an error text before it reaches a caller.
+/// Thrown inside the readers and writers only. It is turned into an error text before it reaches a caller.
 class PropertyListError : public std::runtime_error {
  public:
   explicit PropertyListError(const std::string& sentence) : std::runtime_error(sentence) {}

@@ -8,9 +8,10 @@
 
 namespace keldane {
 
-/// The shared part of a value that does not fit the handle. References are counted, and the node is freed
-/// with the last one. The bytes behind the header, in the same allocation, depend on the kind: text and a
-/// NUL, data, the handles of the elements, or the handle of the keys and those of the values.
+/// The shared part of a value that does not fit into the handle. References are counted, and the node is
+/// freed with the last one. The bytes behind the header, in the same allocation, depend on the kind. They are
+/// text and a NUL, or data, or the handles of the elements, or the handle of the keys and those of the
+/// values.
 ///
 /// The keys are an array node of their own, so that dictionaries with the same keys share them. When the keys
 /// are too many to be searched one by one, their sorted positions follow their handles.
@@ -25,11 +26,11 @@ struct PropertyListNode {
   static PropertyListNode* allocateDictionary(const PropertyList& keys);
 
   void addReference() const noexcept { references.fetch_add(1, std::memory_order_relaxed); }
-  /// Adds a reference to a node that no other thread can know yet, without an atomic operation.
+  /// Adds a reference, without an atomic operation, to a node that no other thread can know yet.
   void addUnpublishedReference() const noexcept {
     references.store(references.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
   }
-  /// Drops a reference and answers whether it was the last one. The only reference is not counted down,
+  /// Drops a reference and returns whether it was the last one. The only reference is not counted down,
   /// because no other thread can see the count.
   bool dropReference() const noexcept {
     return references.load(std::memory_order_acquire) == 1 ||
@@ -44,7 +45,7 @@ struct PropertyListNode {
   std::size_t handleCount() const noexcept {
     return kind == PropertyList::Kind::array ? count : kind == PropertyList::Kind::dictionary ? 1 + count : 0;
   }
-  /// Of a dictionary: the node of its keys and its values, each `count` of them.
+  /// For a dictionary: the node of its keys, and its values. There are `count` of each.
   const PropertyListNode* keys() const noexcept;
   PropertyList* values() noexcept { return handles() + 1; }
   const PropertyList* values() const noexcept { return handles() + 1; }
@@ -57,7 +58,8 @@ struct PropertyListNode {
   const std::uint32_t* order() const noexcept {
     return reinterpret_cast<const std::uint32_t*>(handles() + count);
   }
-  /// The value under a key of a dictionary; null when there is none. Found at once at position `first`.
+  /// The value under a key of a dictionary; null when there is none. The search is quickest when the key is
+  /// at position `first`.
   const PropertyList* find(std::string_view key, std::size_t first = 0) const noexcept;
 
   mutable std::atomic<std::uint32_t> references = 1;
@@ -68,13 +70,12 @@ struct PropertyListNode {
   std::uint16_t placeInBlock = 0;
   /// Elements, entries, or bytes of text or data.
   const std::size_t count;
-  /// The value of a scalar. It is mutable for the sake of the last two members, which are no part of the
-  /// value.
+  /// The value of a scalar. It is mutable because the last two members are not part of the value.
   mutable union {
     std::int64_t signedInteger;
     std::uint64_t unsignedInteger;
     double real;
-    std::uint64_t marks;  ///< for text and data: what the writer keeps; 0 until then
+    std::uint64_t marks;  ///< for text and data, the writer's marks; 0 until they are computed
     const PropertyListNode* nextDead;
   } scalar = {0};
 };
@@ -91,7 +92,7 @@ class PropertyListAccess {
   static const PropertyListNode* node(const PropertyList& value) noexcept {
     return isInline(value) ? nullptr : reinterpret_cast<const PropertyListNode*>(value.bits_);
   }
-  /// The handle's word, which is the same for all handles of one value. It counts as no reference.
+  /// The handle's word, which is the same for all handles of one value. It does not count as a reference.
   static std::uintptr_t bits(const PropertyList& value) noexcept { return value.bits_; }
   /// Another handle of the value.
   static PropertyList share(std::uintptr_t bits) noexcept {

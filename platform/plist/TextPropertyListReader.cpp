@@ -2,6 +2,7 @@
 
 #include "platform/plist/PropertyListError.h"
 #include "platform/plist/PropertyListSerialization.h"
+#include "platform/text/HexDigit.h"
 #include "platform/text/Unicode.h"
 
 namespace keldane {
@@ -13,13 +14,6 @@ constexpr bool isTextBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r')
 constexpr bool isWordCharacter(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '$' ||
          c == '/' || c == ':' || c == '.' || c == '-' || static_cast<unsigned char>(c) > 127;
-}
-
-int hexDigit(char c) {
-  return c >= '0' && c <= '9'   ? c - '0'
-         : c >= 'a' && c <= 'f' ? c - 'a' + 10
-         : c >= 'A' && c <= 'F' ? c - 'A' + 10
-                                : -1;
 }
 
 class TextReader {

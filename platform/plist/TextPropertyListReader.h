@@ -7,10 +7,10 @@
 
 namespace keldane {
 
-/// The value of a text in UTF-8; throws PropertyListError. { key = value; }, ( element, element ),
-/// <hexadecimal data>, "quoted" and bare words, with // and /* */ comments. Entries without braces around
-/// them, as in a strings table, are a dictionary; there "word;" stands for "word = word;". Every scalar is a
-/// string.
+/// The value of a text in UTF-8; throws PropertyListError. The text may hold { key = value; }, ( element,
+/// element ), <hexadecimal data>, "quoted" and bare words, and // and /* */ comments. Entries without braces
+/// around them, as in a strings table, are a dictionary; there "word;" stands for "word = word;". Every
+/// scalar is a string.
 PropertyList readTextPropertyList(std::string_view text);
 
 }  // namespace keldane

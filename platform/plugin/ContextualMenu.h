@@ -17,8 +17,8 @@ typedef CFUUIDBytes REFIID;
 inline constexpr HRESULT S_OK = 0;
 inline constexpr HRESULT E_NOINTERFACE = static_cast<HRESULT>(0x80000004u);
 
-/// The function table of a contextual-menu plug-in. An instance is a pointer to a pointer to it. The host
-/// calls the entries one at a time, on the main thread.
+/// The function table of a contextual-menu plug-in. An instance is a pointer to a pointer to this table. The
+/// host calls the entries one at a time, on the main thread.
 struct ContextualMenuInterfaceStruct {
   void* _reserved;
   HRESULT (*QueryInterface)(void* instance, REFIID interfaceID, LPVOID* interface);

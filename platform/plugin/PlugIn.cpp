@@ -21,10 +21,11 @@ CFOwner<CFUUIDRef> uuidFromText(std::string_view text) {
   return CFOwner<CFUUIDRef>(CFUUIDCreateFromString(kCFAllocatorSystemDefault, string.get()));
 }
 
-/// The value of a dictionary whose keys are UUIDs, compared as such: their text may be in either case.
+/// The value of a dictionary whose keys are UUIDs. The keys are compared as UUIDs, because their text may be
+/// in either case.
 PropertyList valueForUUID(const PropertyList& dictionary, CFUUIDRef wanted) {
   if (wanted == nullptr) {
-    return {};  // otherwise a key that is no UUID would be equal to it
+    return {};  // otherwise a key that is no UUID would match
   }
   for (std::size_t i = 0; i < dictionary.count(); ++i) {
     const auto [key, value] = dictionary.entry(i);
@@ -96,8 +97,9 @@ std::shared_ptr<PlugIn> PlugIn::load(const fs::path& path, std::string* error) {
     return nullptr;
   }
   std::error_code unknown;
+  // This is checked because opening a pipe would wait.
   if (fs::exists(module, unknown) && !fs::is_regular_file(module, unknown)) {
-    fail(error, module.string() + " cannot be loaded: it is no file.");  // opening a pipe would wait
+    fail(error, module.string() + " cannot be loaded: it is no file.");
     return nullptr;
   }
   // The module is never closed, because a plug-in's threads may outlive its last instance.

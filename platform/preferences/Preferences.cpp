@@ -13,8 +13,8 @@ namespace {
 /// The values of a domain that this process keeps in memory.
 struct Domain {
   bool read = false;
-  PropertyList stored;                          ///< what the file held when it was last read
-  std::map<std::string, PropertyList> pending;  ///< set here and not yet written; absent: to be removed
+  PropertyList stored;                          ///< the file's content when it was last read
+  std::map<std::string, PropertyList> pending;  ///< set here, not yet written; absent removes the key
 };
 
 struct Store {
@@ -27,7 +27,7 @@ Store& store() {
   return instance;
 }
 
-// A domain becomes a file name.
+// A domain is checked because it becomes a file name.
 bool isDomainName(const std::string& domain) {
   return !domain.empty() && domain.front() != '.' && domain.find('/') == std::string::npos &&
          domain.find('\0') == std::string::npos && domain.size() <= 200;

@@ -1,4 +1,4 @@
-// Values that a user's programs remember. Each domain is one file.
+// The values that a user's programs remember. Each domain is one file.
 #pragma once
 
 #include <filesystem>
@@ -8,14 +8,14 @@
 
 namespace keldane {
 
-/// The current user's preferences, on any host. The domain "com.keldane.preferences" is the file
-/// "com.keldane.preferences.plist" in $XDG_CONFIG_HOME (or ~/.config), binary or XML. Process-wide; any
-/// thread.
+/// The current user's preferences, for all hosts. The domain "com.keldane.preferences" is the file
+/// "com.keldane.preferences.plist" in $XDG_CONFIG_HOME (or ~/.config), binary or XML. They belong to the
+/// whole process, and any thread may use them.
 ///
-/// Values are kept in memory from the first use of a domain; `synchronize` writes the keys that this process
-/// set since the last time into whatever the file then holds, under a lock file, atomically and with mode
-/// 0600, and reads what other processes wrote. So two processes that write different keys both keep theirs. A
-/// file that cannot be read is set aside under a new name with a log line, never overwritten.
+/// Values are kept in memory from the first use of a domain. `synchronize` reads the file again and writes
+/// the keys that this process has set since the last time into its present content. It writes atomically,
+/// under a lock file and with mode 0600. So when two processes write different keys, both are kept. A file
+/// that cannot be read is set aside under a new name with a log line, never overwritten.
 class Preferences {
  public:
   /// Absent when the domain has no such key.

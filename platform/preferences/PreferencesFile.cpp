@@ -21,8 +21,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Another process holds the lock during one small write only. If it holds the lock longer, it hangs, and the
-// host's window must not hang with it.
+// Another process holds the lock only during one small write. If it holds the lock longer, that process
+// hangs, and the host's window must not hang too.
 constexpr auto kLongestWait = std::chrono::seconds(2);
 
 std::string errorText(int error) { return std::generic_category().message(error); }
@@ -39,7 +39,8 @@ bool writeWhole(int descriptor, const Bytes& bytes) {
 }
 
 /// The file to which a chain of links leads, whether or not it exists yet. Links to anything but a file are
-/// not followed: a damaged file is set aside, and a device or a folder of somebody else must not be.
+/// not followed, because a damaged file is set aside, and this must not happen to a device or to somebody's
+/// folder.
 fs::path fileBehindLinks(const fs::path& path) {
   constexpr int kMostLinks = 40;
   fs::path at = path;
@@ -203,7 +204,7 @@ bool PreferencesFile::replace(const Bytes& bytes) {
   }
   const Descriptor folder(open(path_.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (folder) {
-    fsync(folder.get());  // the new name survives a power failure too, where the file system can promise it
+    fsync(folder.get());  // so that the new name survives a power failure, if the file system supports that
   }
   return true;
 }

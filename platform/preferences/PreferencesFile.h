@@ -10,18 +10,18 @@
 
 namespace keldane {
 
-/// One file of preferences. Processes exclude each other by a lock on a file beside it; within a process the
-/// caller does.
+/// One file of preferences. Processes exclude each other by a lock on a file beside it. Within a process the
+/// caller must exclude other threads.
 class PreferencesFile {
  public:
-  /// A symbolic link is followed to the file that it stands for, so that replacing it keeps the link.
+  /// A symbolic link is followed to its file, so that replacing the file keeps the link.
   explicit PreferencesFile(const std::filesystem::path& path);
 
   /// Reads the dictionary. It is empty when there is no file, or when the file is no property list and was
   /// set aside. False, with `values` untouched, when the file cannot be read now.
   bool read(PropertyList& values);
-  /// Reads what the file holds now, applies the changes (an absent value removes its key), writes the result
-  /// and answers it in `values`. False when that cannot be done, with a log line; the file is then as it was.
+  /// Reads the file's present content, applies the changes, writes the result and returns it in `values`. An
+  /// absent value removes its key. On failure it logs a line, leaves the file unchanged and returns false.
   bool merge(const std::map<std::string, PropertyList>& changes, PropertyList& values);
 
  private:
@@ -33,7 +33,7 @@ class PreferencesFile {
   bool replace(const Bytes& bytes);
 
   std::filesystem::path path_;
-  std::string reason_;  ///< why the last reading did not succeed
+  std::string reason_;  ///< the reason for the failure of the last reading
 };
 
 }  // namespace keldane

@@ -26,10 +26,11 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// An interval below this would keep the loop busy for ever.
+// The shortest interval of a timer. A shorter one would keep the loop busy for ever.
 constexpr std::chrono::nanoseconds kShortestInterval = std::chrono::microseconds(100);
 
-// A longer time is as good as for ever, and adding it to the present time would overflow.
+// The longest time, in seconds. A longer one is as good as for ever, and would overflow when added to the
+// present time.
 constexpr double kLongestSeconds = 1e9;
 
 std::chrono::nanoseconds nanoseconds(RunLoop::Seconds seconds) {
@@ -96,7 +97,7 @@ struct RunLoop::State {
 
   const Descriptor epoll, event, clock;
   mutable Mutex mutex{{.name = "RunLoop", .innermost = true}};
-  // The work is in a list, because elements can be moved out of a list without asking for memory.
+  // The work is in a list, because elements can be moved out of a list without allocating memory.
   std::list<Work> work KELDANE_GUARDED_BY(mutex);
   std::vector<std::shared_ptr<LoopTimer>> timers KELDANE_GUARDED_BY(mutex);
   std::size_t ports KELDANE_GUARDED_BY(mutex) = 0;
@@ -157,8 +158,8 @@ void RunLoop::State::setClock() {
   timerfd_settime(clock.get(), TFD_TIMER_ABSTIME, &setting, nullptr);
 }
 
-/// The ids that were sent and not yet handled are kept in an object that the loop's work shares with the
-/// port, so that the port may be destroyed at any time.
+/// The ids that were sent and not yet handled are kept in an object that the port shares with the loop's
+/// work. So the port may be destroyed at any time.
 struct RunLoop::State::Port : MessagePort {
   struct Shared {
     Mutex mutex{{.name = "MessagePort", .innermost = true}};

@@ -1,4 +1,4 @@
-// Timers, queued work and message ports of one thread, behind one pollable descriptor.
+// The timers, queued work and message ports of one thread, behind one pollable descriptor.
 #pragma once
 
 #include <chrono>
@@ -10,9 +10,9 @@ namespace keldane {
 
 class RunLoop;
 
-/// A timer of a run loop. It fires on its grid (start + n × interval): a late firing does not shift the later
-/// ones, and firings that were missed are made up by one. The run loop owns a scheduled timer; `invalidate`,
-/// from any thread, ends it, also from within its own callback, and releases the callback.
+/// A timer of a run loop. It fires on its grid (start + n × interval), so a late firing does not shift the
+/// later ones. Missed firings are replaced by one. The run loop owns a scheduled timer. `invalidate` ends the
+/// timer and releases the callback. It may be called from any thread, also within the timer's own callback.
 class Timer {
  public:
   virtual ~Timer() = default;
@@ -20,9 +20,9 @@ class Timer {
   virtual bool isValid() const = 0;
 };
 
-/// Wakes a run loop from any thread. Messages with the same id that are sent before the loop runs are one
-/// message: the handler runs once for each id. Its creator owns it. `invalidate` (also by the destructor) on
-/// the loop's thread guarantees that the handler is not called again.
+/// Wakes a run loop from any thread. Messages with the same id that are sent before the loop runs count as
+/// one, so the handler runs once for each id. The creator owns the port. After `invalidate` or the destructor
+/// ran on the loop's thread, the handler is not called again.
 class MessagePort {
  public:
   using Handler = std::function<void(std::uint32_t messageId)>;
@@ -52,19 +52,19 @@ class RunLoop {
   /// A descriptor for another event loop (GLib, Qt, poll). It is readable exactly while something is due. The
   /// run loop owns it.
   int descriptor() const;
-  /// Runs what is due now and returns, without waiting: queued work in order, then timers by their time.
-  /// Answers whether anything ran. A loop without a host loop runs by itself with `run`.
+  /// Runs everything that is due now, without waiting: queued work in order, then timers by their time.
+  /// Returns whether anything ran. Without a host's event loop, `run` runs the loop.
   bool runDue();
-  /// Runs for this long; returns at once when asked to `stop`.
+  /// Runs the loop for this time, or until `stop` is called.
   void run(Seconds duration);
   void stop();
 
   /// Schedules a timer whose first firing is one interval from now.
   std::shared_ptr<Timer> scheduleTimer(Seconds interval, bool repeats, std::function<void(Timer&)> callback);
 
-  /// Queues work for the loop's thread. `owner` is only a name by which `cancel` finds the work again.
+  /// Queues work for the loop's thread. `owner` is only a key by which `cancel` finds the work.
   void perform(std::function<void()> work, const void* owner = nullptr);
-  /// Drops the work still queued for `owner`. Work that is running is not waited for.
+  /// Drops the work that is still queued for `owner`. It does not wait for work that is running.
   void cancel(const void* owner);
 
   std::unique_ptr<MessagePort> openPort(MessagePort::Handler handler);

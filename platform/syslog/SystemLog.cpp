@@ -42,7 +42,7 @@ std::string linePrefix() {
                           getpid(), syscall(SYS_gettid));
 }
 
-/// The month's name is English whatever the host's language is.
+/// The prefix of a line for the log daemon. The month's name is in English, whatever the host's language is.
 std::string systemLogPrefix() {
   constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                      "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};

@@ -9,9 +9,9 @@
 
 namespace keldane {
 
-/// Writes one line to the system log and to standard error. Both have time, process name and process ID in
-/// front, standard error also the thread ID: "2026-11-21 04:37:12.345 nautilus[812:815] text". Any thread;
-/// lines are never mixed.
+/// Writes one line to the system log and to standard error. Time, process name and process ID stand in front,
+/// on standard error also the thread ID: "2026-11-21 04:37:12.345 nautilus[812:815] text". Any thread may
+/// call it; lines are never mixed.
 void logLine(std::string_view text);
 
 /// Sends a line to the log daemon that listens at this socket: "<13>Nov 21 04:37:12 nautilus[812]: text". The
@@ -19,8 +19,8 @@ void logLine(std::string_view text);
 /// which belongs to the host and would change the host's own lines.
 void sendToSystemLog(std::string_view text, const char* socketPath);
 
-/// The platform's unconditional log call. It throws nothing: a line for which there is no memory is lost, and
-/// the caller, who often logs a failure, goes on.
+/// The platform's unconditional log call. It throws nothing, because its callers often log a failure and must
+/// go on. A line for which there is no memory is lost.
 template <class... Arguments>
 void systemLog(std::string_view format, const Arguments&... arguments) noexcept {
   try {

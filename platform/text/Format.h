@@ -1,4 +1,4 @@
-// Formats with %@ and C conversions whose arguments are checked, never trusted.
+// Formats with %@ and C conversions. The arguments are checked, never trusted.
 #pragma once
 
 #include <concepts>
@@ -12,8 +12,8 @@
 
 namespace keldane {
 
-/// One argument of a format. It remembers what it is, so a conversion that asks for something else prints the
-/// argument as what it is and can never read memory that it should not.
+/// One argument of a format. It remembers its own type. A conversion for another type prints the argument by
+/// its own type, so it can never read memory that it should not.
 class FormatArgument {
  public:
   using Value = std::variant<std::int64_t, std::uint64_t, double, std::string, PropertyList>;
@@ -40,8 +40,8 @@ class FormatArgument {
 };
 
 /// Fills a format: %@ %s %d %i %u %x %X %o %c %f %e %g %% with flags, width, precision and the lengths h, hh,
-/// l, ll, q, z. A conversion without an argument prints "(null)" (%@, %s) or 0; one that is not known is
-/// printed as it stands; arguments left over are ignored.
+/// l, ll, q, z. A conversion without an argument prints "(null)" (%@, %s) or 0. An unknown conversion is
+/// printed literally. Surplus arguments are ignored.
 std::string formatWithArguments(std::string_view format, const FormatArgument* arguments, std::size_t count);
 
 template <class... Arguments>

@@ -21,7 +21,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char kShared[] = "keldane";
-constexpr int kDeepest = 4;  // of texts in texts
+constexpr int kDeepest = 4;  // levels of texts within texts
 
 std::atomic<const char*> ownCatalogueName = nullptr;
 
@@ -53,7 +53,7 @@ const char* sharedCatalogue() {
   return isBound ? kShared : nullptr;
 }
 
-/// A locale that this computer lacks is no hindrance, where the system lets a language be chosen without it.
+/// Sets the locale. If this computer lacks it, the language is still chosen where the system allows that.
 void takeLocale(int category) {
   if (std::setlocale(category, "") != nullptr) {
     return;
@@ -93,7 +93,7 @@ std::optional<std::vector<std::string_view>> partsOf(std::string_view text, std:
   return text.empty() ? std::optional(parts) : std::nullopt;
 }
 
-/// The number that a text is, with or without commas between groups of digits; absent for any other text.
+/// The number that a text holds, with or without commas between groups of digits; absent for any other text.
 std::optional<unsigned long> numberIn(std::string_view text) {
   std::string digits(text);
   std::erase(digits, ',');
@@ -128,7 +128,7 @@ std::string translatedWithin(std::string_view text, std::span<const KnownText> k
   if (isNumber(text)) {
     return localNumber(text);
   }
-  // The system's own words for an error number, which the other program has in English.
+  // The other program has the system's text for an error number in English.
   return text.empty() ? std::string() : dgettext("libc", std::string(text).c_str());
 }
 

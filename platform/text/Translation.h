@@ -1,4 +1,4 @@
-// The texts of programs and extensions in the user's language, by the system's gettext.
+// The texts of programs and extensions in the user's language, translated by the system's gettext.
 #pragma once
 
 #include <span>
@@ -9,16 +9,17 @@
 
 namespace keldane {
 
-/// Takes the locale of characters and messages from the environment. For a program, at its start; an
-/// extension leaves the locale to the program that loaded it, and a program that never calls this speaks
-/// English. `ownCatalogue` names a catalogue that is looked into before the one that all share.
+/// Takes the locale of characters and messages from the environment. A program calls it at its start. An
+/// extension does not call it, because the locale belongs to the program that loaded it. A program that never
+/// calls it speaks English. `ownCatalogue` names a catalogue that is searched before the shared one.
 void beginTranslation(const char* ownCatalogue = nullptr);
 
-/// The text in the user's language, or as it is. UTF-8. Any thread.
+/// The text in the user's language, in UTF-8, or the text itself when there is no translation. Any thread may
+/// call it.
 const char* tr(const char* text);
-/// A text that is translated where it is used, not where it stands.
+/// Marks a text that is translated where it is used, not where it is written.
 constexpr const char* marked(const char* text) { return text; }
-/// The form that a number of things takes. Any thread.
+/// The singular or plural form for a number, in the user's language. Any thread may call it.
 const char* trn(const char* one, const char* many, unsigned long number);
 
 /// A translated text with its "%s" filled in.
@@ -27,24 +28,26 @@ std::string filled(const char* pattern, const Arguments&... arguments) {
   return stringWithFormat(pattern, arguments...);
 }
 
-/// A number in English digits, such as "1,234.5", as the user's language writes it. Any thread.
+/// Rewrites a number in English form, such as "1,234.5", in the form of the user's language. Any thread may
+/// call it.
 std::string localNumber(std::string_view english);
 
-/// A text of another program's that this one knows. Each "%s" stands for any text that is not empty, which is
-/// translated likewise unless it is a name.
+/// A known text of another program. Each "%s" stands for any text that is not empty. That text is translated
+/// in the same way unless it is a name.
 struct KnownText {
   const char* text;
-  /// For a text about a number, which is its first "%s": how `text` reads for more than one. Else null.
+  /// The plural form of a text whose first "%s" is a number; null for other texts.
   const char* many = nullptr;
   bool holdsNames = false;
 };
 constexpr KnownText known(const char* text) { return {text}; }
 constexpr KnownText known(const char* one, const char* many) { return {one, many}; }
-/// One in which "%s" stands for names and the like, which are as they are in every language.
+/// A text in which "%s" stands for names and the like, which are not translated.
 constexpr KnownText knownWithNames(const char* text) { return {text, nullptr, true}; }
 
-/// A text that was composed of the first known one that fits, in the user's language; as it is when none
-/// fits, but for an error of the system's. Any thread.
+/// The text in the user's language, by the first known text that fits. When none fits, a number is rewritten
+/// in the form of the user's language and the text of a system error is translated; any other text is
+/// returned unchanged. Any thread may call it.
 std::string translated(std::string_view text, std::span<const KnownText> knownTexts);
 
 }  // namespace keldane

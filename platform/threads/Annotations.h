@@ -1,4 +1,4 @@
-// Clang's thread-safety annotations, which other compilers read as nothing.
+// Clang's thread-safety annotations. They are empty for other compilers.
 #pragma once
 
 #if defined(__clang__)

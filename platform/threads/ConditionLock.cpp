@@ -6,9 +6,9 @@
 
 namespace keldane {
 
-/// A thread that waits. A condition variable would do too, but a thread that it wakes takes a mutex that is
-/// contended then, which costs another system call. And a thread that is woken twice before it runs costs two
-/// system calls.
+/// A thread that waits. A condition variable would cost more: a thread that it wakes must take a mutex that
+/// is contended at that moment, which costs another system call, and two wake-ups before the thread runs cost
+/// two system calls.
 struct ConditionLock::Waiter {
   enum State { asleep, woken, owner };
 
@@ -32,7 +32,7 @@ struct ConditionLock::Waiter {
     return !state.compare_exchange_strong(seen, asleep);
   }
 
-  const int* const condition;  ///< null: any
+  const int* const condition;  ///< null for any condition
   Waiter* next = nullptr;
   std::atomic<State> state = asleep;
   sem_t wakeUps;  ///< posted once each time that the thread sleeps
@@ -118,7 +118,8 @@ void ConditionLock::unlock() { release(nullptr); }
 void ConditionLock::unlockWithCondition(int condition) { release(&condition); }
 
 void ConditionLock::wake() {
-  // With the mutex held, no waiter is between its question and its sleep, and none leaves the list.
+  // While the mutex is held, no waiter is between its call of `cancelled` and its sleep, and none leaves the
+  // list.
   const std::lock_guard guard(mutex_);
   for (Waiter* waiter = waiting_; waiter != nullptr; waiter = waiter->next) {
     waiter->wake(Waiter::woken);

@@ -1,4 +1,4 @@
-// A lock that also carries an integer, and can be waited for until that integer has a value.
+// A lock that also holds an integer. A thread can wait until the integer has a given value.
 #pragma once
 
 #include <functional>
@@ -9,8 +9,8 @@
 
 namespace keldane {
 
-/// A mutual-exclusion lock with a condition. Any thread; not recursive. The thread that acquired it releases
-/// it. The lock is then handed to the first thread that waits for its condition.
+/// A mutual-exclusion lock with a condition. Any thread may use it. It is not recursive. The thread that
+/// acquired it releases it. The lock is then handed to the first thread that waits for its condition.
 class KELDANE_CAPABILITY("mutex") ConditionLock {
  public:
   explicit ConditionLock(int condition, const LockTraits& traits = {})
@@ -22,8 +22,8 @@ class KELDANE_CAPABILITY("mutex") ConditionLock {
   void lock() KELDANE_ACQUIRE();
   /// Waits, without a limit, until the lock is free and the condition is `condition`, and acquires it.
   void lockWhenCondition(int condition) KELDANE_ACQUIRE();
-  /// The same, but it gives up when `cancelled` answers true. It answers whether the lock was acquired.
-  /// `cancelled` is asked whenever the lock cannot be had at once, and again after each `wake`, with the
+  /// The same, but it gives up when `cancelled` returns true. It returns whether the lock was acquired.
+  /// `cancelled` is called when the lock is not available at once, and again after each `wake`, with the
   /// lock's inner mutex held.
   bool lockWhenCondition(int condition, const std::function<bool()>& cancelled) KELDANE_TRY_ACQUIRE(true);
 
@@ -33,7 +33,7 @@ class KELDANE_CAPABILITY("mutex") ConditionLock {
   /// Releases the lock with a new condition.
   void unlockWithCondition(int condition) KELDANE_RELEASE();
 
-  /// Lets every cancellable waiter ask its question again.
+  /// Makes every cancellable waiter call its `cancelled` again.
   void wake();
   int condition() const;
   const LockRecord& record() const { return record_; }
@@ -48,9 +48,9 @@ class KELDANE_CAPABILITY("mutex") ConditionLock {
   Waiter** find(const Predicate& isSuch);
   bool isFor(const int* condition) const { return condition == nullptr || *condition == condition_; }
 
-  mutable std::mutex mutex_;  // held for moments only
+  mutable std::mutex mutex_;  // held only briefly
   // The waiting threads, in the order in which they came. While nobody holds the lock, none of them waits for
-  // the condition that it has.
+  // its present condition.
   Waiter* waiting_ = nullptr;
   int condition_;
   bool held_ = false;

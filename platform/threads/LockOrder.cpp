@@ -20,7 +20,7 @@ namespace {
 
 using Locks = std::span<const LockRecord* const>;
 
-// The record needs no destructor, so the locks that a thread takes while it ends are noted too.
+// The record needs no destructor, so locks that a thread takes while it ends are recorded too.
 struct Held {
   std::array<const LockRecord*, 64> locks;
   std::size_t count;
@@ -39,8 +39,8 @@ struct Graph {
   std::map<const LockRecord*, std::map<const LockRecord*, std::string>> taken;
   LockOrder::Listener listener;
 
-  /// The shortest way from one lock to another, one sentence for each step; empty when there is none. The
-  /// caller holds the mutex.
+  /// The shortest path from one lock to another, with one sentence for each step. Empty when there is none.
+  /// The caller holds the mutex.
   std::string way(const LockRecord* from, const LockRecord* to) const {
     std::map<const LockRecord*, std::string> ways = {{from, ""}};
     std::deque<const LockRecord*> next = {from};

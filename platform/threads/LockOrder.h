@@ -1,5 +1,5 @@
-// Finds deadlocks before they happen: notes the order in which each thread takes its locks, and reports when
-// two threads could wait for each other, whether or not they do this time.
+// Finds deadlocks before they happen. It records the order in which each thread takes its locks, and reports
+// when two threads could wait for each other, even if they do not this time.
 #pragma once
 
 #include <functional>
@@ -11,32 +11,32 @@ namespace keldane {
 struct LockTraits {
   const char* name = "a lock";
   bool leaf = false;              ///< no lock but an innermost one is taken while it is held
-  bool innermost = false;         ///< a leaf that a service takes for a moment, whatever its caller holds
+  bool innermost = false;         ///< a leaf that a service takes briefly, whatever locks its caller holds
   bool heldWhileWaiting = false;  ///< a thread may hold it while it waits for the condition of another lock
 };
 
 #if defined(KELDANE_LOCK_ORDER)
 
-/// Settings of the record, which are those of the whole process. Any thread.
+/// The settings of the record, for the whole process. Any thread may change them.
 class LockOrder {
  public:
-  /// Called on the thread that is about to take the lock, before it does.
+  /// The listener is called on the thread that is about to take the lock, before it takes it.
   using Listener = std::function<void(const std::string& finding)>;
 
-  /// Sets who is told of findings. An empty function restores the default: the finding is written to standard
-  /// error, and the process aborts.
+  /// Sets the listener that is told of findings. An empty function restores the default: the finding is
+  /// written to standard error, and the process aborts.
   static void setListener(Listener listener);
   /// Stops the record, which takes memory. This is for a process that counts its allocations.
   static void stop();
 };
 
 /// The part of a lock that takes part in the record. The record knows the locks that each thread holds, and
-/// for each lock the locks that were ever taken while it was held. These are findings: taking a lock from
-/// which such steps lead back to a lock that the thread holds already, over any number of other locks; taking
-/// a lock again that is held already; taking any lock under a leaf, except an innermost lock under a leaf
-/// that is not innermost; and waiting for a condition under a lock that is not meant for it. A finding names
-/// the locks that the threads held. Any thread. One lock for the whole process guards the record, so it is
-/// built in for tests only.
+/// for each lock the locks that were ever taken while it was held. A finding is one of these: a thread takes
+/// a lock from which such steps lead back, over any number of other locks, to a lock that it holds already;
+/// it takes a lock that it holds already; it takes any lock under a leaf, except an innermost lock under a
+/// leaf that is not innermost; or it waits for a condition under a lock that is not meant for that. A finding
+/// names the locks that the threads held. Any thread may call it. One lock for the whole process guards the
+/// record, so it is built in for tests only.
 class LockRecord {
  public:
   explicit LockRecord(LockTraits traits) : traits_(traits) {}

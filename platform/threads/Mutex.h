@@ -1,6 +1,5 @@
-// The locks of the project: std::mutex and its recursive relative with the annotations that clang's
-// thread-safety analysis reads, and with a record of the order in which they are taken where that is built
-// in.
+// The locks of the project. They are std::mutex and std::recursive_mutex with the annotations for clang's
+// thread-safety analysis, and with a record of the order in which they are taken where that is built in.
 #pragma once
 
 #include <chrono>
@@ -49,7 +48,7 @@ class Condition {
   void wait(Mutex& mutex, const Predicate& isTrue) KELDANE_REQUIRES(mutex) {
     released(mutex, [&](std::unique_lock<std::mutex>& lock) { condition_.wait(lock, isTrue); });
   }
-  /// Waits no longer than `duration`; answers what the predicate says in the end.
+  /// Waits no longer than `duration`. Returns the predicate's last result.
   template <class Duration, class Predicate>
   bool waitFor(Mutex& mutex, const Duration& duration, const Predicate& isTrue) KELDANE_REQUIRES(mutex) {
     bool answer = false;

@@ -1,4 +1,4 @@
-// Threads that leave the process's signals to its other threads.
+// Starting of threads that receive none of the process's signals.
 #pragma once
 
 #include <pthread.h>
@@ -7,12 +7,13 @@
 
 namespace keldane {
 
-/// Blocks all signals on the calling thread for as long as it lives, so that a thread that is started in its
+/// Blocks all signals on the calling thread for as long as this object lives. A thread that is started in its
 /// scope has them blocked from its first instruction on. Every thread that runs inside a host is started this
-/// way: the host's signals are for the host, whose handlers may only work on its own threads, and a signal
-/// that arrived on such a thread would interrupt its system calls.
+/// way. The host's signals belong to the host, whose handlers may work only on its own threads, and a signal
+/// would interrupt the thread's system calls.
 ///
-/// A program that is started on such a thread inherits the mask. Whoever starts one gives it another.
+/// A program that is started on such a thread inherits the mask, so the code that starts a program must reset
+/// it.
 class SignalsBlocked {
  public:
   SignalsBlocked() {

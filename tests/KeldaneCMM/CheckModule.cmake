@@ -1,5 +1,5 @@
-# What the built module shows and needs: a thing that is loaded into somebody else's file manager exports its
-# factory and its constant strings, brings no library that could clash there, and is never unmapped.
+# Checks what the built module exports and needs. It is loaded into other programs' processes, so it may export only its
+# factory and its constant strings, must bring no library that could clash there, and must never be unmapped.
 
 function(output_of variable)
   execute_process(COMMAND ${ARGN} OUTPUT_VARIABLE output ERROR_VARIABLE error RESULT_VARIABLE result)
@@ -28,7 +28,7 @@ endif()
 
 set(allowed "linux-vdso|ld-linux[^ ]*|libc|libm|libgcc_s|libstdc\\+\\+|libkeldane-platform")
 if(SANITIZE)
-  string(APPEND allowed "|lib[a-z]+san|libdl|libpthread|librt")  # what the sanitizers bring
+  string(APPEND allowed "|lib[a-z]+san|libdl|libpthread|librt")  # the sanitizers' libraries
 endif()
 output_of(libraries ldd ${MODULE})
 string(REGEX MATCHALL "[^\n]+\n" lines "${libraries}")

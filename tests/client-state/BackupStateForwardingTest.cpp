@@ -12,14 +12,14 @@ namespace {
 
 using testing::DaemonCall;
 
-/// One operation that is passed on: what is called here, what arrives there, what comes back.
+/// One forwarded operation: the call here, the call that arrives at the daemon, and the results.
 struct Forwarded {
   const char* label;
   std::function<PropertyList(const BackupState&)> perform;  // the result as an object; absent for none
   DaemonCall arrives;
-  PropertyList answer;    // what the daemon says
-  PropertyList expected;  // what the client gets
-  PropertyList without;   // what it gets without a daemon
+  PropertyList answer;    // the daemon's answer
+  PropertyList expected;  // the client's result
+  PropertyList without;   // the client's result without a daemon
 };
 
 void PrintTo(const Forwarded& row, std::ostream* out) { *out << row.label; }
@@ -175,7 +175,7 @@ class BackupStateForwarding : public ::testing::Test {
     state_.onBegin();
     ASSERT_TRUE(state_.connected());
   }
-  /// What is sent after something that sends nothing is the first to arrive.
+  /// Sends a call that must be the first to arrive, because nothing was sent before it.
   void expectThatNothingWasSent() {
     state_.terminateDaemon();
     ASSERT_TRUE(daemon_->waitForCalls(1));
@@ -205,7 +205,7 @@ TEST_P(Operation, DoesNothingWithoutADaemon) {
 
 INSTANTIATE_TEST_SUITE_P(BackupState, Operation, ::testing::ValuesIn(kForwarded), testing::byLabel);
 
-// The three that the daemon's table lacks.
+// Tests of the three methods that the daemon's table lacks.
 
 TEST_F(BackupStateForwarding, ABackupControlWithTurnOffRaisesAndSendsNothing) {
   connect();

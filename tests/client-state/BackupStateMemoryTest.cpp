@@ -1,4 +1,4 @@
-// The account values that are remembered for when the daemon is away.
+// Tests of the account values that are remembered for times when the daemon is away.
 #include <gtest/gtest.h>
 
 #include "client-state/DefaultsDB.h"
@@ -6,7 +6,7 @@
 
 namespace keldane {
 
-/// Lets a test at the operations that clients do not see.
+/// Gives a test access to private operations.
 class BackupStatePrivateMethods {
  public:
   static PropertyList proxyOrCacheStringWithArg(const BackupState& state, std::string_view method,

@@ -128,7 +128,7 @@ TEST_P(ManyConnections, LeaveNothingBehind) {
   if (GetParam().value) {
     listen();
   }
-  // The daemon's connections count as this process's own.
+  // The daemon runs in this process, so its connections would count.
   const auto hangUp = [&] {
     if (daemon_) {
       daemon_->hangUp();
@@ -142,7 +142,7 @@ TEST_P(ManyConnections, LeaveNothingBehind) {
     hangUp();
   };
   const std::ptrdiff_t threads = testing::countOf("task");
-  beginAndEnd();  // in which everything is made that is made once
+  beginAndEnd();  // makes everything that is made once in a process
   ASSERT_TRUE(testing::eventually([&] { return hangUp() && testing::countOf("task") == threads; }));
   const testing::Footprint before;
   for (int i = 0; i < 1000; ++i) {
@@ -274,7 +274,7 @@ TEST_F(BackupStateTest, SurvivesADaemonThatDiesWhileItIsAsked) {
   EXPECT_TRUE(eventuallyRunning([&] { return connections_.size() >= 2; }));
 }
 
-// From the last state.
+// Tests of the values from the last state.
 
 class StateAccessors : public BackupStateTest {
  protected:

@@ -41,7 +41,7 @@ class ConnectionControllerTest : public ::testing::Test {
   ClientBundle bundle_;
   testing::LogCapture log_;
   std::shared_ptr<ConnectionController> controller_ = ConnectionController::initWithProxyDelegate({});
-  std::vector<bool> notices_;  // what `connected` said at each notification
+  std::vector<bool> notices_;  // the value of `connected` at each notification
 };
 
 TEST(ConnectionReadyChanged, IsNamedAsItReads) {
@@ -276,14 +276,14 @@ TEST_F(ConnectionControllerTest, HandsTheDaemonsCallsToItsDelegateOnTheMainThrea
   controller->stop();
 }
 
-/// What a bundle may say about the daemon's path, and none of it leads anywhere.
+/// Values for the daemon's path in a bundle that lead nowhere.
 class UselessDaemonPath : public ::testing::TestWithParam<testing::Labelled<PropertyList>> {};
 
 TEST_P(UselessDaemonPath, ConnectsToNothing) {
   const testing::LogCapture log;
   gLoggingEnabled = true;
   PropertyList::Entries entries = {{"CFBundleName", "Test"}};
-  entries.emplace_back("DaemonPath", GetParam().value);  // an absent value leaves its entry out
+  entries.emplace_back("DaemonPath", GetParam().value);  // an entry with an absent value is left out
   const ClientBundle bundle(entries);
   const auto controller = ConnectionController::initWithProxyDelegate({});
   controller->setBundle(bundle.bundle());

@@ -9,7 +9,7 @@ namespace {
 
 class DefaultsDBTest : public ::testing::Test {
  protected:
-  /// Leaves `lastReadOK` as asked for.
+  /// Makes `lastReadOK` return `found`.
   void readSomething(bool found) {
     DefaultsDB::setIntProperty(1, "there");
     DefaultsDB::intProperty(found ? "there" : "not there");
@@ -150,7 +150,7 @@ TEST_F(DefaultsDBTest, AWriteThatFailsIsNotReported) {
 }
 
 TEST(DefaultsDBInANewProcess, HasReadNothing) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");  // begins a process anew
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // starts a new process
   EXPECT_EXIT(std::_Exit(DefaultsDB::lastReadOK() ? 1 : 0), ::testing::ExitedWithCode(0), "");
 }
 

@@ -1,4 +1,4 @@
-// Clients that come, ask and go on the main thread while a daemon comes and goes on another.
+// Clients connect, ask and leave on the main thread while a daemon starts and stops on another thread.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -24,9 +24,9 @@ using testing::Random;
 constexpr char kAddress[] = "https://backup.example";
 constexpr std::size_t kClients = 5;
 constexpr int kSteps = 400;
-constexpr int kLosses = 4;  // each costs a client that waits a second
+constexpr int kLosses = 4;  // each loss costs a waiting client one second
 
-/// Hears from the daemon.
+/// Receives the daemon's calls.
 struct News : InvocationTarget {
   const MethodSignature* methodSignatureForSelector(std::string_view selector) const override {
     static constexpr MethodSignature kMethod = {"stateChanged:", 'v', "@"};
@@ -53,7 +53,7 @@ struct Client {
   bool begun = false;
 };
 
-/// Whether this is what the daemon said, or what a client without one says.
+/// Asks a question. The answer must be the daemon's, or that of a client without a daemon.
 void ask(Client& client, Random& random) {
   const BackupState& state = client.state;
   const std::string text = std::to_string(random.below(1000));

@@ -1,5 +1,6 @@
 """The notifications of the preferences program while it has no window."""
 
+import datetime
 import os
 import plistlib
 import re
@@ -52,6 +53,11 @@ GLib.MainLoop().run()
         with open(path, "rb") as stream:
             return plistlib.load(stream).get(key)
 
+    @staticmethod
+    def days_ago(days):
+        """As property lists have it: in UTC, without a word on that."""
+        return datetime.datetime.now(datetime.timezone.utc).replace(tzinfo=None) - datetime.timedelta(days=days)
+
     def lose_the_backup(self):
         self.back_up(self.letter)
         location = re.search(r"(?m)^Location +(.*)$", self.ctl("repository"))[1]
@@ -71,6 +77,15 @@ GLib.MainLoop().run()
         time.sleep(3)  # no event says that nothing will come
         self.assertEqual(len(self.notified()), 1)
         self.assertTrue(self.program.is_running())
+
+    def test_a_daemon_that_has_been_away_for_days_is_told(self):
+        self.keldaned.terminate()
+        self.remember(SetupOffered=True, DaemonReached=self.days_ago(4))
+        self.open("--background")
+        eventually(lambda: self.notified() == ["Nothing is backed up: the backup daemon was last reached 4 days ago."],
+                   self.notified, 120)
+        self.keldaned.start()
+        eventually(lambda: self.kept("DaemonReached") > self.days_ago(1), "a note that it was reached")
 
     def test_what_is_switched_off_is_not_told(self):
         self.open()

@@ -70,6 +70,12 @@ class StoresCase(PagesCase):
         self.keldaned.kill()
         self.keldaned.start()
 
+    def choose_kind_of_server(self, number):
+        self.click(self.program.find("check box", "On a server"), SETUP)
+        self.click(self.program.find("combo box", "Kind of server"), SETUP)
+        for key in ["Down"] * number + ["Return"]:
+            self.press(SETUP, key)
+
     def fill(self, name, text):
         field = self.program.find("text", name)
         set_text(field, text)
@@ -100,10 +106,7 @@ class Servers(StoresCase):
         self.serve(port, "rclone", "serve", "restic", "--config", "/dev/null", "--addr", f"127.0.0.1:{port}",
                    "--user", "keeper", "--pass", "secretword", served)
         self.open("--page", "setup")
-        self.click(self.program.find("check box", "On a server"), SETUP)
-        self.click(self.program.find("combo box", "Kind of server"), SETUP)
-        self.press(SETUP, "Down")
-        self.press(SETUP, "Return")
+        self.choose_kind_of_server(1)
         self.fill("Address (https://host:port/name)", f"http://127.0.0.1:{port}/")
         self.fill("User name (empty for none)", "keeper")
         for password, answer in (("wrong", re.compile("access is refused")), ("secretword", "Step 2 of 4")):
@@ -114,6 +117,25 @@ class Servers(StoresCase):
         repository = self.ctl("repository")
         self.assertIn(f"127.0.0.1:{port}", repository)
         self.assertNotIn("secretword", repository)
+
+    @unittest.skipUnless("KELDANE_S3_SERVER" in os.environ, "scripts/test-servers installs the server")
+    def test_a_backup_is_set_up_on_an_s3_server(self):
+        port, served = free_port(), os.path.join(self.place, "served")
+        self.serve(port, os.environ["KELDANE_S3_SERVER"], "-d", served, "-a", "127.0.0.1", "-p", str(port),
+                   "--configure-bucket", "keldane-test")
+        self.open("--page", "setup")
+        self.choose_kind_of_server(2)
+        self.fill("Address and bucket (host/bucket)", f"http://127.0.0.1:{port}/keldane-test")
+        self.fill("Access key ID", "S3RVER")
+        secret = self.program.find("password text", "Secret access key")
+        act(self.button("Next"))
+        self.shows("Please fill in all that the server needs.")
+        for word, answer in (("wrong", re.compile("access is refused")), ("S3RVER", "Step 2 of 4")):
+            set_text(secret, word)
+            act(eventually(lambda: is_on(self.button("Next"), "sensitive") and self.button("Next"), "a button"))
+            self.shows(answer)
+        self.assertTrue(any(name.startswith("config") for name in os.listdir(os.path.join(served, "keldane-test"))))
+        self.assertIn(f"s3:http://127.0.0.1:{port}/keldane-test", self.ctl("repository"))
 
     def test_the_backup_moves_to_a_server_with_its_versions(self):
         self.sftp_server()
@@ -130,8 +152,7 @@ class Servers(StoresCase):
         act(self.button("Move the Backup"))
         self.shows(MOVED)
         self.assertIn("sftp:store:" + served, self.ctl("repository"))
-        self.ctl("watch", "--until-done")  # the catalogue is made anew
-        eventually(lambda: "Backed up" in self.ctl("ls", self.documents), "the catalogue")
+        self.assertIn("Backed up", self.ctl("ls", self.documents))
         self.assertEqual(self.ctl("versions", self.letter).count("\n"), 2)
 
 

@@ -12,7 +12,7 @@ namespace {
 
 constexpr char kSwitch[] = "/tmp/keldane_logging";
 
-/// Counts how often it is asked for what it prints as.
+/// Counts how often its printed form is asked for.
 struct Described {
   operator PropertyList() const {
     ++count;
@@ -21,7 +21,7 @@ struct Described {
   mutable int count = 0;
 };
 
-// One test, because the switch has one place on a machine and the log, once on, stays on.
+// This is one test, because a machine has only one switch file, and the log stays on once it is on.
 TEST(KeldaneLog, IsOffUntilTheSwitchFileIsThereAndOnEverAfter) {
   const testing::LogCapture log;
   EXPECT_FALSE(KeldaneLogEnabled());

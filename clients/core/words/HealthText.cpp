@@ -4,6 +4,7 @@
 #include <iterator>
 #include <utility>
 
+#include "clients/core/words/Printable.h"
 #include "platform/text/Translation.h"
 
 namespace keldane {
@@ -13,8 +14,8 @@ namespace {
 constexpr std::pair<std::string_view, const char*> kHealthTexts[] = {
     {"ready", marked("ready")},
     {"notSetUp", marked("not set up")},
-    {"missing", marked("gone: there was a repository at its place, and there is none now")},
-    {"otherRepository", marked("another one: its place holds a repository that is not this computer's")},
+    {"missing", marked("gone: there was a backup at its place, and there is none now")},
+    {"otherRepository", marked("another one: its place holds a backup that is not this computer's")},
     {"wrongKey", marked("closed: the key does not open it")},
     {"notConnected", marked("away: its disk is not connected")},
     {"unreachable", marked("away: the network or the server cannot be reached")},
@@ -32,7 +33,7 @@ constexpr std::pair<std::string_view, const char*> kHealthTexts[] = {
 std::string healthText(std::string_view health) {
   const auto* const found = std::find_if(std::begin(kHealthTexts), std::end(kHealthTexts),
                                          [&](const auto& entry) { return entry.first == health; });
-  return found == std::end(kHealthTexts) ? std::string(health) : tr(found->second);
+  return found == std::end(kHealthTexts) ? printable(health) : tr(found->second);
 }
 
 }  // namespace keldane

@@ -1,4 +1,4 @@
-// The state of the repository, in plain words.
+// How the repository stands, in plain words.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 namespace keldane {
 
 /// The meaning of the daemon's word for the health, in the user's language. An unknown word is returned
-/// unchanged.
+/// in printable form.
 std::string healthText(std::string_view health);
 
 }  // namespace keldane

@@ -2,6 +2,7 @@
 
 #include <glibmm/main.h>
 
+#include <chrono>
 #include <ctime>
 
 namespace keldane {
@@ -9,6 +10,7 @@ namespace keldane {
 namespace {
 
 constexpr unsigned kLookInterval = 60;  // seconds
+constexpr auto kPatience = std::chrono::minutes(1);
 
 }  // namespace
 
@@ -19,11 +21,13 @@ void tellOf(const Headline& headline, const TellPerson& tell) {
   }
 }
 
-Lookout::Lookout(const DaemonBundle& daemon, TellPerson tell)
-    : tell_(std::move(tell)), desk_(daemon, [this](const Update& update) { receive(update); }) {
+Lookout::Lookout(const DaemonBundle& daemon, AlertKeeper& alerts, TellPerson tell)
+    : alerts_(alerts),
+      tell_(std::move(tell)),
+      desk_(daemon, [this](const Update& update) { receive(update); }) {
   timer_ = Glib::signal_timeout().connect_seconds(
       [this] {
-        askForRepository();
+        look();
         return true;
       },
       kLookInterval);
@@ -35,14 +39,24 @@ void Lookout::receive(const Update& update) {
   if (const auto* const snapshot = std::get_if<StatusSnapshot>(&update)) {
     const bool isAnother = !status_ || status_->health != snapshot->health;
     status_ = *snapshot;
-    if (isAnother) {
-      askForRepository();
+    if (snapshot->connected) {
+      alerts_.noteReached();
+    }
+    if (isAnother && snapshot->connected) {
+      look();
     }
   }
 }
 
-void Lookout::askForRepository() {
-  if (asking_ || !status_ || !status_->connected) {
+// A daemon that is away at first may be about to begin, like this program, with the session.
+void Lookout::look() {
+  if (!status_ || !status_->connected || desk_.silence() > kPatience) {
+    if (const auto away = awayHeadline(alerts_.lastReached(), static_cast<double>(std::time(nullptr)))) {
+      tellOf(*away, tell_);
+    }
+    return;
+  }
+  if (asking_) {
     return;
   }
   asking_ = true;

@@ -7,6 +7,7 @@
 
 #include "clients/preferences/window/DaemonDesk.h"
 #include "clients/preferences/words/Headline.h"
+#include "clients/preferences/worker/own/AlertKeeper.h"
 
 namespace keldane {
 
@@ -29,7 +30,7 @@ void tellOf(const Headline& headline, const TellPerson& tell);
 /// one of them can follow the daemon in a process. Used on the window's thread.
 class Lookout {
  public:
-  Lookout(const DaemonBundle& daemon, TellPerson tell);
+  Lookout(const DaemonBundle& daemon, AlertKeeper& alerts, TellPerson tell);
   ~Lookout();
   Lookout(const Lookout&) = delete;
   Lookout& operator=(const Lookout&) = delete;
@@ -40,8 +41,9 @@ class Lookout {
 
  private:
   void receive(const Update& update);
-  void askForRepository();
+  void look();
 
+  AlertKeeper& alerts_;
   const TellPerson tell_;
   DaemonDesk desk_;
   std::optional<StatusSnapshot> status_;

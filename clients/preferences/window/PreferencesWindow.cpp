@@ -3,6 +3,8 @@
 #include <glibmm/main.h>
 #include <glibmm/miscutils.h>
 
+#include <ctime>
+
 #include "clients/core/words/Printable.h"
 #include "clients/preferences/window/Widgets.h"
 #include "clients/preferences/words/RepositoryWords.h"
@@ -23,7 +25,8 @@ constexpr char kDomain[] = "com.keldane.preferences", kSetupOffered[] = "SetupOf
 }  // namespace
 
 PreferencesWindow::PreferencesWindow(const DaemonBundle& daemon, AlertKeeper& alerts, Tell tell)
-    : tell_(std::move(tell)),
+    : alerts_(alerts),
+      tell_(std::move(tell)),
       desk_(daemon, [this](const Update& update) { receive(update); }),
       content_(Gtk::Orientation::VERTICAL),
       pages_(Gtk::Orientation::HORIZONTAL),
@@ -129,6 +132,9 @@ void PreferencesWindow::receive(const StatusSnapshot& snapshot) {
   const bool isAnother = !status_ || status_->connected != snapshot.connected ||
                          status_->health != snapshot.health || status_->pendingFiles != snapshot.pendingFiles;
   status_ = snapshot;
+  if (snapshot.connected) {
+    alerts_.noteReached();
+  }
   showStatus();
   if (isAnother && snapshot.connected) {
     askForRepository();
@@ -169,8 +175,14 @@ void PreferencesWindow::watchDaemon() {
     answers_ = answers;
     showStatus();
   }
-  if (answers_ && status_ && status_->connected && --turnsToRepository_ <= 0) {
+  if (!status_ || --turnsToRepository_ > 0) {
+    return;
+  }
+  if (isThere()) {
     askForRepository();
+  } else {
+    turnsToRepository_ = kRepositoryInterval;
+    tellOfTrouble();
   }
 }
 
@@ -192,7 +204,9 @@ void PreferencesWindow::askForRepository() {
 
 // A person who looks at the window sees the trouble there.
 void PreferencesWindow::tellOfTrouble() {
-  const std::optional<Headline> shown = overview_.shownHeadline();
+  const std::optional<Headline> shown =
+      isThere() ? overview_.shownHeadline()
+                : awayHeadline(alerts_.lastReached(), static_cast<double>(std::time(nullptr)));
   if (shown && !is_active()) {
     tellOf(*shown, tell_);
   }

@@ -55,8 +55,11 @@ class PreferencesWindow : public Gtk::ApplicationWindow {
   void showSetup();
   void offerSetup();
 
+  /// Whether the daemon is connected and answers.
+  bool isThere() const { return answers_ && status_ && status_->connected; }
   void tellOfTrouble();
 
+  AlertKeeper& alerts_;
   const Tell tell_;
   DaemonDesk desk_;
   std::optional<StatusSnapshot> status_;

@@ -6,8 +6,8 @@ namespace keldane {
 
 namespace {
 
-constexpr char kAlertDomain[] = "com.keldane.preferences", kTold[] = "Told";
-constexpr double kAlertInterval = 86400;
+constexpr char kAlertDomain[] = "com.keldane.preferences", kTold[] = "Told", kReached[] = "DaemonReached";
+constexpr double kAlertInterval = 86400, kReachedInterval = 3600;
 
 }  // namespace
 
@@ -25,6 +25,9 @@ Alerts Alerts::read() {
       alerts.told_.emplace(subject.string(), date.date().unixTime());
     }
   }
+  if (const PropertyList reached = Preferences::copyValue(kReached, kAlertDomain); reached.isDate()) {
+    alerts.lastReached_ = reached.date().unixTime();
+  }
   return alerts;
 }
 
@@ -38,6 +41,9 @@ void Alerts::write() const {
     told.emplace_back(subject, Date::fromUnixTime(time));
   }
   Preferences::setValue(kTold, told.empty() ? PropertyList() : PropertyList::dictionary(std::move(told)),
+                        kAlertDomain);
+  Preferences::setValue(kReached,
+                        lastReached_ > 0 ? PropertyList(Date::fromUnixTime(lastReached_)) : PropertyList(),
                         kAlertDomain);
   Preferences::synchronize(kAlertDomain);
 }
@@ -58,6 +64,14 @@ bool Alerts::mayTell(AlertKind kind, const std::string& subject, double now) {
   std::erase_if(told_,
                 [&](const auto& each) { return now - each.second >= kAlertInterval || each.second > now; });
   return told_.emplace(subject, now).second;
+}
+
+bool Alerts::noteReached(double now) {
+  if (now >= lastReached_ && now - lastReached_ < kReachedInterval) {
+    return false;
+  }
+  lastReached_ = now;
+  return true;
 }
 
 }  // namespace keldane

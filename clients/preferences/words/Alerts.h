@@ -46,9 +46,15 @@ class Alerts {
   /// `subject` is the same for the same trouble; it is empty for alerts that are told each time.
   bool mayTell(AlertKind kind, const std::string& subject, double now);
 
+  /// Notes that the daemon was reached at this time. True when that is to be written, which is once an hour.
+  bool noteReached(double now);
+  /// When the daemon was last reached, an hour at most before it was; 0 for never.
+  double lastReached() const { return lastReached_; }
+
  private:
   std::set<AlertKind> off_;
   std::map<std::string, double> told_;
+  double lastReached_ = 0;  // seconds since the UNIX epoch
 };
 
 }  // namespace keldane

@@ -162,6 +162,15 @@ std::string agoText(const PropertyList& date, double now) {
                             : text(known("%s day ago", "%s days ago"), kDay);
 }
 
+std::optional<Headline> awayHeadline(double lastReached, double now) {
+  if (lastReached == 0 || now - lastReached <= kTooOld) {
+    return std::nullopt;
+  }
+  return trouble(filled(tr("Nothing is backed up: the backup daemon was last reached %s."),
+                        agoText(Date::fromUnixTime(lastReached), now)),
+                 Remedy::none, AlertKind::noBackup);
+}
+
 Headline headline(const StatusSnapshot& status, const PropertyList& repository, double now) {
   const bool isOld = status.lastGoodBackup && now - status.lastGoodBackup.date().unixTime() > kTooOld &&
                      status.pendingFiles > 0;

@@ -40,6 +40,10 @@ struct Headline {
 /// has none; `now` is in seconds since the UNIX epoch.
 Headline headline(const StatusSnapshot& status, const PropertyList& repository, double now);
 
+/// The trouble of a daemon that has been away for days. Both times are in seconds since the UNIX epoch;
+/// `lastReached` is 0 when it never was.
+std::optional<Headline> awayHeadline(double lastReached, double now);
+
 /// "just now", "3 minutes ago", "2 hours ago", "5 days ago"; empty for no date.
 std::string agoText(const PropertyList& date, double now);
 /// "1 file", "1,234 files", in the user's language.

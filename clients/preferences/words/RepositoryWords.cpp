@@ -1,6 +1,7 @@
 #include "clients/preferences/words/RepositoryWords.h"
 
 #include "Common/DaemonText.h"
+#include "clients/core/words/HealthText.h"
 #include "clients/core/words/Printable.h"
 #include "clients/core/words/Units.h"
 #include "clients/preferences/words/Headline.h"
@@ -8,23 +9,6 @@
 namespace keldane {
 
 namespace {
-
-constexpr std::pair<const char*, const char*> kHealthWords[] = {
-    {"ready", marked("ready")},
-    {"notSetUp", marked("not set up")},
-    {"missing", marked("gone: there was a backup at its place, and there is none now")},
-    {"otherRepository", marked("another one: its place holds a backup that is not this computer's")},
-    {"wrongKey", marked("closed: the key does not open it")},
-    {"notConnected", marked("away: its disk is not connected")},
-    {"unreachable", marked("away: the network or the server cannot be reached")},
-    {"denied", marked("closed: the system or the server refuses access")},
-    {"locked", marked("busy: another computer, or one that crashed, holds a lock")},
-    {"full", marked("full: no room is left, or the quota is used up")},
-    {"damaged", marked("damaged: what is stored is not what it was")},
-    {"engineMissing", marked("out of use: the storage program restic is not installed")},
-    {"engineTooOld", marked("out of use: the storage program restic is too old")},
-    {"failed", marked("failing")},
-};
 
 std::uint64_t countIn(const PropertyList& values, const char* key) {
   return values[key].unsignedLongLongValue();
@@ -44,15 +28,6 @@ std::string eventWords(const PropertyList& repository, const char* key, const st
 
 }  // namespace
 
-std::string healthWords(const std::string& health) {
-  for (const auto& [word, text] : kHealthWords) {
-    if (health == word) {
-      return tr(text);
-    }
-  }
-  return printable(health);
-}
-
 bool isUntouched(const StatusSnapshot& status, const PropertyList& repository) {
   const std::string own = std::string(repository["dataFolder"].string()) + "/repository";
   const bool isNobodys =
@@ -65,7 +40,7 @@ bool isUntouched(const StatusSnapshot& status, const PropertyList& repository) {
 std::string repositoryText(const std::string& key, const PropertyList& repository) {
   if (key == "health") {
     const std::string detail = printable(daemonText(repository["detail"].string()));
-    return healthWords(std::string(repository["health"].string())) + (detail.empty() ? "" : "\n" + detail);
+    return healthText(repository["health"].string()) + (detail.empty() ? "" : "\n" + detail);
   }
   if (key == "size") {
     return repository["size"] ? bytesText(countIn(repository, "size")) : std::string();

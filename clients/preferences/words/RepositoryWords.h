@@ -31,7 +31,5 @@ std::string repositoryText(const std::string& key, const PropertyList& repositor
 /// Whether nothing was set up yet: no file is stored or waits, and there is no repository, or only the one
 /// that the daemon has made for itself.
 bool isUntouched(const StatusSnapshot& status, const PropertyList& repository);
-/// The state of the repository, in the user's language.
-std::string healthWords(const std::string& health);
 
 }  // namespace keldane

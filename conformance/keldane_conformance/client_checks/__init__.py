@@ -1,4 +1,4 @@
-"""The checks of a client. Importing this package writes them all down in `context.CHECKS`."""
+"""The checks of a client. Importing this package registers all of them in `context.CHECKS`."""
 
-# The order of a report.
+# The order of these imports is the order of a report.
 from . import requests, robustness, menus, commands, following, trees, large  # noqa: F401

@@ -1,4 +1,4 @@
-"""The commands of keldanectl: what each tells the daemon, that it asks for what came of it, and how it ends."""
+"""The commands of keldanectl: the calls that each makes, its question for the result, and its exit status."""
 
 from __future__ import annotations
 
@@ -14,18 +14,18 @@ DONE, NOT_TAKEN, UNREACHABLE, DEADLINE = 0, 1, 3, 4
 Call = tuple[str, list[Any]]
 
 
-# Of the methods with an answer, those that change something, and the ones without an answer that do the same.
+# The methods with an answer that change something, and for each the method without an answer that does the same.
 CHANGES = {"excludeFileFromBackup:": "removeFileFromBackup:"}
 
 
 def told(calls: list[Call]) -> list[Call]:
-    """The calls that change something. Which of two methods that do the same is called makes no difference."""
+    """The calls that change something. Two methods that do the same count as one."""
     return [(CHANGES.get(selector, selector), arguments) for selector, arguments in calls
             if selector in CHANGES or reference.signatures()[selector][0] == "v"]
 
 
 def expectations(context: ClientContext) -> list[tuple[list[str], list[Call]]]:
-    """Each command, and what it tells the daemon."""
+    """Each command, and the calls that it must make."""
     path, types = context.file, reference.protocol()["typeToggles"]
     return [
         (["add", path], [("addFileToBackup:", [path])]),
@@ -57,7 +57,7 @@ def commands(context: ClientContext) -> None:
 def refused(context: ClientContext) -> None:
     for words, _ in expectations(context):
         if words == ["resume"]:
-            continue  # nothing rests
+            continue  # nothing is paused, so nothing can be refused
         with context.daemon(refuses=True):
             result = context.run(*words)
         expect(result.returncode == NOT_TAKEN, f"{' '.join(words)} was refused and ends with {result.returncode}")

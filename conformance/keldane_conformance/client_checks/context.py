@@ -1,4 +1,4 @@
-"""What every check of a client works with."""
+"""The context of every check of a client."""
 
 from __future__ import annotations
 
@@ -18,7 +18,7 @@ from .world import World
 
 CHECKS = Checks()
 
-# The words after the command that make it ask about one item, by the profile.
+# The words after the command that make it ask about one item, by profile.
 ASKING = {"menu": ["show", "{file}"], "keldanectl": ["ls", "{file}"]}
 
 
@@ -41,7 +41,7 @@ class ClientContext:
                             "LC_ALL": "C.UTF-8", "KELDANE_SOCKET": self.socket}
 
     def make(self, name: str) -> str:
-        """A file to ask about."""
+        """Makes a file to ask about, and returns its path."""
         path = os.path.join(self.files, name)
         os.makedirs(os.path.dirname(path), exist_ok=True)
         with open(path, "w", encoding="utf-8") as stream:
@@ -83,12 +83,12 @@ class ClientContext:
         return ASKING.get(self.profile, [])
 
     def start(self, *words: str) -> subprocess.Popen[str]:
-        """The client, running."""
+        """Starts the client."""
         return subprocess.Popen(self.words(*words), env=self.environment, stdin=subprocess.DEVNULL,
                                 stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
 
     def run(self, *words: str) -> subprocess.CompletedProcess[str]:
-        """The client, run to its end, which must be one of its own."""
+        """Runs the client to its end, which must not be a signal."""
         with self.start(*words) as process:
             try:
                 output, errors = process.communicate(timeout=self.seconds)
@@ -99,7 +99,7 @@ class ClientContext:
         return subprocess.CompletedProcess(words, process.returncode, output, errors)
 
     def ask(self) -> subprocess.CompletedProcess[str]:
-        """The client, asked about one item."""
+        """Runs the client so that it asks about one item."""
         return self.run(*self.asking())
 
     @staticmethod
@@ -109,7 +109,7 @@ class ClientContext:
             raise Failure(f"the client was ended by {signal.Signals(-status).name}: {errors[-300:]}")
 
     def plain_output(self) -> str:
-        """What the client prints of a daemon without faults."""
+        """The client's output with a daemon without faults."""
         with self.daemon():
             return self.ask().stdout
 
@@ -123,7 +123,7 @@ class ClientContext:
 
     @contextmanager
     def follower(self) -> Iterator[subprocess.Popen[str]]:
-        """A client that follows the state; it must live as long as it is looked at, and end when it is told to."""
+        """A client that follows the state. It must live as long as the check lasts, and end when it is told to."""
         process = self.start(*self.following())
         try:
             yield process

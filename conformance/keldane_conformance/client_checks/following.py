@@ -10,12 +10,12 @@ from .context import CHECKS, ClientContext
 from .played import PlayedDaemon, Turn, callback
 from .world import World
 
-# A client asks every two seconds, and tries every second to connect again.
+# In seconds. A client asks every two seconds, and tries every second to connect again.
 SOON = 30.0
 
 
 def wait_for_questions(daemon: PlayedDaemon, count: int, what: str) -> None:
-    """Fails unless the state was asked for so often, or is told."""
+    """Fails unless the client has asked for the state `count` times, or has asked to be told of it."""
     def asked() -> bool:
         selectors = daemon.selectors()
         return "daemonState" in selectors and (selectors.count("daemonState") >= count or "setStateHandler" in selectors)
@@ -23,7 +23,7 @@ def wait_for_questions(daemon: PlayedDaemon, count: int, what: str) -> None:
 
 
 def follows(name: str, why: str, page: str) -> Any:
-    """A check for each of the two kinds of client that follow the state."""
+    """Registers a check for each of the two kinds of client that follow the state."""
     def note(run: Any) -> Any:
         for profile in ("keldanectl", "preferences"):
             CHECKS.check(f"follow/{name}", why, page, profile=profile)(run)
@@ -59,7 +59,7 @@ def strange_states(context: ClientContext) -> None:
     states: list[Any] = [None, {}, 5, "text", [], {"statusString": 5, "pendingFileCount": "many", "paused": []}]
 
     class Strange:
-        """Answers one after the other."""
+        """Gives one answer after the other."""
 
         number = 0
 

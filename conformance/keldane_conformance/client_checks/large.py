@@ -10,7 +10,7 @@ from .played import Turn
 
 
 def deep_payload(depth: int) -> bytes:
-    """Arrays in one another, by hand, since no writer writes that many."""
+    """The bytes of nested arrays, made by hand, because no writer nests so deep."""
     objects = b"".join(b"\xa1" + struct.pack(">I", number + 1) for number in range(depth)) + b"\xa0"
     offsets = b"".join(struct.pack(">I", 8 + 5 * number) for number in range(depth + 1))
     trailer = bytes(6) + bytes([4, 4]) + struct.pack(">QQQ", depth + 1, 0, 8 + len(objects))

@@ -1,4 +1,4 @@
-"""Menus: what each flag makes of them, and what their commands send."""
+"""Menus: the effect of each flag, and the calls that the commands send."""
 
 from __future__ import annotations
 
@@ -103,7 +103,7 @@ def questions(context: ClientContext) -> None:
 
 
 def chosen(context: ClientContext, word: str, *paths: str) -> list[tuple[str, list[object]]]:
-    """What choosing a command sends besides questions."""
+    """The calls that choosing a command sends, without the questions."""
     with context.daemon() as daemon:
         context.run("choose", word, *paths)
         return [call for call in daemon.calls() if call[0] not in QUESTIONS]

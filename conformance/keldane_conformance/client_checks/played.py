@@ -1,4 +1,4 @@
-"""A daemon that is played for a client. It records what comes, and answers as a check wants it."""
+"""A daemon that is played for a client. It records the messages that come, and answers as a check wants it."""
 
 from __future__ import annotations
 
@@ -15,7 +15,7 @@ from typing import Any
 from ..frames import HEADER, MARKER, REQUEST, Frame, frame, plist, request_value, response
 from .world import World
 
-# A client that has ended has closed its connection; what it sent is read by then, or soon.
+# In seconds. A client that has ended has closed its connection, and its messages are read by then or soon after.
 PATIENCE = 5.0
 
 Twist = Callable[["Turn"], list[bytes] | None]
@@ -23,27 +23,27 @@ Twist = Callable[["Turn"], list[bytes] | None]
 
 @dataclass
 class Turn:
-    """One request that is to be answered. A twist answers the bytes that are sent, one write each; None hangs up."""
+    """One request that is to be answered. A twist returns the pieces that are sent, each in one write; None hangs up."""
 
     selector: str
     arguments: list[Any]
     value: Any
-    number: int  # of the answers on this connection, from 0
+    number: int  # number of the answer on this connection, counted from 0
     wants_answer: bool
 
     def answer(self) -> bytes:
-        """What a daemon without faults would send."""
+        """The answer of a daemon without faults."""
         return response(self.value) if self.wants_answer else b""
 
 
 def plainly(turn: Turn) -> list[bytes] | None:
-    """As a daemon should."""
+    """Answers as a daemon should."""
     return [turn.answer()]
 
 
 @dataclass
 class Received:
-    """What one connection has sent."""
+    """The messages that came on one connection."""
 
     frames: list[Frame] = field(default_factory=list)
     problems: list[str] = field(default_factory=list)
@@ -51,7 +51,7 @@ class Received:
 
 
 class PlayedDaemon:
-    """Listens from its construction to `stop`. Each connection has a thread."""
+    """Listens from its construction until `stop`. Each connection has a thread."""
 
     def __init__(self, path: str, world: World, twist: Twist = plainly, greeting: bytes = b"", hangs_up: bool = False) -> None:
         self.path, self.world, self.twist, self.greeting, self.hangs_up = path, world, twist, greeting, hangs_up
@@ -74,7 +74,7 @@ class PlayedDaemon:
         self.stop()
 
     def stop(self) -> None:
-        """Closes everything and takes the socket away."""
+        """Closes everything and removes the socket."""
         self._stopping = True
         for each in (self._listener, *self._peers):
             with contextlib.suppress(OSError):
@@ -85,32 +85,32 @@ class PlayedDaemon:
         with contextlib.suppress(FileNotFoundError):
             os.unlink(self.path)
 
-    # --- What came ---
+    # --- The messages that came ---
 
     @property
     def frames(self) -> list[Frame]:
-        """Everything that came, connection by connection. Waits for what clients sent before they left."""
+        """All messages that came, connection by connection. Waits for those that clients sent before they left."""
         self.wait(lambda: all(received.left for received in self.connections), PATIENCE)
         with self._changed:
             return [each for received in self.connections for each in received.frames]
 
     @property
     def problems(self) -> list[str]:
-        """What was wrong with it."""
+        """The problems of the messages that came."""
         with self._changed:
             return [each for received in self.connections for each in received.problems]
 
     def calls(self) -> list[tuple[str, list[Any]]]:
-        """Selector and arguments of each request."""
+        """The selector and arguments of each request."""
         return [(each.value[2], each.value[5::2]) for each in self.frames if isinstance(each.value, list)]
 
     def wait(self, condition: Callable[[], bool], seconds: float) -> bool:
-        """Waits until something has come."""
+        """Waits until the condition holds for the messages that came."""
         with self._changed:
             return self._changed.wait_for(condition, seconds)
 
     def selectors(self) -> list[str]:
-        """The selectors alone. Also within `wait`."""
+        """The selectors alone. It may be called within `wait`."""
         return [each.value[2] for received in self.connections for each in received.frames]
 
     # --- Threads ---
@@ -156,7 +156,7 @@ class PlayedDaemon:
                 pieces = self.twist(turn)
                 if pieces is None:
                     return self._leave(peer, received)
-                for piece in filter(None, pieces):  # whoever has left takes nothing, not even no bytes
+                for piece in filter(None, pieces):  # an empty write would fail too when the client has left
                     peer.sendall(piece)
                 number += turn.wants_answer
         return self._leave(peer, received)
@@ -190,7 +190,7 @@ class PlayedDaemon:
 
 
 def problem_of(message: Frame) -> str | None:
-    """What is wrong with a request, in a sentence; None for nothing."""
+    """The problem of a request, in a sentence; None when there is none."""
     if message.marker != MARKER:
         return f"A message begins with {message.marker!r} and not with the marker."
     if message.kind != REQUEST:

@@ -1,4 +1,4 @@
-"""What a client sends."""
+"""The messages that a client sends."""
 
 from __future__ import annotations
 

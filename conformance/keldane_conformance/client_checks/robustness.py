@@ -1,4 +1,5 @@
-"""What a client must stand. It may show nothing, or end with an error; it may not be ended by a signal, or hang."""
+"""Faults of a daemon that a client must survive. It may show nothing, or end with an error. A signal may not end it, and
+it may not hang."""
 
 from __future__ import annotations
 
@@ -15,13 +16,13 @@ from ..report import expect
 from .context import CHECKS, ClientContext
 from .played import Turn, Twist, callback
 
-MOST_MEMORY = 1 << 30  # bytes, that a client may take for an answer of three
+MOST_MEMORY = 1 << 30  # bytes that a client may use for an answer of three bytes
 
 WRONG: tuple[Any, ...] = ("text", 5, -1, 1.5, True, b"bytes", ["array"], {"key": "value"}, 2**64 - 1)
 
 
 def expect_same(context: ClientContext, twist: Twist, what: str, greeting: bytes = b"") -> None:
-    """Fails unless the client prints what it prints of a daemon that does not do this."""
+    """Fails unless the client prints the same as with a daemon that does not do this."""
     wanted = context.plain_output()
     with context.daemon(twist, greeting):
         output = context.ask().stdout
@@ -29,7 +30,7 @@ def expect_same(context: ClientContext, twist: Twist, what: str, greeting: bytes
 
 
 def expect_survival(context: ClientContext, twist: Twist, **settings: Any) -> None:
-    """Fails for a client that a signal ends, or that does not end."""
+    """Fails when a signal ends the client, or when it does not end."""
     with context.daemon(twist, **settings):
         context.ask()
 
@@ -143,7 +144,7 @@ def cut_answers(context: ClientContext) -> None:
 
 
 def cut_short(context: ClientContext, length: int) -> None:
-    """A daemon that sends so many bytes of an answer, and is gone."""
+    """Plays a daemon that sends this many bytes of an answer and then leaves."""
     listener = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
     with contextlib.suppress(FileNotFoundError):
         os.unlink(context.socket)
@@ -174,7 +175,7 @@ def huge_length(context: ClientContext) -> None:
     with context.daemon(huge) as daemon:
         with context.start(*context.asking()) as process:
             daemon.wait(lambda: bool(daemon.selectors()), context.seconds)
-            end = time.monotonic() + 3  # a slow machine takes a while to give so much memory
+            end = time.monotonic() + 3  # a slow machine needs a while to provide so much memory
             while (memory := resident(process.pid)) < MOST_MEMORY and time.monotonic() < end:
                 time.sleep(0.05)
             daemon.stop()
@@ -184,7 +185,7 @@ def huge_length(context: ClientContext) -> None:
 
 
 def resident(process: int) -> int:
-    """Bytes of memory that a process holds; 0 when it has ended."""
+    """The bytes of memory that a process holds; 0 when it has ended."""
     with contextlib.suppress(OSError, IndexError, ValueError):
         with open(f"/proc/{process}/statm", encoding="ascii") as stream:
             return int(stream.read().split()[1]) * os.sysconf("SC_PAGE_SIZE")

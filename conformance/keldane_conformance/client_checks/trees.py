@@ -1,4 +1,4 @@
-"""Trees in windows: what a client asks for, and listings that it must stand."""
+"""Trees in windows: the questions of a client, and listings that it must survive."""
 
 from __future__ import annotations
 
@@ -40,7 +40,7 @@ def strange_listings(context: ClientContext) -> None:
                            [{"fileName": "../up", "path": "/elsewhere"}, {"fileName": ""}, {"fileName": "a\0b"}]]
 
     class Strange:
-        """Answers one listing after the other."""
+        """Gives one listing after the other."""
 
         number = 0
 
@@ -60,7 +60,7 @@ def strange_nodes(context: ClientContext) -> None:
     nodes: list[Any] = [None, 5, {}, {"children": [5, {"children": [{}]}]}, {"isDirectory": [], "state": 5, "size": "x"}]
 
     class Strange:
-        """Answers one node after the other."""
+        """Gives one node after the other."""
 
         number = 0
 

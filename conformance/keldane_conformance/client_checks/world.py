@@ -1,4 +1,4 @@
-"""What the played daemon knows: nodes, a state, rules and settings that are kept while a client is judged."""
+"""The played daemon's data: nodes, a state, rules and settings that are kept while a client is judged."""
 
 from __future__ import annotations
 
@@ -18,7 +18,7 @@ Answer = Callable[..., Any]
 
 
 class World:
-    """Answers every method of the table. A check gives other answers in `answers`, by their selectors: a value, or a
+    """Answers every method of the table. A check may put other answers into `answers`, by selector: a value, or a
     function of the arguments."""
 
     def __init__(self, **settings: Any) -> None:
@@ -33,7 +33,7 @@ class World:
         self.__dict__.update(settings)
 
     def node(self, path: str) -> dict[str, Any] | None:
-        """What is known of a path; nothing of what is not there."""
+        """The node of a path; None for a path that does not exist."""
         if not os.path.lexists(path):
             return None
         rule, is_folder = self.rules.get(path), os.path.isdir(path)
@@ -61,7 +61,7 @@ class World:
         return state
 
     def perform(self, selector: str, arguments: list[Any]) -> Any:
-        """Carries a call out, and answers it."""
+        """Carries out a call, and returns its answer."""
         if selector in self.answers:
             answer = self.answers[selector]
             return answer(*arguments) if callable(answer) else answer
@@ -77,7 +77,7 @@ class World:
         return 0 if reference.signatures().get(selector, ("@",))[0] in "cIqQ" else None
 
     def rule(self, path: str, included: bool | None) -> int:
-        """Keeps a rule, or removes it, unless this daemon refuses. The answer is a number of the system's errors."""
+        """Keeps a rule, or removes it, unless this daemon refuses. Returns an error number of the system."""
         if self.refuses:
             return errno.EACCES
         if included is None:

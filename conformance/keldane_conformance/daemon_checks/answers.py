@@ -1,4 +1,4 @@
-"""Values: what each method answers, and what becomes of arguments of another kind."""
+"""Values: the answer of each method, and the conversion of arguments of another kind."""
 
 from __future__ import annotations
 
@@ -12,7 +12,7 @@ from .context import CHECKS, LOOK_UP, SOME_FILE, SOME_FOLDER, DaemonContext, exp
 
 RANGES = {"c": (-128, 127), "I": (0, 2**32 - 1), "q": (-2**63, 2**63 - 1), "Q": (0, 2**64 - 1)}
 
-# Kinds of objects that are answered; those that may be absent.
+# The kinds of the objects that each method answers; "absent" for those that may be absent.
 OBJECTS: dict[str, tuple[str, ...]] = {
     "serverURL": ("string",), "daemonState": ("dictionary",), "policyExcludeList": ("array",), "userEmail": ("string",),
     "computerNumber": ("integer",), "marketingMessage": ("string", "absent"), "liveStateString": ("string", "absent"),
@@ -36,7 +36,7 @@ def expect_answer(context: DaemonContext, selector: str, *arguments: Any) -> Non
         wanted = OBJECTS[selector]
         expect(kind(value) in wanted, f"{selector} answers {kind(value)} and not {' or '.join(wanted)}")
         return
-    # A boolean reads as 0 or 1, but is not what the tables say.
+    # A boolean reads as 0 or 1, but the tables demand an integer.
     expect_kind(value, "integer", f"the answer to {selector}")
     least, most = RANGES[returns]
     expect(least <= value <= most, f"{selector} answers {value}, which is no {returns}")

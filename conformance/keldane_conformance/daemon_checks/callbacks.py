@@ -1,4 +1,4 @@
-"""What the daemon calls at its clients."""
+"""The calls that the daemon makes to its clients."""
 
 from __future__ import annotations
 
@@ -8,7 +8,7 @@ from ..frames import MARKER, Frame, Link, Silent
 from ..report import Failure, expect
 from .context import CHECKS, DaemonContext, expect_in_step, expect_kind, expect_schema
 
-# The state is told at most once a second, so this is patient.
+# In seconds. The state is told at most once a second, so this is generous.
 SOON = 8.0
 
 
@@ -97,7 +97,7 @@ def wizard(context: DaemonContext) -> None:
     context.folder("callbacks")
     with context.link() as handler, context.link() as bystander, context.link() as caller:
         handler.call("setAlertHandler")
-        handler.ask("pausedMinutes")  # so that it was carried out before the next call, on another connection
+        handler.ask("pausedMinutes")  # so that the call was carried out before the next one, on another connection
         caller.call("showRestoreWizard")
         who = expect_call(callback(handler, "The call for a restore window"), "showRestoreWizard:")
         expect_kind(who.get("user"), "integer", '"user" of the call')

@@ -1,4 +1,4 @@
-"""What every check of a daemon works with."""
+"""The context of every check of a daemon."""
 
 from __future__ import annotations
 
@@ -17,7 +17,7 @@ from ..report import Checks, Failure, Skip, expect
 
 CHECKS = Checks()
 
-# What is on every computer. Whether a daemon bars them or not, it says what it knows of them.
+# These exist on every computer. A daemon answers for them whether or not its policy excludes them.
 SOME_FOLDER, SOME_FILE, NO_FILE = "/etc", "/etc/passwd", "/keldane-conformance/nothing-is-here"
 
 LOOK_UP = "dictionaryForPath:withDirSizes:"
@@ -40,13 +40,13 @@ class DaemonContext:
             self.files = tempfile.mkdtemp(prefix="keldane-conformance-", dir=os.path.realpath(scratch))
 
     def close(self) -> None:
-        """Takes the rules back that were set, and removes the files."""
+        """Takes back the rules that were set, and removes the files."""
         if not self.files:
             return
         with contextlib.suppress(Gone, Silent):
             with self.link() as link:
                 for kind in self.types:
-                    link.call("setFileTypeToggle:toggle:", kind, 0)  # which some daemons take for the end of the rule
+                    link.call("setFileTypeToggle:toggle:", kind, 0)  # some daemons take this as the end of the rule
                 for path in [*self._ruled, self.files]:
                     link.call("unexcludeFileFromBackup:", path)
                 link.seconds = 2
@@ -68,20 +68,20 @@ class DaemonContext:
         return path
 
     def file(self, name: str, size: int = 10) -> str:
-        """A file of the scratch folder."""
+        """Makes a file in the scratch folder, and returns its path."""
         path = self._place(name)
         with open(path, "wb") as stream:
             stream.write(b"x" * size)
         return path
 
     def folder(self, name: str) -> str:
-        """A folder of the scratch folder."""
+        """Makes a folder in the scratch folder, and returns its path."""
         path = self._place(name)
         os.makedirs(path, exist_ok=True)
         return path
 
     def own(self, path: str) -> str:
-        """A path whose rule is to be taken back at the end."""
+        """Notes a path whose rule is to be taken back at the end."""
         self._ruled.append(path)
         return path
 
@@ -94,7 +94,7 @@ class DaemonContext:
         return value
 
     def flags(self, link: Link, path: str) -> tuple[int, int]:
-        """Backup flags and simple flags of a path."""
+        """The backup flags and simple flags of a path."""
         node = self.node(link, path)
         return node.get("backupFlags", 0), node.get("simpleFlags", 0)
 
@@ -103,7 +103,7 @@ class DaemonContext:
         link.call("addFileToBackup:" if included else "removeFileFromBackup:", self.own(path))
 
     def expect_in_backup(self, link: Link, path: str, selected: bool, because: str) -> None:
-        """Whether a path belongs into the backup, by its simple flags."""
+        """Fails unless a path's simple flags tell that it is, or is not, in the backup."""
         checked = bool(self.flags(link, path)[1] & CHECKED)
         expect(checked == selected, f"{because}: {os.path.basename(path)} is {'' if checked else 'not '}in the backup")
 
@@ -127,7 +127,7 @@ class DaemonContext:
 
 
 def expect_kind(value: Any, wanted: str, what: str) -> None:
-    """Fails unless a value is of a kind."""
+    """Fails unless a value is of the wanted kind."""
     expect(kind(value) == wanted, f"{what} is {kind(value)} and not {wanted}")
 
 

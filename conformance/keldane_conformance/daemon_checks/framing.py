@@ -1,4 +1,4 @@
-"""Bytes: how messages are cut, joined and brought back into step."""
+"""Bytes: messages that are cut, joined or out of step."""
 
 from __future__ import annotations
 

@@ -1,4 +1,4 @@
-"""Limits: what a daemon must take, and what it must survive."""
+"""Limits: messages that a daemon must accept, and others that it must survive."""
 
 from __future__ import annotations
 
@@ -42,7 +42,7 @@ def too_many_paths(context: DaemonContext) -> None:
 
 @CHECKS.check("limits/nesting", "Containers in containers end no daemon.", "values.md", profile="full")
 def nesting(context: DaemonContext) -> None:
-    # By hand, since no writer writes it: arrays of one array each, and the offsets of all.
+    # The bytes are made by hand, because no writer nests so deep: arrays of one array each, and their offsets.
     depth = 60_000
     objects = b"".join(b"\xa1" + struct.pack(">I", number + 1) for number in range(depth)) + b"\xa0"
     offsets = b"".join(struct.pack(">I", 8 + 5 * number) for number in range(depth + 1))
@@ -61,7 +61,7 @@ def slow_reader(context: DaemonContext) -> None:
             link = stack.enter_context(context.link())
             link.socket.settimeout(0.2)
             with contextlib.suppress(TimeoutError, OSError):
-                for _ in range(1000):  # until the daemon reads no more, since nobody reads its answers
+                for _ in range(1000):  # until the daemon stops reading, because nobody reads its answers
                     link.socket.sendall(question)
         with context.link() as other:
             expect_in_step(context, other, "While four clients do not read")

@@ -18,7 +18,7 @@ NOBODY = 65534
 
 
 def as_nobody(context: DaemonContext, work: Callable[[Link], str | None]) -> None:
-    """Runs something in a process of another user; fails with the sentence that it returns."""
+    """Runs a function in a process of another user. Fails with the sentence that the function returns."""
     if os.geteuid() != 0:
         raise Skip("only root can be somebody else")
     reader, writer = os.pipe()
@@ -106,7 +106,7 @@ def owner_link(context: DaemonContext) -> Link:
 
 
 def owner_request(selector: str, argument: object) -> bytes:
-    """A request of the second socket: one object, and one for an answer."""
+    """A request of the second socket. It has one object as its argument and one as its answer."""
     return frame(REQUEST, plist(request_value(selector, argument, codes="@", returns="@")))
 
 
@@ -134,14 +134,14 @@ def owner_answers(context: DaemonContext) -> None:
             expect_kind(answer.get("error"), "string", f'"error" of the answer to {selector} {argument}')
 
 
-# A value of another kind for each kind.
+# For each kind, a value of another kind.
 OTHER_KIND = {"string": 5, "integer": "text", "boolean": "text", "dictionary": "text", "array": "text", "date": "text"}
 RIGHT_KIND = {"string": "text", "integer": 1, "boolean": True, "dictionary": {}, "array": [{"path": "/"}],
               "date": datetime.datetime(2026, 11, 20)}
 
 
 def wrong_requests() -> Iterator[tuple[str, object, str]]:
-    """Requests that no daemon may carry out: selector, argument, and what is wrong with it."""
+    """Requests that no daemon may carry out: the selector, the argument, and its fault."""
     for row in reference.protocol()["ownerMethods"]:
         keys = [text.split(" ") for text in row["request"]]
         right = {name.rstrip("*"): RIGHT_KIND[kind_] for name, kind_ in keys if name.endswith("*")}
@@ -154,7 +154,7 @@ def wrong_requests() -> Iterator[tuple[str, object, str]]:
 
 
 @CHECKS.check("owner/requests", "A request that lacks a required key, or has a value of another kind, is refused as a whole.",
-              "methods.md", profile="full", destructive=True)  # a daemon that does not refuse may carry one out
+              "methods.md", profile="full", destructive=True)  # a daemon that does not refuse may carry out a request
 def owner_requests(context: DaemonContext) -> None:
     context.folder("owner")
     with owner_link(context) as link:

@@ -1,4 +1,4 @@
-"""Rules: which one decides, and what must be read after one was sent."""
+"""Rules: their order of precedence, and the values that must be read after a rule was sent."""
 
 from __future__ import annotations
 
@@ -14,7 +14,7 @@ EXCLUDE = reference.protocol()["typeToggles"]["exclude"]
 PRIORITY_CHECKED = reference.flag("Backup_Simple_Priority_Checked")
 BACKED_UP = reference.flag("Backup_BackedUp")
 
-# No file of anybody's has it, so that a daemon's own rules stay what they are.
+# No real file has this extension, so that a daemon's own rules are not changed.
 EXTENSION = "keldane-conformance"
 
 
@@ -86,7 +86,7 @@ def own_rule_first(context: DaemonContext) -> None:
 
 
 def exclude_type(context: DaemonContext, link: Link) -> None:
-    """A rule for a type that nothing else has, since not every daemon can take one back."""
+    """Sets a rule for a type that no other file has, because not every daemon can take a rule back."""
     kind = "." + EXTENSION
     context.types.add(kind)
     link.call("setFileTypeToggle:toggle:", kind, EXCLUDE)

@@ -35,7 +35,7 @@ def order(context: DaemonContext) -> None:
 
 
 def steady_state(link: Link) -> tuple[dict[str, object], list[object]]:
-    """The state, and each value by its number, when the state has not changed meanwhile."""
+    """The state and each value by its number, read while the state did not change."""
     for _ in range(20):
         before = link.ask("daemonState")
         numbered = [link.ask("longForState:" if kind(value) in NUMBERS else "stringForState:", number)
@@ -106,7 +106,7 @@ def other_modes(context: DaemonContext) -> None:
 
 
 def expect_switch(link: Link, setter: str, getter: str) -> None:
-    """Fails unless a switch can be switched; puts it back."""
+    """Fails unless a switch can be switched. Restores it afterwards."""
     before = link.ask(getter)
     told = []
     for wanted in (1, 0, 1):

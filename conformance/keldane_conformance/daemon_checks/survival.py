@@ -1,4 +1,4 @@
-"""What lasts when the daemon does not."""
+"""The data that must survive the end of the daemon."""
 
 from __future__ import annotations
 
@@ -18,17 +18,17 @@ EXCLUDE = reference.protocol()["typeToggles"]["exclude"]
 
 
 def process_of(link: Link) -> int:
-    """The process at the other end."""
+    """The ID of the process at the other end."""
     credentials = link.socket.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, 12)
     return int(struct.unpack("iII", credentials)[0])
 
 
 def start(context: DaemonContext) -> None:
-    """Starts the daemon as we were told to, and waits until it answers. It stays when the kit has ended."""
+    """Starts the daemon by the command line's `restart`, and waits until it answers. It goes on when the kit has ended."""
     assert context.restart
     with subprocess.Popen(context.restart, start_new_session=True, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                           stderr=subprocess.DEVNULL) as process:
-        process.returncode = 0  # whoever told us how to start it ends it
+        process.returncode = 0  # the user who gave the command ends the daemon
     end = time.monotonic() + 30
     while time.monotonic() < end:
         try:

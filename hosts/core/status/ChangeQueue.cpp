@@ -11,13 +11,14 @@ namespace keldane {
 
 namespace {
 
-/// The part of its time that the window's thread may use, whatever for, while something waits.
+/// While the window's thread is busy for more than this share of its time, with whatever work, no changes are
+/// handed out.
 constexpr double kMostBusy = 0.25;
 constexpr std::size_t kLeast = 8, kMost = 200;
-/// The time over which the use of the thread is measured: file managers draw some moments after they were
+/// The time over which the load of the thread is averaged. File managers draw some moments after they were
 /// told.
 constexpr double kMemory = 0.2;  // seconds
-/// A thread that is always busy gets a few after this time all the same.
+/// After this time even a thread that is always busy gets a few changes.
 constexpr auto kLongestWait = std::chrono::seconds(1);
 
 double seconds(ChangeQueue::Clock::duration duration) {

@@ -1,4 +1,4 @@
-// What the page "Backup" in a file's properties tells, whatever the toolkit.
+// The contents of the page "Backup" in a file's properties, without a toolkit.
 #pragma once
 
 #include <cstdint>
@@ -24,19 +24,19 @@ struct FileDetails {
   std::vector<std::pair<std::string, std::string>> rows;
   std::vector<StoredVersion> versions;  ///< newest first
   bool isFolder = false;
-  bool canBackUp = false;  ///< no rule of the policy bars it
+  bool canBackUp = false;  ///< no rule of the policy forbids it
   bool operator==(const FileDetails&) const = default;
 };
 
 /// Text of a size in bytes, in the toolkit's manner.
 using SizeText = std::function<std::string(std::uint64_t)>;
 
-/// From the answers to `dictionaryForPath:` and `daemonState`, of which each may be absent.
+/// Makes the details from the answers to `dictionaryForPath:` and `daemonState`. Each of them may be absent.
 FileDetails fileDetailsOf(const PropertyList& node, const PropertyList& state, const SizeText& sizeText);
-/// Asks for both. A null link is a daemon that is away.
+/// Asks the daemon for both. A null link means that the daemon is away.
 FileDetails askForDetails(DaemonLink* link, const std::string& path, const SizeText& sizeText);
 
-/// Includes the item, and prefers a file. Answers a sentence: what the daemon made of it.
+/// Includes the item in the backup, and gives a file priority. Returns a sentence that tells the result.
 std::string backUpNow(DaemonLink* link, const std::string& path, bool isFolder);
 
 /// A restore that was started.
@@ -44,10 +44,10 @@ struct StartedRestore {
   std::uint32_t job = 0;  ///< 0: it was not started
   std::string sentence;
 };
-/// An empty folder is the file's own place, where what is there stays.
+/// An empty `folder` stands for the file's own folder. A file that is still there is kept.
 StartedRestore startRestore(DaemonLink* link, const std::string& path, std::uint32_t version,
                             const std::string& folder);
-/// Empty while it goes on.
+/// A sentence that tells the result. Empty while the restore goes on.
 std::string restoreResult(DaemonLink* link, std::uint32_t job);
 
 }  // namespace keldane

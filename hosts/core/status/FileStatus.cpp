@@ -11,8 +11,8 @@ namespace keldane {
 
 namespace {
 
-// The flags and the colour are the same for a file that failed as for one that is new or has changed. Only
-// the text of its state tells it.
+// A file that failed has the same flags and colour as one that is new or has changed. Only the text of its
+// state tells the difference.
 constexpr std::string_view kFailed = "Could not be backed up";
 
 constexpr double kLatest = 253402300799.0;  // the end of the year 9999

@@ -1,4 +1,4 @@
-// What a file manager shows of one file at a glance.
+// The backup status of one file as a file manager shows it.
 #pragma once
 
 #include <cstdint>
@@ -18,17 +18,18 @@ struct FileStatus {
   bool operator==(const FileStatus&) const = default;
 };
 
-/// From the dictionary of a node; an absent one is a file of which nothing is known. An unknown colour has no
-/// emblem.
+/// Makes the status from the dictionary of a node. An absent dictionary stands for a file of which nothing is
+/// known. An unknown colour has no emblem.
 FileStatus fileStatusOf(const PropertyList& node);
 
-/// The name of the emblem's icon, to which the GTK file managers themselves add "emblem-" in front. Empty for
-/// no emblem.
+/// The name of the emblem's icon. The GTK file managers put "emblem-" in front of it themselves. Empty for no
+/// emblem.
 std::string emblemNameOf(Emblem emblem);
 /// The name of the icon in the icon theme.
 std::string iconNameOf(Emblem emblem);
 
-/// "2026-11-21 15:04" in local time, which sorts as text as it does in time; empty for 0.
+/// For example "2026-11-21 15:04", in local time. Sorted as text, such dates are in the order of time. Empty
+/// for 0.
 std::string backupDateText(std::int64_t unixTime);
 
 }  // namespace keldane

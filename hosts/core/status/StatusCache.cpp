@@ -9,7 +9,8 @@ namespace keldane {
 
 namespace {
 
-// A folder may take this part of the time that it rests to be asked about: 1 % while nothing changes.
+// A folder rests for this many times the time that its questions took. So they take 1 % of the time while
+// nothing changes.
 constexpr int kRestWhileUnchanged = 100;
 constexpr int kRestAfterChange = 20;
 
@@ -79,7 +80,8 @@ StatusCache::Folder& StatusCache::folderAt(std::string_view path) {
   return folders_[std::string(path)];
 }
 
-// The oldest of the other folders goes, and where there is no other, any file of this one.
+// Drops the least recently used of the other folders. When there is no other folder, drops any file of this
+// one.
 void StatusCache::makeRoom(const Folder& wanted) {
   while (count_ >= kMostFiles) {
     auto oldest = folders_.end();
@@ -189,7 +191,7 @@ void StatusCache::queueShown(Folder& folder) {
 void StatusCache::setTooLarge(const std::string& folder) {
   if (const auto found = folders_.find(folder); found != folders_.end()) {
     found->second.isTooLarge = true;
-    found->second.wasAsked = false;  // file by file, then
+    found->second.wasAsked = false;  // so its files are asked about one by one
   }
 }
 
@@ -205,7 +207,7 @@ std::vector<std::string> StatusCache::keep(const Question& question, const Answe
                                            StatusTiming::Duration cost) {
   const auto found = folders_.find(question.folder);
   if (found == folders_.end()) {
-    return {};  // nobody shows it any more
+    return {};  // the folder is not shown any more
   }
   Folder& folder = found->second;
   folder.cost += cost;
@@ -241,8 +243,8 @@ std::vector<std::string> StatusCache::keep(const Question& question, const Answe
   return changed;
 }
 
-// What is not in a listing any more has gone, or may not be asked about. Of the latter it is remembered that
-// nothing is known, for as long as nobody asks again.
+// A file that is missing from a listing is gone, or the daemon does not tell of it. A file that was known is
+// dropped. One that was not known yet is remembered as a file of which nothing is known.
 template <class Keep>
 void StatusCache::dropMissing(Folder& folder, const Answer& answer, const Keep& keepOne) {
   for (auto each = folder.files.begin(); each != folder.files.end();) {

@@ -1,4 +1,4 @@
-// What is known of the files that are shown, and what is to be asked about them next.
+// The known status of the files that are shown, and the next questions about them.
 #pragma once
 
 #include <chrono>
@@ -17,58 +17,61 @@
 
 namespace keldane {
 
-/// One folder at a time, because the daemon answers for a whole folder in one go. Bounded: the folders that
-/// were looked at least recently go first. Paths are absolute. Not for several threads at once.
+/// Keeps the status by folder, because the daemon answers for a whole folder in one call. Its size is
+/// bounded: the least recently used folders are dropped first. Paths are absolute. The caller must serialise
+/// calls from several threads.
 class StatusCache {
  public:
   using Clock = std::chrono::steady_clock;
   static constexpr std::size_t kMostFiles = 20'000;
   static constexpr std::size_t kMostFolders = 256;
-  static constexpr std::size_t kLargeFolder = 2'000;  ///< more entries are asked about less often
-  static constexpr std::size_t kWorthListing = 16;    ///< from so many files on the whole folder is asked for
+  static constexpr std::size_t kLargeFolder = 2'000;  ///< a folder with more is asked about less often
+  static constexpr std::size_t kWorthListing = 16;  ///< for so many files or more, the whole folder is listed
   static constexpr std::size_t kMostInABatch = 256;
-  static constexpr std::size_t kSlowToOpen = 1'000;  ///< a folder of more is opened first, and told of then
+  static constexpr std::size_t kSlowToOpen = 1'000;  ///< above it, emblems come after the icons
 
   explicit StatusCache(const StatusTiming& timing) : timing_(timing) {}
 
-  /// What is known of a file that is shown; null when it is to be asked about first, which is noted. Null as
-  /// well when a file of a large folder is shown for the first time: it is among the next `takeLate`.
+  /// The status of a file that is shown. Null when the daemon must be asked first; the file is then queued.
+  /// Also null when a known file of a large folder is shown for the first time; the next `takeLate` returns
+  /// it.
   const FileStatus* find(const std::string& path);
-  /// The paths of what is to be shown though `find` has not told it, when they are due.
+  /// The paths of the files whose status is known but was held back by `find`, once they are due.
   std::vector<std::string> takeLate(Clock::time_point now);
-  /// A folder is about to be shown: it is asked about as a whole, at once, unless it is known already.
+  /// Tells that a folder is about to be shown. Unless the folder is known already, it is listed as a whole at
+  /// once.
   void expect(const std::string& folder);
 
-  /// What to ask the daemon next.
+  /// The next question for the daemon.
   struct Question {
     std::string folder;
     std::vector<std::string> names;
-    bool whole = false;  ///< list the folder; there are no names then
+    bool whole = false;  ///< list the folder; `names` is then empty
   };
-  /// Nothing when nothing is due at this time.
+  /// Absent when nothing is due at this time.
   std::optional<Question> nextQuestion(Clock::time_point now);
-  /// When something will be due; nothing when nobody shows anything. Not earlier than `now`.
+  /// The time at which something will be due; never earlier than `now`. Absent when no folder is shown.
   std::optional<Clock::time_point> nextDue(Clock::time_point now) const;
-  /// That a folder has too many entries to be listed as a whole.
+  /// Marks a folder as one with too many entries to be listed as a whole.
   void setTooLarge(const std::string& folder);
 
-  /// The names of a question from this one on were not asked about, and are to be later.
+  /// Puts the names from index `begin` on, which were not asked about, back into the queue.
   void putBack(Question& question, std::size_t begin);
 
   using Answer = std::unordered_map<std::string, FileStatus>;  ///< by name
-  /// Keeps an answer that took this long, and answers the paths of what is shown and has changed.
+  /// Keeps an answer that took `cost`. Returns the paths of the files that are shown and have changed.
   std::vector<std::string> keep(const Question& question, const Answer& answer, StatusTiming::Duration cost);
 
-  /// The daemon's state has changed: all folders are due sooner.
+  /// Tells that the daemon's state has changed. All folders are then due sooner.
   void stateChanged() { ++state_; }
-  /// These are to be asked about at once, if they are shown.
+  /// Makes these files due at once, if they are shown.
   void hurry(const std::vector<std::string>& paths);
-  /// Nothing is known any more, and everything is to be asked about anew. Answers the paths of what was
-  /// shown.
+  /// Forgets the status of all files and makes all folders due. Returns the paths of the files whose status
+  /// was shown.
   std::vector<std::string> forgetAll();
-  /// The paths of what is shown and of which something is known.
+  /// The paths of the files that are shown and of which something is known.
   std::vector<std::string> shown() const;
-  /// Everything is due now; what is known stays.
+  /// Makes all folders due now. The known status is kept.
   void askAnew();
 
   struct OpenFolder {
@@ -93,7 +96,7 @@ class StatusCache {
     std::unordered_map<std::string, Entry, NameHash, std::equal_to<>> files;
     std::vector<std::string> queue;  // names to ask about
     Clock::time_point queuedAt{};    // the first of them
-    std::vector<std::string> late;   // names to tell of
+    std::vector<std::string> late;   // known names that `takeLate` will return
     Clock::time_point lateSince{};   // the first of them
     Clock::time_point askedAt{};     // when all was asked about last
     bool wasAsked = false, isTooLarge = false, isExpected = false;

@@ -1,4 +1,4 @@
-// Where files stand in the backup, for a file manager that shows it at a glance.
+// The backup status of files, for a file manager that shows it on their icons.
 #pragma once
 
 #include <functional>
@@ -13,48 +13,49 @@
 
 namespace keldane {
 
-/// Keeps what is known of the files that are shown and asks the daemon on a thread of its own, over a
-/// connection of its own. No call here ever waits for the daemon. The thread begins with the first question
-/// and looks at the daemon's state as long as a folder is open; a folder is asked about again when the state
-/// has changed, and from time to time. When the daemon is away or silent nothing is known, and the next
-/// attempts to connect are made at growing distances.
+/// Keeps the status of the files that are shown. It asks the daemon on a thread of its own, over a connection
+/// of its own, so no call here ever waits for the daemon. The thread starts with the first question and polls
+/// the daemon's state as long as a folder is open. A folder is asked about again when the state has changed,
+/// and from time to time. When the daemon is away or silent, nothing is known, and the pauses between the
+/// attempts to connect grow.
 ///
-/// Made and used on the window's thread. A thread that is stuck in a call when the service goes is left
-/// behind; it touches nothing of the host's any more.
+/// The service is made and used on the window's thread. When its own thread is stuck in a call while the
+/// service is destroyed, that thread is left behind and no longer touches anything of the host.
 class StatusService {
  public:
-  /// `socketPath` empty: what the installed bundle names, looked up on the service's thread.
+  /// An empty `socketPath` stands for the path that the installed bundle names. It is looked up on the
+  /// service's thread.
   explicit StatusService(std::string socketPath = {}, const StatusTiming& timing = {});
   ~StatusService();
   StatusService(const StatusService&) = delete;
   StatusService& operator=(const StatusService&) = delete;
 
-  /// Called on the service's thread, or within `lookAfter`, with the paths of files of which something else
-  /// is to be shown now.
+  /// The listener is called with the paths of files whose emblem may have changed. It is called on the
+  /// service's thread, or within `lookAfter` and `tellAll`.
   using Listener = std::function<void(std::vector<std::string> paths)>;
   void setListener(Listener listener);
 
-  /// What is known of a file that is shown, by its absolute UTF-8 path. Nothing when it has to be asked for;
-  /// the listener is told when there is something to show.
+  /// The status of a file that is shown, by its absolute UTF-8 path. Absent when the daemon must be asked
+  /// first; the listener is called when there is something to show.
   std::optional<FileStatus> statusOf(const std::string& path);
-  /// A folder is about to be shown, so that what it has is known when it is asked for.
+  /// Tells that a folder is about to be shown, so that its files are known when their status is asked for.
   void expect(const std::string& folder);
-  /// A person gave the daemon a command for these: they are looked at again at once, and some times more
-  /// within the next seconds.
+  /// Tells that the user gave the daemon a command for these files. They are asked about again at once and
+  /// several times within the next seconds.
   void commandWasGiven(const std::vector<std::string>& paths);
 
-  /// Work on the service's thread, in order. The link is null when the daemon cannot be reached.
+  /// A task for the service's thread. Tasks run in order. The link is null when the daemon cannot be reached.
   using Task = std::function<void(DaemonLink* link)>;
   void perform(Task task);
 
-  /// To be called every few seconds while a folder is open: what a daemon said that has been silent for long
-  /// is not shown any longer.
+  /// To be called every few seconds while a folder is open. When the daemon has been silent for long, its
+  /// former answers are not shown any longer.
   void lookAfter();
-  /// Tells the listener of all that is shown, for when it is to be shown otherwise.
+  /// Tells the listener of all files that are shown, after the way in which they are shown has changed.
   void tellAll();
   /// The folders of which files are shown, as far as the service knows.
   std::vector<StatusCache::OpenFolder> openFolders() const;
-  /// That nothing of a folder is shown any more.
+  /// Tells that nothing of a folder is shown any more.
   void close(const std::string& folder);
 
  private:

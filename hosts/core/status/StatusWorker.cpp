@@ -16,18 +16,18 @@ namespace keldane {
 
 namespace {
 
-/// After a command: when the files that it was about are looked at again.
+/// The times after a command at which its files are asked about again.
 constexpr std::array kLooks = {std::chrono::milliseconds(50), std::chrono::milliseconds(250),
                                std::chrono::milliseconds(600), std::chrono::milliseconds(1200),
                                std::chrono::milliseconds(2500)};
 
-/// How long files are asked about one by one before it is another's turn.
+/// The longest time for asking about files one by one before another folder has its turn.
 constexpr auto kLongestTurn = std::chrono::milliseconds(500);
 
-/// The lower priority of the thread, so that the file manager comes first.
+/// The thread runs at a lower priority, so that the file manager comes first.
 constexpr int kNiceness = 5;
 
-/// Whether a folder has more entries than are kept, which only its names tell.
+/// Whether a folder has more entries than the cache keeps. Only reading the names can tell.
 bool isTooLarge(const std::string& folder) {
   std::size_t count = 0;
   std::error_code error;
@@ -42,7 +42,7 @@ bool isTooLarge(const std::string& folder) {
 
 }  // namespace
 
-// --- The window's thread ---
+// --- On the window's thread ---
 
 void StatusService::Worker::end() {
   const std::lock_guard guard(mutex_);
@@ -70,7 +70,7 @@ std::optional<FileStatus> StatusService::Worker::statusOf(const std::string& pat
   return *known;
 }
 
-// A folder's files are asked about one after the other; the thread is not woken for each of them.
+// A file manager asks about a folder's files one after the other. The thread is not woken for each of them.
 void StatusService::Worker::startOrWake() {
   const Clock::time_point now = Clock::now();
   if (!isRunning_ || (wakesAt_ > now && wakeTime(now) < wakesAt_)) {
@@ -130,7 +130,7 @@ void StatusService::Worker::close(const std::string& folder) {
   changed_.notify_all();
 }
 
-// A system that has no thread to give now may have one for the next question.
+// When the system has no thread now, the next question tries again.
 void StatusService::Worker::startOnce() {
   if (isRunning_) {
     changed_.notify_all();
@@ -145,7 +145,7 @@ void StatusService::Worker::startOnce() {
   }
 }
 
-// --- The service's thread ---
+// --- On the service's thread ---
 
 template <class Call>
 auto StatusService::Worker::watched(const Call& call) {
@@ -183,7 +183,7 @@ void StatusService::Worker::serve() {
   }
 }
 
-// False when the service is at its end.
+// False when the service is ending.
 bool StatusService::Worker::step() {
   bool hasTasks = false;
   bool isOpen = false;
@@ -211,7 +211,7 @@ bool StatusService::Worker::step() {
     return true;
   }
   if (!state_) {
-    lookAtState();  // what is answered from here on is of this state or a later one
+    lookAtState();  // later answers belong to this state or to a newer one
   }
   std::optional<StatusCache::Question> question;
   {
@@ -242,7 +242,7 @@ void StatusService::Worker::waitForWork(std::unique_lock<std::mutex>& guard) {
       changed_.wait(guard);
       wakesAt_ = {};
     } else {
-      return;  // to leave the daemon
+      return;  // nothing is shown, so the caller closes the link
     }
   }
 }
@@ -340,7 +340,7 @@ void StatusService::Worker::ask(StatusCache::Question question) {
   tell(std::move(changed));
 }
 
-/// Nothing when the link has ended.
+/// Absent when the link has ended.
 std::optional<StatusCache::Answer> StatusService::Worker::list(const std::string& folder) {
   const PropertyList nodes = watched([&] { return connection_.link().childrenDictionariesForPath(folder); });
   if (connection_.isAtEnd()) {
@@ -358,7 +358,8 @@ std::optional<StatusCache::Answer> StatusService::Worker::list(const std::string
   return answer;
 }
 
-/// What is left after a while waits for the next turn, so that a slow daemon keeps nobody else waiting.
+/// The names that are left after `kLongestTurn` are put back for the next turn, so that a slow daemon does
+/// not hold up other folders and tasks.
 std::optional<StatusCache::Answer> StatusService::Worker::askEach(StatusCache::Question& question) {
   const Clock::time_point end = Clock::now() + kLongestTurn;
   StatusCache::Answer answer;

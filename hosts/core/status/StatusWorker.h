@@ -16,8 +16,9 @@
 
 namespace keldane {
 
-/// The mutex guards the first group of fields; the second belongs to the thread alone. The mutex is never
-/// held while the daemon is asked, nor while somebody else's code is called.
+/// The mutex guards the first group of fields. The second group belongs to the service's thread alone. The
+/// mutex is never held while the daemon is asked or while code of others, such as the listener or a task, is
+/// called.
 class StatusService::Worker : public std::enable_shared_from_this<StatusService::Worker> {
  public:
   using Clock = StatusCache::Clock;
@@ -49,7 +50,7 @@ class StatusService::Worker : public std::enable_shared_from_this<StatusService:
   Clock::time_point wakeTime(Clock::time_point now) const;
   void hurryWhatIsDue(Clock::time_point now);
 
-  // --- The thread's ---
+  // --- On the service's thread ---
   void run();
   void serve();
   bool step();
@@ -62,7 +63,7 @@ class StatusService::Worker : public std::enable_shared_from_this<StatusService:
   std::optional<StatusCache::Answer> askEach(StatusCache::Question& question);
   void tell(std::vector<std::string> paths);
   void forget();
-  /// A call of the daemon's, of which is known since when it has been under way.
+  /// Makes a call to the daemon and keeps the time at which it began.
   template <class Call>
   auto watched(const Call& call);
 
@@ -74,15 +75,15 @@ class StatusService::Worker : public std::enable_shared_from_this<StatusService:
   std::deque<Task> tasks_;
   std::optional<Hurry> hurry_;
   Listener listener_;
-  std::optional<Clock::time_point> busySince_;  // a call is under way
-  bool isSilent_ = false;                       // it has been for long, and nothing is shown any more
+  std::optional<Clock::time_point> busySince_;  // when the call that is under way began
+  bool isSilent_ = false;                       // that call has taken too long, and nothing is shown any more
   bool isRunning_ = false, isEnding_ = false;
-  // In the future only while the thread sleeps. Then wakeTime() may read the thread's own fields.
+  // Lies in the future only while the thread sleeps. Then wakeTime() may read the thread's own fields.
   Clock::time_point wakesAt_{};
 
   StatusConnection connection_;
-  Clock::time_point nextLook_{};  // at the daemon's state, or for a daemon while there is none
-  PropertyList state_;            // as it was told last
+  Clock::time_point nextLook_{};  // time of the next poll of the state, or of the next attempt to connect
+  PropertyList state_;            // the daemon's last answer
 };
 
 }  // namespace keldane

@@ -22,10 +22,9 @@ namespace {
 
 using namespace binary_plist;
 
-// Code that walks a value visits a shared object as often as it is referred to. In a chain of containers that
-// each hold the next one twice, the visits double at every link. So the number of values is bounded by the
-// number of bytes. A short list may always have this many values, so that equal dictionaries may be written
-// once.
+// Code that walks a value visits a shared object once for each reference to it. In a chain of containers that
+// each hold the next one twice, the visits double at every link. So the number of bytes limits the number of
+// values. A short list may always have kMostValues values, because equal dictionaries may be written once.
 constexpr std::uint64_t kMostValues = 65536;
 constexpr std::uint64_t kMostValuesPerByte = 16;
 constexpr std::uint64_t kMostValuesOfAll = std::uint64_t{1} << 31;
@@ -49,14 +48,15 @@ class BinaryReader {
 
   PropertyList read() { return object(topObject_, 1); }
 
-  /// After `read`: the keys of the outermost dictionary, when they can be the usual ones of the next message.
-  /// Absent when they cannot, and when they are the usual ones already.
+  /// After `read`, the keys of the outermost dictionary when they can be the usual keys of the next message.
+  /// Absent when they cannot, or when they are the usual keys already.
   const PropertyList& newUsualKeys() const { return newUsualKeys_; }
 
  private:
   /// The state of an object. The container that it was first read for keeps the value alive, and no other
-  /// thread knows the value before all is read. `height` counts the levels of containers from this object
-  /// downwards. `values` counts the values in it and itself, shared ones as often as they are referred to.
+  /// thread knows the value before everything is read. `height` counts the levels of containers from this
+  /// object downwards. `values` counts the object and the values in it. A shared value counts once for each
+  /// reference.
   struct Object {
     enum State : std::uint8_t { unknown, beingRead, whole, usual };  // usual: other threads know it
     std::uintptr_t bits = 0;
@@ -65,8 +65,8 @@ class BinaryReader {
     State state = unknown;
   };
 
-  /// The keys of a dictionary and where the references to them lie. Two dictionaries with the same references
-  /// have the same keys.
+  /// The keys of a dictionary and the offset of the references to them. Two dictionaries with the same
+  /// references have the same keys.
   struct KnownKeys {
     PropertyList keys;
     std::size_t offset = 0;
@@ -99,7 +99,7 @@ class BinaryReader {
     expect(0);
   }
 
-  /// Says how much memory the objects will take, when `known` of them need not be made.
+  /// Announces the memory that the objects will take, when `known` of them need not be made.
   void expect(std::size_t known) {
     const std::size_t scalars =
         offsetTable_ - taken_ + (objects_.size() - known) * PropertyListBlocks::sizeFor(0);
@@ -109,14 +109,14 @@ class BinaryReader {
     apart_.expect(containers);
   }
 
-  /// An integer of up to 8 bytes that begins before the trailer, whose bytes may be read along with it.
+  /// An integer of up to 8 bytes. It begins before the trailer, so reading 8 bytes stays within the data.
   std::uint64_t bigEndian(std::size_t offset, std::size_t width) const {
     return eightBytes(bytes_.data() + offset) >> (64 - 8 * width);
   }
 
   /// Takes `count` pieces of `width` bytes, 8 at most, at `offset` for an object. They must lie before the
-  /// offset table, and all objects together cannot take more than there is: overlapping ones would make a
-  /// short message large in memory.
+  /// offset table. All objects together cannot take more bytes than there are, because overlapping objects
+  /// would make a short message large in memory.
   void take(std::size_t offset, std::uint64_t count, std::size_t width = 1) {
     const std::uint64_t left = offset > offsetTable_ ? 0 : offsetTable_ - offset;
     if (offset > offsetTable_ || count > left || count * width > left) {
@@ -330,7 +330,7 @@ class BinaryReader {
   void readMembers(Object& target, std::size_t start, std::size_t offset, int depth, PropertyList* members,
                    std::size_t length) {
     for (std::size_t i = 0; i < length; ++i) {
-      // An absent value is overwritten, which has nothing to release.
+      // This overwrites an absent value, which has nothing to release.
       new (&members[i]) PropertyList(member(target, start, offset + i * referenceSize_, depth));
     }
   }
@@ -443,8 +443,8 @@ class BinaryReader {
            });
   }
 
-  /// Reads a dictionary with equal keys, of which the first counts. A value that is left out may still be
-  /// referred to from elsewhere.
+  /// Reads a dictionary with repeated keys. Only the first entry of each key counts. A value that is left out
+  /// may still be referred to from elsewhere.
   PropertyList readRepeated(Object& target, std::size_t start, std::size_t offset, int depth,
                             const PropertyList& keys) {
     const PropertyListNode* names = PropertyListAccess::node(keys);
@@ -474,8 +474,8 @@ class BinaryReader {
   std::array<KnownKeys, 4> knownKeys_;
   std::size_t nextKnownKeys_ = 0;
   PropertyList::Array kept_;
-  // Containers have blocks of their own, because a value that is taken out of a dictionary mostly outlives
-  // it. A short message is one block all the same.
+  // Containers have blocks of their own, because a value that is taken out of a dictionary usually outlives
+  // it. A short message still uses one block.
   static constexpr std::size_t kShort = 1024;
   PropertyListBlocks scalars_, apart_;
   PropertyListBlocks* containers_ = nullptr;

@@ -1,4 +1,4 @@
-// Reads the binary property-list format, version 00. The bytes may come from anybody.
+// Reads the binary property-list format, version 00. The bytes are not trusted.
 #pragma once
 
 #include "platform/plist/PropertyList.h"
@@ -11,8 +11,8 @@ namespace keldane {
 /// that are no strings, and integers beyond 64 bits. Bytes above 127 in an ASCII string read as U+FFFD, lone
 /// surrogates too.
 ///
-/// A dictionary whose keys are `usualKeys` shares them instead of making its own. When the outermost one has
-/// others, few and short, `usualKeys` becomes those.
+/// A dictionary whose keys are `usualKeys` shares them instead of making its own. When the outermost
+/// dictionary has other keys that are few and short, `usualKeys` is replaced by them.
 PropertyList readBinaryPropertyList(BytesView bytes, PropertyList::Keys* usualKeys = nullptr);
 
 }  // namespace keldane

@@ -28,17 +28,17 @@ using namespace binary_plist;
                           std::to_string(PropertyListSerialization::kMaximumDepth) + " levels.");
 }
 
-/// Writes one value. An object is written when it is met first and gets the next number: a container before
-/// its members, the keys of a dictionary before its values. A container leaves room for its references, which
-/// are filled in as its members get their numbers.
+/// Writes one value. An object is written when it is first met, and gets the next number. A container comes
+/// before its members, and the keys of a dictionary before its values. A container leaves room for its
+/// references, which are filled in as its members get their numbers.
 class BinaryWriter {
   static constexpr std::size_t kFewObjects = 32;
   static constexpr std::size_t kMostExpected = std::size_t{1} << 20;
   static constexpr std::size_t kMostRoomAhead = std::size_t{4} << 20;
 
  public:
-  /// References take `referenceSize` bytes: 1, 2 or 4. The expected number of objects is a guess: most values
-  /// are one message, or an array of dictionaries that have about four objects each for themselves.
+  /// References take `referenceSize` bytes: 1, 2 or 4. The expected number of objects is a guess. Most values
+  /// are one message, or an array of dictionaries with about four unshared objects each.
   BinaryWriter(const PropertyList& value, std::size_t referenceSize)
       : referenceSize_(referenceSize),
         mostObjects_(std::min<std::size_t>(std::size_t{1} << 8 * referenceSize, UINT32_MAX)),
@@ -47,7 +47,7 @@ class BinaryWriter {
         numbers_(std::bit_ceil(2 * expected_), memory_),
         objects_(expected_, memory_) {}
 
-  /// Nothing when there are more objects than the references can name.
+  /// Absent when there are more objects than the references can name.
   std::optional<Bytes> write(const PropertyList& value) {
     next_ = putBytes(next_, kBinaryPropertyListMagic.data(), kBinaryPropertyListMagic.size());
     write(value, 1);
@@ -140,7 +140,8 @@ class BinaryWriter {
 
   Written writeContainer(const PropertyList& value, const PropertyListNode& container, int depth) {
     const Reference next = nextReference();
-    // A container that only one other refers to is met once. One that was met before may be met deeper now.
+    // A container with only one reference is met once. A shared one that was met before may be deeper this
+    // time.
     if (container.isShared()) {
       const Reference reference = numbers_.findIdentity(ObjectIdentity(value), next, objects_);
       if (reference != next) {
@@ -194,8 +195,8 @@ class BinaryWriter {
 
   Reference nextReference() const { return static_cast<Reference>(objects_.size()); }
 
-  /// Gives the next number to an object that is about to be written. False, and nothing may be looked up any
-  /// more, when the references cannot name it.
+  /// Gives the next number to an object that is about to be written. False when the references cannot name
+  /// it; then nothing may be looked up any more.
   bool begin(const PropertyList& value) {
     if (objects_.size() == mostObjects_) {
       if (mostObjects_ == UINT32_MAX) {
@@ -223,8 +224,8 @@ class BinaryWriter {
     }
   }
 
-  /// Makes the buffer as large as all expected objects are when they are like those that were written, and a
-  /// quarter larger. The guess is limited; the doubling is not.
+  /// Enlarges the buffer. The new size is a guess from the objects written so far and the number of objects
+  /// expected, plus a quarter. The guess is limited; the doubling is not.
   [[gnu::noinline]] void grow(std::size_t count) {
     const std::size_t done = size();
     const std::size_t expected =
@@ -260,7 +261,7 @@ class BinaryWriter {
   std::array<KnownKeys, 4> knownKeys_;
   std::size_t nextKnownKeys_ = 0;
   std::array<std::uint8_t, 1024> fewBytes_;
-  Bytes bytes_;  // takes the place of fewBytes_ when those are too few
+  Bytes bytes_;  // used instead of fewBytes_ when those are too few
   std::uint8_t* start_ = fewBytes_.data();
   std::uint8_t* next_ = start_;
   std::uint8_t* end_ = start_ + fewBytes_.size();
@@ -269,8 +270,8 @@ class BinaryWriter {
 }  // namespace
 
 Bytes writeBinaryPropertyList(const PropertyList& value) {
-  // A value that has more objects than narrow references can name is begun anew with wider ones. With the
-  // narrowest ones that is noticed at the 257th object.
+  // When a value has more objects than narrow references can name, writing starts again with wider ones. With
+  // the narrowest references this happens at the 257th object.
   for (std::size_t referenceSize = 1;; referenceSize *= 2) {
     if (std::optional<Bytes> bytes = BinaryWriter(value, referenceSize).write(value)) {
       return std::move(*bytes);

@@ -24,8 +24,8 @@ struct ByteMarks {
 /// The hash differs from process to process, so that nobody can prepare names that have the same one.
 ByteMarks marksOf(const char* bytes, std::size_t size);
 
-/// The marks of a string or data node. They are worked out the first time. Any number of threads may ask:
-/// each of them would store the same marks.
+/// The marks of a string or data node. They are computed the first time. Any number of threads may call it,
+/// because each of them would store the same marks.
 inline ByteMarks marksOf(const PropertyListNode& node) {
   const std::atomic_ref<std::uint64_t> kept(node.scalar.marks);
   auto marks = std::bit_cast<ByteMarks>(kept.load(std::memory_order_relaxed));

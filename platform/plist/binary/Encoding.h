@@ -1,7 +1,7 @@
 // Encodes numbers, markers and scalars as the bytes of the binary format. This header is for this folder
 // only.
 //
-// Each function writes at a cursor and returns the cursor behind what it has written. Callers reserve first:
+// Each function writes at a cursor and returns the cursor behind the written bytes. Callers reserve first:
 // the bytes themselves, and kEncodingSlack more, because a number is written 8 bytes wide, and the next write
 // overwrites the surplus. Returning the cursor keeps it in a register: a byte that is written through a
 // pointer could otherwise change any variable of the writer.

@@ -21,7 +21,7 @@ inline constexpr std::string_view kBinaryPropertyListMagic = "bplist00";
 namespace binary_plist {
 
 inline constexpr std::size_t kTrailerSize = 32;
-/// Where in the trailer each field begins.
+/// The offset of each field in the trailer.
 inline constexpr std::size_t kOffsetWidthField = 6;
 inline constexpr std::size_t kReferenceWidthField = 7;
 inline constexpr std::size_t kObjectCountField = 8;

@@ -17,8 +17,8 @@
 namespace keldane {
 
 /// Tells whether two scalars or containers are the same object in the file. Scalars are the same when they
-/// are of one sort and have one value: a NaN is the same as itself, and 0.0 and -0.0 differ. A container is
-/// the same as itself only. Strings and data are compared by their bytes instead.
+/// have the same sort and the same value. A NaN is the same as itself, and 0.0 and -0.0 differ. A container
+/// is the same as itself only. Strings and data are compared by their bytes instead.
 struct ObjectIdentity {
   enum Sort : std::uint32_t { bytes, boolean, integer, large, real, date, container };
   bool operator==(const ObjectIdentity&) const = default;
@@ -73,7 +73,7 @@ struct WrittenObject {
   std::uint64_t offset() const { return place >> kHeightBits; }
   /// The levels of containers from a container downwards; 0 while it is being written.
   int height() const { return static_cast<int>(place & ((1U << kHeightBits) - 1)); }
-  /// Called once, when the container is whole.
+  /// Called once, when the container is complete.
   void setHeight(int height) { place |= static_cast<std::uint64_t>(height); }
 
   const PropertyList* value;
@@ -115,9 +115,9 @@ class WrittenObjects {
   std::size_t size_ = 0;
 };
 
-/// Finds the number of an object that is equal to a value. This is a hash table with open addressing, of
-/// whose places more than half are free. A place holds a hash and a number only; the object itself is looked
-/// at when the hashes are equal.
+/// Finds the number of an object that is equal to a value. This is a hash table with open addressing in which
+/// more than half of the places are free. A place holds a hash and a number only. The object itself is
+/// compared when the hashes are equal.
 class ObjectNumbers {
  public:
   using Reference = std::uint32_t;
@@ -144,7 +144,7 @@ class ObjectNumbers {
  private:
   struct Place {
     std::uint32_t hash;
-    std::uint32_t follower;  ///< the object's number plus one; 0: the place is free
+    std::uint32_t follower;  ///< the object's number plus one; 0 for a free place
   };
 
   template <class IsSame>

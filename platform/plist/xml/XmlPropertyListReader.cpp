@@ -70,7 +70,7 @@ class XmlReader {
     at_ = found + end.size();
   }
 
-  /// Passes over blanks, comments, processing instructions and the document type.
+  /// Skips blanks, comments, processing instructions and the document type.
   void skipMisc() {
     for (;;) {
       while (at_ < text_.size() && isXmlBlank(text_[at_])) {
@@ -89,7 +89,7 @@ class XmlReader {
     }
   }
 
-  /// Moves to the first of these characters that does not stand in quotes. False when there is none.
+  /// Moves to the first of these characters that is not in quotes. False when there is none.
   bool skipToUnquoted(std::string_view wanted) {
     char quote = '\0';
     for (; at_ < text_.size(); ++at_) {
@@ -117,7 +117,7 @@ class XmlReader {
     ++at_;
   }
 
-  /// "<name attributes>" or "<name attributes/>".
+  /// Reads "<name attributes>" or "<name attributes/>".
   Tag openTag() {
     const std::size_t start = at_;
     if (at_ + 1 >= text_.size() || text_[at_] != '<' || text_[at_ + 1] == '/') {

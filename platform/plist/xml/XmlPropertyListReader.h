@@ -1,4 +1,4 @@
-// Reads the XML property-list format. The text may come from anybody.
+// Reads the XML property-list format. The text is not trusted.
 #pragma once
 
 #include <string_view>
@@ -7,9 +7,10 @@
 
 namespace keldane {
 
-/// The value of an XML document in UTF-8; throws PropertyListError. Only what a property list needs is known:
-/// elements, the five entities and character references, CDATA, comments, processing instructions. A document
-/// type is passed over: nothing is fetched, and a document that declares entities of its own is refused.
+/// The value of an XML document in UTF-8; throws PropertyListError. The reader supports only the parts of XML
+/// that a property list needs: elements, the five entities and character references, CDATA, comments,
+/// processing instructions. A document type is skipped and nothing is fetched. A document that declares
+/// entities of its own is refused.
 PropertyList readXmlPropertyList(std::string_view text);
 
 }  // namespace keldane

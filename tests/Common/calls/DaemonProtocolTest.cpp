@@ -7,7 +7,7 @@
 namespace keldane {
 namespace {
 
-// The wire protocol once more, so that no row changes by accident.
+// The wire protocol is repeated here, so that no row changes by accident.
 constexpr MethodSignature kExpected[] = {
     {"setEnabled:", 'v', "c"},
     {"pausedMinutes", 'I', ""},

@@ -1,4 +1,4 @@
-// Delegates that are replaced, and proxies that are let go, while many threads are at work.
+// Delegates are replaced and proxies are released while many threads are at work.
 #include <gmock/gmock.h>
 
 #include <barrier>
@@ -27,7 +27,7 @@ using testing::Threads;
 
 class DelegateStressTest : public testing::StressTest {};
 
-/// Knows when it may not be called any more.
+/// A delegate that knows when it may not be called any more.
 struct NumberedDelegate : KeldaneSocketDelegate {
   bool processData(const Bytes* payload, std::int32_t) override {
     EXPECT_FALSE(retired) << "it was replaced before this message came";
@@ -39,7 +39,7 @@ struct NumberedDelegate : KeldaneSocketDelegate {
   }
   std::atomic<bool> retired = false;
   std::atomic<int> count = 0;
-  std::vector<int> heard;  // on the receive thread, until it is retired
+  std::vector<int> heard;  // used on the receive thread until it is retired
 };
 
 struct CountingDelegate : KeldSocketDelegate {
@@ -78,7 +78,7 @@ TEST_F(DelegateStressTest, WhileDelegatesAreReplacedEachMessageReachesOneOfThemI
           old->retired = true;
           all.insert(all.end(), old->heard.begin(), old->heard.end());
         }
-        // A few messages each, or what there is left.
+        // Each delegate gets a few messages, or those that are left.
         const int wanted =
             std::min(static_cast<int>(1 + random.below(4)), kMessages - static_cast<int>(all.size()));
         const auto end = std::chrono::steady_clock::now() + testing::kGenerous;
@@ -102,7 +102,7 @@ TEST_F(DelegateStressTest, WhileDelegatesAreReplacedEachMessageReachesOneOfThemI
 
 constexpr MethodSignature kTell = {"tell:", 'v', "@"};
 
-/// Performs what the peers ask for, and calls back as it does.
+/// Performs the peers' requests, and calls back meanwhile.
 struct Listener : InvocationTarget {
   const MethodSignature* methodSignatureForSelector(std::string_view selector) const override {
     return selector == kTell.selector ? &kTell : nullptr;
@@ -127,7 +127,8 @@ std::string tell(int number) {
   return RawConnection::payloadOf(PropertyList::array({0U, "v", kTell.selector, 1U, "@", number}));
 }
 
-/// What these have heard, those of each in the order in which it heard them.
+/// The messages that these listeners have heard. Those of one listener are in the order in which it heard
+/// them.
 std::vector<int> heardBy(const std::vector<std::shared_ptr<Listener>>& listeners) {
   std::vector<int> heard;
   for (const auto& listener : listeners) {
@@ -195,7 +196,7 @@ TEST_F(DelegateStressTest, WhatPeersAskOfTheMainThreadIsDoneOnceAndInOrderWhoeve
   }
 }
 
-/// Lets go of a link on the thread that it is called on.
+/// Releases a link on the thread that calls it.
 struct LetsGo : KeldSocketDelegate {
   void socketConnected(const std::shared_ptr<KeldaneSocket>&) override { whenTold(whenConnected); }
   void socketFailed(const std::shared_ptr<KeldaneSocket>&) override { whenTold(!whenConnected); }
@@ -221,7 +222,7 @@ void letGoByAWriteThatFails(std::unique_ptr<Link> link, RawConnection& connectio
   EXPECT_EQ(delegate->thread.load(), std::this_thread::get_id());
 }
 
-/// In a call that the main thread performs.
+/// Releases the link in a call that the main thread performs.
 void letGoByTheMainThread(std::unique_ptr<Link> link, RawConnection& connection) {
   const auto listener = std::make_shared<Listener>();
   std::shared_ptr<Link> last = std::move(link);
@@ -250,13 +251,13 @@ TEST_F(DelegateStressTest, AProxyMayBeLetGoByItsLastOwnerOnAnyThread) {
     sockets.push_back(link->socket);
     RawConnection connection = peer.accept();
     switch (i % 6) {
-      case 0: {  // the thread that made it, while messages arrive
+      case 0: {  // released by the thread that made it, while messages arrive
         connection.writeFrame(kRequestFrame, tell(1));
         random.dawdle();
         link->end();
         break;
       }
-      case 1: {  // a thread that calls
+      case 1: {  // released by a thread that calls
         std::thread([last = std::move(link)]() mutable {
           last->proxy->addFileToBackup("last");
           last->end();
@@ -264,7 +265,7 @@ TEST_F(DelegateStressTest, AProxyMayBeLetGoByItsLastOwnerOnAnyThread) {
         }).join();
         break;
       }
-      case 2: {  // the receive thread, when it tells of a failure
+      case 2: {  // released by the receive thread when it reports a failure
         const auto delegate = std::make_shared<LetsGo>();
         const std::shared_ptr<KeldaneSocket> socket = link->socket;
         delegate->link = std::move(link);
@@ -278,9 +279,9 @@ TEST_F(DelegateStressTest, AProxyMayBeLetGoByItsLastOwnerOnAnyThread) {
       case 4:
         letGoByTheMainThread(std::move(link), connection);
         break;
-      default: {  // whichever of the receive thread and this one is later
+      default: {  // released by the receive thread or this one, whichever is later
         connection.writeFrame(kResponseFrame, "");
-        connection.writeFrame(kResponseFrame, "");  // it waits to hand this one over
+        connection.writeFrame(kResponseFrame, "");  // the receive thread waits to hand this one over
         random.dawdle();
         link->end();
       }

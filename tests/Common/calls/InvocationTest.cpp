@@ -32,7 +32,7 @@ TEST(RawValue, EncodesWithItsOwnCode) {
   EXPECT_TRUE(RawValue::of<'Q'>(UINT64_MAX).encoded().identical(UINT64_MAX));
 }
 
-/// Records what would be sent.
+/// Records the call that would be sent.
 struct Caller {
   RawValue call(std::string_view name, Arguments given) {
     selector = name;

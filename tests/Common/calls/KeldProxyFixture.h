@@ -1,4 +1,4 @@
-// A proxy with a connection, whose other end the test holds, and something that the peer may call.
+// A proxy with a connection whose other end the test holds, and a target that the peer may call.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -22,7 +22,7 @@ inline constexpr MethodSignature kTargetMethods[] = {
     {"tell:", 'v', "@"}, {"add:to:", 'i', "ii"},  {"fail", 'I', ""},         {"nothing", '@', ""},
     {"odd", '@', ""},    {"throwOther", 'v', ""}, {"describeBadly", 'v', ""}};
 
-/// What the peer may call here.
+/// The target of the peer's calls.
 struct Target : InvocationTarget {
   const MethodSignature* methodSignatureForSelector(std::string_view selector) const override {
     if (selector == "describeBadly") {
@@ -60,7 +60,7 @@ struct Target : InvocationTarget {
   std::mutex mutex;
   std::vector<std::string> told;
   std::thread::id thread;
-  std::function<void()> onTold;  // of the main thread
+  std::function<void()> onTold;  // called on the main thread
 };
 
 class KeldProxyTest : public ::testing::Test {

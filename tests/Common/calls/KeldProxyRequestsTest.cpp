@@ -1,4 +1,4 @@
-// What the peer calls: requests that the proxy performs.
+// The requests of the peer that the proxy performs.
 #include "tests/Common/calls/KeldProxyFixture.h"
 
 namespace keldane {
@@ -126,7 +126,7 @@ TEST_F(KeldProxyRequestsTest, AnythingElseThatIsThrownIsLoggedToo) {
 }
 
 TEST_F(KeldProxyRequestsTest, DamagedMessagesDoNoHarm) {
-  proxy_->socketClosing();  // so that results which nobody takes are dropped
+  proxy_->socketClosing();  // so that results that nobody fetches are dropped
   const std::string good = RawConnection::payloadOf(request("tell:", {"@", "text", "i", 2, "d", 1.5}));
   std::uint32_t random = 1;
   for (std::size_t round = 0; round < 5000; ++round) {

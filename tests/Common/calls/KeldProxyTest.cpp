@@ -142,7 +142,7 @@ TEST_F(KeldProxyTest, ALinkThatDropsWakesTheCallerWithNothingAfterASecond) {
 
 TEST_F(KeldProxyTest, ACallThatWasNotAnsweredIsToldFromOneThatWasAnsweredWithNothing) {
   socket_->setSocketDelegate(std::make_shared<KeldSocketDelegate>());
-  socket_->setCallDelegateOnMainThread(true);  // which nobody runs here
+  socket_->setCallDelegateOnMainThread(true);  // nobody runs the main thread's loop here
   std::thread answering([&] {
     connection_.readFrame();
     connection_.writeFrame(2, "");
@@ -190,7 +190,7 @@ TEST_F(KeldProxyTest, AFailedWriteThatClosesTheLinkDoesNotLeaveTheCallerWaiting)
   };
   socket_->setSocketDelegate(std::make_shared<Closer>(proxy_));
   connection_.close();
-  // Large enough that no buffer takes it all.
+  // The text is so large that no buffer can take all of it.
   EXPECT_TRUE(proxy_->dictionaryForPath(std::string(5'000'000, 'x')).isAbsent());
 }
 
@@ -272,7 +272,7 @@ TEST_F(KeldProxyTest, AStrayAnswerIsTakenByTheNextCall) {
   std::thread peer([&] {
     connection_.readFrame();
     connection_.answer(1);
-    connection_.answer(2);  // nobody asked
+    connection_.answer(2);  // an answer that nobody asked for
     connection_.readFrame();
     connection_.answer(3);
   });

@@ -1,5 +1,5 @@
-// Whether the order of the transport's locks is watched where that is built in; that it is kept shows in all
-// the other tests, which a breach would end.
+// Tests that the order of the transport's locks is recorded where that is built in. All other tests show that
+// the order is kept, because a breach would end them.
 #include <gmock/gmock.h>
 
 #include "Common/calls/KeldProxy.h"
@@ -33,7 +33,7 @@ class TransportLockOrderTest : public testing::KeldSocketTest {
   std::vector<std::string> findings_;
 };
 
-/// Does something when it is replaced, which it is told with the socket's monitor held.
+/// Runs a function when it is replaced. It is told of that with the socket's monitor held.
 struct Replaced : KeldSocketDelegate {
   explicit Replaced(std::function<void()> does) : whenReplaced(std::move(does)) {}
   void socketFailed(const std::shared_ptr<KeldaneSocket>&) override { whenReplaced(); }

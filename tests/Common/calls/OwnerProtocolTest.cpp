@@ -8,7 +8,7 @@
 namespace keldane {
 namespace {
 
-// The wire protocol once more, so that no row changes by accident.
+// The wire protocol is repeated here, so that no row changes by accident.
 constexpr std::string_view kExpectedSelectors[] = {
     "repository:", "setUpRepository:", "recover:",   "exportKey:",      "importKey:",
     "verifyKey:",  "addPassphrase:",   "check:",     "find:",           "failures:",
@@ -42,7 +42,7 @@ TEST(OwnerProtocol, LiesBesideTheFirstSocket) {
   EXPECT_EQ(ownerSocketPath("/run/keldane/keldaned.sock"), "/run/keldane/keldaned.sock.owner");
 }
 
-/// Both ends in one: what is called is performed at once.
+/// Both ends in one object. A call is performed at once.
 struct LoopedBack : OwnerCalls<LoopedBack> {
   RawValue call(std::string_view selector, Arguments arguments) {
     Invocation invocation{*KeldaneOwnerProtocol.find(selector), std::move(arguments), {}};

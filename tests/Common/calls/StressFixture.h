@@ -16,9 +16,9 @@
 
 namespace keldane::testing {
 
-inline constexpr std::size_t kCallers = 2;  // a proxy
+inline constexpr std::size_t kCallers = 2;  // threads that call one proxy
 
-/// A proxy over a socket of its own, as a client makes them.
+/// A proxy over a socket of its own, as in a client.
 struct Link {
   explicit Link(const std::string& path, std::shared_ptr<KeldSocketDelegate> delegate = nullptr) {
     if (delegate) {
@@ -36,7 +36,7 @@ struct Link {
   std::shared_ptr<KeldaneProxy> proxy = KeldaneProxy::create();
 };
 
-/// What a client does when its link fails.
+/// Ends the link when it fails, as a client does.
 struct EndsItsLink : KeldSocketDelegate {
   void socketFailed(const std::shared_ptr<KeldaneSocket>& socket) override {
     if (const std::shared_ptr<KeldaneProxy> held = proxy.lock()) {
@@ -67,7 +67,7 @@ class Threads {
 
 inline std::uint32_t answerTo(std::uint32_t question) { return question * 2654435761U | 1U; }
 
-/// Leaves nothing behind: no thread, descriptor, port or piece of work.
+/// Checks that a test leaves no thread, descriptor, port or piece of work behind.
 class StressTest : public ::testing::Test {
  protected:
   ~StressTest() override {

@@ -1,6 +1,6 @@
-// The transport and the proxies under many threads at once. Every test is bounded in number, and its order of
-// events is seeded as far as the threads leave it to the test; what each caller may see is asserted call by
-// call.
+// The transport and the proxies under many threads at once. Every test has a limited number of rounds. Its
+// order of events is seeded as far as the test controls it. Each test checks call by call what a caller may
+// see.
 #include <gmock/gmock.h>
 
 #include <barrier>
@@ -73,8 +73,8 @@ TEST_F(StressTest, EachOfManyCallersOnManyProxiesGetsItsOwnAnswers) {
   }
 }
 
-// Results are taken in the order in which they come, whoever asked: what comes without being asked for puts
-// all that follow behind by one.
+// Results are taken in the order in which they come, whoever asked. A result that nobody asked for shifts all
+// later ones by one.
 TEST_F(StressTest, TheCallsOfTwoThreadsTakeTheResultsInTheirOrder) {
   constexpr std::size_t kRounds = 6;
   constexpr std::size_t kCalls = 25;
@@ -134,7 +134,7 @@ TEST_F(StressTest, WhenThePeerLeavesEveryCallerGetsItsAnswerOrNothing) {
   std::vector<Link> links;
   for (std::size_t i = 0; i < kLinks; ++i) {
     const auto delegate = std::make_shared<EndsItsLink>();
-    Link& link = links.emplace_back(path(), i % 2 == 0 ? delegate : nullptr);  // or nobody ends it
+    Link& link = links.emplace_back(path(), i % 2 == 0 ? delegate : nullptr);  // else nobody ends it
     delegate->proxy = link.proxy;
   }
   ASSERT_TRUE(daemon.waitForClients(kLinks));
@@ -163,10 +163,11 @@ TEST_F(StressTest, WhenThePeerLeavesEveryCallerGetsItsAnswerOrNothing) {
   }
 }
 
-// By another thread it strands a caller that waits for its answer, which only an answer then releases.
+// When another thread closes the link, a caller that waits for its answer is stranded. Only an answer then
+// releases it.
 TEST_F(StressTest, ClosingALinkDuringCallsLeavesNoOtherAnswersThanTheirs) {
   constexpr std::size_t kLinks = 20;
-  constexpr std::uint32_t kReleased = 4;  // no answer to any question
+  constexpr std::uint32_t kReleased = 4;  // this value is no answer to any question
   FakeDaemon daemon(path());
   answerQuestions(daemon);
   for (std::size_t round = 0; round < kLinks; ++round) {
@@ -225,7 +226,7 @@ TEST_F(StressTest, ACallThatFindsItsLinkClosedDoesNotWait) {
     });
     together.arrive_and_wait();
     for (std::uint32_t i = random.below(20'000); i > 0; --i) {
-      std::atomic_signal_fence(std::memory_order_seq_cst);  // a pause of less than a call
+      std::atomic_signal_fence(std::memory_order_seq_cst);  // a pause shorter than a call
     }
     link.socket->close();
     const Frame frame = connection.readFrame();

@@ -1,4 +1,4 @@
-// What a socket does when the system has no thread to give.
+// The behaviour of a socket when the system has no thread to give.
 #include <pthread.h>
 
 #include "tests/Common/transport/KeldSocketFixture.h"
@@ -9,8 +9,8 @@ namespace {
 using testing::eventually;
 using testing::RawConnection;
 
-/// While it lives no thread can be started in this process: each would get a stack for which there are no
-/// addresses.
+/// While this object lives, no thread can be started in this process, because there are no addresses for its
+/// stack.
 class NoNewThreads {
  public:
   NoNewThreads() {

@@ -222,7 +222,7 @@ TEST(FileNode, ARestoreBrowserHidesWhatThisUserCannotRead) {
   chmod(folder.path().c_str(), 0711);
   chmod(file.c_str(), 0);
   const pid_t child = fork();
-  if (child == 0) {  // root, as whom tests may run, reads everything
+  if (child == 0) {  // the tests may run as root, who can read everything
     if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) {
       _exit(2);
     }

@@ -139,7 +139,7 @@ TEST(FileNodeTree, ABrowserCannotAskForATreeWithoutAPath) {
   EXPECT_THROW(x->showInRestoreBrowser(), AssertionFailure);
 }
 
-// --- Who owns whom ---
+// --- Ownership ---
 
 TEST(FileNodeTree, AHeldNodeHoldsWhatIsAboveIt) {
   Node::Pointer x;
@@ -272,7 +272,7 @@ TEST(FileNodeTree, ACopyInTheTreeItCameFromIsFreedWithIt) {
   EXPECT_EQ(root->count(), 2U);
 }
 
-// --- Large and deep ones ---
+// --- Large and deep trees ---
 
 TEST(FileNodeTree, DepthDoesNotUseTheStack) {
   constexpr int kDepth = 20000;

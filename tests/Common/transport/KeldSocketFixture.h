@@ -43,7 +43,7 @@ struct SocketDelegate : KeldSocketDelegate {
   std::vector<std::shared_ptr<KeldaneSocket>> children;
 };
 
-/// Type and payload, "(none)" for an absent one.
+/// The type and the payload; "(none)" for an absent payload.
 using Message = std::pair<std::int32_t, std::string>;
 using Messages = std::vector<Message>;
 
@@ -78,7 +78,7 @@ class KeldSocketTest : public ::testing::Test {
   KeldSocketTest() { gLoggingEnabled = true; }
   ~KeldSocketTest() override {
     socket_->close();
-    // The receive thread leaves by itself; a test must not end under its feet.
+    // The receive thread leaves by itself. A test must not end before that.
     EXPECT_TRUE(eventually([&] { return socket_.use_count() == 1; }));
   }
   RawConnection connect() {

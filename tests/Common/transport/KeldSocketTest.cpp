@@ -243,7 +243,7 @@ TEST_F(KeldSocketTest, ADelegateThatIsReplacedMayCloseTheSocketThatHeldIt) {
     explicit Closer(std::string* out) : told(out) {}
     void socketFailed(const std::shared_ptr<KeldaneSocket>& socket) override {
       socket->close();
-      *told += text;  // it still lives, though the socket alone held it
+      *told += text;  // the delegate still lives, though only the socket held it
     }
     std::string text = "a text that is too long to be held within the string object itself";
     std::string* told;
@@ -352,7 +352,7 @@ TEST_F(KeldSocketTest, ADelegateThatOwnsItsSocketGoesWhenTheSocketIsClosed) {
   EXPECT_TRUE(eventually([&] { return weak.expired(); }));
 }
 
-// Two hundred times, without the main run loop ever running.
+// Connects two hundred times while the main run loop never runs.
 TEST_F(KeldSocketTest, ManyConnectionsLeaveNothingBehind) {
   const auto cycle = [&] {
     const auto socket = KeldaneSocket::create();
@@ -365,7 +365,7 @@ TEST_F(KeldSocketTest, ManyConnectionsLeaveNothingBehind) {
     return eventually([&] { return socket.use_count() == 1; });
   };
   cycle();
-  RunLoop::main();  // made once, with descriptors of its own, when the first thing is queued
+  RunLoop::main();  // made once, with descriptors of its own, for the first queued call
   const auto threads = testing::settledThreadCount();
   const auto descriptors = testing::countOf("fd");
   for (int i = 0; i < 200; ++i) {

@@ -18,12 +18,12 @@ using testing::Message;
 using testing::Messages;
 using testing::RawConnection;
 
-// Far above the 0.2 s in which a thread leaves, below the second that follows a failure.
+// In seconds: far above the 0.2 s in which a thread leaves, and below the second that follows a failure.
 constexpr double kSoon = 0.7;
 
 class KeldSocketThreadsTest : public testing::KeldSocketTest {
  protected:
-  /// From closing the socket until its thread has let go of it.
+  /// The time from closing the socket until its thread has released it.
   double secondsToLeave() {
     const auto start = std::chrono::steady_clock::now();
     socket_->close();
@@ -101,7 +101,8 @@ TEST_F(KeldSocketThreadsTest, GarbageIsPassedOverInWholeSteps) {
 
 TEST_F(KeldSocketThreadsTest, GarbageThatIsShorterCostsTheMessageBehindIt) {
   RawConnection peer = connect();
-  // 10 bytes of garbage push the frame out of step; 62 more bring the next one into it again.
+  // 10 bytes of garbage push the frame of 98 bytes out of step. Together they fill three steps of 36 bytes,
+  // so the next frame is in step again.
   peer.write(std::string(10, '?') + RawConnection::frame(1, std::string(54, 'l')));
   peer.writeFrame(1, "heard again");
   ASSERT_TRUE(data_->waitFor(1));
@@ -258,7 +259,7 @@ TEST_F(KeldSocketThreadsTest, APayloadOfWhichNothingComesIsAFailure) {
   EXPECT_LT(secondsToLeave(), kSoon);
 }
 
-// The other end of a descriptor whose reads do not wait, and what is there when the receive thread starts.
+// Uses a descriptor whose reads do not wait, with bytes that are there when the receive thread starts.
 class ReadsThatWouldBlock : public KeldSocketThreadsTest {
  protected:
   void startWith(const std::string& bytes) {
@@ -270,7 +271,7 @@ class ReadsThatWouldBlock : public KeldSocketThreadsTest {
     other_.write(bytes);
     ASSERT_TRUE(socket_->start());
   }
-  /// Until the thread has taken all that was written.
+  /// Waits until the thread has read everything that was written.
   void waitUntilTaken() {
     EXPECT_TRUE(eventually([&] {
       int left = 0;

@@ -7,7 +7,7 @@ namespace {
 
 using testing::RawConnection;
 
-/// Gives each peer limits, and a data delegate once the test says so.
+/// Gives each peer limits, and a data delegate when the test says so.
 struct Server : testing::SocketDelegate {
   bool socketAccepted(const std::shared_ptr<KeldaneSocket>& child) override {
     child->setLimits(limits);

@@ -49,7 +49,7 @@ TEST(LogEntry, WritesTheLineWhenTheLogIsOn) {
   EXPECT_EQ(log.lines(), (std::vector<std::string>{"Entry:"}));
 }
 
-/// The entries work on while the log throws.
+/// Tests that the entries still work when the log throws.
 class BrokenLog : public testing::MenuTest {
  protected:
   BrokenLog() {

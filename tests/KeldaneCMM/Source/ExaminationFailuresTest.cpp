@@ -1,4 +1,4 @@
-// When a step of building the menu fails.
+// Tests with a failing step while the menu is built.
 #include <gtest/gtest.h>
 
 #include <map>
@@ -26,7 +26,7 @@ TEST_F(ExaminationFailures, AnswersTheErrorOfACommandListThatTakesNothing) {
   AEDisposeDesc(&record);
 }
 
-/// Makes each call of each function fail in turn and looks at what the host gets.
+/// Makes each call of each function fail in turn and checks the result for the host.
 class FailingStep : public ExaminationFailures, public ::testing::WithParamInterface<const char*> {};
 
 TEST_P(FailingStep, LeavesOutOneItemOrTheWholeMenuAndLeaksNothing) {
@@ -65,8 +65,9 @@ TEST_P(FailingStep, LeavesOutOneItemOrTheWholeMenuAndLeaksNothing) {
     EXPECT_EQ(CFGetLiveObjectCount(), titlesBefore) << nth;
   }
   const std::map<std::string, std::pair<int, int>> expected = {
-      {"AECreateList", {7, 2}},    // a record an item; the list and the parent's record
-      {"AEPutParamPtr", {17, 3}},  // title and number an item, attributes for three; the same for the parent
+      {"AECreateList", {7, 2}},  // one record for each item; the list and the parent's record
+      {"AEPutParamPtr",
+       {17, 3}},  // title and number for each item, attributes for three; the same for the parent
       {"AEPutDesc", {7, 1}},
       {"AEPutParamDesc", {0, 1}}};
   EXPECT_EQ(std::make_pair(itemsLeftOut, menusLeftOut), expected.at(GetParam()));

@@ -17,9 +17,9 @@ using testing::Selection;
 using Titles = std::vector<std::string>;
 
 constexpr std::uint32_t kEnabled = 2;            // a file that may be backed up and is not
-constexpr std::uint32_t kChecked = 3;            // one that is
-constexpr std::uint32_t kPriority = 0x60002;     // one that may be given priority
-constexpr std::uint32_t kHasPriority = 0x70002;  // one that has it
+constexpr std::uint32_t kChecked = 3;            // a file that is backed up
+constexpr std::uint32_t kPriority = 0x60002;     // a file that may be given priority
+constexpr std::uint32_t kHasPriority = 0x70002;  // a file that has priority
 
 constexpr char kBackup[] = "Back This Up";
 constexpr char kExclude[] = "Don't Back This Up";
@@ -43,7 +43,7 @@ class Examination : public testing::MenuTest {
   }
 };
 
-// Whether there is anything to show.
+// Tests of whether there is anything to show.
 
 TEST_F(Examination, ShowsNothingInAnotherHost) {
   listen();
@@ -166,7 +166,7 @@ TEST_F(Examination, TestsTheLogSwitchFirst) {
   const bool wasThere = std::filesystem::exists(kSwitch);
   const testing::LogCapture log;
   ASSERT_FALSE(KeldaneLogEnabled());
-  // The switch has one place on a machine, so another test may take it away in between.
+  // A machine has only one switch file, so another test may remove it meanwhile.
   EXPECT_TRUE(testing::eventually([&] {
     std::ofstream{kSwitch, std::ios::app};
     examine({"/a"});
@@ -182,7 +182,7 @@ TEST_F(Examination, TestsTheLogSwitchFirst) {
   gLoggingEnabled = false;
 }
 
-// The menu.
+// Tests of the menu.
 
 TEST_F(Examination, BuildsTheWholeMenuByteByByte) {
   const std::string path = know(file("a"), node(0x60006));
@@ -317,7 +317,7 @@ TEST_F(Examination, CountsASymbolicLinkAsWhatItPointsTo) {
   EXPECT_EQ(titles({link}), (Titles{kStatus, "-", kBackup, "-", kPreferences})) << "a folder has no priority";
 }
 
-// The title texts.
+// Tests of the title texts.
 
 TEST_F(Examination, TakesTheTitlesFromTheUsersLanguage) {
   bundle_.writeStrings("en", "\"Single File Status\" = \"State %@!\"; \"Menu Title\" = \"Backup\";");
@@ -366,7 +366,7 @@ TEST_F(Examination, ShowsAStateOfAnyKind) {
   }
 }
 
-// What the daemon is asked.
+// Tests of the questions to the daemon.
 
 TEST_F(Examination, AsksTheDaemonAsOftenAsItAlwaysDid) {
   const std::string plain = knownFile("a.txt", kEnabled);
@@ -376,7 +376,8 @@ TEST_F(Examination, AsksTheDaemonAsOftenAsItAlwaysDid) {
     Titles selection;
     std::size_t nodes, toggles;
   };
-  // Barred, in the backup, priority, offers; a single selection asks once more for its status line.
+  // A file takes four look-ups: excluded, in the backup, priority, offers. A single selection asks once more
+  // for its status line.
   const Row rows[] = {{{plain}, 5, 1}, {{other}, 4, 0}, {{gone}, 4, 0}, {{plain, other, gone}, 4 + 3 + 3, 1}};
   for (const Row& row : rows) {
     daemon_->forgetCalls();

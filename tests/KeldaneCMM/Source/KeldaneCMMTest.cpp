@@ -32,7 +32,7 @@ class KeldaneCMMTest : public testing::MenuTest {
     module_->addBackupFlag(&before, "/x");
     return before;
   }
-  /// Everything that was sent so far; what the marker stands for is not among it.
+  /// All calls that were sent so far, without the marker.
   std::vector<DaemonCall> calls() {
     module_->removePathFromBackup("/marker");
     const DaemonCall marker = {"removeFileFromBackup:", {"/marker"}};
@@ -226,7 +226,7 @@ TEST_F(KeldaneCMMTest, AsksForTheToggleOfAFilesType) {
             (std::vector<DaemonCall>{{"getFileTypeToggle:", {".txt"}}, {"getFileTypeToggle:", {"."}}}));
 }
 
-/// Files with a type code in the extended attribute that holds it.
+/// Tests with files that have a type code in their extended attribute.
 class FileTypes : public KeldaneCMMTest {
  protected:
   FileTypes() {
@@ -235,8 +235,8 @@ class FileTypes : public KeldaneCMMTest {
   }
   ~FileTypes() override { std::filesystem::remove_all(elsewhere_); }
 
-  /// A file with this code, in the temporary folder or, if that keeps no such attributes, where the test
-  /// runs.
+  /// Makes a file with this code in the temporary folder or, if that supports no such attributes, in the
+  /// working folder.
   std::string typedFile(const std::string& name, const std::string& code) {
     const std::string info = code + std::string(32 - code.size(), '\0');
     for (const bool here : {false, true}) {
@@ -276,9 +276,9 @@ TEST_F(FileTypes, AreTheCodeBackwardsWithoutAnExtension) {
       {"    ", "."},
       {std::string(4, '\0'), "."},
       {"PDF ", ". FDP"},
-      {"txt.", ".txt"},                  // begins with the point already, once it is read backwards
+      {"txt.", ".txt"},                  // begins with the point already when it is read backwards
       {std::string("A\0BC", 4), ".CB"},  // ends at the first NUL
-      {std::string("ABC\0", 4), "."},    // which may be the first byte
+      {std::string("ABC\0", 4), "."},    // the NUL may be the first byte
       {"\xA9\xC3"
        "ab",
        ".ba\u00E9"},        // the bytes backwards are text

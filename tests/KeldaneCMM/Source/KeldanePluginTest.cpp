@@ -13,7 +13,7 @@
 namespace keldane {
 namespace {
 
-// What a host relies on: the record begins with the pointer to the table.
+// Hosts rely on this: the record begins with the pointer to the table.
 static_assert(std::is_standard_layout_v<KeldanePluginInstance>);
 static_assert(std::is_trivial_v<KeldanePluginInstance>);
 static_assert(offsetof(KeldanePluginInstance, interface) == 0);
@@ -91,7 +91,8 @@ TEST(Factory, MakesItsIdOnceAndEachInstanceRetainsIt) {
 }
 
 TEST(Factory, WithoutAnIdMakesNothingAndTriesAgainNextTime) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");  // begins a process anew, in which no id has been made
+  GTEST_FLAG_SET(death_test_style,
+                 "threadsafe");  // starts a new process in which no identifier has been made
   const auto tryTwice = [] {
     testing::failCall("CFUUIDCreateFromString", 1, kNoErr);
     const bool nothing = make() == nullptr;
@@ -173,7 +174,7 @@ TEST(Shell, LogsALineAtEachEntry) {
 
 using InstanceInACycle = testing::MenuTest;
 
-// The clean-up at the end of the cycle is what releases the module, and it has not come.
+// Only the clean-up at the end of the cycle releases the module, and it has not come yet.
 TEST_F(InstanceInACycle, ReleasedForTheLastTimeLeavesItsModuleAlone) {
   listen();
   examine({file("a")});

@@ -1,4 +1,4 @@
-// Whole menu cycles, and what they leave behind: nothing.
+// Tests that whole menu cycles leave nothing behind.
 #include <gtest/gtest.h>
 
 #include "KeldaneCMM/Source/MenuCommands.h"
@@ -24,7 +24,7 @@ class MenuCycle : public testing::MenuTest {
     AEDisposeDesc(commands_.get());
     cleanup();
   }
-  /// One cycle, in which everything is made that is made once in a process.
+  /// Runs one cycle, in which everything is made that is made once in a process.
   void warmUp(const std::string& path) {
     const std::ptrdiff_t threads = testing::countOf("task");
     cycle({path}, kCommandBackup);
@@ -35,7 +35,7 @@ class MenuCycle : public testing::MenuTest {
       return testing::countOf("task") == threads;
     }));
   }
-  /// The connections of the daemon that lives in this process count as its own, so they are ended first.
+  /// The daemon runs in this process, so its connections would count. They are ended first.
   void expectFootprint(const Footprint& before) {
     if (daemon_) {
       daemon_->hangUp();
@@ -75,7 +75,7 @@ TEST_F(MenuCycle, ThatLosesItsDaemonLeavesNothingBehind) {
   ASSERT_EQ(examine({path}), kNoErr);
   ASSERT_TRUE(daemon_->waitForClients(1));
   daemon_->hangUp();
-  // Long enough for the failure to be told and the next connection to be made.
+  // Waits until the failure was reported and the next connection is made.
   EXPECT_TRUE(testing::eventuallyRunning([&] { return daemon_->clients() == 1; }));
   AEDisposeDesc(commands_.get());
   cleanup();

@@ -41,7 +41,7 @@ TEST(SelectionToPaths, LeavesOutItemsWithoutAPath) {
   Selection selection({"/1", "/2"});
   OwnedDescriptor text;
   createText("/3", text.get());
-  AEPutDesc(selection.get(), 1, text.get());  // in place of the first
+  AEPutDesc(selection.get(), 1, text.get());  // replaces the first item
   OwnedDescriptor last;
   createFileURLDescriptor("/4", last.get());
   AEPutDesc(selection.get(), 0, last.get());

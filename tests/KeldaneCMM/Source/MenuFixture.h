@@ -1,5 +1,5 @@
-// What the tests of the menu have in common: a host, a daemon, an instance of the plug-in, and a reader for
-// the menus that it builds.
+// The fixture of the menu's tests: a host, a daemon, an instance of the plug-in, and a reader for the menus
+// that it builds.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -33,7 +33,7 @@ class LogSwitchedOn : public LogCapture {
   LogSwitchedOn& operator=(const LogSwitchedOn&) = delete;
 };
 
-/// A selection as a host hands it over: one path is one descriptor, several are a list.
+/// A selection as a host passes it: one path is one descriptor, several paths are a list.
 class Selection : public OwnedDescriptor {
  public:
   using Maker = OSErr (*)(std::string_view path, AEDesc* result);
@@ -57,7 +57,7 @@ inline OSErr createText(std::string_view text, AEDesc* result) {
   return AECreateDesc(typeUTF8Text, text.data(), text.size(), result);
 }
 
-/// One record of a menu. `command` is the number's bytes as they stand.
+/// One record of a menu. `command` holds the number's bytes unconverted.
 struct MenuItem {
   std::string title;
   std::string command;
@@ -120,7 +120,8 @@ inline std::vector<MenuItem> readItems(const AEDescList& list) {
 /// The bytes of a command number as an item holds it: 4 of them, the least significant first.
 inline std::string command(const char (&code)[5]) { return {code[3], code[2], code[1], code[0]}; }
 
-/// As the host and the bundle of these tests are: the Finder with item attributes, English, no daemon yet.
+/// The host of these tests is the Finder with item attributes. The bundle is in English, and there is no
+/// daemon yet.
 class MenuTest : public ::testing::Test {
  protected:
   MenuTest() {
@@ -152,10 +153,10 @@ class MenuTest : public ::testing::Test {
   }
 
   void listen() {
-    daemon_.reset();  // which takes the socket away, so before the next one makes its own
+    daemon_.reset();  // this removes the socket, so it comes before the next one makes its own
     daemon_ = std::make_unique<FakeDaemon>(bundle_.daemonPath());
   }
-  /// Something is where the daemon's socket belongs, but nobody answers there.
+  /// Puts a file where the daemon's socket belongs, so that nobody answers there.
   void installWithoutDaemon() { bundle_.folder().write("daemon.sock", ""); }
 
   std::string file(const std::string& name) { return bundle_.folder().write("files/" + name, "content"); }
@@ -170,7 +171,7 @@ class MenuTest : public ::testing::Test {
                                      {"isDirectory", PropertyList::boolean(isDirectory)},
                                      {"state", state}});
   }
-  /// What the daemon knows of a path from now on. Of others it knows nothing.
+  /// Sets the daemon's answer for a path. It knows nothing of other paths.
   std::string know(const std::string& path, const PropertyList& dictionary) {
     if (!daemon_) {
       listen();
@@ -206,7 +207,7 @@ class MenuTest : public ::testing::Test {
     EXPECT_EQ(items.get()->descriptorType, typeAEList);
     return Menu{parents.front(), readItems(*items.get())};
   }
-  /// The examination's menu as titles, which is what most tests are about. "(none)" without a menu.
+  /// The titles of the examination's menu, which most tests check. "(none)" when there is no menu.
   std::vector<std::string> titles(const std::vector<std::string>& paths) {
     EXPECT_EQ(examine(paths), kNoErr);
     const std::optional<Menu> shown = menu();

@@ -1,4 +1,4 @@
-// The bundle as it is built, whose folder lies beside that of the test programs.
+// Tests the built bundle. Its folder lies beside that of the test programs.
 #include <gtest/gtest.h>
 
 #include "platform/bundle/Bundle.h"

@@ -16,7 +16,7 @@ constexpr std::uint32_t kAllCommands[] = {kCommandSubmenu,        kCommandStatus
 
 class SelectionTest : public testing::MenuTest {
  protected:
-  /// Begins a cycle and forgets what the daemon was asked on the way.
+  /// Begins a cycle and forgets the questions that the daemon was asked meanwhile.
   void beginCycle() {
     listen();
     ASSERT_EQ(examine({"/begin"}), kNoErr);
@@ -27,7 +27,7 @@ class SelectionTest : public testing::MenuTest {
     Selection selection(paths);
     return KeldanePlugin_HandleSelection(instance_, selection.get(), static_cast<SInt32>(command));
   }
-  /// The calls that came of a choice, all of them: what is sent afterwards comes after them.
+  /// All calls that a choice has caused. A last call is sent afterwards, so all earlier ones have arrived.
   std::vector<DaemonCall> callsOf(std::uint32_t command, const std::vector<std::string>& paths) {
     EXPECT_EQ(choose(command, paths), kNoErr);
     EXPECT_EQ(choose(kCommandExclude, {"/last"}), kNoErr);
@@ -176,7 +176,7 @@ class MissingPreferences : public testing::MenuTest,
 
 TEST_P(MissingPreferences, ReachTheOpenerAsAbsent) {
   PropertyList::Entries info = {{"DaemonPath", bundle_.daemonPath()}};
-  info.emplace_back("Prefpane Path", GetParam().value);  // an absent value leaves its entry out
+  info.emplace_back("Prefpane Path", GetParam().value);  // an entry with an absent value is left out
   bundle_.writeInfo(info);
   installWithoutDaemon();
   ASSERT_EQ(examine({file("a")}), kNoErr);

@@ -76,11 +76,7 @@ class BackupWorkerTest : public ::testing::Test {
     }
   }
   ~BackupWorkerTest() override { worker_.stop(); }
-  void pause() {
-    BackupWorker::Modes modes;
-    modes.enabled = false;
-    worker_.setModes(modes);
-  }
+  void pause() { worker_.setModes({.enabled = false}); }
   bool waitUntilDone() {
     return eventually([&] {
       const BackupWorker::Progress progress = worker_.progress();

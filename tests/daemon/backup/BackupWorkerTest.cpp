@@ -113,9 +113,7 @@ TEST_F(BackupWorkerTest, CountsWhatIsPendingWhileItIsOff) {
 }
 
 TEST_F(BackupWorkerTest, StoresPreferredFilesByThemselves) {
-  BackupWorker::Modes modes;
-  modes.automatic = false;
-  worker_.setModes(modes);
+  worker_.setModes({.automatic = false});
   rules_.setRule(folder_ / "files", true);
   worker_.start();
   ASSERT_TRUE(eventually([&] { return worker_.progress().pendingFiles == 3; }));
@@ -125,15 +123,12 @@ TEST_F(BackupWorkerTest, StoresPreferredFilesByThemselves) {
   EXPECT_EQ(engine_.targets(0), std::vector<std::string>{file("b")});
   EXPECT_TRUE(eventually([&] { return !worker_.isPrioritized(file("b")); })) << "done is done";
   EXPECT_TRUE(store_.priorities().empty());
-  modes.automatic = true;
-  worker_.setModes(modes);
+  worker_.setModes({});
   EXPECT_TRUE(eventually([&] { return store_.totals().files == 3; }));
 }
 
 TEST_F(BackupWorkerTest, AFileThatIsPreferredAgainWhileItIsStoredIsStoredAgain) {
-  BackupWorker::Modes modes;
-  modes.automatic = false;
-  worker_.setModes(modes);
+  worker_.setModes({.automatic = false});
   rules_.setRule(folder_ / "files", true);
   engine_.answerWith([&](const StoreRequest&, EngineJob&) {
     if (engine_.batches() == 1) {
@@ -152,9 +147,7 @@ TEST_F(BackupWorkerTest, AFileThatIsPreferredAgainWhileItIsStoredIsStoredAgain) 
 }
 
 TEST_F(BackupWorkerTest, AFileThatChangesWhileItIsStoredIsNoLongerPreferred) {
-  BackupWorker::Modes modes;
-  modes.automatic = false;
-  worker_.setModes(modes);
+  worker_.setModes({.automatic = false});
   rules_.setRule(folder_ / "files", true);
   engine_.answerWith([&](const StoreRequest&, EngineJob&) {
     folder_.write("files/a", "longer");

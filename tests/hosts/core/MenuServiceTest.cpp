@@ -27,7 +27,7 @@ constexpr auto kShort = MenuService::Patience(20);
 constexpr std::uint32_t kAdd = fourCharCode("r2d<");
 constexpr char kQuestion[] = "dictionaryForPath:withDirSizes:";
 
-/// Lets the daemon's answers wait until it is opened.
+/// Holds the daemon's answers back until it is opened.
 class Gate {
  public:
   void close() { set(true); }
@@ -76,7 +76,7 @@ class MenuServiceTest : public ::testing::Test {
     }
     return titles;
   }
-  /// How often the daemon was asked about a path.
+  /// The number of times that the daemon was asked about a path.
   std::size_t questions(const std::string& path) const {
     std::size_t count = 0;
     for (const testing::DaemonCall& call : daemon_->calls()) {
@@ -285,7 +285,7 @@ TEST_F(MenuServiceTest, WithoutAPluginThereIsNothingToShowUntilThereIsOne) {
   EXPECT_EQ(titles(other.menuFor({"/a"})), kOffers);
 }
 
-/// In a process of its own, in which no run loop has been made yet: making one takes descriptors.
+/// Runs in a process of its own in which no run loop has been made yet, because making one takes descriptors.
 [[noreturn]] void startWithoutDescriptors() {
   rlimit before{};
   getrlimit(RLIMIT_NOFILE, &before);

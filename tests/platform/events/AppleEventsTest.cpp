@@ -84,7 +84,7 @@ TEST(AppleEvents, AFailureLeavesANullDescriptorWhateverTheResultHeld) {
       [&](AEDesc* result) { return AEGetParamDesc(&record, 1, typeWildCard, result); },
   };
   for (const auto& fails : failures) {
-    AEDesc result = {typeChar, nullptr};  // as a host may hand in what it has not cleared
+    AEDesc result = {typeChar, nullptr};  // a host may pass an uncleared descriptor
     EXPECT_NE(fails(&result), kNoErr);
     EXPECT_EQ(result.descriptorType, typeNull);
   }

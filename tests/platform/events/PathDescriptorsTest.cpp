@@ -17,7 +17,7 @@ std::string text(const AEDesc& desc) {
   return data;
 }
 
-/// The way that a plug-in takes from a descriptor to a path.
+/// Converts a descriptor to a path as a plug-in does.
 std::optional<std::string> pathThrough(Create create, const std::string& path) {
   OwnedDescriptor desc;
   create(path, desc.get());

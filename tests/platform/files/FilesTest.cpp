@@ -94,7 +94,7 @@ TEST(FileManager, ReadsAttributesWithAndWithoutALastLink) {
 }
 
 TEST(FileManager, ReadsTheTypeCodeFromItsAttribute) {
-  // Not every file system keeps such attributes; one of the two places here does.
+  // Not every file system supports such attributes. One of these two places does.
   for (const std::filesystem::path& place :
        {std::filesystem::temp_directory_path(), std::filesystem::current_path()}) {
     std::string file = (place / "keldane-type-XXXXXX").string();
@@ -171,7 +171,7 @@ TEST(Workspace, TheHostsSignalsReachTheHostAndTheOpenersTheOpener) {
   chmod(folder.write("xdg-open", waitingOpener(folder)).c_str(), 0755);
   const std::string path = std::string(getenv("PATH"));
   setenv("PATH", (folder.path().string() + ":" + path).c_str(), 1);
-  std::thread([] {}).join();  // the first thread brings that of a sanitizer with it
+  std::thread([] {}).join();  // the first thread also starts that of a sanitizer
   const std::ptrdiff_t threads = testing::settledThreadCount();
   const std::size_t before = testing::threadsThatTake(SIGCHLD);
   {
@@ -237,7 +237,7 @@ TEST(UserFolders, HaveOneForState) {
   EXPECT_EQ(stateFolder(), "/home/somebody/.local/state");
 }
 
-/// A runtime folder as a session would make it, and the folder of those that are used without one.
+/// A runtime folder as a session makes it, and the folder of the fallbacks.
 class RuntimeFolder : public ::testing::Test {
  protected:
   RuntimeFolder() {

@@ -17,7 +17,8 @@ using testing::nested;
 using testing::read;
 using testing::sample;
 
-// A dictionary leaves a value out when its key is there twice, and another container may refer to that value.
+// When a key is there twice, the dictionary leaves one value out. Another container may still refer to that
+// value.
 TEST(BinaryReader, KeepsWhatOneDictionaryLeavesOutForTheNext) {
   const std::string text = "\x58only one";
   const Bytes bytes = document({std::string("\xA2\x01\x02", 3), std::string("\xD2\x03\x04\x05\x06", 5),
@@ -69,7 +70,7 @@ TEST(BinaryReader, DictionariesWithTheUsualKeysShareThem) {
   EXPECT_EQ(keyOf(dictionary("name", "size", 6)).string().data(), other.string().data());
 
   const std::string longName(15, 'n');
-  for (const char* name : {"größe", longName.c_str()}) {  // which are not looked for
+  for (const char* name : {"größe", longName.c_str()}) {  // such keys are not searched for
     const PropertyList unusual = keyOf(dictionary(name, "kind", 7));
     EXPECT_NE(keyOf(dictionary(name, "kind", 7)).string().data(), unusual.string().data());
   }
@@ -91,7 +92,7 @@ TEST(BinaryReader, TheUsualKeysAreThoseOfTheOutermostDictionary) {
   EXPECT_EQ(keyOf(nest), outer);
 }
 
-// Whatever the usual keys are, and however the message is damaged.
+// This must hold for any usual keys and any damage of the message.
 TEST(BinaryReader, TheUsualKeysChangeNothingOfWhatIsRead) {
   const std::vector<Bytes> documents = {
       document({"\xD2\x01\x02\x03\x04", "\x51\x61", "\x51\x62", "\x10\x01", "\x10\x02"}),
@@ -150,7 +151,7 @@ TEST(BinaryReader, ANulFollowsEveryTextWhateverTheMemoryHeldBefore) {
     texts.emplace_back(std::string(length, 'x'));
   }
   const Bytes bytes = binary(PropertyList::array(texts));
-  for (int round = 0; round < 3; ++round) {  // the later ones get the memory of those before
+  for (int round = 0; round < 3; ++round) {  // later rounds get the memory of earlier ones
     const PropertyList value = read(bytes);
     ASSERT_EQ(value.count(), texts.size());
     for (std::size_t length = 0; length < texts.size(); ++length) {
@@ -252,7 +253,7 @@ TEST(BinaryReader, RefusesWhatIsMalformedWithASentenceAndAnOffset) {
 TEST(BinaryReader, RefusesObjectsThatReachBeyondTheEndOfTheObjects) {
   struct Cut {
     std::string marker;  // with the count
-    std::size_t size;    // of what follows
+    std::size_t size;    // bytes that follow
   };
   const Cut cuts[] = {{"\x10", 1}, {"\x11", 2},     {"\x12", 4},     {"\x13", 8}, {"\x14", 16}, {"\x22", 4},
                       {"\x23", 8}, {"\x33", 8},     {"\x43", 3},     {"\x53", 3}, {"\x63", 6},  {"\xA3", 3},
@@ -267,7 +268,7 @@ TEST(BinaryReader, RefusesObjectsThatReachBeyondTheEndOfTheObjects) {
 
 TEST(BinaryReader, RefusesNestingBeyondItsLimitHoweverItIsShared) {
   EXPECT_EQ(read(binary(nested(512))), nested(512));
-  // 600 arrays, each around the next: longer offsets, so by hand.
+  // 600 arrays, each around the next. They need longer offsets, so the document is made by hand.
   Bytes bytes = bytesOf("bplist00");
   const std::size_t count = 600;
   for (std::size_t i = 0; i < count; ++i) {
@@ -297,7 +298,7 @@ TEST(BinaryReader, RefusesNestingBeyondItsLimitHoweverItIsShared) {
 }
 
 TEST(BinaryReader, RefusesObjectsThatOverlap) {
-  // Every string is the rest of the one before.
+  // Each string is the rest of the string before it.
   std::string error;
   EXPECT_FALSE(read(document({"\xA2\x01\x02", "\x5A" + std::string(1, '\x59'), "\x58" + std::string(8, 'a')}),
                     &error));

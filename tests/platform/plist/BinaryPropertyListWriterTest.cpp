@@ -91,7 +91,6 @@ TEST(BinaryWriter, RefusesAbsentValuesAndTooDeepNesting) {
   EXPECT_FALSE(PropertyListSerialization::dataFromPropertyList(1, Format::openStep, &error));
 }
 
-// Whatever two of a value's dictionaries have in common, the bytes are those of dictionaries by themselves.
 TEST(BinaryWriter, CountsTheLevelsOfASharedContainerWhereItIsDeepest) {
   constexpr int kMaximum = PropertyListSerialization::kMaximumDepth;
   constexpr int kShared = 100;
@@ -112,6 +111,7 @@ TEST(BinaryWriter, CountsTheLevelsOfASharedContainerWhereItIsDeepest) {
   EXPECT_NE(error.find("deeper"), std::string::npos);
 }
 
+// Dictionaries that share their keys must give the same bytes as dictionaries with keys of their own.
 TEST(BinaryWriter, WritesSharedKeysAsItWritesOthers) {
   const PropertyList::Keys keys = {"name", "size"};
   PropertyList::Array sharing;

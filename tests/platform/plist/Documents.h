@@ -38,7 +38,7 @@ inline std::string hex(const Bytes& bytes, std::size_t from, std::size_t count) 
   return text;
 }
 
-/// Objects, then the offset table and trailer that the format asks for.
+/// A document: the objects, the offset table and the trailer.
 inline Bytes document(const std::vector<std::string>& objects, std::uint64_t top = 0,
                       std::uint8_t referenceSize = 1) {
   Bytes bytes = bytesOf("bplist00");

@@ -129,7 +129,7 @@ TEST(PropertyList, ALargeDictionaryFindsEveryKey) {
 }
 
 TEST(PropertyList, ALookUpFindsKeysInAnyOrder) {
-  for (const int count : {3, 100}) {  // those of the second are searched by halves
+  for (const int count : {3, 100}) {  // the second count uses binary search
     PropertyList::Entries entries;
     for (int i = 0; i < count; ++i) {
       entries.emplace_back("key" + std::to_string(i), i);

@@ -135,7 +135,7 @@ TEST_F(PreferencesTest, ADamagedFileThatCannotBeSetAsideIsNotOverwritten) {
   const LogCapture log;
   const std::string content = "<plist><dict>";
   folder_.write("com.keldane.preferences.plist", content);
-  // All names that it could get within the next seconds are taken.
+  // Takes all names that the file could get within the next seconds.
   const std::time_t now = std::time(nullptr);
   for (std::time_t at = now; at < now + 10; ++at) {
     std::tm parts{};

@@ -5,7 +5,7 @@
 namespace keldane {
 namespace {
 
-// The languages themselves are tried end to end; a process without a locale speaks English.
+// The languages themselves are tested end to end. A process without a locale speaks English.
 
 constexpr KnownText kTexts[] = {
     known("%s file", "%s files"),     known("Nothing to do"),

@@ -111,7 +111,7 @@ TEST(ConditionLock, GoesToTheFirstWhoWaitsForItsCondition) {
   std::atomic<int> asked = 0;
   const auto wait = [&](int name, int condition) {
     threads.emplace_back([&, name, condition] {
-      // The question is asked right before the thread is put on the list, under the same inner mutex.
+      // The predicate is called right before the thread is put on the list, under the same inner mutex.
       if (lock.lockWhenCondition(condition, [&] {
             asked |= 1 << name;
             return false;
@@ -137,7 +137,7 @@ TEST(ConditionLock, GoesToTheFirstWhoWaitsForItsCondition) {
   EXPECT_EQ(order, (std::vector<int>{1, 2, 0}));
 }
 
-// Two hand a value to and fro; others interrupt, give up, and take the lock whatever its condition is.
+// Two threads pass a value back and forth. Others interrupt, give up, and take the lock under any condition.
 TEST(ConditionLock, LosesNobodyAmongWakingsAndCancellations) {
   constexpr int kRounds = 2000;
   ConditionLock lock(0);

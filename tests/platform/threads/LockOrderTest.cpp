@@ -27,7 +27,7 @@ class LockOrderTest : public ::testing::Test {
   }
   ~LockOrderTest() override { LockOrder::setListener({}); }
 
-  /// Takes them in this order and lets go of them all.
+  /// Takes the locks in this order and releases them all.
   template <class... Locks>
   static void take(Locks&... locks) KELDANE_NO_THREAD_SAFETY_ANALYSIS {
     (locks.lock(), ...);

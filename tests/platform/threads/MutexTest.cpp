@@ -18,7 +18,7 @@ TEST(Condition, ReleasesTheMutexWhileItWaitsAndHoldsItAfterwards) {
   {
     const ScopedLock guard(mutex);
     other = std::thread([&] {
-      const ScopedLock others(mutex);  // had only while the first thread waits
+      const ScopedLock others(mutex);  // available only while the first thread waits
       EXPECT_EQ(step, 1);
       step = 2;
       changed.notifyAll();

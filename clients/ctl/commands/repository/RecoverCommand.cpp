@@ -125,7 +125,7 @@ class Recovery {
     }
     fitted.add(total > 0 ? filled(tr("%s of %s snapshots to read"), countText(left), countText(total))
                          : tr("Reading the repository"));
-    fitted.add(health == "ready" || health.empty() ? "" : printable(healthText(health)));
+    fitted.add(health == "ready" || health.empty() ? "" : healthText(health));
     const auto time = progress_.timeLeft();
     fitted.add(total > 0 && time && left > 0 ? filled(tr("%s left"), durationText(*time)) : "");
     std::cout << terminal_.restartLine() << fitted.text() << std::flush;
@@ -137,9 +137,9 @@ class Recovery {
     }
     const std::string_view health = repository["health"].string();
     if (health != "ready") {
-      throw CommandFailure(kNotTaken, repository["detail"] ? sentenceFrom(repository["detail"])
-                                                           : filled(tr("The repository is %s."),
-                                                                    printable(healthText(health))));
+      throw CommandFailure(kNotTaken, repository["detail"]
+                                          ? sentenceFrom(repository["detail"])
+                                          : filled(tr("The repository is %s."), healthText(health)));
     }
     if (!options_.json) {
       std::cout << filled(tr("What is in the repository is known again (%s; snapshots: %s). Restore what you "

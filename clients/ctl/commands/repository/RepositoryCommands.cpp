@@ -28,8 +28,7 @@ class RepositoryPage {
   void print() {
     const std::string_view health = values_["health"].string();
     row(tr("Location"), text("location"));
-    row(tr("Health"),
-        terminal_.colored(health == "ready" ? Color::green : Color::red, printable(healthText(health))));
+    row(tr("Health"), terminal_.colored(health == "ready" ? Color::green : Color::red, healthText(health)));
     row("", values_["detail"] ? daemonWords(values_["detail"]) : "");
     row(tr("Repository"), text("repositoryId"));
     row(tr("Computer"), text("computerNumber") + (values_["hostName"] ? " (" + text("hostName") + ")" : ""));

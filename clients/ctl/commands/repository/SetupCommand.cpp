@@ -28,7 +28,7 @@ Place chosenPlace(OwnerSession& session) {
     std::cout << filled(
                      tr("The backup is kept at %s now (%s). What is there stays there; at another place the "
                         "backup begins anew."),
-                     location, printable(healthText(now["health"].string())))
+                     location, healthText(now["health"].string()))
               << "\n\n";
   }
   return askForPlace(std::string(now["dataFolder"].string()));

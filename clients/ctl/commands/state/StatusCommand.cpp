@@ -108,7 +108,7 @@ class StatusPage {
     const PropertyList health = values["health"], count = values["failureCount"];
     if (health) {
       const Color color = health.string() == "ready" ? Color::green : Color::red;
-      row(tr("Repository"), terminal_.colored(color, printable(healthText(health.string()))));
+      row(tr("Repository"), terminal_.colored(color, healthText(health.string())));
       const std::string date = dateText(values["lastGoodBackup"]);
       row(tr("Last good"), date.empty() ? tr("never") : date);
     }

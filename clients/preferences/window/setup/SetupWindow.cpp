@@ -1,5 +1,6 @@
 #include "clients/preferences/window/setup/SetupWindow.h"
 
+#include "clients/core/words/HealthText.h"
 #include "clients/core/words/Printable.h"
 #include "clients/core/words/Units.h"
 #include "clients/preferences/window/Widgets.h"
@@ -95,7 +96,7 @@ void SetupWindow::begin(const PropertyList& repository) {
   now_.set_text(
       filled(tr("The backup is kept at %s now (%s). What is there stays there; at another place the backup "
                 "begins anew."),
-             location, healthWords(std::string(repository["health"].string()))));
+             location, healthText(repository["health"].string())));
   if (!busy_) {
     go(kPlaceStep);
   }

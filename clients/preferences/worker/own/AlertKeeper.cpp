@@ -20,6 +20,12 @@ bool AlertKeeper::mayTell(AlertKind kind, const std::string& subject) {
   return may;
 }
 
+void AlertKeeper::noteReached() {
+  if (alerts_.noteReached(static_cast<double>(std::time(nullptr)))) {
+    write();
+  }
+}
+
 // When several writes run at once, each writes the latest state.
 void AlertKeeper::write() {
   {

@@ -20,6 +20,8 @@ class AlertKeeper {
   void setOn(AlertKind kind, bool on);
   /// Whether an alert may be told now; see Alerts.
   bool mayTell(AlertKind kind, const std::string& subject);
+  void noteReached();
+  double lastReached() const { return alerts_.lastReached(); }
 
  private:
   struct Latest {

@@ -8,8 +8,9 @@
 
 namespace keldane {
 
-/// One connection, with a call for each method of the daemon. A call waits, without a time limit, for its
-/// answer and is absent when the link has ended. One thread, which is never the window's.
+/// One connection to the daemon, with a call for each of the daemon's methods. A call waits for its answer
+/// without a time limit. Its result is absent when the link has ended. Used on one thread, which is never the
+/// window's thread.
 class DaemonLink final : public DaemonCalls<DaemonLink> {
  public:
   DaemonLink() = default;
@@ -17,7 +18,7 @@ class DaemonLink final : public DaemonCalls<DaemonLink> {
   DaemonLink(const DaemonLink&) = delete;
   DaemonLink& operator=(const DaemonLink&) = delete;
 
-  /// Once. False when nobody listens there.
+  /// To be called once, or again after `close`. False when nobody listens there.
   bool connect(const std::string& socketPath);
   /// True also before `connect`.
   bool isAtEnd() const { return !proxy_ || proxy_->isLinkAtEnd(); }
@@ -30,7 +31,8 @@ class DaemonLink final : public DaemonCalls<DaemonLink> {
   std::shared_ptr<KeldaneProxy> proxy_;
 };
 
-/// The daemon's socket as the installed plug-in's bundle names it; empty when there is none.
+/// The path of the daemon's socket that the installed plug-in's bundle names. Empty when no bundle is
+/// installed.
 std::string installedDaemonPath();
 
 }  // namespace keldane

@@ -16,13 +16,13 @@ StatusConnection::Attempt StatusConnection::connect(bool isAsked, Time now) {
   if (socketPath_.empty()) {
     socketPath_ = installedDaemonPath();
   }
-  if (std::exchange(isUntried_, false)) {  // the daemon turned it away
+  if (std::exchange(isUntried_, false)) {  // the daemon closed the last link without an answer
     stayAway(now);
     attempt.isLost = true;
   }
   const bool isNewSocket = hasNewSocket();
   if (isNewSocket) {
-    failures_ = 0;  // its daemon may not listen yet
+    failures_ = 0;  // its daemon has just started and may not listen yet
   }
   if (isAway_ && !isAsked && now < nextTry_ && !isNewSocket) {
     return attempt;
@@ -60,7 +60,7 @@ void StatusConnection::stayAway(Time now) {
   nextTry_ = now + std::min(rest, timing_.longestRetry);
 }
 
-/// Whether the socket is another than the one that could not be connected to.
+/// Whether there is a socket, and it is not the one that was found the last time.
 bool StatusConnection::hasNewSocket() {
   struct stat status {};
   std::pair<ino_t, std::int64_t> found;

@@ -1,4 +1,4 @@
-// When the status core connects to the daemon, and when it waits before the next attempt.
+// The status core's connection to the daemon, and the pauses between its attempts to connect.
 #pragma once
 
 #include <sys/types.h>
@@ -13,26 +13,26 @@
 
 namespace keldane {
 
-/// The link to the daemon, which is made again when it has ended. The pauses between attempts that fail grow;
-/// a socket that is new at the daemon's path ends a pause at once. One thread, which is never the window's;
-/// `isAway` may be read by others while that thread sleeps.
+/// Holds the link to the daemon and makes it again when it has ended. The pauses between failing attempts
+/// grow. A new socket at the daemon's path ends a pause at once. Used on one thread, which is never the
+/// window's thread. Other threads may call `isAway` while that thread sleeps.
 class StatusConnection {
  public:
   using Time = std::chrono::steady_clock::time_point;
 
-  /// `socketPath` empty: the first attempt looks up the path that the installed bundle names.
+  /// When `socketPath` is empty, the first attempt looks up the path that the installed bundle names.
   StatusConnection(std::string socketPath, const StatusTiming& timing)
       : timing_(timing), socketPath_(std::move(socketPath)) {}
 
   struct Attempt {
     bool isConnected = false;
     bool isNew = false;   // the link was made just now
-    bool isLost = false;  // the daemon could not be reached, or turned the last link away
+    bool isLost = false;  // the daemon could not be reached, or closed the last link without an answer
   };
-  /// Connects if there is no link and an attempt is due. `isAsked` makes one due, as somebody waits for an
-  /// answer.
+  /// Connects if there is no link and an attempt is due. `isAsked` makes an attempt due, because somebody
+  /// waits for an answer.
   Attempt connect(bool isAsked, Time now);
-  /// The daemon has answered: what failed before counts no longer.
+  /// Tells that the daemon has answered, so earlier failures no longer count.
   void hasAnswered();
   void leave();
 
@@ -40,7 +40,7 @@ class StatusConnection {
   bool isAtEnd() const { return link_.isAtEnd(); }
   /// Whether the last attempt to connect failed.
   bool isAway() const { return isAway_; }
-  /// While away: when to call `connect` again.
+  /// The time at which `connect` is to be called again while the daemon is away.
   Time nextLook(Time now) const;
 
  private:
@@ -50,12 +50,12 @@ class StatusConnection {
   const StatusTiming timing_;
   std::string socketPath_;
   DaemonLink link_;
-  std::pair<ino_t, std::int64_t>
-      triedSocket_;  // the socket of the last attempt that failed: its number and time
+  // Inode number and change time of the socket that was found last; 0 for none.
+  std::pair<ino_t, std::int64_t> triedSocket_;
   bool isAway_ = false;
   Time nextTry_{};
   bool isUntried_ = false;  // the link has not answered anything yet
-  unsigned failures_ = 0;   // to connect, since the last answer
+  unsigned failures_ = 0;   // attempts since the last answer that failed
 };
 
 }  // namespace keldane

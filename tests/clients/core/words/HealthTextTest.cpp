@@ -17,6 +17,7 @@ TEST(HealthText, HasWordsForEveryHealth) {
 
 TEST(HealthText, PassesOnWhatItDoesNotKnow) {
   EXPECT_EQ(healthText("onStrike"), "onStrike");
+  EXPECT_EQ(healthText("on\nstrike").find('\n'), std::string::npos);
   EXPECT_EQ(healthText(""), "");
 }
 

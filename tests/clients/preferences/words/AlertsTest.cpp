@@ -37,6 +37,17 @@ TEST(Alerts, TellNothingOfAKindThatIsSwitchedOff) {
   EXPECT_TRUE(alerts.mayTell(AlertKind::drill, "", 100));
 }
 
+TEST(Alerts, NoteOnceAnHourThatTheDaemonWasReached) {
+  Alerts alerts;
+  EXPECT_EQ(alerts.lastReached(), 0);
+  EXPECT_TRUE(alerts.noteReached(10'000));
+  EXPECT_FALSE(alerts.noteReached(13'599));
+  EXPECT_EQ(alerts.lastReached(), 10'000);
+  EXPECT_TRUE(alerts.noteReached(13'600));
+  EXPECT_TRUE(alerts.noteReached(500)) << "a clock that was set back";
+  EXPECT_EQ(alerts.lastReached(), 500);
+}
+
 TEST(Alerts, AreKeptWithWhatTheyHaveTold) {
   const testing::TemporaryFolder folder;
   setenv("XDG_CONFIG_HOME", folder.path().c_str(), 1);
@@ -47,10 +58,12 @@ TEST(Alerts, AreKeptWithWhatTheyHaveTold) {
   }
   alerts.setOn(AlertKind::noBackup, false);
   EXPECT_TRUE(alerts.mayTell(AlertKind::storage, "full", 1000));
+  EXPECT_TRUE(alerts.noteReached(5000));
   alerts.write();
   Preferences::forget();
   Alerts again = Alerts::read();
   EXPECT_FALSE(again.isOn(AlertKind::noBackup));
+  EXPECT_EQ(again.lastReached(), 5000);
   EXPECT_TRUE(again.isOn(AlertKind::drill));
   EXPECT_FALSE(again.mayTell(AlertKind::storage, "full", 1001));
   again.setOn(AlertKind::noBackup, true);

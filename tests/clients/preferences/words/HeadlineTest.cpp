@@ -110,5 +110,16 @@ TEST(AgoText, IsOfTheLargestUnit) {
   EXPECT_EQ(agoText({}, kNow), "");
 }
 
+TEST(AwayHeadline, IsTroubleAfterThreeDays) {
+  constexpr double kDay = 86400;
+  EXPECT_FALSE(awayHeadline(0, kNow)) << "never reached";
+  EXPECT_FALSE(awayHeadline(kNow - 3 * kDay, kNow));
+  const std::optional<Headline> away = awayHeadline(kNow - 3 * kDay - 1, kNow);
+  ASSERT_TRUE(away);
+  EXPECT_EQ(away->sentence, "Nothing is backed up: the backup daemon was last reached 3 days ago.");
+  EXPECT_EQ(away->alert, AlertKind::noBackup);
+  EXPECT_EQ(away->subject(), awayHeadline(kNow - 5 * kDay, kNow)->subject()) << "told once a day";
+}
+
 }  // namespace
 }  // namespace keldane

@@ -18,7 +18,7 @@ std::vector<std::string> files(int count) {
   return paths;
 }
 
-/// A window's thread that beats, and works as it is told between two beats.
+/// A simulated window's thread. It calls `take` at each beat, and works between two beats as the test says.
 class Window {
  public:
   explicit Window(ChangeQueue& queue) : queue_(queue) {}
@@ -28,7 +28,7 @@ class Window {
     work_.used += used;
     return queue_.take(work_);
   }
-  /// How many it got in so many beats, when a file costs it so much.
+  /// The number of files that the window got in `beats` beats when each file costs `each` of processor time.
   std::size_t taken(int beats, std::chrono::microseconds each, milliseconds other = milliseconds(0)) {
     std::size_t count = 0, last = 0;
     for (int i = 0; i < beats; ++i) {
@@ -57,7 +57,7 @@ TEST(ChangeQueueTest, HandsManyOverInTheOrderOfTheirNames) {
   Window window(queue);
   std::vector<std::string> expected = files(100);
   queue.add({expected.rbegin(), expected.rend()});
-  queue.add(files(70));  // some of them once more
+  queue.add(files(70));  // some of them are added again
   std::vector<std::string> all;
   while (const auto some = window.beat()) {
     all.insert(all.end(), some->begin(), some->end());
@@ -83,7 +83,7 @@ TEST(ChangeQueueTest, LeavesAThreadThatIsFreeMostOfItsTime) {
   Window window(queue);
   queue.add(files(10'000));
   const std::size_t inFiveSeconds = window.taken(125, std::chrono::microseconds(200));
-  // A thousand files cost 200 ms, so these are between a tenth and a third of the time.
+  // A thousand files cost 200 ms, so the limits are a tenth and a third of the time.
   EXPECT_GT(inFiveSeconds, 2'500U);
   EXPECT_LT(inFiveSeconds, 8'000U);
 }

@@ -15,7 +15,7 @@ const FileStatus kWaiting{Emblem::waiting, "Waiting to be backed up", 0};
 
 class StatusCacheTest : public ::testing::Test {
  protected:
-  /// Of files of "/f" named by numbers.
+  /// Shows files of "/f" that are named by numbers.
   void show(int count, int first = 0) {
     for (int i = first; i < first + count; ++i) {
       cache_.find("/f/" + std::to_string(i));
@@ -28,7 +28,7 @@ class StatusCacheTest : public ::testing::Test {
     }
     return answer;
   }
-  /// Answers what is due at a time; false when nothing is.
+  /// Answers the question that is due at a time; false when none is due.
   bool answerNext(Clock::time_point now, int count, const FileStatus& status) {
     const auto question = cache_.nextQuestion(now);
     if (question) {
@@ -65,7 +65,7 @@ TEST_F(StatusCacheTest, ListsAFolderOfManyAndKnowsTheOthersBeforeTheyAreAskedFor
   show(100);
   const auto question = cache_.nextQuestion(soon_);
   ASSERT_TRUE(question && question->whole);
-  show(50, 100);  // while the daemon answers
+  show(50, 100);  // more files are shown while the daemon answers
   EXPECT_EQ(cache_.keep(*question, answer(200, kBackedUp), 1ms).size(), 150U);
   EXPECT_FALSE(cache_.nextQuestion(soon_)) << "those that came meanwhile are known as well";
   EXPECT_EQ(*cache_.find("/f/199"), kBackedUp);

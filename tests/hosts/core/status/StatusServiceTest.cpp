@@ -40,7 +40,7 @@ class StatusServiceTest : public ::testing::Test {
   ~StatusServiceTest() override { release(); }
 
   void listen(const std::string& name = "d.sock") {
-    daemon_.reset();  // which takes its socket along
+    daemon_.reset();  // this removes its socket too
     daemon_ = std::make_unique<FakeDaemon>(folder_ / name);
     daemon_->answer(kQuestion, [what = what_](const PropertyList::Array& arguments) {
       what->wait();
@@ -61,7 +61,7 @@ class StatusServiceTest : public ::testing::Test {
   void hold() { what_->held = true; }
   void release() { what_->held = false; }
 
-  /// What the daemon says. Its threads may end after the test.
+  /// The daemon's answers. They are shared, because its threads may end after the test.
   struct What {
     PropertyList node(const std::string& path) const {
       return PropertyList::dictionary({{"fileName", path.substr(path.rfind('/') + 1)},
@@ -164,7 +164,7 @@ TEST_F(StatusServiceTest, LooksAgainAfterACommandThoughTheStateStays) {
   timing.statePoll = 1h;
   service(timing).statusOf("/f/a");
   ASSERT_TRUE(eventually([&] { return isKnown("/f/a"); }));
-  what_->state = 2;  // which nobody looks at
+  what_->state = 2;  // nobody polls the state here
   service().commandWasGiven({"/f/a", "/g/b"});
   EXPECT_TRUE(eventually([&] { return text("/f/a") == "State 2"; }));
 }
@@ -186,7 +186,7 @@ TEST_F(StatusServiceTest, ADaemonThatComesLaterIsFound) {
   std::this_thread::sleep_for(20ms);
   EXPECT_FALSE(isKnown("/f/a"));
   listen("other.sock");
-  std::filesystem::rename(folder_ / "other.sock", folder_ / "d.sock");  // which is listened at already
+  std::filesystem::rename(folder_ / "other.sock", folder_ / "d.sock");  // a daemon already listens at it
   EXPECT_TRUE(eventually([&] { return isKnown("/f/a"); })) << "by its socket, long before the next attempt";
 }
 
@@ -206,7 +206,7 @@ TEST_F(StatusServiceTest, ADaemonThatHangsUpAllTheTimeIsNotAskedAllTheTime) {
   EXPECT_EQ(daemon_->clients(), 0U) << "files that are shown are no reason to try again";
 }
 
-/// Turns everybody away.
+/// Turns every client away.
 struct FullHouse : KeldSocketDelegate {
   bool socketAccepted(const std::shared_ptr<KeldaneSocket>& /*child*/) override {
     ++guests;
@@ -318,7 +318,7 @@ TEST_F(StatusServiceTest, StandsStrangeAnswers) {
   EXPECT_FALSE(service().statusOf("relative"));
 }
 
-// With the daemon of this project.
+// These tests use the daemon of this project.
 class StatusOfOurDaemonTest : public testing::DaemonServerTest {};
 
 TEST_F(StatusOfOurDaemonTest, ItsStatesHaveTheirEmblems) {

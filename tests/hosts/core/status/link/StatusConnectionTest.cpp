@@ -25,7 +25,7 @@ StatusTiming timing() {
 
 class StatusConnectionTest : public ::testing::Test {
  protected:
-  /// After this much of the test's own time. An attempt that fails says so.
+  /// Connects at this time of the test's own clock. The attempt tells when it failed.
   StatusConnection::Attempt connectAfter(StatusTiming::Duration time, bool isAsked = false) {
     return connection_.connect(isAsked, begin_ + time);
   }
@@ -83,7 +83,7 @@ TEST_F(StatusConnectionTest, ALinkThatEndsWithoutAnAnswerIsAFailure) {
     ASSERT_TRUE(connectAfter(0s).isNew);
     end(daemon);
   }
-  connectAfter(0s);  // takes note that there is no socket
+  connectAfter(0s);  // notes that there is no socket
   EXPECT_TRUE(connection_.isAway());
   EXPECT_EQ(connection_.nextLook(begin_), begin_ + 2min) << "turned away, and then not there";
 }
