@@ -5,7 +5,7 @@
 
 namespace keldane {
 
-/// There is one operation for each method of the second socket. Each takes a dictionary and answers one. An
+/// There is one operation for each method of the second socket. Each takes a dictionary and returns one. An
 /// answer may hold "error", a sentence for people, instead of its keys. Calls come on many threads at a time,
 /// one for each connection. A call may take as long as it needs and delays its own connection only. The keys
 /// of a request have been checked before: required ones are there, and all have the kinds that are stated

@@ -71,7 +71,7 @@ class RuleBook {
   /// Whether all files directly in a folder are selected, or none; absent when each has to be asked about.
   std::optional<bool> decideFiles(const std::string& folder) const;
 
-  /// Sets a rule. Answers false when no more rules can be kept.
+  /// Sets a rule. Returns false when no more rules can be kept.
   bool setRule(const std::string& path, bool included);
   void removeRule(const std::string& path);
   void setType(const std::string& type, std::uint32_t toggle);
@@ -80,7 +80,7 @@ class RuleBook {
   void setIgnored(const std::string& text);
   /// Whether a mark is to be looked for.
   bool heeds(Mark mark) const;
-  /// Records a mark that was found at a path. Answers whether it is new.
+  /// Records a mark that was found at a path. Returns whether it is new.
   bool setMark(const std::string& path, Mark mark);
   bool isMarked(const std::string& path, Mark mark) const;
   /// Removes the marks at a path and below it.

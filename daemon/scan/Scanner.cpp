@@ -237,7 +237,7 @@ void Scanner::findBelow(const Folder& folder, std::vector<std::string>& below) {
   }
 }
 
-/// Sets or removes the mark of another file system. Answers whether it has changed.
+/// Sets or removes the mark of another file system. Returns whether it has changed.
 bool Scanner::noteOtherFileSystem(const std::string& path) {
   const Mount* mount = mounts_.at(path);
   if (mount == nullptr || isLocal(*mount)) {

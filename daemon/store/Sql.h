@@ -85,7 +85,7 @@ SQLite::Statement& bindAll(SQLite::Statement& statement, const Values&... values
   return statement;
 }
 
-/// Runs a statement, which can be run again, and answers how many rows it changed.
+/// Runs a statement, which can be run again, and returns the number of rows that it changed.
 template <class... Values>
 int run(SQLite::Statement& statement, const Values&... values) {
   const Rewinding rewinding(statement);

@@ -109,7 +109,7 @@ class Store {
   std::optional<std::string> value(Table table, const std::string& key);
   void setValue(Table table, const std::string& key, const std::string& value);
   std::map<std::string, std::string> values(Table table);
-  /// Sets a value of the administrator's, which is not kept in the file. `value` answers it while nothing
+  /// Sets a value of the administrator's, which is not kept in the file. `value` returns it while nothing
   /// else was set, or always when it is fixed; `setValue` then changes nothing. This is called before any
   /// other thread uses the store.
   void administer(Table table, const std::string& key, const std::string& value, bool fixed);
@@ -133,7 +133,7 @@ class Store {
   std::optional<BackupRecord> record(const std::string& path);
   /// The files whose newest version is damaged.
   std::set<std::string> damagedFiles();
-  /// The records of a folder's direct children, by path. `folders` takes what foldersWithRecordsIn answers.
+  /// The records of a folder's direct children, by path. `folders` takes what foldersWithRecordsIn returns.
   std::map<std::string, BackupRecord> recordsIn(const std::string& folder,
                                                 std::vector<std::string>* folders = nullptr);
   /// The names (last components) of the folders directly in a folder that have records somewhere below them,
@@ -143,14 +143,14 @@ class Store {
   bool hasRecordBelow(const std::string& folder);
   /// Whether a file that was not removed is stored at or below a path.
   bool holdsFiles(const std::string& path);
-  /// Called with each record at or below a path, in the order of the paths. It answers false to end the
+  /// Called with each record at or below a path, in the order of the paths. It returns false to end the
   /// visit. No lock is held during the call, so it may use the store.
   using VisitRecord = std::function<bool(const std::string& path, const BackupRecord& record)>;
   void visitRecords(const std::string& path, const VisitRecord& visit);
 
   /// The versions of a file that a snapshot holds, newest first, at most `most`.
   std::vector<VersionRecord> versions(const std::string& path, std::size_t most = 100);
-  /// The files at or below a path as they were at a backup. For each file it answers the newest version whose
+  /// The files at or below a path as they were at a backup. For each file it returns the newest version whose
   /// number is at most `number` (0: any) and whose date is at most `before` (0: any). A file that was removed
   /// before that is left out, unless both are 0. The versions name few different snapshots, as far as that is
   /// cheap to find out. All of them are in memory at once.
@@ -265,7 +265,7 @@ class Store {
     std::string report;  ///< a binary property list
     std::uint32_t user = 0;
   };
-  /// Takes the next number, keeps the job and answers the number.
+  /// Takes the next number, keeps the job and returns the number.
   std::uint32_t addRestore(const RestoreRecord& job);
   /// Replaces the record of a job. It does nothing for an unknown number.
   void setRestore(const RestoreRecord& job);

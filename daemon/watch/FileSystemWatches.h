@@ -26,13 +26,13 @@ class FileSystemWatches {
   int descriptor() const { return events_.get(); }
 
   /// Reports all changes on the file system of a folder from now on. The paths lie below `mountPoint` if the
-  /// file system is mounted there. Answers false when the kernel refuses.
+  /// file system is mounted there. Returns false when the kernel refuses.
   bool add(const std::string& folder, const std::string& mountPoint);
 
   /// Called with a folder, the name of the entry that has changed, empty for the folder itself, and the bits
   /// that inotify has for it. IN_Q_OVERFLOW comes alone.
   using Tell = std::function<void(const std::string& folder, std::string_view name, std::uint32_t mask)>;
-  /// Reads the events that have come. Answers the number of their bytes.
+  /// Reads the events that have come. Returns the number of their bytes.
   std::size_t read(const Tell& tell);
 
  private:

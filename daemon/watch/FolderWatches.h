@@ -47,7 +47,7 @@ class FolderWatches {
   bool isWhole(const std::string& folder) const;
   /// Drops a folder with all below it.
   void drop(const std::string& folder);
-  /// Drops the folders for which `keep` answers false.
+  /// Drops the folders for which `keep` returns false.
   template <class Keep>
   void dropUnless(const Keep& keep);
   /// Drops the folders of a watch that the kernel has ended.

@@ -24,7 +24,7 @@ class RestartPause {
 
 /// Starts the daemon, writes its output to the log, and starts it again after a crash. SIGTERM, SIGINT and
 /// SIGHUP end the daemon and the supervisor. SIGUSR1 tells that the program was replaced: the daemon ends,
-/// and `run` answers that the supervisor is to start anew. Used on one thread, which receives the signals.
+/// and `run` returns that the supervisor is to start anew. Used on one thread, which receives the signals.
 class Supervisor {
  public:
   enum class End { done, renew };

@@ -31,7 +31,7 @@ class LookAlikes {
 
   /// Adds a file that the snapshot may hold. A file that looks like no other is ignored.
   void add(const std::string& path);
-  /// Asks about all files for which the engine's report is not enough. `took` and `failed` answer what it
+  /// Asks about all files for which the engine's report is not enough. `took` and `failed` return what it
   /// reported for a reported name. The first problem with the repository ends this; the remaining files are
   /// then unknown.
   using Told = std::function<bool(const std::string& name)>;

@@ -14,7 +14,7 @@ class Standstill {
  public:
   using Moment = std::chrono::steady_clock::time_point;
 
-  /// Takes a line of the program's output. Answers whether its statuses have been the same for a minute.
+  /// Takes a line of the program's output. Returns whether its statuses have been the same for a minute.
   bool isSeenIn(std::string_view line, Moment now);
   /// The size in bytes of all files of the backup, according to the last status.
   std::uint64_t totalBytes() const { return totalBytes_; }

@@ -99,7 +99,7 @@ class RestoreFixture : public EngineFixture {
     return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
   }
 
-  /// Stores everything in "home" as a full backup, or the given paths as a partial one. Answers its number.
+  /// Stores everything in "home" as a full backup, or the given paths as a partial one. Returns its number.
   std::uint32_t backUp(const std::vector<std::string>& paths = {}) {
     const std::uint32_t number = store_->takeNumber();
     const bool isFull = paths.empty();
