@@ -55,7 +55,7 @@ GLib.MainLoop().run()
 
     @staticmethod
     def days_ago(days):
-        """As property lists have it: in UTC, without a word on that."""
+        """A date as property lists have it: in UTC, without a time zone."""
         return datetime.datetime.now(datetime.timezone.utc).replace(tzinfo=None) - datetime.timedelta(days=days)
 
     def lose_the_backup(self):

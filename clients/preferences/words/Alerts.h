@@ -46,9 +46,10 @@ class Alerts {
   /// `subject` is the same for the same trouble; it is empty for alerts that are told each time.
   bool mayTell(AlertKind kind, const std::string& subject, double now);
 
-  /// Notes that the daemon was reached at this time. True when that is to be written, which is once an hour.
+  /// Notes that the daemon was reached at this time. Returns whether this must be written, which is so once
+  /// an hour.
   bool noteReached(double now);
-  /// When the daemon was last reached, an hour at most before it was; 0 for never.
+  /// The time when the daemon was last reached, or at most an hour before; 0 for never.
   double lastReached() const { return lastReached_; }
 
  private:

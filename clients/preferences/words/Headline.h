@@ -41,7 +41,7 @@ struct Headline {
 Headline headline(const StatusSnapshot& status, const PropertyList& repository, double now);
 
 /// The trouble of a daemon that has been away for days. Both times are in seconds since the UNIX epoch;
-/// `lastReached` is 0 when it never was.
+/// `lastReached` is 0 when the daemon was never reached.
 std::optional<Headline> awayHeadline(double lastReached, double now);
 
 /// "just now", "3 minutes ago", "2 hours ago", "5 days ago"; empty for no date.
