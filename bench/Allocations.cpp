@@ -16,7 +16,7 @@ void count() {
 
 }  // namespace
 
-// The C library's own, behind the names that everything in the process uses.
+// The C library's own functions, which stay available when this file replaces malloc and its relatives.
 extern "C" {
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);

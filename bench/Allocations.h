@@ -1,12 +1,12 @@
-// Counts what a program takes from the heap, whoever in it asks.
+// Counts the heap allocations of a program, whichever part of it makes them.
 #pragma once
 
 #include <cstddef>
 
 namespace keldane::bench {
 
-/// Calls of malloc, calloc and realloc of all threads while `work` runs. Outside of it the counting costs one
-/// byte test.
+/// Counts the calls of malloc, calloc and realloc on all threads while `work` runs. At other times the
+/// counting costs one test of a byte.
 class AllocationCount {
  public:
   AllocationCount();

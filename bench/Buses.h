@@ -1,4 +1,4 @@
-// The same question over two message buses, peer to peer without a broker between.
+// The same question over two message buses, from peer to peer without a broker.
 #pragma once
 
 #include <memory>
@@ -8,8 +8,8 @@
 
 namespace keldane::bench {
 
-/// Listens at `path` and answers the first peer that comes: each question with the entries of `answer`.
-/// Returns when it has gone.
+/// Listens at `path` and serves the first peer: each question is answered with the entries of `answer`.
+/// Returns when the peer has gone.
 void serveSdBus(const std::string& path, const PropertyList& answer);
 void serveGDBus(const std::string& path, const PropertyList& answer);
 
@@ -19,7 +19,7 @@ class SdBusClient {
   ~SdBusClient();
   SdBusClient(const SdBusClient&) = delete;
   SdBusClient& operator=(const SdBusClient&) = delete;
-  /// The number of entries in the answer, each of which was read.
+  /// Calls once and returns the number of entries in the answer, all of which are read.
   std::size_t call(const std::string& file);
 
  private:

@@ -1,6 +1,6 @@
-// What asking costs: one question between two processes, and the menu cycles that are made of it, against the
-// floor and against others. A cycle goes through the plug-in's function table on real files; the daemon of
-// both answers at once.
+// The cost of asking: one question between two processes, and the menu cycles that consist of such questions,
+// compared with the floor and with other systems. A cycle uses the plug-in's function table and real files;
+// in both cases the daemon answers at once.
 #include <benchmark/benchmark.h>
 
 #include "bench/Allocations.h"
@@ -19,7 +19,7 @@ namespace {
 
 using namespace keldane::testing;
 
-/// A peer in its own process, and the one client that it has.
+/// A peer in a process of its own, and its only client.
 template <class Client>
 class Pair {
  public:
@@ -83,10 +83,10 @@ void callFloor(benchmark::State& state, const char* role, Pieces pieces,
 
 // --- Cycles ---
 
-/// The plug-in in this process, with files to ask about and a daemon to ask.
+/// The plug-in in this process, with files and a daemon to ask.
 class Scene {
  public:
-  /// With the reference daemon, or one that answers at once.
+  /// With `reference`, the real daemon; otherwise one that answers at once.
   static Scene& shared(bool reference) {
     static Scene scenes[2] = {Scene(false), Scene(true)};
     return scenes[reference ? 1 : 0];
@@ -94,7 +94,7 @@ class Scene {
 
   MenuHost& host() { return host_; }
 
-  /// Nine files to one folder.
+  /// A selection with one folder for every nine files.
   Selection selection(std::size_t count) {
     namespace fs = std::filesystem;
     Selection selection;
@@ -113,7 +113,7 @@ class Scene {
     return selection;
   }
 
-  /// How often the daemon is asked about the first `count` of them.
+  /// The number of questions about the first `count` items.
   static std::size_t calls(std::size_t count) {
     std::size_t calls = count == 1 ? 1 : 0;  // for the status line
     for (std::size_t i = 0; i < count; ++i) {

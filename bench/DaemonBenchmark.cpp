@@ -1,5 +1,5 @@
-// The reference daemon under many clients, and with a folder of many entries. The clients are sockets of one
-// thread, each with one question on its way at all times, so that the daemon has as much to do as there are.
+// The daemon under many clients, and with a large folder. The clients are sockets of one thread. Each has one
+// question under way at all times, so more clients mean more work for the daemon.
 #include <benchmark/benchmark.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -51,14 +51,14 @@ class Client {
       throw std::runtime_error("The daemon does not listen.");
     }
   }
-  /// Reads what there is, and answers whether that was the end of the answer.
+  /// Reads the bytes that have come. Returns whether the answer is complete.
   bool read() {
     char part[65536];
     const ssize_t got = ::read(socket_.get(), part, sizeof(part));
     if (got < 1) {
       throw std::runtime_error("The daemon has hung up.");
     }
-    // The header comes first, whatever the pieces are.
+    // The header is at the beginning of the answer, however the pieces are cut.
     for (ssize_t i = 0; i < got && received_ + static_cast<std::size_t>(i) < kHeaderSize; ++i) {
       header_[received_ + static_cast<std::size_t>(i)] = part[i];
     }
@@ -82,7 +82,7 @@ class Client {
   Clock::time_point asked_;
 };
 
-/// The reference daemon, with a folder of many files under its root.
+/// The daemon, with a folder of many files under its root.
 class Scene {
  public:
   static Scene& shared() {

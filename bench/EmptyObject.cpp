@@ -1,2 +1,2 @@
-// What loads when there is nothing to load but the language's own library.
+// An empty module, whose loading brings in only the language's own library.
 extern "C" int benchRun(int /*argumentCount*/, char** /*arguments*/) { return 0; }

@@ -1,4 +1,5 @@
-// What a tree of a million file nodes costs: to build, sort, select and flush; and the memory of a node.
+// The cost of building, sorting, selecting and flushing a tree of a million file nodes, and the memory of a
+// node.
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 
@@ -11,7 +12,7 @@ using Node = KeldaneFileNode;
 
 constexpr int kWidth = 100;
 
-/// 1 + 100 + 100² + 100³ nodes at the most: folders of 100 entries, down to the third level.
+/// Folders of 100 entries, down to the third level: at most 1 + 100 + 100² + 100³ nodes.
 Node::Pointer build(std::int64_t nodes) {
   Node::Pointer root = Node::create("/", true);
   root->setPath("/");
@@ -20,7 +21,7 @@ Node::Pointer build(std::int64_t nodes) {
     std::vector<Node::Pointer> next;
     for (const Node::Pointer& folder : level) {
       for (int i = 0; i < kWidth && made < nodes; ++i, ++made) {
-        // Names in no order, so that there is something to sort.
+        // The names are not in order, so that there is something to sort.
         const Node::Pointer child = Node::create("file " + std::to_string(i * 37 % kWidth) + ".txt", true);
         child->setSizeValue(static_cast<std::uint64_t>(made * 7919 % 1000));
         folder->addChild(child);
@@ -52,7 +53,7 @@ void BM_BuildTree(benchmark::State& state) {
   count(state);
 }
 
-/// Runs `operation` on a tree that is new each time.
+/// Runs `operation` on a new tree each time.
 template <class Operation>
 void onNewTree(benchmark::State& state, const Operation& operation) {
   for (auto _ : state) {

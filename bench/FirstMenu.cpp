@@ -1,4 +1,4 @@
-// What a file manager's extension does until its first menu: the host's library, the plug-in, one cycle.
+// The work of a file manager's extension until its first menu: the host's library, the plug-in, one cycle.
 #include "hosts/core/MenuHost.h"
 #include "platform/host/Host.h"
 

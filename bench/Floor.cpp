@@ -91,7 +91,7 @@ bool sendMessage(int socket, Pieces pieces, const Bytes& frame) {
          sendAll(socket, &frame[kHeaderSize], frame.size() - kHeaderSize);
 }
 
-/// The payload; without reads of their own for the pieces the whole message, of up to 4096 bytes.
+/// Reads the payload. With Pieces::one and Pieces::ahead it reads the whole message, of up to 4096 bytes.
 bool readMessage(int socket, Pieces pieces, Bytes& payload,
                  std::chrono::microseconds looking = std::chrono::microseconds(0)) {
   if (pieces == Pieces::one) {
@@ -100,7 +100,7 @@ bool readMessage(int socket, Pieces pieces, Bytes& payload,
     payload.resize(got < 1 ? 0 : static_cast<std::size_t>(got));
     return got > 0;
   }
-  if (pieces == Pieces::ahead) {  // nobody sends a second message before the first is answered
+  if (pieces == Pieces::ahead) {  // no second message comes before the first is answered
     payload.resize(4096);
     std::size_t done = 0;
     std::uint32_t length = 0;

@@ -1,4 +1,4 @@
-// The least that a call can cost: the same bytes to and fro without anything that makes or reads them.
+// The lower limit for the cost of a call: the same bytes, without code that makes or reads them.
 #pragma once
 
 #include <chrono>
@@ -13,24 +13,24 @@
 
 namespace keldane::bench {
 
-/// How the bytes of a message pass.
+/// The system calls with which a message is sent and read.
 enum class Pieces {
-  four,   ///< marker, type, length and payload, each with a send and a read of its own
-  ahead,  ///< the same sends, but each read takes whatever has come, as the transport does
+  four,   ///< marker, type, length and payload, each with its own send and read
+  ahead,  ///< the same sends, but each read takes all bytes that have come, as the transport does
   one,    ///< one send and one read
 };
 
 /// Connects to the local socket at `path`.
 Descriptor connectTo(const std::string& path);
-/// Listens there and answers the first peer that comes: each message with `answer`, after a while. Returns
-/// when it has gone.
+/// Listens there and serves the first peer: each message is answered with `answer` after `delay`. Returns
+/// when the peer has gone.
 void serveFloor(const std::string& path, Pieces pieces, const Bytes& answer,
                 std::chrono::microseconds delay = std::chrono::microseconds(0));
 /// The same for lines of text.
 void serveLines(const std::string& path, const std::string& answer);
 
-/// A caller that sends and then waits until a thread that reads has handed an answer over. That thread looks
-/// for the next byte for the time `looking` before it sleeps until one comes.
+/// A caller that sends, and waits until a reading thread hands over the answer. That thread polls for the
+/// time `looking` before it sleeps until the next byte comes.
 class FloorClient {
  public:
   FloorClient(const std::string& path, Pieces pieces, const Bytes& request,
@@ -39,7 +39,7 @@ class FloorClient {
   FloorClient(const FloorClient&) = delete;
   FloorClient& operator=(const FloorClient&) = delete;
 
-  /// The size of the answer.
+  /// Calls once and returns the size of the answer.
   std::size_t call();
 
  private:
@@ -56,11 +56,11 @@ class FloorClient {
   std::thread receiver_;
 };
 
-/// A caller that sends a line and reads one, on its own thread, as clients of file synchronisers do.
+/// A caller that sends and reads one line on its own thread, as clients of file synchronisers do.
 class LineClient {
  public:
   explicit LineClient(const std::string& path) : socket_(connectTo(path)) {}
-  /// The number of fields in the answer to a question about a file.
+  /// Asks about a file and returns the number of fields in the answer.
   std::size_t call(const std::string& file);
 
  private:

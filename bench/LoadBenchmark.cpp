@@ -1,4 +1,5 @@
-// From dlopen to the first menu, in a process of its own each time, against an empty C++ shared object.
+// The time from dlopen to the first menu, each time in a new process, compared with an empty C++ shared
+// object.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>

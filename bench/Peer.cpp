@@ -1,5 +1,5 @@
 // The other process of a measured call.
-//   bench-peer ROLE SOCKET    until its only client has gone, or, as a daemon, until its standard input ends
+//   bench-peer ROLE SOCKET    runs until its only client has gone; as a daemon, until its standard input ends
 #include <unistd.h>
 
 #include <iostream>

@@ -1,5 +1,5 @@
-// Property lists to bytes and back, against others on the same data: libplist and GNUstep's base library in
-// the same formats, RapidJSON in its own, and a copy of the bytes.
+// Converts property lists to bytes and back, and does the same with other libraries on the same data:
+// libplist and GNUstep's base library in the same formats, RapidJSON in its own, and a copy of the bytes.
 #include <benchmark/benchmark.h>
 #include <plist/plist.h>
 #include <rapidjson/document.h>
@@ -97,7 +97,7 @@ void gnustepEncode(benchmark::State& state, const Sample& sample, Format format)
   gnustepRelease(value);
 }
 
-/// The same data as JSON has it: dates as numbers.
+/// The same data as JSON, with dates as numbers.
 rapidjson::Value jsonFrom(const PropertyList& value, rapidjson::Document::AllocatorType& memory) {
   switch (value.kind()) {
     case PropertyList::Kind::string: {
@@ -189,7 +189,7 @@ void registerAll() {
     for (const Sample& sample : kSamples) {
       for (const Codec& codec : kCodecs) {
         if (codec.decode == gnustepDecode && sample.name == std::string_view("nodes10000")) {
-          continue;  // its time grows with the square of the number; writing these takes it a minute
+          continue;  // its time grows with the square of the number and would be a minute here
         }
         const std::string tail =
             std::string(format == Format::binary ? "/binary/" : "/xml/") + sample.name + "/" + codec.name;

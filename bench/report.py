@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Runs the benchmarks and says how this system stands to the floor and to others: ratios of medians, each of two
-measurements that were taken turn by turn in one run. No figure is compared with one of another run.
+"""Runs the benchmarks and compares this system with the floor and with other systems. Each result is a ratio of medians
+of two measurements that alternate in one run. Figures of different runs are never compared.
 
   report.py BUILD [--quick] [--update-docs]
 
@@ -22,8 +22,8 @@ import tempfile
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 DOCUMENT = ROOT / "docs" / "performance.md"
 
-# What the names get in front, program, arguments, turns. Many short turns of what is quick: a machine that is not alone
-# swings from one second to the next.
+# Prefix of the names, program, arguments, turns. Quick benchmarks have many short turns, because the speed of a busy machine
+# changes from one second to the next.
 MENU = "menu: "
 PROGRAMS = (
     ("", "bench-calls", ["--benchmark_min_time=0.03", "--benchmark_filter=^(call|log)/"], 75),
@@ -40,7 +40,7 @@ PEERS = (("libplist", "libplist"), ("rapidjson", "RapidJSON"), ("copy", "a copy 
 
 
 class Pair:
-    """Two measurements and what their ratio should be. `per` divides the first one."""
+    """Two measurements and the target for their ratio. `per` divides the first one."""
 
     def __init__(self, group, title, mine, other, most=None, least=None, per=1.0, inverse=False):
         self.group, self.title, self.mine, self.other = group, title, mine, other
@@ -146,8 +146,8 @@ SYSTEM_CALLS = ("sendto", "read", "futex", "newfstatat")
 
 
 def counted(build, files):
-    """The system calls of a process that shows one menu and of its daemon, by name and "all" together; none where the
-    kernel lets nobody count. Counting with a tracer would slow the senders, and so change what is counted."""
+    """The numbers of system calls of a daemon and of a process that shows one menu, by name, with their sum under "all";
+    none where the kernel does not allow counting. A tracer would slow the senders down and so change the numbers."""
     events = ["raw_syscalls:sys_enter", *(f"syscalls:sys_enter_{name}" for name in SYSTEM_CALLS)]
     with tempfile.NamedTemporaryFile("r", suffix=".csv") as output:
         result = subprocess.run(["perf", "stat", "-x", ";", "-o", output.name, "-e", ",".join(events),
@@ -161,8 +161,8 @@ def counted(build, files):
 
 
 def calls_per_item(build):
-    """The system calls that one item of a menu takes: what a menu on more items takes more. To make the files and to
-    remove them, which the same process does, is counted among the others."""
+    """The number of system calls for one more item of a menu, from the difference between two menus. The calls that make and
+    remove the files belong to the same process and are included."""
     few, many = 100, 1100
     totals = [counted(build, files) for files in (few, many)]
     if None in totals:
@@ -173,14 +173,14 @@ def calls_per_item(build):
 
 
 def peak_memory(build, files):
-    """Of the process that shows one menu, in KiB."""
+    """The greatest memory, in KiB, of a process that shows one menu."""
     result = subprocess.run([str(build / "tests" / "menu-cycle-cost"), str(files)], check=True, capture_output=True,
                             text=True)
     return int(re.search(r"VmHWM:\s*(\d+) kB", result.stdout)[1])
 
 
 def facts(build, times, counters):
-    """What is counted rather than compared."""
+    """The figures that are counted rather than compared."""
     median = lambda name: statistics.median(times[name])
     cycle = {1: 40, 10: 40, 100: 8, 1000: 2, 10000: 1}
     module = next((build / "Keldane.plugin").rglob("KeldaneCMM.so"))
@@ -225,7 +225,7 @@ def grouped(rows):
 
 
 def plot(rows, path):
-    """Ratios as bars on a logarithmic scale, a line at 1 and a mark at each target, with the spread."""
+    """Draws ratios as bars on a logarithmic scale, with a line at 1, a mark at each target, and the spread."""
     from math import log10
 
     low = min(min(row["ratio"], row["spread"][0], 1.0) for row in rows)
@@ -264,7 +264,7 @@ PLOTS = {"A call": "performance-call.svg", "A menu": "performance-menu.svg",
 
 
 def fact_tables(found):
-    """The tables of what was counted, by the name under which the document asks for them."""
+    """The tables of counted figures, by the name that the document uses for them."""
     cycle = ["| items | µs an item | allocations an item | peak memory of the process |", "|---|---|---|---|"]
     for files, row in found["cycle"].items():
         cycle.append(f"| {int(files):,} | {row['microseconds an item']:.0f} | {row['allocations an item']:.0f} | "

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Measures how storing and restoring stand to plain restic on the same tree and machine: the same work by both, turn by
-turn in one run, each time with another one first. Says ratios of medians, and how each stands to its target.
+"""Compares storing and restoring with plain restic on the same tree and machine. Both do the same work in alternating turns
+of one run, and take turns in going first. Prints ratios of medians, and whether each meets its target.
 
   storage.py BUILD [--quick] [--update-docs] [--only NAME]...
 
@@ -29,13 +29,13 @@ import time
 from storage_sides import ROOT, Keldaned, Restic, eventually
 
 DOCUMENT = ROOT / "docs" / "performance.md"
-PARTS, FOLDERS, FILES, FILE_BYTES = 10, 50, 200, 2048  # parts with folders with files
+PARTS, FOLDERS, FILES, FILE_BYTES = 10, 50, 200, 2048  # parts that hold folders that hold files
 COUNT = PARTS * FOLDERS * FILES
 PART = FOLDERS * FILES
 CHANGED = 1000
 BIG_BYTES = 1 << 30
 MENU_SECONDS = 4
-# So that a turn of the changed files takes one look at the disk and not two minutes.
+# A short delay, so that a turn with changed files takes one scan and not two minutes.
 SHORT_DELAY = 5
 
 
@@ -50,7 +50,7 @@ def make_tree(root):
 
 
 def file_at(tree, number):
-    """Of the parts but the last one, which stays as it is."""
+    """The path of a file in any part but the last one, which stays unchanged."""
     part, rest = divmod(number, PART)
     folder, file = divmod(rest, FILES)
     return tree / f"part-{part}" / f"folder-{folder:02}" / f"file-{file:03}"
@@ -63,16 +63,16 @@ def make_big(file):
 
 
 class Measured:
-    """The figures of both sides, turn by turn."""
+    """The figures of both sides, by turn."""
 
     def __init__(self):
         self.mine, self.other = [], []
 
     def take(self, turn, mine, other):
-        """Calls both; the first one is another one at each turn."""
+        """Calls both sides; another one goes first at each turn."""
         sides = [(self.mine, mine), (self.other, other)]
         for figures, side in sides if turn % 2 == 0 else reversed(sides):
-            os.sync()  # what one has left to be written is not to be paid for by the other
+            os.sync()  # one side must not pay for the other's unwritten data
             figures.append(side())
 
 
@@ -93,7 +93,7 @@ class Benchmark:
         return not self.only or name in self.only
 
     def add(self, title, measured, most=None, extra=None):
-        """`most` bounds the ratio, `extra` the difference in seconds."""
+        """Adds a row. `most` limits the ratio, `extra` the difference in seconds."""
         mine, other = statistics.median(measured.mine), statistics.median(measured.other)
         ratio, more = mine / other, mine - other
         target = f"≤ {most:g} ×" if most else f"≤ {extra:g} s more" if extra else ""
@@ -121,16 +121,16 @@ class Benchmark:
             self.restic.remove()
         self.restic = Restic(self.fresh("restic"))
 
-    # --- What is measured ---
+    # --- The measurements ---
 
     def first_backup(self):
-        """Both sides keep what the last turn left: a repository of all files."""
+        """Measures the first backup. Both sides keep the last turn's result, a repository of all files."""
         measured, processor = Measured(), Measured()
         wanted = self.wants("first")
         for turn in range(self.turns if wanted else 1):
             if self.daemon:
                 self.daemon.remove()
-                self.daemon = None  # rests while the other one works
+                self.daemon = None  # it rests while the other side works
 
             def mine():
                 self.fresh_daemon()
@@ -173,7 +173,7 @@ class Benchmark:
         self.add("one changed file, as soon as possible, s", measured, extra=1)
 
     def changed_files(self):
-        """The batch alone: noticing is the same look at the disk whether anything has changed or not."""
+        """Measures the batch alone: noticing changes takes the same scan however many there are."""
         same, others = Measured(), Measured()
         step = (COUNT - PART) // CHANGED
         for turn in range(self.turns):
@@ -187,14 +187,14 @@ class Benchmark:
         delay = float(re.search(r"--batch-delay .*=(\d+)", usage)[1])
         self.add_fact("from the notice of a change to its batch", f"{delay:g} s", delay <= 60, "≤ 60 s")
 
-    # Not with another one first at each turn: the daemon would notice what is changed for the other side.
+    # The sides do not take turns in going first, because the daemon would notice the changes for the other side.
     def _change(self, measured, files):
         self.daemon.wait_for_quiet()
         for file in files:
             file.write_bytes(os.urandom(FILE_BYTES))
         os.sync()
         eventually(lambda: self.daemon.state()["pendingFileCount"] > 0, "The notice", 0.5)
-        time.sleep(SHORT_DELAY / 2)  # the look at the disk is over by then, and the batch has not begun
+        time.sleep(SHORT_DELAY / 2)  # the scan is over by then, and the batch has not begun
         before = self.daemon.processor_seconds()
         self.daemon.wait_until_stored(COUNT, 0.5)
         measured.mine.append(self.daemon.processor_seconds() - before)
@@ -232,7 +232,7 @@ class Benchmark:
         self.add_fact("the same, at the end", f"{now:.0f} MiB")
 
     def menus(self):
-        """What a menu asks, of files at random, while a first backup runs and afterwards."""
+        """Measures a menu's questions about random files, during a first backup and afterwards."""
         middle, late, beside = Measured(), Measured(), Measured()
         for _ in range(self.turns):
             self.fresh_daemon()
@@ -304,7 +304,7 @@ def mark(met):
 
 
 def table(benchmark):
-    """The section as Markdown."""
+    """The section of the document as Markdown."""
     version = subprocess.run(["restic", "version"], check=True, capture_output=True, text=True).stdout.split()[1]
     lines = [f"Measured on: {os.cpu_count()} processors, {platform.machine()}, Linux {platform.release()}, "
              f"restic {version}; {benchmark.turns} turns.", "",
@@ -335,7 +335,7 @@ def main():
     if options.only and options.update_docs:
         parser.error("a part of the figures is no table for the document")
     for ending in (signal.SIGTERM, signal.SIGHUP):
-        signal.signal(ending, lambda number, _: sys.exit(128 + number))  # nothing stays behind
+        signal.signal(ending, lambda number, _: sys.exit(128 + number))  # so that nothing is left behind
     place = pathlib.Path(tempfile.mkdtemp(prefix="keldane-storage-", dir=os.environ.get("TMPDIR", "/var/tmp")))
     benchmark = Benchmark(options.build.resolve(), place, 3 if options.quick else 5, options.only)
     try:

@@ -16,11 +16,11 @@ sys.path.insert(0, str(ROOT / "tests" / "end-to-end"))
 from daemon_client import DaemonClient, Gone  # noqa: E402
 
 TICKS = os.sysconf("SC_CLK_TCK")
-PATIENCE = 1800  # seconds for any one thing
+PATIENCE = 1800  # seconds for any one wait
 
 
 def eventually(condition, what, pause=0.05):
-    """The condition's first true answer."""
+    """Waits for the condition and returns its first true answer."""
     end = time.monotonic() + PATIENCE
     while not (answer := condition()):
         if time.monotonic() > end:
@@ -30,7 +30,7 @@ def eventually(condition, what, pause=0.05):
 
 
 class Restic:
-    """A repository that plain restic works with, with a cache of its own."""
+    """A repository for plain restic, with a cache of its own."""
 
     def __init__(self, place):
         self._place = place
@@ -41,7 +41,7 @@ class Restic:
         self.run("init")
 
     def run(self, *arguments):
-        """Answers (seconds, seconds of processor time)."""
+        """Runs restic. Returns (seconds, seconds of processor time)."""
         before = resource.getrusage(resource.RUSAGE_CHILDREN)
         begin = time.monotonic()
         result = subprocess.run([*self._base, *arguments], check=False, stdout=subprocess.DEVNULL,
@@ -56,7 +56,7 @@ class Restic:
         return self.run("backup", str(folder))
 
     def backup_list(self, files):
-        """Reads each of them, whatever an earlier snapshot says of it."""
+        """Stores these files and reads each of them, even if an earlier snapshot has it."""
         names = self._place / "names"
         names.write_bytes(b"".join(os.fsencode(file) + b"\0" for file in files))
         return self.run("backup", "--force", "--files-from-raw", str(names))
@@ -125,7 +125,7 @@ class Keldaned:
         return found
 
     def wait_for_quiet(self):
-        """Until no program of the daemon's has run for a second."""
+        """Waits until no child of the daemon has run for a second."""
         quiet = time.monotonic()
         while time.monotonic() - quiet < 1:
             if self._children():
@@ -149,7 +149,7 @@ class Keldaned:
         self.client.send("setAutomaticMode:", ("c", isOn))
 
     def wait_until_stored(self, files, pause=0.1):
-        """Until so many files are backed up and none waits."""
+        """Waits until this number of files is backed up and none is pending."""
         def is_done():
             state = self.state()
             if state["health"] != "ready":
@@ -158,7 +158,7 @@ class Keldaned:
         eventually(is_done, "The backup", pause)
 
     def processor_seconds(self):
-        """Of the daemon and of its children that have ended."""
+        """The processor time of the daemon and of its children that have ended."""
         fields = pathlib.Path(f"/proc/{self._process.pid}/stat").read_text(encoding="ascii").rsplit(")", 1)[1].split()
         return sum(int(field) for field in fields[11:15]) / TICKS
 
@@ -169,7 +169,7 @@ class Keldaned:
         return sizes["VmHWM"], sizes["VmRSS"]
 
     def ctl(self, *arguments):
-        """Answers the seconds that the command took."""
+        """Runs a command. Returns the seconds that it took."""
         begin = time.monotonic()
         result = subprocess.run([str(self._build / "bin" / "keldanectl"), "--bundle", str(self._bundle), *arguments],
                                 check=False, capture_output=True, text=True)

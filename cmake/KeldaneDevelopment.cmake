@@ -1,5 +1,5 @@
-# What those need who write a daemon that the plug-in talks to, or a host that loads it: headers, libraries, pkg-config
-# files, the pages about both, and an example of each.
+# Installs the files for developers of a daemon that the plug-in uses, or of a host that loads it: headers, libraries,
+# pkg-config files, the pages about both, and an example of each.
 foreach(folder platform log Common hosts/core)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/keldane/${folder}
           FILES_MATCHING PATTERN "*.h")

@@ -1,7 +1,7 @@
-# keldane_host(NAME PACKAGES VARIABLE SOURCE...): the extension of one file manager. It goes where the file manager looks,
-# whatever the prefix: the folder that VARIABLE of the first of the pkg-config PACKAGES names, unless
-# KELDANE_HOST_<NAME>_FOLDER names another. It can be switched off by KELDANE_HOST_<NAME>, and is left out with a message
-# when a package is missing.
+# keldane_host(NAME PACKAGES VARIABLE SOURCE...): the extension of one file manager. It is installed where the file manager
+# looks for it, whatever the prefix: the folder that VARIABLE of the first of the pkg-config PACKAGES names, unless
+# KELDANE_HOST_<NAME>_FOLDER names another. KELDANE_HOST_<NAME> can switch it off. It is left out with a message when a
+# package is missing.
 find_package(PkgConfig)
 function(keldane_host name packages variable)
   string(TOUPPER ${name} upper)
@@ -17,7 +17,7 @@ function(keldane_host name packages variable)
     return()
   endif()
   add_library(keldane-${name} MODULE ${ARGN})
-  # What comes from a package is not ours to warn of.
+  # The packages' headers are system headers, so that they cause no warnings.
   get_target_property(includes PkgConfig::${upper} INTERFACE_INCLUDE_DIRECTORIES)
   target_include_directories(keldane-${name} SYSTEM PRIVATE ${includes})
   target_include_directories(keldane-${name} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/${name})

@@ -1,4 +1,4 @@
-# What every target of the project shares: the language, the warnings, the sanitizers, the places of the output.
+# The common settings of all targets: the language, the warnings, the sanitizers, the places of the output.
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -19,8 +19,8 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   target_compile_options(keldane_options INTERFACE -Wthread-safety)
 endif()
 if(KELDANE_FUZZERS AND KELDANE_SANITIZE)
-  # The fuzzers go by what their inputs reach; of the tests that would only make the build slow. Without a sanitizer
-  # nothing is linked that keeps it, and the fuzzers' inputs are only run again.
+  # The fuzzers need the coverage of the product's code; the tests' own code would only slow the build down. Without a
+  # sanitizer no program is linked that records coverage, and the fuzzers' inputs are only run again.
   target_compile_options(keldane_options INTERFACE $<$<NOT:$<BOOL:$<TARGET_PROPERTY:KELDANE_IS_TEST>>>:-fsanitize=fuzzer-no-link>)
 endif()
 if(KELDANE_LOCK_ORDER)
@@ -30,10 +30,10 @@ if(KELDANE_SANITIZE)
   target_compile_options(keldane_options INTERFACE -fsanitize=${KELDANE_SANITIZE} -fno-omit-frame-pointer
                                                    -fno-sanitize-recover=all)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    # The instrumented code of the standard library's own headers misleads this one.
+    # The instrumented headers of the standard library cause false warnings of this kind.
     target_compile_options(keldane_options INTERFACE -Wno-maybe-uninitialized)
   elseif(KELDANE_SANITIZE MATCHES undefined)
-    # It looks through a pipe at what it doubts, and takes a process without a free descriptor for a broken one.
+    # This check uses a pipe to test addresses, and reports errors in a process without a free descriptor.
     target_compile_options(keldane_options INTERFACE -fno-sanitize=vptr)
   endif()
   target_link_options(keldane_options INTERFACE -fsanitize=${KELDANE_SANITIZE})
@@ -42,8 +42,8 @@ endif()
 include(CheckCXXCompilerFlag)
 include(CheckLinkerFlag)
 
-# Nobody replaces single functions of a shared library, so those within may be inlined and called directly. The other
-# compiler takes that for granted.
+# Nobody replaces single functions of a shared library, so calls within it may be inlined or direct. The other compiler
+# assumes that by default.
 check_cxx_compiler_flag(-fno-semantic-interposition KELDANE_HAS_fno_semantic_interposition)
 if(KELDANE_HAS_fno_semantic_interposition)
   add_compile_options(-fno-semantic-interposition)
@@ -53,10 +53,10 @@ if(KELDANE_HAS_Bsymbolic_functions)
   add_link_options($<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,SHARED_LIBRARY>:LINKER:-Bsymbolic-functions>)
 endif()
 
-# What is shipped is built so that a mistake in it is hard to use: code and stack at places that nobody knows, checked
-# calls of the C library and element accesses of the C++ library (which end the process where it would go on with what is
-# not its own), guarded stacks and jumps, and nothing that is bound late enough to be overwritten. The sanitizers see to
-# all that in builds of their own. A flag that the compiler does not have for this processor is left out.
+# Release builds make mistakes hard to exploit: code and stack have random addresses, calls of the C library and element
+# accesses of the C++ library are checked (a failed check ends the process), stacks and jumps are guarded, and every symbol
+# is bound at the start, so that no binding can be overwritten. The sanitizers find such mistakes in builds of their own. A
+# flag that the compiler lacks for this processor is left out.
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES CXX)
 set(release $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
@@ -73,7 +73,7 @@ if(NOT KELDANE_SANITIZE)
   add_link_options($<${release}:LINKER:-z,relro> $<${release}:LINKER:-z,now> $<${release}:LINKER:-z,noexecstack>)
 endif()
 
-# keldane_sources(OUT DIR...): the .cpp files of these folders of the current one.
+# keldane_sources(OUT DIR...): the .cpp files in these folders of the current one.
 function(keldane_sources out)
   set(patterns)
   foreach(folder ${ARGN})

@@ -1,8 +1,8 @@
-# Translated texts: a file of texts a language, made into what gettext reads.
+# Translated texts: one source file for each language, compiled for gettext.
 find_package(Gettext REQUIRED)
 
-# keldane_catalogue(NAME FOLDER): the catalogue NAME of the folder's LANGUAGE.po. The platform library looks for it in the
-# nearest share/locale above itself, built or installed.
+# keldane_catalogue(NAME FOLDER): the catalogue NAME from the folder's LANGUAGE.po. The platform library looks for it in the
+# nearest share/locale above itself, in a build folder as well as installed.
 function(keldane_catalogue name folder)
   foreach(language ${KELDANE_LANGUAGES})
     set(po ${folder}/${language}.po)

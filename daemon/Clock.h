@@ -20,7 +20,7 @@ inline double timeOfDay() {
   return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
-/// How long the computer has slept since it was started, in seconds.
+/// The time for which the computer has slept since it was started, in seconds.
 inline std::int64_t secondsAsleep() {
   timespec awake{};
   clock_gettime(CLOCK_MONOTONIC, &awake);

@@ -39,8 +39,8 @@ struct DaemonOptions {
 /// Makes the engine for the repository that these configuration files name.
 using EngineFactory = std::function<std::unique_ptr<BackupEngine>(const RepositoryFiles& files)>;
 
-/// The parts that all peers share. Any thread. Settings are kept in the store, and the worker is told those
-/// that concern it.
+/// The parts that all peers share. Used on any thread. Settings are kept in the store, and the worker is told
+/// those that concern it.
 class Daemon {
  public:
   /// `terminate` is called when a client asks the daemon to quit.

@@ -49,7 +49,7 @@ class Readiness {
   Descriptor pipe_;
 };
 
-/// Leaves the terminal. Answers, in the process that was started, its exit status once the daemon serves or
+/// Leaves the terminal. Returns, in the process that was started, its exit status once the daemon serves or
 /// has failed; nothing in the daemon itself.
 std::optional<int> detach(Readiness& readiness) {
   int ends[2];
@@ -201,7 +201,7 @@ void addOptions(CLI::App& app, CommandLine& line) {
   app.add_flag("--verbose", options.verbose, "Log each call");
 }
 
-/// Completes the command line with the administrator's values and the default places. Answers the exit status
+/// Completes the command line with the administrator's values and the default places. Returns the exit status
 /// when a path cannot be used.
 std::optional<int> complete(CommandLine& line, const CLI::App& app) {
   DaemonOptions& options = line.options;

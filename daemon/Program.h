@@ -5,7 +5,7 @@
 
 namespace keldane {
 
-/// Runs the daemon with an engine until a signal or a client ends it. Answers the exit status.
+/// Runs the daemon with an engine until a signal or a client ends it. Returns the exit status.
 int runDaemon(int argc, char** argv, const EngineFactory& engine);
 
 }  // namespace keldane

@@ -1,4 +1,4 @@
-// Descriptors, lists and records as a host may make them, one call after the other.
+// Descriptors, lists and records, made by random sequences of a host's calls.
 #include "platform/events/AppleEvents.h"
 
 #include <algorithm>
@@ -29,7 +29,7 @@ bool isKnown(OSErr error) {
   return std::find(kErrors.begin(), kErrors.end(), error) != kErrors.end();
 }
 
-/// What a host holds: descriptors that it makes, changes and gives back in any order.
+/// The descriptors of a host, which are made, changed and released in any order.
 class Host {
  public:
   explicit Host(Input& input) : input_(input) {}
@@ -47,7 +47,7 @@ class Host {
   AEDesc& slot() { return slots_[input_.below(slots_.size())]; }
   DescType type() { return kTypes[input_.below(kTypes.size())]; }
 
-  /// Makes a descriptor in place of another, which is given back first.
+  /// Makes a descriptor in place of another, which is released first.
   OSErr make() {
     const AEDesc& source = slot();
     AEDesc& result = slot();
@@ -128,7 +128,8 @@ class Host {
     }
   }
 
-  /// Hands bytes, or a reference that it owns unless it is taken over, to a call that makes an item of them.
+  /// Passes bytes, or a reference, to a call that makes an item of them. The reference is owned here unless
+  /// the call takes it over.
   template <class Call>
   OSErr withBytes(const Call& call) {
     const DescType wanted = type();
@@ -137,7 +138,7 @@ class Host {
       return call(wanted, text.data(), text.size());
     }
     if (text.size() < sizeof(CFStringRef)) {
-      return call(wanted, text.data(), text.size());  // no reference at all
+      return call(wanted, text.data(), text.size());  // without a reference
     }
     const CFStringRef reference =
         CFStringCreateWithBytes(kCFAllocatorSystemDefault, text.data(), text.size());

@@ -9,7 +9,7 @@ using namespace keldane::fuzzing;
 
 namespace {
 
-/// What is read, or why it is refused.
+/// The property list, or the reason why it is refused.
 std::pair<PropertyList, std::string> read(BytesView bytes, PropertyList::Keys* usualKeys) {
   try {
     return {readBinaryPropertyList(bytes, usualKeys), ""};
@@ -24,7 +24,7 @@ std::pair<PropertyList, std::string> read(BytesView bytes, PropertyList::Keys* u
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const auto [value, refusal] = read({data, size}, nullptr);
   PropertyList::Keys keys;
-  for (int i = 0; i < 2; ++i) {  // the second time with those of the first
+  for (int i = 0; i < 2; ++i) {  // the second reading uses the keys of the first
     const auto [again, refusalAgain] = read({data, size}, &keys);
     require(again.description() == value.description() && refusalAgain == refusal,
             "the usual keys change nothing of what is read");

@@ -19,7 +19,7 @@ void checkTexts(const Bundle& bundle, const PropertyList& table) {
     const std::string found = bundle.localizedStringForKey(key.string(), "other");
     require(found == (text.isString() ? text.string() : "other"), "a text is found under its key");
   }
-  bundle.localizedStringForKey("any", "other");  // reads the table, if nothing before did
+  bundle.localizedStringForKey("any", "other");  // reads the table, if nothing has read it before
   require(bundle.localizedStringForKey("any", "other", "Missing") == "other",
           "without a table there is the other text");
 }
@@ -42,7 +42,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const PropertyList value = PropertyListSerialization::propertyListFromData(input.rest(), nullptr);
   const PropertyList expected = value.isDictionary() ? value : PropertyList::dictionary({});
 
-  // A bundle keeps what it has read for as long as the process lives, so each run has one of its own.
+  // A bundle keeps the files that it has read for the lifetime of the process, so each run has a bundle of
+  // its own.
   const TemporaryFolder folder;
   folder.write(isTable ? "Contents/Resources/de.lproj/Localizable.strings" : "Contents/Info.plist", content);
   const std::shared_ptr<Bundle> bundle = Bundle::bundleWithPath(folder.path());

@@ -1,4 +1,4 @@
-// The daemon as a hostile client sees it: on a socket of its own, over a store and a root of its own.
+// The daemon under a hostile client, with a socket, a store and a root of its own.
 #include "daemon/server/DaemonServer.h"
 
 #include <algorithm>
@@ -14,7 +14,7 @@ using namespace keldane::fuzzing;
 
 namespace {
 
-/// A request that is answered with the word that it names.
+/// A request whose answer contains this word.
 Bytes requestFor(const std::string& word) {
   Bytes bytes;
   const PropertyList elements = PropertyList::array({8, "@", "mappedUserAsString:", 1, "@", word});
@@ -46,11 +46,11 @@ struct Service {
   keldane::testing::TemporaryFolder folder;
   DaemonOptions options;
   std::shared_ptr<Daemon> daemon;
-  std::shared_ptr<Daemon> untouched;  // by those with rights
+  std::shared_ptr<Daemon> untouched;  // peers with rights do not use it
   std::shared_ptr<DaemonServer> server;
 };
 
-/// A connection as any program would make it.
+/// A connection as any program would open it.
 Connection connected(const std::string& path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
@@ -61,7 +61,7 @@ Connection connected(const std::string& path) {
   return peer;
 }
 
-/// Everything that is answered up to a last request, all of it whole frames.
+/// Reads everything up to the answer to a last request, and checks that it consists of whole frames.
 void checkAnswers(const Connection& peer) {
   static int runs = 0;
   const std::string word = "run " + std::to_string(++runs);
@@ -85,7 +85,7 @@ void checkAnswers(const Connection& peer) {
   }
 }
 
-/// What nobody but the daemon's own user may change.
+/// The settings that only the daemon's own user may change.
 PropertyList settings(Daemon& daemon) {
   PropertyList::Array values = {daemon.store().value(Store::Table::settings, "pausedUntil").value_or("")};
   for (const char* key : {"enabled", "includeRequired", "recoverMode", "lowerPriorityMode", "delayShutdown",
@@ -97,7 +97,7 @@ PropertyList settings(Daemon& daemon) {
   return PropertyList::array(std::move(values));
 }
 
-/// A request of a user without rights, on this thread.
+/// Performs a request of a user without rights on this thread.
 void askAsNobody(const std::shared_ptr<Daemon>& daemon, BytesView request) {
   const PropertyList before = settings(*daemon);
   static const auto share =
@@ -136,7 +136,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const bool ends = complete(stream);
   const std::vector<Frame> sent = FrameStream(stream).frames;
   peer->write(stream);
-  // Answers and failures that nobody waits for stay with their own connection.
+  // Unexpected answers and failure signals affect their own connection only.
   if (!ends || !std::all_of(sent.begin(), sent.end(),
                             [](const Frame& frame) { return frame.type == kRequestFrame; })) {
     peer = connected(service.options.socket);

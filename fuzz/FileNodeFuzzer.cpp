@@ -1,4 +1,4 @@
-// File nodes from whatever a daemon answers.
+// File nodes made from any answer of a daemon.
 #include "Common/nodes/FileNode.h"
 
 #include "fuzz/PropertyLists.h"
@@ -72,7 +72,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   require(copy->count() == node->count() && copy->backupFlags() == 0,
           "a copy has the children, and no flags");
   require(node->path().has_value() || node->nodeAtPath("/") == node, "a root leads to itself");
-  // A child that is held keeps what is above it.
+  // A pointer to a child keeps its parents alive.
   const Node::Pointer child = node->count() > 0 ? (*node->children())[node->count() - 1].pointer() : nullptr;
   require(!child || child->root() == node, "a child leads to its root");
   node->sizeValue();

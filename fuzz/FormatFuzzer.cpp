@@ -10,7 +10,7 @@ using namespace keldane::fuzzing;
 
 namespace {
 
-// The widest field or precision, and more than the digits of any real.
+// The widest field or precision, plus more than the digits of any real number.
 constexpr std::size_t kLongestConversion = 2 * 4096 + 400;
 
 FormatArgument argument(Input& input) {
@@ -30,7 +30,7 @@ FormatArgument argument(Input& input) {
   }
 }
 
-/// A conversion that C knows too prints as it does there.
+/// A conversion that C also has prints the same text as C's.
 void compareWithC(Input& input) {
   std::string form = "%";
   for (const char flag : {'-', '+', ' ', '#', '0'}) {

@@ -1,4 +1,5 @@
-// Frames as a peer writes them, and what a reader makes of any bytes: a second account of the framing.
+// Writes frames as a peer does, and reads any bytes as frames. It is a second implementation, to compare
+// with.
 #pragma once
 
 #include <fcntl.h>
@@ -37,7 +38,7 @@ inline void appendFrame(Bytes& bytes, std::int32_t type, BytesView payload) {
   append(bytes, payload.data(), payload.size());
 }
 
-/// The frames in a stream, and how many bytes are missing until a next one could begin.
+/// The frames in a stream, and the number of bytes that are missing until the next frame can begin.
 struct FrameStream {
   explicit FrameStream(BytesView bytes) {
     constexpr std::size_t kMarker = kFrameMarker.size(), kHeader = kMarker + 8;
@@ -67,7 +68,8 @@ struct FrameStream {
   std::uint64_t missing = 0;
 };
 
-/// Brings a stream to where a next frame can begin. False when that would take more than a run has time for.
+/// Fills the stream up to a place where a frame can begin. Returns false when that would take too long for a
+/// run.
 inline bool complete(Bytes& stream) {
   constexpr std::uint64_t kLongestPadding = 65536;
   std::uint64_t missing = FrameStream(stream).missing;
@@ -77,8 +79,8 @@ inline bool complete(Bytes& stream) {
   return missing == 0;
 }
 
-/// Whether the condition comes true, on another thread, within a generous time. A run is short, so this does
-/// not sleep.
+/// Whether the condition comes true, on another thread, within a generous time. This does not sleep, because
+/// a run is short.
 inline bool soon(const std::function<bool()>& condition) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
   while (!condition()) {
@@ -90,7 +92,7 @@ inline bool soon(const std::function<bool()>& condition) {
   return true;
 }
 
-/// One of two connected descriptors, the other of which somebody else has.
+/// One of two connected descriptors; other code owns the other one.
 class Connection {
  public:
   Connection() {
@@ -100,18 +102,18 @@ class Connection {
     other_ = ends[1];
   }
   explicit Connection(int connected) : descriptor_(connected) {}
-  /// For the one who takes it over.
+  /// The other descriptor, for its owner.
   int other() const { return other_; }
   int descriptor() const { return descriptor_.get(); }
 
   void write(BytesView bytes) const {
     while (!bytes.empty()) {
       const ssize_t sent = ::send(descriptor_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
-      require(sent > 0 || errno == EINTR, "bytes are taken");  // the fuzzing engine has an alarm clock
+      require(sent > 0 || errno == EINTR, "bytes are taken");  // the engine has an alarm clock
       bytes = bytes.subspan(sent > 0 ? static_cast<std::size_t>(sent) : 0);
     }
   }
-  /// What has come; waits for the first byte, this long.
+  /// The bytes that have come. Waits this long for the first one.
   Bytes read(int milliseconds) const {
     Bytes bytes;
     std::uint8_t block[16384];
@@ -125,7 +127,7 @@ class Connection {
     pollfd source{descriptor_.get(), POLLIN, 0};
     return poll(&source, 1, milliseconds) == 1;
   }
-  /// Whether the other end has not yet read all that was written.
+  /// Whether the other end has not read everything yet.
   bool hasUnread() const {
     int left = 0;
     return ioctl(descriptor_.get(), SIOCOUTQ, &left) == 0 && left > 0;

@@ -1,5 +1,5 @@
-// What the fuzzers share: an input that is taken apart, values that are made of one, and how a run ends that
-// finds something.
+// The common parts of the fuzzers: they read an input piece by piece, make values from it, and end a run that
+// finds a fault.
 #pragma once
 
 #include <cmath>
@@ -14,7 +14,7 @@
 
 namespace keldane::fuzzing {
 
-/// Ends the process, upon which the input is kept, when something that always holds does not.
+/// Ends the process when a condition that must always hold does not. The fuzzing engine then keeps the input.
 inline void require(bool holds, const char* what) {
   if (!holds) {
     std::fprintf(stderr, "This does not hold: %s\n", what);
@@ -22,7 +22,7 @@ inline void require(bool holds, const char* what) {
   }
 }
 
-/// The bytes of one run, taken from the front. When they are used up there are zeros and empty texts.
+/// The bytes of one run, read from the front. Afterwards it yields zeros and empty texts.
 class Input {
  public:
   Input(const std::uint8_t* data, std::size_t size) : rest_(data, size) {}
@@ -88,7 +88,7 @@ class Input {
     rest_ = rest_.subspan(taken.size());
     return taken;
   }
-  /// A NaN is not equal to itself, which would hide what is to be compared.
+  /// A number that is no NaN, because a NaN is not equal to itself and would spoil comparisons.
   double finite() {
     const auto value = number<double>();
     return std::isnan(value) ? 0 : value;

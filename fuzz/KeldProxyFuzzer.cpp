@@ -1,4 +1,4 @@
-// What a peer sends to a proxy: requests, answers and signals of failure.
+// Anything that a peer can send to a proxy: requests, answers and failure signals.
 #include "Common/calls/KeldProxy.h"
 
 #include <optional>
@@ -16,7 +16,7 @@ constexpr MethodSignature kMethods[] = {
     {"echo:", '@', "@"}, {"add:", 'q', "q"}, {"tell:", 'v', "@"}, {"odd", '*', ""}};
 constexpr Protocol kProtocol = {"Echo", kMethods};
 
-/// Answers with its first argument.
+/// Returns the first argument of each call.
 struct Echo final : InvocationTarget {
   const MethodSignature* methodSignatureForSelector(std::string_view selector) const override {
     return kProtocol.find(selector);
@@ -37,7 +37,7 @@ struct Echo final : InvocationTarget {
   PropertyList argument;
 };
 
-/// One proxy for all runs; each leaves it without a result that waits.
+/// One proxy for all runs. Each run leaves it without a waiting result.
 struct Link {
   Link() {
     setLogReceiver([](std::string_view) {});
@@ -47,12 +47,12 @@ struct Link {
     proxy->setProtocol(&KeldaneDaemonProtocol);
     proxy->setDelegate(target);
     require(socket->start(), "there is a thread");
-    answer(writtenAnswer("first"), kResponseFrame);  // from now on a failure readies a result
+    answer(writtenAnswer("first"), kResponseFrame);  // from now on a failure signal provides a result
   }
 
   static Bytes writtenAnswer(const PropertyList& value) { return written(value, Format::binary); }
 
-  /// What a call comes to when this was received.
+  /// The result of a call after this frame was received.
   PropertyList answer(const Bytes& payload, std::int32_t type) {
     proxy->processData(payload.empty() ? nullptr : &payload, type);
     PropertyList result = proxy->dictionaryForPath("/file", 1);

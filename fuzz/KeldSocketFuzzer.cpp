@@ -1,4 +1,4 @@
-// The frame reader, fed any bytes in any pieces.
+// The frame reader, given any bytes in pieces of any size.
 #include "Common/transport/KeldSocket.h"
 
 #include "fuzz/FrameStream.h"
@@ -19,7 +19,7 @@ struct Recorder final : KeldaneSocketDelegate {
       frames.push_back({type, payload == nullptr ? Bytes() : *payload});
     }
     if (type % 7 == 0) {
-      throw type;  // what a delegate throws goes no further
+      throw type;  // the reader must catch a delegate's exception
     }
     return true;
   }
@@ -46,7 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Bytes stream(bytes.begin(), bytes.end());
   const bool ends = complete(stream);
   if (ends) {
-    appendFrame(stream, kLastType, {});  // says that all before it was read
+    appendFrame(stream, kLastType, {});  // shows that everything before it was read
   }
 
   const Connection peer;

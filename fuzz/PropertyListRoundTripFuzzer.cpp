@@ -1,4 +1,4 @@
-// Any value, written and read, and any bytes as a file holds them, whatever their format.
+// Any value is written and read again, and any bytes are read as a file of any format.
 #include "fuzz/PropertyLists.h"
 
 using namespace keldane;

@@ -1,4 +1,4 @@
-// What holds of every property list, wherever it was read.
+// The properties that every property list has, whatever its source.
 #pragma once
 
 #include <algorithm>
@@ -10,7 +10,7 @@ namespace keldane::fuzzing {
 using Format = PropertyListSerialization::Format;
 
 inline constexpr std::size_t kLongestDescription =
-    (std::size_t{1} << 20) + 3;  // and three bytes that say "more"
+    (std::size_t{1} << 20) + 3;  // plus three bytes that mean "more"
 
 inline Bytes written(const PropertyList& value, Format format) {
   std::string error;
@@ -27,7 +27,7 @@ inline PropertyList readBack(const Bytes& bytes, Format expected) {
   return value;
 }
 
-/// Its texts are UTF-8, its conversions are those that are promised, and its members are found.
+/// Checks that texts are UTF-8, that conversions give the documented results, and that members can be found.
 inline void checkParts(const PropertyList& value) {
   if (value.isString()) {
     require(isValidUtf8(value.string()), "text that was read is UTF-8");
@@ -50,7 +50,7 @@ inline void checkParts(const PropertyList& value) {
   }
 }
 
-/// Written and read again it is the same, to the last byte of what is written of that.
+/// Checks that a value is the same after writing and reading, and that writing it again gives the same bytes.
 inline void checkRoundTrips(const PropertyList& value) {
   const std::string description = value.description();
   require(description.size() <= kLongestDescription, "a description has an end");
@@ -59,12 +59,12 @@ inline void checkRoundTrips(const PropertyList& value) {
   require(again.description() == description, "a value reads as what was written");
   require(written(again, Format::binary) == binary, "a value is always written alike");
   if (description.size() > std::size_t{1} << 14) {
-    return;  // what is shared is written at each of its places there
+    return;  // shared values are written once for each of their places
   }
   checkParts(value);
   const Bytes xml = written(value, Format::xml);
   if (!xml.empty()) {
-    // The first pass may replace characters that XML has no place for, and with them make two keys the same.
+    // The first pass may replace characters that XML cannot hold, and that may make two keys equal.
     const Bytes second = written(readBack(xml, Format::xml), Format::xml);
     require(written(readBack(second, Format::xml), Format::xml) == second, "XML is written alike");
   }

@@ -16,7 +16,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     return 0;
   }
   checkRoundTrips(value);
-  // The description of a container is in this format too, but that a word may begin as a comment does.
+  // The description of a container has this format, too, except that a word in it may begin as a comment
+  // does.
   const std::string description = value.description();
   if (value.count() > 0 && description.size() < kLongestDescription &&
       description.find("//") == std::string::npos) {

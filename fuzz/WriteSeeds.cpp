@@ -1,4 +1,4 @@
-// Writes an input or more for each fuzzer, made of what the system's parts really say to each other.
+// Writes one or more inputs for each fuzzer, made from real messages of the system's parts.
 //   write-fuzz-seeds FOLDER
 #include <filesystem>
 #include <fstream>
@@ -20,7 +20,7 @@ class Seeds {
  public:
   explicit Seeds(fs::path folder) : folder_(std::move(folder)) {}
 
-  /// `front` are the bytes by which a fuzzer chooses what to do with the rest.
+  /// `front` holds the bytes by which a fuzzer chooses what to do with the rest.
   void add(const char* target, const std::string& front, BytesView rest) {
     fs::create_directories(folder_ / target);
     std::ofstream file(folder_ / target / std::to_string(count_++), std::ios::binary);
@@ -55,7 +55,7 @@ PropertyList folder() {
                                    {"children", PropertyList::array({node(), node()})}});
 }
 
-/// An argument of each code, as a client would give it.
+/// An argument for a type code, as a client would pass it.
 PropertyList argument(const MethodSignature& method, char code) {
   const bool several = method.selector.find("iles") != std::string_view::npos;
   return code != '@' ? PropertyList(1)
@@ -121,7 +121,7 @@ int main(int argc, char** argv) {
     seeds.add("Format", std::string("\1") + static_cast<char>(std::strlen(format)),
               std::string(format) + "\1\7\7\7\7\7\7\7\7\4\3abc\5\7\3abc");
   }
-  // Each step is made of small numbers: a slot or two, a call, and what the call takes.
+  // Each step is a few small numbers: one or two slots, a call, and the arguments of the call.
   std::string steps;
   for (char call = 0; call < 12; ++call) {
     steps += std::string({call, 0, 1, call, 0, 6, 7, 4, 'a', 'b', 'c', 'd', 1, 0, 2, 3});

@@ -1,8 +1,8 @@
-// Looks at a folder as the daemon does, and says what that takes.
+// Scans a folder as the daemon does, and prints the cost.
 //   bench-scan STORE FOLDER fresh|unchanged
-// STORE is a file to be made. "fresh": nothing is stored, so everything comes to wait. "unchanged":
-// everything is noted as stored first, which is not timed. Prints the seconds, those of the processor, the
-// files that wait and the bytes each of them takes.
+// STORE is a file that is made here. With "fresh" nothing is stored, so every file becomes pending. With
+// "unchanged" every file is first recorded as stored, which is not timed. Prints the seconds, the seconds of
+// processor time, the pending files, and the bytes of memory for each of them.
 #include <malloc.h>
 #include <sys/resource.h>
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Measures how looking at the disk stands to find(1) on the same tree, turn by turn in one run, and what the daemon takes
-with 125,000 files, twice as many, and so on.
+"""Compares the daemon's scan with find(1) on the same tree, in alternating turns of one run, and measures the daemon with
+125,000 files, twice as many, and so on.
 
   scan.py BUILD [--files N] [--update-docs]
 
@@ -41,7 +41,7 @@ def folder_at(root, number):
 
 
 def grow_tree(root, begin, end):
-    """Adds files number `begin` up to `end`."""
+    """Adds the files with the numbers from `begin` up to `end`, which is not included."""
     for number in range(begin // FILES_IN_FOLDER, end // FILES_IN_FOLDER):
         place = folder_at(root, number)
         place.mkdir(parents=True)
@@ -50,7 +50,7 @@ def grow_tree(root, begin, end):
 
 
 def drop_caches():
-    """Whether they could be dropped."""
+    """Drops the page cache. Returns whether that was possible."""
     os.sync()
     try:
         pathlib.Path("/proc/sys/vm/drop_caches").write_text("3\n", encoding="ascii")
@@ -74,7 +74,7 @@ def looked(build, tree, kind):
 
 
 def compare(build, tree, turns):
-    """Medians in seconds, by title, of both sides."""
+    """The medians of both sides in seconds, by title."""
     rows = {}
     found(tree)  # so that the first turn is as warm as the others
     for kind in ("unchanged", "fresh"):
@@ -119,7 +119,7 @@ class Daemon:
         sys.exit("The daemon does not answer.")
 
     def processor_seconds(self):
-        """Of the threads that there are, to the nanosecond."""
+        """The processor time of the present threads, to the nanosecond."""
         used = 0
         for task in pathlib.Path(f"/proc/{self.process.pid}/task").iterdir():
             try:
@@ -129,7 +129,7 @@ class Daemon:
         return used / 1e9
 
     def memory(self):
-        """Resident MiB: at most, and now."""
+        """The greatest and the present resident memory, in MiB."""
         status = pathlib.Path(f"/proc/{self.process.pid}/status").read_text(encoding="ascii")
         return [int(re.search(rf"{name}:\s*(\d+) kB", status)[1]) / 1024 for name in ("VmHWM", "VmRSS")]
 
@@ -144,7 +144,7 @@ class Daemon:
             time.sleep(0.1)
 
     def wait_for_rest(self):
-        """Until it has hardly worked for some seconds: a full snapshot follows the last batch."""
+        """Waits until the daemon has hardly worked for some seconds, because a full snapshot follows the last batch."""
         end = time.monotonic() + PATIENCE
         while time.monotonic() < end:
             before = self.processor_seconds()
@@ -158,7 +158,7 @@ class Daemon:
 
 
 class Questions(threading.Thread):
-    """Asks what a file manager asks, of folders at random, and keeps the times by what was asked."""
+    """Asks a file manager's questions about random folders, and collects the times by the kind of question."""
 
     def __init__(self, daemon, tree, folders):
         super().__init__()
@@ -180,7 +180,7 @@ class Questions(threading.Thread):
         self.times[title].append(time.monotonic() - begin)
 
     def late(self):
-        """99 % of them take at most so many milliseconds."""
+        """The milliseconds within which 99 % of the questions were answered."""
         self.ended.set()
         self.join()
         self.client.close()
@@ -194,7 +194,7 @@ def processor_of(daemon, seconds):
 
 
 def with_daemon(build, place, tree, files):
-    """What the daemon takes with so many files."""
+    """The figures of the daemon with this number of files."""
     figures = {}
     folders = files // FILES_IN_FOLDER
     daemon = Daemon(build, place)
@@ -265,7 +265,7 @@ def value_of(figures, key):
 
 
 def plot(result, path):
-    """What doubles with the files, against their number, both on logarithmic scales; grey lines double with it."""
+    """Draws the figures that double with the files against their number, on logarithmic scales; grey lines double."""
     from math import log2
 
     series = (("a look, everything new, ms", "look s", 1e3, "#5b9a68"), ("memory while idle, MiB", "idle MiB", 1, "#c0605a"),

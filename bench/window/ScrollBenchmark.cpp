@@ -1,5 +1,5 @@
 // Times the frames of the preferences' tree while a folder with many files scrolls through it.
-//   bench-scroll [ROWS [FRAMES]]     100,000 and 1,000, unless told otherwise
+//   bench-scroll [ROWS [FRAMES]]     by default 100,000 and 1,000
 #include <gdkmm/frameclock.h>
 #include <glibmm/main.h>
 #include <gtkmm/application.h>
@@ -20,7 +20,7 @@ namespace keldane {
 namespace {
 
 constexpr int kWindowWidth = 860, kWindowHeight = 680;
-constexpr std::size_t kPiece = 100;      // rows, as the daemon's thread hands them over
+constexpr std::size_t kPiece = 100;      // rows that the daemon's thread hands over at once
 constexpr double kRowsAFrame = 7;        // a quick turn of the wheel
 constexpr double kRowHeight = 25;        // pixels, about
 constexpr std::int64_t kFrame = 33'000;  // microseconds
@@ -83,7 +83,7 @@ class ScrollBenchmark {
     return left_ > 0;
   }
 
-  /// What this thread has kept a processor busy for, in microseconds; a busy machine makes frames late, not
+  /// The processor time of this thread in microseconds. A busy machine makes frames late, but does not change
   /// this.
   static std::int64_t worked() {
     timespec time{};
@@ -91,7 +91,7 @@ class ScrollBenchmark {
     return std::int64_t{time.tv_sec} * 1'000'000 + time.tv_nsec / 1000;
   }
 
-  /// Down to the end and up again.
+  /// Scrolls down to the end and up again.
   bool frame(Gdk::FrameClock& clock) {
     const std::int64_t now = clock.get_frame_time();
     const auto adjustment = tree_->get_vadjustment();
@@ -105,7 +105,7 @@ class ScrollBenchmark {
     }
     last_ = now;
     lastWork_ = worked();
-    // Now and then a leap, as by the scroll bar.
+    // Every 50th frame leaps, as a drag of the scroll bar does.
     const double step = seen_ % 50 == 0 ? end / 7 : kRowsAFrame * kRowHeight;
     double place = adjustment->get_value() + step * direction_;
     if (place > end || place < 0) {

@@ -9,7 +9,7 @@ namespace keldane {
 namespace {
 
 constexpr auto kWindow = std::chrono::seconds(30);
-constexpr double kLongestTime = 1e9;  // seconds: thirty years are as good as never
+constexpr double kLongestTime = 1e9;  // seconds: a longer time than thirty years is not shown
 
 }  // namespace
 

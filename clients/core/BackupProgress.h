@@ -1,4 +1,4 @@
-// How far a backup has come, how fast it goes, and how long it will take.
+// The progress of a backup, its speed, and the time that is left.
 #pragma once
 
 #include <chrono>
@@ -8,21 +8,22 @@
 
 namespace keldane {
 
-/// Made from what the daemon tells: how much is pending, again and again. What has left the pending list
-/// counts as done; what comes in makes the whole larger. A batch begins when something is pending and nothing
-/// was. One thread.
+/// Computed from the daemon's repeated reports of how much is pending. Files that have left the pending list
+/// count as done; new files make the whole larger. A batch begins when something is pending and nothing was.
+/// Used on one thread.
 class BackupProgress {
  public:
   using Clock = std::chrono::steady_clock;
 
-  /// Bytes and files that are pending at this time; times do not go backwards.
+  /// Takes the bytes and files that are pending at this time; times do not go backwards.
   void update(std::uint64_t files, std::uint64_t bytes, Clock::time_point now);
-  /// Forgets the rates, which a daemon that was away would spoil.
+  /// Forgets the rates, which would be wrong after the daemon was away.
   void forgetRates() { samples_.clear(); }
 
-  /// Done of the whole batch, 0 to 1, by bytes, and by files when the whole has none; 1 with nothing pending.
+  /// The part of the whole batch that is done, 0 to 1, by bytes, or by files when the whole has no bytes; 1
+  /// with nothing pending.
   double fraction() const;
-  /// Over about the last 30 seconds; 0 until something was seen to be done.
+  /// Averages over about the last 30 seconds; 0 until some work was seen to be done.
   double bytesPerSecond() const { return perSecond(&Amount::bytes); }
   double filesPerSecond() const { return perSecond(&Amount::files); }
   /// Absent while nothing moves, 0 with nothing pending.

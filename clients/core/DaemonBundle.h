@@ -1,4 +1,4 @@
-// Where the clients find the daemon: the plug-in's bundle says it.
+// Finds the daemon through the plug-in's bundle.
 #pragma once
 
 #include <memory>

@@ -10,38 +10,36 @@
 
 namespace keldane {
 
-/// The absolute path that a person means, without "." and ".." and slashes at its end.
+/// The absolute form of a path that a person typed, without "." and ".." and without slashes at its end.
 std::string pathNamed(const std::string& text);
 
-/// A folder whose children come from the daemon when they are first looked at.
+/// A folder whose children the daemon reports when they are first looked at.
 KeldaneFileNodeProxy::Pointer folderAt(const std::string& path, const std::shared_ptr<KeldaneProxy>& daemon);
 
-/// Puts what the daemon says is in a folder into its node, whose own children, if it has any, stand instead.
-/// What cannot be asked stays without.
+/// Asks the daemon for a folder's children and adds them to its node. A node that has children already keeps
+/// them. When nothing can be asked, the node stays without children.
 void loadChildren(const KeldaneFileNode::Pointer& folder, const std::shared_ptr<KeldaneProxy>& daemon);
 
-/// Adds what this program finds in a folder under names that are not UTF-8: the protocol cannot name it, so
-/// the daemon does not list it. Such a node has its name's bytes, stands as its folder does, cannot be
-/// entered, and has a backup date, of no meaning, when all that is selected in its folder is stored. For a
-/// folder whose children are loaded; done twice it changes nothing.
+/// Adds the entries of a folder whose names are not UTF-8. The protocol cannot carry such names, so the
+/// daemon does not list them. Such a node has its name's bytes and its folder's state, and cannot be entered.
+/// It has a backup date, of no meaning, when everything selected in its folder is stored. The folder's
+/// children must be loaded; a second call changes nothing.
 void addNamesThatAreNoText(const KeldaneFileNode::Pointer& folder);
 bool hasNameThatIsNoText(const KeldaneFileNode& node);
 
-/// Whether a child is a folder whose path lies below its folder's and is one that a system can hold. So no
-/// daemon's answer leads round in a circle or down without end. A path that is not UTF-8 cannot be asked
-/// about.
+/// Whether a child is a folder that can be asked about: its path lies below its folder's path, is UTF-8, and
+/// is no longer than a system allows. So no answer of a daemon leads round in a circle or down without end.
 bool canBeEntered(KeldaneFileNode& folder, KeldaneFileNode& child);
-/// Those among the children that can be entered, in their order.
+/// The children that can be entered, in their order.
 std::vector<KeldaneFileNode::Pointer> foldersIn(const KeldaneFileNode::Pointer& folder);
 
-/// Loads the children of a folder and of all folders below, names that are no text included; `asking` is told
-/// before each question. Not recursive: the depth of a tree does not matter.
+/// Loads the children of a folder and of all folders below, including names that are no text. `asking` is
+/// called before each question. Not recursive, so any depth of the tree is safe.
 void loadAll(const KeldaneFileNode::Pointer& folder, const std::shared_ptr<KeldaneProxy>& daemon,
              const std::function<void()>& asking);
 
-/// The node of a path that lies below a root, with the children of every folder on the way loaded, names that
-/// are no text included; absent
-/// when one of them is not among its folder's.
+/// The node of a path below a root. The children of every folder on the way are loaded, including names that
+/// are no text. Absent when a part of the path is not among its folder's children.
 KeldaneFileNode::Pointer loadPath(const KeldaneFileNode::Pointer& root, const std::string& path,
                                   const std::shared_ptr<KeldaneProxy>& daemon);
 

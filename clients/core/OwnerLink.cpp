@@ -6,7 +6,7 @@ namespace keldane {
 
 namespace {
 
-constexpr std::size_t kLongestAddress = 103;  // more of a path would not be looked at
+constexpr std::size_t kLongestAddress = 103;  // bytes; the daemon allows no longer path for its sockets
 
 }  // namespace
 

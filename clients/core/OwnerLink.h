@@ -10,18 +10,18 @@
 
 namespace keldane {
 
-/// One connection, and a call for each method of the second socket. A call waits, without a time limit, for
-/// its answer and is absent when the link has ended. One thread.
+/// One connection, with a call for each method of the second socket. A call waits for its answer without a
+/// time limit; the answer is absent when the link has ended. Used on one thread.
 class OwnerLink final : public OwnerCalls<OwnerLink> {
  public:
-  /// `socketPath` is the first socket's.
+  /// `socketPath` is the path of the first socket.
   explicit OwnerLink(const std::string& socketPath) : path_(ownerSocketPath(socketPath)) {}
   ~OwnerLink() { close(); }
   OwnerLink(const OwnerLink&) = delete;
   OwnerLink& operator=(const OwnerLink&) = delete;
 
   const std::string& path() const { return path_; }
-  /// Once. False when nobody listens there, or not for this user.
+  /// Connects, once. Returns false when nobody listens there, or not for this user.
   bool connect();
   bool isAtEnd() const { return !proxy_ || proxy_->isLinkAtEnd(); }
   void close();

@@ -1,4 +1,4 @@
-// The daemon's second socket for the time of one command.
+// A connection to the daemon's second socket for one command.
 #pragma once
 
 #include <memory>
@@ -9,16 +9,16 @@
 
 namespace keldane {
 
-/// Connected from its construction on, which throws CommandFailure when the daemon cannot be reached or is
-/// another user's. One thread.
+/// Connected by its constructor, which throws CommandFailure when the daemon cannot be reached or belongs to
+/// another user. Used on one thread.
 class OwnerSession {
  public:
   explicit OwnerSession(const Globals& globals);
 
-  /// The daemon's answer within the deadline. Throws CommandFailure with the daemon's own sentence for an
+  /// The daemon's answer, within the deadline. Throws CommandFailure with the daemon's own sentence for an
   /// "error", and when the daemon has gone.
   PropertyList ask(std::string_view selector, PropertyList::Entries request = {});
-  /// The same for a question that takes the daemon as long as it takes.
+  /// The same for a request without a deadline, because it may take the daemon long.
   PropertyList askForLong(std::string_view selector, PropertyList::Entries request);
 
  private:
@@ -30,7 +30,7 @@ class OwnerSession {
   std::unique_ptr<OwnerLink> link_;
 };
 
-/// The daemon's sentence in the user's language, fit for a terminal and with a full stop at its end.
+/// The daemon's sentence in the user's language, safe for a terminal and with a full stop at its end.
 std::string sentenceFrom(const PropertyList& text);
 
 }  // namespace keldane

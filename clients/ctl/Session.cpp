@@ -77,7 +77,8 @@ void Session::requireDaemon() {
 
 void Session::checkDaemon() {
   RunLoop::current().runDue();
-  // The end of the link is queued to this thread a moment after the call that waited was let go.
+  // The event for the end of the link reaches this thread's queue a moment after the waiting call has
+  // returned.
   const std::shared_ptr<KeldaneProxy> link = proxy();
   if (!link || link->isLinkAtEnd()) {
     throw unreachable();

@@ -1,4 +1,4 @@
-// What every command works with: the daemon, and where it is looked for.
+// The daemon as every command uses it, and the options that say where it is looked for.
 #pragma once
 
 #include <memory>
@@ -12,7 +12,7 @@ namespace keldane {
 
 enum ExitStatus { kDone = 0, kNotTaken = 1, kUsage = 2, kUnreachable = 3, kDeadlinePassed = 4, kRests = 5 };
 
-/// The options of all commands, and how the command went.
+/// The options of all commands, and the command's result.
 struct Globals {
   std::string bundle;
   double deadline = 30;
@@ -30,21 +30,21 @@ class CommandFailure : public std::runtime_error {
   ExitStatus status_;
 };
 
-/// One sentence to standard error, after the program's name.
+/// Writes one sentence to standard error, after the program's name.
 void complain(const std::string& sentence);
 
-/// What is said, after the program's name, of a daemon that was silent for too long.
+/// The sentence about a daemon that was silent for too long.
 std::string silenceSentence(const std::string& socketPath, double seconds);
-/// What the daemon says, in the user's language and fit for a terminal; empty when it says nothing.
+/// The daemon's words in the user's language, safe for a terminal; empty when there are none.
 std::string daemonWords(const PropertyList& text);
 
-/// Why nothing can be asked, or was answered, about a path; a sentence.
+/// The sentence for a path about which nothing can be asked, or about which the daemon knows nothing.
 std::string nothingKnownOf(const std::string& path);
-/// The absolute path that a person means. Throws CommandFailure for one that is not UTF-8: the protocol has
-/// no place for it.
+/// The absolute form of a path that a person typed. Throws CommandFailure for a path that is not UTF-8,
+/// because the protocol cannot carry it.
 std::string askablePath(const std::string& given);
 
-/// The link to the daemon for the time of one command. Throws CommandFailure when no bundle says where it is.
+/// The link to the daemon for one command. Throws CommandFailure when no bundle says where the daemon is.
 class Session {
  public:
   explicit Session(const Globals& globals);
@@ -56,23 +56,24 @@ class Session {
   BackupState& state() { return state_; }
   std::shared_ptr<KeldaneProxy> proxy() const { return state_.proxy(); }
 
-  /// Connects, once; false when the daemon cannot be reached. From here on no single wait for the daemon may
-  /// be longer than the deadline.
+  /// Connects once. Returns false when the daemon cannot be reached. From here on no single wait for the
+  /// daemon is longer than the deadline.
   bool connect();
-  /// The same, and throws CommandFailure for a daemon that cannot be reached.
+  /// Connects, and throws CommandFailure when the daemon cannot be reached.
   void requireDaemon();
-  /// Throws CommandFailure when the daemon has gone meanwhile, so that its silence is not taken for an
+  /// Throws CommandFailure when the daemon has gone meanwhile, so that its silence does not count as an
   /// answer.
   void checkDaemon();
-  /// What the daemon knows of a path, after connecting. Throws CommandFailure when that is nothing, and for a
-  /// daemon that cannot be reached.
+  /// Connects and returns the daemon's dictionary for a path. Throws CommandFailure when the daemon knows
+  /// nothing of the path or cannot be reached.
   PropertyList knownNode(const std::string& path);
-  /// Whether this is root or the daemon's own user; not known of a daemon without a second socket, and true.
+  /// Whether this is root or the daemon's own user. True, too, for a daemon without a second socket, where it
+  /// is unknown.
   bool mayChangeAll() const;
-  /// Why a daemon that answers did not do what only root and its own user may have done, as far as can be
-  /// told.
+  /// The probable reason why a daemon that answers did not do something that only root and its own user may
+  /// request.
   CommandFailure refusal() const;
-  /// Before each of many questions.
+  /// Starts the deadline again; called before each of many questions.
   void renewDeadline() { deadline_->renew(); }
 
  private:

@@ -12,13 +12,13 @@ namespace keldane {
 
 namespace {
 
-constexpr std::uint64_t kPatience = 2'000'000;  // microseconds that a service may take for its answer
+constexpr std::uint64_t kPatience = 2'000'000;  // microseconds that a service may take to answer
 // Values of NetworkManager's "Metered".
 constexpr std::uint32_t kMetered = 1, kProbablyMetered = 3;
 
 constexpr const char* kPower = "org.freedesktop.UPower";
 constexpr const char* kNetwork = "org.freedesktop.NetworkManager";
-// The service of the profiles has had two names.
+// The service for power profiles has had two names.
 constexpr const char* kProfiles = "org.freedesktop.UPower.PowerProfiles";
 constexpr const char* kOldProfiles = "net.hadess.PowerProfiles";
 
@@ -39,7 +39,7 @@ int check(int result, const char* what) {
   return result;
 }
 
-/// Whether an error of a call tells that the connection is at its end.
+/// Whether an error of a call means that the connection has ended.
 bool isOver(int result) {
   return result == -ECONNRESET || result == -ENOTCONN || result == -EPIPE || result == -ESHUTDOWN;
 }
@@ -54,8 +54,8 @@ struct MessageEnd {
 };
 using Message = std::unique_ptr<sd_bus_message, MessageEnd>;
 
-/// The answer with a service's property, of a basic type, which is what is read from it next; null when
-/// nobody tells. No service is started for it.
+/// The answer with a service's property of a basic type, which the caller reads next; null when no service
+/// answers. No service is started for it.
 Message propertyOf(sd_bus* bus, const Followed& object, const char* interface, const char* name,
                    const char* type) {
   sd_bus_message* made = nullptr;

@@ -1,4 +1,4 @@
-// Power and network as the system's services tell them over D-Bus.
+// The state of power and network, as the system's services report it over D-Bus.
 #pragma once
 
 #include <chrono>
@@ -12,9 +12,9 @@ struct sd_bus;
 
 namespace keldane {
 
-/// How power and network stand. What a service does not tell, or none tells, is as if all were well.
+/// The state of power and network. A value that no service reports counts as normal.
 struct PowerAndNetwork {
-  std::optional<std::uint32_t> batteryPercent;  ///< absent: not on battery, or nobody knows how full it is
+  std::optional<std::uint32_t> batteryPercent;  ///< absent: not on battery, or the charge is unknown
   bool metered = false;
   bool powerSaver = false;
   bool operator==(const PowerAndNetwork&) const = default;
@@ -26,8 +26,8 @@ class NoSystemBus : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// A connection to the system bus, which asks UPower, NetworkManager and power-profiles-daemon, those that
-/// run. None of them is started for it. One thread.
+/// A connection to the system bus. It asks those of UPower, NetworkManager and power-profiles-daemon that
+/// run; none of them is started for it. Used on one thread.
 class SystemBus {
  public:
   /// Throws NoSystemBus.
@@ -35,8 +35,8 @@ class SystemBus {
 
   /// Asks all of them. Throws NoSystemBus.
   PowerAndNetwork read();
-  /// Waits until a service tells of something new, comes or goes, a signal interrupts, or the time is over.
-  /// True when there is something to be read. Throws NoSystemBus.
+  /// Waits until a service reports a change, appears or disappears, a signal interrupts, or the time is over.
+  /// Returns true when there is something to be read. Throws NoSystemBus.
   bool waitForNews(std::chrono::milliseconds time);
 
  private:

@@ -1,4 +1,5 @@
-// keldane-power: tells the backup daemon how power and network stand, so that the daemon needs no D-Bus.
+// keldane-power: reports the state of power and network to the backup daemon, so that the daemon needs no
+// D-Bus.
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <csignal>
@@ -24,7 +25,7 @@ extern "C" void endSoon(int /*number*/) { isEnding = 1; }
 
 void say(const std::string& sentence) { std::cerr << "keldane-power: " << sentence << std::endl; }
 
-/// Says a sentence when it is another than the last one; an empty one is what nobody needs to hear.
+/// Prints a sentence when it differs from the last one; an empty sentence means that all is well.
 class Complaint {
  public:
   void set(const std::string& sentence) {
@@ -45,7 +46,8 @@ PropertyList requestFor(const PowerAndNetwork& state) {
        {"powerSaver", state.powerSaver}});
 }
 
-/// Tells the daemon, and for how long it believes it; absent when the daemon cannot be told.
+/// Tells the daemon. Returns the time for which the daemon believes the report; absent when it cannot be
+/// told.
 std::optional<std::chrono::seconds> tell(const std::string& socketPath, const PowerAndNetwork& state) {
   OwnerLink link(socketPath);
   if (!link.connect()) {
@@ -68,7 +70,7 @@ class Watcher {
       }
       wait();
     }
-    tell(socketPath_, {});  // nobody will say when it is over
+    tell(socketPath_, {});  // nobody will report the end of this state, so it is withdrawn
   }
 
  private:

@@ -33,7 +33,7 @@ struct Options {
   std::string bundle, page, restore, restoreMissing;
   bool background = false;
 
-  /// Where the window is to be; absent when nothing was said.
+  /// The place in the window that the options name; absent when they name none.
   std::optional<WindowPlace> place() const {
     if (!restore.empty()) {
       return WindowPlace{WindowPlace::Kind::versions, restore};
@@ -82,7 +82,7 @@ void addOptions(CLI::App& app, Options& options) {
       ->excludes(restore);
 }
 
-/// What the arguments ask for; an exit status when that is all.
+/// Reads what the arguments ask for. Returns an exit status when the program is to end at once.
 std::optional<int> readArguments(int argc, char** argv, Options& options) {
   CLI::App app(tr("Shows what the backup daemon of this computer does and what it backs up, changes it, and "
                   "restores from the backup."),
@@ -124,7 +124,7 @@ class Program {
  public:
   explicit Program(const Options& options)
       : options_(options),
-        // A window onto another daemon is no second window onto the same.
+        // A window for another daemon is a separate program, not a second window of this one.
         app_(Gtk::Application::create(kApplication, options.bundle.empty()
                                                         ? Gio::Application::Flags::HANDLES_COMMAND_LINE
                                                         : Gio::Application::Flags::HANDLES_COMMAND_LINE |
@@ -132,7 +132,7 @@ class Program {
     app_->signal_command_line().connect(
         [this](const Glib::RefPtr<Gio::ApplicationCommandLine>& line) { return open(line); }, false);
     app_->signal_activate().connect([this] { present(std::nullopt); });
-    // What a notification leads to.
+    // A notification leads to this action.
     app_->add_action_with_parameter(kShow, Glib::VARIANT_TYPE_STRING, [this](const Glib::VariantBase& page) {
       Options wanted;
       wanted.page = Glib::VariantBase::cast_dynamic<Glib::Variant<Glib::ustring>>(page).get();
@@ -185,7 +185,7 @@ class Program {
     }
   }
 
-  /// The session begins it, so where nothing is installed nobody is told of that.
+  /// The desktop session starts this by itself, so no window tells the person when nothing is installed.
   void watch() {
     if (watches_) {
       return;
@@ -224,7 +224,7 @@ class Program {
     });
   }
 
-  /// The thread that follows a daemon hangs with it, and no other can follow one in this process.
+  /// The thread that follows a hung daemon hangs, too, and no second thread can follow one in this process.
   static void beginAnew() {
     execl("/proc/self/exe", "keldane-preferences", nullptr);
     std::_Exit(EXIT_FAILURE);
@@ -273,7 +273,7 @@ class Program {
   const Options options_;
   const Glib::RefPtr<Gtk::Application> app_;
   AlertKeeper alerts_;
-  std::unique_ptr<Lookout> lookout_;  // while there has been no window
+  std::unique_ptr<Lookout> lookout_;  // only until there is a window
   std::unique_ptr<PreferencesWindow> window_;
   std::unique_ptr<Gtk::MessageDialog> message_;
   int status_ = EXIT_SUCCESS;
@@ -282,10 +282,10 @@ class Program {
 };
 
 int run(int argc, char** argv) {
-  // The toolkit would try again, and complain.
+  // The toolkit would try again and print a warning.
   gtk_disable_setlocale();
   Glib::set_init_to_users_preferred_locale(false);
-  std::setlocale(LC_ALL, "");  // of what it lacks the next line takes care
+  std::setlocale(LC_ALL, "");  // the next line takes care of anything that the locale lacks
   beginTranslation(kPreferencesCatalogue);
   Options options;
   if (const std::optional<int> status = readArguments(argc, argv, options)) {

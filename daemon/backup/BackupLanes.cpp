@@ -53,7 +53,7 @@ void BackupWorker::runLane(Lane& lane) {
   }
 }
 
-/// Runs one batch or one piece of upkeep. Answers false when there was nothing to do.
+/// Runs one batch or one piece of upkeep. Returns false when there was nothing to do.
 bool BackupWorker::step(Lane& lane) {
   const std::lock_guard running(lane.running);
   {
@@ -241,7 +241,7 @@ void BackupWorker::addAgain(Batch& batch) {
   batch.parent = hour_.parent;
 }
 
-/// Runs a batch and answers whether it was stored.
+/// Runs a batch and returns whether it was stored.
 bool BackupWorker::runBatch(Lane& lane, const Batch& batch) {
   if (const EngineAnswer room = keeper_.mayGrow(); !room) {
     watch_.report(room);
@@ -291,7 +291,7 @@ bool BackupWorker::runBatch(Lane& lane, const Batch& batch) {
   return true;
 }
 
-// Learns from the result of a batch. Answers whether lost bytes have been stored again.
+// Learns from the result of a batch. Returns whether lost bytes have been stored again.
 bool BackupWorker::learnFrom(const Lane& lane, const Batch& batch, const BatchEnd& end,
                              steady_clock::duration took) {
   std::uint64_t bytes = 0;

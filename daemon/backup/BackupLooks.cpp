@@ -43,7 +43,7 @@ void BackupWorker::runScanner() {
   }
 }
 
-/// Looks at the next change or tree. Answers false when there is none.
+/// Looks at the next change or tree. Returns false when there is none.
 bool BackupWorker::lookAtNext() {
   bool mayChange = false;
   {
@@ -124,7 +124,7 @@ void BackupWorker::giveMemoryBack() {
   wasStoring_ = isStoring;
 }
 
-/// Makes a look that nothing has asked for. Answers how long the thread may rest.
+/// Makes a look that nothing has asked for. Returns the time for which the thread may rest.
 std::chrono::milliseconds BackupWorker::lookQuietly() {
   giveMemoryBack();
   const QuietLook::Step step = quiet_.step();

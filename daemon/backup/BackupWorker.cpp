@@ -260,7 +260,7 @@ void BackupWorker::setModes(const Modes& modes) {
   changed_.notify_all();
 }
 
-// With the mutex held.
+// The caller holds the mutex.
 void BackupWorker::cancelWhatMayNotRun() {
   for (Lane* lane : lanes_) {
     if (lane->isStoring && !mayWork(lane->isForced)) {

@@ -236,12 +236,12 @@ class BackupWorker {
   std::map<std::string, unsigned> doublings_;  // how often the turn of an interrupted large file was doubled
 
   std::atomic<bool> stopping_ = false;
-  std::mutex preparing_;  // the repository is made ready by one lane
+  std::mutex preparing_;  // so that only one lane at a time makes the repository ready
   Lane ordinary_{Work::ordinary}, preferred_{Work::preferred}, large_{Work::large};
   const std::array<Lane*, 3> lanes_ = {&ordinary_, &preferred_, &large_};
   std::thread scanning_;
-  // Of the scanning thread:
-  std::optional<Scanner::Walk> walk_;  // of placeScanned_
+  // Used by the scanning thread alone:
+  std::optional<Scanner::Walk> walk_;  // the walk through placeScanned_
   bool wasStoring_ = false;
   QuietLook quiet_;
 };

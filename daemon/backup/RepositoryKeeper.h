@@ -15,7 +15,7 @@ class RepositoryKeeper {
   /// Makes the repository usable: sets it up at the first start, and brings the catalogue up to what the
   /// repository holds. Called before the first batch and again after each change of the repository.
   virtual EngineAnswer makeReady(EngineJob& job) = 0;
-  /// Does the upkeep that is due (forget, prune, check, drill) and answers the result; absent when nothing
+  /// Does the upkeep that is due (forget, prune, check, drill) and returns the result; absent when nothing
   /// was due.
   virtual std::optional<EngineAnswer> lookAfter(EngineJob& job) = 0;
   /// Whether the repository must not be changed until a user allows it.

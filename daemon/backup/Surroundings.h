@@ -10,7 +10,7 @@ namespace keldane {
 
 /// Another program reports the state of power and network at intervals; the daemon itself asks nobody. A
 /// report is valid for some minutes only, so that the last one of a program that died does not count for
-/// ever. Times are seconds since boot. Any thread.
+/// ever. Times are seconds since boot. Used on any thread.
 class Surroundings {
  public:
   struct Report {

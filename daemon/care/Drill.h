@@ -15,7 +15,7 @@ struct DrillEnd {
   EngineAnswer answer;       ///< about the repository as a whole
   std::size_t compared = 0;  ///< files that are the same, byte by byte, as those on the disk
   std::size_t hashed = 0;    ///< files that have changed on the disk since; the repository's own hashes agree
-  std::vector<std::string> failed;  ///< files that are not what was stored
+  std::vector<std::string> failed;  ///< files whose stored bytes are wrong
   /// The result as a sentence for people.
   std::string sentence() const;
 };

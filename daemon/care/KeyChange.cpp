@@ -15,7 +15,7 @@ std::optional<KeyChange::Record> KeyChange::record() const {
   if (!text) {
     return std::nullopt;
   }
-  // Three lines: no key has a line end in it.
+  // The record has three lines, because no key contains a line end.
   Record record;
   std::istringstream lines(*text);
   if (!std::getline(lines, record.formerId) || !std::getline(lines, record.formerKey) ||
@@ -60,15 +60,15 @@ EngineAnswer KeyChange::goOn(EngineJob& job) {
   }
   const std::string key = files_.key();
   if (key != begun->formerKey && key != begun->newKey) {
-    forget();  // a person has given another one meanwhile
+    forget();  // a person has set another key meanwhile
     return {};
   }
   const EngineAnswer answer = takeIntoUse(*begun, job);
-  // The new key was never added; the former one is in use again.
+  // With this answer the new key was never added, and the former one is in use again.
   return answer.health == Health::wrongKey ? EngineAnswer() : answer;
 }
 
-/// Whether the new key opens the repository is seen with the key in its place.
+/// Puts the new key in place first, because the engine can only try the key that is in place.
 EngineAnswer KeyChange::takeIntoUse(const Record& record, EngineJob& job) {
   files_.setKey(record.newKey);
   if (const EngineAnswer answer = engine_.probe(job); !answer) {

@@ -1,4 +1,4 @@
-// Puts a new key in place of the repository's.
+// Replaces the key of the repository by a new one.
 #pragma once
 
 #include <optional>
@@ -9,18 +9,18 @@
 
 namespace keldane {
 
-/// What is stored is not encrypted anew: the new key opens what the former one opened. Both are in a file of
-/// the data folder from before the new one is added until the former one is removed, so that a crash at any
-/// time leaves a key that opens the repository, and `goOn` ends what was begun. While a change runs the
-/// caller keeps everything else that uses the repository from beginning.
+/// Stored data is not encrypted anew: the new key opens the same data. A file of the data folder holds both
+/// keys from before the new one is added until the former one is removed. So a crash at any time leaves a key
+/// that opens the repository, and `goOn` completes or undoes the change. While a change runs, the caller
+/// keeps all other users of the repository from beginning.
 class KeyChange {
  public:
   KeyChange(BackupEngine& engine, const RepositoryFiles& files) : engine_(engine), files_(files) {}
 
-  /// Ready: the new key is in use and the former one opens nothing. Otherwise the sentence says whether the
-  /// new one is in use.
+  /// `ready` means that the new key is in use and the former one opens nothing. Otherwise the sentence says
+  /// whether the new key is in use.
   EngineAnswer run(EngineJob& job);
-  /// Ends a change that was interrupted. Ready when there is none, and when it was ended either way.
+  /// Completes or undoes a change that was interrupted. `ready` when that is done, or when there was none.
   EngineAnswer goOn(EngineJob& job);
 
  private:

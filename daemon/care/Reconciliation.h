@@ -47,7 +47,7 @@ class Reconciliation {
     SnapshotRecord record;
   };
 
-  /// Removes vanished snapshots from the catalogue. Answers the snapshots that must be read, the newest
+  /// Removes vanished snapshots from the catalogue. Returns the snapshots that must be read, the newest
   /// first.
   std::vector<UnknownSnapshot> compare(const std::vector<SnapshotRecord>& known,
                                        const std::vector<Snapshot>& found);

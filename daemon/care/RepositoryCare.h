@@ -26,8 +26,8 @@ RepositoryConfig newComputer();
 /// The intervals of each kind of upkeep, in seconds.
 struct CareTimes {
   double probe = 6 * 3600.0;
-  double forget = 3600;      ///< when many snapshots may go
-  double forgetFew = 86400;  ///< when any may go
+  double forget = 3600;      ///< between looks for many snapshots that may go
+  double forgetFew = 86400;  ///< between looks for any snapshot that may go
   double prune = 7 * 86400.0;
   double check = 7 * 86400.0;  ///< each checks an eighth of the stored bytes
   double drill = 7 * 86400.0;
@@ -41,7 +41,7 @@ class RepositoryCare final : public RepositoryKeeper {
                  RepositoryWatch& watch, const CareTimes& times = {})
       : store_(store), rules_(rules), engine_(engine), files_(files), watch_(watch), times_(times) {}
 
-  /// The location where a daemon without a repository makes one; empty means its own folder. To be set before
+  /// The location where a daemon without a repository makes one; empty means its own folder. It is set before
   /// the first call.
   std::string firstLocation;
 

@@ -16,7 +16,7 @@ class RepositoryFiles;
 
 /// The condition of the repository, as the last call found it.
 enum class Health {
-  ready,            ///< it did what was asked
+  ready,            ///< the call has done its work
   notSetUp,         ///< no repository was ever made or named
   missing,          ///< there was one, and it is gone; it is never made anew unless a user asks for it
   otherRepository,  ///< the place holds a repository with another id
@@ -52,7 +52,7 @@ struct EngineJob {
 
 /// The request for one snapshot.
 struct StoreRequest {
-  std::vector<std::string> targets;  ///< absolute paths of files and of folders with all that is in them
+  std::vector<std::string> targets;  ///< absolute paths of files, and of folders with their contents
   std::vector<std::string> tags;
   std::string parent;  ///< the snapshot whose unchanged files need not be read; empty: read every file
 };
@@ -73,7 +73,7 @@ struct StoreObserver {
 struct StoreAnswer : EngineAnswer {
   std::string snapshot;          ///< the beginning of its id, at least 8 hexadecimal digits
   bool someUnreadable = false;   ///< files were left out
-  std::uint64_t bytesAdded = 0;  ///< by how much the repository grew, approximately
+  std::uint64_t bytesAdded = 0;  ///< the approximate growth of the repository
 };
 
 /// A snapshot as the repository lists it.
@@ -117,7 +117,7 @@ struct CheckAnswer : EngineAnswer {
   /// The snapshots that lost a list of names, so that a part of them cannot be restored. They are reported
   /// when no pack is damaged any more. Checks fail until these snapshots are forgotten.
   std::vector<std::string> damagedSnapshots;
-  std::vector<std::string> messages;  ///< what the storage program said, for people
+  std::vector<std::string> messages;  ///< the storage program's messages, for people
 };
 
 /// One repository. Calls block until they are done; several may run at once on several threads, and the
@@ -148,7 +148,8 @@ class BackupEngine {
   /// newest snapshots come first. Every file is found. A folder may be left out when a folder with another
   /// name has the same content.
   virtual EngineAnswer find(const std::string& pattern, std::vector<FoundEntry>& found, EngineJob& job) = 0;
-  /// Writes a stored file's bytes to a descriptor. What was written is whole only when the answer is `ready`.
+  /// Writes a stored file's bytes to a descriptor. The written bytes are whole only when the answer is
+  /// `ready`.
   virtual EngineAnswer fetch(const std::string& snapshot, const std::string& path, int descriptor,
                              EngineJob& job) = 0;
   /// Restores items, folders with all below them, into a folder: `/a/b` becomes `folder/a/b`, with mode,
@@ -182,13 +183,13 @@ class BackupEngine {
   /// Adds a second key, whose text is a person's passphrase.
   virtual EngineAnswer addKey(const std::string& passphrase, EngineJob& job) = 0;
   virtual EngineAnswer keys(std::vector<KeyRecord>& found, EngineJob& job);
-  /// Not the one in use.
+  /// Removes a key, which must not be the one in use.
   virtual EngineAnswer removeKey(const std::string& id, EngineJob& job);
 
-  /// Makes a repository as `initialize` does, that will have files in the same parts as another one.
+  /// Makes a repository as `initialize` does; it will split files into the same parts as another one.
   virtual EngineAnswer initializeLike(const RepositoryFiles& other, EngineJob& job);
-  /// Copies every snapshot of another repository, of all computers, that is not yet here. `copied` is told
-  /// how many of them are here now.
+  /// Copies every snapshot of another repository, of all computers, that is not here yet. `copied` is called
+  /// with the number of them that are here now.
   virtual EngineAnswer copyFrom(const RepositoryFiles& other, const std::function<void(std::size_t)>& copied,
                                 EngineJob& job);
 };

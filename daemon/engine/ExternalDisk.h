@@ -12,7 +12,7 @@ struct DiskTables {
 };
 
 /// The UUID of the file system on which a path is, or would be made. Empty when it has none, as network and
-/// memory file systems have. The path need not exist. Any thread.
+/// memory file systems have. The path need not exist. Used on any thread.
 std::string fileSystemUuidOf(const std::string& path, const DiskTables& tables = {});
 
 /// Whether the path lies on a mounted file system with this UUID.

@@ -54,7 +54,8 @@ std::string newKeyText();
 bool isKeyText(const std::string& text);
 
 /// Reads and writes the configuration, the key and the environment in a data folder. Every file has mode 0600
-/// and is replaced whole. Throws std::runtime_error with a sentence when a file cannot be used. Any thread.
+/// and is replaced whole. Throws std::runtime_error with a sentence when a file cannot be used. Used on any
+/// thread.
 class RepositoryFiles {
  public:
   explicit RepositoryFiles(DataFolder folder);

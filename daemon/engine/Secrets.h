@@ -9,7 +9,7 @@
 
 namespace keldane {
 
-/// Knows a repository's secrets and removes them from texts. Immutable; any thread.
+/// Knows a repository's secrets and removes them from texts. Immutable, so any thread may use it.
 class Secrets {
  public:
   Secrets() = default;

@@ -5,7 +5,7 @@
 
 namespace keldane {
 
-/// There is one operation for each method of the second socket. Each takes a dictionary and answers one. An
+/// There is one operation for each method of the second socket. Each takes a dictionary and returns one. An
 /// answer may hold "error", a sentence for people, instead of its keys. Calls come on many threads at a time,
 /// one for each connection. A call may take as long as it needs and delays its own connection only. The keys
 /// of a request have been checked before: required ones are there, and all have the kinds that are stated
@@ -60,9 +60,9 @@ class OwnerRequests {
   /// "restOnMetered" and "restInPowerSaver" (0 or 1): new values, each only if it is to change} -> all as
   /// they are now
   virtual PropertyList settings(const PropertyList& request) = 0;
-  /// {"batteryPercent" (absent: not on battery), "metered" and "powerSaver" bool: how power and network
-  /// stand}
-  /// -> {"holdsFor" (seconds): what was told is forgotten then unless it is told again}
+  /// {"batteryPercent" (absent: not on battery), "metered" and "powerSaver" bool: the state of power and
+  /// network} -> {"holdsFor" (seconds): the time after which the report is forgotten, unless there is a new
+  /// one}
   virtual PropertyList surroundings(const PropertyList& request) = 0;
 
   /// {"items" [{"path", "version" (0 or absent: the newest)}] must be there, "target": a folder, "exactPath":
@@ -78,15 +78,15 @@ class OwnerRequests {
 
   /// {} -> {"dates": of the snapshots that are there, oldest first}
   virtual PropertyList backups(const PropertyList& request) = 0;
-  /// {"path" and "before" (date) must be there} -> {"children": what was directly in the folder at that time
-  /// and is in the backup, as node dictionaries sorted by name}
+  /// {"path" and "before" (date) must be there} -> {"children": the stored entries of the folder at that
+  /// time, as node dictionaries sorted by name}
   virtual PropertyList storedFolder(const PropertyList& request) = 0;
 
-  /// {} -> {}: a new key opens the repository and the former one does not; what is stored is not encrypted
-  /// anew.
+  /// {} -> {}: a new key opens the repository, and the former one no longer does. Stored data is not
+  /// encrypted anew.
   virtual PropertyList changeKey(const PropertyList& request) = 0;
-  /// {"location" must be there, "environment", "options"} -> when all that is stored was copied there,
-  /// checked and is in use from there: {"repositoryId"}. The former place is left as it is.
+  /// {"location" must be there, "environment", "options"} -> {"repositoryId"}, when everything was copied to
+  /// that place and checked, and is used from there. The former place stays unchanged.
   virtual PropertyList moveRepository(const PropertyList& request) = 0;
   /// {} -> {"status": none, copying, checking, switching, done, failed or cancelled; "location" without
   /// secrets, "done" and "all" (snapshots), "message": a sentence when it failed}
@@ -94,9 +94,8 @@ class OwnerRequests {
   /// {} -> {}
   virtual PropertyList cancelMove(const PropertyList& request) = 0;
 
-  /// {"pattern" must be there: a line of the list of what is left out; "most": entries} -> {"entries" [path],
-  /// "count" and "bytes" of all}: which files of those that are stored and still on the disk it would leave
-  /// out.
+  /// {"pattern" must be there: a line of the ignore list; "most": entries} -> {"entries" [path], "count" and
+  /// "bytes" of all}: the stored files, still on the disk, that the pattern would exclude.
   virtual PropertyList previewPattern(const PropertyList& request) = 0;
 };
 

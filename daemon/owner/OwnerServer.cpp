@@ -83,7 +83,7 @@ void OwnerServer::socketCreated(const std::shared_ptr<KeldaneSocket>& child) {
     peers_.insert_or_assign(child.get(), std::move(link));
   }
   child->setSocketDelegate(shared_from_this());
-  proxy->setSocket(child);  // from here on the peer's messages are heard
+  proxy->setSocket(child);  // the peer's messages are received from here on
 }
 
 void OwnerServer::socketFailed(const std::shared_ptr<KeldaneSocket>& child) {

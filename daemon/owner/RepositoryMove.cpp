@@ -24,7 +24,7 @@ SnapshotMark markOf(const Snapshot& snapshot) {
 
 }  // namespace
 
-// A restore reads key and place at each of its steps.
+// Called before the key or the place changes, because a restore reads both at each of its steps.
 void RepositoryRequests::waitForRestores(const EngineJob& job) const {
   while (daemon_->restores().current() != 0 && !job.cancelled) {
     std::this_thread::sleep_for(kLookForRestores);
@@ -85,7 +85,8 @@ PropertyList RepositoryRequests::moveRepository(const PropertyList& request) {
   });
 }
 
-/// Most is copied and read while backups go on; then they stand still for what has come meanwhile.
+/// Copies and checks most of the data while backups go on. Then the backups are held still, and the snapshots
+/// that were made meanwhile are copied.
 EngineAnswer RepositoryRequests::move(Trial& trial, EngineJob& job) {
   const std::unique_lock turn = daemon_->care().takeTurn();
   std::vector<Snapshot> snapshots;
@@ -111,7 +112,8 @@ EngineAnswer RepositoryRequests::move(Trial& trial, EngineJob& job) {
   answer = copy();
   if (answer) {
     noteMove("checking");
-    // What a server has taken it has compared with its hash; to read all of it back can take days.
+    // A server has compared the data with its hashes when it received them. Reading all of it back could take
+    // days.
     const unsigned parts = trial.configuration().localFolder() ? 1 : 0;
     answer = trial.engine().check(parts, parts, job);
   }
@@ -134,8 +136,8 @@ EngineAnswer RepositoryRequests::move(Trial& trial, EngineJob& job) {
   return answer;
 }
 
-/// `ids` receives the names of the copies by the numbers that the catalogue knows, because the catalogue
-/// describes the copies, too.
+/// Compares the copy with the original. `ids` receives the copies' ids by the catalogue's snapshot numbers,
+/// because the catalogue describes the copies, too.
 EngineAnswer RepositoryRequests::compareCopy(Trial& trial, std::map<std::uint32_t, std::string>& ids,
                                              EngineJob& job) const {
   std::vector<Snapshot> here, there;

@@ -1,4 +1,4 @@
-// The requests that tell of the backup as it was, and as it would be.
+// The requests about past states of the backup, and about the effect of a pattern.
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -22,7 +22,7 @@ bool isGone(const std::string& path, bool wasFolder) {
   return lstat(path.c_str(), &status) != 0 || S_ISDIR(status.st_mode) != wasFolder;
 }
 
-/// What is shown of an item is where it stood then, and whether it is gone now.
+/// The node of an item as it was stored then, and with whether it is gone now.
 PropertyList nodeAt(const std::string& path, const VersionRecord* version) {
   const bool isFolder = version == nullptr, isMissing = isGone(path, isFolder);
   const std::string name(lastPathComponent(path));
@@ -46,8 +46,8 @@ PropertyList nodeAt(const std::string& path, const VersionRecord* version) {
   return PropertyList::dictionary(std::move(entries));
 }
 
-/// Whether a list leaves a file out: a rule of a person's own counts for what lies below it, up to what the
-/// list names.
+/// Whether a list excludes a file: it matches the file or a folder above it, up to the nearest one with a
+/// person's own rule, which outranks the list.
 bool isLeftOut(const std::string& path, const IgnoreList& list, const std::map<std::string, bool>& rules) {
   bool isFolder = false;
   for (std::string each = path; each != "/" && !rules.contains(each); each = folderAbove(each)) {
@@ -85,7 +85,7 @@ PropertyList RepositoryRequests::previewPattern(const PropertyList& request) {
 PropertyList RepositoryRequests::backups(const PropertyList&) {
   std::vector<double> times;
   for (const SnapshotRecord& snapshot : daemon_->store().snapshots()) {
-    if (snapshot.prefix.empty()) {  // what was gathered are copies of what other times had
+    if (snapshot.prefix.empty()) {  // gathered versions are copies from other snapshots
       times.push_back(snapshot.time);
     }
   }
@@ -113,7 +113,7 @@ PropertyList RepositoryRequests::storedFolder(const PropertyList& request) {
   }
   PropertyList::Array children;
   for (const auto& [path, version] : found) {
-    if (isValidUtf8(path)) {  // a name that is no text has no place in a dictionary
+    if (isValidUtf8(path)) {  // a dictionary cannot hold a name that is not UTF-8
       children.push_back(nodeAt(path, version));
     }
   }

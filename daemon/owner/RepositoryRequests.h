@@ -55,7 +55,7 @@ class RepositoryRequests final : public OwnerRequests {
 
   std::optional<PropertyList> refusedPlace(const PropertyList& request) const;
   using Change = std::function<PropertyList(EngineJob& job)>;
-  /// Answers what `work` answers. No other change runs meanwhile; an exception is answered as an error.
+  /// Returns what `work` returns. No other change runs meanwhile; an exception is answered as an error.
   PropertyList change(const Change& work);
   EngineAnswer tryKey(const std::string& key, EngineJob& job);
   void takeOver(const Trial& trial, bool isRecovery);

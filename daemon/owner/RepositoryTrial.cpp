@@ -93,7 +93,7 @@ EngineAnswer RepositoryRequests::Trial::make(EngineJob& job) {
 }
 
 EngineAnswer RepositoryRequests::Trial::makeForCopyOf(const RepositoryFiles& other, EngineJob& job) {
-  // Whose snapshots come along is kept with them.
+  // The copy also has the former computer's snapshots, so their owner is kept, too.
   const RepositoryConfig before = other.configuration().value_or(RepositoryConfig());
   configuration_.formerComputer = before.formerComputer;
   configuration_.formerHighest = before.formerHighest;

@@ -31,8 +31,8 @@ class RepositoryRequests::Trial {
 
   /// Makes a repository if nothing is in the way.
   EngineAnswer make(EngineJob& job);
-  /// Makes a repository for a copy of another one, or opens the one that is there, with the same key, for
-  /// which a copy was begun.
+  /// Makes a repository for a copy of another one. If a copy was begun there before, opens that repository
+  /// with the same key.
   EngineAnswer makeForCopyOf(const RepositoryFiles& other, EngineJob& job);
   /// Opens the existing repository and keeps its id.
   EngineAnswer adopt(EngineJob& job);

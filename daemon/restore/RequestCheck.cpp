@@ -10,7 +10,7 @@ namespace keldane {
 
 namespace {
 
-/// Makes a path absolute and plain. Answers false when that would need a look at the file system.
+/// Makes a path absolute and plain. Returns false when that would need a look at the file system.
 bool makePlain(std::string& path) {
   if (!path.starts_with('/') || path.size() >= PATH_MAX || path.find('\0') != std::string::npos) {
     return false;

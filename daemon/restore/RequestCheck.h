@@ -1,4 +1,4 @@
-// Whether a request for a restore can be taken.
+// Checks whether a request for a restore can be accepted.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 namespace keldane {
 
-/// Brings the paths of a request into their plain form. Answers a sentence that says why the request is
+/// Brings the paths of a request into their plain form. Returns a sentence that says why the request is
 /// refused; empty when it is not.
 std::string refusalFor(RestoreRequest& request);
 

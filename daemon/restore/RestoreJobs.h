@@ -51,7 +51,7 @@ struct RestoreReport {
   std::uint64_t bytes = 0, bytesDone = 0;
   std::uint64_t restored = 0, skipped = 0;
   std::vector<std::string> problems;  ///< a sentence each, at most 1,000
-  std::string message;                ///< why the job failed or waits; empty otherwise
+  std::string message;                ///< the reason why the job failed or waits; empty otherwise
 };
 
 /// Runs jobs one at a time on a thread of its own, those with a higher priority first. A file is first
@@ -77,7 +77,7 @@ class RestoreJobs {
   std::uint32_t current() const;
   /// The path that is being restored; empty when none.
   std::string currentFile() const;
-  /// Who asked for a job; absent for an unknown one.
+  /// The user who asked for a job; absent for an unknown one.
   std::optional<uid_t> userOf(std::uint32_t job) const;
   /// Cancels a job. Placed files stay, and the others are listed in the report. A job that has ended does not
   /// change.

@@ -32,7 +32,7 @@ struct WantedFile {
 
 struct PlannedItem {
   std::string path;
-  std::string name;  ///< in the target; unused when it goes to its own place
+  std::string name;  ///< the name in the target; unused when the item goes to its own place
   /// For a folder: the source whose whole folder is taken, with links and empty folders. Files that belong to
   /// others are dropped from it.
   std::optional<std::uint32_t> base;
@@ -77,7 +77,7 @@ class RestorePlanner {
   BackupEngine& engine_;
   const DataFolder folder_;
   EngineJob& job_;
-  std::optional<std::map<std::string, SnapshotRecord>> snapshots_;  // of the repository, by id
+  std::optional<std::map<std::string, SnapshotRecord>> snapshots_;  // all snapshots of the repository, by id
 };
 
 }  // namespace keldane

@@ -1,4 +1,4 @@
-// How a job of restoring is kept in the store.
+// The form in which the store keeps a job of restoring.
 #pragma once
 
 #include <cstdint>

@@ -17,8 +17,8 @@ namespace keldane {
 
 /// Works through a job in portions. Items that go to one mount and do not overlap form a portion: they are
 /// made whole in one staging and then placed. When a process ended while it placed a portion, the next one
-/// goes on with the items that are left in the staging, so that nothing is placed twice. One thread, which
-/// may be told to end by `mayGoOn` and the engine's job.
+/// goes on with the items that are left in the staging, so that nothing is placed twice. Used on one thread,
+/// which may be told to end by `mayGoOn` and the engine's job.
 class RestoreRun {
  public:
   struct Hooks {

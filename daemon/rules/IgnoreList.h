@@ -1,4 +1,4 @@
-// The list of what is left out of the backup unless a user's rule includes it.
+// The list of files and folders that are left out of the backup unless a user's rule includes them.
 #pragma once
 
 #include <cstdint>
@@ -41,7 +41,7 @@ class IgnoreList {
     std::string line;
     std::string glob;
     std::string begin;  // the beginning of every name that matches: the letters before the first special one
-    std::size_t names = 0;  // how many at the end of a path are compared; 0: all
+    std::size_t names = 0;  // number of names at the end of a path that are compared; 0: all
     bool foldersOnly = false;
   };
   void addPattern(std::string_view line, const std::string& glob);

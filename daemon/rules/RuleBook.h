@@ -32,7 +32,7 @@ struct Decision {
 struct Reason {
   enum class Kind {
     root,     ///< the path lies outside of the only folder that belongs to the backup, which `rule` names
-    policy,   ///< the path lies at or below what is barred; `rule` names it
+    policy,   ///< the path lies at or below a barred path, which `rule` names
     own,      ///< a person's rule on the path itself
     type,     ///< the rule for its type
     folder,   ///< the rule of a folder above
@@ -41,7 +41,7 @@ struct Reason {
   };
   Kind kind = Kind::none;
   std::string rule;       ///< a path or a type
-  bool includes = false;  ///< what the rule says
+  bool includes = false;  ///< whether the rule includes the path
   std::string line;       ///< for `ignored`: the line of the ignore list
 };
 
@@ -55,7 +55,7 @@ inline constexpr std::string_view kRestoreFolderPrefix = ".keldane-restore-";
 /// folder between it and the nearest folder with a rule, is to be ignored. Then the rule for a file's type
 /// decides, then the rule of the nearest folder above. Without any rule a path is not in the backup. Paths
 /// outside the root, those on the policy list, the repository and unfinished restores are barred. The scanner
-/// notes here the marks that it finds on the disk, which outlive a restart. Any thread.
+/// notes here the marks that it finds on the disk, which outlive a restart. Used on any thread.
 class RuleBook {
  public:
   static constexpr std::size_t kMostRules = 250'000;
@@ -71,16 +71,16 @@ class RuleBook {
   /// Whether all files directly in a folder are selected, or none; absent when each has to be asked about.
   std::optional<bool> decideFiles(const std::string& folder) const;
 
-  /// False when there are as many rules as can be kept.
+  /// Sets a rule. Returns false when no more rules can be kept.
   bool setRule(const std::string& path, bool included);
   void removeRule(const std::string& path);
   void setType(const std::string& type, std::uint32_t toggle);
-  /// The list of what is ignored, as text.
+  /// The ignore list, as text.
   std::string ignored() const;
   void setIgnored(const std::string& text);
   /// Whether a mark is to be looked for.
   bool heeds(Mark mark) const;
-  /// Records a mark that was found at a path. Answers whether it is new.
+  /// Records a mark that was found at a path. Returns whether it is new.
   bool setMark(const std::string& path, Mark mark);
   bool isMarked(const std::string& path, Mark mark) const;
   /// Removes the marks at a path and below it.

@@ -11,7 +11,7 @@
 namespace keldane {
 
 /// Changes in the order in which they came, each once. Files and folders come before trees, because trees
-/// take long. A change that was taken counts as waiting until it is done. One thread at a time.
+/// take long. A change that was taken counts as waiting until it is done. Used by one thread at a time.
 class LookList {
  public:
   void add(const Change& change);

@@ -14,7 +14,7 @@ namespace keldane {
 
 /// Scans all places every few hours, to find changes that were missed. It also scans the folders that cannot
 /// be watched, first after a minute and then after twice as long each time. Both work in small steps with
-/// pauses between them. One thread.
+/// pauses between them. Used on one thread.
 class QuietLook {
  public:
   struct Timing {
@@ -43,11 +43,11 @@ class QuietLook {
   const Watcher& watcher_;
   const Timing timing_;
   Clock::time_point nextEverything_;
-  std::vector<std::string> places_;  // of a scan of all places, those that are left
+  std::vector<std::string> places_;  // the remaining places of a scan of all places
   std::optional<Scanner::Walk> walk_;
   std::chrono::milliseconds round_;
   Clock::time_point nextRound_;
-  std::optional<std::string> lastUnwatched_;  // of the current round
+  std::optional<std::string> lastUnwatched_;  // the last folder of the current round
 };
 
 }  // namespace keldane

@@ -10,7 +10,7 @@
 
 namespace keldane {
 
-/// Keeps the store's list of failures up to date with the results of the scans. One thread.
+/// Keeps the store's list of failures up to date with the results of the scans. Used on one thread.
 class ScanFailures {
  public:
   explicit ScanFailures(Store& store) : store_(store) {}
@@ -21,7 +21,7 @@ class ScanFailures {
   /// Notes that a path cannot be backed up, and logs it if that is new.
   void note(const std::string& path, const std::string& reason);
   /// Removes the failures of a folder that was read, and of everything below it. The failures of direct
-  /// entries for which `stays` answers true are kept, with those below them.
+  /// entries for which `stays` returns true are kept, with those below them.
   using Stays = std::function<bool(const std::string& path, const std::string& name)>;
   void settle(const std::string& folder, const Stays& stays);
 

@@ -120,7 +120,7 @@ bool Scanner::look(const std::string& folder, std::vector<std::string>& below) {
   return isNews;
 }
 
-/// Any thread.
+/// Called on any thread.
 void Scanner::read(FolderRead& folder) const {
   if (watcher_ != nullptr) {
     watcher_->watch(folder.path);
@@ -237,7 +237,7 @@ void Scanner::findBelow(const Folder& folder, std::vector<std::string>& below) {
   }
 }
 
-/// Sets or removes the mark of another file system. Answers whether it has changed.
+/// Sets or removes the mark of another file system. Returns whether it has changed.
 bool Scanner::noteOtherFileSystem(const std::string& path) {
   const Mount* mount = mounts_.at(path);
   if (mount == nullptr || isLocal(*mount)) {

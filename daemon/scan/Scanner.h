@@ -46,18 +46,18 @@ class Scanner {
   enum class Pace { fast, quiet };
   /// Scans about so many of the next folders.
   void step(Walk& walk, std::size_t folders, Pace pace = Pace::fast);
-  /// Scans a whole place. Ends early when `cancelled` becomes true. Answers whether a file has become
+  /// Scans a whole place. Ends early when `cancelled` becomes true. Returns whether a file has become
   /// pending.
   bool scan(const std::string& place, const std::atomic<bool>& cancelled);
   /// Scans a folder's direct entries. `below` receives the folders that must be scanned with everything below
-  /// them: new ones, and the folder itself when its marks have changed. Answers whether a file has become
+  /// them: new ones, and the folder itself when its marks have changed. Returns whether a file has become
   /// pending.
   bool look(const std::string& folder, std::vector<std::string>& below);
 
   /// Whether a path lies on a disk that is not connected.
   bool isHidden(const std::string& path) const { return knownMounts_.isHidden(path); }
 
-  /// Compares one path that is not a folder. Answers whether it has become pending.
+  /// Compares one path that is not a folder. Returns whether it has become pending.
   bool consider(const std::string& path);
 
   /// Notes that a file in this state could not be stored. It is no longer pending. It is tried again when it

@@ -122,7 +122,7 @@ void DaemonServer::socketCreated(const std::shared_ptr<KeldaneSocket>& child) {
     peers_.insert_or_assign(key, std::pair(child, std::move(link)));
   }
   child->setSocketDelegate(shared_from_this());
-  proxy->setSocket(child);  // from here on the peer's messages are heard
+  proxy->setSocket(child);  // the peer's messages are received from here on
 }
 
 // Only the accept thread calls this, so the peers that are counted here do not change before the new one is

@@ -38,7 +38,7 @@ class DaemonServer final : public KeldSocketDelegate, public std::enable_shared_
 
   /// Begins to serve. False and a sentence when the socket cannot be opened.
   bool start(std::string* error);
-  /// Closes every connection and removes the socket. To be called before the daemon is destroyed.
+  /// Closes every connection and removes the socket. Called before the daemon is destroyed.
   void stop();
 
   bool socketAccepted(const std::shared_ptr<KeldaneSocket>& child) override;

@@ -30,7 +30,7 @@ bool isPrivileged(const Peer& peer);
 /// other peer sees an item if the mode bits let it search each folder on the way and read the item itself. A
 /// symbolic link on the way denies access. So does an access control list, except to the item's owner. Each
 /// step begins at the folder that was checked before, so a path that somebody changes meanwhile cannot lead
-/// elsewhere. Any thread.
+/// elsewhere. Used on any thread.
 class PeerAccess {
  public:
   explicit PeerAccess(Peer peer) : peer_(std::move(peer)), privileged_(keldane::isPrivileged(peer_)) {}
@@ -48,10 +48,10 @@ class PeerAccess {
   /// Whether the peer may change the rules of an item that it sees. Its owner may.
   bool mayChange(const Item& item) const;
 
-  /// Called with the name of each entry of a folder that the peer may ask about. It answers false to end the
+  /// Called with the name of each entry of a folder that the peer may ask about. It returns false to end the
   /// listing.
   using Visit = std::function<bool(const std::string& name, const struct stat& status)>;
-  /// Answers false when there is no folder, or when the peer may not list it.
+  /// Returns false when there is no folder, or when the peer may not list it.
   bool list(const std::string& folder, const Visit& visit) const;
 
  private:

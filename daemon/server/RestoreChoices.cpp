@@ -16,7 +16,7 @@ std::optional<Conflict> conflictFrom(const PropertyList& word) {
   return word.string() == "skip" ? std::optional(Conflict::skip) : std::nullopt;
 }
 
-/// Takes a path. Answers false when there is a value that is no usable path.
+/// Takes a path. Returns false when there is a value that is no usable path.
 bool takePath(const PropertyList& value, std::string& path) {
   if (!value) {
     return true;

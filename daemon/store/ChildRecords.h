@@ -13,7 +13,7 @@
 namespace keldane {
 
 /// Reads the records of folders' direct children over a connection of its own, so that no question to the
-/// store waits for it. It sees what is written up to the call. One thread at a time.
+/// store waits for it. It sees what is written up to the call. Used by one thread at a time.
 class ChildRecords {
  public:
   explicit ChildRecords(const Store& store);

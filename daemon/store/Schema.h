@@ -7,7 +7,7 @@
 
 namespace keldane::schema {
 
-/// Makes the file when there is none, readable by its owner only, and answers its path without symbolic
+/// Makes the file when there is none, readable by its owner only, and returns its path without symbolic
 /// links. Throws SQLite::Exception for anything but a file of this user that others cannot read.
 std::string privateFile(const std::string& file);
 

@@ -20,7 +20,7 @@ void Store::inSlices(std::size_t count, const Work& work) {
   });
 }
 
-/// Calls `work(database)` in one transaction after the other until it answers true.
+/// Calls `work(database)` in one transaction after the other until it returns true.
 template <class Work>
 void Store::untilDone(const Work& work) {
   for (bool isDone = false; !isDone;) {

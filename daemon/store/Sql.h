@@ -17,12 +17,12 @@
 
 namespace keldane::sql {
 
-/// How many rows are written or read while a mutex is held.
+/// The number of rows that are written or read while a mutex is held.
 inline constexpr std::size_t kSlice = 500;
 inline constexpr int kBusyMilliseconds = 5000;
 
-/// To be called between two slices. A thread that waits for the mutex is woken when the mutex is released.
-/// Without this pause the thread that has just released it would always take it again first.
+/// Called between two slices. A thread that waits for the mutex is woken when the mutex is released. Without
+/// this pause the thread that has just released it would always take it again first.
 inline void letOthersIn() { std::this_thread::sleep_for(std::chrono::microseconds(50)); }
 
 /// A connection of its own for a long query. It sees one state while a transaction lasts, and nobody has to
@@ -85,7 +85,7 @@ SQLite::Statement& bindAll(SQLite::Statement& statement, const Values&... values
   return statement;
 }
 
-/// Runs a statement, which can be run again, and answers how many rows it changed.
+/// Runs a statement, which can be run again, and returns the number of rows that it changed.
 template <class... Values>
 int run(SQLite::Statement& statement, const Values&... values) {
   const Rewinding rewinding(statement);

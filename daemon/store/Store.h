@@ -22,7 +22,7 @@ namespace keldane {
 
 struct SnapshotTable;
 
-/// How a file looked when it was stored. Times are nanoseconds since the UNIX epoch.
+/// The state of a file when it was stored. Times are nanoseconds since the UNIX epoch.
 struct FileState {
   std::uint64_t size = 0;          ///< bytes
   std::int64_t modified = 0;       ///< the last change of the contents
@@ -73,10 +73,10 @@ struct FailureRecord {
 /// survives the death of this process. The catalogue can be made anew from the repository; rules and settings
 /// are also in each snapshot's manifest. Throws SQLite::Exception when the file cannot be used.
 ///
-/// Any thread. There is a connection that writes and one that reads, each under a mutex of its own, so that a
-/// question about a file does not wait for what is being written. Long operations write in transactions of
-/// some hundred rows; if the process dies between two of them, what is missing counts as not stored. Paths
-/// are bytes, need not be UTF-8, and are ordered by their bytes.
+/// Used on any thread. There is a connection that writes and one that reads, each under a mutex of its own,
+/// so that a question about a file does not wait for what is being written. Long operations write in
+/// transactions of some hundred rows; if the process dies between two of them, what is missing counts as not
+/// stored. Paths are bytes, need not be UTF-8, and are ordered by their bytes.
 class Store {
  public:
   /// Opens or makes the file, readable to its owner alone. A symbolic link, and a file of another user, is
@@ -109,9 +109,9 @@ class Store {
   std::optional<std::string> value(Table table, const std::string& key);
   void setValue(Table table, const std::string& key, const std::string& value);
   std::map<std::string, std::string> values(Table table);
-  /// Sets a value of the administrator's, which is not kept in the file. `value` answers it while nothing
-  /// else was set, or always when it is fixed; `setValue` then changes nothing. To be called before any other
-  /// thread uses the store.
+  /// Sets a value of the administrator's, which is not kept in the file. `value` returns it while nothing
+  /// else was set, or always when it is fixed; `setValue` then changes nothing. This is called before any
+  /// other thread uses the store.
   void administer(Table table, const std::string& key, const std::string& value, bool fixed);
   bool isFixed(Table table, const std::string& key) const;
 
@@ -120,8 +120,8 @@ class Store {
   /// notices when the cause is gone.
   std::optional<std::string> trouble();
 
-  /// What the last looks at the disk found at paths, as numbers that the caller gives; 0 takes a path out. It
-  /// is part of the catalogue.
+  /// The marks that the last scans found at paths, as numbers that the caller gives; 0 removes a path. They
+  /// are part of the catalogue.
   std::map<std::string, std::uint32_t> marks();
   void setMark(const std::string& path, std::uint32_t mark);
   /// Takes out what lies at or below a path.
@@ -133,7 +133,7 @@ class Store {
   std::optional<BackupRecord> record(const std::string& path);
   /// The files whose newest version is damaged.
   std::set<std::string> damagedFiles();
-  /// The records of a folder's direct children, by path. `folders` takes what foldersWithRecordsIn answers.
+  /// The records of a folder's direct children, by path. `folders` takes what foldersWithRecordsIn returns.
   std::map<std::string, BackupRecord> recordsIn(const std::string& folder,
                                                 std::vector<std::string>* folders = nullptr);
   /// The names (last components) of the folders directly in a folder that have records somewhere below them,
@@ -143,21 +143,21 @@ class Store {
   bool hasRecordBelow(const std::string& folder);
   /// Whether a file that was not removed is stored at or below a path.
   bool holdsFiles(const std::string& path);
-  /// Called with each record at or below a path, in the order of the paths. It answers false to end the
+  /// Called with each record at or below a path, in the order of the paths. It returns false to end the
   /// visit. No lock is held during the call, so it may use the store.
   using VisitRecord = std::function<bool(const std::string& path, const BackupRecord& record)>;
   void visitRecords(const std::string& path, const VisitRecord& visit);
 
   /// The versions of a file that a snapshot holds, newest first, at most `most`.
   std::vector<VersionRecord> versions(const std::string& path, std::size_t most = 100);
-  /// The files at or below a path as they were at a backup. For each file it answers the newest version whose
+  /// The files at or below a path as they were at a backup. For each file it returns the newest version whose
   /// number is at most `number` (0: any) and whose date is at most `before` (0: any). A file that was removed
   /// before that is left out, unless both are 0. The versions name few different snapshots, as far as that is
   /// cheap to find out. All of them are in memory at once.
   std::vector<std::pair<std::string, VersionRecord>> versionsBelow(const std::string& path,
                                                                    std::uint32_t number, double before);
 
-  /// What was directly in a folder at a time: files with their newest version up to then, and folders with
+  /// The direct contents of a folder at a time: files with their newest version up to then, and folders with
   /// something in them; paths, sorted by their bytes.
   struct FolderState {
     std::vector<std::pair<std::string, VersionRecord>> files;
@@ -265,7 +265,7 @@ class Store {
     std::string report;  ///< a binary property list
     std::uint32_t user = 0;
   };
-  /// Takes the next number, keeps the job and answers the number.
+  /// Takes the next number, keeps the job and returns the number.
   std::uint32_t addRestore(const RestoreRecord& job);
   /// Replaces the record of a job. It does nothing for an unknown number.
   void setRestore(const RestoreRecord& job);
@@ -285,7 +285,7 @@ class Store {
   void addSnapshotRow(const SnapshotRecord& snapshot);
   void removeHeld();
   std::shared_ptr<const SnapshotTable> snapshotTable() KELDANE_REQUIRES(readMutex_);
-  void snapshotsHaveChanged();  // to be called after the transaction
+  void snapshotsHaveChanged();  // called after the transaction
   void removeUnheld();
   void finishRemoval();
   template <class OnFile, class OnFolder>
@@ -302,7 +302,7 @@ class Store {
   SQLite::Database database_ KELDANE_GUARDED_BY(mutex_);
   std::atomic<bool> hasTrouble_ = false;
   std::string trouble_ KELDANE_GUARDED_BY(mutex_);
-  std::chrono::steady_clock::time_point nextTry_ KELDANE_GUARDED_BY(mutex_);  // of a small write
+  std::chrono::steady_clock::time_point nextTry_ KELDANE_GUARDED_BY(mutex_);  // next small write
   Mutex readMutex_{{.name = "Store.readMutex", .leaf = true}};
   SQLite::Database reader_ KELDANE_GUARDED_BY(readMutex_);  // never writes
   // The query is kept, because preparing it takes longer than running it, and a menu runs it four times for

@@ -1,4 +1,4 @@
-// The queries that decide what may be forgotten and what is worth gathering. They run on a connection of
+// The queries that choose the snapshots to forget and the versions to gather. They run on a connection of
 // their own, so nobody has to wait for them.
 #include <iterator>
 #include <memory>

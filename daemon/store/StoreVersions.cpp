@@ -184,7 +184,7 @@ std::vector<std::pair<std::string, VersionRecord>> Store::versionsBelow(const st
   std::vector<std::pair<std::string, VersionRecord>> found;
   sql::LongQuestion question(path_);
   StateReader reader(question.database(), asOf(question.database(), number, before));
-  reader.read(path, path + '\0', found);  // the path itself, not what is below it
+  reader.read(path, path + '\0', found);  // the path itself, without the paths below it
   const sql::Below below(path);
   reader.read(below.from, below.to, found);
   return found;

@@ -20,7 +20,7 @@ struct Change {
   bool operator==(const Change&) const = default;
 };
 
-/// Collects changes, so that a file that changes a hundred times is looked at once. One thread.
+/// Collects changes, so that a file that changes a hundred times is looked at once. Used on one thread.
 class ChangeList {
  public:
   void addEntry(const std::string& folder, const std::string& name);

@@ -15,7 +15,7 @@
 namespace keldane {
 
 /// One fanotify instance. It needs no watch for each folder, but it reports every change on a file system,
-/// and only the system's administrator may use it. One thread at a time.
+/// and only the system's administrator may use it. Used by one thread at a time.
 class FileSystemWatches {
  public:
   using FileSystem = std::array<std::int32_t, 2>;  ///< the kernel's number for it
@@ -26,13 +26,13 @@ class FileSystemWatches {
   int descriptor() const { return events_.get(); }
 
   /// Reports all changes on the file system of a folder from now on. The paths lie below `mountPoint` if the
-  /// file system is mounted there. Answers false when the kernel refuses.
+  /// file system is mounted there. Returns false when the kernel refuses.
   bool add(const std::string& folder, const std::string& mountPoint);
 
   /// Called with a folder, the name of the entry that has changed, empty for the folder itself, and the bits
   /// that inotify has for it. IN_Q_OVERFLOW comes alone.
   using Tell = std::function<void(const std::string& folder, std::string_view name, std::uint32_t mask)>;
-  /// Reads the events that have come. Answers the number of their bytes.
+  /// Reads the events that have come. Returns the number of their bytes.
   std::size_t read(const Tell& tell);
 
  private:

@@ -16,7 +16,7 @@ namespace keldane {
 /// The watches of one inotify instance, each on a folder's direct entries. The kernel watches the folder that
 /// a path named when the watch was added, not the path. So the caller drops the path of a folder that was
 /// moved, with everything below it, and adds the new path. A folder with two paths has one watch and both
-/// paths. One thread at a time.
+/// paths. Used by one thread at a time.
 class FolderWatches {
  public:
   /// `most` is the greatest number of watches.
@@ -47,7 +47,7 @@ class FolderWatches {
   bool isWhole(const std::string& folder) const;
   /// Drops a folder with all below it.
   void drop(const std::string& folder);
-  /// Drops the folders for which `keep` answers false.
+  /// Drops the folders for which `keep` returns false.
   template <class Keep>
   void dropUnless(const Keep& keep);
   /// Drops the folders of a watch that the kernel has ended.
@@ -63,7 +63,7 @@ class FolderWatches {
  private:
   static constexpr int kNone = -1, kTold = -2;
   struct Watch {
-    int number = kNone;  // of the kernel
+    int number = kNone;  // the kernel's number of the watch
     Depth depth = Depth::names;
   };
   using Watches = std::map<std::string, Watch, std::less<>>;
@@ -76,7 +76,7 @@ class FolderWatches {
   Descriptor inotify_;
   Watches watches_;
   std::unordered_multimap<int, const std::string*> byNumber_;  // keys of watches_
-  std::size_t told_ = 0;                                       // those of kTold
+  std::size_t told_ = 0;                                       // the folders with kTold
 };
 
 template <class Keep>

@@ -16,7 +16,7 @@ namespace {
 
 using std::chrono::steady_clock;
 
-// The time from the first event to the call that reports it, with all that came meanwhile.
+// The time from the first event to the call that reports it, with all events that came meanwhile.
 constexpr std::chrono::milliseconds kGathering(300);
 // The time between two reads of the queue, so that a file that is written all the time does not wake the
 // thread all the time. The second one is for a queue that could overflow.

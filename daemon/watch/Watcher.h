@@ -28,7 +28,7 @@ namespace keldane {
 /// process has the rights.
 ///
 /// A change is reported within about half a second. Changes through mapped memory are not reported, nor
-/// changes that other computers make on a network file system. Any thread; the callback comes on the
+/// changes that other computers make on a network file system. Used on any thread; the callback comes on the
 /// watcher's own thread, with no lock held.
 class Watcher {
  public:
@@ -42,13 +42,13 @@ class Watcher {
   void start();
   void stop();
 
-  /// Replaces the places by those that `places` answers. It is called with the lock held, so that no place is
+  /// Replaces the places by those that `places` returns. It is called with the lock held, so that no place is
   /// lost that is added at the same time. Watches that served other places alone end.
   using Places = std::function<std::vector<std::string>()>;
   void setPlaces(const Places& places);
   /// Adds a place.
   void addPlace(const std::string& place);
-  /// Watches a folder at or below a place. Answers whether the folder was known before. A folder that cannot
+  /// Watches a folder at or below a place. Returns whether the folder was known before. A folder that cannot
   /// be watched is noted as such; the first one is logged.
   bool watch(const std::string& folder);
   bool isKnown(const std::string& folder) const;

@@ -7,14 +7,14 @@ make_root() {
     return 1
   }
   rm -f "$2.log"
-  chmod 755 "$2"  # whoever made it may have kept it to himself, and others than root are to live in it
-  echo force-unsafe-io >"$2/etc/dpkg/dpkg.cfg.d/fresh-root"  # what is thrown away need not outlive a power failure
+  chmod 755 "$2"  # it may belong to its maker alone, and other users must be able to enter it
+  echo force-unsafe-io >"$2/etc/dpkg/dpkg.cfg.d/fresh-root"  # it is thrown away, so it need not survive a power failure
   mount -t proc proc "$2/proc"
   mkdir -p "$2/dev/shm"
   mount -t tmpfs tmpfs "$2/dev/shm"
   mkdir -p "$2/dev/pts"
   mount -t devpts -o newinstance,ptmxmode=0666,mode=0620 devpts "$2/dev/pts"
-  # Nothing is started in it by itself.
+  # No service starts in it by itself.
   printf '#!/bin/sh\nexit 101\n' >"$2/usr/sbin/policy-rc.d"
   chmod 755 "$2/usr/sbin/policy-rc.d"
 }
@@ -26,7 +26,7 @@ in_root() {
   chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive "$@"
 }
 
-# remove_root FOLDER: with whatever still runs in it.
+# remove_root FOLDER: ends everything that still runs in it and removes it.
 remove_root() {
   local process
   for process in /proc/[0-9]*; do

@@ -1,8 +1,8 @@
-"""demo.py MANAGER [PICTURE [menu|properties]]: a real file manager on a folder with files in many states, with the
-reference daemon.
+"""demo.py MANAGER [PICTURE [menu|properties]]: a real file manager shows a folder with files in many states, with the
+daemon.
 
-With a picture it runs on a screen of its own, opens the menu of a file, or its properties, and ends; without, on the display
-that is there, until its window is closed."""
+With a picture it runs on a screen of its own, opens the menu or the properties of a file, and ends. Without one it runs on
+the present display until its window is closed."""
 
 import glob
 import os
@@ -15,10 +15,10 @@ import time
 
 manager_name, picture = sys.argv[1], (sys.argv[2:] or [None])[0]
 opens_properties = sys.argv[3:] == ["properties"]
-TIME_TO_DRAW = 4  # seconds; nothing says that all emblems are drawn
+TIME_TO_DRAW = 4  # seconds, because no event says that all emblems are drawn
 place = tempfile.mkdtemp(prefix="keldane-demo-")
 if picture is None:
-    # The person's own display, but for settings of the demo's own.
+    # This uses the person's own display, but its own settings.
     os.environ["KELDANE_ON_THIS_DISPLAY"] = "1"
     for name, folder in (("XDG_CONFIG_HOME", "config"), ("XDG_DATA_HOME", "data"), ("XDG_CACHE_HOME", "cache")):
         os.environ[name] = os.path.join(place, folder)
@@ -38,7 +38,7 @@ def write(name, content):
 
 
 def launcher():
-    """A desktop file that opens the preferences program that was built."""
+    """A desktop file that opens the built preferences program."""
     path = os.path.join(place, "keldane-preferences.desktop")
     with open(path, "w", encoding="utf-8") as stream:
         stream.write("[Desktop Entry]\nType=Application\nName=Keldane Preferences\n"
@@ -71,7 +71,7 @@ def fill():
     write("notes.txt", "To be excluded\n")
     subprocess.run([*ctl, "remove", os.path.join(files, "notes.txt")], check=True)
     subprocess.run([*ctl, "watch", "--until-done"], check=True)
-    # What is added now has to wait.
+    # Files that are added now stay pending.
     subprocess.run([*ctl, "pause", "60"], check=True)
     write("minutes.txt", "New\n")
     subprocess.run([*ctl, "add", os.path.join(files, "minutes.txt")], check=True)
@@ -101,7 +101,7 @@ def main():
 def show(kind):
     if picture is None:
         print(f"Right-click a file in {files}. The demo ends with the window.")
-        # In a session of its own: one that runs already has not loaded the extension.
+        # A separate session is used, because a file manager that runs already has not loaded the extension.
         subprocess.run(["dbus-run-session", "--", *kind.start_command(files)], check=False)
         return
     if kind.columns:

@@ -1,5 +1,5 @@
-"""A desktop of the tests' own: an X server without a screen, a session bus, a window manager, and the accessibility bus
-through which the windows are read and worked."""
+"""A desktop for the tests: an X server without a screen, a session bus, a window manager, and the accessibility bus through
+which windows are read and operated."""
 
 import atexit
 import os
@@ -9,7 +9,7 @@ import subprocess
 import tempfile
 import time
 
-PATIENCE = 120  # what a busy machine may need; nothing waits longer than until what it waits for is there
+PATIENCE = 120  # seconds, enough for a busy machine; a wait ends as soon as its condition is true
 
 _place = tempfile.mkdtemp(prefix="keldane-desktop-")
 _processes = []
@@ -39,9 +39,10 @@ def _start(*command, **options):
 
 
 def _begin():
-    """Starts all of it and points this process's environment at it, before anything looks there."""
-    # A number of this process's own, because a server that ends can take the next one's of the same number along. The
-    # server says when it can be reached; it would begin anew, and drop who is just coming, whenever its last client goes.
+    """Starts everything and points this process's environment to it, before anything reads the environment."""
+    # Each process uses a number of its own, because an ending server can take down the next one of the same number. The
+    # server reports when it is ready. With -noreset it does not restart, and so lose new clients, whenever its last client
+    # leaves.
     display = str(10000 + os.getpid() % 40000)
     reading, writing = os.pipe()
     _start("Xvfb", ":" + display, "-displayfd", str(writing), "-screen", "0", "1280x1024x24", "-nolisten", "tcp", "-noreset",
@@ -64,12 +65,11 @@ def _begin():
     bus = _start("dbus-daemon", "--session", "--nofork", "--print-address=1", stdout=subprocess.PIPE)
     with bus.stdout as stream:
         os.environ["DBUS_SESSION_BUS_ADDRESS"] = stream.readline().decode().strip()
-    # A desktop program that asks the system's bus for services waits long where there is none.
+    # Without this, a desktop program that asks the system bus for services waits long where there is none.
     os.environ["DBUS_SYSTEM_BUS_ADDRESS"] = os.environ["DBUS_SESSION_BUS_ADDRESS"]
     subprocess.run(["gsettings", "set", "org.gnome.desktop.interface", "toolkit-accessibility", "true"], check=True,
                    capture_output=True)
-    # The accessibility bus comes when it is called. Qt programs look at their start whether anybody reads the
-    # screen, and not again.
+    # The accessibility bus starts when it is called. Qt programs check only at their start whether a screen reader runs.
     subprocess.run(["gdbus", "call", "--session", "--dest", "org.a11y.Bus", "--object-path", "/org/a11y/bus", "--method",
                     "org.freedesktop.DBus.Properties.Set", "org.a11y.Status", "IsEnabled", "<true>"], check=True,
                    capture_output=True)
@@ -89,12 +89,12 @@ gi.require_version("Atspi", "2.0")
 from gi.repository import Atspi, GLib  # noqa: E402
 
 if "KELDANE_ON_THIS_DISPLAY" not in os.environ:
-    # Starts the registry, so that it is there when the first program wants to be in it.
+    # This starts the registry, so that the first program finds it.
     Atspi.get_desktop(0).get_child_count()
 
 
 def eventually(condition, what, patience=PATIENCE):
-    """The condition's first true answer. What has gone while it was looked at counts as not there."""
+    """Waits for the condition and returns its first true answer. A node that disappears meanwhile counts as missing."""
     end = time.monotonic() + patience
     while True:
         try:
@@ -110,7 +110,7 @@ def eventually(condition, what, patience=PATIENCE):
 
 
 class Gone(Exception):
-    """What was there a moment ago is not any more."""
+    """A node that existed a moment ago has disappeared."""
 
 
 def child(node, index):
@@ -124,14 +124,14 @@ def child(node, index):
 
 
 def applications():
-    """The roots of all that is on the accessibility bus."""
+    """The roots of all programs on the accessibility bus."""
     desktop = Atspi.get_desktop(0)
     return [child(desktop, i) for i in range(desktop.get_child_count())]
 
 
 def walk(node, depth=0, widest=None):
-    """A node of the accessibility tree and all below, but for what lies in one with more than `widest` in it; what goes
-    away meanwhile is passed over."""
+    """Yields a node of the accessibility tree and everything below it, except below nodes with more than `widest` children.
+    Nodes that disappear meanwhile are skipped."""
     if node is None or depth > 40:
         return
     yield node
@@ -157,12 +157,12 @@ def has_state(node, state):
 
 
 def is_on(node, state):
-    """Whether a state by its name, such as "checked", "indeterminate" or "sensitive", is on now."""
+    """Whether a state, given by its name such as "checked", "indeterminate" or "sensitive", is on now."""
     node.clear_cache()
     return has_state(node, getattr(Atspi.StateType, state.upper()))
 
 
-BY_SIZE = "by size"  # how to tell what is showing of a toolkit that does not say it
+BY_SIZE = "by size"  # for a toolkit that does not report which nodes are showing
 
 
 def has_size(node):
@@ -217,7 +217,7 @@ def xdotool(*words):
 
 
 def click(node, button=1, held=None, above_end=None):
-    """In the middle, or so many points above the lower end."""
+    """Clicks in the middle, or this many points above the lower end."""
     x, y = middle(node)
     if above_end is not None:
         extents = node.get_extents(Atspi.CoordType.SCREEN)
@@ -235,7 +235,7 @@ def press(*keys):
 
 
 def act(node, action=None):
-    """Does a node's own action of this name, or its first."""
+    """Performs a node's action of this name, or its first one."""
     names = [Atspi.Action.get_action_name(node, i) for i in range(Atspi.Action.get_n_actions(node))]
     assert Atspi.Action.do_action(node, 0 if action is None else names.index(action)), node.get_name()
 
@@ -253,7 +253,7 @@ def set_text(node, text):
 
 
 class FocusedNames:
-    """The names of what gets the focus, as the accessibility bus tells them; for what is not in any window's tree."""
+    """Collects the names of the nodes that get the focus from the accessibility bus, also of nodes in no window's tree."""
 
     def __init__(self):
         self.names = []
@@ -265,7 +265,7 @@ class FocusedNames:
             self.names.append(event.source.get_name())
 
     def next(self, patience=2):
-        """The next name, or None when none comes."""
+        """The next name, or None when none comes in time."""
         end = time.monotonic() + patience
         while not self.names and time.monotonic() < end:
             if not GLib.MainContext.default().iteration(False):
@@ -281,7 +281,7 @@ def screenshot(path):
 
 
 class Program:
-    """A program on this desktop, with its output in a file. GTK 4 has no state for what is showing."""
+    """A program on this desktop, with its output in a file. GTK 4 does not report which nodes are showing."""
 
     showing = True
 
@@ -299,7 +299,7 @@ class Program:
         return self.process.poll() is None
 
     def application(self):
-        """Its root on the accessibility bus, once it is there."""
+        """The program's root on the accessibility bus; waits for it."""
         if self._application is None:
             self._application = eventually(self._find_application, f"{self.process.args[0]} on the accessibility bus")
         return self._application
@@ -310,21 +310,21 @@ class Program:
         return next((each for each in applications() if each.get_process_id() == self.process.pid), None)
 
     def all(self, role=None, name=None):
-        """What is showing, in its order."""
+        """The showing nodes, in their order."""
         return [node for node in walk(self.application()) if matches(node, name, role, self.showing)]
 
     def find(self, role=None, name=None):
         return find(self.application(), name, role, self.showing)
 
     def shows(self, name):
-        """Waits for a text."""
+        """Waits until a text is shown."""
         return self.find(name=name)
 
     def dump(self):
         return dump(self.application())
 
     def end(self):
-        """As a user's session would, with all that it has started itself; answers its exit status."""
+        """Ends the program and everything that it has started, as a user's session would. Returns its exit status."""
         for number in (signal.SIGTERM, signal.SIGKILL):
             try:
                 os.killpg(self.process.pid, number)

@@ -1,4 +1,4 @@
-"""The plug-in in a real file manager, which KELDANE_FILE_MANAGER names, with a daemon that records what it is told."""
+"""The plug-in in a real file manager, which KELDANE_FILE_MANAGER names, with a daemon that records its calls."""
 
 import os
 import plistlib
@@ -32,7 +32,7 @@ ODD_NAMES = ["a b", "it's \"quoted\"", "co:lon", "100%20", "under_score", "a&b",
 
 def setUpModule():
     shutil.copytree(os.path.join(filemanagers.BUILD, "Keldane.plugin"), PLUGIN)
-    # What is counted here are the questions for menus.
+    # The tests count the questions for menus only.
     with open(PREFERENCES_FILE, "wb") as stream:
         plistlib.dump({"ShowEmblems": "NO", "ShowColumns": "NO", "ShowRestoreEntries": "NO"}, stream)
     unittest.addModuleCleanup(MANAGER.prepare())
@@ -76,7 +76,7 @@ class InTheFileManager(unittest.TestCase):
         return daemon
 
     def open(self, patience=30000, place=None, **environment):
-        """On a busy machine a menu may take its time."""
+        """A menu may take long on a busy machine."""
         self.manager = MANAGER(place or self.files, KELDANE_MENU_PATIENCE=str(patience), **environment)
         self.addCleanup(self.manager.end)
 
@@ -88,7 +88,7 @@ class InTheFileManager(unittest.TestCase):
         return self.told(daemon, selector)
 
     def check_entries(self, *expected):
-        """The first cannot be chosen."""
+        """Checks the entries; the first one cannot be chosen."""
         entries = self.manager.entries()
         expected = [title for title in expected if title != "-" or MANAGER.has_separators]
         if MANAGER.names_what_cannot_be_chosen:
@@ -100,7 +100,7 @@ class InTheFileManager(unittest.TestCase):
             desktop.screenshot(os.path.join(ARTEFACTS, f"{MANAGER.name}-{self._testMethodName}.png"))
 
     def still_works(self, daemon):
-        """A choice from another menu, in the same window; on a busy machine not the first."""
+        """Chooses from another menu in the same window. On a busy machine this may need several menus."""
         def another():
             self.manager.close_menu()
             try:
@@ -200,7 +200,7 @@ class InTheFileManager(unittest.TestCase):
         desktop.eventually(lambda: QUESTION in daemon.selectors(), "the first question", 120)
         self.manager.application.get_child_count()  # comes back although the daemon does not answer
         self.answering.set()
-        asked = 4 * count  # four times about each file
+        asked = 4 * count  # four questions about each file
         self.wait_until_told(daemon, QUESTION, asked, patience=120)
         if not MANAGER.fills_open_menus:
             desktop.eventually(self.reopened, "the menu that came late", 120)

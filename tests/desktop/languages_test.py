@@ -1,4 +1,4 @@
-"""The window of the preferences in every language: it speaks it, and fits a small screen."""
+"""The window of the preferences in every language: its texts are translated, and it fits a small screen."""
 
 import glob
 import os
@@ -12,7 +12,7 @@ from harness import PATIENCE, Case, Keldaned
 PREFERENCES = os.environ["KELDANE_PREFERENCES"]
 TRANSLATIONS = os.path.join(os.path.dirname(__file__), "..", "..", "clients", "preferences", "po")
 TITLE = "Keldane Preferences"
-# What a screen of 1,024 by 768 leaves beside the bars of the desktop. A window grows until its texts have room.
+# The space that a screen of 1,024 by 768 leaves beside the bars of the desktop. A window grows until its texts fit.
 WIDEST, HIGHEST = 1000, 700
 
 
@@ -35,7 +35,7 @@ class Languages(Case):
 
     @staticmethod
     def size_of(title):
-        """The window's width and height in points, once it can be seen."""
+        """The window's width and height in points, as soon as it is visible."""
         number = subprocess.run(["xdotool", "search", "--sync", "--onlyvisible", "--name", f"^{title}$"], check=True,
                                 capture_output=True, text=True, timeout=PATIENCE).stdout.split()[0]
         text = subprocess.run(["xdotool", "getwindowgeometry", "--shell", number], check=True, capture_output=True,

@@ -1,4 +1,4 @@
-"""What the preferences program tells by the desktop's notifications while it has no window."""
+"""The notifications of the preferences program while it has no window."""
 
 import datetime
 import os
@@ -14,7 +14,7 @@ from preferences_window import CTL, TITLE
 
 
 class Notifications(PagesCase):
-    """With a service of the desktop that writes down what it is to show."""
+    """A service of the desktop that records the notifications."""
 
     SERVICE = """
 import gi, sys
@@ -48,14 +48,14 @@ GLib.MainLoop().run()
         return self.content(self.told).splitlines() if os.path.exists(self.told) else []
 
     def kept(self, key):
-        """What the program has written into the user's preferences."""
+        """A value that the program has written into the user's preferences."""
         path = os.path.join(self.environment["XDG_CONFIG_HOME"], "com.keldane.preferences.plist")
         with open(path, "rb") as stream:
             return plistlib.load(stream).get(key)
 
     @staticmethod
     def days_ago(days):
-        """As property lists have it: in UTC, without a word on that."""
+        """A date as property lists have it: in UTC, without a time zone."""
         return datetime.datetime.now(datetime.timezone.utc).replace(tzinfo=None) - datetime.timedelta(days=days)
 
     def lose_the_backup(self):
@@ -74,7 +74,7 @@ GLib.MainLoop().run()
         self.open("--background")
         self.file("home/Documents/letter.txt", "changed, so that the daemon tries to store it")
         eventually(lambda: "missing" in self.ctl("status") or "gone" in self.ctl("status"), "trouble")
-        time.sleep(3)  # nothing says that nothing will come
+        time.sleep(3)  # no event says that nothing will come
         self.assertEqual(len(self.notified()), 1)
         self.assertTrue(self.program.is_running())
 
@@ -99,7 +99,7 @@ GLib.MainLoop().run()
         self.program.process.wait(60)
         self.lose_the_backup()
         self.open("--background")
-        time.sleep(5)  # nothing says that nothing will come
+        time.sleep(5)  # no event says that nothing will come
         self.assertEqual(self.notified(), [])
 
 

@@ -1,4 +1,4 @@
-"""The pages of the preferences program in its window, against the real daemon, which stores with restic."""
+"""The pages of the preferences program in its window, with the installed daemon, which stores with restic."""
 
 import json
 import os
@@ -171,7 +171,7 @@ class Restore(PagesCase):
         self.row("Documents")
         line = self.program.find("slider", "Backups in the course of time")
         eventually(lambda: is_on(line, "sensitive"), "backups on the line")
-        set_value(line, 0)  # as far back as it goes
+        set_value(line, 0)  # the earliest backup
         self.shows(re.compile(r"\AThe backup as it was on \d{4}-\d\d-\d\d \d\d:\d\d\. "))
         self.expand("Documents")
         self.wait_for_state("gone.txt", "Deleted here, still in the backup")
@@ -270,7 +270,7 @@ class Storage(PagesCase):
         eventually(lambda: "30 days" in self.ctl("settings"), "the setting")
 
     def test_the_key_is_shown_when_it_is_asked_for_and_saved_to_a_file(self):
-        self.back_up(self.letter)  # the repository comes a moment after its key
+        self.back_up(self.letter)  # the repository exists a moment after its key
         self.open("--page", "storage")
         act(self.button("Show the Key"))
         self.shows(re.compile(r"\A([A-Z2-7]{4} ){12}[A-Z2-7]{4}\Z"))

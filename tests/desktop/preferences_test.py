@@ -1,4 +1,4 @@
-"""The preferences program in its window, against the reference daemon and against one that never answers."""
+"""The preferences program in its window, with the daemon and with one that never answers."""
 
 import os
 import re

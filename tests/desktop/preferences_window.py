@@ -1,4 +1,4 @@
-"""The preferences program in its window, and how tests read and work it."""
+"""The preferences program in its window, and the operations with which tests read and use it."""
 
 import os
 import plistlib
@@ -25,21 +25,21 @@ class PreferencesCase(Case):
     def setUp(self):
         super().setUp()
         self.home = os.path.realpath(self.folder("home"))
-        # Beside the home folder, so that no program's own files are among those that are shown.
+        # This is beside the home folder, so that the shown files include no program's own.
         self.environment["XDG_CACHE_HOME"] = os.path.join(self.place, "cache")
         self.environment["HOME"] = self.home
         self.remember(SetupOffered=True)
         self.program = None
 
     def remember(self, **values):
-        """What the program has kept of earlier days."""
+        """Writes preferences as if the program had kept them from earlier runs."""
         config = self.environment["XDG_CONFIG_HOME"]
         os.makedirs(config, exist_ok=True)
         with open(os.path.join(config, "com.keldane.preferences.plist"), "wb") as stream:
             plistlib.dump(values, stream)
 
     def open(self, *arguments, **environment):
-        # Toolkits need the system's own data: types of files, icons.
+        # Toolkits need the system's own data, such as types of files and icons.
         data = self.environment["XDG_DATA_DIRS"] + ":/usr/local/share:/usr/share"
         self.program = Window(PREFERENCES, "--bundle", self.bundle, *arguments,
                               **{**self.environment, "XDG_DATA_DIRS": data, **environment})
@@ -54,7 +54,7 @@ class PreferencesCase(Case):
     TREE = "Files and folders"
 
     def rows(self):
-        """Read twice, because rows come and go while they are read."""
+        """Reads the rows twice, because they change while they are read."""
         def read():
             cells = self.cells()
             return cells if cells and cells == self.cells() else None
@@ -108,13 +108,14 @@ class PreferencesCase(Case):
     # --- The window ---
 
     def window(self, title):
-        """The number of the window of this title, once it can be seen."""
+        """The number of the window with this title, as soon as it is visible."""
         return subprocess.run(["xdotool", "search", "--sync", "--onlyvisible", "--name", f"^{title}$"], check=True,
                               capture_output=True, text=True, timeout=PATIENCE).stdout.split()[0]
 
     @staticmethod
     def wait_for_end(title):
-        """Until the window cannot be seen any more. Who reads its widgets while GTK 4 takes them apart ends the program."""
+        """Waits until the window is no longer visible. Reading its widgets while GTK 4 destroys them would crash the
+        program."""
         eventually(lambda: not subprocess.run(["xdotool", "search", "--onlyvisible", "--name", f"^{title}$"], check=False,
                                               capture_output=True, timeout=PATIENCE).stdout, f"the end of {title}")
 
@@ -123,7 +124,7 @@ class PreferencesCase(Case):
                        timeout=PATIENCE)
 
     def click(self, node, title=TITLE):
-        """In the middle of it; the places that GTK 4 tells are the window's own."""
+        """Clicks in the middle of a node; GTK 4 reports positions within the window."""
         extents = node.get_extents(Atspi.CoordType.WINDOW)
         subprocess.run(["xdotool", "mousemove", "--window", self.window(title), str(extents.x + extents.width // 2),
                         str(extents.y + extents.height // 2), "click", "1"], check=True, timeout=PATIENCE)
@@ -135,10 +136,10 @@ class PreferencesCase(Case):
         subprocess.run(["xdotool", "windowfocus", "--sync", self.window(title), "type", text], check=True, timeout=PATIENCE)
 
     def close(self):
-        """By the window manager, as its users do."""
+        """Closes the window through the window manager, as a user does."""
         self.press(TITLE, "alt+F4")
 
-    # --- The daemon's side of it ---
+    # --- The daemon's side ---
 
     def ctl(self, *arguments):
         return subprocess.run([CTL, "--bundle", self.bundle, *arguments], env=self.environment, capture_output=True,

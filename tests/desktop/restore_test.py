@@ -1,4 +1,4 @@
-"""Getting files back from a real file manager, which KELDANE_FILE_MANAGER names, with the daemon that stores with restic."""
+"""Restores files from a real file manager, which KELDANE_FILE_MANAGER names, with the daemon that stores with restic."""
 
 import os
 import plistlib
@@ -31,7 +31,7 @@ def processes_of(program):
             if os.path.samefile(f"/proc/{number}/exe", program):
                 found.append(int(number))
         except OSError:
-            continue  # it has ended, or is somebody else's
+            continue  # it has ended, or belongs to somebody else
     return found
 
 
@@ -63,12 +63,12 @@ class Restoring(PagesCase):
 
     @staticmethod
     def end_preferences():
-        """What a file manager has started need not end with it."""
+        """Ends the programs that a file manager has started, because they may outlive it."""
         for number in processes_of(PREFERENCES):
             os.kill(number, signal.SIGTERM)
 
     def edit_installed(self):
-        """The installed bundle leads to this test's daemon, too."""
+        """Makes the installed bundle lead to this test's daemon, too."""
         path = os.path.join(PLUGIN, "Contents", "Info.plist")
         with open(path, "rb") as stream:
             info = plistlib.load(stream)

@@ -1,5 +1,5 @@
-"""A real file manager, which KELDANE_FILE_MANAGER names, with a daemon that says what it is told to say. Each emblem's
-icon is one colour here, so that it can be counted in a picture of the screen."""
+"""A real file manager, which KELDANE_FILE_MANAGER names, with a daemon that gives prepared answers. Each emblem's icon has
+one colour here, so that the emblems can be counted in a picture of the screen."""
 
 import datetime
 import os
@@ -22,7 +22,7 @@ PLUGIN = os.path.join(os.environ["XDG_DATA_HOME"], "keldane", "plugins", "Keldan
 PREFERENCES = os.path.join(os.environ["XDG_CONFIG_HOME"], "com.keldane.preferences.plist")
 LISTING, EACH, WITH_VERSIONS = "childrenDictionariesForPath:", "dictionaryForPath:withDirSizes:", "dictionaryForPath:"
 
-# Of each state: text, backup flags, colour, icon, the icon's colour in the picture.
+# For each state: text, backup flags, colour, icon, the icon's colour in the picture.
 STATES = {
     "backed up": ("Backed up", 0x30, 2, "backed-up", "#00C853"),
     "waiting": ("Waiting to be backed up", 0x10, 3, "waiting", "#FF9100"),
@@ -47,7 +47,7 @@ def setUpModule():
 
 
 def colours():
-    """How many pixels of the screen have each state's colour."""
+    """The number of pixels of the screen in each state's colour."""
     picture = os.path.join(tempfile.gettempdir(), f"keldane-status-{os.getpid()}.png")
     desktop.screenshot(picture)
     try:
@@ -70,7 +70,7 @@ class StatusCase(unittest.TestCase):
         self.socket = os.path.join(self.place, "daemon.sock")
         self.states = {}
         self.number = 0
-        self.hidden = set()  # of which the daemon tells nothing
+        self.hidden = set()  # paths that the daemon does not report
         self.answering = threading.Event()
         self.answering.set()
         self.addCleanup(self.answering.set)
@@ -82,19 +82,19 @@ class StatusCase(unittest.TestCase):
         self.prefer()
 
     def prefer(self, **preferences):
-        """The user's preferences, which hold nothing else."""
+        """Replaces the user's preferences by these."""
         with open(PREFERENCES + ".new", "wb") as stream:
             plistlib.dump(preferences, stream)
         os.rename(PREFERENCES + ".new", PREFERENCES)
 
     @staticmethod
     def switch(name, position):
-        """As a person does."""
+        """Sets a switch with keldanectl, as a person does."""
         subprocess.run([os.environ["KELDANECTL"], "config", "file-manager", name, position], check=True,
                        capture_output=True)
 
     def file(self, name, state="not selected"):
-        """The name may be bytes, which need not be UTF-8."""
+        """Makes a file. The name may be bytes, which need not be UTF-8."""
         path = os.path.join(self.files, os.fsdecode(name))
         with open(path, "w", encoding="utf-8") as stream:
             stream.write("x")
@@ -102,7 +102,7 @@ class StatusCase(unittest.TestCase):
         return path
 
     def become(self, path, state):
-        """The daemon's state changes along with the file's."""
+        """Changes a file's state, and with it the daemon's."""
         self.states[path] = state
         self.number += 1
 
@@ -114,7 +114,7 @@ class StatusCase(unittest.TestCase):
         return answer
 
     def list(self, folder):
-        """Names that are no UTF-8 cannot be told."""
+        """The nodes of a folder; names that are not UTF-8 cannot be reported."""
         paths = [os.path.join(folder, name) for name in sorted(os.listdir(folder))]
         return [self.node(path) for path in paths
                 if path not in self.hidden and not re.search("[\ud800-\udfff]", path)]

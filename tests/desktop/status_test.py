@@ -1,4 +1,4 @@
-"""Emblems, columns, pages and entries in a real file manager, which KELDANE_FILE_MANAGER names."""
+"""Emblems, columns, pages and menu entries in a real file manager, which KELDANE_FILE_MANAGER names."""
 
 import datetime
 import os
@@ -121,7 +121,7 @@ class Emblems(StatusCase):
         self.assertLessEqual({path for path in asked if path.startswith(self.files)}, known)
 
     def test_nothing_for_what_the_daemon_does_not_tell(self):
-        """As of another user's files."""
+        """The daemon reports nothing about another user's files, for example."""
         self.file("mine.txt", "changed")
         self.hidden.add(self.file("theirs.txt", "failed"))
         self.daemon()
@@ -330,7 +330,7 @@ class Properties(StatusCase):
 
 
 class RestoreEntries(StatusCase):
-    """The restore window is a program that writes down how it was started."""
+    """The restore window is replaced by a program that records its arguments."""
 
     def setUp(self):
         super().setUp()
@@ -393,7 +393,7 @@ class RestoreEntries(StatusCase):
         self.open(**self.environment)
 
         def open_menu():
-            self.manager.select("letter.txt")  # closing a menu that lacks the entry yet can end the selection
+            self.manager.select("letter.txt")  # closing a menu that does not have the entry yet can end the selection
             self.manager.open_menu_by_keyboard()
         entry = self.manager.own_entry("Restore Previous Version…", open_menu)
 

@@ -1,4 +1,4 @@
-"""The preferences program against real servers, a slow store, and every way in which a store can fail."""
+"""The preferences program with real servers, with a slow store, and with every failure of a store."""
 
 import os
 import re
@@ -28,7 +28,7 @@ class StoresCase(PagesCase):
         super().setUp()
 
     def tool(self, name, text):
-        """A program that the daemon finds before the system's own, once it is started anew."""
+        """Provides a program that the daemon finds before the system's own, after a restart."""
         tools = os.path.join(self.place, "tools")
         os.makedirs(tools, exist_ok=True)
         path = os.path.join(tools, name)
@@ -50,7 +50,7 @@ class StoresCase(PagesCase):
         eventually(answers, "a server")
 
     def sftp_server(self):
-        """A server that ssh reaches as "store"."""
+        """Starts a server that ssh reaches as "store"."""
         port, place = free_port(), os.path.join(self.place, "ssh")
         os.makedirs(place)
         for name in ("host", "user"):
@@ -66,7 +66,7 @@ class StoresCase(PagesCase):
         self.serve(port, "/usr/sbin/sshd", "-D", "-e", "-f", os.path.join(place, "server"))
 
     def start_anew(self):
-        """The daemon finds the tools."""
+        """Restarts the daemon, so that it finds the tools."""
         self.keldaned.kill()
         self.keldaned.start()
 
@@ -231,7 +231,7 @@ class Slow(StoresCase):
         first = self.program
         self.close()
         self.wait_for_end(TITLE)
-        self.assertTrue(first.is_running())  # its end is to be told
+        self.assertTrue(first.is_running())  # the end of the restore must still be told
         self.open("--page", "restore")
         self.button("Cancel the Restore")
         with open(gate, "w", encoding="utf-8"):
@@ -242,7 +242,7 @@ class Slow(StoresCase):
 
 
 class Failures(PreferencesCase):
-    """Every way in which a store can fail, as the window tells it."""
+    """Every failure of a store, in the window's words."""
 
     SENTENCES = {
         "notSetUp": "It is not set up yet where the backup is to be kept.",

@@ -1,4 +1,4 @@
-"""window_pictures.py FOLDER: a picture of each page of the preferences program in its window, light and dark."""
+"""window_pictures.py FOLDER: makes a picture of each page of the preferences program in its window, light and dark."""
 
 import os
 import sys
@@ -10,9 +10,9 @@ from pages_test import PagesCase
 
 PICTURES = os.path.abspath(sys.argv.pop(1))
 THEMES = {"light": "Adwaita", "dark": "Adwaita:dark"}
-# Not the set-up, which shows the disks of whoever makes the pictures.
+# The set-up is left out, because it shows the disks of the present computer.
 PAGES = ("overview", "restore", "storage", "rules")
-TIME_TO_DRAW = 1.5  # seconds; nothing says that a picture is complete
+TIME_TO_DRAW = 1.5  # seconds, because no event says that a picture is complete
 
 
 class Pictures(PagesCase):

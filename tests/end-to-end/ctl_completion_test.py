@@ -1,4 +1,4 @@
-"""What keldanectl prints for the shells to complete its command lines."""
+"""The scripts that keldanectl prints for the shells to complete its command lines."""
 
 import os
 import subprocess
@@ -41,7 +41,7 @@ class Completion(CtlCase):
 
     def test_zsh_completes(self):
         self.file("completion", self.ctl("completion", "zsh"))
-        # compadd belongs to the completion system; in its place stands one that prints what it is given.
+        # compadd belongs to the completion system. A function that prints its arguments replaces it.
         def complete(*words):
             probe = ("compadd() { shift; print -l -- $@ }; _files() { print files }; "
                      f"words=({' '.join(map(repr, words))}); CURRENT={len(words)}; source ./completion")

@@ -1,4 +1,4 @@
-"""keldanectl's rules, listings and choices of real files."""
+"""keldanectl's rules, listings and selections of real files."""
 
 import os
 import re

@@ -1,4 +1,4 @@
-"""What the tests of keldanectl share: running it, on a terminal too, and the statuses that it ends with."""
+"""The common parts of keldanectl's tests: running it, also on a terminal, and its exit statuses."""
 
 import fcntl
 import json
@@ -21,7 +21,7 @@ NOBODY = 65534
 
 
 class Terminal:
-    """A program on a pseudo-terminal of a given width, and all that it has written there."""
+    """A program on a pseudo-terminal of a given width, and its output there."""
 
     def __init__(self, command, environment, columns=100):
         self.pid, self.descriptor = pty.fork()
@@ -32,7 +32,7 @@ class Terminal:
         self.status = None
 
     def read(self, seconds=0.05):
-        """What has come meanwhile is appended; false once the program has closed the terminal."""
+        """Appends the output that has come meanwhile. Returns false once the program has closed the terminal."""
         if select.select([self.descriptor], [], [], seconds)[0]:
             try:
                 self.text += os.read(self.descriptor, 65536).decode(errors="replace")
@@ -50,7 +50,7 @@ class Terminal:
         os.write(self.descriptor, text.encode())
 
     def wait(self):
-        """Its wait status, once it has ended."""
+        """Waits for the program's end and returns its wait status."""
         end = time.monotonic() + PATIENCE
         while self.status is None and time.monotonic() < end:
             self.read()
@@ -81,7 +81,7 @@ class CtlCase(Case):
                               check=False, text=True, **options)
 
     def ctl(self, *arguments, status=DONE, **options):
-        """What it prints."""
+        """Runs keldanectl and returns its output."""
         result = self.run_ctl(*arguments, **options)
         self.assertEqual(result.returncode, status, result.stdout + result.stderr)
         if status == DONE:
@@ -89,7 +89,7 @@ class CtlCase(Case):
         return result.stdout
 
     def refusal(self, *arguments, status=NOT_TAKEN, **options):
-        """The sentence with which it declines."""
+        """Runs keldanectl and returns the sentence with which it refuses."""
         result = self.run_ctl(*arguments, **options)
         self.assertEqual(result.returncode, status, result.stdout + result.stderr)
         self.assertRegex(result.stderr, r"\Akeldanectl: .*\.\n\Z")

@@ -1,4 +1,4 @@
-"""keldanectl in the languages of its users: what it says, what the daemon says, and what stays as it is."""
+"""keldanectl in the languages of its users: its own texts, the daemon's texts, and texts that stay untranslated."""
 
 import os
 import re
@@ -13,7 +13,7 @@ from owner_harness import KEY, REPOSITORY, OwnerCase
 
 @unittest.skipUnless(locales.can_be_made(), "the sources of the locales are not installed")
 class Language(unittest.TestCase):
-    """A test that speaks a language."""
+    """A test with texts in another language."""
 
     @classmethod
     def setUpClass(cls):

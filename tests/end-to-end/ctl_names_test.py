@@ -1,4 +1,4 @@
-"""keldanectl and names that are no text, terminals that are narrow, and numbers that are out of range."""
+"""keldanectl with names that are not UTF-8, with narrow terminals, and with numbers out of range."""
 
 import os
 import re
@@ -16,7 +16,7 @@ class Names(CtlCase):
         self.keldaned = Keldaned(self)
 
     def names_that_are_no_text(self):
-        """A folder, and what is in it, two names of which differ in a byte that is no text."""
+        """A folder with entries; two of their names differ only in a byte that is not UTF-8."""
         self.top = self.folder("d")
         paths = [os.fsencode(self.top) + name for name in (b"/caf\xe9", b"/caf\xe8", b"/folder\xff", b"/text")]
         for path in (*paths[:2], paths[3]):

@@ -1,4 +1,4 @@
-"""What keldanectl says of rules that can be made, and of those that cannot."""
+"""keldanectl's answers about rules that can be made, and about those that cannot."""
 
 import os
 import socket
@@ -15,7 +15,7 @@ class Rules(CtlCase):
         self.keldaned = Keldaned(self)
 
     def own_rules(self):
-        """The paths with a rule of their own, and which one."""
+        """The paths with rules of their own, and whether the rule includes them."""
         plus, minus = 0x80 | 0x08000000, 0x40 | 0x20000
         return {node["path"]: bool(node["backupFlags"] & plus) for node in self.json("ls", "-R", self.files)
                 if node["backupFlags"] & (plus | minus)}

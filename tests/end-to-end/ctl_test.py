@@ -1,4 +1,4 @@
-"""keldanectl against the reference daemon, without any, and against daemons that answer strangely."""
+"""keldanectl with the daemon, without any, and with daemons that answer strangely."""
 
 import os
 import re
@@ -24,7 +24,7 @@ class WithTheDaemon(CtlCase):
                       "Recover mode", "Service state", "Control flags"):
             self.assertRegex(text, rf"(?m)^{label} ")
         state = self.json("status")["state"]
-        self.assertIn(len(state), (23, 24))  # without the date of a good backup before the first
+        self.assertIn(len(state), (23, 24))  # the date of a good backup is missing before the first one
         self.assertEqual(state["statusString"], "Up to date")
 
     def test_a_quota_is_a_bar(self):
@@ -100,7 +100,8 @@ class WithTheDaemon(CtlCase):
         self.assertEqual(self.keldaned.process.wait(PATIENCE), 0)
 
     def program_for_others(self):
-        """A copy of the program and its libraries where other users can run it, and what the loader must know."""
+        """Copies the program and its libraries to a place where other users can run it. Returns it with the loader's
+        settings."""
         programs = os.path.join(self.place, "programs")
         os.mkdir(programs)
         listed = subprocess.run(["ldd", CTL], capture_output=True, check=True, text=True).stdout

@@ -10,11 +10,11 @@ WIDTHS = {"v": 0, "c": 1, "I": 4, "@": 8}
 
 
 class Gone(Exception):
-    """The daemon has hung up, or does not answer in time."""
+    """The daemon has closed the connection, or does not answer in time."""
 
 
 def request(selector, *arguments, returns="v"):
-    """The bytes of a call; an argument is an object, or a pair of its type code and its value."""
+    """The bytes of a call. An argument is an object, or a pair of its type code and its value."""
     elements = [WIDTHS[returns], returns, selector, len(arguments)]
     for argument in arguments:
         elements += list(argument) if isinstance(argument, tuple) else ["@", argument]
@@ -49,7 +49,7 @@ class DaemonClient:
             raise Gone(str(error)) from error
 
     def send_what_goes(self, data):
-        """As much as is taken at once."""
+        """Sends the part of the data that is accepted at once."""
         self._socket.setblocking(False)
         try:
             self._socket.send(data)
@@ -57,7 +57,7 @@ class DaemonClient:
             pass
 
     def answer(self):
-        """The next answer; None when it is absent."""
+        """Reads the next answer; None when it is absent."""
         marker, kind, length = self._read(36), *struct.unpack("<iI", self._read(8))
         assert (marker, kind) == (MARKER, RESPONSE), (marker, kind)
         payload = self._read(length)

@@ -1,4 +1,4 @@
-"""The plug-in against the reference daemon, on real files."""
+"""The plug-in with the daemon, on real files."""
 
 import os
 import unittest

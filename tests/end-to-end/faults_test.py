@@ -1,4 +1,4 @@
-"""Daemons that misbehave, and selections that are strange: the host lives, and the next cycle works."""
+"""Daemons that misbehave and unusual selections: the host survives, and the next cycle works."""
 
 import os
 import threading
@@ -93,7 +93,7 @@ class Faults(Case):
         self.assertEqual(self.titles(path)[2], "Back This Up")
 
     def test_preferences_of_every_sort(self):
-        """The menu needs none of them, and none of them may harm it."""
+        """The menu needs no preferences, and none of these files may harm it."""
         self.daemon(ENABLED)
         folder = self.environment["XDG_CONFIG_HOME"]
         os.makedirs(folder)

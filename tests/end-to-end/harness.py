@@ -1,4 +1,4 @@
-"""What every end-to-end test needs: a place of its own, a copy of the bundle, and the host."""
+"""The common parts of all end-to-end tests: a folder for each test, a copy of the bundle, and the host."""
 
 import json
 import os
@@ -16,7 +16,7 @@ MENU = os.environ["KELDANE_MENU"]
 DAEMON = os.environ["KELDANED"]
 BUNDLE = os.environ["KELDANE_BUNDLE"]
 
-# Waiting for a process takes this long at most; an instrumented build is slow.
+# Waiting for a process takes at most this number of seconds; an instrumented build is slow.
 PATIENCE = 60
 
 ATTRIBUTE_SECTION, ATTRIBUTE_PARENT = 128, 4
@@ -72,7 +72,7 @@ class Case(unittest.TestCase):
     # --- The daemon ---
 
     def daemon(self, answers=None, **options):
-        """A recording daemon; `answers` may be the simple flags that every path has."""
+        """Starts a recording daemon; `answers` may be the simple flags of every path."""
         if isinstance(answers, int):
             flags = answers
             answers = {"dictionaryForPath:withDirSizes:":
@@ -101,7 +101,7 @@ class Case(unittest.TestCase):
         return None if menu is None else [item["title"] for item in menu["items"]]
 
     def script(self, *steps, status=0, options=()):
-        """The answers to a script's steps."""
+        """The answers to the steps of a script."""
         text = "".join((step if isinstance(step, str) else json.dumps(step)) + "\n" for step in steps)
         result = self.run_menu(*options, "script", input=text.encode())
         self.assertEqual(result.returncode, status, result.stderr.decode(errors="replace"))
@@ -110,7 +110,7 @@ class Case(unittest.TestCase):
     # --- Waiting ---
 
     def eventually(self, condition, what="it"):
-        """The condition's first true answer."""
+        """Waits for the condition and returns its first true answer."""
         end = time.monotonic() + PATIENCE
         while not (answer := condition()):
             self.assertLess(time.monotonic(), end, f"{what} did not come about")
@@ -119,7 +119,7 @@ class Case(unittest.TestCase):
 
 
 class Keldaned:
-    """The real daemon on the case's socket."""
+    """The real daemon on the test's socket."""
 
     def __init__(self, case, *options):
         self.case = case

@@ -1,4 +1,4 @@
-"""The host's contract, and the plug-in's behaviour in hosts of every sort."""
+"""The host's contract, and the plug-in's behaviour in all kinds of hosts."""
 
 import os
 import shutil

@@ -1,7 +1,7 @@
-"""What a machine may do to the daemon and to its clients: it kills, it stops, its clock jumps, its disk fills up, its
-descriptors run out.
+"""Faults of a machine that affect the daemon and its clients: it kills and stops them, its clock jumps, its disk fills up,
+its descriptors run out.
 
-KELDANE_SEED chooses the moments, KELDANE_KILLS how often the daemon is killed."""
+KELDANE_SEED determines the moments, KELDANE_KILLS how often the daemon is killed."""
 
 import os
 import plistlib
@@ -23,7 +23,7 @@ KILLS = int(os.environ.get("KELDANE_KILLS", "20" if INSTRUMENTED else "200"))
 PRELOADED = os.environ["KELDANE_MACHINE_FAULTS_LIBRARY"]
 CONTROL = os.path.join(os.path.dirname(MENU), "keldanectl")
 
-EXCLUDED, INCLUDED = 0x40, 0x80  # by a rule of its own, in a node's backup flags
+EXCLUDED, INCLUDED = 0x40, 0x80  # in a node's backup flags: by a rule of its own
 BACK_UP, WAITING = "Back This Up", "Waiting to be backed up"
 UNSELECTED = ["Status: Not selected for backup", "-", BACK_UP, "Back Up This File As Soon As Possible", "-",
               "Open Keldane Preferences…"]
@@ -36,7 +36,7 @@ class Machine(Case):
         os.mkdir(self.faults)
         self.folder(".")
         self.errors = os.path.join(self.place, "errors")
-        self.is_dead = threading.Event()  # set when no daemon is to be waited for
+        self.is_dead = threading.Event()  # set when no daemon will come any more
 
     # --- The machine ---
 
@@ -46,14 +46,14 @@ class Machine(Case):
         self.environment |= {"LD_PRELOAD": PRELOADED, "KELDANE_MACHINE_FAULTS": self.faults}
 
     def switch(self, fault, value=""):
-        """Switches a fault on, or with None off."""
+        """Switches a fault on; None switches it off."""
         path = os.path.join(self.faults, fault)
         if value is None:
             os.unlink(path)
             return
         with open(path + ".new", "w", encoding="ascii") as stream:
             stream.write(str(value))
-        os.rename(path + ".new", path)  # at no moment half written
+        os.rename(path + ".new", path)  # so that the file is never seen half written
 
     def log(self):
         with open(self.errors, encoding="utf-8", errors="replace") as stream:
@@ -75,7 +75,7 @@ class Machine(Case):
         return process
 
     def client(self, timeout=PATIENCE):
-        """Connected as soon as a daemon listens."""
+        """Connects as soon as a daemon listens."""
         end = time.monotonic() + PATIENCE
         while True:
             try:
@@ -98,13 +98,13 @@ class Machine(Case):
 
 
 def own_rule(node):
-    """Whether a rule of its own includes the path; None when it has none."""
+    """Whether the path's own rule includes it; None without a rule."""
     flags = node["backupFlags"]
     return False if flags & EXCLUDED else True if flags & INCLUDED else None
 
 
 class Kills(Machine):
-    """A rule is accepted once an answer has shown it. What was accepted survives the death of the daemon."""
+    """A rule is accepted once an answer has shown it. Accepted rules survive the death of the daemon."""
 
     WRITERS, FILES = 3, 12
 
@@ -113,12 +113,12 @@ class Kills(Machine):
         self.random = random.Random(SEED)
         self.accepted = {self.file(f"{writer}/{name}"): None
                          for writer in range(self.WRITERS) for name in range(self.FILES)}
-        self.sent = {}  # what was sent and has not been shown: it may have been kept or not
+        self.sent = {}  # rules that were sent and not shown yet, so they may have been kept or not
         self.rules = self.verified = 0
         self.lost = []
 
     def write(self, number, seed):
-        """Changes rules, each in turn until it shows, until the daemon is dead."""
+        """Changes rules, one after the other and each until it shows, until the daemon is dead."""
         choice = random.Random(seed)
         paths = [path for path in self.accepted if f"/files/{number}/" in path]
         try:
@@ -150,7 +150,7 @@ class Kills(Machine):
         for kill in range(KILLS):
             self.is_dead.clear()
             process = self.spawn()
-            if self.random.random() < 0.1:  # while it starts
+            if self.random.random() < 0.1:  # while the daemon starts
                 time.sleep(self.random.uniform(0, 0.02))
                 self.kill(process)
                 continue
@@ -159,7 +159,7 @@ class Kills(Machine):
                        for number in range(self.WRITERS)]
             for writer in writers:
                 writer.start()
-            if kill % 2 == 0:  # a few rules first, however slow the disk is
+            if kill % 2 == 0:  # a few rules are accepted first, however slow the disk is
                 enough = self.rules + 4
                 self.eventually(lambda: self.rules >= enough, "a few rules")
             time.sleep(self.random.uniform(0, 0.04))
@@ -176,7 +176,7 @@ class Kills(Machine):
 
 
 class Stops(Machine):
-    """A process that is stopped in the middle of a cycle and goes on later changes no menu."""
+    """A process that is stopped in the middle of a cycle and goes on later does not change any menu."""
 
     def begin(self, path):
         return subprocess.Popen([MENU, "--bundle", self.bundle, "show", path], env=self.environment,
@@ -211,7 +211,7 @@ class Stops(Machine):
 
 
 class Clock(Machine):
-    """The time of day is for showing. Nothing waits by it."""
+    """The time of day is for display only. Nothing waits by it."""
 
     DAY = 86400
 
@@ -231,7 +231,7 @@ class Clock(Machine):
             time.sleep(1.2)  # the worker looks once a second
             self.assertEqual(self.node(client, path)["state"], WAITING)
         self.kill(daemon)
-        # Without a daemon the time of day is all there is; a pause gets no longer by it.
+        # Without a daemon, only the time of day measures a pause; setting it back must not lengthen the pause.
         self.switch("clock", -self.DAY)
         daemon = self.start()
         with self.client() as client:
@@ -254,7 +254,7 @@ class Clock(Machine):
         try:
             for _ in range(5):
                 self.assertEqual(self.titles(path), UNSELECTED)
-            # A daemon that dies with the question is given up after a second.
+            # The plug-in waits a second for a daemon that dies during the question.
             os.unlink(self.socket)
             self.daemon(ENABLED, fault="dies")
             begun = time.monotonic()
@@ -266,7 +266,8 @@ class Clock(Machine):
 
 
 class Disk(Machine):
-    """What was accepted is kept, what cannot be kept is refused and said so, and all works again when there is room."""
+    """Accepted settings are kept, settings that cannot be kept are refused with a message, and all works again when there is
+    room."""
 
     def setUp(self):
         super().setUp()
@@ -379,7 +380,7 @@ class Descriptors(Machine):
                     clients.append(DaemonClient(self.socket, 0.1))
                     clients[-1].ask("childrenDictionariesForPath:", os.path.dirname(path))
                 except Gone:
-                    pass  # it waits in the queue of the socket, or was turned away
+                    pass  # it waits in the socket's queue, or was turned away
             resource.prlimit(daemon.pid, resource.RLIMIT_NOFILE, usual)
             for client in clients:
                 client.close()
@@ -394,7 +395,7 @@ class Descriptors(Machine):
         for most in range(4, self.MOST):
             process = self.spawn(preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (most, most)))
             self.eventually(lambda: process.poll() is not None or os.path.exists(self.socket), "the daemon")
-            for _ in range(10):  # it turns away whom it cannot serve
+            for _ in range(10):  # the daemon turns away clients that it cannot serve
                 try:
                     with DaemonClient(self.socket, 0.2) as client:
                         served = client.ask("daemonState") is not None

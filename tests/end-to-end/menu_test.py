@@ -1,4 +1,4 @@
-"""What stands in the menu, for each thing that the daemon may say."""
+"""The menu's entries for each possible answer of the daemon."""
 
 import os
 import unittest

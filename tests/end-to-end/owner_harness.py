@@ -1,4 +1,4 @@
-"""A daemon that answers what it is told to, on both of its sockets."""
+"""A daemon with prepared answers, on both of its sockets."""
 
 import datetime
 import os
@@ -18,7 +18,7 @@ EXPORTED = {"key": KEY, "location": "sftp:me@host:/backup", "repositoryId": "012
 
 
 class OwnerCase(CtlCase):
-    """A daemon on both sockets; what it is asked on the second one is what the tests look at."""
+    """A daemon on both sockets. The tests look at the requests on the second one."""
 
     def setUp(self):
         super().setUp()
@@ -28,7 +28,7 @@ class OwnerCase(CtlCase):
         self.addCleanup(self.owner.stop)
 
     def answer(self, **answers):
-        """The answers to methods by their names, without the colon."""
+        """Sets the answers to methods by their names, without the colon."""
         self.owner.answers.update({name + ":": answer for name, answer in answers.items()})
 
     def asked(self, name):

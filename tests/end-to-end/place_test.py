@@ -1,4 +1,4 @@
-"""Where clients and daemon meet when nobody says: one bundle for every user, and a socket in each user's runtime folder."""
+"""The default places where clients find the daemon: one bundle for every user, a socket in each user's runtime folder."""
 
 import os
 import re
@@ -23,7 +23,7 @@ class PlaceCase(Case):
         self.environment["XDG_RUNTIME_DIR"] = self.runtime
 
     def place_named_by_ctl(self, **options):
-        """Where keldanectl looked for a daemon that is not there."""
+        """The path where keldanectl looked for a daemon that is not there."""
         result = subprocess.run([CTL, "--bundle", self.bundle, "status"], env=self.environment, capture_output=True,
                                 timeout=PATIENCE, check=False, text=True, **options)
         self.assertEqual(result.returncode, 3, result.stderr)
@@ -73,7 +73,7 @@ class Clients(PlaceCase):
 
     @needs_root
     def test_another_user_does_not_use_the_folder_of_root(self):
-        # Programs and bundle go where that user can read them.
+        # The programs and the bundle must lie where that user can read them.
         os.chmod(self.place, 0o755)
         programs = os.path.join(self.place, "programs")
         os.mkdir(programs)

@@ -1,4 +1,5 @@
-"""Property lists against readers and writers that share no code with this system: what both know, both read alike."""
+"""Compares property lists with readers and writers that share no code with this system. Values that both know must read
+alike."""
 
 import datetime
 import math
@@ -15,14 +16,14 @@ import unittest
 CONVERT = os.environ["PLIST_CONVERT"]
 BINARY, XML = plistlib.FMT_BINARY, plistlib.FMT_XML
 LETTERS = {BINARY: b"b", XML: b"x"}
-VALUES = 3000  # for each way there and back
-BATCH = 200  # values in one array, for programs that take one property list a process
+VALUES = 3000  # values for each way there and back
+BATCH = 200  # values in one array, for programs that read one property list for each process
 
 
 # --- This system ---
 
 def convert(documents, wanted):
-    """Each document in the wanted format."""
+    """Converts each document to the wanted format."""
     pieces = b"".join(LETTERS[wanted] + struct.pack("=I", len(each)) + each for each in documents)
     output = subprocess.run([CONVERT], input=pieces, stdout=subprocess.PIPE, check=True).stdout
     answers = []
@@ -35,10 +36,10 @@ def convert(documents, wanted):
     return answers
 
 
-# --- Others ---
+# --- Other programs ---
 
 def run(*command, from_file=False):
-    """A program that reads one property list and writes another to its standard output."""
+    """A function that runs a program which reads one property list and writes another to its standard output."""
     def program(document):
         with tempfile.NamedTemporaryFile() as file:
             if from_file:
@@ -56,7 +57,7 @@ def plistlib_as(wanted):
     return lambda document: plistlib.dumps(plistlib.loads(document), fmt=wanted, sort_keys=False)
 
 
-# What plistutil reads from its standard input must not be longer than a page.
+# plistutil reads at most one page from its standard input, so it gets a file.
 libplist_xml = run("plistutil", "-i", "FILE", "-f", "xml", from_file=True)
 libplist_binary = run("plistutil", "-i", "FILE", "-f", "bin", from_file=True)
 gnustep_xml = run("plutil", "-convert", "xml1", "-o", "-", "-")
@@ -67,10 +68,10 @@ gnustep_text = run("plutil", "-convert", "openstep", "-o", "-", "-")
 # --- Values ---
 
 class Generator:
-    """Values of every kind, the same ones at each run."""
+    """Makes values of every kind, the same ones in each run."""
 
     CHARACTERS = "abc XYZ019_$/:.-&<>\"'\\;={}(),\t\näöüßéÅ€日本\u0301\u200b\x7f"
-    # XML, or some program, has no place for one or the other of these, so most texts are without.
+    # XML or some program cannot hold one or the other of these, so most texts do not contain them.
     RARE = "\ufeff\U0001D11E\U0001F600\r\0\1\x1f\ufffe"
     INTEGERS = [0, 1, -1, 127, 128, 255, 256, 65535, 65536, 2**31 - 1, 2**31, 2**32 - 1, 2**32, 2**63 - 1,
                 -2**31, -2**63, 2**63, 2**64 - 1]
@@ -97,7 +98,7 @@ class Generator:
     def date(self):
         date = datetime.datetime(1, 1, 2) + datetime.timedelta(seconds=self.random.randrange(315_000_000_000))
         date = self.random.choice([date, datetime.datetime(2001, 1, 1), datetime.datetime(1969, 12, 31, 23, 59, 59)])
-        # Fractions that a real of seconds holds exactly.
+        # Only fractions that a real number of seconds holds exactly.
         return date + datetime.timedelta(milliseconds=self.random.choice([0, 0, 250, 500]))
 
     def value(self, depth=0):
@@ -114,7 +115,7 @@ class Generator:
 
 
 def exact(value):
-    """A form in which values that differ in anything, such as true and 1, are not equal."""
+    """A form in which different values, such as true and 1, are never equal."""
     if isinstance(value, list):
         return [exact(each) for each in value]
     if isinstance(value, dict):
@@ -130,7 +131,7 @@ def scalars_in(value):
 
 
 def changed(value, change):
-    """The value with every scalar and key as `change` has it."""
+    """The value with `change` applied to every scalar and key."""
     if isinstance(value, list):
         return [changed(each, change) for each in value]
     if isinstance(value, dict):
@@ -138,14 +139,14 @@ def changed(value, change):
     return change(value)
 
 
-# --- What becomes of a value on its way ---
+# --- The changes of a value on its way ---
 
 def as_it_is(scalar):
     return scalar
 
 
 def in_xml(scalar):
-    """XML has whole seconds, and no place for some characters."""
+    """XML has whole seconds, and cannot hold some characters."""
     if isinstance(scalar, datetime.datetime):
         return scalar.replace(microsecond=0)
     if isinstance(scalar, str):
@@ -163,8 +164,8 @@ def in_old_text(scalar):
     return scalar if isinstance(scalar, (bytes, str)) else str(int(scalar))
 
 
-# Each way: what this system writes of a value, what another program makes of that, and how the value reads when this
-# system has read it again.
+# For each way: the format that this system writes, the program that rewrites it, and the change that a value has undergone
+# when this system reads it again.
 WAYS = {
     "plistlib, binary to binary": (BINARY, plistlib_as(BINARY), as_it_is),
     "plistlib, binary to XML": (BINARY, plistlib_as(XML), in_xml),
@@ -200,8 +201,8 @@ def early_fraction(scalar):
     return isinstance(scalar, datetime.datetime) and scalar.year < 2001 and scalar.microsecond != 0
 
 
-# What is not read alike, and who is right: the ways, which scalars, an example, what becomes of it, and why. Were one
-# of these mended there, the test of the table would say so.
+# Values that are not read alike: the ways, the affected scalars, an example, its result, and the reason. If another program
+# changed its behaviour, the test of this table would fail.
 DIFFERENCES = [
     (["plistlib, binary to XML"], text_with("\0-\x08\x0b\x0c\x0e-\x1f"), "a\x01", REFUSED,
      "Both are right: plistlib refuses to write what XML cannot hold, this system writes U+FFFD."),
@@ -246,7 +247,7 @@ PLAIN = {str: "plain", int: 7, float: 0.5, datetime.datetime: datetime.datetime(
 
 
 def there_and_back(way, values):
-    """What the values are once they were written here, rewritten by the other program, and read here again."""
+    """The values after they were written here, rewritten by the other program, and read here again."""
     form, program, _ = WAYS[way]
     documents = [plistlib.dumps(values[i:i + BATCH], fmt=BINARY, sort_keys=False) for i in range(0, len(values), BATCH)]
     returned = convert([program(document) for document in convert(documents, form)], BINARY)

@@ -1,4 +1,4 @@
-"""keldane-power on a system bus of its own, with services that say what the test wants, and what the daemon makes of it."""
+"""keldane-power on a system bus of its own, with services that the test controls, and the daemon's reaction."""
 
 import json
 import os
@@ -150,7 +150,7 @@ class Power(Case):
         self.rests(None)
         self.ctl("settings", "--rest-in-power-saver", "on")
         self.rests("The computer saves power")
-        profiles.kill()  # a service that goes says nothing any more
+        profiles.kill()  # a service that disappears reports nothing any more
         self.rests(None)
 
     def test_who_ends_well_takes_back_what_it_said(self):

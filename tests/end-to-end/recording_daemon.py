@@ -1,6 +1,6 @@
-"""A daemon for the tests that shares no code with the system: sockets, frames and property lists by Python's own library.
+"""A daemon for the tests that shares no code with the system: sockets, frames and property lists use Python's own library.
 
-It records every frame and answers each selector as it is told to. `fault` makes it misbehave."""
+It records every frame and gives prepared answers. `fault` makes it misbehave."""
 
 import os
 import plistlib
@@ -12,7 +12,7 @@ import time
 MARKER = b"8A2E4C19-5D73-4B8F-A0E6-C93B17F52D04"
 REQUEST, RESPONSE = 1, 2
 
-# Simple flags of a node: what a person may choose.
+# Simple flags of a node, which say what a person may choose.
 CHECKED, ENABLED, GRAYED = 1, 2, 4
 PRIORITY_CHECKED, PRIORITY_ENABLED, PRIORITY_VISIBLE = 0x10000, 0x20000, 0x40000
 PRIORITY_OFFER = PRIORITY_ENABLED | PRIORITY_VISIBLE
@@ -38,7 +38,7 @@ def node(path, flags=ENABLED, directory=False, state="Not selected for backup", 
 
 
 class Encoded(bytes):
-    """An answer that was encoded before, for a daemon that is to be quick."""
+    """An answer that is encoded in advance, for a daemon that must be quick."""
 
     @classmethod
     def of(cls, value):
@@ -46,8 +46,8 @@ class Encoded(bytes):
 
 
 class RecordingDaemon:
-    """Listens from its construction on. `answers` maps a selector to a value or to a function of the arguments; a
-    selector without one is answered with an empty response when a value is awaited."""
+    """Listens from its construction on. `answers` maps a selector to a value or to a function of the arguments. When a
+    selector has no answer and the caller expects a value, the response is empty."""
 
     def __init__(self, path, answers=None, fault=None):
         self.path = path
@@ -122,7 +122,7 @@ class RecordingDaemon:
                 self._changed.notify_all()
 
     def wait_until_left(self):
-        """Waits until every client that connected has gone, and all that it sent has come."""
+        """Waits until every client that connected has gone, and everything that it sent has arrived."""
         with self._changed:
             if not self._changed.wait_for(lambda: self.ended == self.connections, 20):
                 raise AssertionError("a client is still connected")

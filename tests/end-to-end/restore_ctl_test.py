@@ -1,4 +1,4 @@
-"""keldanectl's commands for what is stored: finding, restoring, and learning what a repository holds."""
+"""keldanectl's commands for stored files: finding them, restoring them, and reading what a repository holds."""
 
 import datetime
 import json
@@ -63,7 +63,7 @@ class Stored(OwnerCase):
 
 class Restore(OwnerCase):
     def job(self, *reports):
-        """A job whose reports come one after the other, the last one for ever."""
+        """Sets up a job with a sequence of reports; the last one is repeated."""
         left = list(reports)
         self.answer(restore={"job": 7}, cancelRestore={},
                     restoreReport=lambda request: left.pop(0) if len(left) > 1 else left[0])

@@ -1,4 +1,4 @@
-"""The daemon as a server of many, some of whom mean it no good."""
+"""The daemon as a server of many clients, some of them hostile."""
 
 import errno
 import os
@@ -14,12 +14,12 @@ from harness import DAEMON, PATIENCE, Case
 CLIENTS = 500
 NOBODY = 65534
 
-# What a client costs: its thread, its descriptor, and this much memory at most.
+# Each client costs a thread, a descriptor, and at most this much memory.
 BYTES_A_CLIENT = 256 * 1024
 
 
 def instrumented():
-    """Whether the daemon was built with a sanitizer, whose shadow is not the daemon's own memory."""
+    """Whether the daemon was built with a sanitizer, whose shadow memory is not the daemon's own."""
     with open(DAEMON, "rb") as program:
         content = program.read()
     return b"__asan_init" in content or b"__tsan_init" in content
@@ -113,7 +113,7 @@ class Server(Case):
                 os.setuid(NOBODY)
                 as_somebody_else()
                 status = 0
-            except BaseException as error:  # the parent's tests must not go on here
+            except BaseException as error:  # the child of the fork must not go on with the parent's tests
                 print(repr(error), file=sys.stderr, flush=True)
             finally:
                 os._exit(status)

@@ -1,5 +1,5 @@
-"""The daemon as a service: systemd's commands as a stand-in notes them, the autostart of a session for real; and what an
-administrator sets for it."""
+"""The daemon as a service: systemd's commands go to a stand-in that records them, the autostart of a session is real. Also
+the settings of an administrator."""
 
 import json
 import os
@@ -133,7 +133,7 @@ class WithoutSystemd(ServiceCase):
         self.assertNotEqual(second, first)
 
     def status(self):
-        """Whether it runs or not."""
+        """The output of `service status`, whether the daemon runs or not."""
         return subprocess.run([CTL, "service", "status"], env=self.environment, capture_output=True, timeout=PATIENCE,
                               check=False, text=True).stdout
 
@@ -216,7 +216,7 @@ class Administered(ServiceCase):
         self.ctl("low-priority", "off", status=NOT_TAKEN)
         self.ctl("automatic", "off")
         self.assertIn("/srv/backup", self.ctl("setup", "--repository", self.place + "/other", status=NOT_TAKEN))
-        # What a user has changed stays, and the default rules are not set again.
+        # A user's changes stay, and the default rules are not set again.
         self.ctl("add", left_out)
         keldaned.kill()
         keldaned.start()

@@ -1,4 +1,4 @@
-"""keldanectl's commands for the key, and for saying where the backup is kept."""
+"""keldanectl's commands for the key, and for choosing the place of the backup."""
 
 import os
 import re
@@ -61,7 +61,7 @@ class Key(OwnerCase):
         self.ctl("key", "sheet", self.target("sheet.svg"))
         subprocess.run(["rsvg-convert", "-w", "1000", "-o", self.target("sheet.png"), self.target("sheet.svg")], check=True)
         self.assertEqual(scanned(self.target("sheet.png")), KEY)
-        # The one of characters, drawn with four dots a module.
+        # This reads the code that is drawn in characters, and draws it with four dots a module.
         lines = [line for line in self.ctl("key", "sheet").splitlines() if re.fullmatch("[ ▀▄█]{20,}", line)]
         rows = [bits for line in lines for bits in ([c in "▀█" for c in line], [c in "▄█" for c in line])]
         dots = [" ".join("0" if dark else "1" for dark in row for _ in range(4)) for row in rows for _ in range(4)]
@@ -175,7 +175,7 @@ class Setup(OwnerCase):
         self.assertEqual(self.asked("setUpRepository"), [])
 
     def converse(self, *steps):
-        """Answers one question after the other; what `setup` then asks the daemon."""
+        """Answers one question after the other and returns the request that `setup` then sends."""
         terminal = self.terminal("setup", columns=160)
         for question, text in steps:
             terminal.wait_for(question + r"[^\n]*\Z")

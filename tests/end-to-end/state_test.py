@@ -1,4 +1,4 @@
-"""What the daemon and keldanectl say of what goes on, on real files."""
+"""The daemon's and keldanectl's reports on the work in progress, on real files."""
 
 import json
 import os
@@ -9,7 +9,7 @@ from ctl_harness import DONE, NOT_TAKEN, CtlCase
 from harness import PATIENCE, Keldaned
 
 RESTS = 5
-ENDLESS = 10 << 40  # bytes of a sparse file that nobody reads to its end
+ENDLESS = 10 << 40  # bytes of a sparse file that takes longer to read than any test
 
 
 class State(CtlCase):
@@ -29,7 +29,7 @@ class State(CtlCase):
         os.truncate(path, ENDLESS)
         return path
 
-    # --- Watching until it is done ---
+    # --- Watching until everything is stored ---
 
     def test_watch_ends_when_all_that_was_asked_for_is_stored(self):
         for i in range(2000):
@@ -80,7 +80,7 @@ class State(CtlCase):
         self.ctl("resume")
         self.assertEqual(process.wait(PATIENCE), DONE)
 
-    # --- A file that takes for ever ---
+    # --- A file that takes very long ---
 
     def test_a_file_that_takes_for_ever_can_be_stopped_and_holds_up_nobody(self):
         large, other, preferred = self.endless("d/large"), self.file("d/other"), self.file("e")
@@ -99,7 +99,7 @@ class State(CtlCase):
         self.assertEqual(self.state()["backedUpFileCount"], 2)
         self.assertEqual(self.says(large), "Not selected for backup")
 
-    # --- What is gone ---
+    # --- Deleted files ---
 
     def test_a_deleted_folder_is_listed_with_its_backups(self):
         path = self.file("d/gone/deep/x")
@@ -122,7 +122,7 @@ class State(CtlCase):
         self.assertEqual(self.says(path), "Not selected for backup")
         self.assertEqual(self.json("why", path)["reasons"][0]["kind"], "none")
 
-    # --- Why ---
+    # --- Reasons ---
 
     def test_why(self):
         path = self.file("d/a.tmp")

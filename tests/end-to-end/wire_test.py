@@ -1,4 +1,4 @@
-"""What goes over the wire, byte by byte, as a peer sees it that shares no code with the system."""
+"""The bytes on the wire, as a peer sees them that shares no code with the system."""
 
 import unittest
 

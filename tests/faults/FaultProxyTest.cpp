@@ -14,8 +14,8 @@ constexpr std::int32_t kRequest = 1;
 constexpr std::int32_t kResponse = 2;
 constexpr std::size_t kEverything = 1U << 20U;
 
-/// A client and a peer, each byte by byte in the test's hands, with the proxy between them. The peer stands
-/// for the daemon: an echo, mostly.
+/// A client and a peer that the test controls byte by byte, with the proxy between them. The peer stands for
+/// the daemon; in most tests it echoes.
 class FaultProxyTest : public ::testing::Test {
  protected:
   static std::string frame(int number, std::int32_t type = kRequest) {
@@ -33,12 +33,12 @@ class FaultProxyTest : public ::testing::Test {
     client_.emplace(connectedTo(path));
     peer_.emplace(daemon_.accept());
   }
-  /// The client leaves; how it went.
+  /// The client leaves. Returns the report on the connection.
   ConnectionReport leave() {
     client_->close();
     return report_.get();
   }
-  /// One answer after each question, on a clean connection, so that the proxy knows what comes.
+  /// Answers each question once on a clean connection, so that the proxy knows which frames will come.
   void record(int count) {
     open("");
     for (int i = 0; i < count; ++i) {
@@ -51,14 +51,14 @@ class FaultProxyTest : public ::testing::Test {
   }
   static std::string answer(int number) { return frame(100 + number, kResponse); }
 
-  /// What arrives of `sent` in either direction, which is a fault's in the one that it names.
+  /// Sends `sent` in a direction with a fault, and returns the bytes that arrive.
   std::string arriving(const std::string& direction, const std::string& fault, const std::string& sent,
                        std::size_t expected) {
     open(direction + ' ' + fault);
     RawConnection& from = direction == "requests" ? *client_ : *peer_;
     RawConnection& to = direction == "requests" ? *peer_ : *client_;
     if (direction == "answers") {
-      client_->write(frame(9));  // who says nothing is not served
+      client_->write(frame(9));  // a client that says nothing is not served
     }
     from.write(sent);
     const std::string got = to.read(expected);
@@ -149,7 +149,7 @@ TEST_F(FaultProxyTest, SplitsEveryByte) {
   open("requests split 0 1");
   client_->write(large);
   ASSERT_TRUE(peer_->isReadable(20000));
-  // More than a byte would have to wait for as many moments.
+  // The proxy pauses after each byte until it is read, so the first read cannot get everything.
   const std::string first = peer_->readOnce(large.size());
   EXPECT_LT(first.size(), large.size());
   EXPECT_EQ(first + peer_->read(large.size() - first.size()), large);

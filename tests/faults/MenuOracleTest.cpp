@@ -62,7 +62,7 @@ class MenuFor : public ::testing::Test {
   static PropertyList node(std::uint32_t flags, bool isFolder = false) {
     return PropertyList::dictionary({{"simpleFlags", flags}, {"isDirectory", isFolder}, {"state", "New"}});
   }
-  /// The answers about a file that is the same each time.
+  /// The answers about a file that stays the same.
   static Answers file(const PropertyList& one) { return {one, one, 0, one, one, one}; }
 
   TemporaryFolder folder_;

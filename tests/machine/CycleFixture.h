@@ -1,5 +1,5 @@
-// Whole menu cycles of the plug-in, through its function table, against the daemon in a process of its own;
-// so that all threads, descriptors and memory of the test's process are the plug-in's.
+// Whole menu cycles of the plug-in, through its function table, against a daemon in another process. So all
+// threads, descriptors and memory of the test's process belong to the plug-in.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -18,8 +18,8 @@
 
 namespace keldane::testing {
 
-/// Every how many of a sweep's steps are taken: 1 in a quick build, more where each step is slow;
-/// KELDANE_FAULT_STRIDE overrules it.
+/// The distance between the steps of a sweep: 1 in a quick build, more where each step is slow;
+/// KELDANE_FAULT_STRIDE overrides it.
 inline long faultStride(long instrumented) {
   const char* asked = std::getenv("KELDANE_FAULT_STRIDE");
   const long stride = asked == nullptr ? 0 : std::strtol(asked, nullptr, 10);
@@ -48,8 +48,8 @@ class CycleFixture : public MenuTest {
     observer_->setProtocol(&KeldaneDaemonProtocol);
     observer_->setSocket(observerSocket_);
     ASSERT_TRUE(eventually([&] { return observerSocket_->connectToPath(bundle_.daemonPath()); }));
-    observer_->setEnabled(0);  // nothing is backed up, so that a cycle's menu is always the same
-    // The plug-in calls by a connection of its own, so its first command could be done before this is.
+    observer_->setEnabled(0);  // nothing is backed up, so that every cycle's menu is the same
+    // The plug-in calls over another connection, so its first command could otherwise overtake this setting.
     ASSERT_EQ(observer_->daemonState()["statusString"], PropertyList("Backup is switched off"));
   }
   ~CycleFixture() override {
@@ -57,17 +57,17 @@ class CycleFixture : public MenuTest {
     observerSocket_->close();
   }
 
-  /// Whether the daemon comes to show this state of the file. A command has no answer, and the next menu asks
-  /// by another connection, so only this tells that it has come.
+  /// Whether the daemon reaches this state for the file. A command has no answer and the next menu uses
+  /// another connection, so only this shows that the command has arrived.
   bool becomes(const char* state) {
     return eventually([&] { return isShownAs(state); });
   }
   bool isShownAs(const char* state) {
     return observer_->dictionaryForPath(file_)["state"] == PropertyList(state);
   }
-  /// A cycle in which nothing fails any more: its menu shows the file as it is, and its command is done.
-  /// After it the file is not selected. The command is one that changes what is shown: another could still be
-  /// under way when the next comes by a connection of its own, and undo that.
+  /// Runs a cycle without failures: its menu shows the file's state, and its command is carried out.
+  /// Afterwards the file is not selected. The command changes the shown state; otherwise it could still be
+  /// under way when the next one comes over another connection, and undo that.
   void checkNextCycle(bool isSelected) {
     const Cycle next = cleanCycle(isSelected ? kCommandExclude : kCommandBackup);
     ASSERT_EQ(next.examined, kNoErr);
@@ -79,15 +79,15 @@ class CycleFixture : public MenuTest {
   static constexpr char kNotSelected[] = "Not selected for backup";
   static constexpr char kWaiting[] = "Waiting to be backed up";
 
-  /// What the host keeps of one cycle.
+  /// The results of one cycle in the host.
   struct Cycle {
-    bool made = false;  ///< whether there was an instance to ask
+    bool made = false;  ///< whether there was an instance
     OSStatus examined = kNoErr;
     std::optional<Titles> menu;
-    std::optional<OSStatus> selected;  ///< nothing is chosen from a menu that is not there
+    std::optional<OSStatus> selected;  ///< absent when there was no menu to choose from
   };
 
-  /// From the making of an instance to its release. `during` runs what the plug-in does.
+  /// Runs a cycle from the making of an instance to its release. `during` wraps the plug-in's work.
   template <class During>
   Cycle cycle(std::uint32_t command, const During& during) {
     Cycle result;
@@ -141,7 +141,7 @@ class CycleFixture : public MenuTest {
     return titles;
   }
 
-  /// The menu of the file while no rule is on it, and that of one that is to be backed up.
+  /// The menu of a file without a rule, and that of a file that is to be backed up.
   static inline const Titles kUnselected = {
       "Status: Not selected for backup",       "-", "Back This Up",
       "Back Up This File As Soon As Possible", "-", "Open Keldane Preferences…"};

@@ -55,7 +55,7 @@ long FailingAllocation::liveBlocks() { return live; }
 
 }  // namespace keldane::testing
 
-using namespace keldane::testing;  // what is replaced stands in no namespace
+using namespace keldane::testing;  // the replaced functions are in no namespace
 
 extern "C" {
 void* __real_malloc(std::size_t size);

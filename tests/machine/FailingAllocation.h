@@ -6,18 +6,19 @@
 
 namespace keldane::testing {
 
-/// Counts the allocations of some threads while it is on, and fails some of them. One at a time.
+/// Counts the allocations of some threads while it is on, and fails some of them. Only one may exist at a
+/// time.
 class FailingAllocation {
  public:
   enum class On { thisThread, otherThreads };
 
-  /// Of the counted allocations the `nth` (from 1) fails and `howMany` - 1 after it. Off at first.
+  /// Fails the `nth` counted allocation (from 1) and the `howMany` - 1 after it. It is off at first.
   FailingAllocation(On threads, long nth, long howMany = 1);
   ~FailingAllocation();
   FailingAllocation(const FailingAllocation&) = delete;
   FailingAllocation& operator=(const FailingAllocation&) = delete;
 
-  /// Runs the work with the counting on, and off again behind it.
+  /// Switches the counting on while the work runs.
   template <class Work>
   auto during(const Work& work) {
     const Switch on;
@@ -27,7 +28,7 @@ class FailingAllocation {
   static constexpr long kAllThatFollow = LONG_MAX;
   bool failed() const;
 
-  /// Blocks of operator new that live now, in the whole process.
+  /// The number of living blocks of operator new in the whole process.
   static long liveBlocks();
 
  private:

@@ -8,7 +8,7 @@ namespace {
 using testing::FewDescriptors;
 using testing::Footprint;
 
-// More than a cycle takes at once.
+// More than a cycle uses at a time.
 constexpr int kEnough = 12;
 
 class OutOfDescriptors : public testing::CycleFixture {};

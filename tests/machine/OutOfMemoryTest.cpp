@@ -9,8 +9,8 @@ using testing::FailingAllocation;
 using testing::Footprint;
 using testing::Labelled;
 
-/// Of which threads, how many allocations in a row fail, and whether the diagnostic log, which allocates too,
-/// is on.
+/// The threads whose allocations fail, the number of failures in a row, and whether the diagnostic log, which
+/// allocates too, is on.
 struct Sweep {
   FailingAllocation::On threads;
   long howMany;
@@ -35,19 +35,19 @@ class OutOfMemory : public testing::CycleFixture, public ::testing::WithParamInt
     setLogReceiver({});
   }
 
-  /// The plug-in's threads leave a moment after its instance.
+  /// The plug-in's threads end a moment after its instance.
   void waitForThreads() {
     ASSERT_TRUE(testing::eventually([&] { return testing::countOf("task") == threads_; }));
   }
 
-  /// Whether the command came to the daemon. A thread there serves the connection, and leaves when all that
-  /// came over it is done.
+  /// Whether the command reached the daemon. A thread of the daemon serves the connection, and ends when
+  /// everything that came over it is done.
   bool wasCommanded() {
     EXPECT_TRUE(testing::eventually([&] { return testing::countOf("task", daemon_) == daemonThreads_; }));
     return isShownAs(kWaiting);
   }
 
-  /// The whole menu, or as is agreed for a step that fails, all but one item of it.
+  /// Whether the menu is whole. A single failing step may cost one item.
   static bool isAcceptable(const Titles& menu, bool oneMayMiss) {
     if (menu == kUnselected) {
       return true;
@@ -64,7 +64,7 @@ class OutOfMemory : public testing::CycleFixture, public ::testing::WithParamInt
 
   bool onTheHostsThread() const { return GetParam().value.threads == FailingAllocation::On::thisThread; }
 
-  /// A cycle in which memory runs out, and one behind it in which it does not.
+  /// Runs a cycle in which memory runs out, and after it one in which it does not.
   void failAt(long nth) {
     Cycle broken;
     {
@@ -120,7 +120,7 @@ TEST_P(OutOfMemory, AtEachAllocationOfACycleCostsNothingButThatCycle) {
       return;
     }
     ASSERT_EQ(Footprint(), before);
-    // The observer's thread, too, lets go of an answer a moment after it has handed it over.
+    // The observer's thread, too, releases an answer a moment after it has handed it over.
     ASSERT_TRUE(testing::eventually([&] { return FailingAllocation::liveBlocks() == blocks; }))
         << FailingAllocation::liveBlocks() << " blocks of memory, and " << blocks << " before";
   }

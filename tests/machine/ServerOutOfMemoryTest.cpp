@@ -1,4 +1,4 @@
-// Memory runs out at each allocation of a daemon in turn: its clients are answered or lose their link, and
+// Memory runs out at each allocation of a daemon in turn. Its clients get an answer or lose their link; they
 // are never left waiting.
 #include <gtest/gtest.h>
 
@@ -16,7 +16,7 @@ using testing::connectedTo;
 using testing::FailingAllocation;
 using testing::RawConnection;
 
-/// A request for a path's node, as it goes over the wire.
+/// A request for a path's node, in the format of the wire.
 std::string requestFor(const std::string& path) {
   return RawConnection::frame(
       1, RawConnection::payloadOf(PropertyList::array({8, "@", "dictionaryForPath:", 1, "@", path})));
@@ -29,8 +29,8 @@ class ServerOutOfMemory : public ::testing::Test {
   }
   ~ServerOutOfMemory() override { setLogReceiver({}); }
 
-  /// Fails each allocation of the server that runs in this process, once, while one client comes, asks and
-  /// goes; and sees after each that the next client is answered.
+  /// Fails each allocation of the server in this process once, while one client connects, asks and leaves.
+  /// After each failure, checks that the next client gets an answer.
   void sweep(const std::string& socket, const std::string& path, const PropertyList& expected) {
     const std::string request = requestFor(path);
     int answered = 0;
@@ -43,7 +43,7 @@ class ServerOutOfMemory : public ::testing::Test {
         FailingAllocation failing(FailingAllocation::On::otherThreads, nth);
         failing.during([&] {
           RawConnection client = connectedTo(socket);
-          // It may be closed already.
+          // The connection may be closed already.
           ::send(client.descriptor(), request.data(), request.size(), MSG_NOSIGNAL);
           ASSERT_TRUE(client.isReadable(20000)) << "neither an answer nor an end";
           ++(client.read(1).empty() ? closed : answered);

@@ -1,4 +1,4 @@
-// Signals that interrupt whatever waits, all through many menu cycles.
+// Signals that interrupt every wait, throughout many menu cycles.
 #include <dirent.h>
 #include <sys/syscall.h>
 
@@ -16,7 +16,7 @@ constexpr int kCycles = 40;
 
 std::atomic<long> interruptions = 0;
 
-/// Sends SIGUSR1, whose handler restarts nothing, to every other thread of this process, again and again.
+/// Sends SIGUSR1 to every other thread of this process again and again. Its handler does not restart calls.
 class Storm {
  public:
   Storm() {

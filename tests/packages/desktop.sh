@@ -1,5 +1,5 @@
 # The installed packages in a real file manager, within a fresh root: /packages/first is installed and used, upgraded to
-# /packages/second, and removed while the file manager runs. $1 is its name.
+# /packages/second, and removed while the file manager runs. $1 is the file manager's name.
 set -euo pipefail
 
 manager=$1
@@ -8,7 +8,7 @@ say() { printf '== packages: %s\n' "$*"; }
 say "a desktop with $manager"
 apt-get install -y -qq --no-install-recommends "$manager" xvfb xauth dbus dbus-x11 at-spi2-core python3-pyatspi \
   gir1.2-atspi-2.0 xdotool openbox adwaita-icon-theme librsvg2-common libglib2.0-bin >/dev/null
-# What the script installs and upgrades: as a person would, both at once.
+# The packages that the script installs and upgrades together, as a person would.
 packages_in() { echo "/packages/$1"/keldane_*.deb "/packages/$1/keldane-$manager"_*.deb; }
 # shellcheck disable=SC2046
 apt-get install -y -qq --no-install-recommends $(packages_in first) >/dev/null

@@ -1,6 +1,6 @@
-"""The installed packages in a real file manager, as a person who has logged in: the menu with a daemon of one's own, and
-what an upgrade and a removal leave of both. Says "shown" when the menu stands, and "still there" after each line that
-tells that the packages have changed: "upgraded", then "removed"."""
+"""The installed packages in a real file manager, as a person uses it who has logged in: the menu with a daemon of the
+person's own, and both after an upgrade and a removal. Prints "shown" when the menu is there, and "still there" after each
+line that reports a change of the packages: "upgraded", then "removed"."""
 
 import os
 import subprocess
@@ -23,7 +23,7 @@ def done(*words):
 
 
 def menu_of(manager):
-    """The entries of a menu that is opened for it, or nothing while it has no entry of ours."""
+    """The entries of the file's menu, or none while it has no entry of ours."""
     manager.close_menu()
     manager.open_menu()
     desktop.eventually(manager.is_open, "the menu")

@@ -7,7 +7,7 @@ fail() {
   printf 'FAILED: %s\n' "$*" >&2
   exit 1
 }
-# eventually COMMAND...: waits for up to two minutes until it succeeds.
+# eventually COMMAND...: repeats the command for up to two minutes until it succeeds.
 eventually() {
   for _ in $(seq 600); do
     "$@" >/dev/null 2>&1 && return 0
@@ -16,7 +16,7 @@ eventually() {
   fail "\"$*\" did not come about."
 }
 
-# processes_with WORDS: whose command line has them, this shell's own aside.
+# processes_with WORDS: the processes whose command line contains the words, except this shell.
 processes_with() {
   local process
   for process in /proc/[0-9]*; do
@@ -90,7 +90,7 @@ examine | grep -q "Backed up" || fail "the file manager found no way back to the
 
 say "a daemon for all users"
 as_person keldanectl service stop
-keldaned --system  # leaves the terminal
+keldaned --system  # it goes into the background
 sed -i 's|${XDG_RUNTIME_DIR}|/run|' /etc/keldane/Keldane.plist
 keldanectl status >/dev/null || fail "root does not reach it"
 as_person keldanectl status >/dev/null || fail "the user does not reach it"
@@ -112,7 +112,7 @@ as_person keldanectl service start
 eventually test -S "/run/user/$user/keldane/keldaned.sock"
 apt-get remove -y keldane >/packages/removal 2>&1
 grep -q "~/.local/share/keldane" /packages/removal || fail "nobody says where the data is"
-# Each of them may take a moment to end.
+# Each process may take a moment to end.
 is_gone() { [[ -z $(processes_with "$1") ]]; }
 eventually is_gone keldaned
 eventually is_gone "service supervise"

@@ -1,4 +1,4 @@
-"""What belongs to the programs: manual pages, desktop files, the description for software centres, the changelog."""
+"""The documents of the programs: manual pages, desktop files, the description for software centres, the changelog."""
 
 import glob
 import os
@@ -70,7 +70,7 @@ class Descriptions(unittest.TestCase):
         self.assertEqual(result.returncode, 0, result.stdout)
 
     def test_pictures_have_a_ground_of_their_own(self):
-        # A page may be dark; text in black on no ground could not be read there.
+        # A page may be dark, and black text without a background could not be read there.
         pictures = glob.glob(os.path.join(SOURCE, "docs", "*.svg"))
         self.assertGreater(len(pictures), 3)
         for path in pictures:

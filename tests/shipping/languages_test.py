@@ -15,7 +15,7 @@ PREFERENCES = os.path.join(SOURCE, "clients", "preferences")
 DESKTOP_FILES = (os.path.join(PREFERENCES, "keldane-preferences.desktop"),
                  os.path.join(PREFERENCES, "keldane-notifications.desktop"), os.path.join(SOURCE, "daemon", "keldane.desktop"))
 METAINFO = os.path.join(PREFERENCES, "example.keldane.Preferences.metainfo.xml")
-# The folders of catalogues: that of the window, and that which everything else shares.
+# The folders of catalogues: the window's own, and the one that everything else shares.
 CATALOGUES = (os.path.join(PREFERENCES, "po"), os.path.join(SOURCE, "po"))
 XML_LANGUAGE = "{http://www.w3.org/XML/1998/namespace}lang"
 
@@ -32,7 +32,7 @@ def read(path):
 
 
 def languages():
-    """Those that the build installs, English aside."""
+    """The languages that the build installs, without English."""
     return re.search(r"^set\(KELDANE_LANGUAGES ([a-z ]+)\)", read(os.path.join(SOURCE, "CMakeLists.txt")), re.MULTILINE)[1].split()
 
 
@@ -55,7 +55,7 @@ def unquoted(lines):
 
 
 def messages(catalogue, language):
-    """Each text of a catalogue with its translations, of which one with numbers has several."""
+    """Yields each text of a catalogue with its translations; a text with a number has several."""
     for entry in read(os.path.join(catalogue, language + ".po")).split("\n\n")[1:]:
         parts = re.findall(r'^(msgid|msgid_plural|msgstr(?:\[\d\])?) (".*"(?:\n".*")*)$', entry, re.MULTILINE)
         texts = [unquoted(value) for name, value in parts if name.startswith("msgid")]
@@ -84,7 +84,7 @@ class Menu(unittest.TestCase):
 
 
 class Catalogues(unittest.TestCase):
-    """That a catalogue has each text of the sources, and no other, is a test of its own."""
+    """Another test checks that a catalogue has exactly the texts of the sources."""
 
     @staticmethod
     def everything():
@@ -119,7 +119,7 @@ class Catalogues(unittest.TestCase):
                 self.assertEqual("_" in translation, "_" in texts[0], (language, texts))
 
     def test_what_is_typed_is_the_same(self):
-        # Options and commands are not translated, wherever a text names them.
+        # Options and commands are not translated in any text.
         for language, texts, translations in self.everything():
             for typed in re.findall(r"--[a-z-]+|keldanectl (?:service \w+|log\b|versions\b)", texts[0]):
                 for translation in translations:
@@ -143,13 +143,13 @@ class Daemon(unittest.TestCase):
         sources.append(os.path.join(SOURCE, "clients", "core", "FolderTree.cpp"))
         said = {literal for path in sources for literal in self.literals(read(path))}
         table = read(os.path.join(SOURCE, "Common", "DaemonText.cpp"))
-        # Of one with numbers the daemon says the form for many.
+        # For a text with a number, the daemon sends the plural form.
         texts = ["".join(re.findall(r'"((?:[^"\\\n]|\\.)*)"', each))
                  for each in re.findall(r'((?:"(?:[^"\\\n]|\\.)*"\s*)+)\)', table)]
         self.assertGreater(len(texts), 100)
 
         def is_said(part):
-            """Whether it stands in a literal, or is where one ends and another begins."""
+            """Whether the part is within a literal, or crosses from the end of one to the beginning of another."""
             return any(part in literal for literal in said) or any(
                 any(literal.endswith(part[:cut]) for literal in said) and
                 any(literal.startswith(part[cut:]) for literal in said) for cut in range(1, len(part)))

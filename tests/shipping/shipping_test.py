@@ -1,4 +1,4 @@
-"""What is installed: how its programs and modules were built, and the daemon's unit."""
+"""The installed files: how programs and modules were built, and the daemon's unit."""
 
 import json
 import os
@@ -24,12 +24,12 @@ CMAKE = os.environ["CMAKE"]
 READELF = os.environ["READELF"]
 HARDENED = os.environ["KELDANE_HARDENED"] == "1"
 
-# The begin of each function that may be jumped to. The processor's mark for a whole file is set only if the
-# distribution's own start-up files bear it too, so the code is what is looked at.
+# The first bytes of each function that may be a jump target. The processor's mark for a whole file is set only if the
+# distribution's own start-up files have it, too, so the code itself is checked.
 ENDBR64 = b"\xf3\x0f\x1e\xfa"
 
-# What `systemd-analyze security` must find closed in the unit. What it would like besides is for a daemon of root, which
-# has capabilities to give up, or takes a namespace of its own.
+# The items that `systemd-analyze security` must find restricted in the unit. Its other items concern daemons of root, which
+# can give up capabilities or have namespaces of their own.
 CLOSED = ("NoNewPrivileges", "LockPersonality", "MemoryDenyWriteExecute", "RestrictRealtime", "SystemCallArchitectures",
           "AmbientCapabilities", "KeyringMode", "Delegate", "UMask", "NotifyAccess",
           *(f"RestrictNamespaces_{name}" for name in ("cgroup", "ipc", "mnt", "net", "pid", "user", "uts")),
@@ -106,7 +106,7 @@ class Shipping(unittest.TestCase):
             self.assertIn("__stack_chk_fail", symbols)
             if any(re.fullmatch(r"__\w+_chk", symbol) for symbol in symbols):
                 fortified.append(os.path.basename(path).split(".")[0])
-        self.assertIn("libkeldane-platform", fortified)  # not each has a call that is checked when it runs
+        self.assertIn("libkeldane-platform", fortified)  # not every binary has a call that is checked at run time
 
     def test_accesses_of_the_cpp_library_are_checked(self):
         self.only_hardened()
@@ -131,7 +131,7 @@ class Shipping(unittest.TestCase):
         (theme,) = (folder for folder, _, _ in os.walk(self.place) if folder.endswith("/share/icons/hicolor"))
         self.assertTrue(os.path.exists(os.path.join(theme, "scalable", "apps", "keldane.svg")))
         with open(os.path.join(theme, "symbolic", "apps", "keldane-symbolic.svg"), encoding="utf-8") as stream:
-            self.assertEqual(len(set(re.findall(r'fill="([^"]+)"', stream.read()))), 1)  # the toolkit puts another in its place
+            self.assertEqual(len(set(re.findall(r'fill="([^"]+)"', stream.read()))), 1)  # the toolkit replaces this colour
         if not shutil.which("rsvg-convert"):
             self.skipTest("rsvg-convert is not installed")
         for size in (16, 22, 24, 32, 48, 64, 128, 256):
@@ -139,7 +139,7 @@ class Shipping(unittest.TestCase):
                 self.assertEqual(struct.unpack(">8x4x4sII", stream.read(24)), (b"IHDR", size, size))
 
     def unit(self):
-        """The installed unit, with a program that is there and no page that is not."""
+        """A copy of the installed unit that names an existing program."""
         found = [os.path.join(folder, name) for folder, _, names in os.walk(self.place) for name in names
                  if name == "keldaned.service" and folder.endswith("/lib/systemd/user")]
         self.assertEqual(len(found), 1)
@@ -207,7 +207,7 @@ class Shipping(unittest.TestCase):
             return None
 
     def eventually(self, condition):
-        """The condition's first true answer."""
+        """Waits for the condition and returns its first true answer."""
         end = time.monotonic() + PATIENCE
         while not (answer := condition()):
             self.assertLess(time.monotonic(), end, "It did not come about.")

@@ -1,5 +1,5 @@
-"""What the daemon's unit forbids it, applied to a process without the service manager: the system calls, the kinds of
-sockets, and memory that can be written and run. The service manager's own program tells which calls its groups hold."""
+"""Applies the restrictions of the daemon's unit to a process without the service manager: the system calls, the kinds of
+sockets, and memory that is writable and executable. The service manager's own program lists the calls of its groups."""
 
 import ctypes
 import errno
@@ -39,7 +39,7 @@ def can_be_applied():
 
 @functools.cache
 def members(group):
-    """The calls of a group of the service manager's, those of the groups in it included."""
+    """The calls of one of the service manager's groups, including those of the groups in it."""
     text = subprocess.run(["systemd-analyze", "syscall-filter", group], capture_output=True, text=True, check=True).stdout
     names = [line.strip() for line in text.splitlines()[1:] if line.strip() and not line.strip().startswith("#")]
     return frozenset().union(*(members(name) if name.startswith("@") else {name} for name in names))
@@ -59,7 +59,7 @@ def allowed_calls(unit):
 
 
 class Sandbox:
-    """Made before the process is; `enter` is for the process itself, before its program begins."""
+    """Made before the process starts; `enter` is called in the process, before its program begins."""
 
     def __init__(self, unit):
         self._seccomp = library()
@@ -81,12 +81,12 @@ class Sandbox:
 
     def _add(self, rules, action, name, *comparisons):
         number = self._seccomp.seccomp_syscall_resolve_name(name.encode())
-        if number >= 0:  # else this processor has no such call
+        if number >= 0:  # otherwise this processor has no such call
             array = (Comparison * len(comparisons))(*comparisons)
             assert self._seccomp.seccomp_rule_add_array(rules, action, number, len(comparisons), array) == 0, name
 
     def enter(self):
-        if self._denies_memory:  # an older kernel knows no such wish
+        if self._denies_memory:  # an older kernel does not have this option
             ctypes.CDLL(None).prctl(SET_MEMORY_DENY_WRITE_EXECUTE, REFUSE_EXEC_GAIN, 0, 0, 0)
         for each in self._filters:
             assert self._seccomp.seccomp_load(each) == 0

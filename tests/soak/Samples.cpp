@@ -19,7 +19,7 @@ namespace {
 constexpr std::size_t kFewestSamples = 6;
 constexpr long kSharePercent = 1;
 constexpr long kHeapMargin = 64;       // KiB
-constexpr long kResidentMargin = 512;  // KiB: the allocator's pools and the page cache of a database breathe
+constexpr long kResidentMargin = 512;  // KiB; the allocator's pools and the page cache of a database vary
 
 long entriesOf(const std::filesystem::path& folder) {
   std::error_code error;

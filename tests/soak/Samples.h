@@ -1,4 +1,4 @@
-// What two processes hold at intervals, and whether it stays.
+// The resources of two processes at intervals, and whether they stay the same.
 #pragma once
 
 #include <sys/types.h>
@@ -9,10 +9,10 @@
 
 namespace keldane::soak {
 
-/// What one process holds.
+/// The resources of one process.
 struct Holdings {
   long resident = 0;  ///< KiB
-  long heap = 0;      ///< KiB in use, which only a process itself can tell; else 0
+  long heap = 0;      ///< KiB in use, which only a process itself can tell; otherwise 0
   long threads = 0;
   long descriptors = 0;
 
@@ -34,11 +34,11 @@ struct Sample {
 std::string tableHeading();
 std::string tableLine(const Sample& sample);
 
-/// What did not stay, in sentences; none when all is well. The first third of the samples is warm-up. From
-/// there on threads and descriptors must be those of the first sample of all. Of memory, which goes up and
-/// down by itself, the median of the last third may be above that of the second by 1 % and 64 KiB of the
-/// heap, or 1 % and 512 KiB of what is resident, unless `withMemory` is false: sanitizers keep what was
-/// freed.
+/// Sentences about resources that have grown; none when all is well. The first third of the samples is
+/// warm-up. After it, threads and descriptors must be those of the very first sample. Memory varies by
+/// itself, so the median of the last third may exceed that of the second third: by 1 % and 64 KiB for the
+/// heap, by 1 % and 512 KiB for resident memory. Memory is not compared when `withMemory` is false, because
+/// sanitizers keep freed memory.
 std::vector<std::string> findings(const std::vector<Sample>& samples, bool withMemory);
 
 }  // namespace keldane::soak

@@ -16,7 +16,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-/// Nine samples of which all but the first is as the function makes it.
+/// Nine samples; `change` is applied to all but the first.
 std::vector<Sample> samplesLike(const std::function<void(Sample& sample, int index)>& change) {
   std::vector<Sample> samples;
   for (int i = 0; i < 9; ++i) {
@@ -117,7 +117,7 @@ TEST(Samples, AProcessHoldsWhatItHolds) {
 }
 
 TEST(Samples, WhatIsAllocatedIsInUse) {
-#if defined(KELDANE_SANITIZED)  // the allocator is the sanitizer's, and keeps what was freed
+#if defined(KELDANE_SANITIZED)  // the allocator is the sanitizer's, and keeps freed memory
   GTEST_SKIP();
 #else
   const long before = Holdings::ofThisProcess().heap;

@@ -1,6 +1,6 @@
-// What a file manager and its plug-in do in a day, in minutes: menus, clients that come and go and ask,
-// preferences, and a daemon that is started anew, in an order that a seed decides. At intervals everything is
-// let go, and what the two processes then hold must stay.
+// Compresses a day of a file manager and its plug-in into minutes: menus, clients that connect, ask and
+// leave, preferences, and restarts of the daemon, in an order that a seed determines. At intervals everything
+// is released, and the resources of the two processes must then be the same as before.
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -30,11 +30,11 @@ using Clock = std::chrono::steady_clock;
 constexpr std::size_t kFiles = 20;
 constexpr std::size_t kMostClients = 4;
 
-// Each sample waits until the daemon has let go of its clients, which it does a second after they have left.
+// Each sample waits until the daemon has released its clients, a second after they have left.
 constexpr std::chrono::duration<double> kRest{1.1};
 constexpr std::chrono::duration<double> kLeastWork{0.3};
 
-#if defined(KELDANE_SANITIZED)  // the allocator is the sanitizer's, and keeps what was freed
+#if defined(KELDANE_SANITIZED)  // the allocator is the sanitizer's, and keeps freed memory
 constexpr bool kMemoryTells = false;
 #else
 constexpr bool kMemoryTells = true;
@@ -44,12 +44,12 @@ std::atomic<bool> gInterrupted = false;
 
 struct Options {
   double seconds = 300;
-  int intervals = 30;  ///< with a sample at the end of each
+  int intervals = 30;  ///< each ends with a sample
   std::uint64_t seed = 1;
 };
 
-/// A keldaned with a socket and a store of its own, and the bundle that leads to it. It ends with its owner,
-/// whatever ends that.
+/// A keldaned with its own socket and store, and the bundle that leads to it. The daemon ends with its owner,
+/// even if the owner dies.
 class DaemonProcess {
  public:
   explicit DaemonProcess(const std::string& root) : root_(root) { start(); }
@@ -62,7 +62,7 @@ class DaemonProcess {
   DaemonProcess(const DaemonProcess&) = delete;
   DaemonProcess& operator=(const DaemonProcess&) = delete;
 
-  /// Asks it to end, or kills it. Throws unless it ends as it should.
+  /// Asks the daemon to end, or kills it. Throws unless it ends as it should.
   void end(int signal) {
     kill(process_, signal);
     int status = 0;
@@ -74,7 +74,7 @@ class DaemonProcess {
     }
   }
 
-  /// Until it serves.
+  /// Starts the daemon and waits until it serves.
   void start() {
     const std::string store = bundle_.folder() / "store";
     const std::string socket = bundle_.daemonPath();
@@ -109,14 +109,14 @@ class DaemonProcess {
 class Soak {
  public:
   explicit Soak(const Options& options) : options_(options), random_(options.seed) {
-    // The diagnostic log may be on for this computer; it is not what this is about, and would hide the table.
+    // The diagnostic log may be on for this computer. It would hide the table, so it is dropped.
     setLogReceiver([](std::string_view) {});
     Host::shared().setProcess(fourCharCode("MACS"), fourCharCode("FNDR"));
     Host::shared().setFileOpener([](const std::optional<std::string>&) { return true; });
     for (Side& side : sides_) {
       loadPlugIn(side);
     }
-    // Once everything, so that the first sample stands for all.
+    // Everything is done once, so that the first sample is representative.
     for (Side& side : sides_) {
       showMenu(side);
       clients_.push_back(newClient(side));
@@ -133,7 +133,7 @@ class Soak {
   Soak(const Soak&) = delete;
   Soak& operator=(const Soak&) = delete;
 
-  /// Answers what was found.
+  /// Runs to the end and returns the findings.
   std::vector<std::string> run() {
     const Clock::time_point start = Clock::now();
     const std::chrono::duration<double> interval(options_.seconds / options_.intervals);
@@ -158,7 +158,7 @@ class Soak {
   }
 
  private:
-  /// A daemon, and the plug-in that leads to it.
+  /// A daemon, and the plug-in that uses it.
   struct Side {
     DaemonProcess& daemon;
     std::unique_ptr<MenuHost> host;
@@ -251,7 +251,7 @@ class Soak {
 
   void askClient(BackupState& client) {
     client.updateDaemonState();
-    // Its connection may have failed with its daemon, and then it answers what it remembers.
+    // Its connection may have failed with its daemon; then it answers with remembered values.
     if (client.connected() && client.daemonState().isAbsent()) {
       throw std::runtime_error("A daemon has no state.");
     }
@@ -284,7 +284,7 @@ class Soak {
     DefaultsDB::stringProperty(LAST_SERVER_URL_STRING, true);
   }
 
-  /// While it is away a menu is asked for, which may have nothing to show.
+  /// While the daemon is away a menu is shown, which may be empty.
   void restartDaemon() {
     restarted_.end(below(2) == 0 ? SIGTERM : SIGKILL);
     sides_[1].host->examine({{files_.front()}});
@@ -303,7 +303,7 @@ class Soak {
              sample.daemon.sameThreadsAndDescriptors(wanted.daemon);
     };
     if (samples_.empty()) {
-      // What is leaving still counts; nobody has said yet how much there is without it.
+      // Resources that are being released still count, and there is no first sample yet to compare with.
       RunLoop::main().run(RunLoop::Seconds(1));
     }
     testing::eventuallyRunning(settled);

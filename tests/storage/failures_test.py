@@ -1,5 +1,5 @@
-"""What becomes of storing when something fails: it is told in plain words, what waits goes on waiting, nothing is called
-stored that is not, and it is over by itself when the cause is."""
+"""Failures while files are stored. Each is reported in plain words, pending files stay pending, no file counts as stored
+that is not, and everything goes on by itself when the cause is gone."""
 
 import os
 import random
@@ -21,7 +21,7 @@ def noise(size, seed=1):
 
 class Failures(StorageCase):
     def begun(self, **options):
-        """A computer with one stored file, and somebody who is told of alerts."""
+        """A computer with one stored file, and a client that receives alerts."""
         one = self.computer(**options).start()
         self.path = one.write("a", "first")
         one.settle()
@@ -30,7 +30,7 @@ class Failures(StorageCase):
         return one
 
     def fails(self, one, health, words):
-        """A change is not stored, and that is told."""
+        """Checks that a change is not stored, and that this is reported."""
         before = one.node(self.path)["version"]
         one.write("a", "second")
         one.select()
@@ -44,7 +44,7 @@ class Failures(StorageCase):
         self.assertRegex(alert["text"], words)
 
     def is_over(self, one):
-        """By itself, and what waited is stored."""
+        """Checks that the failure ends by itself and that pending files are stored."""
         one.becomes(self.path, BACKED_UP)
         one.quiet()
         self.listener.wait(lambda alert: "can be used again" in alert["text"], "that it is over")
@@ -97,7 +97,7 @@ class OfTheRepository(Failures):
 
     def test_a_lock_of_a_living_program_is_waited_for_and_a_dead_ones_removed(self):
         one = self.begun()
-        for _ in range(50):  # until one is stopped while it holds its lock
+        for _ in range(50):  # until a run is stopped while it holds its lock
             holder = subprocess.Popen([RESTIC, "--no-cache", "--repo", one.repository, "--password-file", one.key_file,
                                        "check", "--read-data"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
             while holder.poll() is None and not locks_in(one.repository):
@@ -159,12 +159,12 @@ class OfTheRepository(Failures):
         known = set(one.packs())
         other = one.write("b", noise(50_000))
         one.settle()
-        # Of the new packs the largest holds the contents.
+        # The largest of the new packs holds the contents.
         pack = max(set(one.packs()) - known, key=os.path.getsize)
         damage(pack)
         self.assertEqual(one.status(other), BACKED_UP, "nobody can know yet")
         version = one.node(other)["version"]
-        one.control("check")  # the structure alone
+        one.control("check")  # checks the structure only
         self.assertIn("damaged", one.control("check", "--data", status=1))
         self.listener.wait(lambda alert: alert["kind"] == "stored" and "damaged" in alert["text"], "of the damage")
         self.assertNotIn(version, one.versions(other), "that version cannot be had back")
@@ -173,7 +173,7 @@ class OfTheRepository(Failures):
         self.assertGreater(newest, version)
         self.assertEqual(one.stored(other, newest), read(other))
         one.quiet()
-        one.owner("check:", mode="data")  # old versions stay lost, and nothing else is
+        one.owner("check:", mode="data")  # old versions stay lost, everything else is stored
         self.assertEqual([one.status(path) for path in (self.path, other)], [BACKED_UP, BACKED_UP])
         self.assertEqual(one.versions(other)[0], newest)
 
@@ -237,7 +237,7 @@ class OfTheEngine(Failures):
         one = self.begun()
         big = os.path.join(one.files, "big")
         with open(big, "wb") as stream:
-            stream.truncate(1 << 30)  # that takes a while to read
+            stream.truncate(1 << 30)  # reading this takes a while
         one.select()
         one.eventually(lambda: locks_in(one.repository) and one.engines(), "a run that has its lock")
         for engine in one.engines():
@@ -249,7 +249,7 @@ class OfTheEngine(Failures):
         one.select()
         self.path = big
         self.is_over(one)
-        one.control("check")  # needs the repository for itself
+        one.control("check")  # the check needs the repository for itself
         one.eventually(lambda: not locks_in(one.repository), "a repository without locks")
 
     def test_pause_off_and_the_end_cancel_what_runs(self):

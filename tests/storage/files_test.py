@@ -1,4 +1,4 @@
-"""Each row of the table in docs/files.md, with the daemon that ships and the real storage program."""
+"""Tests each row of the table in docs/files.md, with the installed daemon and the real storage program."""
 
 import json
 import os
@@ -21,7 +21,7 @@ class Files(StorageCase):
         return os.path.join(self.one.files, name)
 
     def store(self, *names):
-        """Selects these, or everything, and waits until they are stored."""
+        """Selects these paths, or everything, and waits until they are stored."""
         paths = [os.path.normpath(self.path(name)) for name in names or ["."]]
         for path in paths:
             self.one.select(path)
@@ -34,7 +34,7 @@ class Files(StorageCase):
         return os.path.join(self.target, os.path.basename(name))
 
     def held(self, name="."):
-        """What the newest snapshot holds at or below a path, relative to the files, and of what type each is."""
+        """The items of the newest snapshot at or below a path, relative to the files, with their types."""
         newest = self.one.snapshots()[max(self.one.snapshots())]["id"]
         below = os.path.normpath(self.path(name))
         nodes = [json.loads(line) for line in self.one.restic("ls", "--json", newest).splitlines()]
@@ -90,7 +90,7 @@ class Links(Files):
         there = self.restore("d")
         self.assertEqual(read(os.path.join(there, "first")), b"x" * 5000)
         self.assertEqual(os.stat(os.path.join(there, "first")).st_ino, os.stat(os.path.join(there, "second")).st_ino)
-        # Apart from each other they come back as files of their own.
+        # Links that are restored separately become files of their own.
         shutil.rmtree(there)
         self.assertEqual(os.stat(self.restore("d/second")).st_nlink, 1)
 
@@ -149,16 +149,16 @@ class Dates(Files):
             path = self.one.write("d/" + name, name)
             moment = seconds * 10**9 + (123_456_789 if name == "to-the-nanosecond" else 0)
             os.utime(path, ns=(moment, moment))
-            dates[name] = os.stat(path).st_mtime_ns  # what this file system makes of it
+            dates[name] = os.stat(path).st_mtime_ns  # the date as this file system stores it
         self.store()
         for name in dates:
             self.assertEqual(self.one.status(self.path("d/" + name)), BACKED_UP, name)
         there = self.restore("d")
         for name, moment in dates.items():
             self.assertEqual(read(os.path.join(there, name)), name.encode())
-            if name != "past-2262":  # later dates are stored, and are more than the storage program can set
+            if name != "past-2262":  # later dates are stored, but the storage program cannot set them
                 self.assertEqual(os.stat(os.path.join(there, name)).st_mtime_ns, moment, name)
-        # They stay stored for a daemon that looks again, and for one that knows nothing but the repository.
+        # They stay stored for a daemon that scans again, and for one that knows only the repository.
         highest = max(self.one.snapshots())
         self.one.terminate()
         for suffix in ("", "-wal", "-shm"):
@@ -217,7 +217,7 @@ class Names(Files):
 
     def test_one_of_two_that_look_alike_and_cannot_be_stored_does_not_count(self):
         top = self.write_raw()
-        # A storage program that stores one of the two and says the same as if it were both.
+        # This storage program stores one of the two files and reports the same as for both.
         hidden = os.path.join(self.one.home, "hidden")
         self.one.terminate()
         self.one.tool("restic", f"""#!/bin/bash

@@ -1,7 +1,7 @@
-"""Random trees, edits, kills and faults of the repository. Whatever is called "Backed up" afterwards restores byte for byte
-from the repository, or is no longer called so once a check has run.
+"""Random trees, edits, kills and faults of the repository. Every file that is called "Backed up" afterwards can be restored
+byte for byte from the repository, or is no longer called so once a check has run.
 
-KELDANE_SEED chooses everything that happens, KELDANE_MOMENTS how often something goes wrong."""
+KELDANE_SEED determines everything that happens, KELDANE_MOMENTS the number of faults."""
 
 import collections
 import hashlib
@@ -24,7 +24,7 @@ MOST_FILES = 60
 
 
 def content_of(path):
-    """What a file or link holds, in few bytes; None when it is not there."""
+    """The content of a file or link in short form; None when it is not there."""
     try:
         if os.path.islink(path):
             return "-> " + os.readlink(path)
@@ -35,7 +35,7 @@ def content_of(path):
 
 
 class Tree:
-    """The files of a computer, changed at random."""
+    """The files of a computer, which are changed at random."""
 
     def __init__(self, folder, choice):
         self.folder, self.random = folder, choice
@@ -86,7 +86,7 @@ class Tree:
                 stream.write(b"more")
 
     def disguise(self):
-        """Other bytes, the same size, the same time of change."""
+        """Writes other bytes with the same size and the same modification time."""
         if path := self.a_file():
             status = os.stat(path)
             with open(path, "r+b") as stream:
@@ -109,7 +109,7 @@ class Tree:
 
 
 class Witness:
-    """Reads what the repository holds by restic alone."""
+    """Reads the repository with restic alone."""
 
     def __init__(self, computer):
         self.computer, self.restored = computer, {}
@@ -122,10 +122,10 @@ class Witness:
     def restore(self, snapshot, folder, *options):
         subprocess.run([RESTIC, "--no-cache", "--no-lock", "--quiet", "--repo", self.computer.repository, "--password-file",
                         self.computer.key_file, "restore", snapshot["id"], "--target", folder, *options],
-                       capture_output=True, check=False)  # it may be of damaged bytes, of which nothing is claimed
+                       capture_output=True, check=False)  # some may be damaged, and not called stored
 
     def content(self, snapshots, version, path):
-        """What the snapshot of that number holds at a path."""
+        """The content of a path in the snapshot of that number."""
         if version not in snapshots:
             return "no such snapshot"
         if version not in self.restored:
@@ -133,7 +133,7 @@ class Witness:
             self.restore(snapshots[version], self.restored[version])
         if (content := content_of(self.restored[version] + path)) is not None:
             return content
-        # Where the bytes of one file are gone, restic gives up the others with it unless they are asked for alone.
+        # When the bytes of one file are lost, restic restores the other files only if they are asked for alone.
         alone = os.path.join(self.restored[version], "alone")
         self.restore(snapshots[version], alone, "--include", re.sub(r"([*?\[\\])", r"\\\1", path))
         return content_of(alone + path)
@@ -150,7 +150,7 @@ class Properties(StorageCase):
         self.happened = collections.Counter()
         self.claims = self.comparisons = 0
 
-    # --- What goes wrong ---
+    # --- Faults ---
 
     def kill_daemon(self):
         self.one.kill()
@@ -174,7 +174,7 @@ class Properties(StorageCase):
     def away(self, folder):
         os.rename(folder, folder + ".away")
         time.sleep(self.random.uniform(0, 0.8))
-        for _ in range(100):  # restic may have made a folder anew in which to put a lock
+        for _ in range(100):  # restic may have made the folder anew for a lock
             try:
                 if os.path.isdir(folder):
                     shutil.copytree(folder, folder + ".away", dirs_exist_ok=True)
@@ -201,7 +201,7 @@ class Properties(StorageCase):
     def nothing(self):
         pass
 
-    # --- A moment ---
+    # --- A moment of the test ---
 
     def go_wrong(self):
         faults = {self.kill_daemon: 30, self.kill_engine: 25, self.move_repository_away: 10, self.move_a_part_away: 5,
@@ -212,7 +212,7 @@ class Properties(StorageCase):
         fault()
 
     def check(self):
-        """Until one has run: what the fault left behind may be in its way at first."""
+        """Repeats a check until it has run, because the remains of the fault may prevent it at first."""
         for _ in range(30):
             answer = self.one.owner("check:", mode="data")
             if "error" not in answer:
@@ -225,7 +225,7 @@ class Properties(StorageCase):
         if self.one.process.poll() is not None:
             self.one.hang_up()
             self.one.start()
-        self.one.repository_page(probe=True)  # as a person would, so that it is not waited for
+        self.one.repository_page(probe=True)  # a person's request, so that the daemon tries at once
         if self.is_damaged:
             self.check()
             self.is_damaged = False
@@ -251,7 +251,7 @@ class Properties(StorageCase):
             for version in listed:
                 stored = self.witness.content(snapshots, version, path)
                 self.comparisons += 1
-                expected = self.known.get((path, version), stored)  # one that changed at once was never called so
+                expected = self.known.get((path, version), stored)  # never called so if it changed at once
                 if stored is None or stored != expected:
                     wrong.append((path, node["state"], version, stored, expected))
         self.assertEqual(wrong, [], f"moment {moment}, seed {SEED}: {self.happened}\n{self.one.log()[-3000:]}")

@@ -1,4 +1,5 @@
-"""A computer is lost: another one learns from the repository and its key alone what was stored. Other set-ups, too."""
+"""A computer is lost: another one finds out from the repository and its key alone which files were stored. Other set-ups,
+too."""
 
 import json
 import os
@@ -25,7 +26,7 @@ class Recovery(StorageCase):
         self.old.terminate()
 
     def new(self):
-        """A computer with the old one's files' folder, so that paths are the same, and nothing else of it."""
+        """A computer with the same folder of files as the old one, so that paths are the same, and nothing else of it."""
         new = self.computer("new", repository=None)
         new.root = self.place
         return new.start()
@@ -41,7 +42,7 @@ class Recovery(StorageCase):
 
     @staticmethod
     def what_counts(nodes):
-        """What does not depend on who asks where: a node less its state of the moment."""
+        """The parts of a node that are the same on every computer."""
         return {path: (node["version"], node["backupDate"], node["versions"]) for path, node in nodes.items()}
 
     def test_another_computer_knows_all_and_leaves_all_as_it_is(self):
@@ -52,7 +53,7 @@ class Recovery(StorageCase):
         self.assertTrue(new.state()["recoverMode"])
         self.assertRegex(new.state()["statusString"], "Recovered: nothing is backed up or forgotten")
         self.assertEqual(new.ask("getFileTypeToggle:", ".o", returns="I"), 7)
-        # A change waits until a person resumes.
+        # A change stays pending until a person resumes.
         changed = self.old.write("a", "after the recovery")
         new.tell("addFileToBackup:", self.old.files)
         self.assertNotEqual(new.status(changed), BACKED_UP)
@@ -64,7 +65,7 @@ class Recovery(StorageCase):
         self.assertNotEqual(new.configuration()["computerNumber"], 41)
         self.assertGreater(min(own), self.highest)
         self.assertEqual(new.stored(changed, new.versions(changed)[0]), b"after the recovery")
-        # Its second life still knows the former one's.
+        # The daemon still knows the former computer's backups after a restart.
         new.terminate()
         new.start()
         new.settle()
@@ -142,7 +143,7 @@ class Places(StorageCase):
         self.assertEqual(one.stored(path, one.versions(path)[0]), b"first")
         self.assertEqual(len(one.versions(path)), 1)
         self.assertGreater(one.versions(path)[0], node["version"], "a number is never used again")
-        one.control("setup", "--repository", elsewhere, status=1)  # what is there is never made anew
+        one.control("setup", "--repository", elsewhere, status=1)  # a missing repository is never made anew
         one.control("setup", "--repository", first, "--adopt", "--key", one.key_file)
         one.eventually(lambda: one.versions(path) and one.is_quiet(), "the first catalogue")
         self.assertEqual((one.repository, one.configuration()["computerNumber"]), (first, number))

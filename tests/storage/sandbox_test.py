@@ -1,4 +1,4 @@
-"""Storing within the sandbox of the service's unit, where a service manager runs that can make one."""
+"""Stores within the sandbox of the service's unit, if a service manager runs that can make one."""
 
 import os
 import shutil
@@ -13,7 +13,7 @@ OWN = ("Type", "ExecStartPre", "ExecStart", "Restart", "RuntimeDirectory", "Runt
 
 
 def sandbox():
-    """The settings of the unit's service, less those that say which program and which folders."""
+    """The settings of the unit's service, except those that name the program and the folders."""
     with open(UNIT, encoding="utf-8") as stream:
         service = stream.read().split("[Service]")[1].split("\n[")[0]
     lines = [line.strip() for line in service.splitlines()]
@@ -23,7 +23,7 @@ def sandbox():
 
 class Sandbox(StorageCase):
     def manager(self):
-        """The options of systemd-run for a manager that takes a unit; skips the test where there is none."""
+        """The options of systemd-run for a manager that accepts a unit; skips the test when there is none."""
         if not shutil.which("systemd-run"):
             self.skipTest("there is no systemd-run")
         refusals = []

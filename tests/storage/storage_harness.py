@@ -1,4 +1,4 @@
-"""What every test of storing needs: computers with a daemon each, real repositories, and restic itself as the witness."""
+"""The common parts of the storage tests: computers with daemons, real repositories, and restic itself as the witness."""
 
 import base64
 import json
@@ -26,12 +26,12 @@ NEW, CHANGED, WAITING, BACKED_UP = "New", "Changed since last backup", "Waiting 
 UNSEEN, STORING = "Waiting to be looked at", "Being backed up: "
 DELETED, FAILED = "Deleted here, still in the backup", "Could not be backed up"
 
-# Whatever is waited for happens within this time, on a busy machine too.
+# Everything that a test waits for happens within this time in seconds, even on a busy machine.
 PATIENCE = 90
 
 
 def quick_repository():
-    """The constants of the repository that opens at once; opening any other takes restic a second by design."""
+    """The constants of the repository that opens quickly; opening any other takes restic a second by design."""
     with open(os.path.join(SUPPORT, "QuickRepository.h"), encoding="utf-8") as stream:
         header = stream.read()
     constants = {}
@@ -53,7 +53,7 @@ def write_quick_repository(folder):
 
 
 def locks_in(repository):
-    """The names of its locks. A file that a killed program had not given its final name is none."""
+    """The names of the repository's locks. A file to which a killed program has not given its final name is no lock."""
     return [name for name in os.listdir(os.path.join(repository, "locks")) if len(name) == 64]
 
 
@@ -69,7 +69,7 @@ def read(path):
 
 
 def children_of(process):
-    """The ids of all processes below one."""
+    """The ids of all processes below this one."""
     found = []
     try:
         for task in os.listdir(f"/proc/{process}/task"):
@@ -89,7 +89,7 @@ def command_line(process):
 
 
 class Listener:
-    """A client that is told of alerts, and sometimes of the state."""
+    """A client that receives alerts and, if wanted, the state."""
 
     def __init__(self, path, handlers=("setAlertHandler",)):
         self.calls = []
@@ -97,7 +97,7 @@ class Listener:
         self._client = DaemonClient(path, timeout=None)
         for handler in handlers:
             self._client.send(handler)
-        self._client.ask("serverURL")  # performed after them
+        self._client.ask("serverURL")  # answered after those calls were performed
         self._thread = threading.Thread(target=self._listen, daemon=True)
         self._thread.start()
 
@@ -120,7 +120,7 @@ class Listener:
             return [argument for selector, argument in self.calls if selector == "alertRaised:"]
 
     def wait(self, condition, what):
-        """The first alert that is as it should be."""
+        """Waits for the first alert that fulfils the condition."""
         def found():
             return next((argument for selector, argument in self.calls
                          if selector == "alertRaised:" and condition(argument)), None)
@@ -134,7 +134,7 @@ class Listener:
 
 
 class Computer:
-    """A daemon with files, a data folder, a store and a socket of its own."""
+    """A daemon with its own files, data folder, store and socket."""
 
     def __init__(self, case, name="one", *options, repository="quick", host="", number=0, user=None):
         self.case, self.name, self.user = case, name, user
@@ -165,7 +165,7 @@ class Computer:
             os.chmod(case.place, 0o711)
         case.addCleanup(self.close)
 
-    # --- Its own files ---
+    # --- The computer's own files ---
 
     def configuration(self):
         try:
@@ -197,14 +197,14 @@ class Computer:
         return path
 
     def replace(self, name, content):
-        """Writes a file that nobody ever sees with a part of its content."""
+        """Writes a file with its whole content at once, so that nobody sees a part of it."""
         path = os.path.join(self.files, name)
         aside = self.write(os.path.join(self.home, "aside"), content)
         os.replace(aside, path)
         return path
 
     def tool(self, name, text):
-        """A program that is found before the system's own; None takes it away."""
+        """Provides a program that is found before the system's own; None removes it."""
         path = os.path.join(self.tools, name)
         if text is None:
             os.unlink(path)
@@ -215,7 +215,7 @@ class Computer:
         os.rename(path + ".new", path)
 
     def set_clock(self, seconds):
-        """Puts the daemon's time of day forward or back; restic keeps to the machine's."""
+        """Shifts the daemon's time of day by this number of seconds; restic uses the machine's."""
         self.environment |= {"LD_PRELOAD": FAULTS, "KELDANE_MACHINE_FAULTS": self.home}
         write_private(os.path.join(self.home, "clock"), str(seconds))
 
@@ -238,7 +238,7 @@ class Computer:
             client = None
             try:
                 client = DaemonClient(self.socket, PATIENCE)
-                client.ask("serverURL")  # a child of a daemon that was killed may hold its socket for a moment
+                client.ask("serverURL")  # a child of a killed daemon may hold its socket for a moment
                 self._client = client
             except Gone:
                 if client:
@@ -254,13 +254,13 @@ class Computer:
             self._client = None
 
     def kill(self):
-        """As the power's failure would: at once, and its child goes with it."""
+        """Kills the daemon at once and its child with it, as a power cut would."""
         self.hang_up()
         if self.process and self.process.poll() is None:
             self.process.kill()
         if self.process:
             self.process.wait(PATIENCE)
-        for path in (self.socket, self.socket + ".owner"):  # so that nobody is taken for the next one
+        for path in (self.socket, self.socket + ".owner"):  # so that no old socket is taken for that of the next daemon
             if os.path.exists(path):
                 os.unlink(path)
 
@@ -282,13 +282,13 @@ class Computer:
         self.case.addCleanup(listener.close)
         return listener
 
-    # --- Asking it ---
+    # --- Requests ---
 
     def ask(self, selector, *arguments, returns="@"):
         return self.client().ask(selector, *arguments, returns=returns)
 
     def tell(self, selector, *arguments):
-        """Sends what has no answer, and waits until it was performed."""
+        """Sends a call without an answer, and waits until it was performed."""
         self.client().send(selector, *arguments)
         self.ask("serverURL")
 
@@ -303,12 +303,12 @@ class Computer:
         return self.owner("repository:", **request)
 
     def has_catalogue(self, snapshots):
-        """Whether the catalogue has been made anew of so many snapshots."""
+        """Whether the catalogue has been made anew from this number of snapshots."""
         page = self.repository_page()
         return page["snapshots"] == snapshots and page["catalogue"] == "complete"
 
     def control(self, *arguments, status=0):
-        """What keldanectl prints."""
+        """Runs keldanectl and returns its output."""
         bundle = os.path.join(self.home, "Keldane.plugin")
         if not os.path.exists(bundle):
             shutil.copytree(self.case.bundle, bundle)
@@ -334,11 +334,11 @@ class Computer:
         return [version["version"] for version in self.node(path).get("versions", [])]
 
     def select(self, path=None):
-        """Selects a path, or all files, and has it looked at now."""
+        """Selects a path, or all files, which starts a scan at once."""
         self.tell("addFileToBackup:", path or self.files)
 
     def walk(self, folder=None):
-        """The nodes of all files that the daemon knows of."""
+        """Yields the nodes of all files that the daemon knows."""
         for node in self.ask("childrenDictionariesForPath:", folder or self.files) or []:
             if node["isDirectory"] or node["backupFlags"] & 0x800:
                 yield from self.walk(node["path"])
@@ -366,14 +366,14 @@ class Computer:
         self.eventually(self.is_quiet, "quiet")
 
     def settle(self):
-        """Has everything looked at again, and waits until all is stored."""
+        """Starts a scan of everything, and waits until all is stored."""
         self.select()
         self.quiet()
 
     def stands(self, health):
         return self.eventually(lambda: (state := self.state())["health"] == health and state, f"health {health}")
 
-    # --- The repository, by restic alone ---
+    # --- The repository, read by restic alone ---
 
     def restic(self, *arguments, binary=False, check=True):
         command = [RESTIC, "--no-cache", "--no-lock", "--repo", self.repository, "--password-file", self.key_file, *arguments]
@@ -384,7 +384,7 @@ class Computer:
         return result.stdout if binary else result.stdout.decode()
 
     def snapshots(self):
-        """By number, this computer's."""
+        """This computer's snapshots by number."""
         found = {}
         own = f"computer:{self.configuration()['computerNumber']}"
         for snapshot in json.loads(self.restic("snapshots", "--json")) or []:
@@ -396,7 +396,7 @@ class Computer:
         return found
 
     def stored(self, path, version):
-        """The bytes of a version, read from the snapshot that was first to have it."""
+        """The bytes of a version, read from the first snapshot that had it."""
         snapshots = self.snapshots()
         self.case.assertIn(version, snapshots)
         return self.restic("dump", snapshots[version]["id"], path, binary=True)
@@ -412,7 +412,7 @@ class StorageCase(Case):
 
 
 def damage(pack, place=0.5):
-    """Exchanges some bytes of a pack; its end is a list of what it holds."""
+    """Exchanges some bytes of a pack; the end of a pack lists its contents."""
     os.chmod(pack, 0o600)
     with open(pack, "r+b") as stream:
         stream.seek(int(os.path.getsize(pack) * place))

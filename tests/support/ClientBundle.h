@@ -1,4 +1,4 @@
-// A bundle of a test's own, as the clients of the daemon know it.
+// A bundle that belongs to one test, as the daemon's clients see it.
 #pragma once
 
 #include <memory>
@@ -13,13 +13,13 @@ namespace keldane::testing {
 
 class ClientBundle {
  public:
-  /// Its "DaemonPath" lies in the same folder; nobody is there yet.
+  /// "DaemonPath" is a path in the same folder; nothing listens there yet.
   ClientBundle() { writeInfo({{"DaemonPath", daemonPath()}, {"Prefpane Path", "/opt/prefs.desktop"}}); }
   explicit ClientBundle(const PropertyList::Entries& info) { writeInfo(info); }
 
   std::string daemonPath() const { return folder_ / "daemon.sock"; }
   const TemporaryFolder& folder() const { return folder_; }
-  /// The bundle keeps what it has read, so everything is written before the first look.
+  /// A bundle keeps the files that it has read, so everything is written before the first look.
   std::shared_ptr<Bundle> bundle() const { return Bundle::bundleWithPath(folder_ / "Test.plugin"); }
 
   void writeInfo(const PropertyList::Entries& info) const {

@@ -1,4 +1,4 @@
-// The log lines that are written while it lives. A thread may still be writing a line when it ends.
+// Collects the log lines of its lifetime. A thread may still be writing a line when it ends.
 #pragma once
 
 #include <algorithm>

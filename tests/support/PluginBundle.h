@@ -11,7 +11,7 @@
 
 namespace keldane::testing {
 
-/// Its "DaemonPath" lies beside it; nobody is there yet. KELDANE_BUNDLE names what is copied.
+/// "DaemonPath" is a path beside the bundle; nothing listens there yet. KELDANE_BUNDLE names the original.
 class PluginBundle {
  public:
   PluginBundle() {
@@ -21,7 +21,7 @@ class PluginBundle {
     PropertyList::Entries entries = info;
     const PropertyList built = Bundle::bundleWithPath(KELDANE_BUNDLE)->infoDictionary();
     for (std::size_t i = 0; i < built.count(); ++i) {
-      entries.push_back(built.entry(i));  // of two entries with one key the first stands
+      entries.push_back(built.entry(i));  // the first of two entries with the same key counts
     }
     const std::optional<Bytes> bytes = PropertyListSerialization::dataFromPropertyList(
         PropertyList::dictionary(entries), PropertyListSerialization::Format::binary, nullptr);

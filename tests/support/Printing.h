@@ -1,4 +1,4 @@
-// How values of tests show in the messages and names of tests.
+// Prints values in the messages and the names of tests.
 #pragma once
 
 #include <ostream>
@@ -12,8 +12,7 @@ inline void PrintTo(const PropertyList& value, std::ostream* out) { *out << valu
 
 namespace testing {
 
-/// A value for a test that runs once for each of several, with the word that stands for it in the test's
-/// name.
+/// A value for a parameterised test, with its label in the test's name.
 template <class Value>
 struct Labelled {
   const char* label;

@@ -1,4 +1,4 @@
-// Chance that a seed settles.
+// Random numbers that a seed determines.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@ class Random {
   std::uint32_t below(std::uint32_t limit) {
     return std::uniform_int_distribution<std::uint32_t>(0, limit - 1)(generator_);
   }
-  /// Lets others go first now and then.
+  /// Now and then lets other threads go first.
   void dawdle() {
     for (std::uint32_t i = below(4) == 0 ? below(10) : 0; i > 0; --i) {
       std::this_thread::yield();

@@ -1,4 +1,4 @@
-// What the measurements are made of: values like those that travel between a client and the daemon.
+// The data for measurements: values like those that travel between a client and the daemon.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 namespace keldane::testing {
 
-/// The dictionary of one file, as the daemon answers it; no two numbers have the same path or size.
+/// The dictionary of one file, as the daemon answers it. Two numbers never have the same path or size.
 inline PropertyList nodeDictionary(int number) {
   static const PropertyList::Keys keys = {
       "fileName",    "displayName", "path",    "isDirectory", "state", "backupFlags", "simpleFlags",
@@ -20,7 +20,7 @@ inline PropertyList nodeDictionary(int number) {
              std::uint64_t{20480} + static_cast<std::uint64_t>(number), 1000U, 1000U});
 }
 
-/// An array in an array, so many times; the innermost holds text.
+/// An array in an array, to this depth; the innermost one holds text.
 inline PropertyList nested(int depth) {
   PropertyList value = "leaf";
   for (int i = 0; i < depth; ++i) {
@@ -37,13 +37,13 @@ inline PropertyList nodeDictionaries(int count) {
   return PropertyList::array(std::move(nodes));
 }
 
-/// The request of one question about a path.
+/// The request for one question about a path.
 inline PropertyList request() {
   return PropertyList::array(
       {8U, "@", "dictionaryForPath:withDirSizes:", 2U, "@", nodeDictionary(0)["path"], "c", 0});
 }
 
-/// What the daemon says of itself.
+/// The daemon's state dictionary.
 inline PropertyList stateDictionary() {
   return PropertyList::dictionary({
       {"state", "Backing up"},

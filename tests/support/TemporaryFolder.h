@@ -1,4 +1,4 @@
-// A folder of a test's own, gone when the test is done.
+// A folder for one test, removed when the test is done.
 #pragma once
 
 #include <stdlib.h>
@@ -26,7 +26,7 @@ class TemporaryFolder {
   const std::filesystem::path& path() const { return path_; }
   std::string operator/(const std::string& name) const { return (path_ / name).string(); }
 
-  /// Writes a file, with the folders above it, and answers its path.
+  /// Writes a file, with the folders above it, and returns its path.
   std::string write(const std::string& name, const std::string& content) const {
     const std::filesystem::path file = path_ / name;
     std::filesystem::create_directories(file.parent_path());

@@ -1,4 +1,4 @@
-// The preferences of a user of a test's own.
+// The preferences of a user for one test.
 #pragma once
 
 #include <sys/inotify.h>
@@ -17,7 +17,7 @@
 
 namespace keldane::testing {
 
-/// From its construction on this process's user is nobody's, with an empty configuration folder.
+/// While it exists, this process has a user without preferences, with an empty configuration folder.
 class UserPreferences {
  public:
   UserPreferences() {
@@ -29,19 +29,19 @@ class UserPreferences {
   UserPreferences& operator=(const UserPreferences&) = delete;
 
   std::string file() const { return folder_ / "com.keldane.preferences.plist"; }
-  /// What lies in storage now; absent without a file.
+  /// The present content of the file; absent without a file.
   PropertyList stored() const {
     int error = 0;
     const std::optional<Bytes> bytes = readFile(file(), &error);
     return bytes ? PropertyListSerialization::propertyListFromData(*bytes, nullptr) : PropertyList();
   }
-  /// As another process would write it, before this one has read it.
+  /// Writes the file as another process would, before this one has read it.
   void store(const PropertyList::Entries& entries) const {
     const std::optional<Bytes> bytes = PropertyListSerialization::dataFromPropertyList(
         PropertyList::dictionary(entries), PropertyListSerialization::Format::xml, nullptr);
     folder_.write("com.keldane.preferences.plist", std::string(bytes->begin(), bytes->end()));
   }
-  /// Changes with each write: every one puts a new file in place. 0 without a file.
+  /// A number that changes with each write, because each write puts a new file in place. 0 without a file.
   ino_t writeMark() const {
     struct stat status {};
     return stat(file().c_str(), &status) == 0 ? status.st_ino : 0;
@@ -53,7 +53,7 @@ class UserPreferences {
   TemporaryFolder folder_;
 };
 
-/// Counts how often a file is put in place in the preferences' folder, from its construction on.
+/// Counts how often a file is put in place in the preferences' folder while it exists.
 class Writes {
  public:
   explicit Writes(const UserPreferences& user) : watch_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {

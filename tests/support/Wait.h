@@ -1,4 +1,4 @@
-// Waiting for what happens on another thread.
+// Waits for the effects of other threads.
 #pragma once
 
 #include <sys/types.h>
@@ -30,7 +30,7 @@ inline bool eventually(const std::function<bool()>& condition) {
   return true;
 }
 
-/// The same for what needs the main run loop to come about.
+/// The same for conditions that need the main run loop to come true.
 inline bool eventuallyRunning(const std::function<bool()>& condition) {
   return eventually([&] {
     RunLoop::main().runDue();
@@ -38,13 +38,14 @@ inline bool eventuallyRunning(const std::function<bool()>& condition) {
   });
 }
 
-/// Entries of a folder of a process in /proc: how many threads or descriptors there are.
+/// The number of entries in a folder of a process in /proc, such as threads or descriptors.
 inline std::ptrdiff_t countOf(const char* what, const std::string& process = "self") {
   return std::distance(std::filesystem::directory_iterator(std::filesystem::path("/proc") / process / what),
                        std::filesystem::directory_iterator());
 }
 
-/// How many threads there are once those that are leaving have left: the fewest of a tenth of a second.
+/// The number of threads that stay when those that are ending have ended: the least within a tenth of a
+/// second.
 inline std::ptrdiff_t settledThreadCount(const std::string& process = "self") {
   std::ptrdiff_t fewest = countOf("task", process);
   for (int i = 0; i < 20; ++i) {

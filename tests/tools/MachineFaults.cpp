@@ -1,9 +1,9 @@
-// What a machine may do to a program, for preloading: a clock that jumps, a disk that is full, a file system
-// that may not be written. Each is switched while the program runs, by files in the folder that
-// KELDANE_MACHINE_FAULTS names:
-//   clock      by how many seconds the time of day is ahead
-//   full       while it is there, no regular file can be written to but standard error
-//   read-only  while it is there, no file can be opened for writing, made, renamed or removed
+// Faults of a machine, for preloading: a clock that jumps, a disk that is full, a file system that cannot be
+// written. Each is switched while the program runs, by a file in the folder that KELDANE_MACHINE_FAULTS
+// names:
+//   clock      holds the number of seconds by which the time of day is ahead
+//   full       while it exists, no regular file except standard error can be written to
+//   read-only  while it exists, no file can be opened for writing, made, renamed or removed
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/time.h>

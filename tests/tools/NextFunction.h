@@ -1,4 +1,4 @@
-// The function that a preloaded library's own one stands in front of.
+// Finds the function that a preloaded library's function replaces.
 #pragma once
 
 #include <dlfcn.h>

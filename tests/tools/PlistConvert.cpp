@@ -1,7 +1,7 @@
-// Reads property lists in any format from standard input and writes them in another to standard output, many
-// in one run. Each piece, in and out, is one character, a length in 32 bits of this machine and as many
-// bytes. The character is 'b' or 'x' for the format that is wanted, and '+' for a property list or '-' for a
-// sentence that says why there is none.
+// Reads property lists in any format from standard input and writes them in another format to standard
+// output, many in one run. Each piece of input and output is one character, a length in 32 bits in this
+// machine's byte order, and as many bytes. The character of an input is 'b' or 'x', the wanted format. That
+// of an output is '+' before a property list, or '-' before a sentence that says why there is none.
 #include <iostream>
 #include <optional>
 #include <string>

@@ -1,6 +1,6 @@
-// A machine that is busy at the wrong moment, for preloading: of the reads of sockets and the connections
-// that are accepted, about a quarter waits up to KELDANE_SLOW_SOCKETS milliseconds. Who of several threads
-// and processes comes first is then another one each time.
+// Simulates a machine that is busy at the wrong moment, for preloading. About a quarter of all reads from
+// sockets and of all accepted connections wait up to KELDANE_SLOW_SOCKETS milliseconds. So the order of
+// threads and processes varies from run to run.
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>

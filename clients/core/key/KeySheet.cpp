@@ -15,9 +15,9 @@ constexpr std::string_view kBase32 = "ABCDEFGHIJKLMNOPQRSTUVWXYZ234567";
 constexpr std::size_t kKeyLength = 52, kGroupLength = 4, kGroupsALine = 4;
 constexpr const char* kKeyHeading = marked("The key");
 constexpr const char* kCheckHeading = marked("The check group");
-// The first word of a line of the sheet takes this many columns.
+// The label at the start of a line of the sheet takes this many columns.
 constexpr std::size_t kLabelColumns = 12;
-// Between these it was meant to be a key of the daemon's own making.
+// Text with this many letters was meant to be a key that the daemon generated.
 constexpr std::size_t kFewestLetters = 40, kMostLetters = 70;
 
 std::uint32_t crc32Of(std::string_view text) {
@@ -38,8 +38,7 @@ std::string_view trimmed(std::string_view text) {
                                          : text.substr(first, text.find_last_not_of(kBlanks) + 1 - first);
 }
 
-/// The characters of base32 in what was typed; empty when there is anything else but blanks and hyphens in
-/// it.
+/// The base32 characters of a typed text; empty when it holds anything other than these, blanks and hyphens.
 std::string lettersIn(std::string_view text) {
   std::string letters;
   for (const char c : text) {
@@ -73,7 +72,7 @@ KeyReading withCheck(const std::string& key, const std::string& check) {
   return {key, {}};
 }
 
-/// In other languages the heading's translation follows it, so that a sheet can be read whatever its
+/// The heading, and its translation in parentheses in other languages, so that a sheet can be read in any
 /// language.
 std::string translatedHeading(const char* heading) {
   const std::string text = tr(heading);
@@ -87,7 +86,8 @@ auto isHeading(std::string_view heading) {
   };
 }
 
-/// Of a sheet: the lines between the two headings, and the line after the second one.
+/// Reads a sheet: the key is in the lines between the two headings, and the check group is in the line after
+/// the second one.
 KeyReading readSheet(const std::vector<std::string_view>& lines) {
   auto line = std::find_if(lines.begin(), lines.end(), isHeading(kKeyHeading));
   const auto heading = std::find_if(line, lines.end(), isHeading(kCheckHeading));

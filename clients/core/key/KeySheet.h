@@ -1,4 +1,4 @@
-// The page to print that gives the backup back when everything else is lost.
+// The printed page with which the backup can be restored when everything else is lost.
 #pragma once
 
 #include <cstdint>
@@ -10,49 +10,50 @@
 
 namespace keldane {
 
-/// What stands on the page. All of it is secret, because the key is.
+/// The content of the page. All of it is secret, because the key is.
 struct KeySheet {
   std::string key;
-  std::string location;  ///< as the storage program takes it
+  std::string location;  ///< in the storage program's format
   std::string repositoryId;
   std::string hostName;
   std::uint32_t computerNumber = 0;
   std::string date;  ///< when it was made, as text
 };
 
-/// A sheet of today from the daemon's answer to exportKey:. The key is empty when the daemon has none yet.
+/// Today's sheet, from the daemon's answer to exportKey:. The key is empty when the daemon has none yet.
 KeySheet keySheetFrom(const PropertyList& answer);
 
-/// A key of the daemon's own making: 52 characters of base32. Any other one is some text that somebody chose.
+/// Whether the daemon generated this key: 52 characters of base32. Any other key is text that somebody chose.
 bool isMadeKey(std::string_view key);
-/// Such a key in groups of 4 that can be typed; any other one as a single group.
+/// A generated key in groups of 4, which are easy to type; any other key as a single group.
 std::vector<std::string> keyGroups(std::string_view key);
-/// Four more characters, which fit no other key but by a chance of one in a million.
+/// Four check characters; another key has the same ones with a chance of one in a million.
 std::string keyCheckGroup(std::string_view key);
 
-/// A step of a restore without this system: what it is for, and what to type.
+/// A step of a restore without this system: its purpose, and the command to type.
 struct RestoreStep {
   std::string purpose, command;
 };
 std::vector<RestoreStep> restoreSteps(const KeySheet& sheet);
-/// A line each: the place, the repository, the computer, and when the sheet was made.
+/// One line each for the place, the repository, the computer, and the date of the sheet.
 std::vector<std::string> keySheetFacts(const KeySheet& sheet);
-/// What to type on a computer that has this system.
+/// The command for a computer that has this system.
 inline constexpr char kRecoverCommand[] = "keldanectl recover PLACE --key FILE-WITH-THE-KEY";
 
-/// As text, in the user's language. `code` are the lines of the key's QR code, which stand in it as they are.
+/// The sheet as text, in the user's language. `code` holds the lines of the key's QR code, which are inserted
+/// unchanged.
 std::string keySheetText(const KeySheet& sheet, const std::vector<std::string>& code);
-/// As a picture of the size A4, in SVG.
+/// The sheet as an SVG picture of the size A4.
 std::string keySheetSvg(const KeySheet& sheet);
 
-/// What a person has typed, scanned, or saved of a sheet.
+/// The result of reading text that a person has typed, scanned, or saved.
 struct KeyReading {
   std::string key;      ///< empty when there is a problem
   std::string problem;  ///< a sentence
 };
-/// Reads a whole sheet as text, groups with or without the check group, a scanned code, or a file with
-/// nothing but the key. Blanks, hyphens and small letters in groups do not matter, and digits that base32
-/// lacks are taken for the letters that they look like.
+/// Reads a whole sheet as text, groups with or without the check group, a scanned code, or a file with only
+/// the key. Blanks, hyphens and small letters in groups are accepted; digits that base32 lacks are read as
+/// the letters that they resemble.
 KeyReading readKey(std::string_view text);
 
 }  // namespace keldane

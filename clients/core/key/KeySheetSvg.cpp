@@ -11,7 +11,7 @@ namespace {
 
 // Millimetres on a page of 210 by 297.
 constexpr int kLeft = 20, kCodeSide = 60, kCodeLeft = 130;
-constexpr std::size_t kLettersALine = 84;  // of the small fixed-width letters between the margins
+constexpr std::size_t kLettersALine = 84;  // small fixed-width letters that fit between the margins
 
 std::string xmlText(const std::string& text) {
   std::string result;
@@ -27,7 +27,7 @@ std::string xmlText(const std::string& text) {
         result += "&gt;";
         break;
       default:
-        result += static_cast<unsigned char>(c) < 0x20 ? ' ' : c;  // no control character may stand there
+        result += static_cast<unsigned char>(c) < 0x20 ? ' ' : c;  // XML allows no control characters
     }
   }
   return result;
@@ -47,12 +47,12 @@ class SvgPage {
     y_ += size * 1.5;
   }
   void plain(const std::string& text) { line(text, 4, "sans-serif"); }
-  /// What is too long goes on in the next line.
+  /// Text that is too long goes on in the next line.
   void fixed(const std::string& text, std::size_t most = kLettersALine) {
     for (std::size_t at = 0; at == 0 || at < text.size();) {
       std::size_t end = std::min(at + most, text.size());
       while (end < text.size() && end > at + 1 && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U) {
-        --end;  // not within a character
+        --end;  // the line must not end within a character
       }
       line(text.substr(at, end - at), 3.3, "monospace");
       at = end;

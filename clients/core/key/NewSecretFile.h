@@ -1,4 +1,4 @@
-// Writes a file with a secret in it.
+// Writes a new file with a secret.
 #pragma once
 
 #include <string>
@@ -6,8 +6,8 @@
 
 namespace keldane {
 
-/// Makes a file that only its owner can read. What went wrong as a sentence, empty when nothing did: a file
-/// that is there is not overwritten, and one that cannot be written whole does not stay.
+/// Creates a file that only its owner can read. Returns a sentence about a failure, or an empty string on
+/// success. An existing file is not overwritten, and a file that cannot be written completely is removed.
 std::string writeNewSecretFile(const std::string& path, std::string_view text);
 
 }  // namespace keldane

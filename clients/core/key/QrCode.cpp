@@ -8,7 +8,7 @@
 namespace keldane {
 
 QrCode::QrCode(const std::string& text) {
-  // It finds out by itself that capitals and digits need less room than bytes.
+  // The library itself chooses the shorter encoding for capitals and digits.
   const std::unique_ptr<QRcode, void (*)(QRcode*)> code(
       text.empty() ? nullptr : QRcode_encodeString(text.c_str(), 0, QR_ECLEVEL_M, QR_MODE_8, 1), QRcode_free);
   if (!code) {
@@ -26,7 +26,8 @@ bool QrCode::isDark(std::size_t column, std::size_t row) const {
 
 std::vector<std::string> QrCode::lines(bool blocks) const {
   const std::size_t whole = size_ + 2 * kMargin;
-  // Of the picture with its margin; what is left of it or above wraps round to a large number.
+  // `x` and `y` include the margin. Left of the code or above it, the subtraction wraps round to a large
+  // number, which is light.
   const auto dark = [&](std::size_t x, std::size_t y) { return isDark(x - kMargin, y - kMargin); };
   std::vector<std::string> lines;
   for (std::size_t y = 0; y < whole; y += blocks ? 2 : 1) {

@@ -1,4 +1,4 @@
-// Text as a picture that a camera reads.
+// Text as a code that a camera reads.
 #pragma once
 
 #include <cstddef>
@@ -10,18 +10,18 @@ namespace keldane {
 /// A square of dark and light modules.
 class QrCode {
  public:
-  /// Modules of white that belong around it.
+  /// The number of light modules that belong around the code.
   static constexpr std::size_t kMargin = 4;
 
   /// Throws std::runtime_error for a text that is empty or has more than about 2,300 bytes.
   explicit QrCode(const std::string& text);
 
-  /// Modules of a side, without the margin.
+  /// The number of modules of a side, without the margin.
   std::size_t size() const { return size_; }
-  /// Light outside.
+  /// Whether a module is dark; modules outside the code are light.
   bool isDark(std::size_t column, std::size_t row) const;
-  /// With the margin, a line a string, dark modules as characters: two rows a line with block characters,
-  /// else a row a line with two "#" a module.
+  /// The code with its margin, one string for each line. With `blocks`, a line of block characters shows two
+  /// rows; otherwise a line shows one row, with "##" for each dark module.
   std::vector<std::string> lines(bool blocks) const;
 
  private:

@@ -1,4 +1,4 @@
-// Where a repository is, as the storage program is told.
+// The location of a repository in the storage program's format.
 #pragma once
 
 #include <string>
@@ -6,13 +6,13 @@
 
 namespace keldane {
 
-/// Whether it is a folder of this computer rather than a place on a server.
+/// Whether the location is a folder of this computer rather than a place on a server.
 bool isFolder(std::string_view location);
-/// Whether a password or another secret stands in it.
+/// Whether the location contains a password or another secret.
 bool holdsSecret(std::string_view location);
-/// Whether it names a user of a web server, whose password is missing.
+/// Whether the location names a user of a web server without a password.
 bool lacksPassword(std::string_view location);
-/// The same with the password of the user that it names.
+/// The location with a password for the user that it names.
 std::string withPassword(const std::string& location, std::string_view password);
 
 }  // namespace keldane

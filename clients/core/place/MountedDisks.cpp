@@ -12,7 +12,7 @@ namespace keldane {
 namespace {
 
 constexpr std::string_view kDiskFolders[] = {"/media/", "/run/media/", "/mnt/"};
-// A disk of this computer has a device; these devices are no disks, or not writable ones.
+// A disk of this computer has a device file; these devices are no disks, or not writable.
 constexpr std::string_view kNoDisks[] = {"/dev/loop", "/dev/zram", "/dev/ram", "/dev/sr"};
 constexpr std::string_view kNoDiskKinds[] = {"squashfs", "erofs", "iso9660", "udf"};
 
@@ -21,13 +21,13 @@ bool startsWithOne(std::string_view text, std::span<const std::string_view> begi
                      [&](std::string_view each) { return text.starts_with(each); });
 }
 
-// What programs mount below /mnt for themselves: shares of a host, memory, images, bind mounts of nothing.
+// Excludes what programs mount below /mnt for themselves: shares of a host, memory, images, and bind mounts.
 bool isDiskDevice(std::string_view source, std::string_view kind) {
   return source.starts_with("/dev/") && !startsWithOne(source, kNoDisks) &&
          std::find(std::begin(kNoDiskKinds), std::end(kNoDiskKinds), kind) == std::end(kNoDiskKinds);
 }
 
-// The table writes a blank as \040, and a few others likewise.
+// The mount table writes a blank as \040, and a few other characters in the same way.
 std::string unescaped(std::string_view text) {
   const auto isOctal = [](char c) { return c >= '0' && c <= '7'; };
   std::string result;
@@ -53,7 +53,8 @@ std::vector<std::string> diskMountPoints(std::istream& mounts) {
     fields >> source >> point >> kind;
     point = unescaped(point);
     const bool isPluggedIn = point == "/mnt" || startsWithOne(point, kDiskFolders);
-    // The desktop mounts shares of other computers elsewhere; what lies below /media is a person's choice.
+    // A desktop mounts other computers' shares elsewhere, so a person chose anything that is mounted below
+    // /media.
     const bool isByHand = point.starts_with("/mnt");
     if (isPluggedIn && (!isByHand || isDiskDevice(source, kind)) &&
         std::find(points.begin(), points.end(), point) == points.end()) {

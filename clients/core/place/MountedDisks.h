@@ -1,4 +1,4 @@
-// Disks that a person has plugged in.
+// The disks that a person has plugged in.
 #pragma once
 
 #include <cstdint>
@@ -9,14 +9,14 @@
 namespace keldane {
 
 struct MountedDisk {
-  std::string path;  ///< where it is mounted
+  std::string path;  ///< the mount point
   std::uint64_t freeBytes = 0, allBytes = 0;
 };
 
-/// The mount points in a table of the system's form that lie where removable disks are mounted: /media,
-/// /run/media and, those with a disk's device, /mnt.
+/// The mount points of removable disks in a table of the system's format: those below /media and /run/media,
+/// and those below /mnt that have a disk's device.
 std::vector<std::string> diskMountPoints(std::istream& mounts);
-/// Those that are there now, by path.
+/// The disks that are mounted now, by path.
 std::vector<MountedDisk> mountedDisks();
 
 }  // namespace keldane

@@ -11,7 +11,7 @@ namespace {
 
 constexpr int kMostUnits = 100'000;
 
-/// In lower case; a "t" between two digits parts them, as a blank does.
+/// The words in lower case; a "t" between two digits separates words, as a blank does.
 std::vector<std::string> wordsOf(std::string_view text) {
   std::vector<std::string> words(1);
   const auto isDigitAt = [&](std::size_t at) {
@@ -32,7 +32,7 @@ std::vector<std::string> wordsOf(std::string_view text) {
   return words;
 }
 
-/// Numbers of these many digits with a separator between them.
+/// Reads numbers with a separator between them; `digits` gives the greatest length of each.
 std::optional<std::vector<int>> numbersIn(const std::string& word, char separator,
                                           const std::vector<std::size_t>& digits, std::size_t fewest) {
   std::vector<int> numbers;
@@ -78,7 +78,7 @@ std::optional<std::int64_t> timeOnDay(const std::vector<std::string>& words, std
   parts.tm_hour = parts.tm_min = parts.tm_sec = 0;
   if (words.front() == "yesterday") {
     --parts.tm_mday;
-    std::mktime(&parts);  // the first of a month has the last of another one before it
+    std::mktime(&parts);  // mktime turns day 0 into the last day of the month before
     parts.tm_hour = parts.tm_min = parts.tm_sec = 0;
   } else if (words.front() != "today") {
     const auto date = numbersIn(words.front(), '-', {4, 2, 2}, 3);

@@ -6,8 +6,8 @@
 
 namespace keldane {
 
-/// The meaning of the daemon's word for the health, in the user's language. An unknown word is answered
-/// itself, made printable.
+/// The meaning of the daemon's word for the health, in the user's language. An unknown word is returned
+/// in printable form.
 std::string healthText(std::string_view health);
 
 }  // namespace keldane

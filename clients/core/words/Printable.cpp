@@ -7,7 +7,7 @@ namespace keldane {
 
 namespace {
 
-// Controls, and the marks that set the direction of what follows.
+// Control characters, and the marks that set the direction of the text after them.
 bool isHarmful(char32_t character) {
   return character < 0x20 || (character >= 0x7F && character < 0xA0) || character == 0x200E ||
          character == 0x200F || character == 0x061C || (character >= 0x2028 && character <= 0x202E) ||

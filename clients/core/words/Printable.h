@@ -1,4 +1,4 @@
-// Text that does nothing else where it is shown.
+// Makes text safe to show.
 #pragma once
 
 #include <string>
@@ -6,8 +6,8 @@
 
 namespace keldane {
 
-/// Names and answers come from anywhere: what would move the cursor, hide or turn round text around it, or is
-/// no text, is written as an escape (\n, \x1b, \u202e).
+/// Names and answers come from anywhere. Characters that would move the cursor, or hide or reverse the text
+/// around them, and bytes that are no text are written as escapes (\n, \x1b, \u202e).
 std::string printable(std::string_view text);
 
 }  // namespace keldane

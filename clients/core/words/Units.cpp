@@ -12,13 +12,14 @@ std::string bytesText(std::uint64_t bytes) {
   constexpr std::array kUnits = {"B", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
   auto number = static_cast<double>(bytes);
   std::size_t unit = 0;
-  while (std::round(number) >= 1024) {  // so that nothing reads as 1024 of a unit
+  while (std::round(number) >= 1024) {  // rounding must not show 1024 of a unit
     number /= 1024;
     ++unit;
   }
   const auto tenths = static_cast<std::uint64_t>(std::round(number * 10));
   const bool decimal = unit > 0 && tenths < 100;
-  // The process's locale is not asked: it may write numbers otherwise than the text around them.
+  // The process's locale may write numbers in another way than the language of the text around them, so it is
+  // not used.
   const std::string digits = decimal ? std::to_string(tenths / 10) + "." + std::to_string(tenths % 10)
                                      : std::to_string(static_cast<std::uint64_t>(std::round(number)));
   return localNumber(digits) + " " + kUnits[unit];

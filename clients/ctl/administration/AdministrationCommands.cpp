@@ -1,4 +1,4 @@
-// For those who look after many computers: config and metrics.
+// The commands config and metrics, for administrators of many computers.
 #include <unistd.h>
 
 #include <chrono>
@@ -45,7 +45,7 @@ void checkConfig(Globals& globals, const std::string& file) {
   }
 }
 
-/// Each value with its name, and whether it is fixed.
+/// Calls `row` for each value with its name, and with whether it is fixed.
 template <class Row>
 void visitValues(const SystemConfig& config, const Row& row) {
   for (const std::string& name : SystemConfig::names()) {

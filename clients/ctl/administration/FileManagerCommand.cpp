@@ -1,4 +1,4 @@
-// What the file managers show of the backup.
+// The settings for what file managers show of the backup.
 #include "clients/ctl/administration/FileManagerCommand.h"
 
 #include <iostream>

@@ -1,4 +1,4 @@
-// "config file-manager".
+// The command "config file-manager".
 #pragma once
 
 #include <CLI/CLI.hpp>

@@ -29,14 +29,14 @@ class Text {
     text_ += name_ + labels + " " + value + "\n";
   }
 
-  /// A number that the daemon may not have told.
+  /// Adds a number; nothing when the daemon did not report it.
   void gauge(const std::string& name, const char* unit, const char* help, const PropertyList& value) {
     if (value) {
       family(name, "gauge", unit, help);
       sample("", std::to_string(value.unsignedLongLongValue()));
     }
   }
-  /// When something was, and how long ago; nothing for never.
+  /// Adds the time of an event and its age; nothing when it never happened.
   void moment(const std::string& name, const char* help, const PropertyList& date) {
     if (date.isDate()) {
       const double time = date.date().unixTime();

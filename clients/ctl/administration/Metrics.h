@@ -1,4 +1,4 @@
-// The daemon's standing as a monitoring system reads it.
+// The daemon's state in the format of a monitoring system.
 #pragma once
 
 #include <string>
@@ -7,8 +7,8 @@
 
 namespace keldane {
 
-/// OpenMetrics text, with its end. `repository` is the daemon's answer to "repository:" and `state` its
-/// state; both absent when it cannot be reached. `now` is in seconds since the UNIX epoch.
+/// OpenMetrics text, including its end line. `repository` is the daemon's answer to "repository:" and `state`
+/// its state; both are absent when the daemon cannot be reached. `now` is in seconds since the UNIX epoch.
 std::string metricsText(const PropertyList& repository, const PropertyList& state, double now);
 
 }  // namespace keldane

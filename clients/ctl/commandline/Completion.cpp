@@ -10,7 +10,7 @@ namespace keldane {
 
 namespace {
 
-/// What may follow a command.
+/// A command and the words that may follow it.
 struct CommandWords {
   std::vector<std::string> path;  // the words that lead to it
   std::string description;
@@ -26,7 +26,7 @@ std::string joined(const std::vector<std::string>& words, const std::string& bet
   return text;
 }
 
-// The words that a checked argument may be stand in its type's name: "TEXT:{on,off}".
+// A checked argument lists its allowed words in the name of its type: "TEXT:{on,off}".
 void appendChoices(const std::string& typeName, std::vector<std::string>& words) {
   const std::size_t open = typeName.find('{'), close = typeName.find('}');
   if (open == std::string::npos || close == std::string::npos) {
@@ -56,7 +56,7 @@ void collect(const CLI::App& app, const std::vector<std::string>& path, std::vec
     }
     for (const CLI::App* sub : group.get_subcommands({})) {
       if (sub->get_name().empty()) {
-        addOptionsOf(*sub);  // options that exclude each other stand in a nameless group
+        addOptionsOf(*sub);  // options that exclude each other are in a nameless group
       } else {
         below.push_back(sub);
         entry.words.push_back(sub->get_name());
@@ -72,7 +72,7 @@ void collect(const CLI::App& app, const std::vector<std::string>& path, std::vec
   }
 }
 
-// The words before the cursor that are commands lead to the entry; whatever else stands there does not count.
+// The words before the cursor that name commands select the entry; all other words are ignored.
 std::string bashScript(const std::vector<CommandWords>& commands) {
   std::string cases, known;
   for (const CommandWords& command : commands) {

@@ -27,7 +27,7 @@ constexpr KnownText kLimits[] = {
     known("[At most %s of the following options are allowed]"),
 };
 
-/// Releases of the library write its headings in capitals or not.
+/// Some releases of the library write its headings in capitals.
 constexpr const char* kHeadings[] = {
     marked("Usage"),    marked("Positionals"), marked("POSITIONALS"), marked("Options"),
     marked("OPTIONS"),  marked("Subcommands"), marked("SUBCOMMANDS"), marked("SUBCOMMAND"),

@@ -1,4 +1,4 @@
-// What the parser of command lines says by itself, in the user's language.
+// Translates the command-line parser's own texts.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -6,12 +6,12 @@
 
 namespace keldane {
 
-/// Before anything is added to a program's command line: its headings and its option for help.
+/// Sets the headings and the option for help. Called before anything is added to a program's command line.
 void setHelpWords(CLI::App& app);
-/// After everything was added, commands below commands included: the names of the groups.
+/// Sets the names of the groups, also for commands of commands. Called after everything was added.
 void setGroupWords(CLI::App& app);
 
-/// The parser's complaint about a command line. What is not known stays in English.
+/// The parser's complaint about a command line. An unknown complaint stays in English.
 std::string parseErrorText(const CLI::ParseError& error);
 
 }  // namespace keldane

@@ -7,7 +7,7 @@
 
 namespace keldane {
 
-/// A flag that nothing is stored of; it is asked with `empty`.
+/// Adds a flag without a variable of its own; the caller asks for it with `empty`.
 inline CLI::Option* addFlag(CLI::App& command, const std::string& name, const std::string& description) {
   return command.add_flag(name, description);
 }
@@ -16,7 +16,7 @@ void addStatusCommand(CLI::App& app, Globals& globals);
 void addWatchCommand(CLI::App& app, Globals& globals);
 /// pause, resume, automatic, low-priority, profile, stop.
 void addSettingCommands(CLI::App& app, Globals& globals);
-/// What "recover on" and "recover off" do.
+/// Carries out "recover on" and "recover off".
 void turnRecoverMode(const Globals& globals, bool on);
 /// add, remove, asap, inherit.
 void addRuleCommands(CLI::App& app, Globals& globals);

@@ -16,9 +16,9 @@ namespace {
 
 constexpr std::size_t kFlagColumns = 8, kStateColumns = 26, kSizeColumns = 8, kDateColumns = 16;
 constexpr std::string_view kGap = "  ";
-constexpr std::size_t kRoomForName = 23;  // columns are left out rather than that it has less
+constexpr std::size_t kRoomForName = 23;  // columns are left out so that the name has this much
 
-/// The columns that leave room for a name, those that tell most first.
+/// Chooses the columns that leave enough room for the name, the most useful ones first.
 struct ColumnsShown {
   explicit ColumnsShown(std::size_t columns)
       : left_(columns == 0 ? std::numeric_limits<std::size_t>::max()
@@ -57,7 +57,7 @@ Color colorOf(const KeldaneFileNode& node) {
   return Color::plain;
 }
 
-// A folder's size is what is loaded of it, so it says nothing in a listing that loads as it goes.
+// A folder's size counts only what is loaded of it, so it means nothing in a listing that loads as it goes.
 std::string sizeText(KeldaneFileNode& node) { return node.isDirectory() ? "-" : bytesText(node.sizeValue()); }
 
 std::string fittedName(const KeldaneFileNode& node, const std::string& lead, const std::string& name,

@@ -9,10 +9,10 @@
 
 namespace keldane {
 
-/// How rows are printed.
+/// The style of printed rows.
 struct RowStyle {
   bool allFlags = false;
-  std::size_t columns = 0;  ///< that a row may take, the flags in full apart; 0: any number
+  std::size_t columns = 0;  ///< columns for a row, without the flags in full; 0: no limit
 };
 
 /// Eight characters, each a letter or "-": d folder, s selected for the backup, b backed up, + and x included
@@ -23,12 +23,13 @@ std::string shortFlags(const KeldaneFileNode& node);
 std::string coloredName(const std::string& name, const KeldaneFileNode& node, const Terminal& terminal);
 
 /// Flags, state, size and date, each in its column, then `lead` and the name, and the flags in full if
-/// wanted. Where there is not enough room for the name, columns are left out, and then the name's beginning.
+/// wanted. When there is not enough room for the name, columns are left out first, and then the beginning of
+/// the name.
 std::string row(KeldaneFileNode& node, const std::string& lead, const std::string& name,
                 const RowStyle& style, const Terminal& terminal);
 
-/// The daemon's dictionary of the node with its path, and the flags as text. A name that is not UTF-8 is told
-/// as on a terminal, and the path's bytes in hexadecimal digits as "pathBytes".
+/// The daemon's dictionary of the node with its path, and the flags as text. A name that is not UTF-8 is
+/// given as it is shown on a terminal, and the path's bytes in hexadecimal digits as "pathBytes".
 nlohmann::ordered_json nodeJson(KeldaneFileNode& node);
 
 }  // namespace keldane

@@ -1,4 +1,4 @@
-// One line of a terminal that is drawn anew again and again.
+// One terminal line that is redrawn many times.
 #pragma once
 
 #include <cstddef>
@@ -9,17 +9,17 @@
 
 namespace keldane {
 
-/// Parts side by side, those that still fit. One thread.
+/// Places parts side by side as long as they fit. Used on one thread.
 class FittedLine {
  public:
   /// The last column stays free: a character there would begin the next line on some terminals.
   explicit FittedLine(const Terminal& terminal) : left_(static_cast<std::size_t>(terminal.width()) - 1) {}
 
-  /// An empty part, or one that is too wide, is left out.
+  /// Adds a part unless it is empty or too wide.
   void add(const std::string& part);
-  /// A bar and a number of percent.
+  /// Adds a bar and a percentage.
   void addBar(double fraction);
-  /// The end of a path, if there is room for enough of it.
+  /// Adds the end of a path, if there is room for enough of it.
   void addPath(const std::string& path);
   std::size_t columnsLeft() const { return left_; }
   const std::string& text() const { return text_; }

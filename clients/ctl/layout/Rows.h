@@ -10,20 +10,20 @@
 
 namespace keldane {
 
-/// Rows whose values stand in one column, which is as far right as the longest label of any language needs.
-/// One thread.
+/// Rows whose values stand in one column, far enough to the right for the longest label in any language. Used
+/// on one thread.
 class Rows {
  public:
-  /// `least`: the columns that labels take at least.
+  /// `least` is the smallest number of columns for the labels.
   explicit Rows(std::size_t least) : columns_(least) {}
 
   void add(const std::string& label, const std::string& value) { insert(rows_.size(), label, value); }
-  /// At this place among the rows that are there.
+  /// Inserts a row at this place among the rows.
   void insert(std::size_t place, const std::string& label, const std::string& value);
   std::size_t count() const { return rows_.size(); }
-  /// That the labels of all rows so far take, with the gap behind them.
+  /// The columns that the labels of all rows so far take, with the gap behind them.
   std::size_t labelColumns() const { return columns_; }
-  /// To standard output, the labels bold where the terminal can.
+  /// Prints to standard output, with bold labels if the terminal has them.
   void print(const Terminal& terminal) const;
 
  private:

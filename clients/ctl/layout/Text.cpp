@@ -12,7 +12,7 @@ namespace keldane {
 namespace {
 
 std::size_t columnsTakenBy(char32_t character) {
-  // Of a character that the locale does not know nothing is known.
+  // wcwidth returns -1 for a character that the locale does not know.
   const int columns = wcwidth(static_cast<wchar_t>(character));
   return columns < 0 ? 1 : static_cast<std::size_t>(columns);
 }

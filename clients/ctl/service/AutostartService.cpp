@@ -25,7 +25,7 @@ namespace {
 
 constexpr char kEntry[] = "keldane.desktop";
 constexpr auto kStartPatience = std::chrono::seconds(10);
-constexpr auto kStopPatience = std::chrono::seconds(60);  // the daemon lets its storage program end
+constexpr auto kStopPatience = std::chrono::seconds(60);  // the daemon lets its storage program finish first
 constexpr auto kInterval = std::chrono::milliseconds(50);
 
 template <class Condition>
@@ -42,7 +42,7 @@ bool becomesTrue(const Condition& condition, std::chrono::seconds patience) {
 
 fs::path ownEntry() { return configurationFolder() / "autostart" / kEntry; }
 
-/// Whether the computer's administrator has put an entry where all sessions look.
+/// Whether the administrator has put an entry into a folder that all sessions read.
 bool hasSystemEntry() {
   const char* given = std::getenv("XDG_CONFIG_DIRS");
   std::string_view list = given != nullptr && *given != '\0' ? given : "/etc/xdg";
@@ -58,7 +58,7 @@ bool hasSystemEntry() {
   return false;
 }
 
-/// A user's own entry takes the place of the computer's.
+/// Whether the entry is switched off. A user's own entry replaces the computer's.
 bool isHidden(const fs::path& entry) {
   std::ifstream stream(entry);
   for (std::string line; std::getline(stream, line);) {

@@ -1,4 +1,4 @@
-// The daemon as a program of the user's session, where there is no systemd.
+// The daemon as a program of the user's session, for systems without systemd.
 #pragma once
 
 #include <filesystem>
@@ -8,15 +8,16 @@
 
 namespace keldane {
 
-/// The lock of the process that keeps the daemon running, by which it is found.
+/// The lock of the process that keeps the daemon running; other processes find that process by it.
 class SupervisorLock {
  public:
-  /// Throws CommandFailure when there is no safe folder for it.
+  /// Throws CommandFailure when there is no safe folder for the lock.
   SupervisorLock();
 
-  /// Takes it for this process, until this object goes. False when another has it.
+  /// Takes the lock for this process until this object is destroyed. Returns false when another process holds
+  /// it.
   bool take();
-  /// The other process that has it; 0 for none.
+  /// The other process that holds the lock; 0 when none does.
   int holder() const;
 
  private:
@@ -24,7 +25,7 @@ class SupervisorLock {
   Descriptor file_;
 };
 
-/// What `keldanectl service supervise` writes.
+/// The log file that `keldanectl service supervise` writes.
 std::filesystem::path serviceLogFile();
 
 class AutostartService final : public ServiceManager {

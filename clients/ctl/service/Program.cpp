@@ -17,7 +17,7 @@ namespace keldane {
 
 namespace {
 
-/// The files that a program begins with.
+/// The open files with which a program starts.
 class FileActions {
  public:
   FileActions() { posix_spawn_file_actions_init(&actions_); }
@@ -54,7 +54,7 @@ std::vector<char*> argumentPointers(const std::vector<std::string>& arguments) {
   std::vector<char*> pointers;
   pointers.reserve(arguments.size() + 1);
   for (const std::string& argument : arguments) {
-    pointers.push_back(const_cast<char*>(argument.c_str()));  // the interface predates const
+    pointers.push_back(const_cast<char*>(argument.c_str()));  // the system's interface is older than const
   }
   pointers.push_back(nullptr);
   return pointers;

@@ -1,4 +1,4 @@
-// The daemon as a service of the user's session: service and log.
+// The commands service and log: the daemon as a service of the user's session.
 #include <filesystem>
 #include <iostream>
 
@@ -71,7 +71,7 @@ void turn(bool on) {
             << '\n';
 }
 
-/// The daemon that was installed with this program, else one that PATH has.
+/// The daemon beside this program; without one, the daemon that PATH has.
 std::string daemonProgram(const fs::path& self) {
   const fs::path beside = self.parent_path() / "keldaned";
   std::error_code error;
@@ -80,7 +80,7 @@ std::string daemonProgram(const fs::path& self) {
 
 void supervise() {
   if (isUnderSystemd()) {
-    return;  // which starts the daemon itself
+    return;  // systemd itself starts the daemon
   }
   std::error_code error;
   std::string self = fs::read_symlink("/proc/self/exe", error);

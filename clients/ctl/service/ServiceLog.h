@@ -1,4 +1,4 @@
-// The log of a daemon that has no journal to write to.
+// The log of a daemon without a journal.
 #pragma once
 
 #include <filesystem>
@@ -8,8 +8,8 @@
 
 namespace keldane {
 
-/// A file of at most a megabyte, readable to its owner alone; the one before it is kept with ".1" at its
-/// name. What cannot be written is lost. One thread.
+/// A file of at most one megabyte that only its owner can read; the file before it is kept with ".1" at its
+/// name. Text that cannot be written is lost. Used on one thread.
 class ServiceLog {
  public:
   explicit ServiceLog(std::filesystem::path file, std::size_t largest = std::size_t{1} << 20);

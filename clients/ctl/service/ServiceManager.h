@@ -1,4 +1,4 @@
-// Who starts the user's daemon: systemd, or an entry of the desktop's autostart.
+// Starts the user's daemon, through systemd or through an entry of the desktop's autostart.
 #pragma once
 
 #include <memory>
@@ -8,12 +8,12 @@ namespace keldane {
 
 struct ServiceStanding {
   bool running = false;
-  bool starting = false;  ///< it is between two starts
+  bool starting = false;  ///< it is stopped for the pause before the next start
   bool enabled = false;   ///< it is started when the user logs in
-  int process = 0;        ///< of the daemon, or of what starts it again; 0 when none is known
+  int process = 0;        ///< the daemon, or the program that restarts it; 0 when none is known
 };
 
-/// The daemon of the user who asks. Every operation that fails throws CommandFailure. One thread.
+/// The daemon of the current user. Every operation that fails throws CommandFailure. Used on one thread.
 class ServiceManager {
  public:
   virtual ~ServiceManager() = default;
@@ -24,18 +24,18 @@ class ServiceManager {
   /// "systemd" or "autostart".
   virtual const char* name() const = 0;
   virtual ServiceStanding standing() const = 0;
-  /// Starts it now, or does nothing when it runs.
+  /// Starts the daemon now; does nothing when it runs.
   virtual void start() = 0;
-  /// Ends it now, and waits for that.
+  /// Stops the daemon now, and waits for its end.
   virtual void stop() = 0;
-  /// From the next login on; what runs now goes on.
+  /// Changes what happens at the next login; a running daemon goes on.
   virtual void enable() = 0;
   virtual void disable() = 0;
-  /// Prints the log's last lines, and then, if `follow`, each new one. Does not return.
+  /// Prints the last lines of the log, and then, if `follow`, each new line. Does not return.
   [[noreturn]] virtual void showLog(unsigned lines, bool follow) = 0;
 };
 
-/// Whether the user's services are systemd's to start: its user instance answers and knows the daemon's unit.
+/// Whether systemd starts the user's services: its user instance answers and knows the daemon's unit.
 bool isUnderSystemd();
 std::unique_ptr<ServiceManager> serviceManager();
 

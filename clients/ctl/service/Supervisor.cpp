@@ -55,7 +55,7 @@ Supervisor::End Supervisor::run() {
     }
     const int status = watchChild();
     if (wanted_ || (WIFEXITED(status) && WEXITSTATUS(status) == 0)) {
-      break;  // it ended because it was told to
+      break;  // the daemon was told to end
     }
     const auto ran = std::chrono::duration_cast<seconds>(steady_clock::now() - child_.since);
     const seconds time = pause.after(ran);
@@ -101,7 +101,8 @@ int Supervisor::watchChild() {
   pollfd events[] = {{signals_.get(), POLLIN, 0}, {child_.output.get(), POLLIN, 0}};
   for (;;) {
     poll(events, std::size(events), -1);
-    // A program that the daemon left behind may keep the pipe open.
+    // A program that the daemon left behind may keep the pipe open, so the end of the daemon is not the end
+    // of the pipe.
     events[1].fd = copyOutput() ? child_.output.get() : -1;
     const bool wasWanted = wanted_.has_value();
     noteSignal();

@@ -12,8 +12,8 @@
 
 namespace keldane {
 
-/// The pauses between a crash and the next start: 5 seconds, then twice as long each time up to five minutes.
-/// A daemon that ran for ten minutes begins at 5 again.
+/// The pause between a crash and the next start: 5 seconds at first, then twice as long each time, up to five
+/// minutes. After a run of ten minutes the pause is 5 seconds again.
 class RestartPause {
  public:
   std::chrono::seconds after(std::chrono::seconds ran);
@@ -22,15 +22,15 @@ class RestartPause {
   std::chrono::seconds next_{0};
 };
 
-/// Starts the daemon, writes what it says to the log, and starts it again after a crash. SIGTERM, SIGINT and
-/// SIGHUP end both. SIGUSR1 is for a program that was replaced: the daemon ends, and `run` says to begin
-/// anew. One thread, which has the signals.
+/// Starts the daemon, writes its output to the log, and starts it again after a crash. SIGTERM, SIGINT and
+/// SIGHUP end the daemon and the supervisor. SIGUSR1 tells that the program was replaced: the daemon ends,
+/// and `run` returns that the supervisor is to start anew. Used on one thread, which receives the signals.
 class Supervisor {
  public:
   enum class End { done, renew };
 
   explicit Supervisor(std::string program);
-  /// Until the daemon ends well or a signal ends it.
+  /// Runs until the daemon ends without a failure or a signal ends it.
   End run();
 
  private:
@@ -41,9 +41,9 @@ class Supervisor {
   };
 
   bool startChild();
-  /// Until the child has ended; answers its status as waitpid tells it.
+  /// Waits until the child has ended and returns its status as waitpid gives it.
   int watchChild();
-  /// True when a signal came meanwhile.
+  /// Waits. Returns true when a signal came meanwhile.
   bool rest(std::chrono::seconds time);
   void noteSignal();
   bool copyOutput();

@@ -29,7 +29,7 @@ std::map<std::string, std::string> properties() {
   return values;
 }
 
-/// systemctl says on standard error what is wrong.
+/// Runs a command of systemctl, which reports its own failures on standard error.
 void demand(const std::string& verb) {
   if (runProgram({"systemctl", "--user", "--quiet", verb, kUnit}).status != 0) {
     throw CommandFailure(kNotTaken,
@@ -82,7 +82,7 @@ void SystemdService::disable() {
     return;
   }
   demand("disable");
-  if (standing().enabled) {  // for all users, which this user cannot change
+  if (standing().enabled) {  // it is enabled for all users, which this user cannot change
     demand("mask");
   }
 }

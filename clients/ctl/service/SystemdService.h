@@ -5,8 +5,8 @@
 
 namespace keldane {
 
-/// Goes by what `systemctl --user` says. The package enables the unit for all users, so one user switches it
-/// off by masking it.
+/// Uses `systemctl --user`. The package enables the unit for all users, so a single user disables it by
+/// masking it.
 class SystemdService final : public ServiceManager {
  public:
   const char* name() const override { return "systemd"; }

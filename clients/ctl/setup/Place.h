@@ -1,4 +1,4 @@
-// The place of a repository as a command line names it.
+// The place of a repository as a command line gives it.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -9,24 +9,24 @@
 
 namespace keldane {
 
-/// What a person chose, and what the storage program needs to get there.
+/// A chosen place, and what the storage program needs to reach it.
 struct Place {
   std::string location;
   PropertyList::Entries environment, options;
-  /// The keys of a request that say it.
+  /// The keys of a request for this place.
   PropertyList::Entries request() const;
 };
 
 /// The options of a command that name a place.
 struct PlaceOptions {
-  std::string location;  ///< of an option or argument that the command itself adds
+  std::string location;  ///< from an option or argument that the command itself adds
   std::string locationFile, environmentFile;
   std::vector<std::string> options;
 
   void addTo(CLI::App& command);
   bool isGiven() const { return !location.empty() || !locationFile.empty(); }
-  /// What they say, whole: a password that is missing is asked for at a terminal. Throws CommandFailure for a
-  /// location with a secret on the command line and for files that cannot be read.
+  /// The complete place: a missing password is asked for at a terminal. Throws CommandFailure for a location
+  /// with a secret on the command line and for files that cannot be read.
   Place place() const;
 };
 

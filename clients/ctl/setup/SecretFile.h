@@ -1,4 +1,4 @@
-// Files with secrets in them.
+// Reads and writes files with secrets.
 #pragma once
 
 #include <string>
@@ -8,17 +8,18 @@
 
 namespace keldane {
 
-/// What a small file holds, or standard input for "-". Throws CommandFailure when it cannot be read.
+/// The content of a small file, or of standard input for "-". Throws CommandFailure when it cannot be read.
 std::string readSecretFile(const std::string& path);
-/// The key in a file, a saved or typed sheet, or standard input. Throws CommandFailure when there is none.
+/// Reads the key from a file, from a saved or typed sheet, or from standard input. Throws CommandFailure when
+/// there is none.
 std::string readKeyFile(const std::string& path);
-/// Makes a file that only its owner can read. Throws CommandFailure when something is there already, or it
-/// cannot be written whole.
+/// Creates a file that only its owner can read. Throws CommandFailure when the path exists, or when the file
+/// cannot be written completely.
 void writeSecretFile(const std::string& path, std::string_view text);
 
-/// NAME=VALUE lines as a shell would take them: with "export" before them or not, quotes around the value or
-/// not, empty lines and such that begin with "#" between them. Throws CommandFailure with the number of a
-/// line that is none.
+/// Reads NAME=VALUE lines as a shell would: "export" may precede them, the value may be in quotes, and there
+/// may be empty lines and lines that begin with "#". Throws CommandFailure with the number of an invalid
+/// line.
 PropertyList::Entries environmentFrom(std::string_view text);
 
 }  // namespace keldane

@@ -25,7 +25,7 @@ void printChoices(std::initializer_list<const char*> choices) {
   }
 }
 
-/// A number from 1 to `count`; asks again for anything else.
+/// Asks for a number from 1 to `count`, and asks again after any other answer.
 std::size_t askForNumber(const std::string& question, std::size_t count) {
   for (;;) {
     const std::string answer = askLine(question + " [1]");
@@ -38,7 +38,7 @@ std::size_t askForNumber(const std::string& question, std::size_t count) {
   }
 }
 
-/// Asks again for an empty answer.
+/// Asks for a text, and asks again after an empty answer.
 std::string askForText(const std::string& question) {
   for (;;) {
     std::string answer = askLine(question);

@@ -1,4 +1,4 @@
-// Asks a person where the backup is to be kept.
+// Asks a person for the place of the backup.
 #pragma once
 
 #include <string>
@@ -7,8 +7,8 @@
 
 namespace keldane {
 
-/// In plain words, at the terminal. `dataFolder` is the daemon's own folder, for a repository on this disk.
-/// Throws CommandFailure when nobody is there.
+/// Asks in plain words, at the terminal. `dataFolder` is the daemon's own folder, for a repository on this
+/// disk. Throws CommandFailure when nobody is there.
 Place askForPlace(const std::string& dataFolder);
 
 }  // namespace keldane

@@ -1,4 +1,4 @@
-// Ctrl-C for a program that has something to put in order before it ends.
+// Handles Ctrl-C for a program that must clean up before it ends.
 #pragma once
 
 #include <chrono>
@@ -7,8 +7,8 @@
 
 namespace keldane {
 
-/// As long as it lives, the first SIGINT or SIGTERM is noted instead of ending the process; a second one ends
-/// it. One at a time.
+/// While an object lives, the first SIGINT or SIGTERM is noted instead of ending the process; a second one
+/// ends it. Only one object may live at a time.
 class Interrupt {
  public:
   Interrupt();
@@ -16,7 +16,8 @@ class Interrupt {
   Interrupt(const Interrupt&) = delete;
   Interrupt& operator=(const Interrupt&) = delete;
 
-  /// Waits for this long, or until the first signal comes. True when one has come, now or earlier.
+  /// Waits for this long, or until the first signal comes. Returns true when a signal has come, now or
+  /// earlier.
   bool wait(std::chrono::milliseconds time);
 
  private:

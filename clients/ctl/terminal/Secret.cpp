@@ -13,7 +13,7 @@ namespace keldane {
 
 namespace {
 
-termios settingsBefore;  // for the handler, which must not leave a terminal that shows nothing
+termios settingsBefore;  // for the signal handler, which must make the terminal show typed text again
 
 extern "C" void restoreTerminalAndProcess(int number) {
   tcsetattr(STDIN_FILENO, TCSANOW, &settingsBefore);
@@ -22,7 +22,7 @@ extern "C" void restoreTerminalAndProcess(int number) {
   std::raise(number);
 }
 
-/// As long as it lives, what is typed is not shown.
+/// While an object lives, the terminal does not show typed text.
 class EchoOff {
  public:
   EchoOff() {
@@ -98,7 +98,7 @@ bool askWhether(const std::string& question, bool otherwise) {
   if (answer.empty()) {
     return otherwise;
   }
-  // English is understood too, whatever the language.
+  // English answers are understood in every language.
   for (const char* yes : {"y", "Y", "yes", tr("y"), tr("Y"), tr("yes")}) {
     if (answer == yes) {
       return true;

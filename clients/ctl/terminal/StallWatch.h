@@ -1,4 +1,4 @@
-// Tells the user of a daemon that holds a link and does not answer.
+// Tells the user when a daemon holds a link and does not answer.
 #pragma once
 
 #include <chrono>
@@ -8,18 +8,18 @@
 
 namespace keldane {
 
-/// A program that follows the daemon for ever waits in its calls without a limit. This watches, on a thread
-/// of its own, that the program's loop turns, and says so once on standard error when it has not for some
-/// time.
+/// A program that follows the daemon for ever waits in its calls without a limit. A thread of this class
+/// watches that the program's loop turns. When the loop has not turned for some time, it says so once on
+/// standard error.
 class StallWatch {
  public:
-  /// 0 seconds: nothing is ever said.
+  /// With 0 seconds, nothing is ever said.
   explicit StallWatch(double seconds);
   ~StallWatch();
   StallWatch(const StallWatch&) = delete;
   StallWatch& operator=(const StallWatch&) = delete;
 
-  /// At each turn of the loop; true when it had been said that the loop does not turn.
+  /// Called at each turn of the loop. Returns true when the standstill before it was reported.
   bool turn();
 
  private:

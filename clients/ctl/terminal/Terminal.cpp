@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <string_view>
 
-// Both fill the global name space with macros; nothing else includes them.
+// Both headers define many macros in the global name space, so only this file includes them.
 #include <curses.h>
 #include <term.h>
 
@@ -16,7 +16,8 @@ namespace {
 
 constexpr int kUsualWidth = 80;
 
-// Also brings the size up to date. The library wants a description at all times, and keeps one.
+// Reads the description of the terminal, which also updates its size. The library needs a description at all
+// times and keeps one.
 bool describe() {
   int error = 0;
   if (cur_term != nullptr) {

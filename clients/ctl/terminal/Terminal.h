@@ -1,4 +1,4 @@
-// What the program writes to: a terminal with a width and colours, or a file or pipe without.
+// Standard output: a terminal with a width and colours, or a file or pipe without them.
 #pragma once
 
 #include <cstddef>
@@ -12,18 +12,18 @@ constexpr std::size_t kWidestBar = 40;
 
 enum class Color : std::uint8_t { plain, red, green, yellow, blue, gray };
 
-/// Standard output. One thread.
+/// Writes to standard output. Used on one thread.
 class Terminal {
  public:
-  /// No colours unless it is a terminal that has them, and never when NO_COLOR is set and not empty.
+  /// There are colours only on a terminal that has them, and never when NO_COLOR is set and not empty.
   Terminal();
 
   bool isTerminal() const { return isTerminal_; }
-  /// Columns, as they are now; 80 for what is no terminal.
+  /// The present number of columns; 80 for anything that is no terminal.
   int width() const;
   std::string colored(Color color, const std::string& text) const;
   std::string bold(const std::string& text) const;
-  /// Goes to the start of the line and clears it; on a terminal that cannot, starts a new one.
+  /// Goes to the start of the line and clears it; starts a new line on a terminal that cannot do that.
   std::string restartLine() const;
   /// Whether box-drawing characters can be shown: the locale's character set is UTF-8.
   static bool hasBoxes();

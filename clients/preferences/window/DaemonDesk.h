@@ -1,4 +1,4 @@
-// Where the window's pages hand in what they want of the daemon.
+// The place where the window's pages hand in their requests to the daemon.
 #pragma once
 
 #include <functional>
@@ -13,14 +13,15 @@
 
 namespace keldane {
 
-/// Four threads wait for the daemon in the window's stead: one follows its state and its trees, one asks the
-/// second socket what is answered at once, one what takes long, one what takes longest. All of this is called
-/// on the window's thread, and so are `receive` and what is done with answers.
+/// Four threads wait for the daemon so that the window does not: one follows its state and its trees, and
+/// three ask the second socket, one for quick answers, one for work of minutes, one for work of hours. All
+/// operations are called on the window's thread; `receive` and the callbacks for answers are called there,
+/// too.
 class DaemonDesk {
  public:
   DaemonDesk(const DaemonBundle& daemon, std::function<void(const Update&)> receive);
 
-  /// Does this on the thread that follows the daemon.
+  /// Runs this on the thread that follows the daemon.
   void perform(std::function<void(DaemonSession&)> work) { follower_.perform(std::move(work)); }
   void ask(std::string_view selector, PropertyList::Entries request, OwnerThread::Then then) {
     quick_.ask(selector, std::move(request), std::move(then));
@@ -32,14 +33,16 @@ class DaemonDesk {
   void askForLongest(std::string_view selector, PropertyList::Entries request, OwnerThread::Then then) {
     slowest_.ask(selector, std::move(request), std::move(then));
   }
-  /// Does work that the disk may hold up on a thread of its own, and then what it answers on the window's.
+  /// Runs work that the disk may delay on a thread of its own, then runs the function that it returns on the
+  /// window's thread.
   void aside(std::function<std::function<void()>()> work);
-  /// What was in a folder of the backup at a time, for the thread that follows the daemon.
+  /// Returns a function that tells what a folder of the backup held at a time; the thread that follows the
+  /// daemon calls it.
   NodeTree::Past pastAt(double time) const;
-  /// For how long the daemon has let the first thread wait; see DaemonThread.
+  /// The time for which the daemon has kept the following thread waiting; see DaemonThread.
   std::chrono::steady_clock::duration silence() const { return follower_.silence(); }
 
-  /// Ends the threads; false when one hangs. Then the process is to be ended at once.
+  /// Ends the threads. Returns false when one hangs; the process is then to be ended at once.
   bool end();
 
  private:
@@ -49,7 +52,7 @@ class DaemonDesk {
   OwnerThread quick_, slow_, slowest_;
 };
 
-/// Why there is no answer, as a sentence for a person; empty when there is one.
+/// The reason why there is no answer, as a sentence for a person; empty when there is an answer.
 std::string problemOf(const OwnerAnswer& answer);
 
 }  // namespace keldane

@@ -9,15 +9,15 @@
 
 namespace keldane {
 
-/// One dialog, which is made when it is first needed. The window's thread.
+/// One dialog, which is made when it is first needed. Used on the window's thread.
 class FolderChooser {
  public:
   using Chosen = std::function<void(const std::string& path)>;
 
-  /// `title` is also the dialog's name for who looks for it.
+  /// `title` is also the dialog's name for a person who looks for it.
   FolderChooser(const char* title, Gtk::FileChooser::Action action, Chosen chosen);
 
-  /// Over the window that the widget is in; `name` is proposed for a file.
+  /// Opens over the window that holds the widget; `name` is proposed for a file.
   void open(Gtk::Widget& widget, const std::string& name = {});
 
  private:

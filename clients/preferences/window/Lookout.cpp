@@ -48,7 +48,7 @@ void Lookout::receive(const Update& update) {
   }
 }
 
-// A daemon that is away at first may be about to begin, like this program, with the session.
+// A daemon that is away at first may be starting with the session, as this program is.
 void Lookout::look() {
   if (!status_ || !status_->connected || desk_.silence() > kPatience) {
     if (const auto away = awayHeadline(alerts_.lastReached(), static_cast<double>(std::time(nullptr)))) {

@@ -11,23 +11,23 @@
 
 namespace keldane {
 
-/// Where in the window a person is led.
+/// The place in the window to which a person is led.
 struct WindowPlace {
   enum class Kind { overview, restore, versions, missing, storage, rules, setUp };
   Kind kind = Kind::overview;
   std::string path;  ///< absolute, for `versions` (a file) and `missing` (a folder)
 };
 
-/// Takes what a person is told who does not look at the window: of which kind, what is the same each time for
-/// the same trouble, a sentence, and where it leads.
+/// Tells a person something while nobody looks at the window. `subject` is the same each time for the same
+/// trouble; `place` is where the notification leads.
 using TellPerson = std::function<void(AlertKind kind, const std::string& subject, const std::string& sentence,
                                       WindowPlace::Kind place)>;
 
-/// Tells of trouble that a person must know, and of no other.
+/// Tells only the trouble that a person must know.
 void tellOf(const Headline& headline, const TellPerson& tell);
 
-/// Follows the daemon as the window does and shows nothing. One at a time with the window: only one of them
-/// can follow the daemon in a process. The window's thread.
+/// Follows the daemon as the window does and shows nothing. It never lives beside the window, because only
+/// one of them can follow the daemon in a process. Used on the window's thread.
 class Lookout {
  public:
   Lookout(const DaemonBundle& daemon, AlertKeeper& alerts, TellPerson tell);
@@ -35,7 +35,8 @@ class Lookout {
   Lookout(const Lookout&) = delete;
   Lookout& operator=(const Lookout&) = delete;
 
-  /// Ends the dealings with the daemon; false when they hang. Then the process is to be ended at once.
+  /// Ends the dealings with the daemon. Returns false when they hang; the process is then to be ended at
+  /// once.
   bool end() { return desk_.end(); }
 
  private:

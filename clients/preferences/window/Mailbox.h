@@ -9,8 +9,8 @@
 
 namespace keldane {
 
-/// Made and destroyed on the window's thread; `put` may be called from any. What was put is done in its
-/// order, a piece whenever the window has nothing more urgent to do.
+/// Made and destroyed on the window's thread; `put` may be called from any thread. Work is done in the order
+/// in which it was put, one piece whenever the window has nothing more urgent to do.
 class Mailbox {
  public:
   Mailbox();

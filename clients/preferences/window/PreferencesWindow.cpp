@@ -17,8 +17,8 @@ namespace {
 
 constexpr int kWidth = 860, kHeight = 680;
 constexpr unsigned kWatchInterval = 1;                // seconds
-constexpr int kRepositoryInterval = 30;               // of these
-constexpr auto kPatience = std::chrono::seconds(10);  // with a daemon that does not answer
+constexpr int kRepositoryInterval = 30;               // counted in watch intervals
+constexpr auto kPatience = std::chrono::seconds(10);  // for the daemon to answer
 constexpr char kOverview[] = "overview", kRestore[] = "restore", kStorage[] = "storage", kRules[] = "rules";
 constexpr char kDomain[] = "com.keldane.preferences", kSetupOffered[] = "SetupOffered";
 
@@ -82,7 +82,7 @@ PreferencesWindow::~PreferencesWindow() { watch_.disconnect(); }
 
 void PreferencesWindow::addPages() {
   stack_.add(overview_, kOverview, tr("Overview"));
-  // In a window that is too small for a page the page is scrolled.
+  // A page that is larger than the window is scrolled.
   restorePlace_.set_child(restore_);
   rulesPlace_.set_child(rules_);
   stack_.add(restorePlace_, kRestore, tr("Restore"));
@@ -202,7 +202,7 @@ void PreferencesWindow::askForRepository() {
   });
 }
 
-// Who looks at the window sees it there.
+// A person who looks at the window sees the trouble there.
 void PreferencesWindow::tellOfTrouble() {
   const std::optional<Headline> shown =
       isThere() ? overview_.shownHeadline()
@@ -221,7 +221,7 @@ void PreferencesWindow::showSetup() {
   });
 }
 
-// Once in the life of this user's files: who has put it off finds it on the pages.
+// The set-up is offered once per user. A person who has put it off finds it on the pages.
 void PreferencesWindow::offerSetup() {
   if (setupOffered_ || !status_ || !status_->connected || !isUntouched(*status_, repository_)) {
     return;

@@ -20,11 +20,11 @@
 
 namespace keldane {
 
-/// Shows what the daemon's threads deliver and hands on what the user wants. Never waits for them; says so
-/// when they get no answer.
+/// Shows what the daemon's threads deliver and hands on the user's requests. It never waits for them, and it
+/// says so when they get no answer.
 class PreferencesWindow : public Gtk::ApplicationWindow {
  public:
-  /// What a person is told who does not look at the window: a sentence, and where it leads.
+  /// Tells a sentence to a person who does not look at the window, and where it leads.
   using Tell = TellPerson;
 
   PreferencesWindow(const DaemonBundle& daemon, AlertKeeper& alerts, Tell tell);
@@ -33,9 +33,10 @@ class PreferencesWindow : public Gtk::ApplicationWindow {
   PreferencesWindow& operator=(const PreferencesWindow&) = delete;
 
   void go(const WindowPlace& place);
-  /// Whether a restore is followed, whose end is told although the window is closed.
+  /// Whether a restore is being followed. Its end is told even when the window is closed.
   bool isRestoring() const { return restore_.isRestoring(); }
-  /// Ends the dealings with the daemon; false when they hang. Then the process is to be ended at once.
+  /// Ends the dealings with the daemon. Returns false when they hang; the process is then to be ended at
+  /// once.
   bool end() { return desk_.end(); }
 
  private:

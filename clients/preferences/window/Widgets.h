@@ -10,17 +10,17 @@
 
 namespace keldane {
 
-/// Pixels between what belongs together; the window's own parts stand twice as far apart.
+/// Pixels between widgets that belong together; the window's own parts stand twice as far apart.
 constexpr int kGap = 6;
 
-/// The name by which who does not see the widget is told of it.
+/// Sets the name by which assistive technology announces the widget.
 void setAccessibleName(Gtk::Widget& widget, const std::string& name);
-/// The same space on all sides.
+/// Sets the same margin on all sides.
 void setMargin(Gtk::Widget& widget, int margin);
-/// What a widget is called by a label that stands before or above it.
+/// Sets the label that stands before or above a widget and names it.
 void setTitle(Gtk::Label& label, const char* text);
 
-/// A text of as many lines as it needs, from the left.
+/// A label that takes as many lines as its text needs, aligned left.
 Gtk::Label* paragraph(const std::string& text = {});
 void makeParagraph(Gtk::Label& label);
 Gtk::Label* heading(const char* text);

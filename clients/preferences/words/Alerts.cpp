@@ -56,7 +56,7 @@ void Alerts::setOn(AlertKind kind, bool on) {
   }
 }
 
-// A clock that was set back would silence what was told in its future.
+// If the clock is set back, alerts told at a later time would silence new ones.
 bool Alerts::mayTell(AlertKind kind, const std::string& subject, double now) {
   if (!isOn(kind) || subject.empty()) {
     return isOn(kind);

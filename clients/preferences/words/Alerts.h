@@ -1,4 +1,4 @@
-// What a person is told who does not look at the window, and how often.
+// Alerts for a person who does not look at the window, and how often they are told.
 #pragma once
 
 #include <array>
@@ -19,7 +19,7 @@ enum class AlertKind {
 
 struct AlertSwitch {
   AlertKind kind;
-  const char* key;    ///< in the user's preferences
+  const char* key;    ///< key in the user's preferences
   const char* title;  ///< not yet translated
 };
 
@@ -31,24 +31,25 @@ inline constexpr std::array kAlertSwitches{
     AlertSwitch{AlertKind::restore, "TellRestore", marked("A restore is done")},
 };
 
-/// Tells the same thing once a day, also when the program was ended meanwhile, and nothing of a kind that is
-/// switched off. A value.
+/// Allows each alert once a day, counted across restarts of the program, and none of a kind that is switched
+/// off. A value.
 class Alerts {
  public:
-  /// Reads those of this user. The call takes as long as the disk does.
+  /// Reads this user's alerts. The call takes as long as the disk does.
   static Alerts read();
-  /// Keeps them for the next time. The call takes as long as the disk does; the entries of others stay.
+  /// Writes them to the preferences. The call takes as long as the disk does; other programs' entries stay.
   void write() const;
 
   bool isOn(AlertKind kind) const { return !off_.contains(kind); }
   void setOn(AlertKind kind, bool on);
-  /// Whether it may be told at this time, in seconds since the UNIX epoch; then it counts as told. `subject`
-  /// is the same for what is the same trouble; empty for what is told each time.
+  /// Whether the alert may be told at `now`, in seconds since the UNIX epoch; if so, it counts as told.
+  /// `subject` is the same for the same trouble; it is empty for alerts that are told each time.
   bool mayTell(AlertKind kind, const std::string& subject, double now);
 
-  /// Notes that the daemon was reached at this time. True when that is to be written, which is once an hour.
+  /// Notes that the daemon was reached at this time. Returns whether this must be written, which is so once
+  /// an hour.
   bool noteReached(double now);
-  /// When the daemon was last reached, an hour at most before it was; 0 for never.
+  /// The time when the daemon was last reached, or at most an hour before; 0 for never.
   double lastReached() const { return lastReached_; }
 
  private:

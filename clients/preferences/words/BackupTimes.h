@@ -1,4 +1,4 @@
-// When there were backups, for a time line.
+// The times of the backups, for a time line.
 #pragma once
 
 #include <cstddef>
@@ -11,20 +11,20 @@ namespace keldane {
 class BackupTimes {
  public:
   BackupTimes() = default;
-  /// In the order of time; those in the future count as the present.
+  /// Takes the times in ascending order; those in the future count as the present.
   BackupTimes(std::vector<double> times, double now);
 
   bool isEmpty() const { return times_.empty(); }
-  /// The first, and the present.
+  /// The time of the first backup; the present when there is none.
   double begin() const { return times_.empty() ? now_ : times_.front(); }
   double now() const { return now_; }
   /// The last backup up to a time; the first when all are later.
   double upTo(double time) const;
   /// The backup, or the present, that lies nearest.
   double nearest(double time) const;
-  /// So many backups later, or, with a negative number, earlier than a time.
+  /// The time that lies `steps` backups after `time`, or before it when `steps` is negative.
   double stepped(double time, int steps) const;
-  /// Times to mark on a line that has room for so many: none stands nearer to the one before than that.
+  /// Times to mark on a line with room for `most` marks. No two marks are closer than that room allows.
   std::vector<double> marks(std::size_t most) const;
 
  private:
@@ -32,7 +32,7 @@ class BackupTimes {
   double now_ = 0;
 };
 
-/// "2026-11-20 14:03:22" in local time, the first full second from then on, as `timeNamed` reads it.
+/// "2026-11-20 14:03:22" in local time, rounded up to a full second, as `timeNamed` reads it.
 std::string exactTimeText(double time);
 
 }  // namespace keldane

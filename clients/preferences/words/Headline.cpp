@@ -12,7 +12,7 @@ namespace keldane {
 namespace {
 
 constexpr double kMinute = 60, kHour = 60 * kMinute, kDay = 24 * kHour;
-constexpr double kTooOld = 3 * kDay;  // for the last good backup, while something waits
+constexpr double kTooOld = 3 * kDay;  // age of the last good backup, while something waits
 
 struct Trouble {
   std::string_view health;
@@ -100,7 +100,7 @@ std::optional<Headline> troubleOf(const StatusSnapshot& status) {
   return std::nullopt;
 }
 
-/// What holds up what waits, without anything being broken.
+/// The reason why files wait although nothing is broken.
 std::optional<Headline> pauseOf(const StatusSnapshot& status, const std::string& waiting) {
   if (status.paused) {
     return Headline{filled(tr("The backup is paused for %s."),
@@ -175,7 +175,7 @@ Headline headline(const StatusSnapshot& status, const PropertyList& repository, 
   const bool isOld = status.lastGoodBackup && now - status.lastGoodBackup.date().unixTime() > kTooOld &&
                      status.pendingFiles > 0;
   if (std::optional<Headline> found = troubleOf(status)) {
-    // A disk that is not connected is nothing to speak of, for some days.
+    // A disk that is not connected is no reason for an alert until some days have passed.
     if (isOld && found->remedy == Remedy::lookAgain) {
       found->alert = AlertKind::noBackup;
     }

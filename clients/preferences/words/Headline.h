@@ -1,4 +1,4 @@
-// How the backup stands, in one sentence.
+// The state of the backup, in one sentence.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@
 
 namespace keldane {
 
-/// What mends what is wrong.
+/// The action that mends the trouble.
 enum class Remedy {
   none,
   setUp,          ///< say where to store
@@ -28,20 +28,20 @@ enum class Remedy {
 struct Headline {
   std::string sentence;
   bool isTrouble = false;
-  std::optional<AlertKind> alert;  ///< trouble of which a person is told who does not look
+  std::optional<AlertKind> alert;  ///< set when a person must be told who does not look at the window
   Remedy remedy = Remedy::none;
-  std::string button;  ///< what the button that does it says; empty without a remedy
+  std::string button;  ///< the label of the button for the remedy; empty without a remedy
 
-  /// The same for the same trouble, whatever the numbers in the sentence are.
+  /// The same text for the same trouble, whatever the numbers in the sentence are.
   std::string subject() const { return alert == AlertKind::noBackup ? "noBackup" : sentence; }
 };
 
-/// `repository` is the daemon's answer to `repository:`, absent when it has none; `now` are seconds since the
-/// UNIX epoch. For a daemon that is connected.
+/// The headline for a connected daemon. `repository` is the daemon's answer to `repository:`, absent when it
+/// has none; `now` is in seconds since the UNIX epoch.
 Headline headline(const StatusSnapshot& status, const PropertyList& repository, double now);
 
 /// The trouble of a daemon that has been away for days. Both times are in seconds since the UNIX epoch;
-/// `lastReached` is 0 when it never was.
+/// `lastReached` is 0 when the daemon was never reached.
 std::optional<Headline> awayHeadline(double lastReached, double now);
 
 /// "just now", "3 minutes ago", "2 hours ago", "5 days ago"; empty for no date.

@@ -20,7 +20,7 @@ std::string drillWords(const PropertyList& repository) {
                 countText(countIn(repository, "drillHashed")), countText(countIn(repository, "drillFailed")));
 }
 
-/// "never", or the date with what came of it.
+/// "never", or the date and the result.
 std::string eventWords(const PropertyList& repository, const char* key, const std::string& result) {
   const std::string date = dateText(repository[key]);
   return date.empty() ? tr("never") : result.empty() ? date : date + ": " + result;

@@ -1,4 +1,4 @@
-// What the daemon tells of the repository, in rows of words.
+// The daemon's report on the repository, in rows of words.
 #pragma once
 
 #include <array>
@@ -11,7 +11,7 @@
 namespace keldane {
 
 struct RepositoryRow {
-  const char* key;    ///< of the answer to `repository:` that the row is about
+  const char* key;    ///< the key of the answer to `repository:` that the row shows
   const char* title;  ///< not yet translated
 };
 
@@ -26,10 +26,10 @@ inline constexpr std::array kRepositoryRows{
     RepositoryRow{"keyFile", marked("Key on this computer")},
 };
 
-/// What a row says; empty when the daemon tells nothing of it.
+/// The text of a row; empty when the daemon reports nothing for it.
 std::string repositoryText(const std::string& key, const PropertyList& repository);
-/// Whether nobody has set anything up: nothing is stored or waits, and there is no repository, or only the
-/// one that the daemon has made for itself.
+/// Whether nothing was set up yet: no file is stored or waits, and there is no repository, or only the one
+/// that the daemon has made for itself.
 bool isUntouched(const StatusSnapshot& status, const PropertyList& repository);
 
 }  // namespace keldane

@@ -1,4 +1,4 @@
-// A place on a server, from what a person fills in.
+// Makes a place on a server from the fields that a person fills in.
 #pragma once
 
 #include <array>
@@ -10,7 +10,7 @@
 
 namespace keldane {
 
-/// Where a repository is, as the daemon takes it.
+/// The location of a repository in the daemon's format.
 struct ServerPlace {
   std::string location;
   PropertyList::Entries environment;
@@ -37,7 +37,8 @@ inline constexpr std::array kServers{
         marked("Another one that restic knows"), {marked("Location, as restic takes it"), nullptr}, nullptr},
 };
 
-/// What the fields come to. `problem` is a sentence when something is missing, and empty otherwise.
+/// Makes a place from the fields. `problem` becomes a sentence when something is missing, and empty
+/// otherwise.
 ServerPlace serverPlace(std::size_t kind, const std::vector<std::string>& fields, const std::string& secret,
                         std::string& problem);
 

@@ -7,7 +7,7 @@ namespace keldane {
 
 namespace {
 
-// What the state does not hold (the minutes of a pause, the account) is asked for this often.
+// Values that the state does not hold (the minutes of a pause, the account) are requested at this interval.
 constexpr RunLoop::Seconds kSlowInterval{10.0};
 
 constexpr std::int32_t kSwitchedOff = 3;
@@ -49,7 +49,8 @@ void DaemonSession::connectionChanged() {
     sendAccount();
     return;
   }
-  // Later, because the first state of this connection is asked for when all observers have been told.
+  // This runs later, because the first state of this connection is requested after all observers have been
+  // told.
   RunLoop::current().perform(
       [this] {
         sendAccount();
@@ -60,7 +61,7 @@ void DaemonSession::connectionChanged() {
 
 void DaemonSession::stateChanged() {
   if (!state_.daemonState()) {
-    return;  // a daemon that is going answers nothing
+    return;  // the daemon is going away and answers nothing
   }
   progress_.update(state_.pendingFileCount(), state_.pendingFileSize(), BackupProgress::Clock::now());
   sendStatus();
@@ -73,14 +74,15 @@ void DaemonSession::sendStatus() {
   deliver_(std::move(snapshot));
 }
 
-// Not with each state: what a daemon that dies while it is asked does not answer would be remembered as
-// empty.
+// The account is not requested with each state: if the daemon ended during the question, the missing answer
+// would be remembered as an empty account.
 void DaemonSession::sendAccount() {
   account_ = askForAccount(state_);
   sendStatus();
 }
 
-// Later, so that a daemon that has just gone is not said to have refused.
+// The refusal is delivered later, so that a missing answer from a daemon that has just gone does not count as
+// one.
 void DaemonSession::refuse(const Refusal& refusal) {
   RunLoop::current().perform(
       [this, refusal] {

@@ -12,9 +12,9 @@
 
 namespace keldane {
 
-/// Follows the daemon's state, does what the window asks for, and delivers what there is to show. After
-/// everything that it sets it asks the daemon, so that what the window shows is the daemon's word. Made, used
-/// and destroyed on the daemon's thread; its calls wait for the daemon without a limit.
+/// Follows the daemon's state, carries out the window's requests, and delivers the updates to be shown. It
+/// asks the daemon after each change, so the window shows what the daemon reports. Made, used and destroyed
+/// on the daemon's thread; its calls wait for the daemon without a limit.
 class DaemonSession {
  public:
   using Deliver = std::function<void(Update)>;
@@ -24,7 +24,7 @@ class DaemonSession {
   DaemonSession(const DaemonSession&) = delete;
   DaemonSession& operator=(const DaemonSession&) = delete;
 
-  /// Connects, and goes on trying.
+  /// Connects, and keeps trying.
   void begin();
 
   /// 0 minutes end a pause.
@@ -33,17 +33,17 @@ class DaemonSession {
   void setLowPriority(bool on);
 
   void setEnabled(bool on);
-  /// After a recovery nothing is stored until somebody says that it may be.
+  /// After a recovery nothing is stored until this is called.
   void endRecoverMode();
 
   /// Shows a tree from this folder down.
   void openFolder(const std::string& path, TreeKind tree = TreeKind::rules) { feed(tree).open(path); }
-  /// Shows the tree to restore from as it was, or, without a function, as it is.
+  /// Shows the restore tree as it was at an earlier time, or, without a function, as it is now.
   void showPast(NodeTree::Past past) { restore_.showPast(std::move(past)); }
   void lookInto(const std::string& folder, TreeKind tree = TreeKind::rules) { feed(tree).lookInto(folder); }
   void closeFolder(const std::string& folder, TreeKind tree = TreeKind::rules) { feed(tree).close(folder); }
   void setIncluded(const std::string& path, bool included);
-  /// Adds a line to the list of what is left out.
+  /// Adds a line to the list of exclusions.
   void leaveOut(const std::string& pattern);
   void setSelected(const std::string& path, bool selected) { restore_.select(path, selected); }
 

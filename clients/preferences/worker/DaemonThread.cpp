@@ -18,9 +18,9 @@ constexpr std::chrono::milliseconds kPatience{1000};
 
 }  // namespace
 
-/// What the thread and its owner share; it outlives whichever goes first.
+/// State that the thread and its owner share; it lives until both have gone.
 struct DaemonThread::Shared {
-  std::unique_ptr<DaemonSession> session;  // the thread's alone
+  std::unique_ptr<DaemonSession> session;  // used by the thread alone
   std::atomic<bool> over = false;
   std::atomic<Clock::rep> lastTurn = Clock::now().time_since_epoch().count();
   std::mutex mutex;

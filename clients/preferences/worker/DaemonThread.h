@@ -10,12 +10,12 @@
 
 namespace keldane {
 
-/// Runs a DaemonSession on a thread of its own, which is the platform's main thread while it lives: one at a
-/// time in a process. The session's deliveries are made on that thread. Owned by the program's first thread,
-/// on which all of this is called.
+/// Runs a DaemonSession on a thread of its own. That thread is the platform's main thread while it lives, so
+/// there can be one at a time in a process. The session delivers its updates on that thread. Owned by the
+/// program's first thread, on which all operations are called.
 ///
-/// The daemon may never answer. So the thread is not waited for without a limit: one that is stuck is left
-/// behind, and then the process may only be ended at once (see `end`).
+/// The daemon may never answer, so no call waits for the thread without a limit. A thread that is stuck is
+/// left behind, and then the process may only be ended at once (see `end`).
 class DaemonThread {
  public:
   DaemonThread(std::shared_ptr<Bundle> bundle, DaemonSession::Deliver deliver);
@@ -23,12 +23,13 @@ class DaemonThread {
   DaemonThread(const DaemonThread&) = delete;
   DaemonThread& operator=(const DaemonThread&) = delete;
 
-  /// Does this on the thread, after what was wanted before.
+  /// Runs `work` on the thread, after all work that was handed in before.
   void perform(std::function<void(DaemonSession&)> work);
-  /// For how long the thread has been busy with one and the same thing: 1 second when it is idle, at most.
+  /// The time for which the thread has been busy with the same piece of work; at most 1 second when it is
+  /// idle.
   std::chrono::steady_clock::duration silence() const;
-  /// Ends the session; false when the thread has not come to it within this time. Nothing is delivered after
-  /// true.
+  /// Ends the session. Returns false when the thread has not ended it within this time. Nothing is delivered
+  /// after a return of true.
   bool end(std::chrono::milliseconds patience);
 
  private:

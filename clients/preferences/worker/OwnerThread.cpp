@@ -42,7 +42,7 @@ OwnerAnswer answerTo(const std::string& socketPath, const std::string& selector,
 
 }  // namespace
 
-/// What the thread and its owner share; it outlives whichever goes first.
+/// State that the thread and its owner share; it lives until both have gone.
 struct OwnerThread::Shared {
   struct Question {
     std::string selector;

@@ -1,4 +1,4 @@
-// What the daemon's thread tells the window.
+// The updates that the daemon's thread sends to the window.
 #pragma once
 
 #include <string>
@@ -10,21 +10,21 @@
 
 namespace keldane {
 
-/// The folder at the top of the tree; the tree begins anew with a fresh one.
+/// The folder at the top of the tree. The tree begins anew when `fresh` is set.
 struct TopRow {
   NodeRow row;
   bool fresh = false;
   TreeKind tree = TreeKind::rules;
 };
 
-/// A row before which sibling it belongs, by that one's path; at the end when that is empty. It is added
-/// after the sibling, so that rows come from the last to the first.
+/// A row and the path of the sibling before which it belongs; an empty path stands for the end. It is added
+/// after that sibling, so rows come from the last to the first.
 struct AddedRow {
   NodeRow row;
   std::string before;
 };
 
-/// What has become different in a folder that is looked into; also sent when nothing has.
+/// The changes in a folder whose content is shown; also sent when there are none.
 struct FolderChange {
   std::string folder;
   std::vector<AddedRow> added;
@@ -33,24 +33,25 @@ struct FolderChange {
   TreeKind tree = TreeKind::rules;
 };
 
-/// What is selected to be restored in the tree, the topmost paths.
+/// The paths that are selected to be restored in the tree; only the topmost ones.
 struct Selection {
   std::vector<std::string> paths;
 };
 
-/// The daemon did not take it: a setting, or, with a path, a rule.
+/// A setting, or, with a path, a rule that the daemon did not accept.
 struct Refusal {
   std::string path;
   std::string state;  ///< the daemon's word for the path
 };
 
-/// What the daemon tells of one path when it is asked for it alone; absent when it knows nothing of it.
+/// The daemon's report on one path when it is asked for that path alone; `node` is absent when it knows
+/// nothing.
 struct PathAnswer {
   std::string path;
   PropertyList node;
 };
 
-/// What a folder had that is only in the backup now: node dictionaries, as an array.
+/// Deleted files of a folder that are only in the backup now: an array of node dictionaries.
 struct MissingAnswer {
   std::string folder;
   PropertyList nodes;

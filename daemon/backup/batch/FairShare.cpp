@@ -17,7 +17,7 @@ constexpr std::uint64_t kFileCost = 128 << 10;
 struct Turn {
   std::uint64_t had = 0;
   uid_t owner = 0;
-  // The queue answers the greatest element, which must be the owner who has had the least.
+  // The queue returns the greatest element, which must be the owner who has had the least.
   bool operator<(const Turn& other) const { return had != other.had ? had > other.had : owner > other.owner; }
 };
 

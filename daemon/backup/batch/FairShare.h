@@ -19,7 +19,7 @@ struct BatchBounds {
 /// The sizes of the pending files by owner, each owner's in their order.
 using WaitingSizes = std::map<uid_t, std::vector<std::uint64_t>>;
 
-/// Remembers what each owner has had while files of theirs waited. One thread.
+/// Remembers what each owner has had while files of theirs waited. Used on one thread.
 class FairShare {
  public:
   /// The number of each owner's first files that go into the next batch. File by file, the owner who has had

@@ -19,7 +19,7 @@ bool canLookLikeAnother(const std::string& path);
 /// Finds out which files of one snapshot were stored although their names can look alike in the engine's
 /// reports. Most of them look like no other file, and then the report counts. For several that look alike,
 /// the repository is asked how many of them it has. When it has all of them, one is fetched as a test;
-/// otherwise each of them is. One thread.
+/// otherwise each of them is. Used on one thread.
 class LookAlikes {
  public:
   enum class Word {
@@ -31,7 +31,7 @@ class LookAlikes {
 
   /// Adds a file that the snapshot may hold. A file that looks like no other is ignored.
   void add(const std::string& path);
-  /// Asks about all files for which the engine's report is not enough. `took` and `failed` answer what it
+  /// Asks about all files for which the engine's report is not enough. `took` and `failed` return what it
   /// reported for a reported name. The first problem with the repository ends this; the remaining files are
   /// then unknown.
   using Told = std::function<bool(const std::string& name)>;

@@ -51,7 +51,7 @@ class LineReader {
 
   int descriptor() const { return pipe_.get(); }
   /// Reads at most as much as a pipe can hold, so that the job is checked even if the output never ends.
-  /// Answers the number of bytes. At the end of the output it closes the pipe.
+  /// Returns the number of bytes. At the end of the output it closes the pipe.
   std::size_t read() {
     char block[65536];
     std::size_t bytes = 0;

@@ -28,7 +28,7 @@ struct ChildCommand {
   std::function<void(std::string_view line)> errorLine;
 };
 
-/// How a child ended.
+/// The end of a child.
 struct ChildEnd {
   int startError = 0;   ///< the error number when it could not be started at all
   int exitStatus = -1;  ///< -1 unless it ended by itself
@@ -39,7 +39,7 @@ struct ChildEnd {
 
 /// Runs a program without a terminal and without this process's descriptors, signal mask and handlers. The
 /// program ends when this process ends, for any reason. A cancelled job sends it SIGINT within about 0.1 s,
-/// and 10 s later SIGKILL, with all processes that it started. Blocks; any thread, several at once.
+/// and 10 s later SIGKILL, with all processes that it started. Blocks; several threads may call it at once.
 ChildEnd runChild(const ChildCommand& command, const EngineJob& job);
 
 }  // namespace keldane

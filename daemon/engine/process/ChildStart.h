@@ -7,7 +7,7 @@
 
 namespace keldane {
 
-/// Starts the program with these descriptors as its standard output and error. Answers its process id, or -1
+/// Starts the program with these descriptors as its standard output and error. Returns its process id, or -1
 /// with the error number.
 pid_t startChild(const ChildCommand& command, int output, int errors, bool lowPriority, int* error);
 

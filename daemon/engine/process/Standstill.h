@@ -9,12 +9,12 @@
 namespace keldane {
 
 /// Version 0.14 of restic can wait for itself for ever when a write into a folder has failed because the disk
-/// is full. It then goes on printing a status each second, always with the same numbers. One thread.
+/// is full. It then goes on printing a status each second, always with the same numbers. Used on one thread.
 class Standstill {
  public:
   using Moment = std::chrono::steady_clock::time_point;
 
-  /// Takes a line of the program's output. Answers whether its statuses have been the same for a minute.
+  /// Takes a line of the program's output. Returns whether its statuses have been the same for a minute.
   bool isSeenIn(std::string_view line, Moment now);
   /// The size in bytes of all files of the backup, according to the last status.
   std::uint64_t totalBytes() const { return totalBytes_; }

@@ -35,7 +35,7 @@ std::size_t sequenceLength(std::string_view text) {
   return length;
 }
 
-/// Removes and answers the first character. A byte that is not UTF-8 counts as a character.
+/// Removes and returns the first character. A byte that is not UTF-8 counts as a character.
 std::string_view takeCharacter(std::string_view& text) {
   const std::size_t length = sequenceLength(text);
   const std::string_view character = text.substr(0, length == 0 ? 1 : length);
@@ -43,7 +43,7 @@ std::string_view takeCharacter(std::string_view& text) {
   return character;
 }
 
-/// Removes and answers one end of a range: a character, possibly after a backslash.
+/// Removes and returns one end of a range: a character, possibly after a backslash.
 std::optional<std::string_view> takeEnd(std::string_view& pattern) {
   if (pattern.starts_with('\\')) {
     pattern.remove_prefix(1);
@@ -51,7 +51,7 @@ std::optional<std::string_view> takeEnd(std::string_view& pattern) {
   return pattern.empty() ? std::nullopt : std::optional(takeCharacter(pattern));
 }
 
-/// Removes the rest of a set "[...]" whose "[" was removed already, and answers whether the character is in
+/// Removes the rest of a set "[...]" whose "[" was removed already, and returns whether the character is in
 /// it. Comparing UTF-8 bytes gives the order of code points.
 std::optional<bool> takeSet(std::string_view& pattern, std::string_view character) {
   const bool negated = pattern.starts_with('^');

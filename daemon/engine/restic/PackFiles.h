@@ -14,7 +14,7 @@ namespace keldane {
 bool isIdOrBeginning(std::string_view id);
 bool isWholeId(std::string_view id);
 
-/// Replaces a damaged pack by an intact copy from the cache, which keeps packs of folder listings. Answers
+/// Replaces a damaged pack by an intact copy from the cache, which keeps packs of folder listings. Returns
 /// whether there was one. Throws std::runtime_error when it cannot be written.
 bool bringBackFromCache(const std::string& repository, const std::string& cache, const std::string& pack,
                         EngineJob& job);

@@ -168,7 +168,8 @@ EngineAnswer ResticEngine::removeKey(const std::string& id, EngineJob& job) {
                              : EngineAnswer{Health::failed, "An id of a key is no hexadecimal number."};
 }
 
-/// It says "snapshot ID saved" of each that it has copied and "skipping …" of each that is there.
+/// The program prints "snapshot ID saved" for each snapshot that it has copied, and "skipping …" for each
+/// that is there already.
 EngineAnswer ResticEngine::copyFrom(const RepositoryFiles& other,
                                     const std::function<void(std::size_t)>& copied, EngineJob& job) {
   ResticSession session = open(Purpose::use, job);
@@ -176,7 +177,7 @@ EngineAnswer ResticEngine::copyFrom(const RepositoryFiles& other,
     return session.state();
   }
   try {
-    // With -v it tells of those that are there already, too.
+    // With -v the program also reports the snapshots that are there already.
     std::vector<std::string> arguments = {"copy", "-v"};
     if (const EngineAnswer answer = session.addSource(other, arguments); !answer) {
       return answer;

@@ -96,8 +96,8 @@ EngineAnswer ResticSession::prepare(Purpose purpose) {
   return {};
 }
 
-/// Checks a repository in a folder first, because the storage program would retry for most of a minute what
-/// is refused or gone.
+/// Checks a repository in a folder first, because the storage program would retry for most of a minute when
+/// access is refused or the folder is gone.
 EngineAnswer ResticSession::lookAtFolder(const std::string& folder, Purpose purpose) const {
   struct stat status {};
   if (purpose == Purpose::make) {
@@ -165,8 +165,8 @@ EngineAnswer ResticSession::addSource(const RepositoryFiles& source, std::vector
   return {};
 }
 
-/// The command for SSH names a server, and a run has one such command. With two servers each gets the storage
-/// program's own.
+/// A configured command for SSH names one server, and a run can have only one such command. With two servers,
+/// each is reached with the storage program's own command.
 void ResticSession::addSourceOptions(const RepositoryConfig& source) {
   for (const auto& [name, value] : source.options) {
     if (!configuration_.options.contains(name)) {

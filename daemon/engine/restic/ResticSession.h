@@ -22,7 +22,7 @@ struct RunOutput {
   std::string workingFolder = "/";
 };
 
-/// How one run ended.
+/// The end of one run.
 struct RunEnd {
   EngineAnswer answer;
   int exitStatus = -1;
@@ -47,8 +47,8 @@ class ResticSession {
   unsigned minorVersion() const { return program_.minor; }
   std::string computerTag() const { return "computer:" + std::to_string(configuration_.computerNumber); }
 
-  /// Lets runs read another repository as well and adds the arguments that say which. Not ready when the two
-  /// need different credentials of one kind, of which a run can have only one.
+  /// Lets runs also read another repository, and adds the arguments that name it. Not ready when the two
+  /// repositories need different credentials of one kind, because a run can have only one.
   EngineAnswer addSource(const RepositoryFiles& source, std::vector<std::string>& arguments);
 
   RunEnd run(const std::vector<std::string>& arguments, const RunOutput& output = {});

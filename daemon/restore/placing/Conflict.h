@@ -1,4 +1,4 @@
-// What to do with an item that is already at the place of a restored file.
+// The treatment of an item that is already at the place of a restored file.
 #pragma once
 
 #include <cstdint>

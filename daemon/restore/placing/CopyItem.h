@@ -9,13 +9,13 @@
 
 namespace keldane {
 
-/// On whose behalf a copy is made.
+/// The user on whose behalf a copy is made.
 enum class CopyAs {
   owner,    ///< the daemon itself: everything is kept, as root the owner too
   stranger  ///< another user: no owner, no setuid, setgid or sticky bit, only what a user may set
 };
 
-/// A function that is called at intervals while contents are copied. When it answers false, the copy ends
+/// A function that is called at intervals while contents are copied. When it returns false, the copy ends
 /// with ECANCELED. It is a plain function, because the child of a fork cannot call any other.
 struct CopyPermit {
   bool (*mayGoOn)(const void* context) = nullptr;
@@ -23,12 +23,12 @@ struct CopyPermit {
 };
 
 /// Gives a file or folder the mode, owner, access lists, extended attributes and times of another. Both are
-/// open. The times are those of `status`, so reading or writing meanwhile makes no difference. Answers 0 or
+/// open. The times are those of `status`, so reading or writing meanwhile makes no difference. Returns 0 or
 /// the first error number.
 int copyMetadata(int from, const struct stat& status, int to, CopyAs as);
 
 /// Copies an open regular file to a new file `temporary` in a folder, holes kept, metadata included.
-/// `metadata` receives the error number of metadata that could not be set. Answers 0 or an error number;
+/// `metadata` receives the error number of metadata that could not be set. Returns 0 or an error number;
 /// after an error no file is left.
 int copyFile(int from, int toFolder, const char* temporary, CopyAs as, const CopyPermit& permit,
              int& metadata);

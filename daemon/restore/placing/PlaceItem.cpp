@@ -19,7 +19,7 @@ namespace {
 // More copies of one name than this mean that something else is wrong.
 constexpr unsigned kMostNames = 100'000;
 
-/// Writes " (restored 12)" and answers its length.
+/// Writes " (restored 12)" and returns its length.
 std::size_t writeMark(unsigned attempt, char (&mark)[32]) {
   constexpr char kWord[] = " (restored";
   std::memcpy(mark, kWord, sizeof(kWord) - 1);

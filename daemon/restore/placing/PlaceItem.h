@@ -27,14 +27,14 @@ void restoredName(const char* name, unsigned attempt, char (&out)[NAME_MAX + 1])
 PlaceResult placeItem(int fromFolder, const char* fromName, int toFolder, const char* name,
                       Conflict conflict);
 
-/// Moves an item of any kind to a name that is free. Answers 0 or the error number, which is EEXIST when the
+/// Moves an item of any kind to a name that is free. Returns 0 or the error number, which is EEXIST when the
 /// name is taken.
 int moveToFreeName(int fromFolder, const char* fromName, int toFolder, const char* name);
 
 /// Sets the permissions of an item that is no link, in a folder that only this process changes.
 bool setModeIn(int folder, const char* name, mode_t mode);
 
-/// Opens a folder below another without following a link. Answers -1 with the error in errno: ELOOP for a
+/// Opens a folder below another without following a link. Returns -1 with the error in errno: ELOOP for a
 /// symbolic link, ENOTDIR for any other item that is no folder. `flags` are O_PATH or O_RDONLY.
 int openFolderIn(int folder, const char* name, int flags);
 

@@ -12,7 +12,7 @@
 namespace keldane {
 
 /// The target of restored files: an open folder, and the current folder somewhere below it. The operations
-/// answer error numbers; 0 is success. One thread.
+/// return error numbers; 0 is success. Used on one thread.
 class PlaceTarget {
  public:
   PlaceTarget() = default;
@@ -74,7 +74,7 @@ struct PlaceWatch {
 };
 
 /// Places the contents of a staged folder below the target's root. `path` is the root's path for messages.
-/// Answers whether the work was completed.
+/// Returns whether the work was completed.
 bool placeTree(int stagedFolder, const std::string& path, PlaceTarget& target, const PlaceWatch& watch);
 
 /// A sentence that says why an item was not placed.

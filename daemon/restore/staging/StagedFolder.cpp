@@ -18,7 +18,7 @@ struct CloseFolder {
   void operator()(DIR* folder) const { closedir(folder); }
 };
 
-// Removes the items that are not to stay, and answers whether there were any.
+// Removes the items that are not to stay, and returns whether there were any.
 bool filterFolder(int folder, const std::string& path, const Stays& stays) {
   bool isChanged = false;
   for (const std::string& name : namesIn(folder)) {

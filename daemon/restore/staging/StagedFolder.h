@@ -12,7 +12,7 @@
 namespace keldane {
 
 /// An open folder that can be read and changed whatever its mode is. The destructor restores mode and times,
-/// so that adding or removing items leaves no trace. One thread.
+/// so that adding or removing items leaves no trace. Used on one thread.
 class StagedFolder {
  public:
   /// Opens `name` in a folder that only this process changes. Not open when it is no folder, with the reason

@@ -15,7 +15,8 @@
 namespace keldane {
 
 /// Has the storage program restore the items of a plan, removes files that are not wanted or not whole, and
-/// arranges the others in the folder `new` of the staging as they are to be in the target. One thread.
+/// arranges the others in the folder `new` of the staging as they are to be in the target. Used on one
+/// thread.
 class Stager {
  public:
   struct Options {

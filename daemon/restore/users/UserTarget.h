@@ -17,7 +17,7 @@ namespace keldane {
 ///
 /// A forked child process, which makes system calls only, has these ids. A thread with the user's ids would
 /// share the daemon's memory, descriptors and signals with that user. The child receives only files that
-/// belong to the user in the staging, as open descriptors. One thread.
+/// belong to the user in the staging, as open descriptors. Used on one thread.
 class UserTarget : public PlaceTarget {
  public:
   struct Options {

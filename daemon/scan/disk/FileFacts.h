@@ -1,4 +1,4 @@
-// Facts about a file that the file system answers.
+// Facts about a file that the file system reports.
 #pragma once
 
 #include <sys/stat.h>

@@ -13,17 +13,17 @@
 
 namespace keldane {
 
-/// Reads one folder after the other and uses the same memory again. It answers files and links with their
-/// state, and folders with their names; it ignores sockets, pipes and devices. One thread.
+/// Reads one folder after the other and uses the same memory again. It returns files and links with their
+/// state, and folders with their names; it ignores sockets, pipes and devices. Used on one thread.
 class FolderEntries {
  public:
   struct File {
-    std::string_view name;  ///< of this object, until the next folder is read; a zero byte comes after it
+    std::string_view name;  ///< valid until the next folder is read; a zero byte follows it
     FileState state;
-    uid_t owner = 0;  ///< as ownerOf() has it
+    uid_t owner = 0;  ///< the result of ownerOf()
   };
 
-  /// Reads a folder, which stays open until close(); a final symbolic link is not followed. Answers 0 or the
+  /// Reads a folder, which stays open until close(); a final symbolic link is not followed. Returns 0 or the
   /// error's number. `cacheTag` and `attribute` say which marks are looked for.
   int read(const std::string& folder, bool cacheTag, bool attribute);
   /// Closes the folder. A file system with an open folder cannot be unmounted.

@@ -11,7 +11,8 @@
 namespace keldane {
 
 /// Remembers, in the store's settings, the mount points below which included files lie, and the file system
-/// that was mounted there. This tells a disk that is not connected from files that were deleted. Any thread.
+/// that was mounted there. This tells a disk that is not connected from files that were deleted. Used on any
+/// thread.
 class KnownMounts {
  public:
   explicit KnownMounts(Store& store);

@@ -82,7 +82,7 @@ void ReadAhead::readBatch(Batch& batch) {
       ++batch.read;
     }
   } catch (...) {
-    if (batch.read == 0) {  // else the folder is the first of another batch, and throws again
+    if (batch.read == 0) {  // otherwise the folder is the first of another batch, and throws again
       batch.error = std::current_exception();
     }
   }

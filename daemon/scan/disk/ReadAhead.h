@@ -42,7 +42,7 @@ class ReadAhead {
   void take(std::vector<std::string>& folders);
   /// Whether all folders that were taken have been answered.
   bool isIdle() const { return given_ == answered_; }
-  /// Waits for the oldest batch and answers its folders; they are valid until the next call. Folders that
+  /// Waits for the oldest batch and returns its folders; they are valid until the next call. Folders that
   /// were not read, because those before them have too many entries, go back to the list. Throws the
   /// exception of the reading thread; only the folder that caused it is lost. There must be a batch.
   std::span<FolderRead> next(std::vector<std::string>& folders);

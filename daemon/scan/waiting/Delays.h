@@ -13,7 +13,7 @@
 namespace keldane {
 
 /// Remembers files with the state in which they could not be stored. Such a file is not tried again until it
-/// has changed or an hour has passed. Any thread; the mutex is a leaf.
+/// has changed or an hour has passed. Used on any thread; the mutex is a leaf.
 class Delays {
  public:
   void add(const std::string& path, const FileState& state);

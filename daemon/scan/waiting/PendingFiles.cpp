@@ -21,7 +21,7 @@ std::uint32_t PendingFiles::beginScan() {
   return ++scan_;
 }
 
-// With the mutex held.
+// The caller holds the mutex.
 void PendingFiles::count(const WaitingNames& names, int sign) {
   if (sign > 0) {
     files_ += names.files();
@@ -137,7 +137,7 @@ void PendingFiles::removeUnless(const std::string& path,
   }
 }
 
-// With the mutex held.
+// The caller holds the mutex.
 std::optional<WaitingName> PendingFiles::find(std::string_view path) const {
   const auto folder = folders_.find(parentPath(path));
   return folder == folders_.end() ? std::nullopt : folder->second.find(entryName(path));

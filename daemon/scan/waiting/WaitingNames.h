@@ -23,23 +23,23 @@ struct WaitingName {
 
 /// Names with sizes and owners, in the order of the names' bytes. Each keeps the number of the scan during
 /// which it was added or removed, so that a scan that began earlier does not undo that. A file takes 25 bytes
-/// and its name. One thread at a time.
+/// and its name. Used by one thread at a time.
 class WaitingNames {
  public:
-  /// Answers whether it was not pending before.
+  /// Returns whether it was not pending before.
   bool add(const WaitingName& file, std::uint32_t scan);
   void remove(std::string_view name, std::uint32_t scan);
-  /// Removes the name unless it was added after the scan `since` had begun. Answers false when it stays.
+  /// Removes the name unless it was added after the scan `since` had begun. Returns false when it stays.
   bool removeIfOlder(std::string_view name, std::uint32_t since, std::uint32_t scan);
   /// The name in the answer is that of the argument and lives as long.
   std::optional<WaitingName> find(std::string_view name) const;
   /// Replaces all names by `files`, which are in the order of their names. Names that were added or removed
-  /// after `scan` had begun stay as they are. Answers whether a file is now pending that was not.
+  /// after `scan` had begun stay as they are. Returns whether a file is now pending that was not.
   bool replace(const std::vector<WaitingName>& files, std::uint32_t scan);
   /// Removes all names but those that were added after `scan` had begun.
   void removeOlder(std::uint32_t scan);
 
-  /// Calls `visit(const WaitingName&)` until it answers false.
+  /// Calls `visit(const WaitingName&)` until it returns false.
   template <class Visit>
   bool visit(const Visit& visit) const;
   std::size_t files() const { return entries_.size() - gone_; }

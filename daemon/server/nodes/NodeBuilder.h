@@ -32,7 +32,7 @@ enum class Standing {
 };
 
 /// Combines the knowledge of the file system, the rules, the records and the worker, as far as the asking
-/// peer may see the files. Any thread; it has no state of its own.
+/// peer may see the files. Used on any thread; it has no state of its own.
 class NodeBuilder {
  public:
   NodeBuilder(Store& store, const RuleBook& rules, const BackupWorker& worker)

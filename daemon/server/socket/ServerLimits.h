@@ -32,7 +32,7 @@ struct ServerLimits {
 };
 
 /// The turns of requests that walk through folders or long lists, which takes time and memory. Turns of one
-/// user are given in the order of the requests. Any thread.
+/// user are given in the order of the requests. Used on any thread.
 class WalkTurns {
  public:
   WalkTurns(unsigned all, unsigned ofUser) : all_(all), ofUser_(ofUser) {}

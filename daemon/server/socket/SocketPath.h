@@ -8,7 +8,7 @@
 namespace keldane {
 
 /// Claims a socket's path before a server listens there, and keeps it for its lifetime. A lock file beside
-/// the socket decides between daemons; the file is never removed. One thread.
+/// the socket decides between daemons; the file is never removed. Used on one thread.
 class SocketPath {
  public:
   /// `allowSharedFolder` allows folders in which others could replace the socket.

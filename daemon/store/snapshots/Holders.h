@@ -27,8 +27,8 @@ struct SnapshotTable {
   std::vector<std::uint32_t> fulls;  ///< the numbers of the full ones, growing
 };
 
-/// Answers which snapshots of a table hold a version. One thread; the caller holds the mutex that guards the
-/// connection.
+/// Finds the snapshots of a table that hold a version. Used on one thread; the caller holds the mutex that
+/// guards the connection.
 class Holders {
  public:
   Holders(SQLite::Database& database, std::shared_ptr<const SnapshotTable> snapshots);

@@ -10,7 +10,7 @@
 namespace keldane {
 
 /// Absolute paths, folder by folder: each folder is kept once, with the names in it. A path takes its name
-/// and one byte, and at most as much again. One thread at a time.
+/// and one byte, and at most as much again. Used by one thread at a time.
 class PathsByFolder {
   // The names of each folder, each with a zero byte after it.
   using Folders = std::map<std::string, std::string, std::less<>>;

@@ -18,7 +18,7 @@ class SnapshotNotes {
  public:
   SnapshotNotes(SQLite::Database& database, const SnapshotRecord& snapshot);
 
-  /// To be called at the beginning of each transaction, because others may have written since the last one.
+  /// Called at the beginning of each transaction, because others may have written since the last one.
   void begin();
   /// Records that the snapshot holds a version of a file. A version that is not known yet is added. With
   /// `isThere`, a removal that was recorded before the snapshot's time is cancelled.
@@ -37,7 +37,7 @@ class SnapshotNotes {
     std::int64_t version = 0;
     std::optional<std::int64_t> firstFull, lastFull;
   };
-  /// Where the interval of a version is.
+  /// The table that holds the interval of a version.
   enum class Place { files, versions };
 
   std::optional<Row> newest(const std::string& path);

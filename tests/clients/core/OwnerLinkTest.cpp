@@ -11,7 +11,7 @@
 namespace keldane {
 namespace {
 
-/// A listener on the second socket of a first one that nobody has.
+/// A listener on the second socket; nothing listens on the first.
 class OwnerLinkTest : public ::testing::Test {
  protected:
   OwnerLinkTest() { std::filesystem::rename(peer_.path(), ownerSocketPath(peer_.path())); }

@@ -1,4 +1,4 @@
-// A worker over a folder with three files, and an engine that the test watches.
+// A worker for a folder with three files, and an engine that the test observes.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -16,7 +16,7 @@
 
 namespace keldane::testing {
 
-/// Records what it is told to store, and fails when the test says so.
+/// Records the requests to store, and fails when the test says so.
 struct WatchedEngine : RecordingEngine {
   using RecordingEngine::RecordingEngine;
   StoreAnswer store(const StoreRequest& request, const StoreObserver& observer, EngineJob& job) override {
@@ -37,7 +37,7 @@ struct WatchedEngine : RecordingEngine {
     const std::lock_guard guard(mutex);
     return requests.size();
   }
-  /// What the n-th batch was to store, without its manifest.
+  /// The targets of a batch, without its manifest.
   std::vector<std::string> targets(std::size_t batch) {
     const std::lock_guard guard(mutex);
     std::vector<std::string> targets = requests.at(batch).targets;
@@ -54,7 +54,7 @@ struct WatchedEngine : RecordingEngine {
       [](const StoreRequest&, EngineJob&) { return EngineAnswer(); };
 };
 
-/// A repository that needs no care.
+/// A repository that needs no upkeep.
 struct CarelessKeeper : RepositoryKeeper {
   EngineAnswer makeReady(EngineJob&) override { return {}; }
   std::optional<EngineAnswer> lookAfter(EngineJob&) override { return std::nullopt; }

@@ -18,7 +18,7 @@ EngineAnswer unreachable(const StoreRequest&, EngineJob&) {
 }
 EngineAnswer ready(const StoreRequest&, EngineJob&) { return {}; }
 
-/// Keeps a call until its job is cancelled.
+/// Delays a call until its job is cancelled.
 EngineAnswer untilCancelled(const StoreRequest&, EngineJob& job) {
   eventually([&] { return job.cancelled.load(); });
   return {Health::cancelled, ""};
@@ -74,7 +74,7 @@ TEST_F(BackupWorkerTest, ABatchTakesTheOthersOfItsHourAlong) {
     ASSERT_TRUE(eventually([&] { return engine_.batches() > before; }));
   }
   ASSERT_TRUE(waitUntilDone());
-  // The hour may have ended between the two.
+  // Another hour may have begun between the two batches.
   const std::vector<std::string> targets = engine_.targets(2);
   if (targets.size() > 1) {
     EXPECT_EQ(targets, (std::vector<std::string>{file("b"), file("a")}));
@@ -170,7 +170,7 @@ TEST_F(BackupWorkerTest, WhileItRestsPreferredFilesAloneAreStoredAndThenTheOther
   worker_.prioritize(file("b"));
   ASSERT_TRUE(eventually([&] { return isStored("b"); }));
   EXPECT_EQ(store_.totals().files, 1U);
-  modes.restsUntil = secondsSinceBoot() + 1;  // and nobody says anything any more
+  modes.restsUntil = secondsSinceBoot() + 1;  // and no further report follows
   worker_.setModes(modes);
   EXPECT_TRUE(eventually([&] { return store_.totals().files == 3; }));
 }
@@ -341,7 +341,7 @@ TEST_F(BackupWorkerTest, AFileThatALookFindsStoredIsNoLongerPrioritized) {
   ASSERT_TRUE(eventually([&] { return worker_.progress().pendingFiles == 3; }));
   worker_.prioritize(file("b"));
   EXPECT_TRUE(worker_.isPrioritized(file("b")));
-  // The catalogue has it, and its batch has not ended yet.
+  // The catalogue has the file, and its batch has not ended yet.
   store_.addSnapshot({store_.takeNumber(), "a snapshot", 1000, false, {}},
                      {{file("b"), fileStateOf(*statusOf(file("b")))}}, {});
   worker_.reconsider(folder_ / "files");

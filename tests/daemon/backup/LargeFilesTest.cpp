@@ -1,4 +1,5 @@
-// What goes on beside a file that takes for ever: a sparse file, which costs no room and an hour to read.
+// Work that goes on beside a file that takes very long: a sparse file, which needs no space and an hour to
+// read.
 #include <gtest/gtest.h>
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-// The care of a real repository of a test's own.
+// The upkeep of a real repository that belongs to one test.
 #pragma once
 
 #include <fcntl.h>
@@ -17,7 +17,7 @@
 
 namespace keldane::testing {
 
-/// A catalogue and the parts that work on it; several can look at one repository, one after the other.
+/// A catalogue and the parts that work on it. Several can use one repository, one after the other.
 struct Keeping {
   Keeping(const std::string& store, const DataFolder& data, const CareTimes& times = {})
       : catalogue(store), files(data), care(catalogue, rules, engine, files, watch, times) {}
@@ -46,14 +46,14 @@ class RepositoryCareTest : public ::testing::Test {
     begin();
     here_->rules.setRule(folder_ / "files", true);
   }
-  /// A daemon's life begins, with another catalogue if that is named.
+  /// Starts a new daemon, with another catalogue if one is named.
   void begin(const std::string& store = "store.sqlite") {
     here_.reset();
     here_ = std::make_unique<Keeping>(folder_ / store, DataFolder{folder_ / "data"});
     const EngineAnswer answer = here_->care.makeReady(here_->job);
     ASSERT_TRUE(answer) << answer.detail;
   }
-  /// Stores what has changed, everything if `full`.
+  /// Stores the files that have changed, or all files if `full`.
   BatchEnd store(bool full = false) {
     const std::atomic<bool> goOn = false;
     here_->scanner.scan(folder_ / "files", goOn);
@@ -72,7 +72,7 @@ class RepositoryCareTest : public ::testing::Test {
   std::vector<VersionRecord> versions(const std::string& name) {
     return here_->catalogue.versions(file(name));
   }
-  /// What the repository gives back of a version.
+  /// The content of a version, fetched from the repository.
   std::string fetched(const VersionRecord& version, const std::string& name) {
     const std::string copy = folder_.write("fetched", "");
     const Descriptor out(open(copy.c_str(), O_WRONLY | O_CLOEXEC));
@@ -93,7 +93,7 @@ class RepositoryCareTest : public ::testing::Test {
     }
   }
 
-  /// The largest pack, which holds the bytes that were stored last when they are most of all.
+  /// The largest pack, which holds the bytes that were stored last if these are the most.
   std::string largestPack() const {
     std::filesystem::path largest;
     for (const auto& entry :

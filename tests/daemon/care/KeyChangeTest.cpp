@@ -13,10 +13,10 @@
 namespace keldane::testing {
 namespace {
 
-/// The power fails.
+/// Thrown when the power fails.
 struct PowerCut {};
 
-/// A repository that is nothing but its keys, and a power cut or a failure before or after any step.
+/// A repository that consists of its keys only, with a power cut or a failure before or after any step.
 class KeyedEngine : public RecordingEngine {
  public:
   explicit KeyedEngine(const RepositoryFiles& files) : RecordingEngine(files), files_(files) {
@@ -24,7 +24,7 @@ class KeyedEngine : public RecordingEngine {
   }
 
   std::set<std::string> known;
-  int stepsLeft = -1;  ///< of which each begins and ends; at 0 `interrupt` is called
+  int stepsLeft = -1;  ///< each call is two steps, its begin and its end; `interrupt` is called at 0
   std::function<EngineAnswer()> interrupt;
 
   EngineAnswer probe(EngineJob&) override {

@@ -124,7 +124,7 @@ TEST_F(RepositoryCareTest, ADrillFindsWhatCannotBeHadBack) {
 
 TEST_F(RepositoryCareTest, FilesInADamagedPackAreStoredAnewAndFetchedBeforeTheyCount) {
   store(true);
-  // Bytes that cannot be compressed are in the largest pack; the packs of the trees stay whole.
+  // Bytes that cannot be compressed are in the largest pack, so the packs of the trees stay whole.
   const std::string content = randomText(300'000);
   folder_.write("files/sub/b", content);
   store();

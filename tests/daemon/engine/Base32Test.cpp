@@ -13,7 +13,7 @@ std::string textOf(std::string_view bytes) {
   return base32({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()});
 }
 
-/// A key in which I, L, O and B all stand.
+/// A key that contains I, L, O and B.
 const std::string kSample = "BILOBILOBILOBILOBILOBILOBILOBILOBILOBILOBILOBILOBIOQ";
 
 std::string inGroups(const std::string& text) {

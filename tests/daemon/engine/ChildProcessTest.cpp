@@ -31,7 +31,7 @@ class ChildProcessTest : public ::testing::Test {
     return command;
   }
   ChildEnd run(const std::string& line) { return runChild(shell(line), job_); }
-  /// The number that a child has written into a file.
+  /// The process id that a child has written into a file.
   pid_t writtenPid(const std::string& name) const {
     const std::string file = folder_ / name;
     EXPECT_TRUE(eventually([&] { return readWhole(file).ends_with('\n'); }));
@@ -142,7 +142,7 @@ TEST_F(ChildProcessTest, LooksAtTheJobWhileOutputComesWithoutAnEnd) {
 }
 
 TEST_F(ChildProcessTest, KillsTheChildAndItsHelpersWhenItDoesNotListen) {
-  // Takes ten seconds: that is how long a child may clean up.
+  // This takes ten seconds, the time that a child has for cleaning up.
   const std::string helper = folder_ / "helper";
   ChildCommand command = shell("trap '' INT; setsid sleep 60 & echo $! > " + helper +
                                "; echo ready; while :; do sleep 0.05; done");

@@ -1,4 +1,4 @@
-// A local repository of a test's own, with the real storage program.
+// A local repository for one test, with the real storage program.
 #pragma once
 
 #include <fcntl.h>
@@ -32,7 +32,7 @@ inline std::ostream& operator<<(std::ostream& out, const EngineAnswer& answer) {
 
 namespace keldane::testing {
 
-/// What was told while something was stored.
+/// The observer's calls while something was stored.
 struct Told {
   std::vector<std::string> took, unchanged, unreadable, reasons;
   int progress = 0;
@@ -55,7 +55,7 @@ struct Told {
 
 class EngineFixture : public ::testing::Test {
  protected:
-  /// Its data folder is "data", the repository "data/repository", and the files are in "home".
+  /// The data folder is "data", the repository "data/repository", and the files are in "home".
   EngineFixture() {
     std::filesystem::create_directory(home());
     RepositoryConfig configuration;
@@ -78,7 +78,7 @@ class EngineFixture : public ::testing::Test {
   std::string write(const std::string& name, const std::string& content) const {
     return folder_.write("home/" + name, content);
   }
-  /// Puts a repository in place that opens at once.
+  /// Puts a repository in place that opens quickly.
   void initialize() const { QuickRepository::make(files()); }
   std::string id() const { return files().configuration()->repositoryId; }
 
@@ -109,13 +109,13 @@ class EngineFixture : public ::testing::Test {
     return answer_ ? std::optional(readWhole(target)) : std::nullopt;
   }
 
-  /// A program that runs this line of a shell; "$@" are the arguments.
+  /// A program that runs this line in a shell; "$@" are the arguments.
   std::string script(const std::string& line) const {
     std::string path = folder_.write("program", "#!/bin/sh\n" + line + "\n");
     ::chmod(path.c_str(), 0755);
     return path;
   }
-  /// restic without what lets root read everything.
+  /// restic without the capabilities that let root read everything.
   std::string modestRestic() const {
     return script(::geteuid() == 0
                       ? "exec setpriv --bounding-set=-dac_override,-dac_read_search restic \"$@\""

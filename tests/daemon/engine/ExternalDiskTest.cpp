@@ -7,7 +7,7 @@
 namespace keldane::testing {
 namespace {
 
-/// A system of a test's own: devices, their UUIDs and what is mounted.
+/// A simulated system: devices, their UUIDs, and the mounts.
 class ExternalDiskTest : public ::testing::Test {
  protected:
   ExternalDiskTest() {

@@ -76,7 +76,7 @@ TEST_F(OwnerServerTest, TurnsAStrangerAway) {
     GTEST_SKIP() << "only root can be somebody else";
   }
   const testing::LogCapture log;
-  // What would be so had somebody widened it.
+  // The modes are as if somebody had widened them.
   std::filesystem::permissions(folder_.path(), std::filesystem::perms(0755));
   std::filesystem::permissions(path(), std::filesystem::perms(0777));
   RawConnection stranger = testing::connectedAs(testing::kStranger, path());

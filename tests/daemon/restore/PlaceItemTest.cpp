@@ -51,7 +51,7 @@ TEST(RestoredNameTest, IsNeverLongerThanANameMayBe) {
   EXPECT_EQ(named(std::string(255, 'a'), 1), std::string(244, 'a') + " (restored)");
   EXPECT_EQ(named(std::string(251, 'a') + ".txt", 1), std::string(240, 'a') + " (restored).txt");
   EXPECT_EQ(named("a." + std::string(253, 'b'), 1).size(), 255U);
-  // A character of two bytes is not cut in two.
+  // A character of two bytes must not be split.
   const std::string umlauts = named("x" + std::string(254, '\xc3'), 1);
   EXPECT_LE(umlauts.size(), 255U);
   std::string text = "x";

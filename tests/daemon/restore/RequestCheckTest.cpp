@@ -67,7 +67,7 @@ TEST(RequestCheckTest, RestoresForOthersAsRootOnly) {
   request.user = kOwn;
   EXPECT_EQ(refusalFor(request), "");
   std::thread([&] {
-    ASSERT_EQ(syscall(SYS_setresuid, kOwn, kOwn, kOwn), 0);  // of this thread alone
+    ASSERT_EQ(syscall(SYS_setresuid, kOwn, kOwn, kOwn), 0);  // changes this thread only
     EXPECT_EQ(refusalFor(request), "");
     request.user = 0;
     EXPECT_EQ(refusalFor(request), "");

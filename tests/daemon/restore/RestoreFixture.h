@@ -11,12 +11,11 @@
 
 namespace keldane::testing {
 
-/// Hands everything on to another engine. A test can do something of its own before a restore or instead of
-/// it.
+/// Passes all calls to another engine. A test can act before a restore, or instead of it.
 class InterferingEngine : public BackupEngine {
  public:
   explicit InterferingEngine(BackupEngine& engine) : engine_(engine) {}
-  /// Called before each restore; one that is not ready is the answer.
+  /// Called before each restore. If its answer is not ready, it is the restore's answer.
   std::function<EngineAnswer(EngineJob& job)> beforeRestore;
   /// Called after each restore, with the folder.
   std::function<void(const std::string& folder)> afterRestore;
@@ -100,7 +99,7 @@ class RestoreFixture : public EngineFixture {
     return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
   }
 
-  /// Stores everything in "home" as a full backup, or what is named as a partial one. Answers its number.
+  /// Stores everything in "home" as a full backup, or the given paths as a partial one. Returns its number.
   std::uint32_t backUp(const std::vector<std::string>& paths = {}) {
     const std::uint32_t number = store_->takeNumber();
     const bool isFull = paths.empty();
@@ -167,7 +166,7 @@ class RestoreFixture : public EngineFixture {
     EXPECT_EQ(stagings(), std::vector<std::string>());
     return report;
   }
-  /// What restores have left behind anywhere.
+  /// The staging folders that restores have left behind anywhere.
   std::vector<std::string> stagings() const {
     std::vector<std::string> found;
     std::error_code ignored;

@@ -1,4 +1,4 @@
-// Restoring for other users than the daemon's.
+// Restores for other users than the daemon's.
 #include <sys/syscall.h>
 
 #include "tests/daemon/restore/RestoreFixture.h"
@@ -27,7 +27,7 @@ class RestoreForUsersTest : public RestoreFixture {
     std::filesystem::create_directory(target());
     ASSERT_EQ(chown(target().c_str(), kUser, kGroup), 0);
   }
-  /// A file of a user.
+  /// Writes a file that belongs to a user.
   std::string writeFor(uid_t user, const std::string& name, const std::string& content, mode_t mode = 0644) {
     std::string path = write(name, content);
     for (std::string at = path; at != home(); at = std::filesystem::path(at).parent_path()) {
@@ -170,7 +170,7 @@ TEST_F(RestoreForUsersTest, IsRefusedByADaemonThatIsNotRoot) {
   std::string refusal;
   std::uint32_t job = 1;
   std::thread([&] {
-    ASSERT_EQ(syscall(SYS_setresuid, kOther, kOther, kOther), 0);  // of this thread alone
+    ASSERT_EQ(syscall(SYS_setresuid, kOther, kOther, kOther), 0);  // changes this thread only
     job = jobs_->add(requestOfUser({"a.txt"}), &refusal);
   }).join();
   EXPECT_EQ(job, 0U);

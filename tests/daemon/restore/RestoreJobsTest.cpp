@@ -266,7 +266,8 @@ TEST_F(RestoreJobsTest, RestoresSpecialFilesAsRootAndElseSaysThatItCannot) {
 
 TEST_F(RestoreJobsTest, RestoresAccessLists) {
   const std::string path = write("docs/a.txt", "stored");
-  // Version 2, and the entries of owner, user 4123456, group, mask and others.
+  // An access control list of version 2, with entries for the owner, user 4123456, the group, the mask and
+  // others.
   constexpr char kList[] =
       "\2\0\0\0"
       "\1\0\6\0\377\377\377\377"

@@ -46,7 +46,7 @@ TEST_F(RestorePlanTest, RestoresLinksOfWhichTheCatalogueKnowsNothing) {
                       std::vector<std::string>{home() + "/docs/a.txt"});
   EXPECT_EQ(restore(requestFor({"docs"})).status, RestoreStatus::done);
   EXPECT_EQ(std::filesystem::read_symlink(target() + "/docs/link"), "a.txt");
-  // By itself it is looked for in the repository.
+  // A link that is asked for by itself is looked for in the repository.
   EXPECT_EQ(restore(requestFor({"docs/link"})).restored, 1U);
   EXPECT_EQ(std::filesystem::read_symlink(target() + "/link"), "a.txt");
 }

@@ -1,4 +1,4 @@
-// What goes wrong in the middle of a restore.
+// Failures in the middle of a restore.
 #include "tests/daemon/restore/RestoreFixture.h"
 
 namespace keldane::testing {
@@ -185,7 +185,7 @@ TEST_F(RestoreTroubleTest, PlacesNothingTwiceWhenItWasCutOffWhilePlacing) {
   }
   backUp();
   end();
-  // Ends after the second file.
+  // The process ends after the second file.
   int files = 0;
   std::unique_ptr<RestoreJobs> cut;
   std::atomic<bool> isCut = false;
@@ -220,7 +220,7 @@ TEST_F(RestoreTroubleTest, RemovesWhatACrashLeft) {
   holdRestores();
   const std::uint32_t job = add(requestFor({"a.txt"}));
   ASSERT_TRUE(eventually([&] { return isHeld_.load(); }));
-  // The store as it is now, and the staging, are what a killed process leaves.
+  // A killed process leaves the store and the staging in this state.
   const std::vector<std::string> left = stagings();
   std::filesystem::copy(folder_ / "store.sqlite", folder_ / "crashed.sqlite");
   std::filesystem::copy(folder_ / "store.sqlite-wal", folder_ / "crashed.sqlite-wal");

@@ -25,7 +25,7 @@ using testing::TemporaryFolder;
 
 constexpr const char* kTag = "Signature: 8a477f597d28d172789f06886806bc55\n# made by a build";
 
-/// Even root's program may read only what the mode lets its user read, while this lives.
+/// While it exists, even root's process may read only files whose mode allows it.
 class WithoutPrivileges {
  public:
   WithoutPrivileges() {
@@ -47,7 +47,7 @@ class ScannerTest : public ::testing::Test {
   bool scan(const std::string& place = "f") { return scanner_->scan(path(place), never_); }
   std::string path(const std::string& name) const { return folder_ / name; }
   bool waits(const std::string& name) const { return pending_.contains(path(name)); }
-  /// As if everything that waits were stored.
+  /// Records all pending files as stored.
   void store() {
     std::vector<StoredFile> stored;
     pending_.visit([&](const PendingFiles::File& file) {
@@ -344,7 +344,7 @@ TEST_F(ScannerTest, WhatADiskThatIsNotConnectedHoldsIsNotDeleted) {
   ASSERT_EQ(umount(path("f/disk").c_str()), 0);
   scan();
   EXPECT_FALSE(isRemoved("f/disk/sub/y"));
-  // Even when the mount point has gone, the daemon was started anew, and the folder above goes.
+  // This holds even when the mount point has gone, the daemon was restarted, and the folder above goes.
   fs::remove(path("f/disk"));
   scanner_ = std::make_unique<Scanner>(store_, rules_, pending_);
   scan();

@@ -58,7 +58,7 @@ TEST_F(DaemonServerTest, TellsEveryAlertInItsOrderToWhoeverAskedForThem) {
   };
   const auto listener = std::make_shared<Listener>();
   client_->proxy().setDelegate(listener);
-  (*client_)->setStateHandler();  // the state is told on the same link
+  (*client_)->setStateHandler();  // the state comes over the same link
   (*client_)->setAlertHandler();
   EXPECT_EQ((*client_)->serviceState(), 1U) << "what was said before this is done";
   const std::vector<std::string> alerts = {"one", "two", "three", "four", "five"};
@@ -92,7 +92,7 @@ TEST_F(DaemonServerTest, ServesManyPeersAtOnce) {
 }
 
 TEST_F(DaemonServerTest, LetsGoOfAPeerThatAnsweredUnasked) {
-  EXPECT_EQ((*client_)->getCurrentRestoreJob(), 0U);  // from here on every thread is there
+  EXPECT_EQ((*client_)->getCurrentRestoreJob(), 0U);  // every thread exists from here on
   const std::ptrdiff_t threads = testing::settledThreadCount();
   for (int i = 0; i < 4; ++i) {
     testing::RawConnection peer = connectedTo(options_.socket);
@@ -142,7 +142,7 @@ TEST_F(DaemonServerTest, TakesASocketOverOnlyIfNobodyAnswers) {
   EXPECT_FALSE(std::make_shared<DaemonServer>(daemon_, alive.path())->start(&error));
   EXPECT_EQ(error, "Another program already serves " + alive.path() + ".");
   std::vector<testing::RawConnection> queue;
-  for (int i = 0; i < 10; ++i) {  // behind the one that has just asked
+  for (int i = 0; i < 10; ++i) {  // these wait behind the one that has just asked
     queue.push_back(connectedTo(alive.path()));
   }
   EXPECT_FALSE(std::make_shared<DaemonServer>(daemon_, alive.path())->start(&error)) << "its queue is full";

@@ -1,4 +1,4 @@
-// What the daemon answers its clients over the socket.
+// The daemon's answers to its clients over the socket.
 #include "daemon/server/DaemonService.h"
 
 #include <gtest/gtest.h>
@@ -77,7 +77,7 @@ TEST_F(DaemonServiceTest, EachStandingHasItsText) {
   EXPECT_NE(simple(docs("a.txt")) & simple_flags::kPriorityChecked, 0U);
   (*client_)->setPausedMinutes(0U);
   ASSERT_TRUE(becomes(docs("a.txt"), "Backed up"));
-  // The batch is over a moment after the file counts as stored.
+  // The batch ends a moment after the file counts as stored.
   ASSERT_TRUE(eventually([&] { return (*client_)->daemonState()["pendingFileCount"].intValue() == 0; }));
   (*client_)->setPausedMinutes(10U);
   folder_.write("home/docs/a.txt", "alpha, changed");

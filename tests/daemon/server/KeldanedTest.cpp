@@ -1,4 +1,4 @@
-// The daemon's program: how it starts, ends, and says what is wrong.
+// The daemon's program: its start, its end, and its error messages.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 

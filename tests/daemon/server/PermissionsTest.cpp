@@ -105,7 +105,7 @@ TEST_F(PermissionsTest, AListHasWhatMayBeAskedAbout) {
   EXPECT_EQ(listed("d"), std::set<std::string>{});
 }
 
-// The number that stands for everybody without one makes nobody an owner or a member.
+// The number for everybody without a number identifies no owner and no member.
 TEST_F(PermissionsTest, NobodyOwnsWhatNobodyOwns) {
   if (geteuid() != 0) {
     GTEST_SKIP() << "only root gives files away";
@@ -119,7 +119,7 @@ TEST_F(PermissionsTest, NobodyOwnsWhatNobodyOwns) {
 }
 
 TEST_F(PermissionsTest, AnAccessControlListIsANoForAnybodyButTheOwner) {
-  // Version 2; owner rw, the stranger nothing, group r, mask r, others r: what the mode bits cannot say.
+  // Version 2: owner rw, the stranger nothing, group r, mask r, others r. Mode bits cannot express this.
   struct Entry {
     std::uint16_t tag, permissions;
     std::uint32_t id;
@@ -136,7 +136,7 @@ TEST_F(PermissionsTest, AnAccessControlListIsANoForAnybodyButTheOwner) {
   EXPECT_TRUE(may("d")) << "which has none";
 }
 
-// A folder that becomes a link between two looks leads nowhere else.
+// A folder that becomes a link between two looks must not lead elsewhere.
 TEST_F(PermissionsTest, APathThatIsChangedMeanwhileShowsNothingElse) {
   folder_.write("hidden/f", "a secret of some length");
   mode("hidden", 0700);

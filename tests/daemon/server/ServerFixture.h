@@ -1,4 +1,4 @@
-// A daemon on a socket of its own, and peers for it.
+// A daemon with its own socket, and peers for it.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// What the daemon says of what it does is so at every moment.
+// The daemon's reports on its own work are true at every moment.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -23,7 +23,7 @@ class StateTest : public DaemonServerTest {
   bool becomesState(const std::string& text) {
     return eventually([&] { return daemonState()["statusString"].string() == text; });
   }
-  /// Files in one of many folders, so that a scan takes a while to find them.
+  /// Writes files into one of many folders, so that a scan takes a while to find them.
   void writeMany(int files) {
     for (int i = 0; i < 800; ++i) {
       std::filesystem::create_directories(folder_ / ("home/many/" + std::to_string(i)));

@@ -1,5 +1,5 @@
-// What a user without rights learns from the daemon, and changes: nothing about files that this user cannot
-// see.
+// The daemon's answers to a user without rights: they reveal nothing about files that this user cannot see,
+// and this user can change nothing there.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -42,7 +42,7 @@ class StrangersTest : public testing::DaemonServerTest {
   void mode(const std::string& name, mode_t mode) { ASSERT_EQ(chmod((folder_ / name).c_str(), mode), 0); }
   std::string home(const std::string& name) const { return folder_ / ("home/" + name); }
 
-  /// What the stranger is answered; absent for a method that answers nothing.
+  /// The answer to the stranger; absent for a method without an answer.
   PropertyList ask(const char* selector, const PropertyList::Array& arguments) {
     const MethodSignature& method = *KeldaneDaemonProtocol.find(selector);
     const std::string returnType(1, method.returnCode);
@@ -55,7 +55,7 @@ class StrangersTest : public testing::DaemonServerTest {
     return method.returnCode == 'v' ? PropertyList() : stranger_->readFrame().value();
   }
   PropertyList nodeFor(const std::string& name) { return ask("dictionaryForPath:", {home(name)}); }
-  /// Once this is answered, all that was sent before was carried out.
+  /// When this is answered, all earlier messages have been carried out.
   void settle() { EXPECT_EQ(ask("getCurrentRestoreJob", {}), PropertyList(0)); }
 
   std::unique_ptr<RawConnection> stranger_;
@@ -139,7 +139,7 @@ TEST_F(StrangersTest, AreNotToldOfWhatIsGone) {
 }
 
 TEST_F(StrangersTest, AreNotToldWhichFileIsBackedUpNow) {
-  // Large enough to be under way for as long as this takes: a file of nothing but a hole.
+  // This sparse file is large enough to be under way for the whole test.
   folder_.write("home/closed/large", "");
   std::filesystem::resize_file(home("closed/large"), std::uintmax_t{1} << 40);
   (*client_)->addFileToBackup(home("closed/large"));

@@ -1,4 +1,4 @@
-// Servers of a test's own, which keep repositories as real ones do.
+// Servers for one test, which keep repositories as real ones do.
 #pragma once
 
 #include <arpa/inet.h>
@@ -24,17 +24,18 @@
 
 namespace keldane::testing {
 
-/// A server program on a port of the loopback. It can be stopped, as by a power cut, and started again.
+/// A server program on a port of the loopback interface. It can be stopped as by a power cut, and started
+/// again.
 class Server {
  public:
   virtual ~Server() { stop(); }
-  /// Why it cannot run on this machine; empty when it can.
+  /// The reason why it cannot run on this machine; empty when it can.
   virtual std::string missing() const = 0;
-  /// Where the repository is, and what the storage program needs to reach it.
+  /// Sets the location of the repository, and what the storage program needs to reach it.
   virtual void configure(RepositoryConfig& configuration,
                          std::map<std::string, std::string>& environment) const = 0;
-  /// The folder in which the repository's files are as in any folder; empty when the server has a form of its
-  /// own.
+  /// The folder that holds the repository's files in the usual layout; empty when the server has its own
+  /// format.
   virtual std::string plainFolder() const { return folder_ / "served"; }
 
   bool start() {
@@ -79,7 +80,7 @@ class Server {
     ::_exit(127);
   }
   static void killWithChildren(pid_t process) {
-    ::kill(process, SIGSTOP);  // so that it starts no more
+    ::kill(process, SIGSTOP);  // so that it starts no more processes
     std::ifstream children("/proc/" + std::to_string(process) + "/task/" + std::to_string(process) +
                            "/children");
     for (pid_t child = 0; children >> child;) {
@@ -173,7 +174,7 @@ class SftpServer final : public Server {
   }
 };
 
-/// Needs what scripts/test-servers installs and names in KELDANE_S3_SERVER.
+/// Needs a server that scripts/test-servers installs and names in KELDANE_S3_SERVER.
 class S3Server final : public Server {
  public:
   std::string missing() const override {

@@ -24,7 +24,7 @@ std::unique_ptr<Server> made() {
   return std::make_unique<Made>();
 }
 
-/// A repository on a server, and files of noise, so that their bytes travel.
+/// A repository on a server, and files of random bytes, so that all bytes are transferred.
 class ServersTest : public EngineFixture, public ::testing::WithParamInterface<Kind> {
  protected:
   void SetUp() override {
@@ -34,8 +34,8 @@ class ServersTest : public EngineFixture, public ::testing::WithParamInterface<K
     ASSERT_TRUE(server_->start());
     point(false);
   }
-  /// Points the configuration at the server. `quick`: with a repository in it that opens at once, where that
-  /// can be.
+  /// Configures the server as the repository's place. With `quick` the repository opens quickly, where the
+  /// server allows that.
   void point(bool quick) {
     RepositoryConfig configuration = files().configuration().value();
     std::map<std::string, std::string> environment;
@@ -51,7 +51,7 @@ class ServersTest : public EngineFixture, public ::testing::WithParamInterface<K
       ASSERT_TRUE(engine_.initialize(job_));
     }
   }
-  /// An engine on a slow line, so that there is a middle of what it does.
+  /// An engine on a slow line, so that it can be interrupted in the middle of its work.
   std::unique_ptr<ResticEngine> slowEngine() const {
     return std::make_unique<ResticEngine>(
         files(), script("case $1 in version) exec restic version;; esac\n"
@@ -112,7 +112,7 @@ TEST_P(ServersTest, TellsThatTheServerIsAwayOrHasLostTheRepository) {
   ASSERT_TRUE(server_->start());
   EXPECT_TRUE(engine_.probe(job_));
   if (!server_->plainFolder().empty()) {
-    server_->stop();  // one that runs remembers what it had
+    server_->stop();  // a running server keeps files in memory
     std::filesystem::remove_all(server_->plainFolder());
     std::filesystem::create_directory(server_->plainFolder());
     ASSERT_TRUE(server_->start());
@@ -139,7 +139,7 @@ TEST_P(ServersTest, GoesOnAfterTheServerStoppedInTheMiddleOfABackup) {
   const StoreAnswer torn = slow->store({{home()}, {}, {}}, observer, job_);
   ASSERT_TRUE(back.valid());
   ASSERT_TRUE(back.get());
-  // It tries again by itself where it can connect anew.
+  // The program tries again by itself where it can connect anew.
   EXPECT_THAT(torn.health, AnyOf(Health::ready, Health::unreachable)) << torn;
   EXPECT_EQ(torn.health == Health::ready, !torn.snapshot.empty());
   const StoreAnswer whole = store({home()});

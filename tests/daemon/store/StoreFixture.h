@@ -1,4 +1,4 @@
-// A store of a test's own, and short ways to fill it.
+// A store for one test, and short functions to fill it.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,13 +11,13 @@
 
 namespace keldane::testing {
 
-/// Its times: snapshot number n is of the second 1000 n, and each file that it stores is n bytes long.
+/// Its snapshot number n has the time 1000 n seconds, and each file that it stores is n bytes long.
 class StoreFixture : public ::testing::Test {
  protected:
   static SnapshotRecord snapshot(std::uint32_t number, bool full) {
     return {number, idOf(number), 1000.0 * number, full, ""};
   }
-  /// 64 digits that begin differently for each number.
+  /// An id of 64 digits that begins differently for each number.
   static std::string idOf(std::uint32_t number) {
     std::string digits = std::to_string(number + 10000000);
     return digits + std::string(64 - digits.size(), 'a');
@@ -38,7 +38,7 @@ class StoreFixture : public ::testing::Test {
                const std::vector<std::string>& confirmed = {}) {
     add(number, true, stored, confirmed);
   }
-  /// "3 1": the numbers of a file's versions.
+  /// The numbers of a file's versions, such as "3 1".
   std::string versionsOf(const std::string& path) {
     std::string text;
     for (const VersionRecord& version : store.versions(path)) {
@@ -46,7 +46,7 @@ class StoreFixture : public ::testing::Test {
     }
     return text;
   }
-  /// "/a:3 /b:1": paths with their versions as of a backup.
+  /// Paths with their versions as of a backup, such as "/a:3 /b:1".
   std::string stateOf(const std::string& path, std::uint32_t number = 0, double before = 0) {
     std::string text;
     for (const auto& [file, version] : store.versionsBelow(path, number, before)) {

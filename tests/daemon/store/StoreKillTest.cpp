@@ -1,4 +1,4 @@
-// Kills a process that writes, and looks at what it leaves.
+// Kills a writing process and checks the file that it leaves.
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -9,7 +9,7 @@
 namespace keldane {
 namespace {
 
-/// Writes snapshots and takes them out again until it is killed; tells the pipe of each.
+/// Writes and removes snapshots until it is killed, and reports each to the pipe.
 [[noreturn]] void writeUntilKilled(const std::string& file, int pipe) {
   Store store(file);
   std::vector<StoredFile> stored;
@@ -46,7 +46,7 @@ TEST(StoreKill, AKilledWriterLeavesNoVersionThatNoSnapshotHolds) {
     for (int count = 0; count < 2 + round % 4; ++count) {
       ASSERT_EQ(read(ends[0], &byte, 1), 1);
     }
-    usleep(static_cast<useconds_t>(round) * 700);  // somewhere within the next
+    usleep(static_cast<useconds_t>(round) * 700);  // a moment within the next change
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
     close(ends[0]);

@@ -1,4 +1,4 @@
-// Compares the store with a plain model, over random snapshots that come, go and are told of again.
+// Compares the store with a simple model, over random snapshots that are added, removed and recorded again.
 #include <algorithm>
 #include <random>
 #include <set>
@@ -11,7 +11,7 @@ namespace {
 
 class StoreModel : public testing::StoreFixture {
  protected:
-  /// What each snapshot holds: versions by path.
+  /// The content of each snapshot: versions by path.
   std::map<std::uint32_t, std::map<std::string, std::uint32_t>> model;
   std::map<std::uint32_t, bool> isFull;
   std::mt19937 random{20240229};
@@ -123,7 +123,7 @@ TEST_F(StoreModel, KnowsTheSameWhenSnapshotsAreToldOfInAnyOrder) {
       std::shuffle(order.begin(), order.end(), random);
     }
     if (round % 5 == 0) {
-      order.insert(order.end(), order.begin(), order.begin() + 5);  // again
+      order.insert(order.end(), order.begin(), order.begin() + 5);  // these are recorded again
     }
     for (const std::uint32_t number : order) {
       std::vector<Store::RebuiltVersion> parts[2];

@@ -120,7 +120,7 @@ TEST_F(StoreRecords, TotalsAreOfWhatIsThere) {
 }
 
 TEST_F(StoreRecords, NobodysSizesSpoilTheTotals) {
-  constexpr std::uint64_t kLargest = std::numeric_limits<std::int64_t>::max();  // that a file can have
+  constexpr std::uint64_t kLargest = std::numeric_limits<std::int64_t>::max();  // the greatest size of a file
   addPartial(10, {"/small"});
   store.addSnapshot(snapshot(11, false), {{"/a", {kLargest, 1, 1}}, {"/b", {kLargest - 100, 1, 1}}}, {});
   EXPECT_EQ(store.totals().files, 3U);

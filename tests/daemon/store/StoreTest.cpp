@@ -61,7 +61,7 @@ TEST(Store, AnswersWithWhatAnAdministratorWants) {
   EXPECT_EQ(Store(folder / "s").value(Store::Table::settings, "fixed"), "own") << "what the user set is kept";
 }
 
-// As the first format was.
+// A file of the first format.
 void makeOldFile(const std::string& path) {
   SQLite::Database database(path, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
   database.exec(R"(PRAGMA journal_mode=WAL;
@@ -98,7 +98,7 @@ TEST(Store, AnOldFileKeepsItsRulesAndLosesItsRecords) {
   EXPECT_FALSE(database.tableExists("records"));
 }
 
-// As the second format was, after two files of 8 EiB had been stored and removed.
+// A file of the second format, after two files of 8 EiB had been stored and removed.
 void makeFileOfSecondFormat(const std::string& path) {
   { Store store(path); }
   SQLite::Database database(path, SQLite::OPEN_READWRITE);

@@ -1,5 +1,5 @@
-// Three years of work, to see that the number of snapshots stays bounded and that nothing is lost that is to
-// be kept. Only the storage program is left out; the store is the real one.
+// Simulates three years of work, to check that the number of snapshots stays bounded and that nothing is lost
+// that must be kept. Only the storage program is left out; the store is the real one.
 #include <algorithm>
 #include <cstdio>
 #include <random>
@@ -15,7 +15,7 @@ constexpr double kHour = 3600;
 constexpr double kDay = 24 * kHour;
 constexpr double kStart = 1'700'000'000 - 1'700'000'000 % 86400;
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || !defined(NDEBUG)
-constexpr int kDays = 200;  // a build for finding mistakes is too slow for more
+constexpr int kDays = 200;  // an instrumented build is too slow for more
 #else
 constexpr int kDays = 3 * 365;
 #endif
@@ -31,7 +31,7 @@ class ThreeYears : public testing::StoreFixture {
     std::uint32_t version = 0;  // the newest one
     double removed = 0;         // 0: it is there
   };
-  // Files go by an index here, which makes their path.
+  // A file is an index here, from which its path is made.
   using Version = std::uint64_t;
   static Version versionOf(std::size_t file, std::uint32_t version) {
     return std::uint64_t{file} << 32 | version;
@@ -53,7 +53,7 @@ class ThreeYears : public testing::StoreFixture {
   std::vector<File> files;
   std::vector<std::size_t> living, shortLived;
   std::map<std::uint32_t, std::vector<Version>> snapshots;
-  std::unordered_map<Version, int> holders;  // how many snapshots hold it
+  std::unordered_map<Version, int> holders;  // the number of snapshots that hold it
   std::set<std::size_t> ofThisHour;
   std::int64_t hour = 0;
   std::size_t most = 0, gatherings = 0, gathered = 0;
@@ -95,7 +95,8 @@ class ThreeYears : public testing::StoreFixture {
     store.setRemoved(pathOf(file), true, now);
   }
 
-  // Some files changed, one came, one went, and one came that lives for some batches only.
+  // Some files change, one may be created and one removed, and one may be created that lives for a few
+  // batches only.
   void batch() {
     if (retention::hourOf(now) != hour) {
       hour = retention::hourOf(now);

@@ -1,4 +1,4 @@
-// With real folders and the kernel's own events.
+// Tests with real folders and the kernel's own events.
 #include "daemon/watch/Watcher.h"
 
 #include <gtest/gtest.h>
@@ -44,7 +44,7 @@ class WatcherTest : public ::testing::Test {
     }
     watcher_.start();
   }
-  /// As who looks at a tree does.
+  /// Watches every folder, as a scan does.
   void watchAll(const std::string& place) {
     if (fs::is_directory(fs::symlink_status(place))) {
       watcher_.watch(place);
@@ -65,7 +65,7 @@ class WatcherTest : public ::testing::Test {
     const std::lock_guard guard(mutex_);
     told_.clear();
   }
-  /// What is told of a change up to one that comes after it, which it waits for.
+  /// Makes a later change, waits for its report, and returns everything that was reported until then.
   std::vector<Change> toldUntil(const std::string& marker) {
     const std::string file = folder_ / ("f/" + marker);
     folder_.write("f/" + marker, "x");
@@ -80,11 +80,12 @@ class WatcherTest : public ::testing::Test {
   Watcher watcher_;
 };
 
-/// With a watcher that has a watch for the folder above its place and none for those below.
+/// Uses a watcher that has a watch for the folder above its place and none for the folders below.
 class WithoutWatchesTest : public WatcherTest {
  protected:
   WithoutWatchesTest() : WatcherTest(0) {}
-  /// On a file system of its own, which can tell as a whole. False where this user may not mount.
+  /// Begins on a separate file system, whose changes can be watched as a whole. Returns false where this user
+  /// may not mount.
   bool beginOnDisk() {
     fs::create_directory(folder_ / "f");
     if (!hasPrivateMounts() || !mountMemory(folder_ / "f")) {
@@ -240,7 +241,7 @@ TEST_F(WatcherTest, AQueueThatOverflowsHasEverythingLookedAtAndSaysSoOnce) {
   watchAll(folder_ / "f");
   std::size_t most = 0;
   std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> most;
-  // Nobody reads yet, and events that are alike are one.
+  // Nobody reads yet, and the kernel merges equal events.
   for (std::size_t i = 0; i < most + 10; ++i) {
     chmod((folder_ / (i % 2 == 0 ? "f/a" : "f/b")).c_str(), 0600);
   }

@@ -1,4 +1,5 @@
-// A daemon that answers at once, with the same node for every path: what is left is the cost of asking.
+// A daemon that answers at once, with the same node for every path. So a measurement shows the cost of
+// asking.
 #pragma once
 
 #include <map>
@@ -13,8 +14,7 @@
 
 namespace keldane::testing {
 
-/// Listens at a path. Clients are served on the receive threads of their sockets, as the reference daemon
-/// does.
+/// Listens at a path. Clients are served on the receive threads of their sockets, as the real daemon does it.
 class CannedDaemon final : public KeldSocketDelegate,
                            public InvocationTarget,
                            public std::enable_shared_from_this<CannedDaemon> {

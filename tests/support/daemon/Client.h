@@ -1,4 +1,4 @@
-// A client of the daemon that is nothing but its link.
+// A client of the daemon that consists of its link only.
 #pragma once
 
 #include <memory>
@@ -8,10 +8,10 @@
 
 namespace keldane::testing {
 
-/// A client of its own, as any other program would be.
+/// A separate client, like any other program's.
 class Client {
  public:
-  /// What it calls is answered only if it is connected.
+  /// Calls are answered only when it is connected.
   explicit Client(const std::string& path) {
     proxy_->setSocket(socket_);
     proxy_->setProtocol(&KeldaneDaemonProtocol);

@@ -1,4 +1,4 @@
-// Where the tests' daemons have their things.
+// The places of the tests' daemons.
 #pragma once
 
 #include "daemon/Daemon.h"
@@ -7,7 +7,7 @@
 
 namespace keldane::testing {
 
-/// Socket and store lie in the folder, and what may be backed up in "home" below it.
+/// The socket and the store lie in the folder; the root of the backup is "home" below it.
 inline DaemonOptions daemonOptionsIn(const TemporaryFolder& folder) {
   DaemonOptions options;
   options.socket = folder / "d.sock";
@@ -18,7 +18,7 @@ inline DaemonOptions daemonOptionsIn(const TemporaryFolder& folder) {
   return options;
 }
 
-/// A daemon that stores nothing and says that it does.
+/// A daemon that stores nothing and reports success.
 inline std::shared_ptr<Daemon> recordingDaemon(
     const DaemonOptions& options, std::function<void()> terminate = [] {}) {
   return std::make_shared<Daemon>(

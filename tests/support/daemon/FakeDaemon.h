@@ -1,5 +1,5 @@
-// A daemon inside a test's own process: it speaks the real transport, answers what it was told to answer and
-// remembers what it was asked.
+// A daemon in the test's own process. It uses the real transport, gives prepared answers and records the
+// calls.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -22,7 +22,7 @@
 
 namespace keldane::testing {
 
-/// One call that reached the daemon; the arguments are as they stood in the request.
+/// One call that reached the daemon, with the arguments of the request.
 struct DaemonCall {
   std::string selector;
   PropertyList::Array arguments;
@@ -33,13 +33,13 @@ inline std::ostream& operator<<(std::ostream& out, const DaemonCall& call) {
   return out << call.selector << ' ' << PropertyList::array(call.arguments).description();
 }
 
-/// Listens from its construction to its end. A selector without an answer answers absent. Answers are made on
-/// the receive thread of the client that asks; everything else may be called from any thread.
+/// Listens for its lifetime. A selector without a prepared answer is answered with an absent value. Answers
+/// are made on the receive thread of the asking client; everything else may be called from any thread.
 class FakeDaemon {
  public:
   using Answer = std::function<PropertyList(const PropertyList::Array& arguments)>;
 
-  /// At most 103 bytes of path.
+  /// The path has at most 103 bytes.
   explicit FakeDaemon(const std::string& path) : path_(path) {
     listener_->setSocketDelegate(service_);
     if (!listener_->listenAtPath(path)) {
@@ -72,7 +72,7 @@ class FakeDaemon {
     service_->calls.clear();
   }
   /// Whether this many calls have come, within a generous time. A call that returns a value has come when its
-  /// caller goes on; of one that does not, only this knows.
+  /// caller goes on; for a call without a value, only this can tell.
   bool waitForCalls(std::size_t count) const {
     std::unique_lock guard(service_->mutex);
     return service_->called.wait_for(guard, kGenerous, [&] { return service_->calls.size() >= count; });
@@ -94,13 +94,13 @@ class FakeDaemon {
     }
   }
 
-  /// Ends every connection, as a daemon does that dies, and goes on listening.
+  /// Ends every connection, as a dying daemon does, and goes on listening.
   void hangUp() { service_->hangUp(); }
 
   void stop() {
     listener_->close();
     hangUp();
-    ::unlink(path_.c_str());  // a listener that nobody ever called leaves its file
+    ::unlink(path_.c_str());  // a listener that was never called leaves its file
   }
 
  private:
@@ -109,7 +109,7 @@ class FakeDaemon {
     std::shared_ptr<KeldaneProxy> proxy;
   };
 
-  /// What the threads of the transport may still hold when the daemon itself is gone.
+  /// The part that the transport's threads may still use when the daemon itself is gone.
   struct Service final : KeldSocketDelegate, InvocationTarget, std::enable_shared_from_this<Service> {
     void socketCreated(const std::shared_ptr<KeldaneSocket>& child) override {
       static constexpr MethodSignature kClientMethods[] = {{"stateChanged:", 'v', "@"}};
@@ -122,7 +122,7 @@ class FakeDaemon {
         peers[child.get()] = {child, proxy};
       }
       child->setSocketDelegate(shared_from_this());
-      proxy->setSocket(child);  // from here on the client is heard
+      proxy->setSocket(child);  // the client's messages are received from here on
     }
 
     void socketFailed(const std::shared_ptr<KeldaneSocket>& child) override {

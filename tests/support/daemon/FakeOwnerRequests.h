@@ -1,4 +1,4 @@
-// What stands for the daemon behind its second socket.
+// Stands in for the daemon behind its second socket.
 #pragma once
 
 #include <functional>
@@ -13,7 +13,7 @@
 
 namespace keldane::testing {
 
-/// Notes each request that reaches it and answers an empty dictionary, or what `answer` makes of it.
+/// Records each request and answers an empty dictionary, or the result of `answer`.
 class FakeOwnerRequests : public OwnerRequests {
  public:
   std::function<PropertyList(const std::string& operation, const PropertyList& request)> answer;

@@ -1,4 +1,4 @@
-// A repository that opens at once.
+// A repository that opens quickly.
 #pragma once
 
 #include <fstream>
@@ -9,13 +9,14 @@
 
 namespace keldane::testing {
 
-/// Opening a repository takes the storage program a second, by design: it makes guessing a key slow. This
-/// repository's key file demands no such effort; otherwise it is as any other, and empty.
+/// The storage program needs a second to open a repository, because guessing a key must be slow. The key file
+/// of this repository demands no such effort. Otherwise it is an ordinary empty repository.
 struct QuickRepository {
   static constexpr char kKey[] = "N2DXXZSFRVHL5YRKCNCH5M6XP3RBGMWXYFXZINIW5IATDVB7JPBQ";
   static constexpr char kId[] = "e91ea2c6fa7574044a1734ae2e2ffe32b66dbe365128ebd600c1275b77baba3e";
 
-  /// Writes it into the folder of the configuration, with its key and id, as if it had been made there.
+  /// Writes the repository into the folder of the configuration, with its key and id, as if it had been made
+  /// there.
   static void make(const RepositoryFiles& files) {
     RepositoryConfig configuration = files.configuration().value();
     write(configuration.localFolder().value());

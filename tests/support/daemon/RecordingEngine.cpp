@@ -29,10 +29,10 @@ std::string snapshotsFile(const RepositoryFiles& files) {
   return files.folder().path + "/recorded-snapshots";
 }
 
-// After each file while the user wants the machine for other things.
+// The pause after each file in low-priority mode.
 constexpr auto kLowPriorityPause = std::chrono::milliseconds(50);
 
-// Root could read them all, so it is the mode that says which file cannot be read.
+// Root could read every file, so the mode decides which file counts as unreadable.
 bool isReadable(int file) {
   struct stat status {};
   return fstat(file, &status) == 0 && (status.st_mode & (S_IRUSR | S_IRGRP | S_IROTH)) != 0;

@@ -12,9 +12,9 @@
 
 namespace keldane::testing {
 
-/// Reads each file that it is to store and says that it has it. Nothing is kept but which snapshots there
-/// were, so nothing can be had back; of files whose names can look alike it lists and fetches the names,
-/// which decide whether they count as stored. Any thread.
+/// Reads each file and reports it as stored. It keeps only the list of snapshots, so nothing can be restored.
+/// For files whose names can look alike it also lists and fetches the names, which decide whether they count
+/// as stored. Used from any thread.
 class RecordingEngine : public BackupEngine {
  public:
   explicit RecordingEngine(RepositoryFiles files) : files_(std::move(files)) {}
@@ -45,7 +45,7 @@ class RecordingEngine : public BackupEngine {
  private:
   const RepositoryFiles files_;
   std::mutex mutex_;
-  std::map<std::string, std::vector<std::string>> lookAlikes_;  // by snapshot; names that can look alike
+  std::map<std::string, std::vector<std::string>> lookAlikes_;  // names that can look alike, by snapshot
 };
 
 }  // namespace keldane::testing

@@ -1,4 +1,4 @@
-// A process that has few descriptors left.
+// Leaves a process few free descriptors.
 #pragma once
 
 #include <fcntl.h>
@@ -6,7 +6,7 @@
 
 namespace keldane::testing {
 
-/// Leaves this many descriptors to be had while it lives.
+/// While it exists, this many descriptors are free.
 class FewDescriptors {
  public:
   explicit FewDescriptors(int free) {

@@ -1,4 +1,4 @@
-// What a process holds of the things that a connection could leave behind.
+// The resources of a process that a connection could leave behind.
 #pragma once
 
 #include <cstddef>
@@ -20,8 +20,9 @@ struct Footprint {
   bool operator==(const Footprint&) const = default;
 };
 
-/// To compare with later, however many threads come and go: the first of all brings a sanitizer's own with
-/// it, which stays, and one that was joined may still be counted.
+/// A footprint to compare with a later one. A sanitizer's own thread starts with the first thread of all and
+/// stays, so a thread is started first. A joined thread may still be counted for a moment, so the count must
+/// settle.
 inline Footprint footprintAtRest() {
   std::thread([] {}).join();
   Footprint print;

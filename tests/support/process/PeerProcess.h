@@ -1,4 +1,4 @@
-// Another process that serves at a local socket while it is needed.
+// Another process that serves a local socket for a test.
 #pragma once
 
 #include <fcntl.h>
@@ -48,7 +48,7 @@ class PeerProcess {
       }
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    // Bound, but it may not listen yet.
+    // The socket is bound, but the process may not listen yet.
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }
   ~PeerProcess() {

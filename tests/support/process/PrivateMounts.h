@@ -1,4 +1,4 @@
-// Mounts that nobody but the test's own process sees, and that end with it.
+// Mounts that only the test's own process sees, and that end with it.
 #pragma once
 
 #include <sched.h>
@@ -8,7 +8,7 @@
 
 namespace keldane::testing {
 
-/// False where this user may not mount. To be called before there is a second thread.
+/// Returns false where this user may not mount. Called before there is a second thread.
 inline bool hasPrivateMounts() {
   return unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 }

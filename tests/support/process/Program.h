@@ -1,4 +1,4 @@
-// Programs as processes of their own.
+// Runs programs as child processes.
 #pragma once
 
 #include <fcntl.h>
@@ -13,7 +13,8 @@
 
 namespace keldane::testing {
 
-/// Starts the program that the first argument names; its errors go to a file, its output nowhere.
+/// Starts the program that the first argument names. Its standard error goes to a file, its output is
+/// dropped.
 inline pid_t spawnProgram(std::vector<std::string> arguments, const std::string& errors = "/dev/null") {
   std::vector<char*> pointers;
   for (std::string& argument : arguments) {
@@ -31,7 +32,7 @@ inline pid_t spawnProgram(std::vector<std::string> arguments, const std::string&
   return child;
 }
 
-/// What waitpid says of its end.
+/// The status of the child's end, as waitpid gives it.
 inline int waitForEnd(pid_t child) {
   int status = 0;
   while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
@@ -39,7 +40,7 @@ inline int waitForEnd(pid_t child) {
   return status;
 }
 
-/// Ends with its owner.
+/// A running program, which the destructor ends.
 class Program {
  public:
   explicit Program(std::vector<std::string> arguments, const std::string& errors = "/dev/null")

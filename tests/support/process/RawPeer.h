@@ -1,4 +1,4 @@
-// The other end of a socket, byte by byte: a listener that shares no code with the transport.
+// The other end of a socket, byte by byte, without any code of the transport.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -19,7 +19,7 @@ namespace keldane::testing {
 
 inline constexpr char kMarkerText[] = "8A2E4C19-5D73-4B8F-A0E6-C93B17F52D04";
 
-/// A frame as it came over the wire.
+/// A frame from the wire.
 struct Frame {
   std::string marker;
   std::int32_t type = 0;
@@ -41,7 +41,7 @@ class RawConnection {
     ASSERT_EQ(::send(descriptor_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL),
               static_cast<ssize_t>(bytes.size()));
   }
-  /// False when the peer has gone.
+  /// Returns false when the peer has gone.
   bool tryWrite(const std::string& bytes) {
     return ::send(descriptor_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
            static_cast<ssize_t>(bytes.size());
@@ -62,7 +62,8 @@ class RawConnection {
   void writeFrame(std::int32_t type, const std::string& payload) { write(frame(type, payload)); }
   void answer(const PropertyList& value) { writeFrame(2, payloadOf(value)); }
 
-  /// Reads exactly this much, within a generous time; what came until the end otherwise.
+  /// Reads exactly this much within a generous time. At the end of the stream it returns the bytes up to
+  /// there.
   std::string read(std::size_t count) {
     std::string bytes;
     while (bytes.size() < count && isReadable(20000)) {
@@ -75,7 +76,7 @@ class RawConnection {
     }
     return bytes;
   }
-  /// What has come, of which one read takes this much at most.
+  /// The result of one read of at most this size.
   std::string readOnce(std::size_t most) {
     std::string bytes(most, '\0');
     const ssize_t got = ::recv(descriptor_.get(), bytes.data(), most, 0);
@@ -94,12 +95,12 @@ class RawConnection {
     }
     return frame;
   }
-  /// Whether bytes, or the end, come within this time.
+  /// Whether bytes or the end of the stream come within this time.
   bool isReadable(int milliseconds) {
     pollfd source{descriptor_.get(), POLLIN, 0};
     return poll(&source, 1, milliseconds) == 1;
   }
-  /// Whether there is room for more within this time.
+  /// Whether more can be written within this time.
   bool isWritable(int milliseconds) {
     pollfd target{descriptor_.get(), POLLOUT, 0};
     return poll(&target, 1, milliseconds) == 1;
@@ -112,7 +113,7 @@ class RawConnection {
   Descriptor descriptor_;
 };
 
-/// A connection that sends what no client would.
+/// A connection for bytes that no client would send.
 inline RawConnection connectedTo(const std::string& path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;

@@ -1,4 +1,4 @@
-// Which threads of this process take signals.
+// Counts the threads of this process that take a signal.
 #pragma once
 
 #include <cstddef>

@@ -13,11 +13,11 @@
 
 namespace keldane::testing {
 
-/// A user whom nobody has made.
+/// The number of a user who does not exist.
 constexpr uid_t kStranger = 4123456;
 
-/// What another user's program sees. The system notes who connects, and on Linux each thread has a user of
-/// its own.
+/// A connection that another user's program makes. The kernel records the user of the connecting thread, and
+/// on Linux each thread has a user of its own.
 inline RawConnection connectedAs(uid_t user, const std::string& path) {
   std::unique_ptr<RawConnection> connection;
   std::thread([&] {

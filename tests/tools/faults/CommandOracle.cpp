@@ -14,7 +14,7 @@ constexpr std::string_view kInclude = "addFileToBackup:";
 constexpr std::string_view kLeaveOut = "removeFileFromBackup:";
 constexpr std::string_view kPrefer = "setPriorityBackup:";
 
-// Places of a request's list.
+// Positions in a request's list.
 constexpr std::size_t kSelectorAt = 2;
 constexpr std::size_t kFirstArgumentAt = 5;
 
@@ -22,7 +22,7 @@ bool isOrder(std::string_view selector) {
   return selector == kInclude || selector == kLeaveOut || selector == kPrefer;
 }
 
-/// All that can be read as a request, orders or not.
+/// All messages that can be read as requests, orders or not.
 Orders requestsIn(const std::string& forwarded) {
   Orders requests;
   const BytesView bytes{reinterpret_cast<const std::uint8_t*>(forwarded.data()), forwarded.size()};
@@ -39,7 +39,7 @@ Orders requestsIn(const std::string& forwarded) {
   return requests;
 }
 
-/// Whether the one is what is left of the other when some are taken out.
+/// Whether `part` is `whole` without some of its orders.
 bool isPartOf(const Orders& part, const Orders& whole) {
   auto next = whole.begin();
   return std::all_of(part.begin(), part.end(), [&](const Order& order) {

@@ -1,5 +1,5 @@
-// What a command may have told the daemon over a faulty connection, and what the daemon then makes of its
-// files.
+// Computes the messages that a command may have sent to the daemon over a faulty connection, and the states
+// that the daemon's files may then have.
 #pragma once
 
 #include <cstdint>
@@ -17,7 +17,7 @@ constexpr std::uint32_t kBackup = fourCharCode("r2d<");
 constexpr std::uint32_t kExclude = fourCharCode("r2d=");
 constexpr std::uint32_t kBackupASAP = fourCharCode("r2d>");
 
-/// A message that changes something and has no answer.
+/// A request that changes something and has no answer.
 struct Order {
   std::string selector;
   std::string path;
@@ -25,29 +25,29 @@ struct Order {
 };
 using Orders = std::vector<Order>;
 
-/// What a command sends: one message for each path, and "as soon as possible" two, of which the first brings
-/// the file into the backup and the second prefers it. All of one path come before those of the next.
+/// The orders that a command sends: one for each path. "As soon as possible" sends two: the first includes
+/// the file in the backup, the second prefers it. All orders for one path come before those for the next.
 Orders ordersOf(std::uint32_t command, const std::vector<std::string>& paths);
 
-/// The orders among the bytes that went out to the daemon, as they came.
+/// The orders among the bytes that were sent to the daemon, in the order in which they arrived.
 Orders ordersIn(const std::string& forwarded);
 
-/// Whether a question follows an order among those bytes. Its answer may tell of what the order did.
+/// Whether a question follows an order among those bytes. Its answer may reflect the order's effect.
 bool asksAfterOrder(const std::string& forwarded);
 
-/// Why orders cannot have arrived over a connection with that plan when these were sent; empty when they can.
+/// Explains why a connection with this plan cannot have delivered `arrived` when `sent` was sent; empty when
+/// it can.
 ///
-/// A client sends them in their order until its link has ended, so what arrives is a beginning, and all of it
-/// when every question got its answer. Bytes that are lost on the way take single ones out of it, a message
-/// that goes out twice or out of turn makes them come so, and a changed byte makes anything of them.
+/// A client sends its orders in sequence until its link has ended. So a beginning of them arrives, and all of
+/// them when every question got its answer. Lost bytes remove single orders. A message that is repeated or
+/// sent out of turn repeats or reorders orders. A changed byte can turn an order into anything.
 std::string misdelivery(const FaultPlan& plan, const Orders& arrived, const Orders& sent);
 
-/// What the daemon makes of a file that nothing included before.
+/// The state in which the daemon has a file that no rule included before.
 enum class Standing : std::uint8_t { leftOut, included, preferred };
 
-/// What a file may be after these orders. When it is not certain that each was carried out, which it is not
-/// if what arrived around it could not be read, any of them may have been left out. A file that is not
-/// included cannot be preferred.
+/// The states that a file may have after these orders. `certain` is false when messages around them could not
+/// be read; then any order may not have been carried out. A file that is not included cannot be preferred.
 std::set<Standing> possibleStandings(const Orders& arrived, const std::string& path, bool certain);
 
 }  // namespace keldane::testing

@@ -24,7 +24,7 @@ BytesView viewOf(std::string_view text) {
   return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
 }
 
-/// Of the messages from the first that is not dropped on.
+/// The answers among the messages, without the first `dropped` ones.
 Answers answersIn(const std::vector<Frame>& frames, std::size_t dropped) {
   Answers answers;
   for (std::size_t i = dropped; i < frames.size(); ++i) {
@@ -37,14 +37,14 @@ Answers answersIn(const std::vector<Frame>& frames, std::size_t dropped) {
   return answers;
 }
 
-/// A dictionary's flags; anything else has none.
+/// The flags of a dictionary; 0 for any other value.
 std::uint32_t flagsOf(const PropertyList& node) { return node["simpleFlags"].unsignedIntValue(); }
 
 }  // namespace
 
 std::vector<Answers> possibleAnswers(const ConnectionReport& report) {
   const std::vector<Frame> frames = FrameStream(viewOf(report.delivered)).frames;
-  // What came before the client asked anything may have been read before it did, or after.
+  // Bytes that came before the client asked anything may have been read before or after its first question.
   const std::size_t early =
       FrameStream(viewOf(std::string_view(report.delivered).substr(0, report.early))).frames.size();
   std::vector<Answers> possible;
@@ -53,8 +53,8 @@ std::vector<Answers> possibleAnswers(const ConnectionReport& report) {
       break;
     }
     const Answers all = answersIn(frames, dropped);
-    // A question that the proxy has read was sent, so its answer is taken. Whether the next one could still
-    // be sent depends on who was quicker.
+    // The proxy has read these questions, so they were sent and their answers are used. Whether the client
+    // could still send the next one depends on timing.
     const std::size_t certain =
         report.endedByClient ? all.size() : std::min<std::size_t>(report.requests, all.size());
     for (std::size_t count = certain; count <= all.size(); ++count) {
@@ -76,12 +76,12 @@ Titles menuFor(const std::vector<std::string>& paths, const Answers& answers) {
   for (const std::string& path : paths) {
     const PropertyList first = ask();
     isBarred |= first && (flagsOf(first) & kEnabled) == 0;
-    ask();  // whether it is in the backup: asked, and not looked at
+    ask();  // the plug-in asks whether it is in the backup, and ignores the answer
     std::error_code error;
     const auto status = std::filesystem::status(path, error);
     const bool isFolder = std::filesystem::is_directory(status);
     if (std::filesystem::exists(status) && !isFolder) {
-      ask();  // its type's rule: not looked at either
+      ask();  // the plug-in asks for the rule of its type, and ignores the answer
       const std::uint32_t flags = flagsOf(ask());
       const bool isOffered = (flags & kPriorityOffer) == kPriorityOffer && (flags & kPriorityChecked) == 0;
       (isOffered ? someFileWithPriorityOffer : someFileWithout) = true;

@@ -1,4 +1,4 @@
-// What a menu may show after a faulty connection, worked out from the bytes that reached the client.
+// Computes the menus that a faulty connection may lead to, from the bytes that reached the client.
 #pragma once
 
 #include <optional>
@@ -10,38 +10,39 @@
 
 namespace keldane::testing {
 
-/// Titles of the submenu's items; nothing when there is no menu.
+/// The titles of the submenu's items; absent when there is no menu.
 using Titles = std::optional<std::vector<std::string>>;
 
-/// What the questions of one connection were answered, in their order; absent for an answer without a value.
-/// Those beyond the end were not answered, which reads as absent too.
+/// The answers to the questions of one connection, in order; absent for an answer without a value. Questions
+/// beyond the end were not answered, which also reads as absent.
 using Answers = std::vector<PropertyList>;
 
 /// Nothing on the wire ties an answer to its question: a message is a marker, a type and a length, and the
 /// next answer belongs to the next question. There is one question at a time, and no limit to the wait for
-/// its answer. So this is all that a client can make of what it receives, and all that it may:
+/// its answer. So these are all the conclusions that a client can draw from the bytes that it receives:
 ///
-/// - The stream is read in steps of the marker's length until one is the marker. What comes in whole steps
-///   before a message changes nothing. What does not hides the message, and the client reads past it.
-/// - A response is the answer to the question that is asked, or, when it comes early, to the first that will
-///   be. An answer that cannot be read, or is empty, is absent, but it is an answer.
-/// - A request of the daemon's answers nothing.
-/// - A message of another type is an absent answer, once the client has asked anything; before that it is
-///   nothing.
-/// - When the link has ended, what was received is still answered, unless a question can no longer be sent;
+/// - The client reads the stream in steps of the marker's length until one step is the marker. Extra bytes
+///   before a message change nothing when they fill whole steps. Otherwise they hide the message, and the
+///   client reads past it.
+/// - A response is the answer to the present question, or, when it comes early, to the first question that
+///   follows. An answer that cannot be read or is empty is absent, but it is an answer.
+/// - A request of the daemon's is no answer.
+/// - A message of another type is an absent answer once the client has asked anything; before that it is
+///   ignored.
+/// - When the link has ended, the received answers are still used, unless a question can no longer be sent;
 ///   from then on all answers are absent.
 ///
 /// A fault that loses bytes or ends the link therefore leaves the answers right up to some question, and
-/// absent from there on. One that sends a message twice, early or out of turn gives a question what was
-/// answered to another one of this connection. Only one that changes bytes can give a question what nobody
-/// answered. `Effect` has these by name.
+/// absent after it. A fault that sends a message twice, early or out of turn gives a question the answer to
+/// another question of this connection. Only a fault that changes bytes can give a question an answer that
+/// nobody sent. `Effect` names these cases.
 std::vector<Answers> possibleAnswers(const ConnectionReport& report);
 
-/// The menu for a selection when its questions are answered like this.
+/// The menu for a selection whose questions get these answers.
 Titles menuFor(const std::vector<std::string>& paths, const Answers& answers);
 
-/// Why answers cannot come from a connection with that effect, whose answers were these without it; empty
-/// when they can.
+/// Explains why a connection with that effect cannot give `answers` when a clean connection gives `clean`;
+/// empty when it can.
 std::string contradiction(Effect effect, const Answers& answers, const Answers& clean);
 
 }  // namespace keldane::testing

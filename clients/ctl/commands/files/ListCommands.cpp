@@ -25,7 +25,7 @@ struct ListOptions {
   int depth = std::numeric_limits<int>::max();
 };
 
-/// A JSON array of any length, an element a line.
+/// A JSON array of any length, with one element a line.
 class JsonArray {
  public:
   JsonArray() { std::cout << '['; }
@@ -89,8 +89,8 @@ class Listing {
   }
 
  private:
-  /// Sorted by name. What is asked for is freed with its folder, so a listing needs no more room than one
-  /// folder and the way to it.
+  /// Loads a folder's children, sorted by name. A folder's nodes are freed after it was listed, so the memory
+  /// in use is that of one folder and of the folders above it.
   void load(const Node::Pointer& folder) {
     session_.renewDeadline();
     loadChildren(folder, session_.proxy());

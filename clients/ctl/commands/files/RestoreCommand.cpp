@@ -81,7 +81,7 @@ class RestoreRun {
   }
 
  private:
-  /// The last report. The first Ctrl-C cancels the job, whose end is then waited for.
+  /// Returns the last report. The first Ctrl-C cancels the job; its end is still waited for.
   PropertyList follow() {
     Interrupt interrupt;
     bool cancelled = false;

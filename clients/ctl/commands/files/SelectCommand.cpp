@@ -22,7 +22,7 @@ struct SelectOptions {
   bool json = false, null = false;
 };
 
-/// The deepest folder that holds all paths; their own parent for a single one.
+/// The deepest folder that holds all paths; the parent folder for a single path.
 std::string folderAround(const std::vector<std::string>& paths) {
   std::vector<std::string> common = pathComponents(paths.front());
   common.resize(std::max<std::size_t>(1, common.size() - 1));
@@ -55,8 +55,8 @@ class Selection {
   }
 
   void print() {
-    // All that takes part is loaded first: a selection spreads to what is there, and what is above is derived
-    // from all its children.
+    // All nodes that take part are loaded first, because a selection spreads to loaded nodes only, and a
+    // folder's state is derived from all its children.
     std::vector<Node::Pointer> selected, excluded;
     for (const std::string& path : paths_) {
       addTo(selected, path);

@@ -1,4 +1,4 @@
-// What lies in the backup, and what does not get there.
+// The commands about stored files, and about files that could not be stored.
 #include <iostream>
 
 #include "cli/Json.h"

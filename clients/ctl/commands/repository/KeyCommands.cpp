@@ -36,8 +36,8 @@ void importKey(const Globals& globals, const std::string& file) {
   std::cout << tr("The key opens the repository and is kept from now on.") << '\n';
 }
 
-/// Dark on light whatever the terminal's own colours are: a code of light on dark is not read by every
-/// camera.
+/// The lines of the code, dark on light whatever the terminal's own colours are, because not every camera
+/// reads a code of light on dark.
 std::vector<std::string> codeFor(const Terminal& terminal, const std::string& key) {
   std::vector<std::string> lines = QrCode(key).lines(Terminal::hasBoxes());
   if (terminal.isTerminal()) {

@@ -32,7 +32,7 @@ std::string progressText(const PropertyList& report) {
                 countText(report["all"].unsignedLongLongValue()));
 }
 
-/// Waits until the daemon has answered. The first Ctrl-C cancels the move, whose end is then waited for.
+/// Waits until the daemon has answered. The first Ctrl-C cancels the move; its end is still waited for.
 void follow(const Globals& globals, const std::future<PropertyList>& answer) {
   OwnerSession session(globals);
   const Terminal terminal;

@@ -30,7 +30,7 @@ struct RecoverOptions {
   bool takeOver = false, json = false;
 };
 
-/// Builds the daemon's catalogue anew from a repository, and follows how far it has come.
+/// Builds the daemon's catalogue anew from a repository, and reports the progress.
 class Recovery {
  public:
   Recovery(Globals& globals, const RecoverOptions& options)
@@ -52,7 +52,7 @@ class Recovery {
   }
 
  private:
-  /// False when it has to be said first whose files are meant.
+  /// Starts the recovery. Returns false when the person must first choose whose files are meant.
   bool begin(OwnerSession& session, const PropertyList::Entries& request) {
     std::optional<std::uint32_t> computer = options_.computer;
     for (;;) {

@@ -1,4 +1,4 @@
-// Where the backup is kept, how it stands, and what it is kept by.
+// The commands about the repository, its state, and its settings.
 #include <iostream>
 #include <optional>
 
@@ -20,7 +20,7 @@ namespace {
 constexpr std::size_t kRepositoryLabel = 17, kSettingLabel = 28;
 constexpr std::uint32_t kUsualSample = 100;
 
-/// A row a value that the daemon told.
+/// Prints one row for each value that the daemon reported.
 class RepositoryPage {
  public:
   explicit RepositoryPage(PropertyList values) : values_(std::move(values)) {}

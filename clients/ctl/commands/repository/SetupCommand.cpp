@@ -20,7 +20,7 @@ struct SetupOptions {
   bool adopt = false;
 };
 
-/// Says where the backup is kept now, and asks for another place.
+/// Shows the current place of the backup and asks for another one.
 Place chosenPlace(OwnerSession& session) {
   const PropertyList now = session.ask("repository:");
   const std::string location = printable(now["location"].string());

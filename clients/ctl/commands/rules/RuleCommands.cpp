@@ -32,7 +32,7 @@ constexpr PathCommand kPathCommands[] = {
      Wish::inherit},
 };
 
-/// What the daemon's numbers for a change of a rule say.
+/// The meaning of the daemon's error number for a change of a rule.
 std::string reasonFor(std::uint32_t error) {
   switch (error) {
     case EPERM:
@@ -55,7 +55,7 @@ class RuleChange {
  public:
   RuleChange(Session& session, const std::string& path) : session_(session), path_(path) { look(); }
 
-  /// Empty when the daemon has taken it, otherwise a sentence.
+  /// Makes the change. Returns a sentence when the daemon has not accepted it, otherwise an empty string.
   std::string make(Wish wish) {
     if (!isValidUtf8(path_) || (!node_ && wish != Wish::inherit)) {
       return nothingKnownOf(path_) + (isValidUtf8(path_) ? std::string(" ") + tr("No rule was made.") : "");
@@ -131,7 +131,7 @@ void changeRules(Globals& globals, const PathCommand& which, const std::vector<s
   std::vector<std::string> paths;
   paths.reserve(given.size());
   for (const std::string& path : given) {
-    paths.push_back(pathNamed(path));  // before anything is done
+    paths.push_back(pathNamed(path));  // all paths are resolved before anything is changed
   }
   Session session(globals);
   session.requireDaemon();

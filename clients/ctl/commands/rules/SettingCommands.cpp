@@ -15,8 +15,8 @@ namespace keldane {
 
 namespace {
 
-// A daemon writes down what it was told before it answers the next question, so one follows every command;
-// it also shows whether the command was taken.
+// A daemon saves a setting before it answers the next question, so a question follows each command; its
+// answer also shows whether the command was accepted.
 void confirm(Session& session, bool taken) {
   session.checkDaemon();
   if (!taken) {
@@ -29,7 +29,7 @@ void pause(const Globals& globals, std::int32_t minutes) {
   session.requireDaemon();
   session.state().setPausedMinutes(minutes);
   if (minutes == 0) {
-    session.state().setRecoverMode(false);  // a recovery waits for this, too
+    session.state().setRecoverMode(false);  // a recovery also waits for a resume
   }
   const std::uint32_t left = session.state().pausedMinutes();
   confirm(session, (left > 0) == (minutes > 0));
@@ -112,7 +112,7 @@ void stop(const Globals& globals, bool yes) {
     session.renewDeadline();
   }
   session.state().terminateDaemon();
-  // A daemon that ends closes the link; one that may not be told to answers the question.
+  // A daemon that obeys closes the link. A daemon that refuses answers the question.
   session.state().updateDaemonState();
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
   while (session.state().connected() && std::chrono::steady_clock::now() < end) {

@@ -20,7 +20,7 @@ struct Rule {
 constexpr std::array<Rule, 3> kRules = {
     {{"backup", kTypeBackup}, {"exclude", kTypeExclude}, {"none", kTypeNone}}};
 
-// A name has at most 255 bytes, and before the dot stands at least one.
+// A name has at most 255 bytes, and at least one stands before the dot.
 constexpr std::size_t kLongestExtension = 253;
 
 std::string wordFor(std::uint32_t toggle) {
@@ -32,7 +32,7 @@ std::string wordFor(std::uint32_t toggle) {
   return "toggle " + std::to_string(toggle);
 }
 
-/// Why no file can ever be of this type; empty when one can. A dot alone stands for files without an
+/// The reason why no file can have this extension; empty when one can. A single dot means files without an
 /// extension.
 std::string problemWith(std::string_view given) {
   const std::string extension(given.substr(given.starts_with('.') ? 1 : 0));

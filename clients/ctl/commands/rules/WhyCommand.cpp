@@ -1,4 +1,4 @@
-// Why a path is in the backup or not.
+// The command why: the reason why a path is in the backup or not.
 #include <iostream>
 
 #include "cli/Json.h"

@@ -20,7 +20,7 @@ using Json = nlohmann::ordered_json;
 
 constexpr std::size_t kLabelColumns = 16;
 
-/// The values of the daemon's state that a row of its own shows; every other one is printed as it is.
+/// The values of the daemon's state that have rows of their own; all others are printed unchanged.
 constexpr std::array kShownKeys = {"backedUpFileCount",
                                    "backedupFileSize",
                                    "backupState",
@@ -63,7 +63,7 @@ class StatusPage {
       const std::size_t place = rows_.count();
       modes();
       others();
-      rows_.insert(place, tr("Quota"), quota());  // whose bar takes the room that the labels leave
+      rows_.insert(place, tr("Quota"), quota());  // the bar takes the columns that the labels leave
     } else {
       row(tr("Daemon"), filled(tr("%s, not to be reached at %s"), terminal_.colored(Color::red, tr("away")),
                                printable(session_.socketPath())));
@@ -102,7 +102,7 @@ class StatusPage {
                                       text(state_.currentRestoreFile())));
   }
 
-  // What older daemons do not tell has no row.
+  // Values that older daemons do not report have no row.
   void repository() {
     const PropertyList& values = state_.daemonState();
     const PropertyList health = values["health"], count = values["failureCount"];
@@ -123,7 +123,7 @@ class StatusPage {
       return tr("not limited");
     }
     const std::uint64_t whole = std::uint64_t{state_.quotaMB()} << 20;
-    // The room that the repository takes. An older daemon tells only what it has of the files.
+    // The size of the repository. An older daemon reports only the size of the stored files.
     const PropertyList size = state_.daemonState()["repositorySize"];
     const std::uint64_t used = size ? size.unsignedLongLongValue() : state_.backedupFileSize();
     const double part = whole == 0 ? 1 : static_cast<double>(used) / static_cast<double>(whole);

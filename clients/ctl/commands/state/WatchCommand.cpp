@@ -39,14 +39,15 @@ std::string timeOfDay() {
              : std::string(text, std::strftime(text, sizeof(text), "%H:%M:%S", &parts));
 }
 
-// The shell's prompt gets a line of its own.
+// Ends the line, so that the shell's prompt has a line of its own.
 extern "C" void endLineAndProcess(int number) {
   [[maybe_unused]] const ssize_t written = write(STDOUT_FILENO, "\n", 1);
   std::signal(number, SIG_DFL);
   std::raise(number);
 }
 
-/// Follows the daemon's state: on a terminal in one line that is drawn anew, otherwise in a line a change.
+/// Follows the daemon's state: in one line that is redrawn on a terminal, otherwise in one line for each
+/// change.
 class Watcher {
  public:
   Watcher(Globals& globals, const WatchOptions& options)
@@ -100,7 +101,7 @@ class Watcher {
     drawn_ = false;
   }
 
-  // Also tells at the beginning whether anybody is there.
+  // This is also called at the beginning and then reports whether there is a daemon.
   void connectionChanged() {
     const bool connected = state_.connected();
     if (connected == connected_) {
@@ -126,7 +127,7 @@ class Watcher {
       draw();
     } else {
       const std::string text = line();
-      if (text != last_) {  // a daemon without a state is announced at every poll
+      if (text != last_) {  // each poll without a state leads to this call
         std::cout << timeOfDay() << ' ' << text << std::endl;
         last_ = text;
       }
@@ -138,13 +139,13 @@ class Watcher {
     }
   }
 
-  // A pause ends by itself; the others end when somebody sees to it.
+  // A pause ends by itself; these holds end only when somebody acts.
   bool isHeldForGood() const {
     const PropertyList held = state_.daemonState()["heldBy"];
     return held.string() == "off" || held.string() == "recovering" || held.string() == "manual";
   }
 
-  // What has failed is listed to those who may ask for it.
+  // Failed files are listed only for users who may ask for them.
   void tellEnd() {
     const PropertyList& state = state_.daemonState();
     if (state_.isBackupNeeded() || state_.pendingFileCount() > 0) {

@@ -1,4 +1,4 @@
-// What a person wants to be told of who does not look at the window.
+// The choice of alerts for a person who does not look at the window.
 #pragma once
 
 #include <gtkmm/box.h>
@@ -8,7 +8,7 @@
 
 namespace keldane {
 
-/// A switch for each kind. The window's thread.
+/// A switch for each kind of alert. Used on the window's thread.
 class AlertsPane : public Gtk::Box {
  public:
   explicit AlertsPane(AlertKeeper& keeper);

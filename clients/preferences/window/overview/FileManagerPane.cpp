@@ -10,7 +10,7 @@ namespace keldane {
 
 namespace {
 
-/// In the order of the switches.
+/// The titles, in the order of the switches.
 constexpr std::array<const char*, kFileManagerSwitches.size()> kTitles = {
     marked("Show emblems on files and folders"),
     marked("Offer the columns of the backup in lists"),
@@ -38,7 +38,7 @@ FileManagerPane::FileManagerPane(DaemonDesk& desk) : Gtk::Box(Gtk::Orientation::
   signal_map().connect([this] { read(); });
 }
 
-// The file may lie on a disk that is slow.
+// The file may lie on a slow disk, so another thread reads it.
 void FileManagerPane::read() {
   desk_.aside([this, wished = wished_]() -> std::function<void()> {
     return [this, wished, options = FileManagerOptions::read()] {
@@ -57,7 +57,7 @@ void FileManagerPane::show(const FileManagerOptions& options) {
   showing_ = false;
 }
 
-// One at a time for each, so that what was wished last is what stays in the file.
+// Only one write runs for each switch at a time, so the last choice is the one that stays in the file.
 void FileManagerPane::write(std::size_t number) {
   if (std::exchange(writing_[number], true)) {
     return;

@@ -1,4 +1,4 @@
-// What the file managers show of the backup.
+// The choice of what file managers show of the backup.
 #pragma once
 
 #include <gtkmm/box.h>
@@ -12,7 +12,8 @@
 
 namespace keldane {
 
-/// A switch each. They are this user's own and need no daemon; file managers that run follow them.
+/// One switch for each. The switches are this user's own and need no daemon; running file managers follow
+/// them.
 class FileManagerPane : public Gtk::Box {
  public:
   explicit FileManagerPane(DaemonDesk& desk);
@@ -26,8 +27,8 @@ class FileManagerPane : public Gtk::Box {
   std::array<Gtk::CheckButton, kFileManagerSwitches.size()> switches_;
   Gtk::Label refusal_;
   std::array<bool, kFileManagerSwitches.size()> writing_{};
-  unsigned wished_ = 0;   // how often something was switched
-  bool showing_ = false;  // what is in the file, so that nothing is to be written
+  unsigned wished_ = 0;   // number of switches that were moved
+  bool showing_ = false;  // while the switches are set from the file, so that nothing is written
 };
 
 }  // namespace keldane

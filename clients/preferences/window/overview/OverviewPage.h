@@ -1,4 +1,4 @@
-// How the backup stands, what it does, what could not be backed up, and what file managers show of it.
+// The page with the state of the backup, its failures, and what file managers show of it.
 #pragma once
 
 #include <gtkmm/box.h>
@@ -22,10 +22,10 @@
 
 namespace keldane {
 
-/// One sentence on top that is true, with the button that mends what is wrong.
+/// A true sentence stands at the top, with the button that mends what is wrong.
 class OverviewPage : public Gtk::ScrolledWindow {
  public:
-  /// What leads elsewhere.
+  /// Leads to other pages.
   struct Ways {
     std::function<void()> setUp, showStorage, chooseFiles;
   };
@@ -33,11 +33,11 @@ class OverviewPage : public Gtk::ScrolledWindow {
   OverviewPage(DaemonDesk& desk, AlertKeeper& alerts, Ways ways);
 
   void show(const StatusSnapshot& snapshot);
-  /// A sentence instead of the daemon's own words, for when it has none.
+  /// Shows a sentence instead of the daemon's own words, for when it has none.
   void say(const std::string& sentence);
-  /// What the page says; absent while it says something instead.
+  /// The headline that the page shows; absent while it shows a sentence of its own.
   std::optional<Headline> shownHeadline() const;
-  /// The answer to `repository:`, absent when there is none.
+  /// Takes the answer to `repository:`, which is absent when there is none.
   void showRepository(const PropertyList& repository);
 
  private:
@@ -52,7 +52,7 @@ class OverviewPage : public Gtk::ScrolledWindow {
   StatusSnapshot status_;
   PropertyList repository_;
   Remedy remedy_ = Remedy::none;
-  bool said_ = true;  // instead of the daemon's words
+  bool said_ = true;  // whether a sentence stands instead of the daemon's words
   std::uint32_t failuresShown_ = 0;
   Gtk::Box content_, headlineBox_;
   Gtk::Image icon_;

@@ -16,7 +16,7 @@ constexpr int kQuotaBarWidth = 200;
 
 std::string percent(double fraction) { return std::to_string(static_cast<int>(fraction * 100)) + " %"; }
 
-/// What the daemon would refuse is shown and not offered.
+/// Values that the daemon would refuse to change are shown and cannot be edited.
 void leaveFixed(Gtk::Widget& widget, bool isFixed) {
   if (isFixed) {
     widget.set_sensitive(false);
@@ -106,7 +106,8 @@ void StatusPane::pause(std::int32_t minutes) {
   wishes_.pause(minutes);
 }
 
-// Each by itself: what reads the window to its user does not know that a box is out of use.
+// Each widget is disabled by itself, because a screen reader does not notice that the box around them is
+// disabled.
 void StatusPane::setControlsSensitive(bool sensitive) {
   for (Gtk::Widget* widget :
        std::initializer_list<Gtk::Widget*>{&pause_, &minutes_, &automatic_, &lowPriority_}) {

@@ -1,4 +1,4 @@
-// What the daemon is doing, its account, its quota, and its switches.
+// The daemon's activity, its account, its quota, and its switches.
 #pragma once
 
 #include <gtkmm/box.h>
@@ -18,11 +18,11 @@
 
 namespace keldane {
 
-/// The switches show what the daemon says once it has heard of all that the user wants; until then they stay
-/// as the user has put them.
+/// The switches show the daemon's values once it has received all of the user's changes; until then they stay
+/// as the user has set them.
 class StatusPane : public Gtk::Box {
  public:
-  /// What the pane wants of the daemon.
+  /// The pane's requests to the daemon.
   struct Wishes {
     std::function<void(std::int32_t minutes)> pause;
     std::function<void(bool on)> setAutomatic, setLowPriority;
@@ -31,7 +31,7 @@ class StatusPane : public Gtk::Box {
   explicit StatusPane(Wishes wishes);
 
   void show(const StatusSnapshot& snapshot);
-  /// A sentence instead of the daemon's own words, for when it has none.
+  /// Shows a sentence instead of the daemon's own words, for when it has none.
   void say(const std::string& sentence);
 
  private:
@@ -46,8 +46,8 @@ class StatusPane : public Gtk::Box {
 
   const Wishes wishes_;
   const SystemConfig config_ = SystemConfig::read();
-  std::uint32_t wished_ = 0;  // how many settings
-  bool showing_ = false;      // so that what the daemon says is not taken for the user's wish
+  std::uint32_t wished_ = 0;  // number of settings that the user has changed
+  bool showing_ = false;  // while the daemon's values are shown, so that they are not taken for the user's
   Gtk::Label status_, details_, file_, pausedFor_;
   Gtk::ProgressBar progress_, quotaBar_;
   Gtk::Grid values_;

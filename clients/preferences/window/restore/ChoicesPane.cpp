@@ -18,7 +18,7 @@ namespace {
 constexpr unsigned kTypingPause = 400;  // milliseconds after which a date counts as typed
 constexpr const char* kConflicts[] = {"keepBoth", "replace", "skip"};
 
-/// A day's end is meant by a day: what was stored in its course is of that day.
+/// A date without a time means the end of that day, because whatever was stored during the day belongs to it.
 std::optional<double> timeIn(const std::string& text) {
   const std::optional<std::int64_t> time = timeNamed(text, std::time(nullptr));
   if (!time) {

@@ -1,4 +1,5 @@
-// Where something is restored to, what becomes of what is there, and as of when.
+// The target of a restore, what happens to files that are in the way, and the time as of which files are
+// restored.
 #pragma once
 
 #include <gtkmm/box.h>
@@ -22,23 +23,23 @@
 
 namespace keldane {
 
-/// Unless somebody chooses otherwise, things come back to their own places as they were stored last, under
-/// another name where something is there.
+/// By default, items come back to their original places in their newest version, under another name where
+/// something is there already.
 class ChoicesPane : public Gtk::Grid {
  public:
   /// `dateChosen` is called when another date was chosen: seconds since the UNIX epoch, or 0 for the present.
   explicit ChoicesPane(std::function<void(double time)> dateChosen);
   ~ChoicesPane() override;
 
-  /// When there were backups, oldest first.
+  /// The times of the backups, oldest first.
   void showBackups(const std::vector<double>& times) { timeLine_.show(times); }
-  /// Versions have a date of their own.
+  /// Versions have dates of their own, so no date is offered with them.
   void setDateIsOffered(bool offered);
-  /// False, with a sentence shown, while what was typed is no date or no folder was chosen.
+  /// Returns false and shows a sentence while the typed text is no date or no folder was chosen.
   bool isComplete();
-  /// The keys "target", "conflict" and "before" of a request, those that are chosen.
+  /// Those of the keys "target", "conflict" and "before" of a request that a person has chosen.
   PropertyList::Entries request() const;
-  /// The folder that was chosen; empty for the own places.
+  /// The chosen folder; empty when items go to their original places.
   std::string target() const { return into_.get_active() ? folder_ : std::string(); }
 
  private:
@@ -50,7 +51,7 @@ class ChoicesPane : public Gtk::Grid {
   void dateTyped();
 
   const std::function<void(double)> dateChosen_;
-  double time_ = 0;  // what was told of last
+  double time_ = 0;  // the time that was last handed to dateChosen
   sigc::connection typing_;
   bool dateIsOffered_ = true;
   std::string folder_;

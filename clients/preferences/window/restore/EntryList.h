@@ -13,7 +13,7 @@
 
 namespace keldane {
 
-/// Something that can be restored.
+/// A file or a version that can be restored.
 struct StoredEntry {
   std::string path;
   std::uint64_t version = 0;  ///< 0 for the newest
@@ -21,7 +21,7 @@ struct StoredEntry {
   bool isFolder = false;
 };
 
-/// The ticks are this list's own. The window's thread.
+/// The list itself keeps the ticks. Used on the window's thread.
 class EntryList : public Gtk::ScrolledWindow {
  public:
   EntryList(const char* name, const char* firstTitle, std::function<void()> selectionChanged);

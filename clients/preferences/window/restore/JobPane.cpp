@@ -121,7 +121,7 @@ void JobPane::askForReport() {
   });
 }
 
-// A daemon that is away may come back; the job is not over because nobody tells of it.
+// A daemon that is away may come back; the job may still run while nobody reports on it.
 void JobPane::showReport(const OwnerAnswer& answer) {
   if (!answer) {
     text_.set_text(problemOf(answer));

@@ -1,4 +1,4 @@
-// A restore that runs, and what came of it.
+// A running restore, and its result.
 #pragma once
 
 #include <gtkmm/box.h>
@@ -14,20 +14,21 @@
 
 namespace keldane {
 
-/// Follows one job of the daemon to its end. The job goes on without the window; one that runs when the
+/// Follows one job of the daemon to its end. The job goes on without the window; a job that runs when the
 /// window opens is followed from there.
 class JobPane : public Gtk::Box {
  public:
-  /// Is told the sentence about each job that has ended, and whether it has done all that it was to do.
+  /// Called with the sentence about each job that has ended, and whether the job did everything that it was
+  /// asked to do.
   using Finished = std::function<void(const std::string& result, bool isWhole)>;
 
   JobPane(DaemonDesk& desk, Finished finished);
   ~JobPane() override;
 
   bool isFollowing() const { return job_ != 0; }
-  /// `folder` is where it restores to, for the button; empty when that is not known.
+  /// `folder` is the restore's target, for the button; empty when it is not known.
   void follow(std::uint64_t job, const std::string& folder);
-  /// A sentence instead, for a job that was not started.
+  /// Shows a sentence instead, for a job that was not started.
   void say(const std::string& sentence);
 
  private:
@@ -48,7 +49,7 @@ class JobPane : public Gtk::Box {
   Gtk::Button cancel_, open_;
 };
 
-/// What came of a job, in a sentence.
+/// The result of a job, in a sentence.
 std::string restoreResult(const PropertyList& report);
 
 }  // namespace keldane

@@ -12,14 +12,15 @@
 namespace keldane {
 
 /// Fetches a copy into a private folder and opens it with the desktop's program for such files. The copies
-/// are removed when the window is closed, and what an earlier program left when this is made.
+/// are removed when the window is closed. Copies that an earlier program left behind are removed when this
+/// object is made.
 class LookPane : public JobPane {
  public:
   explicit LookPane(DaemonDesk& desk);
 
-  /// `choice` are the keys of a request that say which version.
+  /// `choice` holds the keys of a request that say which version.
   void look(const std::string& path, std::uint64_t version, const PropertyList::Entries& choice);
-  /// Whether a restore is such a copy's.
+  /// Whether a job restores such a copy.
   bool isOwn(std::uint32_t job) const { return jobs_.contains(job); }
   void removeCopies();
 

@@ -23,7 +23,7 @@ StoredEntry entryFrom(const PropertyList& values) {
   return entry;
 }
 
-/// A part of a name is looked for anywhere in it.
+/// Text without wildcards is searched for anywhere in a name.
 std::string patternFor(const std::string& text) {
   return text.find_first_of("*?[") == std::string::npos ? "*" + text + "*" : text;
 }
@@ -168,7 +168,7 @@ void RestorePage::showFound(const OwnerAnswer& answer, const std::string& patter
   std::vector<StoredEntry> entries;
   for (std::size_t i = 0; i < found.count(); ++i) {
     StoredEntry entry = entryFrom(found[i]);
-    entry.version = 0;  // the newest, or what a date says
+    entry.version = 0;  // the newest, or the one that a date selects
     entry.path = found[i]["path"].string();
     entry.title = printable(entry.path);
     entry.state = found[i]["deleted"].boolValue() ? tr("Deleted here") : "";

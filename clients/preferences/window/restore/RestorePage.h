@@ -1,4 +1,4 @@
-// Gets things back from the backup.
+// Restores files from the backup.
 #pragma once
 
 #include <gtkmm/box.h>
@@ -23,8 +23,8 @@
 
 namespace keldane {
 
-/// Shows the backup as a tree, what a search has found, what a folder has lost, or the versions of one file,
-/// and restores what is ticked there.
+/// Shows the backup as a tree, the results of a search, the deleted files of a folder, or the versions of one
+/// file, and restores what is ticked there.
 class RestorePage : public Gtk::Box {
  public:
   RestorePage(DaemonDesk& desk, JobPane::Finished finished);
@@ -34,19 +34,19 @@ class RestorePage : public Gtk::Box {
   void show(const Selection& selection);
   void show(const PathAnswer& answer);
   void show(const MissingAnswer& answer);
-  /// What was asked for while the daemon was away is asked for again.
+  /// Repeats the requests that were made while the daemon was away.
   void askAgain();
   /// Follows the restore that the daemon says is running, unless one is followed already.
   void followRunning(std::uint32_t job);
-  /// The window is no longer seen: what a person looked at is put away.
+  /// The window is no longer seen, so copies that a person looked at are removed.
   void putAway() { look_.removeCopies(); }
 
   bool isRestoring() const { return job_.isFollowing(); }
 
   void showTree();
-  /// Of a file.
+  /// Shows the versions of a file.
   void showVersions(const std::string& path);
-  /// What was deleted from a folder.
+  /// Shows the files that were deleted from a folder.
   void showMissing(const std::string& folder);
 
  private:
@@ -66,7 +66,7 @@ class RestorePage : public Gtk::Box {
   DaemonDesk& desk_;
   View view_ = View::tree;
   bool opened_ = false;  // whether the tree was asked for
-  double time_ = 0;      // as of when the tree is shown; 0: now
+  double time_ = 0;      // the time whose state the tree shows; 0: now
   std::string wanted_;   // the file, folder or pattern that was asked about
   bool answered_ = true;
   std::vector<std::string> paths_;  // selected in the tree

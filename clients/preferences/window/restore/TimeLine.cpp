@@ -28,7 +28,7 @@ TimeLine::TimeLine(std::function<void(double)> chosen) : chosen_(std::move(chose
   setAccessibleName(*this, tr("Backups in the course of time"));
   signal_change_value().connect([this](Gtk::ScrollType type, double value) { return move(type, value); },
                                 false);
-  // What reads the window to its user sets the value itself.
+  // A screen reader sets the value itself.
   signal_value_changed().connect([this] {
     if (!standing_) {
       choose(times_.nearest(get_value()));
@@ -52,7 +52,7 @@ void TimeLine::show(const std::vector<double>& times) {
   const bool wasNow = get_value() >= times_.now();
   const double time = get_value();
   times_ = BackupTimes(times, static_cast<double>(std::time(nullptr)));
-  standing_ = true;  // a range takes the value with it
+  standing_ = true;  // changing the range changes the value, too
   set_range(times_.begin(), std::max(times_.now(), times_.begin() + 1));
   stand(wasNow ? times_.now() : times_.nearest(time));
   clear_marks();

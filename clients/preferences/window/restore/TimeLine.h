@@ -10,16 +10,16 @@
 
 namespace keldane {
 
-/// Has a mark for each backup, as far as there is room, and stands on a backup or at its end, the present.
-/// The arrow keys go from backup to backup. The window's thread.
+/// Has a mark for each backup, as far as there is room. Its value is the time of a backup, or its end, the
+/// present. The arrow keys move from backup to backup. Used on the window's thread.
 class TimeLine : public Gtk::Scale {
  public:
   /// `chosen` is called with the time of a backup, or with 0 for the present, when a person chooses.
   explicit TimeLine(std::function<void(double time)> chosen);
 
-  /// Times in seconds since the UNIX epoch, oldest first.
+  /// Shows these times, in seconds since the UNIX epoch, oldest first.
   void show(const std::vector<double>& times);
-  /// Stands where the last backup up to a time is; 0 for the present. Nobody is told.
+  /// Moves to the last backup up to a time; 0 for the present. `chosen` is not called.
   void setTime(double time);
 
  private:

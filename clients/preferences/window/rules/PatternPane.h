@@ -1,4 +1,4 @@
-// Leaves out what has names of a kind, after showing what that would be.
+// Excludes files by a pattern of their names, after a preview of what that would exclude.
 #pragma once
 
 #include <gtkmm/box.h>
@@ -12,7 +12,7 @@
 
 namespace keldane {
 
-/// A pattern is a line of the daemon's list of what is left out.
+/// A pattern is a line of the daemon's list of exclusions.
 class PatternPane : public Gtk::Box {
  public:
   explicit PatternPane(DaemonDesk& desk);
@@ -27,7 +27,7 @@ class PatternPane : public Gtk::Box {
   Gtk::Label title_, found_;
   Gtk::Entry pattern_;
   Gtk::Button preview_, leaveOut_;
-  std::string previewed_;  // what is shown
+  std::string previewed_;  // the pattern whose preview is shown
 };
 
 }  // namespace keldane

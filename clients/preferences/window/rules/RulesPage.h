@@ -1,4 +1,4 @@
-// The rules in force, as a tree with check boxes, and why they decide as they do.
+// The rules in force, as a tree with check boxes, and the reasons for their decisions.
 #pragma once
 
 #include <gtkmm/box.h>
@@ -14,7 +14,8 @@
 
 namespace keldane {
 
-/// The row that is selected is explained below the tree: the rule that decides, then those that it outranks.
+/// The selected row is explained below the tree: first the rule that decides, then the rules that it
+/// outranks.
 class RulesPage : public Gtk::Box {
  public:
   explicit RulesPage(DaemonDesk& desk);
@@ -35,7 +36,7 @@ class RulesPage : public Gtk::Box {
   NodeTreeView tree_;
   Gtk::Label whyTitle_, why_;
   PatternPane pattern_;
-  std::string explained_;  // the path
+  std::string explained_;  // the path that is explained
 };
 
 }  // namespace keldane

@@ -21,7 +21,7 @@ FoldersStep::FoldersStep(DaemonDesk& desk) : Gtk::Box(Gtk::Orientation::VERTICAL
   for (const Directory directory : {Directory::DOCUMENTS, Directory::PICTURES, Directory::MUSIC,
                                     Directory::VIDEOS, Directory::DESKTOP, Directory::DOWNLOAD}) {
     const std::string path = Glib::get_user_special_dir(directory);
-    // A folder that is not set up is the home folder itself.
+    // The home folder itself stands for a user folder that is not set up.
     if (!path.empty() && path != home) {
       add(path, directory != Directory::DOWNLOAD);
     }
@@ -62,7 +62,7 @@ void FoldersStep::add(const std::string& path, bool ticked) {
   append(*row);
 }
 
-// One after the other, so that the disk is not asked for everything at once.
+// The folders are measured one after the other, so that the disk is not asked for everything at once.
 void FoldersStep::measure(std::size_t place) {
   if (place >= folders_.size()) {
     return;

@@ -1,4 +1,4 @@
-// The third step of the set-up: what is to be backed up.
+// The third step of the set-up: the choice of the folders.
 #pragma once
 
 #include <gtkmm/box.h>
@@ -15,12 +15,12 @@
 
 namespace keldane {
 
-/// The user's own folders with their sizes, which come when they are known.
+/// The user's own folders with their sizes, which appear as they become known.
 class FoldersStep : public Gtk::Box {
  public:
   explicit FoldersStep(DaemonDesk& desk);
 
-  /// Sends a rule for each folder that is ticked; how many there were.
+  /// Sends a rule for each ticked folder and returns their number.
   std::size_t apply();
 
  private:

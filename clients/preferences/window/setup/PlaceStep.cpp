@@ -144,7 +144,7 @@ void PlaceStep::say(const std::string& sentence) {
   problem_.set_visible(!sentence.empty());
 }
 
-// A disk that does not answer holds up its look, and no other look is begun meanwhile.
+// A disk that does not answer delays only its own look-up; no other begins meanwhile.
 void PlaceStep::lookForDisks() {
   if (looking_) {
     return;
@@ -204,7 +204,7 @@ std::optional<PropertyList::Entries> PlaceStep::request() {
     if (typed.empty()) {
       problem = tr("Please type the key or the passphrase of the backup that is there.");
     }
-    // What is no made key is a passphrase.
+    // Text that is not a generated key is a passphrase.
     entries.emplace_back("key", isMadeKey(reading.key) ? reading.key : typed);
   }
   say(problem);

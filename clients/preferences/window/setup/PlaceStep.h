@@ -1,4 +1,4 @@
-// The first step of the set-up: where the backup is to be kept.
+// The first step of the set-up: the place of the backup.
 #pragma once
 
 #include <gtkmm/box.h>
@@ -20,17 +20,17 @@
 
 namespace keldane {
 
-/// Shows what each kind of place needs, and the disks that are plugged in as they come and go.
+/// Shows what each kind of place needs, and the connected disks as they come and go.
 class PlaceStep : public Gtk::Box {
  public:
   explicit PlaceStep(DaemonDesk& desk);
   ~PlaceStep() override;
 
-  /// Whether a backup that is there already can be gone on with.
+  /// Offers to go on with a backup that exists already.
   void setExistingIsOffered(bool offered) { existing_.set_visible(offered); }
-  /// The daemon's own folder, for a repository on this disk.
+  /// Takes the daemon's own folder, for a repository on this disk.
   void setDataFolder(const std::string& folder) { dataFolder_ = folder; }
-  /// The keys of a request for `setUpRepository:`; absent, with a sentence shown, while something is missing.
+  /// The keys of a request for `setUpRepository:`. Absent, with a sentence shown, while something is missing.
   std::optional<PropertyList::Entries> request();
   void say(const std::string& sentence);
 

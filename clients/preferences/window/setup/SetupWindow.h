@@ -19,14 +19,15 @@
 
 namespace keldane {
 
-/// Where, the key, what, done. The place is tried when the first step ends, and taken only when the daemon
-/// could store there; nothing is changed before. Closing the window puts off what has not been done yet.
+/// The steps are the place, the key, the folders, and the end. The place is tried when the first step ends,
+/// and it is taken only when the daemon could store there; nothing is changed before. Closing the window puts
+/// off the steps that are left.
 class SetupWindow : public Gtk::Window {
  public:
   /// `changed` is called when there is another repository.
   SetupWindow(DaemonDesk& desk, std::function<void()> changed);
 
-  /// From the first step on; `repository` is the daemon's answer to `repository:`.
+  /// Begins at the first step; `repository` is the daemon's answer to `repository:`.
   void begin(const PropertyList& repository);
 
  private:
@@ -44,7 +45,7 @@ class SetupWindow : public Gtk::Window {
   const std::function<void()> changed_;
   std::size_t step_ = 0;
   bool busy_ = false, kept_ = false;
-  std::string readyAt_;  // where a repository is that is as it should be
+  std::string readyAt_;  // the location of a repository that is ready; empty while there is none
   Gtk::Box content_, keyStep_, doneStep_, buttons_;
   Gtk::Label now_, progress_, done_;
   Gtk::Stack stack_;

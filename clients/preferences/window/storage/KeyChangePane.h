@@ -1,4 +1,4 @@
-// Changes the key, after telling what that does and what it does not.
+// Changes the key, after explaining what that does and what it does not do.
 #pragma once
 
 #include <gtkmm/box.h>
@@ -13,7 +13,7 @@ namespace keldane {
 
 class KeyChangePane : public Gtk::Box {
  public:
-  /// `changed` is called when another key is in use, of which copies are to be made.
+  /// `changed` is called when a new key is in use, which the person is to copy.
   KeyChangePane(DaemonDesk& desk, std::function<void()> changed);
 
  private:

@@ -15,8 +15,8 @@
 
 namespace keldane {
 
-/// Asks the daemon for the key when it is to be shown or copied, and forgets it when it is hidden. What was
-/// copied where is told in a sentence.
+/// Asks the daemon for the key when it is to be shown or copied, and forgets it when it is hidden. A sentence
+/// tells where copies were made.
 class KeyPane : public Gtk::Box {
  public:
   /// `kept` is called when a copy was made.
@@ -29,7 +29,7 @@ class KeyPane : public Gtk::Box {
  private:
   using Use = void (KeyPane::*)(const KeySheet&);
   void addButton(Gtk::Button& button, const std::function<void()>& clicked);
-  /// Asks for the key and does this with it.
+  /// Asks for the key and calls `use` with it.
   void with(Use use);
   void showKey(const KeySheet& sheet);
   void saveKey(const KeySheet& sheet);
@@ -41,7 +41,7 @@ class KeyPane : public Gtk::Box {
 
   DaemonDesk& desk_;
   const std::function<void()> kept_;
-  std::string keyFile_, sheetFile_;  // chosen, and written once the key is there
+  std::string keyFile_, sheetFile_;  // chosen files, which are written once the key is there
   FolderChooser keyChooser_, sheetChooser_;
   Gtk::Label key_, said_;
   Gtk::FlowBox buttons_;

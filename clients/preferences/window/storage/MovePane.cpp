@@ -126,7 +126,7 @@ void MovePane::askForReport() {
 void MovePane::show(const PropertyList& report) {
   const std::string_view status = report["status"].string();
   if (!isUnderWay(status)) {
-    // Of one that this window has begun the answer tells.
+    // The answer itself tells the end of a move that this window has begun.
     if (begun_) {
       return;
     }

@@ -14,14 +14,15 @@
 
 namespace keldane {
 
-/// The daemon moves it, also when the window is closed; a move that runs is followed when this is seen again.
+/// The daemon moves the backup even when the window is closed; a move that runs is followed when this pane is
+/// shown again.
 class MovePane : public Gtk::Box {
  public:
   /// `moved` is called when the backup is kept elsewhere.
   MovePane(DaemonDesk& desk, std::function<void()> moved);
   ~MovePane() override;
 
-  /// The daemon's own folder, for a place on this disk.
+  /// Takes the daemon's own folder, for a place on this disk.
   void setDataFolder(const std::string& folder) { place_.setDataFolder(folder); }
 
  private:

@@ -10,7 +10,7 @@ namespace keldane {
 
 namespace {
 
-constexpr double kCodeWidth = 0.3;  // of the page
+constexpr double kCodeWidth = 0.3;  // part of the page's width
 constexpr char kSheetFont[] = "Monospace 9";
 
 void drawCode(const Cairo::RefPtr<Cairo::Context>& cairo, const QrCode& code, double left, double top,

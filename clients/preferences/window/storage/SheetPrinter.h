@@ -7,8 +7,8 @@
 
 namespace keldane {
 
-/// Shows the desktop's dialog for printing over the window and prints the sheet; what went wrong is told by
-/// the answer, a sentence, empty when nothing did or nobody wanted to print. `printed` says whether it was.
+/// Shows the desktop's print dialog over the window and prints the sheet. Returns a sentence about a failure;
+/// it is empty on success and when the person cancelled. `printed` says whether the sheet was printed.
 std::string printKeySheet(Gtk::Window& window, const KeySheet& sheet, bool& printed);
 
 }  // namespace keldane

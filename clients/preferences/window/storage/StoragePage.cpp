@@ -109,7 +109,7 @@ void StoragePage::addRoom() {
   askForRoom({});
 }
 
-// A server does not tell.
+// A server does not tell how much space is left.
 void StoragePage::askForRoom(const std::string& location) {
   const bool isKnown = isFolder(location) && !location.empty();
   roomTitle_.set_visible(isKnown);

@@ -1,4 +1,4 @@
-// Where the backup is kept and how it stands.
+// The place and the state of the repository.
 #pragma once
 
 #include <gtkmm/box.h>
@@ -22,10 +22,10 @@
 
 namespace keldane {
 
-/// What the daemon tells of the repository, what proves it, its key, and how long and how much is kept.
+/// The daemon's report on the repository, its checks, its key, and the limits of time and space.
 class StoragePage : public Gtk::ScrolledWindow {
  public:
-  /// `changed` is called when what the daemon tells of the repository has become another.
+  /// `changed` is called when the daemon's report on the repository may have changed.
   StoragePage(DaemonDesk& desk, std::function<void()> setUp, std::function<void()> changed);
 
   /// The answer to `repository:`, which is absent when there is none.
@@ -50,7 +50,7 @@ class StoragePage : public Gtk::ScrolledWindow {
   const std::function<void()> setUp_, changed_;
   Gtk::Box content_;
   Gtk::Grid values_, keeping_;
-  std::map<std::string, Gtk::Label*> labels_;  // by the key of the answer
+  std::map<std::string, Gtk::Label*> labels_;  // by the answer's keys
   Gtk::Box checks_, checking_;
   Gtk::Button checkNow_, checkData_, drill_, another_;
   Gtk::Spinner spinner_;

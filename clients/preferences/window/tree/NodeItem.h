@@ -11,7 +11,7 @@
 
 namespace keldane {
 
-/// What is shown of one file or folder. The window's thread.
+/// The text shown for one file or folder. Used on the window's thread.
 class NodeItem : public Glib::Object {
  public:
   enum class Kind { node, asking, empty };
@@ -22,8 +22,8 @@ class NodeItem : public Glib::Object {
 
   const Kind kind;
   NodeRow row;
-  std::string title;  ///< what stands for its name
-  /// What is in the folder; null for anything else. A folder that was not looked into holds one row of the
+  std::string title;  ///< shown instead of the name
+  /// The rows of a folder; null for anything else. A folder whose content was not loaded holds one row of the
   /// kind `asking`.
   Glib::RefPtr<Gio::ListStore<NodeItem>> children;
   sigc::signal<void()> changed;

@@ -76,8 +76,8 @@ void NodeModel::fill(const Item& item, const NodeRow& row) {
   item->changed.emit();
 }
 
-// Rows come from the last to the first. Those that stand side by side are put there at once, because the view
-// looks at all that it shows again after each change.
+// Rows come from the last to the first. Rows that stand side by side are inserted together, because the view
+// examines all visible rows after each change.
 void NodeModel::addRows(const Item& folder, const std::vector<AddedRow>& rows) {
   std::vector<Item> block;  // the last one first
   std::string before;
@@ -118,8 +118,8 @@ guint NodeModel::placeBefore(const Item& folder, const std::string& path) const 
   return found ? place : count;
 }
 
-// One row is there that is no file's, or none: it says that the daemon is being asked, or that nothing is
-// there.
+// A placeholder row says that the daemon is being asked or that the folder is empty. It stands there only
+// while the folder has no other row.
 void NodeModel::settlePlaceholder(const Item& folder) {
   const guint count = folder->children->get_n_items();
   if (count == 0) {
@@ -153,7 +153,7 @@ void NodeModel::remove(const std::string& path) {
   settlePlaceholder(folder);
 }
 
-// Not recursive: how deep a tree is does not matter.
+// Not recursive, so any depth of the tree is safe.
 void NodeModel::forgetRowsBelow(const Item& item) {
   std::vector<Item> left = {item};
   while (!left.empty()) {

@@ -1,4 +1,4 @@
-// The rows of a tree, as the toolkit wants them.
+// The rows of a tree, in the form that the toolkit needs.
 #pragma once
 
 #include <gtkmm/treelistmodel.h>
@@ -12,9 +12,9 @@
 
 namespace keldane {
 
-/// What the view shows and nothing more: all that is known of a file lies with the daemon's thread. A folder
-/// that was not looked into holds one row that says so, and an empty one a row that says that. The window's
-/// thread.
+/// Holds only what the view shows; the daemon's thread holds everything else about a file. A folder whose
+/// content was not loaded holds one row that says so, and an empty folder holds one that says that it is
+/// empty. Used on the window's thread.
 class NodeModel {
  public:
   using Item = Glib::RefPtr<NodeItem>;
@@ -25,7 +25,7 @@ class NodeModel {
 
   void setTop(const TopRow& top);
   void change(const FolderChange& change);
-  /// Forgets what is in a folder.
+  /// Removes the rows of a folder.
   void forget(const Item& folder);
 
  private:
@@ -42,7 +42,7 @@ class NodeModel {
   const Glib::RefPtr<Children> top_;
   const Glib::RefPtr<Gtk::TreeListModel> list_;
   std::unordered_map<std::string, Item> items_;
-  guint lastPlace_ = 0;  // where a row was put last, beside which the next one mostly belongs
+  guint lastPlace_ = 0;  // the place of the last new row; the next one usually belongs beside it
 };
 
 }  // namespace keldane

@@ -16,7 +16,7 @@ namespace {
 constexpr int kLowestTree = 160;
 constexpr int kNameWidth = 180, kMostTextColumns = 40;
 
-/// A widget in a row, and what it listens to while it shows an item.
+/// A widget in a row, and the signals to which it listens while it shows an item.
 template <class Widget>
 struct Cell : public Widget {
   using Widget::Widget;
@@ -85,7 +85,7 @@ Glib::RefPtr<Gtk::SignalListItemFactory> factoryOf(
   return factory;
 }
 
-// In words too, because not everybody sees how a box is drawn.
+// The state is told in words, too, because not everybody sees how a box is drawn.
 std::string stateOf(const NodeItem& item) {
   return item.row.checked && item.row.partly ? filled(tr("%s, not all of it"), item.row.state)
                                              : item.row.state;
@@ -164,7 +164,7 @@ void NodeTreeView::addBoxes(const char* title) {
                 [this] {
                   auto* const cell = Gtk::make_managed<BoxCell>();
                   cell->set_halign(Gtk::Align::CENTER);
-                  // What the user has ticked is shown when it is so, and not before.
+                  // A tick is shown only once the daemon has confirmed it.
                   cell->signal_toggled().connect([this, cell] {
                     if (cell->showing || !cell->item) {
                       return;

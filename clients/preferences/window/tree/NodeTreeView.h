@@ -13,11 +13,11 @@
 
 namespace keldane {
 
-/// A box shows what the daemon's thread says; ticking it asks for a change and changes nothing by itself.
-/// Only the rows that are seen have widgets.
+/// A box shows the state that the daemon's thread reports. Ticking it asks for a change and changes nothing
+/// by itself. Only visible rows have widgets.
 class NodeTreeView : public Gtk::ScrolledWindow {
  public:
-  /// What the view wants, each with a path.
+  /// The view's requests, each with a path.
   struct Wishes {
     std::function<void(const std::string&folder)> lookInto, close;
     std::function<void(const std::string& path, bool on)> tick;

@@ -26,7 +26,7 @@ void AlertKeeper::noteReached() {
   }
 }
 
-// Of several that write at once each writes the latest.
+// When several writes run at once, each writes the latest state.
 void AlertKeeper::write() {
   {
     const std::lock_guard guard(latest_->mutex);

@@ -1,4 +1,4 @@
-// Keeps what a person is told in the user's preferences.
+// Keeps the state of the alerts in the user's preferences.
 #pragma once
 
 #include <memory>
@@ -9,16 +9,16 @@
 
 namespace keldane {
 
-/// The alerts of this program's user. Made and used on the program's first thread; what has changed is
-/// written on a thread of its own, so that nothing waits for the disk.
+/// The alerts of this program's user. Made and used on the program's first thread. Changes are written on a
+/// thread of their own, so that nothing waits for the disk.
 class AlertKeeper {
  public:
-  /// Reads them.
+  /// Reads the alerts.
   AlertKeeper() : alerts_(Alerts::read()), latest_(std::make_shared<Latest>()) {}
 
   bool isOn(AlertKind kind) const { return alerts_.isOn(kind); }
   void setOn(AlertKind kind, bool on);
-  /// As of now; see Alerts.
+  /// Whether an alert may be told now; see Alerts.
   bool mayTell(AlertKind kind, const std::string& subject);
   void noteReached();
   double lastReached() const { return alerts_.lastReached(); }

@@ -1,4 +1,4 @@
-// How much lies in folders.
+// The sizes of folders.
 #pragma once
 
 #include <cstdint>
@@ -10,8 +10,8 @@ struct FolderSize {
   std::uint64_t files = 0, bytes = 0;
 };
 
-/// What a walk finds of regular files in a folder and below, on its own file system, without following links.
-/// What cannot be read counts nothing. Takes as long as the disk does.
+/// Walks a folder and adds up its regular files at any depth, on its own file system, without following
+/// links. Files that cannot be read are not counted. Takes as long as the disk does.
 FolderSize sizeOfFolder(const std::string& path);
 
 }  // namespace keldane

@@ -8,22 +8,22 @@
 
 namespace keldane {
 
-/// Each copy lies in a folder of its own of mode 0700, can be read by its owner alone and not be executed,
-/// and goes with this object, or, when the program did not come to that, with the next one that sweeps. Any
-/// thread; each operation takes as long as the disk does.
+/// Each copy lies in a folder of its own of mode 0700, can be read by its owner alone and cannot be executed.
+/// It is removed with this object, or, if the program ended without that, by the next program that sweeps.
+/// Used from any thread; each operation takes as long as the disk does.
 class LookFolder {
  public:
-  /// `base` is a folder for the copies of all programs of this user; nothing is made yet.
+  /// `base` is a folder for the copies of all programs of this user; the constructor creates nothing.
   explicit LookFolder(std::string base) : base_(std::move(base)) {}
   ~LookFolder() { clear(); }
   LookFolder(const LookFolder&) = delete;
   LookFolder& operator=(const LookFolder&) = delete;
 
-  /// Removes what programs that have ended left.
+  /// Removes copies left by programs that have ended.
   void sweep() const;
-  /// A path at which nothing is, for a copy of that name. Throws std::runtime_error with a sentence.
+  /// A free path for a copy of that name. Throws std::runtime_error with a sentence.
   std::string placeFor(const std::string& name);
-  /// Makes a copy that has come to its place read-only, whatever it was. False for what is no plain file.
+  /// Makes a finished copy read-only, whatever its mode was. Returns false for anything but a regular file.
   static bool seal(const std::string& path);
   /// Removes all copies of this object.
   void clear();
@@ -33,7 +33,7 @@ class LookFolder {
   std::mutex mutex_;
   // Guarded by the mutex:
   std::string own_;
-  Descriptor lock_;  // says to others that this program lives
+  Descriptor lock_;  // shows other programs that this one lives
 };
 
 }  // namespace keldane

@@ -13,7 +13,7 @@ NodeRow nodeRow(KeldaneFileNode& node, bool isFolder, TreeKind kind) {
   row.path = node.path().value_or("");
   row.name = printable(node.displayName().string());
   row.state = printable(daemonText(node.state().string()));
-  // A folder's size is what is loaded of it, which says nothing.
+  // A folder's size counts only what is loaded of it, so it is not shown.
   row.size = node.isDirectory() ? std::string() : bytesText(node.sizeValue());
   row.date = dateText(node.backupDate());
   if (kind == TreeKind::rules) {
@@ -25,7 +25,7 @@ NodeRow nodeRow(KeldaneFileNode& node, bool isFolder, TreeKind kind) {
     row.partly = node.selected() < 0;
     row.enabled = node.isDirectory() || node.backupDate();
   }
-  // How a folder stands is told of its rules, which say nothing of what can be restored from it.
+  // A folder's state describes its rules and says nothing of what can be restored from it.
   if (kind == TreeKind::restore && node.isDirectory() && !node.isMissing()) {
     row.state.clear();
   }

@@ -62,7 +62,7 @@ bool NodeTree::isShown(Node& node) const {
          (node.isDirectory() && (node.simpleFlags() & simple_flags::kGrayed) != 0);
 }
 
-// Absent children: nobody answers.
+// The node has no children when nobody answers.
 Node::Pointer NodeTree::contentOf(const std::string& folder) const {
   const KeldaneFileNodeProxy::Pointer source = folderAt(folder, isPast() ? nullptr : daemon_);
   const PropertyList nodes = isPast() ? past_(folder) : PropertyList();
@@ -82,8 +82,8 @@ std::optional<NodeRow> NodeTree::top() {
   return node ? std::optional(rowOf(node)) : std::nullopt;
 }
 
-/// Brings the children of a node up to date with what was told. Notes what changed and what has gone, and
-/// answers the children that are new.
+/// Updates the children of a node from the daemon's list. Records what changed and what has gone in `change`,
+/// and returns the new children.
 std::set<const Node*> NodeTree::takeChildren(Node& node, const Node::ChildList& told, FolderChange& change) {
   std::unordered_map<std::string, Node*> known;
   if (const Node::ChildList* children = node.children()) {
@@ -137,7 +137,7 @@ FolderChange NodeTree::refresh(const std::string& folder) {
   const Node::Pointer source = contentOf(folder);
   const Node::ChildList* told = source->children();
   if (told == nullptr) {
-    return change;  // the folder has gone, which its own folder will say, or the daemon has
+    return change;  // the folder has gone, which its parent will report, or the daemon has
   }
   const std::set<const Node*> fresh = takeChildren(*node, *told, change);
   if (!wasTold) {
@@ -166,7 +166,7 @@ void NodeTree::close(const std::string& folder) {
   std::erase_if(open_,
                 [&](const auto& entry) { return entry.first == folder || isBelow(entry.first, folder); });
   const Node::Pointer node = nodeAt(folder);
-  if (node && node != root_) {  // the root would forget the way to the top
+  if (node && node != root_) {  // the root must keep the way to the top
     node->flush();
   }
 }

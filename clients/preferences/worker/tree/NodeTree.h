@@ -1,4 +1,4 @@
-// The folders that one of the window's trees shows, as the daemon knows them.
+// The folders of one of the window's trees, as the daemon reports them.
 #pragma once
 
 #include <functional>
@@ -14,23 +14,25 @@
 
 namespace keldane {
 
-/// One tree of file nodes from "/" down, of which the window sees a folder and what lies below. A folder is
-/// loaded when it is looked into and dropped when it is closed. Used on the daemon's thread alone; asks the
-/// daemon and waits for it.
+/// One tree of file nodes from "/" down, of which the window sees a folder and everything below it. A folder
+/// is loaded when it is opened and dropped when it is closed. Used on the daemon's thread alone; its calls
+/// wait for the daemon's answers.
 ///
-/// A tree to restore from shows what a restore browser lists, what else is stored, and the folders that lead
-/// there; its nodes carry the selection, which a folder hands down to what is found in it later.
+/// A restore tree shows what a restore browser lists, everything else that is stored, and the folders that
+/// lead there. Its nodes carry the selection. A folder passes its selection on to children that are found
+/// later.
 class NodeTree {
  public:
   explicit NodeTree(TreeKind kind = TreeKind::rules) : kind_(kind) {}
 
-  /// What was in a folder at some time, as an array of node dictionaries; absent when nobody answers.
+  /// The content of a folder at a time, as an array of node dictionaries; absent when nobody answers.
   using Past = std::function<PropertyList(const std::string& folder)>;
-  /// From the next `open` on folders have what they had then, or, without a function, what they have now.
+  /// After the next `open`, folders show their content of that time, or, without a function, their present
+  /// content.
   void setPast(Past past) { past_ = std::move(past); }
   bool isPast() const { return past_ != nullptr; }
 
-  /// Null while the daemon is away: nothing changes then.
+  /// Takes null while the daemon is away; nothing changes then.
   void setDaemon(const std::shared_ptr<KeldaneProxy>& daemon);
   /// Begins a new tree that is shown from this path down.
   void open(const std::string& path);
@@ -40,21 +42,21 @@ class NodeTree {
   /// The row at the top, read anew; absent before `open`.
   std::optional<NodeRow> top();
 
-  /// Looks into a folder, or again: what is different from what was told before.
+  /// Opens a folder, or reads an open one again, and returns the difference to what was told before.
   FolderChange refresh(const std::string& folder);
-  /// Drops what is in a folder and below.
+  /// Drops the content of a folder, at any depth.
   void close(const std::string& folder);
-  /// The folders that are looked into, each after the one that it lies in.
+  /// The open folders, each after its parent.
   std::vector<std::string> openFolders() const;
 
-  /// Reads a path and what lies above it, up to the top, anew. The path itself comes first, unless the daemon
-  /// no longer knows it.
+  /// Reads a path and all folders above it, up to the top, anew. The path itself comes first, unless the
+  /// daemon no longer knows it.
   std::vector<NodeRow> reread(const std::string& path);
 
-  /// Selects or deselects a path and all below. What is shown and has another selection for it: rows below
-  /// and above the path, which comes first.
+  /// Selects or deselects a path and everything below it. Returns the rows whose selection has changed, below
+  /// and above the path; the path itself comes first.
   std::vector<NodeRow> select(const std::string& path, bool selected);
-  /// The topmost paths that are selected with all below them.
+  /// The topmost paths that are selected with everything below them.
   std::vector<std::string> selectedPaths();
 
  private:
@@ -72,7 +74,7 @@ class NodeTree {
   KeldaneFileNodeProxy::Pointer root_;
   std::string topPath_;
   bool openedWithoutDaemon_ = false;
-  std::map<std::string, bool> open_;  // whether the rows in the folder have been told
+  std::map<std::string, bool> open_;  // value: whether the rows of the folder have been told
 };
 
 }  // namespace keldane

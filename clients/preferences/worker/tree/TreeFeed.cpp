@@ -8,7 +8,7 @@ namespace keldane {
 
 namespace {
 
-// So many rows go to the window at once that it has time for its user in between.
+// The most rows sent to the window at once, so that it can serve its user in between.
 constexpr std::size_t kMostRows = 100;
 
 template <class Row>
@@ -80,7 +80,7 @@ void TreeFeed::select(const std::string& path, bool selected) {
   deliver_(Selection{tree_.selectedPaths()});
 }
 
-// One folder at a time, so that what the user wants meanwhile comes in between.
+// Folders are read one at a time, so that the user's requests come in between.
 void TreeFeed::refresh() {
   if (tree_.topPath().empty() || !hasDaemon_) {
     return;
@@ -90,7 +90,7 @@ void TreeFeed::refresh() {
     return;
   }
   if (tree_.isPast()) {
-    return;  // what has been does not change
+    return;  // the past does not change
   }
   const bool underWay = !toRefresh_.empty();
   toRefresh_ = tree_.openFolders();

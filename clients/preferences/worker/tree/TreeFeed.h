@@ -1,4 +1,4 @@
-// Keeps one of the window's trees as the daemon has it.
+// Keeps one of the window's trees up to date with the daemon.
 #pragma once
 
 #include <functional>
@@ -11,8 +11,8 @@
 
 namespace keldane {
 
-/// Delivers what a tree shows and what becomes different in it, in pieces. Made, used and destroyed on the
-/// daemon's thread; its calls wait for the daemon without a limit.
+/// Delivers the rows of a tree and their changes, in pieces. Made, used and destroyed on the daemon's thread;
+/// its calls wait for the daemon without a limit.
 class TreeFeed {
  public:
   using Deliver = std::function<void(Update)>;
@@ -22,22 +22,22 @@ class TreeFeed {
   TreeFeed(const TreeFeed&) = delete;
   TreeFeed& operator=(const TreeFeed&) = delete;
 
-  /// Null while the daemon is away.
+  /// Takes null while the daemon is away.
   void setDaemon(const std::shared_ptr<KeldaneProxy>& daemon);
 
-  /// Shows the tree as it was, or, without a function, as it is; see NodeTree.
+  /// Shows the tree as it was at an earlier time, or, without a function, as it is now; see NodeTree.
   void showPast(NodeTree::Past past);
   /// Shows the tree from this folder down.
   void open(const std::string& path);
   void lookInto(const std::string& folder) { send(tree_.refresh(folder)); }
   void close(const std::string& folder) { tree_.close(folder); }
-  /// Reads all that is shown anew, a folder at a time.
+  /// Reads all visible rows anew, one folder at a time.
   void refresh();
 
-  /// Reads a path and what lies above it anew and delivers it; the path's own row, absent when the daemon no
-  /// longer knows it.
+  /// Reads a path and all folders above it anew and delivers them. Returns the path's own row; absent when
+  /// the daemon no longer knows it.
   std::optional<NodeRow> reread(const std::string& path);
-  /// Delivers what it changes, and what is selected then.
+  /// Delivers the changed rows and the new selection.
   void select(const std::string& path, bool selected);
 
  private:
@@ -50,7 +50,7 @@ class TreeFeed {
   const Deliver deliver_;
   NodeTree tree_;
   bool hasDaemon_ = false;
-  std::vector<std::string> toRefresh_;  // folders, the next one last
+  std::vector<std::string> toRefresh_;  // folders; the next one is at the end
 };
 
 }  // namespace keldane

@@ -10,7 +10,7 @@
 
 namespace keldane {
 
-/// The answer for people: what is wrong, why (`reason`, may be empty) and what to do.
+/// The answer for people: the problem, its `reason` (may be empty) and the remedy.
 EngineAnswer answerFor(Health health, const std::string& reason = {});
 
 /// Judges how a run ended. `errors` is its standard error without the lines about single files.

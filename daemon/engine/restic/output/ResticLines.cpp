@@ -94,7 +94,7 @@ bool BackupReader::errorLine(std::string_view line) {
   if (!message.is_object() || textOf(message, "message_type") != "error") {
     return false;
   }
-  if (textOf(message, "during") != "scan") {  // what the scan cannot read is reported again by the archiver
+  if (textOf(message, "during") != "scan") {  // the archiver reports the scan's unreadable files again
     const std::string path = textOf(message, "item");
     tellUnreadable(path, reasonIn(message));
   }

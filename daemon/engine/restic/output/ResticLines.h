@@ -12,7 +12,7 @@
 namespace keldane {
 
 /// Reads the output of `backup --json -v -v`, line by line, and calls the observer. An object serves one call
-/// of the engine. One thread.
+/// of the engine. Used on one thread.
 class BackupReader {
  public:
   explicit BackupReader(const StoreObserver& observer) : observer_(observer) {}

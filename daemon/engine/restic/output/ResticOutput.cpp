@@ -53,7 +53,7 @@ std::optional<int> takeNumber(std::string_view& text, std::size_t digits, char a
   return number;
 }
 
-/// Removes a fraction such as ".249573122" and answers it in nanoseconds; 0 when there is no fraction.
+/// Removes a fraction such as ".249573122" and returns it in nanoseconds; 0 when there is no fraction.
 std::int64_t takeFraction(std::string_view& text) {
   std::int64_t fraction = 0;
   if (text.starts_with('.')) {

@@ -8,7 +8,7 @@ namespace keldane {
 
 /// Removes the files that were not used for the longest time until the cache has at most this many bytes.
 /// Only files that can be fetched again from the repository are removed, so a program that uses the cache
-/// meanwhile goes on. Any thread.
+/// meanwhile goes on. Used on any thread.
 void limitCache(const std::string& cache, std::uint64_t bytes);
 
 }  // namespace keldane

@@ -9,7 +9,8 @@
 
 namespace keldane {
 
-/// Finds the program and knows its version, which is asked again only when the file has changed. Any thread.
+/// Finds the program and knows its version, which is asked again only when the file has changed. Used on any
+/// thread.
 class ResticProgram {
  public:
   /// An absolute path, or a name that is looked for in PATH.

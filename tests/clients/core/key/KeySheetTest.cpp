@@ -15,7 +15,7 @@ KeySheet sheetOf(const std::string& key) {
 
 std::string textOf(const std::string& key) { return keySheetText(sheetOf(key), QrCode(key).lines(true)); }
 
-/// In groups as somebody would type them.
+/// A key in groups, as a person would type it.
 std::string typed(const std::string& key, const std::string& between) {
   std::string text;
   for (const std::string& group : keyGroups(key)) {

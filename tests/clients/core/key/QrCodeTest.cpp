@@ -7,7 +7,7 @@ namespace {
 
 const std::string kCodeText = "ABCDEFGHIJKLMNOPQRSTUVWXYZ234567ABCDEFGHIJKLMNOPQRST";
 
-// The three squares in its corners, by which a camera finds it.
+// Whether one of the three squares in the corners, by which a camera finds the code, is there.
 bool hasFinderAt(const QrCode& code, std::size_t left, std::size_t top) {
   for (std::size_t i = 0; i < 7; ++i) {
     if (!code.isDark(left + i, top) || !code.isDark(left, top + i) || !code.isDark(left + i, top + 6)) {

@@ -50,7 +50,7 @@ TEST(Metrics, SayThatADaemonIsAway) {
   EXPECT_TRUE(text.ends_with("\n# EOF\n"));
 }
 
-// Each family begins with its type, its samples follow it, and none comes twice.
+// Each family begins with its type, its samples follow, and no family occurs twice.
 TEST(Metrics, AreOpenMetricsText) {
   std::istringstream lines(fullText());
   std::set<std::string> families;

@@ -6,7 +6,7 @@ namespace keldane {
 namespace {
 
 TEST(FittedLine, HasThePartsThatFit) {
-  const Terminal terminal;  // no terminal: 80 columns, of which the last stays free
+  const Terminal terminal;  // standard output is no terminal: 80 columns, of which the last stays free
   FittedLine line(terminal);
   EXPECT_EQ(line.columnsLeft(), 79U);
   line.add("one");

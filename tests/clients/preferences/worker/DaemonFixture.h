@@ -1,4 +1,4 @@
-// A daemon of a test's own with files that have rules.
+// A fake daemon for one test, with files that have rules.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -15,7 +15,7 @@
 
 namespace keldane::testing {
 
-/// Knows the files that it is told of; a rule changes the one path that it is for, and nothing at "/barred".
+/// Knows the files that it is given. A rule changes only its own path, and nothing at "/barred".
 class DaemonFixture : public ::testing::Test {
  protected:
   void listen() {

@@ -17,14 +17,14 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 using testing::eventually;
 
-/// What a window has been told.
+/// The updates that a window would receive.
 class Inbox {
  public:
   void put(Update update) {
     const std::lock_guard guard(mutex_);
     updates_.push_back(std::move(update));
   }
-  /// All that is of one kind so far.
+  /// All updates of one kind so far.
   template <class Kind>
   std::vector<Kind> all() const {
     const std::lock_guard guard(mutex_);
@@ -105,7 +105,7 @@ TEST_F(DaemonThreadTest, AFolderThatWasOpenedWithoutADaemonComesWithIt) {
   ASSERT_TRUE(waitFor<TopRow>(1));
   EXPECT_FALSE(inbox_.all<TopRow>().back().row.enabled);
   listen();
-  // The first of the daemon's rows; those of its looking again, which may be there already, are not fresh.
+  // Finds the first of the daemon's rows; rows of a later look, which may be there already, are not fresh.
   const auto enabled = [](const TopRow& top) { return top.row.enabled; };
   std::vector<TopRow> rows;
   ASSERT_TRUE(eventually([&] {
@@ -232,7 +232,7 @@ TEST_F(DaemonThreadTest, ADaemonThatDiesWhileItIsAskedHasRefusedNothing) {
   daemon_->forgetCalls();
   thread_->perform([](DaemonSession& session) { session.setAutomatic(true); });
   ASSERT_TRUE(eventually([&] { return daemon_->count("automaticMode") == 1; }));
-  std::thread hangUp([&] { daemon_->hangUp(); });  // which waits for the answer that is being made
+  std::thread hangUp([&] { daemon_->hangUp(); });  // it waits for the answer that is being made
   EXPECT_TRUE(daemon_->waitForClients(0));
   dead.set_value();
   hangUp.join();

@@ -16,7 +16,7 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-/// Asks the listener on the second socket of a first one that nobody has.
+/// Asks a listener on the second socket; nothing listens on the first.
 class OwnerThreadTest : public ::testing::Test {
  protected:
   OwnerThreadTest() { std::filesystem::rename(peer_.path(), ownerSocketPath(peer_.path())); }

@@ -7,7 +7,7 @@ namespace {
 
 class BatchChoiceTest : public ::testing::Test {
  protected:
-  // The files of "/1…" are those of the user 1.
+  // The files in "/1…" belong to user 1.
   void add(const std::string& path, std::uint64_t bytes) {
     pending_.add(path, bytes, static_cast<uid_t>(path[1] - '0'));
   }

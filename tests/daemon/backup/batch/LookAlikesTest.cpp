@@ -18,7 +18,7 @@ using testing::TemporaryFolder;
 using ::testing::UnorderedElementsAre;
 using Word = LookAlikes::Word;
 
-/// Says that it has what the test says.
+/// Reports the files that the test names as stored.
 struct ScriptedEngine : RecordingEngine {
   using RecordingEngine::RecordingEngine;
   EngineAnswer list(const std::string&, const std::string& path, const Visit& visit, EngineJob&) override {
@@ -94,7 +94,7 @@ TEST_F(LookAlikesTest, WhenOneIsMissingEachIsFetched) {
 }
 
 TEST_F(LookAlikesTest, AFailureThatSeveralMayHaveHadIsLookedInto) {
-  files_.add("/a/\xe9");  // and another one, which is not to be stored by this, could not be read
+  files_.add("/a/\xe9");  // the failure may be that of another file, which this batch does not store
   engine_.stored = {"/a/\xe9"};
   EXPECT_TRUE(settle({"/a/\xef\xbf\xbd"}));
   EXPECT_EQ(files_.wordOn("/a/\xe9"), Word::stored);

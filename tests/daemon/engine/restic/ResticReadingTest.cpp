@@ -160,7 +160,8 @@ TEST_F(ResticReadingTest, RestoresNoFileWithWrongContent) {
   const std::string first = store({good}).snapshot;
   const std::string bad = write("bad", noise(9'000'000));
   const std::string snapshot = store({home()}).snapshot;
-  // A pack of trees would take the names with it, so the one is looked for that takes the content alone.
+  // Damage to a pack of trees would also lose the names, so this looks for the pack that holds only the
+  // content.
   for (const std::filesystem::path& pack : packs()) {
     damage(pack);
     if (!fetch(snapshot, bad) && fetch(snapshot, good)) {

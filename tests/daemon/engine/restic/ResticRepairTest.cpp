@@ -11,7 +11,7 @@ using ::testing::IsEmpty;
 
 class ResticRepairTest : public EngineFixture {
  protected:
-  /// A pack that has parts of this type: "data" are contents, "tree" lists of names.
+  /// A pack that has parts of this type: "data" for contents, "tree" for lists of names.
   std::filesystem::path packOf(const std::string& type) {
     for (const std::filesystem::path& pack : packs()) {
       std::vector<FoundEntry> found;

@@ -132,7 +132,7 @@ TEST_F(ResticStoreTest, TellsAtOnceThatTheRepositoryRefusesAccess) {
 
 TEST_F(ResticStoreTest, EndsSoonWhenItIsCancelled) {
   initialize();
-  for (int i = 0; i < 4000; ++i) {  // so many that the child is still busy when the first was told of
+  for (int i = 0; i < 4000; ++i) {  // enough to keep the child busy after its first report
     write("file" + std::to_string(i), std::to_string(i));
   }
   StoreRequest request{{home()}, {}, {}};
@@ -151,7 +151,7 @@ TEST_F(ResticStoreTest, HoldsOutAgainstAKilledChildAndItsLock) {
   write("file", "x");
   ASSERT_TRUE(store({home()}));
   const std::string pid = folder_ / "pid";
-  // The child stops itself for good when it holds its lock, as one whose computer was switched off.
+  // The child stops itself for good while it holds its lock, as if its computer were switched off.
   ResticEngine dying(
       files(), script("case \" $* \" in *\" backup \"*) echo $$ > " + pid + ";; esac\nexec restic \"$@\""));
   StoreRequest request{{home()}, {}, {}};

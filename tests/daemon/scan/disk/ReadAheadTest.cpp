@@ -19,7 +19,7 @@ std::vector<std::string> names(int count) {
   return names;
 }
 
-/// Everything that comes out, until nothing is left.
+/// All folders that are read, until nothing is left.
 std::vector<std::string> all(ReadAhead& ahead, std::vector<std::string> folders) {
   std::vector<std::string> read;
   while (!folders.empty() || !ahead.isIdle()) {

@@ -72,7 +72,7 @@ TEST(PendingFilesTest, KeepsWhoseEachFileIs) {
 }
 
 TEST(PendingFilesTest, NobodysSizesSpoilTheSum) {
-  constexpr std::uint64_t kLargest = std::numeric_limits<std::int64_t>::max();  // that a file can have
+  constexpr std::uint64_t kLargest = std::numeric_limits<std::int64_t>::max();  // the greatest size of a file
   PendingFiles pending;
   pending.add("/small", 7);
   for (const char* path : {"/a", "/b", "/c"}) {
@@ -232,7 +232,7 @@ TEST(PendingFilesTest, RemovingMostOfALargeFolderLeavesTheRest) {
   EXPECT_EQ(visited, 101U);
 }
 
-// What the standard library's allocator hands out; sanitizers have one of their own.
+// This counts the memory of the standard library's allocator; sanitizers have their own.
 #if !defined(KELDANE_SANITIZED)
 TEST(PendingFilesTest, AFileTakesAtMost120BytesWhenPathsHave60) {
   constexpr std::size_t kFolders = 5'000, kFiles = 20;

@@ -34,12 +34,12 @@ std::string header(std::uint32_t length) {
 
 class ServerLimitsTest : public testing::DaemonServerTest {
  protected:
-  /// A daemon with the limits that the test has set.
+  /// Starts a daemon with the limits that the test has set.
   void again() {
     end();
     begin();
   }
-  /// A folder of so many files, in memory where that can be had.
+  /// Makes a folder with this number of files, in memory if possible.
   std::string many(int entries) const {
     const Descriptor folder(open(memory_.path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     for (int i = 0; i < entries; ++i) {
@@ -53,7 +53,7 @@ class ServerLimitsTest : public testing::DaemonServerTest {
     return access("/dev/shm", W_OK) == 0 ? std::filesystem::path("/dev/shm")
                                          : std::filesystem::temp_directory_path();
   }
-  /// That the daemon goes on for everybody else.
+  /// Checks that the daemon still serves everybody else.
   void expectService() { EXPECT_EQ(Client(options_.socket)->getCurrentRestoreJob(), 0U); }
   RawConnection peer() const { return connectedTo(options_.socket); }
 
@@ -145,7 +145,7 @@ TEST_F(ServerLimitsTest, WhoFloodsAndNeverReadsIsDisconnectedAndTheOthersAreAnsw
   RawConnection flood = peer();
   bool open = true;
   for (int i = 0; i < 100'000 && open; ++i) {
-    open = flood.tryWrite(one);  // waits once the daemon reads no more
+    open = flood.tryWrite(one);  // blocks once the daemon reads no more
     if (i % 1000 == 0) {
       expectService();
     }
@@ -196,10 +196,10 @@ TEST_F(ServerLimitsTest, RequestsThatComeInShareABudget) {
     first.write(part);
     RawConnection second = peer();
     second.tryWrite(part);
-    // Which of them is read first is the daemon's affair: one too many ends, the other stays.
+    // The daemon may read either of them first: the one that exceeds the limit ends, the other one stays.
     EXPECT_TRUE(eventually([&] { return first.isReadable(10) || second.isReadable(10); })) << "too much";
     EXPECT_FALSE(first.isReadable(300) && second.isReadable(300)) << "there is room for one";
-    expectService();  // what is small always has room
+    expectService();  // small requests always have room
   }
   EXPECT_TRUE(eventually([&] {
     RawConnection third = peer();
@@ -251,7 +251,7 @@ TEST_F(ServerLimitsTest, AListThatIsTooLongIsNotCarriedOutInPart) {
 
 TEST_F(ServerLimitsTest, AHundredThousandEntriesAreOneListing) {
 #ifdef KELDANE_SANITIZED
-  constexpr int kEntries = 10'000;  // in an instrumented build these take as long
+  constexpr int kEntries = 10'000;  // with instrumentation these take as long
 #else
   constexpr int kEntries = 100'000;
 #endif
@@ -272,7 +272,7 @@ TEST(WalkTurns, AreGivenToEachUserInTheOrderOfArrival) {
     for (std::uint64_t i = 0; i < 5; ++i) {
       waiting.emplace_back([&turns, &mine, &order, i] {
         const WalkTurns::Turn turn(turns, mine);
-        order.push_back(static_cast<int>(i));  // one at a time
+        order.push_back(static_cast<int>(i));  // turns come one at a time, so no lock is needed
       });
       ASSERT_TRUE(eventually([&] { return turns.arrivedIn(mine) == i + 2; }));
     }

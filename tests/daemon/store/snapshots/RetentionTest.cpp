@@ -10,7 +10,7 @@ using Numbers = std::set<std::uint32_t>;
 
 constexpr double kHour = 3600;
 constexpr double kDay = 86400;
-// The last second of Sunday, 2023-01-01, and so of an hour, a day and a week.
+// The last second of Sunday, 2023-01-01, which is the last of an hour, a day and a week.
 constexpr double kNow = 1672617599;
 
 SnapshotRecord aged(std::uint32_t number, double age, bool full = false) {
@@ -92,8 +92,8 @@ TEST(Retention, GatheredOnesAreGatheredAgainWhenTheyAreMany) {
 
 class StoreRetention : public testing::StoreFixture {
  protected:
-  /// The numbers of what may be forgotten so long after the epoch that no snapshot is kept for its time, but
-  /// for the newest full one. Deleted files are kept for 500,000 s.
+  /// The numbers of the snapshots that may be forgotten at `now`, by default so late that only the newest
+  /// full snapshot is kept for its time. Versions of deleted files are kept for 500,000 s.
   Numbers forgettable(double now = 1e9) {
     Numbers numbers;
     for (const SnapshotRecord& forgotten : store.forgettable(now, {.keepDeleted = 500'000})) {

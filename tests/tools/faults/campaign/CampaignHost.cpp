@@ -45,7 +45,7 @@ Outcome outcomeOf(const Titles& menu, const Titles& clean) {
   return clean && std::all_of(menu->begin(), menu->end(), isClean) ? Outcome::fewer : Outcome::other;
 }
 
-/// Whether a client has noticed that its link was lost: it tries again on a timer, from then on.
+/// Whether the client has noticed that its link was lost. From then on it tries again on a timer.
 bool triesAgain() { return RunLoop::main().load().timers > 0; }
 
 void awaitLink(bool hasNoticed) {
@@ -69,13 +69,13 @@ CampaignHost::CampaignHost(const Scene& scene, std::uint64_t seed, std::uint32_t
     throw std::runtime_error(error);
   }
   const std::ptrdiff_t threads = countOf("task");
-  // All that is made once in a process is made in these.
+  // These cycles create everything that is created once in a process.
   cycle({}, kNoCommand);
   for (const std::uint32_t command : subject_.commands) {
     checkCommand({}, command, cycle({}, command));
   }
   cleanAnswers_ = possibleAnswers(cycle({}, kNoCommand).report).front();
-  // A receive thread that has not left yet keeps its link's other belongings too.
+  // A receive thread that has not ended yet also keeps the other resources of its link.
   if (!eventually([&] { return countOf("task") == threads; })) {
     throw std::runtime_error("a thread of the first cycles stays");
   }
@@ -87,7 +87,7 @@ Outcome CampaignHost::run(std::uint32_t number) {
   const std::uint32_t round = number / kSubjects;
   const std::uint32_t mostly =
       subject_.commands.empty() ? kNoCommand : subject_.commands[round / 4 % subject_.commands.size()];
-  // An answer that nobody waits for would keep the client from seeing the end of its link.
+  // An unread answer would keep the client from noticing the end of its link.
   const bool staysOpen = round % 4 == 1 && mostly != kNoCommand && plan.effect() == Effect::missing;
   const std::uint32_t command = staysOpen || round % 4 == 0 ? mostly : kNoCommand;
   const Cycle faulty = cycle(plan, command, staysOpen);
@@ -99,7 +99,7 @@ Outcome CampaignHost::run(std::uint32_t number) {
     throw std::runtime_error("the clean cycle that follows shows " + textOf(clean.menu));
   }
   checkFootprint("the clean cycle that follows");
-  cleanAnswers_ = possibleAnswers(clean.report).front();  // of a file that was backed up they say when
+  cleanAnswers_ = possibleAnswers(clean.report).front();  // these contain the dates of backups
   return outcomeOf(faulty.menu, subject_.menu);
 }
 
@@ -108,7 +108,7 @@ CampaignHost::Cycle CampaignHost::cycle(const FaultPlan& plan, std::uint32_t com
   proxy_.begin(plan);
   const MenuHost::Examination examination = host_.examine(selection);
   RunLoop::main().runDue();              // as a host's loop does while its menu is open
-  const bool hasNoticed = triesAgain();  // when the loop runs again, that may have come to its end
+  const bool hasNoticed = triesAgain();  // the next run of the loop may already connect again
   Cycle cycle;
   const bool isLost = staysOpen && proxy_.hasReport();
   if (isLost) {
@@ -177,7 +177,7 @@ void CampaignHost::checkCommand(const FaultPlan& plan, std::uint32_t command, co
   for (const std::string& path : subject_.paths) {
     const std::set<Standing> possible = possibleStandings(arrived, path, certain);
     Standing found = Standing::leftOut;
-    // In the moment in which it is backed up a file is neither preferred any more nor backed up yet.
+    // At the moment of its backup a file is no longer preferred and not yet backed up.
     if (!eventually([&] { return possible.contains(found = standing(path)); })) {
       std::string orders;
       for (const Order& order : arrived) {
@@ -202,13 +202,13 @@ Standing CampaignHost::standing(const std::string& path) {
 }
 
 void CampaignHost::takeBack(const std::string& path) {
-  // It stays preferred until it is backed up, whatever the rules say.
+  // A file stays preferred until it is backed up, whatever the rules say.
   const auto isBackedUp = [&] { return daemon_->dictionaryForPath(path, 0)["state"].string() == kBackedUp; };
   if (standing(path) == Standing::preferred && !eventually(isBackedUp)) {
     throw std::runtime_error(path + " is preferred and not backed up");
   }
   daemon_->removeFileFromBackup(path);
-  // What is backed up and has not changed since cannot be preferred again.
+  // A file that is backed up and unchanged cannot be preferred again.
   std::filesystem::last_write_time(path, std::filesystem::last_write_time(path) + std::chrono::hours(1));
   const auto isAsBefore = [&] {
     using namespace simple_flags;

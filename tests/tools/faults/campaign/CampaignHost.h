@@ -1,5 +1,5 @@
-// A host of a campaign: it shows menus over links with faults, and judges each by what its link can have
-// told it.
+// A host of a campaign. It shows menus over links with faults, and checks each menu against the bytes that
+// its link delivered.
 #pragma once
 
 #include <array>
@@ -20,33 +20,33 @@
 
 namespace keldane::testing {
 
-/// What a menu came to beside the right one.
+/// A menu compared with the right one.
 enum class Outcome : std::uint8_t { whole, fewer, none, other };
 constexpr std::array<const char*, 4> kOutcomes = {"whole", "fewer", "none", "other"};
 
-/// One host, whose plug-in knows the daemon by the proxy's socket.
+/// One host, whose plug-in finds the daemon at the proxy's socket.
 class CampaignHost {
  public:
   CampaignHost(const Scene& scene, std::uint64_t seed, std::uint32_t firstCycle);
 
-  /// What the cycle came to. Throws what is wrong with it.
+  /// Runs a cycle and returns its outcome. Throws when the cycle went wrong.
   Outcome run(std::uint32_t number);
 
  private:
   struct Cycle {
     Titles menu;
     ConnectionReport report;
-    /// The connection over which the command went, if the one before it was lost while the menu was open.
+    /// The connection over which the command was sent, if the link was lost while the menu was open.
     std::optional<ConnectionReport> back;
   };
 
-  /// A menu that stays open is there until its link, if it was lost, is back.
+  /// With `staysOpen`, the menu stays open until a lost link is back.
   Cycle cycle(const FaultPlan& plan, std::uint32_t command, bool staysOpen = false);
   void checkMenu(const FaultPlan& plan, const Cycle& faulty) const;
   void checkCommand(const FaultPlan& plan, std::uint32_t command, const Cycle& faulty);
-  /// What the daemon makes of a file that was told to be backed up as soon as possible.
+  /// The state in which the daemon has a file that was to be backed up as soon as possible.
   Standing standing(const std::string& path);
-  /// Makes of a file what it was before that.
+  /// Restores the state that the file had before that command.
   void takeBack(const std::string& path);
   void checkFootprint(const char* after) const;
 
@@ -56,7 +56,7 @@ class CampaignHost {
   const Subject subject_;
   ProxyProcess proxy_;
   MenuHost host_;
-  Client daemon_;  // asked and told without a proxy
+  Client daemon_;  // a direct connection, without a proxy
   Answers cleanAnswers_;
   std::unique_ptr<Footprint> before_;
 };

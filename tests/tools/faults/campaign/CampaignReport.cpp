@@ -19,7 +19,7 @@ void say(int pipe, const std::string& word, std::uint32_t lane, std::uint32_t cy
       (word + ' ' + std::to_string(lane) + ' ' + std::to_string(cycle) + ' ' + text).substr(0, PIPE_BUF - 1) +
       '\n';
   if (write(pipe, line.data(), line.size()) < 0) {
-    std::exit(1);  // nobody listens any more
+    std::exit(1);  // nobody reads the pipe any more
   }
 }
 

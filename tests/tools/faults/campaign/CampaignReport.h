@@ -1,4 +1,4 @@
-// What the hosts of a campaign say of their cycles, and what is printed of it.
+// The messages of a campaign's hosts about their cycles, and the printed report.
 #pragma once
 
 #include <array>
@@ -12,18 +12,18 @@
 
 namespace keldane::testing {
 
-/// What lanes say, one line each that is written at once: "begin LANE CYCLE", "end LANE CYCLE OUTCOME" or
-/// "fail LANE CYCLE TEXT".
+/// Writes a message of a lane as one line in one call: "begin LANE CYCLE", "end LANE CYCLE OUTCOME" or "fail
+/// LANE CYCLE TEXT".
 void say(int pipe, const std::string& word, std::uint32_t lane, std::uint32_t cycle, std::string text = {});
 
 class CampaignReport {
  public:
   explicit CampaignReport(std::uint64_t seed) : seed_(seed) {}
 
-  /// A line that a lane has said.
+  /// Takes a line that a lane has written.
   void hear(const std::string& line);
   bool hasFailed(std::uint32_t lane) const { return hasFailed_.contains(lane); }
-  /// Failures are printed at once: of a lane in the cycle that runs in it, and of the daemon.
+  /// Prints a failure at once: of the cycle that runs in a lane, or of the daemon.
   void fail(std::uint32_t lane, const std::string& text);
   void fail(const std::string& text);
   void printTable() const;
@@ -33,7 +33,7 @@ class CampaignReport {
 
  private:
   const std::uint64_t seed_;
-  std::map<std::uint32_t, std::uint32_t> running_;  // lane and cycle
+  std::map<std::uint32_t, std::uint32_t> running_;  // cycle by lane
   std::set<std::uint32_t> hasFailed_;
   std::map<std::string, std::array<std::uint32_t, kOutcomes.size()>> table_;
   std::uint32_t done_ = 0;

@@ -36,7 +36,7 @@ Scene::Scene(std::uint32_t lanes)
   if (status != 0) {
     throw std::runtime_error("keldaned does not do what it is told");
   }
-  // Those were the only clients, and they have gone once the two listeners are the only sockets.
+  // Only the two listeners remain as sockets when all clients have gone.
   if (!eventually([&] { return count("fd", "socket:") == 2; })) {
     throw std::runtime_error("keldaned keeps a client that has left");
   }
@@ -76,7 +76,7 @@ Subject Scene::subject(std::uint32_t cycle) const {
 }
 
 std::string Scene::fileOf(std::uint32_t lane, const std::string& name) const {
-  // Each digit three times, so that a changed bit does not make of one lane's file another's.
+  // Each digit stands there three times, so that a changed bit cannot turn one lane's file into another's.
   std::string folder;
   for (const char digit : std::to_string(1000 + lane)) {
     folder += std::string(3, digit);
@@ -105,8 +105,8 @@ std::ptrdiff_t Scene::count(const char* what, const char* beginning) const {
 }
 
 bool Scene::setRules() const {
-  alarm(60);  // a daemon that does not answer is waited for without a limit
-  // For a moment the socket is there and nobody listens yet.
+  alarm(60);  // the calls below wait without a limit for a daemon that does not answer
+  // The socket exists for a moment before the daemon listens.
   if (!eventually([&] { return Client(socket()).connected(); })) {
     return false;
   }
@@ -125,7 +125,7 @@ bool Scene::setRules() const {
              return client->dictionaryForPath(file(name), 0)["state"].string() == "Backed up";
            });
   }
-  // From here on only what is preferred is backed up, so that it can be told from what is only included.
+  // From here on only preferred files are backed up, which tells them from files that are only included.
   client->setAutomaticMode(0);
   return done && client->automaticMode() == 0;
 }

@@ -1,4 +1,4 @@
-// What a campaign's menus are about: the reference daemon, and files with rules whose menus no longer change.
+// The scene of a campaign: the daemon, and files with rules whose menus no longer change.
 #pragma once
 
 #include <cstddef>
@@ -13,8 +13,8 @@
 
 namespace keldane::testing {
 
-/// What a lane's menus are about. Of its commands, "as soon as possible" is taken back after it was chosen
-/// and the others change nothing any more, so that each cycle finds what the one before it found.
+/// The files and the commands of a lane. "As soon as possible" is undone after it was chosen, and the other
+/// commands change nothing any more. So each cycle finds the state that the one before it found.
 struct Subject {
   std::vector<std::string> paths;
   std::vector<std::uint32_t> commands;
@@ -25,21 +25,22 @@ constexpr std::size_t kSubjects = 8;
 
 class Scene {
  public:
-  /// Has files for that many lanes; lane and subject of a cycle are its remainders by `lanes` and kSubjects.
-  /// Throws std::runtime_error when the daemon does not do what it is told.
+  /// Makes files for `lanes` lanes. The remainders of a cycle's number by `lanes` and kSubjects give its lane
+  /// and its subject. Throws std::runtime_error when the daemon does not do what it is told.
   explicit Scene(std::uint32_t lanes);
 
   std::string socket() const { return folder_ / "d.sock"; }
   Subject subject(std::uint32_t cycle) const;
-  /// Ends the daemon. Why it is not as it was before; empty when it is.
+  /// Ends the daemon. Returns a sentence when its threads or descriptors differ from those at the start;
+  /// empty when not.
   std::string end();
 
  private:
   std::string file(const std::string& name) const { return folder_ / ("files/" + name); }
-  /// A file that nobody else's menus are about.
+  /// A file that only this lane uses.
   std::string fileOf(std::uint32_t lane, const std::string& name) const;
-  /// Entries of a folder of the daemon's in /proc, of which the links lead to something that begins like
-  /// this.
+  /// The number of entries in a folder of the daemon's in /proc whose links lead to something that begins
+  /// with `beginning`.
   std::ptrdiff_t count(const char* what, const char* beginning = "") const;
   bool setRules() const;
 

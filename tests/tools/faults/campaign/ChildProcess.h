@@ -9,24 +9,24 @@
 
 namespace keldane::testing {
 
-/// A process that was started here; it is ended with its owner.
+/// A process that was started here; the destructor ends it.
 class Process {
  public:
-  /// The program and its arguments. Throws std::runtime_error when it cannot be started.
+  /// Starts a program with arguments. Throws std::runtime_error when it cannot be started.
   explicit Process(std::vector<std::string> arguments, int input = -1, int output = -1);
   ~Process();
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
 
   pid_t pid() const { return pid_; }
-  /// The exit status, or -1.
+  /// Sends a signal and returns the exit status, or -1.
   int end(int signal);
 
  private:
   pid_t pid_ = -1;
 };
 
-/// Runs something in a process of its own, which ends with this one, and answers which that is.
+/// Runs a function in a process of its own, which ends with this one, and returns the process's id.
 pid_t startChild(const std::function<int()>& work);
 
 }  // namespace keldane::testing

@@ -1,9 +1,9 @@
-// fault-campaign: thousands of menu cycles, each over a link with faults of its own and followed by a clean
-// one, against the reference daemon. Says what each kind of fault came to, and fails when a host does not
-// live, shows a menu that its link cannot have told it, leaves something behind, or has no clean menu after.
+// fault-campaign: runs thousands of menu cycles against the daemon. Each runs over a link with faults of its
+// own and is followed by a clean cycle. Prints the outcome of each kind of fault. Fails when a host dies,
+// shows a menu that its link cannot have told it, leaks a resource, or has no clean menu afterwards.
 //
-// The hosts are processes of their own, side by side, because a call whose link has ended returns a second
-// later. All is settled by the seed and the cycle's number but who of two processes is quicker.
+// The hosts are separate processes that run in parallel, because a call whose link has ended returns a second
+// later. The seed and the cycle's number determine everything except which of two processes is quicker.
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/resource.h>
@@ -30,10 +30,11 @@
 namespace keldane::testing {
 namespace {
 
-// No host is silent for so long: a call that ends with its link takes a second.
+// Every host says something within this time: a call whose link ends takes a second.
 constexpr int kSilenceLimit = 60000;  // milliseconds
 
-// Whatever length a message announces, memory is taken for what arrives. With room for the sanitizers.
+// Memory is taken for the bytes that arrive, whatever length a message announces. The limit includes the
+// sanitizers' memory.
 constexpr long kMemoryLimit = 1L << 20;  // KiB
 
 struct Options {
@@ -97,7 +98,7 @@ class Campaign {
   std::uint32_t lanes() const { return options_.only ? 1 : hosts(); }
 
   std::uint32_t hosts() const {
-    // Each lane has one subject.
+    // A lane always has the same subject.
     return std::max<std::uint32_t>(options_.lanes / kSubjects, 1) * kSubjects;
   }
 
@@ -118,7 +119,7 @@ class Campaign {
     }
   }
 
-  /// Until all lanes have ended. False when they are silent instead.
+  /// Listens until all lanes have ended. Returns false when they are silent instead.
   bool listen(int pipe) {
     std::string unread;
     for (;;) {

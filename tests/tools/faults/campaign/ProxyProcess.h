@@ -1,4 +1,4 @@
-// The fault proxy as a process, and what is said to it.
+// The fault proxy as a child process, and the messages to it.
 #pragma once
 
 #include <memory>
@@ -11,13 +11,13 @@
 
 namespace keldane::testing {
 
-/// Serves one connection after another. What fails throws std::runtime_error.
+/// Serves one connection after another. Failures throw std::runtime_error.
 class ProxyProcess {
  public:
   ProxyProcess(const std::string& listenPath, const std::string& connectPath);
-  /// The plan of the next connection.
+  /// Sets the plan of the next connection.
   void begin(const FaultPlan& plan);
-  /// Whether the connection has ended, or does so in a moment.
+  /// Whether the connection has ended, or is about to.
   bool hasReport() const;
   ConnectionReport report();
 

@@ -24,7 +24,7 @@ std::optional<Name> named(const std::array<std::string_view, count>& names, cons
   return found == names.end() ? std::nullopt : std::optional(static_cast<Name>(found - names.begin()));
 }
 
-/// The same everywhere, which the standard library's distributions are not.
+/// Random numbers that are the same on every system; the standard library's distributions are not.
 class Dice {
  public:
   Dice(std::uint64_t seed, std::uint32_t cycle) {
@@ -42,8 +42,8 @@ class Dice {
   std::mt19937 engine_;
 };
 
-// A file is asked about six times, and a command sends up to two messages: 2,000 bytes of requests, 3,000 of
-// answers. Headers and what follows them are hit as often as all the rest.
+// A file needs six questions, and a command sends up to two messages: 2,000 bytes of requests, 3,000 of
+// answers. Headers and the bytes after them are hit as often as all the rest.
 std::uint32_t somewhere(Dice& dice, Direction direction) {
   return dice.below(2) == 0 ? dice.below(2 * kHeader)
                             : dice.below(direction == Direction::requests ? 2000 : 3000);
@@ -144,10 +144,10 @@ std::string Fault::name() const {
 FaultPlan FaultPlan::random(std::uint64_t seed, std::uint32_t cycle) {
   Dice dice(seed, cycle);
   FaultPlan plan;
-  // One fault mostly, which tells most about it.
+  // Most plans have one fault, because that shows its effect best.
   for (std::uint32_t left = dice.below(4) == 0 ? dice.from(2, 3) : 1; left > 0; --left) {
     const Fault fault = randomFault(dice);
-    // Of a kind that has one place in a connection there is one a direction.
+    // A fault that has only one place in a connection is added only once for each direction.
     if (plan.find(fault.direction, fault.kind) == nullptr || fault.kind == FaultKind::flip) {
       plan.faults.push_back(fault);
     }
@@ -195,7 +195,7 @@ Effect FaultPlan::effect() const {
     worst = std::max(worst, fault.effect());
     cut |= fault.kind == FaultKind::cut;
   }
-  // What is missing from a frame is made up from the next one, if there is a next one without a question.
+  // The missing bytes of a cut frame are taken from the next frame, if one comes without a question.
   const bool moreThanAskedFor =
       worst == Effect::misplaced || std::any_of(faults.begin(), faults.end(), [](const Fault& fault) {
         return fault.kind == FaultKind::early;

@@ -19,13 +19,13 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// A call that nobody will answer is ended after this time without a byte; before the first byte the client
-// may still be on its way.
+// The proxy ends a connection that is left without an answer after this time without a byte. The first limit
+// is longer, because the client may still be on its way.
 constexpr auto kPatience = std::chrono::milliseconds(20);
 constexpr auto kFirstPatience = std::chrono::milliseconds(200);
-// Nobody lets the proxy wait this long for a write.
+// Every peer reads sooner than this.
 constexpr timeval kSendLimit = {5, 0};
-// No daemon is busy for so long with what was left to do at the end of a connection.
+// Every daemon completes the work that is left at the end of a connection sooner than this.
 constexpr timeval kFarewellLimit = {20, 0};
 
 sockaddr_un addressOf(const std::string& path) {
@@ -83,7 +83,8 @@ class Connection {
     return one && other ? std::min(one, other) : one ? one : other;
   }
 
-  /// Waits until something comes, at most until then, and reads it. False at the end of the connection.
+  /// Waits until `until` at most for something to come, and reads it. Returns false at the end of the
+  /// connection.
   bool transfer(const std::optional<Clock::time_point>& until, Clock::time_point& moved) {
     const auto events = [](const FaultStream& stream) {
       return static_cast<short>(stream.isReading() ? POLLIN : 0);
@@ -122,7 +123,7 @@ class Connection {
   bool clientHasLeft_ = false;
 };
 
-/// Ends the connection for the client, and for the daemon once that has read and answered everything.
+/// Ends the connection for the client at once, and for the daemon when it has read and answered everything.
 void partFrom(int client, int daemon) {
   ::shutdown(client, SHUT_RDWR);
   ::shutdown(daemon, SHUT_WR);
@@ -137,7 +138,7 @@ void partFrom(int client, int daemon) {
   }
 }
 
-/// Two digits a byte; never empty, as the words of a line.
+/// Two hexadecimal digits for each byte after a colon, so the word is never empty.
 std::string wordOf(const std::string& bytes) {
   static constexpr char kDigits[] = "0123456789abcdef";
   std::string word = ":";
@@ -206,7 +207,7 @@ ConnectionReport FaultProxy::serve(const FaultPlan& plan) {
       partFrom(client.get(), daemon.get());
     }
     if (!connection.anythingWasSaid()) {
-      continue;  // it came and went, as a client does that is closed while it waits to be served
+      continue;  // a client that is closed while it waits to be served comes and goes
     }
     if (plan.faults.empty()) {
       recorded_ = connection.frames();

@@ -16,7 +16,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// How long the frames that are to be one write are waited for.
+// The time to wait for the frames that are to be joined in one write.
 constexpr auto kJoinPatience = std::chrono::milliseconds(5);
 
 }  // namespace
@@ -66,7 +66,7 @@ bool FaultStream::write(bool all) {
 void FaultStream::takeFrames() {
   while (unread_.size() >= kHeader) {
     if (!unread_.starts_with(kMarker)) {
-      // Bytes that are no frame are passed on as they are.
+      // Bytes that are no frame are passed on unchanged.
       queue(std::exchange(unread_, {}));
       return;
     }

@@ -16,7 +16,7 @@
 namespace keldane::testing {
 
 /// One direction of one connection: takes whole frames, and writes them with the faults of the plan. It
-/// owns neither the descriptors nor the plan. One thread.
+/// owns neither the descriptors nor the plan. Used on one thread.
 class FaultStream {
  public:
   FaultStream(Direction direction, const FaultPlan& plan, const std::vector<std::string>& foretold, int from,
@@ -27,14 +27,14 @@ class FaultStream {
   const std::vector<std::string>& frames() const { return frames_; }
   std::size_t bytesRead() const { return bytesRead_; }
   const std::string& delivered() const { return delivered_; }
-  /// When the next piece is to be written; nothing while there is none.
+  /// The time when the next piece is to be written; absent when there is none.
   std::optional<std::chrono::steady_clock::time_point> due() const {
     return pieces_.empty() ? std::nullopt : std::optional(pieces_.front().due);
   }
 
-  /// Reads once, without waiting for more than has come. False at the end of the stream.
+  /// Reads once, without waiting for more. Returns false at the end of the stream.
   bool read();
-  /// Writes the pieces that are due, or all of them. False when that ends the connection.
+  /// Writes the pieces that are due, or all of them. Returns false when that ends the connection.
   bool write(bool all);
 
  private:
@@ -46,7 +46,7 @@ class FaultStream {
   };
 
   const Fault* find(FaultKind kind) const { return plan_.find(direction_, kind); }
-  /// The fault of that kind if it strikes this frame.
+  /// The fault of that kind if it hits this frame; otherwise null.
   const Fault* striking(FaultKind kind, std::uint32_t frame) const {
     const Fault* fault = find(kind);
     return fault != nullptr && fault->at == frame ? fault : nullptr;
@@ -61,10 +61,10 @@ class FaultStream {
   }
 
   void takeFrames();
-  /// Queues frame number `index`, which has come, with the faults that strike it.
+  /// Queues the received frame number `index` with the faults that hit it.
   void pass(std::uint32_t index, std::string frame);
   void queue(std::string bytes, std::chrono::milliseconds delay = {});
-  /// Writes a piece. False when nobody takes it.
+  /// Writes a piece. Returns false when the peer is gone.
   bool transmit(const Piece& piece);
   bool send(std::string_view bytes);
   /// Gives the peer up to a millisecond to read what was sent.
@@ -82,7 +82,7 @@ class FaultStream {
   std::set<std::uint32_t> leftOut_;
   std::string repeated_;
   std::deque<Piece> pieces_;
-  std::size_t offset_ = 0;  // counts the bytes that went out and those that were cut out
+  std::size_t offset_ = 0;  // counts the bytes that were written and those that were cut out
   std::string delivered_;
 };
 

@@ -28,7 +28,8 @@ PropertyList ofAnotherKind(const PropertyList& value) {
   }
 }
 
-/// The value with its `left`-th value, itself first and then depth first, of another kind. Counts down.
+/// The value with its `left`-th part replaced by a value of another kind. The parts are counted depth first,
+/// beginning with the value itself; `left` is counted down.
 PropertyList withOneSwapped(const PropertyList& value, std::uint32_t& left) {
   if (left-- == 0) {
     return ofAnotherKind(value);

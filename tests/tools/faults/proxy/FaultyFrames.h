@@ -1,4 +1,4 @@
-// The bytes of frames, and what faults make of them.
+// The bytes of frames, and the changes that faults make to them.
 #pragma once
 
 #include <cstddef>
@@ -10,7 +10,7 @@
 
 namespace keldane::testing {
 
-// These are written out once more here, so that a change of the transport's own does not go unnoticed.
+// These constants repeat the transport's, so that a change there does not go unnoticed.
 constexpr std::string_view kMarker = "8A2E4C19-5D73-4B8F-A0E6-C93B17F52D04";
 constexpr std::size_t kTypeAt = kMarker.size();
 constexpr std::size_t kLengthAt = kTypeAt + 4;
@@ -19,7 +19,8 @@ static_assert(kHeader == kLengthAt + 4);
 std::uint32_t numberAt(const std::string& frame, std::size_t at);
 void setNumberAt(std::string& frame, std::size_t at, std::uint32_t number);
 
-/// The bytes that a fault puts between two frames: always the same for the same fault, and without a marker.
+/// The bytes that a fault puts between two frames. They are the same for the same fault and contain no
+/// marker.
 std::string garbageOf(const Fault& fault);
 
 /// The frame with one value of its payload replaced by one of another kind. The number counts the payload

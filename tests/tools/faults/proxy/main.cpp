@@ -1,5 +1,5 @@
-// fault-proxy: stands between a client and the daemon. Each line of its input is the plan of one connection;
-// it answers "ready" at the start and one line on each connection once that has ended.
+// fault-proxy: a proxy between a client and the daemon. Each line of its input is the plan of one connection.
+// It answers "ready" at the start, and one line about each connection when that has ended.
 #include <sys/prctl.h>
 
 #include <CLI/CLI.hpp>

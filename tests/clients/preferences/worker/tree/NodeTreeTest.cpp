@@ -213,7 +213,7 @@ class RestoreTreeTest : public NodeTreeTest {
     return PropertyList::dictionary(std::move(entries));
   }
 
-  NodeTree tree_{TreeKind::restore};  // instead of the one with rules
+  NodeTree tree_{TreeKind::restore};  // replaces the fixture's tree of rules
 };
 
 TEST_F(RestoreTreeTest, ShowsWhatCanBeRestoredAndWhatLeadsThere) {
