@@ -18,7 +18,7 @@ void RepositoryWatch::report(const EngineAnswer& answer) {
   }
   bool isNews = false;
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     isNews = answer.health != standing_.health;
     standing_ = answer;
     if (answer) {
@@ -39,18 +39,18 @@ void RepositoryWatch::report(const EngineAnswer& answer) {
 }
 
 void RepositoryWatch::tryNow() {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   nextTry_ = {};
   failures_ = 0;
 }
 
 EngineAnswer RepositoryWatch::standing() const {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   return standing_;
 }
 
 bool RepositoryWatch::mayTry(Clock::time_point now) const {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   return now >= nextTry_;
 }
 

@@ -4,11 +4,11 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <string>
 
 #include "daemon/engine/BackupEngine.h"
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -35,10 +35,10 @@ class RepositoryWatch {
 
  private:
   const Alert alert_;
-  mutable std::mutex mutex_;
-  EngineAnswer standing_;
-  unsigned failures_ = 0;  // in a row
-  Clock::time_point nextTry_{};
+  mutable Mutex mutex_;
+  EngineAnswer standing_ KELDANE_GUARDED_BY(mutex_);
+  unsigned failures_ KELDANE_GUARDED_BY(mutex_) = 0;  // in a row
+  Clock::time_point nextTry_ KELDANE_GUARDED_BY(mutex_) = {};
 };
 
 }  // namespace keldane

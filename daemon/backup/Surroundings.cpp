@@ -3,18 +3,18 @@
 namespace keldane {
 
 void Surroundings::tell(const Report& report, std::int64_t now) {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   report_ = report;
   until_ = now + kHolds;
 }
 
 bool Surroundings::holds(std::int64_t now) const {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   return now < until_;
 }
 
 std::string Surroundings::reason(const Rules& rules, bool isRepositoryRemote, std::int64_t now) const {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   if (now >= until_) {
     return {};
   }
@@ -34,7 +34,7 @@ std::int64_t Surroundings::restsUntil(const Rules& rules, bool isRepositoryRemot
   if (reason(rules, isRepositoryRemote, now).empty()) {
     return 0;
   }
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   return until_;
 }
 

@@ -2,9 +2,10 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <string>
+
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -36,9 +37,9 @@ class Surroundings {
   std::int64_t restsUntil(const Rules& rules, bool isRepositoryRemote, std::int64_t now) const;
 
  private:
-  mutable std::mutex mutex_;
-  Report report_;           // guarded by mutex_
-  std::int64_t until_ = 0;  // guarded by mutex_
+  mutable Mutex mutex_;
+  Report report_ KELDANE_GUARDED_BY(mutex_);
+  std::int64_t until_ KELDANE_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace keldane

@@ -43,7 +43,7 @@ void OwnerServer::stop() {
   }
   decltype(peers_) peers;
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     stopping_ = true;
     peers.swap(peers_);
   }
@@ -61,7 +61,7 @@ bool OwnerServer::socketAccepted(const std::shared_ptr<KeldaneSocket>& child) {
     return false;
   }
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     if (peers_.size() >= kMostPeers) {
       return false;
     }
@@ -76,7 +76,7 @@ void OwnerServer::socketCreated(const std::shared_ptr<KeldaneSocket>& child) {
   link.proxy->setDelegate(link.service);
   const std::shared_ptr<KeldaneProxy> proxy = link.proxy;
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     if (stopping_) {
       return;
     }
@@ -89,7 +89,7 @@ void OwnerServer::socketCreated(const std::shared_ptr<KeldaneSocket>& child) {
 void OwnerServer::socketFailed(const std::shared_ptr<KeldaneSocket>& child) {
   PeerLink gone;
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     const auto found = peers_.find(child.get());
     if (found == peers_.end()) {
       return;

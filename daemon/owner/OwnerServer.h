@@ -3,7 +3,6 @@
 
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "Common/calls/KeldProxy.h"
@@ -11,6 +10,7 @@
 #include "daemon/owner/OwnerRequests.h"
 #include "daemon/server/socket/ServerLimits.h"
 #include "daemon/server/socket/ServerSocket.h"
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -52,10 +52,9 @@ class OwnerServer final : public KeldSocketDelegate, public std::enable_shared_f
   ServerSocket socket_;
   const ServerLimits limits_;
   const std::shared_ptr<ByteBudget> received_, unread_;
-  std::mutex mutex_;
-  // Guarded by mutex_:
-  std::map<const KeldaneSocket*, PeerLink> peers_;
-  bool stopping_ = false;
+  Mutex mutex_;
+  std::map<const KeldaneSocket*, PeerLink> peers_ KELDANE_GUARDED_BY(mutex_);
+  bool stopping_ KELDANE_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace keldane

@@ -12,12 +12,12 @@ namespace keldane {
 class RepositoryRequests::Call {
  public:
   explicit Call(RepositoryRequests& requests) : requests_(requests) {
-    const std::lock_guard guard(requests_.callsMutex_);
+    const ScopedLock guard(requests_.callsMutex_);
     requests_.calls_.insert(&job);
     job.cancelled = requests_.stopping_;
   }
   ~Call() {
-    const std::lock_guard guard(requests_.callsMutex_);
+    const ScopedLock guard(requests_.callsMutex_);
     requests_.calls_.erase(&job);
   }
   Call(const Call&) = delete;

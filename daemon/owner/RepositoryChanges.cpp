@@ -102,7 +102,7 @@ PropertyList RepositoryRequests::change(const Change& work) {
   std::unique_lock changing(changing_, std::defer_lock);
   while (!changing.try_lock()) {
     {
-      const std::lock_guard guard(moveMutex_);
+      const ScopedLock guard(moveMutex_);
       if (move_.job != nullptr) {
         return errorAnswer("The backup is just being moved to another place.");
       }

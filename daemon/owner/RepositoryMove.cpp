@@ -35,6 +35,9 @@ PropertyList RepositoryRequests::changeKey(const PropertyList&) {
   return change([&](EngineJob& job) {
     const std::unique_lock turn = daemon_->care().takeTurn();
     waitForRestores(job);
+    if (job.cancelled) {
+      return errorAnswer("It was cancelled.");
+    }
     const BackupWorker::Stillness stillness = daemon_->worker().holdStill();
     const EngineAnswer answer = KeyChange(daemon_->engine(), daemon_->files()).run(job);
     return answer ? PropertyList::dictionary(PropertyList::Entries()) : errorAnswer(answer.detail);
@@ -42,7 +45,7 @@ PropertyList RepositoryRequests::changeKey(const PropertyList&) {
 }
 
 void RepositoryRequests::noteMove(const char* status) {
-  const std::lock_guard guard(moveMutex_);
+  const ScopedLock guard(moveMutex_);
   move_.status = status;
 }
 
@@ -59,7 +62,7 @@ PropertyList RepositoryRequests::moveRepository(const PropertyList& request) {
       return errorAnswer("The backup is kept there already.");
     }
     {
-      const std::lock_guard guard(moveMutex_);
+      const ScopedLock guard(moveMutex_);
       move_ = Move();
       move_.job = &job;
       move_.status = "copying";
@@ -69,7 +72,7 @@ PropertyList RepositoryRequests::moveRepository(const PropertyList& request) {
     try {
       Trial trial(*daemon_, engine_, request);
       {
-        const std::lock_guard guard(moveMutex_);
+        const ScopedLock guard(moveMutex_);
         move_.location = trial.configuration().publicLocation();
       }
       answer = move(trial, job);
@@ -77,7 +80,7 @@ PropertyList RepositoryRequests::moveRepository(const PropertyList& request) {
     } catch (const std::exception& error) {
       answer = {Health::failed, error.what()};
     }
-    const std::lock_guard guard(moveMutex_);
+    const ScopedLock guard(moveMutex_);
     move_.job = nullptr;
     move_.status = answer ? "done" : answer.health == Health::cancelled ? "cancelled" : "failed";
     move_.message = answer ? std::string() : answer.detail;
@@ -96,14 +99,14 @@ EngineAnswer RepositoryRequests::move(Trial& trial, EngineJob& job) {
     return answer;
   }
   {
-    const std::lock_guard guard(moveMutex_);
+    const ScopedLock guard(moveMutex_);
     move_.all = snapshots.size();
   }
   const auto copy = [&] {
     return trial.engine().copyFrom(
         daemon_->files(),
         [this](std::size_t done) {
-          const std::lock_guard guard(moveMutex_);
+          const ScopedLock guard(moveMutex_);
           move_.done = done;
           move_.all = std::max(move_.all, done);
         },
@@ -163,7 +166,7 @@ EngineAnswer RepositoryRequests::compareCopy(Trial& trial, std::map<std::uint32_
 }
 
 PropertyList RepositoryRequests::moveReport(const PropertyList&) {
-  const std::lock_guard guard(moveMutex_);
+  const ScopedLock guard(moveMutex_);
   return PropertyList::dictionary({{"status", move_.status},
                                    {"location", move_.location},
                                    {"done", std::uint64_t{move_.done}},
@@ -172,7 +175,7 @@ PropertyList RepositoryRequests::moveReport(const PropertyList&) {
 }
 
 PropertyList RepositoryRequests::cancelMove(const PropertyList&) {
-  const std::lock_guard guard(moveMutex_);
+  const ScopedLock guard(moveMutex_);
   if (move_.job != nullptr) {
     move_.job->cancelled = true;
   }

@@ -85,7 +85,7 @@ const char* wordFor(RestoreStatus status) {
 }  // namespace
 
 void RepositoryRequests::stop() {
-  const std::lock_guard guard(callsMutex_);
+  const ScopedLock guard(callsMutex_);
   stopping_ = true;
   for (EngineJob* job : calls_) {
     job->cancelled = true;

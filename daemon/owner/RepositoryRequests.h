@@ -11,6 +11,7 @@
 
 #include "daemon/Daemon.h"
 #include "daemon/owner/OwnerRequests.h"
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -76,11 +77,11 @@ class RepositoryRequests final : public OwnerRequests {
     std::size_t done = 0, all = 0;
     EngineJob* job = nullptr;  // while it runs
   };
-  std::mutex moveMutex_;
-  Move move_;  // guarded by moveMutex_
-  std::mutex callsMutex_;
-  std::set<EngineJob*> calls_;  // guarded by callsMutex_
-  bool stopping_ = false;       // guarded by callsMutex_
+  Mutex moveMutex_;
+  Move move_ KELDANE_GUARDED_BY(moveMutex_);
+  Mutex callsMutex_;
+  std::set<EngineJob*> calls_ KELDANE_GUARDED_BY(callsMutex_);
+  bool stopping_ KELDANE_GUARDED_BY(callsMutex_) = false;
 };
 
 }  // namespace keldane

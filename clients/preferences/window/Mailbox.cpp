@@ -17,7 +17,7 @@ Mailbox::~Mailbox() { idle_.disconnect(); }
 void Mailbox::put(std::function<void()> work) {
   bool wasEmpty = false;
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     wasEmpty = work_.empty();
     work_.push_back(std::move(work));
   }
@@ -29,7 +29,7 @@ void Mailbox::put(std::function<void()> work) {
 bool Mailbox::handOver() {
   std::function<void()> work;
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     if (work_.empty()) {
       return false;
     }

@@ -5,7 +5,8 @@
 
 #include <deque>
 #include <functional>
-#include <mutex>
+
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -25,8 +26,8 @@ class Mailbox {
 
   Glib::Dispatcher arrived_;
   sigc::connection idle_;
-  std::mutex mutex_;
-  std::deque<std::function<void()>> work_;  // guarded by the mutex
+  Mutex mutex_;
+  std::deque<std::function<void()>> work_ KELDANE_GUARDED_BY(mutex_);
 };
 
 }  // namespace keldane

@@ -9,13 +9,13 @@ constexpr std::chrono::hours kRetry(1);
 }  // namespace
 
 void Delays::add(const std::string& path, const FileState& state) {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   delays_[path] = {state, std::chrono::steady_clock::now() + kRetry};
   isEmpty_ = false;
 }
 
 bool Delays::holds(const std::string& path, const FileState& state) {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   const auto delay = delays_.find(path);
   if (delay == delays_.end()) {
     return false;
@@ -30,7 +30,7 @@ bool Delays::holds(const std::string& path, const FileState& state) {
 std::vector<std::string> Delays::due() const {
   std::vector<std::string> due;
   const auto now = std::chrono::steady_clock::now();
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   for (const auto& [path, delay] : delays_) {
     if (now >= delay.until) {
       due.push_back(path);
@@ -40,7 +40,7 @@ std::vector<std::string> Delays::due() const {
 }
 
 void Delays::clear() {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   delays_.clear();
   isEmpty_ = true;
 }

@@ -4,11 +4,11 @@
 #include <atomic>
 #include <chrono>
 #include <map>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "daemon/store/Store.h"
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -29,8 +29,8 @@ class Delays {
     FileState state;
     std::chrono::steady_clock::time_point until;
   };
-  mutable std::mutex mutex_;
-  std::map<std::string, Delay> delays_;  // guarded by mutex_
+  mutable Mutex mutex_;
+  std::map<std::string, Delay> delays_ KELDANE_GUARDED_BY(mutex_);
   std::atomic<bool> isEmpty_ = true;
 };
 

@@ -17,7 +17,7 @@ std::string firstBelow(const std::string& folder) { return folder == "/" ? folde
 }  // namespace
 
 std::uint32_t PendingFiles::beginScan() {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   return ++scan_;
 }
 
@@ -41,7 +41,7 @@ bool PendingFiles::setFolder(const std::string& folder, std::vector<WaitingName>
   if (!std::is_sorted(files.begin(), files.end(), byName)) {
     std::sort(files.begin(), files.end(), byName);
   }
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   auto entry = folders_.find(folder);
   if (entry == folders_.end()) {
     if (files.empty()) {
@@ -57,7 +57,7 @@ bool PendingFiles::setFolder(const std::string& folder, std::vector<WaitingName>
 }
 
 void PendingFiles::endScan(const std::string& place, std::uint32_t scan) {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   const auto drop = [&](Folders::iterator folder) {
     if (folder->second.scan() >= scan) {
       return std::next(folder);
@@ -78,7 +78,7 @@ void PendingFiles::endScan(const std::string& place, std::uint32_t scan) {
 }
 
 bool PendingFiles::add(const std::string& path, std::uint64_t bytes, uid_t owner) {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   WaitingNames& names = folders_[std::string(parentPath(path))];
   count(names, -1);
   const bool isNew = names.add({entryName(path), bytes, owner}, scan_);
@@ -91,7 +91,7 @@ void PendingFiles::remove(const std::string& path) {
 }
 
 bool PendingFiles::removeIfOlder(const std::string& path, std::uint32_t scan) {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   const auto folder = folders_.find(parentPath(path));
   if (folder == folders_.end()) {
     return true;
@@ -113,7 +113,7 @@ void PendingFiles::removeUnless(const std::string& path,
   for (std::vector<std::string> names;; names.clear()) {
     std::string folder;
     {
-      const std::lock_guard guard(mutex_);
+      const ScopedLock guard(mutex_);
       auto entry = folders_.lower_bound(next);
       if (entry != folders_.end() && entry->first != path && entry->first < below) {
         entry = folders_.lower_bound(below);  // between "/a" and "/a/" lies "/a!"
@@ -144,45 +144,45 @@ std::optional<WaitingName> PendingFiles::find(std::string_view path) const {
 }
 
 bool PendingFiles::contains(const std::string& path) const {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   return find(path).has_value();
 }
 
 bool PendingFiles::containsBelow(const std::string& folder) const {
   const std::string below = firstBelow(folder);
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   const auto first = folders_.lower_bound(below);
   return folders_.contains(folder) || (first != folders_.end() && first->first.starts_with(below));
 }
 
 PendingFiles::Totals PendingFiles::totals() const {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   return {files_, bytes_.value()};
 }
 
 void PendingFiles::prefer(const std::string& path, std::int64_t order) {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   lastOrder_ = std::max(lastOrder_, order);
   preferences_.try_emplace(path, Preference{order, lastWish_});
 }
 
 void PendingFiles::preferNext(const std::string& path) {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   preferences_.try_emplace(path, Preference{++lastOrder_, 0}).first->second.wish = ++lastWish_;
 }
 
 void PendingFiles::endPreference(const std::string& path) {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   preferences_.erase(path);
 }
 
 std::uint64_t PendingFiles::lastWish() const {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   return lastWish_;
 }
 
 bool PendingFiles::endPreference(const std::string& path, std::uint64_t lastWish) {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   const auto preference = preferences_.find(path);
   if (preference == preferences_.end() || preference->second.wish > lastWish) {
     return false;
@@ -192,12 +192,12 @@ bool PendingFiles::endPreference(const std::string& path, std::uint64_t lastWish
 }
 
 bool PendingFiles::isPreferred(const std::string& path) const {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   return preferences_.contains(path);
 }
 
 std::vector<std::string> PendingFiles::preferred() const {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   std::vector<std::string> paths;
   for (const auto& [path, preference] : preferences_) {
     paths.push_back(path);
@@ -206,14 +206,14 @@ std::vector<std::string> PendingFiles::preferred() const {
 }
 
 bool PendingFiles::hasPreferred() const {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   return std::any_of(preferences_.begin(), preferences_.end(),
                      [this](const auto& preference) { return find(preference.first).has_value(); });
 }
 
 std::vector<PendingFiles::File> PendingFiles::waitingPreferred() const {
   std::map<std::int64_t, File> inOrder;
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   for (const auto& [path, preference] : preferences_) {
     if (const std::optional<WaitingName> file = find(path)) {
       inOrder[preference.order] = {path, file->bytes, file->owner};
@@ -233,7 +233,7 @@ void PendingFiles::visit(const std::function<bool(const File& file)>& visitor) c
   for (bool isEnd = false; !isEnd;) {
     files.clear();
     {
-      const std::lock_guard guard(mutex_);
+      const ScopedLock guard(mutex_);
       auto folder = folders_.lower_bound(next);
       for (; folder != folders_.end() && files.size() < kFilesAtOnce; ++folder) {
         folder->second.visit([&](const WaitingName& file) {

@@ -5,7 +5,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,6 +12,7 @@
 
 #include "daemon/ByteSum.h"
 #include "daemon/scan/waiting/WaitingNames.h"
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -74,22 +74,22 @@ class PendingFiles {
  private:
   using Folders = std::map<std::string, WaitingNames, std::less<>>;
 
-  std::optional<WaitingName> find(std::string_view path) const;
-  void count(const WaitingNames& names, int sign);
-  Folders::iterator dropIfEmpty(Folders::iterator folder);
+  std::optional<WaitingName> find(std::string_view path) const KELDANE_REQUIRES(mutex_);
+  void count(const WaitingNames& names, int sign) KELDANE_REQUIRES(mutex_);
+  Folders::iterator dropIfEmpty(Folders::iterator folder) KELDANE_REQUIRES(mutex_);
 
-  mutable std::mutex mutex_;
-  Folders folders_;  // each has at least one pending file
-  std::uint64_t files_ = 0;
-  ByteSum bytes_;
-  std::uint32_t scan_ = 0;
+  mutable Mutex mutex_;
+  Folders folders_ KELDANE_GUARDED_BY(mutex_);  // each has at least one pending file
+  std::uint64_t files_ KELDANE_GUARDED_BY(mutex_) = 0;
+  ByteSum bytes_ KELDANE_GUARDED_BY(mutex_);
+  std::uint32_t scan_ KELDANE_GUARDED_BY(mutex_) = 0;
   struct Preference {
     std::int64_t order = 0;
     std::uint64_t wish = 0;  // the last wish for it
   };
-  std::map<std::string, Preference> preferences_;  // by path
-  std::int64_t lastOrder_ = 0;
-  std::uint64_t lastWish_ = 0;
+  std::map<std::string, Preference> preferences_ KELDANE_GUARDED_BY(mutex_);  // by path
+  std::int64_t lastOrder_ KELDANE_GUARDED_BY(mutex_) = 0;
+  std::uint64_t lastWish_ KELDANE_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace keldane

@@ -41,7 +41,7 @@ bool ChangeQueue::add(std::vector<std::string> paths) {
   if (paths.empty()) {
     return false;
   }
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   if (few_.size() + paths.size() <= kFew) {
     few_.insert(few_.end(), std::move_iterator(paths.begin()), std::move_iterator(paths.end()));
   } else {
@@ -51,7 +51,7 @@ bool ChangeQueue::add(std::vector<std::string> paths) {
 }
 
 std::optional<std::vector<std::string>> ChangeQueue::take(const Work& work) {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   if (few_.empty() && many_.empty()) {
     isBeating_ = hasBegun_ = false;
     return std::nullopt;
@@ -91,7 +91,7 @@ std::size_t ChangeQueue::mayTake(const Work& work, std::size_t waiting) {
 }
 
 void ChangeQueue::clear() {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   few_.clear();
   many_.clear();
 }

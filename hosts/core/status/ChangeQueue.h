@@ -4,11 +4,12 @@
 
 #include <chrono>
 #include <cstddef>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
 #include <vector>
+
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -49,10 +50,10 @@ class ChangeQueue {
   };
   std::size_t mayTake(const Work& work, std::size_t waiting);
 
-  std::mutex mutex_;
-  std::vector<std::string> few_;
-  std::set<std::string, ByName> many_;
-  bool isBeating_ = false;  // `take` is called
+  Mutex mutex_;
+  std::vector<std::string> few_ KELDANE_GUARDED_BY(mutex_);
+  std::set<std::string, ByName> many_ KELDANE_GUARDED_BY(mutex_);
+  bool isBeating_ KELDANE_GUARDED_BY(mutex_) = false;  // `take` is called
 
   // These fields are used only by the window's thread.
   Work last_{};

@@ -45,7 +45,7 @@ void LookFolder::sweep() const {
 }
 
 std::string LookFolder::placeFor(const std::string& name) {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   if (own_.empty()) {
     std::error_code error;
     fs::create_directories(base_, error);
@@ -64,7 +64,7 @@ bool LookFolder::seal(const std::string& path) {
 }
 
 void LookFolder::clear() {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   if (!own_.empty()) {
     std::error_code ignored;
     fs::remove_all(own_, ignored);

@@ -1,10 +1,10 @@
 // A private folder for copies of stored files that a person looks at.
 #pragma once
 
-#include <mutex>
 #include <string>
 
 #include "platform/files/Descriptor.h"
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -30,10 +30,9 @@ class LookFolder {
 
  private:
   const std::string base_;
-  std::mutex mutex_;
-  // Guarded by the mutex:
-  std::string own_;
-  Descriptor lock_;  // shows other programs that this one lives
+  Mutex mutex_;
+  std::string own_ KELDANE_GUARDED_BY(mutex_);
+  Descriptor lock_ KELDANE_GUARDED_BY(mutex_);  // shows other programs that this one lives
 };
 
 }  // namespace keldane
