@@ -20,7 +20,7 @@ DAEMON = os.environ["KELDANED_STORING"]
 CONTROL = os.environ["KELDANECTL"]
 RESTIC = shutil.which("restic") or "restic"
 FAULTS = os.environ["KELDANE_MACHINE_FAULTS_LIBRARY"]
-SUPPORT = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "support")
+SUPPORT = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "support", "daemon")
 
 NEW, CHANGED, WAITING, BACKED_UP = "New", "Changed since last backup", "Waiting to be backed up", "Backed up"
 UNSEEN, STORING = "Waiting to be looked at", "Being backed up: "

@@ -10,7 +10,7 @@ namespace keldane {
 namespace {
 
 constexpr unsigned kLookInterval = 60;  // seconds
-constexpr auto kPatience = std::chrono::minutes(1);
+constexpr auto kLookoutPatience = std::chrono::minutes(1);
 
 }  // namespace
 
@@ -50,7 +50,7 @@ void Lookout::receive(const Update& update) {
 
 // A daemon that is away at first may be starting with the session, as this program is.
 void Lookout::look() {
-  if (!status_ || !status_->connected || desk_.silence() > kPatience) {
+  if (!status_ || !status_->connected || desk_.silence() > kLookoutPatience) {
     if (const auto away = awayHeadline(alerts_.lastReached(), static_cast<double>(std::time(nullptr)))) {
       tellOf(*away, tell_);
     }

@@ -11,6 +11,8 @@
 
 namespace keldane::testing {
 
+inline constexpr double kHour = 3600, kDay = 24 * kHour;  // seconds
+
 /// Its snapshot number n has the time 1000 n seconds, and each file that it stores is n bytes long.
 class StoreFixture : public ::testing::Test {
  protected:

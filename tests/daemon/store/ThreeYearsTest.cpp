@@ -11,8 +11,9 @@
 namespace keldane {
 namespace {
 
-constexpr double kHour = 3600;
-constexpr double kDay = 24 * kHour;
+using testing::kDay;
+using testing::kHour;
+
 constexpr double kStart = 1'700'000'000 - 1'700'000'000 % 86400;
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || !defined(NDEBUG)
 constexpr int kDays = 200;  // an instrumented build is too slow for more

@@ -38,6 +38,7 @@ struct NameCell : public Cell<Gtk::TreeExpander> {
   Gtk::Box box;
   Gtk::Image icon;
   Gtk::Label label;
+  const char* iconName = nullptr;  // as the icon shows it
 
   NameCell() : box(Gtk::Orientation::HORIZONTAL, kGap) {
     label.set_ellipsize(Pango::EllipsizeMode::MIDDLE);
@@ -105,7 +106,12 @@ void fillName(NameCell& cell) {
   cell.label.set_text(cell.item->title);
   cell.label.set_tooltip_text(cell.item->row.path);
   cell.icon.set_visible(cell.item->kind == NodeItem::Kind::node);
-  cell.icon.set_from_icon_name(cell.item->row.isFolder ? "folder" : "text-x-generic");
+  // A row that scrolls into view usually shows the same icon as before, and the toolkit would draw it anew.
+  const char* const iconName = cell.item->row.isFolder ? "folder" : "text-x-generic";
+  if (cell.iconName != iconName) {
+    cell.iconName = iconName;
+    cell.icon.set_from_icon_name(iconName);
+  }
   if (cell.item->row.isGone) {
     cell.label.add_css_class("dim-label");
   } else {

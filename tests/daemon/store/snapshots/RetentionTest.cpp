@@ -6,10 +6,10 @@ namespace keldane {
 namespace {
 
 using namespace retention;
+using testing::kDay;
+using testing::kHour;
 using Numbers = std::set<std::uint32_t>;
 
-constexpr double kHour = 3600;
-constexpr double kDay = 86400;
 // The last second of Sunday, 2023-01-01, which is the last of an hour, a day and a week.
 constexpr double kNow = 1672617599;
 
