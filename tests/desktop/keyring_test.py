@@ -15,7 +15,7 @@ class KeyRing(PagesCase):
     def setUp(self):
         super().setUp()
         self.back_up(self.letter)
-        self.key = os.path.join(self.place, "key")
+        self.key = os.path.join(self.place, "exported")
         self.ctl("key", "export", self.key)
         self.id = re.search(r"(?m)^Repository +(\S+)$", self.ctl("repository"))[1]
 

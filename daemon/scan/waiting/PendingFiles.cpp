@@ -21,7 +21,6 @@ std::uint32_t PendingFiles::beginScan() {
   return ++scan_;
 }
 
-// The caller holds the mutex.
 void PendingFiles::count(const WaitingNames& names, int sign) {
   if (sign > 0) {
     files_ += names.files();
@@ -58,7 +57,7 @@ bool PendingFiles::setFolder(const std::string& folder, std::vector<WaitingName>
 
 void PendingFiles::endScan(const std::string& place, std::uint32_t scan) {
   const ScopedLock guard(mutex_);
-  const auto drop = [&](Folders::iterator folder) {
+  const auto drop = [&](Folders::iterator folder) KELDANE_REQUIRES(mutex_) {
     if (folder->second.scan() >= scan) {
       return std::next(folder);
     }
@@ -137,7 +136,6 @@ void PendingFiles::removeUnless(const std::string& path,
   }
 }
 
-// The caller holds the mutex.
 std::optional<WaitingName> PendingFiles::find(std::string_view path) const {
   const auto folder = folders_.find(parentPath(path));
   return folder == folders_.end() ? std::nullopt : folder->second.find(entryName(path));
@@ -208,7 +206,8 @@ std::vector<std::string> PendingFiles::preferred() const {
 bool PendingFiles::hasPreferred() const {
   const ScopedLock guard(mutex_);
   return std::any_of(preferences_.begin(), preferences_.end(),
-                     [this](const auto& preference) { return find(preference.first).has_value(); });
+                     [this](const auto& preference)
+                         KELDANE_REQUIRES(mutex_) { return find(preference.first).has_value(); });
 }
 
 std::vector<PendingFiles::File> PendingFiles::waitingPreferred() const {
