@@ -198,8 +198,6 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
       const ScopedLock guard(mutex_);
       loop_ = nullptr;
       thread_ = ThreadState::stopped;
-      next_.reset();  // nobody will examine them, if an exception ended the thread
-      current_.reset();
     }
     changed_.notifyAll();
   }

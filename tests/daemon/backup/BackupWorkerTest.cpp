@@ -91,7 +91,7 @@ TEST_F(BackupWorkerTest, DoesNotPreferWhatIsStoredAlready) {
   ASSERT_TRUE(waitUntilDone());
   worker_.prioritize(file("a"));
   EXPECT_FALSE(worker_.isPrioritized(file("a")));
-  EXPECT_TRUE(store_.priorities().empty());
+  EXPECT_TRUE(eventually([&] { return store_.priorities().empty(); }));
 }
 
 TEST_F(BackupWorkerTest, CountsWhatIsPendingWhileItIsOff) {
@@ -122,7 +122,7 @@ TEST_F(BackupWorkerTest, StoresPreferredFilesByThemselves) {
   EXPECT_EQ(store_.totals().files, 1U);
   EXPECT_EQ(engine_.targets(0), std::vector<std::string>{file("b")});
   EXPECT_TRUE(eventually([&] { return !worker_.isPrioritized(file("b")); })) << "done is done";
-  EXPECT_TRUE(store_.priorities().empty());
+  EXPECT_TRUE(eventually([&] { return store_.priorities().empty(); }));
   worker_.setModes({});
   EXPECT_TRUE(eventually([&] { return store_.totals().files == 3; }));
 }
@@ -143,7 +143,7 @@ TEST_F(BackupWorkerTest, AFileThatIsPreferredAgainWhileItIsStoredIsStoredAgain) 
   EXPECT_TRUE(eventually([&] { return !worker_.isPrioritized(file("a")); }));
   EXPECT_EQ(store_.record(file("a"))->size, 6U);
   EXPECT_EQ(store_.totals().files, 1U) << "no other file was preferred";
-  EXPECT_TRUE(store_.priorities().empty());
+  EXPECT_TRUE(eventually([&] { return store_.priorities().empty(); }));
 }
 
 TEST_F(BackupWorkerTest, AFileThatChangesWhileItIsStoredIsNoLongerPreferred) {

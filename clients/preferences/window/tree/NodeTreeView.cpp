@@ -4,6 +4,7 @@
 #include <gtkmm/image.h>
 #include <gtkmm/label.h>
 #include <gtkmm/listitem.h>
+#include <gtkmm/tooltip.h>
 #include <gtkmm/treeexpander.h>
 
 #include "clients/preferences/window/Widgets.h"
@@ -46,6 +47,14 @@ struct NameCell : public Cell<Gtk::TreeExpander> {
     box.append(icon);
     box.append(label);
     set_child(box);
+    // The path is handed over when it is asked for, because setting it in each row slows scrolling.
+    label.set_has_tooltip(true);
+    label.signal_query_tooltip().connect(
+        [this](int, int, bool, const Glib::RefPtr<Gtk::Tooltip>& tooltip) {
+          tooltip->set_text(item ? item->row.path : std::string());
+          return item != nullptr;
+        },
+        false);
   }
 };
 
@@ -104,7 +113,6 @@ void fillBox(BoxCell& cell) {
 
 void fillName(NameCell& cell) {
   cell.label.set_text(cell.item->title);
-  cell.label.set_tooltip_text(cell.item->row.path);
   cell.icon.set_visible(cell.item->kind == NodeItem::Kind::node);
   // A row that scrolls into view usually shows the same icon as before, and the toolkit would draw it anew.
   const char* const iconName = cell.item->row.isFolder ? "folder" : "text-x-generic";

@@ -83,9 +83,10 @@ TEST_F(StatusConnectionTest, ALinkThatEndsWithoutAnAnswerIsAFailure) {
     ASSERT_TRUE(connectAfter(0s).isNew);
     end(daemon);
   }
-  connectAfter(0s);  // notes that there is no socket
+  EXPECT_TRUE(connectAfter(0s).isLost) << "it was turned away";
   EXPECT_TRUE(connection_.isAway());
-  EXPECT_EQ(connection_.nextLook(begin_), begin_ + 2min) << "turned away, and then not there";
+  EXPECT_EQ(connection_.nextLook(begin_), begin_ + 1min);
+  EXPECT_FALSE(connectAfter(1s).isLost) << "no attempt within the pause";
 }
 
 TEST_F(StatusConnectionTest, ALinkThatAnsweredIsMadeAgainAtOnce) {
