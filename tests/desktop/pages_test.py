@@ -6,7 +6,7 @@ import re
 import subprocess
 import unittest
 
-from desktop import act, eventually, is_on, set_value, value_of
+from desktop import Atspi, act, eventually, has_size, is_on, set_value, value_of
 from harness import Keldaned
 from preferences_window import PreferencesCase
 
@@ -283,6 +283,44 @@ class Storage(PagesCase):
         eventually(lambda: os.path.exists(target) and os.path.getsize(target), "the key's file with the key in it")
         self.assertEqual(os.stat(target).st_mode & 0o777, 0o600)
         self.ctl("key", "verify", target)
+
+    def test_the_sheet_is_printed(self):
+        """To a file, which lies in the folder from which the program was started. A camera reads the key from it."""
+        self.back_up(self.letter)
+        exported = os.path.join(self.place, "exported")
+        self.ctl("key", "export", exported)
+        self.addCleanup(os.chdir, os.getcwd())
+        os.chdir(self.folder("printed"))
+        self.open("--page", "storage")
+        act(self.button("Print the Sheet…"))
+        self.window("Print")
+        self.click(self.program.find("label", "Print to File"), "Print")
+        start = self.program.find("push button", re.compile("^_Print "))
+        eventually(lambda: is_on(start, "sensitive"), "a printer")
+        act(start)
+        self.wait_for_end("Print")
+        self.shows("The sheet goes to the printer. Keep it apart from this computer.")
+        subprocess.run(["pdftoppm", "-png", "-r", "200", "-singlefile", "output.pdf", "sheet"], check=True, timeout=60)
+        read = subprocess.run(["zbarimg", "-q", "--raw", "sheet.png"], check=True, capture_output=True, text=True, timeout=60)
+        self.assertEqual(read.stdout.strip(), self.content(exported).strip())
+
+
+class Layout(PagesCase):
+    def test_no_text_lies_on_another(self):
+        self.back_up(self.letter)
+        for page, sign in (("overview", "The only file is backed up"), ("restore", "What is ticked"),
+                           ("storage", "Free room"), ("rules", "What is ticked")):
+            with self.subTest(page):
+                self.open("--page", page)
+                self.program.find(name=re.compile("^" + sign))
+                texts = [(node.get_name(), node.get_extents(Atspi.CoordType.WINDOW))
+                         for node in self.program.all("label") if has_size(node)]
+                self.assertGreater(len(texts), 5)
+                on_another = [(one, other) for i, (one, a) in enumerate(texts) for other, b in texts[i + 1:]
+                              if min(a.x + a.width, b.x + b.width) - max(a.x, b.x) > 1
+                              and min(a.y + a.height, b.y + b.height) - max(a.y, b.y) > 1]
+                self.assertEqual(on_another, [])
+                self.program.end()
 
 
 class Rules(PagesCase):

@@ -70,8 +70,8 @@ void StoragePage::addRow(const char* key, const char* title) {
   auto* const label = Gtk::make_managed<Gtk::Label>();
   setTitle(*label, title);
   label->set_valign(Gtk::Align::START);
-  Gtk::Label* const value = labels_[key] = paragraph("–");
   const int row = static_cast<int>(labels_.size());
+  Gtk::Label* const value = labels_[key] = paragraph("–");
   values_.attach(*label, 0, row);
   values_.attach(*value, 1, row);
 }
@@ -96,7 +96,7 @@ void StoragePage::show(const OwnerAnswer& answer) {
 }
 
 void StoragePage::addRoom() {
-  const int row = static_cast<int>(kRepositoryRows.size());
+  const int row = static_cast<int>(labels_.size());
   setTitle(roomTitle_, tr("Free room"));
   setAccessibleName(room_, tr("How full the disk is"));
   room_.set_size_request(kRoomWidth, -1);
