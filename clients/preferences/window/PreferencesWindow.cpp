@@ -2,6 +2,7 @@
 
 #include <glibmm/main.h>
 #include <glibmm/miscutils.h>
+#include <gtkmm/eventcontrollerkey.h>
 
 #include <ctime>
 
@@ -91,9 +92,23 @@ void PreferencesWindow::addPages() {
   stack_.set_expand(true);
   sidebar_.set_stack(stack_);
   setAccessibleName(sidebar_, tr("Pages"));
+  leaveSidebarByTab();
   pages_.append(sidebar_);
   pages_.append(stack_);
   pages_.set_vexpand(true);
+}
+
+// The toolkit's own way is from row to row, and each row shows its page. So no page but the last could be
+// entered by keys.
+void PreferencesWindow::leaveSidebarByTab() {
+  const auto keys = Gtk::EventControllerKey::create();
+  keys->set_propagation_phase(Gtk::PropagationPhase::CAPTURE);
+  keys->signal_key_pressed().connect(
+      [this](guint key, guint, Gdk::ModifierType) {
+        return key == GDK_KEY_Tab && stack_.child_focus(Gtk::DirectionType::TAB_FORWARD);
+      },
+      false);
+  sidebar_.add_controller(keys);
 }
 
 void PreferencesWindow::go(const WindowPlace& place) {

@@ -41,6 +41,8 @@ class PreferencesWindow : public Gtk::ApplicationWindow {
 
  private:
   void addPages();
+  /// Makes the Tab key go from the list of pages into the page that shows.
+  void leaveSidebarByTab();
   void receive(const Update& update);
   void receive(const StatusSnapshot& snapshot);
   void receive(const TopRow& top);
