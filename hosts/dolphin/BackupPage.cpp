@@ -5,6 +5,7 @@
 #include <QFileDialog>
 #include <QFormLayout>
 #include <QHBoxLayout>
+#include <QHeaderView>
 #include <QLabel>
 #include <QPointer>
 #include <QPushButton>
@@ -59,6 +60,7 @@ BackupPage::BackupPage(std::string path, QWidget* parent)
       {QString::fromUtf8(keldane::tr("Stored version")), QString::fromUtf8(keldane::tr("Size"))});
   versions_->setAccessibleName(QString::fromUtf8(keldane::tr("Stored versions")));
   versions_->setRootIsDecorated(false);
+  versions_->header()->setSectionResizeMode(QHeaderView::ResizeToContents);
   column->addWidget(versions_);
   makeButtons();
   column->addWidget(message_);

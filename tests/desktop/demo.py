@@ -104,7 +104,7 @@ def show(kind):
         # A separate session is used, because a file manager that runs already has not loaded the extension.
         subprocess.run(["dbus-run-session", "--", *kind.start_command(files)], check=False)
         return
-    if kind.columns:
+    if kind.columns and not opens_properties:  # a column has the name of the page
         for key in ("default-visible-columns", "default-column-order"):
             filemanagers.set_option(kind.columns, key, "['name', 'size', 'keldane-backup', 'keldane-last-backup']")
     manager = kind(files)
@@ -114,6 +114,9 @@ def show(kind):
         if opens_properties:
             manager.open_properties()
             time.sleep(TIME_TO_DRAW)
+            if not manager.tells_of_properties:
+                desktop.press("alt+b")  # the page cannot be found otherwise
+                time.sleep(1)
         else:
             manager.open_menu()
             manager.entries()

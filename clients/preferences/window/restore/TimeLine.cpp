@@ -13,7 +13,8 @@ namespace keldane {
 namespace {
 
 constexpr std::size_t kMostMarks = 80;
-constexpr int kPage = 10;  // backups
+constexpr int kPage = 10;       // backups
+constexpr int kHalfADate = 36;  // pixels; the first date stands in the middle below its end of the line
 
 std::string dayOf(double time) {
   const std::string date = dateText(Date::fromUnixTime(time));
@@ -25,6 +26,8 @@ std::string dayOf(double time) {
 TimeLine::TimeLine(std::function<void(double)> chosen) : chosen_(std::move(chosen)) {
   set_draw_value(false);
   set_hexpand(true);
+  set_margin_start(kHalfADate);
+  set_margin_end(kHalfADate);
   setAccessibleName(*this, tr("Backups in the course of time"));
   signal_change_value().connect([this](Gtk::ScrollType type, double value) { return move(type, value); },
                                 false);
