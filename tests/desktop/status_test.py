@@ -198,7 +198,6 @@ class Columns(StatusCase):
             for header in ("Backup", "Last backed up"):
                 desktop.find(self.manager.application, header, "table column header")
 
-    @unittest.skipUnless(MANAGER.names_headers, "its headers cannot be found")
     @unittest.skipUnless(locales.can_be_made(), "the sources of the locales are not installed")
     def test_the_cells_speak_the_users_language(self):
         self.file("letter.txt", "failed")
@@ -206,6 +205,7 @@ class Columns(StatusCase):
         self.open(**locales.made(self.place, "de"))
         self.manager.cell_with("Konnte nicht gesichert werden: Keine Berechtigung")
 
+    @unittest.skipUnless(MANAGER.names_headers, "its headers cannot be found")
     def test_they_can_be_sorted_by(self):
         self.file("a.txt", "waiting")
         self.file("b.txt", "backed up")
@@ -294,13 +294,14 @@ class Properties(StatusCase):
         daemon = self.daemon()
         self.open_properties()
         self.finds("2026-11-02 00:00")
-        page = next(node for node in desktop.walk(self.manager.application)
-                    if desktop.matches(node, filemanagers.TAB, "page tab"))
+        page = button = self.finds("Back Up Now", "push button")
+        while desktop.find_now(page, re.compile("^Restore To"), "push button") is None or \
+                desktop.find_now(page, "Backed up", "label") is None:
+            page = page.get_parent()
         worked = [node for node in desktop.walk(page) if desktop.has_state(node, desktop.Atspi.StateType.FOCUSABLE)
                   and desktop.has_state(node, desktop.Atspi.StateType.SHOWING)]
         self.assertGreater(len(worked), 5)
         self.assertEqual([node.get_role_name() for node in worked if not node.get_name()], [])
-        button = self.finds("Back Up Now", "push button")
         def reached():
             desktop.press("Tab")
             time.sleep(0.2)
