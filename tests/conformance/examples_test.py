@@ -5,6 +5,7 @@ import subprocess
 import sys
 import unittest
 
+from daemon_client import listens
 from kit_test import BUNDLE, MENU, SOURCE, Place, kit
 
 DAEMON, CLIENT = (os.path.join(SOURCE, "examples", name) for name in ("minimum_daemon.py", "file_status.py"))
@@ -15,7 +16,7 @@ class Examples(Place):
         process = subprocess.Popen([sys.executable, "-B", DAEMON, self.socket])
         self.addCleanup(process.wait, 60)
         self.addCleanup(process.terminate)
-        while not os.path.exists(self.socket):
+        while not listens(self.socket):
             self.assertIsNone(process.poll())
 
     def test_the_daemon_shows_menus(self):

@@ -17,6 +17,7 @@ import unittest
 SOURCE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")
 sys.path.insert(0, os.path.join(SOURCE, "conformance"))
 
+from daemon_client import listens  # noqa: E402
 from keldane_conformance.frames import Link  # noqa: E402
 
 KIT = os.path.join(SOURCE, "conformance", "keldane-conformance")
@@ -51,7 +52,7 @@ class Place(unittest.TestCase):
         process = subprocess.Popen(self.command, env=environment, stderr=subprocess.DEVNULL)
         self.addCleanup(self.stop, process)
         end = time.monotonic() + PATIENCE
-        while not (os.path.exists(self.socket) and os.path.exists(self.socket + ".owner")):
+        while not (listens(self.socket) and listens(self.socket + ".owner")):
             self.assertLess(time.monotonic(), end, "the daemon did not come up")
             time.sleep(0.02)
 

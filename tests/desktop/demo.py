@@ -25,6 +25,7 @@ if picture is None:
         os.mkdir(os.environ[name])
 import desktop  # noqa: E402  needs to know which display it is on
 import filemanagers  # noqa: E402
+from daemon_client import listens  # noqa: E402
 
 BUILD = filemanagers.BUILD
 files, socket = os.path.join(place, "Documents"), os.path.join(place, "keldaned.sock")
@@ -83,7 +84,7 @@ def main():
     daemon = subprocess.Popen([os.path.join(BUILD, "bin", "keldaned"), "--foreground", "--socket", socket, "--store",
                                os.path.join(place, "store.sqlite"), "--root", files])
     try:
-        while not os.path.exists(socket):
+        while not listens(socket):
             time.sleep(0.05)
         fill()
         kind = filemanagers.ALL[manager_name]

@@ -258,7 +258,7 @@ class Storage(PagesCase):
         act(self.button("Make a New Key"))
         self.shows(re.compile(r"\AA new key opens the backup now\."))
         self.shows(re.compile(r"\A([A-Z2-7]{4} ){12}[A-Z2-7]{4}\Z"))
-        with self.assertRaises(subprocess.CalledProcessError):
+        with self.assertRaises(self.failureException):
             self.ctl("key", "verify", former)
 
     def test_the_settings_are_the_daemons(self):

@@ -142,5 +142,7 @@ class PreferencesCase(Case):
     # --- The daemon's side ---
 
     def ctl(self, *arguments):
-        return subprocess.run([CTL, "--bundle", self.bundle, *arguments], env=self.environment, capture_output=True,
-                              check=True, text=True, timeout=PATIENCE).stdout
+        result = subprocess.run([CTL, "--bundle", self.bundle, *arguments], env=self.environment, capture_output=True,
+                                check=False, text=True, timeout=PATIENCE)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        return result.stdout

@@ -22,6 +22,12 @@ def request(selector, *arguments, returns="v"):
     return MARKER + struct.pack("<iI", REQUEST, len(payload)) + payload
 
 
+def listens(path):
+    """Whether a client can connect. The socket's file alone does not tell, because it is there a moment earlier."""
+    with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as peer:
+        return peer.connect_ex(path) == 0
+
+
 class DaemonClient:
     def __init__(self, path, timeout=30):
         self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)

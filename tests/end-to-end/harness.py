@@ -10,6 +10,7 @@ import tempfile
 import time
 import unittest
 
+from daemon_client import listens
 from recording_daemon import RecordingDaemon, node
 
 MENU = os.environ["KELDANE_MENU"]
@@ -133,8 +134,7 @@ class Keldaned:
         if os.path.exists(self.case.socket):
             os.unlink(self.case.socket)
         self.process = subprocess.Popen(self.command, env=self.case.environment, stderr=subprocess.DEVNULL)
-        self.case.eventually(lambda: os.path.exists(self.case.socket), "the daemon's socket")
-        self.case.eventually(lambda: self.case.show(self.case.folder(".")) is not None, "the daemon's answer")
+        self.case.eventually(lambda: listens(self.case.socket), "a daemon that listens")
 
     def kill(self):
         if self.process.poll() is None:

@@ -6,6 +6,7 @@ import shutil
 import subprocess
 import unittest
 
+from daemon_client import listens
 from harness import BUNDLE, DAEMON, MENU, PATIENCE, Case
 from recording_daemon import ENABLED
 
@@ -95,7 +96,7 @@ class Daemons(PlaceCase):
     def test_without_options_it_serves_its_user(self):
         self.start("--root", self.folder("."))
         socket = os.path.join(self.runtime, "keldane", "keldaned.sock")
-        self.eventually(lambda: os.path.exists(socket), "the socket")
+        self.eventually(lambda: listens(socket), "the daemon")
         self.assertTrue(os.path.exists(os.path.join(self.environment["XDG_DATA_HOME"], "keldane", "store.sqlite")))
         self.edit_info(DaemonPath="${XDG_RUNTIME_DIR}/keldane/keldaned.sock")
         self.assertEqual(self.titles(self.file("a"))[0], "Status: Not selected for backup")

@@ -3,12 +3,11 @@
 import errno
 import os
 import signal
-import socket
 import subprocess
 import sys
 import unittest
 
-from daemon_client import DaemonClient, Gone, request
+from daemon_client import DaemonClient, Gone, listens, request
 from harness import DAEMON, PATIENCE, Case
 
 CLIENTS = 500
@@ -33,16 +32,12 @@ class Server(Case):
             [DAEMON, "--foreground", "--socket", self.socket, "--store", os.path.join(self.place, "store"),
              "--root", os.path.join(self.place, "files")], env=self.environment, stderr=subprocess.DEVNULL)
         self.addCleanup(self.end)
-        self.eventually(self.is_listening, "the daemon")
+        self.eventually(lambda: listens(self.socket), "the daemon")
 
     def end(self):
         if self.process.poll() is None:
             self.process.kill()
         self.process.wait(PATIENCE)
-
-    def is_listening(self):
-        with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as peer:
-            return peer.connect_ex(self.socket) == 0
 
     def connect(self):
         """Waits while the daemon's queue is full."""
