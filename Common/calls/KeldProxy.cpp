@@ -1,7 +1,6 @@
 #include "Common/calls/KeldProxy.h"
 
 #include <algorithm>
-#include <exception>
 #include <new>
 #include <utility>
 
@@ -56,14 +55,6 @@ PropertyList::Array makeEmptyRequest(const MethodSignature& method) {
     request.emplace_back();
   }
   return request;
-}
-
-/// Whether no argument is absent, and none is a container, which might hold an absent value.
-bool canAlwaysBeWritten(const Arguments& arguments) {
-  return std::all_of(arguments.begin(), arguments.end(), [](const RawValue& argument) {
-    const PropertyList object = argument.code() == '@' ? argument.as<'@'>() : argument.encoded();
-    return !object.isAbsent() && !object.isArray() && !object.isDictionary();
-  });
 }
 
 PropertyList requestOf(PropertyList::Array emptyRequest, const Arguments& arguments) {
@@ -173,12 +164,12 @@ bool KeldaneProxy::callWithoutWaiting(std::string_view selector, Arguments argum
   if (!link->isReadyToSend()) {
     return false;
   }
-  std::optional<Bytes> payload =
+  const std::optional<Bytes> payload =
       serialized(requestOf(emptyRequestFor(invocation.signature), invocation.arguments), nullptr);
   if (!payload) {
     return false;
   }
-  sendFrame(kRequestFrame, [&] { return std::move(payload); });
+  sendFrame(kRequestFrame, payload);
   return true;
 }
 
@@ -186,14 +177,11 @@ void KeldaneProxy::forwardInvocation(Invocation& invocation) {
   // A failed write takes the link down on this thread. That may release the last other owner of this proxy.
   const std::shared_ptr<KeldaneProxy> self = shared_from_this();
   const ScopedLock forwarding(forwardingLock_);
-  const PropertyList::Array& emptyRequest = emptyRequestFor(invocation.signature);
-  std::optional<Bytes> payload;
-  if (!canAlwaysBeWritten(invocation.arguments)) {
-    payload = serialized(requestOf(emptyRequest, invocation.arguments), nullptr);
-    if (!payload) {
-      KeldaneCLog("serialization failed");
-      return;
-    }
+  std::optional<Bytes> payload =
+      serialized(requestOf(emptyRequestFor(invocation.signature), invocation.arguments), nullptr);
+  if (!payload) {
+    KeldaneCLog("serialization failed");
+    return;
   }
   const char returnType[] = {invocation.signature.returnCode, '\0'};
   const bool returnsValue = widthOfType(returnType) != 0;
@@ -201,30 +189,11 @@ void KeldaneProxy::forwardInvocation(Invocation& invocation) {
     // Set before the request is sent, because the failure signal may come before this thread continues.
     waitingOnResult_ = true;
   }
-  // The request is encoded after the first pieces of the message were sent. They wake the peer's receive
-  // thread, which takes longer than the encoding. When there is no memory for the payload, the message is
-  // sent without one, and the peer ignores it.
-  PropertyList request;
-  std::exception_ptr failure;
-  sendFrame(kRequestFrame, [&]() -> std::optional<Bytes> {
-    try {
-      if (!payload) {
-        request = requestOf(emptyRequest, invocation.arguments);
-        payload = serialized(request, nullptr);
-      }
-      return std::move(payload);
-    } catch (...) {
-      failure = std::current_exception();
-      return std::nullopt;
-    }
-  });
-  if (failure) {
-    std::rethrow_exception(failure);
-  }
+  sendFrame(kRequestFrame, payload);
   if (!returnsValue) {
     return;
   }
-  request = {};  // freed while the peer works on it
+  payload.reset();  // freed while the peer works on it
   const std::shared_ptr<KeldaneSocket> link = socket();
   if (!link || !link->isReceiving()) {
     // There was no link, or the write failed and this thread took the link down. Neither an answer nor a
@@ -241,15 +210,10 @@ void KeldaneProxy::forwardInvocation(Invocation& invocation) {
   invocation.result = result ? RawValue::decoded(*result, returnType) : RawValue();
 }
 
-// `payloadOf` is called when the marker and the type have been sent. It returns nothing for a message without
-// a payload.
-template <class Payload>
-void KeldaneProxy::sendFrame(std::int32_t type, const Payload& payloadOf) {
+void KeldaneProxy::sendFrame(std::int32_t type, const std::optional<Bytes>& payload) {
   const std::shared_ptr<KeldaneSocket> target = socket();
   const ScopedLock guard(socketLock_);
-  sendTo(target, &KeldaneSocket::beginFrame, type);
-  const std::optional<Bytes> payload = payloadOf();
-  sendTo(target, &KeldaneSocket::endFrame, payload ? &*payload : nullptr);
+  sendTo(target, &KeldaneSocket::sendFrame, type, payload ? &*payload : nullptr);
 }
 
 bool KeldaneProxy::processData(const Bytes* payload, std::int32_t type) {
@@ -375,20 +339,16 @@ void KeldaneProxy::performDirectly(InvocationTarget& target, Invocation& invocat
   }
   PropertyList value = encodedResult(invocation.result, returnType);
   invocation.result = {};
-  // The answer is encoded after the first pieces of the message were sent. They wake the peer's receive
-  // thread, which takes longer than encoding a short answer. The value, which may be large, is released
-  // before the payload is sent.
-  sendFrame(kResponseFrame, [&]() -> std::optional<Bytes> {
-    if (!value) {
-      return std::nullopt;
-    }
+  std::optional<Bytes> payload;
+  if (value) {
     std::string error;
-    std::optional<Bytes> payload = serialized(std::exchange(value, {}), &error);
+    // The value, which may be large, is released before the payload is sent.
+    payload = serialized(std::exchange(value, {}), &error);
     if (!error.empty()) {
       KeldaneCLog("Failed to serialize response: %@", error);
     }
-    return payload;
-  });
+  }
+  sendFrame(kResponseFrame, payload);
 }
 
 void KeldaneProxy::handlePortMessage(std::uint32_t messageId) {

@@ -78,8 +78,7 @@ class KeldaneProxy final : public KeldaneSocketDelegate,
   Invocation invocationFor(std::string_view selector, Arguments arguments) const;
   void forwardInvocation(Invocation& invocation);
   const PropertyList::Array& emptyRequestFor(const MethodSignature& method) KELDANE_REQUIRES(forwardingLock_);
-  template <class Payload>
-  void sendFrame(std::int32_t type, const Payload& payloadOf);
+  void sendFrame(std::int32_t type, const std::optional<Bytes>& payload);
   void processResponse(const Bytes* payload);
   void processFailure();
   void processInvocationArgs(const PropertyList& request);

@@ -105,11 +105,9 @@ class KeldaneSocket : public std::enable_shared_from_this<KeldaneSocket> {
   bool sendData(BytesView data);
   bool sendString(const char* text);
   bool sendInt(std::int32_t value);
-  /// Write one message in two steps, so that its payload can be made while the first pieces wake the peer.
-  /// The first step writes the marker and the type, the second the length and the payload, which is null for
-  /// none. The caller ensures that no other message comes between the two steps.
-  void beginFrame(std::int32_t type);
-  void endFrame(const Bytes* payload);
+  /// Writes one message: the marker, the type, the length and the payload, which is null for none. The caller
+  /// ensures that no other message comes between these pieces.
+  void sendFrame(std::int32_t type, const Bytes* payload);
   /// Reads `count` bytes and returns the number of bytes read. From a descriptor that this class connected or
   /// accepted it may read ahead; the next call gets those bytes first. The result is -1 at the end of the
   /// stream or after an error, and less than `count` when there is no descriptor or a read would block. While

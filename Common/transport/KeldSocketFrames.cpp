@@ -15,12 +15,9 @@ constexpr auto kNoMessagePause = std::chrono::milliseconds(100);
 }  // namespace
 
 // When a write fails, the send operation itself tells the socket delegate.
-void KeldaneSocket::beginFrame(std::int32_t type) {
+void KeldaneSocket::sendFrame(std::int32_t type, const Bytes* payload) {
   sendString(kFrameMarker.data());
   sendInt(type);
-}
-
-void KeldaneSocket::endFrame(const Bytes* payload) {
   const std::size_t length = payload == nullptr ? 0 : payload->size();
   sendInt(static_cast<std::int32_t>(length));
   if (length > 0) {
