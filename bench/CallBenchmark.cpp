@@ -4,8 +4,8 @@
 #include <benchmark/benchmark.h>
 
 #include "bench/Allocations.h"
-#include "bench/Buses.h"
-#include "bench/Floor.h"
+#include "bench/peers/Buses.h"
+#include "bench/peers/Floor.h"
 #include "hosts/core/MenuHost.h"
 #include "log/KeldaneLog.h"
 #include "platform/host/Host.h"

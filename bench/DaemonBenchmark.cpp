@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "Common/transport/KeldSocket.h"
-#include "bench/Floor.h"
+#include "bench/peers/Floor.h"
 #include "tests/support/Samples.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/process/PeerProcess.h"

@@ -11,7 +11,7 @@
 #include <memory>
 
 #include "bench/Allocations.h"
-#include "bench/GnustepPropertyLists.h"
+#include "bench/peers/GnustepPropertyLists.h"
 #include "tests/support/Samples.h"
 
 namespace keldane::bench {

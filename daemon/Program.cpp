@@ -16,7 +16,7 @@
 #include "daemon/Daemon.h"
 #include "daemon/DefaultPlaces.h"
 #include "daemon/owner/OwnerServer.h"
-#include "daemon/owner/RepositoryRequests.h"
+#include "daemon/owner/repository/RepositoryRequests.h"
 #include "daemon/server/DaemonServer.h"
 #include "daemon/server/socket/FolderSafety.h"
 #include "platform/files/Descriptor.h"

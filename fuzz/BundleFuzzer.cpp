@@ -1,7 +1,7 @@
 // The files of a bundle: its information dictionary and a strings table.
 #include "platform/bundle/Bundle.h"
 
-#include "fuzz/PropertyLists.h"
+#include "fuzz/plist/PropertyLists.h"
 #include "platform/syslog/SystemLog.h"
 #include "tests/support/TemporaryFolder.h"
 

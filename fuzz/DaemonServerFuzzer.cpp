@@ -4,7 +4,7 @@
 #include <algorithm>
 
 #include "fuzz/FrameStream.h"
-#include "fuzz/PropertyLists.h"
+#include "fuzz/plist/PropertyLists.h"
 #include "platform/syslog/SystemLog.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/daemon/DaemonOptions.h"

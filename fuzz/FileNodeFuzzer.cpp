@@ -1,7 +1,7 @@
 // File nodes made from any answer of a daemon.
 #include "Common/nodes/FileNode.h"
 
-#include "fuzz/PropertyLists.h"
+#include "fuzz/plist/PropertyLists.h"
 #include "platform/objects/Exceptions.h"
 
 using namespace keldane;

@@ -4,7 +4,7 @@
 #include <optional>
 
 #include "fuzz/FrameStream.h"
-#include "fuzz/PropertyLists.h"
+#include "fuzz/plist/PropertyLists.h"
 #include "log/KeldaneLog.h"
 
 using namespace keldane;

@@ -7,7 +7,7 @@
 #include "Common/calls/DaemonProtocol.h"
 #include "Common/nodes/FileNode.h"
 #include "fuzz/FrameStream.h"
-#include "fuzz/PropertyLists.h"
+#include "fuzz/plist/PropertyLists.h"
 
 using namespace keldane;
 using namespace keldane::fuzzing;

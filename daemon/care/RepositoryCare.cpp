@@ -10,9 +10,9 @@
 #include <filesystem>
 
 #include "daemon/Clock.h"
-#include "daemon/care/Gathering.h"
 #include "daemon/care/KeyChange.h"
-#include "daemon/care/Reconciliation.h"
+#include "daemon/care/catalogue/Gathering.h"
+#include "daemon/care/catalogue/Reconciliation.h"
 #include "platform/syslog/SystemLog.h"
 
 namespace keldane {

@@ -1,6 +1,6 @@
 #include "daemon/store/ChildRecords.h"
 
-#include "daemon/store/Sql.h"
+#include "daemon/store/sql/Sql.h"
 
 namespace keldane {
 

@@ -3,8 +3,8 @@
 
 #include <sqlite3.h>
 
-#include "daemon/store/Schema.h"
-#include "daemon/store/Sql.h"
+#include "daemon/store/sql/Schema.h"
+#include "daemon/store/sql/Sql.h"
 
 namespace keldane {
 

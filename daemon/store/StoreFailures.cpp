@@ -1,6 +1,6 @@
 // The files that could not be stored, and the reasons.
-#include "daemon/store/Sql.h"
 #include "daemon/store/Store.h"
+#include "daemon/store/sql/Sql.h"
 
 namespace keldane {
 

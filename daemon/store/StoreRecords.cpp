@@ -8,8 +8,8 @@
 #include <utility>
 
 #include "daemon/ByteSum.h"
-#include "daemon/store/Sql.h"
 #include "daemon/store/Store.h"
+#include "daemon/store/sql/Sql.h"
 
 namespace keldane {
 

@@ -2,7 +2,7 @@
 // were deleted on the disk; and versions that are damaged.
 #include <utility>
 
-#include "daemon/store/Slices.h"
+#include "daemon/store/sql/Slices.h"
 
 namespace keldane {
 

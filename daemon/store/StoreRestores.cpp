@@ -1,6 +1,6 @@
 // The jobs of restoring, which survive the end of the daemon.
-#include "daemon/store/Sql.h"
 #include "daemon/store/Store.h"
+#include "daemon/store/sql/Sql.h"
 
 namespace keldane {
 

@@ -4,10 +4,10 @@
 #include <memory>
 #include <utility>
 
-#include "daemon/store/Sql.h"
 #include "daemon/store/Store.h"
 #include "daemon/store/snapshots/Holders.h"
 #include "daemon/store/snapshots/Retention.h"
+#include "daemon/store/sql/Sql.h"
 
 namespace keldane {
 

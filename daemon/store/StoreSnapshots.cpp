@@ -3,10 +3,10 @@
 #include <set>
 #include <utility>
 
-#include "daemon/store/Schema.h"
-#include "daemon/store/Slices.h"
 #include "daemon/store/snapshots/Holders.h"
 #include "daemon/store/snapshots/SnapshotNotes.h"
+#include "daemon/store/sql/Schema.h"
+#include "daemon/store/sql/Slices.h"
 
 namespace keldane {
 

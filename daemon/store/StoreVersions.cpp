@@ -2,9 +2,9 @@
 #include <limits>
 #include <utility>
 
-#include "daemon/store/Sql.h"
 #include "daemon/store/Store.h"
 #include "daemon/store/snapshots/Holders.h"
+#include "daemon/store/sql/Sql.h"
 
 namespace keldane {
 

@@ -1,7 +1,7 @@
 // The Caja extension.
 #include "hosts/family/FamilyHost.h"
 #include "hosts/family/PropertyPages.h"
-#include "hosts/gtk/MenuTouchUp.h"
+#include "hosts/gtk/menu/MenuTouchUp.h"
 
 namespace keldane {
 

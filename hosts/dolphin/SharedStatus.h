@@ -9,8 +9,8 @@
 #include <string>
 
 #include "config/FileManagerOptions.h"
-#include "hosts/core/status/ChangeQueue.h"
 #include "hosts/core/status/StatusService.h"
+#include "hosts/core/status/cache/ChangeQueue.h"
 
 /// Each library has one such object, used on the window's thread. It is never destroyed, because the
 /// service's thread may be stuck when Dolphin ends.

@@ -6,8 +6,8 @@
 #include "hosts/family/FamilyHost.h"
 
 #include "hosts/family/Status.h"
-#include "hosts/gtk/MenuItems.h"
 #include "hosts/gtk/StatusHost.h"
+#include "hosts/gtk/menu/MenuItems.h"
 
 namespace keldane {
 

@@ -2,8 +2,8 @@
 
 #include <optional>
 
-#include "hosts/gtk/MenuRequest.h"
 #include "hosts/gtk/StatusHost.h"
+#include "hosts/gtk/menu/MenuRequest.h"
 
 namespace keldane {
 

@@ -4,8 +4,8 @@
 #include <memory>
 #include <set>
 
-#include "hosts/core/status/ChangeQueue.h"
 #include "hosts/core/status/RestoreEntry.h"
+#include "hosts/core/status/cache/ChangeQueue.h"
 #include "platform/files/Path.h"
 #include "platform/syslog/SystemLog.h"
 

@@ -7,9 +7,9 @@ G_BEGIN_DECLS
 G_END_DECLS
 
 #include "hosts/gtk/BackupPage.h"
-#include "hosts/gtk/MenuItems.h"
-#include "hosts/gtk/MenuTouchUp.h"
 #include "hosts/gtk/StatusHost.h"
+#include "hosts/gtk/menu/MenuItems.h"
+#include "hosts/gtk/menu/MenuTouchUp.h"
 
 namespace keldane {
 

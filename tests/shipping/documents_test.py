@@ -58,7 +58,7 @@ class Descriptions(unittest.TestCase):
     @unittest.skipUnless(shutil.which("desktop-file-validate"), "desktop-file-validate is not installed")
     def test_the_desktop_files_are_valid(self):
         for path in ("clients/preferences/keldane-preferences.desktop",
-                     "clients/preferences/keldane-notifications.desktop", "daemon/keldane.desktop"):
+                     "clients/preferences/keldane-notifications.desktop", "daemon/service/keldane.desktop"):
             result = subprocess.run(["desktop-file-validate", os.path.join(SOURCE, path)], capture_output=True, text=True,
                                     check=False)
             self.assertEqual((result.returncode, result.stdout), (0, ""))

@@ -13,7 +13,7 @@ SOURCE = os.environ["KELDANE_SOURCE"]
 RESOURCES = os.path.join(SOURCE, "KeldaneCMM", "Resources")
 PREFERENCES = os.path.join(SOURCE, "clients", "preferences")
 DESKTOP_FILES = (os.path.join(PREFERENCES, "keldane-preferences.desktop"),
-                 os.path.join(PREFERENCES, "keldane-notifications.desktop"), os.path.join(SOURCE, "daemon", "keldane.desktop"))
+                 os.path.join(PREFERENCES, "keldane-notifications.desktop"), os.path.join(SOURCE, "daemon", "service", "keldane.desktop"))
 METAINFO = os.path.join(PREFERENCES, "example.keldane.Preferences.metainfo.xml")
 # The folders of catalogues: the window's own, and the one that everything else shares.
 CATALOGUES = (os.path.join(PREFERENCES, "po"), os.path.join(SOURCE, "po"))

@@ -9,8 +9,8 @@
 #include <optional>
 #include <vector>
 
-#include "daemon/store/Sql.h"
 #include "daemon/store/Store.h"
+#include "daemon/store/sql/Sql.h"
 
 namespace keldane {
 

@@ -7,8 +7,8 @@
 #include <optional>
 #include <string>
 
-#include "daemon/store/Sql.h"
 #include "daemon/store/Store.h"
+#include "daemon/store/sql/Sql.h"
 
 namespace keldane {
 

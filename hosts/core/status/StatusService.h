@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "hosts/core/status/FileStatus.h"
-#include "hosts/core/status/StatusCache.h"
+#include "hosts/core/status/cache/StatusCache.h"
 #include "hosts/core/status/link/DaemonLink.h"
 
 namespace keldane {

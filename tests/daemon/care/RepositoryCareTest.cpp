@@ -4,7 +4,7 @@
 #include <random>
 
 #include "daemon/Clock.h"
-#include "daemon/care/Gathering.h"
+#include "daemon/care/catalogue/Gathering.h"
 #include "tests/daemon/care/CareFixture.h"
 
 namespace keldane {
