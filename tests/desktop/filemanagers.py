@@ -318,6 +318,13 @@ class Nautilus(FileManager):
         return subprocess.run(["xdotool", "search", "--onlyvisible", "--class", "nautilus"], check=True, capture_output=True,
                               text=True).stdout.split()[-1]
 
+    def right_edge(self):
+        """The window's, in pixels from the left of the screen."""
+        told = subprocess.run(["xdotool", "getwindowgeometry", "--shell", self.window()], check=True, capture_output=True,
+                              text=True).stdout
+        place = {name: int(number) for name, number in re.findall(r"(\w+)=(\d+)", told)}
+        return place["X"] + place["WIDTH"]
+
     def cell(self, name):
         return find(self.application, name, showing=False)
 

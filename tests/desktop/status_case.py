@@ -46,15 +46,26 @@ def setUpModule():
     unittest.addModuleCleanup(MANAGER.prepare())
 
 
-def colours():
-    """The number of pixels of the screen in each state's colour."""
+def on_screen(*commands):
+    """What ImageMagick's commands tell of a picture of the screen."""
     picture = os.path.join(tempfile.gettempdir(), f"keldane-status-{os.getpid()}.png")
     desktop.screenshot(picture)
     try:
-        told = subprocess.run(["convert", picture, "-format", "%c", "histogram:info:-"], check=True, capture_output=True,
-                              text=True).stdout
+        return subprocess.run(["convert", picture, *commands], check=True, capture_output=True, text=True).stdout
     finally:
         os.unlink(picture)
+
+
+def height_of(state):
+    """Where the middle of the only emblem of this state is, in pixels from the top of the screen."""
+    box = on_screen("-fill", "black", "+opaque", STATES[state][4], "-format", "%@", "info:-")
+    _, height, _, top = map(int, re.findall(r"\d+", box))
+    return top + height // 2
+
+
+def colours():
+    """The number of pixels of the screen in each state's colour."""
+    told = on_screen("-format", "%c", "histogram:info:-")
     counts = {colour: int(count) for count, colour in re.findall(r"(\d+):.*?(#[0-9A-F]{6})", told)}
     return {state: counts.get(colour, 0) for state, (_, _, _, _, colour) in STATES.items() if colour}
 

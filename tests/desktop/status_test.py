@@ -11,7 +11,7 @@ import desktop
 import filemanagers
 import locales
 
-from status_case import EACH, LISTING, MANAGER, STATES, WITH_VERSIONS, StatusCase, setUpModule  # noqa: F401  setUpModule is unittest's
+from status_case import EACH, LISTING, MANAGER, STATES, WITH_VERSIONS, StatusCase, height_of, setUpModule  # noqa: F401  setUpModule is unittest's
 
 
 @unittest.skipUnless(MANAGER.has_emblems, "it knows no emblems of extensions")
@@ -219,6 +219,19 @@ class Columns(StatusCase):
             places = [desktop.middle(self.manager.cell(name))[1] for name in expected]
             return places in (sorted(places), sorted(places, reverse=True))
         desktop.eventually(sorted_by_it, "rows in the order of the column")
+
+    @unittest.skipIf(MANAGER.names_headers, "the test above sorts by a header's name")
+    def test_the_last_one_can_be_sorted_by(self):
+        """The window ends with its header. A name that comes first is below one that was never backed up."""
+        self.file("a.txt", "backed up")
+        self.file("b.txt", "waiting")
+        self.daemon()
+        self.open()
+        self.shows("backed up", "waiting")
+        first, second = height_of("backed up"), height_of("waiting")
+        self.assertLess(first, second)
+        desktop.xdotool("mousemove", self.manager.right_edge() - 100, first - (second - first), "click", 1)
+        desktop.eventually(lambda: height_of("waiting") < height_of("backed up"), "rows in the order of the dates")
 
     def test_they_can_be_switched_off(self):
         self.file("letter.txt", "waiting")
