@@ -18,10 +18,10 @@ Deadline::Deadline(double seconds, std::string sentence, int status)
 
 Deadline::~Deadline() {
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     over_ = true;
   }
-  changed_.notify_all();
+  changed_.notifyAll();
   if (watcher_.joinable()) {
     watcher_.join();
   }
@@ -29,17 +29,18 @@ Deadline::~Deadline() {
 
 void Deadline::renew() {
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     renewed_ = true;
   }
-  changed_.notify_all();
+  changed_.notifyAll();
 }
 
 void Deadline::watch(std::chrono::duration<double> limit) {
-  std::unique_lock guard(mutex_);
+  const ScopedLock guard(mutex_);
+  const auto isOverOrRenewed = [this]() KELDANE_REQUIRES(mutex_) { return over_ || renewed_; };
   while (!over_) {
     renewed_ = false;
-    if (!changed_.wait_for(guard, limit, [this] { return over_ || renewed_; })) {
+    if (!changed_.waitFor(mutex_, limit, isOverOrRenewed)) {
       std::cout.flush();
       std::cerr << sentence_ << std::endl;
       _exit(status_);

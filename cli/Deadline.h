@@ -2,11 +2,11 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <thread>
+
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -33,10 +33,10 @@ class Deadline {
 
   const std::string sentence_;
   const int status_;
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  bool over_ = false;
-  bool renewed_ = false;
+  Mutex mutex_{{.name = "Deadline.mutex", .leaf = true}};
+  Condition changed_;
+  bool over_ KELDANE_GUARDED_BY(mutex_) = false;
+  bool renewed_ KELDANE_GUARDED_BY(mutex_) = false;
   std::thread watcher_;
 };
 

@@ -57,6 +57,14 @@ class Condition {
     });
     return answer;
   }
+  /// Waits until `time` at most. Returns the predicate's last result.
+  template <class Time, class Predicate>
+  bool waitUntil(Mutex& mutex, const Time& time, const Predicate& isTrue) KELDANE_REQUIRES(mutex) {
+    bool answer = false;
+    released(mutex,
+             [&](std::unique_lock<std::mutex>& lock) { answer = condition_.wait_until(lock, time, isTrue); });
+    return answer;
+  }
   void notifyAll() { condition_.notify_all(); }
 
  private:

@@ -13,10 +13,10 @@ StallWatch::StallWatch(double seconds) {
 
 StallWatch::~StallWatch() {
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     over_ = true;
   }
-  changed_.notify_all();
+  changed_.notifyAll();
   if (watcher_.joinable()) {
     watcher_.join();
   }
@@ -25,22 +25,23 @@ StallWatch::~StallWatch() {
 bool StallWatch::turn() {
   bool said = false;
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     turned_ = true;
     said = std::exchange(said_, false);
   }
-  changed_.notify_all();
+  changed_.notifyAll();
   return said;
 }
 
 void StallWatch::watch(std::chrono::duration<double> limit) {
-  std::unique_lock guard(mutex_);
+  const ScopedLock guard(mutex_);
+  const auto isOverOrTurned = [this]() KELDANE_REQUIRES(mutex_) { return over_ || turned_; };
   while (!over_) {
     turned_ = false;
-    if (!changed_.wait_for(guard, limit, [this] { return over_ || turned_; })) {
+    if (!changed_.waitFor(mutex_, limit, isOverOrTurned)) {
       said_ = true;
       complain(tr("The backup daemon does not answer; waiting for it."));
-      changed_.wait(guard, [this] { return over_ || turned_; });
+      changed_.wait(mutex_, isOverOrTurned);
     }
   }
 }

@@ -2,9 +2,9 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
 #include <thread>
+
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -25,11 +25,11 @@ class StallWatch {
  private:
   void watch(std::chrono::duration<double> limit);
 
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  bool over_ = false;
-  bool turned_ = false;
-  bool said_ = false;
+  Mutex mutex_{{.name = "StallWatch.mutex", .leaf = true}};
+  Condition changed_;
+  bool over_ KELDANE_GUARDED_BY(mutex_) = false;
+  bool turned_ KELDANE_GUARDED_BY(mutex_) = false;
+  bool said_ KELDANE_GUARDED_BY(mutex_) = false;
   std::thread watcher_;
 };
 

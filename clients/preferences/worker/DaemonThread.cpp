@@ -1,11 +1,10 @@
 #include "clients/preferences/worker/DaemonThread.h"
 
 #include <atomic>
-#include <condition_variable>
-#include <mutex>
 
 #include "platform/host/Host.h"
 #include "platform/runloop/RunLoop.h"
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -23,9 +22,9 @@ struct DaemonThread::Shared {
   std::unique_ptr<DaemonSession> session;  // used by the thread alone
   std::atomic<bool> over = false;
   std::atomic<Clock::rep> lastTurn = Clock::now().time_since_epoch().count();
-  std::mutex mutex;
-  std::condition_variable changed;
-  bool ended = false;  // guarded by the mutex
+  Mutex mutex{{.name = "DaemonThread.mutex", .leaf = true}};
+  Condition changed;
+  bool ended KELDANE_GUARDED_BY(mutex) = false;
 
   void run(std::shared_ptr<Bundle> bundle, DaemonSession::Deliver deliver) {
     Host::shared().declareMainThread();
@@ -39,10 +38,10 @@ struct DaemonThread::Shared {
     }
     session.reset();
     {
-      const std::lock_guard guard(mutex);
+      const ScopedLock guard(mutex);
       ended = true;
     }
-    changed.notify_all();
+    changed.notifyAll();
   }
 };
 
@@ -74,8 +73,9 @@ bool DaemonThread::end(std::chrono::milliseconds patience) {
   shared_->over = true;
   RunLoop::main().perform([] { RunLoop::main().stop(); });
   {
-    std::unique_lock guard(shared_->mutex);
-    if (!shared_->changed.wait_for(guard, patience, [this] { return shared_->ended; })) {
+    const ScopedLock guard(shared_->mutex);
+    const auto hasEnded = [this]() KELDANE_REQUIRES(shared_->mutex) { return shared_->ended; };
+    if (!shared_->changed.waitFor(shared_->mutex, patience, hasEnded)) {
       return false;
     }
   }

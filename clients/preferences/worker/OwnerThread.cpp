@@ -3,13 +3,13 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <condition_variable>
 #include <deque>
-#include <mutex>
+#include <optional>
 
 #include "Common/DaemonText.h"
 #include "clients/core/OwnerLink.h"
 #include "clients/core/words/Printable.h"
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -52,32 +52,38 @@ struct OwnerThread::Shared {
 
   std::string socketPath;
   Deliver deliver;
-  mutable std::mutex mutex;
-  std::condition_variable changed;
-  // Guarded by the mutex:
-  std::deque<Question> questions;
-  bool busy = false, over = false, ended = false;
+  Mutex mutex{{.name = "OwnerThread.mutex"}};
+  Condition changed;
+  std::deque<Question> questions KELDANE_GUARDED_BY(mutex);
+  bool busy KELDANE_GUARDED_BY(mutex) = false;
+  bool over KELDANE_GUARDED_BY(mutex) = false;
+  bool ended KELDANE_GUARDED_BY(mutex) = false;
 
   void run() {
-    std::unique_lock guard(mutex);
-    for (;;) {
-      changed.wait(guard, [this] { return over || !questions.empty(); });
-      if (over) {
-        break;
-      }
-      Question question = std::move(questions.front());
-      questions.pop_front();
-      busy = true;
-      guard.unlock();
-      OwnerAnswer answer = answerTo(socketPath, question.selector, question.request);
-      guard.lock();
+    while (std::optional<Question> question = next()) {
+      OwnerAnswer answer = answerTo(socketPath, question->selector, question->request);
+      const ScopedLock guard(mutex);
       busy = false;
       if (!over) {
-        deliver([then = std::move(question.then), answer = std::move(answer)] { then(answer); });
+        deliver([then = std::move(question->then), answer = std::move(answer)] { then(answer); });
       }
     }
+    const ScopedLock guard(mutex);
     ended = true;
-    changed.notify_all();
+    changed.notifyAll();
+  }
+
+  /// Waits for a question. Absent when the thread is to end.
+  std::optional<Question> next() {
+    const ScopedLock guard(mutex);
+    changed.wait(mutex, [this]() KELDANE_REQUIRES(mutex) { return over || !questions.empty(); });
+    if (over) {
+      return std::nullopt;
+    }
+    Question question = std::move(questions.front());
+    questions.pop_front();
+    busy = true;
+    return question;
   }
 };
 
@@ -94,23 +100,24 @@ OwnerThread::~OwnerThread() {
 }
 
 void OwnerThread::ask(std::string_view selector, PropertyList::Entries request, Then then) {
-  const std::lock_guard guard(shared_->mutex);
+  const ScopedLock guard(shared_->mutex);
   shared_->questions.push_back(
       {std::string(selector), PropertyList::dictionary(std::move(request)), std::move(then)});
-  shared_->changed.notify_all();
+  shared_->changed.notifyAll();
 }
 
 std::size_t OwnerThread::waiting() const {
-  const std::lock_guard guard(shared_->mutex);
+  const ScopedLock guard(shared_->mutex);
   return shared_->questions.size() + (shared_->busy ? 1 : 0);
 }
 
 bool OwnerThread::end(std::chrono::milliseconds patience) {
   {
-    std::unique_lock guard(shared_->mutex);
+    const ScopedLock guard(shared_->mutex);
     shared_->over = true;
-    shared_->changed.notify_all();
-    if (!shared_->changed.wait_for(guard, patience, [this] { return shared_->ended; })) {
+    shared_->changed.notifyAll();
+    const auto hasEnded = [this]() KELDANE_REQUIRES(shared_->mutex) { return shared_->ended; };
+    if (!shared_->changed.waitFor(shared_->mutex, patience, hasEnded)) {
       return false;
     }
   }

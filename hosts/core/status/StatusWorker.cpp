@@ -45,15 +45,15 @@ bool isTooLarge(const std::string& folder) {
 // --- On the window's thread ---
 
 void StatusService::Worker::end() {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   isEnding_ = true;
   listener_ = nullptr;
   tasks_.clear();
-  changed_.notify_all();
+  wake();
 }
 
 void StatusService::Worker::setListener(Listener listener) {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   listener_ = std::move(listener);
 }
 
@@ -61,7 +61,7 @@ std::optional<FileStatus> StatusService::Worker::statusOf(const std::string& pat
   if (path.size() < 2 || path.front() != '/') {
     return std::nullopt;  // the root lies in no folder
   }
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   const FileStatus* known = cache_.find(path);
   if (known == nullptr) {
     startOrWake();
@@ -74,34 +74,37 @@ std::optional<FileStatus> StatusService::Worker::statusOf(const std::string& pat
 void StatusService::Worker::startOrWake() {
   const Clock::time_point now = Clock::now();
   if (!isRunning_ || (wakesAt_ > now && wakeTime(now) < wakesAt_)) {
-    wakesAt_ = now;
     startOnce();
   }
 }
 
+void StatusService::Worker::wake() {
+  wakesAt_.reset();
+  changed_.notifyAll();
+}
+
 void StatusService::Worker::expect(const std::string& folder) {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   cache_.expect(folder);
   startOrWake();
 }
 
 void StatusService::Worker::commandWasGiven(const std::vector<std::string>& paths) {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   const std::size_t count = std::min(paths.size(), StatusCache::kMostInABatch);
   hurry_ = {{paths.begin(), paths.begin() + static_cast<std::ptrdiff_t>(count)}, Clock::now(), 0};
-  changed_.notify_all();
+  wake();
 }
 
 void StatusService::Worker::perform(Task task) {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   tasks_.push_back(std::move(task));
   startOnce();
-  changed_.notify_all();
 }
 
 void StatusService::Worker::lookAfter() {
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     if (isSilent_ || !busySince_ || Clock::now() - *busySince_ < timing_.silence) {
       return;
     }
@@ -113,27 +116,27 @@ void StatusService::Worker::lookAfter() {
 void StatusService::Worker::tellAll() {
   std::vector<std::string> shown;
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     shown = cache_.shown();
   }
   tell(std::move(shown));
 }
 
 std::vector<StatusCache::OpenFolder> StatusService::Worker::openFolders() {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   return cache_.openFolders();
 }
 
 void StatusService::Worker::close(const std::string& folder) {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   cache_.close(folder);
-  changed_.notify_all();
+  wake();
 }
 
 // When the system has no thread now, the next question tries again.
 void StatusService::Worker::startOnce() {
   if (isRunning_) {
-    changed_.notify_all();
+    wake();
     return;
   }
   try {
@@ -150,13 +153,13 @@ void StatusService::Worker::startOnce() {
 template <class Call>
 auto StatusService::Worker::watched(const Call& call) {
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     busySince_ = Clock::now();
   }
   struct End {
     Worker& worker;
     ~End() {
-      const std::lock_guard guard(worker.mutex_);
+      const ScopedLock guard(worker.mutex_);
       worker.busySince_.reset();
       if (std::exchange(worker.isSilent_, false)) {
         worker.cache_.askAnew();
@@ -173,7 +176,7 @@ void StatusService::Worker::run() {
     systemLog("The status of files could not be asked for: %s", error.what());
   }
   connection_.leave();
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   isRunning_ = false;
 }
 
@@ -189,8 +192,8 @@ bool StatusService::Worker::step() {
   bool isOpen = false;
   std::vector<std::string> late;
   {
-    std::unique_lock guard(mutex_);
-    waitForWork(guard);
+    const ScopedLock guard(mutex_);
+    waitForWork();
     if (isEnding_) {
       return false;
     }
@@ -215,7 +218,7 @@ bool StatusService::Worker::step() {
   }
   std::optional<StatusCache::Question> question;
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     hurryWhatIsDue(Clock::now());
     question = cache_.nextQuestion(Clock::now());
   }
@@ -226,7 +229,8 @@ bool StatusService::Worker::step() {
   return true;
 }
 
-void StatusService::Worker::waitForWork(std::unique_lock<std::mutex>& guard) {
+void StatusService::Worker::waitForWork() {
+  const auto isWoken = [this]() KELDANE_REQUIRES(mutex_) { return !wakesAt_; };
   while (!isEnding_ && tasks_.empty()) {
     const Clock::time_point now = Clock::now();
     if (!cache_.isEmpty()) {
@@ -235,12 +239,11 @@ void StatusService::Worker::waitForWork(std::unique_lock<std::mutex>& guard) {
         return;
       }
       wakesAt_ = time;
-      changed_.wait_until(guard, time);
-      wakesAt_ = {};
+      changed_.waitUntil(mutex_, time, isWoken);
+      wakesAt_.reset();
     } else if (connection_.isAtEnd()) {
       wakesAt_ = Clock::time_point::max();
-      changed_.wait(guard);
-      wakesAt_ = {};
+      changed_.wait(mutex_, isWoken);
     } else {
       return;  // nothing is shown, so the caller closes the link
     }
@@ -274,7 +277,7 @@ void StatusService::Worker::hurryWhatIsDue(Clock::time_point now) {
 void StatusService::Worker::performTask() {
   Task task;
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     if (tasks_.empty()) {
       return;
     }
@@ -296,7 +299,7 @@ bool StatusService::Worker::connected(bool isAsked) {
   } else if (attempt.isNew) {
     state_ = {};
     nextLook_ = now;
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     cache_.askAnew();
   }
   return attempt.isConnected;
@@ -314,7 +317,7 @@ void StatusService::Worker::lookAtState() {
   }
   if (!(state == state_)) {
     state_ = state;
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     cache_.stateChanged();
   }
 }
@@ -322,7 +325,7 @@ void StatusService::Worker::lookAtState() {
 void StatusService::Worker::ask(StatusCache::Question question) {
   const Clock::time_point begin = Clock::now();
   if (question.whole && isTooLarge(question.folder)) {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     cache_.setTooLarge(question.folder);
     return;
   }
@@ -330,7 +333,7 @@ void StatusService::Worker::ask(StatusCache::Question question) {
       question.whole ? list(question.folder) : askEach(question);
   std::vector<std::string> changed;
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     if (!answer) {
       cache_.askAnew();
       return;
@@ -365,7 +368,7 @@ std::optional<StatusCache::Answer> StatusService::Worker::askEach(StatusCache::Q
   StatusCache::Answer answer;
   for (std::size_t i = 0; i < question.names.size(); ++i) {
     if (Clock::now() > end) {
-      const std::lock_guard guard(mutex_);
+      const ScopedLock guard(mutex_);
       cache_.putBack(question, i);
       break;
     }
@@ -385,7 +388,7 @@ std::optional<StatusCache::Answer> StatusService::Worker::askEach(StatusCache::Q
 void StatusService::Worker::tell(std::vector<std::string> paths) {
   Listener listener;
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     listener = listener_;
   }
   if (listener && !paths.empty()) {
@@ -396,7 +399,7 @@ void StatusService::Worker::tell(std::vector<std::string> paths) {
 void StatusService::Worker::forget() {
   std::vector<std::string> shown;
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     shown = cache_.forgetAll();
   }
   tell(std::move(shown));

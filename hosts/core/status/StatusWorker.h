@@ -2,10 +2,8 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
@@ -13,12 +11,12 @@
 
 #include "hosts/core/status/StatusService.h"
 #include "hosts/core/status/link/StatusConnection.h"
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
-/// The mutex guards the first group of fields. The second group belongs to the service's thread alone. The
-/// mutex is never held while the daemon is asked or while code of others, such as the listener or a task, is
-/// called.
+/// The fields without a mutex belong to the service's thread alone. The mutex is never held while the daemon
+/// is asked or while code of others, such as the listener or a task, is called.
 class StatusService::Worker : public std::enable_shared_from_this<StatusService::Worker> {
  public:
   using Clock = StatusCache::Clock;
@@ -44,42 +42,47 @@ class StatusService::Worker : public std::enable_shared_from_this<StatusService:
     std::size_t step = 0;
   };
 
-  // --- Under the mutex ---
-  void startOnce();
-  void startOrWake();
-  Clock::time_point wakeTime(Clock::time_point now) const;
-  void hurryWhatIsDue(Clock::time_point now);
+  // --- On either thread ---
+  void startOnce() KELDANE_REQUIRES(mutex_);
+  void startOrWake() KELDANE_REQUIRES(mutex_);
+  void wake() KELDANE_REQUIRES(mutex_);
+  Clock::time_point wakeTime(Clock::time_point now) const KELDANE_REQUIRES(mutex_);
 
   // --- On the service's thread ---
   void run();
   void serve();
   bool step();
-  void waitForWork(std::unique_lock<std::mutex>& guard);
+  void waitForWork() KELDANE_REQUIRES(mutex_);
+  void hurryWhatIsDue(Clock::time_point now) KELDANE_REQUIRES(mutex_);
   void performTask();
   bool connected(bool isAsked);
   void lookAtState();
   void ask(StatusCache::Question question);
   std::optional<StatusCache::Answer> list(const std::string& folder);
   std::optional<StatusCache::Answer> askEach(StatusCache::Question& question);
-  void tell(std::vector<std::string> paths);
-  void forget();
+  void tell(std::vector<std::string> paths) KELDANE_EXCLUDES(mutex_);
+  void forget() KELDANE_EXCLUDES(mutex_);
   /// Makes a call to the daemon and keeps the time at which it began.
   template <class Call>
-  auto watched(const Call& call);
+  auto watched(const Call& call) KELDANE_EXCLUDES(mutex_);
 
   const StatusTiming timing_;
 
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  StatusCache cache_;
-  std::deque<Task> tasks_;
-  std::optional<Hurry> hurry_;
-  Listener listener_;
-  std::optional<Clock::time_point> busySince_;  // when the call that is under way began
-  bool isSilent_ = false;                       // that call has taken too long, and nothing is shown any more
-  bool isRunning_ = false, isEnding_ = false;
-  // Lies in the future only while the thread sleeps. Then wakeTime() may read the thread's own fields.
-  Clock::time_point wakesAt_{};
+  Mutex mutex_{{.name = "StatusService.mutex"}};
+  Condition changed_;
+  StatusCache cache_ KELDANE_GUARDED_BY(mutex_);
+  std::deque<Task> tasks_ KELDANE_GUARDED_BY(mutex_);
+  std::optional<Hurry> hurry_ KELDANE_GUARDED_BY(mutex_);
+  Listener listener_ KELDANE_GUARDED_BY(mutex_);
+  // The time at which the call that is under way began.
+  std::optional<Clock::time_point> busySince_ KELDANE_GUARDED_BY(mutex_);
+  // That call has taken too long, and nothing is shown any more.
+  bool isSilent_ KELDANE_GUARDED_BY(mutex_) = false;
+  bool isRunning_ KELDANE_GUARDED_BY(mutex_) = false;
+  bool isEnding_ KELDANE_GUARDED_BY(mutex_) = false;
+  // Set only while the thread sleeps and nobody has woken it. Then wakeTime() may read the thread's own
+  // fields.
+  std::optional<Clock::time_point> wakesAt_ KELDANE_GUARDED_BY(mutex_);
 
   StatusConnection connection_;
   Clock::time_point nextLook_{};  // time of the next poll of the state, or of the next attempt to connect

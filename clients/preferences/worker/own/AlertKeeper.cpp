@@ -29,14 +29,14 @@ void AlertKeeper::noteReached() {
 // When several writes run at once, each writes the latest state.
 void AlertKeeper::write() {
   {
-    const std::lock_guard guard(latest_->mutex);
+    const ScopedLock guard(latest_->mutex);
     latest_->alerts = alerts_;
   }
   std::thread([latest = latest_] {
-    const std::lock_guard writing(latest->writing);
+    const ScopedLock writing(latest->writing);
     Alerts alerts;
     {
-      const std::lock_guard guard(latest->mutex);
+      const ScopedLock guard(latest->mutex);
       alerts = latest->alerts;
     }
     alerts.write();

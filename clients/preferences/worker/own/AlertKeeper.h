@@ -2,10 +2,10 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "clients/preferences/words/Alerts.h"
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -25,8 +25,9 @@ class AlertKeeper {
 
  private:
   struct Latest {
-    std::mutex mutex, writing;
-    Alerts alerts;  // guarded by mutex
+    Mutex writing{{.name = "AlertKeeper.writing"}};  // held while the file is written, taken before the other
+    Mutex mutex{{.name = "AlertKeeper.mutex", .leaf = true}};
+    Alerts alerts KELDANE_GUARDED_BY(mutex);
   };
   void write();
 
