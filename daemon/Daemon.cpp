@@ -149,12 +149,12 @@ void Daemon::takeConfiguration() {
 }
 
 void Daemon::setAnnounce(Announce announce) {
-  const std::lock_guard guard(announceMutex_);
+  const ScopedLock guard(announceMutex_);
   announce_ = std::move(announce);
 }
 
 void Daemon::announce(const std::string& selector, const PropertyList& dictionary) const {
-  const std::lock_guard guard(announceMutex_);
+  const ScopedLock guard(announceMutex_);
   if (announce_) {
     announce_(selector, dictionary);
   }

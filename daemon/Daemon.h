@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -23,6 +22,7 @@
 #include "daemon/server/nodes/NodeBuilder.h"
 #include "daemon/store/Store.h"
 #include "platform/plist/PropertyList.h"
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -109,8 +109,8 @@ class Daemon {
   const bool verbose_;
   const SystemConfig config_;
   const std::function<void()> terminate_;
-  mutable std::mutex announceMutex_;
-  Announce announce_;  // guarded by announceMutex_
+  mutable Mutex announceMutex_{{.name = "Daemon.announceMutex"}};
+  Announce announce_ KELDANE_GUARDED_BY(announceMutex_);
   Store store_;
   Surroundings surroundings_;
   RepositoryFiles files_;

@@ -55,9 +55,9 @@ void BackupWorker::runLane(Lane& lane) {
 
 /// Runs one batch or one piece of upkeep. Returns false when there was nothing to do.
 bool BackupWorker::step(Lane& lane) {
-  const std::lock_guard running(lane.running);
+  const ScopedLock running(lane.running);
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     lane.job.cancelled = stopping_.load();
   }
   if (!watch_.mayTry() || !prepare(lane) || keeper_.isRecovering()) {
@@ -69,23 +69,23 @@ bool BackupWorker::step(Lane& lane) {
   if (lane.work == Work::ordinary && pending_.totals().files == 0) {
     bool rests = false;
     {
-      const std::lock_guard guard(mutex_);
+      const ScopedLock guard(mutex_);
       rests = !mayWork(false) || !looksWaiting_.empty() || !placeScanned_.empty();
       isCaring_ = !rests;
     }
     if (const auto answer = rests ? std::nullopt : keeper_.lookAfter(lane.job)) {
       watch_.report(*answer);
     }
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     isCaring_ = false;
   }
   return false;
 }
 
 bool BackupWorker::prepare(Lane& lane) {
-  const std::lock_guard preparing(preparing_);
+  const ScopedLock preparing(preparing_);
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     if (ready_) {
       return true;
     }
@@ -96,7 +96,7 @@ bool BackupWorker::prepare(Lane& lane) {
     return false;
   }
   const std::vector<SnapshotRecord> snapshots = store_.snapshots();
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   ready_ = true;
   lastFull_ = {};
   changedSinceFull_ = false;
@@ -137,7 +137,7 @@ std::optional<Batch> BackupWorker::nextBatch(const Lane& lane) {
   }
   BatchBounds bounds;
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     if (!mayWork(true)) {
       return std::nullopt;
     }
@@ -153,7 +153,7 @@ std::optional<Batch> BackupWorker::nextOrdinary() {
   std::string lastFull;
   const std::uint64_t waiting = pending_.totals().files;
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     isFullNow = waiting == 0 && isFullDue();
     if (!isFullNow && (waiting == 0 || !isBatchDue())) {
       return std::nullopt;
@@ -168,10 +168,10 @@ std::optional<Batch> BackupWorker::nextOrdinary() {
   if (!isFullNow) {
     BatchChoice::Choice choice = choice_.ordinary(bounds);
     batch = batchOf(choice.files, ordinary_);
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     if (!choice.large.empty()) {
       ++wakes_;
-      changed_.notify_all();
+      changed_.notifyAll();
     }
     foundLarge_ = std::move(choice.large);
   }
@@ -208,7 +208,7 @@ Batch BackupWorker::batchOf(const std::vector<PendingFiles::File>& files, const 
 // The files that other lanes read now, and those of batches so short that they end before another one could.
 std::set<std::string> BackupWorker::aboutToBeStoredBesides(const Lane& lane) const {
   std::set<std::string> paths;
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   for (const Lane* other : lanes_) {
     if (other == &lane || other->batch == nullptr) {
       continue;
@@ -224,7 +224,7 @@ std::set<std::string> BackupWorker::aboutToBeStoredBesides(const Lane& lane) con
 }
 
 void BackupWorker::addAgain(Batch& batch) {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   if (hour_.number != hourNow() || hour_.files.size() > kMostAgain || batch.files.size() > kMostAgain) {
     hour_ = {};
     hour_.number = hourNow();
@@ -248,7 +248,7 @@ bool BackupWorker::runBatch(Lane& lane, const Batch& batch) {
     return false;
   }
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     lane.isStoring = true;
     lane.batch = &batch;
     lane.isForced = lane.work == Work::preferred || (lane.work == Work::large && turn_.file.isPreferred);
@@ -260,7 +260,7 @@ bool BackupWorker::runBatch(Lane& lane, const Batch& batch) {
         noteProgress(lane, files, bytes, current);
       });
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     lane.isStoring = false;
     lane.batch = nullptr;
     lane.filesDone = 0;
@@ -287,7 +287,7 @@ bool BackupWorker::runBatch(Lane& lane, const Batch& batch) {
   }
   keeper_.grew(end.bytesAdded);
   keeper_.noteGood();
-  changed_.notify_all();
+  changed_.notifyAll();
   return true;
 }
 
@@ -298,7 +298,7 @@ bool BackupWorker::learnFrom(const Lane& lane, const Batch& batch, const BatchEn
   for (const StoredFile& file : end.stored) {
     bytes = saturatedSum(bytes, file.state.size);
   }
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   ++wakes_;
   newest_ = end.snapshot.id;
   if (lane.work == Work::large) {
@@ -337,7 +337,7 @@ bool BackupWorker::learnFrom(const Lane& lane, const Batch& batch, const BatchEn
 // batch do not wait.
 void BackupWorker::noteRest(const Batch& batch) {
   const PendingFiles::Totals rest = pending_.totals();
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   if (rest.files > 0 && rest.files <= batch.files.size()) {
     noticed_ = noticed_.value_or(steady_clock::now());
   }

@@ -20,9 +20,9 @@ constexpr std::size_t kFoldersAtOnce = 64;
 }  // namespace
 
 bool BackupWorker::waitForWork(std::chrono::milliseconds time) {
-  std::unique_lock guard(mutex_);
+  const ScopedLock guard(mutex_);
   const std::uint64_t seen = wakes_;
-  changed_.wait_for(guard, time, [&] { return stopping_ || wakes_ != seen; });
+  changed_.waitFor(mutex_, time, [&]() KELDANE_REQUIRES(mutex_) { return stopping_ || wakes_ != seen; });
   return !stopping_;
 }
 
@@ -38,7 +38,7 @@ void BackupWorker::runScanner() {
       systemLog("The scanner could not go on with its work: %s", error.what());
     }
     waitForWork(pause);
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     endAfterSuspend();
   }
 }
@@ -47,7 +47,7 @@ void BackupWorker::runScanner() {
 bool BackupWorker::lookAtNext() {
   bool mayChange = false;
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     std::swap(mayChange, placesMayChange_);
   }
   if (mayChange) {
@@ -60,7 +60,7 @@ bool BackupWorker::lookAtNext() {
 bool BackupWorker::lookAtChange() {
   std::string path;
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     const Change* change = looksWaiting_.takeSmall();
     if (change == nullptr) {
       return false;
@@ -70,7 +70,7 @@ bool BackupWorker::lookAtChange() {
   std::vector<std::string> below;
   const std::optional<struct stat> status = statusOf(path);
   const bool news = status && S_ISDIR(status->st_mode) ? scanner_.look(path, below) : scanner_.consider(path);
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   looksWaiting_.smallIsDone();
   for (const std::string& place : below) {
     looksWaiting_.addTree(place);
@@ -81,37 +81,38 @@ bool BackupWorker::lookAtChange() {
 
 /// Looks at a few folders of the current place.
 bool BackupWorker::lookAtTree() {
+  std::string place;
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     if (placeScanned_.empty()) {
       placeScanned_ = looksWaiting_.takeTree().value_or("");
     }
     if (placeScanned_.empty()) {
       return false;
     }
+    place = placeScanned_;
   }
-  if (!walk_ || walk_->place != placeScanned_) {
-    walk_ = scanner_.begin(placeScanned_);
+  if (!walk_ || walk_->place != place) {
+    walk_ = scanner_.begin(place);
   }
   scanner_.step(*walk_, kFoldersAtOnce);
   if (walk_->isDone) {
     const bool news = walk_->news;
     walk_.reset();
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     placeScanned_.clear();
     noteLook(news);
   }
   return true;
 }
 
-// The caller holds the mutex.
 void BackupWorker::noteLook(bool news) {
   if (news || urgent_) {
     noticed_ = noticed_.value_or(steady_clock::now());
   }
   if (looksWaiting_.empty() && placeScanned_.empty()) {
     ++wakes_;
-    changed_.notify_all();
+    changed_.notifyAll();
   }
 }
 
@@ -129,7 +130,7 @@ std::chrono::milliseconds BackupWorker::lookQuietly() {
   giveMemoryBack();
   const QuietLook::Step step = quiet_.step();
   const std::vector<std::string> due = scanner_.dueAgain();
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   for (const std::string& place : step.below) {
     looksWaiting_.addTree(place);
   }

@@ -59,13 +59,13 @@ void BackupWorker::start() {
 
 void BackupWorker::stop() {
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     stopping_ = true;
     for (Lane* lane : lanes_) {
       lane->job.cancelled = true;
     }
   }
-  changed_.notify_all();
+  changed_.notifyAll();
   watcher_.stop();
   if (scanning_.joinable()) {
     scanning_.join();
@@ -90,7 +90,7 @@ void BackupWorker::reconsider(const std::string& path) {
   }
   forgetFailuresBelow(path);
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     if (isFile) {
       urgent_ = true;
       noticed_ = noticed_.value_or(steady_clock::now());
@@ -106,7 +106,7 @@ void BackupWorker::reconsider(const std::string& path) {
       }
     }
   }
-  changed_.notify_all();
+  changed_.notifyAll();
 }
 
 // Excluded files do not count as failed.
@@ -125,7 +125,7 @@ void BackupWorker::forgetFailuresBelow(const std::string& path) {
 }
 
 void BackupWorker::addIntention(int change) {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   intentions_ += change;
 }
 
@@ -144,7 +144,7 @@ void BackupWorker::dropExcluded(const std::string& path) {
 void BackupWorker::reconsiderAll() {
   const std::vector<std::string> places = rules_.places();
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     placesMayChange_ = true;
     for (const std::string& path : pending_.preferred()) {
       willScan(path, false);
@@ -153,10 +153,10 @@ void BackupWorker::reconsiderAll() {
       willScan(place, false);
     }
   }
-  changed_.notify_all();
+  changed_.notifyAll();
 }
 
-// The caller holds the mutex. A place that is asked for many times is scanned once.
+// A place that is asked for many times is scanned once.
 void BackupWorker::willScan(const std::string& place, bool urgent) {
   urgent_ = urgent_ || urgent;
   ++wakes_;
@@ -166,7 +166,7 @@ void BackupWorker::willScan(const std::string& place, bool urgent) {
 // A tag file makes a folder a cache, so a change of the tag counts as a change of the folder.
 void BackupWorker::filesChanged(const std::vector<Change>& changes) {
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     for (const Change& change : changes) {
       if (change.extent == Change::Extent::entry && lastPathComponent(change.path) == kCacheTagName) {
         looksWaiting_.addTree(std::string(parentPath(change.path)));
@@ -175,7 +175,7 @@ void BackupWorker::filesChanged(const std::vector<Change>& changes) {
     }
     ++wakes_;
   }
-  changed_.notify_all();
+  changed_.notifyAll();
 }
 
 void BackupWorker::prioritize(const std::string& path) {
@@ -200,20 +200,20 @@ void BackupWorker::endUnwantedPreferences(const std::string& path) {
 
 void BackupWorker::repositoryChanged() {
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     ready_ = false;
     hour_ = {};
     ++wakes_;
   }
   watch_.tryNow();
-  changed_.notify_all();
+  changed_.notifyAll();
 }
 
 // Files that could not be stored because of the damage are tried again.
 void BackupWorker::bytesLost() {
   store_.setValue(Store::Table::settings, kBytesLost, "1");
   scanner_.forgetDelays();
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   hour_ = {};
   lostBytes_ = true;
 }
@@ -225,17 +225,17 @@ void BackupWorker::noteStoredAnew() {
 
 void BackupWorker::wake() {
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     ++wakes_;
   }
-  changed_.notify_all();
+  changed_.notifyAll();
 }
 
 BackupWorker::Stillness BackupWorker::holdStill(const EngineJob* own) {
   Stillness stillness{std::unique_lock(ordinary_.running, std::defer_lock),
                       std::unique_lock(preferred_.running, std::defer_lock),
                       std::unique_lock(large_.running, std::defer_lock)};
-  const auto take = [own](std::unique_lock<std::mutex>& lock, Lane& lane) {
+  const auto take = [own](std::unique_lock<Mutex>& lock, Lane& lane) {
     while (&lane.job != own && !lock.try_lock()) {  // a call that begins just now must be cancelled too
       lane.job.cancelled = true;
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -249,7 +249,7 @@ BackupWorker::Stillness BackupWorker::holdStill(const EngineJob* own) {
 
 void BackupWorker::setModes(const Modes& modes) {
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     modes_ = modes;
     ++wakes_;
     for (Lane* lane : lanes_) {
@@ -257,10 +257,9 @@ void BackupWorker::setModes(const Modes& modes) {
     }
     cancelWhatMayNotRun();
   }
-  changed_.notify_all();
+  changed_.notifyAll();
 }
 
-// The caller holds the mutex.
 void BackupWorker::cancelWhatMayNotRun() {
   for (Lane* lane : lanes_) {
     if (lane->isStoring && !mayWork(lane->isForced)) {
@@ -269,8 +268,7 @@ void BackupWorker::cancelWhatMayNotRun() {
   }
 }
 
-// The caller holds the mutex. A call that ran while the computer slept may have lost its lock on the
-// repository.
+// A call that ran while the computer slept may have lost its lock on the repository.
 void BackupWorker::endAfterSuspend() {
   const std::int64_t asleep = secondsAsleep();
   if (asleep - suspended_ > kShortestSleep) {
@@ -286,7 +284,7 @@ void BackupWorker::endAfterSuspend() {
 
 BackupWorker::Progress BackupWorker::progress() const {
   // The files that a scan finds are on the list before the scan counts as done, so the list is asked last.
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   Progress progress;
   progress.placesToScan =
       looksWaiting_.size() + (placeScanned_.empty() ? 0 : 1) + static_cast<std::size_t>(intentions_);
@@ -313,12 +311,12 @@ bool BackupWorker::isPendingBelow(const std::string& folder) const {
   if (pending_.containsBelow(folder)) {
     return true;
   }
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   return looksWaiting_.hasBelow(folder) || (!placeScanned_.empty() && isAtOrBelow(placeScanned_, folder));
 }
 
 bool BackupWorker::isToBeScanned(const std::string& path) const {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   return (!placeScanned_.empty() && isAtOrBelow(path, placeScanned_)) || looksWaiting_.covers(path);
 }
 
@@ -327,7 +325,7 @@ bool BackupWorker::isPrioritized(const std::string& path) const {
 }
 
 std::optional<double> BackupWorker::partStored(const std::string& path) const {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   for (const Lane* lane : lanes_) {
     if (lane->batch == nullptr || lane->current != path) {
       continue;

@@ -4,7 +4,6 @@
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -28,6 +27,7 @@
 #include "daemon/scan/waiting/PendingFiles.h"
 #include "daemon/store/Store.h"
 #include "daemon/watch/Watcher.h"
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -92,7 +92,7 @@ class BackupWorker {
   void wake();
   /// Keeps batches from starting for as long as it lives.
   struct Stillness {
-    std::unique_lock<std::mutex> ordinary, preferred, large;
+    std::unique_lock<Mutex> ordinary, preferred, large;
   };
   /// Ends the running batches and returns when they have ended. A lane's own thread may call it with the
   /// lane's job; that lane is not waited for.
@@ -140,15 +140,20 @@ class BackupWorker {
     explicit Lane(Work whichWork) : work(whichWork) {}
     const Work work;
     EngineJob job;
-    std::mutex running;  // held while a batch is prepared and runs
-    // Guarded by BackupWorker::mutex_:
-    bool isStoring = false;
-    bool isForced = false;         // its batch has preferred files
-    const Batch* batch = nullptr;  // null unless it is being stored
-    std::uint64_t filesDone = 0, bytesDone = 0;
-    std::string current;
-    std::uint64_t doneBeforeCurrent = 0;    // bytes, when `current` became the current file
-    std::vector<std::string> reconsidered;  // the paths whose rules changed while the batch runs
+    // Held while a batch is prepared and runs.
+    Mutex running{{.name = "BackupWorker.running", .heldWhileWaiting = true}};
+    bool isStoring KELDANE_GUARDED_BY(&BackupWorker::mutex_) = false;
+    // Its batch has preferred files.
+    bool isForced KELDANE_GUARDED_BY(&BackupWorker::mutex_) = false;
+    // Null unless it is being stored.
+    const Batch* batch KELDANE_GUARDED_BY(&BackupWorker::mutex_) = nullptr;
+    std::uint64_t filesDone KELDANE_GUARDED_BY(&BackupWorker::mutex_) = 0;
+    std::uint64_t bytesDone KELDANE_GUARDED_BY(&BackupWorker::mutex_) = 0;
+    std::string current KELDANE_GUARDED_BY(&BackupWorker::mutex_);
+    // Bytes, when `current` became the current file.
+    std::uint64_t doneBeforeCurrent KELDANE_GUARDED_BY(&BackupWorker::mutex_) = 0;
+    // The paths whose rules changed while the batch runs.
+    std::vector<std::string> reconsidered KELDANE_GUARDED_BY(&BackupWorker::mutex_);
     std::thread thread;
   };
 
@@ -158,7 +163,7 @@ class BackupWorker {
   bool lookAtTree();
   std::chrono::milliseconds lookQuietly();
   void giveMemoryBack();
-  void noteLook(bool news);
+  void noteLook(bool news) KELDANE_REQUIRES(mutex_);
   void filesChanged(const std::vector<Change>& changes);
   void dropExcluded(const std::string& path);
   void runLane(Lane& lane);
@@ -167,27 +172,27 @@ class BackupWorker {
   std::optional<Batch> nextBatch(const Lane& lane);
   std::optional<Batch> nextOrdinary();
   std::optional<Batch> nextLarge();
-  std::vector<LargeFile> waitingLarge();
+  std::vector<LargeFile> waitingLarge() KELDANE_REQUIRES(mutex_);
   Batch batchOf(const std::vector<PendingFiles::File>& files, const Lane& lane);
   std::set<std::string> aboutToBeStoredBesides(const Lane& lane) const;
   void noteProgress(Lane& lane, std::uint64_t files, std::uint64_t bytes, const std::string& current);
-  void endIfExcluded(Lane& lane);
-  void endOfTurn(Lane& lane);
+  void endIfExcluded(Lane& lane) KELDANE_REQUIRES(mutex_);
+  void endOfTurn(Lane& lane) KELDANE_REQUIRES(mutex_);
   void addIntention(int change);
   void forgetFailuresBelow(const std::string& path);
   void noteStoredAnew();
   void addAgain(Batch& batch);
-  bool isBatchDue() const;
-  bool isFullDue() const;
+  bool isBatchDue() const KELDANE_REQUIRES(mutex_);
+  bool isFullDue() const KELDANE_REQUIRES(mutex_);
   bool runBatch(Lane& lane, const Batch& batch);
   bool learnFrom(const Lane& lane, const Batch& batch, const BatchEnd& end,
                  std::chrono::steady_clock::duration took);
   void noteRest(const Batch& batch);
   bool waitForWork(std::chrono::milliseconds time);
-  void willScan(const std::string& place, bool urgent);
-  bool mayWork(bool preferred) const;
-  void cancelWhatMayNotRun();
-  void endAfterSuspend();
+  void willScan(const std::string& place, bool urgent) KELDANE_REQUIRES(mutex_);
+  bool mayWork(bool preferred) const KELDANE_REQUIRES(mutex_);
+  void cancelWhatMayNotRun() KELDANE_REQUIRES(mutex_);
+  void endAfterSuspend() KELDANE_REQUIRES(mutex_);
 
   Store& store_;
   RuleBook& rules_;
@@ -201,42 +206,48 @@ class BackupWorker {
   Scanner scanner_;
   BatchRun run_;
 
-  mutable std::mutex mutex_;
-  std::condition_variable changed_;
-  // Guarded by mutex_:
-  Modes modes_;
-  LookList looksWaiting_;
-  std::string placeScanned_;      // the tree that is being scanned; empty when none is
-  bool placesMayChange_ = false;  // the watcher must be told the new places
-  int intentions_ = 0;
-  bool isCaring_ = false;  // upkeep of the repository is running, perhaps under a lock
-  std::optional<std::chrono::steady_clock::time_point>
-      noticed_;         // the first change since the last batch began
-  bool urgent_ = true;  // a person waits for it
-  bool ready_ = false;
-  std::uint64_t wakes_ = 0;  // how often something changed
-  SnapshotRecord lastFull_;
-  std::string newest_;  // the id of the newest snapshot
-  bool changedSinceFull_ = false;
-  bool lostBytes_;  // stored bytes were lost since the last full snapshot
-  std::size_t mostFiles_;
-  std::uint64_t mostBytes_;
-  std::int64_t suspended_ = 0;  // seconds of the computer's sleep that were noticed so far
+  mutable Mutex mutex_{{.name = "BackupWorker.mutex"}};
+  Condition changed_;
+  Modes modes_ KELDANE_GUARDED_BY(mutex_);
+  LookList looksWaiting_ KELDANE_GUARDED_BY(mutex_);
+  // The tree that is being scanned; empty when none is.
+  std::string placeScanned_ KELDANE_GUARDED_BY(mutex_);
+  bool placesMayChange_ KELDANE_GUARDED_BY(mutex_) = false;  // the watcher must be told the new places
+  int intentions_ KELDANE_GUARDED_BY(mutex_) = 0;
+  // Upkeep of the repository is running, perhaps under a lock.
+  bool isCaring_ KELDANE_GUARDED_BY(mutex_) = false;
+  // The time of the first change since the last batch began.
+  std::optional<std::chrono::steady_clock::time_point> noticed_ KELDANE_GUARDED_BY(mutex_);
+  bool urgent_ KELDANE_GUARDED_BY(mutex_) = true;  // a person waits for it
+  bool ready_ KELDANE_GUARDED_BY(mutex_) = false;
+  std::uint64_t wakes_ KELDANE_GUARDED_BY(mutex_) = 0;  // how often something changed
+  SnapshotRecord lastFull_ KELDANE_GUARDED_BY(mutex_);
+  std::string newest_ KELDANE_GUARDED_BY(mutex_);  // the id of the newest snapshot
+  bool changedSinceFull_ KELDANE_GUARDED_BY(mutex_) = false;
+  bool lostBytes_ KELDANE_GUARDED_BY(mutex_);  // stored bytes were lost since the last full snapshot
+  std::size_t mostFiles_ KELDANE_GUARDED_BY(mutex_);
+  std::uint64_t mostBytes_ KELDANE_GUARDED_BY(mutex_);
+  // Seconds of the computer's sleep that were noticed so far.
+  std::int64_t suspended_ KELDANE_GUARDED_BY(mutex_) = 0;
   struct Hour {
     std::int64_t number = 0;
     std::string parent;                      // the newest snapshot of this hour
     std::map<std::string, BatchFile> files;  // by path
-  } hour_;
+  };
+  Hour hour_ KELDANE_GUARDED_BY(mutex_);
   // The turn of the owner whose large file is being stored.
   struct Turn {
     LargeFile file;
     std::chrono::steady_clock::time_point end, nextLook;
-  } turn_;
-  std::vector<LargeFile> foundLarge_;          // files that wait, or have waited
-  std::map<std::string, unsigned> doublings_;  // how often the turn of an interrupted large file was doubled
+  };
+  Turn turn_ KELDANE_GUARDED_BY(mutex_);
+  std::vector<LargeFile> foundLarge_ KELDANE_GUARDED_BY(mutex_);  // files that wait, or have waited
+  // How often the turn of an interrupted large file was doubled, by path.
+  std::map<std::string, unsigned> doublings_ KELDANE_GUARDED_BY(mutex_);
 
   std::atomic<bool> stopping_ = false;
-  std::mutex preparing_;  // so that only one lane at a time makes the repository ready
+  // Held by the one lane that makes the repository ready.
+  Mutex preparing_{{.name = "BackupWorker.preparing", .heldWhileWaiting = true}};
   Lane ordinary_{Work::ordinary}, preferred_{Work::preferred}, large_{Work::large};
   const std::array<Lane*, 3> lanes_ = {&ordinary_, &preferred_, &large_};
   std::thread scanning_;

@@ -17,8 +17,7 @@ constexpr std::chrono::seconds kLookInterval(1);
 
 }  // namespace
 
-// The large files that the ordinary lane found and the preferred ones. A file may be in both lists. The
-// caller holds the mutex.
+// The large files that the ordinary lane found and the preferred ones. A file may be in both lists.
 std::vector<LargeFile> BackupWorker::waitingLarge() {
   std::vector<LargeFile> files = choice_.preferredLarge();
   std::erase_if(foundLarge_, [this](const LargeFile& file) { return !pending_.contains(file.path); });
@@ -32,7 +31,7 @@ std::vector<LargeFile> BackupWorker::waitingLarge() {
 std::optional<Batch> BackupWorker::nextLarge() {
   std::vector<LargeFile> files;
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     if (!mayWork(true)) {
       return std::nullopt;
     }
@@ -53,7 +52,7 @@ std::optional<Batch> BackupWorker::nextLarge() {
     Batch batch = batchOf({{file.path, 0}}, large_);
     if (!batch.files.empty()) {
       addAgain(batch);
-      const std::lock_guard guard(mutex_);
+      const ScopedLock guard(mutex_);
       const auto left = doublings_.find(file.path);
       const unsigned doublings = left == doublings_.end() ? 0 : std::min(left->second, kMostTurnDoublings);
       turn_ = {file, steady_clock::now() + timing_.turn * (1U << doublings), {}};
@@ -65,7 +64,7 @@ std::optional<Batch> BackupWorker::nextLarge() {
 
 void BackupWorker::noteProgress(Lane& lane, std::uint64_t files, std::uint64_t bytes,
                                 const std::string& current) {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   const bool isNext = lane.current != current;
   lane.filesDone = std::min<std::uint64_t>(files, lane.batch->files.size());
   if (isNext) {
@@ -81,12 +80,12 @@ void BackupWorker::noteProgress(Lane& lane, std::uint64_t files, std::uint64_t b
 }
 
 // Ends the batch when its file no longer belongs into the backup; the next batch begins without it. Rules
-// that existed before were considered when the batch was made. The caller holds the mutex.
+// that existed before were considered when the batch was made.
 void BackupWorker::endIfExcluded(Lane& lane) {
+  const auto concerns = [&](const std::string& path)
+                            KELDANE_REQUIRES(mutex_) { return isAtOrBelow(lane.current, path); };
   const bool isConcerned =
-      !lane.current.empty() &&
-      std::any_of(lane.reconsidered.begin(), lane.reconsidered.end(),
-                  [&](const std::string& path) { return isAtOrBelow(lane.current, path); });
+      !lane.current.empty() && std::any_of(lane.reconsidered.begin(), lane.reconsidered.end(), concerns);
   const Decision decision = isConcerned ? rules_.decide(lane.current, false) : Decision();
   if (isConcerned && !decision.selected && !decision.barred) {
     lane.job.cancelled = true;
@@ -95,16 +94,17 @@ void BackupWorker::endIfExcluded(Lane& lane) {
 
 // Interrupts a large file when its turn is over. A preferred file need not wait for the end of the turn of
 // one that is not preferred. But each file is interrupted only once for another owner's preference, otherwise
-// it might never be stored. The caller holds the mutex.
+// it might never be stored.
 void BackupWorker::endOfTurn(Lane& lane) {
   const std::vector<LargeFile> files = waitingLarge();
   const bool isOver = steady_clock::now() >= turn_.end;
   const bool wasLeft = doublings_.contains(turn_.file.path);
-  const bool somebodyWaits = std::any_of(files.begin(), files.end(), [&](const LargeFile& file) {
+  const auto mayInterrupt = [&](const LargeFile& file) KELDANE_REQUIRES(mutex_) {
     const bool isOwn = file.owner == turn_.file.owner;
     const bool comesFirst = file.isPreferred && !turn_.file.isPreferred && (isOwn || !wasLeft);
     return file.path != turn_.file.path && (comesFirst || (isOver && !isOwn));
-  });
+  };
+  const bool somebodyWaits = std::any_of(files.begin(), files.end(), mayInterrupt);
   if (somebodyWaits && !lane.job.cancelled) {
     ++doublings_[turn_.file.path];
     lane.job.cancelled = true;

@@ -13,7 +13,7 @@ namespace {
 
 constexpr double kDay = 86400;
 constexpr double kUsualDays = 3;
-constexpr auto kInterval = std::chrono::minutes(1);
+constexpr std::chrono::seconds kInterval = std::chrono::minutes(1);
 
 std::optional<double> numberFrom(const std::optional<std::string>& text) {
   double number = 0;
@@ -27,22 +27,23 @@ std::optional<double> numberFrom(const std::optional<std::string>& text) {
 
 void BackupAge::start() {
   thread_ = std::thread([this] {
-    std::unique_lock guard(mutex_);
-    while (!stopping_) {
-      guard.unlock();
+    for (auto pause = std::chrono::seconds(0); rest(pause); pause = kInterval) {
       look();
-      guard.lock();
-      changed_.wait_for(guard, kInterval, [this] { return stopping_; });
     }
   });
 }
 
+bool BackupAge::rest(std::chrono::seconds time) {
+  const ScopedLock guard(mutex_);
+  return !changed_.waitFor(mutex_, time, [this]() KELDANE_REQUIRES(mutex_) { return stopping_; });
+}
+
 void BackupAge::stop() {
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     stopping_ = true;
   }
-  changed_.notify_all();
+  changed_.notifyAll();
   if (thread_.joinable()) {
     thread_.join();
   }

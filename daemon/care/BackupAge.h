@@ -1,15 +1,15 @@
 // Watches the age of the last good backup, independently of the code that makes backups.
 #pragma once
 
-#include <condition_variable>
+#include <chrono>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
 
 #include "daemon/rules/RuleBook.h"
 #include "daemon/store/Store.h"
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -34,15 +34,17 @@ class BackupAge {
   std::optional<std::string> complaint(double now);
 
  private:
+  /// Waits for that time, or until stop() is called. Returns false in the second case.
+  bool rest(std::chrono::seconds time) KELDANE_EXCLUDES(mutex_);
   void look();
 
   Store& store_;
   const RuleBook& rules_;
   const Alert alert_;
   bool told_ = false;
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  bool stopping_ = false;  // guarded by mutex_
+  Mutex mutex_{{.name = "BackupAge.mutex", .leaf = true}};
+  Condition changed_;
+  bool stopping_ KELDANE_GUARDED_BY(mutex_) = false;
   std::thread thread_;
 };
 

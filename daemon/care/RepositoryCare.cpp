@@ -159,10 +159,10 @@ void RepositoryCare::did(const std::string& key) {
 // The thread that has the turn may be waiting for the lane of this thread, so this does not wait for the
 // turn.
 std::optional<EngineAnswer> RepositoryCare::lookAfter(EngineJob& job) {
-  const std::unique_lock turn(turn_, std::try_to_lock);
-  if (!turn) {
+  if (!turn_.try_lock()) {
     return std::nullopt;
   }
+  const ScopedLock turn(turn_, std::adopt_lock);
   const bool hasFailed = !watch_.standing();
   if (hasFailed || isDue("lastProbe", times_.probe)) {
     did("lastProbe");
@@ -242,12 +242,12 @@ EngineAnswer RepositoryCare::forgetAll(const std::vector<SnapshotRecord>& snapsh
 }
 
 RepositoryCare::CheckEnd RepositoryCare::check(unsigned part, unsigned parts, EngineJob& job) {
-  const std::lock_guard turn(turn_);
+  const ScopedLock turn(turn_);
   return checkInTurn(part, parts, job);
 }
 
 DrillEnd RepositoryCare::drill(std::size_t files, EngineJob& job) {
-  const std::lock_guard turn(turn_);
+  const ScopedLock turn(turn_);
   return drillInTurn(files, job);
 }
 

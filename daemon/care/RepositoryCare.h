@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -17,6 +16,7 @@
 #include "daemon/engine/RepositoryConfig.h"
 #include "daemon/rules/RuleBook.h"
 #include "daemon/store/Store.h"
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -82,9 +82,8 @@ class RepositoryCare final : public RepositoryKeeper {
   /// number.
   EngineAnswer forgetDue(std::size_t fewest, EngineJob& job, std::size_t* gone = nullptr);
 
-  /// Keeps checks, drills and upkeep away for as long as the answer lives. Waits for the one that is under
-  /// way.
-  [[nodiscard]] std::unique_lock<std::mutex> takeTurn() { return std::unique_lock(turn_); }
+  /// Keeps checks, drills and upkeep away while it is held. Taking it waits for the one that is under way.
+  Mutex& turn() { return turn_; }
 
   std::uint64_t repositorySize() const { return size_; }
   std::uint64_t quotaBytes();
@@ -103,8 +102,8 @@ class RepositoryCare final : public RepositoryKeeper {
   bool isDue(const std::string& key, double interval);
   void did(const std::string& key);
   EngineAnswer measure(EngineJob& job);
-  CheckEnd checkInTurn(unsigned part, unsigned parts, EngineJob& job);
-  DrillEnd drillInTurn(std::size_t files, EngineJob& job);
+  CheckEnd checkInTurn(unsigned part, unsigned parts, EngineJob& job) KELDANE_REQUIRES(turn_);
+  DrillEnd drillInTurn(std::size_t files, EngineJob& job) KELDANE_REQUIRES(turn_);
   EngineAnswer forgetAll(const std::vector<SnapshotRecord>& snapshots, EngineJob& job);
   EngineAnswer dropPacks(const std::vector<std::string>& packs, EngineJob& job);
   EngineAnswer filesInPacks(const std::vector<std::string>& packs, std::vector<FoundEntry>& found,
@@ -121,7 +120,8 @@ class RepositoryCare final : public RepositoryKeeper {
   RepositoryFiles& files_;
   RepositoryWatch& watch_;
   const CareTimes times_;
-  std::mutex turn_;  // one check, drill or piece of upkeep at a time
+  // One check, drill or piece of upkeep at a time.
+  Mutex turn_{{.name = "RepositoryCare.turn", .heldWhileWaiting = true}};
   std::atomic<std::uint64_t> size_ = 0;
   std::atomic<std::size_t> toRead_ = 0, read_ = 0;
 };

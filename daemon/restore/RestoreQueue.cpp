@@ -55,7 +55,7 @@ RestoreQueue::RestoreQueue(Store& store, BackupEngine& engine, DataFolder folder
 }
 
 void RestoreQueue::start() {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   if (!thread_.joinable()) {
     isStopping_ = false;
     thread_ = std::thread([this] { run(); });
@@ -64,13 +64,13 @@ void RestoreQueue::start() {
 
 void RestoreQueue::stop() {
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     isStopping_ = true;
     if (engineJob_) {
       engineJob_->cancelled = true;
     }
   }
-  wake_.notify_all();
+  wake_.notifyAll();
   if (thread_.joinable()) {
     thread_.join();
   }
@@ -88,30 +88,30 @@ std::uint32_t RestoreQueue::add(RestoreRequest request, std::string* refusal) {
   const std::uint32_t number = store_.addRestore(recordFrom(state));
   state.number = number;
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     Job& job = jobs_[number];
     job.shown = state.report;
     job.state = std::move(state);
   }
-  wake_.notify_all();
+  wake_.notifyAll();
   return number;
 }
 
 RestoreReport RestoreQueue::report(std::uint32_t number) const {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   const auto job = jobs_.find(number);
   return job == jobs_.end() ? RestoreReport() : job->second.shown;
 }
 std::uint32_t RestoreQueue::current() const {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   return current_;
 }
 std::string RestoreQueue::currentFile() const {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   return currentFile_;
 }
 std::optional<uid_t> RestoreQueue::userOf(std::uint32_t number) const {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   const auto job = jobs_.find(number);
   return job == jobs_.end() ? std::nullopt : std::optional(job->second.state.request.user);
 }
@@ -119,7 +119,7 @@ std::optional<uid_t> RestoreQueue::userOf(std::uint32_t number) const {
 void RestoreQueue::cancel(std::uint32_t number) {
   RestoreState state;
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     const auto found = jobs_.find(number);
     if (found == jobs_.end() || found->second.state.isFinished()) {
       return;
@@ -138,7 +138,7 @@ void RestoreQueue::cancel(std::uint32_t number) {
 void RestoreQueue::cancelAll() {
   std::vector<std::uint32_t> numbers;
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     for (const auto& [number, job] : jobs_) {
       numbers.push_back(number);
     }
@@ -148,17 +148,15 @@ void RestoreQueue::cancelAll() {
 
 void RestoreQueue::tryNow() {
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     for (auto& [number, job] : jobs_) {
       job.next = {};
       job.delay = kFirstDelay;
     }
   }
-  wake_.notify_all();
+  wake_.notifyAll();
 }
 
-/// The number of the next job to run, 0 for none; `next` receives the time when there may be one. The caller
-/// holds the lock.
 std::uint32_t RestoreQueue::nextJob(Clock::time_point& next) const {
   const Job* best = nullptr;
   for (const auto& [number, job] : jobs_) {
@@ -174,28 +172,37 @@ std::uint32_t RestoreQueue::nextJob(Clock::time_point& next) const {
   return best == nullptr ? 0 : best->state.number;
 }
 
-void RestoreQueue::run() {
-  std::unique_lock lock(mutex_);
+std::shared_ptr<EngineJob> RestoreQueue::takeNext(RestoreState& state) {
+  const ScopedLock guard(mutex_);
   while (!isStopping_) {
     Clock::time_point next = Clock::now() + std::chrono::hours(1);
-    const std::uint32_t number = nextJob(next);
-    if (number == 0) {
-      wake_.wait_until(lock, next);
-      continue;
+    if (const std::uint32_t number = nextJob(next); number != 0) {
+      current_ = number;
+      engineJob_ = std::make_shared<EngineJob>();
+      state = jobs_[number].state;
+      return engineJob_;
     }
-    current_ = number;
-    const auto engineJob = std::make_shared<EngineJob>();
-    engineJob_ = engineJob;
-    RestoreState state = jobs_[number].state;
-    lock.unlock();
-    runJob(number, state, engineJob);
-    lock.lock();
-    current_ = 0;
-    currentFile_.clear();
-    engineJob_.reset();
-    lock.unlock();
+    wake_.waitFor(mutex_, next - Clock::now(),
+                  [&]() KELDANE_REQUIRES(mutex_) { return isStopping_ || nextJob(next) != 0; });
+  }
+  return nullptr;
+}
+
+void RestoreQueue::run() {
+  for (;;) {
+    RestoreState state;
+    const std::shared_ptr<EngineJob> engineJob = takeNext(state);
+    if (!engineJob) {
+      return;
+    }
+    runJob(state.number, state, engineJob);
+    {
+      const ScopedLock guard(mutex_);
+      current_ = 0;
+      currentFile_.clear();
+      engineJob_.reset();
+    }
     changed_();
-    lock.lock();
   }
 }
 
@@ -224,22 +231,23 @@ void RestoreQueue::runJob(std::uint32_t number, RestoreState& state,
 /// Decides what becomes of a job whose run did not complete it.
 void RestoreQueue::settle(std::uint32_t number, RestoreRun::End end, RestoreState& state,
                           const std::string& failure) {
-  std::unique_lock lock(mutex_);
-  Job& job = jobs_[number];
-  if (job.isCancelled) {
+  {
+    const ScopedLock guard(mutex_);
+    Job& job = jobs_[number];
+    if (!job.isCancelled) {
+      job.state.report.status = RestoreStatus::waiting;
+      job.shown.status = RestoreStatus::waiting;
+      if (end == RestoreRun::End::later) {
+        job.shown.message = failure.empty() ? state.report.message : failure;
+        job.state.report.message = job.shown.message;
+        job.next = Clock::now() + job.delay;
+        job.delay = std::min(job.delay * 2, kLongestDelay);
+      }
+      return;
+    }
     job.state.report.status = state.report.status = RestoreStatus::cancelled;
-    lock.unlock();
-    finish(number, state);
-    return;
   }
-  job.state.report.status = RestoreStatus::waiting;
-  job.shown.status = RestoreStatus::waiting;
-  if (end == RestoreRun::End::later) {
-    job.shown.message = failure.empty() ? state.report.message : failure;
-    job.state.report.message = job.shown.message;
-    job.next = Clock::now() + job.delay;
-    job.delay = std::min(job.delay * 2, kLongestDelay);
-  }
+  finish(number, state);
 }
 
 /// Ends a job that was cancelled.
@@ -261,7 +269,7 @@ RestoreRun::Hooks RestoreQueue::hooksFor(std::uint32_t number, RestoreState& sta
           .tell =
               [this, number, &state](const std::string& file) {
                 {
-                  const std::lock_guard guard(mutex_);
+                  const ScopedLock guard(mutex_);
                   show(state, jobs_[number].shown);
                   currentFile_ = file;
                 }
@@ -269,7 +277,7 @@ RestoreRun::Hooks RestoreQueue::hooksFor(std::uint32_t number, RestoreState& sta
               },
           .staged =
               [this, number](std::uint64_t bytes) {
-                const std::lock_guard guard(mutex_);
+                const ScopedLock guard(mutex_);
                 RestoreReport& shown = jobs_[number].shown;
                 shown.bytesDone = std::max(shown.bytesDone, bytes);
               }};
@@ -277,7 +285,7 @@ RestoreRun::Hooks RestoreQueue::hooksFor(std::uint32_t number, RestoreState& sta
 
 void RestoreQueue::keep(std::uint32_t number, const RestoreState& state) {
   store_.setRestore(recordFrom(state));
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   Job& job = jobs_[number];
   job.state = state;
   show(state, job.shown);
@@ -286,14 +294,15 @@ void RestoreQueue::keep(std::uint32_t number, const RestoreState& state) {
 void RestoreQueue::dropOldest() {
   std::vector<std::uint32_t> dropped;
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     for (auto job = jobs_.begin(); job != jobs_.end(); ++job) {
       if (job->second.state.isFinished()) {
         dropped.push_back(job->first);
       }
     }
     dropped.resize(dropped.size() - std::min(dropped.size(), kMostFinished));
-    std::for_each(dropped.begin(), dropped.end(), [this](std::uint32_t number) { jobs_.erase(number); });
+    std::for_each(dropped.begin(), dropped.end(),
+                  [this](std::uint32_t number) KELDANE_REQUIRES(mutex_) { jobs_.erase(number); });
   }
   std::for_each(dropped.begin(), dropped.end(),
                 [this](std::uint32_t number) { store_.removeRestore(number); });

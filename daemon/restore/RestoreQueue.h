@@ -2,17 +2,16 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
 
 #include "daemon/restore/RestoreRecords.h"
 #include "daemon/restore/RestoreRun.h"
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -45,7 +44,10 @@ class RestoreQueue {
     Clock::time_point next;
     std::chrono::seconds delay = kFirstDelay;
   };
-  std::uint32_t nextJob(Clock::time_point& next) const;
+  /// The number of the next job to run, 0 for none; `next` receives the time when there may be one.
+  std::uint32_t nextJob(Clock::time_point& next) const KELDANE_REQUIRES(mutex_);
+  /// Waits for a job to run and makes it the current one. Returns null when the thread is to end.
+  std::shared_ptr<EngineJob> takeNext(RestoreState& state) KELDANE_EXCLUDES(mutex_);
   void run();
   void runJob(std::uint32_t number, RestoreState& state, const std::shared_ptr<EngineJob>& engineJob);
   void settle(std::uint32_t number, RestoreRun::End end, RestoreState& state, const std::string& failure);
@@ -60,14 +62,13 @@ class RestoreQueue {
   const DataFolder folder_;
   const std::function<void()> changed_;
 
-  mutable std::mutex mutex_;
-  std::condition_variable wake_;
-  // Guarded by mutex_:
-  std::map<std::uint32_t, Job> jobs_;
-  std::uint32_t current_ = 0;  // 0: none runs
-  std::string currentFile_;
-  std::shared_ptr<EngineJob> engineJob_;  // of the current job
-  bool isStopping_ = false;
+  mutable Mutex mutex_{{.name = "RestoreQueue.mutex", .leaf = true}};
+  Condition wake_;
+  std::map<std::uint32_t, Job> jobs_ KELDANE_GUARDED_BY(mutex_);
+  std::uint32_t current_ KELDANE_GUARDED_BY(mutex_) = 0;  // 0: none runs
+  std::string currentFile_ KELDANE_GUARDED_BY(mutex_);
+  std::shared_ptr<EngineJob> engineJob_ KELDANE_GUARDED_BY(mutex_);  // of the current job
+  bool isStopping_ KELDANE_GUARDED_BY(mutex_) = false;
 
   std::thread thread_;
 };

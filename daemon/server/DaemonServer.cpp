@@ -66,11 +66,11 @@ void DaemonServer::stop() {
   }
   decltype(peers_) peers;
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     stopping_ = true;
     peers.swap(peers_);
   }
-  changed_.notify_all();
+  changed_.notifyAll();
   daemon_->setAnnounce({});
   turns_->end();
   socket_.close();
@@ -115,7 +115,7 @@ void DaemonServer::socketCreated(const std::shared_ptr<KeldaneSocket>& child) {
   link.proxy->setDelegate(link.service);
   const std::shared_ptr<KeldaneProxy> proxy = link.proxy;
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     if (stopping_) {
       return;
     }
@@ -128,7 +128,7 @@ void DaemonServer::socketCreated(const std::shared_ptr<KeldaneSocket>& child) {
 // Only the accept thread calls this, so the peers that are counted here do not change before the new one is
 // added above.
 std::shared_ptr<UserShare> DaemonServer::shareFor(uid_t user) {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   std::shared_ptr<UserShare> share = shares_[user].lock();
   const auto ofUser = std::count_if(peers_.begin(), peers_.end(),
                                     [&](const auto& peer) { return peer.second.second.share == share; });
@@ -147,7 +147,7 @@ std::shared_ptr<UserShare> DaemonServer::shareFor(uid_t user) {
 void DaemonServer::socketFailed(const std::shared_ptr<KeldaneSocket>& child) {
   std::pair<std::shared_ptr<KeldaneSocket>, PeerLink> gone;
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     const auto found = peers_.find(child.get());
     if (found == peers_.end()) {
       return;
@@ -160,7 +160,7 @@ void DaemonServer::socketFailed(const std::shared_ptr<KeldaneSocket>& child) {
 }
 
 void DaemonServer::subscribe(const KeldaneSocket* peer, DaemonService::Subject subject, bool on) {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   const auto found = peers_.find(peer);
   if (found == peers_.end()) {
     return;
@@ -180,7 +180,7 @@ void DaemonServer::subscribe(const KeldaneSocket* peer, DaemonService::Subject s
 void DaemonServer::keepAlert(const std::string& selector, const PropertyList& dictionary) {
   const PropertyList user = dictionary["user"];
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     for (auto& [key, peer] : peers_) {
       PeerLink& link = peer.second;
       if (!link.wantsAlerts || (user && link.service->access().peer().uid != user.unsignedIntValue())) {
@@ -193,7 +193,7 @@ void DaemonServer::keepAlert(const std::string& selector, const PropertyList& di
       isAlertNew_ = true;
     }
   }
-  changed_.notify_all();
+  changed_.notifyAll();
 }
 
 // A peer that is busy or reads nothing is told later.
@@ -202,7 +202,7 @@ void DaemonServer::tellAlerts() {
     std::vector<std::pair<const KeldaneSocket*, std::shared_ptr<KeldaneProxy>>> toTell;
     std::vector<std::pair<std::string, PropertyList>> alerts;
     {
-      const std::lock_guard guard(mutex_);
+      const ScopedLock guard(mutex_);
       for (const auto& [key, peer] : peers_) {
         if (!peer.second.alerts.empty()) {
           toTell.emplace_back(key, peer.second.proxy);
@@ -217,7 +217,7 @@ void DaemonServer::tellAlerts() {
         continue;
       }
       anyTold = true;
-      const std::lock_guard guard(mutex_);
+      const ScopedLock guard(mutex_);
       const auto peer = peers_.find(key);
       if (peer != peers_.end() && peer->second.second.proxy == proxy && !peer->second.second.alerts.empty()) {
         peer->second.second.alerts.pop_front();
@@ -232,8 +232,9 @@ void DaemonServer::tellAlerts() {
 void DaemonServer::notify() {
   for (;;) {
     {
-      std::unique_lock guard(mutex_);
-      changed_.wait_for(guard, kNotificationInterval, [this] { return stopping_ || isAlertNew_; });
+      const ScopedLock guard(mutex_);
+      changed_.waitFor(mutex_, kNotificationInterval,
+                       [this]() KELDANE_REQUIRES(mutex_) { return stopping_ || isAlertNew_; });
       if (stopping_) {
         return;
       }
@@ -252,7 +253,7 @@ void DaemonServer::notify() {
 void DaemonServer::tellState() {
   std::map<const KeldaneSocket*, PeerLink> toTell;
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     for (const auto& [key, peer] : peers_) {
       if (peer.second.wantsState) {
         toTell.emplace(key, peer.second);
@@ -266,7 +267,7 @@ void DaemonServer::tellState() {
       state = daemon_->state(link.service->access());
     }
     if (state != link.told && link.proxy->callWithoutWaiting("stateChanged:", {RawValue::of<'@'>(state)})) {
-      const std::lock_guard guard(mutex_);
+      const ScopedLock guard(mutex_);
       const auto peer = peers_.find(key);
       if (peer != peers_.end() && peer->second.second.proxy == link.proxy) {
         peer->second.second.told = state;

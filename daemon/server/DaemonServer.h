@@ -1,11 +1,9 @@
 // The socket on which the daemon serves its clients.
 #pragma once
 
-#include <condition_variable>
 #include <deque>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -16,6 +14,7 @@
 #include "daemon/server/DaemonService.h"
 #include "daemon/server/socket/ServerLimits.h"
 #include "daemon/server/socket/ServerSocket.h"
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -69,13 +68,14 @@ class DaemonServer final : public KeldSocketDelegate, public std::enable_shared_
   const std::shared_ptr<WalkTurns> turns_;
   const std::shared_ptr<ByteBudget> requests_, answers_;
   std::shared_ptr<UserShare> accepted_;  // the share of the peer that is being accepted; accept thread only
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  // Guarded by mutex_:
-  std::map<const KeldaneSocket*, std::pair<std::shared_ptr<KeldaneSocket>, PeerLink>> peers_;
-  std::map<uid_t, std::weak_ptr<UserShare>> shares_;
-  bool stopping_ = false;
-  bool isAlertNew_ = false;  // there is an alert that no attempt was made to tell
+  Mutex mutex_{{.name = "DaemonServer.mutex", .leaf = true}};
+  Condition changed_;
+  std::map<const KeldaneSocket*, std::pair<std::shared_ptr<KeldaneSocket>, PeerLink>> peers_
+      KELDANE_GUARDED_BY(mutex_);
+  std::map<uid_t, std::weak_ptr<UserShare>> shares_ KELDANE_GUARDED_BY(mutex_);
+  bool stopping_ KELDANE_GUARDED_BY(mutex_) = false;
+  // There is an alert that no attempt was made to tell.
+  bool isAlertNew_ KELDANE_GUARDED_BY(mutex_) = false;
   std::thread notifier_;
 };
 

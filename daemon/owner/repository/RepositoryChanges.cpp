@@ -99,8 +99,7 @@ PropertyList RepositoryRequests::recover(const PropertyList& request) {
 // Other changes take seconds and are waited for. A move of the repository can take hours, and it may begin
 // while this waits.
 PropertyList RepositoryRequests::change(const Change& work) {
-  std::unique_lock changing(changing_, std::defer_lock);
-  while (!changing.try_lock()) {
+  while (!changing_.try_lock()) {
     {
       const ScopedLock guard(moveMutex_);
       if (move_.job != nullptr) {
@@ -109,6 +108,7 @@ PropertyList RepositoryRequests::change(const Change& work) {
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
+  const ScopedLock changing(changing_, std::adopt_lock);
   Call call(*this);
   try {
     return work(call.job);

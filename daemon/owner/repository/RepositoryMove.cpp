@@ -33,7 +33,7 @@ void RepositoryRequests::waitForRestores(const EngineJob& job) const {
 
 PropertyList RepositoryRequests::changeKey(const PropertyList&) {
   return change([&](EngineJob& job) {
-    const std::unique_lock turn = daemon_->care().takeTurn();
+    const ScopedLock turn(daemon_->care().turn());
     waitForRestores(job);
     if (job.cancelled) {
       return errorAnswer("It was cancelled.");
@@ -91,7 +91,7 @@ PropertyList RepositoryRequests::moveRepository(const PropertyList& request) {
 /// Copies and checks most of the data while backups go on. Then the backups are held still, and the snapshots
 /// that were made meanwhile are copied.
 EngineAnswer RepositoryRequests::move(Trial& trial, EngineJob& job) {
-  const std::unique_lock turn = daemon_->care().takeTurn();
+  const ScopedLock turn(daemon_->care().turn());
   std::vector<Snapshot> snapshots;
   EngineAnswer answer = daemon_->engine().snapshots(true, snapshots, job);
   answer = answer ? trial.makeForCopyOf(daemon_->files(), job) : answer;

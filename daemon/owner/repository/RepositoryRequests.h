@@ -5,7 +5,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <string>
 
@@ -70,7 +69,8 @@ class RepositoryRequests final : public OwnerRequests {
 
   const std::shared_ptr<Daemon> daemon_;
   const EngineFactory engine_;
-  std::mutex changing_;  // held by the one request that changes the repository
+  // Held by the one request that changes the repository.
+  Mutex changing_{{.name = "RepositoryRequests.changing", .heldWhileWaiting = true}};
   /// The progress of a move.
   struct Move {
     std::string status = "none", location, message;

@@ -44,21 +44,23 @@ StagingWatch::StagingWatch(int folder, std::function<void(std::uint64_t bytes)> 
 
 StagingWatch::~StagingWatch() {
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     isEnded_ = true;
   }
-  ended_.notify_all();
+  ended_.notifyAll();
   thread_.join();
 }
 
 void StagingWatch::run() {
-  std::unique_lock lock(mutex_);
-  while (!ended_.wait_for(lock, kPause, [this] { return isEnded_; })) {
-    lock.unlock();
+  while (pause()) {
     std::size_t left = kMostFiles;
     tell_(bytesIn(folder_, left));
-    lock.lock();
   }
+}
+
+bool StagingWatch::pause() {
+  const ScopedLock guard(mutex_);
+  return !ended_.waitFor(mutex_, kPause, [this]() KELDANE_REQUIRES(mutex_) { return isEnded_; });
 }
 
 }  // namespace keldane

@@ -1,11 +1,11 @@
 // Watches the progress of a restore into a staging while the storage program works.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <thread>
+
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -20,12 +20,14 @@ class StagingWatch {
 
  private:
   void run();
+  /// Waits for the next look. Returns false when the watch ends before it.
+  bool pause() KELDANE_EXCLUDES(mutex_);
 
   const int folder_;
   const std::function<void(std::uint64_t)> tell_;
-  std::mutex mutex_;
-  std::condition_variable ended_;
-  bool isEnded_ = false;  // guarded by mutex_
+  Mutex mutex_{{.name = "StagingWatch.mutex", .leaf = true}};
+  Condition ended_;
+  bool isEnded_ KELDANE_GUARDED_BY(mutex_) = false;
   std::thread thread_;
 };
 

@@ -15,10 +15,10 @@ ReadAhead::ReadAhead(Read read) : read_(std::move(read)), thread_([this] { run()
 
 ReadAhead::~ReadAhead() {
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     isEnding_ = true;
   }
-  changed_.notify_all();
+  changed_.notifyAll();
   thread_.join();
 }
 
@@ -32,17 +32,17 @@ void ReadAhead::take(std::vector<std::string>& folders) {
       folders.pop_back();
     }
     {
-      const std::lock_guard guard(mutex_);
+      const ScopedLock guard(mutex_);
       ++given_;
     }
-    changed_.notify_all();
+    changed_.notifyAll();
   }
 }
 
 std::span<FolderRead> ReadAhead::next(std::vector<std::string>& folders) {
   {
-    std::unique_lock guard(mutex_);
-    changed_.wait(guard, [this] { return done_ > answered_; });
+    const ScopedLock guard(mutex_);
+    changed_.wait(mutex_, [this]() KELDANE_REQUIRES(mutex_) { return done_ > answered_; });
   }
   Batch& batch = at(answered_++);
   const std::size_t begin = batch.error ? 1 : batch.read;
@@ -56,19 +56,20 @@ std::span<FolderRead> ReadAhead::next(std::vector<std::string>& folders) {
 }
 
 void ReadAhead::run() {
-  std::unique_lock guard(mutex_);
-  for (;;) {
-    changed_.wait(guard, [this] { return isEnding_ || done_ < given_; });
-    if (isEnding_) {
-      return;
+  while (Batch* const batch = nextToRead()) {
+    readBatch(*batch);
+    {
+      const ScopedLock guard(mutex_);
+      ++done_;
     }
-    Batch& batch = at(done_);
-    guard.unlock();
-    readBatch(batch);
-    guard.lock();
-    ++done_;
-    changed_.notify_all();
+    changed_.notifyAll();
   }
+}
+
+ReadAhead::Batch* ReadAhead::nextToRead() {
+  const ScopedLock guard(mutex_);
+  changed_.wait(mutex_, [this]() KELDANE_REQUIRES(mutex_) { return isEnding_ || done_ < given_; });
+  return isEnding_ ? nullptr : &at(done_);
 }
 
 void ReadAhead::readBatch(Batch& batch) {

@@ -2,17 +2,16 @@
 #pragma once
 
 #include <array>
-#include <condition_variable>
 #include <cstdint>
 #include <exception>
 #include <functional>
-#include <mutex>
 #include <span>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "daemon/scan/disk/FolderEntries.h"
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -55,17 +54,19 @@ class ReadAhead {
     std::exception_ptr error;
   };
   void run();
+  /// Waits for a batch to read. Returns null when the thread is to end.
+  Batch* nextToRead() KELDANE_EXCLUDES(mutex_);
   void readBatch(Batch& batch);
   Batch& at(std::size_t number) { return batches_[number % batches_.size()]; }
 
   const Read read_;
   std::array<Batch, 3> batches_;  // one that the caller works on, one that is read, one that waits
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::size_t given_ = 0;     // batches that were handed over; written with the mutex held
-  std::size_t done_ = 0;      // batches that were read; guarded by mutex_
+  Mutex mutex_{{.name = "ReadAhead.mutex", .leaf = true}};
+  Condition changed_;
+  std::size_t given_ = 0;  // batches that were handed over; the caller's thread writes it with the mutex held
+  std::size_t done_ KELDANE_GUARDED_BY(mutex_) = 0;  // batches that were read
   std::size_t answered_ = 0;  // batches that next() has answered; of the caller's thread
-  bool isEnding_ = false;     // guarded by mutex_
+  bool isEnding_ KELDANE_GUARDED_BY(mutex_) = false;
   std::thread thread_;
 };
 

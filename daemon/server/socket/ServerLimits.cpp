@@ -3,9 +3,9 @@
 namespace keldane {
 
 WalkTurns::Turn::Turn(WalkTurns& turns, Line& line) : turns_(turns), line_(line) {
-  std::unique_lock guard(turns_.mutex_);
+  const ScopedLock guard(turns_.mutex_);
   const std::uint64_t ticket = line_.arrived++;
-  turns_.changed_.wait(guard, [&] {
+  turns_.changed_.wait(turns_.mutex_, [&]() KELDANE_REQUIRES(turns_.mutex_) {
     return turns_.ended_ || (ticket < line_.left + turns_.ofUser_ && turns_.underWay_ < turns_.all_);
   });
   begun_ = !turns_.ended_;
@@ -14,28 +14,28 @@ WalkTurns::Turn::Turn(WalkTurns& turns, Line& line) : turns_(turns), line_(line)
 
 WalkTurns::Turn::~Turn() {
   {
-    const std::lock_guard guard(turns_.mutex_);
+    const ScopedLock guard(turns_.mutex_);
     ++line_.left;
     turns_.underWay_ -= begun_ ? 1 : 0;
   }
-  turns_.changed_.notify_all();
+  turns_.changed_.notifyAll();
 }
 
 void WalkTurns::end() {
   {
-    const std::lock_guard guard(mutex_);
+    const ScopedLock guard(mutex_);
     ended_ = true;
   }
-  changed_.notify_all();
+  changed_.notifyAll();
 }
 
 unsigned WalkTurns::underWay() const {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   return underWay_;
 }
 
 std::uint64_t WalkTurns::arrivedIn(const Line& line) const {
-  const std::lock_guard guard(mutex_);
+  const ScopedLock guard(mutex_);
   return line.arrived;
 }
 

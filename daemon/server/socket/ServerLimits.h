@@ -2,14 +2,13 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <utility>
 
 #include "Common/transport/SocketLimits.h"
+#include "platform/threads/Mutex.h"
 
 namespace keldane {
 
@@ -39,9 +38,10 @@ class WalkTurns {
   WalkTurns(const WalkTurns&) = delete;
   WalkTurns& operator=(const WalkTurns&) = delete;
 
-  /// The counters of one user; guarded by the mutex of the turns.
+  /// The counters of one user.
   struct Line {
-    std::uint64_t arrived = 0, left = 0;
+    std::uint64_t arrived KELDANE_GUARDED_BY(&WalkTurns::mutex_) = 0;
+    std::uint64_t left KELDANE_GUARDED_BY(&WalkTurns::mutex_) = 0;
   };
 
   /// One turn. The constructor waits for it, the destructor ends it.
@@ -68,10 +68,10 @@ class WalkTurns {
 
  private:
   const unsigned all_, ofUser_;
-  mutable std::mutex mutex_;
-  std::condition_variable changed_;
-  unsigned underWay_ = 0;
-  bool ended_ = false;
+  mutable Mutex mutex_{{.name = "WalkTurns.mutex", .leaf = true}};
+  Condition changed_;
+  unsigned underWay_ KELDANE_GUARDED_BY(mutex_) = 0;
+  bool ended_ KELDANE_GUARDED_BY(mutex_) = false;
 };
 
 /// The budgets and turns that the connections of one user share.
