@@ -1,8 +1,16 @@
 # A fresh root of a release, for a script that sources this. Root only.
 
-# make_root RELEASE FOLDER [MIRROR]
+# make_root RELEASE FOLDER [MIRROR]: a release that is none of Debian's is Ubuntu's. debootstrap makes all of these alike, by
+# the recipe of an early one, and knows the newer ones by no name of their own.
 make_root() {
-  debootstrap --variant=minbase "$1" "$2" ${3:+"$3"} >"$2.log" 2>&1 || {
+  local options=() origin=("${@:3}")
+  if ! [[ $1 =~ ^(bookworm|trixie|forky|sid)$ ]]; then
+    options=(--components=main,universe)
+    origin=("${3:-http://archive.ubuntu.com/ubuntu}" gutsy)
+    [[ -e /usr/share/keyrings/ubuntu-archive-keyring.gpg ]] ||
+      echo "Ubuntu's keyring is not installed, so nobody checks who signed the first packages."
+  fi
+  debootstrap --variant=minbase "${options[@]}" "$1" "$2" "${origin[@]}" >"$2.log" 2>&1 || {
     tail -n 20 "$2.log" >&2
     return 1
   }
