@@ -24,8 +24,6 @@ namespace keldane {
 
 namespace {
 
-// The address's path field holds one byte more, which stays NUL.
-constexpr std::size_t kLongestPath = 103;
 constexpr int kBacklog = 10;
 
 // The lines that the assertions of this class show.
@@ -97,7 +95,7 @@ bool KeldaneSocket::openHandle() {
 bool KeldaneSocket::fillAddress(const std::string& path) {
   socketAddress_ = {};
   socketAddress_.sun_family = AF_UNIX;
-  std::memcpy(socketAddress_.sun_path, path.data(), std::min(path.size(), kLongestPath));
+  std::memcpy(socketAddress_.sun_path, path.data(), std::min(path.size(), kLongestSocketPath));
   return socketAddress_.sun_path[0] != '\0';
 }
 

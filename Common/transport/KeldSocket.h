@@ -24,6 +24,9 @@
 
 namespace keldane {
 
+/// In bytes. The path field of an address holds one byte more, which stays NUL.
+inline constexpr std::size_t kLongestSocketPath = 103;
+
 class KeldaneSocket;
 
 /// The socket delegate is told when the link comes up, breaks, or has a new peer. The default methods do

@@ -4,15 +4,9 @@
 
 namespace keldane {
 
-namespace {
-
-constexpr std::size_t kLongestAddress = 103;  // bytes; the daemon allows no longer path for its sockets
-
-}  // namespace
-
 bool OwnerLink::connect() {
   std::signal(SIGPIPE, SIG_IGN);  // a daemon that closes the link must not end this process
-  if (path_.size() > kLongestAddress) {
+  if (path_.size() > kLongestSocketPath) {
     return false;
   }
   socket_ = KeldaneSocket::create();

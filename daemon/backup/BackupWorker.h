@@ -36,8 +36,8 @@ namespace keldane {
 /// files, one stores preferred files, and one stores large files, one at a time, so that no other file waits
 /// for them. The owners of the files have equal shares of each batch; owners of large files take turns. Files
 /// are looked for when the kernel tells of a change and when a rule changes, and everywhere after a start,
-/// after a suspend and every few hours. Any thread may call; the mutex guards the lists, and no lock is held
-/// while a file is read or the engine runs.
+/// after a suspend and every few hours. Any thread may call. The mutex guards the lists. It is not held
+/// while a file is read or the engine runs; then only the lane's own lock is.
 class BackupWorker {
  public:
   struct Timing {

@@ -1,7 +1,6 @@
 // Helpers that the files of RepositoryRequests share.
 #pragma once
 
-#include <mutex>
 #include <string>
 
 #include "daemon/owner/repository/RepositoryRequests.h"

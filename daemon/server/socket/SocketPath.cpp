@@ -14,6 +14,7 @@
 #include <system_error>
 #include <thread>
 
+#include "Common/transport/KeldSocket.h"
 #include "daemon/server/socket/FolderSafety.h"
 
 namespace keldane {
@@ -22,7 +23,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t kLongestSocketPath = 103;
 // A daemon that was killed while it started a program leaves a forked copy of itself for a moment, which
 // holds the lock.
 constexpr auto kPatience = std::chrono::seconds(1);
