@@ -11,6 +11,7 @@
 
 #include "daemon/engine/ExternalDisk.h"
 #include "daemon/engine/restic/output/ResticFailure.h"
+#include "daemon/engine/restic/output/ResticLines.h"
 #include "daemon/engine/restic/program/SftpCommand.h"
 
 namespace keldane {
@@ -202,7 +203,7 @@ RunEnd ResticSession::run(const std::vector<std::string>& arguments, const RunOu
   const bool isSftp = configuration_.location.starts_with("sftp:");
   command.errorLine = [&](std::string_view line) {
     if (!output.errorLine || !output.errorLine(line)) {
-      run.errors.append(line).push_back('\n');
+      run.errors.append(fatalText(line)).push_back('\n');
       if (run.errors.size() > 2 * kMostErrors) {
         run.errors.erase(0, kMostErrors);
       }

@@ -93,8 +93,8 @@ StoreAnswer ResticEngine::store(const StoreRequest& request, const StoreObserver
   }
   // When all files are gone, there is nothing to make a snapshot of, and nothing is wrong with the
   // repository.
-  const bool allGone = run.exitStatus == 1 &&
-                       run.errors.find("all target directories/files do not exist") != std::string::npos;
+  const bool allGone =
+      run.exitStatus == 1 && run.errors.find(" directories/files do not exist") != std::string::npos;
   const bool hasSnapshot =
       (run.exitStatus == 0 || run.exitStatus == kSomeUnreadable) && !reader.snapshot().empty();
   if (!hasSnapshot && !allGone) {

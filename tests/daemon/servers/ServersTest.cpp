@@ -150,7 +150,7 @@ TEST_P(ServersTest, GoesOnAfterTheServerStoppedInTheMiddleOfABackup) {
 
 TEST_P(ServersTest, GivesUpWhenItIsCancelledWhileTheServerIsAway) {
   point(true);
-  write("file", noise(3'000'000));
+  write("file", noise(30'000'000));
   const std::unique_ptr<ResticEngine> slow = slowEngine();
   StoreObserver observer;
   observer.progress = [&](std::uint64_t, std::uint64_t, const std::string&) {

@@ -221,7 +221,9 @@ bool triesInVain(std::string_view errorLine, bool isFolder, bool isSftp) {
     return false;
   }
   const Health health = judgedText(lowerCase(errorLine));
-  return (isSftp && health == Health::unreachable) || (isFolder && health == Health::denied);
+  // This is the first thing that it asks a server for. Version 0.17 and newer try it for 15 minutes.
+  const bool isFirst = errorLine.find("Stat(<config/>)") != std::string_view::npos;
+  return ((isSftp || isFirst) && health == Health::unreachable) || (isFolder && health == Health::denied);
 }
 
 }  // namespace keldane

@@ -10,13 +10,25 @@
 namespace keldane {
 namespace {
 
+/// "Permission denied" for "open /a/file: permission denied", because the file is named elsewhere.
+std::string withoutItem(std::string text, const std::string& item) {
+  const std::string named = " " + item + ": ";
+  if (const std::size_t found = text.find(named); !item.empty() && found == text.find(' ')) {
+    text.erase(0, found + named.size());
+    if (!text.empty() && text[0] >= 'a' && text[0] <= 'z') {
+      text[0] = static_cast<char>(text[0] - 'a' + 'A');
+    }
+  }
+  return text;
+}
+
 /// The reason in an `error` message: its own text, or the text of the system's error number. Old versions
 /// leave most texts out.
 std::string reasonIn(const Json& message) {
   const auto error = message.find("error");
   if (error != message.end() && error->is_object()) {
     if (const std::string text = textOf(*error, "message"); !text.empty()) {
-      return text;
+      return withoutItem(text, textOf(message, "item"));
     }
     if (const int number = numberOf<int>(*error, "Err"); number > 0) {
       return std::generic_category().message(number);
@@ -156,10 +168,17 @@ std::optional<ItemProblem> problemFromLine(std::string_view line) {
   return problem;
 }
 
+std::string fatalText(std::string_view line) {
+  const Json message = line.starts_with('{') ? parsed(line) : Json();
+  return message.is_object() && textOf(message, "message_type") == "exit_error" ? textOf(message, "message")
+                                                                                : std::string(line);
+}
+
 std::string unreadableSnapshot(std::string_view line) {
-  constexpr std::string_view kBegin = "load <snapshot/";
+  constexpr std::string_view kBegin = "<snapshot/";
   const std::size_t begin = line.find(kBegin);
-  if (begin == std::string_view::npos || line.find("invalid data returned") == std::string_view::npos) {
+  if (begin == std::string_view::npos || line.find("invalid data returned") == std::string_view::npos ||
+      line.find("returned error, retrying") != std::string_view::npos) {
     return {};
   }
   line.remove_prefix(begin + kBegin.size());

@@ -54,8 +54,12 @@ struct ItemProblem {
 };
 std::optional<ItemProblem> problemFromLine(std::string_view line);
 
+/// The message of a fatal error, which version 0.17 and newer report as JSON. Any other line stays as it is.
+std::string fatalText(std::string_view line);
+
 /// The beginning of the id of a snapshot that a line says cannot be read: "…load <snapshot/24676bc3a1>:
-/// invalid data…". Empty for any other line.
+/// invalid data…", "…LoadRaw(<snapshot/24676bc3a1>): invalid data…". Empty for any other line, and for one
+/// that says that the snapshot will be read again.
 std::string unreadableSnapshot(std::string_view line);
 /// The id in "… which belongs to snapshot ID", told after a list of names that cannot be read. Empty for any
 /// other line.

@@ -61,6 +61,17 @@ TEST(ResticFailureTest, ReadsTheExitStatusesOfNewVersions) {
   EXPECT_EQ(healthOf("", 0), Health::ready);
 }
 
+TEST(ResticFailureTest, TellsWhenNoMoreTryHasAChance) {
+  constexpr const char* kRefused =
+      "Stat(<config/>) returned error, retrying after 896.0ms: dial tcp 127.0.0.1:9: connect: connection "
+      "refused";
+  constexpr const char* kLater = "Load(<data/1>) returned error, retrying after 896.0ms: connection refused";
+  EXPECT_TRUE(triesInVain(kRefused, false, false));
+  EXPECT_FALSE(triesInVain(kLater, false, false)) << "the server may come back";
+  EXPECT_TRUE(triesInVain(kLater, false, true));
+  EXPECT_FALSE(triesInVain("Fatal: unable to open config file: connection refused", false, true));
+}
+
 TEST(ResticFailureTest, TellsTheLineThatDecided) {
   EXPECT_EQ(judged("some noise\nFatal: disk: No Space Left On Device.\nmore noise\n").detail,
             "No room is left where the repository is: disk: No Space Left On Device. Make room there, or "

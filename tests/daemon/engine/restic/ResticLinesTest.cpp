@@ -34,6 +34,8 @@ TEST(ResticLinesTest, ReadsWhatABackupSays) {
       R"({"message_type":"error","error":{"Op":"open","Err":13},"during":"archival","item":"/f"})"));
   EXPECT_TRUE(reader.errorLine(
       R"({"message_type":"error","error":{"message":"new words"},"during":"archival","item":"/g"})"));
+  EXPECT_TRUE(reader.errorLine(
+      R"({"message_type":"error","error":{"message":"open /g: permission denied"},"item":"/g"})"));
   EXPECT_TRUE(reader.errorLine(R"({"message_type":"error","error":{},"during":"archival","item":"/h"})"));
   EXPECT_TRUE(reader.errorLine("/i does not exist, skipping"));
   EXPECT_FALSE(reader.errorLine("Fatal: something"));
@@ -43,7 +45,15 @@ TEST(ResticLinesTest, ReadsWhatABackupSays) {
   EXPECT_EQ(reader.snapshot(), "12345678");
   EXPECT_EQ(reader.bytesAdded(), 99U);
   EXPECT_THAT(said, ElementsAre("/a", "/b same", "2/3 /d", "/f: Permission denied", "/g: new words",
-                                "/h: It cannot be read.", "/i: It is gone."));
+                                "/g: Permission denied", "/h: It cannot be read.", "/i: It is gone."));
+}
+
+TEST(ResticLinesTest, ReadsFatalErrorsHoweverTheyAreWritten) {
+  EXPECT_EQ(fatalText(R"({"message_type":"exit_error","code":1,"message":"Fatal: one\ntwo"})"),
+            "Fatal: one\ntwo");
+  for (const char* line : {"Fatal: one", R"({"message_type":"error","message":"Fatal: one"})", "{one"}) {
+    EXPECT_EQ(fatalText(line), line);
+  }
 }
 
 TEST(ResticLinesTest, ReadsNamesHoweverTheyAreWritten) {
@@ -93,6 +103,12 @@ TEST(ResticLinesTest, KnowsProblemsOfContentFromThoseOfAttributes) {
 TEST(ResticLinesTest, ReadsWhichSnapshotsAreDamaged) {
   const std::string id(64, 'a');
   EXPECT_EQ(unreadableSnapshot("error: load <snapshot/24676bc3a1>: invalid data returned"), "24676bc3a1");
+  EXPECT_EQ(
+      unreadableSnapshot("Ignoring \"24676bc3a1\": LoadRaw(<snapshot/24676bc3a1>): invalid data returned"),
+      "24676bc3a1");
+  EXPECT_EQ(unreadableSnapshot("Load(<snapshot/24676bc3a1>, 0, 0) returned error, retrying after 508ms: "
+                               "invalid data returned"),
+            "");
   EXPECT_EQ(unreadableSnapshot("load <snapshot/../../x>: invalid data returned"), "");
   EXPECT_EQ(unreadableSnapshot("load <snapshot/24676bc3a1>: connection refused"), "") << "it may be whole";
   EXPECT_EQ(snapshotWithoutTree(" ... which belongs to snapshot " + id), id);

@@ -4,6 +4,7 @@
 namespace keldane::testing {
 namespace {
 
+using ::testing::AnyOf;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -44,7 +45,7 @@ TEST_F(ResticRepairTest, FindsDamageAndHealsItByStoringAgain) {
   const CheckAnswer answer = engine_.check(1, 1, job_);
   EXPECT_EQ(answer.health, Health::damaged) << answer;
   ASSERT_EQ(answer.damagedPacks.size(), 1U);
-  EXPECT_THAT(answer.messages, Contains(HasSubstr("does not match")));
+  EXPECT_THAT(answer.messages, Contains(AnyOf(HasSubstr("does not match"), HasSubstr("unexpected pack id"))));
 
   std::vector<FoundEntry> found;
   ASSERT_TRUE(engine_.filesInPacks(answer.damagedPacks, found, job_));
@@ -121,7 +122,7 @@ TEST_F(ResticRepairTest, TellsSnapshotsThatLostListsOfNames) {
     EXPECT_TRUE((home() + "/").starts_with(entry.entry.path)) << entry.entry.path;
     hit.insert(entry.snapshot.substr(0, 8));
   }
-  EXPECT_THAT(hit, ::testing::UnorderedElementsAre(first, second));
+  EXPECT_THAT(hit, ::testing::UnorderedElementsAre(first.substr(0, 8), second.substr(0, 8)));
 
   ASSERT_TRUE(engine_.dropPacks({pack.filename()}, job_));
   CheckAnswer check = engine_.check(0, 0, job_);
