@@ -20,8 +20,8 @@ namespace keldane {
 /// attempts to connect grow.
 ///
 /// The service is made and used on the window's thread. When its own thread is stuck in a call while the
-/// service is destroyed, that thread is left behind. It begins no further task, does not call the listener
-/// and touches nothing of the host, except what a task that is under way holds itself.
+/// service is destroyed, that thread is left behind. It takes no further task, does not call the listener and
+/// touches nothing of the host, except what a task that it has taken holds itself.
 class StatusService {
  public:
   /// An empty `socketPath` stands for the path that the installed bundle names. It is looked up on the
@@ -51,7 +51,8 @@ class StatusService {
   void commandWasGiven(const std::vector<std::string>& paths);
 
   /// A task for the service's thread. Tasks run in order. The link is null when the daemon cannot be reached.
-  /// The destructor does not wait for a task that is under way.
+  /// The destructor does not wait for a task that the thread has taken. So a task uses only what it holds
+  /// itself, or what outlives the thread.
   using Task = std::function<void(DaemonLink* link)>;
   void perform(Task task);
 
