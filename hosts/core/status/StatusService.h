@@ -20,7 +20,8 @@ namespace keldane {
 /// attempts to connect grow.
 ///
 /// The service is made and used on the window's thread. When its own thread is stuck in a call while the
-/// service is destroyed, that thread is left behind and no longer touches anything of the host.
+/// service is destroyed, that thread is left behind. It takes no further task, does not call the listener and
+/// touches nothing of the host, except what a task that it has taken holds itself.
 class StatusService {
  public:
   /// An empty `socketPath` stands for the path that the installed bundle names. It is looked up on the
@@ -31,8 +32,13 @@ class StatusService {
   StatusService& operator=(const StatusService&) = delete;
 
   /// The listener is called with the paths of files whose emblem may have changed. It is called on the
-  /// service's thread, or within `lookAfter` and `tellAll`.
+  /// service's thread, or within `lookAfter` and `tellAll`, and never by two threads at once. It must return
+  /// soon and is meant to hand the paths over to the window's thread. It must not wait for that thread or for
+  /// the daemon, must not call `setListener`, `lookAfter` or `tellAll`, and must not destroy the service.
   using Listener = std::function<void(std::vector<std::string> paths)>;
+  /// Replaces the listener. An empty function means that nobody is told. After this function or the
+  /// destructor has returned, no call of the former listener is under way, and none begins. Both wait for a
+  /// call that is under way, and both destroy the former listener on the calling thread.
   void setListener(Listener listener);
 
   /// The status of a file that is shown, by its absolute UTF-8 path. Absent when the daemon must be asked
@@ -45,6 +51,8 @@ class StatusService {
   void commandWasGiven(const std::vector<std::string>& paths);
 
   /// A task for the service's thread. Tasks run in order. The link is null when the daemon cannot be reached.
+  /// The destructor does not wait for a task that the thread has taken. So a task uses only what it holds
+  /// itself, or what outlives the thread.
   using Task = std::function<void(DaemonLink* link)>;
   void perform(Task task);
 

@@ -45,16 +45,20 @@ bool isTooLarge(const std::string& folder) {
 // --- On the window's thread ---
 
 void StatusService::Worker::end() {
-  const ScopedLock guard(mutex_);
-  isEnding_ = true;
-  listener_ = nullptr;
-  tasks_.clear();
-  wake();
+  std::deque<Task> tasks;  // destroyed after the lock is released
+  {
+    const ScopedLock guard(mutex_);
+    isEnding_ = true;
+    tasks.swap(tasks_);
+    wake();
+  }
+  setListener(nullptr);
 }
 
+// The swap leaves the former listener in the parameter, which is destroyed after the lock is released.
 void StatusService::Worker::setListener(Listener listener) {
-  const ScopedLock guard(mutex_);
-  listener_ = std::move(listener);
+  const ScopedLock guard(listenerMutex_);
+  listener_.swap(listener);
 }
 
 std::optional<FileStatus> StatusService::Worker::statusOf(const std::string& path) {
@@ -386,13 +390,12 @@ std::optional<StatusCache::Answer> StatusService::Worker::askEach(StatusCache::Q
 }
 
 void StatusService::Worker::tell(std::vector<std::string> paths) {
-  Listener listener;
-  {
-    const ScopedLock guard(mutex_);
-    listener = listener_;
+  if (paths.empty()) {
+    return;
   }
-  if (listener && !paths.empty()) {
-    listener(std::move(paths));
+  const ScopedLock guard(listenerMutex_);
+  if (listener_) {
+    listener_(std::move(paths));
   }
 }
 

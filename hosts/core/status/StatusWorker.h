@@ -15,8 +15,10 @@
 
 namespace keldane {
 
-/// The fields without a mutex belong to the service's thread alone. The mutex is never held while the daemon
-/// is asked or while code of others, such as the listener or a task, is called.
+/// The fields without a mutex belong to the service's thread alone. Neither mutex is held while the daemon is
+/// asked. `mutex_` is never held while code of others, such as the listener or a task, is called or
+/// destroyed. `listenerMutex_` is held while the listener is called, so that whoever replaces the listener
+/// waits for the end of the call. A thread that holds `mutex_` never takes it.
 class StatusService::Worker : public std::enable_shared_from_this<StatusService::Worker> {
  public:
   using Clock = StatusCache::Clock;
@@ -24,8 +26,8 @@ class StatusService::Worker : public std::enable_shared_from_this<StatusService:
   Worker(std::string socketPath, const StatusTiming& timing)
       : timing_(timing), cache_(timing), connection_(std::move(socketPath), timing) {}
 
-  void end();
-  void setListener(Listener listener);
+  void end() KELDANE_EXCLUDES(mutex_, listenerMutex_);
+  void setListener(Listener listener) KELDANE_EXCLUDES(mutex_, listenerMutex_);
   std::optional<FileStatus> statusOf(const std::string& path);
   void expect(const std::string& folder);
   void commandWasGiven(const std::vector<std::string>& paths);
@@ -60,20 +62,22 @@ class StatusService::Worker : public std::enable_shared_from_this<StatusService:
   void ask(StatusCache::Question question);
   std::optional<StatusCache::Answer> list(const std::string& folder);
   std::optional<StatusCache::Answer> askEach(StatusCache::Question& question);
-  void tell(std::vector<std::string> paths) KELDANE_EXCLUDES(mutex_);
-  void forget() KELDANE_EXCLUDES(mutex_);
+  void tell(std::vector<std::string> paths) KELDANE_EXCLUDES(mutex_, listenerMutex_);
+  void forget() KELDANE_EXCLUDES(mutex_, listenerMutex_);
   /// Makes a call to the daemon and keeps the time at which it began.
   template <class Call>
   auto watched(const Call& call) KELDANE_EXCLUDES(mutex_);
 
   const StatusTiming timing_;
 
+  Mutex listenerMutex_{{.name = "StatusService.listenerMutex"}};
+  Listener listener_ KELDANE_GUARDED_BY(listenerMutex_);
+
   Mutex mutex_{{.name = "StatusService.mutex"}};
   Condition changed_;
   StatusCache cache_ KELDANE_GUARDED_BY(mutex_);
   std::deque<Task> tasks_ KELDANE_GUARDED_BY(mutex_);
   std::optional<Hurry> hurry_ KELDANE_GUARDED_BY(mutex_);
-  Listener listener_ KELDANE_GUARDED_BY(mutex_);
   // The time at which the call that is under way began.
   std::optional<Clock::time_point> busySince_ KELDANE_GUARDED_BY(mutex_);
   // That call has taken too long, and nothing is shown any more.

@@ -98,6 +98,33 @@ class StatusServiceTest : public ::testing::Test {
     return status ? status->text : "unknown";
   }
 
+  /// Expects that `removal`, which removes the listener, returns only after a call of it that is under way.
+  void expectToWaitForTheListener(const std::function<void()>& removal) {
+    struct Call {
+      std::atomic<bool> isUnderWay = false, mayEnd = false;
+    };
+    const auto call = std::make_shared<Call>();
+    listen();
+    service().setListener([call](const std::vector<std::string>&) {
+      call->isUnderWay = true;
+      while (!call->mayEnd) {
+        std::this_thread::sleep_for(1ms);
+      }
+      call->isUnderWay = false;
+    });
+    service().statusOf("/f/a");
+    EXPECT_TRUE(eventually([&] { return call->isUnderWay.load(); }));
+    EXPECT_TRUE(isKnown("/f/a")) << "no question waits for the listener";
+    auto isOver = std::async(std::launch::async, [&] {
+      removal();
+      return !call->isUnderWay;
+    });
+    EXPECT_EQ(isOver.wait_for(50ms), std::future_status::timeout);
+    call->mayEnd = true;
+    EXPECT_TRUE(isOver.get());
+    EXPECT_EQ(call.use_count(), 1) << "the former listener has been destroyed";
+  }
+
   testing::TemporaryFolder folder_;
   const std::shared_ptr<What> what_ = std::make_shared<What>();
   std::mutex mutex_;
@@ -267,6 +294,45 @@ TEST_F(StatusServiceTest, TellsNobodyAfterItsEnd) {
   release();
   EXPECT_TRUE(daemon_->waitForClients(0)) << "its thread leaves";
   EXPECT_FALSE(wasTold("/f/a"));
+}
+
+TEST_F(StatusServiceTest, AListenerIsReplacedAfterItsCallHasEnded) {
+  expectToWaitForTheListener([&] { service_->setListener(nullptr); });
+}
+
+TEST_F(StatusServiceTest, EndsAfterACallOfTheListenerHasEnded) {
+  expectToWaitForTheListener([&] { service_.reset(); });
+}
+
+TEST_F(StatusServiceTest, ATaskMayBeItsLastOwner) {
+  listen();
+  service().statusOf("/f/a");
+  ASSERT_TRUE(eventually([&] { return isKnown("/f/a"); }));
+  std::promise<void> mayEnd;
+  std::shared_ptr<StatusService> owner = std::move(service_);
+  owner->perform([owner, end = mayEnd.get_future().share()](DaemonLink*) { end.wait(); });
+  owner.reset();
+  mayEnd.set_value();
+  EXPECT_TRUE(daemon_->waitForClients(0)) << "its thread leaves";
+}
+
+TEST_F(StatusServiceTest, WhatItDropsMayUseItWhileItIsDestroyed) {
+  int drops = 0;
+  const auto user = [&] {
+    return std::shared_ptr<void>(nullptr, [&drops, &service = service()](void*) {
+      service.openFolders();
+      ++drops;
+    });
+  };
+  service().setListener([kept = user()](const std::vector<std::string>&) {});
+  service().setListener([kept = user()](const std::vector<std::string>&) {});
+  EXPECT_EQ(drops, 1);
+  std::promise<void> mayEnd;
+  service().perform([end = mayEnd.get_future().share()](DaemonLink*) { end.wait(); });
+  service().perform([kept = user()](DaemonLink*) {});
+  service_.reset();
+  EXPECT_EQ(drops, 3);
+  mayEnd.set_value();
 }
 
 TEST_F(StatusServiceTest, LeavesTheDaemonWhenNothingIsShown) {
