@@ -217,13 +217,17 @@ EngineAnswer judgedEnd(const ChildEnd& end, std::string_view errors, const Secre
 }
 
 bool triesInVain(std::string_view errorLine, bool isFolder, bool isSftp) {
-  if (errorLine.find(" returned error, retrying after ") == std::string_view::npos) {
+  const bool retries = errorLine.find(" returned error, retrying after ") != std::string_view::npos;
+  // Version 0.17 and newer say this of a lost SSH server and then stand still.
+  const bool isLost = errorLine.find(">) failed: ") != std::string_view::npos;
+  if (!retries && !isLost) {
     return false;
   }
   const Health health = judgedText(lowerCase(errorLine));
   // This is the first thing that it asks a server for. Version 0.17 and newer try it for 15 minutes.
-  const bool isFirst = errorLine.find("Stat(<config/>)") != std::string_view::npos;
-  return ((isSftp || isFirst) && health == Health::unreachable) || (isFolder && health == Health::denied);
+  const bool isFirst = retries && errorLine.find("Stat(<config/>)") != std::string_view::npos;
+  return ((isSftp || isFirst) && health == Health::unreachable) ||
+         (isFolder && retries && health == Health::denied);
 }
 
 }  // namespace keldane

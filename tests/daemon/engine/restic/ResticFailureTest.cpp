@@ -69,6 +69,9 @@ TEST(ResticFailureTest, TellsWhenNoMoreTryHasAChance) {
   EXPECT_TRUE(triesInVain(kRefused, false, false));
   EXPECT_FALSE(triesInVain(kLater, false, false)) << "the server may come back";
   EXPECT_TRUE(triesInVain(kLater, false, true));
+  constexpr const char* kLost = "Save(<data/f9264ca0e7>) failed: ssh command exited: exit status 255";
+  EXPECT_TRUE(triesInVain(kLost, false, true));
+  EXPECT_FALSE(triesInVain(kLost, false, false));
   EXPECT_FALSE(triesInVain("Fatal: unable to open config file: connection refused", false, true));
 }
 
