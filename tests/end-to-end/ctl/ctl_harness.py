@@ -6,6 +6,7 @@ import os
 import pty
 import re
 import select
+import shutil
 import signal
 import struct
 import subprocess
@@ -97,6 +98,19 @@ class CtlCase(Case):
 
     def json(self, *arguments, status=DONE):
         return json.loads(self.ctl(*arguments, "--json", status=status))
+
+    def as_another_user(self):
+        """Has the test run a copy of the program with its libraries, which lie where other users can reach them. Returns the
+        options with which another user runs it."""
+        programs = os.path.join(self.place, "programs")
+        os.mkdir(programs)
+        listed = subprocess.run(["ldd", CTL], capture_output=True, check=True, text=True).stdout
+        for path in [CTL, *re.findall(r"=> (/\S+)", listed)]:
+            if not path.startswith(("/lib", "/usr/lib")):
+                shutil.copy(path, programs)
+        self.program = os.path.join(programs, os.path.basename(CTL))
+        self.environment["LD_LIBRARY_PATH"] = programs
+        return {"user": NOBODY, "group": NOBODY, "extra_groups": []}
 
     def terminal(self, *arguments, columns=100, **environment):
         terminal = Terminal(self.command(*arguments),

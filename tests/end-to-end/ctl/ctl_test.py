@@ -1,13 +1,11 @@
 """keldanectl with the daemon, without any, and with daemons that answer strangely."""
 
 import os
-import re
-import shutil
 import socket
 import subprocess
 import unittest
 
-from ctl_harness import CTL, DEADLINE_PASSED, DONE, NOBODY, NOT_TAKEN, UNREACHABLE, USAGE, CtlCase
+from ctl_harness import CTL, DEADLINE_PASSED, DONE, NOT_TAKEN, UNREACHABLE, USAGE, CtlCase
 from harness import PATIENCE, Keldaned
 
 
@@ -99,24 +97,11 @@ class WithTheDaemon(CtlCase):
         self.assertEqual(self.ctl("stop", "--yes"), "The daemon has stopped.\n")
         self.assertEqual(self.keldaned.process.wait(PATIENCE), 0)
 
-    def program_for_others(self):
-        """Copies the program and its libraries to a place where other users can run it. Returns it with the loader's
-        settings."""
-        programs = os.path.join(self.place, "programs")
-        os.mkdir(programs)
-        listed = subprocess.run(["ldd", CTL], capture_output=True, check=True, text=True).stdout
-        for path in [CTL, *re.findall(r"=> (/\S+)", listed)]:
-            if not path.startswith(("/lib", "/usr/lib")):
-                shutil.copy(path, programs)
-        return os.path.join(programs, os.path.basename(CTL)), {"LD_LIBRARY_PATH": programs}
-
     @unittest.skipUnless(os.geteuid() == 0, "only root can be somebody else")
     def test_what_another_user_may_not_do_is_said(self):
         os.chmod(self.place, 0o755)
         os.chmod(self.socket, 0o777)
-        other = {"user": NOBODY, "group": NOBODY, "extra_groups": []}
-        self.program, loader = self.program_for_others()
-        self.environment.update(loader)
+        other = self.as_another_user()
         for command in (["pause", "5"], ["automatic", "off"], ["low-priority", "on"], ["recover", "on"],
                         ["profile", "set", "a", "b"], ["type", "x", "backup"]):
             self.assertIn("did not take it", self.refusal(*command, **other))

@@ -112,10 +112,8 @@ class Links(OwnerCase):
     def test_the_socket_is_another_users(self):
         os.chmod(self.owner.path, 0o600)
         os.chmod(self.place, 0o755)
-        process = subprocess.run(self.command("repository"), env=self.environment, capture_output=True, check=False,
-                                 text=True, user=65534, group=65534, extra_groups=[])
-        self.assertEqual(process.returncode, NOT_TAKEN, process.stderr)
-        self.assertEqual(process.stderr, "keldanectl: Only root and the daemon's own user may do this.\n")
+        self.assertEqual(self.refusal("repository", **self.as_another_user()),
+                         "keldanectl: Only root and the daemon's own user may do this.\n")
 
     def test_the_daemon_says_why_not(self):
         for name in ("find", "failures", "repository", "check", "settings", "restore", "exportKey", "setUpRepository"):
