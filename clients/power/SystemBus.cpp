@@ -1,5 +1,6 @@
 #include "clients/power/SystemBus.h"
 
+#include <poll.h>
 #include <systemd/sd-bus.h>
 
 #include <algorithm>
@@ -135,21 +136,24 @@ PowerAndNetwork SystemBus::read() {
   return found;
 }
 
-bool SystemBus::waitForNews(std::chrono::milliseconds time) {
+bool SystemBus::waitForNews(std::chrono::milliseconds time, const sigset_t& blocked) {
   const auto end = std::chrono::steady_clock::now() + time;
   for (;;) {
     while (check(sd_bus_process(bus_.get(), nullptr), "has gone") > 0) {
     }
-    const auto left =
-        std::chrono::duration_cast<std::chrono::microseconds>(end - std::chrono::steady_clock::now());
+    const auto left = end - std::chrono::steady_clock::now();
     if (news_ || left.count() <= 0) {
       return news_;
     }
-    const int result = sd_bus_wait(bus_.get(), static_cast<std::uint64_t>(left.count()));
-    if (result == -EINTR) {
+    // No call is under way, so the bus has no time limit of its own.
+    const int events = check(sd_bus_get_events(bus_.get()), "has gone");
+    pollfd bus{sd_bus_get_fd(bus_.get()), static_cast<short>(events), 0};
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(left);
+    const timespec rest{seconds.count(), std::chrono::nanoseconds(left - seconds).count()};
+    if (::ppoll(&bus, 1, &rest, &blocked) < 0) {
+      check(errno == EINTR ? 0 : -errno, "has gone");
       return news_;
     }
-    check(result, "has gone");
   }
 }
 

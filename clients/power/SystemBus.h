@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -36,8 +37,9 @@ class SystemBus {
   /// Asks all of them. Throws NoSystemBus.
   PowerAndNetwork read();
   /// Waits until a service reports a change, appears or disappears, a signal interrupts, or the time is over.
-  /// Returns true when there is something to be read. Throws NoSystemBus.
-  bool waitForNews(std::chrono::milliseconds time);
+  /// While it waits, the thread blocks only the signals of `blocked`. Returns true when there is something to
+  /// be read. Throws NoSystemBus.
+  bool waitForNews(std::chrono::milliseconds time, const sigset_t& blocked);
 
  private:
   struct Closer {

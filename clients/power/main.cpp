@@ -1,5 +1,7 @@
 // keldane-power: reports the state of power and network to the backup daemon, so that the daemon needs no
 // D-Bus.
+#include <poll.h>
+
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <csignal>
@@ -60,7 +62,10 @@ std::optional<std::chrono::seconds> tell(const std::string& socketPath, const Po
 
 class Watcher {
  public:
-  explicit Watcher(std::string socketPath) : socketPath_(std::move(socketPath)) {}
+  /// The signals that end the program come only while it waits, when just those of `blocked` are blocked. So
+  /// none comes between the last look at `isEnding` and the waiting.
+  Watcher(std::string socketPath, const sigset_t& blocked)
+      : socketPath_(std::move(socketPath)), blocked_(blocked) {}
 
   void run() {
     while (isEnding == 0) {
@@ -102,7 +107,7 @@ class Watcher {
     const auto time = std::max(left, std::chrono::milliseconds(10));
     try {
       if (bus_) {
-        bus_->waitForNews(time);
+        bus_->waitForNews(time, blocked_);
         return;
       }
     } catch (const NoSystemBus& gone) {
@@ -112,10 +117,11 @@ class Watcher {
     const auto rest =
         std::chrono::duration_cast<std::chrono::seconds>(std::min<std::chrono::milliseconds>(time, kRetry));
     const timespec sleep{rest.count(), 10'000'000};
-    nanosleep(&sleep, nullptr);  // a signal ends it
+    ::ppoll(nullptr, 0, &sleep, &blocked_);
   }
 
   const std::string socketPath_;
+  const sigset_t blocked_;
   std::optional<SystemBus> bus_;
   std::optional<PowerAndNetwork> told_;  // absent: the daemon does not know
   steady_clock::time_point next_;
@@ -132,11 +138,19 @@ int show() {
   return 0;
 }
 
-void onSignals() {
+/// Blocks the signals that end the program and returns the signals that were blocked before.
+sigset_t holdSignals() {
   struct sigaction action {};
   action.sa_handler = endSoon;  // without SA_RESTART, so that waiting ends
-  sigaction(SIGTERM, &action, nullptr);
-  sigaction(SIGINT, &action, nullptr);
+  sigset_t ending;
+  sigemptyset(&ending);
+  for (const int number : {SIGTERM, SIGINT}) {
+    sigaction(number, &action, nullptr);
+    sigaddset(&ending, number);
+  }
+  sigset_t before;
+  sigprocmask(SIG_BLOCK, &ending, &before);
+  return before;
 }
 
 int run(int argc, char** argv) {
@@ -156,8 +170,8 @@ int run(int argc, char** argv) {
   if (showing) {
     return show();
   }
-  onSignals();
-  Watcher(findDaemonBundle(bundle).socketPath).run();
+  const sigset_t blocked = holdSignals();
+  Watcher(findDaemonBundle(bundle).socketPath, blocked).run();
   return 0;
 }
 
