@@ -135,6 +135,7 @@ class Keldaned:
             os.unlink(self.case.socket)
         self.process = subprocess.Popen(self.command, env=self.case.environment, stderr=subprocess.DEVNULL)
         self.case.eventually(lambda: listens(self.case.socket), "a daemon that listens")
+        self.case.eventually(lambda: self.case.show(self.case.folder(".")) is not None, "the daemon's answer")
 
     def kill(self):
         if self.process.poll() is None:

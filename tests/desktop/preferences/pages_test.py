@@ -380,7 +380,7 @@ class Setup(PagesCase):
         eventually(lambda: "Backed up" in self.ctl("ls", self.documents), "a file that is stored")
 
     def place_of_the_backup(self):
-        return re.search(r"(?m)^Location .*$", self.ctl("repository"))[0]
+        return eventually(lambda: re.search(r"(?m)^Location .*$", self.ctl("repository")), "a repository")[0]
 
     def test_a_place_that_cannot_be_is_told_and_nothing_is_taken(self):
         before = self.place_of_the_backup()
