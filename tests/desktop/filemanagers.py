@@ -319,7 +319,7 @@ class Nautilus(FileManager):
                               text=True).stdout.split()[-1]
 
     def right_edge(self):
-        """The window's, in pixels from the left of the screen."""
+        """The right edge of the window, in pixels from the left of the screen."""
         told = subprocess.run(["xdotool", "getwindowgeometry", "--shell", self.window()], check=True, capture_output=True,
                               text=True).stdout
         place = {name: int(number) for name, number in re.findall(r"(\w+)=(\d+)", told)}

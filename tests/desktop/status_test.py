@@ -11,7 +11,7 @@ import desktop
 import filemanagers
 import locales
 
-from status_case import EACH, LISTING, MANAGER, STATES, WITH_VERSIONS, StatusCase, height_of, setUpModule  # noqa: F401  setUpModule is unittest's
+from status_case import EACH, LISTING, MANAGER, STATES, WITH_VERSIONS, StatusCase, height_of, setUpModule  # noqa: F401  used by unittest
 
 
 @unittest.skipUnless(MANAGER.has_emblems, "it knows no emblems of extensions")
@@ -222,7 +222,8 @@ class Columns(StatusCase):
 
     @unittest.skipIf(MANAGER.names_headers, "the test above sorts by a header's name")
     def test_the_last_one_can_be_sorted_by(self):
-        """The window ends with its header. A name that comes first is below one that was never backed up."""
+        """Its header is at the right edge of the window. By date, the file that was never backed up is above the other,
+        although its name comes later."""
         self.file("a.txt", "backed up")
         self.file("b.txt", "waiting")
         self.daemon()

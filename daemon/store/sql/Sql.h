@@ -1,4 +1,4 @@
-// Small helpers for the files of this folder: binding values, resetting statements, ranges of paths.
+// Small helpers for the files of the store: binding values, resetting statements, ranges of paths.
 #pragma once
 
 #include <SQLiteCpp/SQLiteCpp.h>
