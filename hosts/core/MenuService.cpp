@@ -46,6 +46,9 @@ constexpr char kNotResponding[] = "Keldane is not responding";
 /// Whoever shows the menu that is remembered (`offered_`) has a lease. The menu is unseen while it came too
 /// late for the question that it answers and no later opening has used it (`unseenUntil_`). The plug-in's
 /// cycle of this menu ends a moment after the last lease, unless the menu is unseen.
+///
+/// `listenerMutex_` is held while the listener is called, so that whoever replaces the listener waits for
+/// that call. `mutex_` is not held then.
 class MenuService::Worker : public std::enable_shared_from_this<MenuService::Worker> {
  public:
   Worker(std::string bundle, Patience patience) : bundle_(std::move(bundle)), patience_(patience) {}
@@ -67,8 +70,8 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
 
   /// Does not wait for a thread that is stuck in the plug-in.
   void end() {
+    setListener(nullptr);
     const ScopedLock guard(mutex_);
-    listener_ = nullptr;
     if (thread_ == ThreadState::running) {
       thread_ = ThreadState::ending;
       loop_->perform([] { RunLoop::current().stop(); });
@@ -77,9 +80,10 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
                      [this]() KELDANE_REQUIRES(mutex_) { return thread_ == ThreadState::stopped; });
   }
 
-  void setListener(std::function<void()> listener) {
-    const ScopedLock guard(mutex_);
-    listener_ = std::move(listener);
+  // The swap leaves the former listener in the parameter, which is destroyed after the lock is released.
+  void setListener(std::function<void()> listener) KELDANE_EXCLUDES(mutex_, listenerMutex_) {
+    const ScopedLock guard(listenerMutex_);
+    listener_.swap(listener);
   }
 
   std::shared_ptr<const OfferedMenu> ask(const std::vector<std::string>& paths) {
@@ -231,7 +235,6 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
       return;
     }
     std::vector<MenuItem> items = examine(*menu);
-    std::function<void()> listener;
     bool isLate = false;
     {
       const ScopedLock guard(mutex_);
@@ -244,15 +247,15 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
       }
       if (isLate) {
         unseenUntil_ = Clock::now() + std::chrono::duration_cast<Clock::duration>(kUnseenLife);
-        listener = listener_;
       }
     }
     changed_.notifyAll();
     if (isLate) {
       endCycleIn(kUnseenLife);
-    }
-    if (listener) {
-      listener();
+      const ScopedLock guard(listenerMutex_);
+      if (listener_) {
+        listener_();
+      }
     }
   }
 
@@ -367,8 +370,10 @@ class MenuService::Worker : public std::enable_shared_from_this<MenuService::Wor
   std::shared_ptr<const OfferedMenu> offered_ KELDANE_GUARDED_BY(mutex_);
   std::optional<Clock::time_point> unseenUntil_ KELDANE_GUARDED_BY(mutex_);
   std::size_t leases_ KELDANE_GUARDED_BY(mutex_) = 0;
-  std::function<void()> listener_ KELDANE_GUARDED_BY(mutex_);
   std::string notRespondingTitle_ KELDANE_GUARDED_BY(mutex_) = kNotResponding;
+
+  Mutex listenerMutex_{{.name = "MenuService.listenerMutex"}};
+  std::function<void()> listener_ KELDANE_GUARDED_BY(listenerMutex_);
 
   // These fields are used only by the plug-in's thread.
   std::unique_ptr<MenuHost> plugIn_;

@@ -12,6 +12,7 @@
 
 #include "platform/bundle/Bundle.h"
 #include "platform/runloop/RunLoop.h"
+#include "tests/hosts/core/HeldListener.h"
 #include "tests/support/PluginBundle.h"
 #include "tests/support/UserPreferences.h"
 #include "tests/support/Wait.h"
@@ -86,6 +87,20 @@ class MenuServiceTest : public ::testing::Test {
       count += call.selector == kQuestion && call.arguments[0] == PropertyList(path) ? 1U : 0U;
     }
     return count;
+  }
+
+  /// Expects that `removal`, which removes the late listener, returns only after a call of it that is under
+  /// way.
+  void expectToWaitForTheListener(const std::function<void()>& removal) {
+    const testing::HeldListener held;
+    gate_.close();
+    listen();
+    service(kShort).setLateListener(held.listener());
+    EXPECT_EQ(service().menuFor({"/a"}), nullptr);
+    gate_.open();
+    ASSERT_TRUE(held.isCalled());
+    EXPECT_TRUE(service().menuFor({"/a"})) << "no menu waits for the listener";
+    held.expectToOutlast(removal);
   }
 
   testing::UserPreferences user_;
@@ -200,6 +215,14 @@ TEST_F(MenuServiceTest, TellsWhenALateMenuIsThere) {
   const std::size_t asked = questions("/a");
   EXPECT_EQ(titles(service().menuFor({"/a"})), kOffers);
   EXPECT_EQ(questions("/a"), asked) << "the menu that came late is the one that is shown";
+}
+
+TEST_F(MenuServiceTest, ALateListenerIsReplacedAfterItsCallHasEnded) {
+  expectToWaitForTheListener([&] { service_->setLateListener(nullptr); });
+}
+
+TEST_F(MenuServiceTest, EndsAfterACallOfTheLateListenerHasEnded) {
+  expectToWaitForTheListener([&] { service_.reset(); });
 }
 
 TEST_F(MenuServiceTest, AMenuThatCameLateIsThereWhenTheNextIsOpened) {

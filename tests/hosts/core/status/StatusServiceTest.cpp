@@ -11,6 +11,7 @@
 
 #include "Common/nodes/FileNode.h"
 #include "tests/daemon/server/ServerFixture.h"
+#include "tests/hosts/core/HeldListener.h"
 #include "tests/support/Wait.h"
 #include "tests/support/daemon/FakeDaemon.h"
 #include "tests/support/process/SignalMasks.h"
@@ -100,29 +101,13 @@ class StatusServiceTest : public ::testing::Test {
 
   /// Expects that `removal`, which removes the listener, returns only after a call of it that is under way.
   void expectToWaitForTheListener(const std::function<void()>& removal) {
-    struct Call {
-      std::atomic<bool> isUnderWay = false, mayEnd = false;
-    };
-    const auto call = std::make_shared<Call>();
+    const testing::HeldListener held;
     listen();
-    service().setListener([call](const std::vector<std::string>&) {
-      call->isUnderWay = true;
-      while (!call->mayEnd) {
-        std::this_thread::sleep_for(1ms);
-      }
-      call->isUnderWay = false;
-    });
+    service().setListener(held.listener());
     service().statusOf("/f/a");
-    EXPECT_TRUE(eventually([&] { return call->isUnderWay.load(); }));
+    ASSERT_TRUE(held.isCalled());
     EXPECT_TRUE(isKnown("/f/a")) << "no question waits for the listener";
-    auto isOver = std::async(std::launch::async, [&] {
-      removal();
-      return !call->isUnderWay;
-    });
-    EXPECT_EQ(isOver.wait_for(50ms), std::future_status::timeout);
-    call->mayEnd = true;
-    EXPECT_TRUE(isOver.get());
-    EXPECT_EQ(call.use_count(), 1) << "the former listener has been destroyed";
+    held.expectToOutlast(removal);
   }
 
   testing::TemporaryFolder folder_;
