@@ -225,9 +225,10 @@ void NodeTreeView::addTexts(const char* title, float alignment,
             false);
 }
 
+// Newer toolkits announce a change for every row that is removed, also for one that cannot be expanded.
 void NodeTreeView::expansionChanged(const Row& row) {
   const Item item = itemOf(row);
-  if (!item) {
+  if (!item || !item->children) {
     return;
   }
   if (row->get_expanded()) {
