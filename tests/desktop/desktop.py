@@ -123,6 +123,12 @@ def child(node, index):
     return found
 
 
+def role_of(node):
+    """The name of the node's role. Newer releases of the accessibility bus call a push button a button."""
+    name = node.get_role_name()
+    return "push button" if name == "button" else name
+
+
 def applications():
     """The roots of all programs on the accessibility bus."""
     desktop = Atspi.get_desktop(0)
@@ -179,7 +185,7 @@ def matches(node, name=None, role=None, showing=True):
         actual = node.get_name() or ""
         if name is not None and not (name.search(actual) if hasattr(name, "search") else actual == name):
             return False
-        if role is not None and node.get_role_name() != role:
+        if role is not None and role_of(node) != role:
             return False
     except GLib.Error:
         return False
@@ -201,7 +207,7 @@ def dump(root):
     lines = []
     for node in walk(root):
         try:
-            lines.append(f"{node.get_role_name()} {node.get_name()!r}")
+            lines.append(f"{role_of(node)} {node.get_name()!r}")
         except GLib.Error:
             pass
     return "\n".join(lines)

@@ -99,6 +99,8 @@ TEST_F(KeldProxyRequestsTest, MoreArgumentsThanThereAreIsALoggedException) {
   sendRequest(request("tell:", {"@", "x"}, 2));
   EXPECT_TRUE(eventually(
       [&] { return log_.hasPart("ERROR: KeldaneProxy processData caught exception: NSRangeException"); }));
+  sendRequest(request("tell:", {"@"}, 1));
+  EXPECT_TRUE(eventually([&] { return log_.hasPart("index 5 beyond bounds [0 .. 4]"); })) << "a type alone";
   sendRequest(request("tell:", {"@", "y"}));
   EXPECT_TRUE(eventually([&] { return target_->all() == std::vector<std::string>{"y"}; }))
       << "and nothing else";

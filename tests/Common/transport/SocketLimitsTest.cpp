@@ -63,6 +63,19 @@ TEST_F(SocketLimitsTest, TheTimeOfAMessageBeginsWithItsFirstByteWhereverThatCame
   EXPECT_EQ(data->all(), (testing::Messages{{1, "whole"}, {kLinkFailed, "(none)"}}));
 }
 
+TEST_F(SocketLimitsTest, APayloadThatDoesNotComeInTimeIsNoMessage) {
+  server_->limits.messageTime = std::chrono::milliseconds(50);
+  server_->closesOnFailure = true;
+  listen();
+  RawConnection peer = connect();
+  const auto data = std::make_shared<testing::DataDelegate>();
+  child()->setDataDelegate(data);
+  const std::string frame = RawConnection::frame(1, "payload");
+  peer.write(frame.substr(0, frame.size() - 3));
+  ASSERT_TRUE(data->waitFor(1));
+  EXPECT_EQ(data->all(), (testing::Messages{{kLinkFailed, "(none)"}}));
+}
+
 TEST_F(SocketLimitsTest, AMessageBeyondTheLongestFailsTheLinkWithALine) {
   gLoggingEnabled = true;
   const testing::LogCapture log;

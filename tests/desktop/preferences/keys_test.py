@@ -3,7 +3,7 @@
 import re
 import unittest
 
-from desktop import FocusedNames, eventually, has_size, is_on, walk
+from desktop import FocusedNames, eventually, has_size, is_on, role_of, walk
 from pages_test import SETUP, PagesCase
 from preferences_window import TITLE
 
@@ -23,9 +23,9 @@ class Keys(PagesCase):
     def controls(self, title):
         """The controls of the window that can be worked now: role and name. A part of another control is none."""
         frame = next(node for node in walk(self.program.application()) if node.get_name() == title)
-        return [(node.get_role_name(), node.get_name() or "") for node in walk(frame)
-                if node.get_role_name() in ROLES and has_size(node) and is_on(node, "sensitive")
-                and node.get_parent().get_role_name() not in ("combo box", "spin button")]
+        return [(role_of(node), node.get_name() or "") for node in walk(frame)
+                if role_of(node) in ROLES and has_size(node) and is_on(node, "sensitive")
+                and role_of(node.get_parent()) not in ("combo box", "spin button")]
 
     def check(self, page, last):
         self.open("--page", page)

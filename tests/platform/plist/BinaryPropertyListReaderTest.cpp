@@ -30,6 +30,20 @@ TEST(BinaryReader, KeepsWhatOneDictionaryLeavesOutForTheNext) {
                                         PropertyList::dictionary({{"k", "only one"}})}));
 }
 
+TEST(BinaryReader, ACountMayEndWhereTheObjectsEnd) {
+  std::string error;
+  EXPECT_EQ(read(document({std::string("\x5F\x10\x00", 3)}), &error), PropertyList("")) << error;
+}
+
+TEST(BinaryReader, ACountWhoseBytesCannotBeCountedIsRefused) {
+  const std::string count("\x13\x80\x00\x00\x00\x00\x00\x00\x00", 9);  // 2^63
+  for (const char* kind : {"\x6F", "\xAF", "\xDF"}) {                  // two bytes or references each
+    std::string error;
+    EXPECT_TRUE(read(document({kind + count}, 0, 2), &error).isAbsent());
+    EXPECT_NE(error.find("reaches beyond the end"), std::string::npos) << error;
+  }
+}
+
 TEST(BinaryReader, TheFirstValueOfAKeyStaysHoweverManyKeysThereAre) {
   constexpr char kCount = 20;
   std::string references;

@@ -240,6 +240,14 @@ TEST(PropertyList, DatesBeyondTheCalendarStillPrint) {
   EXPECT_FALSE(PropertyList(Date{std::nan("")}).description().empty());
 }
 
+TEST(PropertyList, ContainersThatAreSharedAreComparedToo) {
+  const auto twice = [](const PropertyList& shared) { return PropertyList::array({shared, shared}); };
+  const PropertyList one = PropertyList::array({1}), two = PropertyList::array({2});
+  EXPECT_EQ(twice(one), twice(PropertyList::array({1})));
+  EXPECT_NE(twice(one), twice(two));
+  EXPECT_NE(PropertyList::array({one, one}), PropertyList::array({one, two}));
+}
+
 TEST(PropertyList, MayBeSharedByThreads) {
   const PropertyList value = PropertyList::dictionary({{"a", PropertyList::array({"x", 1, 2.5})}});
   std::vector<std::thread> threads;

@@ -73,6 +73,27 @@ TEST_P(RoundTrip, GivesBackWhatWasWritten) {
 
 INSTANTIATE_TEST_SUITE_P(Formats, RoundTrip, ::testing::Values(Format::binary, Format::xml));
 
+// What lies behind the bytes may be anything, also what would complete them.
+TEST(Serialization, NothingBehindTheBytesIsRead) {
+  const PropertyList value = testing::sample();
+  std::vector<Bytes> documents = {
+      testing::bytesOf("// text\n{ a = (\"q\\101\", 'b', <0a 0b>, c); d = \"\"; }  ")};
+  for (const Format format : {Format::binary, Format::xml}) {
+    documents.push_back(PropertyListSerialization::dataFromPropertyList(value, format, nullptr).value());
+    documents.back().push_back(' ');
+  }
+  for (const Bytes& whole : documents) {
+    for (std::size_t size = 0; size <= whole.size(); ++size) {
+      const Bytes alone(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
+      std::string error, errorAlone;
+      const PropertyList part =
+          PropertyListSerialization::propertyListFromData(BytesView(whole).first(size), &error, nullptr);
+      EXPECT_EQ(part, read(alone, &errorAlone)) << size;
+      EXPECT_EQ(error, errorAlone) << size;
+    }
+  }
+}
+
 TEST(Serialization, NothingAtAllIsAnError) {
   std::string error;
   EXPECT_TRUE(read({}, &error).isAbsent());

@@ -21,7 +21,7 @@ TEST(XmlReader, ReadsEveryElement) {
   <key>s</key><string>a &lt;b&gt; &amp; &quot;c&quot; &apos;d&apos; &#65;&#x1F600;<![CDATA[<raw & text>]]><!-- in text --></string>
   <key>i</key><integer>-12</integer><key>h</key><integer>0xFF</integer><key>u</key><integer>18446744073709551615</integer>
   <key>r</key><real>2.5e1</real><key>n</key><real>nan</real><key>inf</key><real>-infinity</real>
-  <key>t</key><true/><key>f</key><false></false>
+  <key>t</key><true/><key>f</key><false> <!-- nothing --> </false>
   <key>d</key><date>2026-11-21T04:37:12Z</date>
   <key>b</key><data> 3q2+
      7w== </data>
@@ -155,6 +155,10 @@ TEST(XmlWriter, ReplacesWhatXmlCannotHoldAndRefusesWhatHasNoEnd) {
   const auto bytes =
       PropertyListSerialization::dataFromPropertyList(std::string("a\x01z\xFF"), Format::xml, &error);
   EXPECT_EQ(read(*bytes).string(), "a\xEF\xBF\xBDz\xEF\xBF\xBD");
+  for (const char* character : {"\x01", "\x1F", "\xEF\xBF\xBE", "\xEF\xBF\xBF"}) {
+    EXPECT_EQ(read(*PropertyListSerialization::dataFromPropertyList(character, Format::xml, &error)).string(),
+              "\xEF\xBF\xBD");
+  }
   EXPECT_FALSE(PropertyListSerialization::dataFromPropertyList(nested(513), Format::xml, &error));
   EXPECT_FALSE(PropertyListSerialization::dataFromPropertyList(Date{1e300}, Format::xml, &error));
 }

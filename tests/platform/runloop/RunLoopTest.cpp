@@ -43,6 +43,8 @@ TEST(RunLoop, ItsDescriptorIsReadableExactlyWhileSomethingIsDue) {
   EXPECT_TRUE(isReadable(loop, 20000));
   loop.runDue();
   EXPECT_FALSE(isReadable(loop));
+  loop.scheduleTimer(Seconds(0.01), false, [](Timer&) {})->invalidate();
+  EXPECT_FALSE(isReadable(loop, 50));
 }
 
 TEST(RunLoop, WorkThatQueuesWorkDoesNotKeepAPassFromEnding) {
