@@ -103,7 +103,11 @@ class PreferencesCase(Case):
                    lambda: f"{name} {state!r} in\n{self.program.dump()}")
 
     def expand(self, name):
-        self.click(eventually(lambda: self.within(self.row(name)[1], "push button"), f"a button before {name}"))
+        button = eventually(lambda: self.within(self.row(name)[1], "push button"), f"a button before {name}")
+        if button.get_child_count() == 0:
+            self.click(button)
+        else:  # Newer toolkits report the whole cell as a button. Only its arrow takes a click; a double click does the same.
+            self.click(self.within(button, "label"), clicks=2)
 
     # --- The window ---
 
@@ -123,12 +127,13 @@ class PreferencesCase(Case):
         subprocess.run(["xdotool", "windowfocus", "--sync", self.window(title), "key", keys], check=True,
                        timeout=PATIENCE)
 
-    def click(self, node, title=TITLE):
+    def click(self, node, title=TITLE, clicks=1):
         """Clicks in a node, right of its middle and below; GTK 4 reports positions within the window. Newer releases leave the
         padding of a tree's cells out of them, so what stands in a cell is some points further right and down."""
         extents = node.get_extents(Atspi.CoordType.WINDOW)
-        subprocess.run(["xdotool", "mousemove", "--window", self.window(title), str(extents.x + extents.width * 3 // 4),
-                        str(extents.y + extents.height * 3 // 4), "click", "1"], check=True, timeout=PATIENCE)
+        x, y = extents.x + extents.width * 3 // 4, extents.y + extents.height * 3 // 4
+        subprocess.run(["xdotool", "mousemove", "--window", self.window(title), str(x), str(y), "click", "--repeat",
+                        str(clicks), "1"], check=True, timeout=PATIENCE)
 
     def go(self, page, title=TITLE):
         self.click(self.program.find("label", page), title)
