@@ -35,6 +35,12 @@ TEST(BinaryReader, ACountMayEndWhereTheObjectsEnd) {
   EXPECT_EQ(read(document({std::string("\x5F\x10\x00", 3)}), &error), PropertyList("")) << error;
 }
 
+TEST(BinaryReader, ACountThatReachesBehindTheObjectsIsRefusedWhereItStands) {
+  std::string error;
+  EXPECT_TRUE(read(document({std::string("\x5F\x12\x00", 3)}), &error).isAbsent());
+  EXPECT_EQ(error, "An object reaches beyond the end of the objects at byte offset 10");
+}
+
 TEST(BinaryReader, ACountWhoseBytesCannotBeCountedIsRefused) {
   const std::string count("\x13\x80\x00\x00\x00\x00\x00\x00\x00", 9);  // 2^63
   for (const char* kind : {"\x6F", "\xAF", "\xDF"}) {                  // two bytes or references each

@@ -248,6 +248,21 @@ TEST(PropertyList, ContainersThatAreSharedAreComparedToo) {
   EXPECT_NE(PropertyList::array({one, one}), PropertyList::array({one, two}));
 }
 
+// Each container holds two. One of the two values holds the same one twice on the even levels, the other on
+// the odd levels, so of each pair that is compared only one container is shared.
+TEST(PropertyList, ContainersThatOneSideSharesAreNotComparedAgainAndAgain) {
+  const auto ladder = [](int sharedLevels, const char* end) {
+    PropertyList::Array rung = {end, end};
+    for (int level = 0; level < 64; ++level) {
+      const auto next = [&] { return PropertyList::array(rung); };
+      rung = level % 2 == sharedLevels ? PropertyList::Array(2, next()) : PropertyList::Array{next(), next()};
+    }
+    return PropertyList::array(rung);
+  };
+  EXPECT_EQ(ladder(0, "x"), ladder(1, "x"));
+  EXPECT_NE(ladder(0, "x"), ladder(1, "y"));
+}
+
 TEST(PropertyList, MayBeSharedByThreads) {
   const PropertyList value = PropertyList::dictionary({{"a", PropertyList::array({"x", 1, 2.5})}});
   std::vector<std::thread> threads;
