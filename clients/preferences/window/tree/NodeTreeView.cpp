@@ -225,10 +225,10 @@ void NodeTreeView::addTexts(const char* title, float alignment,
             false);
 }
 
-// Newer toolkits announce a change for every row that is removed, also for one that cannot be expanded.
+// Newer toolkits announce a change for every row that is removed. Such a row can no longer be expanded.
 void NodeTreeView::expansionChanged(const Row& row) {
   const Item item = itemOf(row);
-  if (!item || !item->children) {
+  if (!item || !row->is_expandable()) {
     return;
   }
   if (row->get_expanded()) {
