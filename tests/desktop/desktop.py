@@ -123,10 +123,14 @@ def child(node, index):
     return found
 
 
+# Newer releases of the accessibility bus and of GTK have other names for some roles.
+FORMER_ROLES = {"button": "push button", "radio button": "check box"}
+
+
 def role_of(node):
-    """The name of the node's role. Newer releases of the accessibility bus call a push button a button."""
+    """The name of the node's role; the former one, where it has a newer one."""
     name = node.get_role_name()
-    return "push button" if name == "button" else name
+    return FORMER_ROLES.get(name, name)
 
 
 def applications():

@@ -295,7 +295,7 @@ class Storage(PagesCase):
         act(self.button("Print the Sheet…"))
         self.window("Print")
         self.click(self.program.find("label", "Print to File"), "Print")
-        start = self.program.find("push button", re.compile("^_Print "))
+        start = self.program.find("push button", re.compile("^(_Print |Print$)"))
         eventually(lambda: is_on(start, "sensitive"), "a printer")
         act(start)
         self.wait_for_end("Print")

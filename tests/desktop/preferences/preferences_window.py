@@ -3,6 +3,7 @@
 import os
 import plistlib
 import subprocess
+import time
 
 import desktop
 from desktop import Atspi, child, eventually, is_on
@@ -107,6 +108,7 @@ class PreferencesCase(Case):
         if button.get_child_count() == 0:
             self.click(button)
         else:  # Newer toolkits report the whole cell as a button. Only its arrow takes a click; a double click does the same.
+            time.sleep(0.5)  # otherwise it could be the third and fourth click
             self.click(self.within(button, "label"), clicks=2)
 
     # --- The window ---
@@ -139,7 +141,9 @@ class PreferencesCase(Case):
         self.click(self.program.find("label", page), title)
 
     def type(self, title, text):
-        subprocess.run(["xdotool", "windowfocus", "--sync", self.window(title), "type", text], check=True, timeout=PATIENCE)
+        """Types no faster than a person, because a field that completes paths would mix its own text in."""
+        subprocess.run(["xdotool", "windowfocus", "--sync", self.window(title), "type", "--delay", "80", text], check=True,
+                       timeout=PATIENCE)
 
     def close(self):
         """Closes the window through the window manager, as a user does."""
