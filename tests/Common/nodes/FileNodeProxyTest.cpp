@@ -193,6 +193,24 @@ TEST_F(FileNodeProxyTest, ACopyOfALoadedNodeIsNotLoaded) {
   EXPECT_EQ(root_->count(), 1U);
 }
 
+TEST_F(FileNodeProxyTest, ACopyHoldsItsOriginalUntilItHasChildrenOfItsOwn) {
+  daemonHas({entry("Users")});
+  const auto copyOf = [this](KeldaneFileNode& node) {
+    const KeldaneFileNode::Pointer copy = node.copy();
+    dynamic_cast<KeldaneFileNodeProxy&>(*copy).setProxy(proxy_);
+    copy->setPath("/");
+    return copy;
+  };
+  KeldaneFileNode::Pointer original = copyOf(*root_);
+  EXPECT_EQ(original->count(), 1U);
+  const KeldaneFileNode::Pointer copy = copyOf(*original);
+  const std::weak_ptr<KeldaneFileNode> rest = original;
+  original.reset();
+  EXPECT_FALSE(rest.expired());
+  EXPECT_EQ(copy->count(), 1U);
+  EXPECT_TRUE(rest.expired());
+}
+
 TEST_F(FileNodeProxyTest, AddingAPathMakesWhatIsMissingAndAsksForIt) {
   daemonHas({entry("Users")});
   daemon_.answer("dictionaryForPath:", [](const PropertyList::Array& arguments) {
