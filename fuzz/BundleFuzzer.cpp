@@ -12,6 +12,7 @@ using keldane::testing::TemporaryFolder;
 namespace {
 
 std::size_t lines = 0;
+std::size_t runs = 0;
 
 void checkTexts(const Bundle& bundle, const PropertyList& table) {
   for (std::size_t i = 0; i < table.count(); ++i) {
@@ -43,11 +44,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const PropertyList expected = value.isDictionary() ? value : PropertyList::dictionary({});
 
   // A bundle keeps the files that it has read for the lifetime of the process, so each run has a bundle of
-  // its own.
+  // its own. Its name is a number, because the name of the folder around it is random and may come again.
   const TemporaryFolder folder;
-  folder.write(isTable ? "Contents/Resources/de.lproj/Localizable.strings" : "Contents/Info.plist", content);
-  const std::shared_ptr<Bundle> bundle = Bundle::bundleWithPath(folder.path());
-  require(bundle != nullptr && Bundle::bundleWithPath(folder.path()) == bundle, "one bundle a path");
+  const std::string name = std::to_string(++runs);
+  folder.write(name + (isTable ? "/Contents/Resources/de.lproj/Localizable.strings" : "/Contents/Info.plist"),
+               content);
+  const std::shared_ptr<Bundle> bundle = Bundle::bundleWithPath(folder / name);
+  require(bundle != nullptr && Bundle::bundleWithPath(folder / name) == bundle, "one bundle a path");
   const std::size_t before = lines;
   checkTexts(*bundle, isTable ? expected : PropertyList());
   require(isTable ? bundle->infoDictionary().count() == 0
