@@ -43,8 +43,8 @@ class MenuService {
   MenuService& operator=(const MenuService&) = delete;
 
   /// The listener is called on the plug-in's thread when a menu has come for which `menuFor` did not wait
-  /// long enough. It must not wait for the thread that sets it. Returns after a call of the former listener
-  /// that is under way; the destructor does so too.
+  /// long enough. It must neither set another listener nor wait for the thread that does. Returns after a
+  /// call of the former listener that is under way; the destructor does so too.
   void setLateListener(std::function<void()> listener);
 
   /// The menu for a selection of absolute paths: the remembered one, or else a new one. Null when it does not

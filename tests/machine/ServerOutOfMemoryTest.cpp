@@ -75,8 +75,8 @@ TEST_F(ServerOutOfMemory, TheDaemonGoesOn) {
   const auto server = std::make_shared<DaemonServer>(daemon, options.socket);
   std::string error;
   ASSERT_TRUE(server->start(&error)) << error;
-  // The worker sets its repository up on a thread of its own. Its work is not counted as the server's, and
-  // the JSON library ends the process when memory runs out while it destroys a value.
+  // The worker sets its repository up on a thread of its own, whose allocations are counted too. The JSON
+  // library that it uses ends the process when memory runs out while a value is destroyed.
   ASSERT_TRUE(testing::eventually([&] { return daemon->worker().progress().isReady; }));
   sweep(options.socket, file, "Not selected for backup");
   server->stop();

@@ -38,6 +38,16 @@ class SocketLimitsTest : public ::testing::Test {
     only->setSocketDelegate(server_);
     return only;
   }
+  /// A peer that has 50 ms for a message, and what its messages are given to.
+  std::pair<RawConnection, std::shared_ptr<testing::DataDelegate>> connectWithShortTime() {
+    server_->limits.messageTime = std::chrono::milliseconds(50);
+    server_->closesOnFailure = true;
+    listen();
+    RawConnection peer = connect();
+    const auto data = std::make_shared<testing::DataDelegate>();
+    child()->setDataDelegate(data);
+    return {std::move(peer), data};
+  }
   const testing::TemporaryFolder folder_;
   std::shared_ptr<Server> server_ = std::make_shared<Server>();
   std::shared_ptr<KeldaneSocket> listener_ = KeldaneSocket::create();
@@ -52,24 +62,14 @@ TEST_F(SocketLimitsTest, ASendGivesUpAPeerThatReadsNothing) {
 }
 
 TEST_F(SocketLimitsTest, TheTimeOfAMessageBeginsWithItsFirstByteWhereverThatCame) {
-  server_->limits.messageTime = std::chrono::milliseconds(50);
-  server_->closesOnFailure = true;
-  listen();
-  RawConnection peer = connect();
-  const auto data = std::make_shared<testing::DataDelegate>();
-  child()->setDataDelegate(data);
+  auto [peer, data] = connectWithShortTime();
   peer.write(RawConnection::frame(1, "whole") + RawConnection::frame(1, "begun").substr(0, 40));
   ASSERT_TRUE(data->waitFor(2));
   EXPECT_EQ(data->all(), (testing::Messages{{1, "whole"}, {kLinkFailed, "(none)"}}));
 }
 
 TEST_F(SocketLimitsTest, APayloadThatDoesNotComeInTimeIsNoMessage) {
-  server_->limits.messageTime = std::chrono::milliseconds(50);
-  server_->closesOnFailure = true;
-  listen();
-  RawConnection peer = connect();
-  const auto data = std::make_shared<testing::DataDelegate>();
-  child()->setDataDelegate(data);
+  auto [peer, data] = connectWithShortTime();
   const std::string frame = RawConnection::frame(1, "payload");
   peer.write(frame.substr(0, frame.size() - 3));
   ASSERT_TRUE(data->waitFor(1));
