@@ -259,8 +259,8 @@ def plot(rows, path):
     path.write_text("\n".join(parts) + "\n", encoding="utf-8")
 
 
-PLOTS = {"A call": "performance-call.svg", "A menu": "performance-menu.svg",
-         "Property lists, binary: how many times as fast": "performance-plist.svg"}
+PLOTS = {"A call": "call.svg", "A menu": "menu.svg",
+         "Property lists, binary: how many times as fast": "plist.svg"}
 
 
 def fact_tables(found):
@@ -309,7 +309,7 @@ def update_document(rows, found, folder):
         text = pattern.sub(lambda match, block=block: f"{match[1]}{block}\n{match[2]}", text)
     DOCUMENT.write_text(text, encoding="utf-8")
     for name in PLOTS.values():
-        (DOCUMENT.parent / name).write_bytes((folder / name).read_bytes())
+        (DOCUMENT.parent / "plots" / name).write_bytes((folder / name).read_bytes())
 
 
 def main():

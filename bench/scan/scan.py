@@ -29,7 +29,7 @@ sys.path.insert(0, str(ROOT / "tests" / "end-to-end"))
 from daemon_client import DaemonClient, Gone  # noqa: E402
 
 DOCUMENT = ROOT / "docs" / "performance.md"
-PLOT = "performance-files.svg"
+PLOT = "files.svg"
 FILES_IN_FOLDER, FOLDERS_IN_PART = 20, 250
 TURNS = 5
 IDLE_SECONDS = 60
@@ -310,7 +310,7 @@ def update_document(result):
     if not pattern.search(text):
         sys.exit(f"{DOCUMENT} has no place for: files")
     DOCUMENT.write_text(pattern.sub(lambda match: f"{match[1]}{tables(result)}\n{match[2]}", text), encoding="utf-8")
-    plot(result, DOCUMENT.parent / PLOT)
+    plot(result, DOCUMENT.parent / "plots" / PLOT)
 
 
 def main():

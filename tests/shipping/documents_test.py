@@ -71,7 +71,7 @@ class Descriptions(unittest.TestCase):
 
     def test_pictures_have_a_ground_of_their_own(self):
         # A page may be dark, and black text without a background could not be read there.
-        pictures = glob.glob(os.path.join(SOURCE, "docs", "*.svg"))
+        pictures = glob.glob(os.path.join(SOURCE, "docs", "**", "*.svg"), recursive=True)
         self.assertGreater(len(pictures), 3)
         for path in pictures:
             self.assertIn('<rect width="100%" height="100%" fill="white"/>', read(path), path)

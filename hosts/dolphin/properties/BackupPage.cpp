@@ -1,4 +1,4 @@
-#include "BackupPage.h"
+#include "hosts/dolphin/properties/BackupPage.h"
 
 #include <KFormat>
 #include <QCoreApplication>

@@ -1,10 +1,10 @@
-#include "BackupProperties.h"
+#include "hosts/dolphin/properties/BackupProperties.h"
 
 #include <KFileItem>
 #include <KPluginFactory>
 
-#include "BackupPage.h"
-#include "SharedStatus.h"
+#include "hosts/dolphin/SharedStatus.h"
+#include "hosts/dolphin/properties/BackupPage.h"
 #include "platform/text/Translation.h"
 
 K_PLUGIN_CLASS_WITH_JSON(BackupProperties, "properties.json")
