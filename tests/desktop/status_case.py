@@ -43,6 +43,14 @@ def setUpModule():
             if icon:
                 subprocess.run(["convert", "-size", f"{size}x{size}", f"xc:{colour}",
                                 os.path.join(folder, f"emblem-keldane-{icon}.png")], check=True)
+    # For other sizes an installed scalable icon would come before these.
+    folder = os.path.join(icons, "scalable", "emblems")
+    os.makedirs(folder)
+    for _, _, _, icon, colour in STATES.values():
+        if icon:
+            with open(os.path.join(folder, f"emblem-keldane-{icon}.svg"), "w", encoding="utf-8") as stream:
+                stream.write('<svg xmlns="http://www.w3.org/2000/svg" width="16" height="16">'
+                             f'<rect width="16" height="16" fill="{colour}"/></svg>')
     unittest.addModuleCleanup(MANAGER.prepare())
 
 
