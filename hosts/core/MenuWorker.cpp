@@ -1,5 +1,6 @@
 #include "hosts/core/MenuWorker.h"
 
+#include <exception>
 #include <thread>
 
 #include "platform/bundle/Bundle.h"

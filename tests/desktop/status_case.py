@@ -35,16 +35,8 @@ STATES = {
 
 def setUpModule():
     shutil.copytree(os.path.join(filemanagers.BUILD, "Keldane.plugin"), PLUGIN)
-    icons = os.path.join(os.environ["XDG_DATA_HOME"], "icons", "hicolor")
-    for size in (16, 24, 32, 48):
-        folder = os.path.join(icons, f"{size}x{size}", "emblems")
-        os.makedirs(folder)
-        for _, _, _, icon, colour in STATES.values():
-            if icon:
-                subprocess.run(["convert", "-size", f"{size}x{size}", f"xc:{colour}",
-                                os.path.join(folder, f"emblem-keldane-{icon}.png")], check=True)
-    # For other sizes an installed scalable icon would come before these.
-    folder = os.path.join(icons, "scalable", "emblems")
+    # A scalable icon fits every size, so it comes before the installed one.
+    folder = os.path.join(os.environ["XDG_DATA_HOME"], "icons", "hicolor", "scalable", "emblems")
     os.makedirs(folder)
     for _, _, _, icon, colour in STATES.values():
         if icon:
