@@ -145,6 +145,15 @@ class PreferencesCase(Case):
         subprocess.run(["xdotool", "windowfocus", "--sync", self.window(title), "type", "--delay", "80", text], check=True,
                        timeout=PATIENCE)
 
+    def field_of(self, title):
+        """The text field of the window with this title, which is not the program's main window."""
+        def read():
+            application = self.program.application()
+            windows = [child(application, i) for i in range(application.get_child_count())]
+            return next((field for window in windows if window.get_name() == title
+                         if (field := desktop.find_now(window, role="text", showing=desktop.BY_SIZE))), None)
+        return eventually(read, lambda: f"a text field of {title!r} in\n{self.program.dump()}")
+
     def close(self):
         """Closes the window through the window manager, as a user does."""
         self.press(TITLE, "alt+F4")
