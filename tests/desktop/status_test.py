@@ -4,6 +4,7 @@ import datetime
 import os
 import re
 import subprocess
+import threading
 import time
 import unittest
 
@@ -333,14 +334,15 @@ class Properties(StatusCase):
 
     def test_a_page_that_is_closed_before_the_daemon_answers(self):
         daemon = self.daemon()
-        # Some file managers ask for the state first, and only the page's own question is to wait.
-        daemon.answers["daemonState"] = {"statusString": "Up to date"}
-        self.answering.clear()
+        # Only the page's own question waits, because some file managers ask others before it.
+        answer, let_go = daemon.answers[WITH_VERSIONS], threading.Event()
+        self.addCleanup(let_go.set)
+        daemon.answers[WITH_VERSIONS] = lambda *arguments: let_go.wait(60) and answer(*arguments)
         self.open_properties()
-        desktop.eventually(lambda: WITH_VERSIONS in daemon.selectors(), "the first question")
+        desktop.eventually(lambda: WITH_VERSIONS in daemon.selectors(), "the page's question")
         desktop.press("Escape")
         time.sleep(0.5)
-        self.answering.set()
+        let_go.set()
         desktop.eventually(lambda: "daemonState" in daemon.selectors(), "the questions")
         time.sleep(1)
         self.assertTrue(self.manager.program.is_running())
