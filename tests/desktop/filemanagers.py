@@ -378,6 +378,7 @@ class Dolphin(FileManager):
     focus on the way, which leaves out what cannot be chosen."""
 
     name = "dolphin"
+    file_roles = ("table cell", "list item")  # the second in newer releases
     tells_of_properties = False
     follows_switches_after = 6
     fills_open_menus = True
