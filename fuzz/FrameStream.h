@@ -123,9 +123,15 @@ class Connection {
     }
     return bytes;
   }
+  /// The engine's alarm clock may interrupt the wait, which then begins anew. The engine ends a run that
+  /// hangs.
   bool isReadable(int milliseconds) const {
     pollfd source{descriptor_.get(), POLLIN, 0};
-    return poll(&source, 1, milliseconds) == 1;
+    int ready = 0;
+    do {
+      ready = poll(&source, 1, milliseconds);
+    } while (ready < 0 && errno == EINTR);
+    return ready == 1;
   }
   /// Whether the other end has not read everything yet.
   bool hasUnread() const {

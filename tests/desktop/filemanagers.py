@@ -378,7 +378,7 @@ class Dolphin(FileManager):
     focus on the way, which leaves out what cannot be chosen."""
 
     name = "dolphin"
-    file_roles = ("table cell", "list item")  # the second in newer releases
+    file_roles = ("table cell", "list item")  # newer releases report the second
     tells_of_properties = False
     follows_switches_after = 6
     fills_open_menus = True

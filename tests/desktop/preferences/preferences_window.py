@@ -146,7 +146,7 @@ class PreferencesCase(Case):
                        timeout=PATIENCE)
 
     def field_of(self, title):
-        """The text field of the window with this title, which is not the program's main window."""
+        """The first text field in the window with this title, as soon as it has a size."""
         def read():
             application = self.program.application()
             windows = [child(application, i) for i in range(application.get_child_count())]
